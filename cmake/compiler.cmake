@@ -24,6 +24,11 @@ endif()
 # the public headers of its dependencies only.
 function(ferret_add_library name)
     file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+    if(NOT sources)
+        # A folder that is still empty: other targets may link it all the same.
+        file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "")
+        set(sources ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp)
+    endif()
     add_library(${name} STATIC ${sources})
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
     target_link_libraries(${name} PUBLIC ${ARGN} PRIVATE ferret_options)
