@@ -1,9 +1,9 @@
 #pragma once
 
-// What participants and endpoints announce of themselves, and its parameter-list form (OMG DDSI-RTPS 2.5, 9.6.3;
-// DDS-XTypes 1.3, 7.6.3.2). A parameter that is absent leaves the member at the default the standard gives it.
-// Decoding copies everything it keeps; encoding writes native byte order and leaves out what has its default value
-// unless peers are known to need it.
+// What participants and endpoints announce of themselves, and its parameter-list form (OMG
+// DDSI-RTPS 2.5, 9.6.3; DDS-XTypes 1.3, 7.6.3.2). A parameter that is absent leaves the member at the default
+// the standard gives it. Decoding copies everything it keeps; encoding writes native byte order and leaves
+// out what has its default value unless peers are known to need it.
 
 #include <optional>
 #include <string>
@@ -15,7 +15,7 @@
 namespace meridian::rtps {
 
 enum class Durability : uint32_t { volatile_ = 0, transient_local = 1, transient = 2, persistent = 3 };
-enum class Reliability : uint32_t { best_effort = 1, reliable = 2 };   // the values on the wire
+enum class Reliability : uint32_t { best_effort = 1, reliable = 2 }; // the values on the wire
 enum class LivelinessKind : uint32_t { automatic = 0, manual_by_participant = 1, manual_by_topic = 2 };
 enum class Ownership : uint32_t { shared = 0, exclusive = 1 };
 enum class DestinationOrder : uint32_t { by_reception = 0, by_source = 1 };
@@ -41,21 +41,25 @@ enum BuiltinEndpoint : uint32_t {
 struct Property {
     std::string name;
     std::string value;
-    friend bool operator==(const Property& a, const Property& b) { return a.name == b.name && a.value == b.value; }
+    friend bool operator==(const Property& a, const Property& b) {
+        return a.name == b.name && a.value == b.value;
+    }
 };
 
 /// A parameter that this library does not interpret (vendor specific or newer), as it stood.
 struct RawParameter {
     uint16_t id = 0;
     ByteBuffer value;
-    friend bool operator==(const RawParameter& a, const RawParameter& b) { return a.id == b.id && a.value == b.value; }
+    friend bool operator==(const RawParameter& a, const RawParameter& b) {
+        return a.id == b.id && a.value == b.value;
+    }
 };
 
 struct ParticipantData {
     ProtocolVersion version;
     VendorId vendor;
-    Guid guid;                                  // entity id is entity::participant
-    uint32_t builtin_endpoints = 0;             // BuiltinEndpoint bits
+    Guid guid;                      // entity id is entity::participant
+    uint32_t builtin_endpoints = 0; // BuiltinEndpoint bits
     std::optional<uint32_t> domain_id;
     std::string domain_tag;
     WireDuration lease{100, 0};
@@ -65,10 +69,10 @@ struct ParticipantData {
     LocatorList default_multicast;
     bool expects_inline_qos = false;
     Count manual_liveliness_count = 0;
-    std::string name;                           // PID_ENTITY_NAME
+    std::string name; // PID_ENTITY_NAME
     ByteBuffer user_data;
     std::vector<Property> properties;
-    bool secured = false;                       // announces an identity or permissions token
+    bool secured = false; // announces an identity or permissions token
     Endianness raw_endianness = native_endianness();
     std::vector<RawParameter> raw;
 };
@@ -80,20 +84,20 @@ struct EndpointQos {
     WireDuration latency_budget{0, 0};
     LivelinessKind liveliness = LivelinessKind::automatic;
     WireDuration liveliness_lease = kDurationInfinite;
-    Reliability reliability = Reliability::best_effort;    // a decoded writer without the parameter: reliable
+    Reliability reliability = Reliability::best_effort; // a decoded writer without the parameter: reliable
     WireDuration max_blocking_time{0, 429496730};
     Ownership ownership = Ownership::shared;
-    int32_t ownership_strength = 0;                         // writers
+    int32_t ownership_strength = 0; // writers
     DestinationOrder destination_order = DestinationOrder::by_reception;
     PresentationScope presentation = PresentationScope::instance;
     bool coherent_access = false;
     bool ordered_access = false;
-    std::vector<std::string> partitions;                    // empty: the default partition
-    WireDuration lifespan = kDurationInfinite;              // writers
-    WireDuration time_based_filter{0, 0};                   // readers
+    std::vector<std::string> partitions;       // empty: the default partition
+    WireDuration lifespan = kDurationInfinite; // writers
+    WireDuration time_based_filter{0, 0};      // readers
     HistoryKind history = HistoryKind::keep_last;
     int32_t history_depth = 1;
-    std::vector<int16_t> representations;                   // empty means { kXcdr1 }
+    std::vector<int16_t> representations; // empty means { kXcdr1 }
     ByteBuffer user_data;
     ByteBuffer topic_data;
     ByteBuffer group_data;
@@ -107,16 +111,16 @@ struct ContentFilter {
 /// A remote (or own) writer or reader as it stands in DCPSPublication or DCPSSubscription.
 struct EndpointData {
     Guid guid;
-    GuidPrefix participant;              // the prefix of guid, or of PID_PARTICIPANT_GUID where announced
+    GuidPrefix participant; // the prefix of guid, or of PID_PARTICIPANT_GUID where announced
     std::string topic_name;
     std::string type_name;
     EndpointQos qos;
     LocatorList unicast;
     LocatorList multicast;
-    bool expects_inline_qos = false;     // readers
-    std::string name;                    // PID_ENTITY_NAME
-    ByteBuffer type_information;         // PID_TYPE_INFORMATION, undecoded XCDR2 body; empty when not announced
-    ByteBuffer type_object;              // an older inline type object (PID 0x0072), undecoded
+    bool expects_inline_qos = false; // readers
+    std::string name;                // PID_ENTITY_NAME
+    ByteBuffer type_information;     // PID_TYPE_INFORMATION, undecoded XCDR2 body; empty when not announced
+    ByteBuffer type_object;          // an older inline type object (PID 0x0072), undecoded
     std::optional<ContentFilter> content_filter;
     std::vector<Property> properties;
     Endianness raw_endianness = native_endianness();
@@ -132,8 +136,9 @@ ByteBuffer encode(const EndpointData& data);
 ByteBuffer encode_participant_key(const Guid& guid);
 ByteBuffer encode_endpoint_key(const Guid& guid);
 
-/// Decode a payload with its encapsulation header. On failure (unknown encapsulation, truncated parameter, missing
-/// key, unknown must-understand parameter, a value out of range) nullopt, and error says what and where.
+/// Decode a payload with its encapsulation header. On failure (unknown encapsulation, truncated parameter,
+/// missing key, unknown must-understand parameter, a value out of range) nullopt, and error says what and
+/// where.
 std::optional<ParticipantData> decode_participant(ByteView payload, std::string& error);
 /// is_writer decides defaults and which parameters count.
 std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, std::string& error);
@@ -144,7 +149,7 @@ std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness
 struct ParticipantMessage {
     enum Kind : uint32_t { automatic = 1, manual = 2 };
     GuidPrefix participant;
-    uint32_t kind = automatic;           // other kinds are passed through
+    uint32_t kind = automatic; // other kinds are passed through
     ByteBuffer data;
 };
 ByteBuffer encode(const ParticipantMessage& message);
@@ -153,16 +158,16 @@ std::optional<ParticipantMessage> decode_participant_message(ByteView payload);
 /// What the inline QoS of a DATA says of its sample (9.6.4).
 struct InlineQos {
     std::optional<KeyHash> key_hash;
-    uint32_t status_info = 0;                          // bit 0 disposed, bit 1 unregistered
-    std::optional<Guid> original_writer;               // PID_ORIGINAL_WRITER_INFO
+    uint32_t status_info = 0;            // bit 0 disposed, bit 1 unregistered
+    std::optional<Guid> original_writer; // PID_ORIGINAL_WRITER_INFO
     SequenceNumber original_sequence_number = kSequenceNumberUnknown;
-    std::optional<Guid> related_writer;                // PID_RELATED_SAMPLE_IDENTITY, 0x0083 or 0x800f
+    std::optional<Guid> related_writer; // PID_RELATED_SAMPLE_IDENTITY, 0x0083 or 0x800f
     SequenceNumber related_sequence_number = kSequenceNumberUnknown;
     uint32_t sample_flags = 0;
-    bool refused = false;                              // an unknown must-understand parameter: drop the sample
+    bool refused = false; // an unknown must-understand parameter: drop the sample
 };
 /// False when the list is malformed; out then holds what was read before.
 bool decode_inline_qos(ByteView parameters, Endianness endianness, InlineQos& out);
-ByteBuffer encode(const InlineQos& qos);               // with its sentinel
+ByteBuffer encode(const InlineQos& qos); // with its sentinel
 
-}  // namespace meridian::rtps
+} // namespace meridian::rtps

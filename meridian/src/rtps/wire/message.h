@@ -2,11 +2,11 @@
 
 // RTPS messages: header, submessages and their order within a datagram (OMG DDSI-RTPS 2.5, 8.3, 9.4 and 9.6).
 //
-// Reading: read_message walks one datagram, keeps the receiver state that INFO submessages change (8.3.4), and calls
-// one operation of the visitor per entity submessage. Every view in a submessage points into the datagram and is
-// valid only during that call. A malformed submessage ends the walk (8.3.4.1); what was visited before stands.
-// Writing: MessageWriter appends submessages in native byte order into a buffer of its own.
-// No state is shared; separate objects may be used on separate threads.
+// Reading: read_message walks one datagram, keeps the receiver state that INFO submessages change (8.3.4),
+// and calls one operation of the visitor per entity submessage. Every view in a submessage points into the
+// datagram and is valid only during that call. A malformed submessage ends the walk (8.3.4.1); what was
+// visited before stands. Writing: MessageWriter appends submessages in native byte order into a buffer of its
+// own. No state is shared; separate objects may be used on separate threads.
 
 #include <optional>
 
@@ -23,9 +23,9 @@ struct MessageContext {
     ProtocolVersion version;
     VendorId vendor;
     GuidPrefix source;
-    GuidPrefix destination;               // all zero: everybody
-    std::optional<WireTime> timestamp;    // of the INFO_TS in force
-    LocatorList unicast_reply;            // of an INFO_REPLY in force, else empty
+    GuidPrefix destination;            // all zero: everybody
+    std::optional<WireTime> timestamp; // of the INFO_TS in force
+    LocatorList unicast_reply;         // of an INFO_REPLY in force, else empty
     LocatorList multicast_reply;
 };
 
@@ -33,11 +33,11 @@ struct Data {
     EntityId reader;
     EntityId writer;
     SequenceNumber sequence_number = 0;
-    Endianness endianness = native_endianness();  // of the inline QoS
-    ByteView inline_qos;   // parameter list with its sentinel, empty when there is none
+    Endianness endianness = native_endianness(); // of the inline QoS
+    ByteView inline_qos;                         // parameter list with its sentinel, empty when there is none
     bool has_payload = false;
     bool payload_is_key = false;
-    ByteView payload;      // serialized data with its encapsulation header
+    ByteView payload; // serialized data with its encapsulation header
 };
 
 struct DataFrag {
@@ -49,16 +49,16 @@ struct DataFrag {
     bool payload_is_key = false;
     FragmentNumber first_fragment = 1;
     uint16_t fragment_count = 1;
-    uint16_t fragment_size = 0;   // not 0
-    uint32_t sample_size = 0;     // not 0
-    ByteView payload;             // the fragments, one after the other, the last one possibly shorter
+    uint16_t fragment_size = 0; // not 0
+    uint32_t sample_size = 0;   // not 0
+    ByteView payload;           // the fragments, one after the other, the last one possibly shorter
 };
 
 struct Heartbeat {
     EntityId reader;
     EntityId writer;
     SequenceNumber first = 1;
-    SequenceNumber last = 0;      // >= first - 1
+    SequenceNumber last = 0; // >= first - 1
     Count count = 0;
     bool final = false;
     bool liveliness = false;
@@ -75,7 +75,7 @@ struct HeartbeatFrag {
 struct AckNack {
     EntityId reader;
     EntityId writer;
-    SequenceNumberSet missing;    // everything below the base is acknowledged
+    SequenceNumberSet missing; // everything below the base is acknowledged
     Count count = 0;
     bool final = false;
 };
@@ -91,8 +91,8 @@ struct NackFrag {
 struct Gap {
     EntityId reader;
     EntityId writer;
-    SequenceNumber start = 1;         // start .. list.base - 1 are irrelevant,
-    SequenceNumberSet list;           // and so are the members of list
+    SequenceNumber start = 1; // start .. list.base - 1 are irrelevant,
+    SequenceNumberSet list;   // and so are the members of list
 };
 
 class MessageVisitor {
@@ -111,15 +111,15 @@ class MessageVisitor {
 
 enum class ReadStatus {
     ok,
-    not_rtps,        // no RTPS header, or a major version other than 2
-    malformed,       // a submessage was refused; those before it were visited
+    not_rtps,  // no RTPS header, or a major version other than 2
+    malformed, // a submessage was refused; those before it were visited
 };
 
 /// Visits the submessages of one datagram in order.
 ReadStatus read_message(ByteView datagram, MessageVisitor& visitor);
 
-/// Builds one message. The header is written by the constructor; each add_* appends a submessage in native byte order
-/// and returns true, or returns false and appends nothing when the message would exceed max_size.
+/// Builds one message. The header is written by the constructor; each add_* appends a submessage in native
+/// byte order and returns true, or returns false and appends nothing when the message would exceed max_size.
 class MessageWriter {
   public:
     MessageWriter(const GuidPrefix& source, size_t max_size);
@@ -147,4 +147,4 @@ class MessageWriter {
     size_t max_size_;
 };
 
-}  // namespace meridian::rtps
+} // namespace meridian::rtps

@@ -1,7 +1,7 @@
 #pragma once
 
-// The value types that RTPS messages are made of (OMG DDSI-RTPS 2.5, clause 8.2 and 9.3). Plain values: copyable,
-// comparable, without invariants beyond those stated. Nothing here allocates except ByteBuffer.
+// The value types that RTPS messages are made of (OMG DDSI-RTPS 2.5, clause 8.2 and 9.3). Plain values:
+// copyable, comparable, without invariants beyond those stated. Nothing here allocates except ByteBuffer.
 
 #include <array>
 #include <cstddef>
@@ -42,7 +42,9 @@ constexpr Endianness native_endianness() {
 struct ProtocolVersion {
     uint8_t major = 2;
     uint8_t minor = 3;
-    friend bool operator==(ProtocolVersion a, ProtocolVersion b) { return a.major == b.major && a.minor == b.minor; }
+    friend bool operator==(ProtocolVersion a, ProtocolVersion b) {
+        return a.major == b.major && a.minor == b.minor;
+    }
 };
 
 struct VendorId {
@@ -91,7 +93,7 @@ constexpr EntityId type_lookup_request_writer{0x000300c3};
 constexpr EntityId type_lookup_request_reader{0x000300c4};
 constexpr EntityId type_lookup_reply_writer{0x000301c3};
 constexpr EntityId type_lookup_reply_reader{0x000301c4};
-}  // namespace entity
+} // namespace entity
 
 enum EntityKind : uint8_t {
     kUserWriterWithKey = 0x02,
@@ -103,7 +105,9 @@ enum EntityKind : uint8_t {
 struct Guid {
     GuidPrefix prefix;
     EntityId entity;
-    friend bool operator==(const Guid& a, const Guid& b) { return a.entity == b.entity && a.prefix == b.prefix; }
+    friend bool operator==(const Guid& a, const Guid& b) {
+        return a.entity == b.entity && a.prefix == b.prefix;
+    }
     friend bool operator!=(const Guid& a, const Guid& b) { return !(a == b); }
     friend bool operator<(const Guid& a, const Guid& b) {
         return a.prefix != b.prefix ? a.prefix < b.prefix : a.entity < b.entity;
@@ -115,10 +119,10 @@ std::string to_string(const Guid& guid);
 std::string to_string(const GuidPrefix& prefix);
 
 using SequenceNumber = int64_t;
-constexpr SequenceNumber kSequenceNumberUnknown = -(SequenceNumber{1} << 32);  // high word -1, low word 0
+constexpr SequenceNumber kSequenceNumberUnknown = -(SequenceNumber{1} << 32); // high word -1, low word 0
 
-using FragmentNumber = uint32_t;  // counts from 1
-using Count = int32_t;            // of heartbeats and acknowledgements; compared modulo 2^32
+using FragmentNumber = uint32_t; // counts from 1
+using Count = int32_t;           // of heartbeats and acknowledgements; compared modulo 2^32
 
 /// A base and up to 256 bits; bit i stands for base + i (9.4.2.6). num_bits <= 256.
 template <typename Number>
@@ -169,7 +173,7 @@ enum LocatorKind : int32_t {
 struct Locator {
     int32_t kind = kLocatorInvalid;
     uint32_t port = 0;
-    std::array<uint8_t, 16> address{};  // IPv4 in the last four bytes
+    std::array<uint8_t, 16> address{}; // IPv4 in the last four bytes
 
     friend bool operator==(const Locator& a, const Locator& b) {
         return a.kind == b.kind && a.port == b.port && a.address == b.address;
@@ -190,7 +194,9 @@ std::string to_string(const Locator& locator);
 struct WireTime {
     int32_t seconds = 0;
     uint32_t fraction = 0;
-    friend bool operator==(WireTime a, WireTime b) { return a.seconds == b.seconds && a.fraction == b.fraction; }
+    friend bool operator==(WireTime a, WireTime b) {
+        return a.seconds == b.seconds && a.fraction == b.fraction;
+    }
     friend bool operator!=(WireTime a, WireTime b) { return !(a == b); }
     friend bool operator<(WireTime a, WireTime b) {
         return a.seconds != b.seconds ? a.seconds < b.seconds : a.fraction < b.fraction;
@@ -208,7 +214,7 @@ uint32_t nanoseconds_from_fraction(uint32_t fraction);
 /// 16 bytes that identify an instance of a keyed topic.
 using KeyHash = std::array<uint8_t, 16>;
 
-}  // namespace meridian::rtps
+} // namespace meridian::rtps
 
 template <>
 struct std::hash<meridian::rtps::GuidPrefix> {

@@ -1,0 +1,99 @@
+#pragma once
+
+// The builtin topics: what is known of remote participants and endpoints (OMG DDS 1.4, 2.2.5), and the
+// readers of the two endpoint topics.
+//
+// Each change of a remote endpoint is one sample. View state: new for the first sample of an endpoint, not
+// new for later ones. An endpoint that is gone, by its own word or by lost liveliness of its participant, is
+// one sample without valid data (disposed). Endpoints of this process are never reported. Samples carry the
+// source time stamp of the announcement; where the remote did not send one, the time of reception.
+
+#include "meridian/data_reader.h"
+#include "meridian/locator.h"
+#include "meridian/property.h"
+#include "meridian/qos.h"
+#include "meridian/type_code.h"
+
+constexpr const char* DDS_PUBLICATION_TOPIC_NAME = "DCPSPublication";
+constexpr const char* DDS_SUBSCRIPTION_TOPIC_NAME = "DCPSSubscription";
+
+struct DDS_ParticipantBuiltinTopicData {
+    DDS_BuiltinTopicKey_t key{};
+    DDS_UserDataQosPolicy user_data;
+    DDS_PropertyQosPolicy property;
+    DDS_EntityNameQosPolicy participant_name;
+    DDS_PartitionQosPolicy partition; // of the participant, see docs/partitions.md
+    DDS_LocatorSeq default_unicast_locators;
+    DDS_LocatorSeq metatraffic_unicast_locators;
+    DDS_UnsignedLong domain_id = 0;
+    DDS_Octet protocol_version[2] = {0, 0};
+    DDS_Octet vendor_id[2] = {0, 0};
+    DDS_Duration_t lease_duration{100, 0};
+};
+
+/// Members that publications and subscriptions share.
+struct DDS_EndpointBuiltinTopicData {
+    DDS_BuiltinTopicKey_t key{};
+    DDS_BuiltinTopicKey_t participant_key{};
+    char* topic_name = nullptr; // owned, never null in a sample with valid data
+    char* type_name = nullptr;  // owned, likewise
+    DDS_DurabilityQosPolicy durability;
+    DDS_DeadlineQosPolicy deadline;
+    DDS_LatencyBudgetQosPolicy latency_budget;
+    DDS_LivelinessQosPolicy liveliness;
+    DDS_ReliabilityQosPolicy reliability;
+    DDS_OwnershipQosPolicy ownership;
+    DDS_DestinationOrderQosPolicy destination_order;
+    DDS_PresentationQosPolicy presentation;
+    DDS_PartitionQosPolicy partition; // of the publisher or subscriber
+    DDS_UserDataQosPolicy user_data;
+    DDS_TopicDataQosPolicy topic_data;
+    DDS_GroupDataQosPolicy group_data;
+    DDS_DataRepresentationQosPolicy representation;
+    DDS_LocatorSeq unicast_locators;     // of the endpoint; its participant's default ones count when empty
+    DDS_EntityNameQosPolicy entity_name; // publication or subscription name
+    DDS_PropertyQosPolicy property;
+    /// Type announced by the endpoint, or null. Owned by the reader's type table, valid until the participant
+    /// is deleted.
+    const DDS_TypeCode* type_code = nullptr;
+
+    DDS_EndpointBuiltinTopicData() = default;
+    DDS_EndpointBuiltinTopicData(const DDS_EndpointBuiltinTopicData& other);
+    DDS_EndpointBuiltinTopicData& operator=(const DDS_EndpointBuiltinTopicData& other);
+    ~DDS_EndpointBuiltinTopicData();
+};
+struct DDS_PublicationBuiltinTopicData : DDS_EndpointBuiltinTopicData {
+    DDS_LifespanQosPolicy lifespan;
+    DDS_Long ownership_strength = 0;
+};
+struct DDS_SubscriptionBuiltinTopicData : DDS_EndpointBuiltinTopicData {
+    DDS_TimeBasedFilterQosPolicy time_based_filter;
+};
+using DDS_PublicationBuiltinTopicDataSeq = DDS_Sequence<DDS_PublicationBuiltinTopicData>;
+using DDS_SubscriptionBuiltinTopicDataSeq = DDS_Sequence<DDS_SubscriptionBuiltinTopicData>;
+
+/// Reader of one builtin topic.
+template <typename Data>
+class DDSBuiltinTopicDataReader : public DDSDataReader {
+  public:
+    /// The reader as one of this topic, or null when it is not.
+    static DDSBuiltinTopicDataReader* narrow(DDSDataReader* reader) {
+        return dynamic_cast<DDSBuiltinTopicDataReader*>(reader);
+    }
+
+    /// Takes up to max_samples (DDS_LENGTH_UNLIMITED: all) that match the states, on loan when both sequences
+    /// are empty and own nothing: they must then be given back with return_loan. DDS_RETCODE_NO_DATA when
+    /// there is none.
+    virtual DDS_ReturnCode_t take(DDS_Sequence<Data>& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
+                                  DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                                  DDS_InstanceStateMask instance_states) = 0;
+    /// DDS_RETCODE_PRECONDITION_NOT_MET when the sequences are not on loan from this reader.
+    virtual DDS_ReturnCode_t return_loan(DDS_Sequence<Data>& data, DDS_SampleInfoSeq& infos) = 0;
+    /// Fills the key members of `holder`. DDS_RETCODE_BAD_PARAMETER for a handle that is not valid.
+    virtual DDS_ReturnCode_t get_key_value(Data& holder, const DDS_InstanceHandle_t& handle) = 0;
+
+  protected:
+    ~DDSBuiltinTopicDataReader() override = default;
+};
+using DDSPublicationBuiltinTopicDataDataReader = DDSBuiltinTopicDataReader<DDS_PublicationBuiltinTopicData>;
+using DDSSubscriptionBuiltinTopicDataDataReader = DDSBuiltinTopicDataReader<DDS_SubscriptionBuiltinTopicData>;

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "meridian/entity.h"
+#include "meridian/listener.h"
+#include "meridian/qos.h"
+#include "meridian/sample_info.h"
+
+class DDSSubscriber;
+class DDSTopicDescription;
+struct DDS_ParticipantBuiltinTopicData;
+struct DDS_PublicationBuiltinTopicData;
+
+/// What every reader offers; reading itself is typed and stands in the derived classes.
+class DDSDataReader : public DDSEntity {
+  public:
+    virtual DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) = 0;
+    /// Refuses changes of policies that cannot change any more (DDS_RETCODE_IMMUTABLE_POLICY) and values that
+    /// contradict each other (DDS_RETCODE_INCONSISTENT_POLICY).
+    virtual DDS_ReturnCode_t set_qos(const DDS_DataReaderQos& qos) = 0;
+    /// The listener stays the caller's. Returns only when no callback of the former one runs any more.
+    virtual DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) = 0;
+    virtual DDSDataReaderListener* get_listener() = 0;
+    virtual DDSTopicDescription* get_topicdescription() = 0;
+    virtual DDSSubscriber* get_subscriber() = 0;
+    /// Data of the remote participant that owns the remote endpoint `publication_handle`. The out record is
+    /// the caller's. DDS_RETCODE_BAD_PARAMETER for a handle that is not known; a participant that is gone
+    /// stays known until the samples that report its endpoints gone were taken.
+    virtual DDS_ReturnCode_t get_matched_publication_participant_data(
+        DDS_ParticipantBuiltinTopicData& data, const DDS_InstanceHandle_t& publication_handle) = 0;
+
+  protected:
+    ~DDSDataReader() override = default;
+};
