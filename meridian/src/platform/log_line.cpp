@@ -1,0 +1,108 @@
+#include "platform/log_line.h"
+
+#include <cstdio>
+#include <ctime>
+
+namespace meridian::log {
+
+namespace {
+
+const char* name_of(Level level) {
+    switch (level) {
+        case Level::fatal:
+            return "fatal";
+        case Level::error:
+            return "error";
+        case Level::warning:
+            return "warning";
+        case Level::local:
+            return "local";
+        case Level::remote:
+            return "remote";
+        case Level::all:
+            return "all";
+    }
+    return "unknown";
+}
+
+/// Names in messages come from other hosts; nothing of them may end the line or reach the terminal as a
+/// command.
+void append_escaped(std::string& line, const std::string& text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const unsigned char next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        if (byte == '\n') {
+            line += "\\n";
+        } else if (byte == '\t') {
+            line += "\\t";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", byte);
+            line += escape;
+        } else if (byte == 0xc2 && next >= 0x80 && next < 0xa0) { // U+0080 to U+009F in UTF-8
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", next);
+            line += escape;
+            ++i;
+        } else {
+            line += text[i];
+        }
+    }
+}
+
+} // namespace
+
+std::string to_line(const Message& message, DDS_Long format) {
+    std::string line;
+    char field[64];
+    const time_t seconds = static_cast<time_t>(message.wall.count() / 1000000000);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    if ((format & kFormatDate) != 0) {
+        std::strftime(field, sizeof field, "%Y-%m-%d ", &utc);
+        line += field;
+    }
+    if ((format & kFormatTime) != 0) {
+        std::snprintf(field, sizeof field, "%02d:%02d:%02d.%03d ", utc.tm_hour, utc.tm_min, utc.tm_sec,
+                      static_cast<int>(message.wall.count() / 1000000 % 1000));
+        line += field;
+    }
+    if ((format & kFormatMonotonic) != 0) {
+        std::snprintf(field, sizeof field, "%lld.%06lld ",
+                      static_cast<long long>(message.monotonic.count() / 1000000000),
+                      static_cast<long long>(message.monotonic.count() / 1000 % 1000000));
+        line += field;
+    }
+    const bool with_process = (format & kFormatProcess) != 0;
+    const bool with_thread = (format & kFormatThread) != 0;
+    if (with_process || with_thread) {
+        line += '[';
+        if (with_process)
+            line += std::to_string(message.process);
+        if (with_process && with_thread)
+            line += '/';
+        if (with_thread)
+            line += std::to_string(message.thread);
+        line += "] ";
+    }
+    std::string origin;
+    if ((format & kFormatLevel) != 0)
+        origin = name_of(message.level);
+    for (const char* name : {(format & kFormatModule) != 0 ? message.module : nullptr,
+                             (format & kFormatMethod) != 0 ? message.method : nullptr}) {
+        if (name == nullptr)
+            continue;
+        if (!origin.empty())
+            origin += ' ';
+        origin += name;
+    }
+    if (!origin.empty()) {
+        append_escaped(line, origin);
+        line += ": ";
+    }
+    append_escaped(line, message.text);
+    line += '\n';
+    return line;
+}
+
+} // namespace meridian::log

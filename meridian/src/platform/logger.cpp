@@ -1,0 +1,134 @@
+#include "meridian/logger.h"
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/log_line.h"
+#include "platform/mutex.h"
+
+namespace meridian::log {
+
+std::atomic<DDS_Long> verbosity_mask{kInitialVerbosity};
+
+namespace {
+
+std::atomic<DDS_Long> print_format{kInitialFormat};
+
+class Logger final : public QUIXConfigLogger {
+  public:
+    // Verbosity and format are atomics beside the object, so that messages need not ask for the instance.
+    void set_verbosity_by_mask(DDS_Long mask) override { verbosity_mask = mask; }
+    DDS_Long get_verbosity_mask() const override { return verbosity_mask; }
+    void set_print_format(DDS_Long format) override { print_format = format; }
+    DDS_Long get_print_format() const override { return print_format; }
+};
+
+/// All or as much as standard error takes. One that is set not to block and stays full for a while loses the
+/// rest: a message is not worth a thread that hangs.
+void write_all(const std::string& line) {
+    // Never destroyed: other threads may log while the process ends.
+    static Mutex& mutex = *new Mutex();
+    const MutexLock lock(mutex);
+    size_t done = 0;
+    while (done < line.size()) {
+        const ssize_t written = ::write(STDERR_FILENO, line.data() + done, line.size() - done);
+        if (written > 0) {
+            done += static_cast<size_t>(written);
+        } else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            pollfd wait{STDERR_FILENO, POLLOUT, 0};
+            if (poll(&wait, 1, 100) <= 0)
+                return;
+        } else if (written == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+std::string format_text(const char* format, va_list arguments) {
+    char buffer[512];
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
+    std::string text;
+    if (length < 0) {
+        text = format; // better than nothing
+    } else if (static_cast<size_t>(length) < sizeof buffer) {
+        text.assign(buffer, static_cast<size_t>(length));
+    } else {
+        text.resize(static_cast<size_t>(length) + 1);
+        std::vsnprintf(text.data(), text.size(), format, again);
+        text.pop_back();
+    }
+    va_end(again);
+    return text;
+}
+
+} // namespace
+
+void write(Level level, const char* module, const char* method, const char* format, ...) {
+    const int saved_errno = errno; // callers may log before they look at it
+    Message message;
+    message.level = level;
+    message.wall = wall_now();
+    message.monotonic = monotonic_now();
+    message.process = getpid();
+    message.thread = syscall(SYS_gettid);
+    message.module = module;
+    message.method = method;
+    va_list arguments;
+    va_start(arguments, format);
+    message.text = format_text(format, arguments);
+    va_end(arguments);
+    write_all(to_line(message, print_format.load(std::memory_order_relaxed)));
+    errno = saved_errno;
+}
+
+namespace {
+
+void write_api_error(const char* operation, const char* what, const char* problem) {
+    if (is_enabled(Level::error))
+        write(Level::error, "api", operation, "%s: %s", problem, what == nullptr ? "(null)" : what);
+}
+
+} // namespace
+
+} // namespace meridian::log
+
+QUIXConfigLogger* QUIXConfigLogger::get_instance() {
+    static meridian::log::Logger instance;
+    return &instance;
+}
+
+DDS_ReturnCode_t QUIXConfigLogger::finalize_instance() {
+    std::fflush(stderr);
+    meridian::log::verbosity_mask = meridian::log::kInitialVerbosity;
+    meridian::log::print_format = meridian::log::kInitialFormat;
+    return DDS_RETCODE_OK;
+}
+
+void QUIXLog_badParameter(const char* operation, const char* parameter) {
+    meridian::log::write_api_error(operation, parameter, "bad parameter");
+}
+
+void QUIXLog_creationFailure(const char* operation, const char* what) {
+    meridian::log::write_api_error(operation, what, "failed to create");
+}
+
+void QUIXLog_failure(const char* operation, const char* what) {
+    meridian::log::write_api_error(operation, what, "failed");
+}
+
+void QUIXLog_print(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+}
