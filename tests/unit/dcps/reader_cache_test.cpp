@@ -1,0 +1,483 @@
+#include "dcps/reader_cache.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+
+namespace meridian::dcps {
+namespace {
+
+using std::chrono::milliseconds;
+
+rtps::KeyHash key(uint8_t number) {
+    rtps::KeyHash hash{};
+    hash[3] = number;
+    return hash;
+}
+
+rtps::Guid writer(uint8_t number) {
+    rtps::Guid guid;
+    guid.prefix.bytes[0] = number;
+    guid.entity.value = 0x00000102;
+    return guid;
+}
+
+/// Counts samples that came back; every sample is an int of the test.
+class Pool : public SampleOwner {
+  public:
+    void release_sample(void* sample) override { ++released[*static_cast<int*>(sample)]; }
+    int* make(int number) {
+        numbers_.push_back(std::make_unique<int>(number));
+        return numbers_.back().get();
+    }
+    std::map<int, int> released;
+
+  private:
+    std::vector<std::unique_ptr<int>> numbers_;
+};
+
+class ReaderCacheTest : public ::testing::Test {
+  protected:
+    ReaderCache::Settings settings;
+    Pool pool;
+    std::unique_ptr<ReaderCache> cache;
+    rtps::MonotonicTime now{0};
+    int next = 0;
+
+    ReaderCacheTest() { settings.history.depth = 8; }
+
+    void create() { cache = std::make_unique<ReaderCache>(settings, pool); }
+
+    Change change(ChangeKind kind, uint8_t instance, uint8_t from = 1) {
+        Change made;
+        made.kind = kind;
+        made.writer = writer(from);
+        made.key = settings.keyed ? key(instance) : rtps::KeyHash{};
+        made.source_timestamp = DDS_Time_t{next, 0};
+        made.received = now;
+        if (kind == ChangeKind::alive) {
+            made.sample = pool.make(next);
+            made.bytes = 100;
+        }
+        ++next;
+        return made;
+    }
+    ReaderCache::Verdict data(uint8_t instance, uint8_t from = 1) {
+        return cache->add(change(ChangeKind::alive, instance, from));
+    }
+    ReaderCache::Verdict dispose(uint8_t instance, uint8_t from = 1) {
+        return cache->add(change(ChangeKind::disposed, instance, from));
+    }
+    ReaderCache::Verdict unregister(uint8_t instance, uint8_t from = 1) {
+        return cache->add(change(ChangeKind::unregistered, instance, from));
+    }
+
+    /// Takes everything: "N1=0 M1=1 D1 W1" for new, modified, disposed and no-writers samples of instance 1,
+    /// data with the sample's number.
+    std::string take(ReaderCache::Selection selection = {}) {
+        ReaderCache::Batch batch;
+        cache->take(selection, batch);
+        const std::string text = describe(batch);
+        cache->return_batch(batch);
+        return text;
+    }
+    static std::string describe(const ReaderCache::Batch& batch) {
+        std::string text;
+        for (size_t i = 0; i < batch.infos.size(); ++i) {
+            const DDS_SampleInfo& info = *batch.infos[i];
+            if (!text.empty())
+                text += ' ';
+            text += info.instance_state == DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE     ? 'D'
+                    : info.instance_state == DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE ? 'W'
+                    : info.view_state == DDS_NEW_VIEW_STATE                          ? 'N'
+                                                                                     : 'M';
+            text += std::to_string(info.instance_handle.keyHash[3]);
+            EXPECT_EQ(info.valid_data, batch.samples[i] != nullptr);
+            if (batch.samples[i] != nullptr)
+                text += "=" + std::to_string(*static_cast<int*>(batch.samples[i]));
+        }
+        return text;
+    }
+};
+
+TEST_F(ReaderCacheTest, FirstSampleOfAnInstanceIsNewAndLaterOnesAreNot) {
+    create();
+    data(1);
+    data(1);
+    data(2);
+    data(1);
+    EXPECT_EQ(take(), "N1=0 M1=1 N2=2 M1=3");
+    data(1);
+    EXPECT_EQ(take(), "M1=4");
+}
+
+TEST_F(ReaderCacheTest, SampleAfterADisposeIsNewAgain) {
+    create();
+    data(1);
+    dispose(1);
+    data(1);
+    EXPECT_EQ(take(), "N1=0 D1 N1=2");
+}
+
+TEST_F(ReaderCacheTest, EveryDisposeIsReported) {
+    create();
+    dispose(7);
+    dispose(7);
+    EXPECT_EQ(take(), "D7 D7");
+    EXPECT_EQ(cache->instance_count(), 0u);
+}
+
+TEST_F(ReaderCacheTest, InstanceHasNoWritersWhenTheLastOneUnregisters) {
+    create();
+    data(1, 1);
+    data(1, 2);
+    EXPECT_EQ(unregister(1, 1), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(take(), "N1=0 M1=1");
+    EXPECT_EQ(unregister(1, 2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "W1");
+    EXPECT_EQ(unregister(1, 2), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(take(), "");
+}
+
+TEST_F(ReaderCacheTest, WriterThatGoesLeavesItsInstancesWithoutWriters) {
+    create();
+    data(2, 1);
+    data(1, 1);
+    data(3, 1);
+    data(3, 2);
+    dispose(1, 1);
+    take();
+    EXPECT_TRUE(cache->writer_gone(writer(1), DDS_Time_t{9, 0}, now));
+    EXPECT_EQ(take(), "W2");
+    EXPECT_FALSE(cache->writer_gone(writer(1), DDS_Time_t{9, 0}, now));
+    EXPECT_TRUE(cache->writer_gone(writer(2), DDS_Time_t{9, 0}, now));
+    EXPECT_EQ(take(), "W3");
+    EXPECT_EQ(cache->instance_count(), 0u);
+}
+
+TEST_F(ReaderCacheTest, DisposeWithUnregisterIsOneSample) {
+    create();
+    data(1);
+    cache->add(change(ChangeKind::disposed_and_unregistered, 1));
+    EXPECT_EQ(take(), "N1=0 D1");
+    cache->writer_gone(writer(1), DDS_Time_t{9, 0}, now);
+    EXPECT_EQ(take(), "");
+}
+
+TEST_F(ReaderCacheTest, TopicWithoutKeyHasOneInstance) {
+    settings.keyed = false;
+    create();
+    data(0, 1);
+    data(0, 2);
+    cache->writer_gone(writer(1), DDS_Time_t{9, 0}, now);
+    cache->writer_gone(writer(2), DDS_Time_t{9, 0}, now);
+    ReaderCache::Batch batch;
+    ASSERT_TRUE(cache->take({}, batch));
+    EXPECT_EQ(describe(batch), "N0=0 M0=1 W0");
+    EXPECT_FALSE(batch.infos[0]->instance_handle.isValid);
+    cache->return_batch(batch);
+}
+
+TEST_F(ReaderCacheTest, InfoCarriesWhatTheChangeSaid) {
+    create();
+    Change made = change(ChangeKind::alive, 1, 0xab);
+    made.source_timestamp = {12, 34};
+    made.identity.sequence_number = {0, 77};
+    made.related_identity.sequence_number = {1, 2};
+    made.flag = 5;
+    cache->add(made);
+    ReaderCache::Batch batch;
+    ASSERT_TRUE(cache->take({}, batch));
+    const DDS_SampleInfo& info = *batch.infos[0];
+    EXPECT_EQ(info.source_timestamp.sec, 12);
+    EXPECT_EQ(info.source_timestamp.nanosec, 34u);
+    EXPECT_EQ(info.sample_identity.sequence_number.low, 77u);
+    EXPECT_EQ(info.related_sample_identity.sequence_number.high, 1);
+    EXPECT_EQ(info.flag, 5u);
+    EXPECT_TRUE(info.instance_handle.isValid);
+    EXPECT_EQ(info.instance_handle.keyHash[3], 1);
+    EXPECT_EQ(info.publication_handle.keyHash[0], 0xab);
+    EXPECT_EQ(info.publication_handle.keyHash[14], 0x01);
+    EXPECT_EQ(info.publication_handle.keyHash[15], 0x02);
+    cache->return_batch(batch);
+}
+
+TEST_F(ReaderCacheTest, KeepLastReplacesTheOldestOfTheInstanceAndCounts) {
+    settings.history.depth = 2;
+    create();
+    for (int i = 0; i < 4; ++i)
+        data(1);
+    data(2);
+    EXPECT_EQ(cache->overwritten(), 2u);
+    EXPECT_EQ(pool.released.size(), 2u);
+    EXPECT_EQ(take(), "M1=2 M1=3 N2=4");
+    EXPECT_EQ(pool.released.size(), 5u);
+}
+
+TEST_F(ReaderCacheTest, OverwrittenSampleOnLoanStaysUntilItIsReturned) {
+    settings.history.depth = 1;
+    create();
+    data(1);
+    ReaderCache::Batch batch;
+    ASSERT_TRUE(cache->read({}, batch));
+    data(1);
+    EXPECT_EQ(cache->overwritten(), 0u) << "it had been read";
+    EXPECT_TRUE(pool.released.empty());
+    cache->return_batch(batch);
+    EXPECT_EQ(pool.released[0], 1);
+    EXPECT_EQ(take(), "M1=1");
+}
+
+TEST_F(ReaderCacheTest, ReadLeavesSamplesAndMarksThem) {
+    create();
+    data(1);
+    ReaderCache::Batch first;
+    ASSERT_TRUE(cache->read({}, first));
+    EXPECT_EQ(first.infos[0]->sample_state, DDS_NOT_READ_SAMPLE_STATE);
+    cache->return_batch(first);
+    ReaderCache::Selection unread;
+    unread.sample_states = DDS_NOT_READ_SAMPLE_STATE;
+    EXPECT_FALSE(cache->has(unread));
+    ReaderCache::Selection seen;
+    seen.sample_states = DDS_READ_SAMPLE_STATE;
+    EXPECT_EQ(take(seen), "N1=0");
+    EXPECT_EQ(pool.released[0], 1);
+}
+
+TEST_F(ReaderCacheTest, SelectionChoosesByStateInstanceAndNumber) {
+    create();
+    data(1);
+    data(2);
+    dispose(1);
+    data(2);
+    ReaderCache::Selection disposed;
+    disposed.instance_states = DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
+    EXPECT_EQ(take(disposed), "D1");
+    ReaderCache::Selection second;
+    second.instance = key(2);
+    second.max_samples = 1;
+    EXPECT_EQ(take(second), "N2=1");
+    ReaderCache::Selection modified;
+    modified.view_states = DDS_NOT_NEW_VIEW_STATE;
+    EXPECT_EQ(take(modified), "M2=3");
+    EXPECT_EQ(take(), "N1=0");
+}
+
+TEST_F(ReaderCacheTest, InstancesAreWalkedInOrderOfTheirKeys) {
+    create();
+    data(9);
+    data(3);
+    data(5);
+    EXPECT_EQ(cache->next_instance(std::nullopt, {}), key(3));
+    EXPECT_EQ(cache->next_instance(key(3), {}), key(5));
+    EXPECT_EQ(cache->next_instance(key(9), {}), std::nullopt);
+}
+
+TEST_F(ReaderCacheTest, ResourceLimitsRejectAndNameTheLimit) {
+    settings.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    settings.limits = {3, 2, 2};
+    create();
+    EXPECT_EQ(data(1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1), ReaderCache::Verdict::rejected_samples_per_instance);
+    EXPECT_EQ(data(2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(2), ReaderCache::Verdict::rejected_samples);
+    EXPECT_EQ(data(3), ReaderCache::Verdict::rejected_instances);
+    EXPECT_EQ(take(), "N1=0 M1=1 N2=3");
+    EXPECT_TRUE(pool.released.find(2) == pool.released.end()) << "a rejected sample stays the caller's";
+}
+
+TEST_F(ReaderCacheTest, MemoryLimitDropsTheOldestOfAll) {
+    settings.maximum_bytes = 250;
+    create();
+    data(1);
+    data(2);
+    data(3);
+    EXPECT_EQ(cache->overwritten(), 1u);
+    EXPECT_EQ(take(), "N2=1 N3=2");
+}
+
+TEST_F(ReaderCacheTest, OnlyTheStrongestWriterIsHeardUnderExclusiveOwnership) {
+    settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    create();
+    cache->add_writer(writer(1), 5);
+    cache->add_writer(writer(2), 10);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1, 2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(dispose(1, 1), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(take(), "N1=0 M1=1");
+    cache->writer_gone(writer(2), DDS_Time_t{9, 0}, now);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "M1=4");
+}
+
+TEST_F(ReaderCacheTest, OfEquallyStrongWritersTheLowerGuidOwns) {
+    settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    create();
+    EXPECT_EQ(data(1, 2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1, 3), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1, 2), ReaderCache::Verdict::filtered);
+}
+
+TEST_F(ReaderCacheTest, TimeBasedFilterCountsPerInstance) {
+    settings.minimum_separation = milliseconds(100);
+    create();
+    EXPECT_EQ(data(1), ReaderCache::Verdict::stored);
+    now += milliseconds(50);
+    EXPECT_EQ(data(1), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(data(2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(dispose(1), ReaderCache::Verdict::stored) << "the filter is for data";
+    now += milliseconds(50);
+    EXPECT_EQ(data(1), ReaderCache::Verdict::stored);
+}
+
+TEST_F(ReaderCacheTest, DestinationOrderBySourceDropsWhatIsOlder) {
+    settings.destination_order = DDS_BY_SOURCE_TIMESTAMP_DESTINATIONORDER_QOS;
+    create();
+    Change first = change(ChangeKind::alive, 1);
+    Change second = change(ChangeKind::alive, 1);
+    EXPECT_EQ(cache->add(second), ReaderCache::Verdict::stored);
+    EXPECT_EQ(cache->add(first), ReaderCache::Verdict::filtered);
+}
+
+TEST_F(ReaderCacheTest, DeadlineIsMissedOncePerPeriodUntilTheInstanceEnds) {
+    settings.deadline = milliseconds(100);
+    create();
+    EXPECT_EQ(cache->next_deadline(), rtps::kNever);
+    data(1);
+    now = milliseconds(40);
+    data(2);
+    EXPECT_EQ(cache->next_deadline(), milliseconds(100));
+    EXPECT_TRUE(cache->on_timer(milliseconds(99)).empty());
+    ASSERT_EQ(cache->on_timer(milliseconds(100)).size(), 1u);
+    EXPECT_EQ(cache->next_deadline(), milliseconds(140));
+    EXPECT_EQ(cache->on_timer(milliseconds(205)).size(), 2u);
+    dispose(1);
+    EXPECT_EQ(cache->next_deadline(), milliseconds(240));
+    dispose(2);
+    EXPECT_EQ(cache->next_deadline(), rtps::kNever);
+}
+
+TEST_F(ReaderCacheTest, ZeroDeadlineIsMissedWithoutStandingStill) {
+    settings.deadline = rtps::Duration(0);
+    create();
+    data(1);
+    EXPECT_EQ(cache->on_timer(now).size(), 1u);
+    EXPECT_GT(cache->next_deadline(), now);
+}
+
+TEST_F(ReaderCacheTest, OwnerThatMissesItsDeadlineLosesTheInstance) {
+    settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    settings.deadline = milliseconds(10);
+    create();
+    cache->add_writer(writer(2), 9);
+    data(1, 2);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(cache->on_timer(milliseconds(10)).size(), 1u);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::stored);
+}
+
+TEST_F(ReaderCacheTest, InstancesThatEndedAreForgottenOnceTaken) {
+    create();
+    for (int round = 0; round < 100; ++round) {
+        for (uint8_t i = 0; i < 200; ++i) {
+            data(i);
+            dispose(i);
+        }
+        take();
+    }
+    EXPECT_EQ(cache->instance_count(), 0u);
+    EXPECT_EQ(cache->sample_count(), 0u);
+}
+
+TEST_F(ReaderCacheTest, SamplesOutOnLoanAreReleasedWithTheCache) {
+    create();
+    data(1);
+    data(2);
+    ReaderCache::Batch batch;
+    ReaderCache::Selection one;
+    one.max_samples = 1;
+    cache->take(one, batch);
+    cache.reset();
+    EXPECT_EQ(pool.released[0], 1);
+    EXPECT_EQ(pool.released[1], 1);
+}
+
+// Whatever happens, every sample is released exactly once, and what is delivered tells a consistent story of
+// each instance: new first, no data after an end without being new again.
+TEST_F(ReaderCacheTest, RandomHistoriesAreConsistentAndLeakNothing) {
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(seed);
+        pool.released.clear();
+        next = 0;
+        now = milliseconds(0);
+        settings.history.depth = static_cast<DDS_Long>(1 + random() % 4);
+        settings.deadline = random() % 2 == 0 ? rtps::kNever : milliseconds(5);
+        settings.maximum_bytes = random() % 2 == 0 ? 1000 : 100000;
+        create();
+        std::set<int> stored;
+        uint64_t delivered = 0;
+        std::vector<ReaderCache::Batch> loans;
+        for (int operation = 0; operation < 400; ++operation) {
+            now += milliseconds(random() % 3);
+            const auto instance = static_cast<uint8_t>(random() % 5);
+            const auto from = static_cast<uint8_t>(random() % 3);
+            switch (random() % 10) {
+                case 0:
+                    dispose(instance, from);
+                    break;
+                case 1:
+                    unregister(instance, from);
+                    break;
+                case 2:
+                    cache->writer_gone(writer(from), DDS_Time_t{next, 0}, now);
+                    break;
+                case 3: {
+                    loans.emplace_back();
+                    ReaderCache::Selection some;
+                    some.max_samples = static_cast<DDS_Long>(random() % 6);
+                    cache->take(some, loans.back());
+                    for (void* sample : loans.back().samples)
+                        delivered += sample != nullptr ? 1 : 0;
+                    break;
+                }
+                case 4:
+                    if (!loans.empty()) {
+                        cache->return_batch(loans.back());
+                        loans.pop_back();
+                    }
+                    break;
+                case 5:
+                    cache->on_timer(now);
+                    break;
+                default: {
+                    const int number = next;
+                    if (data(instance, from) == ReaderCache::Verdict::stored)
+                        stored.insert(number);
+                }
+            }
+        }
+        ReaderCache::Batch rest;
+        cache->take({}, rest);
+        for (void* sample : rest.samples)
+            delivered += sample != nullptr ? 1 : 0;
+        cache->return_batch(rest);
+        for (ReaderCache::Batch& loan : loans)
+            cache->return_batch(loan);
+        EXPECT_EQ(delivered + cache->overwritten(), stored.size());
+        EXPECT_EQ(cache->sample_count(), 0u);
+        cache.reset();
+        EXPECT_EQ(pool.released.size(), stored.size());
+        for (const auto& [number, times] : pool.released)
+            EXPECT_EQ(times, 1) << number;
+    }
+}
+
+} // namespace
+} // namespace meridian::dcps
