@@ -5,16 +5,15 @@
 // Reading: read_message walks one datagram, keeps the receiver state that INFO submessages change (8.3.4),
 // and calls one operation of the visitor per entity submessage. Every view in a submessage points into the
 // datagram and is valid only during that call. A malformed submessage ends the walk (8.3.4.1); what was
-// visited before stands. Writing: MessageWriter appends submessages in native byte order into a buffer of its
-// own. No state is shared; separate objects may be used on separate threads.
+// visited before stands.
+// Writing: MessageWriter appends submessages in native byte order (DATA and DATA_FRAG: in that of their
+// inline QoS) into a buffer of its own. No state is shared; separate objects may be used on separate threads.
 
 #include <optional>
 
 #include "rtps/wire/types.h"
 
 namespace meridian::rtps {
-
-class ParameterList;
 
 constexpr size_t kHeaderSize = 20;
 
@@ -27,6 +26,7 @@ struct MessageContext {
     std::optional<WireTime> timestamp; // of the INFO_TS in force
     LocatorList unicast_reply;         // of an INFO_REPLY in force, else empty
     LocatorList multicast_reply;
+    std::optional<WireTime> send_timestamp; // of a header extension: when the message was sent
 };
 
 struct Data {
@@ -37,7 +37,9 @@ struct Data {
     ByteView inline_qos;                         // parameter list with its sentinel, empty when there is none
     bool has_payload = false;
     bool payload_is_key = false;
-    ByteView payload; // serialized data with its encapsulation header
+    bool non_standard_payload = false; // serialized as only its writer and reader know: not to be decoded
+    // Serialized data with its encapsulation header; up to three bytes of padding may follow.
+    ByteView payload;
 };
 
 struct DataFrag {
@@ -47,6 +49,7 @@ struct DataFrag {
     Endianness endianness = native_endianness();
     ByteView inline_qos;
     bool payload_is_key = false;
+    bool non_standard_payload = false;
     FragmentNumber first_fragment = 1;
     uint16_t fragment_count = 1;
     uint16_t fragment_size = 0; // not 0
@@ -75,7 +78,7 @@ struct HeartbeatFrag {
 struct AckNack {
     EntityId reader;
     EntityId writer;
-    SequenceNumberSet missing; // everything below the base is acknowledged
+    SequenceNumberSet missing; // everything below the base is acknowledged; a base of 0 is read as such
     Count count = 0;
     bool final = false;
 };
@@ -88,6 +91,7 @@ struct NackFrag {
     Count count = 0;
 };
 
+/// Both numbers come from the peer and may lie any distance apart: never walk the range number by number.
 struct Gap {
     EntityId reader;
     EntityId writer;
@@ -118,8 +122,9 @@ enum class ReadStatus {
 /// Visits the submessages of one datagram in order.
 ReadStatus read_message(ByteView datagram, MessageVisitor& visitor);
 
-/// Builds one message. The header is written by the constructor; each add_* appends a submessage in native
-/// byte order and returns true, or returns false and appends nothing when the message would exceed max_size.
+/// Builds one message. The header is written by the constructor; each add_* appends a submessage, padded
+/// to a multiple of four, and returns true, or returns false and appends nothing when the message would
+/// exceed max_size.
 class MessageWriter {
   public:
     MessageWriter(const GuidPrefix& source, size_t max_size);

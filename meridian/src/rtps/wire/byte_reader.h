@@ -1,0 +1,208 @@
+#pragma once
+
+// The only way to bytes that came from somewhere else: a cursor over a ByteView that checks every access,
+// converts byte order and pads as CDR does (OMG DDS-XTypes 1.3, 7.4.1). No other code dereferences payload
+// pointers.
+//
+// The first access that does not fit makes the reader fail for good: it and all later ones return false,
+// leave their output untouched and do not move the cursor. So a caller may read a group of fields and check
+// ok() once. The reader does not own the bytes. One reader belongs to one thread; copies are independent
+// cursors.
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "rtps/wire/types.h"
+
+namespace meridian::rtps {
+
+/// The most that a primitive is aligned to: 8 in classic CDR (XCDR1), 4 in XCDR2.
+constexpr size_t kXcdr1MaxAlignment = 8;
+constexpr size_t kXcdr2MaxAlignment = 4;
+
+/// Bytes to add to offset so that it becomes a multiple of alignment (a power of two).
+constexpr size_t padding_to(size_t offset, size_t alignment) {
+    return (alignment - (offset & (alignment - 1))) & (alignment - 1);
+}
+
+namespace detail {
+
+template <size_t Size>
+struct UnsignedOfSize;
+template <>
+struct UnsignedOfSize<1> {
+    using type = uint8_t;
+};
+template <>
+struct UnsignedOfSize<2> {
+    using type = uint16_t;
+};
+template <>
+struct UnsignedOfSize<4> {
+    using type = uint32_t;
+};
+template <>
+struct UnsignedOfSize<8> {
+    using type = uint64_t;
+};
+
+inline uint8_t swap_bytes(uint8_t value) {
+    return value;
+}
+inline uint16_t swap_bytes(uint16_t value) {
+    return __builtin_bswap16(value);
+}
+inline uint32_t swap_bytes(uint32_t value) {
+    return __builtin_bswap32(value);
+}
+inline uint64_t swap_bytes(uint64_t value) {
+    return __builtin_bswap64(value);
+}
+
+} // namespace detail
+
+class ByteReader {
+  public:
+    ByteReader() = default;
+    /// Alignment counts from the first byte until set_origin says otherwise.
+    ByteReader(ByteView bytes, Endianness order, size_t max_alignment = kXcdr1MaxAlignment)
+        : data_(bytes.data), end_(bytes.size), max_alignment_(max_alignment), order_(order) {}
+
+    bool ok() const { return !failed_; }
+    /// Makes the reader fail, for a caller that found a value that cannot be.
+    bool fail() {
+        failed_ = true;
+        return false;
+    }
+    /// Bytes read so far, counted from the first byte of the view (not from the origin of alignment).
+    size_t position() const { return position_; }
+    size_t remaining() const { return end_ - position_; }
+    Endianness endianness() const { return order_; }
+    void set_endianness(Endianness order) { order_ = order; }
+    size_t max_alignment() const { return max_alignment_; }
+    void set_max_alignment(size_t alignment) { max_alignment_ = alignment; }
+    /// Alignment counts from the present position from now on.
+    void set_origin() { origin_ = position_; }
+
+    /// Skips the padding before a value of that natural alignment; alignments above max_alignment count as
+    /// that.
+    bool align(size_t alignment) {
+        const size_t wanted = alignment < max_alignment_ ? alignment : max_alignment_;
+        return skip(padding_to(position_ - origin_, wanted));
+    }
+    bool skip(size_t count) {
+        if (failed_ || count > remaining())
+            return fail();
+        position_ += count;
+        return true;
+    }
+
+    /// One integer or floating-point number of 1, 2, 4 or 8 bytes, after its padding.
+    template <typename T>
+    bool read(T& value) {
+        static_assert(std::is_arithmetic_v<T> && !std::is_same_v<T, bool>, "integers and floats only");
+        return read_array(&value, 1);
+    }
+    /// count numbers that stand one after the other, checked as a whole. Nothing is aligned when count is 0.
+    template <typename T>
+    bool read_array(T* values, size_t count) {
+        static_assert(std::is_arithmetic_v<T> && !std::is_same_v<T, bool>, "integers and floats only");
+        if (failed_)
+            return false;
+        if (count == 0)
+            return true;
+        const size_t start = position_;
+        if (!align(sizeof(T)) || count > remaining() / sizeof(T)) {
+            position_ = start;
+            return fail();
+        }
+        std::memcpy(values, data_ + position_, count * sizeof(T));
+        position_ += count * sizeof(T);
+        if (sizeof(T) > 1 && order_ != native_endianness()) {
+            for (size_t i = 0; i < count; ++i)
+                swap(values[i]);
+        }
+        return true;
+    }
+    /// An octet that holds 0 or 1; any other value counts as true, as all known implementations take it.
+    bool read_bool(bool& value) {
+        uint8_t octet = 0;
+        if (!read(octet))
+            return false;
+        value = octet != 0;
+        return true;
+    }
+    template <size_t Size>
+    bool read_bytes(std::array<uint8_t, Size>& bytes) {
+        return read_array(bytes.data(), Size);
+    }
+    /// A view of the next count bytes, which the reader passes.
+    bool read_view(size_t count, ByteView& view) {
+        if (failed_ || count > remaining())
+            return fail();
+        view = ByteView(data_ + position_, count);
+        position_ += count;
+        return true;
+    }
+    /// sequence<octet>: a length and that many bytes.
+    bool read_octets(ByteView& view) {
+        uint32_t length = 0;
+        return read(length) && read_view(length, view);
+    }
+    bool read_octets(ByteBuffer& bytes) {
+        ByteView view;
+        if (!read_octets(view))
+            return false;
+        bytes.assign(view.begin(), view.end());
+        return true;
+    }
+    /// A CDR string; the text points into the bytes. It ends at the first NUL; a missing terminator and a
+    /// length of 0 (an empty string without one) are taken as the peers that send them mean it.
+    bool read_string(std::string_view& text);
+    bool read_string(std::string& text);
+    /// The number of elements of a sequence, refused when so many elements of at least element_size bytes
+    /// cannot follow, so that nobody reserves memory for a length that is a lie. element_size is not 0.
+    bool read_length(uint32_t& length, size_t element_size) {
+        const size_t start = position_;
+        if (!read(length))
+            return false;
+        if (length > remaining() / element_size) {
+            position_ = start;
+            return fail();
+        }
+        return true;
+    }
+
+    /// A reader of the next count bytes only, with the same origin, byte order and position; this reader
+    /// passes them. A failed reader when they are not there.
+    ByteReader take(size_t count) {
+        ByteReader part = *this;
+        if (skip(count))
+            part.end_ = position_;
+        else
+            part.fail();
+        return part;
+    }
+
+  private:
+    template <typename T>
+    static void swap(T& value) {
+        typename detail::UnsignedOfSize<sizeof(T)>::type bits;
+        std::memcpy(&bits, &value, sizeof bits);
+        bits = detail::swap_bytes(bits);
+        std::memcpy(&value, &bits, sizeof bits);
+    }
+
+    const uint8_t* data_ = nullptr;
+    size_t position_ = 0;
+    size_t end_ = 0;
+    size_t origin_ = 0;
+    size_t max_alignment_ = kXcdr1MaxAlignment;
+    Endianness order_ = native_endianness();
+    bool failed_ = false;
+};
+
+} // namespace meridian::rtps

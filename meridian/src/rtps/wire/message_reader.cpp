@@ -1,0 +1,394 @@
+// The receiving half of message.h: one function per submessage, each of which checks what 8.3.8 says of its
+// validity.
+
+#include <algorithm>
+
+#include "rtps/wire/elements.h"
+#include "rtps/wire/message.h"
+#include "rtps/wire/parameter_list.h"
+#include "rtps/wire/submessage.h"
+
+namespace meridian::rtps {
+
+namespace {
+
+constexpr std::array<uint8_t, 4> kProtocol{'R', 'T', 'P', 'S'};
+constexpr uint8_t kMajorVersion = 2;
+
+struct SubmessageHeader {
+    uint8_t kind = 0;
+    uint8_t flags = 0;
+
+    bool has(uint8_t flag) const { return (flags & flag) != 0; }
+    Endianness order() const { return has(kFlagLittleEndian) ? Endianness::little : Endianness::big; }
+};
+
+/// Walks one datagram. Every read_* and visit_* returns false when its submessage is malformed.
+class Receiver {
+  public:
+    Receiver(ByteView datagram, MessageVisitor& visitor)
+        : datagram_(datagram, Endianness::big), visitor_(visitor) {}
+
+    ReadStatus run();
+
+  private:
+    bool read_header();
+    bool next();
+    bool visit(const SubmessageHeader& header, ByteReader body);
+
+    bool read_header_extension(const SubmessageHeader& header, ByteReader& body);
+    bool read_info_timestamp(const SubmessageHeader& header, ByteReader& body);
+    bool read_info_source(ByteReader& body);
+    bool read_info_destination(ByteReader& body);
+    bool read_info_reply(const SubmessageHeader& header, ByteReader& body);
+    bool read_info_reply_ip4(const SubmessageHeader& header, ByteReader& body);
+
+    bool visit_data(const SubmessageHeader& header, ByteReader& body);
+    bool visit_data_frag(const SubmessageHeader& header, ByteReader& body);
+    bool visit_heartbeat(const SubmessageHeader& header, ByteReader& body);
+    bool visit_heartbeat_frag(ByteReader& body);
+    bool visit_acknack(const SubmessageHeader& header, ByteReader& body);
+    bool visit_nack_frag(ByteReader& body);
+    bool visit_gap(ByteReader& body);
+
+    ByteReader datagram_;
+    MessageVisitor& visitor_;
+    MessageContext context_;
+};
+
+bool read_entities(ByteReader& body, EntityId& reader, EntityId& writer) {
+    return read_entity_id(body, reader) && read_entity_id(body, writer);
+}
+
+/// Every submessage that names one sample needs a number from 1 on; SEQUENCENUMBER_UNKNOWN is negative.
+bool read_sample_number(ByteReader& body, SequenceNumber& number) {
+    return read_sequence_number(body, number) && (number > 0 || body.fail());
+}
+
+/// Moves to where octetsToInlineQos points, from behind the fixed fields that this version knows, which it
+/// counts too. A later minor version may have put more there.
+bool skip_to_inline_qos(ByteReader& body, uint16_t octets, uint16_t fixed) {
+    return octets >= fixed ? body.skip(size_t{octets} - fixed) : body.fail();
+}
+
+bool read_inline_qos(ByteReader& body, Endianness order, ByteView& list) {
+    ByteReader ahead = body;
+    ByteView rest;
+    if (!ahead.read_view(ahead.remaining(), rest))
+        return false;
+    ParameterListReader parameters(rest, order);
+    Parameter parameter;
+    while (parameters.next(parameter)) {
+    }
+    return parameters.complete() ? body.read_view(parameters.consumed(), list) : body.fail();
+}
+
+ReadStatus Receiver::run() {
+    if (!read_header())
+        return ReadStatus::not_rtps;
+    while (datagram_.remaining() > 0) {
+        if (!next())
+            return ReadStatus::malformed;
+    }
+    return ReadStatus::ok;
+}
+
+bool Receiver::read_header() {
+    std::array<uint8_t, 4> protocol{};
+    return datagram_.read_bytes(protocol) && protocol == kProtocol &&
+           datagram_.read(context_.version.major) && context_.version.major == kMajorVersion &&
+           datagram_.read(context_.version.minor) && datagram_.read_bytes(context_.vendor.bytes) &&
+           datagram_.read_bytes(context_.source.bytes);
+}
+
+bool Receiver::next() {
+    SubmessageHeader header;
+    if (!datagram_.read(header.kind) || !datagram_.read(header.flags))
+        return false;
+    const Endianness order = header.order();
+    // Alignment counts from the submessage, so that one behind a submessage of odd length is still read as
+    // meant.
+    ByteReader length_reader = datagram_.take(2);
+    length_reader.set_endianness(order);
+    length_reader.set_origin();
+    uint16_t octets_to_next = 0;
+    if (!length_reader.read(octets_to_next))
+        return false;
+    size_t size = octets_to_next;
+    // Zero means "up to the end", except for the two kinds that may be empty (9.4.5.1.3).
+    if (size == 0 && header.kind != kPad && header.kind != kInfoTimestamp)
+        size = datagram_.remaining();
+    ByteReader body = datagram_.take(size);
+    body.set_origin();
+    body.set_endianness(order);
+    return body.ok() && visit(header, body);
+}
+
+bool Receiver::visit(const SubmessageHeader& header, ByteReader body) {
+    switch (header.kind) {
+        case kHeaderExtension:
+            return read_header_extension(header, body);
+        case kAckNack:
+            return visit_acknack(header, body);
+        case kHeartbeat:
+            return visit_heartbeat(header, body);
+        case kGap:
+            return visit_gap(body);
+        case kInfoTimestamp:
+            return read_info_timestamp(header, body);
+        case kInfoSource:
+            return read_info_source(body);
+        case kInfoReplyIp4:
+            return read_info_reply_ip4(header, body);
+        case kInfoDestination:
+            return read_info_destination(body);
+        case kInfoReply:
+            return read_info_reply(header, body);
+        case kNackFrag:
+            return visit_nack_frag(body);
+        case kHeartbeatFrag:
+            return visit_heartbeat_frag(body);
+        case kData:
+            return visit_data(header, body);
+        case kDataFrag:
+            return visit_data_frag(header, body);
+        default:
+            // Padding, kinds of a later version or of one vendor: their length is all that is known.
+            if (header.kind >= kFirstSecured && header.kind <= kLastSecured)
+                visitor_.on_secured(context_, header.kind);
+            return true;
+    }
+}
+
+bool Receiver::read_header_extension(const SubmessageHeader& header, ByteReader& body) {
+    if (header.has(kExtensionFlagLength)) {
+        uint32_t message_length = 0;
+        if (!body.read(message_length))
+            return false;
+        // The datagram may be longer than the message; a message cannot be longer than its datagram, nor
+        // shorter than what was read of it. What stands beyond its end is not part of it.
+        const size_t read_so_far = datagram_.position();
+        if (message_length < read_so_far || message_length - read_so_far > datagram_.remaining())
+            return false;
+        datagram_ = datagram_.take(message_length - read_so_far);
+    }
+    if (header.has(kExtensionFlagTimestamp)) {
+        WireTime sent;
+        if (!read_time(body, sent))
+            return false;
+        context_.send_timestamp = sent == kTimeInvalid ? std::nullopt : std::optional<WireTime>(sent);
+    }
+    // What follows is passed over, the checksum too: UDP has one of its own.
+    size_t skipped =
+        (header.has(kExtensionFlagUExtension) ? 4u : 0u) + (header.has(kExtensionFlagWExtension) ? 8u : 0u);
+    switch (header.flags & kExtensionChecksumMask) {
+        case kExtensionChecksumCrc32:
+            skipped += 4;
+            break;
+        case kExtensionChecksumCrc64:
+            skipped += 8;
+            break;
+        case kExtensionChecksumMd5:
+            skipped += 16;
+            break;
+        default:
+            break;
+    }
+    if (!body.skip(skipped))
+        return false;
+    if (!header.has(kExtensionFlagParameters))
+        return true;
+    // None of its parameters is known here, so one that must be understood makes the rest unreadable.
+    ByteView rest;
+    if (!body.read_view(body.remaining(), rest))
+        return false;
+    ParameterListReader parameters(rest, header.order());
+    Parameter parameter;
+    while (parameters.next(parameter)) {
+        if (parameter.must_understand())
+            return false;
+    }
+    return parameters.complete();
+}
+
+bool Receiver::read_info_timestamp(const SubmessageHeader& header, ByteReader& body) {
+    if (header.has(kInfoTimestampFlagInvalid)) {
+        context_.timestamp.reset();
+        return true;
+    }
+    WireTime time;
+    if (!read_time(body, time))
+        return false;
+    context_.timestamp = time == kTimeInvalid ? std::nullopt : std::optional<WireTime>(time);
+    return true;
+}
+
+bool Receiver::read_info_source(ByteReader& body) {
+    MessageContext source;
+    if (!body.skip(4) || !body.read(source.version.major) || !body.read(source.version.minor) ||
+        !body.read_bytes(source.vendor.bytes) || !body.read_bytes(source.source.bytes))
+        return false;
+    // 8.3.8.9.4: what the previous source said of time and replies does not hold for this one.
+    source.destination = context_.destination;
+    source.send_timestamp = context_.send_timestamp;
+    context_ = source;
+    return true;
+}
+
+bool Receiver::read_info_destination(ByteReader& body) {
+    return body.read_bytes(context_.destination.bytes);
+}
+
+bool Receiver::read_info_reply(const SubmessageHeader& header, ByteReader& body) {
+    LocatorList unicast;
+    LocatorList multicast;
+    if (!read_locator_list(body, unicast))
+        return false;
+    if (header.has(kInfoReplyFlagMulticast) && !read_locator_list(body, multicast))
+        return false;
+    context_.unicast_reply = std::move(unicast);
+    context_.multicast_reply = std::move(multicast);
+    return true;
+}
+
+bool Receiver::read_info_reply_ip4(const SubmessageHeader& header, ByteReader& body) {
+    const auto read_ip4 = [&body](LocatorList& list) {
+        uint32_t address = 0;
+        Locator locator;
+        if (!body.read(address) || !body.read(locator.port))
+            return false;
+        locator.kind = kLocatorUdpV4;
+        for (size_t i = 0; i < 4; ++i)
+            locator.address[12 + i] = static_cast<uint8_t>(address >> (24 - 8 * i) & 0xff);
+        // LOCATORUDPv4_INVALID has address and port 0.
+        if (address != 0 && locator.port != 0)
+            list.push_back(locator);
+        return true;
+    };
+    LocatorList unicast;
+    LocatorList multicast;
+    if (!read_ip4(unicast) || (header.has(kInfoReplyFlagMulticast) && !read_ip4(multicast)))
+        return false;
+    context_.unicast_reply = std::move(unicast);
+    context_.multicast_reply = std::move(multicast);
+    return true;
+}
+
+bool Receiver::visit_data(const SubmessageHeader& header, ByteReader& body) {
+    Data data;
+    uint16_t extra_flags = 0;
+    uint16_t octets_to_inline_qos = 0;
+    if (!body.read(extra_flags) || !body.read(octets_to_inline_qos) ||
+        !read_entities(body, data.reader, data.writer) || !read_sample_number(body, data.sequence_number) ||
+        !skip_to_inline_qos(body, octets_to_inline_qos, kDataOctetsToInlineQos))
+        return false;
+    data.endianness = header.order();
+    if (header.has(kDataFlagInlineQos) && !read_inline_qos(body, data.endianness, data.inline_qos))
+        return false;
+    // Serialized data and serialized key exclude each other (9.4.5.4.1).
+    if (header.has(kDataFlagPayload) && header.has(kDataFlagKey))
+        return false;
+    data.payload_is_key = header.has(kDataFlagKey);
+    data.has_payload = data.payload_is_key || header.has(kDataFlagPayload);
+    data.non_standard_payload = data.has_payload && header.has(kDataFlagNonStandard);
+    if (data.has_payload && !body.read_view(body.remaining(), data.payload))
+        return false;
+    visitor_.on_data(context_, data);
+    return true;
+}
+
+bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body) {
+    DataFrag fragment;
+    uint16_t extra_flags = 0;
+    uint16_t octets_to_inline_qos = 0;
+    if (!body.read(extra_flags) || !body.read(octets_to_inline_qos) ||
+        !read_entities(body, fragment.reader, fragment.writer) ||
+        !read_sample_number(body, fragment.sequence_number) || !body.read(fragment.first_fragment) ||
+        !body.read(fragment.fragment_count) || !body.read(fragment.fragment_size) ||
+        !body.read(fragment.sample_size) ||
+        !skip_to_inline_qos(body, octets_to_inline_qos, kDataFragOctetsToInlineQos))
+        return false;
+    fragment.endianness = header.order();
+    if (header.has(kDataFragFlagInlineQos) &&
+        !read_inline_qos(body, fragment.endianness, fragment.inline_qos))
+        return false;
+    fragment.payload_is_key = header.has(kDataFragFlagKey);
+    fragment.non_standard_payload = header.has(kDataFragFlagNonStandard);
+    if (fragment.fragment_size == 0 || fragment.sample_size == 0 || fragment.first_fragment == 0 ||
+        fragment.fragment_count == 0)
+        return false;
+    // A fragment size above the sample's is no harm: there is one fragment then, and it is the whole sample.
+    const uint64_t begin = uint64_t{fragment.first_fragment - 1} * fragment.fragment_size;
+    const uint64_t end = begin + uint64_t{fragment.fragment_count} * fragment.fragment_size;
+    if (begin >= fragment.sample_size || end - fragment.fragment_size >= fragment.sample_size)
+        return false;
+    // Padding of the submessage may follow the last byte; fewer bytes than announced cannot be put together.
+    const auto expected = static_cast<size_t>(std::min<uint64_t>(end, fragment.sample_size) - begin);
+    if (!body.read_view(expected, fragment.payload))
+        return false;
+    visitor_.on_data_frag(context_, fragment);
+    return true;
+}
+
+bool Receiver::visit_heartbeat(const SubmessageHeader& header, ByteReader& body) {
+    Heartbeat heartbeat;
+    // Group information may follow the count; nothing here needs it.
+    if (!read_entities(body, heartbeat.reader, heartbeat.writer) ||
+        !read_sequence_number(body, heartbeat.first) || !read_sequence_number(body, heartbeat.last) ||
+        !body.read(heartbeat.count))
+        return false;
+    if (heartbeat.first <= 0 || heartbeat.last < heartbeat.first - 1)
+        return false;
+    heartbeat.final = header.has(kHeartbeatFlagFinal);
+    heartbeat.liveliness = header.has(kHeartbeatFlagLiveliness);
+    visitor_.on_heartbeat(context_, heartbeat);
+    return true;
+}
+
+bool Receiver::visit_heartbeat_frag(ByteReader& body) {
+    HeartbeatFrag heartbeat;
+    if (!read_entities(body, heartbeat.reader, heartbeat.writer) ||
+        !read_sample_number(body, heartbeat.sequence_number) || !body.read(heartbeat.last_fragment) ||
+        !body.read(heartbeat.count) || heartbeat.last_fragment == 0)
+        return false;
+    visitor_.on_heartbeat_frag(context_, heartbeat);
+    return true;
+}
+
+bool Receiver::visit_acknack(const SubmessageHeader& header, ByteReader& body) {
+    AckNack acknack;
+    // The standard wants a base from 1 on; a reader that has seen nothing sends 0 in practice (Fast DDS).
+    if (!read_entities(body, acknack.reader, acknack.writer) ||
+        !read_sequence_number_set(body, acknack.missing, 0) || !body.read(acknack.count))
+        return false;
+    acknack.final = header.has(kAckNackFlagFinal);
+    visitor_.on_acknack(context_, acknack);
+    return true;
+}
+
+bool Receiver::visit_nack_frag(ByteReader& body) {
+    NackFrag nack;
+    if (!read_entities(body, nack.reader, nack.writer) || !read_sample_number(body, nack.sequence_number) ||
+        !read_fragment_number_set(body, nack.missing) || !body.read(nack.count))
+        return false;
+    visitor_.on_nack_frag(context_, nack);
+    return true;
+}
+
+bool Receiver::visit_gap(ByteReader& body) {
+    Gap gap;
+    // Group sequence numbers may follow the list; nothing here needs them.
+    if (!read_entities(body, gap.reader, gap.writer) || !read_sample_number(body, gap.start) ||
+        !read_sequence_number_set(body, gap.list, 1))
+        return false;
+    visitor_.on_gap(context_, gap);
+    return true;
+}
+
+} // namespace
+
+ReadStatus read_message(ByteView datagram, MessageVisitor& visitor) {
+    return Receiver(datagram, visitor).run();
+}
+
+} // namespace meridian::rtps
