@@ -1,0 +1,336 @@
+// A test peer on Cyclone DDS. Domain-wide settings (lease, tag, peers, address family) come from
+// CYCLONEDDS_URI.
+
+#include <dds/dds.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "command_loop.h"
+#include "peer_types.h"
+
+namespace {
+
+using peers::Command;
+using peers::EndpointOptions;
+using peers::GuidBytes;
+using peers::Sample;
+
+// The C strings and buffers that a sample points into while it is written.
+struct Buffers {
+    std::string text;
+    std::vector<uint8_t> payload;
+};
+
+template <typename T>
+void fill_counted(T& data, const Sample& sample, Buffers& buffers) {
+    data.id = sample.id;
+    data.value = sample.value;
+    buffers.payload.resize(sample.size);
+    for (size_t i = 0; i < buffers.payload.size(); ++i) {
+        buffers.payload[i] = static_cast<uint8_t>(i);
+    }
+    data.payload._buffer = buffers.payload.data();
+    data.payload._length = sample.size;
+    data.payload._maximum = sample.size;
+    data.payload._release = false;
+}
+
+using Action = dds_return_t (*)(dds_entity_t, const void*);
+
+// Builds a sample of one type and hands it to write, dispose or unregister.
+using Builder = dds_return_t (*)(dds_entity_t, const Sample&, Action);
+
+template <typename T>
+dds_return_t build_counted(dds_entity_t writer, const Sample& sample, Action action) {
+    Buffers buffers;
+    T data{};
+    fill_counted(data, sample, buffers);
+    return action(writer, &data);
+}
+
+dds_return_t build_shape(dds_entity_t writer, const Sample& sample, Action action) {
+    Buffers buffers;
+    buffers.text = "COLOR" + std::to_string(sample.id);
+    peers_Shape data{};
+    data.color = buffers.text.data();
+    data.x = static_cast<int32_t>(sample.value);
+    data.y = -static_cast<int32_t>(sample.value);
+    data.shapesize = 30;
+    return action(writer, &data);
+}
+
+dds_return_t build_everything(dds_entity_t writer, const Sample& sample, Action action) {
+    Buffers buffers;
+    peers_Everything data{};
+    fill_counted(data, sample, buffers);
+    buffers.text = "text " + std::to_string(sample.value);
+    data.flag = sample.value % 2 == 0;
+    data.byte = 0xAB;
+    data.letter = 'x';
+    data.medium_signed = -16000;
+    data.medium_unsigned = 65000;
+    data.large_unsigned = 4000000000U;
+    data.huge_signed = -9000000000000000000LL;
+    data.huge_unsigned = 18000000000000000000ULL;
+    data.real32 = 1.5F;
+    data.real64 = -2.25;
+    data.text = buffers.text.data();
+    std::strncpy(data.bounded, "bounded", sizeof data.bounded - 1);
+    data.mood = peers_BUSY;
+    data.point = {0.5, 1.5};
+    data.corners[0] = {1.0, 2.0};
+    data.corners[1] = {3.0, 4.0};
+    peers_Point track[3] = {{0.0, 0.0}, {1.0, 1.0}, {2.0, 4.0}};
+    data.track._buffer = track;
+    data.track._length = data.track._maximum = 3;
+    char first[] = "first";
+    char second[] = "second";
+    char* words[2] = {first, second};
+    data.words._buffer = words;
+    data.words._length = data.words._maximum = 2;
+    for (int i = 0; i < 6; ++i) {
+        data.grid[i / 3][i % 3] = i;
+    }
+    data.reading._d = 2;
+    data.reading._u.real = 3.75;
+    return action(writer, &data);
+}
+
+struct Type {
+    const char* name;
+    const dds_topic_descriptor_t* descriptor;
+    Builder build;
+};
+
+const Type kTypes[] = {
+    {"keyed", &peers_Keyed_desc, build_counted<peers_Keyed>},
+    {"unkeyed", &peers_Unkeyed_desc, build_counted<peers_Unkeyed>},
+    {"appendable", &peers_Appendable_desc, build_counted<peers_Appendable>},
+    {"mutable", &peers_Mutable_desc, build_counted<peers_Mutable>},
+    {"shape", &peers_Shape_desc, build_shape},
+    {"everything", &peers_Everything_desc, build_everything},
+};
+
+struct Endpoint {
+    dds_entity_t group = 0; // its own publisher or subscriber, since partitions belong to those
+    dds_entity_t entity = 0;
+    bool writer = false;
+    const Type* type = nullptr;
+};
+
+class CyclonePeer final : public peers::Peer {
+  public:
+    std::string create_participant(const Command& command, GuidBytes& guid) override {
+        if (participant_ > 0) {
+            return "there is a participant already";
+        }
+        dds_qos_t* qos = dds_create_qos();
+        if (command.has("name")) {
+            dds_qset_entity_name(qos, command.text("name").c_str());
+        }
+        if (command.has("user_data")) {
+            const std::string data = command.text("user_data");
+            dds_qset_userdata(qos, data.data(), data.size());
+        }
+        participant_ =
+            dds_create_participant(static_cast<dds_domainid_t>(command.number("domain", 0)), qos, nullptr);
+        dds_delete_qos(qos);
+        if (participant_ < 0) {
+            return dds_strretcode(participant_);
+        }
+        return guid_of(participant_, guid);
+    }
+
+    std::string create_endpoint(const std::string& name, bool writer, const EndpointOptions& options,
+                                GuidBytes& guid) override {
+        const auto* type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const Type& candidate) {
+            return options.type == candidate.name;
+        });
+        if (type == std::end(kTypes)) {
+            return "no type called " + options.type;
+        }
+        if (participant_ <= 0) {
+            return "no participant yet";
+        }
+        if (endpoints_.count(name) != 0) {
+            return name + " exists already";
+        }
+        const dds_entity_t topic =
+            dds_create_topic(participant_, type->descriptor, options.topic.c_str(), nullptr, nullptr);
+        if (topic < 0) {
+            return dds_strretcode(topic);
+        }
+        Endpoint endpoint;
+        endpoint.writer = writer;
+        endpoint.type = type;
+
+        dds_qos_t* group_qos = dds_create_qos();
+        if (options.partitions) {
+            fill_partitions(group_qos, *options.partitions);
+        }
+        endpoint.group = writer ? dds_create_publisher(participant_, group_qos, nullptr)
+                                : dds_create_subscriber(participant_, group_qos, nullptr);
+        dds_delete_qos(group_qos);
+        if (endpoint.group < 0) {
+            return dds_strretcode(endpoint.group);
+        }
+
+        dds_qos_t* qos = endpoint_qos(writer, options);
+        endpoint.entity = writer ? dds_create_writer(endpoint.group, topic, qos, nullptr)
+                                 : dds_create_reader(endpoint.group, topic, qos, nullptr);
+        dds_delete_qos(qos);
+        // The endpoint keeps the topic alive; without this reference the topic goes when the endpoint does.
+        dds_delete(topic);
+        if (endpoint.entity < 0) {
+            dds_delete(endpoint.group);
+            return dds_strretcode(endpoint.entity);
+        }
+        endpoints_[name] = endpoint;
+        return guid_of(endpoint.entity, guid);
+    }
+
+    std::string write(const std::string& name, const Sample& sample) override {
+        return act(name, sample, dds_write);
+    }
+
+    std::string dispose(const std::string& name, int32_t id) override {
+        return act(name, Sample{id, 0, 0}, dds_dispose);
+    }
+
+    std::string unregister(const std::string& name, int32_t id) override {
+        return act(name, Sample{id, 0, 0}, dds_unregister_instance);
+    }
+
+    std::string set_partitions(const std::string& name, const std::vector<std::string>& partitions) override {
+        return set_qos(name, true, [&](dds_qos_t* qos) { fill_partitions(qos, partitions); });
+    }
+
+    std::string set_user_data(const std::string& name, const std::vector<uint8_t>& data) override {
+        return set_qos(name, false,
+                       [&](dds_qos_t* qos) { dds_qset_userdata(qos, data.data(), data.size()); });
+    }
+
+    std::string remove(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end()) {
+            return "no endpoint called " + name;
+        }
+        const dds_return_t result = dds_delete(found->second.group);
+        endpoints_.erase(found);
+        return result < 0 ? dds_strretcode(result) : "";
+    }
+
+    int matches(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end()) {
+            return -1;
+        }
+        return found->second.writer ? dds_get_matched_subscriptions(found->second.entity, nullptr, 0)
+                                    : dds_get_matched_publications(found->second.entity, nullptr, 0);
+    }
+
+    int take(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end() || found->second.writer) {
+            return -1;
+        }
+        constexpr int kMost = 64;
+        void* samples[kMost] = {};
+        dds_sample_info_t infos[kMost];
+        const dds_return_t taken = dds_take(found->second.entity, samples, infos, kMost, kMost);
+        if (taken <= 0) {
+            return 0;
+        }
+        const auto valid = std::count_if(infos, infos + taken,
+                                         [](const dds_sample_info_t& info) { return info.valid_data; });
+        dds_return_loan(found->second.entity, samples, taken);
+        return static_cast<int>(valid);
+    }
+
+    void close() override {
+        if (participant_ > 0) {
+            dds_delete(participant_);
+        }
+    }
+
+  private:
+    static std::string guid_of(dds_entity_t entity, GuidBytes& guid) {
+        dds_guid_t value;
+        const dds_return_t result = dds_get_guid(entity, &value);
+        if (result < 0) {
+            return dds_strretcode(result);
+        }
+        std::copy(std::begin(value.v), std::end(value.v), guid.begin());
+        return "";
+    }
+
+    static void fill_partitions(dds_qos_t* qos, const std::vector<std::string>& partitions) {
+        std::vector<const char*> names;
+        for (const std::string& name : partitions) {
+            names.push_back(name.c_str());
+        }
+        dds_qset_partition(qos, static_cast<uint32_t>(names.size()), names.data());
+    }
+
+    static dds_qos_t* endpoint_qos(bool writer, const EndpointOptions& options) {
+        dds_qos_t* qos = dds_create_qos();
+        dds_qset_reliability(qos, options.reliable ? DDS_RELIABILITY_RELIABLE : DDS_RELIABILITY_BEST_EFFORT,
+                             DDS_SECS(10));
+        dds_qset_durability(
+            qos, options.transient_local ? DDS_DURABILITY_TRANSIENT_LOCAL : DDS_DURABILITY_VOLATILE);
+        dds_qset_history(qos, options.depth > 0 ? DDS_HISTORY_KEEP_LAST : DDS_HISTORY_KEEP_ALL,
+                         options.depth);
+        dds_qset_ownership(qos, options.exclusive ? DDS_OWNERSHIP_EXCLUSIVE : DDS_OWNERSHIP_SHARED);
+        if (writer) {
+            dds_qset_ownership_strength(qos, options.strength);
+            // A late joiner gets what the history holds, so the durable copy follows it.
+            dds_qset_durability_service(qos, 0,
+                                        options.depth > 0 ? DDS_HISTORY_KEEP_LAST : DDS_HISTORY_KEEP_ALL,
+                                        options.depth > 0 ? options.depth : 1, -1, -1, -1);
+            dds_qset_writer_data_lifecycle(qos, false);
+        }
+        if (options.deadline > 0) {
+            dds_qset_deadline(qos, static_cast<dds_duration_t>(options.deadline * 1e9));
+        }
+        if (!options.entity_name.empty()) {
+            dds_qset_entity_name(qos, options.entity_name.c_str());
+        }
+        if (!options.user_data.empty()) {
+            dds_qset_userdata(qos, options.user_data.data(), options.user_data.size());
+        }
+        return qos;
+    }
+
+    std::string act(const std::string& name, const Sample& sample, Action action) {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end() || !found->second.writer) {
+            return "no writer called " + name;
+        }
+        const dds_return_t result = found->second.type->build(found->second.entity, sample, action);
+        return result < 0 ? dds_strretcode(result) : "";
+    }
+
+    template <typename Change>
+    std::string set_qos(const std::string& name, bool of_group, Change change) {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end()) {
+            return "no endpoint called " + name;
+        }
+        dds_qos_t* qos = dds_create_qos();
+        change(qos);
+        const dds_return_t result = dds_set_qos(of_group ? found->second.group : found->second.entity, qos);
+        dds_delete_qos(qos);
+        return result < 0 ? dds_strretcode(result) : "";
+    }
+
+    dds_entity_t participant_ = 0;
+    std::map<std::string, Endpoint> endpoints_;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CyclonePeer peer;
+    return peers::run_commands(peer, argc, argv);
+}

@@ -1,0 +1,398 @@
+// A test peer on Fast DDS 2.x. Its types are written by hand and carry no type information, which is a case
+// of its own.
+
+#include <fastdds/rtps/transport/UDPv4TransportDescriptor.h>
+#include <fastdds/rtps/transport/UDPv6TransportDescriptor.h>
+#include <fastrtps/utils/IPLocator.h>
+#include <fastdds/dds/domain/DomainParticipant.hpp>
+#include <fastdds/dds/domain/DomainParticipantFactory.hpp>
+#include <fastdds/dds/log/Log.hpp>
+#include <fastdds/dds/publisher/DataWriter.hpp>
+#include <fastdds/dds/publisher/Publisher.hpp>
+#include <fastdds/dds/subscriber/DataReader.hpp>
+#include <fastdds/dds/subscriber/SampleInfo.hpp>
+#include <fastdds/dds/subscriber/Subscriber.hpp>
+#include <fastdds/dds/topic/TopicDataType.hpp>
+
+#include <cstring>
+
+#include "command_loop.h"
+
+namespace {
+
+namespace dds = eprosima::fastdds::dds;
+namespace rtps = eprosima::fastrtps::rtps;
+using eprosima::fastrtps::Duration_t;
+using peers::Command;
+using peers::EndpointOptions;
+using peers::GuidBytes;
+using peers::Sample;
+
+// { @key long id; unsigned long value; sequence<octet> payload; }, plain CDR in this machine's byte order,
+// key or not.
+class SampleType final : public dds::TopicDataType {
+  public:
+    SampleType(const char* name, bool keyed) {
+        setName(name);
+        m_isGetKeyDefined = keyed;
+        m_typeSize = kFixedPart;
+        auto_fill_type_object(false);
+        auto_fill_type_information(false);
+    }
+
+    bool serialize(void* data, rtps::SerializedPayload_t* payload) override {
+        const Sample& sample = *static_cast<Sample*>(data);
+        if (payload->max_size < kFixedPart + sample.size) {
+            return false;
+        }
+        const uint8_t encapsulation[4] = {0, 1, 0, 0};
+        payload->encapsulation = CDR_LE;
+        payload->length = kFixedPart + sample.size;
+        std::memcpy(payload->data, encapsulation, 4);
+        std::memcpy(payload->data + 4, &sample.id, 4);
+        std::memcpy(payload->data + 8, &sample.value, 4);
+        std::memcpy(payload->data + 12, &sample.size, 4);
+        for (uint32_t i = 0; i < sample.size; ++i) {
+            payload->data[kFixedPart + i] = static_cast<uint8_t>(i);
+        }
+        return true;
+    }
+
+    bool deserialize(rtps::SerializedPayload_t* payload, void* data) override {
+        if (payload->length < kFixedPart) {
+            return false;
+        }
+        Sample& sample = *static_cast<Sample*>(data);
+        std::memcpy(&sample.id, payload->data + 4, 4);
+        std::memcpy(&sample.value, payload->data + 8, 4);
+        std::memcpy(&sample.size, payload->data + 12, 4);
+        return true;
+    }
+
+    std::function<uint32_t()> getSerializedSizeProvider(void* data) override {
+        return [data] { return kFixedPart + static_cast<Sample*>(data)->size; };
+    }
+
+    void* createData() override { return new Sample; }
+    void deleteData(void* data) override { delete static_cast<Sample*>(data); }
+
+    // A key of at most 16 bytes is its own hash: big endian, filled up with zeros.
+    bool getKey(void* data, rtps::InstanceHandle_t* handle, bool) override {
+        if (!m_isGetKeyDefined) {
+            return false;
+        }
+        const auto id = static_cast<uint32_t>(static_cast<Sample*>(data)->id);
+        for (unsigned i = 0; i < 16; ++i) {
+            handle->value[i] = i < 4 ? static_cast<uint8_t>(id >> (24 - 8 * i)) : 0;
+        }
+        return true;
+    }
+
+  private:
+    static constexpr uint32_t kFixedPart = 16;
+};
+
+struct Endpoint {
+    dds::Publisher* publisher = nullptr;
+    dds::DataWriter* writer = nullptr;
+    dds::Subscriber* subscriber = nullptr;
+    dds::DataReader* reader = nullptr;
+};
+
+class FastPeer final : public peers::Peer {
+  public:
+    std::string create_participant(const Command& command, GuidBytes& guid) override {
+        if (participant_ != nullptr) {
+            return "there is a participant already";
+        }
+        dds::DomainParticipantQos qos;
+        qos.name(command.text("name", ""));
+        fill_discovery(qos, command);
+        qos.transport().use_builtin_transports = false;
+        const std::string transport = command.text("transport", "udpv4");
+        if (transport == "udpv4" || transport == "both") {
+            qos.transport().user_transports.push_back(
+                std::make_shared<eprosima::fastdds::rtps::UDPv4TransportDescriptor>());
+        }
+        if (transport == "udpv6" || transport == "both") {
+            qos.transport().user_transports.push_back(
+                std::make_shared<eprosima::fastdds::rtps::UDPv6TransportDescriptor>());
+        }
+        if (qos.transport().user_transports.empty()) {
+            return "no transport called " + transport;
+        }
+        const std::string data = command.text("user_data");
+        qos.user_data().setValue({data.begin(), data.end()});
+        for (const auto& [key, value] : command.values) {
+            if (key.rfind("property:", 0) == 0) {
+                qos.properties().properties().emplace_back(key.substr(9), value, true);
+            }
+        }
+        participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(
+            static_cast<uint32_t>(command.number("domain", 0)), qos);
+        if (participant_ == nullptr) {
+            return "create_participant failed";
+        }
+        dds::TypeSupport(new SampleType("peers::Keyed", true)).register_type(participant_);
+        dds::TypeSupport(new SampleType("peers::Unkeyed", false)).register_type(participant_);
+        guid = bytes_of(participant_->guid());
+        return "";
+    }
+
+    std::string create_endpoint(const std::string& name, bool writer, const EndpointOptions& options,
+                                GuidBytes& guid) override {
+        if (participant_ == nullptr) {
+            return "no participant yet";
+        }
+        if (endpoints_.count(name) != 0) {
+            return name + " exists already";
+        }
+        if (options.type != "keyed" && options.type != "unkeyed") {
+            return "no type called " + options.type;
+        }
+        if (!options.entity_name.empty()) {
+            return "Fast DDS 2.x announces no endpoint names";
+        }
+        dds::Topic* topic = topic_of(options);
+        if (topic == nullptr) {
+            return "create_topic failed";
+        }
+        return writer ? create_writer(name, topic, options, guid) : create_reader(name, topic, options, guid);
+    }
+
+    std::string write(const std::string& name, const Sample& sample) override {
+        return with_writer(name, [&](dds::DataWriter& writer) {
+            Sample copy = sample;
+            return writer.write(&copy) ? "" : "write failed";
+        });
+    }
+
+    std::string dispose(const std::string& name, int32_t id) override {
+        return with_writer(name, [&](dds::DataWriter& writer) {
+            Sample sample{id, 0, 0};
+            return writer.dispose(&sample, rtps::InstanceHandle_t()) == ReturnCode_t::RETCODE_OK
+                       ? ""
+                       : "dispose failed";
+        });
+    }
+
+    std::string unregister(const std::string& name, int32_t id) override {
+        return with_writer(name, [&](dds::DataWriter& writer) {
+            Sample sample{id, 0, 0};
+            return writer.unregister_instance(&sample, rtps::InstanceHandle_t()) == ReturnCode_t::RETCODE_OK
+                       ? ""
+                       : "unregister_instance failed";
+        });
+    }
+
+    std::string set_partitions(const std::string& name, const std::vector<std::string>& partitions) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end()) {
+            return "no endpoint called " + name;
+        }
+        ReturnCode_t result;
+        if (found->second.publisher != nullptr) {
+            dds::PublisherQos qos = found->second.publisher->get_qos();
+            fill_partitions(qos, partitions);
+            result = found->second.publisher->set_qos(qos);
+        } else {
+            dds::SubscriberQos qos = found->second.subscriber->get_qos();
+            fill_partitions(qos, partitions);
+            result = found->second.subscriber->set_qos(qos);
+        }
+        return result == ReturnCode_t::RETCODE_OK ? "" : "set_qos failed";
+    }
+
+    std::string set_user_data(const std::string& name, const std::vector<uint8_t>& data) override {
+        return with_writer(name, [&](dds::DataWriter& writer) {
+            dds::DataWriterQos qos = writer.get_qos();
+            qos.user_data().setValue(data);
+            return writer.set_qos(qos) == ReturnCode_t::RETCODE_OK ? "" : "set_qos failed";
+        });
+    }
+
+    std::string remove(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end()) {
+            return "no endpoint called " + name;
+        }
+        const Endpoint& endpoint = found->second;
+        if (endpoint.publisher != nullptr) {
+            endpoint.publisher->delete_datawriter(endpoint.writer);
+            participant_->delete_publisher(endpoint.publisher);
+        } else {
+            endpoint.subscriber->delete_datareader(endpoint.reader);
+            participant_->delete_subscriber(endpoint.subscriber);
+        }
+        endpoints_.erase(found);
+        return "";
+    }
+
+    int matches(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end()) {
+            return -1;
+        }
+        if (found->second.writer != nullptr) {
+            dds::PublicationMatchedStatus status;
+            found->second.writer->get_publication_matched_status(status);
+            return status.current_count;
+        }
+        dds::SubscriptionMatchedStatus status;
+        found->second.reader->get_subscription_matched_status(status);
+        return status.current_count;
+    }
+
+    int take(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end() || found->second.reader == nullptr) {
+            return -1;
+        }
+        int valid = 0;
+        Sample sample;
+        dds::SampleInfo info;
+        while (found->second.reader->take_next_sample(&sample, &info) == ReturnCode_t::RETCODE_OK) {
+            valid += info.valid_data ? 1 : 0;
+        }
+        return valid;
+    }
+
+    void close() override {
+        if (participant_ == nullptr) {
+            return;
+        }
+        participant_->delete_contained_entities();
+        dds::DomainParticipantFactory::get_instance()->delete_participant(participant_);
+        participant_ = nullptr;
+    }
+
+  private:
+    template <typename Qos>
+    static void fill_partitions(Qos& qos, std::vector<std::string> partitions) {
+        qos.partition().setNames(partitions); // takes no constant list
+    }
+
+    static GuidBytes bytes_of(const rtps::GUID_t& guid) {
+        GuidBytes bytes{};
+        std::memcpy(bytes.data(), guid.guidPrefix.value, 12);
+        std::memcpy(bytes.data() + 12, guid.entityId.value, 4);
+        return bytes;
+    }
+
+    static void fill_discovery(dds::DomainParticipantQos& qos, const Command& command) {
+        auto& discovery = qos.wire_protocol().builtin.discovery_config;
+        if (command.has("lease")) {
+            const double lease = command.seconds("lease", 20);
+            discovery.leaseDuration = Duration_t(static_cast<long double>(lease));
+            discovery.leaseDuration_announcementperiod = Duration_t(static_cast<long double>(lease / 3));
+        }
+        // Addresses to announce this participant to, beside the multicast group.
+        if (command.has("peers")) {
+            for (const std::string& address : command.list("peers")) {
+                rtps::Locator_t locator;
+                if (address.find(':') != std::string::npos) {
+                    locator.kind = LOCATOR_KIND_UDPv6;
+                    rtps::IPLocator::setIPv6(locator, address);
+                } else {
+                    rtps::IPLocator::setIPv4(locator, address);
+                }
+                qos.wire_protocol().builtin.initialPeersList.push_back(locator);
+            }
+        }
+    }
+
+    dds::Topic* topic_of(const EndpointOptions& options) {
+        dds::Topic*& topic = topics_[options.topic];
+        if (topic == nullptr) {
+            topic = participant_->create_topic(options.topic,
+                                               options.type == "keyed" ? "peers::Keyed" : "peers::Unkeyed",
+                                               dds::TOPIC_QOS_DEFAULT);
+        }
+        return topic;
+    }
+
+    // The policies that writer and reader have in common.
+    template <typename Qos>
+    static void fill_qos(Qos& qos, const EndpointOptions& options) {
+        qos.reliability().kind =
+            options.reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+        qos.durability().kind =
+            options.transient_local ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+        qos.history().kind = options.depth > 0 ? dds::KEEP_LAST_HISTORY_QOS : dds::KEEP_ALL_HISTORY_QOS;
+        qos.history().depth = options.depth > 0 ? options.depth : 1;
+        qos.resource_limits().max_samples = 0;
+        qos.resource_limits().max_instances = 0;
+        qos.resource_limits().max_samples_per_instance = 0;
+        qos.ownership().kind = options.exclusive ? dds::EXCLUSIVE_OWNERSHIP_QOS : dds::SHARED_OWNERSHIP_QOS;
+        if (options.deadline > 0) {
+            qos.deadline().period = Duration_t(static_cast<long double>(options.deadline));
+        }
+        qos.user_data().setValue(options.user_data);
+        qos.endpoint().history_memory_policy = rtps::DYNAMIC_RESERVE_MEMORY_MODE;
+        qos.data_sharing().off();
+    }
+
+    std::string create_writer(const std::string& name, dds::Topic* topic, const EndpointOptions& options,
+                              GuidBytes& guid) {
+        dds::PublisherQos group_qos;
+        if (options.partitions) {
+            fill_partitions(group_qos, *options.partitions);
+        }
+        Endpoint endpoint;
+        endpoint.publisher = participant_->create_publisher(group_qos);
+        dds::DataWriterQos qos;
+        fill_qos(qos, options);
+        qos.ownership_strength().value = static_cast<uint32_t>(options.strength);
+        qos.writer_data_lifecycle().autodispose_unregistered_instances = false;
+        // What does not fit one datagram can only be sent in fragments by the sending thread.
+        qos.publish_mode().kind = dds::ASYNCHRONOUS_PUBLISH_MODE;
+        endpoint.writer =
+            endpoint.publisher == nullptr ? nullptr : endpoint.publisher->create_datawriter(topic, qos);
+        if (endpoint.writer == nullptr) {
+            return "create_datawriter failed";
+        }
+        endpoints_[name] = endpoint;
+        guid = bytes_of(endpoint.writer->guid());
+        return "";
+    }
+
+    std::string create_reader(const std::string& name, dds::Topic* topic, const EndpointOptions& options,
+                              GuidBytes& guid) {
+        dds::SubscriberQos group_qos;
+        if (options.partitions) {
+            fill_partitions(group_qos, *options.partitions);
+        }
+        Endpoint endpoint;
+        endpoint.subscriber = participant_->create_subscriber(group_qos);
+        dds::DataReaderQos qos;
+        fill_qos(qos, options);
+        endpoint.reader =
+            endpoint.subscriber == nullptr ? nullptr : endpoint.subscriber->create_datareader(topic, qos);
+        if (endpoint.reader == nullptr) {
+            return "create_datareader failed";
+        }
+        endpoints_[name] = endpoint;
+        guid = bytes_of(endpoint.reader->guid());
+        return "";
+    }
+
+    template <typename Action>
+    std::string with_writer(const std::string& name, Action action) {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end() || found->second.writer == nullptr) {
+            return "no writer called " + name;
+        }
+        return action(*found->second.writer);
+    }
+
+    dds::DomainParticipant* participant_ = nullptr;
+    std::map<std::string, dds::Topic*> topics_;
+    std::map<std::string, Endpoint> endpoints_;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    FastPeer peer;
+    return peers::run_commands(peer, argc, argv);
+}
