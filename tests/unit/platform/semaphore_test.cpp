@@ -91,35 +91,35 @@ TEST(Semaphore, ExcludesWhenGivenOnce) {
     EXPECT_EQ(counter, 2000);
 }
 
+bool is_free(meridian::Mutex& mutex) {
+    if (!mutex.try_lock())
+        return false;
+    mutex.unlock();
+    return true;
+}
+
 TEST(Mutex, TryLockFailsWhileHeldElsewhere) {
     meridian::Mutex mutex;
-    bool locked_elsewhere = true;
+    bool free_elsewhere = true;
     {
         const meridian::MutexLock lock(mutex);
-        std::thread([&] {
-            locked_elsewhere = mutex.try_lock();
-            if (locked_elsewhere)
-                mutex.unlock();
-        }).join();
+        std::thread([&] { free_elsewhere = is_free(mutex); }).join();
     }
-    EXPECT_FALSE(locked_elsewhere);
-    EXPECT_TRUE(mutex.try_lock());
-    mutex.unlock();
+    EXPECT_FALSE(free_elsewhere);
+    EXPECT_TRUE(is_free(mutex));
 }
 
 TEST(Mutex, LockCanLetGoEarly) {
     meridian::Mutex mutex;
+    bool free_between = false;
     {
         meridian::MutexLock lock(mutex);
         lock.unlock();
-        const bool free = mutex.try_lock();
-        EXPECT_TRUE(free);
-        if (free)
-            mutex.unlock();
+        free_between = is_free(mutex);
         lock.lock();
     }
-    EXPECT_TRUE(mutex.try_lock());
-    mutex.unlock();
+    EXPECT_TRUE(free_between);
+    EXPECT_TRUE(is_free(mutex));
 }
 
 TEST(ConditionVariable, DeadlinesInThePastAndTheFuture) {

@@ -1,0 +1,65 @@
+#pragma once
+
+// QoS profiles from XML documents (OMG DDS-XML 1.0, building block "QoS"). docs/qos-documents.md lists every
+// element that is understood and the rules of inheritance.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "meridian/qos.h"
+
+namespace meridian::qos {
+
+/// Name of a profile: "library::profile".
+struct ProfileName {
+    std::string library;
+    std::string profile;
+};
+
+/// All profiles that are loaded. After load, every other operation may be called on any thread, as long as
+/// none loads again.
+class ProfileStore {
+  public:
+    /// The largest document that is read.
+    static constexpr size_t kMaxDocumentSize = size_t{4} * 1024 * 1024;
+
+    ProfileStore();
+    ~ProfileStore();
+    ProfileStore(ProfileStore&& other) noexcept;
+    ProfileStore& operator=(ProfileStore&& other) noexcept;
+
+    /// Replaces everything by the profiles of the string profile, if it is not empty, and then of the files.
+    /// All or nothing: when one document cannot be used, false, the store is as it was, and `error` is one
+    /// line "file:line: element <x>: reason" ("string profile:line: ..." for the string profile; without line
+    /// or element where there is none).
+    bool load(const DDS_ProfileQosPolicy& sources, std::string& error);
+
+    /// In the order of the documents.
+    std::vector<std::string> libraries() const;
+    /// In the order of the documents; empty for a library that does not exist.
+    std::vector<std::string> profiles(const std::string& library) const;
+    /// The profile with is_default_qos="true", if any; the last one where several documents have one.
+    std::optional<ProfileName> default_profile() const;
+
+    /// Each replaces `qos` by the defaults, changed by what the profile and its bases say. False, `qos`
+    /// untouched and a reason in `error`, when the profile does not exist. The values are each possible, but
+    /// may contradict each other: see qos/consistency.h.
+    bool participant_qos(const std::string& library, const std::string& profile,
+                         DDS_DomainParticipantQos& qos, std::string& error) const;
+    bool subscriber_qos(const std::string& library, const std::string& profile, DDS_SubscriberQos& qos,
+                        std::string& error) const;
+    /// Of several <topic_qos> (<datareader_qos>) in a profile, the first counts whose topic_filter matches
+    /// `topic_name`, else the one without topic_filter. Null: the one without topic_filter.
+    bool topic_qos(const std::string& library, const std::string& profile, const char* topic_name,
+                   DDS_TopicQos& qos, std::string& error) const;
+    bool datareader_qos(const std::string& library, const std::string& profile, const char* topic_name,
+                        DDS_DataReaderQos& qos, std::string& error) const;
+
+  private:
+    struct Contents;
+    std::unique_ptr<Contents> contents_; // never null
+};
+
+} // namespace meridian::qos
