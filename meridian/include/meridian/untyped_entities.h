@@ -1,0 +1,108 @@
+#pragma once
+
+// Readers and writers that know samples only as pointers. The typed readers and writers stand on them: what
+// is typed is the sequence that samples are lent in, everything else is forwarded.
+
+#include "meridian/condition.h"
+#include "meridian/data_reader.h"
+#include "meridian/entity.h"
+#include "meridian/sample_info.h"
+
+class DDSPublisher;
+class DDSTopic;
+
+/// Condition over the states of a reader's samples; triggered while the reader holds one that fits.
+class DDSReadCondition : public DDSCondition {
+  public:
+    virtual DDS_SampleStateMask get_sample_state_mask() = 0;
+    virtual DDS_ViewStateMask get_view_state_mask() = 0;
+    virtual DDS_InstanceStateMask get_instance_state_mask() = 0;
+    virtual DDSDataReader* get_datareader() = 0;
+};
+
+/// Which samples to read or take. The masks do not count where a condition is given.
+struct DDSSampleSelection {
+    DDS_Long max_samples = DDS_LENGTH_UNLIMITED;
+    DDS_SampleStateMask sample_states = DDS_ANY_SAMPLE_STATE;
+    DDS_ViewStateMask view_states = DDS_ANY_VIEW_STATE;
+    DDS_InstanceStateMask instance_states = DDS_ANY_INSTANCE_STATE;
+    DDSReadCondition* condition = nullptr;
+    enum Scope { all_instances, this_instance, next_instance };
+    Scope scope = all_instances;
+    DDS_InstanceHandle_t instance{}; // the instance, or the one before it (nil: the first one)
+};
+
+/// The sequence that a typed reader was handed, as the rules of loans see it (OMG DDS 1.4, 2.2.2.5.3.8): one
+/// that owns nothing borrows; one that owns a buffer gets copies, at most `maximum` of them.
+struct DDSSampleSequenceState {
+    DDS_Long length = 0;
+    DDS_Long maximum = 0;
+    DDS_Boolean has_ownership = true;
+    /// Element i of the owned buffer, for copies; null when maximum is 0.
+    void* (*element)(void* sequence, DDS_Long index) = nullptr;
+    void* sequence = nullptr;
+};
+
+class DDSUntypedDataReader : public DDSDataReader {
+  public:
+    /// Reads or takes. On loan: *samples is an array of *count pointers that, like the infos, is the caller's
+    /// until return_loan_untyped. Copied: *samples is null and *count elements of the sequence were filled.
+    /// DDS_RETCODE_NO_DATA (and *count 0), DDS_RETCODE_PRECONDITION_NOT_MET when the two sequences contradict
+    /// each other or are on loan already, DDS_RETCODE_BAD_PARAMETER for an unknown instance or a foreign
+    /// condition, DDS_RETCODE_ERROR when a sample cannot be copied.
+    virtual DDS_ReturnCode_t read_or_take_untyped(DDS_Boolean take, const DDSSampleSelection& selection,
+                                                  const DDSSampleSequenceState& sequence, void*** samples,
+                                                  DDS_Long* count, DDS_SampleInfoSeq& infos) = 0;
+    /// DDS_RETCODE_PRECONDITION_NOT_MET when the samples are not on loan from this reader.
+    virtual DDS_ReturnCode_t return_loan_untyped(void** samples, DDS_Long count,
+                                                 DDS_SampleInfoSeq& infos) = 0;
+
+    /// Fills the key members of `holder`; DDS_RETCODE_UNSUPPORTED when the type plugin cannot.
+    virtual DDS_ReturnCode_t get_key_value_untyped(void* holder, const DDS_InstanceHandle_t& handle) = 0;
+    /// The handle of the instance that `holder` belongs to; nil when the reader does not know it.
+    virtual DDS_InstanceHandle_t lookup_instance_untyped(const void* holder) = 0;
+
+  protected:
+    ~DDSUntypedDataReader() override = default;
+};
+
+class DDSDataWriterListener;
+struct DDS_DataWriterQos;
+
+/// What every writer offers.
+class DDSDataWriter : public DDSEntity {
+  public:
+    virtual DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) = 0;
+    virtual DDSTopic* get_topic() = 0;
+    virtual DDSPublisher* get_publisher() = 0;
+    /// Waits until every matched reliable reader has everything; DDS_RETCODE_TIMEOUT.
+    virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) = 0;
+    virtual DDS_ReturnCode_t assert_liveliness() = 0;
+
+  protected:
+    ~DDSDataWriter() override = default;
+};
+
+/// Parameters of one write. Members that stay as constructed are chosen by the writer.
+struct DDS_WriteParams_t {
+    DDS_Time_t source_timestamp = DDS_TIME_INVALID;
+    DDS_InstanceHandle_t handle{};
+    DDS_SampleIdentity_t related_sample_identity;
+    DDS_UnsignedLong flag = 0;
+};
+
+class DDSUntypedDataWriter : public DDSDataWriter {
+  public:
+    virtual DDS_ReturnCode_t write_untyped(const void* sample, const DDS_WriteParams_t& params) = 0;
+    /// The handle of the instance; nil for a type without key.
+    virtual DDS_InstanceHandle_t register_instance_untyped(const void* sample,
+                                                           const DDS_WriteParams_t& params) = 0;
+    virtual DDS_ReturnCode_t unregister_instance_untyped(const void* sample,
+                                                         const DDS_WriteParams_t& params) = 0;
+    virtual DDS_ReturnCode_t dispose_untyped(const void* sample, const DDS_WriteParams_t& params) = 0;
+    virtual DDS_ReturnCode_t get_key_value_untyped(void* holder, const DDS_InstanceHandle_t& handle) = 0;
+    virtual DDS_InstanceHandle_t lookup_instance_untyped(const void* holder) = 0;
+
+  protected:
+    ~DDSUntypedDataWriter() override = default;
+};
