@@ -6,8 +6,11 @@
 // and calls one operation of the visitor per entity submessage. Every view in a submessage points into the
 // datagram and is valid only during that call. A malformed submessage ends the walk (8.3.4.1); what was
 // visited before stands.
+//
 // Writing: MessageWriter appends submessages in native byte order (DATA and DATA_FRAG: in that of their
-// inline QoS) into a buffer of its own. No state is shared; separate objects may be used on separate threads.
+// inline QoS) into a buffer of its own.
+//
+// No state is shared; separate objects may be used on separate threads.
 
 #include <optional>
 
