@@ -56,6 +56,9 @@ struct DDS_EndpointBuiltinTopicData {
     /// Type announced by the endpoint, or null. Owned by the reader's type table, valid until the participant
     /// is deleted.
     const DDS_TypeCode* type_code = nullptr;
+    /// The type information as the endpoint announced it (DDS-XTypes 1.3, 7.6.3.2.2), serialized; empty when
+    /// it announced none.
+    DDS_OctetSeq type_information;
 
     DDS_EndpointBuiltinTopicData() = default;
     DDS_EndpointBuiltinTopicData(const DDS_EndpointBuiltinTopicData& other);

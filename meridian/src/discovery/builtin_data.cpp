@@ -1,0 +1,108 @@
+#include "discovery/builtin_data.h"
+
+#include "discovery/conversions.h"
+#include "discovery/partitions.h"
+
+namespace meridian::discovery {
+
+namespace {
+
+DDS_LocatorSeq to_locator_seq(const rtps::LocatorList& locators) {
+    DDS_LocatorSeq sequence(static_cast<DDS_Long>(locators.size()));
+    for (const rtps::Locator& locator : locators) {
+        DDS_Locator_t out;
+        out.kind = locator.kind;
+        out.port = locator.port;
+        std::copy(locator.address.begin(), locator.address.end(), out.address);
+        sequence.append(out);
+    }
+    return sequence;
+}
+
+/// Everything that comes from a peer was announced, so it is marked as propagated.
+DDS_PropertyQosPolicy to_properties(const std::vector<rtps::Property>& properties) {
+    DDS_PropertyQosPolicy policy;
+    for (const rtps::Property& property : properties)
+        DDS_PropertyQosPolicyHelper_assert_property(policy, property.name.c_str(), property.value.c_str(),
+                                                    true);
+    return policy;
+}
+
+char* name_or_null(const std::string& name) {
+    return name.empty() ? nullptr : DDS_String_dup(name.c_str());
+}
+
+void fill_qos(const rtps::EndpointQos& qos, DDS_EndpointBuiltinTopicData& out) {
+    out.durability.kind = static_cast<DDS_DurabilityQosPolicyKind>(qos.durability);
+    out.deadline.period = to_duration(qos.deadline);
+    out.latency_budget.duration = to_duration(qos.latency_budget);
+    out.liveliness.kind = static_cast<DDS_LivelinessQosPolicyKind>(qos.liveliness);
+    out.liveliness.lease_duration = to_duration(qos.liveliness_lease);
+    out.reliability.kind = qos.reliability == rtps::Reliability::reliable ? DDS_RELIABLE_RELIABILITY_QOS
+                                                                          : DDS_BEST_EFFORT_RELIABILITY_QOS;
+    out.reliability.max_blocking_time = to_duration(qos.max_blocking_time);
+    out.ownership.kind = static_cast<DDS_OwnershipQosPolicyKind>(qos.ownership);
+    out.destination_order.kind = static_cast<DDS_DestinationOrderQosPolicyKind>(qos.destination_order);
+    out.presentation.access_scope = static_cast<DDS_PresentationQosPolicyAccessScopeKind>(qos.presentation);
+    out.presentation.coherent_access = qos.coherent_access;
+    out.presentation.ordered_access = qos.ordered_access;
+    out.partition.name = to_string_seq(qos.partitions);
+    out.user_data.value = to_octet_seq(qos.user_data);
+    out.topic_data.value = to_octet_seq(qos.topic_data);
+    out.group_data.value = to_octet_seq(qos.group_data);
+    for (int16_t representation : qos.representations)
+        out.representation.value.append(representation);
+}
+
+void fill_endpoint(const rtps::EndpointData& data, DDS_EndpointBuiltinTopicData& out) {
+    out.key = to_key(data.guid);
+    out.participant_key = to_key(participant_guid(data.participant));
+    out.topic_name = DDS_String_dup(data.topic_name.c_str());
+    out.type_name = DDS_String_dup(data.type_name.c_str());
+    fill_qos(data.qos, out);
+    out.unicast_locators = to_locator_seq(data.unicast);
+    out.entity_name.name = name_or_null(data.name);
+    out.property = to_properties(data.properties);
+    out.type_information = to_octet_seq(data.type_information);
+}
+
+} // namespace
+
+rtps::Guid participant_guid(const rtps::GuidPrefix& prefix) {
+    return {prefix, rtps::entity::participant};
+}
+
+DDS_ParticipantBuiltinTopicData to_participant_data(const rtps::ParticipantData& data, uint32_t domain_id) {
+    DDS_ParticipantBuiltinTopicData out;
+    out.key = to_key(data.guid);
+    out.user_data.value = to_octet_seq(data.user_data);
+    out.property = to_properties(data.properties);
+    out.participant_name.name = name_or_null(data.name);
+    out.partition.name = to_string_seq(participant_partitions(data.properties));
+    out.default_unicast_locators = to_locator_seq(data.default_unicast);
+    out.metatraffic_unicast_locators = to_locator_seq(data.metatraffic_unicast);
+    out.domain_id = data.domain_id.value_or(domain_id);
+    out.protocol_version[0] = data.version.major;
+    out.protocol_version[1] = data.version.minor;
+    out.vendor_id[0] = data.vendor.bytes[0];
+    out.vendor_id[1] = data.vendor.bytes[1];
+    out.lease_duration = to_duration(data.lease);
+    return out;
+}
+
+DDS_PublicationBuiltinTopicData to_publication_data(const rtps::EndpointData& data) {
+    DDS_PublicationBuiltinTopicData out;
+    fill_endpoint(data, out);
+    out.lifespan.duration = to_duration(data.qos.lifespan);
+    out.ownership_strength = data.qos.ownership_strength;
+    return out;
+}
+
+DDS_SubscriptionBuiltinTopicData to_subscription_data(const rtps::EndpointData& data) {
+    DDS_SubscriptionBuiltinTopicData out;
+    fill_endpoint(data, out);
+    out.time_based_filter.minimum_separation = to_duration(data.qos.time_based_filter);
+    return out;
+}
+
+} // namespace meridian::discovery

@@ -1,0 +1,183 @@
+#include "discovery/discovery_store.h"
+
+#include <utility>
+
+#include "discovery/builtin_data.h"
+#include "discovery/conversions.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace meridian::discovery {
+
+namespace {
+
+/// Where the remote sent no time stamp, the time of reception stands in.
+DDS_Time_t time_of(rtps::WireTime source_timestamp) {
+    return source_timestamp == rtps::kTimeInvalid ? wall_time() : to_time(source_timestamp);
+}
+
+DDS_SampleInfo sample_info(const rtps::Guid& endpoint, DDS_Time_t when) {
+    DDS_SampleInfo info;
+    info.source_timestamp = when;
+    const rtps::EntityId announcer =
+        endpoint.entity.is_writer() ? rtps::entity::publications_writer : rtps::entity::subscriptions_writer;
+    info.publication_handle = to_handle({endpoint.prefix, announcer});
+    return info;
+}
+
+const char* text_of(rtps::GoneReason reason) {
+    switch (reason) {
+        case rtps::GoneReason::disposed:
+            return "it left";
+        case rtps::GoneReason::lease_expired:
+            return "its lease expired";
+        case rtps::GoneReason::ignored:
+            return "it is ignored";
+        case rtps::GoneReason::replaced:
+            return "it was replaced";
+        case rtps::GoneReason::stopped:
+            return "this participant stopped";
+    }
+    return "?";
+}
+
+} // namespace
+
+DiscoveryStore::DiscoveryStore(uint32_t domain_id, PartitionList own_partitions)
+    : domain_id_(domain_id), own_partitions_(std::move(own_partitions)) {}
+
+void DiscoveryStore::set_own_partitions(PartitionList own_partitions) {
+    MutexLock lock(mutex_);
+    own_partitions_ = std::move(own_partitions);
+    for (auto& entry : participants_)
+        match(entry.second);
+}
+
+RemoteParticipant::Data DiscoveryStore::find_participant(const rtps::GuidPrefix& prefix) const {
+    MutexLock lock(mutex_);
+    const auto found = participants_.find(prefix);
+    if (found != participants_.end())
+        return found->second.participant->data();
+    const auto departed = departed_.find(prefix);
+    const std::shared_ptr<RemoteParticipant> participant =
+        departed != departed_.end() ? departed->second.lock() : nullptr;
+    return participant != nullptr ? participant->data() : nullptr;
+}
+
+void DiscoveryStore::participant_discovered(const rtps::ParticipantData& data) {
+    MutexLock lock(mutex_);
+    put_participant(data);
+    MERIDIAN_LOG_REMOTE("discovery", "discovered participant %s \"%s\"",
+                        rtps::to_string(data.guid.prefix).c_str(), data.name.c_str());
+}
+
+void DiscoveryStore::participant_changed(const rtps::ParticipantData& data) {
+    MutexLock lock(mutex_);
+    put_participant(data);
+}
+
+void DiscoveryStore::participant_gone(const rtps::ParticipantData& data, rtps::GoneReason reason) {
+    MutexLock lock(mutex_);
+    const auto found = participants_.find(data.guid.prefix);
+    if (found == participants_.end())
+        return;
+    for (const auto& endpoint : found->second.endpoints)
+        report_gone(endpoint.first, wall_time());
+    for (auto departed = departed_.begin(); departed != departed_.end();)
+        departed = departed->second.expired() ? departed_.erase(departed) : std::next(departed);
+    departed_[data.guid.prefix] = found->second.participant;
+    participants_.erase(found);
+    MERIDIAN_LOG_REMOTE("discovery", "participant %s is gone: %s", rtps::to_string(data.guid.prefix).c_str(),
+                        text_of(reason));
+}
+
+void DiscoveryStore::endpoint_discovered(const rtps::EndpointData& data, rtps::WireTime source_timestamp) {
+    put_endpoint(data, source_timestamp);
+}
+
+void DiscoveryStore::endpoint_changed(const rtps::EndpointData& data, rtps::WireTime source_timestamp) {
+    put_endpoint(data, source_timestamp);
+}
+
+void DiscoveryStore::endpoint_gone(const rtps::EndpointData& data, rtps::GoneReason /*reason*/,
+                                   rtps::WireTime source_timestamp) {
+    MutexLock lock(mutex_);
+    const auto entry = participants_.find(data.participant);
+    if (entry == participants_.end() || entry->second.endpoints.erase(data.guid) == 0)
+        return;
+    report_gone(data.guid, time_of(source_timestamp));
+}
+
+void DiscoveryStore::warning(const std::string& text) {
+    MERIDIAN_LOG_WARNING("discovery", "%s", text.c_str());
+}
+
+void DiscoveryStore::put_participant(const rtps::ParticipantData& data) {
+    DDS_ParticipantBuiltinTopicData converted = to_participant_data(data, domain_id_);
+    Entry& entry = participants_[data.guid.prefix];
+    if (entry.participant == nullptr)
+        entry.participant = std::make_shared<RemoteParticipant>(data.guid.prefix, std::move(converted));
+    else
+        entry.participant->replace(std::move(converted));
+    match(entry);
+}
+
+void DiscoveryStore::put_endpoint(const rtps::EndpointData& data, rtps::WireTime source_timestamp) {
+    Endpoint endpoint;
+    endpoint.announced = time_of(source_timestamp);
+    if (data.is_writer())
+        endpoint.publication = std::make_shared<DDS_PublicationBuiltinTopicData>(to_publication_data(data));
+    else
+        endpoint.subscription =
+            std::make_shared<DDS_SubscriptionBuiltinTopicData>(to_subscription_data(data));
+    MutexLock lock(mutex_);
+    Entry& entry = entry_of(data.participant);
+    Endpoint& kept = entry.endpoints[data.guid];
+    kept = std::move(endpoint);
+    if (entry.matches)
+        report(entry, data.guid, kept);
+}
+
+/// The protocol tells of a participant before it tells of its endpoints; one that it did not tell of is known
+/// by its key alone.
+DiscoveryStore::Entry& DiscoveryStore::entry_of(const rtps::GuidPrefix& prefix) {
+    const auto found = participants_.find(prefix);
+    if (found != participants_.end())
+        return found->second;
+    rtps::ParticipantData unknown;
+    unknown.guid = participant_guid(prefix);
+    put_participant(unknown);
+    return participants_[prefix];
+}
+
+void DiscoveryStore::match(Entry& entry) {
+    const PartitionList partitions = to_strings(entry.participant->data()->partition.name);
+    const bool matches = partitions_match(own_partitions_, partitions);
+    if (matches == entry.matches)
+        return;
+    entry.matches = matches;
+    for (const auto& endpoint : entry.endpoints) {
+        if (matches)
+            report(entry, endpoint.first, endpoint.second);
+        else
+            report_gone(endpoint.first, wall_time());
+    }
+}
+
+void DiscoveryStore::report(const Entry& entry, const rtps::Guid& guid, const Endpoint& endpoint) {
+    const DDS_SampleInfo info = sample_info(guid, endpoint.announced);
+    if (endpoint.publication != nullptr)
+        publications_.put(guid, entry.participant, endpoint.publication, info);
+    else
+        subscriptions_.put(guid, entry.participant, endpoint.subscription, info);
+}
+
+void DiscoveryStore::report_gone(const rtps::Guid& guid, DDS_Time_t when) {
+    const DDS_SampleInfo info = sample_info(guid, when);
+    if (guid.entity.is_writer())
+        publications_.remove(guid, info);
+    else
+        subscriptions_.remove(guid, info);
+}
+
+} // namespace meridian::discovery

@@ -1,0 +1,78 @@
+#pragma once
+
+// What the protocol reports, kept for the builtin readers: the remote participants and the changes of their
+// endpoints.
+
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "discovery/endpoint_cache.h"
+#include "discovery/partitions.h"
+#include "discovery/remote_participant.h"
+#include "platform/mutex.h"
+#include "rtps/protocol/interfaces.h"
+
+namespace meridian::discovery {
+
+using PublicationCache = EndpointCache<DDS_PublicationBuiltinTopicData>;
+using SubscriptionCache = EndpointCache<DDS_SubscriptionBuiltinTopicData>;
+
+/// Takes the events of one participant. Endpoints of participants whose partitions do not match the own ones
+/// are held back until they do. Any thread; the lock order is events' caller, store, cache, cache observer.
+class DiscoveryStore final : public rtps::Events {
+  public:
+    DiscoveryStore(uint32_t domain_id, PartitionList own_partitions);
+
+    PublicationCache& publications() { return publications_; }
+    SubscriptionCache& subscriptions() { return subscriptions_; }
+
+    /// Reports what now is, or no longer is, in a matching participant.
+    void set_own_partitions(PartitionList own_partitions);
+
+    /// A remote participant that is there, or whose endpoints a builtin reader still holds. Null: unknown.
+    RemoteParticipant::Data find_participant(const rtps::GuidPrefix& prefix) const;
+
+    void participant_discovered(const rtps::ParticipantData& data) override;
+    void participant_changed(const rtps::ParticipantData& data) override;
+    void participant_gone(const rtps::ParticipantData& data, rtps::GoneReason reason) override;
+    void endpoint_discovered(const rtps::EndpointData& data, rtps::WireTime source_timestamp) override;
+    void endpoint_changed(const rtps::EndpointData& data, rtps::WireTime source_timestamp) override;
+    void endpoint_gone(const rtps::EndpointData& data, rtps::GoneReason reason,
+                       rtps::WireTime source_timestamp) override;
+    void warning(const std::string& text) override;
+
+  private:
+    /// The last announcement of an endpoint; one of the records is set.
+    struct Endpoint {
+        std::shared_ptr<DDS_PublicationBuiltinTopicData> publication;
+        std::shared_ptr<DDS_SubscriptionBuiltinTopicData> subscription;
+        DDS_Time_t announced = DDS_TIME_INVALID;
+    };
+    struct Entry {
+        std::shared_ptr<RemoteParticipant> participant;
+        bool matches = false;
+        std::map<rtps::Guid, Endpoint> endpoints;
+    };
+
+    void put_participant(const rtps::ParticipantData& data) MERIDIAN_REQUIRES(mutex_);
+    void put_endpoint(const rtps::EndpointData& data, rtps::WireTime source_timestamp)
+        MERIDIAN_EXCLUDES(mutex_);
+    Entry& entry_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
+    void match(Entry& entry) MERIDIAN_REQUIRES(mutex_);
+    void report(const Entry& entry, const rtps::Guid& guid, const Endpoint& endpoint)
+        MERIDIAN_REQUIRES(mutex_);
+    void report_gone(const rtps::Guid& guid, DDS_Time_t when) MERIDIAN_REQUIRES(mutex_);
+
+    const uint32_t domain_id_;
+    PublicationCache publications_;
+    SubscriptionCache subscriptions_;
+    mutable Mutex mutex_;
+    PartitionList own_partitions_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_map<rtps::GuidPrefix, Entry> participants_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_map<rtps::GuidPrefix, std::weak_ptr<RemoteParticipant>> departed_
+        MERIDIAN_GUARDED_BY(mutex_);
+};
+
+} // namespace meridian::discovery
