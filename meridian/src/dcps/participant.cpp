@@ -1,0 +1,210 @@
+#include "dcps/participant.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "dcps/qos_change.h"
+#include "discovery/builtin_data.h"
+#include "discovery/conversions.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace meridian::dcps {
+
+namespace {
+
+constexpr uint32_t kSubscriberKind = 0x09;
+
+bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQosPolicy& b) {
+    return a.rtps_host_id == b.rtps_host_id && a.rtps_app_id == b.rtps_app_id &&
+           a.rtps_instance_id == b.rtps_instance_id;
+}
+
+} // namespace
+
+ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
+                                 const rtps::GuidPrefix& prefix,
+                                 std::shared_ptr<rtps::net::OwnParticipants> own, ProfileSource& profiles)
+    : EntityImpl(discovery::participant_guid(prefix)),
+      domain_id_(domain_id),
+      own_(std::move(own)),
+      profiles_(profiles),
+      store_(static_cast<uint32_t>(domain_id), partitions_of(qos)),
+      builtin_subscriber_(*this),
+      qos_(qos) {}
+
+ParticipantImpl::~ParticipantImpl() = default;
+
+bool ParticipantImpl::check(std::string& error) {
+    MutexLock lock(mutex_);
+    const auto wanted = config(transports_, error);
+    return wanted && rtps::net::Runtime::check(*wanted, error);
+}
+
+bool ParticipantImpl::has_entities() {
+    MutexLock lock(mutex_);
+    return !subscribers_.empty();
+}
+
+TransportProperties ParticipantImpl::transport_properties() {
+    MutexLock lock(mutex_);
+    return transports_;
+}
+
+DDS_ReturnCode_t ParticipantImpl::set_transport_properties(const TransportProperties& properties) {
+    MutexLock lock(mutex_);
+    if (is_enabled())
+        return DDS_RETCODE_ILLEGAL_OPERATION;
+    std::string error;
+    const auto wanted = config(properties, error);
+    if (!wanted || !rtps::net::check(wanted->transport, error)) {
+        MERIDIAN_LOG_ERROR("dcps", "transport property: %s", error.c_str());
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    transports_ = properties;
+    return DDS_RETCODE_OK;
+}
+
+std::optional<rtps::net::RuntimeConfig> ParticipantImpl::config(const TransportProperties& transports,
+                                                                std::string& error) {
+    return runtime_config(domain_id_, qos_, transports, guid().prefix, own_, error);
+}
+
+DDS_ReturnCode_t ParticipantImpl::enable() {
+    MutexLock lock(mutex_);
+    if (is_enabled())
+        return DDS_RETCODE_OK;
+    std::string error;
+    if (!open(error)) {
+        MERIDIAN_LOG_ERROR("dcps", "cannot enable the participant of domain %d: %s", domain_id_,
+                           error.c_str());
+        return DDS_RETCODE_ERROR;
+    }
+    set_enabled();
+    builtin_subscriber_.enable();
+    if (qos_.entity_factory.autoenable_created_entities) {
+        for (const auto& subscriber : subscribers_)
+            subscriber->enable();
+    }
+    return DDS_RETCODE_OK;
+}
+
+bool ParticipantImpl::open(std::string& error) {
+    auto wanted = config(transports_, error);
+    if (!wanted)
+        return false;
+    auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
+    if (runtime == nullptr)
+        return false;
+    const std::vector<rtps::GuidPrefix>& ignored = ignored_;
+    runtime->with_participant([&ignored](rtps::Participant& participant, rtps::Now now) {
+        for (const rtps::GuidPrefix& prefix : ignored)
+            participant.ignore_participant(prefix, now);
+    });
+    if (!runtime->start(error))
+        return false;
+    runtime_ = std::move(runtime);
+    MERIDIAN_LOG_LOCAL("dcps", "participant %s of domain %d, index %u, on %s",
+                       rtps::to_string(guid().prefix).c_str(), domain_id_, runtime_->participant_index(),
+                       runtime_->describe_interfaces().c_str());
+    return true;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_qos(DDS_DomainParticipantQos& qos) {
+    MutexLock lock(mutex_);
+    qos = qos_;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::set_qos(const DDS_DomainParticipantQos& qos) {
+    MutexLock lock(mutex_);
+    if (!same_guid_words(qos_.wire_protocol, qos.wire_protocol)) {
+        MERIDIAN_LOG_ERROR("dcps", "QoS of the participant: the GUID was given out at creation");
+        return DDS_RETCODE_IMMUTABLE_POLICY;
+    }
+    const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "participant");
+    if (result != DDS_RETCODE_OK)
+        return result;
+    store_.set_own_partitions(partitions_of(qos_));
+    if (runtime_ != nullptr) {
+        const Announcement announcement = announcement_of(qos_);
+        runtime_->with_participant([&announcement](rtps::Participant& participant, rtps::Now now) {
+            participant.set_announcement(announcement.name, announcement.properties, announcement.user_data,
+                                         now);
+        });
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDSSubscriber* ParticipantImpl::create_subscriber(const DDS_SubscriberQos& qos,
+                                                  DDSSubscriberListener* listener, DDS_StatusMask /*mask*/) {
+    if (listener != nullptr) {
+        QUIXLog_badParameter("create_subscriber", "listener");
+        return nullptr;
+    }
+    if (!is_consistent(qos, "subscriber"))
+        return nullptr;
+    MutexLock lock(mutex_);
+    const rtps::EntityId entity{++subscribers_made_ << 8 | kSubscriberKind};
+    subscribers_.push_back(std::make_unique<SubscriberImpl>(*this, rtps::Guid{guid().prefix, entity}, qos));
+    if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
+        subscribers_.back()->enable();
+    return subscribers_.back().get();
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
+    if (subscriber == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    const auto found =
+        std::find_if(subscribers_.begin(), subscribers_.end(),
+                     [subscriber](const auto& candidate) { return candidate.get() == subscriber; });
+    if (found == subscribers_.end())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    subscribers_.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::ignore_participant(const DDS_InstanceHandle_t& handle) {
+    const auto ignored = discovery::to_guid(handle);
+    if (!ignored || ignored->entity != rtps::entity::participant)
+        return DDS_RETCODE_BAD_PARAMETER;
+    if (own_->contains(ignored->prefix))
+        return DDS_RETCODE_OK; // never seen in the first place
+    MutexLock lock(mutex_);
+    if (runtime_ == nullptr) {
+        ignored_.push_back(ignored->prefix);
+        return DDS_RETCODE_OK;
+    }
+    runtime_->with_participant([&ignored](rtps::Participant& participant, rtps::Now now) {
+        participant.ignore_participant(ignored->prefix, now);
+    });
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_discovered_participant_data(DDS_ParticipantBuiltinTopicData& data,
+                                                                  const DDS_InstanceHandle_t& handle) {
+    if (!is_enabled())
+        return DDS_RETCODE_NOT_ENABLED;
+    const auto wanted = discovery::to_guid(handle);
+    if (!wanted || wanted->entity != rtps::entity::participant)
+        return DDS_RETCODE_BAD_PARAMETER;
+    const auto known = store_.find_participant(wanted->prefix);
+    if (known == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    data = *known;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {
+    time = wall_time();
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
+    MutexLock lock(mutex_);
+    subscribers_.clear();
+    return DDS_RETCODE_OK;
+}
+
+} // namespace meridian::dcps

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dcps/builtin_subscriber.h"
+#include "dcps/entity_impl.h"
+#include "dcps/profile_source.h"
+#include "dcps/runtime_config.h"
+#include "dcps/subscriber.h"
+#include "discovery/discovery_store.h"
+#include "meridian/domain_participant.h"
+#include "platform/mutex.h"
+#include "qos/profile_store.h"
+#include "rtps/net/runtime.h"
+
+namespace meridian::dcps {
+
+/// A participant and everything that belongs to it. Owned by the factory.
+///
+/// Lock order, for everything in this folder: factory, participant, subscriber, runtime (under which the
+/// discovery store is called), discovery store, endpoint cache, status condition, condition core, wait set.
+/// An operation that holds one of them may take later ones only.
+class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
+  public:
+    /// Opens nothing. `profiles` must outlive the participant.
+    ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
+                    const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
+                    ProfileSource& profiles);
+    /// Leaves the domain.
+    ~ParticipantImpl() override;
+
+    /// Whether the participant could be enabled as it is now; else false and a text in `error`. Looks up the
+    /// names of peers.
+    bool check(std::string& error);
+    /// True while subscribers exist.
+    bool has_entities();
+    discovery::DiscoveryStore& store() { return store_; }
+    DDS_ReturnCode_t default_datareader_qos_of_topic(DDS_DataReaderQos& qos, const char* topic_name);
+    TransportProperties transport_properties();
+    /// DDS_RETCODE_ILLEGAL_OPERATION once enabled, DDS_RETCODE_BAD_PARAMETER (and a logged reason) for values
+    /// that no transport can have.
+    DDS_ReturnCode_t set_transport_properties(const TransportProperties& properties);
+
+    DDS_ReturnCode_t enable() override;
+    DDS_DomainId_t get_domain_id() override { return domain_id_; }
+    DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) override;
+    DDS_ReturnCode_t set_qos(const DDS_DomainParticipantQos& qos) override;
+    DDSSubscriber* get_builtin_subscriber() override { return &builtin_subscriber_; }
+    DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener,
+                                     DDS_StatusMask mask) override;
+    DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) override;
+    DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) override;
+    DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) override;
+    DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override;
+    DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) override;
+    DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
+    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
+    DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override;
+    DDS_ReturnCode_t set_default_subscriber_qos_with_profile(const char* library,
+                                                             const char* profile) override;
+    DDS_ReturnCode_t set_default_datareader_qos_with_profile(const char* library,
+                                                             const char* profile) override;
+    DDS_ReturnCode_t ignore_participant(const DDS_InstanceHandle_t& handle) override;
+    DDS_ReturnCode_t get_discovered_participant_data(DDS_ParticipantBuiltinTopicData& data,
+                                                     const DDS_InstanceHandle_t& handle) override;
+    DDS_ReturnCode_t get_current_time(DDS_Time_t& time) override;
+    DDS_ReturnCode_t delete_contained_entities() override;
+
+  private:
+    /// Where the default reader QoS came from, for the readers of single topics.
+    struct ReaderProfile {
+        std::shared_ptr<const qos::ProfileStore> store;
+        std::string library;
+        std::string profile;
+    };
+
+    std::optional<rtps::net::RuntimeConfig> config(const TransportProperties& transports, std::string& error)
+        MERIDIAN_REQUIRES(mutex_);
+    bool open(std::string& error) MERIDIAN_REQUIRES(mutex_);
+    template <typename Qos>
+    DDS_ReturnCode_t set_default(Qos& target, const Qos& qos, const char* what);
+
+    const DDS_DomainId_t domain_id_;
+    const std::shared_ptr<rtps::net::OwnParticipants> own_;
+    ProfileSource& profiles_;
+    discovery::DiscoveryStore store_;
+    BuiltinSubscriber builtin_subscriber_;
+
+    Mutex mutex_;
+    DDS_DomainParticipantQos qos_ MERIDIAN_GUARDED_BY(mutex_);
+    TransportProperties transports_ MERIDIAN_GUARDED_BY(mutex_);
+    DDS_TopicQos default_topic_qos_ MERIDIAN_GUARDED_BY(mutex_);
+    DDS_SubscriberQos default_subscriber_qos_ MERIDIAN_GUARDED_BY(mutex_);
+    DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
+    std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
+    uint32_t subscribers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
+    std::vector<rtps::GuidPrefix> ignored_ MERIDIAN_GUARDED_BY(mutex_);       // asked for before enabling
+    std::unique_ptr<rtps::net::Runtime> runtime_ MERIDIAN_GUARDED_BY(mutex_); // null until enabled
+};
+
+} // namespace meridian::dcps

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+#include "dcps/entity_impl.h"
+#include "meridian/topic.h"
+#include "platform/mutex.h"
+
+namespace meridian::dcps {
+
+class ParticipantImpl;
+
+/// A topic of a participant, which owns it. Topics have nothing to switch on: they are enabled with their
+/// participant.
+class TopicImpl final : public EntityImpl<DDSTopic> {
+  public:
+    TopicImpl(ParticipantImpl& participant, const rtps::Guid& guid, std::string name, std::string type_name,
+              const DDS_TopicQos& qos);
+    ~TopicImpl() override = default;
+
+    DDS_ReturnCode_t enable() override;
+    const char* get_name() override { return name_.c_str(); }
+    const char* get_type_name() override { return type_name_.c_str(); }
+    DDSDomainParticipant* get_participant() override;
+    DDS_ReturnCode_t get_qos(DDS_TopicQos& qos) override;
+    DDS_ReturnCode_t set_qos(const DDS_TopicQos& qos) override;
+
+  private:
+    ParticipantImpl& participant_;
+    const std::string name_;
+    const std::string type_name_;
+    Mutex mutex_;
+    DDS_TopicQos qos_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+} // namespace meridian::dcps
