@@ -96,7 +96,7 @@ bool ParticipantImpl::open(std::string& error) {
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
     if (runtime == nullptr)
         return false;
-    const std::vector<rtps::GuidPrefix>& ignored = ignored_;
+    const std::vector<rtps::GuidPrefix> ignored = ignored_;
     runtime->with_participant([&ignored](rtps::Participant& participant, rtps::Now now) {
         for (const rtps::GuidPrefix& prefix : ignored)
             participant.ignore_participant(prefix, now);

@@ -1,0 +1,149 @@
+#!/bin/sh
+# Builds ferret and runs all of its tests, on Debian 12 or 13, from nothing. CI runs exactly this.
+#
+#   ./run-tests.sh                 every leg; the release tests come last and their summary tells about all legs
+#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz
+#   ./run-tests.sh --no-install    do not look for missing packages
+#
+# Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads) run
+# the tests that do not take long under sanitizers; "clang" compiles library and tool with the thread-safety analysis;
+# "fuzz" runs each fuzz target for a short time. The exit status is 0 only if everything passed.
+set -u
+cd "$(dirname "$0")" || exit 1
+
+PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev pkg-config python3 iproute2
+    util-linux ccache cyclonedds-tools cyclonedds-dev"
+# Fast DDS 2.x is a second peer; later Debian releases hold another major version, and the tests do without it.
+if grep -qs 'VERSION_ID="12"' /etc/os-release; then
+    PACKAGES="$PACKAGES libfastrtps-dev"
+fi
+FUZZ_SECONDS=20
+
+legs=
+install=yes
+for argument in "$@"; do
+    case "$argument" in
+        --no-install) install=no ;;
+        release | asan | tsan | clang | fuzz) legs="$legs $argument" ;;
+        *)
+            sed -n 's/^# \{0,1\}//; 2,8p' "$0"
+            exit 2
+            ;;
+    esac
+done
+legs=${legs:-"release asan tsan clang fuzz"}
+
+jobs=$(nproc)
+# Not status 1, which is the tool's success, nor 0.
+export ASAN_OPTIONS="exitcode=99:detect_leaks=1:${ASAN_OPTIONS:-}"
+export UBSAN_OPTIONS="exitcode=99:print_stacktrace=1:${UBSAN_OPTIONS:-}"
+export TSAN_OPTIONS="exitcode=99:halt_on_error=1:${TSAN_OPTIONS:-}"
+
+wanted() {
+    case " $legs " in *" $1 "*) return 0 ;; *) return 1 ;; esac
+}
+
+say() {
+    printf '\n=== %s\n' "$*"
+}
+
+configure() { # PRESET OPTIONS...
+    preset=$1
+    shift
+    if command -v ccache > /dev/null; then
+        set -- -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
+    fi
+    cmake --preset "$preset" "$@" > "build/configure-$preset.log" 2>&1 || {
+        cat "build/configure-$preset.log"
+        return 1
+    }
+    grep -E '^-- .*(skipped|only with)' "build/configure-$preset.log"
+    return 0
+}
+
+build() { # PRESET OPTIONS...
+    preset=$1
+    shift
+    cmake --build --preset "$preset" -j "$jobs" "$@"
+}
+
+run_ctest() { # PRESET OPTIONS...
+    preset=$1
+    shift
+    ctest --test-dir "build/$preset" --no-tests=error --output-on-failure -j 2 "$@"
+}
+
+sanitizer_leg() { # PRESET
+    configure "$1" -DFERRET_PEERS_DIR="$PWD/build/release/tests/interop/peers" && build "$1" && run_ctest "$1" -LE 'long|walls'
+}
+
+clang_leg() {
+    configure clang -DBUILD_TESTING=OFF -DFERRET_PEERS=OFF && build clang
+}
+
+fuzz_leg() {
+    configure fuzz && build fuzz --target tests/fuzz/all || return 1
+    count=0
+    for target in $(find build/fuzz/tests/fuzz -maxdepth 1 -type f -executable); do
+        count=$((count + 1))
+        name=$(basename "$target")
+        say "fuzz: $name for $FUZZ_SECONDS s"
+        mkdir -p "build/fuzz/corpus/$name"
+        set -- "build/fuzz/corpus/$name"
+        [ -d "tests/fuzz/corpus/$name" ] && set -- "$@" "tests/fuzz/corpus/$name"
+        "$target" -max_total_time=$FUZZ_SECONDS -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+            -artifact_prefix="build/fuzz/$name-" "$@" 2> "build/fuzz/$name.log" || {
+            tail -n 60 "build/fuzz/$name.log"
+            return 1
+        }
+        grep -E 'stat::number_of_executed_units|Done' "build/fuzz/$name.log"
+    done
+    [ "$count" -gt 0 ] || {
+        echo "no fuzz targets found"
+        return 1
+    }
+}
+
+if [ "$install" = yes ]; then
+    cmake/install-packages.sh $PACKAGES || exit 1
+fi
+mkdir -p build/legs
+failed=0
+
+# The release build comes first, since the sanitizer legs use its test peers; its tests come last, for the summary.
+reported=
+for leg in asan tsan clang fuzz; do
+    if wanted $leg; then
+        reported="$reported;$leg"
+        echo "not run" > build/legs/$leg
+    fi
+done
+say "release: build"
+if ! configure release -DFERRET_LEGS="${reported#;}" || ! build release; then
+    exit 1
+fi
+
+for leg in asan tsan clang fuzz; do
+    wanted $leg || continue
+    say "$leg"
+    case $leg in
+        asan | tsan) sanitizer_leg $leg ;;
+        clang) clang_leg ;;
+        fuzz) fuzz_leg ;;
+    esac
+    if [ $? -eq 0 ]; then
+        echo passed > build/legs/$leg
+    else
+        echo failed > build/legs/$leg
+        say "$leg FAILED"
+        failed=1
+    fi
+done
+
+if wanted release; then
+    say "release: tests"
+    run_ctest release || failed=1
+elif [ -n "$reported" ]; then
+    run_ctest release -R '^leg_' || failed=1
+fi
+exit $failed

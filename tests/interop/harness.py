@@ -1,0 +1,359 @@
+"""What the interop tests are made of: private networks, processes in them, peers, and the spy itself.
+
+A test file ends with harness.main(), which puts the whole file into a process namespace and network namespace of its own:
+whatever way the test ends, the kernel ends every process it started, and the networks go with them. Waiting is always for
+a condition with a time limit; nothing here sleeps for a fixed time.
+"""
+
+import ctypes
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+CLONE_NEWNET = 0x40000000
+INSIDE = "--inside"
+# A slow machine or a sanitizer stretches every limit that is not itself what is being tested.
+SLOWNESS = float(os.environ.get("INTEROP_SLOWNESS", "1"))
+DEFAULT_LIMIT = 15.0 * SLOWNESS
+
+_libc = ctypes.CDLL(None, use_errno=True)
+
+
+def _call(name, *arguments):
+    if getattr(_libc, name)(*arguments) != 0:
+        number = ctypes.get_errno()
+        raise OSError(number, f"{name}: {os.strerror(number)}")
+
+
+class Network:
+    """A network namespace with a loopback interface. It exists as long as this object or a process in it does."""
+
+    def __init__(self, ipv4=True):
+        home = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
+        try:
+            _call("unshare", CLONE_NEWNET)
+            try:
+                self.handle = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
+            finally:
+                _call("setns", home, CLONE_NEWNET)
+        finally:
+            os.close(home)
+        self.ip("link", "set", "lo", "multicast", "on", "up")
+        if not ipv4:
+            self.ip("-4", "address", "flush", "dev", "lo")
+
+    def start(self, command, **options):
+        """Starts a process in this network. Only this thread visits the namespace, and only for the fork."""
+        home = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
+        try:
+            _call("setns", self.handle, CLONE_NEWNET)
+            try:
+                return subprocess.Popen(command, **options)
+            finally:
+                _call("setns", home, CLONE_NEWNET)
+        finally:
+            os.close(home)
+
+    def ip(self, *arguments, handles=()):
+        child = self.start(["ip", *arguments], pass_fds=handles, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        output = child.communicate()[0].decode()
+        if child.returncode != 0:
+            raise AssertionError(f"ip {' '.join(arguments)}: {output}")
+        return output
+
+    def route_multicast(self, device="lo"):
+        self.ip("route", "replace", "224.0.0.0/4", "dev", device)
+
+    def close(self):
+        os.close(self.handle)
+
+
+def join_by_cable(left, right, subnet="10.77.0", ipv6="fd77::"):
+    """Two networks become two hosts with a cable between them: subnet.1 and subnet.2, ipv6 1 and 2."""
+    left.ip("link", "add", "eth0", "type", "veth", "peer", "name", "eth0", "netns", f"/proc/self/fd/{right.handle}",
+            handles=(right.handle,))
+    for number, network in ((1, left), (2, right)):
+        network.ip("address", "add", f"{subnet}.{number}/24", "dev", "eth0")
+        network.ip("address", "add", f"{ipv6}{number}/64", "dev", "eth0", "nodad")
+        network.ip("link", "set", "eth0", "multicast", "on", "up")
+        network.route_multicast("eth0")
+
+
+class Process:
+    """A process in a network, whose standard output is collected line by line."""
+
+    def __init__(self, network, command, env=None, label=None):
+        self.label = label or pathlib.Path(command[0]).name
+        self.lines = []
+        self.errors = []
+        self._changed = threading.Condition()
+        self.started = time.monotonic()
+        self._child = network.start(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                    env={**os.environ, **(env or {})})
+        self._threads = [threading.Thread(target=self._collect, args=arguments, daemon=True)
+                         for arguments in ((self._child.stdout, self.lines), (self._child.stderr, self.errors))]
+        for thread in self._threads:
+            thread.start()
+
+    @property
+    def pid(self):
+        return self._child.pid
+
+    def _collect(self, stream, sink):
+        for raw in stream:
+            with self._changed:
+                sink.append(raw.decode(errors="backslashreplace").rstrip("\n"))
+                self._changed.notify_all()
+        with self._changed:
+            self._changed.notify_all()
+
+    def story(self):
+        """Everything it said, for the message of a failed test."""
+        lines = [f"  {line}" for line in self.lines[-60:]] + [f"  (error) {line}" for line in self.errors[-20:]]
+        return f"{self.label} (status {self._child.poll()}) said:\n" + "\n".join(lines)
+
+    def wait_for(self, what, condition, limit=None):
+        """Waits until condition() is true and returns its value; it is asked again after every line."""
+        end = time.monotonic() + (DEFAULT_LIMIT if limit is None else limit)
+        with self._changed:
+            while True:
+                value = condition()
+                if value:
+                    return value
+                left = end - time.monotonic()
+                if left <= 0:
+                    raise AssertionError(f"waited in vain for {what}\n{self.story()}")
+                self._changed.wait(min(left, 0.5))
+
+    def wait_for_line(self, pattern, limit=None, start=0):
+        """The first line from number start on in which the pattern is found."""
+        return self.wait_for(f"a line with {pattern!r}",
+                             lambda: next((line for line in self.lines[start:] if re.search(pattern, line)), None), limit)
+
+    def signal(self, number):
+        self._child.send_signal(number)
+
+    def kill(self):
+        self._child.kill()
+        self._child.wait()
+
+    def wait(self, limit=None):
+        """Its exit status, once it ended by itself and all that it said has been read."""
+        try:
+            status = self._child.wait(DEFAULT_LIMIT if limit is None else limit)
+        except subprocess.TimeoutExpired:
+            raise AssertionError(f"still running\n{self.story()}") from None
+        for thread in self._threads:
+            thread.join(5)
+        return status
+
+    def close(self):
+        if self._child.poll() is None:
+            self._child.kill()
+        self._child.wait()
+        for thread in self._threads:
+            thread.join(5)
+        for stream in (self._child.stdin, self._child.stdout, self._child.stderr):
+            try:
+                stream.close()
+            except OSError:
+                pass
+
+
+class Peer(Process):
+    """A scriptable application of another maker; peers/README.md lists its commands."""
+
+    def __init__(self, network, program, env=None):
+        super().__init__(network, [str(program)], env)
+        self.guids = {}
+
+    def do(self, command, limit=None):
+        """Sends one command, waits for its answer and returns the lines of facts before it."""
+        start = len(self.lines)
+        self._child.stdin.write(command.encode() + b"\n")
+        self._child.stdin.flush()
+        answer = self.wait_for_line(r"^(ok|error .*)$", limit, start)
+        facts = self.lines[start:self.lines.index(answer, start)]
+        if answer != "ok":
+            raise AssertionError(f"{command!r}: {answer}\n{self.story()}")
+        for fact in facts:
+            found = re.fullmatch(r"(participant|writer|reader) (.*) guid=\"(.*)\"", fact)
+            if found:
+                self.guids["participant" if found[1] == "participant" else found[2]] = found[3]
+        return facts
+
+    def quit(self, limit=None):
+        """A clean end: everything is deleted and said farewell to."""
+        self._child.stdin.close()
+        return self.wait(limit)
+
+
+EVENT = re.compile(
+    r"(?P<time>\d\d:\d\d:\d\d|xx:xx:xx)"
+    r" (?P<event>New|Updated|Deleted) (?P<kind>writer|reader) {3,}"
+    r"from (?P<address>[^ :]+|unknown ip) *:"
+    r" topic=\"(?P<topic>.*?)\" type=\"(?P<type>.*?)\""
+    r"(?: guid=\"(?P<guid>0x[0-9A-F]{8},0x[0-9A-F]{8},0x[0-9A-F]{8}:0x[0-9A-F]{8})\")?"
+    r"(?: name=\"(?P<name>.*?)\")?"
+    r"(?: DP partition=\"(?P<dp_partition>.*?)\")?"
+    r"(?: (?P<side>[SP])  partition=\"(?P<partition>.*?)\")?")
+
+
+class Event:
+    """A discovery line, taken apart. A field that is not in the line is None."""
+
+    def __init__(self, line, found):
+        self.line = line
+        self.what = f"{found['event']} {found['kind']}"
+        for field, value in found.groupdict().items():
+            setattr(self, field, value)
+        # Event and kind are padded to 18 columns and the address to 16, so that columns line up.
+        if line[8:26] != f" {self.what}".ljust(18) or line[26:48] != f" from {self.address:16}":
+            raise AssertionError(f"columns out of line: {line!r}")
+
+    def __repr__(self):
+        return self.line
+
+
+class Spy(Process):
+    """The real tool."""
+
+    LISTENING = "ferret is listening for data, press CTRL+C to stop it."
+
+    def __init__(self, network, *arguments, mode="DISC", env=None, listening=True):
+        command = [str(options.tool), *(["-mode", mode] if mode else []), *arguments]
+        super().__init__(network, command, env, label="ferret")
+        if listening:
+            self.wait_for_line(f"^{re.escape(self.LISTENING)}$")
+            self.listening_after = time.monotonic() - self.started
+
+    @property
+    def events(self):
+        result = []
+        for line in list(self.lines):
+            found = EVENT.fullmatch(line)
+            if found:
+                result.append(Event(line, found))
+            elif re.search(r" (writer|reader) .* from ", line):
+                raise AssertionError(f"not the form of a discovery line: {line!r}")
+        return result
+
+    def having(self, what=None, **fields):
+        """The events so far of this kind ("New writer") whose fields have these values."""
+        return [event for event in self.events if (what is None or event.what == what) and
+                all(getattr(event, field) == value for field, value in fields.items())]
+
+    def wait_for_event(self, what, limit=None, count=1, **fields):
+        """Waits for that many such events; returns the last."""
+        return self.wait_for(f"{count} x {what} with {fields}",
+                             lambda: len(self.having(what, **fields)) >= count and self.having(what, **fields)[-1], limit)
+
+    def interrupt(self, limit=None):
+        """Ends it as a user does; returns the exit status and how long it took."""
+        begin = time.monotonic()
+        self.signal(signal.SIGINT)
+        status = self.wait(limit)
+        return status, time.monotonic() - begin
+
+    def statistics(self):
+        """The numbers of writers and readers that it counted; for when it ended."""
+        text = "\n".join(self.lines)
+        found = re.search(r"\n\n\n---- Statistics ----\nDiscovered (\d+) DataWriters and (\d+) DataReaders\n", "\n" + text)
+        if not found:
+            raise AssertionError(f"no statistics\n{self.story()}")
+        return int(found[1]), int(found[2])
+
+
+class InteropTest(unittest.TestCase):
+    """A test with a network of its own, in which everything it started is ended when it is over."""
+
+    def setUp(self):
+        self.network = self.new_network()
+        self.network.route_multicast()
+
+    def new_network(self, **settings):
+        network = Network(**settings)
+        self.addCleanup(network.close)
+        return network
+
+    def keep(self, process):
+        self.addCleanup(process.close)
+        return process
+
+    def spy(self, *arguments, network=None, **settings):
+        return self.keep(Spy(network or self.network, *arguments, **settings))
+
+    def cyclone(self, network=None, lease=None, tag=None, transport="udp", peers=(), multicast="true", extra=""):
+        if options.peer_cyclone is None:
+            self.skipTest("built without Cyclone DDS")
+        config = f"<Transport>{transport}</Transport><AllowMulticast>{multicast}</AllowMulticast>"
+        discovery = (f"<LeaseDuration>{lease}s</LeaseDuration>" if lease else "") + \
+            (f"<Tag>{tag}</Tag>" if tag else "") + "<ParticipantIndex>auto</ParticipantIndex>" + \
+            ("<Peers>" + "".join(f'<Peer Address="{peer}"/>' for peer in peers) + "</Peers>" if peers else "")
+        uri = f"<CycloneDDS><Domain><General>{config}</General><Discovery>{discovery}</Discovery>{extra}</Domain></CycloneDDS>"
+        return self.keep(Peer(network or self.network, options.peer_cyclone, {"CYCLONEDDS_URI": uri}))
+
+    def fastdds(self, network=None):
+        if options.peer_fastdds is None:
+            self.skipTest("built without Fast DDS 2.x")
+        return self.keep(Peer(network or self.network, options.peer_fastdds))
+
+    def ddsperf(self, *arguments, network=None):
+        if options.ddsperf is None:
+            self.skipTest("ddsperf is not installed")
+        return self.keep(Process(network or self.network, [str(options.ddsperf), *arguments],
+                                 {"CYCLONEDDS_URI": "<Discovery><LeaseDuration>3s</LeaseDuration></Discovery>"}))
+
+    def assert_nothing_else(self, spy, *guids):
+        """Every event is about one of these endpoints: nothing else exists, least of all anything of the spy's."""
+        strangers = [event for event in spy.events if event.guid not in guids]
+        self.assertEqual(strangers, [], spy.story())
+
+    def end(self, spy):
+        """Interrupts the spy; it has to end in time and with its status for success."""
+        status, duration = spy.interrupt()
+        self.assertEqual(status, 1, spy.story())
+        self.assertLess(duration, 1.5 * SLOWNESS, spy.story())
+        self.assertEqual(spy.errors, [], spy.story())
+
+
+class Options:
+    tool = None
+    peer_cyclone = None
+    peer_fastdds = None
+    ddsperf = None
+
+
+options = Options()
+
+
+def _enter_namespaces():
+    """Starts this program again as the first process of a new process namespace."""
+    command = ["unshare", *([] if os.geteuid() == 0 else ["--map-root-user"]), "--net", "--pid", "--fork", "--kill-child"]
+    probe = subprocess.run([*command, "true"], stderr=subprocess.PIPE, text=True)
+    if probe.returncode != 0:
+        sys.exit(f"cannot make private namespaces ({probe.stderr.strip()}); root or unprivileged user namespaces are needed")
+    os.execvp("unshare", [*command, sys.executable, *sys.argv, INSIDE])
+
+
+def main():
+    """Runs the tests of the calling file: FILE --tool PATH [--peer-cyclone PATH] [--peer-fastdds PATH] [--ddsperf PATH]
+    [unittest's own arguments, for example the name of one test]."""
+    if INSIDE not in sys.argv:
+        _enter_namespaces()
+    sys.argv.remove(INSIDE)
+    for field in ("tool", "peer_cyclone", "peer_fastdds", "ddsperf"):
+        flag = "--" + field.replace("_", "-")
+        if flag in sys.argv:
+            at = sys.argv.index(flag)
+            setattr(options, field, pathlib.Path(sys.argv[at + 1]).resolve())
+            del sys.argv[at:at + 2]
+    if options.tool is None or not os.access(options.tool, os.X_OK):
+        sys.exit(f"no program at {options.tool}; use --tool PATH")
+    unittest.main(module="__main__", verbosity=2)

@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Shows that every rule of check_walls.py can fail, and that what is allowed passes."""
+
+import pathlib
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+sys.dont_write_bytecode = True
+import check_walls  # noqa: E402
+
+HOUSE = {
+    "meridian/include/meridian/a.h": "#include <string>\n",
+    "meridian/src/platform/mutex.h": "#include <pthread.h>\n#include <time.h>\n",
+    "meridian/src/rtps/wire/types.h": "#include <array>\n",
+    "meridian/src/rtps/protocol/reader.h": '#include "rtps/wire/types.h"\n',
+    "meridian/src/rtps/net/socket.h": '#include <sys/socket.h>\n#include "rtps/protocol/reader.h"\n',
+    "meridian/src/dcps/factory.cpp": '#include "meridian/a.h"\n#include "discovery/d.h"\n#include "platform/mutex.h"\n',
+    "meridian/src/discovery/d.h": '#include "rtps/net/socket.h"\n',
+    "meridian/src/qos/q.h": "",
+    "meridian/src/types/t.h": "",
+    "agent/agent.h": '#include "meridian/a.h"\n',
+    "srcCxx/quixspy/spy.cpp": '#include "agent/agent.h"\n#include "quixspy/spy.h"\n#include <signal.h>\n',
+    "srcCxx/quixspy/spy.h": "",
+    "tests/interop/peers/p.cpp": "#include <dds/dds.h>\n",
+    "tests/unit/wire/w.cpp": '#include "rtps/wire/types.h"\n',
+}
+
+BROKEN = [
+    ("agent/bad.h", '#include "platform/mutex.h"\n', "public headers"),
+    ("agent/bad.h", '#include "../meridian/src/qos/q.h"\n', "public headers"),
+    ("agent/bad.h", '#include "quixspy/spy.h"\n', "nothing of the spy"),
+    ("srcCxx/quixspy/bad.cpp", '  #  include "rtps/wire/types.h"\n', "public headers"),
+    ("meridian/src/dcps/bad.cpp", '#include "agent/agent.h"\n', "nothing of the tool"),
+    ("meridian/src/dcps/bad.cpp", '#include "quixspy/spy.h"\n', "nothing of the tool"),
+    ("meridian/src/dcps/bad.cpp", "#include <unistd.h>\n", "touch the system"),
+    ("meridian/src/qos/bad.cpp", "#include <ctime>\n", "touch the system"),
+    ("meridian/src/qos/bad.cpp", '#include "rtps/net/socket.h"\n', "qos may not include rtps/net"),
+    ("meridian/src/types/bad.cpp", '#include "qos/q.h"\n', "types may not include qos"),
+    ("meridian/src/rtps/wire/bad.h", '#include "rtps/protocol/reader.h"\n', "rtps/wire may not include rtps/protocol"),
+    ("meridian/src/rtps/wire/bad.h", '#include "platform/mutex.h"\n', "rtps/wire may not include platform"),
+    ("meridian/src/rtps/wire/bad.h", '#include "meridian/a.h"\n', "nothing of the public interface"),
+    ("meridian/src/rtps/protocol/bad.cpp", '#include "rtps/net/socket.h"\n', "rtps/protocol may not include rtps/net"),
+    ("meridian/src/rtps/protocol/bad.cpp", "#include <poll.h>\n", "touch the system"),
+    ("meridian/src/rtps/protocol/bad.cpp", "auto t = std::chrono::steady_clock::now();\n", "asks for the time"),
+    ("meridian/src/rtps/net/bad.cpp", '#include "discovery/d.h"\n', "rtps/net may not include discovery"),
+    ("meridian/src/platform/bad.cpp", '#include "rtps/wire/types.h"\n', "platform may not include rtps/wire"),
+    ("meridian/src/new/bad.cpp", "#include <string>\n", "without a place"),
+    ("meridian/include/meridian/bad.h", '#include "dcps/factory.cpp"\n', "public headers only"),
+    ("meridian/include/meridian/bad.h", "#include <pthread.h>\n", "system header"),
+    ("meridian/src/rtps/net/bad.cpp", "#include <dds/dds.h>\n", "another maker's"),
+    ("srcCxx/quixspy/bad.cpp", "#include <fastdds/dds/log/Log.hpp>\n", "another maker's"),
+    ("bench/bad.cpp", "#include <fastcdr/Cdr.h>\n", "another maker's"),
+]
+
+
+class Walls(unittest.TestCase):
+    def build(self, folder, *more):
+        for name, text in [*HOUSE.items(), *more]:
+            path = pathlib.Path(folder, name)
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text)
+        return check_walls.check(folder)[0]
+
+    def test_what_is_allowed_passes(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertEqual(self.build(folder), [])
+
+    def test_every_rule_can_fail(self):
+        for name, text, reason in BROKEN:
+            with self.subTest(f"{name}: {text.strip()}"), tempfile.TemporaryDirectory() as folder:
+                errors = self.build(folder, (name, text))
+                self.assertEqual(len(errors), 1, errors)
+                self.assertIn(reason, errors[0])
+                self.assertTrue(errors[0].startswith(f"{name}:1:"), errors)
+
+
+if __name__ == "__main__":
+    unittest.main()
