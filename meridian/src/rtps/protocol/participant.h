@@ -52,6 +52,9 @@ struct ParticipantConfig {
     /// and participant messages), as BuiltinEndpoint bits; their readers and writers are added with
     /// add_reader and add_writer.
     uint32_t additional_builtin_endpoints = 0;
+    /// Differs for every life of a process that may come back with the same prefix; announced, so that others
+    /// of this library notice at once. 0: not announced.
+    uint64_t incarnation = 0;
     uint64_t seed = 1; // for the jitter of periodic announcements
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;

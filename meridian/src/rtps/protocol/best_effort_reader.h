@@ -1,0 +1,40 @@
+#pragma once
+
+// A best-effort reader (DDSI-RTPS 2.5, 8.4.12.1): delivers what comes, never twice and never out of order,
+// and counts what passed it by.
+
+#include <memory>
+#include <unordered_map>
+
+#include "rtps/protocol/fragment_assembler.h"
+#include "rtps/protocol/reader.h"
+
+namespace meridian::rtps {
+
+class BestEffortReader final : public Reader {
+  public:
+    /// sink and observer must outlive the reader.
+    BestEffortReader(size_t max_sample_size, size_t max_memory, SampleSink& sink, ReaderObserver& observer);
+    ~BestEffortReader() override;
+
+    void add_writer(const RemoteWriter& writer, MonotonicTime now) override;
+    void remove_writer(const Guid& writer) override;
+    void on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
+    void on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
+    /// Gives the memory of samples back whose fragments stopped coming.
+    void on_timer(MonotonicTime now) override;
+
+  private:
+    struct Proxy;
+    Proxy* find(const Guid& writer);
+    void deliver(Proxy& proxy, const Sample& sample, bool deliverable);
+
+    size_t max_sample_size_;
+    SampleSink& sink_;
+    ReaderObserver& observer_;
+    MemoryBudget budget_;
+    std::unordered_map<Guid, std::unique_ptr<Proxy>> proxies_;
+    Proxy* last_used_ = nullptr;
+};
+
+} // namespace meridian::rtps

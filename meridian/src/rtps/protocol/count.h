@@ -1,0 +1,18 @@
+#pragma once
+
+// Counts of heartbeats and acknowledgements grow modulo 2^32.
+
+#include "rtps/wire/types.h"
+
+namespace meridian::rtps {
+
+/// True when a is later than b.
+inline bool newer(Count a, Count b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b)) > 0;
+}
+
+inline Count next_count(Count count) {
+    return static_cast<Count>(static_cast<uint32_t>(count) + 1);
+}
+
+} // namespace meridian::rtps

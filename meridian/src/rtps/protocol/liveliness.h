@@ -1,0 +1,50 @@
+#pragma once
+
+// Liveliness of writers (DDS 1.4, 2.2.3.11; DDSI-RTPS 2.5, 8.4.13): when the own writers' assertions are due,
+// and which matched remote writers missed theirs.
+
+#include <map>
+#include <vector>
+
+#include "rtps/protocol/interfaces.h"
+
+namespace meridian::rtps {
+
+class Liveliness {
+  public:
+    /// Own writers; leases that are infinite need no assertion.
+    void add_own(EntityId writer, LivelinessKind kind, Duration lease, MonotonicTime now);
+    void remove_own(EntityId writer);
+    /// True when the message that asserts all automatic writers is due; the next one is scheduled then.
+    bool assertion_due(MonotonicTime now);
+
+    /// Matched remote writers with a finite lease. Adding a known one changes nothing.
+    void add_remote(const Guid& writer, LivelinessKind kind, Duration lease, MonotonicTime now);
+    void remove_remote(const Guid& writer);
+    bool watches_any() const { return !remotes_.empty(); }
+    /// A sample or a heartbeat with the liveliness flag of this writer came: also its participant is alive by
+    /// it.
+    void on_writer_asserted(const Guid& writer, MonotonicTime now, Events& events);
+    /// A participant message of this kind (ParticipantMessage::Kind) came.
+    void on_participant_asserted(const GuidPrefix& prefix, uint32_t kind, MonotonicTime now, Events& events);
+
+    MonotonicTime next_deadline() const;
+    void on_timer(MonotonicTime now, Events& events);
+
+  private:
+    struct Remote {
+        LivelinessKind kind = LivelinessKind::automatic;
+        Duration lease{0};
+        MonotonicTime expires = kNever;
+        bool alive = true;
+    };
+    void renew(const Guid& writer, Remote& remote, MonotonicTime now, Events& events);
+    void schedule_assertion(MonotonicTime now);
+
+    std::map<EntityId, Duration> own_automatic_;
+    MonotonicTime assert_at_ = kNever;
+    std::map<Guid, Remote> remotes_;
+    MonotonicTime expiry_check_at_ = kNever;
+};
+
+} // namespace meridian::rtps

@@ -1,0 +1,121 @@
+#include "rtps/protocol/message_batcher.h"
+
+#include <algorithm>
+
+namespace meridian::rtps {
+
+namespace {
+
+// Destinations kept open at a time: bounds memory and the linear search.
+constexpr size_t kMaxOpen = 64;
+// Header, INFO_DST, INFO_TS and the fixed part of a DATA_FRAG, plus padding.
+constexpr size_t kOverhead = kHeaderSize + 16 + 12 + 40 + 8;
+
+} // namespace
+
+struct MessageBatcher::Open {
+    Open(const GuidPrefix& source, size_t max_size) : writer(source, max_size) {}
+
+    Locator destination;
+    MessageWriter writer;
+    GuidPrefix prefix;                 // of the INFO_DST in force
+    std::optional<WireTime> timestamp; // of the INFO_TS in force
+};
+
+MessageBatcher::MessageBatcher(const GuidPrefix& source, size_t max_size, Output& output)
+    : source_(source), max_size_(max_size), output_(output) {}
+
+MessageBatcher::~MessageBatcher() = default;
+
+size_t MessageBatcher::max_payload(size_t inline_qos_size) const {
+    const size_t overhead = kOverhead + inline_qos_size;
+    return max_size_ > overhead ? max_size_ - overhead : 0;
+}
+
+MessageBatcher::Open& MessageBatcher::open(const Locator& destination) {
+    for (size_t i = 0; i < in_use_; ++i) {
+        if (messages_[i]->destination == destination)
+            return *messages_[i];
+    }
+    if (in_use_ == kMaxOpen)
+        flush();
+    if (in_use_ == messages_.size())
+        messages_.push_back(std::make_unique<Open>(source_, max_size_));
+    Open& message = *messages_[in_use_++];
+    message.destination = destination;
+    return message;
+}
+
+void MessageBatcher::send(Open& message) {
+    if (!message.writer.empty())
+        output_.send(message.writer.view(), message.destination);
+    message.writer.clear();
+    message.prefix = kUnknownPrefix;
+    message.timestamp.reset();
+}
+
+void MessageBatcher::flush() {
+    for (size_t i = 0; i < in_use_; ++i)
+        send(*messages_[i]);
+    in_use_ = 0;
+}
+
+template <typename Append>
+void MessageBatcher::append(const Route& to, const std::optional<WireTime>* timestamp, Append append_to) {
+    const auto try_append = [&](Open& message) {
+        if (message.prefix != to.prefix) {
+            if (!message.writer.add_info_destination(to.prefix))
+                return false;
+            message.prefix = to.prefix;
+        }
+        if (timestamp != nullptr && message.timestamp != *timestamp) {
+            const bool added = *timestamp ? message.writer.add_info_timestamp(**timestamp)
+                                          : message.writer.add_info_timestamp_invalid();
+            if (!added)
+                return false;
+            message.timestamp = *timestamp;
+        }
+        return append_to(message.writer);
+    };
+    for (const Locator& locator : to.locators) {
+        Open& message = open(locator);
+        if (!try_append(message)) {
+            send(message);
+            if (!try_append(message)) {
+                message.writer.clear(); // does not fit in any message
+                message.prefix = kUnknownPrefix;
+                message.timestamp.reset();
+            }
+        }
+    }
+}
+
+void MessageBatcher::add(const Route& to, const Data& data, std::optional<WireTime> timestamp) {
+    append(to, &timestamp, [&](MessageWriter& writer) { return writer.add_data(data); });
+}
+
+void MessageBatcher::add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp) {
+    append(to, &timestamp, [&](MessageWriter& writer) { return writer.add_data_frag(data); });
+}
+
+void MessageBatcher::add(const Route& to, const Heartbeat& heartbeat) {
+    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat(heartbeat); });
+}
+
+void MessageBatcher::add(const Route& to, const HeartbeatFrag& heartbeat) {
+    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat_frag(heartbeat); });
+}
+
+void MessageBatcher::add(const Route& to, const AckNack& acknack) {
+    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_acknack(acknack); });
+}
+
+void MessageBatcher::add(const Route& to, const NackFrag& nack) {
+    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_nack_frag(nack); });
+}
+
+void MessageBatcher::add(const Route& to, const Gap& gap) {
+    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_gap(gap); });
+}
+
+} // namespace meridian::rtps

@@ -1,0 +1,60 @@
+#pragma once
+
+// Collects submessages and sends those for one destination together, in the order they were added, in as few
+// datagrams as the message size allows. INFO_DST and INFO_TS are written where they change.
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "rtps/protocol/interfaces.h"
+#include "rtps/wire/message.h"
+
+namespace meridian::rtps {
+
+/// Who gets a submessage (unknown: everybody) and at which addresses.
+struct Route {
+    GuidPrefix prefix;
+    LocatorList locators;
+    friend bool operator==(const Route& a, const Route& b) {
+        return a.prefix == b.prefix && a.locators == b.locators;
+    }
+};
+
+class MessageBatcher {
+  public:
+    /// output must outlive the batcher.
+    MessageBatcher(const GuidPrefix& source, size_t max_size, Output& output);
+    ~MessageBatcher();
+
+    /// Submessages that exceed a whole message are dropped; use max_payload to avoid that.
+    void add(const Route& to, const Data& data, std::optional<WireTime> timestamp);
+    void add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp);
+    void add(const Route& to, const Heartbeat& heartbeat);
+    void add(const Route& to, const HeartbeatFrag& heartbeat);
+    void add(const Route& to, const AckNack& acknack);
+    void add(const Route& to, const NackFrag& nack);
+    void add(const Route& to, const Gap& gap);
+
+    /// Largest payload of a DATA or DATA_FRAG with that much inline QoS.
+    size_t max_payload(size_t inline_qos_size) const;
+
+    /// Sends everything collected.
+    void flush();
+
+  private:
+    struct Open;
+
+    Open& open(const Locator& destination);
+    void send(Open& message);
+    template <typename Append>
+    void append(const Route& to, const std::optional<WireTime>* timestamp, Append append_to);
+
+    GuidPrefix source_;
+    size_t max_size_;
+    Output& output_;
+    std::vector<std::unique_ptr<Open>> messages_; // the first in_use_ are being filled; memory is kept
+    size_t in_use_ = 0;
+};
+
+} // namespace meridian::rtps

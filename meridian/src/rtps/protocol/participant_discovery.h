@@ -1,0 +1,109 @@
+#pragma once
+
+// Participant discovery (DDSI-RTPS 2.5, 8.5.3): announces this participant and keeps the table of the others.
+//
+// Announcements go to the initial peers: a burst at start, then periodically with a little jitter. A new
+// participant gets one of its own at once, and the next general one is brought forward. Participants that
+// multicast may not reach (those that announce no multicast address, and all while there are few) get
+// periodic ones at their own address too, since only those keep our lease alive there. Any traffic of a
+// participant renews its lease. Participants of another domain id or tag are not seen at all.
+
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/participant.h"
+#include "rtps/protocol/warn_once.h"
+#include "rtps/wire/message.h"
+
+namespace meridian::rtps {
+
+struct RemoteParticipant {
+    ParticipantData data;
+    ByteBuffer announcement; // as it came: repetitions are recognised without decoding
+    Locator announced_from;
+    Duration lease{0};
+    MonotonicTime expires = kNever;
+    Route metatraffic; // chosen from what it announces
+    Route user;        // for endpoints without locators of their own
+};
+
+class ParticipantDiscovery {
+  public:
+    /// Called during on_data, on_timer and the other calls that change the table; must not call back.
+    class Listener {
+      public:
+        virtual ~Listener() = default;
+        virtual void on_participant_discovered(RemoteParticipant& remote, Now now) = 0;
+        /// content: what it announces changed; otherwise only the choice of addresses did.
+        virtual void on_participant_changed(RemoteParticipant& remote, bool content, Now now) = 0;
+        virtual void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) = 0;
+    };
+
+    /// All references must outlive the object. config gives everything but what set_announced changes later.
+    ParticipantDiscovery(const ParticipantConfig& config, const Output& output, MessageBatcher& batcher,
+                         WarnOnce& warnings, Listener& listener);
+
+    const ParticipantData& announced() const { return announced_; }
+    void start(Now now);
+    /// Disposes the own participant everywhere and forgets the others.
+    void stop(Now now);
+    void set_announced(const ParticipantData& data, Now now);
+    void add_peer(const Locator& destination, Now now);
+    /// The preferences of Output may have changed: chooses addresses again.
+    void choose_routes_again(Now now);
+
+    /// A DATA of somebody's participant writer.
+    void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
+    /// Any message of this participant came. nullptr: it is not known.
+    RemoteParticipant* on_traffic(const GuidPrefix& prefix, MonotonicTime now);
+
+    void ignore(const GuidPrefix& prefix, Now now);
+    bool ignored(const GuidPrefix& prefix) const { return !ignored_.empty() && ignored_.count(prefix) != 0; }
+    /// Forgets the participant and discovers it again from its last announcement, because it began a new
+    /// life.
+    void replace(const GuidPrefix& prefix, Now now);
+
+    RemoteParticipant* find(const GuidPrefix& prefix);
+    const RemoteParticipant* find(const GuidPrefix& prefix) const;
+    std::vector<GuidPrefix> prefixes() const;
+
+    MonotonicTime next_deadline() const;
+    void on_timer(Now now);
+
+  private:
+    void on_announcement(ParticipantData&& data, ByteView payload, const Locator& source, Now now);
+    void discover(ParticipantData&& data, ByteView payload, const Locator& source, Now now);
+    void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
+    bool choose_routes(RemoteParticipant& remote) const;
+    bool of_this_domain(const ParticipantData& data) const;
+    bool needs_unicast(const RemoteParticipant& remote) const;
+    void renew(RemoteParticipant& remote, MonotonicTime now);
+    void announce(Now now);
+    void send_announcement(const Route& route, Now now);
+    void announce_soon(MonotonicTime now);
+    Duration jittered(Duration period);
+
+    const ParticipantConfig& config_;
+    const Output& output_;
+    MessageBatcher& batcher_;
+    WarnOnce& warnings_;
+    Listener& listener_;
+    ParticipantData announced_;
+    ByteBuffer announcement_;
+    SequenceNumber sequence_number_ = 0;
+    LocatorList peers_;
+    bool running_ = false;
+    int burst_left_ = 0;
+    MonotonicTime announce_at_ = kNever;
+    MonotonicTime announced_at_{0};
+    MonotonicTime expiry_check_at_ = kNever;
+    uint64_t random_;
+    std::unordered_map<GuidPrefix, std::unique_ptr<RemoteParticipant>> remotes_;
+    std::unordered_set<GuidPrefix> ignored_;
+};
+
+} // namespace meridian::rtps

@@ -1,0 +1,19 @@
+#include "rtps/protocol/reader.h"
+
+namespace meridian::rtps {
+
+bool make_sample(const Guid& writer, const MessageContext& context, const Data& data, MonotonicTime now,
+                 Sample& out) {
+    out.writer = writer;
+    out.sequence_number = data.sequence_number;
+    out.source_timestamp = context.timestamp.value_or(kTimeInvalid);
+    out.received = now;
+    out.has_payload = data.has_payload;
+    out.payload_is_key = data.payload_is_key;
+    out.payload = data.payload;
+    if (data.inline_qos.empty())
+        return true;
+    return decode_inline_qos(data.inline_qos, data.endianness, out.inline_qos) && !out.inline_qos.refused;
+}
+
+} // namespace meridian::rtps

@@ -1,0 +1,60 @@
+#pragma once
+
+// What the reliable and the best-effort reader have in common: the operations by which the participant hands
+// them submessages of matched writers, and time.
+
+#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/message_batcher.h"
+#include "rtps/wire/message.h"
+
+namespace meridian::rtps {
+
+/// A matched writer, as a reader needs to know it.
+struct RemoteWriter {
+    Guid guid;
+    Route route; // where acknowledgements go
+    VendorId vendor;
+};
+
+/// What a reader tells the participant beyond samples. Not called back into the reader.
+class ReaderObserver {
+  public:
+    virtual ~ReaderObserver() = default;
+    /// The writer began anew with the same GUID: its sequence numbers start over, and so did delivery.
+    virtual void on_writer_restarted(const Guid& writer) = 0;
+    virtual void on_oversized_sample(const Guid& writer, size_t size) = 0;
+};
+
+class Reader {
+  public:
+    virtual ~Reader() = default;
+
+    /// A known writer only gets its route changed.
+    virtual void add_writer(const RemoteWriter& writer, MonotonicTime now) = 0;
+    virtual void remove_writer(const Guid& writer) = 0;
+
+    /// Submessages of writers that were not added are ignored. now is the time of reception.
+    virtual void on_data(const MessageContext& context, const Data& data, MonotonicTime now) = 0;
+    virtual void on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) = 0;
+    virtual void on_heartbeat(const Guid& /*writer*/, const Heartbeat&, MonotonicTime) {}
+    virtual void on_heartbeat_frag(const Guid& /*writer*/, const HeartbeatFrag&, MonotonicTime) {}
+    virtual void on_gap(const Guid& /*writer*/, const Gap&, MonotonicTime) {}
+
+    /// Never later than anything that is due, possibly earlier.
+    MonotonicTime next_deadline() const { return deadline_; }
+    virtual void on_timer(MonotonicTime now) = 0;
+
+  protected:
+    void wake_at(MonotonicTime when) {
+        if (when < deadline_)
+            deadline_ = when;
+    }
+
+    MonotonicTime deadline_ = kNever;
+};
+
+/// The sample of a DATA submessage. False when its inline QoS is malformed or asks to be refused.
+bool make_sample(const Guid& writer, const MessageContext& context, const Data& data, MonotonicTime now,
+                 Sample& out);
+
+} // namespace meridian::rtps

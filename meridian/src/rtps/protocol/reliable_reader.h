@@ -1,0 +1,86 @@
+#pragma once
+
+// A reliable stateful reader (DDSI-RTPS 2.5, 8.4.12.2): delivers every sample of each matched writer exactly
+// once and in order, asks for what is missing, and reports what can no longer come.
+//
+// - Right after a match it speaks first: an ACKNACK with an empty set that wants an answer, repeated until
+// the writer's
+//   first heartbeat.
+// - A volatile reader starts at that heartbeat: earlier samples are not asked for. Samples that came before
+// it, after
+//   the match, are held and delivered.
+// - Heartbeats are answered at the end of the datagram they came in, but not more often than
+// heartbeat_suppression;
+//   the same samples are not asked for again within 10 ms; what does not come is asked for again with growing
+//   pauses.
+// - A heartbeat with a newer count but a lower last number, or three old-looking ones in a row over half a
+// second,
+//   mean that the writer began anew.
+
+#include <map>
+#include <memory>
+#include <unordered_map>
+
+#include "rtps/protocol/fragment_assembler.h"
+#include "rtps/protocol/participant.h"
+#include "rtps/protocol/reader.h"
+
+namespace meridian::rtps {
+
+class ReliableReader final : public Reader {
+  public:
+    struct Limits {
+        size_t max_sample_size = size_t{16} << 20;
+        size_t max_memory = size_t{64} << 20; // out-of-order samples and fragments together
+    };
+
+    /// sink, observer and batcher must outlive the reader. is_volatile: the durability of this reader.
+    ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config, const Limits& limits,
+                   SampleSink& sink, ReaderObserver& observer, MessageBatcher& batcher);
+    ~ReliableReader() override;
+
+    void add_writer(const RemoteWriter& writer, MonotonicTime now) override;
+    void remove_writer(const Guid& writer) override;
+
+    void on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
+    void on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
+    void on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) override;
+    void on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& heartbeat, MonotonicTime now) override;
+    void on_gap(const Guid& writer, const Gap& gap, MonotonicTime now) override;
+    void on_timer(MonotonicTime now) override;
+
+  private:
+    struct Held;
+    struct Proxy;
+
+    Proxy* find(const Guid& writer);
+    void accept(Proxy& proxy, const Sample& sample, bool deliverable);
+    void hold(Proxy& proxy, const Sample* sample, SequenceNumber sequence_number);
+    bool make_room(Proxy& proxy, SequenceNumber sequence_number, size_t bytes);
+    void deliver_held(Proxy& proxy, Held& held, SequenceNumber sequence_number);
+    void drain(Proxy& proxy);
+    void advance(Proxy& proxy, SequenceNumber to, bool count_losses);
+    void mark_irrelevant(Proxy& proxy, SequenceNumber from, SequenceNumber to);
+    void release(const Held& held);
+    void restart(Proxy& proxy, const Heartbeat& heartbeat, MonotonicTime now);
+    void want_acknowledgement(Proxy& proxy, MonotonicTime now);
+    void send_preemptive(Proxy& proxy, MonotonicTime now);
+    void send_acknack(Proxy& proxy, MonotonicTime now);
+    bool nack_fragments(Proxy& proxy, SequenceNumber sequence_number);
+
+    EntityId id_;
+    bool is_volatile_;
+    ReaderConfig config_;
+    Limits limits_;
+    SampleSink& sink_;
+    ReaderObserver& observer_;
+    MessageBatcher& batcher_;
+    MemoryBudget budget_;
+    std::unordered_map<Guid, std::unique_ptr<Proxy>> proxies_;
+    // Of the reader, not of one writer: they must still grow when a writer is lost and found again.
+    Count acknack_count_ = 0;
+    Count nackfrag_count_ = 0;
+    Proxy* last_used_ = nullptr; // packets of one writer come in rows
+};
+
+} // namespace meridian::rtps

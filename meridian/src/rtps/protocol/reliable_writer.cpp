@@ -1,0 +1,335 @@
+#include "rtps/protocol/reliable_writer.h"
+
+#include <algorithm>
+
+#include "rtps/protocol/count.h"
+
+namespace meridian::rtps {
+
+namespace {
+
+constexpr unsigned kSamplesPerHeartbeat = 16;
+constexpr Duration kLongestPause = std::chrono::seconds(2);
+constexpr size_t kKeptDisposals = 1000;
+constexpr uint32_t kUnregistered = 2; // status info bit
+
+bool says_something(const InlineQos& qos) {
+    return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer ||
+           qos.sample_flags != 0;
+}
+
+} // namespace
+
+ReliableWriter::ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config,
+                               MessageBatcher& batcher)
+    : id_(id),
+      transient_local_(qos.durability != Durability::volatile_),
+      keep_all_(qos.history == HistoryKind::keep_all),
+      depth_(qos.history_depth > 0 ? static_cast<size_t>(qos.history_depth) : 1),
+      config_(config),
+      batcher_(batcher) {}
+
+ReliableWriter::~ReliableWriter() = default;
+
+ReliableWriter::Proxy* ReliableWriter::find(const Guid& reader) {
+    const auto at = std::lower_bound(proxies_.begin(), proxies_.end(), reader,
+                                     [](const Proxy& p, const Guid& guid) { return p.reader.guid < guid; });
+    return at != proxies_.end() && at->reader.guid == reader ? &*at : nullptr;
+}
+
+void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
+    if (Proxy* known = find(reader.guid)) {
+        known->reader = reader;
+        return;
+    }
+    Proxy proxy;
+    proxy.reader = reader;
+    if (!transient_local_ || !reader.transient_local)
+        proxy.first_relevant = last_ + 1;
+    proxy.acknowledged_below = proxy.first_relevant;
+    const auto at = std::lower_bound(proxies_.begin(), proxies_.end(), reader.guid,
+                                     [](const Proxy& p, const Guid& guid) { return p.reader.guid < guid; });
+    Proxy& added = *proxies_.insert(at, proxy);
+    if (reader.reliable) {
+        send_heartbeat(added, false, false);
+        restart_heartbeats(added, now);
+    }
+}
+
+void ReliableWriter::remove_reader(const Guid& reader) {
+    Proxy* proxy = find(reader);
+    if (proxy == nullptr)
+        return;
+    proxies_.erase(proxies_.begin() + (proxy - proxies_.data()));
+    forget_acknowledged();
+}
+
+bool ReliableWriter::outstanding(const Proxy& proxy) const {
+    return proxy.reader.reliable && (!proxy.heard || proxy.acknowledged_below <= last_);
+}
+
+bool ReliableWriter::all_acknowledged() const {
+    return std::none_of(proxies_.begin(), proxies_.end(), [this](const Proxy& p) {
+        return p.reader.reliable && p.acknowledged_below <= last_;
+    });
+}
+
+void ReliableWriter::forget(SequenceNumber number) {
+    const auto at = history_.find(number);
+    if (at == history_.end())
+        return;
+    const auto instance = instances_.find(at->second.instance);
+    if (instance != instances_.end()) {
+        auto& numbers = instance->second;
+        numbers.erase(std::remove(numbers.begin(), numbers.end(), number), numbers.end());
+        if (numbers.empty())
+            instances_.erase(instance);
+    }
+    history_.erase(at);
+}
+
+void ReliableWriter::forget_acknowledged() {
+    if (transient_local_)
+        return;
+    SequenceNumber end = last_ + 1;
+    for (const Proxy& p : proxies_) {
+        if (p.reader.reliable)
+            end = std::min(end, p.acknowledged_below);
+    }
+    while (!history_.empty() && history_.begin()->first < end)
+        forget(history_.begin()->first);
+}
+
+bool ReliableWriter::make_room(const WriteRequest& request) {
+    if (!keep_all_) {
+        const auto instance = instances_.find(request.instance.value_or(KeyHash{}));
+        while (instance != instances_.end() && instance->second.size() >= depth_) {
+            const bool last_one = instance->second.size() == 1;
+            forget(instance->second.front());
+            if (last_one)
+                break;
+        }
+    }
+    return history_.size() < config_.max_samples;
+}
+
+std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request, Now now) {
+    if (!make_room(request))
+        return std::nullopt;
+    Change change;
+    change.payload.assign(request.payload.begin(), request.payload.end());
+    if (says_something(request.inline_qos))
+        change.inline_qos = encode(request.inline_qos);
+    change.payload_is_key = request.payload_is_key;
+    change.timestamp = request.source_timestamp.value_or(now.wall);
+    change.instance = request.instance.value_or(KeyHash{});
+    const SequenceNumber number = ++last_;
+
+    for (size_t i = 0; i < proxies_.size();) {
+        const RemoteReader& reader = proxies_[i].reader;
+        size_t end = i + 1;
+        while (end < proxies_.size() && proxies_[end].reader.route == reader.route)
+            ++end;
+        send_change(reader.route, end - i == 1 ? reader.guid.entity : entity::unknown, number, change);
+        i = end;
+    }
+    instances_[change.instance].push_back(number);
+    history_.emplace(number, std::move(change));
+    if (transient_local_ && (request.inline_qos.status_info & kUnregistered) != 0) {
+        disposals_.push_back(number);
+        if (disposals_.size() > kKeptDisposals) {
+            forget(disposals_.front()); // if a later sample of its instance has not replaced it
+            disposals_.pop_front();
+        }
+    }
+    for (Proxy& p : proxies_) {
+        if (!p.reader.reliable)
+            continue;
+        const bool first_unacknowledged = p.acknowledged_below == number;
+        if (first_unacknowledged || ++p.since_heartbeat >= kSamplesPerHeartbeat)
+            send_heartbeat(p, false, false);
+        if (first_unacknowledged || p.heartbeat_at == kNever)
+            restart_heartbeats(p, now.monotonic);
+    }
+    forget_acknowledged();
+    return number;
+}
+
+size_t ReliableWriter::fragment_size(const Change& change) const {
+    // A multiple of 4 keeps primitives of the payload whole; 16 bits hold it.
+    return std::min<size_t>(batcher_.max_payload(change.inline_qos.size()), 0xfffc) & ~size_t{3};
+}
+
+void ReliableWriter::send_change(const Route& route, EntityId reader, SequenceNumber number,
+                                 const Change& change) {
+    if (change.payload.size() > batcher_.max_payload(change.inline_qos.size())) {
+        send_fragments(route, reader, number, change, nullptr);
+        return;
+    }
+    Data data;
+    data.reader = reader;
+    data.writer = id_;
+    data.sequence_number = number;
+    data.inline_qos = change.inline_qos;
+    data.has_payload = !change.payload.empty();
+    data.payload_is_key = change.payload_is_key;
+    data.payload = change.payload;
+    batcher_.add(route, data, change.timestamp);
+}
+
+void ReliableWriter::send_fragments(const Route& route, EntityId reader, SequenceNumber number,
+                                    const Change& change, const FragmentNumberSet* wanted) {
+    const size_t step = fragment_size(change);
+    if (step == 0)
+        return;
+    DataFrag fragment;
+    fragment.reader = reader;
+    fragment.writer = id_;
+    fragment.sequence_number = number;
+    fragment.inline_qos = change.inline_qos;
+    fragment.payload_is_key = change.payload_is_key;
+    fragment.fragment_size = static_cast<uint16_t>(step);
+    fragment.sample_size = static_cast<uint32_t>(change.payload.size());
+    fragment.first_fragment = 1;
+    for (size_t from = 0; from < change.payload.size(); from += step, ++fragment.first_fragment) {
+        if (wanted != nullptr && !wanted->contains(fragment.first_fragment))
+            continue;
+        fragment.payload = {change.payload.data() + from, std::min(step, change.payload.size() - from)};
+        batcher_.add(route, fragment, change.timestamp);
+    }
+}
+
+SequenceNumber ReliableWriter::first_available(const Proxy& proxy) const {
+    const SequenceNumber oldest = history_.empty() ? last_ + 1 : history_.begin()->first;
+    return std::max(oldest, proxy.first_relevant);
+}
+
+void ReliableWriter::send_heartbeat(Proxy& proxy, bool final, bool liveliness) {
+    Heartbeat heartbeat;
+    heartbeat.reader = proxy.reader.guid.entity;
+    heartbeat.writer = id_;
+    heartbeat.first = first_available(proxy);
+    heartbeat.last = last_;
+    heartbeat.count = heartbeat_count_ = next_count(heartbeat_count_);
+    heartbeat.final = final;
+    heartbeat.liveliness = liveliness;
+    batcher_.add(proxy.reader.route, heartbeat);
+    proxy.since_heartbeat = 0;
+}
+
+void ReliableWriter::restart_heartbeats(Proxy& proxy, MonotonicTime now) {
+    proxy.heartbeat_pause = config_.heartbeat_period;
+    proxy.heartbeat_at = later(now, proxy.heartbeat_pause);
+    deadline_ = std::min(deadline_, proxy.heartbeat_at);
+}
+
+void ReliableWriter::assert_liveliness() {
+    for (Proxy& p : proxies_) {
+        if (p.reader.reliable)
+            send_heartbeat(p, true, true);
+    }
+}
+
+void ReliableWriter::send_gaps(const Proxy& proxy, const std::vector<SequenceNumber>& irrelevant) {
+    for (size_t i = 0; i < irrelevant.size();) {
+        Gap gap;
+        gap.reader = proxy.reader.guid.entity;
+        gap.writer = id_;
+        gap.start = irrelevant[i];
+        gap.list.base = gap.start + 1;
+        ++i;
+        while (i < irrelevant.size() && irrelevant[i] == gap.list.base) {
+            ++gap.list.base;
+            ++i;
+        }
+        while (i < irrelevant.size() && gap.list.insert(irrelevant[i]))
+            ++i;
+        batcher_.add(proxy.reader.route, gap);
+    }
+}
+
+void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {
+    Proxy* proxy = find(reader);
+    if (proxy == nullptr || !proxy->reader.reliable)
+        return;
+    // A reader that began anew counts from the start again; it shows by its pre-emptive form.
+    const bool preemptive = acknack.missing.base <= 1 && acknack.missing.empty() && !acknack.final;
+    if (proxy->heard && !newer(acknack.count, proxy->acknack_count) && !preemptive)
+        return;
+    if (acknack.missing.base > last_ + 1)
+        return; // it thinks of an earlier life of this writer: heartbeats go on until it notices
+    const bool progress = !proxy->heard || acknack.missing.base > proxy->acknowledged_below;
+    proxy->heard = true;
+    proxy->acknack_count = acknack.count;
+    if (preemptive)
+        proxy->acknowledged_below = proxy->first_relevant;
+    else
+        proxy->acknowledged_below = std::max(proxy->acknowledged_below, acknack.missing.base);
+
+    std::vector<SequenceNumber> irrelevant;
+    bool sent = false;
+    for (uint32_t bit = 0; bit < acknack.missing.num_bits; ++bit) {
+        const SequenceNumber number = acknack.missing.base + bit;
+        if (number < 1 || number > last_ || !acknack.missing.contains(number))
+            continue;
+        const auto change = history_.find(number);
+        if (number < proxy->first_relevant || change == history_.end()) {
+            irrelevant.push_back(number);
+        } else {
+            send_change(proxy->reader.route, reader.entity, number, change->second);
+            sent = true;
+        }
+    }
+    send_gaps(*proxy, irrelevant);
+    const bool open = proxy->acknowledged_below <= last_;
+    if (sent || !irrelevant.empty() || !acknack.final)
+        send_heartbeat(*proxy, !open, false);
+    if (!open)
+        proxy->heartbeat_at = kNever;
+    else if (progress || sent)
+        restart_heartbeats(*proxy, now);
+    forget_acknowledged();
+}
+
+void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime) {
+    Proxy* proxy = find(reader);
+    if (proxy == nullptr || !proxy->reader.reliable)
+        return;
+    if (proxy->heard_fragments && !newer(nack.count, proxy->nackfrag_count))
+        return;
+    proxy->heard_fragments = true;
+    proxy->nackfrag_count = nack.count;
+    const auto change = history_.find(nack.sequence_number);
+    if (nack.sequence_number < 1 || nack.sequence_number > last_)
+        return;
+    if (change == history_.end() || nack.sequence_number < proxy->first_relevant) {
+        send_gaps(*proxy, {nack.sequence_number});
+        return;
+    }
+    if (change->second.payload.size() > batcher_.max_payload(change->second.inline_qos.size()))
+        send_fragments(proxy->reader.route, reader.entity, nack.sequence_number, change->second,
+                       &nack.missing);
+    else
+        send_change(proxy->reader.route, reader.entity, nack.sequence_number, change->second);
+    send_heartbeat(*proxy, false, false);
+}
+
+void ReliableWriter::on_timer(MonotonicTime now) {
+    if (now < deadline_)
+        return;
+    deadline_ = kNever;
+    for (Proxy& p : proxies_) {
+        if (p.heartbeat_at <= now) {
+            p.heartbeat_at = kNever;
+            if (outstanding(p)) {
+                send_heartbeat(p, false, false);
+                p.heartbeat_at = later(now, p.heartbeat_pause);
+                p.heartbeat_pause =
+                    std::min(p.heartbeat_pause * 2, std::max(kLongestPause, config_.heartbeat_period));
+            }
+        }
+        deadline_ = std::min(deadline_, p.heartbeat_at);
+    }
+}
+
+} // namespace meridian::rtps

@@ -1,0 +1,118 @@
+#pragma once
+
+// A stateful writer (DDSI-RTPS 2.5, 8.4.9.2) for best-effort and reliable readers: keeps samples until every
+// reliable reader has them (or, transient local, as history depth says), announces them with heartbeats,
+// sends again what is asked for, and says with gaps what no longer exists.
+//
+// - New samples go out at once; a heartbeat goes with the first unacknowledged one and with every 16th. While
+// anything
+//   is unacknowledged, heartbeats follow with pauses that double up to 2 s and start over on progress.
+// - Readers of one participant at the same address share one copy.
+// - A reader that joins late and is volatile gets heartbeats that begin after what was written before it;
+// requests
+//   below that are answered with gaps. A transient-local one asks for what it wants.
+// - Of disposed instances the last 1000 stay for late joiners too: a reader may still be there that this side
+// had lost
+//   when the instance was disposed, and only the disposal ends the instance for it.
+
+#include <deque>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/participant.h"
+#include "rtps/wire/message.h"
+
+namespace meridian::rtps {
+
+/// A matched reader, as a writer needs to know it.
+struct RemoteReader {
+    Guid guid;
+    Route route;
+    bool reliable = true;
+    bool transient_local = false;
+    bool expects_inline_qos = false;
+};
+
+class ReliableWriter {
+  public:
+    /// qos: durability, history and reliability of the writer. batcher must outlive it.
+    ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config, MessageBatcher& batcher);
+    ~ReliableWriter();
+
+    EntityId id() const { return id_; }
+
+    /// A known reader only gets its route changed.
+    void add_reader(const RemoteReader& reader, MonotonicTime now);
+    void remove_reader(const Guid& reader);
+
+    /// nullopt when max_samples are kept and none may go.
+    std::optional<SequenceNumber> write(const WriteRequest& request, Now now);
+
+    void on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now);
+    void on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now);
+
+    /// A heartbeat with the liveliness flag to every reliable reader.
+    void assert_liveliness();
+
+    bool all_acknowledged() const;
+    SequenceNumber last_sequence_number() const { return last_; }
+    size_t kept_samples() const { return history_.size(); }
+
+    /// Never later than anything that is due, possibly earlier.
+    MonotonicTime next_deadline() const { return deadline_; }
+    void on_timer(MonotonicTime now);
+
+  private:
+    struct Change {
+        ByteBuffer payload;
+        ByteBuffer inline_qos;
+        bool payload_is_key = false;
+        WireTime timestamp;
+        KeyHash instance{};
+    };
+    struct Proxy {
+        RemoteReader reader;
+        SequenceNumber first_relevant = 1;
+        SequenceNumber acknowledged_below = 1; // everything below is acknowledged
+        bool heard = false;                    // an acknowledgement came
+        Count acknack_count = 0;
+        bool heard_fragments = false;
+        Count nackfrag_count = 0;
+        MonotonicTime heartbeat_at = kNever;
+        Duration heartbeat_pause{0};
+        unsigned since_heartbeat = 0; // samples written
+    };
+
+    Proxy* find(const Guid& reader);
+    bool outstanding(const Proxy& proxy) const;
+    void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);
+    void send_fragments(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
+                        const FragmentNumberSet* wanted);
+    void send_heartbeat(Proxy& proxy, bool final, bool liveliness);
+    void restart_heartbeats(Proxy& proxy, MonotonicTime now);
+    void send_gaps(const Proxy& proxy, const std::vector<SequenceNumber>& irrelevant);
+    SequenceNumber first_available(const Proxy& proxy) const;
+    bool make_room(const WriteRequest& request);
+    void forget(SequenceNumber number);
+    void forget_acknowledged();
+    size_t fragment_size(const Change& change) const;
+
+    EntityId id_;
+    bool transient_local_;
+    bool keep_all_;
+    size_t depth_;
+    WriterConfig config_;
+    MessageBatcher& batcher_;
+    SequenceNumber last_ = 0;
+    std::map<SequenceNumber, Change> history_;
+    std::map<KeyHash, std::deque<SequenceNumber>> instances_;
+    std::deque<SequenceNumber> disposals_;
+    std::vector<Proxy> proxies_; // sorted by GUID, so those of one participant stand together
+    Count heartbeat_count_ = 0;
+    MonotonicTime deadline_ = kNever;
+};
+
+} // namespace meridian::rtps

@@ -1,0 +1,262 @@
+// Participants on a bad network: whatever was lost, repeated, delayed or restarted, once the network is well
+// again all see the same participants and endpoints.
+
+#include <gtest/gtest.h>
+
+#include "protocol/simulated_network.h"
+
+namespace meridian::rtps::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class NullSink final : public SampleSink {
+  public:
+    void on_sample(const Sample&) override {}
+};
+
+/// A node and what it has told the network about itself.
+struct Actor {
+    Node* node = nullptr;
+    uint32_t life = 1;
+    uint32_t next_entity = 1;
+    std::map<EntityId, EndpointData> endpoints;
+};
+
+class Storm {
+  public:
+    explicit Storm(uint64_t seed) : network(seed) {
+        const size_t count = 2 + network.random.below(3);
+        for (size_t i = 0; i < count; ++i) {
+            Actor actor;
+            actor.node = &network.add_node();
+            actors.push_back(actor);
+        }
+        network.conditions.loss_percent = network.random.below(50);
+        network.conditions.duplication_percent = network.random.below(30);
+        network.conditions.longest_delay = milliseconds(1 + network.random.below(100));
+        for (Actor& actor : actors)
+            restart(actor, network.random.percent(50));
+    }
+
+    void restart(Actor& actor, bool new_prefix) {
+        if (new_prefix) {
+            ++actor.life;
+        } else {
+            // Packets of the life before cannot be told from those of the new one; a process takes longer to
+            // start than they live.
+            actor.node->crash();
+            network.run_for(milliseconds(200));
+        }
+        actor.node->boot(network.config(*actor.node, actor.life));
+        actor.endpoints.clear();
+        actor.next_entity = 1;
+        const uint64_t initial = network.random.below(3);
+        for (uint64_t i = 0; i < initial; ++i)
+            create(actor);
+    }
+
+    void create(Actor& actor) {
+        EndpointData data;
+        const bool writer = network.random.percent(50);
+        data.guid = {actor.node->participant->guid().prefix,
+                     EntityId{actor.next_entity++ << 8 | (writer ? kUserWriterWithKey : kUserReaderWithKey)}};
+        data.topic_name = "topic " + std::to_string(network.random.below(3));
+        data.type_name = "type";
+        data.name = std::to_string(network.random.next());
+        if (network.random.percent(50))
+            data.qos.reliability = Reliability::reliable;
+        if (network.random.percent(10))
+            data.qos.user_data.assign(network.random.below(30000), 0x55); // comes in fragments
+        const bool added = writer ? actor.node->participant->add_writer(data, {}, network.now())
+                                  : actor.node->participant->add_reader(data, {}, sink, network.now());
+        EXPECT_TRUE(added);
+        actor.endpoints[data.guid.entity] = data;
+    }
+
+    EndpointData* any(Actor& actor) {
+        if (actor.endpoints.empty())
+            return nullptr;
+        return &std::next(actor.endpoints.begin(),
+                          static_cast<std::ptrdiff_t>(network.random.below(actor.endpoints.size())))
+                    ->second;
+    }
+
+    void act() {
+        Actor& actor = actors[network.random.below(actors.size())];
+        const uint64_t dice = network.random.below(100);
+        if (dice < 40) {
+            create(actor);
+        } else if (dice < 60) {
+            if (EndpointData* data = any(actor)) {
+                data->name = std::to_string(network.random.next());
+                data->qos.partitions = {network.random.percent(50) ? "*" : "elsewhere"};
+                EXPECT_TRUE(actor.node->participant->update_endpoint(*data, network.now()));
+            }
+        } else if (dice < 80) {
+            if (const EndpointData* data = any(actor)) {
+                const EntityId id = data->guid.entity;
+                EXPECT_TRUE(actor.node->participant->remove_endpoint(id, network.now()));
+                actor.endpoints.erase(id);
+            }
+        } else if (dice < 84) {
+            restart(actor, true);
+        } else if (dice < 88) {
+            restart(actor, false);
+        } else if (dice < 92) {
+            actor.node->participant->stop(network.now());
+            restart(actor, network.random.percent(50));
+        } else if (network.island.empty()) {
+            network.island = {actor.node->index()};
+        } else {
+            network.island.clear();
+        }
+    }
+
+    void run() {
+        const uint64_t actions = 5 + network.random.below(40);
+        for (uint64_t i = 0; i < actions; ++i) {
+            act();
+            network.run_for(milliseconds(network.random.below(network.random.percent(5) ? 8000 : 300)));
+        }
+        network.island.clear();
+        network.conditions = Conditions{};
+        network.conditions.loss_percent = network.random.percent(50) ? 5 : 0;
+        network.run_for(seconds(20));
+    }
+
+    /// Empty when everybody sees everybody as they are.
+    std::string disagreement() const {
+        if (network.spinning)
+            return "a participant spins";
+        for (const Actor& a : actors) {
+            const Recorder& recorder = *a.node->recorder;
+            if (!recorder.contradictions.empty())
+                return "node " + std::to_string(a.node->index()) + ": " + recorder.contradictions.front();
+            if (!recorder.warnings.empty())
+                return "node " + std::to_string(a.node->index()) + " warned: " + recorder.warnings.front();
+            size_t endpoint_count = 0;
+            for (const Actor& b : actors) {
+                if (&a == &b)
+                    continue;
+                const std::string pair =
+                    std::to_string(a.node->index()) + " sees " + std::to_string(b.node->index()) + ": ";
+                if (recorder.participants.count(b.node->participant->guid().prefix) != 1)
+                    return pair + "no participant";
+                endpoint_count += b.endpoints.size();
+                for (const auto& entry : b.endpoints) {
+                    const auto seen = recorder.endpoints.find(entry.second.guid);
+                    if (seen == recorder.endpoints.end())
+                        return pair + "no endpoint " + to_string(entry.second.guid);
+                    if (seen->second.name != entry.second.name ||
+                        seen->second.qos.partitions != entry.second.qos.partitions ||
+                        seen->second.qos.user_data != entry.second.qos.user_data)
+                        return pair + "an old state of " + to_string(entry.second.guid);
+                }
+            }
+            if (recorder.participants.size() != actors.size() - 1)
+                return "node " + std::to_string(a.node->index()) + " sees participants that are gone";
+            if (recorder.endpoints.size() != endpoint_count)
+                return "node " + std::to_string(a.node->index()) + " sees endpoints that are gone";
+            if (a.node->participant->endpoints().size() != endpoint_count)
+                return "node " + std::to_string(a.node->index()) + ": events and table differ";
+        }
+        return one_sided_match();
+    }
+
+    SimulatedNetwork network;
+    std::vector<Actor> actors;
+    NullSink sink;
+
+  private:
+    /// A writer is matched with a reader exactly when the reader is matched with the writer.
+    std::string one_sided_match() const {
+        std::set<std::pair<Guid, Guid>> all;
+        for (const Actor& actor : actors)
+            all.insert(actor.node->recorder->matches.begin(), actor.node->recorder->matches.end());
+        for (const auto& match : all) {
+            if (all.count({match.second, match.first}) == 0)
+                return "only one side matched " + to_string(match.first) + " with " + to_string(match.second);
+        }
+        return {};
+    }
+};
+
+TEST(DiscoverySimulation, EverybodyAgreesAfterTheStorm) {
+    for (uint64_t seed : seeds(1, 1000)) {
+        Storm storm(seed);
+        storm.run();
+        ASSERT_EQ(storm.disagreement(), "") << "replay with FERRET_SIM_SEED=" << seed;
+    }
+}
+
+TEST(DiscoverySimulation, TheSameSeedGivesTheSamePackets) {
+    Storm first(42);
+    Storm second(42);
+    Storm other(43);
+    first.run();
+    second.run();
+    other.run();
+    EXPECT_GT(first.network.packets, 100u);
+    EXPECT_EQ(first.network.fingerprint, second.network.fingerprint);
+    EXPECT_NE(first.network.fingerprint, other.network.fingerprint);
+}
+
+TEST(DiscoverySimulation, TwoParticipantsOnAGoodNetworkMeetWithinMilliseconds) {
+    SimulatedNetwork network(1);
+    Node& a = network.add_node();
+    Node& b = network.add_node();
+    a.boot(network.config(a, 1));
+    NullSink sink;
+    EndpointData data;
+    data.guid = {a.participant->guid().prefix, EntityId{0x107}};
+    data.topic_name = "t";
+    data.type_name = "x";
+    ASSERT_TRUE(a.participant->add_reader(data, {}, sink, network.now()));
+    network.run_for(seconds(30));
+    b.boot(network.config(b, 1));
+    network.run_for(milliseconds(5));
+    EXPECT_EQ(b.recorder->participants.size(), 1u);
+    EXPECT_EQ(a.recorder->participants.size(), 1u);
+    EXPECT_EQ(b.recorder->endpoints.size(), 1u);
+}
+
+TEST(DiscoverySimulation, AnIdleNetworkIsQuiet) {
+    SimulatedNetwork network(1);
+    for (int i = 0; i < 3; ++i) {
+        Node& node = network.add_node();
+        node.boot(network.config(node, 1));
+    }
+    network.run_for(seconds(10));
+    const size_t before = network.packets;
+    network.run_for(seconds(20));
+    // Each of three announces every 2 s: once to the group and once to each of the two others.
+    EXPECT_GE(network.packets - before, 3u * 3u * 9u);
+    EXPECT_LE(network.packets - before, 3u * 3u * 12u);
+}
+
+TEST(DiscoverySimulation, AFarewellIsHeardAtOnceAndACrashWithinTheLease) {
+    SimulatedNetwork network(1);
+    Node& a = network.add_node();
+    Node& b = network.add_node();
+    a.boot(network.config(a, 1));
+    b.boot(network.config(b, 1));
+    network.run_for(seconds(1));
+    b.participant->stop(network.now());
+    network.run_for(milliseconds(1));
+    ASSERT_EQ(a.recorder->gone.size(), 1u);
+    EXPECT_EQ(a.recorder->gone[0].second, GoneReason::disposed);
+    b.boot(network.config(b, 2));
+    network.run_for(seconds(1));
+    EXPECT_EQ(a.recorder->participants.size(), 1u);
+    b.crash();
+    network.run_for(milliseconds(4000));
+    EXPECT_EQ(a.recorder->participants.size(), 1u);
+    network.run_for(milliseconds(2600));
+    ASSERT_EQ(a.recorder->gone.size(), 2u);
+    EXPECT_EQ(a.recorder->gone[1].second, GoneReason::lease_expired);
+}
+
+} // namespace
+} // namespace meridian::rtps::test
