@@ -1,0 +1,129 @@
+#include "agent/QuixAgent.h"
+
+#include <climits>
+#include <cstdio>
+
+#include "meridian/domain_participant_factory.h"
+#include "meridian/logger.h"
+#include "meridian/string.h"
+#include "meridian/version.h"
+
+int32_t theVerbosity = 1;
+
+DDS_Long KvoUtil_getQuixVerbosityFromUtilVerbosity(int32_t verbosity) {
+    switch (verbosity) {
+        case 0:
+            return QUIX_LOG_SILENT;
+        case 1:
+            return QUIX_LOG_FATAL | QUIX_LOG_ERROR;
+        case 2:
+            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING;
+        case 3:
+            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING | QUIX_LOG_LOCAL;
+        case 4:
+            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING | QUIX_LOG_LOCAL | QUIX_LOG_REMOTE;
+        default:
+            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING | QUIX_LOG_LOCAL | QUIX_LOG_REMOTE |
+                   QUIX_LOG_ALL;
+    }
+}
+
+void QuixAgent_replaceString(char*& owned, const char* value) {
+    char* const copy = DDS_String_dup(value);
+    DDS_String_free(owned);
+    owned = copy;
+}
+
+QuixAgent::QuixAgent(const char* title_text, int domain_id) : domainId(domain_id) {
+    std::snprintf(title, sizeof title, "%s", title_text);
+}
+
+QuixAgent::~QuixAgent() {
+    for (int32_t i = 0; i < peerCount; ++i)
+        DDS_String_free(peerList[i]);
+    lastRetcode = DDSDomainParticipantFactory::finalize_instance();
+    if (lastRetcode != DDS_RETCODE_OK)
+        std::printf("finalize_instance error %d\n", lastRetcode);
+    DDS_String_free(qosFile);
+    DDS_String_free(qosProfile);
+    DDS_String_free(qosLibraryName);
+    DDS_String_free(qosProfileName);
+    DDS_String_free(domainTag);
+}
+
+bool QuixAgent::execute(int argc, const char** argv) {
+    char command[kMaxCommandLength + 1];
+    return strcatFromArgv(command, kMaxCommandLength, title, argc, argv) && execute(command);
+}
+
+bool QuixAgent::execute(const char* command) {
+    QUIXConfigLogger* const logger = QUIXConfigLogger::get_instance();
+    char text[kMaxCommandLength + 2];
+    const char* argv[kMaxArguments] = {};
+    bool succeeded = false;
+
+    const int argc = tokenizeStrIntoArgv(text, kMaxCommandLength, argv, kMaxArguments, title, command);
+    if (argc >= 0 && initialize(argc, argv)) {
+        logger->set_verbosity_by_mask(KvoUtil_getQuixVerbosityFromUtilVerbosity(verbosity));
+        theVerbosity = verbosity;
+        logger->set_print_format(logFormat);
+        if (verbosity > 1)
+            print_command_summary();
+        succeeded = run();
+    }
+    QUIXConfigLogger::finalize_instance();
+    return succeeded;
+}
+
+bool QuixAgent::initialize(int argc, const char** argv) {
+    printHeader();
+    if (argc < 1) {
+        print_usage();
+        return false;
+    }
+    if (argc == INT_MAX) {
+        if (theVerbosity >= 1)
+            std::printf("%s: Too many parameters (%d)\n", title, argc);
+        return false;
+    }
+    for (int index = 1; index < argc; ++index) {
+        const int result = parse_argument(&index, argv, argc);
+        if (result == QUIX_AGENT_PARSE_UNRECOGNIZED) {
+            if (theVerbosity >= 1)
+                std::printf("%s: Unrecognized parameter '%s'\n", title, argv[index]);
+            return false;
+        }
+        if (result == QUIX_AGENT_PARSE_ERROR) {
+            if (theVerbosity >= 1)
+                std::printf("%s: Error in parameter '%s'\n", title, argv[index]);
+            return false;
+        }
+        if (result == QUIX_AGENT_PARSE_STOP)
+            return false;
+    }
+    return true;
+}
+
+void QuixAgent::printHeader() {
+    const QUIXConfigProductVersion version = QUIXConfigVersion::get_instance().get_product_version();
+    if (version.revision != 0) {
+        std::printf("\n%s built with DDS version: %d.%d.%d.%d\n", title, version.major, version.minor,
+                    version.release, version.revision);
+    } else {
+        std::printf("\n%s built with DDS version: %d.%d.%d\n", title, version.major, version.minor,
+                    version.release);
+    }
+    std::puts("~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~");
+}
+
+void QuixAgent::printVersion() {
+    const QUIXConfigVersion& library = QUIXConfigVersion::get_instance();
+    const QUIXConfigProductVersion version = library.get_product_version();
+    if (version.revision != 0) {
+        std::printf("Kvo QUIXAGENT built with DDS version: %d.%d.%d.%d (%s)\n", version.major, version.minor,
+                    version.release, version.revision, library.to_string());
+    } else {
+        std::printf("Kvo QUIXAGENT built with DDS version: %d.%d.%d (%s)\n", version.major, version.minor,
+                    version.release, library.to_string());
+    }
+}

@@ -1,0 +1,278 @@
+#include "agent/QuixAgentParticipant.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "agent/QuixAgentQosProfile.h"
+#include "meridian/builtin_topics.h"
+#include "meridian/string.h"
+
+namespace {
+
+/// Reports a failed step, from verbosity 1 on. Always false.
+__attribute__((format(printf, 1, 2))) bool fail(const char* format, ...) {
+    if (theVerbosity >= 1) {
+        va_list values;
+        va_start(values, format);
+        std::vprintf(format, values);
+        va_end(values);
+    }
+    return false;
+}
+
+void progress(const char* text) {
+    if (theVerbosity > 1)
+        std::puts(text);
+}
+
+/// The names of a profile, each cut to what the buffers hold.
+struct ProfileName {
+    char library[255];
+    char profile[255];
+
+    void choose(const char* library_name, const char* profile_name) {
+        std::snprintf(library, sizeof library, "%s", library_name);
+        std::snprintf(profile, sizeof profile, "%s", profile_name);
+    }
+};
+
+bool contains(const DDS_StringSeq& names, const char* name) {
+    for (DDS_Long i = 0; i < names.length(); ++i) {
+        if (names[i] != nullptr && std::strcmp(names[i], name) == 0)
+            return true;
+    }
+    return false;
+}
+
+bool has_profile(DDSDomainParticipantFactory& factory, const char* library, const char* profile) {
+    DDS_StringSeq libraries;
+    if (factory.get_qos_profile_libraries(libraries) != DDS_RETCODE_OK || !contains(libraries, library))
+        return false;
+    DDS_StringSeq profiles;
+    return factory.get_qos_profiles(profiles, library) == DDS_RETCODE_OK && contains(profiles, profile);
+}
+
+bool set_up_factory(const QuixAgent& agent, DDSDomainParticipantFactory& factory) {
+    DDS_DomainParticipantFactoryQos qos;
+    const DDS_ReturnCode_t result = factory.get_qos(qos);
+    if (result != DDS_RETCODE_OK)
+        return fail("get_qos on DomainParticipantFactory error %d\n", result);
+    DDS_StringSeq_from_array(qos.profile.string_profile, QUIX_AGENT_QOS_FRAGMENTS,
+                             QUIX_AGENT_QOS_FRAGMENT_COUNT);
+    if (agent.qosFile != nullptr) {
+        const char* const file = agent.qosFile;
+        DDS_StringSeq_from_array(qos.profile.url_profile, &file, 1);
+    }
+    qos.entity_factory.autoenable_created_entities = false;
+    if (factory.set_qos(qos) != DDS_RETCODE_OK)
+        return fail("set_qos on DomainParticipantFactory error %d\n", 0);
+    return true;
+}
+
+ProfileName choose_profile(const QuixAgent& agent, DDSDomainParticipantFactory& factory) {
+    ProfileName chosen;
+    if (has_profile(factory, QUIX_AGENT_USER_QOS_LIBRARY, QUIX_AGENT_USER_QOS_PROFILE))
+        chosen.choose(QUIX_AGENT_USER_QOS_LIBRARY, QUIX_AGENT_USER_QOS_PROFILE);
+    else
+        chosen.choose(QUIX_AGENT_QOS_LIBRARY, QUIX_AGENT_QOS_PROFILE);
+    if (agent.qosProfile != nullptr) {
+        if (has_profile(factory, agent.qosLibraryName, agent.qosProfileName))
+            chosen.choose(agent.qosLibraryName, agent.qosProfileName);
+        else
+            fail("QoS profile '%s' was not found. Using default configuration.\n", agent.qosProfile);
+    }
+    return chosen;
+}
+
+bool check_property(DDS_ReturnCode_t result) {
+    return result == DDS_RETCODE_OK || fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+}
+
+/// Sets a property to "1" unless the profile has a value for it.
+bool add_compatibility_property(DDS_PropertyQosPolicy& properties, const char* name) {
+    return DDS_PropertyQosPolicyHelper_lookup_property(properties, name) != nullptr ||
+           check_property(DDS_PropertyQosPolicyHelper_add_property(properties, name, "1", false));
+}
+
+bool set_properties(const QuixAgent& agent, DDS_PropertyQosPolicy& properties) {
+    if (!check_property(DDS_PropertyQosPolicyHelper_assert_property(
+            properties, "dds.builtin_type.auto_register", "0", false)))
+        return false;
+    if (agent.use43LargeDataFormat &&
+        (!add_compatibility_property(properties, "dds.data_writer.protocol.use_43_large_data_format") ||
+         !add_compatibility_property(properties, "dds.data_reader.protocol.use_43_large_data_format")))
+        return false;
+    return !agent.use510CompatibleLocatorKinds ||
+           add_compatibility_property(properties, "dds.transport.use_510_compatible_locator_kinds");
+}
+
+void apply_settings(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
+                    DDS_DomainParticipantQos& qos) {
+    if (agent.participantIndex != -1)
+        qos.wire_protocol.participant_id = agent.participantIndex;
+    if (agent.appId != 0)
+        qos.wire_protocol.rtps_app_id = agent.appId;
+    if (agent.transportMask != DDS_TRANSPORTBUILTIN_MASK_DEFAULT)
+        qos.transport_builtin.mask = agent.transportMask;
+    if (agent.msgMaxSize != -1)
+        qos.receiver_pool.buffer_size = agent.msgMaxSize;
+    if (agent.tcMaxSize != 4096)
+        qos.resource_limits.type_code_max_serialized_length = agent.tcMaxSize;
+    if (agent.peerCount > 0)
+        DDS_StringSeq_from_array(qos.discovery.initial_peers, agent.peerList, agent.peerCount);
+    if (request.setDiscoveryPlugins)
+        qos.discovery_config.builtin_discovery_plugins = request.discoveryPlugins;
+    if (qos.participant_name.name == nullptr || qos.participant_name.name[0] == '\0')
+        QuixAgent_replaceString(qos.participant_name.name, agent.title);
+}
+
+bool build_qos(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
+               DDSDomainParticipantFactory& factory, const ProfileName& profile,
+               DDS_DomainParticipantQos& qos) {
+    progress("loading QoS ...");
+    DDS_ReturnCode_t result = factory.get_participant_qos_from_profile(qos, profile.library, profile.profile);
+    if (result != DDS_RETCODE_OK)
+        return fail("get_participant_qos_from_profile error %d\n", result);
+    if (!set_properties(agent, qos.property))
+        return false;
+    apply_settings(agent, request, qos);
+    if (!removeMonitoringProperties(qos.property))
+        return fail("removeMonitoringProperties error\n");
+    if (agent.domainTag != nullptr) {
+        result = DDS_PropertyQosPolicyHelper_assert_property(
+            qos.property, "dds.domain_participant.domain_tag", agent.domainTag, false);
+        if (result != DDS_RETCODE_OK)
+            return fail("QUIXAgent: set domainTag %d\n", result);
+    }
+    if (request.participantPartitionCount > 0) {
+        DDS_StringSeq_from_array(qos.partition.name, request.participantPartitions,
+                                 request.participantPartitionCount);
+    }
+    return true;
+}
+
+/// Everything that must happen between the creation and the enabling of the participant.
+bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, const ProfileName& profile,
+             DDSDomainParticipant& participant) {
+    DDS_ReturnCode_t result =
+        participant.set_default_topic_qos_with_profile(profile.library, profile.profile);
+    if (result != DDS_RETCODE_OK)
+        return fail("QUIXAgent: set_default_topic_qos_with_profile %d\n", result);
+    result = participant.set_default_subscriber_qos_with_profile(profile.library, profile.profile);
+    if (result != DDS_RETCODE_OK)
+        return fail("QUIXAgent: set_default_subscriber_qos_with_profile %d\n", result);
+    result = participant.set_default_datareader_qos_with_profile(profile.library, profile.profile);
+    if (result != DDS_RETCODE_OK)
+        return fail("QUIXAgent: set_default_datareader_qos_with_profile %d\n", result);
+    if (!QuixAgentTransports_adjust(agent, middleware, &participant))
+        return false;
+
+    // The builtin readers exist from their first look-up on: nothing that is announced after the enabling is
+    // lost.
+    DDSSubscriber* const builtin = participant.get_builtin_subscriber();
+    if (builtin == nullptr)
+        return fail("get_builtin_subscriber error\n");
+    if (builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME) == nullptr)
+        return fail("lookup DCPSPublication error\n");
+    if (builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME) == nullptr)
+        return fail("lookup DCPSSubscription error\n");
+    return true;
+}
+
+void destroy(DDSDomainParticipantFactory& factory, DDSDomainParticipant& participant) {
+    DDS_ReturnCode_t result = participant.delete_contained_entities();
+    if (result != DDS_RETCODE_OK)
+        fail("delete_contained_entities error %d\n", result);
+    result = factory.delete_participant(&participant);
+    if (result != DDS_RETCODE_OK)
+        fail("delete_participant error %d\n", result);
+}
+
+DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
+                                 DDSDomainParticipant& participant) {
+    progress("Creating subscriber...");
+    DDS_SubscriberQos qos;
+    const DDS_ReturnCode_t result = participant.get_default_subscriber_qos(qos);
+    if (result != DDS_RETCODE_OK) {
+        fail("get_default_subscriber_qos error %d\n", result);
+        return nullptr;
+    }
+    if (request.subscriberPartitionCount > 0) {
+        DDS_StringSeq_from_array(qos.partition.name, request.subscriberPartitions,
+                                 request.subscriberPartitionCount);
+    }
+    DDSSubscriber* const subscriber = participant.create_subscriber(qos, nullptr, DDS_STATUS_MASK_NONE);
+    if (subscriber == nullptr)
+        fail("create_subscriber error\n");
+    return subscriber;
+}
+
+} // namespace
+
+bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties) {
+    static constexpr char kPrefix[] = "kvo.monitor";
+    bool removed = false;
+    for (DDS_Long i = 0; i < properties.value.length();) {
+        const char* const name = properties.value[i].name;
+        if (name != nullptr && std::strncmp(name, kPrefix, sizeof kPrefix - 1) == 0 &&
+            DDS_PropertyQosPolicyHelper_remove_property(properties, name) == DDS_RETCODE_OK)
+            removed = true;
+        else
+            ++i;
+    }
+    if (removed && theVerbosity >= 1)
+        std::puts("The usage of the monitoring library is not supported in this tool.");
+    return true;
+}
+
+DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
+                                                  const QuixAgentMiddleware& middleware,
+                                                  const QuixAgentParticipantRequest& request,
+                                                  DDSSubscriber** subscriber) {
+    DDSDomainParticipantFactory& factory = *middleware.factory;
+    if (!set_up_factory(agent, factory))
+        return nullptr;
+    const ProfileName profile = choose_profile(agent, factory);
+    DDS_DomainParticipantQos qos;
+    if (!build_qos(agent, request, factory, profile, qos))
+        return nullptr;
+
+    progress("Creating domain participant...");
+    DDSDomainParticipant* const participant =
+        factory.create_participant(agent.domainId, qos, nullptr, DDS_STATUS_MASK_NONE);
+    if (participant == nullptr) {
+        fail("create_participant error\n");
+        return nullptr;
+    }
+    if (request.existing != nullptr)
+        request.existing->ignore_participant(participant->get_instance_handle());
+    if (!prepare(agent, middleware, profile, *participant))
+        return nullptr;
+    const DDS_ReturnCode_t result = participant->enable();
+    if (result != DDS_RETCODE_OK) {
+        fail("QUIXAgent: DomainParticipant::enable error %d\n", result);
+        destroy(factory, *participant);
+        return nullptr;
+    }
+    *subscriber = create_subscriber(request, *participant);
+    return *subscriber != nullptr ? participant : nullptr;
+}
+
+DDSDomainParticipant* QuixAgent::createDomainParticipant(
+    int participantPartitionCount, const char** participantPartitions, int subscriberPartitionCount,
+    const char** subscriberPartitions, bool setDiscoveryPlugins,
+    DDS_DiscoveryConfigBuiltinPluginKind discoveryPlugins, DDSDomainParticipant* existing,
+    DDSSubscriber** subscriber) {
+    const QuixAgentMiddleware middleware{DDSDomainParticipantFactory::get_instance(),
+                                         QUIXTransportSupport::get_builtin_transport_property,
+                                         QUIXTransportSupport::set_builtin_transport_property};
+    const QuixAgentParticipantRequest request{participantPartitionCount,
+                                              participantPartitions,
+                                              subscriberPartitionCount,
+                                              subscriberPartitions,
+                                              setDiscoveryPlugins,
+                                              discoveryPlugins,
+                                              existing};
+    return QuixAgentParticipant_create(*this, middleware, request, subscriber);
+}

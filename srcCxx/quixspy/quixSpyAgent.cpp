@@ -1,0 +1,210 @@
+#include "quixspy/quixSpyAgent.h"
+
+#include <csignal>
+#include <cstdio>
+#include <new>
+
+#include "meridian/builtin_topics.h"
+#include "meridian/domain_participant_factory.h"
+#include "meridian/heap.h"
+#include "meridian/string.h"
+#include "quixspy/quixSpyDataListener.h"
+#include "quixspy/quixSpyDiscoveryListener.h"
+
+std::atomic<bool> QUIXSPY_INTERRUPTED{false};
+
+void stopHandler(int) {
+    QUIXSPY_INTERRUPTED = true;
+}
+
+namespace {
+
+/// Reports a failed step of the start-up as a line, from verbosity 1 on. Always false.
+bool fail(const char* text) {
+    if (theVerbosity >= 1)
+        std::puts(text);
+    return false;
+}
+
+void free_strings(char** strings, int32_t count) {
+    for (int32_t i = 0; i < count; ++i)
+        DDS_String_free(strings[i]);
+}
+
+} // namespace
+
+QuixSpyAgent::QuixSpyAgent(const char* programName) : QuixAgent(programName, 0) {
+    domainTag = nullptr;
+    participantIndex = -1;
+}
+
+QuixSpyAgent::~QuixSpyAgent() {
+    if (_waitSet != nullptr) {
+        if (_subscriptionCondition != nullptr)
+            _waitSet->detach_condition(_subscriptionCondition);
+        if (_publicationCondition != nullptr)
+            _waitSet->detach_condition(_publicationCondition);
+        delete _waitSet;
+    }
+    delete _discoveryListener;
+    if (_participantNode != nullptr && _participantNode->list == nullptr)
+        QUIXHeap_free(_participantNode); // its participant could not be made
+    for (QuixSpyParticipantListNode* node = _participantList.head(); node != nullptr;) {
+        QuixSpyParticipantListNode* const following = QuixSpyList<QuixSpyParticipantListNode>::next(node);
+        delete_participant(node);
+        node = following;
+    }
+    free_strings(_participantPartitions, _participantPartitionCount);
+    free_strings(_subscriberPartitions, _subscriberPartitionCount);
+    free_strings(_topicRegex, _topicRegexCount);
+    free_strings(_typeRegex, _typeRegexCount);
+    if (_semaphore != nullptr)
+        QUIXSemaphore::destroy(_semaphore);
+}
+
+void QuixSpyAgent::delete_participant(QuixSpyParticipantListNode* node) {
+    // Listeners go first: no callback may run while the readers are taken apart.
+    for (QuixSpyDataListenerNode* topic = node->dataListeners.head(); topic != nullptr;) {
+        QuixSpyDataListenerNode* const following = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
+        delete topic->listener;
+        QUIXHeap_free(topic);
+        topic = following;
+    }
+    lastRetcode = node->participant->delete_contained_entities();
+    if (lastRetcode != DDS_RETCODE_OK)
+        std::printf("delete_contained_entities error %d\n", lastRetcode);
+    lastRetcode = DDSDomainParticipantFactory::get_instance()->delete_participant(node->participant);
+    if (lastRetcode != DDS_RETCODE_OK)
+        std::printf("delete_participant error %d\n", lastRetcode);
+    QUIXHeap_free(node);
+}
+
+bool QuixSpyAgent::run() {
+    if (!check_arguments_consistency() || !initialize_spy())
+        return false;
+    _participantNode->participant->get_current_time(_startTime);
+    _timeoutLimit = {_timeout != 0 ? _timeout : 30, 0};
+    _activeConditions.length(0);
+    _activeConditions.maximum(0);
+
+    QUIXSPY_INTERRUPTED = false;
+    std::signal(SIGINT, stopHandler);
+    while (continue_execution()) {
+    }
+    print_statistics();
+    return true;
+}
+
+bool QuixSpyAgent::continue_execution() {
+    constexpr DDS_Duration_t kOneTurn{1, 0};
+    if (_waitSet->wait(_activeConditions, kOneTurn) == DDS_RETCODE_OK) {
+        for (DDS_Long i = 0; i < _activeConditions.length(); ++i) {
+            // Only status conditions of readers are attached.
+            auto* const condition = dynamic_cast<DDSStatusCondition*>(_activeConditions[i]);
+            if (condition != nullptr)
+                _discoveryListener->on_data_available(dynamic_cast<DDSDataReader*>(condition->get_entity()));
+        }
+    }
+    if (_timeout != 0) {
+        DDS_Time_t now{};
+        _participantNode->participant->get_current_time(now);
+        if (static_cast<int64_t>(now.sec) - _startTime.sec > _timeoutLimit.sec)
+            return false;
+    }
+    return !QUIXSPY_INTERRUPTED;
+}
+
+bool QuixSpyAgent::create_semaphore() {
+    _semaphore = QUIXSemaphore::create();
+    if (_semaphore == nullptr)
+        return fail("ferret fail creating semaphore");
+    return _semaphore->give() || fail("ferret fail giving semaphore");
+}
+
+bool QuixSpyAgent::create_participant() {
+    _participantNode =
+        QUIXHeap_allocateStructure<QuixSpyParticipantListNode>("struct QuixSpyParticipantListNode");
+    if (_participantNode == nullptr)
+        return fail("ferret: Error allocating _participantNode");
+    _participantNode->participant = createDomainParticipant(
+        _participantPartitionCount, const_cast<const char**>(_participantPartitions),
+        _subscriberPartitionCount, const_cast<const char**>(_subscriberPartitions), _discoveryPluginsSet,
+        _discoveryPluginKind, nullptr, &_participantNode->subscriber);
+    if (_participantNode->participant == nullptr || _participantNode->subscriber == nullptr)
+        return false;
+    _participantList.append(_participantNode);
+    return true;
+}
+
+bool QuixSpyAgent::initialize_spy() {
+    if (theVerbosity >= 3)
+        std::puts("Initializing spy application...");
+    if (!create_semaphore() || !create_participant())
+        return false;
+
+    DDSSubscriber* const builtin = _participantNode->participant->get_builtin_subscriber();
+    if (builtin == nullptr)
+        return fail("get_builtin_subscriber error");
+    auto* const publications = DDSPublicationBuiltinTopicDataDataReader::narrow(
+        builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME));
+    if (publications == nullptr)
+        return fail("lookup DCPSPublication error");
+    auto* const subscriptions = DDSSubscriptionBuiltinTopicDataDataReader::narrow(
+        builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME));
+    if (subscriptions == nullptr)
+        return fail("lookup DCPSSubscription error");
+
+    if (theVerbosity >= 1) {
+        std::puts(_quietStart ? "ferret is listening for data.\n"
+                              : "ferret is listening for data, press CTRL+C to stop it.\n");
+        std::fflush(stdout);
+    }
+    _discoveryListener = new (std::nothrow)
+        QuixSpyDiscoveryListener(this, publications, subscriptions, _showHandle, _showSampleIdentity,
+                                 _showSampleFlags, _typeWidth, _topicWidth, _printSample, _showPartition);
+    _waitSet = new (std::nothrow) DDSWaitSet();
+    if (_discoveryListener == nullptr || _waitSet == nullptr)
+        return false;
+    return watch(*publications, *subscriptions);
+}
+
+bool QuixSpyAgent::watch(DDSDataReader& publications, DDSDataReader& subscriptions) {
+    _subscriptionCondition = subscriptions.get_statuscondition();
+    _publicationCondition = publications.get_statuscondition();
+    if (_subscriptionCondition == nullptr || _publicationCondition == nullptr)
+        return fail("ferret fail to create status condition");
+    for (DDSStatusCondition* const condition : {_subscriptionCondition, _publicationCondition}) {
+        if (condition->set_enabled_statuses(DDS_DATA_AVAILABLE_STATUS) != DDS_RETCODE_OK)
+            return fail("ferret fail to set statuses");
+    }
+    for (DDSStatusCondition* const condition : {_subscriptionCondition, _publicationCondition}) {
+        if (_waitSet->attach_condition(condition) != DDS_RETCODE_OK)
+            return fail("ferret fail to attach condition");
+    }
+    return true;
+}
+
+void QuixSpyAgent::print_statistics() {
+    std::puts("\n\n---- Statistics ----");
+    if (_discoveryListener != nullptr) {
+        std::printf("Discovered %u DataWriters and %u DataReaders\n", _discoveryListener->discoveredWriters,
+                    _discoveryListener->discoveredReaders);
+    }
+    for (const auto* node = _participantList.head(); node != nullptr;
+         node = QuixSpyList<QuixSpyParticipantListNode>::next(node)) {
+        if (node->dataListeners.head() != nullptr)
+            std::puts("Received samples (Data, Dispose, NoWriters):");
+        for (const auto* topic = node->dataListeners.head(); topic != nullptr;
+             topic = QuixSpyList<QuixSpyDataListenerNode>::next(topic)) {
+            if (topic->listener == nullptr)
+                continue;
+            const QuixSpyDataListener& listener = *topic->listener;
+            std::printf("\t%llu, %llu, %llu \t(Topic=\"%s\"  Type=\"%s\")\n",
+                        static_cast<unsigned long long>(listener.dataSampleCount),
+                        static_cast<unsigned long long>(listener.disposeSampleCount),
+                        static_cast<unsigned long long>(listener.noWritersSampleCount), listener.topicName,
+                        listener.typeName);
+        }
+    }
+    std::puts("\n");
+}

@@ -1,0 +1,122 @@
+#pragma once
+
+// The spy: its options, its start-up, its loop over the builtin readers and its statistics.
+
+#include <atomic>
+#include <cstdint>
+
+#include "agent/QuixAgent.h"
+#include "meridian/condition.h"
+#include "meridian/domain_participant.h"
+#include "meridian/semaphore.h"
+#include "meridian/type_code.h"
+#include "quixspy/quixSpyEndpointInfo.h"
+#include "quixspy/quixSpyHelpers.h"
+#include "quixspy/quixSpyList.h"
+
+class QuixSpyDataListener;
+class QuixSpyDiscoveryListener;
+
+/// Set when the user asks the spy to stop; the loop looks at it about once a second. Written by a signal
+/// handler.
+extern std::atomic<bool> QUIXSPY_INTERRUPTED;
+static_assert(std::atomic<bool>::is_always_lock_free && sizeof(std::atomic<bool>) == 1,
+              "a signal handler may only write what needs no lock");
+
+/// Handler of SIGINT: sets QUIXSPY_INTERRUPTED, nothing else.
+void stopHandler(int signal);
+
+/// One subscribed topic. A plain record of the middleware's heap; owns its listener.
+struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
+    QuixSpyDataListener* listener;
+};
+
+/// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. A
+/// plain record of the middleware's heap; owns the participant and the nodes of its list.
+struct QuixSpyParticipantListNode : QuixSpyListLink<QuixSpyParticipantListNode> {
+    DDSDomainParticipant* participant;
+    DDSSubscriber* subscriber;
+    QuixSpyList<QuixSpyDataListenerNode> dataListeners;
+};
+
+class QuixSpyAgent : public QuixAgent {
+  public:
+    static constexpr int kMaxPatterns = 512;
+    static constexpr int kMaxPartitions = 256;
+
+    explicit QuixSpyAgent(const char* programName);
+    /// Deletes listeners, then the participants with what they contain. Failures are printed at any
+    /// verbosity.
+    ~QuixSpyAgent() override;
+
+    void print_usage() override;
+    void print_command_summary() override;
+    int parse_argument(int* index, const char** argv, int argc) override;
+    bool run() override;
+    /// Waits up to a second for discovery events and reports them. False after the time-out or an interrupt.
+    bool continue_execution() override;
+    /// Explains the output.
+    virtual void print_help_output();
+
+    /// False, with a message from verbosity 1 on, when options contradict each other.
+    bool check_arguments_consistency();
+    void print_statistics();
+
+    /// Called for every publication that is new or changed, on the main thread. True when a reader was
+    /// created for its topic; topics are not subscribed yet, so it only says (verbosity 2) whether the
+    /// filters let it pass.
+    bool on_publication_discovered(const char* ip, const RtpsGuid& guid, const char* topicName,
+                                   const char* typeName, DDS_OwnershipQosPolicyKind ownership,
+                                   DDS_ReliabilityQosPolicyKind reliability,
+                                   DDS_DurabilityQosPolicyKind durability, bool keyed,
+                                   const DDS_TypeCode* typeCode, const DDS_EntityNameQosPolicy& entityName,
+                                   const DDS_StringSeq& endpointPartitions,
+                                   const DDS_StringSeq& participantPartitions);
+
+    // Settings: written while the options are parsed, read-only from then on. Strings are owned (DDS_String).
+    int32_t _topicRegexCount = 0;
+    char* _topicRegex[kMaxPatterns] = {};
+    int32_t _typeRegexCount = 0;
+    char* _typeRegex[kMaxPatterns] = {};
+    float _timeFilter = 0.0F; // seconds; 0: none
+    float _deadline = -1.0F;  // seconds; -1: none
+    int32_t _historyDepth = 8192;
+    uint32_t _maxSizeSerialized = 0xffffffffU; // bytes; all ones: not given
+    bool _useFirstPublicationQos = false;
+    int32_t _participantPartitionCount = 0;
+    char* _participantPartitions[kMaxPartitions] = {};
+    int32_t _subscriberPartitionCount = 0;
+    char* _subscriberPartitions[kMaxPartitions] = {};
+    bool _discoveryPluginsSet = false;
+    DDS_DiscoveryConfigBuiltinPluginKind _discoveryPluginKind = DDS_DISCOVERYCONFIG_BUILTIN_SDP;
+    QuixSpyDiscoveryListener* _discoveryListener = nullptr; // owned
+    QuixSpyList<QuixSpyParticipantListNode> _participantList{};
+    bool _showHandle = false;
+    bool _showSampleIdentity = false;
+    bool _showSampleFlags = false;
+    PrintSample _printSample = PRINT_SAMPLE_NONE;
+    QUIXSemaphore* _semaphore = nullptr; // owned; taken around the printing of samples
+    bool _useDynamicData = true;
+    int32_t _typeWidth = 50;
+    int32_t _topicWidth = 50;
+    int32_t _timeout = 0;                                   // seconds; 0: until interrupted
+    DDSWaitSet* _waitSet = nullptr;                         // owned
+    QuixSpyParticipantListNode* _participantNode = nullptr; // owned until it stands in the list
+    DDSStatusCondition* _subscriptionCondition = nullptr;
+    DDSStatusCondition* _publicationCondition = nullptr;
+    DDSConditionSeq _activeConditions;
+    DDS_Time_t _startTime{};
+    DDS_Duration_t _timeoutLimit{};
+    bool _printUserData = true;
+    bool _printDiscovery = true;
+    bool _showEntityName = false;
+    bool _showPartition = false;
+    bool _quietStart = false; // no option sets it
+
+  private:
+    bool initialize_spy();
+    bool create_semaphore();
+    bool create_participant();
+    bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);
+    void delete_participant(QuixSpyParticipantListNode* node);
+};

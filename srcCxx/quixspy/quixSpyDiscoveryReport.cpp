@@ -1,0 +1,169 @@
+// The report of one discovery event: address, registry, agent and line.
+
+#include <cstdio>
+#include <cstring>
+
+#include "agent/QuixAgent.h"
+#include "meridian/domain_participant.h"
+#include "meridian/subscriber.h"
+#include "quixspy/quixSpyAgent.h"
+#include "quixspy/quixSpyDiscoveryListener.h"
+
+namespace {
+
+bool is_ipv4(DDS_Long kind) {
+    switch (kind) {
+        case DDS_LOCATOR_KIND_UDPv4:
+        case DDS_LOCATOR_KIND_UDPv4_WAN:
+        case DDS_LOCATOR_KIND_TCPV4_LAN:
+        case DDS_LOCATOR_KIND_TCPV4_WAN:
+        case DDS_LOCATOR_KIND_TLSV4_LAN:
+        case DDS_LOCATOR_KIND_TLSV4_WAN:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// The participant that an endpoint belongs to: the endpoint's prefix with the entity id of participants.
+DDS_InstanceHandle_t participant_handle(const RtpsGuid& endpoint) {
+    DDS_InstanceHandle_t handle{};
+    const DDS_UnsignedLong words[] = {endpoint.hostId, endpoint.appId, endpoint.instanceId, 0x000001c1U};
+    DDS_Octet* byte = handle.keyHash;
+    for (const DDS_UnsignedLong word : words) {
+        for (unsigned shift = 32; shift > 0;) {
+            shift -= 8;
+            *byte++ = static_cast<DDS_Octet>(word >> shift);
+        }
+    }
+    handle.length = 16;
+    handle.isValid = true;
+    return handle;
+}
+
+/// A record that gives back its strings on every way out.
+struct LocalRecord : QuixSpyEndpointInfo {
+    LocalRecord() : QuixSpyEndpointInfo{} {}
+    LocalRecord(const LocalRecord&) = delete;
+    LocalRecord& operator=(const LocalRecord&) = delete;
+    ~LocalRecord() { finalize(); }
+};
+
+} // namespace
+
+bool QuixSpyDiscoveryListenerHelper_getIpv4Address(char (&out)[QUIXSPY_IP_SIZE],
+                                                   const DDS_LocatorSeq& locators) {
+    for (DDS_Long i = 0; i < locators.length(); ++i) {
+        const DDS_Locator_t& locator = locators[i];
+        if (is_ipv4(locator.kind) &&
+            std::snprintf(out, sizeof out, "%d.%d.%d.%d", locator.address[12], locator.address[13],
+                          locator.address[14], locator.address[15]) > 0)
+            return true;
+    }
+    return false;
+}
+
+void QuixSpyDiscoveryListener::getIpv4Address(char (&out)[QUIXSPY_IP_SIZE], const RtpsGuid& guid,
+                                              const DDS_LocatorSeq& locators) {
+    std::snprintf(out, sizeof out, "unknown ip");
+    if (QuixSpyDiscoveryListenerHelper_getIpv4Address(out, locators))
+        return;
+    DDSSubscriber* const subscriber = subscription_reader_->get_subscriber();
+    if (subscriber == nullptr) {
+        if (theVerbosity >= 1)
+            std::puts("ferret: Error getting Subscriber");
+        return;
+    }
+    DDSDomainParticipant* const participant = subscriber->get_participant();
+    if (participant == nullptr) {
+        if (theVerbosity >= 1)
+            std::puts("ferret: Error getting DomainParticipant");
+        return;
+    }
+    DDS_ParticipantBuiltinTopicData data;
+    if (participant->get_discovered_participant_data(data, participant_handle(guid)) == DDS_RETCODE_OK)
+        QuixSpyDiscoveryListenerHelper_getIpv4Address(out, data.default_unicast_locators);
+}
+
+bool QuixSpyDiscoveryListener::report_and_notify_agent(
+    const char* topicName, const char* typeName, DDS_OwnershipQosPolicyKind ownership,
+    DDS_ReliabilityQosPolicyKind reliability, DDS_DurabilityQosPolicyKind durability, bool keyed,
+    bool isWriter, const RtpsGuid& guid, const DDS_SampleInfo& info, const DDS_TypeCode* typeCode,
+    const DDS_LocatorSeq& locators, const DDS_EntityNameQosPolicy& entityName,
+    const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions) {
+    char ip[QUIXSPY_IP_SIZE] = {};
+    getIpv4Address(ip, guid, locators);
+    LocalRecord record;
+
+    if (!info.valid_data) {
+        QuixSpyEndpointInfoNode* const known = _registry.find_node(guid);
+        if (known == nullptr)
+            return false;
+        record.copy_from(known->info);
+        if (!RtpsGuid_isUnknown(record.guid)) {
+            print_discovery_data(record, isWriter, info);
+            if (QuixSpyEndpointInfoNode* const gone = _registry.find_node(guid))
+                _registry.remove_node(gone);
+        }
+        return false;
+    }
+
+    if (agent_->_printUserData && isWriter) {
+        agent_->on_publication_discovered(ip, guid, topicName, typeName, ownership, reliability, durability,
+                                          keyed, typeCode, entityName, endpointPartitions,
+                                          participantPartitions);
+    }
+    if (!_registry.assert_node(record, guid, ip, topicName, typeName, entityName, endpointPartitions,
+                               participantPartitions)) {
+        if (theVerbosity >= 1)
+            std::printf("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
+                        topicName);
+        return false;
+    }
+    if (RtpsGuid_isUnknown(record.guid)) {
+        if (theVerbosity >= 1) {
+            std::printf(
+                "ferret: Failed to print writer/reader (could not find entity with topic '%s' to internal "
+                "endpoint "
+                "list).\n",
+                topicName);
+        }
+        return false;
+    }
+    print_discovery_data(record, isWriter, info);
+    return true;
+}
+
+void QuixSpyDiscoveryListener::print_discovery_data(const QuixSpyEndpointInfo& record, bool isWriter,
+                                                    const DDS_SampleInfo& info) {
+    if (!agent_->_printDiscovery)
+        return;
+    const char* const kind = isWriter ? "writer" : "reader";
+    const bool is_alive = info.instance_state == DDS_ALIVE_INSTANCE_STATE;
+
+    QUIXSpy_printTimestamp(info.source_timestamp);
+    if (is_alive && info.view_state == DDS_NEW_VIEW_STATE)
+        std::printf(" New %s       ", kind);
+    else if (is_alive && info.view_state == DDS_NOT_NEW_VIEW_STATE)
+        std::printf(" Updated %s   ", kind);
+    else
+        std::printf(" Deleted %s   ", kind);
+    std::printf(" from %-*.*s:", 16, 16, record.ip);
+    std::printf(" topic=\"%.*s\" type=\"%.*s\"", _topicWidth,
+                record.topicName != nullptr ? record.topicName : "", _typeWidth,
+                record.typeName != nullptr ? record.typeName : "");
+    if (_showHandle) {
+        std::printf(" guid=\"0x%08X,0x%08X,0x%08X:0x%08X\"", record.guid.hostId, record.guid.appId,
+                    record.guid.instanceId, record.guid.entityId);
+    }
+    if (record.name != nullptr)
+        std::printf(" name=\"%s\"", record.name);
+    if (_showPartition) {
+        if (record.participantPartition != nullptr)
+            std::printf(" DP partition=\"%s\"", record.participantPartition);
+        if (record.endpointPartition != nullptr)
+            std::printf("%s partition=\"%s\"", isWriter ? " S " : " P ", record.endpointPartition);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}

@@ -1,0 +1,175 @@
+#include "quixspy/quixSpyEndpointInfo.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "agent/QuixAgent.h"
+#include "meridian/heap.h"
+#include "meridian/string.h"
+
+namespace {
+
+/// Reports a failure, from verbosity 1 on. Always false.
+__attribute__((format(printf, 1, 2))) bool fail(const char* format, ...) {
+    if (theVerbosity >= 1) {
+        va_list values;
+        va_start(values, format);
+        std::vprintf(format, values);
+        va_end(values);
+    }
+    return false;
+}
+
+void clear(QuixSpyEndpointInfo& info, const RtpsGuid& guid) {
+    info = {};
+    info.guid = guid;
+}
+
+/// `source` need not be terminated within the size of an address text.
+bool copy_ip(QuixSpyEndpointInfo& info, const char* source) {
+    const size_t length = strnlen(source, QUIXSPY_IP_SIZE);
+    if (length == QUIXSPY_IP_SIZE)
+        return false;
+    std::memcpy(info.ip, source, length);
+    return true;
+}
+
+/// Duplicates unless the source is null; false when memory is short.
+bool duplicate(char*& target, const char* source) {
+    target = DDS_String_dup(source);
+    return source == nullptr || target != nullptr;
+}
+
+const char* or_empty(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+bool store_name(QuixSpyEndpointInfo& info, const DDS_EntityNameQosPolicy& entity_name) {
+    const char* const role = entity_name.role_name;
+    const char* const name = entity_name.name;
+    if (role == nullptr || name == nullptr) {
+        if (duplicate(info.name, role != nullptr ? role : name))
+            return true;
+    } else {
+        const size_t length = std::strlen(role) + std::strlen(name) + 1;
+        info.name = DDS_String_alloc(length);
+        if (info.name != nullptr && std::snprintf(info.name, length + 1, "%s:%s", role, name) >= 0)
+            return true;
+    }
+    return fail("ferret: Failed to allocate memory for name '%s:%s'\n", or_empty(role), or_empty(name));
+}
+
+bool store_partitions(char*& field, const DDS_StringSeq& names) {
+    for (DDS_Long i = 0; i < names.length(); ++i) {
+        if ((i > 0 && !DDS_String_append(&field, ",")) || !DDS_String_append(&field, or_empty(names[i])))
+            return fail("ferret: Failed to allocate memory for partitions\n");
+    }
+    return true;
+}
+
+} // namespace
+
+bool RtpsGuid_equals(const RtpsGuid& a, const RtpsGuid& b) {
+    return a.hostId == b.hostId && a.appId == b.appId && a.instanceId == b.instanceId &&
+           a.entityId == b.entityId;
+}
+
+bool RtpsGuid_isUnknown(const RtpsGuid& guid) {
+    return RtpsGuid_equals(guid, RtpsGuid{});
+}
+
+void QuixSpyEndpointInfo::finalize() {
+    for (char** text : {&topicName, &typeName, &name, &participantPartition, &endpointPartition}) {
+        DDS_String_free(*text);
+        *text = nullptr;
+    }
+    std::memset(ip, 0, sizeof ip);
+}
+
+bool QuixSpyEndpointInfo::copy_from(const QuixSpyEndpointInfo& source) {
+    clear(*this, source.guid);
+    if (!copy_ip(*this, source.ip))
+        return fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
+    if (!duplicate(topicName, source.topicName))
+        return fail("ferret: Failed to allocate memory for topicName '%s'\n", source.topicName);
+    if (!duplicate(typeName, source.typeName))
+        return fail("ferret: Failed to allocate memory for typeName '%s'\n", source.typeName);
+    if (!duplicate(name, source.name))
+        return fail("ferret: Failed to allocate memory for name '%s:%s'\n", "", source.name);
+    if (!duplicate(participantPartition, source.participantPartition))
+        return fail("ferret: Failed to allocate memory for typeName '%s'\n", source.participantPartition);
+    if (!duplicate(endpointPartition, source.endpointPartition))
+        return fail("ferret: Failed to allocate memory for typeName '%s'\n", source.endpointPartition);
+    return true;
+}
+
+namespace {
+
+bool fill(QuixSpyEndpointInfo& info, const RtpsGuid& guid, const char* ip, const char* topic_name,
+          const char* type_name, const DDS_EntityNameQosPolicy& entity_name,
+          const DDS_StringSeq& endpoint_partitions, const DDS_StringSeq& participant_partitions) {
+    clear(info, guid);
+    if (!copy_ip(info, ip))
+        return fail("ferret: Failed to copy IP '%s'\n", ip);
+    if (!duplicate(info.topicName, topic_name))
+        return fail("ferret: Failed to allocate memory for topicName '%s'\n", topic_name);
+    if (!duplicate(info.typeName, type_name))
+        return fail("ferret: Failed to allocate memory for typeName '%s'\n", type_name);
+    return store_name(info, entity_name) &&
+           store_partitions(info.participantPartition, participant_partitions) &&
+           store_partitions(info.endpointPartition, endpoint_partitions);
+}
+
+void free_node(QuixSpyEndpointInfoNode* node) {
+    node->info.finalize();
+    QUIXHeap_free(node);
+}
+
+} // namespace
+
+QuixSpyEndpointInfoList::~QuixSpyEndpointInfoList() {
+    for (QuixSpyEndpointInfoNode* node = head(); node != nullptr;) {
+        QuixSpyEndpointInfoNode* const following = next(node);
+        free_node(node);
+        node = following;
+    }
+}
+
+QuixSpyEndpointInfoNode* QuixSpyEndpointInfoList::find_node(const RtpsGuid& guid) const {
+    QuixSpyEndpointInfoNode* node = head();
+    while (node != nullptr && !RtpsGuid_equals(node->info.guid, guid))
+        node = next(node);
+    return node;
+}
+
+bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGuid& guid, const char* ip,
+                                          const char* topicName, const char* typeName,
+                                          const DDS_EntityNameQosPolicy& entityName,
+                                          const DDS_StringSeq& endpointPartitions,
+                                          const DDS_StringSeq& participantPartitions) {
+    QuixSpyEndpointInfoNode* node = find_node(guid);
+    const bool is_new = node == nullptr;
+    if (is_new) {
+        node = QUIXHeap_allocateStructure<QuixSpyEndpointInfoNode>("struct QuixSpyEndpointInfoNode");
+        if (node == nullptr)
+            return fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
+    } else {
+        node->info.finalize();
+    }
+    // What could be stored counts, so the result is not looked at; the GUID alone decides.
+    fill(node->info, guid, ip, topicName, typeName, entityName, endpointPartitions, participantPartitions);
+    if (RtpsGuid_isUnknown(node->info.guid)) {
+        free_node(node);
+        return fail("ferret: Error initializing QuixSpyEndpointInfo\n");
+    }
+    if (is_new)
+        append(node);
+    out.copy_from(node->info);
+    return true;
+}
+
+void QuixSpyEndpointInfoList::remove_node(QuixSpyEndpointInfoNode* node) {
+    unlink(node);
+    free_node(node);
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+// The registry of remote endpoints: what is known of each writer and reader, by GUID, in the order in which
+// they were first seen. No lock of its own: one thread at a time. Look-ups are linear. Queries hand out deep
+// copies.
+
+#include "meridian/guid.h"
+#include "meridian/qos.h"
+#include "meridian/sequence.h"
+#include "quixspy/quixSpyList.h"
+
+/// A GUID as four words; all zero means no endpoint. The low byte of the fourth word is the entity kind.
+using RtpsGuid = PRESGuid;
+
+bool RtpsGuid_equals(const RtpsGuid& a, const RtpsGuid& b);
+bool RtpsGuid_isUnknown(const RtpsGuid& guid);
+
+/// Characters of an address text, with its terminator.
+constexpr int QUIXSPY_IP_SIZE = 16;
+
+/// What is known of one endpoint. A plain record: all zero is empty. Strings are owned (DDS_String) and may
+/// be null; whoever holds a record calls finalize when done with it.
+struct QuixSpyEndpointInfo {
+    RtpsGuid guid;
+    char* topicName;
+    char* typeName;
+    char ip[QUIXSPY_IP_SIZE];   // dotted decimal, or "unknown ip"
+    char* name;                 // "role:name", or the one of them that is known
+    char* participantPartition; // names joined by ","; null when there are none
+    char* endpointPartition;    // likewise, of the publisher or subscriber
+
+    /// Frees the strings and clears the address; the GUID stays. Safe to repeat.
+    void finalize();
+    /// Deep copy into a record that holds nothing. Stops, with a message, at the first member that cannot be
+    /// copied: the later ones stay empty.
+    bool copy_from(const QuixSpyEndpointInfo& source);
+};
+
+struct QuixSpyEndpointInfoNode : QuixSpyListLink<QuixSpyEndpointInfoNode> {
+    QuixSpyEndpointInfo info;
+};
+
+/// Holds no two nodes of one GUID and none of the unknown GUID. Owns its nodes. Neither copied nor moved:
+/// nodes point back at it.
+class QuixSpyEndpointInfoList : public QuixSpyList<QuixSpyEndpointInfoNode> {
+  public:
+    QuixSpyEndpointInfoList() : QuixSpyList<QuixSpyEndpointInfoNode>{} {}
+    QuixSpyEndpointInfoList(const QuixSpyEndpointInfoList&) = delete;
+    QuixSpyEndpointInfoList& operator=(const QuixSpyEndpointInfoList&) = delete;
+    ~QuixSpyEndpointInfoList();
+
+    /// Replaces what is known of the endpoint, or appends it, and copies the result into `out` (a record that
+    /// holds nothing; the caller's). False, with a message, when nothing is stored: for the unknown GUID, or
+    /// without memory for a node. A member that cannot be stored costs itself and those after it, not the
+    /// record. topicName and typeName may be null.
+    bool assert_node(QuixSpyEndpointInfo& out, const RtpsGuid& guid, const char* ip, const char* topicName,
+                     const char* typeName, const DDS_EntityNameQosPolicy& entityName,
+                     const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions);
+    /// Null when the endpoint is not known. Valid until the node is removed.
+    QuixSpyEndpointInfoNode* find_node(const RtpsGuid& guid) const;
+    /// Unlinks and frees.
+    void remove_node(QuixSpyEndpointInfoNode* node);
+};

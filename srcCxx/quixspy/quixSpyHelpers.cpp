@@ -1,0 +1,29 @@
+#include "quixspy/quixSpyHelpers.h"
+
+#include <cstdio>
+
+#include "meridian/wildcard.h"
+
+void QUIXSpy_printTimestamp(const DDS_Time_t& time) {
+    char text[QUIX_TIME_OF_DAY_BUFFER_SIZE] = {};
+    if (time.sec >= 0) {
+        // Nanoseconds to units of 2^-32 s: the factor is 2^61 / 10^9, rounded.
+        const uint64_t fraction = (static_cast<uint64_t>(time.nanosec) * 2305843009U) >> 29;
+        const QUIXNtpTime ntp_time{time.sec, static_cast<DDS_UnsignedLong>(fraction)};
+        if (QUIXNtpTime_to_time_of_day(ntp_time, text)) {
+            std::printf("%s", text);
+            return;
+        }
+    }
+    std::printf("xx:xx:xx");
+}
+
+int QUIXSpy_matchesPattern(const char* name, const char* const* patterns, int32_t count) {
+    if (count == 0)
+        return 1;
+    for (int32_t i = 0; i < count; ++i) {
+        if (QUIXString_matchesWildcard(patterns[i], name))
+            return 1;
+    }
+    return 0;
+}
