@@ -17,7 +17,6 @@ PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev 
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then
     PACKAGES="$PACKAGES libfastrtps-dev"
 fi
-FUZZ_SECONDS=20
 
 legs=
 install=yes
@@ -82,26 +81,7 @@ clang_leg() {
 }
 
 fuzz_leg() {
-    configure fuzz && build fuzz --target tests/fuzz/all || return 1
-    count=0
-    for target in $(find build/fuzz/tests/fuzz -maxdepth 1 -type f -executable); do
-        count=$((count + 1))
-        name=$(basename "$target")
-        say "fuzz: $name for $FUZZ_SECONDS s"
-        mkdir -p "build/fuzz/corpus/$name"
-        set -- "build/fuzz/corpus/$name"
-        [ -d "tests/fuzz/corpus/$name" ] && set -- "$@" "tests/fuzz/corpus/$name"
-        "$target" -max_total_time=$FUZZ_SECONDS -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-            -artifact_prefix="build/fuzz/$name-" "$@" 2> "build/fuzz/$name.log" || {
-            tail -n 60 "build/fuzz/$name.log"
-            return 1
-        }
-        grep -E 'stat::number_of_executed_units|Done' "build/fuzz/$name.log"
-    done
-    [ "$count" -gt 0 ] || {
-        echo "no fuzz targets found"
-        return 1
-    }
+    configure fuzz && build fuzz --target fuzzers && run_ctest fuzz -L fuzz
 }
 
 if [ "$install" = yes ]; then

@@ -74,15 +74,29 @@ class Network:
         os.close(self.handle)
 
 
-def join_by_cable(left, right, subnet="10.77.0", ipv6="fd77::"):
-    """Two networks become two hosts with a cable between them: subnet.1 and subnet.2, ipv6 1 and 2."""
-    left.ip("link", "add", "eth0", "type", "veth", "peer", "name", "eth0", "netns", f"/proc/self/fd/{right.handle}",
+def join_by_cable(left, right, subnet="10.77.0", ipv6="fd77::", device="eth0"):
+    """Two networks become two hosts with a cable between them: addresses subnet.1 and subnet.2, ipv6 1 and 2. Either
+    family is left out where it is None."""
+    left.ip("link", "add", device, "type", "veth", "peer", "name", device, "netns", f"/proc/self/fd/{right.handle}",
             handles=(right.handle,))
     for number, network in ((1, left), (2, right)):
-        network.ip("address", "add", f"{subnet}.{number}/24", "dev", "eth0")
-        network.ip("address", "add", f"{ipv6}{number}/64", "dev", "eth0", "nodad")
-        network.ip("link", "set", "eth0", "multicast", "on", "up")
-        network.route_multicast("eth0")
+        if subnet is not None:
+            network.ip("address", "add", f"{subnet}.{number}/24", "dev", device)
+        if ipv6 is not None:
+            network.ip("address", "add", f"{ipv6}{number}/64", "dev", device, "nodad")
+        network.ip("link", "set", device, "multicast", "on", "up")
+        if subnet is not None:
+            network.route_multicast(device)
+
+
+def join_by_router(left, router, right):
+    """Two hosts in networks of their own, 10.77.1.1 and 10.77.2.1. A router passes on no multicast. Returns False where
+    this machine does not let us have a router."""
+    join_by_cable(left, router, subnet="10.77.1", ipv6=None, device="eth1")
+    join_by_cable(right, router, subnet="10.77.2", ipv6=None, device="eth2")
+    left.ip("route", "add", "default", "via", "10.77.1.2")
+    right.ip("route", "add", "default", "via", "10.77.2.2")
+    return router.start(["sh", "-c", "echo 1 > /proc/sys/net/ipv4/ip_forward"], stderr=subprocess.DEVNULL).wait() == 0
 
 
 class Process:

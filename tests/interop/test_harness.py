@@ -16,6 +16,11 @@ class Harness(harness.InteropTest):
         self.assertIn("10.77.0.2/24", other.ip("-o", "-4", "address"))
         self.assertIn("eth0", other.ip("route", "get", "239.255.0.1"))
 
+    def test_a_router_joins_networks(self):
+        other, router = self.new_network(), self.new_network()
+        if harness.join_by_router(self.network, router, other):
+            self.assertIn("via 10.77.1.2", self.network.ip("route", "get", "10.77.2.1"))
+
     def test_a_network_can_be_without_ipv4(self):
         network = self.new_network(ipv4=False)
         self.assertEqual(network.ip("-o", "-4", "address"), "")

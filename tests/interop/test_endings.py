@@ -1,0 +1,72 @@
+#!/usr/bin/env python3
+"""The run ends when it should, with its statistics and its status."""
+
+import signal
+import time
+
+import harness
+
+
+class Endings(harness.InteropTest):
+    def test_interrupt_in_an_empty_domain(self):
+        spy = self.spy()
+        self.end(spy)
+        self.assertEqual(spy.statistics(), (0, 0))
+        at = spy.lines.index("---- Statistics ----")
+        self.assertEqual(spy.lines[at - 2:], ["", "", "---- Statistics ----", "Discovered 0 DataWriters and 0 DataReaders",
+                                              "", ""])
+
+    def test_interrupt_while_much_happens(self):
+        peer, spy = self.cyclone(), self.spy()
+        peer.do("participant")
+        peer.do("writer w{i} topic=T{i} count=100")
+        spy.wait_for("a line", lambda: spy.events)
+        self.end(spy)
+        # Lines and statistics tell the same, however far it came.
+        self.assertEqual(spy.statistics(), (len(spy.having("New writer")), 0))
+
+    def test_interrupted_at_once(self):
+        spy = self.spy(listening=False)
+        spy.wait_for_line("listening")
+        spy.signal(signal.SIGINT)
+        spy.signal(signal.SIGINT)
+        self.assertIn(spy.wait(5 * harness.SLOWNESS), (1, -signal.SIGINT))
+
+    def test_timeout(self):
+        """Whole seconds are compared, and the difference has to exceed the limit: 2 means 2 to 3 seconds and a turn."""
+        peer = self.fastdds()
+        peer.do("participant")
+        peer.do("writer w topic=T")
+        spy = self.spy("-timeout", "2")
+        begin = time.monotonic()
+        self.assertEqual(spy.wait(), 1, spy.story())
+        lasted = time.monotonic() - begin
+        self.assertGreater(lasted, 1.9)
+        self.assertLess(lasted, 3 + 1.5 * harness.SLOWNESS)
+        self.assertEqual(spy.statistics(), (1, 0))
+        self.assertEqual(spy.errors, [])
+
+    def test_a_spy_that_leaves_says_farewell(self):
+        """Another spy with readers does not have to wait for a lease: the peer unmatches at once."""
+        peer, spy = self.cyclone(), self.spy(mode=None)
+        peer.do("participant")
+        peer.do("writer w topic=T")
+        peer.do("matched w count=1")
+        self.end(spy)
+        begin = time.monotonic()
+        while peer.do("matched w count=0") != ["matched w 0"]:
+            self.assertLess(time.monotonic() - begin, 3 * harness.SLOWNESS, "still matched long after the end")
+
+    def test_the_first_line_comes_soon(self):
+        peer = self.cyclone()
+        peer.do("participant")
+        peer.do("writer w topic=T")
+        spy = self.spy()
+        spy.wait_for_event("New writer", guid=peer.guids["w"])
+        first_line = time.monotonic() - spy.started
+        print(f"listening after {spy.listening_after:.3f} s, first line after {first_line:.3f} s", end=" ", flush=True)
+        self.assertLess(first_line, 3 * harness.SLOWNESS)
+
+
+if __name__ == "__main__":
+    harness.main()
