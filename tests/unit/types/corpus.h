@@ -1,0 +1,42 @@
+#pragma once
+
+// Access to the recorded corpora in data/: types and samples of other makers' serializers.
+
+#include <string>
+#include <vector>
+
+#include "rtps/wire/types.h"
+#include "types/type_library.h"
+
+namespace test {
+
+struct CorpusSample {
+    std::string encoding; // "xcdr1-le" and the like
+    meridian::rtps::ByteBuffer payload;
+};
+
+/// One value of a type, in several encodings.
+struct CorpusValue {
+    std::string peer_text; // how the peer itself prints it
+    meridian::rtps::ByteBuffer key_hash;
+    std::vector<CorpusSample> samples;
+};
+
+struct CorpusType {
+    std::string name;
+    meridian::rtps::ByteBuffer information;
+    meridian::rtps::ByteBuffer mapping;
+    std::vector<CorpusValue> values;
+};
+
+/// The types of data/`file`; empty, with a test failure, when it cannot be read.
+std::vector<CorpusType> read_corpus(const std::string& file);
+meridian::rtps::ByteBuffer from_hex(const std::string& hex);
+
+/// What the type mapping of Cyclone DDS holds: all type objects of a type, minimal and complete.
+bool read_mapping(const meridian::rtps::ByteBuffer& mapping,
+                  std::vector<meridian::types::TypeObjectPair>& pairs);
+/// The type code of a corpus type, from its complete or minimal type object. Empty after a test failure.
+meridian::types::TypeRef build_type(const CorpusType& type, bool complete = true);
+
+} // namespace test

@@ -1,0 +1,266 @@
+#include "types/type_object.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "corpus.h"
+#include "types/md5.h"
+#include "types/type_information.h"
+
+using namespace meridian;
+using namespace meridian::types;
+
+namespace {
+
+const test::CorpusType* find(const std::vector<test::CorpusType>& corpus, const std::string& name) {
+    const auto found =
+        std::find_if(corpus.begin(), corpus.end(), [&name](const auto& type) { return type.name == name; });
+    EXPECT_NE(found, corpus.end()) << name;
+    return found == corpus.end() ? nullptr : &*found;
+}
+
+const Member& member(const Type& type, const std::string& name) {
+    static const Member none;
+    for (const Member& candidate : type.members) {
+        if (candidate.name == name)
+            return candidate;
+    }
+    ADD_FAILURE() << type.name << " has no member " << name;
+    return none;
+}
+
+} // namespace
+
+TEST(TypeObject, HashesOfThePeerAreOurs) {
+    size_t checked = 0;
+    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+        std::vector<TypeObjectPair> pairs;
+        ASSERT_TRUE(test::read_mapping(type.mapping, pairs)) << type.name;
+        for (const TypeObjectPair& pair : pairs) {
+            EXPECT_EQ(hash_of(pair.object, pair.id.kind == tk::kComplete), pair.id.hash) << type.name;
+            ++checked;
+        }
+    }
+    EXPECT_GT(checked, 200u);
+}
+
+TEST(TypeObject, InformationNamesTheTypeAndItsDependencies) {
+    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+        TypeInformation information;
+        ASSERT_TRUE(decode(type.information, rtps::Endianness::little, information)) << type.name;
+        ASSERT_EQ(information.best(), &information.complete);
+        std::vector<TypeObjectPair> pairs;
+        ASSERT_TRUE(test::read_mapping(type.mapping, pairs));
+        for (const TypeIdentifierWithDependencies* form : {&information.minimal, &information.complete}) {
+            EXPECT_EQ(static_cast<size_t>(form->dependency_count), form->dependencies.size());
+            TypeLibrary library;
+            // Without objects, the root is missing; with the root, its dependencies are, until all were
+            // added.
+            EXPECT_EQ(library.missing(form->type.id), std::vector<TypeHash>{form->type.id.hash});
+            for (int round = 0; round < 20 && !library.missing(form->type.id).empty(); ++round) {
+                std::string error;
+                EXPECT_FALSE(library.build(form->type.id, error));
+                EXPECT_NE(error.find("missing"), std::string::npos) << error;
+                for (const TypeHash& hash : library.missing(form->type.id)) {
+                    for (const TypeObjectPair& pair : pairs) {
+                        if (pair.id.hash == hash) {
+                            EXPECT_EQ(library.add(hash, pair.object), TypeLibrary::Added::yes);
+                        }
+                    }
+                }
+            }
+            std::string error;
+            EXPECT_TRUE(library.build(form->type.id, error)) << type.name << ": " << error;
+            EXPECT_EQ(library.closure_size(form->type.id), form->total_size()) << type.name;
+        }
+    }
+}
+
+TEST(TypeObject, CompleteTypesHaveNamesIdsAndFlags) {
+    const auto corpus = test::read_corpus("cyclone.corpus");
+    const TypeRef changeable = test::build_type(*find(corpus, "corpus::Changeable"));
+    ASSERT_TRUE(changeable);
+    EXPECT_EQ(changeable->name, "corpus::Changeable");
+    EXPECT_EQ(changeable->extensibility, DDS_MUTABLE_EXTENSIBILITY);
+    EXPECT_EQ(member(*changeable, "l").id, 77u);
+    EXPECT_TRUE(member(*changeable, "must").must_understand);
+    EXPECT_EQ(member(*changeable, "raw").type->dimensions, std::vector<uint32_t>{3});
+    EXPECT_EQ(member(*changeable, "c").type->kind, DDS_TK_ENUM);
+    EXPECT_EQ(member(*changeable, "c").type->members[2].name, "BLUE");
+    EXPECT_EQ(member(*changeable, "c").type->members[2].value, 2);
+
+    const TypeRef hashed = test::build_type(*find(corpus, "corpus::Hashed"));
+    EXPECT_EQ(member(*hashed, "first").id, hashed_member_id("first"));
+    EXPECT_EQ(member(*hashed, "third").id, hashed_member_id("other"));
+
+    const TypeRef masks = test::build_type(*find(corpus, "corpus::Masks"));
+    EXPECT_EQ(member(*masks, "m64").type->bit_bound, 64);
+    EXPECT_EQ(member(*masks, "m64").type->members[1].value, 63);
+
+    const TypeRef derived = test::build_type(*find(corpus, "corpus::MoreDerived"));
+    EXPECT_EQ(derived->kind, DDS_TK_VALUE);
+    EXPECT_EQ(derived->base->name, "corpus::Derived");
+    EXPECT_EQ(derived->base->base->kind, DDS_TK_STRUCT);
+
+    const TypeRef on_long = test::build_type(*find(corpus, "corpus::OnLong"));
+    EXPECT_EQ(on_long->kind, DDS_TK_UNION);
+    EXPECT_EQ(on_long->default_index, 2);
+    EXPECT_EQ(on_long->members[1].labels, (std::vector<int32_t>{2, 3}));
+
+    const TypeRef aliases = test::build_type(*find(corpus, "corpus::Aliases"));
+    const Type* numbers = aliases->members[1].type;
+    EXPECT_EQ(numbers->kind, DDS_TK_ALIAS);
+    EXPECT_EQ(numbers->name, "corpus::Numbers");
+    EXPECT_EQ(resolve_alias(numbers)->kind, DDS_TK_ARRAY);
+    EXPECT_EQ(resolve_alias(member(*aliases, "t").type)->bound, 12u);
+
+    const TypeRef optionals = test::build_type(*find(corpus, "corpus::OptionalsFinal"));
+    EXPECT_TRUE(member(*optionals, "a").optional);
+    EXPECT_FALSE(member(*optionals, "f").optional);
+    const TypeRef keyed = test::build_type(*find(corpus, "corpus::KeyTwo"));
+    EXPECT_TRUE(member(*keyed, "a").key);
+    EXPECT_FALSE(member(*keyed, "c").key);
+}
+
+TEST(TypeObject, MembersOfMinimalTypesAreNamedByTheirIds) {
+    const auto corpus = test::read_corpus("cyclone.corpus");
+    const TypeRef changeable = test::build_type(*find(corpus, "corpus::Changeable"), false);
+    ASSERT_TRUE(changeable);
+    EXPECT_TRUE(changeable->nameless);
+    EXPECT_TRUE(changeable->name.empty());
+    EXPECT_EQ(member(*changeable, "77").id, 77u);
+    EXPECT_EQ(member(*changeable, "17").type->members[2].name, "2");
+}
+
+TEST(TypeObject, EqualTypesAreEqualAndOthersAreNot) {
+    const auto corpus = test::read_corpus("cyclone.corpus");
+    for (const test::CorpusType& a : corpus) {
+        const TypeRef first = test::build_type(a);
+        for (const test::CorpusType& b : corpus)
+            EXPECT_EQ(equal(*first, *test::build_type(b)), a.name == b.name) << a.name << " " << b.name;
+        EXPECT_FALSE(equal(*first, *test::build_type(a, false))) << a.name;
+    }
+}
+
+TEST(TypeObject, EveryTruncationAndBitFlipIsTakenOrRefused) {
+    size_t refused = 0;
+    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+        std::vector<TypeObjectPair> pairs;
+        ASSERT_TRUE(test::read_mapping(type.mapping, pairs));
+        for (const TypeObjectPair& pair : pairs) {
+            TypeObject object;
+            for (size_t size = 0; size < pair.object.size; ++size) {
+                rtps::ByteBuffer cut(pair.object.begin(), pair.object.begin() + size);
+                rtps::ByteReader reader(cut, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+                EXPECT_FALSE(read(reader, object)) << type.name << " cut to " << size;
+            }
+            rtps::ByteBuffer flipped(pair.object.begin(), pair.object.end());
+            for (size_t bit = 0; bit < flipped.size() * 8; ++bit) {
+                flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1u << (bit % 8)));
+                TypeLibrary library;
+                if (library.add(pair.id.hash, flipped) == TypeLibrary::Added::yes) {
+                    std::string error;
+                    const bool built =
+                        static_cast<bool>(library.build(TypeIdentifier::of(pair.id.hash), error));
+                    EXPECT_EQ(built, error.empty());
+                } else {
+                    ++refused;
+                }
+                flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1u << (bit % 8)));
+            }
+        }
+    }
+    EXPECT_GT(refused, 1000u);
+}
+
+TEST(TypeIdentifier, EveryKindRoundTrips) {
+    const auto pointer = [](uint8_t kind) {
+        auto id = std::make_shared<TypeIdentifier>();
+        id->kind = kind;
+        return id;
+    };
+    std::vector<TypeIdentifier> ids;
+    TypeIdentifier id;
+    id.kind = tk::kUint8;
+    ids.push_back(id);
+    id.kind = tk::kString8Small;
+    id.bound = 200;
+    ids.push_back(id);
+    id.kind = tk::kString16Large;
+    id.bound = 70000;
+    ids.push_back(id);
+    id.kind = tk::kPlainSequenceSmall;
+    id.equivalence = tk::kBoth;
+    id.element_flags = 1;
+    id.bound = 9;
+    id.element = pointer(tk::kInt32);
+    ids.push_back(id);
+    id.kind = tk::kPlainMapLarge;
+    id.bound = 300;
+    id.key_flags = 2;
+    id.key = pointer(tk::kString8Small);
+    ids.push_back(id);
+    id.kind = tk::kPlainMapSmall;
+    id.bound = 30;
+    ids.push_back(id);
+    id = TypeIdentifier();
+    id.kind = tk::kPlainArraySmall;
+    id.equivalence = tk::kBoth;
+    id.dimensions = {2, 3};
+    id.element = pointer(tk::kChar16);
+    ids.push_back(id);
+    id.kind = tk::kPlainArrayLarge;
+    id.dimensions = {2000, 3, 4};
+    ids.push_back(id);
+    TypeHash hash;
+    hash.kind = tk::kComplete;
+    hash.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14};
+    ids.push_back(TypeIdentifier::of(hash));
+    hash.component_length = 3;
+    hash.component_index = 2;
+    ids.push_back(TypeIdentifier::of(hash));
+    for (rtps::Endianness order : {rtps::Endianness::little, rtps::Endianness::big}) {
+        rtps::ByteBuffer bytes;
+        rtps::ByteWriter writer(bytes, order, rtps::kXcdr2MaxAlignment);
+        for (const TypeIdentifier& written : ids)
+            write(writer, written);
+        rtps::ByteReader reader(bytes, order, rtps::kXcdr2MaxAlignment);
+        for (const TypeIdentifier& written : ids) {
+            TypeIdentifier back;
+            ASSERT_TRUE(read(reader, back)) << to_string(written);
+            EXPECT_EQ(back, written) << to_string(written);
+        }
+        EXPECT_EQ(reader.remaining(), 0u);
+    }
+}
+
+TEST(TypeIdentifier, NestingHasALimit) {
+    const auto readable = [](unsigned depth) {
+        auto id = std::make_shared<TypeIdentifier>();
+        id->kind = tk::kInt32;
+        for (unsigned i = 0; i < depth; ++i) {
+            auto outer = std::make_shared<TypeIdentifier>();
+            outer->kind = tk::kPlainSequenceSmall;
+            outer->element = id;
+            id = outer;
+        }
+        rtps::ByteBuffer bytes;
+        rtps::ByteWriter writer(bytes, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+        write(writer, *id);
+        rtps::ByteReader reader(bytes, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+        TypeIdentifier back;
+        return read(reader, back);
+    };
+    EXPECT_TRUE(readable(TypeIdentifier::kMaxDepth));
+    EXPECT_FALSE(readable(TypeIdentifier::kMaxDepth + 1));
+}
+
+TEST(TypeIdentifier, UnknownKindsAreRefused) {
+    for (int kind : {0x0e, 0x0f, 0x12, 0x20, 0x30, 0x51, 0x74, 0x82, 0xb1, 0xf3, 0xff}) {
+        const rtps::ByteBuffer bytes(64, static_cast<uint8_t>(kind));
+        rtps::ByteReader reader(bytes, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+        TypeIdentifier id;
+        EXPECT_FALSE(read(reader, id)) << kind;
+    }
+}
