@@ -129,16 +129,20 @@ struct EndpointData {
     bool is_writer() const { return guid.entity.is_writer(); }
 };
 
-/// Serialized payloads: encapsulation header, parameters, sentinel.
+/// Serialized payloads: encapsulation header, parameters, sentinel. What cannot stand in a list is left out:
+/// a parameter of more than 65,532 bytes, and what was kept undecoded (type information, type object, raw
+/// parameters) when raw_endianness is not the byte order of this machine.
 ByteBuffer encode(const ParticipantData& data);
 ByteBuffer encode(const EndpointData& data);
 /// The payload of a dispose: only the key.
 ByteBuffer encode_participant_key(const Guid& guid);
 ByteBuffer encode_endpoint_key(const Guid& guid);
 
-/// Decode a payload with its encapsulation header. On failure (unknown encapsulation, truncated parameter,
-/// missing key, unknown must-understand parameter, a value out of range) nullopt, and error says what and
-/// where.
+/// Decode a payload with its encapsulation header. On failure nullopt, and error says what and where: another
+/// encapsulation than PL_CDR, a malformed list, an unknown must-understand parameter, or a value that is
+/// missing, truncated or out of range although the record would mislead without it (key, names, domain, and
+/// the policies that decide a match). Any other parameter that is truncated or out of range leaves its member
+/// at the default and is found in raw, so that its sender stays visible.
 std::optional<ParticipantData> decode_participant(ByteView payload, std::string& error);
 /// is_writer decides defaults and which parameters count.
 std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, std::string& error);
@@ -163,8 +167,8 @@ struct InlineQos {
     SequenceNumber original_sequence_number = kSequenceNumberUnknown;
     std::optional<Guid> related_writer; // PID_RELATED_SAMPLE_IDENTITY, 0x0083 or 0x800f
     SequenceNumber related_sequence_number = kSequenceNumberUnknown;
-    uint32_t sample_flags = 0;
-    bool refused = false; // an unknown must-understand parameter: drop the sample
+    uint32_t sample_flags = 0; // no standard parameter carries them: neither read nor written, yet
+    bool refused = false;      // an unknown must-understand parameter: drop the sample
 };
 /// False when the list is malformed; out then holds what was read before.
 bool decode_inline_qos(ByteView parameters, Endianness endianness, InlineQos& out);
