@@ -14,7 +14,7 @@ struct EndpointCache<Data>::Instance {
     std::shared_ptr<RemoteParticipant> participant;
     bool alive = false;
     bool seen = false; // something of it was taken
-    bool listed_unseen = false;
+    std::optional<typename std::list<std::shared_ptr<Instance>>::iterator> unseen_gone; // its place there
     size_t on_loan = 0;
     std::deque<Iterator> waiting; // its changes, oldest first
 };
@@ -61,9 +61,8 @@ void EndpointCache<Data>::remove(const rtps::Guid& endpoint, const DDS_SampleInf
     change.info.instance_state = DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
     change.info.valid_data = false;
     enqueue(instance, std::move(change));
-    if (!instance->seen && !instance->listed_unseen) {
-        instance->listed_unseen = true;
-        unseen_gone_.push_back(instance);
+    if (!instance->seen && !instance->unseen_gone) {
+        instance->unseen_gone = unseen_gone_.insert(unseen_gone_.end(), instance);
         drop_unseen();
     }
 }
@@ -109,15 +108,23 @@ void EndpointCache<Data>::drop_oldest(Instance& instance) {
 template <typename Data>
 void EndpointCache<Data>::drop_unseen() {
     while (unseen_gone_.size() > limits_.unseen_gone_endpoints) {
-        const std::shared_ptr<Instance> instance = std::move(unseen_gone_.front());
+        const std::shared_ptr<Instance> instance = unseen_gone_.front();
         unseen_gone_.pop_front();
-        instance->listed_unseen = false;
-        if (instance->alive || instance->seen)
+        instance->unseen_gone.reset();
+        if (instance->alive)
             continue;
         while (!instance->waiting.empty())
             drop(*instance, instance->waiting.size() - 1);
         instances_.erase(instance->guid);
     }
+}
+
+template <typename Data>
+void EndpointCache<Data>::mark_seen(Instance& instance) {
+    instance.seen = true;
+    if (instance.unseen_gone)
+        unseen_gone_.erase(*instance.unseen_gone);
+    instance.unseen_gone.reset();
 }
 
 template <typename Data>
@@ -156,7 +163,7 @@ std::vector<typename EndpointCache<Data>::Change> EndpointCache<Data>::take(size
         }
         Instance& instance = *change->instance;
         instance.waiting.erase(std::find(instance.waiting.begin(), instance.waiting.end(), change));
-        instance.seen = true;
+        mark_seen(instance);
         if (on_loan)
             ++instance.on_loan;
         if (!change->info.valid_data)

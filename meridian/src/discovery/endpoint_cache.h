@@ -85,6 +85,7 @@ class EndpointCache {
     void drop(Instance& instance, size_t index) MERIDIAN_REQUIRES(mutex_);
     void drop_oldest(Instance& instance) MERIDIAN_REQUIRES(mutex_);
     void drop_unseen() MERIDIAN_REQUIRES(mutex_);
+    void mark_seen(Instance& instance) MERIDIAN_REQUIRES(mutex_);
     void forget_taken() MERIDIAN_REQUIRES(mutex_);
 
     const EndpointCacheLimits limits_;
@@ -95,8 +96,8 @@ class EndpointCache {
     std::unordered_map<rtps::Guid, std::shared_ptr<Instance>> instances_ MERIDIAN_GUARDED_BY(mutex_);
     /// Endpoints whose end was taken.
     std::vector<std::shared_ptr<Instance>> taken_gone_ MERIDIAN_GUARDED_BY(mutex_);
-    /// Endpoints that are gone and of which nothing was ever taken, oldest first (some may have come back).
-    std::deque<std::shared_ptr<Instance>> unseen_gone_ MERIDIAN_GUARDED_BY(mutex_);
+    /// Endpoints that went before anything of them was taken, oldest first (some may have come back).
+    std::list<std::shared_ptr<Instance>> unseen_gone_ MERIDIAN_GUARDED_BY(mutex_);
     size_t lost_ MERIDIAN_GUARDED_BY(mutex_) = 0;
 };
 

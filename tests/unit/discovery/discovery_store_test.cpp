@@ -1,0 +1,173 @@
+#include "discovery/discovery_store.h"
+
+#include <gtest/gtest.h>
+
+#include "discovery/conversions.h"
+#include "platform/clock.h"
+#include "samples.h"
+
+namespace meridian::discovery {
+namespace {
+
+using rtps::GoneReason;
+constexpr rtps::WireTime kSomeTime{1000, 0x80000000};
+
+/// "+Topic1" new, "~Topic1" changed, "-" gone; of one cache, in order.
+template <typename Data>
+std::vector<std::string> told(EndpointCache<Data>& cache) {
+    std::vector<std::string> result;
+    for (const auto& change : cache.take(1000, {}, false)) {
+        if (change.info.valid_data)
+            result.push_back((change.info.view_state == DDS_NEW_VIEW_STATE ? "+" : "~") +
+                             std::string(change.data->topic_name));
+        else
+            result.emplace_back("-");
+    }
+    return result;
+}
+using Told = std::vector<std::string>;
+
+TEST(DiscoveryStore, WritersAndReadersGoToTheirTopics) {
+    DiscoveryStore store(0, {"*"});
+    store.participant_discovered(test::make_participant(1));
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    store.endpoint_discovered(test::make_reader(1, 2), kSomeTime);
+    store.endpoint_changed(test::make_writer(1, 1), kSomeTime);
+    store.endpoint_gone(test::make_reader(1, 2), GoneReason::disposed, kSomeTime);
+    EXPECT_EQ(told(store.publications()), (Told{"+Topic1", "~Topic1"}));
+    EXPECT_EQ(told(store.subscriptions()), (Told{"+Topic2", "-"}));
+}
+
+TEST(DiscoveryStore, TimeIsThatOfTheAnnouncementOrElseOfReception) {
+    DiscoveryStore store(0, {});
+    store.participant_discovered(test::make_participant(1));
+    const DDS_Time_t before = wall_time();
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    store.endpoint_discovered(test::make_writer(1, 2), rtps::kTimeInvalid);
+    const auto changes = store.publications().take(10, {}, false);
+    ASSERT_EQ(changes.size(), 2u);
+    EXPECT_EQ(changes[0].info.source_timestamp.sec, 1000);
+    EXPECT_EQ(changes[0].info.source_timestamp.nanosec, 500000000u);
+    EXPECT_GE(changes[1].info.source_timestamp.sec, before.sec);
+    EXPECT_LE(changes[1].info.source_timestamp.sec, before.sec + 10);
+}
+
+TEST(DiscoveryStore, HandlesAreGuids) {
+    DiscoveryStore store(0, {});
+    store.participant_discovered(test::make_participant(1));
+    const rtps::EndpointData writer = test::make_writer(1, 1);
+    const rtps::EndpointData reader = test::make_reader(1, 1);
+    store.endpoint_discovered(writer, kSomeTime);
+    store.endpoint_discovered(reader, kSomeTime);
+    const auto publication = store.publications().take(1, {}, false);
+    const auto subscription = store.subscriptions().take(1, {}, false);
+    EXPECT_EQ(publication[0].info.instance_handle, to_handle(writer.guid));
+    EXPECT_EQ(publication[0].info.publication_handle,
+              to_handle({writer.guid.prefix, rtps::entity::publications_writer}));
+    EXPECT_EQ(subscription[0].info.publication_handle,
+              to_handle({reader.guid.prefix, rtps::entity::subscriptions_writer}));
+}
+
+TEST(DiscoveryStore, AParticipantStaysKnownWhileItsEndpointsAreHeld) {
+    DiscoveryStore store(5, {});
+    const auto prefix = test::make_prefix(1);
+    EXPECT_EQ(store.find_participant(prefix), nullptr);
+    store.participant_discovered(test::make_participant(1));
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    ASSERT_NE(store.find_participant(prefix), nullptr);
+    EXPECT_EQ(store.find_participant(prefix)->domain_id, 5u);
+    EXPECT_STREQ(store.find_participant(prefix)->participant_name.name, "participant 1");
+
+    store.endpoint_gone(test::make_writer(1, 1), GoneReason::lease_expired, rtps::kTimeInvalid);
+    store.participant_gone(test::make_participant(1), GoneReason::lease_expired);
+    EXPECT_NE(store.find_participant(prefix), nullptr);
+    EXPECT_EQ(told(store.publications()), (Told{"+Topic1", "-"}));
+    EXPECT_NE(store.publications().participant_of(test::make_writer(1, 1).guid), nullptr);
+    EXPECT_NE(store.find_participant(prefix), nullptr);
+    told(store.publications());
+    EXPECT_EQ(store.find_participant(prefix), nullptr);
+}
+
+TEST(DiscoveryStore, AnAnnouncementWithAnotherContentReplaces) {
+    DiscoveryStore store(0, {});
+    rtps::ParticipantData data = test::make_participant(1);
+    store.participant_discovered(data);
+    data.name = "renamed";
+    store.participant_changed(data);
+    EXPECT_STREQ(store.find_participant(test::make_prefix(1))->participant_name.name, "renamed");
+}
+
+TEST(DiscoveryStore, EndpointsOfOtherPartitionsAreHeldBack) {
+    DiscoveryStore store(0, {"A"});
+    store.participant_discovered(test::make_participant(1, "B"));
+    store.participant_discovered(test::make_participant(2, "A,C"));
+    store.participant_discovered(test::make_participant(3));
+    for (uint8_t participant = 1; participant <= 3; ++participant)
+        store.endpoint_discovered(test::make_writer(participant, participant), kSomeTime);
+    EXPECT_EQ(told(store.publications()), Told{"+Topic2"});
+    EXPECT_NE(store.find_participant(test::make_prefix(1)), nullptr);
+    store.endpoint_gone(test::make_writer(1, 1), GoneReason::disposed, kSomeTime);
+    EXPECT_EQ(told(store.publications()), Told{});
+}
+
+TEST(DiscoveryStore, EverybodyWithoutPartitionsIsSeenByTheStar) {
+    DiscoveryStore store(0, {"*"});
+    store.participant_discovered(test::make_participant(1));
+    store.participant_discovered(test::make_participant(2, "A"));
+    store.participant_discovered(test::make_participant(3, "*"));
+    for (uint8_t participant = 1; participant <= 3; ++participant)
+        store.endpoint_discovered(test::make_writer(participant, participant), kSomeTime);
+    EXPECT_EQ(told(store.publications()), (Told{"+Topic1", "+Topic2", "+Topic3"}));
+}
+
+TEST(DiscoveryStore, ARemoteThatMovesIntoAnotherPartitionComesAndGoes) {
+    DiscoveryStore store(0, {"A"});
+    store.participant_discovered(test::make_participant(1, "B"));
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    store.endpoint_discovered(test::make_reader(1, 2), kSomeTime);
+    EXPECT_EQ(told(store.publications()), Told{});
+    store.participant_changed(test::make_participant(1, "A"));
+    EXPECT_EQ(told(store.publications()), Told{"+Topic1"});
+    EXPECT_EQ(told(store.subscriptions()), Told{"+Topic2"});
+    store.participant_changed(test::make_participant(1, "A,X"));
+    EXPECT_EQ(told(store.publications()), Told{});
+    store.participant_changed(test::make_participant(1, "B"));
+    EXPECT_EQ(told(store.publications()), Told{"-"});
+    EXPECT_EQ(told(store.subscriptions()), Told{"-"});
+}
+
+TEST(DiscoveryStore, OwnPartitionsCanChange) {
+    DiscoveryStore store(0, {"A"});
+    store.participant_discovered(test::make_participant(1, "B"));
+    store.participant_discovered(test::make_participant(2, "A"));
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    store.endpoint_discovered(test::make_writer(2, 2), kSomeTime);
+    EXPECT_EQ(told(store.publications()), Told{"+Topic2"});
+    store.set_own_partitions({"B"});
+    const Told changed = told(store.publications());
+    EXPECT_EQ(changed.size(), 2u);
+    EXPECT_EQ(std::count(changed.begin(), changed.end(), "+Topic1"), 1);
+    EXPECT_EQ(std::count(changed.begin(), changed.end(), "-"), 1);
+}
+
+TEST(DiscoveryStore, AnEndpointOfAnUnknownParticipantIsTold) {
+    DiscoveryStore store(0, {});
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    EXPECT_EQ(told(store.publications()), Told{"+Topic1"});
+    EXPECT_NE(store.publications().participant_of(test::make_writer(1, 1).guid), nullptr);
+    store.endpoint_gone(test::make_writer(9, 1), GoneReason::disposed, kSomeTime);
+    EXPECT_EQ(told(store.publications()), Told{});
+}
+
+TEST(DiscoveryStore, AParticipantThatGoesTakesItsEndpointsAlong) {
+    DiscoveryStore store(0, {});
+    store.participant_discovered(test::make_participant(1));
+    store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
+    store.participant_gone(test::make_participant(1), GoneReason::disposed);
+    EXPECT_EQ(told(store.publications()), (Told{"+Topic1", "-"}));
+    store.participant_gone(test::make_participant(1), GoneReason::disposed);
+    EXPECT_EQ(told(store.publications()), Told{});
+}
+
+} // namespace
+} // namespace meridian::discovery

@@ -1,0 +1,240 @@
+#include "discovery/endpoint_cache.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "discovery/builtin_data.h"
+#include "discovery/conversions.h"
+#include "samples.h"
+
+namespace meridian::discovery {
+namespace {
+
+using Cache = EndpointCache<DDS_PublicationBuiltinTopicData>;
+using Changes = std::vector<Cache::Change>;
+constexpr size_t kAll = 1000000;
+
+class Observer final : public EndpointCacheObserver {
+  public:
+    void data_available(bool value) override { available = value; }
+    bool available = false;
+};
+
+class EndpointCacheTest : public ::testing::Test {
+  protected:
+    static rtps::Guid guid_of(uint32_t key) { return test::make_writer(1, key).guid; }
+
+    void put(uint32_t key, const char* topic = "T") {
+        rtps::EndpointData data = test::make_writer(1, key);
+        data.topic_name = topic;
+        DDS_SampleInfo info;
+        info.source_timestamp = {++clock_, 0};
+        cache_.put(data.guid, participant_,
+                   std::make_shared<DDS_PublicationBuiltinTopicData>(to_publication_data(data)), info);
+    }
+    void remove(uint32_t key) {
+        DDS_SampleInfo info;
+        info.source_timestamp = {++clock_, 0};
+        cache_.remove(guid_of(key), info);
+    }
+    Changes take(size_t limit = kAll, bool on_loan = false) { return cache_.take(limit, {}, on_loan); }
+
+    /// "new", "changed", "gone" for each change.
+    static std::vector<std::string> kinds(const Changes& changes) {
+        std::vector<std::string> result;
+        for (const Cache::Change& change : changes) {
+            if (!change.info.valid_data)
+                result.emplace_back("gone");
+            else
+                result.emplace_back(change.info.view_state == DDS_NEW_VIEW_STATE ? "new" : "changed");
+        }
+        return result;
+    }
+    using Kinds = std::vector<std::string>;
+
+    Cache cache_{EndpointCacheLimits{4, 3}};
+    Observer observer_;
+    std::shared_ptr<RemoteParticipant> participant_ =
+        std::make_shared<RemoteParticipant>(test::make_prefix(1), DDS_ParticipantBuiltinTopicData());
+    DDS_Long clock_ = 0;
+};
+
+TEST_F(EndpointCacheTest, AChangeCarriesTheStateItHadWhenItHappened) {
+    put(1);
+    put(1);
+    remove(1);
+    const Changes changes = take();
+    EXPECT_EQ(kinds(changes), (Kinds{"new", "changed", "gone"}));
+    EXPECT_EQ(changes[0].info.instance_state, DDS_ALIVE_INSTANCE_STATE);
+    EXPECT_EQ(changes[1].info.instance_state, DDS_ALIVE_INSTANCE_STATE);
+    EXPECT_EQ(changes[1].info.view_state, DDS_NOT_NEW_VIEW_STATE);
+    EXPECT_EQ(changes[2].info.instance_state, DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
+    EXPECT_EQ(changes[2].info.view_state, DDS_NOT_NEW_VIEW_STATE);
+    EXPECT_EQ(changes[2].data->key.value[3], 0x102u);
+    EXPECT_EQ(changes[2].data->topic_name, nullptr);
+    EXPECT_EQ(changes[0].info.source_timestamp.sec, 1);
+    EXPECT_EQ(changes[2].info.source_timestamp.sec, 3);
+    EXPECT_EQ(changes[0].info.sample_state, DDS_NOT_READ_SAMPLE_STATE);
+    EXPECT_EQ(changes[0].info.instance_handle, to_handle(guid_of(1)));
+    EXPECT_TRUE(take().empty());
+}
+
+TEST_F(EndpointCacheTest, AnEndpointThatComesBackIsNewAgain) {
+    put(1);
+    remove(1);
+    put(1);
+    EXPECT_EQ(kinds(take()), (Kinds{"new", "gone", "new"}));
+    remove(1);
+    EXPECT_EQ(kinds(take()), Kinds{"gone"});
+    put(1);
+    put(1);
+    EXPECT_EQ(kinds(take()), (Kinds{"new", "changed"}));
+}
+
+TEST_F(EndpointCacheTest, RemovingWhatIsNotThereIsNothing) {
+    remove(1);
+    put(1);
+    remove(1);
+    remove(1);
+    EXPECT_EQ(kinds(take()), (Kinds{"new", "gone"}));
+}
+
+TEST_F(EndpointCacheTest, ChangesOfDifferentEndpointsKeepTheirOrder) {
+    put(1, "A");
+    put(2, "B");
+    put(1, "C");
+    const Changes changes = take();
+    ASSERT_EQ(changes.size(), 3u);
+    EXPECT_STREQ(changes[0].data->topic_name, "A");
+    EXPECT_STREQ(changes[1].data->topic_name, "B");
+    EXPECT_STREQ(changes[2].data->topic_name, "C");
+}
+
+TEST_F(EndpointCacheTest, DataIsAvailableUntilItWasReadUnlessTheLimitLeftSome) {
+    cache_.set_observer(&observer_);
+    EXPECT_FALSE(observer_.available);
+    put(1);
+    put(2);
+    EXPECT_TRUE(observer_.available);
+    EXPECT_EQ(take(1).size(), 1u);
+    EXPECT_TRUE(observer_.available);
+    EXPECT_EQ(take(1).size(), 1u);
+    EXPECT_FALSE(observer_.available);
+    put(3);
+    cache_.set_observer(nullptr);
+    take();
+    EXPECT_TRUE(observer_.available); // not told any more
+    cache_.set_observer(&observer_);
+    EXPECT_FALSE(observer_.available); // told the present state
+}
+
+TEST_F(EndpointCacheTest, MasksSelectAndLeaveTheRest) {
+    cache_.set_observer(&observer_);
+    put(1);
+    put(1);
+    remove(1);
+    Cache::States gone;
+    gone.instance = DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
+    EXPECT_EQ(kinds(cache_.take(kAll, gone, false)), Kinds{"gone"});
+    EXPECT_FALSE(observer_.available); // read: what was left was not wanted
+    Cache::States changed;
+    changed.view = DDS_NOT_NEW_VIEW_STATE;
+    EXPECT_EQ(kinds(cache_.take(kAll, changed, false)), Kinds{"changed"});
+    Cache::States read;
+    read.sample = DDS_READ_SAMPLE_STATE;
+    EXPECT_TRUE(cache_.take(kAll, read, false).empty());
+    EXPECT_EQ(kinds(take()), Kinds{"new"});
+}
+
+TEST_F(EndpointCacheTest, TheParticipantIsKnownUntilTheEndWasTakenAndForgotten) {
+    put(1);
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
+    EXPECT_EQ(cache_.participant_of(guid_of(2)), nullptr);
+    take();
+    remove(1);
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
+    EXPECT_EQ(kinds(take()), Kinds{"gone"});
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_) << "must be known for the sample just taken";
+    take();
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
+}
+
+TEST_F(EndpointCacheTest, WhatIsOnLoanIsNotForgotten) {
+    put(1);
+    remove(1);
+    const Changes loan = take(kAll, true);
+    take();
+    take();
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
+    cache_.give_back(loan);
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
+    take();
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
+}
+
+TEST_F(EndpointCacheTest, AnEndpointThatCameBackIsNotForgotten) {
+    put(1);
+    remove(1);
+    take();
+    put(1);
+    take();
+    take();
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
+    remove(1);
+    EXPECT_EQ(kinds(take()), Kinds{"gone"});
+    take();
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
+}
+
+TEST_F(EndpointCacheTest, ManyChangesOfOneEndpointLoseTheOldest) {
+    for (int i = 0; i < 10; ++i)
+        put(1, std::to_string(i).c_str());
+    const Changes changes = take();
+    EXPECT_EQ(kinds(changes), (Kinds{"new", "changed", "changed", "changed"}));
+    EXPECT_STREQ(changes[0].data->topic_name, "6");
+    EXPECT_STREQ(changes[3].data->topic_name, "9");
+    EXPECT_EQ(cache_.lost(), 6u);
+}
+
+TEST_F(EndpointCacheTest, ALifeThatIsDroppedIsDroppedWhole) {
+    for (int i = 0; i < 5; ++i) {
+        put(1);
+        remove(1);
+    }
+    put(1);
+    const Kinds told = kinds(take());
+    ASSERT_LE(told.size(), 4u);
+    for (size_t i = 0; i < told.size(); ++i)
+        EXPECT_EQ(told[i], i % 2 == 0 ? "new" : "gone");
+    EXPECT_EQ(told.back(), "new");
+}
+
+TEST_F(EndpointCacheTest, TheEndOfALifeThatWasSeenIsAlwaysTold) {
+    put(1);
+    take();
+    for (int i = 0; i < 5; ++i) {
+        remove(1);
+        put(1);
+    }
+    const Kinds told = kinds(take());
+    ASSERT_LE(told.size(), 4u);
+    EXPECT_EQ(told.front(), "gone");
+    EXPECT_EQ(told.back(), "new");
+}
+
+TEST_F(EndpointCacheTest, EndpointsThatCameAndWentUnseenAreBounded) {
+    put(100);
+    for (uint32_t key = 1; key <= 10; ++key) {
+        put(key);
+        remove(key);
+    }
+    const Changes changes = take();
+    EXPECT_EQ(kinds(changes), (Kinds{"new", "new", "gone", "new", "gone", "new", "gone"}));
+    EXPECT_EQ(changes[1].info.instance_handle, to_handle(guid_of(8)));
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
+    EXPECT_EQ(cache_.participant_of(guid_of(100)), participant_);
+}
+
+} // namespace
+} // namespace meridian::discovery
