@@ -57,10 +57,10 @@ class UdpTransport final : public Output {
     /// be read by any thread.
     const std::vector<int>& descriptors() const;
     /// Fetches up to one batch of datagrams from the descriptor of that position in descriptors(), without
-    /// waiting. Returns how many; dispatch() hands them over. Separate from dispatch() so that the caller
+    /// waiting. True when there is something for dispatch(). Separate from dispatch() so that the caller
     /// holds its lock during dispatch() only: one thread calls fetch() and dispatch(), and fetch() may run
     /// beside every other call.
-    size_t fetch(size_t position);
+    bool fetch(size_t position);
     /// Hands over what the last fetch() brought. The views are valid during the call.
     void dispatch(const Received& received);
 

@@ -1,0 +1,87 @@
+#pragma once
+
+// The sockets of one address family, and the interfaces they are used on.
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "rtps/net/interfaces.h"
+#include "rtps/net/ports.h"
+#include "rtps/net/socket.h"
+#include "rtps/net/transport_config.h"
+
+namespace meridian::rtps::net {
+
+enum class OpenResult {
+    ok,
+    in_use,      // another process has one of the unicast ports
+    unavailable, // this host does not have the family
+    failed,
+};
+
+/// Not thread-safe.
+class FamilySockets {
+  public:
+    FamilySockets(Family family, const TransportConfig& config);
+
+    Family family() const { return family_; }
+    const UdpSettings& settings() const { return settings_; }
+    const std::vector<Interface>& usable() const { return usable_; }
+
+    /// Opens the two unicast sockets. error is set unless ok.
+    OpenResult open_unicast(const UnicastPorts& ports, std::string& error);
+    void close_unicast();
+    /// Opens the two multicast sockets, which belong to no interface yet.
+    bool open_multicast(const MulticastPorts& ports, std::string& error);
+    /// Sets buffers and multicast options of all sockets. warnings gets what is not as asked for.
+    void configure(std::vector<std::string>& warnings);
+
+    /// Takes the present interfaces: selects the usable ones and joins the groups on the new ones. warnings
+    /// gets what could not be joined. True when the usable ones are others than before.
+    bool set_interfaces(const std::vector<Interface>& all, std::vector<std::string>& warnings);
+
+    /// True when multicast works on at least one interface.
+    bool has_multicast() const { return !joined_.empty(); }
+    bool uses_loopback() const;
+    /// True when some usable interface is not loopback.
+    bool leaves_host() const;
+    bool is_loopback_only() const { return filter_.loopback_only; }
+    const std::vector<IpAddress>& groups() const { return groups_; }
+
+    int metatraffic_unicast() const { return sockets_[kMetatrafficUnicast].get(); }
+    int metatraffic_multicast() const { return sockets_[kMetatrafficMulticast].get(); }
+    int user_unicast() const { return sockets_[kUserUnicast].get(); }
+    int user_multicast() const { return sockets_[kUserMulticast].get(); }
+    uint16_t metatraffic_unicast_port() const { return unicast_ports_.metatraffic; }
+    uint16_t user_unicast_port() const { return unicast_ports_.user; }
+
+    /// Sends one datagram through an interface (0: as the routes say). 0, or an errno value.
+    int send(ByteView message, const IpAddress& destination, uint16_t port, unsigned interface_index) const;
+
+  private:
+    enum SocketRole {
+        kMetatrafficUnicast,
+        kMetatrafficMulticast,
+        kUserUnicast,
+        kUserMulticast,
+        kSocketCount
+    };
+
+    bool join(const Interface& interface, std::vector<std::string>& warnings);
+
+    Family family_;
+    UdpSettings settings_;
+    InterfaceFilter filter_;
+    std::vector<IpAddress> groups_;
+    UnicastPorts unicast_ports_;
+    std::array<FileDescriptor, kSocketCount> sockets_;
+    std::vector<Interface> usable_;
+    std::set<unsigned> joined_; // interface indexes
+};
+
+} // namespace meridian::rtps::net

@@ -1,0 +1,212 @@
+#include "rtps/net/peers.h"
+
+#include <netdb.h>
+
+#include <algorithm>
+#include <memory>
+#include <set>
+
+#include "rtps/net/address.h"
+#include "rtps/net/ports.h"
+
+namespace meridian::rtps::net {
+
+namespace {
+
+struct PeerText {
+    unsigned index_limit = kDefaultPeerIndexLimit;
+    std::optional<Family> family; // as the prefix says; without one any enabled family
+    bool this_host = false;
+    std::string host;
+};
+
+/// Removes prefix from the front of text; false (and no change) where it does not begin with it.
+bool take_prefix(std::string& text, const std::string& prefix) {
+    if (text.compare(0, prefix.size(), prefix) != 0)
+        return false;
+    text.erase(0, prefix.size());
+    return true;
+}
+
+bool parse_index_limit(const std::string& digits, unsigned& limit, std::string& error) {
+    const bool valid = !digits.empty() && digits.size() <= 3 &&
+                       digits.find_first_not_of("0123456789") == std::string::npos &&
+                       std::stoul(digits) <= kMaxParticipantIndex;
+    if (!valid) {
+        error = "'" + digits + "' before the @ is not a participant index from 0 to " +
+                std::to_string(kMaxParticipantIndex);
+        return false;
+    }
+    limit = static_cast<unsigned>(std::stoul(digits));
+    return true;
+}
+
+bool parse_transport(std::string& text, PeerText& peer, std::string& error) {
+    const size_t separator = text.find("://");
+    if (separator == std::string::npos)
+        return true;
+    std::string transport = text.substr(0, separator);
+    text.erase(0, separator + 3);
+    take_prefix(transport, "builtin.");
+    if (transport == "udpv4") {
+        peer.family = Family::v4;
+    } else if (transport == "udpv6") {
+        peer.family = Family::v6;
+    } else if (transport == "shmem") {
+        peer.this_host = true;
+    } else {
+        error = "'" + transport + "' is no transport; there are udpv4, udpv6 and shmem";
+        return false;
+    }
+    return true;
+}
+
+std::optional<PeerText> parse_peer(std::string text, std::string& error) {
+    PeerText peer;
+    const size_t at = text.find('@');
+    if (at != std::string::npos) {
+        if (!parse_index_limit(text.substr(0, at), peer.index_limit, error))
+            return std::nullopt;
+        text.erase(0, at + 1);
+    }
+    if (!parse_transport(text, peer, error))
+        return std::nullopt;
+    if (peer.this_host)
+        return peer;
+    if (text.size() >= 2 && text.front() == '[' && text.back() == ']')
+        text = text.substr(1, text.size() - 2);
+    // A scope has no place in a locator; link-local peers are tried on every interface.
+    if (text.find(':') != std::string::npos)
+        text = text.substr(0, text.find('%'));
+    if (text.empty()) {
+        error = "it has no host";
+        return std::nullopt;
+    }
+    peer.host = std::move(text);
+    return peer;
+}
+
+bool enabled(Family family, const TransportConfig& config) {
+    return family == Family::v4 ? config.uses_v4() : config.uses_v6();
+}
+
+std::vector<IpAddress> look_up(const std::string& host, std::string& error) {
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* list = nullptr;
+    const int result = getaddrinfo(host.c_str(), nullptr, &hints, &list);
+    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(list, [](addrinfo* entry) {
+        if (entry != nullptr)
+            freeaddrinfo(entry);
+    });
+    if (result != 0) {
+        error = gai_strerror(result);
+        return {};
+    }
+    std::vector<IpAddress> addresses;
+    for (const addrinfo* entry = list; entry != nullptr; entry = entry->ai_next) {
+        if (const std::optional<IpAddress> address = address_of(to_locator(entry->ai_addr)))
+            addresses.push_back(*address);
+    }
+    if (addresses.empty())
+        error = "the name has no address";
+    return addresses;
+}
+
+std::vector<IpAddress> addresses_of(const PeerText& peer, const TransportConfig& config, std::string& error) {
+    std::vector<IpAddress> addresses;
+    if (peer.this_host) {
+        for (const Family family : {Family::v4, Family::v6}) {
+            if (enabled(family, config))
+                addresses.push_back(loopback_address(family));
+        }
+        return addresses;
+    }
+    if (const std::optional<IpAddress> address = parse_address(peer.host))
+        addresses = {*address};
+    else
+        addresses = look_up(peer.host, error);
+    if (addresses.empty())
+        return addresses;
+
+    const auto unusable = [&](const IpAddress& address) {
+        return !enabled(address.family, config) || (peer.family && *peer.family != address.family);
+    };
+    addresses.erase(std::remove_if(addresses.begin(), addresses.end(), unusable), addresses.end());
+    if (addresses.empty())
+        error = "it has no address of a transport that is enabled for it";
+    for (const IpAddress& address : addresses) {
+        if (address.is_unspecified()) {
+            error = "an unspecified address is no destination";
+            return {};
+        }
+    }
+    return addresses;
+}
+
+/// Appends destinations that are not in the list yet.
+class DestinationList {
+  public:
+    explicit DestinationList(uint32_t domain_id) : domain_id_(domain_id) {}
+
+    void add(const IpAddress& address, unsigned index_limit) {
+        if (address.is_multicast()) {
+            if (const auto ports = multicast_ports(domain_id_))
+                add(to_locator(address, ports->metatraffic));
+            return;
+        }
+        for (unsigned index = 0; index <= index_limit; ++index) {
+            if (const auto ports = unicast_ports(domain_id_, index))
+                add(to_locator(address, ports->metatraffic));
+        }
+    }
+
+    LocatorList take() { return std::move(list_); }
+
+  private:
+    void add(const Locator& locator) {
+        if (known_.insert(locator).second)
+            list_.push_back(locator);
+    }
+
+    uint32_t domain_id_;
+    std::set<Locator> known_;
+    LocatorList list_;
+};
+
+} // namespace
+
+std::optional<LocatorList> resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config,
+                                         std::string& error) {
+    DestinationList destinations(config.domain_id);
+    for (const std::string& text : peers) {
+        std::string reason;
+        const std::optional<PeerText> peer = parse_peer(text, reason);
+        const std::vector<IpAddress> addresses =
+            peer ? addresses_of(*peer, config, reason) : std::vector<IpAddress>{};
+        if (addresses.empty()) {
+            error = "peer '" + text + "' cannot be used: " + reason;
+            return std::nullopt;
+        }
+        for (const IpAddress& address : addresses)
+            destinations.add(address, peer->index_limit);
+    }
+    return destinations.take();
+}
+
+LocatorList default_peers(const TransportConfig& config) {
+    DestinationList destinations(config.domain_id);
+    if (config.uses_v4()) {
+        destinations.add(multicast_group_v4(), 0);
+        destinations.add(loopback_address(Family::v4), kDefaultPeerIndexLimit);
+    }
+    if (config.uses_v6()) {
+        for (const IpAddress& group : multicast_groups_v6())
+            destinations.add(group, 0);
+        destinations.add(loopback_address(Family::v6), kDefaultPeerIndexLimit);
+    }
+    return destinations.take();
+}
+
+} // namespace meridian::rtps::net

@@ -1,0 +1,450 @@
+#include "rtps/net/udp_transport.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <set>
+
+#include "rtps/net/family_sockets.h"
+#include "rtps/net/ports.h"
+#include "rtps/net/receive_batch.h"
+
+namespace meridian::rtps::net {
+
+namespace {
+
+constexpr size_t kBatchCapacity = 32;
+/// Guards against a peer that announces ever new addresses.
+constexpr size_t kMostWarnings = 200;
+constexpr size_t kMostScopes = 1000;
+
+// How good a way to a peer is. Even numbers: one more is for IPv4, which wins where both families would do.
+constexpr int kUnreachable = 0;
+constexpr int kMaybeThisHost = 10;
+constexpr int kNeedsScope = 20;
+constexpr int kRouted = 40;
+constexpr int kSameNetwork = 60;
+constexpr int kOwnAddress = 70;
+constexpr int kLoopback = 80;
+
+/// Whether a peer lives on this host, as far as the source of its announcements tells.
+enum class Neighbour { unknown, this_host, other_host };
+
+size_t receive_buffer_size(const TransportConfig& config) {
+    if (config.receive_buffer_size == 0)
+        return kLargestReceiveBuffer;
+    return static_cast<size_t>(
+        std::clamp(config.receive_buffer_size, kSmallestDatagram, kLargestReceiveBuffer));
+}
+
+} // namespace
+
+class UdpTransport::Implementation {
+  public:
+    Implementation(const TransportConfig& config, Warning warning)
+        : config_(config),
+          warning_(std::move(warning)),
+          batch_(kBatchCapacity, receive_buffer_size(config)) {}
+
+    bool open(std::string& error);
+
+    OwnLocators own_locators() const;
+    std::string describe() const;
+    void send(ByteView message, const Locator& destination);
+    int preference(const Locator& locator, const Locator& announced_from) const;
+    void dispatch(const Received& received);
+    bool update_interfaces();
+
+    const TransportConfig config_;
+    const Warning warning_;
+    uint32_t participant_index_ = 0;
+    std::vector<int> descriptors_;
+    InterfaceMonitor monitor_;
+    ReceiveBatch batch_;
+    TransportStatistics statistics_;
+
+  private:
+    bool open_index(std::string& error);
+    OpenResult open_unicast_pair(uint32_t index, std::string& error);
+    bool drop_missing_families(std::string& error);
+    FamilySockets* sockets_of(Family family);
+    const FamilySockets* sockets_of(Family family) const;
+    bool is_own_address(const IpAddress& address) const;
+    Neighbour neighbour(const Locator& announced_from) const;
+    int rate(const FamilySockets& sockets, const IpAddress& address, Neighbour neighbour) const;
+    void send_multicast(const FamilySockets& sockets, ByteView message, const IpAddress& group,
+                        uint16_t port);
+    void send_unicast(const FamilySockets& sockets, ByteView message, const IpAddress& address,
+                      uint16_t port);
+    void sent(int error_number, const IpAddress& destination, uint16_t port);
+    void refuse(const std::string& reason, const Locator& destination);
+    void warn_once(const std::string& text);
+    void warn_all(const std::vector<std::string>& texts);
+
+    std::vector<FamilySockets> families_;
+    std::vector<Interface> interfaces_; // all, used or not
+    /// The interface behind which a link-local IPv6 address was seen: locators cannot say it.
+    std::map<IpAddress, unsigned> scopes_;
+    std::set<std::string> told_;
+};
+
+bool UdpTransport::Implementation::open(std::string& error) {
+    if (config_.uses_v4())
+        families_.emplace_back(Family::v4, config_);
+    if (config_.uses_v6())
+        families_.emplace_back(Family::v6, config_);
+
+    const auto multicast = multicast_ports(config_.domain_id);
+    if (!drop_missing_families(error) || !open_index(error))
+        return false;
+    std::vector<std::string> warnings;
+    for (FamilySockets& sockets : families_) {
+        if (!sockets.open_multicast(*multicast, error))
+            return false;
+        sockets.configure(warnings);
+    }
+    warn_all(warnings);
+    for (const FamilySockets& sockets : families_) {
+        descriptors_.push_back(sockets.metatraffic_unicast());
+        descriptors_.push_back(sockets.metatraffic_multicast());
+    }
+    for (const FamilySockets& sockets : families_) {
+        descriptors_.push_back(sockets.user_unicast());
+        descriptors_.push_back(sockets.user_multicast());
+    }
+    std::string monitor_error;
+    if (!monitor_.open(monitor_error))
+        warn_once(monitor_error);
+    update_interfaces(); // after the monitor, so that no change falls in between
+    return true;
+}
+
+bool UdpTransport::Implementation::drop_missing_families(std::string& error) {
+    for (auto it = families_.begin(); it != families_.end();) {
+        // Any free port tells whether the family is there.
+        if (it->open_unicast(UnicastPorts{}, error) != OpenResult::unavailable) {
+            it->close_unicast();
+            ++it;
+            continue;
+        }
+        if (families_.size() > 1)
+            warn_once("an address family is not available and left out: " + error);
+        it = families_.erase(it);
+    }
+    return !families_.empty();
+}
+
+bool UdpTransport::Implementation::open_index(std::string& error) {
+    if (config_.participant_index >= 0) {
+        participant_index_ = static_cast<uint32_t>(config_.participant_index);
+        const OpenResult result = open_unicast_pair(participant_index_, error);
+        if (result == OpenResult::in_use) {
+            error = "participant index " + std::to_string(participant_index_) + " of domain " +
+                    std::to_string(config_.domain_id) + " is in use on this host (" + error + ")";
+        }
+        return result == OpenResult::ok;
+    }
+    for (uint32_t index = 0; unicast_ports(config_.domain_id, index); ++index) {
+        const OpenResult result = open_unicast_pair(index, error);
+        if (result == OpenResult::in_use)
+            continue;
+        participant_index_ = index;
+        return result == OpenResult::ok;
+    }
+    error =
+        "all participant indexes of domain " + std::to_string(config_.domain_id) + " are in use on this host";
+    return false;
+}
+
+OpenResult UdpTransport::Implementation::open_unicast_pair(uint32_t index, std::string& error) {
+    const auto ports = unicast_ports(config_.domain_id, index);
+    for (FamilySockets& sockets : families_) {
+        const OpenResult result = sockets.open_unicast(*ports, error);
+        if (result != OpenResult::ok) {
+            for (FamilySockets& opened : families_)
+                opened.close_unicast();
+            return result;
+        }
+    }
+    return OpenResult::ok;
+}
+
+FamilySockets* UdpTransport::Implementation::sockets_of(Family family) {
+    const auto it = std::find_if(families_.begin(), families_.end(), [family](const FamilySockets& sockets) {
+        return sockets.family() == family;
+    });
+    return it != families_.end() ? &*it : nullptr;
+}
+
+const FamilySockets* UdpTransport::Implementation::sockets_of(Family family) const {
+    return const_cast<Implementation*>(this)->sockets_of(family);
+}
+
+OwnLocators UdpTransport::Implementation::own_locators() const {
+    OwnLocators own;
+    const auto multicast = multicast_ports(config_.domain_id);
+    for (const FamilySockets& sockets : families_) {
+        for (const IpAddress& address : announced_addresses(sockets.usable(), sockets.family())) {
+            own.metatraffic_unicast.push_back(to_locator(address, sockets.metatraffic_unicast_port()));
+            own.default_unicast.push_back(to_locator(address, sockets.user_unicast_port()));
+        }
+        if (sockets.has_multicast()) {
+            // One group only: a sender that uses all announced locators would send twice.
+            own.metatraffic_multicast.push_back(to_locator(sockets.groups().front(), multicast->metatraffic));
+            own.default_multicast.push_back(to_locator(sockets.groups().front(), multicast->user));
+        }
+    }
+    return own;
+}
+
+std::string UdpTransport::Implementation::describe() const {
+    std::string text;
+    for (const FamilySockets& sockets : families_) {
+        for (const Interface& interface : sockets.usable()) {
+            for (const InterfaceAddress& entry : interface.addresses)
+                text += (text.empty() ? "" : ", ") + interface.name + " " + to_string(entry.address);
+        }
+    }
+    return text.empty() ? "none" : text;
+}
+
+bool UdpTransport::Implementation::is_own_address(const IpAddress& address) const {
+    if (address.is_loopback())
+        return true;
+    for (const Interface& interface : interfaces_) {
+        for (const InterfaceAddress& entry : interface.addresses) {
+            if (entry.address == address)
+                return true;
+        }
+    }
+    return false;
+}
+
+Neighbour UdpTransport::Implementation::neighbour(const Locator& announced_from) const {
+    const std::optional<IpAddress> source = address_of(announced_from);
+    if (!source)
+        return Neighbour::unknown;
+    return is_own_address(*source) ? Neighbour::this_host : Neighbour::other_host;
+}
+
+int UdpTransport::Implementation::rate(const FamilySockets& sockets, const IpAddress& address,
+                                       Neighbour neighbour) const {
+    if (is_own_address(address)) {
+        // Another host may have the same address (bridges of container hosts often do), and every host has a
+        // loopback address.
+        if (neighbour == Neighbour::other_host || sockets.usable().empty())
+            return kUnreachable;
+        if (address.is_loopback() && !sockets.uses_loopback())
+            return kUnreachable;
+        if (neighbour == Neighbour::unknown)
+            return kMaybeThisHost;
+        return address.is_loopback() ? kLoopback : kOwnAddress;
+    }
+    if (!sockets.leaves_host())
+        return kUnreachable;
+    if (address.family == Family::v6 && address.is_link_local())
+        return kNeedsScope;
+
+    const auto in_network_of = [&address](const std::vector<Interface>& interfaces) {
+        for (const Interface& interface : interfaces) {
+            for (const InterfaceAddress& entry : interface.addresses) {
+                // Without a prefix length (point-to-point links may have none) the network is not known.
+                if (entry.prefix_length > 0 && same_network(entry.address, address, entry.prefix_length))
+                    return true;
+            }
+        }
+        return false;
+    };
+    if (in_network_of(sockets.usable()))
+        return kSameNetwork;
+    // The routes would take it through an interface that is not to be used.
+    return in_network_of(interfaces_) ? kUnreachable : kRouted;
+}
+
+int UdpTransport::Implementation::preference(const Locator& locator, const Locator& announced_from) const {
+    const std::optional<IpAddress> address = address_of(locator);
+    if (!address || address->is_unspecified() || locator.port == 0 || locator.port > 65535)
+        return kUnreachable;
+    const FamilySockets* sockets = sockets_of(address->family);
+    if (sockets == nullptr)
+        return kUnreachable;
+    if (address->is_multicast())
+        return sockets->has_multicast() ? kMaybeThisHost : kUnreachable;
+    const int rating = rate(*sockets, *address, neighbour(announced_from));
+    return rating > 0 && address->family == Family::v4 ? rating + 1 : rating;
+}
+
+void UdpTransport::Implementation::send(ByteView message, const Locator& destination) {
+    const std::optional<IpAddress> address = address_of(destination);
+    if (!address || address->is_unspecified() || destination.port == 0 || destination.port > 65535)
+        return refuse("is no destination", destination);
+    const FamilySockets* sockets = sockets_of(address->family);
+    if (sockets == nullptr)
+        return refuse("is of a transport that is not in use", destination);
+    if (message.size > static_cast<size_t>(std::min(sockets->settings().message_size_max, kLargestDatagram)))
+        return refuse("was to get a message larger than the transport's maximum", destination);
+    const auto port = static_cast<uint16_t>(destination.port);
+    if (address->is_multicast())
+        send_multicast(*sockets, message, *address, port);
+    else if (rate(*sockets, *address, Neighbour::unknown) > 0)
+        send_unicast(*sockets, message, *address, port);
+    else
+        refuse("cannot be reached over the interfaces in use", destination);
+}
+
+void UdpTransport::Implementation::send_multicast(const FamilySockets& sockets, ByteView message,
+                                                  const IpAddress& group, uint16_t port) {
+    for (const Interface& interface : sockets.usable()) {
+        if (!interface.multicast && !interface.loopback)
+            continue;
+        const int error_number = sockets.send(message, group, port, interface.index);
+        // Loopback without a multicast route is how most hosts are; those peers are reached by unicast.
+        if (interface.loopback && error_number == ENETUNREACH)
+            ++statistics_.send_errors;
+        else
+            sent(error_number, group, port);
+    }
+}
+
+void UdpTransport::Implementation::send_unicast(const FamilySockets& sockets, ByteView message,
+                                                const IpAddress& address, uint16_t port) {
+    if (address.family == Family::v4 || !address.is_link_local()) {
+        sent(sockets.send(message, address, port, 0), address, port);
+        return;
+    }
+    const auto known = scopes_.find(address);
+    if (known != scopes_.end()) {
+        sent(sockets.send(message, address, port, known->second), address, port);
+        return;
+    }
+    for (const Interface& interface : sockets.usable()) {
+        if (!interface.loopback)
+            sent(sockets.send(message, address, port, interface.index), address, port);
+    }
+}
+
+void UdpTransport::Implementation::sent(int error_number, const IpAddress& destination, uint16_t port) {
+    if (error_number == 0) {
+        ++statistics_.datagrams_sent;
+        return;
+    }
+    ++statistics_.send_errors;
+    warn_once(describe_error("cannot send to " + to_string(to_locator(destination, port)), error_number));
+}
+
+void UdpTransport::Implementation::refuse(const std::string& reason, const Locator& destination) {
+    ++statistics_.send_errors;
+    warn_once(to_string(destination) + " " + reason);
+}
+
+void UdpTransport::Implementation::warn_once(const std::string& text) {
+    if (told_.size() < kMostWarnings && told_.insert(text).second)
+        warning_(text);
+}
+
+void UdpTransport::Implementation::warn_all(const std::vector<std::string>& texts) {
+    for (const std::string& text : texts)
+        warn_once(text);
+}
+
+void UdpTransport::Implementation::dispatch(const Received& received) {
+    if (batch_.error_number() != 0) {
+        ++statistics_.receive_errors;
+        warn_once(describe_error("cannot receive", batch_.error_number()));
+    }
+    for (size_t i = 0; i < batch_.size(); ++i) {
+        const ReceivedDatagram datagram = batch_[i];
+        const Locator source = to_locator(datagram.source);
+        ++statistics_.datagrams_received;
+        statistics_.bytes_received += datagram.bytes.size;
+        if (datagram.truncated) {
+            ++statistics_.datagrams_truncated;
+            warn_once("datagrams larger than the receive buffer of " +
+                      std::to_string(receive_buffer_size(config_)) + " bytes are dropped, the first from " +
+                      to_string(source));
+            continue;
+        }
+        const std::optional<IpAddress> address = address_of(source);
+        if (address && address->family == Family::v6 && address->is_link_local() &&
+            (scopes_.size() < kMostScopes || scopes_.count(*address) != 0)) {
+            scopes_[*address] = reinterpret_cast<const sockaddr_in6*>(datagram.source)->sin6_scope_id;
+        }
+        received(datagram.bytes, source);
+    }
+}
+
+bool UdpTransport::Implementation::update_interfaces() {
+    monitor_.drain();
+    std::string error;
+    std::vector<Interface> present = enumerate_interfaces(error);
+    if (!error.empty()) {
+        warn_once(error);
+        return false;
+    }
+    interfaces_ = std::move(present);
+    bool changed = false;
+    bool any = false;
+    std::vector<std::string> warnings;
+    for (FamilySockets& sockets : families_) {
+        changed = sockets.set_interfaces(interfaces_, warnings) || changed;
+        any = any || !sockets.usable().empty();
+    }
+    warn_all(warnings);
+    if (!any)
+        warn_once("no network interface is usable at present");
+    return changed;
+}
+
+std::unique_ptr<UdpTransport> UdpTransport::open(const TransportConfig& config, Warning warning,
+                                                 std::string& error) {
+    if (!check(config, error))
+        return nullptr;
+    auto implementation = std::make_unique<Implementation>(config, std::move(warning));
+    if (!implementation->open(error))
+        return nullptr;
+    return std::unique_ptr<UdpTransport>(new UdpTransport(std::move(implementation)));
+}
+
+UdpTransport::UdpTransport(std::unique_ptr<Implementation> implementation)
+    : implementation_(std::move(implementation)) {}
+UdpTransport::~UdpTransport() = default;
+
+uint32_t UdpTransport::participant_index() const {
+    return implementation_->participant_index_;
+}
+OwnLocators UdpTransport::own_locators() const {
+    return implementation_->own_locators();
+}
+const TransportConfig& UdpTransport::config() const {
+    return implementation_->config_;
+}
+std::string UdpTransport::describe() const {
+    return implementation_->describe();
+}
+TransportStatistics UdpTransport::statistics() const {
+    return implementation_->statistics_;
+}
+void UdpTransport::send(ByteView message, const Locator& destination) {
+    implementation_->send(message, destination);
+}
+int UdpTransport::preference(const Locator& locator, const Locator& announced_from) const {
+    return implementation_->preference(locator, announced_from);
+}
+const std::vector<int>& UdpTransport::descriptors() const {
+    return implementation_->descriptors_;
+}
+bool UdpTransport::fetch(size_t position) {
+    ReceiveBatch& batch = implementation_->batch_;
+    return batch.receive(implementation_->descriptors_.at(position)) > 0 || batch.error_number() != 0;
+}
+void UdpTransport::dispatch(const Received& received) {
+    implementation_->dispatch(received);
+}
+int UdpTransport::change_descriptor() const {
+    return implementation_->monitor_.descriptor();
+}
+bool UdpTransport::update_interfaces() {
+    return implementation_->update_interfaces();
+}
+
+} // namespace meridian::rtps::net
