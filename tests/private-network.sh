@@ -31,5 +31,5 @@ exec unshare --net $user_option sh -c '
     else
         ip route add 224.0.0.0/4 dev lo
     fi
-    ip -6 route add ff00::/8 dev lo table local 2>/dev/null || true
+    ip -6 route add local ff00::/8 dev lo 2>/dev/null || true
     exec "$@"' sh "$@"

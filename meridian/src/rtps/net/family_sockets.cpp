@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 namespace meridian::rtps::net {
 
@@ -39,11 +40,16 @@ const char* name_of(Family family) {
 /// The ancillary data that makes a datagram leave through one interface.
 class InterfaceChoice {
   public:
-    InterfaceChoice(msghdr& message, Family family, unsigned interface_index) {
+    InterfaceChoice(msghdr& message, const Interface& interface, Family family) {
         message.msg_control = buffer_;
+        const unsigned interface_index = interface.index;
         if (family == Family::v4) {
             in_pktinfo info{};
             info.ipi_ifindex = static_cast<int>(interface_index);
+            // Left to itself, the system would send from 0.0.0.0 over loopback.
+            if (!interface.addresses.empty())
+                std::memcpy(&info.ipi_spec_dst, interface.addresses.front().address.bytes.data() + 12,
+                            sizeof info.ipi_spec_dst);
             put(message, IPPROTO_IP, IP_PKTINFO, info);
         } else {
             in6_pktinfo info{};
@@ -195,9 +201,17 @@ bool FamilySockets::leaves_host() const {
     return std::any_of(usable_.begin(), usable_.end(), [](const Interface& i) { return !i.loopback; });
 }
 
+const Interface* FamilySockets::find_usable(unsigned interface_index) const {
+    const auto it = std::find_if(usable_.begin(), usable_.end(), [interface_index](const Interface& i) {
+        return i.index == interface_index;
+    });
+    return it != usable_.end() ? &*it : nullptr;
+}
+
 int FamilySockets::send(ByteView message, const IpAddress& destination, uint16_t port,
-                        unsigned interface_index) const {
-    SocketAddress address = to_socket_address(destination, port, interface_index);
+                        const Interface* interface) const {
+    const unsigned scope = interface != nullptr ? interface->index : 0;
+    SocketAddress address = to_socket_address(destination, port, scope);
     iovec part{};
     part.iov_base = const_cast<uint8_t*>(message.data); // sendmsg only reads it
     part.iov_len = message.size;
@@ -207,8 +221,8 @@ int FamilySockets::send(ByteView message, const IpAddress& destination, uint16_t
     header.msg_iov = &part;
     header.msg_iovlen = 1;
     std::optional<InterfaceChoice> choice;
-    if (interface_index != 0)
-        choice.emplace(header, family_, interface_index);
+    if (interface != nullptr)
+        choice.emplace(header, *interface, family_);
 
     const int socket = metatraffic_unicast();
     int error_number = send_once(socket, header);

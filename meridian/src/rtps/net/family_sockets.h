@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -60,8 +59,10 @@ class FamilySockets {
     uint16_t metatraffic_unicast_port() const { return unicast_ports_.metatraffic; }
     uint16_t user_unicast_port() const { return unicast_ports_.user; }
 
-    /// Sends one datagram through an interface (0: as the routes say). 0, or an errno value.
-    int send(ByteView message, const IpAddress& destination, uint16_t port, unsigned interface_index) const;
+    /// Sends one datagram through a usable interface (null: as the routes say). 0, or an errno value.
+    int send(ByteView message, const IpAddress& destination, uint16_t port, const Interface* interface) const;
+    /// nullptr: not usable.
+    const Interface* find_usable(unsigned interface_index) const;
 
   private:
     enum SocketRole {

@@ -135,7 +135,7 @@ std::vector<IpAddress> addresses_of(const PeerText& peer, const TransportConfig&
     };
     addresses.erase(std::remove_if(addresses.begin(), addresses.end(), unusable), addresses.end());
     if (addresses.empty())
-        error = "it has no address of a transport that is enabled for it";
+        error = "its transport is not enabled, or it has no address there";
     for (const IpAddress& address : addresses) {
         if (address.is_unspecified()) {
             error = "an unspecified address is no destination";

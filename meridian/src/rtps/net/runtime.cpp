@@ -11,6 +11,7 @@
 #include <csignal>
 #include <map>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 #include "platform/clock.h"

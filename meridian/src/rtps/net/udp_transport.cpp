@@ -297,7 +297,7 @@ void UdpTransport::Implementation::send_multicast(const FamilySockets& sockets, 
     for (const Interface& interface : sockets.usable()) {
         if (!interface.multicast && !interface.loopback)
             continue;
-        const int error_number = sockets.send(message, group, port, interface.index);
+        const int error_number = sockets.send(message, group, port, &interface);
         // Loopback without a multicast route is how most hosts are; those peers are reached by unicast.
         if (interface.loopback && error_number == ENETUNREACH)
             ++statistics_.send_errors;
@@ -309,17 +309,18 @@ void UdpTransport::Implementation::send_multicast(const FamilySockets& sockets, 
 void UdpTransport::Implementation::send_unicast(const FamilySockets& sockets, ByteView message,
                                                 const IpAddress& address, uint16_t port) {
     if (address.family == Family::v4 || !address.is_link_local()) {
-        sent(sockets.send(message, address, port, 0), address, port);
+        sent(sockets.send(message, address, port, nullptr), address, port);
         return;
     }
     const auto known = scopes_.find(address);
-    if (known != scopes_.end()) {
-        sent(sockets.send(message, address, port, known->second), address, port);
+    const Interface* behind = known != scopes_.end() ? sockets.find_usable(known->second) : nullptr;
+    if (behind != nullptr) {
+        sent(sockets.send(message, address, port, behind), address, port);
         return;
     }
     for (const Interface& interface : sockets.usable()) {
         if (!interface.loopback)
-            sent(sockets.send(message, address, port, interface.index), address, port);
+            sent(sockets.send(message, address, port, &interface), address, port);
     }
 }
 

@@ -1,0 +1,123 @@
+#include "rtps/net/peers.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace meridian::rtps::net {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::vector<std::string> texts(const LocatorList& locators) {
+    std::vector<std::string> result;
+    for (const Locator& locator : locators)
+        result.push_back(to_string(locator));
+    return result;
+}
+
+TransportConfig with_mask(uint32_t mask, uint32_t domain_id = 0) {
+    TransportConfig config;
+    config.mask = mask;
+    config.domain_id = domain_id;
+    return config;
+}
+
+std::vector<std::string> resolved(const std::vector<std::string>& peers, uint32_t mask = 3) {
+    std::string error;
+    const auto locators = resolve_peers(peers, with_mask(mask), error);
+    EXPECT_TRUE(locators) << error;
+    return locators ? texts(*locators) : std::vector<std::string>{};
+}
+
+std::string refused(const std::string& peer, uint32_t mask = 3) {
+    std::string error;
+    EXPECT_FALSE(resolve_peers({"127.0.0.1", peer}, with_mask(mask), error)) << peer;
+    EXPECT_THAT(error, HasSubstr("'" + peer + "'"));
+    return error;
+}
+
+TEST(Peers, AddressGetsThePortsOfTheFirstParticipants) {
+    EXPECT_THAT(resolved({"10.0.0.9"}),
+                ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412", "udpv4:10.0.0.9:7414",
+                            "udpv4:10.0.0.9:7416", "udpv4:10.0.0.9:7418"));
+}
+
+TEST(Peers, IndexLimitStandsInFront) {
+    EXPECT_THAT(resolved({"0@10.0.0.9"}), ElementsAre("udpv4:10.0.0.9:7410"));
+    EXPECT_THAT(resolved({"1@10.0.0.9"}), ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412"));
+    EXPECT_EQ(resolved({"119@10.0.0.9"}).size(), 120u);
+}
+
+TEST(Peers, PortsFollowTheDomain) {
+    std::string error;
+    const auto locators = resolve_peers({"0@10.0.0.9", "239.255.0.7"}, with_mask(1, 2), error);
+    ASSERT_TRUE(locators) << error;
+    EXPECT_THAT(texts(*locators), ElementsAre("udpv4:10.0.0.9:7910", "udpv4:239.255.0.7:7900"));
+    // The highest domain has ports for 63 participants only.
+    EXPECT_EQ(resolve_peers({"119@10.0.0.9"}, with_mask(1, 232), error)->size(), 63u);
+}
+
+TEST(Peers, TransportPrefixes) {
+    for (const char* peer : {"0@udpv4://10.0.0.9", "0@builtin.udpv4://10.0.0.9"})
+        EXPECT_THAT(resolved({peer}), ElementsAre("udpv4:10.0.0.9:7410")) << peer;
+    for (const char* peer : {"0@udpv6://fd00::1", "0@builtin.udpv6://[fd00::1]", "0@[fd00::1]", "0@fd00::1"})
+        EXPECT_THAT(resolved({peer}, 8), ElementsAre("udpv6:[fd00::1]:7410")) << peer;
+    for (const char* peer : {"0@shmem://", "0@builtin.shmem://"}) {
+        EXPECT_THAT(resolved({peer}, 2), ElementsAre("udpv4:127.0.0.1:7410")) << peer;
+        EXPECT_THAT(resolved({peer}, 8), ElementsAre("udpv6:[::1]:7410")) << peer;
+    }
+}
+
+TEST(Peers, ScopeOfALinkLocalAddressIsAccepted) {
+    EXPECT_THAT(resolved({"0@fe80::7%eth0"}, 8), ElementsAre("udpv6:[fe80::7]:7410"));
+    EXPECT_THAT(resolved({"0@[fe80::7%eth0]"}, 8), ElementsAre("udpv6:[fe80::7]:7410"));
+}
+
+TEST(Peers, MulticastGroupsGetTheMulticastPort) {
+    EXPECT_THAT(resolved({"239.255.0.1", "3@ff02::ffff:efff:1"}, 9),
+                ElementsAre("udpv4:239.255.0.1:7400", "udpv6:[ff02::ffff:efff:1]:7400"));
+}
+
+TEST(Peers, NamesAreLookedUp) {
+    // "localhost" is known without asking anybody.
+    EXPECT_THAT(resolved({"0@udpv4://localhost"}), ElementsAre("udpv4:127.0.0.1:7410"));
+}
+
+TEST(Peers, EachDestinationOnce) {
+    EXPECT_THAT(resolved({"0@10.0.0.9", "1@10.0.0.9"}),
+                ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412"));
+}
+
+TEST(Peers, UnusableOnesAreNamed) {
+    EXPECT_THAT(refused(""), HasSubstr("no host"));
+    EXPECT_THAT(refused("4@"), HasSubstr("no host"));
+    EXPECT_THAT(refused("udpv4://"), HasSubstr("no host"));
+    EXPECT_THAT(refused("[]"), HasSubstr("no host"));
+    EXPECT_THAT(refused("x@10.0.0.9"), HasSubstr("'x'"));
+    EXPECT_THAT(refused("@10.0.0.9"), HasSubstr("participant index"));
+    EXPECT_THAT(refused("-1@10.0.0.9"), HasSubstr("participant index"));
+    EXPECT_THAT(refused("120@10.0.0.9"), HasSubstr("participant index"));
+    EXPECT_THAT(refused("99999999999999999999@10.0.0.9"), HasSubstr("participant index"));
+    EXPECT_THAT(refused("tcpv4://10.0.0.9"), HasSubstr("'tcpv4'"));
+    EXPECT_THAT(refused("0.0.0.0"), HasSubstr("unspecified"));
+    EXPECT_THAT(refused("fd00::1"), HasSubstr("not enabled") /* IPv4 only */);
+    EXPECT_THAT(refused("udpv6://127.0.0.1", 9), HasSubstr("not enabled"));
+    refused("no such host");
+    refused("1.2.3.4.5");
+    refused("[10.0.0.9");
+}
+
+TEST(Peers, DefaultsAreTheGroupsAndThisHost) {
+    EXPECT_THAT(texts(default_peers(with_mask(3))),
+                ElementsAre("udpv4:239.255.0.1:7400", "udpv4:127.0.0.1:7410", "udpv4:127.0.0.1:7412",
+                            "udpv4:127.0.0.1:7414", "udpv4:127.0.0.1:7416", "udpv4:127.0.0.1:7418"));
+    EXPECT_THAT(
+        texts(default_peers(with_mask(8, 1))),
+        ElementsAre("udpv6:[ff02::ffff:efff:1]:7650", "udpv6:[ff1e::ffff:efff:1]:7650", "udpv6:[::1]:7660",
+                    "udpv6:[::1]:7662", "udpv6:[::1]:7664", "udpv6:[::1]:7666", "udpv6:[::1]:7668"));
+    EXPECT_EQ(default_peers(with_mask(9)).size(), 13u);
+}
+
+} // namespace
+} // namespace meridian::rtps::net
