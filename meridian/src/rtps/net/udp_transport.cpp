@@ -318,10 +318,13 @@ void UdpTransport::Implementation::send_unicast(const FamilySockets& sockets, By
         sent(sockets.send(message, address, port, behind), address, port);
         return;
     }
+    // Not heard of yet, so any link may be its link: that it is not on most of them is no news.
+    int error_number = ENETUNREACH;
     for (const Interface& interface : sockets.usable()) {
         if (!interface.loopback)
-            sent(sockets.send(message, address, port, &interface), address, port);
+            error_number = std::min(error_number, sockets.send(message, address, port, &interface));
     }
+    sent(error_number, address, port);
 }
 
 void UdpTransport::Implementation::sent(int error_number, const IpAddress& destination, uint16_t port) {

@@ -1,0 +1,289 @@
+#include "rtps/net/runtime.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "net/private_network.h"
+#include "platform/mutex.h"
+#include "rtps/net/ports.h"
+
+namespace meridian::rtps::net {
+namespace {
+
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+/// Keeps what it is told; called by the runtime's thread, read by the test's.
+class Recorder : public Events {
+  public:
+    void participant_discovered(const ParticipantData& data) override { note("+" + data.name); }
+    void participant_changed(const ParticipantData& data) override { note("~" + data.name); }
+    void participant_gone(const ParticipantData& data, GoneReason) override { note("-" + data.name); }
+    void endpoint_discovered(const EndpointData& data, WireTime) override { note("+" + data.topic_name); }
+    void endpoint_gone(const EndpointData& data, GoneReason, WireTime) override {
+        note("-" + data.topic_name);
+    }
+    void warning(const std::string& text) override { note("!" + text); }
+
+    /// Waits until the note was made; false when it was not within the time.
+    bool wait_for(const std::string& text, std::chrono::milliseconds limit = 3000ms) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (!has(text)) {
+            if (std::chrono::steady_clock::now() > deadline)
+                return false;
+            std::this_thread::sleep_for(1ms);
+        }
+        return true;
+    }
+    bool has(const std::string& text) {
+        const MutexLock lock(mutex_);
+        return std::find(notes_.begin(), notes_.end(), text) != notes_.end();
+    }
+    std::vector<std::string> notes() {
+        const MutexLock lock(mutex_);
+        return notes_;
+    }
+
+  private:
+    void note(const std::string& text) {
+        const MutexLock lock(mutex_);
+        notes_.push_back(text);
+    }
+
+    Mutex mutex_;
+    std::vector<std::string> notes_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+RuntimeConfig configured(const std::string& name, const std::shared_ptr<OwnParticipants>& own,
+                         uint32_t mask = 3) {
+    RuntimeConfig config;
+    config.own_participants = own;
+    config.participant.prefix = own->choose(0, 0, 0);
+    config.participant.name = name;
+    config.transport.mask = mask;
+    config.transport.v4.receive_socket_buffer_size = 65536;
+    config.transport.v6.receive_socket_buffer_size = 65536;
+    return config;
+}
+
+/// A running participant; each is of a process of its own unless they share the own participants.
+struct Node {
+    explicit Node(const RuntimeConfig& config) {
+        runtime = Runtime::create(config, recorder, error);
+        if (runtime) {
+            EXPECT_TRUE(runtime->start(error)) << error;
+        }
+    }
+    explicit Node(const std::string& name, uint32_t mask = 3)
+        : Node(configured(name, std::make_shared<OwnParticipants>(), mask)) {}
+
+    Recorder recorder;
+    std::string error;
+    std::unique_ptr<Runtime> runtime;
+};
+
+TEST(Runtime, ParticipantsFindEachOtherAndSayFarewell) {
+    for (const uint32_t mask : {1u, 2u, 3u, 8u, 9u}) {
+        Node a("a", mask);
+        Node b("b", mask);
+        ASSERT_TRUE(a.runtime && b.runtime) << a.error << b.error;
+        EXPECT_TRUE(a.recorder.wait_for("+b")) << mask;
+        EXPECT_TRUE(b.recorder.wait_for("+a")) << mask;
+        b.runtime->stop();
+        EXPECT_TRUE(a.recorder.wait_for("-b")) << mask;
+        EXPECT_TRUE(b.recorder.has("-a")) << mask;
+    }
+}
+
+TEST(Runtime, ParticipantsOfOneProcessAreNotReported) {
+    const auto own = std::make_shared<OwnParticipants>();
+    Node a(configured("a", own));
+    Node b(configured("b", own));
+    Node stranger("c");
+    EXPECT_TRUE(a.recorder.wait_for("+c"));
+    EXPECT_TRUE(b.recorder.wait_for("+c"));
+    EXPECT_TRUE(stranger.recorder.wait_for("+a"));
+    EXPECT_TRUE(stranger.recorder.wait_for("+b"));
+    EXPECT_EQ(a.recorder.notes().size(), 1u);
+    EXPECT_EQ(b.recorder.notes().size(), 1u);
+}
+
+TEST(Runtime, EndpointsMadeAtAnyTimeAreFound) {
+    Node a("a");
+    Node b("b");
+    struct Sink : SampleSink {
+        void on_sample(const Sample&) override {}
+    } sink;
+    EndpointData reader;
+    reader.guid = {a.runtime->prefix(), EntityId{0x00000107}};
+    reader.topic_name = "Square";
+    reader.type_name = "ShapeType";
+    EXPECT_TRUE(a.runtime->with_participant(
+        [&](Participant& participant, Now now) { return participant.add_reader(reader, {}, sink, now); }));
+    EXPECT_TRUE(b.recorder.wait_for("+Square"));
+    EXPECT_TRUE(a.runtime->with_participant([&](Participant& participant, Now now) {
+        return participant.remove_endpoint(reader.guid.entity, now);
+    }));
+    EXPECT_TRUE(b.recorder.wait_for("-Square"));
+}
+
+TEST(Runtime, PeersDoWithoutMulticast) {
+    RuntimeConfig config = configured("a", std::make_shared<OwnParticipants>());
+    config.peers = {"1@127.0.0.1"};
+    Node a(config);
+    config = configured("b", std::make_shared<OwnParticipants>());
+    // Its announcements go nowhere; it answers those that it gets.
+    config.peers = {"0@127.0.0.77"};
+    Node b(config);
+    EXPECT_EQ(b.runtime->participant_index(), 1u);
+    EXPECT_TRUE(b.recorder.wait_for("+a"));
+    EXPECT_TRUE(a.recorder.wait_for("+b"));
+}
+
+TEST(Runtime, BadConfigurationIsRefusedBeforeAndAtCreation) {
+    RuntimeConfig config = configured("a", std::make_shared<OwnParticipants>());
+    std::string error;
+    EXPECT_TRUE(Runtime::check(config, error)) << error;
+    config.peers = {"127.0.0.1", "gopher://x"};
+    EXPECT_FALSE(Runtime::check(config, error));
+    EXPECT_THAT(error, HasSubstr("'gopher://x'"));
+    Recorder recorder;
+    error.clear();
+    EXPECT_FALSE(Runtime::create(config, recorder, error));
+    EXPECT_THAT(error, HasSubstr("'gopher://x'"));
+    config.peers = {};
+    config.transport.domain_id = 250;
+    EXPECT_FALSE(Runtime::check(config, error));
+    EXPECT_FALSE(Runtime::create(config, recorder, error));
+}
+
+TEST(Runtime, StopsOnceAndForGood) {
+    Recorder recorder;
+    std::string error;
+    const auto own = std::make_shared<OwnParticipants>();
+    const auto never_started = Runtime::create(configured("a", own), recorder, error);
+    ASSERT_TRUE(never_started);
+    never_started->stop();
+    never_started->stop();
+    EXPECT_FALSE(never_started->start(error));
+
+    Node node("b");
+    EXPECT_TRUE(node.runtime->start(node.error)) << "a second start does nothing";
+    std::thread other([&node] { node.runtime->stop(); });
+    node.runtime->stop();
+    other.join();
+    EXPECT_FALSE(node.runtime->start(node.error));
+    // The participant can still be asked.
+    EXPECT_TRUE(node.runtime->with_participant(
+        [](Participant& participant, Now) { return participant.participants().empty(); }));
+}
+
+TEST(Runtime, TasksRunInOrderOfTheirTimes) {
+    Node node("a");
+    Mutex mutex;
+    std::string order;
+    std::atomic<int> left{4};
+    const auto task = [&](char name) {
+        return [&, name](Participant& participant, Now) {
+            EXPECT_EQ(participant.guid().prefix, node.runtime->prefix());
+            const MutexLock lock(mutex);
+            order += name;
+            --left;
+        };
+    };
+    const MonotonicTime start = now().monotonic;
+    node.runtime->run_at(start + 60ms, task('d'));
+    node.runtime->run_at(start + 30ms, task('c'));
+    node.runtime->defer([&](Participant& participant, Now at) {
+        task('a')(participant, at);
+        node.runtime->defer(task('b'));
+    });
+    while (left > 0)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_GE(now().monotonic - start, MonotonicTime{60ms});
+    EXPECT_LT(now().monotonic - start, MonotonicTime{1s});
+    const MutexLock lock(mutex);
+    EXPECT_EQ(order, "abcd");
+}
+
+TEST(Runtime, TasksAreDroppedByStop) {
+    Node node("a");
+    const auto witness = std::make_shared<int>(0);
+    node.runtime->run_at(now().monotonic + 1h, [witness](Participant&, Now) {});
+    EXPECT_EQ(witness.use_count(), 2);
+    node.runtime->stop();
+    EXPECT_EQ(witness.use_count(), 1);
+    node.runtime->defer([witness](Participant&, Now) {});
+    EXPECT_EQ(witness.use_count(), 1);
+}
+
+/// Sends datagrams to an address as fast as one thread can, until its end.
+class Flood {
+  public:
+    Flood(const std::string& address, uint16_t port)
+        : thread_([this, address, port] {
+              const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+              const SocketAddress to = to_socket_address(parse_address(address).value_or(IpAddress{}), port);
+              uint8_t message[64] = {'R', 'T', 'P', 'S', 2, 3, 1, 0x7f}; // a header from nobody, then rubbish
+              while (!end_) {
+                  sendto(socket.get(), message, sizeof message, 0, to.get(), to.length);
+                  ++sent_;
+              }
+          }) {}
+    ~Flood() {
+        end_ = true;
+        thread_.join();
+    }
+    uint64_t sent() const { return sent_; }
+
+  private:
+    std::atomic<bool> end_{false};
+    std::atomic<uint64_t> sent_{0};
+    std::thread thread_;
+};
+
+TEST(Runtime, DiscoversCallsAndStopsUnderAFloodOfData) {
+    Node a("a");
+    const Flood flood("127.0.0.1", unicast_ports(0, 0)->user);
+    while (a.runtime->transport_statistics().datagrams_received < 1000)
+        std::this_thread::sleep_for(1ms);
+    Node b("b");
+    EXPECT_TRUE(a.recorder.wait_for("+b"));
+    EXPECT_TRUE(b.recorder.wait_for("+a"));
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 200; ++i)
+        a.runtime->with_participant([](Participant& participant, Now) { return participant.guid(); });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+    const auto before_stop = std::chrono::steady_clock::now();
+    a.runtime->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before_stop, 500ms);
+    EXPECT_TRUE(b.recorder.wait_for("-a"));
+    EXPECT_GT(flood.sent(), 1000u);
+}
+
+TEST(Runtime, NewInterfaceLeadsToNewPeers) {
+    Node here("here");
+    test::OtherHost other;
+    std::unique_ptr<Node> there;
+    other.run([&there] { there = std::make_unique<Node>("there"); });
+    EXPECT_FALSE(here.recorder.wait_for("+there", 200ms));
+    other.connect("late", "10.4.0.1/24", "late", "10.4.0.2/24");
+    EXPECT_TRUE(here.recorder.wait_for("+there"));
+    EXPECT_TRUE(there->recorder.wait_for("+here"));
+    const auto announced = here.runtime->with_participant(
+        [&](Participant& participant, Now) { return participant.announced().metatraffic_unicast; });
+    ASSERT_EQ(announced.size(), 1u);
+    EXPECT_EQ(to_string(announced[0]), "udpv4:10.4.0.1:7410");
+    EXPECT_THAT(here.runtime->describe_interfaces(), HasSubstr("late 10.4.0.1"));
+    here.runtime->stop();
+    EXPECT_TRUE(there->recorder.wait_for("-here"));
+    test::shell("ip link del late");
+}
+
+} // namespace
+} // namespace meridian::rtps::net
