@@ -373,6 +373,44 @@ TEST(EndpointData, OversizedParametersAreLeftOutOfTheList) {
     EXPECT_EQ(decoded->qos.topic_data, data.qos.topic_data);
 }
 
+TEST(EndpointData, WhatIsKeptUndecodedLeavesOnlyInTheByteOrderItCameIn) {
+    const Endianness other = native_endianness() == Endianness::little ? Endianness::big : Endianness::little;
+    for (const Endianness order : {native_endianness(), other}) {
+        const ByteBuffer payload = minimal_endpoint(
+            kWriterGuid,
+            [](ParameterListWriter& list) {
+                add_words(list, pid::type_information, {1});
+                add_words(list, pid::type_object, {2});
+                add_words(list, 0x8001, {3});
+            },
+            order);
+        std::string error;
+        const auto decoded = decode_endpoint(payload, true, error);
+        ASSERT_TRUE(decoded) << error;
+        EXPECT_EQ(decoded->type_information.size(), 4u);
+        EXPECT_EQ(decoded->type_object.size(), 4u);
+        EXPECT_EQ(decoded->raw.size(), 1u);
+        const auto again = decode_endpoint(encode(*decoded), true, error);
+        ASSERT_TRUE(again) << error;
+        const bool kept = order == native_endianness();
+        EXPECT_EQ(again->type_information.empty(), !kept);
+        EXPECT_EQ(again->type_object.empty(), !kept);
+        EXPECT_EQ(again->raw.empty(), !kept);
+    }
+}
+
+TEST(ParticipantData, TheOlderBuiltinEndpointNumberDoesNotOverrideTheNewer) {
+    const ByteBuffer payload = payload_with(Endianness::little, [](ParameterListWriter& list) {
+        add_guid_bytes(list, pid::participant_guid, kParticipantGuid);
+        add_words(list, pid::builtin_endpoint_set, {0xc3f});
+        add_words(list, pid::participant_builtin_endpoints, {0x3});
+    });
+    std::string error;
+    const auto decoded = decode_participant(payload, error);
+    ASSERT_TRUE(decoded) << error;
+    EXPECT_EQ(decoded->builtin_endpoints, 0xc3fu);
+}
+
 TEST(ParticipantData, OldBuiltinEndpointNumberAndTokens) {
     const ByteBuffer payload = payload_with(Endianness::big, [](ParameterListWriter& list) {
         add_guid_bytes(list, pid::key_hash, kParticipantGuid);

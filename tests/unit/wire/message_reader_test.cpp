@@ -166,6 +166,11 @@ TEST(DataFragSubmessage, Refused) {
         << "fragment beyond the sample";
     EXPECT_EQ(status("00000003", "0002", "0004", "0000000b", 8), ReadStatus::malformed)
         << "last beyond the sample";
+    EXPECT_EQ(status("00000003", "0001", "0004", "0000000c", 4), ReadStatus::ok) << "the last one is full";
+    EXPECT_EQ(status("00000004", "0001", "0004", "0000000c", 4), ReadStatus::malformed)
+        << "one after a full one";
+    EXPECT_EQ(status("00000003", "0002", "0004", "0000000c", 8), ReadStatus::malformed)
+        << "last after a full one";
     EXPECT_EQ(status("00000000", "0001", "0004", "0000000b", 4), ReadStatus::malformed) << "fragment 0";
     EXPECT_EQ(status("00000001", "0000", "0004", "0000000b", 4), ReadStatus::malformed) << "no fragments";
     EXPECT_EQ(status("00000001", "0001", "0000", "0000000b", 4), ReadStatus::malformed)

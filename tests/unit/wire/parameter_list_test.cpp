@@ -43,8 +43,8 @@ TEST(ParameterListReader, BothByteOrdersPadAndSentinel) {
 }
 
 TEST(ParameterListReader, Malformed) {
-    for (const char* bad : {"", "05", "050004", "0005 0003 616200 0001 0000", "0005 0008 61626364",
-                            "0005 0004 61620000", "0005 0004 61620000 0001 00"}) {
+    for (const char* bad : {"", "05", "050004", "0005 0003 616200 0001 0000", "0005 0002 6162 0001 0000",
+                            "0005 0008 61626364", "0005 0004 61620000", "0005 0004 61620000 0001 00"}) {
         bool complete = true;
         size_t consumed = 0;
         ids_of(bad, Endianness::big, complete, consumed);

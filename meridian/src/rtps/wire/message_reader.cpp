@@ -320,7 +320,7 @@ bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body)
     // A fragment size above the sample's is no harm: there is one fragment then, and it is the whole sample.
     const uint64_t begin = uint64_t{fragment.first_fragment - 1} * fragment.fragment_size;
     const uint64_t end = begin + uint64_t{fragment.fragment_count} * fragment.fragment_size;
-    if (begin >= fragment.sample_size || end - fragment.fragment_size >= fragment.sample_size)
+    if (end - fragment.fragment_size >= fragment.sample_size) // the last one starts beyond the sample
         return false;
     // Padding of the submessage may follow the last byte; fewer bytes than announced cannot be put together.
     const auto expected = static_cast<size_t>(std::min<uint64_t>(end, fragment.sample_size) - begin);
