@@ -1,5 +1,5 @@
-// Samples of user writers on a bad network: reliable readers get every one exactly once and in order, whole ones even
-// when they come in fragments; best-effort readers get none twice and none out of order.
+// Samples of user writers on a bad network: reliable readers get every one exactly once and in order, whole
+// ones even when they come in fragments; best-effort readers get none twice and none out of order.
 
 #include <gtest/gtest.h>
 
@@ -34,8 +34,8 @@ class Collector final : public SampleSink {
         return std::adjacent_find(numbers.begin(), numbers.end(), std::greater_equal<>()) == numbers.end();
     }
     bool contiguous() const {
-        return numbers.empty() ||
-               (strictly_ascending() && numbers.back() - numbers.front() + 1 == static_cast<int64_t>(numbers.size()));
+        return numbers.empty() || (strictly_ascending() && numbers.back() - numbers.front() + 1 ==
+                                                               static_cast<int64_t>(numbers.size()));
     }
 };
 
@@ -63,14 +63,15 @@ struct Flow {
             config.lease = {100, 0};
             node->boot(config);
         }
-        writer().add_writer(endpoint(*network.nodes[0], kWriter.value, reliability, Durability::transient_local), {},
-                            network.now());
+        writer().add_writer(
+            endpoint(*network.nodes[0], kWriter.value, reliability, Durability::transient_local), {},
+            network.now());
     }
     Participant& writer() { return *network.nodes[0]->participant; }
     void add_reader(size_t node, Collector& sink, Reliability reliability, Durability durability,
                     uint32_t entity = kReader) {
-        network.nodes[node]->participant->add_reader(endpoint(*network.nodes[node], entity, reliability, durability),
-                                                     {}, sink, network.now());
+        network.nodes[node]->participant->add_reader(
+            endpoint(*network.nodes[node], entity, reliability, durability), {}, sink, network.now());
     }
     void write(size_t size) {
         written.push_back(payload_of(written.size() + 1, size));
@@ -86,7 +87,7 @@ struct Flow {
     size_t any_size() {
         if (network.random.percent(30))
             return 2000 + static_cast<size_t>(network.random.below(20000));
-        return 4 * static_cast<size_t>(1 + network.random.below(100));   // submessages end on multiples of 4
+        return 4 * static_cast<size_t>(1 + network.random.below(100)); // submessages end on multiples of 4
     }
     /// Every delivered payload is the one that was written under its number.
     bool intact(const Collector& collector) const {
@@ -163,11 +164,12 @@ TEST(UserDataSimulation, BestEffortReadersGetNoSampleTwiceNorOutOfOrder) {
         ASSERT_TRUE(flow.intact(sink));
         ASSERT_FALSE(sink.numbers.empty());
         // Between the first and the last delivered one, each is delivered or counted as lost.
-        ASSERT_EQ(static_cast<uint64_t>(sink.numbers.back() - sink.numbers.front() + 1), sink.numbers.size() + sink.lost);
+        ASSERT_EQ(static_cast<uint64_t>(sink.numbers.back() - sink.numbers.front() + 1),
+                  sink.numbers.size() + sink.lost);
         delivered += sink.numbers.size();
         lost += sink.lost;
     }
-    EXPECT_GT(delivered, lost);   // fragments make large samples likely to be lost, but most come
+    EXPECT_GT(delivered, lost); // fragments make large samples likely to be lost, but most come
     EXPECT_GT(lost, 0u);
 }
 
@@ -200,8 +202,8 @@ TEST(UserDataSimulation, AWriterWithoutRoomRefusesAndContinuesAfterAcknowledgeme
     limited.max_samples = 3;
     Collector sink;
     ASSERT_TRUE(a.participant->add_writer(data, limited, network.now()));
-    ASSERT_TRUE(b.participant->add_reader(endpoint(b, kReader, Reliability::reliable, Durability::volatile_), {}, sink,
-                                          network.now()));
+    ASSERT_TRUE(b.participant->add_reader(endpoint(b, kReader, Reliability::reliable, Durability::volatile_),
+                                          {}, sink, network.now()));
     network.run_for(seconds(3));
     const ByteBuffer payload = payload_of(1, 8);
     WriteRequest request;
@@ -219,5 +221,5 @@ TEST(UserDataSimulation, AWriterWithoutRoomRefusesAndContinuesAfterAcknowledgeme
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2, 3, 4}));
 }
 
-}  // namespace
-}  // namespace meridian::rtps::test
+} // namespace
+} // namespace meridian::rtps::test
