@@ -45,6 +45,8 @@ class Network:
         finally:
             os.close(home)
         self.ip("link", "set", "lo", "multicast", "on", "up")
+        # The kernel makes this route for every interface that is born with multicast; the loopback one is not.
+        self.ip("-6", "route", "replace", "ff00::/8", "dev", "lo", "table", "local")
         if not ipv4:
             self.ip("-4", "address", "flush", "dev", "lo")
 
@@ -233,6 +235,9 @@ class Event:
 
     def __repr__(self):
         return self.line
+
+    def __eq__(self, other):
+        return self.line == other.line
 
 
 class Spy(Process):

@@ -33,18 +33,23 @@ class Spies(harness.InteropTest):
             spy.wait_for_event("New writer", guid=peer.guids["w"])
             self.assert_nothing_else(spy, peer.guids["w"])
 
-    def test_nothing_of_its_own_with_user_data_on(self):
-        """Here the spy has a reader of its own, which its peer and the other spy see but it does not."""
-        watched, watching = self.spy(mode=None), self.spy()
-        peer = self.cyclone()
+    def check_knowledge(self, peer):
+        """The peer knows the spy by its name, as long as it runs: beyond its lease, which it asserts in time."""
+        spy = self.spy()
         peer.do("participant")
+        self.assertRegex(peer.do("others count=1")[0], '^other "Kvo DDS Spy" ')
         peer.do("writer w topic=T")
-        watched.wait_for_event("New writer", topic="T")
-        peer.do("matched w")
-        self.assertEqual([event.what for event in watched.events], ["New writer"], watched.story())
-        watching.wait_for_event("New reader", topic="T", type="peers::Keyed")
-        self.end(watched)
-        watching.wait_for_event("Deleted reader", topic="T")
+        spy.wait_for_event("New writer", guid=peer.guids["w"])
+        # A number that is never reached makes the peer look on for longer than the lease of 6.5 s.
+        with self.assertRaisesRegex(AssertionError, "timeout"):
+            peer.do("others count=0 timeout=8")
+        self.assertRegex("\n".join(peer.lines), '(?s).*other "Kvo DDS Spy"[^\n]*\nerror timeout')
+
+    def test_cyclone_knows_the_spy_as_long_as_it_runs(self):
+        self.check_knowledge(self.cyclone())
+
+    def test_fastdds_knows_the_spy_as_long_as_it_runs(self):
+        self.check_knowledge(self.fastdds())
 
     def test_peers_accept_the_spy_and_are_not_disturbed(self):
         """A peer that writes at full speed to its own reader loses nothing while spies come and go."""

@@ -144,6 +144,21 @@ std::string await_count(const Command& command, const char* what, const std::fun
     return seen < count ? "timeout" : "";
 }
 
+// Waits until exactly so many participants of others are known, and tells which.
+std::string others(Peer& peer, const Command& command) {
+    const auto count = static_cast<size_t>(command.number("count", 1));
+    const Clock::time_point end = Clock::now() + duration_of(command.seconds("timeout", 10));
+    std::vector<Other> known = peer.others();
+    while (known.size() != count && Clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        known = peer.others();
+    }
+    for (const Other& other : known) {
+        print_guid("other", "\"" + other.name + "\"", other.guid);
+    }
+    return known.size() == count ? "" : "timeout";
+}
+
 std::string perform(Peer& peer, const Command& command) {
     if (command.verb == "participant") {
         GuidBytes guid{};
@@ -189,6 +204,9 @@ std::string perform(Peer& peer, const Command& command) {
             const int taken = peer.take(command.name);
             return taken < 0 ? taken : total += taken;
         });
+    }
+    if (command.verb == "others") {
+        return others(peer, command);
     }
     if (command.verb == "pause") {
         std::this_thread::sleep_for(duration_of(command.seconds("seconds", 1)));

@@ -49,6 +49,11 @@ struct Sample {
 
 using GuidBytes = std::array<uint8_t, 16>;
 
+struct Other {
+    GuidBytes guid;
+    std::string name;
+};
+
 // What a maker's library has to offer. A failure is an error text; an empty one is success. One thread calls.
 class Peer {
   public:
@@ -68,6 +73,8 @@ class Peer {
     virtual int matches(const std::string& name) = 0;
     // Takes what a reader has and counts the samples with data; negative for an unknown name.
     virtual int take(const std::string& name) = 0;
+    // Participants of others that are known and alive, with their names.
+    virtual std::vector<Other> others() = 0;
     // Removes the participant and everything in it.
     virtual void close() = 0;
 };

@@ -139,6 +139,7 @@ class CyclonePeer final : public peers::Peer {
         if (participant_ < 0) {
             return dds_strretcode(participant_);
         }
+        participants_ = dds_create_reader(participant_, DDS_BUILTIN_TOPIC_DCPSPARTICIPANT, nullptr, nullptr);
         return guid_of(participant_, guid);
     }
 
@@ -248,6 +249,34 @@ class CyclonePeer final : public peers::Peer {
         return static_cast<int>(valid);
     }
 
+    std::vector<peers::Other> others() override {
+        constexpr int kMost = 200;
+        void* samples[kMost] = {};
+        dds_sample_info_t infos[kMost];
+        GuidBytes own{};
+        guid_of(participant_, own);
+        const dds_return_t count = dds_read(participants_, samples, infos, kMost, kMost);
+        std::vector<peers::Other> result;
+        for (dds_return_t i = 0; i < count; ++i) {
+            const auto& data = *static_cast<const dds_builtintopic_participant_t*>(samples[i]);
+            peers::Other other;
+            std::copy(std::begin(data.key.v), std::end(data.key.v), other.guid.begin());
+            if (!infos[i].valid_data || infos[i].instance_state != DDS_IST_ALIVE || other.guid == own) {
+                continue;
+            }
+            char* name = nullptr;
+            if (dds_qget_entity_name(data.qos, &name) && name != nullptr) {
+                other.name = name;
+                dds_free(name);
+            }
+            result.push_back(other);
+        }
+        if (count > 0) {
+            dds_return_loan(participants_, samples, count);
+        }
+        return result;
+    }
+
     void close() override {
         if (participant_ > 0) {
             dds_delete(participant_);
@@ -325,6 +354,7 @@ class CyclonePeer final : public peers::Peer {
     }
 
     dds_entity_t participant_ = 0;
+    dds_entity_t participants_ = 0; // the builtin reader
     std::map<std::string, Endpoint> endpoints_;
 };
 

@@ -6,6 +6,7 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastdds/dds/domain/DomainParticipant.hpp>
 #include <fastdds/dds/domain/DomainParticipantFactory.hpp>
+#include <fastdds/dds/domain/DomainParticipantListener.hpp>
 #include <fastdds/dds/log/Log.hpp>
 #include <fastdds/dds/publisher/DataWriter.hpp>
 #include <fastdds/dds/publisher/Publisher.hpp>
@@ -15,6 +16,7 @@
 #include <fastdds/dds/topic/TopicDataType.hpp>
 
 #include <cstring>
+#include <mutex>
 
 #include "command_loop.h"
 
@@ -99,6 +101,40 @@ struct Endpoint {
     dds::DataReader* reader = nullptr;
 };
 
+GuidBytes bytes_of(const rtps::GUID_t& guid) {
+    GuidBytes bytes{};
+    std::memcpy(bytes.data(), guid.guidPrefix.value, 12);
+    std::memcpy(bytes.data() + 12, guid.entityId.value, 4);
+    return bytes;
+}
+
+// Keeps the list of the others; the library calls from its receiving threads.
+class ParticipantListener final : public dds::DomainParticipantListener {
+  public:
+    void on_participant_discovery(dds::DomainParticipant*, rtps::ParticipantDiscoveryInfo&& info) override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (info.status == rtps::ParticipantDiscoveryInfo::REMOVED_PARTICIPANT ||
+            info.status == rtps::ParticipantDiscoveryInfo::DROPPED_PARTICIPANT) {
+            others_.erase(bytes_of(info.info.m_guid));
+        } else {
+            others_[bytes_of(info.info.m_guid)] = info.info.m_participantName.c_str();
+        }
+    }
+
+    std::vector<peers::Other> others() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<peers::Other> result;
+        for (const auto& [guid, name] : others_) {
+            result.push_back({guid, name});
+        }
+        return result;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::map<GuidBytes, std::string> others_;
+};
+
 class FastPeer final : public peers::Peer {
   public:
     std::string create_participant(const Command& command, GuidBytes& guid) override {
@@ -129,7 +165,7 @@ class FastPeer final : public peers::Peer {
             }
         }
         participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(
-            static_cast<uint32_t>(command.number("domain", 0)), qos);
+            static_cast<uint32_t>(command.number("domain", 0)), qos, &listener_, dds::StatusMask::none());
         if (participant_ == nullptr) {
             return "create_participant failed";
         }
@@ -257,6 +293,8 @@ class FastPeer final : public peers::Peer {
         return valid;
     }
 
+    std::vector<peers::Other> others() override { return listener_.others(); }
+
     void close() override {
         if (participant_ == nullptr) {
             return;
@@ -270,13 +308,6 @@ class FastPeer final : public peers::Peer {
     template <typename Qos>
     static void fill_partitions(Qos& qos, std::vector<std::string> partitions) {
         qos.partition().setNames(partitions); // takes no constant list
-    }
-
-    static GuidBytes bytes_of(const rtps::GUID_t& guid) {
-        GuidBytes bytes{};
-        std::memcpy(bytes.data(), guid.guidPrefix.value, 12);
-        std::memcpy(bytes.data() + 12, guid.entityId.value, 4);
-        return bytes;
     }
 
     static void fill_discovery(dds::DomainParticipantQos& qos, const Command& command) {
@@ -385,6 +416,7 @@ class FastPeer final : public peers::Peer {
         return action(*found->second.writer);
     }
 
+    ParticipantListener listener_;
     dds::DomainParticipant* participant_ = nullptr;
     std::map<std::string, dds::Topic*> topics_;
     std::map<std::string, Endpoint> endpoints_;
