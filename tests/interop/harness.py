@@ -46,7 +46,7 @@ class Network:
             os.close(home)
         self.ip("link", "set", "lo", "multicast", "on", "up")
         # The kernel makes this route for every interface that is born with multicast; the loopback one is not.
-        self.ip("-6", "route", "replace", "ff00::/8", "dev", "lo", "table", "local")
+        self.ip("-6", "route", "replace", "local", "ff00::/8", "dev", "lo", "table", "local")
         if not ipv4:
             self.ip("-4", "address", "flush", "dev", "lo")
 
