@@ -61,14 +61,14 @@ bool decode(rtps::ByteView bytes, rtps::Endianness order, TypeInformation& infor
         Xcdr2Member member;
         if (!next_member(reader, member))
             return false;
-        TypeIdentifierWithDependencies* target = nullptr;
+        bool good = true;
         if (member.id == kMinimalId)
-            target = &information.minimal;
+            good = read_with_dependencies(member.body, information.minimal);
         else if (member.id == kCompleteId)
-            target = &information.complete;
-        else if (member.must_understand)
-            return false;
-        if (target != nullptr && !read_with_dependencies(member.body, *target))
+            good = read_with_dependencies(member.body, information.complete);
+        else
+            good = !member.must_understand;
+        if (!good)
             return false;
     }
     return true;
