@@ -237,9 +237,9 @@ TEST(Usage, CutsWhatDoesNotFit) {
                   QuixAgent::printOption(std::string(40, 'n').c_str(), "what", std::string(40, 'v').c_str(),
                                          nullptr);
               }),
-              "    -" + std::string(27, 'n') + "   - what    \n");
+              "    -" + std::string(27, 'n') + "    - what    \n");
     EXPECT_EQ(printed_by([] { QuixAgent::printOption("n", "what", std::string(40, 'v').c_str(), nullptr); }),
-              "    -n  <" + std::string(16, 'v') + ">           - what    \n");
+              "    -n  <" + std::string(16, 'v') + ">          - what    \n");
     EXPECT_EQ(printed_by([] { QuixAgent::addToOption("more"); }), std::string(38, ' ') + "more\n");
 }
 
