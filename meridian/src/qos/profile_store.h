@@ -27,8 +27,8 @@ class ProfileStore {
 
     ProfileStore();
     ~ProfileStore();
-    ProfileStore(ProfileStore&& other) noexcept;
-    ProfileStore& operator=(ProfileStore&& other) noexcept;
+    ProfileStore(const ProfileStore&) = delete;
+    ProfileStore& operator=(const ProfileStore&) = delete;
 
     /// Replaces everything by the profiles of the string profile, if it is not empty, and then of the files.
     /// All or nothing: when one document cannot be used, false, the store is as it was, and `error` is one

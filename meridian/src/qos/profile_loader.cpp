@@ -1,0 +1,312 @@
+#include "qos/profile_loader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "qos/entity_readers.h"
+
+namespace meridian::qos {
+
+namespace {
+
+/// Sections that say nothing about QoS: types and applications described in the same document.
+constexpr const char* kOtherSections[] = {
+    "types", "type_library", "domain_library", "domain_participant_library", "application_library",
+};
+/// QoS of entities that this side never has.
+constexpr const char* kForeignEntities[] = {"publisher_qos", "datawriter_qos"};
+
+struct EntityName {
+    const char* element;
+    EntityKind kind;
+};
+constexpr EntityName kEntityNames[] = {
+    {"domain_participant_qos", EntityKind::participant},
+    {"participant_qos", EntityKind::participant},
+    {"topic_qos", EntityKind::topic},
+    {"subscriber_qos", EntityKind::subscriber},
+    {"datareader_qos", EntityKind::datareader},
+};
+
+template <size_t count>
+bool is_one_of(const char* name, const char* const (&names)[count]) {
+    return std::any_of(std::begin(names), std::end(names),
+                       [name](const char* candidate) { return std::strcmp(name, candidate) == 0; });
+}
+
+/// A profile and one of its elements for every base.
+constexpr int kMaxRecursion = 2 * (ProfileLoader::kMaxHeight + 1);
+
+/// More than this in one profile is not looked through for every base.
+constexpr size_t kMaxEntities = 256;
+
+/// "a::b::c" into its parts; none when a part is empty.
+std::vector<std::string> split_name(const std::string& name) {
+    std::vector<std::string> parts;
+    for (size_t start = 0; start <= name.size();) {
+        const size_t end = std::min(name.find("::", start), name.size());
+        parts.push_back(name.substr(start, end - start));
+        if (parts.back().empty())
+            return {};
+        start = end + 2;
+    }
+    return parts;
+}
+
+template <typename Qos>
+void read_and_drop(ElementReader& reader, pugi::xml_node element) {
+    Qos qos;
+    read_qos(reader, element, qos);
+    reader.forget_durations();
+}
+
+/// Every element can be read by itself, so all of them are checked here, whether they will be asked for or
+/// not.
+void check_values(ElementReader& reader, EntityKind kind, pugi::xml_node element) {
+    switch (kind) {
+        case EntityKind::participant:
+            return read_and_drop<DDS_DomainParticipantQos>(reader, element);
+        case EntityKind::topic:
+            return read_and_drop<DDS_TopicQos>(reader, element);
+        case EntityKind::subscriber:
+            return read_and_drop<DDS_SubscriberQos>(reader, element);
+        case EntityKind::datareader:
+            return read_and_drop<DDS_DataReaderQos>(reader, element);
+    }
+}
+
+std::string attribute(pugi::xml_node element, const char* name) {
+    return trimmed(element.attribute(name).value());
+}
+
+} // namespace
+
+bool ProfileLoader::add(std::unique_ptr<Document> document, std::string& error) {
+    document_ = document.get();
+    set_.documents.push_back(std::move(document));
+    reader_.set_document(*document_);
+    default_of_document_ = nullptr;
+    for (const pugi::xml_node section : reader_.children(document_->root(), ElementReader::Attributes::any)) {
+        if (std::strcmp(section.name(), "qos_library") == 0)
+            add_library(section);
+        else if (!is_one_of(section.name(), kOtherSections))
+            reader_.fail(section, "unknown element in <dds>");
+        if (!reader_.ok())
+            break;
+    }
+    if (default_of_document_ != nullptr)
+        set_.default_profile = default_of_document_;
+    error = reader_.error();
+    return reader_.ok();
+}
+
+std::string ProfileLoader::name_of(pugi::xml_node element) {
+    const std::string name = attribute(element, "name");
+    if (name.empty())
+        reader_.fail(element, "needs a name");
+    else if (name.find("::") != std::string::npos)
+        reader_.fail(element, "the name \"" + name + "\" must not contain \"::\"");
+    return name;
+}
+
+void ProfileLoader::add_library(pugi::xml_node element) {
+    reader_.check_attributes(element, {"name"});
+    const std::string name = name_of(element);
+    if (!reader_.ok())
+        return;
+    // A library may be continued later, also in another document.
+    const auto [known, is_new] = set_.library_index.emplace(name, set_.libraries.size());
+    if (is_new)
+        set_.libraries.push_back({name, {}});
+    Library& library = set_.libraries[known->second];
+    for (const pugi::xml_node child : reader_.children(element, ElementReader::Attributes::any)) {
+        if (std::strcmp(child.name(), "qos_profile") == 0)
+            add_profile(library, child);
+        else
+            reader_.fail(child, "unknown element in <qos_library>");
+        if (!reader_.ok())
+            return;
+    }
+}
+
+void ProfileLoader::add_profile(Library& library, pugi::xml_node element) {
+    reader_.check_attributes(
+        element, {"name", "base_name", "is_default_qos", "is_default_participant_factory_profile"});
+    std::unique_ptr<Profile> added(new Profile());
+    Profile& profile = *added;
+    profile.library = library.name;
+    profile.name = name_of(element);
+    profile.document = document_;
+    profile.element = element;
+    bool is_default = false;
+    bool is_factory_default = false;
+    reader_.boolean_attribute(element, "is_default_qos", is_default);
+    reader_.boolean_attribute(element, "is_default_participant_factory_profile", is_factory_default);
+    if (is_factory_default)
+        reader_.fail(element, "the QoS of the participant factory cannot be set by a profile");
+    if (is_default && default_of_document_ != nullptr)
+        reader_.fail(element, "a second default profile beside \"" + default_of_document_->library +
+                                  "::" + default_of_document_->name + "\"");
+    if (!reader_.ok())
+        return;
+    if (is_default)
+        default_of_document_ = &profile;
+    const auto [known, is_new] = set_.by_name.emplace(profile.library + "::" + profile.name, &profile);
+    if (!is_new)
+        return reader_.fail(element, "the profile \"" + known->first + "\" exists already");
+    library.profiles.push_back(std::move(added));
+    entities_of_profile_.clear();
+    for (const pugi::xml_node child : reader_.children(element, ElementReader::Attributes::any)) {
+        const auto entity =
+            std::find_if(std::begin(kEntityNames), std::end(kEntityNames),
+                         [child](const auto& name) { return std::strcmp(name.element, child.name()) == 0; });
+        if (entity != std::end(kEntityNames))
+            add_entity(profile, entity->kind, child);
+        else if (!is_one_of(child.name(), kForeignEntities))
+            reader_.fail(child, "unknown element in <qos_profile>");
+        if (!reader_.ok())
+            return;
+    }
+}
+
+void ProfileLoader::add_entity(Profile& profile, EntityKind kind, pugi::xml_node element) {
+    const bool has_topic = kind == EntityKind::topic || kind == EntityKind::datareader;
+    if (has_topic)
+        reader_.check_attributes(element, {"name", "base_name", "topic_filter"});
+    else
+        reader_.check_attributes(element, {"name", "base_name"});
+    std::unique_ptr<EntityQos> entity(new EntityQos());
+    entity->kind = kind;
+    entity->element = element;
+    if (element.attribute("name"))
+        entity->name = name_of(element);
+    if (element.attribute("topic_filter"))
+        entity->topic_filter = attribute(element, "topic_filter");
+    // A name must be unique to be found; without one, the topics make the difference.
+    std::string difference = std::to_string(static_cast<int>(kind));
+    if (!entity->name.empty())
+        difference += "name " + entity->name;
+    else if (entity->topic_filter)
+        difference += "filter " + *entity->topic_filter;
+    if (!entities_of_profile_.insert(difference).second)
+        return reader_.fail(element, "appears twice in <qos_profile>");
+    if (entities_of_profile_.size() > kMaxEntities)
+        return reader_.fail(element,
+                            "more than " + std::to_string(kMaxEntities) + " elements in one profile");
+    check_values(reader_, kind, element);
+    profile.entities.push_back(std::move(entity));
+}
+
+void ProfileLoader::fail(const Profile& profile, pugi::xml_node element, const std::string& reason) {
+    reader_.set_document(*profile.document);
+    reader_.fail(element, reason);
+}
+
+void ProfileLoader::resolve_base(Profile& profile) {
+    if (!profile.element.attribute("base_name"))
+        return;
+    const std::string name = attribute(profile.element, "base_name");
+    const std::vector<std::string> parts = split_name(name);
+    if (parts.size() == 1)
+        profile.base = set_.find(profile.library, parts[0]);
+    else if (parts.size() == 2)
+        profile.base = set_.find(parts[0], parts[1]);
+    if (profile.base == nullptr)
+        fail(profile, profile.element, "unknown base \"" + name + "\"");
+}
+
+void ProfileLoader::resolve_base(Profile& profile, EntityQos& entity) {
+    if (!entity.element.attribute("base_name"))
+        return;
+    const std::string name = attribute(entity.element, "base_name");
+    const std::vector<std::string> parts = split_name(name);
+    if (parts.size() == 1)
+        entity.base = set_.find(profile.library, parts[0]);
+    else if (parts.size() == 2 || parts.size() == 3)
+        entity.base = set_.find(parts[0], parts[1]);
+    if (entity.base != nullptr && parts.size() == 3) {
+        entity.base_element = parts[2];
+        if (entity.base->find(entity.kind, parts[2]) == nullptr)
+            entity.base = nullptr;
+    }
+    if (entity.base == nullptr)
+        fail(profile, entity.element, "unknown base \"" + name + "\"");
+}
+
+bool ProfileLoader::begin_height(Height& height) {
+    if (height.state != Height::State::unknown || !reader_.ok())
+        return false;
+    if (depth_ > kMaxRecursion) {
+        height.value = kMaxHeight; // or more, which need not be known
+        return false;
+    }
+    height.state = Height::State::in_work;
+    ++depth_;
+    return true;
+}
+
+void ProfileLoader::end_height(Height& height, int value) {
+    --depth_;
+    height = {Height::State::known, value};
+}
+
+int ProfileLoader::height_over(const Profile& referrer, pugi::xml_node element, const Height& base) {
+    if (base.state == Height::State::in_work)
+        fail(referrer, element, "base \"" + attribute(element, "base_name") + "\" leads back to itself");
+    else if (base.value >= kMaxHeight)
+        fail(referrer, element, "more than " + std::to_string(kMaxHeight) + " bases in a row");
+    return base.value + 1;
+}
+
+const Height& ProfileLoader::height_of(Profile& profile, EntityKind kind) {
+    Height& height = profile.height[static_cast<size_t>(kind)];
+    if (!begin_height(height))
+        return height;
+    int value = 0;
+    if (profile.base != nullptr)
+        value = height_over(profile, profile.element, height_of(*profile.base, kind));
+    for (const std::unique_ptr<EntityQos>& entity : profile.entities) {
+        if (entity->kind == kind)
+            value = std::max(value, height_of(profile, *entity).value);
+    }
+    end_height(height, value);
+    return height;
+}
+
+const Height& ProfileLoader::height_of(Profile& profile, EntityQos& entity) {
+    if (!begin_height(entity.height))
+        return entity.height;
+    int value = 0;
+    if (entity.base == nullptr) {
+        if (profile.base != nullptr)
+            value = height_over(profile, profile.element, height_of(*profile.base, entity.kind));
+    } else if (entity.base_element.empty()) {
+        value = height_over(profile, entity.element, height_of(*entity.base, entity.kind));
+    } else {
+        EntityQos* base = entity.base->find(entity.kind, entity.base_element);
+        value = height_over(profile, entity.element, height_of(*entity.base, *base));
+    }
+    end_height(entity.height, value);
+    return entity.height;
+}
+
+bool ProfileLoader::finish(std::string& error) {
+    for (const Library& library : set_.libraries) {
+        for (const std::unique_ptr<Profile>& profile : library.profiles) {
+            resolve_base(*profile);
+            for (const std::unique_ptr<EntityQos>& entity : profile->entities)
+                resolve_base(*profile, *entity);
+        }
+    }
+    for (const Library& library : set_.libraries) {
+        for (const std::unique_ptr<Profile>& profile : library.profiles) {
+            for (const EntityKind kind :
+                 {EntityKind::participant, EntityKind::topic, EntityKind::subscriber, EntityKind::datareader})
+                height_of(*profile, kind);
+        }
+    }
+    error = reader_.error();
+    return reader_.ok();
+}
+
+} // namespace meridian::qos

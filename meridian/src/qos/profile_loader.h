@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "qos/element_reader.h"
+#include "qos/profile.h"
+
+namespace meridian::qos {
+
+/// Builds a ProfileSet: add every document, then finish once. After a false the loader and its set are of no
+/// use.
+class ProfileLoader {
+  public:
+    /// The longest chain of bases. It bounds the recursion along bases, and nobody reads a longer one.
+    static constexpr int kMaxHeight = 32;
+
+    explicit ProfileLoader(ProfileSet& set) : set_(set) {}
+
+    /// Takes over the libraries of a document and checks every value of every policy in them.
+    bool add(std::unique_ptr<Document> document, std::string& error);
+    /// Finds all bases; fails where one does not exist, leads back to itself or is too far down.
+    bool finish(std::string& error);
+
+  private:
+    void add_library(pugi::xml_node element);
+    void add_profile(Library& library, pugi::xml_node element);
+    void add_entity(Profile& profile, EntityKind kind, pugi::xml_node element);
+    std::string name_of(pugi::xml_node element);
+    void fail(const Profile& profile, pugi::xml_node element, const std::string& reason);
+    void resolve_base(Profile& profile);
+    void resolve_base(Profile& profile, EntityQos& entity);
+    bool begin_height(Height& height);
+    void end_height(Height& height, int value);
+    int height_over(const Profile& referrer, pugi::xml_node element, const Height& base);
+    const Height& height_of(Profile& profile, EntityKind kind);
+    const Height& height_of(Profile& profile, EntityQos& entity);
+
+    ProfileSet& set_;
+    const Document* document_ = nullptr; // of the elements at hand
+    ElementReader reader_;               // keeps the first error
+    Profile* default_of_document_ = nullptr;
+    std::set<std::string> entities_of_profile_; // what makes each of them different from the others
+    int depth_ = 0;                             // of the recursion in height_of
+};
+
+} // namespace meridian::qos
