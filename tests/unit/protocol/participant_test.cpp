@@ -1,0 +1,575 @@
+// One participant against hand-made messages of others.
+
+#include "rtps/protocol/participant.h"
+
+#include <gtest/gtest.h>
+
+#include "protocol/captured_output.h"
+#include "protocol/simulated_network.h"
+
+namespace meridian::rtps::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class ParticipantTest : public ::testing::Test {
+  protected:
+    ParticipantTest() {
+        config.prefix = prefix(1);
+        config.domain_id = 3;
+        config.is_own = [](const GuidPrefix& p) { return p == prefix(1) || p == prefix(100); };
+        config.initial_peers = {SimulatedNetwork::group()};
+        config.locators.metatraffic_unicast = {udpv4(1)};
+        config.locators.default_unicast = {udpv4(1, 7411)};
+    }
+    void start() {
+        participant = std::make_unique<Participant>(config, output, recorder);
+        participant->start(now());
+        output.messages.clear();
+    }
+    Now now() const { return {time, {100, 0}}; }
+
+    ParticipantData remote(uint8_t id) {
+        ParticipantData data;
+        data.vendor = VendorId{{0x01, 0x10}};
+        data.guid = {prefix(id), entity::participant};
+        data.builtin_endpoints = 0xc3f;
+        data.domain_id = 3;
+        data.lease = {10, 0};
+        data.metatraffic_unicast = {udpv4(id)};
+        data.default_unicast = {udpv4(id, 7411)};
+        data.metatraffic_multicast = {SimulatedNetwork::group()};
+        return data;
+    }
+    void receive(uint8_t from, const std::function<void(MessageWriter&)>& fill, bool directed = false) {
+        MessageWriter writer(prefix(from), 60000);
+        if (directed)
+            writer.add_info_destination(prefix(1));
+        fill(writer);
+        participant->receive(writer.view(), udpv4(from, 50000), now());
+    }
+    void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
+        receive(from, [&](MessageWriter& writer) {
+            Data data;
+            data.writer = writer_id;
+            data.sequence_number = number;
+            data.has_payload = true;
+            data.payload = payload;
+            writer.add_info_timestamp({77, 0});
+            writer.add_data(data);
+        });
+    }
+    void announce(const ParticipantData& data) {
+        send_data(data.guid.prefix.bytes[11], entity::participant_writer, ++announcements, encode(data));
+    }
+    EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
+        EndpointData data;
+        data.guid = {prefix(participant_id), EntityId{entity}};
+        data.topic_name = "Square";
+        data.type_name = "Shape";
+        data.qos.reliability = Reliability::reliable;
+        return data;
+    }
+    /// Locators of what was sent since the messages were last cleared.
+    std::set<Locator> destinations() const {
+        std::set<Locator> result;
+        for (const auto& message : output.messages)
+            result.insert(message.destination);
+        return result;
+    }
+    Lines sent_to(const Locator& locator) const {
+        CapturedOutput part;
+        for (const auto& message : output.messages) {
+            if (message.destination == locator)
+                part.messages.push_back(message);
+        }
+        return part.take();
+    }
+    void run_until(MonotonicTime end) {
+        while (participant->next_deadline() <= end) {
+            time = std::max(time, participant->next_deadline());
+            participant->on_timer(now());
+        }
+        time = end;
+    }
+
+    MonotonicTime time = seconds(1);
+    SequenceNumber announcements = 0;
+    ParticipantConfig config;
+    CapturedOutput output;
+    Recorder recorder{[this](const GuidPrefix& p) { return config.is_own(p); }};
+    std::unique_ptr<Participant> participant;
+};
+
+TEST_F(ParticipantTest, AnnouncesInABurstThenPeriodically) {
+    participant = std::make_unique<Participant>(config, output, recorder);
+    EXPECT_EQ(participant->next_deadline(), kNever);
+    const MonotonicTime begin = time;
+    participant->start(now());
+    std::vector<Duration> times;
+    for (size_t seen = 0; times.size() < 12;) {
+        for (; seen < output.messages.size(); ++seen)
+            times.push_back(time - begin);
+        time = participant->next_deadline();
+        participant->on_timer(now());
+    }
+    for (size_t i = 0; i < 5; ++i)
+        EXPECT_EQ(times[i], milliseconds(100) * static_cast<int>(i));
+    for (size_t i = 5; i < times.size(); ++i) {
+        EXPECT_LE(times[i] - times[i - 1], seconds(2));
+        EXPECT_GE(times[i] - times[i - 1], milliseconds(1900));
+    }
+    EXPECT_EQ(destinations(), (std::set<Locator>{SimulatedNetwork::group()}));
+}
+
+TEST_F(ParticipantTest, TheAnnouncementSaysWhatTheStandardAsks) {
+    config.domain_tag = "tag";
+    config.name = "me";
+    config.properties = {{"k", "v"}};
+    config.user_data = {1, 2};
+    config.additional_builtin_endpoints = kTypeLookupRequestWriter | kTypeLookupReplyReader;
+    participant = std::make_unique<Participant>(config, output, recorder);
+    participant->start(now());
+    class Payload final : public MessageVisitor {
+      public:
+        ByteBuffer bytes;
+        EntityId reader;
+        std::optional<WireTime> timestamp;
+        void on_data(const MessageContext& context, const Data& data) override {
+            bytes.assign(data.payload.begin(), data.payload.end());
+            reader = data.reader;
+            timestamp = context.timestamp;
+        }
+    };
+    Payload payload;
+    ASSERT_EQ(read_message(output.messages.at(0).bytes, payload), ReadStatus::ok);
+    EXPECT_EQ(payload.reader, entity::unknown);
+    EXPECT_EQ(payload.timestamp, (WireTime{100, 0}));
+    std::string error;
+    const auto data = decode_participant(payload.bytes, error);
+    ASSERT_TRUE(data) << error;
+    EXPECT_EQ(data->guid, participant->guid());
+    EXPECT_EQ(data->vendor, kOwnVendorId);
+    EXPECT_EQ(data->domain_id, 3u);
+    EXPECT_EQ(data->domain_tag, "tag");
+    EXPECT_EQ(data->builtin_endpoints, 0x9c3fu);
+    EXPECT_EQ(data->lease, (WireDuration{6, 0x80000000}));
+    EXPECT_EQ(data->metatraffic_unicast, (LocatorList{udpv4(1)}));
+    EXPECT_EQ(data->default_unicast, (LocatorList{udpv4(1, 7411)}));
+    EXPECT_EQ(data->name, "me");
+    EXPECT_EQ(data->properties, (std::vector<Property>{{"k", "v"}}));
+    EXPECT_EQ(data->user_data, (ByteBuffer{1, 2}));
+}
+
+TEST_F(ParticipantTest, ANewParticipantIsAnsweredAtOnceAndAskedForItsEndpoints) {
+    start();
+    time += seconds(1);
+    announce(remote(2));
+    EXPECT_EQ(recorder.participants.size(), 1u);
+    EXPECT_EQ(sent_to(udpv4(2)), (Lines{"DATA 2", "HEARTBEAT 1..0", "HEARTBEAT 1..0", "HEARTBEAT 1..0",
+                                        "ACKNACK 1 {}", "ACKNACK 1 {}", "ACKNACK 1 {}"}));
+    EXPECT_EQ(output.messages.size(), 1u);
+    output.messages.clear();
+    run_until(time + milliseconds(60));
+    EXPECT_EQ(destinations().count(SimulatedNetwork::group()), 1u);
+    output.messages.clear();
+    announce(remote(2)); // known: no answer
+    EXPECT_TRUE(output.messages.empty());
+}
+
+TEST_F(ParticipantTest, OnlyTheBuiltinEndpointsThatItHasAreTalkedTo) {
+    start();
+    ParticipantData data = remote(2);
+    data.builtin_endpoints = kParticipantAnnouncer | kParticipantDetector | kPublicationsAnnouncer;
+    announce(data);
+    EXPECT_EQ(sent_to(udpv4(2)), (Lines{"DATA 2", "ACKNACK 1 {}"}));
+    EXPECT_EQ(participant->matched_remotes(entity::publications_reader).size(), 1u);
+    EXPECT_EQ(participant->matched_remotes(entity::subscriptions_reader).size(), 0u);
+}
+
+TEST_F(ParticipantTest, OtherDomainsAndTagsAreNotSeen) {
+    start();
+    ParticipantData data = remote(2);
+    data.domain_id = 4;
+    announce(data);
+    data = remote(3);
+    data.domain_tag = "other";
+    announce(data);
+    data = remote(4);
+    data.domain_id.reset();
+    announce(data);
+    EXPECT_EQ(participant->participants(), (std::vector<GuidPrefix>{prefix(4)}));
+}
+
+TEST_F(ParticipantTest, ATagMustBeEqual) {
+    config.domain_tag = "tag";
+    start();
+    announce(remote(2));
+    ParticipantData data = remote(3);
+    data.domain_tag = "tag";
+    announce(data);
+    EXPECT_EQ(participant->participants(), (std::vector<GuidPrefix>{prefix(3)}));
+}
+
+TEST_F(ParticipantTest, OwnParticipantsAreNeverSeen) {
+    start();
+    announce(remote(1));
+    announce(remote(100));
+    EXPECT_TRUE(recorder.participants.empty());
+    EXPECT_TRUE(output.messages.empty());
+}
+
+TEST_F(ParticipantTest, TheLeaseEndsUnlessAnythingIsHeard) {
+    start();
+    announce(remote(2));
+    run_until(time + milliseconds(9900));
+    EXPECT_EQ(recorder.participants.size(), 1u);
+    receive(2, [](MessageWriter& writer) { writer.add_heartbeat(Heartbeat{}); }); // any traffic renews it
+    run_until(time + milliseconds(9900));
+    EXPECT_EQ(recorder.participants.size(), 1u);
+    announce(remote(2));
+    run_until(time + milliseconds(9900));
+    EXPECT_EQ(recorder.participants.size(), 1u);
+    run_until(time + milliseconds(200));
+    ASSERT_EQ(recorder.gone.size(), 1u);
+    EXPECT_EQ(recorder.gone[0].second, GoneReason::lease_expired);
+}
+
+TEST_F(ParticipantTest, AnInfiniteLeaseNeverEnds) {
+    start();
+    ParticipantData data = remote(2);
+    data.lease = kDurationInfinite;
+    announce(data);
+    run_until(time + std::chrono::hours(1));
+    EXPECT_EQ(recorder.participants.size(), 1u);
+}
+
+TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
+    start();
+    announce(remote(2));
+    EndpointData data = publication(2);
+    send_data(2, entity::publications_writer, 1, encode(data));
+    EXPECT_EQ(participant->endpoints(), (std::vector<Guid>{data.guid}));
+    send_data(2, entity::publications_writer, 2, encode(data)); // the same content: no event
+    data.qos.partitions = {"A"};
+    send_data(2, entity::publications_writer, 3, encode(data));
+    EXPECT_EQ(recorder.endpoints.at(data.guid).qos.partitions, (std::vector<std::string>{"A"}));
+    receive(2, [&](MessageWriter& writer) { // only a key hash, no payload, as Fast DDS disposes
+        InlineQos qos;
+        qos.key_hash = KeyHash{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 2};
+        qos.status_info = 3;
+        const ByteBuffer inline_qos = encode(qos);
+        Data d;
+        d.writer = entity::publications_writer;
+        d.sequence_number = 4;
+        d.inline_qos = inline_qos;
+        writer.add_data(d);
+    });
+    EXPECT_TRUE(recorder.endpoints.empty());
+    EXPECT_TRUE(recorder.contradictions.empty());
+}
+
+TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnown) {
+    start();
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    EXPECT_TRUE(participant->endpoints().empty());
+    announce(remote(2));
+    EXPECT_TRUE(participant->endpoints().empty());
+    output.messages.clear();
+    receive(2, [](MessageWriter& writer) {
+        Heartbeat h;
+        h.writer = entity::publications_writer;
+        h.last = 1;
+        h.count = 1;
+        writer.add_heartbeat(h);
+    });
+    EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {1}"}));
+}
+
+TEST_F(ParticipantTest, WhatOneParticipantTellsOfAnotherWaitsForThatOne) {
+    start();
+    announce(remote(2));
+    send_data(2, entity::publications_writer, 1, encode(publication(3)));
+    EXPECT_TRUE(participant->endpoints().empty());
+    announce(remote(3));
+    EXPECT_EQ(participant->endpoints().size(), 1u);
+    participant->ignore_participant(prefix(2), now()); // the one who told it goes
+    EXPECT_TRUE(recorder.endpoints.empty());
+    EXPECT_TRUE(recorder.contradictions.empty());
+}
+
+TEST_F(ParticipantTest, MalformedEndpointDataIsToldOncePerCauseAndTheNextOneCounts) {
+    start();
+    announce(remote(2));
+    const ByteBuffer junk{0, 3, 0, 0, 0x5a, 0, 0x10, 0};
+    for (SequenceNumber n = 1; n <= 20; ++n)
+        send_data(2, entity::publications_writer, n, junk);
+    ASSERT_EQ(recorder.warnings.size(), 1u);
+    EXPECT_NE(recorder.warnings[0].find(to_string(prefix(2))), std::string::npos);
+    send_data(2, entity::publications_writer, 21, encode(publication(2)));
+    EXPECT_EQ(participant->endpoints().size(), 1u);
+}
+
+TEST_F(ParticipantTest, ManyCausesOfWarningsDoNotFlood) {
+    start();
+    announce(remote(2));
+    for (uint32_t i = 0; i < 3000; ++i) {
+        ByteBuffer junk{
+            0, 3, 0, 0, static_cast<uint8_t>(i), static_cast<uint8_t>(0x40 + (i >> 8)), 4, 0, 0, 0, 0, 0,
+            1, 0, 0, 0};
+        send_data(2, entity::publications_writer, static_cast<SequenceNumber>(i) + 1, junk);
+    }
+    EXPECT_GE(recorder.warnings.size(), 2u);
+    EXPECT_LE(recorder.warnings.size(), 502u);
+}
+
+TEST_F(ParticipantTest, AReaderAnnouncedAsAWriterIsRefused) {
+    start();
+    announce(remote(2));
+    send_data(2, entity::publications_writer, 1, encode(publication(2, 0x107)));
+    EXPECT_TRUE(participant->endpoints().empty());
+    EXPECT_EQ(recorder.warnings.size(), 1u);
+}
+
+TEST_F(ParticipantTest, AnIgnoredParticipantIsGoneForGood) {
+    start();
+    announce(remote(2));
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    participant->ignore_participant(prefix(2), now());
+    ASSERT_EQ(recorder.gone.size(), 1u);
+    EXPECT_EQ(recorder.gone[0].second, GoneReason::ignored);
+    output.messages.clear();
+    announce(remote(2));
+    EXPECT_TRUE(participant->participants().empty());
+    EXPECT_TRUE(output.messages.empty());
+}
+
+TEST_F(ParticipantTest, MessagesForOthersAreNotTaken) {
+    start();
+    receive(2, [&](MessageWriter& writer) {
+        const ByteBuffer payload = encode(remote(2));
+        Data data;
+        data.writer = entity::participant_writer;
+        data.sequence_number = 1;
+        data.has_payload = true;
+        data.payload = payload;
+        writer.add_info_destination(prefix(9));
+        writer.add_data(data);
+    });
+    EXPECT_TRUE(participant->participants().empty());
+}
+
+TEST_F(ParticipantTest, AChangedAnnouncementIsAnEventAndARepeatedOneIsNot) {
+    start();
+    ParticipantData data = remote(2);
+    announce(data);
+    data.manual_liveliness_count = 5;
+    announce(data);
+    data.name = "new name";
+    announce(data);
+    EXPECT_EQ(recorder.participants.at(prefix(2)).name, "new name");
+    EXPECT_TRUE(recorder.gone.empty());
+}
+
+TEST_F(ParticipantTest, OtherSocketsUnderTheSamePrefixAreAnotherLife) {
+    start();
+    ParticipantData data = remote(2);
+    announce(data);
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    data.metatraffic_unicast = {udpv4(2, 9999)};
+    announce(data);
+    ASSERT_EQ(recorder.gone.size(), 1u);
+    EXPECT_EQ(recorder.gone[0].second, GoneReason::replaced);
+    EXPECT_EQ(recorder.participants.size(), 1u);
+    EXPECT_TRUE(recorder.endpoints.empty());
+    EXPECT_TRUE(recorder.contradictions.empty());
+}
+
+TEST_F(ParticipantTest, ANewAddressOfTheSameSocketsIsAChange) {
+    start();
+    ParticipantData data = remote(2);
+    announce(data);
+    output.messages.clear();
+    data.metatraffic_unicast = {udpv4(22)};
+    announce(data);
+    EXPECT_TRUE(recorder.gone.empty());
+    run_until(time + milliseconds(150));
+    EXPECT_EQ(sent_to(udpv4(2)), Lines{});
+    EXPECT_FALSE(sent_to(udpv4(22)).empty()); // what repeats goes to the new address
+}
+
+TEST_F(ParticipantTest, NewOwnAddressesAreAnnouncedAtOnce) {
+    start();
+    OwnLocators locators;
+    locators.metatraffic_unicast = {udpv4(50)};
+    participant->set_locators(locators, now());
+    ASSERT_EQ(output.messages.size(), 1u);
+    EXPECT_EQ(output.messages[0].destination, SimulatedNetwork::group());
+    EXPECT_EQ(participant->announced().metatraffic_unicast, (LocatorList{udpv4(50)}));
+}
+
+TEST_F(ParticipantTest, AnAddedPeerIsAnnouncedToAtOnceAndOnlyOnce) {
+    start();
+    participant->add_peer(udpv4(30), now());
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(30)}));
+    output.messages.clear();
+    participant->add_peer(udpv4(30), now());
+    EXPECT_TRUE(output.messages.empty());
+}
+
+TEST_F(ParticipantTest, AFarewellDisposesEverything) {
+    config.initial_announcements = 1;
+    start();
+    announce(remote(2));
+    class Nothing final : public SampleSink {
+      public:
+        void on_sample(const Sample&) override {}
+    };
+    Nothing sink;
+    EndpointData data = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(data, {}, sink, now()));
+    EXPECT_FALSE(participant->add_reader(data, {}, sink, now())); // in use
+    output.messages.clear();
+    participant->stop(now());
+    const Lines lines = sent_to(udpv4(2));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "DATA 2 key"), 1); // the subscription
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& l) { return l.find(" key") != l.npos; }),
+              2); // and the participant
+    EXPECT_EQ(sent_to(SimulatedNetwork::group()).size(), 1u);
+    ASSERT_EQ(recorder.gone.size(), 1u);
+    EXPECT_EQ(recorder.gone[0].second, GoneReason::stopped);
+    EXPECT_EQ(participant->next_deadline(), kNever);
+    output.messages.clear();
+    announce(remote(3));
+    EXPECT_TRUE(participant->participants().empty());
+    EXPECT_TRUE(output.messages.empty());
+}
+
+TEST_F(ParticipantTest, AnEndpointWithoutAddressesUsesThoseOfItsParticipant) {
+    start();
+    announce(remote(2));
+    class Nothing final : public SampleSink {
+      public:
+        void on_sample(const Sample&) override {}
+    };
+    Nothing sink;
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    output.messages.clear();
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    EXPECT_EQ(sent_to(udpv4(2, 7411)), (Lines{"ACKNACK 1 {}"}));
+    EndpointData other = publication(2, 0x202);
+    other.unicast = {udpv4(2, 5555)};
+    output.messages.clear();
+    send_data(2, entity::publications_writer, 2, encode(other));
+    EXPECT_EQ(sent_to(udpv4(2, 5555)), (Lines{"ACKNACK 1 {}"}));
+}
+
+TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
+    class Told final : public Events {
+      public:
+        Lines lines;
+        void matched(const Guid&, const EndpointData&) override { lines.emplace_back("matched"); }
+        void unmatched(const Guid&, const Guid&) override { lines.emplace_back("unmatched"); }
+        void incompatible(const Guid&, const EndpointData&, const std::vector<uint32_t>& policies) override {
+            lines.push_back("incompatible " + std::to_string(policies.at(0)));
+        }
+    };
+    class Nothing final : public SampleSink {
+      public:
+        void on_sample(const Sample&) override {}
+    };
+    Told told;
+    Nothing sink;
+    participant = std::make_unique<Participant>(config, output, told);
+    participant->start(now());
+    announce(remote(2));
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    EndpointData writer = publication(2);
+    writer.qos.reliability = Reliability::best_effort;
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    EXPECT_EQ(told.lines, (Lines{"incompatible 11"}));
+    writer.name = "renamed";
+    send_data(2, entity::publications_writer, 2, encode(writer));
+    EXPECT_EQ(told.lines, (Lines{"incompatible 11"})); // told once
+    writer.qos.reliability = Reliability::reliable;
+    send_data(2, entity::publications_writer, 3, encode(writer));
+    EXPECT_EQ(told.lines, (Lines{"incompatible 11", "matched"}));
+    reader.qos.partitions = {"elsewhere"};
+    ASSERT_TRUE(participant->update_endpoint(reader, now()));
+    EXPECT_EQ(told.lines, (Lines{"incompatible 11", "matched", "unmatched", "incompatible 10"}));
+    EndpointData keyless = publication(2, 0x303); // a writer without key never fits a reader with one
+    send_data(2, entity::publications_writer, 4, encode(keyless));
+    EXPECT_EQ(told.lines.size(), 4u);
+}
+
+TEST_F(ParticipantTest, JunkIsCountedAndHarmless) {
+    start();
+    const ByteBuffer junk{1, 2, 3};
+    participant->receive(junk, udpv4(2), now());
+    MessageWriter writer(prefix(2), 1000);
+    writer.add_heartbeat(Heartbeat{});
+    ByteBuffer cut(writer.view().begin(), writer.view().end());
+    cut.resize(cut.size() - 4);
+    participant->receive(cut, udpv4(2), now());
+    EXPECT_EQ(participant->statistics().datagrams, 2u);
+    EXPECT_EQ(participant->statistics().not_rtps, 1u);
+    EXPECT_EQ(participant->statistics().malformed, 1u);
+}
+
+TEST_F(ParticipantTest, TablesHaveLimits) {
+    config.max_remote_participants = 2;
+    config.max_remote_endpoints = 3;
+    start();
+    for (uint8_t id = 2; id < 6; ++id)
+        announce(remote(id));
+    EXPECT_EQ(participant->participants().size(), 2u);
+    for (uint32_t i = 1; i <= 5; ++i)
+        send_data(2, entity::publications_writer, i, encode(publication(2, i << 8 | 2)));
+    EXPECT_EQ(participant->endpoints().size(), 3u);
+    EXPECT_EQ(recorder.warnings.size(), 2u);
+}
+
+TEST_F(ParticipantTest, SecuredParticipantsAreReportedAndTheirMessagesCounted) {
+    start();
+    announce(remote(2));
+    MessageWriter writer(prefix(2), 1000);
+    writer.add_heartbeat(Heartbeat{});
+    ByteBuffer bytes(writer.view().begin(), writer.view().end());
+    bytes[kHeaderSize] = 0x31; // the kind of a secured submessage
+    participant->receive(bytes, udpv4(2), now());
+    participant->receive(bytes, udpv4(2), now());
+    EXPECT_EQ(participant->statistics().secured_submessages, 2u);
+    EXPECT_EQ(recorder.warnings.size(), 1u);
+}
+
+TEST_F(ParticipantTest, ABuiltinPeerIsMatchedByItsBit) {
+    class Nothing final : public SampleSink {
+      public:
+        int samples = 0;
+        void on_sample(const Sample&) override { ++samples; }
+    };
+    Nothing sink;
+    start();
+    announce(remote(2));
+    ParticipantData with_lookup = remote(3);
+    with_lookup.builtin_endpoints |= kTypeLookupReplyWriter;
+    announce(with_lookup);
+    EndpointData data;
+    data.guid = {prefix(1), entity::type_lookup_reply_reader};
+    data.qos.reliability = Reliability::reliable;
+    ReaderConfig reader;
+    reader.builtin_peer = BuiltinPeer{entity::type_lookup_reply_writer, kTypeLookupReplyWriter};
+    output.messages.clear();
+    ASSERT_TRUE(participant->add_reader(data, reader, sink, now()));
+    EXPECT_EQ(participant->matched_remotes(entity::type_lookup_reply_reader),
+              (std::vector<Guid>{{prefix(3), entity::type_lookup_reply_writer}}));
+    EXPECT_EQ(sent_to(udpv4(3)), (Lines{"ACKNACK 1 {}"})); // nothing about it is announced
+    EXPECT_EQ(destinations().size(), 1u);
+}
+
+} // namespace
+} // namespace meridian::rtps::test
