@@ -1,7 +1,7 @@
 #pragma once
 
 // Partitions (OMG DDS 1.4, 2.2.3.13) of participants and of endpoints. An empty list stands for the one
-// default partition, whose name is empty. Names with '*', '?' or '[' are patterns. Pure functions.
+// default partition, whose name is empty. Pure functions.
 
 #include <string>
 #include <vector>
@@ -15,14 +15,12 @@ using PartitionList = std::vector<std::string>;
 /// Where participants announce their partitions: names joined by ",".
 constexpr const char* kParticipantPartitionProperty = "dds.domain_participant.partition";
 
-bool is_partition_pattern(const std::string& name);
-
 /// What an endpoint with these partitions announces: the empty name stands beside every pattern that matches
 /// it, because some peers do not let a pattern match the default partition.
 PartitionList announced_partitions(const PartitionList& names);
 
-/// True when a name of one side equals a name of the other, or is matched by a pattern of the other. Two
-/// patterns match only when both match the default partition, or are equal.
+/// Whether participants with these partitions see each other: the rules for endpoints, applied to what each
+/// would announce. So two participants with "*" do, although patterns do not match each other.
 bool partitions_match(const PartitionList& a, const PartitionList& b);
 
 std::string join_partitions(const PartitionList& names);

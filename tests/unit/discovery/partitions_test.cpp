@@ -33,9 +33,9 @@ TEST(Partitions, NamesMatchByEqualityOrByAPatternOnEitherSide) {
     EXPECT_FALSE(partitions_match({"[AB]"}, {"C"}));
 }
 
-TEST(Partitions, PatternsDoNotMatchEachOtherUnlessEqualOrBothInTheDefaultPartition) {
+TEST(Partitions, PatternsDoNotMatchEachOtherUnlessBothMatchTheDefaultPartition) {
     EXPECT_FALSE(partitions_match({"A*"}, {"A?"}));
-    EXPECT_TRUE(partitions_match({"A*"}, {"A*"}));
+    EXPECT_FALSE(partitions_match({"A*"}, {"A*"}));
     EXPECT_TRUE(partitions_match({"*"}, {"**"}));
     EXPECT_TRUE(partitions_match({"*"}, {"*"}));
 }
