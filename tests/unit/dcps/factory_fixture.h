@@ -30,9 +30,7 @@ class FactoryTest : public ::testing::Test {
         qos.entity_factory.autoenable_created_entities = false;
         ASSERT_EQ(factory()->set_qos(qos), DDS_RETCODE_OK);
     }
-    void TearDown() override {
-        EXPECT_EQ(DDSDomainParticipantFactory::finalize_instance(), DDS_RETCODE_OK);
-    }
+    void TearDown() override { EXPECT_EQ(DDSDomainParticipantFactory::finalize_instance(), DDS_RETCODE_OK); }
 
     static DDSDomainParticipantFactory* factory() { return DDSDomainParticipantFactory::get_instance(); }
 

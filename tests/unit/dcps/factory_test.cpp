@@ -27,7 +27,8 @@ TEST_F(FactoryTest, FinalisingDeletesWhatIsLeft) {
     ParticipantImpl* participant = create();
     ASSERT_NE(participant, nullptr);
     ASSERT_NE(participant->create_subscriber({}, nullptr, DDS_STATUS_MASK_NONE), nullptr);
-    EXPECT_EQ(DDSDomainParticipantFactory::finalize_instance(), DDS_RETCODE_OK); // the leak checker sees the rest
+    EXPECT_EQ(DDSDomainParticipantFactory::finalize_instance(),
+              DDS_RETCODE_OK); // the leak checker sees the rest
 }
 
 TEST_F(FactoryTest, ListsLibrariesAndProfiles) {

@@ -186,8 +186,7 @@ TEST_F(ParticipantTest, IgnoringWantsTheHandleOfAParticipant) {
     EXPECT_EQ(participant_->ignore_participant(create()->get_instance_handle()), DDS_RETCODE_OK);
     EXPECT_EQ(participant_->ignore_participant(participant_->get_instance_handle()), DDS_RETCODE_OK);
     EXPECT_EQ(participant_->ignore_participant(DDS_HANDLE_NIL), DDS_RETCODE_BAD_PARAMETER);
-    EXPECT_EQ(participant_->ignore_participant(
-                  participant_->get_builtin_subscriber()->get_instance_handle()),
+    EXPECT_EQ(participant_->ignore_participant(participant_->get_builtin_subscriber()->get_instance_handle()),
               DDS_RETCODE_BAD_PARAMETER);
 }
 
@@ -247,11 +246,13 @@ TEST_F(ParticipantTest, TransportPropertiesAreReadAndWritten) {
     for (DDS_TransportBuiltinKind kind : {DDS_TRANSPORT_KIND_UDPv4, DDS_TRANSPORT_KIND_UDPv6}) {
         QUIXTransport_Property property(kind);
         property.udp.multicast_ttl = 77;
-        ASSERT_EQ(QUIXTransportSupport::get_builtin_transport_property(participant_, property), DDS_RETCODE_OK);
+        ASSERT_EQ(QUIXTransportSupport::get_builtin_transport_property(participant_, property),
+                  DDS_RETCODE_OK);
         EXPECT_EQ(property.udp.multicast_ttl, QUIXTransport_UDP_Property().multicast_ttl);
         property.udp.multicast_ttl = kind;
         property.udp.message_size_max = 9000;
-        ASSERT_EQ(QUIXTransportSupport::set_builtin_transport_property(participant_, property), DDS_RETCODE_OK);
+        ASSERT_EQ(QUIXTransportSupport::set_builtin_transport_property(participant_, property),
+                  DDS_RETCODE_OK);
     }
     QUIXTransport_Property property(DDS_TRANSPORT_KIND_UDPv4);
     QUIXTransportSupport::get_builtin_transport_property(participant_, property);

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include "net/private_network.h"
+#include "common/private_network.h"
 
 namespace meridian::rtps::net {
 namespace {

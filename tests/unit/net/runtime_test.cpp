@@ -8,7 +8,7 @@
 #include <chrono>
 #include <thread>
 
-#include "net/private_network.h"
+#include "common/private_network.h"
 #include "platform/mutex.h"
 #include "rtps/net/ports.h"
 

@@ -8,7 +8,7 @@
 
 #include <cstring>
 
-#include "net/private_network.h"
+#include "common/private_network.h"
 #include "rtps/net/ports.h"
 
 namespace meridian::rtps::net {

@@ -2,13 +2,13 @@
 
 #include <iostream>
 
-#include "net/private_network.h"
+#include "common/private_network.h"
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     std::string error;
-    if (!meridian::rtps::net::test::enter_private_network(error)) {
-        std::cerr << "unit_net: " << error << std::endl;
+    if (!meridian::test::enter_private_network(error)) {
+        std::cerr << argv[0] << ": " << error << std::endl;
         return 1;
     }
     return RUN_ALL_TESTS();

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-namespace meridian::rtps::net::test {
+namespace meridian::test {
 
 /// Moves the calling process, which must still have one thread, into a network of its own, with a loopback
 /// interface that carries multicast. False with a text in error where the system does not allow it.
@@ -37,4 +37,4 @@ class OtherHost {
     int network_ = -1;
 };
 
-} // namespace meridian::rtps::net::test
+} // namespace meridian::test

@@ -1,4 +1,4 @@
-#include "net/private_network.h"
+#include "common/private_network.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@
 #include <sstream>
 #include <thread>
 
-namespace meridian::rtps::net::test {
+namespace meridian::test {
 
 namespace {
 
@@ -148,4 +148,4 @@ void OtherHost::run(const std::function<void()>& function) {
     ASSERT_TRUE(entered);
 }
 
-} // namespace meridian::rtps::net::test
+} // namespace meridian::test
