@@ -55,7 +55,7 @@ TEST_F(ParticipantTest, SubscribersThatCannotBeAreRefused) {
     DDS_SubscriberQos qos;
     CaptureStderr();
     EXPECT_EQ(participant_->create_subscriber(qos, listener, DDS_STATUS_MASK_ALL), nullptr);
-    qos.presentation.access_scope = static_cast<DDS_PresentationQosPolicyAccessScopeKind>(7);
+    qos.presentation.access_scope = static_cast<DDS_PresentationQosPolicyAccessScopeKind>(3);
     EXPECT_EQ(participant_->create_subscriber(qos, nullptr, DDS_STATUS_MASK_NONE), nullptr);
     const std::string logged = GetCapturedStderr();
     EXPECT_NE(logged.find("listener"), std::string::npos) << logged;
@@ -87,7 +87,7 @@ TEST_F(ParticipantTest, DefaultsAreKept) {
 
     CaptureStderr();
     topic.history.depth = reader.history.depth = 0;
-    subscriber.presentation.access_scope = static_cast<DDS_PresentationQosPolicyAccessScopeKind>(7);
+    subscriber.presentation.access_scope = static_cast<DDS_PresentationQosPolicyAccessScopeKind>(3);
     EXPECT_EQ(participant_->set_default_topic_qos(topic), DDS_RETCODE_INCONSISTENT_POLICY);
     EXPECT_EQ(participant_->set_default_datareader_qos(reader), DDS_RETCODE_INCONSISTENT_POLICY);
     EXPECT_EQ(participant_->set_default_subscriber_qos(subscriber), DDS_RETCODE_INCONSISTENT_POLICY);
