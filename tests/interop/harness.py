@@ -89,6 +89,14 @@ def join_by_cable(left, right, subnet="10.77.0", ipv6="fd77::", device="eth0"):
         network.ip("link", "set", device, "multicast", "on", "up")
         if subnet is not None:
             network.route_multicast(device)
+    # Programs look at their interfaces when they start, so the cable has to be usable by then: carrier on both ends, and
+    # no address that is still being checked for duplicates.
+    end = time.monotonic() + DEFAULT_LIMIT
+    while any("state UP" not in network.ip("-o", "link", "show", "dev", device) or
+              "tentative" in network.ip("-o", "-6", "address", "show", "dev", device) for network in (left, right)):
+        if time.monotonic() > end:
+            raise AssertionError(f"{device} does not come up")
+        time.sleep(0.02)
 
 
 def join_by_router(left, router, right):

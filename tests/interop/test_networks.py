@@ -88,18 +88,21 @@ class Networks(harness.InteropTest):
         self.make_endpoints(fastdds)
         self.check_seen_once(self.spy("-peer", "10.77.2.1", network=here), cyclone, fastdds, address="10.77.2.1")
 
-    def test_peers_that_do_not_multicast(self):
+    def test_peers_by_name_that_do_not_multicast(self):
         peer = self.cyclone(multicast="false")
         self.make_endpoints(peer)
-        self.check_seen_once(self.spy("-peer", "4@localhost"), peer)
+        self.check_seen_once(self.spy("-transport", "1", "-peer", "4@localhost"), peer)
 
     def test_nobody_is_found_without_multicast_and_peers(self):
         """Shows that the tests above are about "-peer"."""
-        peer = self.cyclone(multicast="false")
+        here, there = self.new_network(), self.new_network()
+        harness.join_by_cable(here, there)
+        peer = self.cyclone(there, multicast="false")
         self.make_endpoints(peer)
-        spy = self.spy("-timeout", "2")
+        spy = self.spy("-timeout", "2", network=here)
         self.assertEqual(spy.wait(), 1, spy.story())
         self.assertEqual(spy.events, [])
+        self.check_seen_once(self.spy("-peer", "10.77.0.2", network=here), peer, address="10.77.0.2")
 
     def test_a_peer_that_cannot_be_is_refused(self):
         spy = self.spy("-peer", "no such host!", listening=False)
