@@ -59,6 +59,24 @@ const char* kind_name(DDS_TCKind kind) {
     return kind >= 0 && kind <= DDS_TK_MAP ? kNames[kind] : "unknown";
 }
 
+bool is_scalar(const Type* type) {
+    type = resolve_alias(type);
+    if (type == nullptr)
+        return false;
+    switch (type->kind) {
+        case DDS_TK_STRUCT:
+        case DDS_TK_VALUE:
+        case DDS_TK_UNION:
+        case DDS_TK_SEQUENCE:
+        case DDS_TK_ARRAY:
+        case DDS_TK_MAP:
+        case DDS_TK_BITSET:
+            return false;
+        default:
+            return true;
+    }
+}
+
 const Member* select_union_member(const Type& type, int64_t discriminator) {
     for (const Member& member : type.members) {
         if (std::find(member.labels.begin(), member.labels.end(), discriminator) != member.labels.end())

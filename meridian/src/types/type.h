@@ -70,6 +70,8 @@ const Type* resolve_alias(const Type* type);
 
 /// Size of a primitive value on the wire: 1, 2, 4, 8 or 16; 0 for other kinds. Wide characters count as 2.
 size_t primitive_size(DDS_TCKind kind);
+/// Whether values of the type, behind its aliases, have no parts.
+bool is_scalar(const Type* type);
 /// Octets that hold an enumeration, bit mask or bit set of so many bits.
 size_t size_of_bits(uint16_t bits);
 /// "int32", "sequence" and the like, for messages.

@@ -3,6 +3,7 @@
 #include <tuple>
 
 #include "types/type.h"
+#include "types/xcdr2_headers.h"
 
 namespace meridian::types {
 
@@ -199,14 +200,6 @@ std::string to_string(const TypeIdentifier& id) {
     if (id.element != nullptr)
         return (id.dimensions.empty() ? "sequence of " : "array of ") + to_string(*id.element);
     return "kind " + std::to_string(id.kind);
-}
-
-bool enter_delimited(ByteReader& reader, ByteReader& inner) {
-    uint32_t size = 0;
-    if (!reader.read(size))
-        return false;
-    inner = reader.take(size);
-    return inner.ok();
 }
 
 } // namespace meridian::types

@@ -110,7 +110,4 @@ void collect_hashes(const TypeIdentifier& id, std::vector<TypeHash>& hashes);
 std::string to_string(const TypeHash& hash);
 std::string to_string(const TypeIdentifier& id);
 
-/// Reads a DHEADER and gives a reader of the bytes that it announces; `reader` passes them.
-bool enter_delimited(rtps::ByteReader& reader, rtps::ByteReader& inner);
-
 } // namespace meridian::types

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "types/xcdr2_members.h"
+#include "types/xcdr2_headers.h"
 
 namespace meridian::types {
 

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "types/text.h"
+
 namespace meridian::types {
 
 using rtps::ByteReader;
@@ -177,6 +179,17 @@ DDS_TCKind kind_of(const TypeObject& object) {
     }
 }
 
+/// Names come from the network and end up on terminals.
+std::string printable(const std::string& name) {
+    std::string clean;
+    append_utf8(clean, name);
+    for (char& c : clean) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+            c = '_';
+    }
+    return clean;
+}
+
 } // namespace
 
 Type* TypeBuilder::node(DDS_TCKind kind) {
@@ -258,7 +271,7 @@ const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
 }
 
 bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {
-    type.name = object.name;
+    type.name = printable(object.name);
     type.nameless = !object.complete;
     type.extensibility = extensibility_of(object.flags);
     type.nested = (object.flags & kTypeIsNested) != 0;
@@ -284,7 +297,7 @@ bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {
 
 Member TypeBuilder::member_of(const TypeObject& object, const TypeObjectMember& source, int64_t number) {
     Member member;
-    member.name = object.complete ? source.name : std::to_string(number);
+    member.name = object.complete ? printable(source.name) : std::to_string(number);
     member.id = source.id;
     member.key = (source.flags & kMemberIsKey) != 0;
     member.optional = (source.flags & kMemberIsOptional) != 0;

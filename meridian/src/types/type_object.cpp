@@ -5,6 +5,7 @@
 
 #include "types/md5.h"
 #include "types/type.h"
+#include "types/xcdr2_headers.h"
 
 namespace meridian::types {
 

@@ -1,0 +1,35 @@
+#pragma once
+
+// Text from the network, made printable: valid UTF-8 whatever came in. What is no text becomes U+FFFD.
+
+#include <string>
+#include <string_view>
+
+#include "types/value_sink.h"
+
+namespace meridian::types {
+
+void append_code_point(std::string& out, char32_t point);
+/// Copies valid UTF-8; each maximal invalid part becomes one U+FFFD.
+void append_utf8(std::string& out, std::string_view text);
+void append_utf16(std::string& out, std::u16string_view text);
+
+/// Shortest decimal form that reads back as the same number; "nan", "inf" and "-inf" for what is none.
+void append_number(std::string& out, float value);
+void append_number(std::string& out, double value);
+void append_number(std::string& out, long double value);
+void append_number(std::string& out, int64_t value);
+void append_number(std::string& out, uint64_t value);
+
+/// A long double as it was sent, as near as this machine's long double comes to it. Peers on x86 send the 80
+/// bits of their processor where the standard wants an IEEE binary128; the two cannot be taken for each
+/// other, since the former leaves the six highest octets zero.
+long double to_long_double(const std::array<uint8_t, 16>& octets);
+
+/// The names of the flags that are set, joined by " | "; unnamed bits in hexadecimal; "0" when none is set.
+void append_bitmask(std::string& out, const Type& type, uint64_t bits);
+
+/// Any scalar as plain text without quotes: also the form of map keys in JSON.
+void append_scalar(std::string& out, const Type& type, const Scalar& value);
+
+} // namespace meridian::types
