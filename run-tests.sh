@@ -11,7 +11,7 @@
 set -u
 cd "$(dirname "$0")" || exit 1
 
-PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev pkg-config python3 iproute2
+PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 iproute2
     util-linux ccache cyclonedds-tools cyclonedds-dev"
 # Fast DDS 2.x is a second peer; later Debian releases hold another major version, and the tests do without it.
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then

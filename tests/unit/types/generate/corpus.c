@@ -162,6 +162,8 @@ static void small_types(void)
     SAMPLE(Deep, {SEQ(dds_sequence_sequence_long, SEQ(dds_sequence_long, SEQ(int32_t, 1, 2), NONE), NONE),
                   SEQ(dds_sequence_string, SEQ(char *, "x", "yy"), NONE, SEQ(char *, ""))});
     SAMPLE(SequenceOfArrays, {SEQ(corpus_Numbers, {1, 2, 3}, {4, 5, 6}), {{{1, 2}}, {{3, 4}}}});
+    SAMPLE(ArraysOfAliases, {{{1, 2, 3}, {4, 5, 6}}, {{0, 1}, {2, 0}}, corpus_GREEN});
+    SAMPLE(Bounded, {{3, 2, (corpus_ShortText[]){"first", "second"}, false}, SEQ(corpus_Point, {1, 2}), "word"});
 }
 
 static void unions(void)
@@ -192,6 +194,8 @@ static void extensible(void)
     SAMPLE(HoldsAppendableUnion, {{._d = 1, ._u.s = "x"}, 5, {._d = 0, ._u.p = {8, 9}}});
     SAMPLE(Changeable, {200, -3, 123456, 2.5, "mutable", SEQ(int32_t, 1, 2, 3), {4, 5}, {7, 8, 9}, SEQ(double, 0.5, 0.25),
                         SEQ(char *, "s1", "s22"), true, SEQ(uint8_t, 1, 2, 3, 4, 5), -77, {10, 11}, corpus_BLUE});
+    AGAIN(Changeable, {0, 0, 0, 0, "", NONE, {0, 0}, {0, 0, 0}, NONE, NONE, false, NONE, 0, {0, 0}, 0});
+    SAMPLE(MutablePoint, {INT32_MIN, INT32_MAX});
     SAMPLE(Hashed, {1, "two", 3});
     SAMPLE(OptionalsFinal, {&one, NULL, "here", NULL, &point, 5, &real});
     AGAIN(OptionalsFinal, {NULL, &two, NULL, "there", NULL, 6, NULL});

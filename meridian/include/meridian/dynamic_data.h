@@ -1,0 +1,67 @@
+#pragma once
+
+// Samples of types that are known only at run time: serialized bytes and their type code, decoded when
+// somebody looks. The texts are described in docs/contents.md.
+
+#include <cstdio>
+#include <memory>
+
+#include "meridian/base.h"
+#include "meridian/sequence.h"
+#include "meridian/type_code.h"
+
+enum DDS_PrintFormatKind : DDS_Long {
+    DDS_DEFAULT_PRINT_FORMAT = 0, // indented lines, as print() writes them
+    DDS_XML_PRINT_FORMAT = 1,     // not offered
+    DDS_JSON_PRINT_FORMAT = 2,
+};
+
+struct DDS_PrintFormatProperty {
+    DDS_PrintFormatKind kind;
+    /// JSON on several lines instead of one.
+    DDS_Boolean pretty_print;
+    /// JSON with enumerators as numbers.
+    DDS_Boolean enum_as_int;
+};
+constexpr DDS_PrintFormatProperty DDS_PRINT_FORMAT_PROPERTY_DEFAULT{DDS_DEFAULT_PRINT_FORMAT, true, false};
+
+namespace meridian::types {
+class DynamicSample;
+}
+
+/// One sample. Copies are deep. A sample belongs to one thread at a time.
+class DDS_DynamicData {
+  public:
+    DDS_DynamicData();
+    DDS_DynamicData(const DDS_DynamicData& other);
+    DDS_DynamicData(DDS_DynamicData&& other) noexcept;
+    DDS_DynamicData& operator=(DDS_DynamicData other) noexcept;
+    ~DDS_DynamicData();
+
+    /// Of the sample; null when it holds nothing.
+    const DDS_TypeCode* get_type() const;
+
+    /// Writes the contents as lines, each ended, indented by three blanks per level of `indent`. What stands
+    /// before a value that cannot be decoded is written before DDS_RETCODE_ERROR is returned and the logger
+    /// has told the topic, the member and the reason. DDS_RETCODE_PRECONDITION_NOT_MET for a sample that
+    /// holds nothing, DDS_RETCODE_BAD_PARAMETER for a null file, DDS_RETCODE_ERROR also when the file takes
+    /// no more.
+    DDS_ReturnCode_t print(FILE* file, DDS_Long indent) const;
+
+    /// The contents as text. `size` counts the terminator: with a null `buffer` it is set to what is needed;
+    /// else it tells the room in `buffer` and is set to what was needed, with DDS_RETCODE_OUT_OF_RESOURCES
+    /// (and nothing written) when the room does not suffice. A value that cannot be decoded gives
+    /// DDS_RETCODE_ERROR and no text, and the logger tells topic, member and reason. DDS_RETCODE_UNSUPPORTED
+    /// for a format that is not offered.
+    DDS_ReturnCode_t to_string(char* buffer, DDS_UnsignedLong& size,
+                               const DDS_PrintFormatProperty& property) const;
+
+    /// The middleware's own side of the sample.
+    meridian::types::DynamicSample& impl() { return *impl_; }
+    const meridian::types::DynamicSample& impl() const { return *impl_; }
+
+  private:
+    std::unique_ptr<meridian::types::DynamicSample> impl_; // null only after a move
+};
+
+using DDS_DynamicDataSeq = DDS_Sequence<DDS_DynamicData>;
