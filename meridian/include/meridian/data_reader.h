@@ -28,6 +28,18 @@ class DDSDataReader : public DDSEntity {
     virtual DDS_ReturnCode_t get_matched_publication_participant_data(
         DDS_ParticipantBuiltinTopicData& data, const DDS_InstanceHandle_t& publication_handle) = 0;
 
+    // The statuses. Reading one resets its change counters and its bit in get_status_changes. Readers that
+    // match nothing, such as those of builtin topics, report zeros.
+    virtual DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status);
+    virtual DDS_ReturnCode_t get_requested_incompatible_qos_status(
+        DDS_RequestedIncompatibleQosStatus& status);
+    virtual DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status);
+    virtual DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status);
+    virtual DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status);
+    virtual DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status);
+    /// The writers matched at present, as handles.
+    virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications);
+
   protected:
     ~DDSDataReader() override = default;
 };

@@ -8,6 +8,8 @@
 #include "meridian/topic.h"
 
 class DDSDomainParticipantListener;
+class DDSTypeSupport;
+struct PRESTypePlugin;
 class DDSSubscriberListener;
 
 /// Member of a domain. Until it is enabled it opens no socket and sends nothing. It never sees the traffic of
@@ -42,6 +44,31 @@ class DDSDomainParticipant : public DDSEntity {
                                                                      const char* profile) = 0;
     virtual DDS_ReturnCode_t set_default_datareader_qos_with_profile(const char* library,
                                                                      const char* profile) = 0;
+
+    /// Makes samples of topics with that type name be handled by the plugin, whose record is copied. A type
+    /// support that is given becomes the participant's. Registering a name again with the same plugin
+    /// functions succeeds; DDS_RETCODE_PRECONDITION_NOT_MET when the name is registered with another plugin
+    /// or type code.
+    virtual DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
+                                           DDSTypeSupport* type_support) = 0;
+    /// DDS_RETCODE_PRECONDITION_NOT_MET while a topic uses the type, DDS_RETCODE_BAD_PARAMETER when it is not
+    /// registered.
+    virtual DDS_ReturnCode_t unregister_type(const char* type_name) = 0;
+    virtual DDS_Boolean is_type_registered(const char* type_name) = 0;
+    /// The type code registered under that name, or null. Valid until the type is unregistered.
+    virtual const DDS_TypeCode* get_typecode(const char* type_name) = 0;
+    /// Keeps other threads from registering and unregistering types.
+    virtual DDS_ReturnCode_t lock() = 0;
+    virtual DDS_ReturnCode_t unlock() = 0;
+
+    /// The topic of that name, or null. Owned by the participant.
+    virtual DDSTopicDescription* lookup_topicdescription(const char* topic_name) = 0;
+    /// Owned by the participant until deleted. Null when the name is in use, the type name is not registered
+    /// or the QoS contradicts itself (the logger says which). The listener must be null.
+    virtual DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos,
+                                   DDSTopicListener* listener, DDS_StatusMask mask) = 0;
+    /// DDS_RETCODE_PRECONDITION_NOT_MET while readers or writers use it.
+    virtual DDS_ReturnCode_t delete_topic(DDSTopic* topic) = 0;
 
     /// Nothing of the participant with that handle is seen any more; what was seen of it is reported gone.
     virtual DDS_ReturnCode_t ignore_participant(const DDS_InstanceHandle_t& handle) = 0;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "meridian/base.h"
+#include "meridian/sequence.h"
 
 /// A GUID as 16 bytes in network order: 12 of prefix, 4 of entity id.
 struct DDS_GUID_t {
@@ -37,6 +38,8 @@ constexpr DDS_InstanceHandle_t DDS_HANDLE_NIL{};
 inline bool operator==(const DDS_InstanceHandle_t& a, const DDS_InstanceHandle_t& b) {
     return a.isValid == b.isValid && (!a.isValid || std::memcmp(a.keyHash, b.keyHash, 16) == 0);
 }
+
+using DDS_InstanceHandleSeq = DDS_Sequence<DDS_InstanceHandle_t>;
 
 struct DDS_SequenceNumber_t {
     DDS_Long high;

@@ -99,7 +99,7 @@ struct PRESTypePlugin {
     /// From the bytes of a sample or, for a key-only payload, of a key. Used when the writer sent no key
     /// hash.
     bool (*serializedSampleToKeyHash)(PRESTypePluginEndpointData endpointData, QUIXCdrStream* stream,
-                                      PRESKeyHash* keyHash, bool deserializeEncapsulation);
+                                      PRESKeyHash* keyHash, bool deserializeEncapsulation, bool keyOnly);
 
     const char* endpointTypeName; // under which the plugin identifies itself; lives as long as the process
     const DDS_TypeCode* typeCode; // null when the plugin knows none; must live as long as the registration

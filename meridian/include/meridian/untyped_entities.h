@@ -45,6 +45,12 @@ struct DDSSampleSequenceState {
 
 class DDSUntypedDataReader : public DDSDataReader {
   public:
+    /// Owned by the reader until deleted.
+    virtual DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states,
+                                                   DDS_ViewStateMask view_states,
+                                                   DDS_InstanceStateMask instance_states) = 0;
+    virtual DDS_ReturnCode_t delete_readcondition(DDSReadCondition* condition) = 0;
+
     /// Reads or takes. On loan: *samples is an array of *count pointers that, like the infos, is the caller's
     /// until return_loan_untyped. Copied: *samples is null and *count elements of the sequence were filled.
     /// DDS_RETCODE_NO_DATA (and *count 0), DDS_RETCODE_PRECONDITION_NOT_MET when the two sequences contradict

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "dcps/participant.h"
+#include "meridian/logger.h"
 
 namespace meridian::dcps {
 
@@ -55,6 +56,18 @@ DDS_ReturnCode_t BuiltinSubscriber::get_qos(DDS_SubscriberQos& qos) {
 
 DDS_ReturnCode_t BuiltinSubscriber::set_qos(const DDS_SubscriberQos& /*qos*/) {
     return DDS_RETCODE_IMMUTABLE_POLICY;
+}
+
+DDSDataReader* BuiltinSubscriber::create_datareader(DDSTopicDescription* /*topic*/,
+                                                    const DDS_DataReaderQos& /*qos*/,
+                                                    DDSDataReaderListener* /*listener*/,
+                                                    DDS_StatusMask /*mask*/) {
+    QUIXLog_failure("create_datareader", "the builtin subscriber has its builtin readers only");
+    return nullptr;
+}
+
+DDS_ReturnCode_t BuiltinSubscriber::delete_datareader(DDSDataReader* /*reader*/) {
+    return DDS_RETCODE_PRECONDITION_NOT_MET;
 }
 
 DDSDomainParticipant* BuiltinSubscriber::get_participant() {

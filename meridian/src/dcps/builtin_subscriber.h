@@ -19,6 +19,9 @@ class BuiltinSubscriber final : public EntityImpl<DDSSubscriber> {
     DDS_ReturnCode_t set_qos(const DDS_SubscriberQos& qos) override;
     DDSDomainParticipant* get_participant() override;
     DDSDataReader* lookup_datareader(const char* topic_name) override;
+    DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
+                                     DDSDataReaderListener* listener, DDS_StatusMask mask) override;
+    DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override;
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,

@@ -33,7 +33,9 @@ ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParti
       builtin_subscriber_(*this),
       qos_(qos) {}
 
-ParticipantImpl::~ParticipantImpl() = default;
+ParticipantImpl::~ParticipantImpl() {
+    delete_contained_entities();
+}
 
 bool ParticipantImpl::check(std::string& error) {
     MutexLock lock(mutex_);
@@ -43,7 +45,7 @@ bool ParticipantImpl::check(std::string& error) {
 
 bool ParticipantImpl::has_entities() {
     MutexLock lock(mutex_);
-    return !subscribers_.empty();
+    return !subscribers_.empty() || !topics_.empty();
 }
 
 TransportProperties ParticipantImpl::transport_properties() {
@@ -93,7 +95,7 @@ bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
     if (!wanted)
         return false;
-    auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
+    auto runtime = rtps::net::Runtime::create(std::move(*wanted), router_, error);
     if (runtime == nullptr)
         return false;
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
@@ -104,6 +106,7 @@ bool ParticipantImpl::open(std::string& error) {
     if (!runtime->start(error))
         return false;
     runtime_ = std::move(runtime);
+    running_.store(runtime_.get(), std::memory_order_release);
     MERIDIAN_LOG_LOCAL("dcps", "participant %s of domain %d, index %u, on %s",
                        rtps::to_string(guid().prefix).c_str(), domain_id_, runtime_->participant_index(),
                        runtime_->describe_interfaces().c_str());
@@ -159,7 +162,7 @@ DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
     const auto found =
         std::find_if(subscribers_.begin(), subscribers_.end(),
                      [subscriber](const auto& candidate) { return candidate.get() == subscriber; });
-    if (found == subscribers_.end())
+    if (found == subscribers_.end() || (*found)->has_readers())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     subscribers_.erase(found);
     return DDS_RETCODE_OK;
@@ -202,8 +205,28 @@ DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
+    std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
+    std::vector<std::unique_ptr<TopicImpl>> topics;
+    {
+        MutexLock lock(mutex_);
+        subscribers.swap(subscribers_);
+        topics.swap(topics_);
+    }
+    // Outside of the lock: a callback in progress may ask this participant.
+    OwnedReaders lent;
+    for (const auto& subscriber : subscribers) {
+        for (auto& owned : subscriber->release_readers()) {
+            owned->reader().stop();
+            if (owned->reader().has_loans())
+                lent.push_back(std::move(owned));
+        }
+    }
+    if (lent.empty())
+        return DDS_RETCODE_OK;
     MutexLock lock(mutex_);
-    subscribers_.clear();
+    std::move(lent.begin(), lent.end(), std::back_inserter(departed_readers_));
+    std::move(subscribers.begin(), subscribers.end(), std::back_inserter(departed_subscribers_));
+    std::move(topics.begin(), topics.end(), std::back_inserter(departed_topics_));
     return DDS_RETCODE_OK;
 }
 

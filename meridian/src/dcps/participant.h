@@ -1,15 +1,20 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "dcps/builtin_subscriber.h"
+#include "dcps/delivery_thread.h"
 #include "dcps/entity_impl.h"
 #include "dcps/profile_source.h"
 #include "dcps/runtime_config.h"
 #include "dcps/subscriber.h"
+#include "dcps/topic.h"
+#include "dcps/type_registry.h"
+#include "dcps/user_endpoints.h"
 #include "discovery/discovery_store.h"
 #include "meridian/domain_participant.h"
 #include "platform/mutex.h"
@@ -35,9 +40,17 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// Whether the participant could be enabled as it is now; else false and a text in `error`. Looks up the
     /// names of peers.
     bool check(std::string& error);
-    /// True while subscribers exist.
+    /// True while subscribers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
+    EventRouter& router() { return router_; }
+    DeliveryThread& delivery() { return delivery_; }
+    /// Null until the participant is enabled.
+    rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
+    /// For a new reader or writer.
+    rtps::Guid new_guid(rtps::EntityKind kind);
+    /// The topic behind a description, or null when it is not one of this participant.
+    TopicImpl* own_topic(DDSTopicDescription* description);
     DDS_ReturnCode_t default_datareader_qos_of_topic(DDS_DataReaderQos& qos, const char* topic_name);
     TransportProperties transport_properties();
     /// DDS_RETCODE_ILLEGAL_OPERATION once enabled, DDS_RETCODE_BAD_PARAMETER (and a logged reason) for values
@@ -63,6 +76,17 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
                                                              const char* profile) override;
     DDS_ReturnCode_t set_default_datareader_qos_with_profile(const char* library,
                                                              const char* profile) override;
+    DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
+                                   DDSTypeSupport* type_support) override;
+    DDS_ReturnCode_t unregister_type(const char* type_name) override;
+    DDS_Boolean is_type_registered(const char* type_name) override;
+    const DDS_TypeCode* get_typecode(const char* type_name) override;
+    DDS_ReturnCode_t lock() override { return types_.lock(); }
+    DDS_ReturnCode_t unlock() override { return types_.unlock(); }
+    DDSTopicDescription* lookup_topicdescription(const char* topic_name) override;
+    DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos,
+                           DDSTopicListener* listener, DDS_StatusMask mask) override;
+    DDS_ReturnCode_t delete_topic(DDSTopic* topic) override;
     DDS_ReturnCode_t ignore_participant(const DDS_InstanceHandle_t& handle) override;
     DDS_ReturnCode_t get_discovered_participant_data(DDS_ParticipantBuiltinTopicData& data,
                                                      const DDS_InstanceHandle_t& handle) override;
@@ -87,7 +111,12 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     ProfileSource& profiles_;
     discovery::DiscoveryStore store_;
+    EventRouter router_{store_};
+    DeliveryThread delivery_;
+    TypeRegistry types_;
     BuiltinSubscriber builtin_subscriber_;
+    std::atomic<rtps::net::Runtime*> running_{nullptr};
+    std::atomic<uint32_t> endpoints_made_{0};
 
     Mutex mutex_;
     DDS_DomainParticipantQos qos_ MERIDIAN_GUARDED_BY(mutex_);
@@ -96,7 +125,13 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_SubscriberQos default_subscriber_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<TopicImpl>> topics_ MERIDIAN_GUARDED_BY(mutex_);
+    uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
+    /// Deleted with the rest, but kept because samples are still on loan.
+    std::vector<std::unique_ptr<TopicImpl>> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<SubscriberImpl>> departed_subscribers_ MERIDIAN_GUARDED_BY(mutex_);
+    OwnedReaders departed_readers_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t subscribers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<rtps::GuidPrefix> ignored_ MERIDIAN_GUARDED_BY(mutex_);       // asked for before enabling
     std::unique_ptr<rtps::net::Runtime> runtime_ MERIDIAN_GUARDED_BY(mutex_); // null until enabled

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "discovery/conversions.h"
+
 namespace meridian::dcps {
 
 struct ReaderCache::Entry {
@@ -41,23 +43,15 @@ bool earlier(const DDS_Time_t& a, const DDS_Time_t& b) {
     return a.sec != b.sec ? a.sec < b.sec : a.nanosec < b.nanosec;
 }
 
-DDS_InstanceHandle_t handle_of(const rtps::KeyHash& key) {
+} // namespace
+
+DDS_InstanceHandle_t instance_handle(const rtps::KeyHash& key) {
     DDS_InstanceHandle_t handle{};
     std::copy(key.begin(), key.end(), handle.keyHash);
     handle.length = 16;
     handle.isValid = true;
     return handle;
 }
-
-DDS_InstanceHandle_t handle_of(const rtps::Guid& guid) {
-    rtps::KeyHash bytes{};
-    std::copy(guid.prefix.bytes.begin(), guid.prefix.bytes.end(), bytes.begin());
-    for (size_t i = 0; i < 4; ++i)
-        bytes[12 + i] = static_cast<uint8_t>(guid.entity.value >> (24 - 8 * i));
-    return handle_of(bytes);
-}
-
-} // namespace
 
 size_t ReaderCache::KeyHasher::operator()(const rtps::KeyHash& key) const noexcept {
     uint64_t high = 0;
@@ -213,8 +207,8 @@ ReaderCache::Entry& ReaderCache::append(Instance& instance, const Change& change
         instance.state == DDS_ALIVE_INSTANCE_STATE ? DDS_NOT_NEW_VIEW_STATE : DDS_NEW_VIEW_STATE;
     info.instance_state = state;
     info.source_timestamp = change.source_timestamp;
-    info.instance_handle = settings_.keyed ? handle_of(change.key) : DDS_HANDLE_NIL;
-    info.publication_handle = handle_of(change.writer);
+    info.instance_handle = settings_.keyed ? instance_handle(change.key) : DDS_HANDLE_NIL;
+    info.publication_handle = discovery::to_handle(change.writer);
     info.valid_data = change.kind == ChangeKind::alive;
     info.sample_identity = change.identity;
     info.related_sample_identity = change.related_identity;
@@ -425,7 +419,7 @@ std::vector<DDS_InstanceHandle_t> ReaderCache::on_timer(rtps::MonotonicTime now)
     std::vector<DDS_InstanceHandle_t> missed;
     while (first_due_ != nullptr && first_due_->due <= now) {
         Instance& instance = *first_due_;
-        missed.push_back(settings_.keyed ? handle_of(instance.key) : DDS_HANDLE_NIL);
+        missed.push_back(settings_.keyed ? instance_handle(instance.key) : DDS_HANDLE_NIL);
         // Who misses the deadline does not own the instance any more: another writer may take over.
         instance.owner.reset();
         // A period of zero is missed at every look; the next one is a millisecond away, so that time goes on.

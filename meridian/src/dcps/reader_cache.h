@@ -51,6 +51,9 @@ struct Change {
     size_t bytes = 0;       // serialized size of the sample, for the limit on memory
 };
 
+/// The handle of the instance with that key.
+DDS_InstanceHandle_t instance_handle(const rtps::KeyHash& key);
+
 class ReaderCache {
   public:
     struct Settings {

@@ -1,9 +1,28 @@
 #include "dcps/subscriber.h"
 
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
 #include "dcps/participant.h"
 #include "dcps/qos_change.h"
+#include "discovery/conversions.h"
 
 namespace meridian::dcps {
+
+OwnedReader::OwnedReader(std::unique_ptr<UserReader> reader, TopicImpl& topic, DDSDataReader* face)
+    : reader_(std::move(reader)), topic_(topic), type_(topic.type()) {
+    topic_.add_user();
+    reader_->set_face(face != nullptr ? face : reader_.get());
+}
+
+OwnedReader::~OwnedReader() {
+    reader_->stop();
+    if (face() != reader_.get())
+        type_->type_support()->destroy_datareaderI(face());
+    reader_.reset();
+    topic_.remove_user();
+}
 
 SubscriberImpl::SubscriberImpl(ParticipantImpl& participant, const rtps::Guid& guid,
                                const DDS_SubscriberQos& qos)
@@ -13,6 +32,54 @@ DDS_ReturnCode_t SubscriberImpl::enable() {
     if (!participant_.is_enabled())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     set_enabled();
+    std::vector<UserReader*> readers;
+    {
+        MutexLock lock(mutex_);
+        if (qos_.entity_factory.autoenable_created_entities) {
+            for (const auto& owned : readers_)
+                readers.push_back(&owned->reader());
+        }
+    }
+    for (UserReader* reader : readers)
+        enable_reader(*reader);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t SubscriberImpl::enable_reader(UserReader& reader) {
+    if (reader.is_enabled())
+        return DDS_RETCODE_OK;
+    rtps::net::Runtime* runtime = participant_.runtime();
+    if (!is_enabled() || runtime == nullptr)
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    if (reader.start(*runtime, participant_.router(), partitions()))
+        return DDS_RETCODE_OK;
+    MERIDIAN_LOG_ERROR("dcps", "the reader of topic \"%s\" could not be started",
+                       reader.get_topicdescription()->get_name());
+    return DDS_RETCODE_ERROR;
+}
+
+std::vector<std::string> SubscriberImpl::partitions() {
+    MutexLock lock(mutex_);
+    return discovery::to_strings(qos_.partition.name);
+}
+
+bool SubscriberImpl::has_readers() {
+    MutexLock lock(mutex_);
+    return !readers_.empty();
+}
+
+OwnedReaders SubscriberImpl::release_readers() {
+    MutexLock lock(mutex_);
+    return std::exchange(readers_, {});
+}
+
+DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
+                                                         const DDS_InstanceHandle_t& endpoint) {
+    const auto guid = discovery::to_guid(endpoint);
+    const auto known = guid ? participant_.store().find_participant(guid->prefix) : nullptr;
+    if (known == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    data = *known;
     return DDS_RETCODE_OK;
 }
 
@@ -23,16 +90,82 @@ DDS_ReturnCode_t SubscriberImpl::get_qos(DDS_SubscriberQos& qos) {
 }
 
 DDS_ReturnCode_t SubscriberImpl::set_qos(const DDS_SubscriberQos& qos) {
-    MutexLock lock(mutex_);
-    return change_qos(qos_, qos, is_enabled(), "subscriber");
+    std::vector<UserReader*> readers;
+    {
+        MutexLock lock(mutex_);
+        const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "subscriber");
+        if (result != DDS_RETCODE_OK)
+            return result;
+        for (const auto& owned : readers_)
+            readers.push_back(&owned->reader());
+    }
+    for (UserReader* reader : readers)
+        reader->set_partitions(discovery::to_strings(qos.partition.name));
+    return DDS_RETCODE_OK;
 }
 
 DDSDomainParticipant* SubscriberImpl::get_participant() {
     return &participant_;
 }
 
-DDSDataReader* SubscriberImpl::lookup_datareader(const char* /*topic_name*/) {
+DDSDataReader* SubscriberImpl::lookup_datareader(const char* topic_name) {
+    if (topic_name == nullptr)
+        return nullptr;
+    MutexLock lock(mutex_);
+    for (const auto& owned : readers_) {
+        if (std::strcmp(owned->topic().get_name(), topic_name) == 0)
+            return owned->face();
+    }
     return nullptr;
+}
+
+DDSDataReader* SubscriberImpl::create_datareader(DDSTopicDescription* description,
+                                                 const DDS_DataReaderQos& qos,
+                                                 DDSDataReaderListener* listener, DDS_StatusMask mask) {
+    TopicImpl* topic = participant_.own_topic(description);
+    if (topic == nullptr) {
+        QUIXLog_badParameter("create_datareader", "topic");
+        return nullptr;
+    }
+    if (!is_consistent(qos, "reader"))
+        return nullptr;
+    const rtps::EntityKind kind =
+        topic->type()->is_keyed() ? rtps::kUserReaderWithKey : rtps::kUserReaderNoKey;
+    std::unique_ptr<UserReader> untyped = UserReader::create(
+        *this, *topic, topic->type(), participant_.new_guid(kind), qos, participant_.delivery());
+    if (untyped == nullptr)
+        return nullptr;
+    DDSTypeSupport* support = topic->type()->type_support();
+    DDSDataReader* face = support != nullptr ? support->create_datareaderI(untyped.get()) : nullptr;
+    if (support != nullptr && face == nullptr) {
+        QUIXLog_creationFailure("create_datareader", "TDataReader");
+        return nullptr;
+    }
+    auto owned = std::make_unique<OwnedReader>(std::move(untyped), *topic, face);
+    UserReader& reader = owned->reader();
+    reader.set_listener(listener, mask);
+    bool enables = false;
+    {
+        MutexLock lock(mutex_);
+        readers_.push_back(std::move(owned));
+        enables = qos_.entity_factory.autoenable_created_entities;
+    }
+    if (enables && is_enabled())
+        enable_reader(reader);
+    return reader.face();
+}
+
+DDS_ReturnCode_t SubscriberImpl::delete_datareader(DDSDataReader* reader) {
+    std::unique_ptr<OwnedReader>
+        removed; // ends outside of the lock: a callback in progress may ask this subscriber
+    MutexLock lock(mutex_);
+    const auto found = std::find_if(readers_.begin(), readers_.end(),
+                                    [reader](const auto& owned) { return owned->face() == reader; });
+    if (found == readers_.end() || (*found)->reader().has_loans())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    removed = std::move(*found);
+    readers_.erase(found);
+    return DDS_RETCODE_OK;
 }
 
 DDS_ReturnCode_t SubscriberImpl::get_default_datareader_qos(DDS_DataReaderQos& qos) {

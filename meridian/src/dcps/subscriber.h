@@ -1,8 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "dcps/entity_impl.h"
+#include "dcps/user_reader.h"
 #include "meridian/subscriber.h"
 #include "platform/mutex.h"
 
@@ -10,17 +14,50 @@ namespace meridian::dcps {
 
 class ParticipantImpl;
 
+/// An untyped reader with the typed one that callers see.
+class OwnedReader {
+  public:
+    /// A null face: callers see the untyped reader itself.
+    OwnedReader(std::unique_ptr<UserReader> reader, TopicImpl& topic, DDSDataReader* face);
+    /// Ends the reader first, so that nobody calls or is called any more.
+    ~OwnedReader();
+    OwnedReader(const OwnedReader&) = delete;
+    OwnedReader& operator=(const OwnedReader&) = delete;
+
+    UserReader& reader() { return *reader_; }
+    TopicImpl& topic() { return topic_; }
+    DDSDataReader* face() { return reader_->face(); }
+
+  private:
+    std::unique_ptr<UserReader> reader_;
+    TopicImpl& topic_;
+    const TypeRegistry::Type type_;
+};
+using OwnedReaders = std::vector<std::unique_ptr<OwnedReader>>;
+
 /// A subscriber of the user's. Owned by its participant.
 class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
   public:
     SubscriberImpl(ParticipantImpl& participant, const rtps::Guid& guid, const DDS_SubscriberQos& qos);
     ~SubscriberImpl() override = default;
 
+    /// Starts a reader; the subscriber must be enabled.
+    DDS_ReturnCode_t enable_reader(UserReader& reader);
+    std::vector<std::string> partitions();
+    bool has_readers();
+    /// Hands over all readers, for their end outside of any lock.
+    OwnedReaders release_readers();
+    DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
+                                             const DDS_InstanceHandle_t& endpoint);
+
     DDS_ReturnCode_t enable() override;
     DDS_ReturnCode_t get_qos(DDS_SubscriberQos& qos) override;
     DDS_ReturnCode_t set_qos(const DDS_SubscriberQos& qos) override;
     DDSDomainParticipant* get_participant() override;
     DDSDataReader* lookup_datareader(const char* topic_name) override;
+    DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
+                                     DDSDataReaderListener* listener, DDS_StatusMask mask) override;
+    DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override;
     /// The participant's default as long as none was set here.
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
@@ -32,6 +69,7 @@ class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
     Mutex mutex_;
     DDS_SubscriberQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<DDS_DataReaderQos> default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
+    OwnedReaders readers_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

@@ -12,11 +12,12 @@ DDSTopic* DDSTopic::narrow(DDSTopicDescription* description) {
 namespace meridian::dcps {
 
 TopicImpl::TopicImpl(ParticipantImpl& participant, const rtps::Guid& guid, std::string name,
-                     std::string type_name, const DDS_TopicQos& qos)
+                     std::string type_name, const DDS_TopicQos& qos, TypeRegistry::Type type)
     : EntityImpl(guid),
       participant_(participant),
       name_(std::move(name)),
       type_name_(std::move(type_name)),
+      type_(std::move(type)),
       qos_(qos) {}
 
 DDS_ReturnCode_t TopicImpl::enable() {

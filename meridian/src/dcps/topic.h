@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "dcps/entity_impl.h"
+#include "dcps/type_registry.h"
 #include "meridian/topic.h"
 #include "platform/mutex.h"
 
@@ -14,9 +16,16 @@ class ParticipantImpl;
 /// participant.
 class TopicImpl final : public EntityImpl<DDSTopic> {
   public:
+    /// `type` is null for the builtin topics.
     TopicImpl(ParticipantImpl& participant, const rtps::Guid& guid, std::string name, std::string type_name,
-              const DDS_TopicQos& qos);
+              const DDS_TopicQos& qos, TypeRegistry::Type type = nullptr);
     ~TopicImpl() override = default;
+
+    const TypeRegistry::Type& type() const { return type_; }
+    /// Readers and writers count themselves.
+    void add_user() { ++users_; }
+    void remove_user() { --users_; }
+    bool in_use() const { return users_ != 0; }
 
     DDS_ReturnCode_t enable() override;
     const char* get_name() override { return name_.c_str(); }
@@ -29,6 +38,8 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     ParticipantImpl& participant_;
     const std::string name_;
     const std::string type_name_;
+    const TypeRegistry::Type type_;
+    std::atomic<int> users_{0};
     Mutex mutex_;
     DDS_TopicQos qos_ MERIDIAN_GUARDED_BY(mutex_);
 };

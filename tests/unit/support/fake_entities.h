@@ -26,6 +26,11 @@ class FakeSubscriber : public FakeEntity<DDSSubscriber> {
     DDS_ReturnCode_t get_qos(DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_qos(const DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDSDomainParticipant* get_participant() override { return participant; }
+    DDSDataReader* create_datareader(DDSTopicDescription*, const DDS_DataReaderQos&, DDSDataReaderListener*,
+                                     DDS_StatusMask) override {
+        return nullptr;
+    }
+    DDS_ReturnCode_t delete_datareader(DDSDataReader*) override { return DDS_RETCODE_OK; }
     DDSDataReader* lookup_datareader(const char* topic_name) override {
         looked_up.emplace_back(topic_name);
         const auto found = readers.find(topic_name);
@@ -162,6 +167,20 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
         profiles.push_back(std::string(library) + "::" + profile);
         return result_of("datareader");
     }
+    DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin*, DDSTypeSupport*) override {
+        return result_of(std::string("register_type ") + type_name);
+    }
+    DDS_ReturnCode_t unregister_type(const char*) override { return result_of("unregister_type"); }
+    DDS_Boolean is_type_registered(const char*) override { return false; }
+    const DDS_TypeCode* get_typecode(const char*) override { return nullptr; }
+    DDS_ReturnCode_t lock() override { return result_of("lock"); }
+    DDS_ReturnCode_t unlock() override { return result_of("unlock"); }
+    DDSTopicDescription* lookup_topicdescription(const char*) override { return nullptr; }
+    DDSTopic* create_topic(const char*, const char*, const DDS_TopicQos&, DDSTopicListener*,
+                           DDS_StatusMask) override {
+        return nullptr;
+    }
+    DDS_ReturnCode_t delete_topic(DDSTopic*) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t ignore_participant(const DDS_InstanceHandle_t& ignored_handle) override {
         ignored.push_back(ignored_handle);
         return DDS_RETCODE_OK;

@@ -1,0 +1,150 @@
+#include "dcps/reader_qos.h"
+
+#include <cstdio>
+
+#include "discovery/conversions.h"
+#include "discovery/partitions.h"
+#include "rtps/protocol/qos_matching.h"
+
+namespace meridian::dcps {
+
+namespace {
+
+using rtps::EndpointQos;
+
+std::string text_of(rtps::WireDuration duration) {
+    if (duration.seconds == rtps::kDurationInfinite.seconds)
+        return "infinite";
+    char text[32];
+    std::snprintf(text, sizeof text, "%.9g s",
+                  duration.seconds + rtps::nanoseconds_from_fraction(duration.fraction) * 1e-9);
+    return text;
+}
+
+std::string text_of(rtps::Durability kind) {
+    switch (kind) {
+        case rtps::Durability::volatile_:
+            return "VOLATILE";
+        case rtps::Durability::transient_local:
+            return "TRANSIENT_LOCAL";
+        case rtps::Durability::transient:
+            return "TRANSIENT";
+        case rtps::Durability::persistent:
+            return "PERSISTENT";
+    }
+    return "?";
+}
+
+std::string text_of(rtps::LivelinessKind kind, rtps::WireDuration lease) {
+    const char* name = kind == rtps::LivelinessKind::automatic               ? "AUTOMATIC"
+                       : kind == rtps::LivelinessKind::manual_by_participant ? "MANUAL_BY_PARTICIPANT"
+                                                                             : "MANUAL_BY_TOPIC";
+    return std::string(name) + " with a lease of " + text_of(lease);
+}
+
+std::string presentation_of(const EndpointQos& qos) {
+    std::string text = qos.presentation == rtps::PresentationScope::instance ? "INSTANCE"
+                       : qos.presentation == rtps::PresentationScope::topic  ? "TOPIC"
+                                                                             : "GROUP";
+    if (qos.coherent_access)
+        text += " coherent";
+    if (qos.ordered_access)
+        text += " ordered";
+    return text;
+}
+
+std::string representations_of(const EndpointQos& qos) {
+    std::string text;
+    for (const int16_t id : qos.representations) {
+        if (!text.empty())
+            text += ", ";
+        text += id == rtps::kXcdr1               ? "XCDR1"
+                : id == rtps::kXcdr2             ? "XCDR2"
+                : id == rtps::kXmlRepresentation ? "XML"
+                                                 : std::to_string(id);
+    }
+    return text.empty() ? "XCDR1" : text;
+}
+
+struct Policy {
+    const char* name;
+    std::string (*value)(const EndpointQos&);
+};
+
+Policy policy_of(uint32_t id) {
+    switch (id) {
+        case rtps::kDurabilityPolicy:
+            return {"durability", [](const EndpointQos& qos) { return text_of(qos.durability); }};
+        case rtps::kPresentationPolicy:
+            return {"presentation", presentation_of};
+        case rtps::kDeadlinePolicy:
+            return {"deadline", [](const EndpointQos& qos) { return text_of(qos.deadline); }};
+        case rtps::kLatencyBudgetPolicy:
+            return {"latency budget", [](const EndpointQos& qos) { return text_of(qos.latency_budget); }};
+        case rtps::kOwnershipPolicy:
+            return {"ownership", [](const EndpointQos& qos) -> std::string {
+                        return qos.ownership == rtps::Ownership::shared ? "SHARED" : "EXCLUSIVE";
+                    }};
+        case rtps::kLivelinessPolicy:
+            return {"liveliness",
+                    [](const EndpointQos& qos) { return text_of(qos.liveliness, qos.liveliness_lease); }};
+        case rtps::kReliabilityPolicy:
+            return {"reliability", [](const EndpointQos& qos) -> std::string {
+                        return qos.reliability == rtps::Reliability::best_effort ? "BEST_EFFORT" : "RELIABLE";
+                    }};
+        case rtps::kDestinationOrderPolicy:
+            return {"destination order", [](const EndpointQos& qos) -> std::string {
+                        return qos.destination_order == rtps::DestinationOrder::by_source
+                                   ? "BY_SOURCE_TIMESTAMP"
+                                   : "BY_RECEPTION_TIMESTAMP";
+                    }};
+        case rtps::kDataRepresentationPolicy:
+            return {"data representation", representations_of};
+        default:
+            return {nullptr, nullptr};
+    }
+}
+
+} // namespace
+
+EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const std::vector<std::string>& partitions) {
+    EndpointQos out;
+    out.durability = static_cast<rtps::Durability>(qos.durability.kind);
+    out.deadline = discovery::to_wire(qos.deadline.period);
+    out.latency_budget = discovery::to_wire(qos.latency_budget.duration);
+    out.liveliness = static_cast<rtps::LivelinessKind>(qos.liveliness.kind);
+    out.liveliness_lease = discovery::to_wire(qos.liveliness.lease_duration);
+    out.reliability = qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS ? rtps::Reliability::reliable
+                                                                           : rtps::Reliability::best_effort;
+    out.max_blocking_time = discovery::to_wire(qos.reliability.max_blocking_time);
+    out.ownership = static_cast<rtps::Ownership>(qos.ownership.kind);
+    out.destination_order = static_cast<rtps::DestinationOrder>(qos.destination_order.kind);
+    out.partitions = discovery::announced_partitions(partitions);
+    out.time_based_filter = discovery::to_wire(qos.time_based_filter.minimum_separation);
+    out.history = static_cast<rtps::HistoryKind>(qos.history.kind);
+    out.history_depth = qos.history.depth;
+    for (DDS_Long i = 0; i < qos.representation.value.length(); ++i)
+        out.representations.push_back(qos.representation.value[i]);
+    if (out.representations.empty())
+        out.representations = {rtps::kXcdr1, rtps::kXcdr2};
+    out.user_data = discovery::to_bytes(qos.user_data.value);
+    return out;
+}
+
+std::string describe_incompatibility(const EndpointQos& offered, const EndpointQos& requested,
+                                     const std::vector<uint32_t>& policies) {
+    std::string text;
+    for (const uint32_t id : policies) {
+        if (!text.empty())
+            text += "; ";
+        const Policy policy = policy_of(id);
+        if (policy.name == nullptr)
+            text += "policy " + std::to_string(id);
+        else
+            text += std::string(policy.name) + ": offered " + policy.value(offered) + ", requested " +
+                    policy.value(requested);
+    }
+    return text;
+}
+
+} // namespace meridian::dcps
