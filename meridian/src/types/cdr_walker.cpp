@@ -44,6 +44,18 @@ bool has_key_members(const Type& type) {
     return !visit_members(type, [](const Member& member) { return !member.key; });
 }
 
+std::vector<const Member*> key_members(const Type& type, bool outermost) {
+    std::vector<const Member*> members = all_members(type);
+    if (outermost || has_key_members(type)) {
+        members.erase(
+            std::remove_if(members.begin(), members.end(), [](const Member* member) { return !member->key; }),
+            members.end());
+    }
+    std::stable_sort(members.begin(), members.end(),
+                     [](const Member* a, const Member* b) { return a->id < b->id; });
+    return members;
+}
+
 bool CdrWalker::fail(const char* reason) {
     if (!failure_.empty())
         return false;
@@ -63,6 +75,8 @@ bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
 }
 
 DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
+    if (key_only_ && dialect_.flat_keys)
+        return DDS_FINAL_EXTENSIBILITY;
     const DDS_ExtensibilityKind kind = has_outer_ && path_.empty() ? outer_ : type.extensibility;
     const bool without_lists = version_ == Version::xcdr1 && !dialect_.lists;
     return without_lists && kind == DDS_MUTABLE_EXTENSIBILITY ? DDS_FINAL_EXTENSIBILITY : kind;
@@ -294,15 +308,23 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
 
 bool CdrWalker::walk_plain_members(ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
                                    std::vector<Located>* located) {
-    const bool keys_only = key_only_ && has_key_members(type);
     bool ended = false;
-    return visit_members(type, [&](const Member& member) {
-        if (keys_only && !member.key)
-            return true;
+    const auto walk_one = [&](const Member& member) {
         // An appendable structure of an older version of the type has fewer members.
         ended = ended || (may_end_early && reader.remaining() == 0);
         return ended || walk_plain_member(reader, member, sink, located);
-    });
+    };
+    if (!key_only_)
+        return visit_members(type, walk_one);
+    const bool outermost = path_.empty();
+    if (dialect_.flat_keys) {
+        const std::vector<const Member*> members = key_members(type, outermost);
+        return std::all_of(members.begin(), members.end(),
+                           [&walk_one](const Member* member) { return walk_one(*member); });
+    }
+    const bool whole = !outermost && !has_key_members(type);
+    return visit_members(type,
+                         [&](const Member& member) { return (!whole && !member.key) || walk_one(member); });
 }
 
 bool CdrWalker::read_mutable_header(ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,

@@ -39,12 +39,17 @@ struct CdrDialect {
     /// XCDR1: mutable types and optional members are sent as if they were neither, by serializers that know
     /// no parameter lists.
     bool lists = true;
+    /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS.
+    bool flat_keys = false;
 };
 
 /// The members of a structure in the order of the wire: those of the outermost base first.
 std::vector<const Member*> all_members(const Type& type);
 /// Whether a structure, or one of its bases, has key members.
 bool has_key_members(const Type& type);
+/// The members of a structure that belong to a key, in order of their ids. A structure inside a key that has
+/// no key members of its own belongs to it whole.
+std::vector<const Member*> key_members(const Type& type, bool outermost);
 
 /// One walk over one stream. Not thread-safe; cheap to make.
 class CdrWalker {
@@ -67,6 +72,10 @@ class CdrWalker {
     /// Finds the members of a structure, its bases' included, in the order of the type, and passes the
     /// structure.
     bool locate_members(rtps::ByteReader& reader, const Type& type, std::vector<Located>& members);
+
+    /// Tells that what is walked or located next is the value of a located member, until leave().
+    void enter(const Member& member) { path_.push_back({&member, 0}); }
+    void leave() { path_.pop_back(); }
 
     /// Takes only the members of structures that make the key: for payloads that consist of nothing else.
     /// Structures without key members count whole, except the outermost.

@@ -136,8 +136,14 @@ std::vector<SampleReader::Setup> SampleReader::setups(ByteView payload, bool key
     for (const CdrDialect& dialect : xcdr1 ? xcdr1_dialects_ : xcdr2_dialects_) {
         CdrWalker walker(version, dialect, body.size);
         walker.set_outer_extensibility(outer);
-        if (key_only)
+        if (key_only) {
             walker.set_key_only();
+            CdrDialect flat = dialect;
+            flat.flat_keys = true;
+            CdrWalker flat_walker(version, flat, body.size);
+            flat_walker.set_key_only();
+            result.push_back({std::move(flat_walker), reader});
+        }
         result.push_back({std::move(walker), reader});
     }
     // Where serializers differ, the one that was at work is told by the sample being used up exactly.

@@ -39,10 +39,11 @@ std::vector<CorpusType> read_corpus(const std::string& file) {
             types.back().values.back().peer_text.assign(text.begin(), text.end());
         } else if (label == "keyhash") {
             types.back().values.back().key_hash = from_hex(rest);
-        } else if (label == "sample") {
+        } else if (label == "sample" || label == "key") {
             const size_t end = rest.find(' ');
-            types.back().values.back().samples.push_back(
-                {rest.substr(0, end), from_hex(rest.substr(end + 1))});
+            CorpusValue& value = types.back().values.back();
+            (label == "key" ? value.keys : value.samples)
+                .push_back({rest.substr(0, end), from_hex(rest.substr(end + 1))});
         }
     }
     return types;

@@ -20,6 +20,7 @@ struct CorpusValue {
     std::string peer_text; // how the peer itself prints it
     meridian::rtps::ByteBuffer key_hash;
     std::vector<CorpusSample> samples;
+    std::vector<CorpusSample> keys; // payloads of disposes
 };
 
 struct CorpusType {

@@ -135,11 +135,16 @@ TEST(TypeObject, MembersOfMinimalTypesAreNamedByTheirIds) {
 
 TEST(TypeObject, EqualTypesAreEqualAndOthersAreNot) {
     const auto corpus = test::read_corpus("cyclone.corpus");
-    for (const test::CorpusType& a : corpus) {
-        const TypeRef first = test::build_type(a);
-        for (const test::CorpusType& b : corpus)
-            EXPECT_EQ(equal(*first, *test::build_type(b)), a.name == b.name) << a.name << " " << b.name;
-        EXPECT_FALSE(equal(*first, *test::build_type(a, false))) << a.name;
+    std::vector<TypeRef> types;
+    std::vector<TypeRef> again;
+    for (const test::CorpusType& type : corpus) {
+        types.push_back(test::build_type(type));
+        again.push_back(test::build_type(type));
+    }
+    for (size_t i = 0; i < types.size(); ++i) {
+        for (size_t j = 0; j < again.size(); ++j)
+            EXPECT_EQ(equal(*types[i], *again[j]), i == j) << types[i]->name << " " << again[j]->name;
+        EXPECT_FALSE(equal(*types[i], *test::build_type(corpus[i], false))) << corpus[i].name;
     }
 }
 

@@ -116,6 +116,15 @@ static void put_sample(const dds_topic_descriptor_t *desc, const void *sample)
         put_payload(label, identifier(&type, version) | 1, le.x.m_buffer, le.x.m_index);
         snprintf(label, sizeof label, "sample xcdr%u-be", version);
         put_payload(label, identifier(&type, version), be.x.m_buffer, be.x.m_index);
+        if (desc->m_nkeys > 0) {
+            /* What a dispose carries; only in this machine's byte order, which must be little-endian. */
+            dds_ostream_t key;
+            dds_ostream_init(&key, 0, version);
+            dds_stream_write_key(&key, sample, &type);
+            snprintf(label, sizeof label, "key xcdr%u-le", version);
+            put_payload(label, identifier(&type, version) | 1, key.m_buffer, key.m_index);
+            dds_ostream_fini(&key);
+        }
         dds_ostreamLE_fini(&le);
         dds_ostreamBE_fini(&be);
     }

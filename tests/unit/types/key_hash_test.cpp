@@ -1,0 +1,91 @@
+#include "types/key_hash.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "corpus.h"
+
+using namespace meridian;
+using namespace meridian::types;
+
+namespace {
+
+std::string hex(const rtps::KeyHash& hash) {
+    std::string text;
+    for (uint8_t octet : hash) {
+        char buffer[3];
+        std::snprintf(buffer, sizeof buffer, "%02x", octet);
+        text += buffer;
+    }
+    return text;
+}
+
+} // namespace
+
+// Whatever the encoding of the sample, its XCDR2 key hash is the one that Cyclone DDS computes.
+TEST(KeyHash, IsThatOfThePeer) {
+    size_t checked = 0;
+    size_t keys = 0;
+    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+        const SampleReader reader(test::build_type(type));
+        const KeyHasher hasher(reader);
+        for (const test::CorpusValue& value : type.values) {
+            EXPECT_EQ(hasher.is_keyed(), !value.key_hash.empty()) << type.name;
+            for (const test::CorpusSample& key : value.keys) {
+                rtps::KeyHash hash{};
+                std::string failure;
+                EXPECT_TRUE(hasher.compute(key.payload, true, KeyHasher::Form::xcdr2, hash, failure))
+                    << type.name << " " << key.encoding << " " << failure;
+                EXPECT_TRUE(std::equal(hash.begin(), hash.end(), value.key_hash.begin()))
+                    << type.name << " key " << key.encoding << " " << hex(hash);
+                ++keys;
+            }
+            for (const test::CorpusSample& sample : value.samples) {
+                rtps::KeyHash hash{};
+                std::string failure;
+                const bool computed =
+                    hasher.compute(sample.payload, false, KeyHasher::Form::xcdr2, hash, failure);
+                ASSERT_EQ(computed, hasher.is_keyed()) << type.name << ": " << failure;
+                if (!computed)
+                    continue;
+                rtps::KeyHash other{};
+                EXPECT_TRUE(hasher.compute(sample.payload, false, KeyHasher::Form::xcdr1, other, failure));
+                EXPECT_TRUE(!hasher.forms_agree() || hash == other) << type.name;
+                EXPECT_TRUE(std::equal(hash.begin(), hash.end(), value.key_hash.begin()))
+                    << type.name << " " << sample.encoding << " " << hex(hash);
+                ++checked;
+            }
+        }
+    }
+    EXPECT_GT(checked, 50u);
+    EXPECT_GT(keys, 25u);
+}
+
+TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
+    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+        const SampleReader reader(test::build_type(type));
+        const KeyHasher hasher(reader);
+        rtps::KeyHash hash{};
+        std::string failure;
+        const rtps::ByteBuffer& payload = type.values.front().samples.front().payload;
+        if (type.name == "corpus::KeyEight") {
+            ASSERT_TRUE(hasher.compute(payload, false, KeyHasher::Form::xcdr1, hash, failure)) << failure;
+            EXPECT_EQ(hex(hash), "00000001000000004004000000000000");
+            EXPECT_FALSE(hasher.forms_agree());
+        } else if (type.name == "corpus::KeyLong") {
+            ASSERT_TRUE(hasher.compute(payload, false, KeyHasher::Form::xcdr1, hash, failure)) << failure;
+            EXPECT_EQ(hex(hash), "01020304000000000000000000000000");
+            EXPECT_TRUE(hasher.forms_agree());
+        } else if (type.name == "corpus::KeyTwo") {
+            EXPECT_FALSE(hasher.is_digest(KeyHasher::Form::xcdr1));
+        } else if (type.name == "corpus::KeyString") {
+            EXPECT_TRUE(hasher.is_digest(KeyHasher::Form::xcdr1));
+            EXPECT_TRUE(hasher.forms_agree());
+        } else if (type.name == "corpus::KeyLarge") {
+            EXPECT_FALSE(hasher.forms_agree());
+            EXPECT_TRUE(hasher.is_digest(KeyHasher::Form::xcdr1));
+            EXPECT_TRUE(hasher.is_digest(KeyHasher::Form::xcdr2));
+        }
+    }
+}
