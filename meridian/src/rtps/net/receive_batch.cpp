@@ -17,8 +17,7 @@ size_t aligned(size_t size) {
 } // namespace
 
 ReceiveBatch::ReceiveBatch(size_t capacity, size_t buffer_size)
-    : buffer_size_(buffer_size),
-      memory_(new uint8_t[capacity * aligned(buffer_size)]), // not make_unique: that would write all of it
+    : memory_(new uint8_t[capacity * aligned(buffer_size)]), // not make_unique: that would write all of it
       sources_(capacity),
       vectors_(capacity),
       headers_(capacity) {

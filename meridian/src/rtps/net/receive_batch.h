@@ -33,7 +33,6 @@ class ReceiveBatch {
     ReceivedDatagram operator[](size_t position) const;
 
   private:
-    size_t buffer_size_;
     std::unique_ptr<uint8_t[]> memory_;
     std::vector<sockaddr_storage> sources_;
     std::vector<iovec> vectors_;
