@@ -70,6 +70,19 @@ TEST(Address, GoesThroughLocatorsAndSocketAddresses) {
     EXPECT_FALSE(address_of(Locator{}));
 }
 
+TEST(Address, HostLocatorsArePlainOnesInDisguise) {
+    for (const char* text : {"239.255.0.1", "ff02::1"}) {
+        const Locator host = to_host_locator(address(text), 7400);
+        EXPECT_FALSE(address_of(host));
+        EXPECT_EQ(plain_locator(host), to_locator(address(text), 7400));
+        EXPECT_FALSE(plain_locator(to_locator(address(text), 7400)));
+    }
+    Locator foreign = to_locator(address("239.255.0.1"), 7400);
+    foreign.kind = 0x7fffffff;
+    EXPECT_FALSE(plain_locator(foreign));
+    EXPECT_FALSE(plain_locator(Locator{}));
+}
+
 TEST(Address, IgnoresRubbishAboveAnIpv4Address) {
     Locator locator = to_locator(address("10.1.2.3"), 7411);
     locator.address[0] = 0x55;

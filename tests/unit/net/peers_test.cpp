@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "rtps/net/address.h"
+
 namespace meridian::rtps::net {
 namespace {
 
@@ -12,7 +14,8 @@ using testing::HasSubstr;
 std::vector<std::string> texts(const LocatorList& locators) {
     std::vector<std::string> result;
     for (const Locator& locator : locators)
-        result.push_back(to_string(locator));
+        result.push_back((plain_locator(locator) ? "host " : "") +
+                         to_string(plain_locator(locator).value_or(locator)));
     return result;
 }
 
@@ -53,7 +56,8 @@ TEST(Peers, PortsFollowTheDomain) {
     std::string error;
     const auto locators = resolve_peers({"0@10.0.0.9", "239.255.0.7"}, with_mask(1, 2), error);
     ASSERT_TRUE(locators) << error;
-    EXPECT_THAT(texts(*locators), ElementsAre("udpv4:10.0.0.9:7910", "udpv4:239.255.0.7:7900"));
+    EXPECT_THAT(texts(*locators),
+                ElementsAre("udpv4:10.0.0.9:7910", "host udpv4:239.255.0.7:7900", "udpv4:239.255.0.7:7900"));
     // The highest domain has ports for 63 participants only.
     EXPECT_EQ(resolve_peers({"119@10.0.0.9"}, with_mask(1, 232), error)->size(), 63u);
 }
@@ -76,7 +80,8 @@ TEST(Peers, ScopeOfALinkLocalAddressIsAccepted) {
 
 TEST(Peers, MulticastGroupsGetTheMulticastPort) {
     EXPECT_THAT(resolved({"239.255.0.1", "3@ff02::ffff:efff:1"}, 9),
-                ElementsAre("udpv4:239.255.0.1:7400", "udpv6:[ff02::ffff:efff:1]:7400"));
+                ElementsAre("host udpv4:239.255.0.1:7400", "udpv4:239.255.0.1:7400",
+                            "host udpv6:[ff02::ffff:efff:1]:7400", "udpv6:[ff02::ffff:efff:1]:7400"));
 }
 
 TEST(Peers, NamesAreLookedUp) {
@@ -110,13 +115,15 @@ TEST(Peers, UnusableOnesAreNamed) {
 
 TEST(Peers, DefaultsAreTheGroupsAndThisHost) {
     EXPECT_THAT(texts(default_peers(with_mask(3))),
-                ElementsAre("udpv4:239.255.0.1:7400", "udpv4:127.0.0.1:7410", "udpv4:127.0.0.1:7412",
-                            "udpv4:127.0.0.1:7414", "udpv4:127.0.0.1:7416", "udpv4:127.0.0.1:7418"));
-    EXPECT_THAT(
-        texts(default_peers(with_mask(8, 1))),
-        ElementsAre("udpv6:[ff02::ffff:efff:1]:7650", "udpv6:[ff1e::ffff:efff:1]:7650", "udpv6:[::1]:7660",
-                    "udpv6:[::1]:7662", "udpv6:[::1]:7664", "udpv6:[::1]:7666", "udpv6:[::1]:7668"));
-    EXPECT_EQ(default_peers(with_mask(9)).size(), 13u);
+                ElementsAre("host udpv4:239.255.0.1:7400", "udpv4:239.255.0.1:7400", "udpv4:127.0.0.1:7410",
+                            "udpv4:127.0.0.1:7412", "udpv4:127.0.0.1:7414", "udpv4:127.0.0.1:7416",
+                            "udpv4:127.0.0.1:7418"));
+    EXPECT_THAT(texts(default_peers(with_mask(8, 1))),
+                ElementsAre("host udpv6:[ff02::ffff:efff:1]:7650", "udpv6:[ff02::ffff:efff:1]:7650",
+                            "host udpv6:[ff1e::ffff:efff:1]:7650", "udpv6:[ff1e::ffff:efff:1]:7650",
+                            "udpv6:[::1]:7660", "udpv6:[::1]:7662", "udpv6:[::1]:7664", "udpv6:[::1]:7666",
+                            "udpv6:[::1]:7668"));
+    EXPECT_EQ(default_peers(with_mask(9)).size(), 16u);
 }
 
 } // namespace

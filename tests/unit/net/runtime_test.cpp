@@ -266,6 +266,37 @@ TEST(Runtime, DiscoversCallsAndStopsUnderAFloodOfData) {
     EXPECT_GT(flood.sent(), 1000u);
 }
 
+TEST(Runtime, PeersBoundToLoopbackFindThoseThatAreNotWithoutAnyOfItElsewhere) {
+    test::OtherHost other;
+    other.connect("wire", "10.6.0.1/24", "wire", "10.6.0.2/24");
+    {
+        Node bound("bound", 2);
+        Node open("open", 1);
+        std::unique_ptr<Node> there;
+        other.run([&there] { there = std::make_unique<Node>("there"); });
+        EXPECT_TRUE(bound.recorder.wait_for("+open"));
+        EXPECT_TRUE(open.recorder.wait_for("+bound"));
+        EXPECT_TRUE(there->recorder.wait_for("+open"));
+        EXPECT_TRUE(open.recorder.wait_for("+there"));
+        const auto told = [&open](Node& node) {
+            return node.runtime->with_participant([&open](Participant& participant, Now) {
+                const ParticipantData* data = participant.find_participant(open.runtime->prefix());
+                return data != nullptr ? data->default_unicast : LocatorList{};
+            });
+        };
+        ASSERT_EQ(told(bound).size(), 2u);
+        EXPECT_EQ(to_string(told(bound)[1]), "udpv4:127.0.0.1:7413");
+        ASSERT_EQ(told(*there).size(), 1u);
+        EXPECT_EQ(to_string(told(*there)[0]), "udpv4:10.6.0.1:7413");
+        // Some rounds of announcements later nothing has changed in anybody's eyes.
+        std::this_thread::sleep_for(600ms);
+        EXPECT_FALSE(bound.recorder.has("~open"));
+        EXPECT_FALSE(there->recorder.has("~open"));
+        EXPECT_FALSE(there->recorder.has("+bound"));
+    }
+    test::shell("ip link del wire");
+}
+
 TEST(Runtime, NewInterfaceLeadsToNewPeers) {
     Node here("here");
     test::OtherHost other;

@@ -132,6 +132,7 @@ TEST(Transport, AnnouncesLoopbackWhereThereIsNothingElse) {
     EXPECT_THAT(texts(own.default_unicast), ElementsAre("udpv4:127.0.0.1:7411"));
     EXPECT_THAT(texts(own.metatraffic_multicast), ElementsAre("udpv4:239.255.0.1:7400"));
     EXPECT_THAT(texts(own.default_multicast), ElementsAre("udpv4:239.255.0.1:7401"));
+    EXPECT_THAT(own.host_default_unicast, IsEmpty()) << "all know it already";
     EXPECT_EQ(station.transport->describe(), "lo 127.0.0.1");
     EXPECT_THAT(station.warnings, IsEmpty());
 }
@@ -417,6 +418,33 @@ TEST_F(TwoHosts, MulticastGoesOutOnEachInterface) {
     EXPECT_EQ(there->receive(2), 2u);
     EXPECT_THAT(texts(there->sources),
                 testing::UnorderedElementsAre("udpv6:[fd01::1]:7410", "udpv6:[fe80::21]:7410"));
+}
+
+TEST_F(TwoHosts, LoopbackIsToldToThisHostOnly) {
+    Station here(with_mask(9));
+    const OwnLocators own = here.transport->own_locators();
+    EXPECT_THAT(texts(own.host_metatraffic_unicast), ElementsAre("udpv4:127.0.0.1:7410", "udpv6:[::1]:7410"));
+    EXPECT_THAT(texts(own.host_default_unicast), ElementsAre("udpv4:127.0.0.1:7411", "udpv6:[::1]:7411"));
+    const Locator host_group = to_host_locator(multicast_group_v4(), 7400);
+    for (const Locator& here_only : {host_group, locator("127.0.0.1", 7410), locator("10.1.0.1", 7412)})
+        EXPECT_TRUE(here.transport->stays_on_host(here_only));
+    for (const Locator& elsewhere : {locator("239.255.0.1", 7400), locator("10.1.0.2", 7410), Locator{}})
+        EXPECT_FALSE(here.transport->stays_on_host(elsewhere));
+
+    const auto there = station_there(with_mask(9));
+    here.transport->send(kMessage, host_group);
+    EXPECT_EQ(here.receive(2, 50), 1u);
+    EXPECT_THAT(texts(here.sources), ElementsAre("udpv4:127.0.0.1:7410"));
+    EXPECT_TRUE(there->hears_nothing());
+    here.transport->send(kMessage, locator("239.255.0.1", 7400));
+    here.receive(3, 50);
+    EXPECT_THAT(
+        texts(here.sources),
+        testing::UnorderedElementsAre("udpv4:127.0.0.1:7410", "udpv4:10.1.0.1:7410", "udpv4:10.2.0.1:7410"));
+
+    TransportConfig config = with_mask(1);
+    config.v4.ignore_loopback_interface = true;
+    EXPECT_THAT(Station(config).transport->own_locators().host_default_unicast, IsEmpty());
 }
 
 TEST_F(TwoHosts, AllowedInterfacesOnly) {

@@ -10,6 +10,8 @@ namespace meridian::rtps::net {
 namespace {
 
 constexpr size_t kV4Offset = 12;
+/// Above all kinds that are assigned or that makers use for themselves.
+constexpr int32_t kHostKindOffset = 0x7ffe0000;
 
 size_t first_byte(Family family) {
     return family == Family::v4 ? kV4Offset : 0;
@@ -123,6 +125,22 @@ std::optional<IpAddress> address_of(const Locator& locator) {
     // The upper bytes of an IPv4 locator are nobody's business; some senders leave rubbish there.
     std::copy(locator.address.begin() + kV4Offset, locator.address.end(), address.bytes.begin() + kV4Offset);
     return address;
+}
+
+Locator to_host_locator(const IpAddress& group, uint32_t port) {
+    Locator locator = to_locator(group, port);
+    locator.kind += kHostKindOffset;
+    return locator;
+}
+
+std::optional<Locator> plain_locator(const Locator& host_locator) {
+    Locator locator = host_locator;
+    if (locator.kind < kHostKindOffset)
+        return std::nullopt;
+    locator.kind -= kHostKindOffset;
+    if (locator.kind != kLocatorUdpV4 && locator.kind != kLocatorUdpV6)
+        return std::nullopt;
+    return locator;
 }
 
 SocketAddress to_socket_address(const IpAddress& address, uint16_t port, unsigned scope) {

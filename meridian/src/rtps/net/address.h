@@ -55,6 +55,13 @@ Locator to_locator(const IpAddress& address, uint32_t port);
 /// nullopt: not a UDP locator.
 std::optional<IpAddress> address_of(const Locator& locator);
 
+/// Destination of a multicast group that is to be sent over the loopback interface only; never announced.
+/// Where the other destination, the plain group, goes over loopback (since there is nothing else) this one is
+/// silent, so that both together reach every interface once.
+Locator to_host_locator(const IpAddress& group, uint32_t port);
+/// The group's plain locator; nullopt for locators that are not of to_host_locator.
+std::optional<Locator> plain_locator(const Locator& host_locator);
+
 /// A socket address with its length, as the socket calls take it.
 struct SocketAddress {
     sockaddr_storage storage{};

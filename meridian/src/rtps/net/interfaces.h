@@ -59,9 +59,8 @@ std::vector<Interface> usable_interfaces(const std::vector<Interface>& all, Fami
                                          const InterfaceFilter& filter);
 
 /// The addresses of one family to announce: global ones, in order; link-local ones only where there are no
-/// others; loopback ones only where no address is known that a peer needs no scope for. Peers that listen on
-/// 127.0.0.1 only still reach the other addresses of their own host, and one address more would make some
-/// peers send everything twice.
+/// others; loopback ones only where no address is known that a peer needs no scope for: some peers send to
+/// all addresses that they are told, also to what is their own loopback.
 std::vector<IpAddress> announced_addresses(const std::vector<Interface>& usable, Family family);
 
 /// Tells by a readable descriptor that links or addresses may have changed. One thread.

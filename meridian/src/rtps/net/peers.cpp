@@ -152,8 +152,12 @@ class DestinationList {
 
     void add(const IpAddress& address, unsigned index_limit) {
         if (address.is_multicast()) {
-            if (const auto ports = multicast_ports(domain_id_))
+            if (const auto ports = multicast_ports(domain_id_)) {
+                // Loopback first: of an announcement that comes twice, the first counts, and it says more
+                // there.
+                add(to_host_locator(address, ports->metatraffic));
                 add(to_locator(address, ports->metatraffic));
+            }
             return;
         }
         for (unsigned index = 0; index <= index_limit; ++index) {

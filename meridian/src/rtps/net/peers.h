@@ -17,8 +17,9 @@ constexpr unsigned kDefaultPeerIndexLimit = 4;
 /// Peers as a user writes them: [N@][transport://]host, where N is the highest participant index to try, the
 /// transport is udpv4, udpv6 or shmem (this host), each also with "builtin." before it, and the host a name,
 /// an IPv4 or IPv6 address (also in brackets, also with %interface) or a multicast group. Names are looked
-/// up, which may take as long as the system's resolver takes. Returns the destinations, each once, in order.
-/// nullopt: a peer that cannot be used; the text in error names it.
+/// up, which may take as long as the system's resolver takes. Returns the destinations, each once, in order;
+/// for a multicast group its host locator (see address.h) before the plain one. nullopt: a peer that cannot
+/// be used; the text in error names it.
 std::optional<LocatorList> resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config,
                                          std::string& error);
 

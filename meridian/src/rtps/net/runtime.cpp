@@ -137,6 +137,8 @@ bool Runtime::Implementation::open(std::string& error) {
     participant.initial_peers = *peers;
     participant.max_message_size = max_message_size(config_.transport);
     participant.seed = seed_from(prefix_);
+    // Not even a restart with the same prefix makes the same one.
+    participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     participant_ = std::make_unique<Participant>(std::move(participant), *transport_, events_);
     return true;
 }

@@ -30,6 +30,10 @@ constexpr int kLoopback = 80;
 /// Whether a peer lives on this host, as far as the source of its announcements tells.
 enum class Neighbour { unknown, this_host, other_host };
 
+bool contains(const LocatorList& list, const Locator& locator) {
+    return std::find(list.begin(), list.end(), locator) != list.end();
+}
+
 size_t receive_buffer_size(const TransportConfig& config) {
     if (config.receive_buffer_size == 0)
         return kLargestReceiveBuffer;
@@ -52,6 +56,7 @@ class UdpTransport::Implementation {
     std::string describe() const;
     void send(ByteView message, const Locator& destination);
     int preference(const Locator& locator, const Locator& announced_from) const;
+    bool stays_on_host(const Locator& destination) const;
     void dispatch(const Received& received);
     bool update_interfaces();
 
@@ -72,8 +77,8 @@ class UdpTransport::Implementation {
     bool is_own_address(const IpAddress& address) const;
     Neighbour neighbour(const Locator& announced_from) const;
     int rate(const FamilySockets& sockets, const IpAddress& address, Neighbour neighbour) const;
-    void send_multicast(const FamilySockets& sockets, ByteView message, const IpAddress& group,
-                        uint16_t port);
+    void send_multicast(const FamilySockets& sockets, ByteView message, const IpAddress& group, uint16_t port,
+                        bool on_host);
     void send_unicast(const FamilySockets& sockets, ByteView message, const IpAddress& address,
                       uint16_t port);
     void sent(int error_number, const IpAddress& destination, uint16_t port);
@@ -184,9 +189,17 @@ OwnLocators UdpTransport::Implementation::own_locators() const {
     OwnLocators own;
     const auto multicast = multicast_ports(config_.domain_id);
     for (const FamilySockets& sockets : families_) {
+        const uint16_t metatraffic_port = sockets.metatraffic_unicast_port();
+        const uint16_t user_port = sockets.user_unicast_port();
         for (const IpAddress& address : announced_addresses(sockets.usable(), sockets.family())) {
-            own.metatraffic_unicast.push_back(to_locator(address, sockets.metatraffic_unicast_port()));
-            own.default_unicast.push_back(to_locator(address, sockets.user_unicast_port()));
+            own.metatraffic_unicast.push_back(to_locator(address, metatraffic_port));
+            own.default_unicast.push_back(to_locator(address, user_port));
+        }
+        const IpAddress loopback = loopback_address(sockets.family());
+        const Locator host = to_locator(loopback, metatraffic_port);
+        if (sockets.uses_loopback() && !contains(own.metatraffic_unicast, host)) {
+            own.host_metatraffic_unicast.push_back(host);
+            own.host_default_unicast.push_back(to_locator(loopback, user_port));
         }
         if (sockets.has_multicast()) {
             // One group only: a sender that uses all announced locators would send twice.
@@ -274,7 +287,16 @@ int UdpTransport::Implementation::preference(const Locator& locator, const Locat
     return rating > 0 && address->family == Family::v4 ? rating + 1 : rating;
 }
 
-void UdpTransport::Implementation::send(ByteView message, const Locator& destination) {
+bool UdpTransport::Implementation::stays_on_host(const Locator& destination) const {
+    if (plain_locator(destination))
+        return true;
+    const std::optional<IpAddress> address = address_of(destination);
+    return address && is_own_address(*address);
+}
+
+void UdpTransport::Implementation::send(ByteView message, const Locator& wanted) {
+    const std::optional<Locator> on_host = plain_locator(wanted);
+    const Locator& destination = on_host ? *on_host : wanted;
     const std::optional<IpAddress> address = address_of(destination);
     if (!address || address->is_unspecified() || destination.port == 0 || destination.port > 65535)
         return refuse("is no destination", destination);
@@ -285,7 +307,7 @@ void UdpTransport::Implementation::send(ByteView message, const Locator& destina
         return refuse("was to get a message larger than the transport's maximum", destination);
     const auto port = static_cast<uint16_t>(destination.port);
     if (address->is_multicast())
-        send_multicast(*sockets, message, *address, port);
+        send_multicast(*sockets, message, *address, port, on_host.has_value());
     else if (rate(*sockets, *address, Neighbour::unknown) > 0)
         send_unicast(*sockets, message, *address, port);
     else
@@ -293,9 +315,12 @@ void UdpTransport::Implementation::send(ByteView message, const Locator& destina
 }
 
 void UdpTransport::Implementation::send_multicast(const FamilySockets& sockets, ByteView message,
-                                                  const IpAddress& group, uint16_t port) {
+                                                  const IpAddress& group, uint16_t port, bool on_host) {
+    const bool over_loopback = on_host == sockets.leaves_host();
+    if (on_host && !over_loopback)
+        return; // the plain group goes over loopback
     for (const Interface& interface : sockets.usable()) {
-        if (!interface.multicast && !interface.loopback)
+        if (interface.loopback != over_loopback || (!interface.multicast && !interface.loopback))
             continue;
         const int error_number = sockets.send(message, group, port, &interface);
         // Loopback without a multicast route is how most hosts are; those peers are reached by unicast.
@@ -430,6 +455,9 @@ TransportStatistics UdpTransport::statistics() const {
 }
 void UdpTransport::send(ByteView message, const Locator& destination) {
     implementation_->send(message, destination);
+}
+bool UdpTransport::stays_on_host(const Locator& destination) const {
+    return implementation_->stays_on_host(destination);
 }
 int UdpTransport::preference(const Locator& locator, const Locator& announced_from) const {
     return implementation_->preference(locator, announced_from);

@@ -48,10 +48,12 @@ class UdpTransport final : public Output {
     std::string describe() const;
     TransportStatistics statistics() const;
 
-    /// Unicast goes out once, as the routes say, multicast once per usable interface. Destinations behind
-    /// interfaces that are not to be used are refused.
+    /// Unicast goes out once, as the routes say. Multicast goes out once per usable interface other than
+    /// loopback, or over loopback where there is no other; to a host locator (see address.h) over loopback
+    /// where there is another. Destinations behind interfaces that are not to be used are refused.
     void send(ByteView message, const Locator& destination) override;
     int preference(const Locator& locator, const Locator& announced_from) const override;
+    bool stays_on_host(const Locator& destination) const override;
 
     /// The descriptors to wait on for reading: discovery traffic first. Constant over the object's life, may
     /// be read by any thread.

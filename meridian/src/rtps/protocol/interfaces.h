@@ -48,6 +48,10 @@ class Output {
     /// announced_from is for.
     virtual int preference(const Locator& locator, const Locator& announced_from) const = 0;
 
+    /// True when nothing sent there leaves this host. Such destinations are announced the loopback addresses
+    /// too.
+    virtual bool stays_on_host(const Locator& /*destination*/) const { return false; }
+
     bool reachable(const Locator& locator, const Locator& announced_from) const {
         return preference(locator, announced_from) > 0;
     }

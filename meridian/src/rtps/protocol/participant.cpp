@@ -286,6 +286,7 @@ void Participant::Implementation::set_locators(const OwnLocators& locators, Now 
     data.default_unicast = locators.default_unicast;
     data.default_multicast = locators.default_multicast;
     participants_.choose_routes_again(now);
+    participants_.set_host_locators(locators);
     participants_.set_announced(data, now);
     finish(now);
 }

@@ -88,7 +88,27 @@ ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, cons
             parameter.value.push_back(static_cast<uint8_t>(config.incarnation >> shift));
         announced_.raw.push_back(parameter);
     }
+    set_host_locators(config.locators);
+    encode_announcements();
+}
+
+void ParticipantDiscovery::set_host_locators(const OwnLocators& locators) {
+    host_metatraffic_unicast_ = locators.host_metatraffic_unicast;
+    host_default_unicast_ = locators.host_default_unicast;
+}
+
+void ParticipantDiscovery::encode_announcements() {
     announcement_ = encode(announced_);
+    host_announcement_.clear();
+    if (host_metatraffic_unicast_.empty() && host_default_unicast_.empty())
+        return;
+    ParticipantData data = announced_;
+    const auto append = [](LocatorList& list, const LocatorList& more) {
+        list.insert(list.end(), more.begin(), more.end());
+    };
+    append(data.metatraffic_unicast, host_metatraffic_unicast_);
+    append(data.default_unicast, host_default_unicast_);
+    host_announcement_ = encode(data);
 }
 
 Duration ParticipantDiscovery::jittered(Duration period) {
@@ -117,8 +137,15 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
     data.writer = entity::participant_writer;
     data.sequence_number = sequence_number_;
     data.has_payload = true;
-    data.payload = announcement_;
-    batcher_.add(route, data, now.wall);
+    if (host_announcement_.empty()) {
+        data.payload = announcement_;
+        batcher_.add(route, data, now.wall);
+        return;
+    }
+    for (const Locator& destination : route.locators) {
+        data.payload = output_.stays_on_host(destination) ? host_announcement_ : announcement_;
+        batcher_.add(Route{route.prefix, {destination}}, data, now.wall);
+    }
 }
 
 bool ParticipantDiscovery::needs_unicast(const RemoteParticipant& remote) const {
@@ -173,7 +200,7 @@ void ParticipantDiscovery::stop(Now now) {
 
 void ParticipantDiscovery::set_announced(const ParticipantData& data, Now now) {
     announced_ = data;
-    announcement_ = encode(announced_);
+    encode_announcements();
     if (running_)
         announce(now);
 }
@@ -266,8 +293,10 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     if (RemoteParticipant* remote = find(context.source)) {
         const ByteBuffer& before = remote->announcement;
         if (before.size() == data.payload.size &&
-            std::equal(before.begin(), before.end(), data.payload.begin()))
+            std::equal(before.begin(), before.end(), data.payload.begin())) {
+            remote->sequence_number = data.sequence_number;
             return; // on_traffic has renewed it
+        }
     }
     std::string error;
     std::optional<ParticipantData> decoded = decode_participant(data.payload, error);
@@ -277,11 +306,12 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
             "announcement of participant " + to_string(context.source) + " not understood: " + error);
         return;
     }
-    on_announcement(std::move(*decoded), data.payload, source, now);
+    on_announcement(std::move(*decoded), data, source, now);
 }
 
-void ParticipantDiscovery::on_announcement(ParticipantData&& data, ByteView payload, const Locator& source,
+void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& message, const Locator& source,
                                            Now now) {
+    const ByteView payload = message.payload;
     const GuidPrefix prefix = data.guid.prefix;
     const bool own = prefix == config_.prefix || (config_.is_own && config_.is_own(prefix));
     if (own || ignored(prefix))
@@ -297,9 +327,14 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, ByteView payl
         remote = nullptr;
     }
     if (remote == nullptr) {
-        discover(std::move(data), payload, source, now);
+        discover(std::move(data), payload, message.sequence_number, source, now);
         return;
     }
+    // One announcement may come over several interfaces, with more addresses on some than on others. The
+    // first that arrives counts: taking turns would look like changes.
+    if (message.sequence_number == remote->sequence_number)
+        return;
+    remote->sequence_number = message.sequence_number;
     const bool changed = !same_content(remote->data, data);
     remote->data = std::move(data);
     remote->announcement.assign(payload.begin(), payload.end());
@@ -312,8 +347,8 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, ByteView payl
     listener_.on_participant_changed(*remote, true, now);
 }
 
-void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, const Locator& source,
-                                    Now now) {
+void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, SequenceNumber sequence_number,
+                                    const Locator& source, Now now) {
     if (remotes_.size() >= config_.max_remote_participants) {
         warnings_.warn("participant limit", "more than " + std::to_string(config_.max_remote_participants) +
                                                 " participants in the domain; the others are not seen");
@@ -326,6 +361,7 @@ void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, co
     RemoteParticipant& remote = *added;
     remote.data = std::move(data);
     remote.announcement.assign(payload.begin(), payload.end());
+    remote.sequence_number = sequence_number;
     remote.announced_from = source;
     remote.lease = std::max(to_duration(remote.data.lease), kShortestLease);
     choose_routes(remote);
@@ -358,9 +394,10 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
         return;
     ParticipantData data = remote->data;
     const ByteBuffer announcement = remote->announcement;
+    const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;
     remove(prefix, GoneReason::replaced, now);
-    discover(std::move(data), announcement, source, now);
+    discover(std::move(data), announcement, sequence_number, source, now);
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {

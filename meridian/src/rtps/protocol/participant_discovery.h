@@ -23,7 +23,8 @@ namespace meridian::rtps {
 
 struct RemoteParticipant {
     ParticipantData data;
-    ByteBuffer announcement; // as it came: repetitions are recognised without decoding
+    ByteBuffer announcement;            // as it came: repetitions are recognised without decoding
+    SequenceNumber sequence_number = 0; // of the announcement taken last
     Locator announced_from;
     Duration lease{0};
     MonotonicTime expires = kNever;
@@ -52,6 +53,8 @@ class ParticipantDiscovery {
     /// Disposes the own participant everywhere and forgets the others.
     void stop(Now now);
     void set_announced(const ParticipantData& data, Now now);
+    /// The addresses for destinations on this host only; takes effect with the next set_announced.
+    void set_host_locators(const OwnLocators& locators);
     void add_peer(const Locator& destination, Now now);
     /// The preferences of Output may have changed: chooses addresses again.
     void choose_routes_again(Now now);
@@ -75,13 +78,15 @@ class ParticipantDiscovery {
     void on_timer(Now now);
 
   private:
-    void on_announcement(ParticipantData&& data, ByteView payload, const Locator& source, Now now);
-    void discover(ParticipantData&& data, ByteView payload, const Locator& source, Now now);
+    void on_announcement(ParticipantData&& data, const Data& message, const Locator& source, Now now);
+    void discover(ParticipantData&& data, ByteView payload, SequenceNumber sequence_number,
+                  const Locator& source, Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_unicast(const RemoteParticipant& remote) const;
     void renew(RemoteParticipant& remote, MonotonicTime now);
+    void encode_announcements();
     void announce(Now now);
     void send_announcement(const Route& route, Now now);
     void announce_soon(MonotonicTime now);
@@ -94,6 +99,9 @@ class ParticipantDiscovery {
     Listener& listener_;
     ParticipantData announced_;
     ByteBuffer announcement_;
+    LocatorList host_metatraffic_unicast_;
+    LocatorList host_default_unicast_;
+    ByteBuffer host_announcement_; // empty: the same
     SequenceNumber sequence_number_ = 0;
     LocatorList peers_;
     bool running_ = false;
