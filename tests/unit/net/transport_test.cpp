@@ -445,6 +445,11 @@ TEST_F(TwoHosts, LoopbackIsToldToThisHostOnly) {
     TransportConfig config = with_mask(1);
     config.v4.ignore_loopback_interface = true;
     EXPECT_THAT(Station(config).transport->own_locators().host_default_unicast, IsEmpty());
+    config = with_mask(8);
+    config.v6.deny_interfaces = {"wire1"};
+    const OwnLocators link_local = Station(config).transport->own_locators();
+    EXPECT_THAT(texts(link_local.default_unicast), ElementsAre("udpv6:[fe80::21]:7413"));
+    EXPECT_THAT(texts(link_local.host_default_unicast), IsEmpty());
 }
 
 TEST_F(TwoHosts, AllowedInterfacesOnly) {

@@ -136,11 +136,7 @@ std::vector<IpAddress> announced_addresses(const std::vector<Interface>& usable,
     }
     if (!global.empty())
         return global;
-    // IPv4 link-local addresses need no scope and serve as well as others.
-    if (family == Family::v4 && !link_local.empty())
-        return link_local;
-    link_local.insert(link_local.end(), loopback.begin(), loopback.end());
-    return link_local;
+    return !link_local.empty() ? link_local : loopback;
 }
 
 bool InterfaceMonitor::open(std::string& error) {

@@ -30,8 +30,12 @@ constexpr int kLoopback = 80;
 /// Whether a peer lives on this host, as far as the source of its announcements tells.
 enum class Neighbour { unknown, this_host, other_host };
 
-bool contains(const LocatorList& list, const Locator& locator) {
-    return std::find(list.begin(), list.end(), locator) != list.end();
+/// Whether peers on this host are to be told the loopback address beside these. Not beside link-local IPv6
+/// addresses: there are peers that prefer ::1 to them although they cannot send there.
+bool loopback_is_an_addition(const std::vector<IpAddress>& addresses) {
+    return std::none_of(addresses.begin(), addresses.end(), [](const IpAddress& address) {
+        return address.is_loopback() || (address.family == Family::v6 && address.is_link_local());
+    });
 }
 
 size_t receive_buffer_size(const TransportConfig& config) {
@@ -191,14 +195,14 @@ OwnLocators UdpTransport::Implementation::own_locators() const {
     for (const FamilySockets& sockets : families_) {
         const uint16_t metatraffic_port = sockets.metatraffic_unicast_port();
         const uint16_t user_port = sockets.user_unicast_port();
-        for (const IpAddress& address : announced_addresses(sockets.usable(), sockets.family())) {
+        const std::vector<IpAddress> addresses = announced_addresses(sockets.usable(), sockets.family());
+        for (const IpAddress& address : addresses) {
             own.metatraffic_unicast.push_back(to_locator(address, metatraffic_port));
             own.default_unicast.push_back(to_locator(address, user_port));
         }
-        const IpAddress loopback = loopback_address(sockets.family());
-        const Locator host = to_locator(loopback, metatraffic_port);
-        if (sockets.uses_loopback() && !contains(own.metatraffic_unicast, host)) {
-            own.host_metatraffic_unicast.push_back(host);
+        if (sockets.uses_loopback() && loopback_is_an_addition(addresses)) {
+            const IpAddress loopback = loopback_address(sockets.family());
+            own.host_metatraffic_unicast.push_back(to_locator(loopback, metatraffic_port));
             own.host_default_unicast.push_back(to_locator(loopback, user_port));
         }
         if (sockets.has_multicast()) {
