@@ -65,6 +65,13 @@ TEST_F(BestEffortReaderTest, NothingTwiceAndNothingLate) {
     EXPECT_EQ(numbers, (std::vector<SequenceNumber>{2, 4}));
 }
 
+TEST_F(BestEffortReaderTest, NumbersBeyondReasonAreNotBelieved) {
+    data(std::numeric_limits<SequenceNumber>::max());
+    data(0);
+    data(1);
+    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{1}));
+}
+
 TEST_F(BestEffortReaderTest, UnknownWritersAreNotHeard) {
     context.source = prefix(3);
     data(1);

@@ -222,6 +222,27 @@ TEST(DiscoverySimulation, TwoParticipantsOnAGoodNetworkMeetWithinMilliseconds) {
     EXPECT_EQ(b.recorder->endpoints.size(), 1u);
 }
 
+TEST(DiscoverySimulation, FiveHundredEndpointsAreSeenSoonAndCheaply) {
+    SimulatedNetwork network(1);
+    Node& a = network.add_node();
+    Node& b = network.add_node();
+    a.boot(network.config(a, 1));
+    NullSink sink;
+    for (uint32_t i = 1; i <= 500; ++i) {
+        EndpointData data;
+        data.guid = {a.participant->guid().prefix, EntityId{i << 8 | kUserReaderWithKey}};
+        data.topic_name = "topic " + std::to_string(i);
+        data.type_name = "type";
+        ASSERT_TRUE(a.participant->add_reader(data, {}, sink, network.now()));
+    }
+    network.run_for(seconds(30));
+    const size_t before = network.packets;
+    b.boot(network.config(b, 1));
+    network.run_for(milliseconds(50));
+    EXPECT_EQ(b.recorder->endpoints.size(), 500u);
+    EXPECT_LT(network.packets - before, 60u);
+}
+
 TEST(DiscoverySimulation, AnIdleNetworkIsQuiet) {
     SimulatedNetwork network(1);
     for (int i = 0; i < 3; ++i) {

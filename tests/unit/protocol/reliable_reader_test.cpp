@@ -311,11 +311,13 @@ TEST_F(ReliableReaderTest, AVolatileReaderKeepsWhatCameBeforeTheFirstHeartbeat) 
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{49, 50, 51}));
 }
 
-TEST_F(ReliableReaderTest, AWriterThatBeganAnewShowsByAFreshHeartbeatWithALowerEnd) {
+TEST_F(ReliableReaderTest, AWriterThatBeganAnewShowsByFreshHeartbeatsWithALowerEnd) {
     make(false);
     for (SequenceNumber n = 1; n <= 5; ++n)
         data(n);
     heartbeat(1, 5);
+    heartbeat(1, 2);
+    EXPECT_EQ(observer.restarts, 0);
     heartbeat(1, 2);
     EXPECT_EQ(observer.restarts, 1);
     EXPECT_EQ(sent_after(milliseconds(1)), (Lines{"ACKNACK 1 {1 2}"}));
@@ -441,6 +443,22 @@ TEST_F(ReliableReaderTest, ASampleThatMustNotBeReadIsLost) {
     EXPECT_EQ(sink.lost, 1u);
     data(2);
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{2}));
+}
+
+TEST_F(ReliableReaderTest, NumbersBeyondReasonAreNotBelieved) {
+    constexpr SequenceNumber kLast = std::numeric_limits<SequenceNumber>::max();
+    make(false);
+    sent();
+    heartbeat(1, kLast);
+    heartbeat(kLast, kLast - 1);
+    gap(1, kLast);
+    data(kLast);
+    fragment(kLast, 1);
+    data(0);
+    data(-5);
+    EXPECT_EQ(sent_after(milliseconds(1)), Lines{});
+    data(1);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1}));
 }
 
 TEST_F(ReliableReaderTest, ARemovedWriterIsForgotten) {

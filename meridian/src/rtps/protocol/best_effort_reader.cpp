@@ -1,5 +1,7 @@
 #include "rtps/protocol/best_effort_reader.h"
 
+#include "rtps/protocol/count.h"
+
 namespace meridian::rtps {
 
 namespace {
@@ -61,7 +63,7 @@ void BestEffortReader::deliver(Proxy& proxy, const Sample& sample, bool delivera
 
 void BestEffortReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, data.writer});
-    if (proxy == nullptr || data.sequence_number < proxy->next)
+    if (proxy == nullptr || data.sequence_number < proxy->next || !plausible(data.sequence_number))
         return;
     Sample sample;
     const bool deliverable = make_sample(proxy->writer, context, data, now, sample);
@@ -71,7 +73,7 @@ void BestEffortReader::on_data(const MessageContext& context, const Data& data, 
 void BestEffortReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
                                     MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, fragment.writer});
-    if (proxy == nullptr || fragment.sequence_number < proxy->next)
+    if (proxy == nullptr || fragment.sequence_number < proxy->next || !plausible(fragment.sequence_number))
         return;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
     FragmentAssembler::Result result = proxy->fragments.add(fragment, timestamp, now);

@@ -1,6 +1,7 @@
 #pragma once
 
-// Counts of heartbeats and acknowledgements grow modulo 2^32.
+// Arithmetic of numbers that others choose: counts of heartbeats and acknowledgements grow modulo 2^32;
+// sequence numbers beyond any that a writer can reach are not believed, so that sums of them never overflow.
 
 #include "rtps/wire/types.h"
 
@@ -13,6 +14,12 @@ inline bool newer(Count a, Count b) {
 
 inline Count next_count(Count count) {
     return static_cast<Count>(static_cast<uint32_t>(count) + 1);
+}
+
+constexpr SequenceNumber kHighestSequenceNumber = SequenceNumber{1} << 62;
+
+inline bool plausible(SequenceNumber number) {
+    return number >= 1 && number <= kHighestSequenceNumber;
 }
 
 } // namespace meridian::rtps

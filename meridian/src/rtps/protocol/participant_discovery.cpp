@@ -13,8 +13,7 @@ constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
-constexpr uint32_t kDisposed = 1;
-constexpr uint32_t kDisposedAndUnregistered = 3;
+constexpr uint32_t kDisposedAndUnregistered = 3; // status info
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
@@ -282,10 +281,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     if ((sample.inline_qos.status_info & kDisposedAndUnregistered) != 0) {
         const std::optional<Guid> key = decode_key(data.payload, data.inline_qos, data.endianness);
         if (key)
-            remove(key->prefix,
-                   (sample.inline_qos.status_info & kDisposed) != 0 ? GoneReason::disposed
-                                                                    : GoneReason::lease_expired,
-                   now);
+            remove(key->prefix, GoneReason::disposed, now);
         return;
     }
     if (!data.has_payload || data.payload_is_key)

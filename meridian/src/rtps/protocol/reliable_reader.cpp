@@ -13,6 +13,7 @@ constexpr Duration kFirstPreemptivePause = std::chrono::milliseconds(100);
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 constexpr Duration kRestartProof = std::chrono::milliseconds(500);
 constexpr int kRestartHeartbeats = 3;
+constexpr int kRestartLowerEnds = 2;
 constexpr size_t kHeldOverhead = 256;
 constexpr SequenceNumber kMaxGapMarks = 4096;
 constexpr int kMaxNackFrags = 8;
@@ -49,6 +50,7 @@ struct ReliableReader::Proxy {
     int old_heartbeats = 0; // in a row, with counts that grow among themselves
     Count old_heartbeat_count = 0;
     MonotonicTime old_since{0};
+    int lower_ends = 0; // heartbeats in a row that end below an earlier one
 
     bool fragments_nacked = false;
     MonotonicTime acknowledge_at = kNever;
@@ -111,7 +113,7 @@ void ReliableReader::remove_writer(const Guid& writer) {
 
 void ReliableReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, data.writer});
-    if (proxy == nullptr || data.sequence_number < proxy->next)
+    if (proxy == nullptr || data.sequence_number < proxy->next || !plausible(data.sequence_number))
         return;
     Sample sample;
     const bool deliverable = make_sample(proxy->writer.guid, context, data, now, sample);
@@ -226,7 +228,7 @@ void ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     if (proxy == nullptr)
         return;
     const SequenceNumber number = fragment.sequence_number;
-    if (number < proxy->next || proxy->held.count(number) != 0)
+    if (number < proxy->next || !plausible(number) || proxy->held.count(number) != 0)
         return;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
     FragmentAssembler::Result result = proxy->fragments.add(fragment, timestamp, now);
@@ -257,7 +259,8 @@ void ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
 
 void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) {
     Proxy* proxy = find(writer);
-    if (proxy == nullptr || heartbeat.first < 1 || heartbeat.last < heartbeat.first - 1)
+    if (proxy == nullptr || !plausible(heartbeat.first) || heartbeat.last < heartbeat.first - 1 ||
+        heartbeat.last > kHighestSequenceNumber)
         return;
     Proxy& p = *proxy;
     if (p.heard && !newer(heartbeat.count, p.heartbeat_count)) {
@@ -274,7 +277,8 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         restart(p, heartbeat, now);
         return;
     }
-    if (p.heard && heartbeat.last < p.heartbeat_last) {
+    p.lower_ends = p.heard && heartbeat.last < p.heartbeat_last ? p.lower_ends + 1 : 0;
+    if (p.lower_ends >= kRestartLowerEnds) {
         restart(p, heartbeat, now);
         return;
     }
@@ -283,7 +287,7 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
     p.preempt_at = kNever;
     p.old_heartbeats = 0;
     p.heartbeat_count = heartbeat.count;
-    p.heartbeat_last = heartbeat.last;
+    p.heartbeat_last = std::max(p.heartbeat_last, heartbeat.last);
     p.heartbeat_time = now;
     if (!p.synchronized) {
         p.synchronized = true;
@@ -312,6 +316,7 @@ void ReliableReader::restart(Proxy& p, const Heartbeat& heartbeat, MonotonicTime
     p.heartbeat_time = now;
     p.heard_fragments = false;
     p.old_heartbeats = 0;
+    p.lower_ends = 0;
     p.nacked_base = 0;
     p.retry_pause = Duration(0);
     want_acknowledgement(p, now);
@@ -351,7 +356,8 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
 void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
     Proxy* p = find(writer);
     // Before the first heartbeat a volatile reader has no position that a gap could move.
-    if (p == nullptr || !p->synchronized || gap.start < 1 || gap.list.base < gap.start)
+    if (p == nullptr || !p->synchronized || !plausible(gap.start) || !plausible(gap.list.base) ||
+        gap.list.base < gap.start)
         return;
     if (gap.start <= p->next)
         advance(*p, std::max(p->next, gap.list.base), false);

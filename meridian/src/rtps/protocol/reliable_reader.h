@@ -4,18 +4,14 @@
 // once and in order, asks for what is missing, and reports what can no longer come.
 //
 // - Right after a match it speaks first: an ACKNACK with an empty set that wants an answer, repeated until
-// the writer's
-//   first heartbeat.
+//   the first heartbeat of the writer.
 // - A volatile reader starts at that heartbeat: earlier samples are not asked for. Samples that came before
-// it, after
-//   the match, are held and delivered.
-// - Heartbeats are answered at the end of the datagram they came in, but not more often than
-// heartbeat_suppression;
-//   the same samples are not asked for again within 10 ms; what does not come is asked for again with growing
+//   it, after the match, are held and delivered.
+// - Heartbeats are answered at the end of the datagram they came in, at most once per heartbeat_suppression.
+//   The same samples are not asked for again within 10 ms. What does not come is asked for again with growing
 //   pauses.
-// - A heartbeat with a newer count but a lower last number, or three old-looking ones in a row over half a
-// second,
-//   mean that the writer began anew.
+// - Two heartbeats in a row with newer counts but lower last numbers, or three old-looking ones in a row over
+//   half a second, mean that the writer began anew.
 
 #include <map>
 #include <memory>

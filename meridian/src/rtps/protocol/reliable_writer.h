@@ -5,15 +5,12 @@
 // sends again what is asked for, and says with gaps what no longer exists.
 //
 // - New samples go out at once; a heartbeat goes with the first unacknowledged one and with every 16th. While
-// anything
-//   is unacknowledged, heartbeats follow with pauses that double up to 2 s and start over on progress.
+//   anything is unacknowledged, heartbeats follow with pauses that double up to 2 s, anew after progress.
 // - Readers of one participant at the same address share one copy.
-// - A reader that joins late and is volatile gets heartbeats that begin after what was written before it;
-// requests
-//   below that are answered with gaps. A transient-local one asks for what it wants.
+// - A reader that joins late and is volatile gets heartbeats that begin after what was written before it, and
+//   gaps when it asks for that all the same. A transient-local one asks for what it wants.
 // - Of disposed instances the last 1000 stay for late joiners too: a reader may still be there that this side
-// had lost
-//   when the instance was disposed, and only the disposal ends the instance for it.
+//   had lost when the instance was disposed, and only the disposal ends the instance for it.
 
 #include <deque>
 #include <map>
