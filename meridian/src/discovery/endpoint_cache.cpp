@@ -20,6 +20,14 @@ struct EndpointCache<Data>::Instance {
 };
 
 template <typename Data>
+EndpointCache<Data>::~EndpointCache() {
+    if (lost() > 0) {
+        MERIDIAN_LOG_WARNING("discovery", "%zu discovery changes were dropped because no reader took them",
+                             lost());
+    }
+}
+
+template <typename Data>
 void EndpointCache<Data>::set_observer(EndpointCacheObserver* observer) {
     MutexLock lock(mutex_);
     observer_ = observer;

@@ -53,6 +53,10 @@ class EndpointCache {
     };
 
     explicit EndpointCache(EndpointCacheLimits limits = {}) : limits_(limits) {}
+    /// Logs how much was lost, if anything was.
+    ~EndpointCache();
+    EndpointCache(const EndpointCache&) = delete;
+    EndpointCache& operator=(const EndpointCache&) = delete;
 
     /// Null ends the observation. A new observer is told the present state at once.
     void set_observer(EndpointCacheObserver* observer);

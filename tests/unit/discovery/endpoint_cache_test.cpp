@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 
 #include "discovery/builtin_data.h"
 #include "discovery/conversions.h"
+#include "meridian/logger.h"
 #include "samples.h"
 
 namespace meridian::discovery {
@@ -195,6 +196,24 @@ TEST_F(EndpointCacheTest, ManyChangesOfOneEndpointLoseTheOldest) {
     EXPECT_STREQ(changes[0].data->topic_name, "6");
     EXPECT_STREQ(changes[3].data->topic_name, "9");
     EXPECT_EQ(cache_.lost(), 6u);
+}
+
+TEST(EndpointCache, SaysOnceThatItLosesAndAtItsEndHowMuch) {
+    QUIXConfigLogger::get_instance()->set_verbosity_by_mask(QUIX_LOG_WARNING);
+    ::testing::internal::CaptureStderr();
+    {
+        Cache cache(EndpointCacheLimits{4, 3});
+        const auto participant =
+            std::make_shared<RemoteParticipant>(test::make_prefix(1), DDS_ParticipantBuiltinTopicData());
+        for (int i = 0; i < 10; ++i) {
+            cache.put(test::make_writer(1, 1).guid, participant,
+                      std::make_shared<DDS_PublicationBuiltinTopicData>(), DDS_SampleInfo());
+        }
+    }
+    const std::string logged = ::testing::internal::GetCapturedStderr();
+    QUIXConfigLogger::finalize_instance();
+    EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 2) << logged;
+    EXPECT_NE(logged.find("6 discovery changes"), std::string::npos) << logged;
 }
 
 TEST_F(EndpointCacheTest, ALifeThatIsDroppedIsDroppedWhole) {
