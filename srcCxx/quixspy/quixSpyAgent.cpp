@@ -185,6 +185,7 @@ bool QuixSpyAgent::watch(DDSDataReader& publications, DDSDataReader& subscriptio
 }
 
 void QuixSpyAgent::print_statistics() {
+    const QuixSpyOutputLock lock; // samples may still be coming
     std::puts("\n\n---- Statistics ----");
     if (_discoveryListener != nullptr) {
         std::printf("Discovered %u DataWriters and %u DataReaders\n", _discoveryListener->discoveredWriters,
@@ -200,10 +201,10 @@ void QuixSpyAgent::print_statistics() {
                 continue;
             const QuixSpyDataListener& listener = *topic->listener;
             std::printf("\t%llu, %llu, %llu \t(Topic=\"%s\"  Type=\"%s\")\n",
-                        static_cast<unsigned long long>(listener.dataSampleCount),
-                        static_cast<unsigned long long>(listener.disposeSampleCount),
-                        static_cast<unsigned long long>(listener.noWritersSampleCount), listener.topicName,
-                        listener.typeName);
+                        static_cast<unsigned long long>(listener.dataSampleCount.load()),
+                        static_cast<unsigned long long>(listener.disposeSampleCount.load()),
+                        static_cast<unsigned long long>(listener.noWritersSampleCount.load()),
+                        listener.topicName, listener.typeName);
         }
     }
     std::puts("\n");

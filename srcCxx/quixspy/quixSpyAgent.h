@@ -62,9 +62,10 @@ class QuixSpyAgent : public QuixAgent {
     bool check_arguments_consistency();
     void print_statistics();
 
-    /// Called for every publication that is new or changed, on the main thread. True when a reader was
-    /// created for its topic; topics are not subscribed yet, so it only says (verbosity 2) whether the
-    /// filters let it pass.
+    /// Called for every publication that is new or changed, on the main thread. Watches its topic when the
+    /// filters let it pass and nothing watches it yet, else makes the writer known to what watches it. True
+    /// only when a reader was created; failures are said from verbosity 1 on. The next publication of the
+    /// topic tries again.
     bool on_publication_discovered(const char* ip, const RtpsGuid& guid, const char* topicName,
                                    const char* typeName, DDS_OwnershipQosPolicyKind ownership,
                                    DDS_ReliabilityQosPolicyKind reliability,

@@ -1,11 +1,186 @@
 #include "quixspy/quixSpyDataListener.h"
 
-#include "meridian/string.h"
+#include <cstdio>
 
-QuixSpyDataListener::QuixSpyDataListener(const char* topic, const char* type)
-    : topicName(DDS_String_dup(topic)), typeName(DDS_String_dup(type)) {}
+#include "agent/QuixAgent.h"
+#include "meridian/data_reader.h"
+#include "meridian/string.h"
+#include "meridian/topic.h"
+#include "quixspy/generated/DynamicTypeSupport.h"
+#include "quixspy/quixSpyHelpers.h"
+
+namespace {
+
+constexpr DDS_Duration_t kOutputWait{3, 0};
+
+/// A record that is empty at first and frees what it holds.
+struct LocalRecord : QuixSpyEndpointInfo {
+    LocalRecord() : QuixSpyEndpointInfo{} {}
+    LocalRecord(const LocalRecord&) = delete;
+    LocalRecord& operator=(const LocalRecord&) = delete;
+    ~LocalRecord() { finalize(); }
+};
+
+void say(const char* text) {
+    if (theVerbosity >= 1)
+        std::puts(text);
+}
+
+void say_result(const char* format, DDS_ReturnCode_t result) {
+    if (theVerbosity >= 1)
+        std::printf(format, result);
+}
+
+const char* topic_of(DDSDataReader* reader) {
+    DDSTopicDescription* const topic = reader != nullptr ? reader->get_topicdescription() : nullptr;
+    return topic != nullptr ? topic->get_name() : nullptr;
+}
+
+/// One thread counts at a time; the statistics read whenever they like.
+void add_one(std::atomic<uint64_t>& counter) {
+    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+} // namespace
+
+QuixSpyDataListener::QuixSpyDataListener(const char* topic, const char* type, DDS_TypeCode* code,
+                                         const QuixSpyDataListenerSettings& settings)
+    : topicName(DDS_String_dup(topic)),
+      typeName(DDS_String_dup(type)),
+      typeCode_(code),
+      settings_(settings),
+      topicField_(QUIXSpy_formatTopicField(topic, settings.topicWidth, type, settings.typeWidth)) {}
 
 QuixSpyDataListener::~QuixSpyDataListener() {
+    detach(); // callbacks use the members below
+    if (typeCode_ != nullptr) {
+        if (DDS_TypeCodeFactory* const factory = DDS_TypeCodeFactory::get_instance()) {
+            DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+            factory->delete_tc(typeCode_, exception);
+        }
+    }
     DDS_String_free(topicName);
     DDS_String_free(typeName);
+}
+
+bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
+                                        const DDS_EntityNameQosPolicy& entityName,
+                                        const DDS_StringSeq& endpointPartitions,
+                                        const DDS_StringSeq& participantPartitions) {
+    LocalRecord scratch;
+    const std::lock_guard<std::mutex> lock(writersMutex_);
+    // The lines of a topic name topic and type already.
+    return writerList_.assert_node(scratch, guid, ip, nullptr, nullptr, entityName, endpointPartitions,
+                                   participantPartitions);
+}
+
+void QuixSpyDataListener::copy_writer(QuixSpyEndpointInfo& out, const DDS_SampleInfo& info) {
+    const std::lock_guard<std::mutex> lock(writersMutex_);
+    if (const QuixSpyEndpointInfoNode* const known = writerList_.find_node(QUIXSpy_writerGuid(info)))
+        out.copy_from(known->info);
+}
+
+void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
+    QUIXSemaphore& semaphore = *settings_.outputSemaphore;
+    if (semaphore.take(kOutputWait)) {
+        // The type that was registered for the topic follows from its key flag.
+        if (settings_.fields.isKeyed)
+            report_samples<KeyedDynamicTypeDataReader, KeyedDynamicTypeSeq>(
+                static_cast<KeyedDynamicTypeDataReader*>(reader));
+        else
+            report_samples<DynamicTypeDataReader, DynamicTypeSeq>(
+                static_cast<DynamicTypeDataReader*>(reader));
+    } else {
+        // Who holds it may have been stuck in a terminal that was stopped: what it left behind is given too.
+        say("quixpy error taking semaphore");
+    }
+    if (!semaphore.give())
+        say("ferret fail giving semaphore");
+}
+
+template <typename Reader, typename Sequence>
+void QuixSpyDataListener::report_samples(Reader* reader) {
+    if (reader == nullptr) {
+        say("DataReader narrow error");
+        return;
+    }
+    Sequence samples;
+    DDS_SampleInfoSeq infos;
+    const DDS_ReturnCode_t taken = reader->take(samples, infos, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE,
+                                                DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+    if (taken == DDS_RETCODE_NO_DATA)
+        return;
+    if (taken != DDS_RETCODE_OK) {
+        say_result("take error %d\n", taken);
+        return;
+    }
+    for (DDS_Long i = 0; i < infos.length(); ++i)
+        print_user_data(infos[i]);
+    const DDS_ReturnCode_t returned = reader->return_loan(samples, infos);
+    if (returned != DDS_RETCODE_OK)
+        say_result("return loan error %d\n", returned);
+    std::fflush(stdout);
+}
+
+void QuixSpyDataListener::count(const DDS_SampleInfo& info) {
+    if (info.valid_data)
+        add_one(dataSampleCount);
+    else if (info.instance_state == DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE)
+        add_one(disposeSampleCount);
+    else if (info.instance_state == DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE)
+        add_one(noWritersSampleCount);
+}
+
+void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info) {
+    LocalRecord writer;
+    copy_writer(writer, info);
+    count(info);
+    line_.clear();
+    QUIXSpy_formatSampleLine(line_, settings_.fields, topicField_, info, writer);
+    line_ += '\n';
+    std::fwrite(line_.data(), 1, line_.size(), stdout);
+    std::fflush(stdout);
+}
+
+void QuixSpyDataListener::on_requested_deadline_missed(DDSDataReader* reader,
+                                                       const DDS_RequestedDeadlineMissedStatus& status) {
+    if (theVerbosity < 1)
+        return;
+    if (const char* const topic = topic_of(reader))
+        std::printf("ferret: Deadline number %6.6d missed for Topic \"%s\".\n", status.total_count, topic);
+    else
+        std::printf("ferret: Deadline number %6.6d missed.\n", status.total_count);
+    std::fflush(stdout);
+}
+
+void QuixSpyDataListener::on_requested_incompatible_qos(DDSDataReader* reader,
+                                                        const DDS_RequestedIncompatibleQosStatus& status) {
+    if (theVerbosity < 1)
+        return;
+    const QuixSpyOutputLock lock;
+    if (status.policies.length() == 1) {
+        // Other single policies are not spoken of here; the logger names them.
+        if (status.policies[0].policy_id != DDS_DEADLINE_QOS_POLICY_ID)
+            return;
+        if (const char* const topic = topic_of(reader))
+            std::printf("ferret: Matched Topic \"%s\" has incompatible deadline QoS.\n", topic);
+        else
+            std::puts("ferret: Matched Topic has incompatible deadline QoS.");
+        std::puts("ferret: ... will not receive updates from it");
+    } else {
+        std::printf("ferret: Matched topic has incompatible QoS policies: [ ");
+        for (DDS_Long i = 0; i < status.policies.length(); ++i)
+            std::printf("%d, ", status.policies[i].policy_id);
+        std::puts("];");
+    }
+    std::fflush(stdout);
+}
+
+void QuixSpyDataListener::on_subscription_matched(DDSDataReader*,
+                                                  const DDS_SubscriptionMatchedStatus& status) {
+    if (theVerbosity < 2)
+        return;
+    std::printf("ferret: Matched DataWriters change (%d). Matched DataWriter tally is: %d\n",
+                status.current_count_change, status.current_count);
+    std::fflush(stdout);
 }

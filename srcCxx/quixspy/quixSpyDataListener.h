@@ -1,21 +1,76 @@
 #pragma once
 
+// The listener of one subscribed topic: one line per sample, the counters of the statistics, and a few events
+// of its reader.
+
+#include <atomic>
 #include <cstdint>
+#include <mutex>
+#include <string>
 
 #include "meridian/listener.h"
+#include "meridian/sample_info.h"
+#include "meridian/semaphore.h"
+#include "meridian/type_code.h"
+#include "quixspy/quixSpyEndpointInfo.h"
+#include "quixspy/quixSpySampleLine.h"
 
-/// What the spy keeps of one subscribed topic for its statistics. Topics are not subscribed yet, so nothing
-/// feeds the counters; the strings are owned (DDS_String).
+/// How a listener reports its topic. Does not change while the listener lives.
+struct QuixSpyDataListenerSettings {
+    QuixSpySampleLineFields fields;
+    int32_t topicWidth = 50;
+    int32_t typeWidth = 50;
+    float deadline = -1.0F;                   // seconds; -1: none
+    QUIXSemaphore* outputSemaphore = nullptr; // not owned; one for all listeners, so that lines do not mix
+};
+
+/// Callbacks run on the middleware's delivery threads; record_writer and the reading of counters and names on
+/// any thread.
 class QuixSpyDataListener : public DDSDataReaderListener {
   public:
-    QuixSpyDataListener(const char* topic, const char* type);
+    /// Copies the names, which are not null. Adopts the type code (null when the type is not known), a clone
+    /// made by the type-code factory.
+    QuixSpyDataListener(const char* topic, const char* type, DDS_TypeCode* code,
+                        const QuixSpyDataListenerSettings& settings);
     QuixSpyDataListener(const QuixSpyDataListener&) = delete;
     QuixSpyDataListener& operator=(const QuixSpyDataListener&) = delete;
+    /// Waits for a callback in progress; none comes after that.
     ~QuixSpyDataListener() override;
 
-    char* topicName;
-    char* typeName;
-    uint64_t dataSampleCount = 0;
-    uint64_t disposeSampleCount = 0;
-    uint64_t noWritersSampleCount = 0;
+    /// Makes a writer of the topic known, or known anew: its samples are then reported with its address, name
+    /// and partitions. False, with a message, when it cannot be stored.
+    bool record_writer(const RtpsGuid& guid, const char* ip, const DDS_EntityNameQosPolicy& entityName,
+                       const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions);
+
+    /// Takes and reports all samples that the reader has.
+    void on_data_available(DDSDataReader* reader) override;
+    void on_requested_deadline_missed(DDSDataReader* reader,
+                                      const DDS_RequestedDeadlineMissedStatus& status) override;
+    void on_requested_incompatible_qos(DDSDataReader* reader,
+                                       const DDS_RequestedIncompatibleQosStatus& status) override;
+    void on_subscription_matched(DDSDataReader* reader, const DDS_SubscriptionMatchedStatus& status) override;
+
+    /// Counts a sample and prints its line, which is flushed. One thread at a time.
+    void print_user_data(const DDS_SampleInfo& info);
+
+    char* const topicName; // owned (DDS_String)
+    char* const typeName;  // owned (DDS_String)
+    std::atomic<uint64_t> dataSampleCount{0};
+    std::atomic<uint64_t> disposeSampleCount{0};
+    std::atomic<uint64_t> noWritersSampleCount{0};
+
+  private:
+    template <typename Reader, typename Sequence>
+    void report_samples(Reader* reader);
+    void count(const DDS_SampleInfo& info);
+    void copy_writer(QuixSpyEndpointInfo& out, const DDS_SampleInfo& info);
+
+    DDS_TypeCode* const typeCode_; // owned, may be null
+    const QuixSpyDataListenerSettings settings_;
+    const std::string topicField_;
+    std::string line_; // the line being made; its memory is used again
+
+    // Writers become known on the main thread while samples are reported on a delivery thread.
+    std::mutex writersMutex_;
+    QuixSpyEndpointInfoList writerList_; // guarded by writersMutex_
 };

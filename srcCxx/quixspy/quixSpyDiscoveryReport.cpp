@@ -138,6 +138,7 @@ void QuixSpyDiscoveryListener::print_discovery_data(const QuixSpyEndpointInfo& r
                                                     const DDS_SampleInfo& info) {
     if (!agent_->_printDiscovery)
         return;
+    const QuixSpyOutputLock lock; // lines of samples come from other threads
     const char* const kind = isWriter ? "writer" : "reader";
     const bool is_alive = info.instance_state == DDS_ALIVE_INSTANCE_STATE;
 

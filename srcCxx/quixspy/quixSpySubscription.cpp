@@ -1,16 +1,293 @@
+// Subscribing: which participant watches the topic of a discovered writer, and with what reader.
+
+#include <cfloat>
+#include <cmath>
+#include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <new>
 
+#include "meridian/heap.h"
+#include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/quixSpyAgent.h"
+#include "quixspy/quixSpyDataListener.h"
 
-bool QuixSpyAgent::on_publication_discovered(const char*, const RtpsGuid&, const char* topicName,
-                                             const char* typeName, DDS_OwnershipQosPolicyKind,
-                                             DDS_ReliabilityQosPolicyKind, DDS_DurabilityQosPolicyKind, bool,
-                                             const DDS_TypeCode*, const DDS_EntityNameQosPolicy&,
-                                             const DDS_StringSeq&, const DDS_StringSeq&) {
-    const bool matched = QUIXSpy_matchesPattern(topicName, _topicRegex, _topicRegexCount) != 0 &&
-                         QUIXSpy_matchesPattern(typeName, _typeRegex, _typeRegexCount) != 0;
-    if (theVerbosity >= 2)
-        std::printf("ferret: ... topic and type %s\n", matched ? "MATCHED" : "NOT MATCHED");
-    // Not subscribing yet: a topic that matches gets no reader.
+namespace {
+
+/// A discovered writer, as on_publication_discovered was told of it.
+struct Publication {
+    const char* ip;
+    const RtpsGuid& guid;
+    const char* topicName;
+    const char* typeName;
+    DDS_OwnershipQosPolicyKind ownership;
+    DDS_ReliabilityQosPolicyKind reliability;
+    DDS_DurabilityQosPolicyKind durability;
+    bool keyed;
+    const DDS_TypeCode* typeCode;
+    const DDS_EntityNameQosPolicy& entityName;
+    const DDS_StringSeq& endpointPartitions;
+    const DDS_StringSeq& participantPartitions;
+};
+
+using ParticipantNode = QuixSpyParticipantListNode;
+using TopicNode = QuixSpyDataListenerNode;
+
+#if defined(__GNUC__)
+#define QUIXSPY_PRINTF __attribute__((format(printf, 1, 2)))
+#else
+#define QUIXSPY_PRINTF
+#endif
+
+/// Says why a step failed, from verbosity 1 on. Always false.
+QUIXSPY_PRINTF bool fail(const char* format, ...) {
+    if (theVerbosity >= 1) {
+        va_list arguments;
+        va_start(arguments, format);
+        std::vprintf(format, arguments);
+        va_end(arguments);
+    }
     return false;
+}
+
+/// Says what is going on, from verbosity 2 on.
+QUIXSPY_PRINTF void progress(const char* format, ...) {
+    if (theVerbosity >= 2) {
+        va_list arguments;
+        va_start(arguments, format);
+        std::vprintf(format, arguments);
+        va_end(arguments);
+    }
+}
+
+bool is_wanted(const QuixSpyAgent& agent, const Publication& publication) {
+    const bool matched =
+        QUIXSpy_matchesPattern(publication.topicName, agent._topicRegex, agent._topicRegexCount) != 0 &&
+        QUIXSpy_matchesPattern(publication.typeName, agent._typeRegex, agent._typeRegexCount) != 0;
+    progress("ferret: ... topic and type %s\n", matched ? "MATCHED" : "NOT MATCHED");
+    return matched;
+}
+
+bool are_equal(const DDS_TypeCode& a, const DDS_TypeCode& b) {
+    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+    return a.equal(&b, exception) && exception == DDS_NO_EXCEPTION_CODE;
+}
+
+/// How a participant can serve a publication.
+enum class Fit {
+    watching, // has the topic, with the same type
+    free,     // can have it
+    conflict, // knows topic or type as something else
+    failed    // cannot tell; said why
+};
+
+Fit fit_of_existing_topic(DDSDomainParticipant& participant, DDSTopicDescription* description,
+                          const Publication& publication) {
+    DDSTopic* const topic = DDSTopic::narrow(description);
+    if (topic == nullptr) {
+        fail("ferret: Error getting the topic '%s'\n", publication.topicName);
+        return Fit::failed;
+    }
+    const char* const type_name = topic->get_type_name();
+    if (type_name == nullptr) {
+        fail("ferret: Error getting the type name from topic '%s'\n", publication.topicName);
+        return Fit::failed;
+    }
+    const DDS_TypeCode* const registered = participant.get_typecode(type_name);
+    const bool same = registered == nullptr || publication.typeCode == nullptr
+                          ? std::strcmp(publication.typeName, type_name) == 0
+                          : are_equal(*registered, *publication.typeCode);
+    return same ? Fit::watching : Fit::conflict;
+}
+
+Fit fit_of(DDSDomainParticipant& participant, const Publication& publication) {
+    DDSTopicDescription* const description = participant.lookup_topicdescription(publication.topicName);
+    if (description != nullptr)
+        return fit_of_existing_topic(participant, description, publication);
+    if (!participant.is_type_registered(publication.typeName))
+        return Fit::free;
+    const DDS_TypeCode* const registered = participant.get_typecode(publication.typeName);
+    const bool differs = registered != nullptr && publication.typeCode != nullptr &&
+                         !are_equal(*registered, *publication.typeCode);
+    return differs ? Fit::conflict : Fit::free;
+}
+
+/// A further participant, for a topic that is in conflict with all that exist. Null when that fails.
+ParticipantNode* add_participant(QuixSpyAgent& agent) {
+    auto* const node = QUIXHeap_allocateStructure<ParticipantNode>("struct QuixSpyParticipantListNode");
+    if (node == nullptr) {
+        fail("ferret: Error allocating participantNode\n");
+        return nullptr;
+    }
+    const ParticipantNode* const first = agent._participantList.head();
+    node->participant = agent.createDomainParticipant(
+        agent._participantPartitionCount, const_cast<const char**>(agent._participantPartitions),
+        agent._subscriberPartitionCount, const_cast<const char**>(agent._subscriberPartitions),
+        agent._discoveryPluginsSet, agent._discoveryPluginKind,
+        first != nullptr ? first->participant : nullptr, &node->subscriber);
+    if (node->participant == nullptr) {
+        fail("ferret: Error creation participant\n");
+        QUIXHeap_free(node);
+        return nullptr;
+    }
+    agent._participantList.append(node);
+    return node;
+}
+
+bool record_writer(QuixSpyDataListener& listener, const Publication& publication) {
+    return listener.record_writer(publication.guid, publication.ip, publication.entityName,
+                                  publication.endpointPartitions, publication.participantPartitions) ||
+           fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
+                publication.topicName);
+}
+
+/// One more writer of a topic that has its reader already.
+void add_writer(const ParticipantNode& participant, const Publication& publication) {
+    for (const TopicNode* topic = participant.dataListeners.head(); topic != nullptr;
+         topic = QuixSpyList<TopicNode>::next(topic)) {
+        QuixSpyDataListener* const listener = topic->listener;
+        if (listener != nullptr && std::strcmp(listener->topicName, publication.topicName) == 0 &&
+            std::strcmp(listener->typeName, publication.typeName) == 0) {
+            record_writer(*listener, publication);
+            return;
+        }
+    }
+}
+
+bool register_type(DDSDomainParticipant& participant, const Publication& publication) {
+    const DDS_ReturnCode_t result =
+        publication.keyed ? KeyedDynamicTypeTypeSupport::register_type(&participant, publication.typeName)
+                          : DynamicTypeTypeSupport::register_type(&participant, publication.typeName);
+    return result == DDS_RETCODE_OK || fail("ferret: register_type error %d\n", result);
+}
+
+/// A type code for the listener to own; null when there is none to clone. False when cloning fails.
+bool clone_type_code(const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
+    clone = nullptr;
+    if (type_code == nullptr)
+        return true;
+    DDS_TypeCodeFactory* const factory = DDS_TypeCodeFactory::get_instance();
+    if (factory == nullptr)
+        return fail("ferret: Error getting type code factory\n");
+    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+    clone = factory->clone_tc(type_code, exception);
+    return exception == DDS_NO_EXCEPTION_CODE || fail("ferret: Error cloning type code\n");
+}
+
+QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publication& publication) {
+    QuixSpyDataListenerSettings settings;
+    settings.fields.isKeyed = publication.keyed;
+    settings.fields.showHandle = agent._showHandle;
+    settings.fields.showSampleIdentity = agent._showSampleIdentity;
+    settings.fields.showSampleFlags = agent._showSampleFlags;
+    settings.fields.showEntityName = agent._showEntityName;
+    settings.fields.showPartition = agent._showPartition;
+    settings.topicWidth = agent._topicWidth;
+    settings.typeWidth = agent._typeWidth;
+    settings.deadline = agent._deadline;
+    settings.outputSemaphore = agent._semaphore;
+    return settings;
+}
+
+bool build_reader_qos(const QuixSpyAgent& agent, const ParticipantNode& node, const Publication& publication,
+                      DDS_DataReaderQos& qos) {
+    node.subscriber->get_default_datareader_qos_w_topic_name(qos, publication.topicName);
+    if (std::fabs(agent._timeFilter) > FLT_EPSILON)
+        QuixAgent::convertFromFloat(qos.time_based_filter.minimum_separation, agent._timeFilter);
+    if (std::fabs(agent._deadline + 1.0F) > FLT_EPSILON)
+        QuixAgent::convertFromFloat(qos.deadline.period, agent._deadline);
+    qos.ownership.kind = publication.ownership;
+    qos.reader_resource_limits.dynamically_allocate_fragmented_samples = true;
+    qos.history.depth = agent._historyDepth;
+    if (agent._useFirstPublicationQos) {
+        qos.reliability.kind = publication.reliability;
+        qos.durability.kind = publication.durability;
+    }
+    qos.type_consistency.kind = DDS_DISALLOW_TYPE_COERCION;
+    const DDS_ReturnCode_t result = DDS_PropertyQosPolicyHelper_assert_property(
+        qos.property, "dds.data_reader.history.memory_manager.fast_pool.pool_buffer_max_size", "4096", false);
+    return result == DDS_RETCODE_OK || fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+}
+
+/// Topic and listener; null when one of them cannot be had.
+DDSTopic* create_topic(DDSDomainParticipant& participant, const Publication& publication) {
+    DDS_TopicQos qos;
+    participant.get_default_topic_qos(qos);
+    progress("ferret: Creating topic... %s\n", publication.topicName);
+    DDSTopic* const topic = participant.create_topic(publication.topicName, publication.typeName, qos,
+                                                     nullptr, DDS_STATUS_MASK_NONE);
+    if (topic == nullptr)
+        fail("ferret: Create_topic error\n");
+    return topic;
+}
+
+/// Watches a topic that the participant does not have yet. The listener is complete before its reader exists:
+/// from then on other threads call it.
+bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& publication) {
+    progress("ferret: Registering type... %s\n", publication.typeName);
+    auto* const topic_node = QUIXHeap_allocateStructure<TopicNode>("struct QuixSpyDataListenerNode");
+    if (topic_node == nullptr)
+        return fail("ferret: Error allocating spyDataListenerNode\n");
+    DDS_TypeCode* type_code = nullptr;
+    DDSTopic* topic = nullptr;
+    if (register_type(*node.participant, publication) && clone_type_code(publication.typeCode, type_code))
+        topic = create_topic(*node.participant, publication);
+    if (topic != nullptr) {
+        progress("ferret: Creating data reader listener...\n");
+        topic_node->listener = new (std::nothrow) QuixSpyDataListener(
+            publication.topicName, publication.typeName, type_code, settings_of(agent, publication));
+        if (topic_node->listener == nullptr)
+            fail("ferret: Listener instantiation error\n");
+    }
+    if (topic_node->listener == nullptr) {
+        if (type_code != nullptr) {
+            DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+            DDS_TypeCodeFactory::get_instance()->delete_tc(type_code, exception);
+        }
+        QUIXHeap_free(topic_node);
+        return false;
+    }
+    node.dataListeners.append(topic_node);
+    if (!record_writer(*topic_node->listener, publication))
+        return false;
+
+    DDS_DataReaderQos qos;
+    if (!build_reader_qos(agent, node, publication, qos))
+        return false;
+    return node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL) !=
+               nullptr ||
+           fail("ferret: Create_datareader error\n");
+}
+
+} // namespace
+
+bool QuixSpyAgent::on_publication_discovered(const char* ip, const RtpsGuid& guid, const char* topicName,
+                                             const char* typeName, DDS_OwnershipQosPolicyKind ownership,
+                                             DDS_ReliabilityQosPolicyKind reliability,
+                                             DDS_DurabilityQosPolicyKind durability, bool keyed,
+                                             const DDS_TypeCode* typeCode,
+                                             const DDS_EntityNameQosPolicy& entityName,
+                                             const DDS_StringSeq& endpointPartitions,
+                                             const DDS_StringSeq& participantPartitions) {
+    const Publication publication{ip,        guid,        topicName,          typeName,
+                                  ownership, reliability, durability,         keyed,
+                                  typeCode,  entityName,  endpointPartitions, participantPartitions};
+    if (!is_wanted(*this, publication))
+        return false;
+    for (ParticipantNode* node = _participantList.head(); node != nullptr;
+         node = QuixSpyList<ParticipantNode>::next(node)) {
+        switch (fit_of(*node->participant, publication)) {
+            case Fit::watching:
+                add_writer(*node, publication);
+                return false;
+            case Fit::free:
+                return subscribe(*this, *node, publication);
+            case Fit::failed:
+                return false;
+            case Fit::conflict:
+                break;
+        }
+    }
+    ParticipantNode* const added = add_participant(*this);
+    return added != nullptr && subscribe(*this, *added, publication);
 }

@@ -47,11 +47,11 @@ TEST(Statistics, WithTopics) {
     QuixSpyParticipantListNode last{};
     for (QuixSpyParticipantListNode* const node : {&first, &empty, &last})
         agent._participantList.append(node);
-    QuixSpyDataListener circle("Circle", "ShapeType");
+    QuixSpyDataListener circle("Circle", "ShapeType", nullptr, {});
     circle.dataSampleCount = 18446744073709551615U;
     circle.disposeSampleCount = 2;
     circle.noWritersSampleCount = 1;
-    QuixSpyDataListener square("Square", "ShapeType");
+    QuixSpyDataListener square("Square", "ShapeType", nullptr, {});
     QuixSpyDataListenerNode nodes[3]{};
     nodes[0].listener = &circle;
     nodes[2].listener = &square;

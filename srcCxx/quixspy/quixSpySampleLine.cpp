@@ -1,0 +1,176 @@
+#include "quixspy/quixSpySampleLine.h"
+
+#include <charconv>
+#include <cstring>
+
+#include "quixspy/quixSpyHelpers.h"
+
+namespace {
+
+constexpr size_t kAddressWidth = 16;
+constexpr char kUpperDigits[] = "0123456789ABCDEF";
+constexpr char kLowerDigits[] = "0123456789abcdef";
+
+void append_hex(std::string& line, uint32_t word, const char* digits) {
+    char text[8];
+    for (size_t i = 0; i < sizeof text; ++i)
+        text[i] = digits[word >> (28 - 4 * i) & 15];
+    line.append(text, sizeof text);
+}
+
+template <typename Integer>
+void append_decimal(std::string& line, Integer number) {
+    char text[16];
+    line.append(text, std::to_chars(text, text + sizeof text, number).ptr);
+}
+
+void append_guid(std::string& line, const char* field, const RtpsGuid& guid) {
+    line += field;
+    line += "=\"0x";
+    append_hex(line, guid.hostId, kUpperDigits);
+    line += ",0x";
+    append_hex(line, guid.appId, kUpperDigits);
+    line += ",0x";
+    append_hex(line, guid.instanceId, kUpperDigits);
+    line += ":0x";
+    append_hex(line, guid.entityId, kUpperDigits);
+    line += '"';
+}
+
+void append_virtual_guid(std::string& line, const char* field, const DDS_GUID_t& guid) {
+    if (guid == DDS_GUID_UNKNOWN)
+        return;
+    RtpsGuid words;
+    DDS_GUID_copy_to_pres_guid(guid, &words);
+    append_guid(line, field, words);
+}
+
+void append_sequence_number(std::string& line, const char* field, const DDS_SequenceNumber_t& number) {
+    if (number == DDS_SEQUENCE_NUMBER_UNKNOWN)
+        return;
+    line += field;
+    line += "=(";
+    append_decimal(line, number.high);
+    line += ", ";
+    append_decimal(line, number.low);
+    line += ')';
+}
+
+void append_text(std::string& line, const char* field, const char* text) {
+    if (text == nullptr)
+        return;
+    line += field;
+    line += "=\"";
+    line += text;
+    line += '"';
+}
+
+void append_timestamp(std::string& line, const DDS_Time_t& time) {
+    char text[QUIX_TIME_OF_DAY_BUFFER_SIZE];
+    QUIXSpy_formatTimestamp(time, text);
+    line += text;
+}
+
+void append_event(std::string& line, const DDS_SampleInfo& info, bool is_keyed) {
+    // All of one width, so that the fields after them line up.
+    switch (info.instance_state) {
+        case DDS_ALIVE_INSTANCE_STATE:
+            line += is_keyed && info.view_state == DDS_NOT_NEW_VIEW_STATE ? " Modified instance"
+                                                                          : " New data         ";
+            break;
+        case DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE:
+            line += " Disposed instance";
+            break;
+        case DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE:
+            line += " No writers       ";
+            break;
+        default:
+            break;
+    }
+}
+
+void append_address(std::string& line, const char* ip) {
+    const size_t length = strnlen(ip, kAddressWidth);
+    line += " from ";
+    line.append(ip, length);
+    line.append(kAddressWidth - length, ' ');
+    line += ':';
+}
+
+/// The words of the key hash come as they lie in memory, unlike those of GUIDs.
+void append_key(std::string& line, const DDS_InstanceHandle_t& handle) {
+    uint32_t words[4];
+    std::memcpy(words, handle.keyHash, sizeof words);
+    const char* separator = " key=\"";
+    for (const uint32_t word : words) {
+        line += separator;
+        append_hex(line, word, kLowerDigits);
+        separator = ".";
+    }
+    line += '"';
+}
+
+void append_flags(std::string& line, uint32_t flags) {
+    if ((flags & 15U) == 0)
+        return;
+    line += " flags=\"";
+    if ((flags & 8U) != 0)
+        line += 'L';
+    if ((flags & 4U) != 0)
+        line += 'P';
+    if ((flags & 2U) != 0)
+        line += 'I';
+    if ((flags & 1U) != 0)
+        line += 'R';
+    line += '"';
+}
+
+} // namespace
+
+RtpsGuid QUIXSpy_writerGuid(const DDS_SampleInfo& info) {
+    DDS_GUID_t guid;
+    std::memcpy(guid.value, info.publication_handle.keyHash, sizeof guid.value);
+    RtpsGuid words;
+    DDS_GUID_copy_to_pres_guid(guid, &words);
+    return words;
+}
+
+std::string QUIXSpy_formatTopicField(const char* topicName, int32_t topicWidth, const char* typeName,
+                                     int32_t typeWidth) {
+    std::string field = " topic=\"";
+    field.append(topicName, strnlen(topicName, static_cast<size_t>(topicWidth)));
+    field += "\" type=\"";
+    field.append(typeName, strnlen(typeName, static_cast<size_t>(typeWidth)));
+    field += '"';
+    return field;
+}
+
+void QUIXSpy_formatSampleLine(std::string& line, const QuixSpySampleLineFields& fields,
+                              const std::string& topicField, const DDS_SampleInfo& info,
+                              const QuixSpyEndpointInfo& writer) {
+    const bool is_writer_known = !RtpsGuid_isUnknown(writer.guid);
+    append_timestamp(line, info.source_timestamp);
+    append_event(line, info, fields.isKeyed);
+    append_address(line, is_writer_known ? writer.ip : "unknown ip");
+    line += topicField;
+    if (fields.showHandle && fields.isKeyed) {
+        append_key(line, info.instance_handle);
+        append_guid(line, " guid", QUIXSpy_writerGuid(info));
+    }
+    if (fields.showSampleFlags)
+        append_flags(line, info.flag);
+    if (fields.showSampleIdentity) {
+        const DDS_SampleIdentity_t& own = info.sample_identity;
+        const DDS_SampleIdentity_t& related = info.related_sample_identity;
+        append_virtual_guid(line, " virtual_guid", own.writer_guid);
+        append_virtual_guid(line, " related_virtual_guid", related.writer_guid);
+        append_sequence_number(line, " virtual_sn", own.sequence_number);
+        append_sequence_number(line, " related_virtual_sn", related.sequence_number);
+    }
+    if (is_writer_known && fields.showEntityName)
+        append_text(line, " name", writer.name);
+    if (is_writer_known && fields.showPartition) {
+        append_text(line, " DP partition", writer.participantPartition);
+        append_text(line, " S partition", writer.endpointPartition);
+    }
+}
