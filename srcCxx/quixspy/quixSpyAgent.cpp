@@ -87,8 +87,6 @@ bool QuixSpyAgent::run() {
     _activeConditions.length(0);
     _activeConditions.maximum(0);
 
-    QUIXSPY_INTERRUPTED = false;
-    std::signal(SIGINT, stopHandler);
     while (continue_execution()) {
     }
     print_statistics();
@@ -154,6 +152,9 @@ bool QuixSpyAgent::initialize_spy() {
     if (subscriptions == nullptr)
         return fail("lookup DCPSSubscription error");
 
+    // Before the line that tells of CTRL+C: whoever acts on it at once gets the statistics too.
+    QUIXSPY_INTERRUPTED = false;
+    std::signal(SIGINT, stopHandler);
     if (theVerbosity >= 1) {
         std::puts(_quietStart ? "ferret is listening for data.\n"
                               : "ferret is listening for data, press CTRL+C to stop it.\n");
