@@ -191,6 +191,31 @@ TEST(DiscoverySimulation, EverybodyAgreesAfterTheStorm) {
     }
 }
 
+TEST(DiscoverySimulation, CorruptPacketsDoNoHarmBeyondTheirContent) {
+    for (uint64_t seed : seeds(1, 150)) {
+        SCOPED_TRACE("replay with FERRET_SIM_SEED=" + std::to_string(seed));
+        Storm storm(seed);
+        storm.network.conditions.corruption_percent = 30;
+        for (int i = 0; i < 30; ++i) {
+            storm.act();
+            storm.network.run_for(milliseconds(storm.network.random.below(300)));
+        }
+        ASSERT_FALSE(storm.network.spinning);
+        // What corrupt packets made believable stays believed; new lives of everybody see each other.
+        for (Actor& actor : storm.actors) {
+            ASSERT_EQ(actor.node->recorder->contradictions, std::vector<std::string>{});
+            actor.node->crash();
+        }
+        storm.network.conditions = Conditions{};
+        storm.network.island.clear();
+        storm.network.run_for(seconds(1));
+        for (Actor& actor : storm.actors)
+            storm.restart(actor, true);
+        storm.network.run_for(seconds(10));
+        ASSERT_EQ(storm.disagreement(), "");
+    }
+}
+
 TEST(DiscoverySimulation, TheSameSeedGivesTheSamePackets) {
     Storm first(42);
     Storm second(42);

@@ -166,6 +166,17 @@ TEST_F(ReliableWriterTest, AVolatileReaderThatComesLateIsToldToStartAfterThePast
     EXPECT_EQ(sent(), (Lines{"HEARTBEAT 1..2"}));
 }
 
+TEST_F(ReliableWriterTest, AVolatileReaderGetsGapsWhenItAsksForThePast) {
+    make(Durability::transient_local);
+    write();
+    write();
+    add_reader(reader_guid(2), false);
+    write();
+    sent();
+    acknack(reader_guid(2), 1, {1, 2, 3}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 3", "GAP 1..2 {}", "HEARTBEAT 3..3"}));
+}
+
 TEST_F(ReliableWriterTest, RepeatedAndOldAcknowledgementsAreIgnored) {
     make(Durability::transient_local);
     write();

@@ -36,6 +36,7 @@ class Random {
 struct Conditions {
     uint64_t loss_percent = 0;
     uint64_t duplication_percent = 0;
+    uint64_t corruption_percent = 0; // some bits of the packet come wrong, or its end is missing
     Duration shortest_delay = std::chrono::microseconds(100);
     Duration longest_delay = std::chrono::microseconds(100);
 };
@@ -255,6 +256,12 @@ class SimulatedNetwork {
         }
     };
     void hash(uint64_t value) { fingerprint = (fingerprint ^ value) * 1099511628211u; }
+    void corrupt(ByteBuffer& bytes) {
+        for (uint64_t flips = 1 + random.below(4); flips > 0; --flips)
+            bytes[random.below(bytes.size())] ^= static_cast<uint8_t>(1u << random.below(8));
+        if (random.percent(20))
+            bytes.resize(random.below(bytes.size()));
+    }
     void deliver_later(size_t from, size_t to, ByteView message) {
         if (random.percent(conditions.loss_percent))
             return;
@@ -267,6 +274,8 @@ class SimulatedNetwork {
         packet.from = from;
         packet.to = to;
         packet.bytes.assign(message.begin(), message.end());
+        if (random.percent(conditions.corruption_percent))
+            corrupt(packet.bytes);
         queue_.push(std::move(packet));
     }
 

@@ -27,8 +27,8 @@ struct OwnLocators {
     LocatorList metatraffic_multicast;
     LocatorList default_unicast;
     LocatorList default_multicast;
-    /// Addresses that only this host can use, announced besides the others where Output::stays_on_host says so:
-    /// peers may be bound to loopback, but others would send to their own loopback what is meant for us.
+    /// Addresses that only this host can use, announced besides the others where Output::stays_on_host says
+    /// so: peers may be bound to loopback, but others would send to their own loopback what is meant for us.
     LocatorList host_metatraffic_unicast;
     LocatorList host_default_unicast;
 };
