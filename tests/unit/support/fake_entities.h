@@ -3,6 +3,7 @@
 // Entities of the middleware whose answers a test sets.
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,8 @@
 #include "meridian/domain_participant.h"
 #include "meridian/domain_participant_factory.h"
 #include "meridian/subscriber.h"
+#include "meridian/type_plugin.h"
+#include "meridian/type_support.h"
 
 /// The part of every entity that nothing here depends on.
 template <typename Base>
@@ -21,14 +24,55 @@ class FakeEntity : public Base {
     DDS_InstanceHandle_t get_instance_handle() override { return DDS_HANDLE_NIL; }
 };
 
+/// A reader that somebody asked for: with what, and what was set on it.
+struct RequestedReader {
+    std::string topic;
+    DDS_DataReaderQos qos;
+    DDSDataReaderListener* listener;
+    DDS_StatusMask mask;
+};
+
+/// Stands for a reader that nobody uses.
+class FakeReader : public FakeEntity<DDSDataReader> {
+  public:
+    DDS_ReturnCode_t get_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t set_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t set_listener(DDSDataReaderListener*, DDS_StatusMask) override { return DDS_RETCODE_OK; }
+    DDSDataReaderListener* get_listener() override { return nullptr; }
+    DDSTopicDescription* get_topicdescription() override { return topic; }
+    DDSSubscriber* get_subscriber() override { return nullptr; }
+    DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData&,
+                                                              const DDS_InstanceHandle_t&) override {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+
+    DDSTopicDescription* topic = nullptr;
+};
+
+class FakeTopic : public FakeEntity<DDSTopic> {
+  public:
+    FakeTopic(const char* topic_name, const char* type) : name(topic_name), type_name(type) {}
+    ~FakeTopic() override = default;
+    const char* get_name() override { return name.c_str(); }
+    const char* get_type_name() override { return has_type_name ? type_name.c_str() : nullptr; }
+    DDSDomainParticipant* get_participant() override { return nullptr; }
+    DDS_ReturnCode_t get_qos(DDS_TopicQos&) override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t set_qos(const DDS_TopicQos&) override { return DDS_RETCODE_OK; }
+
+    std::string name;
+    std::string type_name;
+    bool has_type_name = true;
+};
+
 class FakeSubscriber : public FakeEntity<DDSSubscriber> {
   public:
     DDS_ReturnCode_t get_qos(DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_qos(const DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDSDomainParticipant* get_participant() override { return participant; }
-    DDSDataReader* create_datareader(DDSTopicDescription*, const DDS_DataReaderQos&, DDSDataReaderListener*,
-                                     DDS_StatusMask) override {
-        return nullptr;
+    DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
+                                     DDSDataReaderListener* listener, DDS_StatusMask mask) override {
+        requested.push_back({topic->get_name(), qos, listener, mask});
+        return created_reader;
     }
     DDS_ReturnCode_t delete_datareader(DDSDataReader*) override { return DDS_RETCODE_OK; }
     DDSDataReader* lookup_datareader(const char* topic_name) override {
@@ -38,10 +82,17 @@ class FakeSubscriber : public FakeEntity<DDSSubscriber> {
     }
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos&, const char*) override {
+    DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
+                                                             const char* topic_name) override {
+        asked_default_of = topic_name;
+        qos = default_reader_qos;
         return DDS_RETCODE_OK;
     }
 
+    DDS_DataReaderQos default_reader_qos;
+    std::string asked_default_of;
+    std::vector<RequestedReader> requested;
+    DDSDataReader* created_reader = nullptr;
     DDSDomainParticipant* participant = nullptr;
     std::map<std::string, DDSDataReader*> readers;
     std::vector<std::string> looked_up;
@@ -167,18 +218,37 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
         profiles.push_back(std::string(library) + "::" + profile);
         return result_of("datareader");
     }
-    DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin*, DDSTypeSupport*) override {
-        return result_of(std::string("register_type ") + type_name);
+    /// Owns the type support only when it succeeds, as the real one does.
+    DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
+                                   DDSTypeSupport* type_support) override {
+        const DDS_ReturnCode_t result = result_of(std::string("register_type ") + type_name);
+        if (result == DDS_RETCODE_OK) {
+            supports.emplace_back(type_support);
+            registered.emplace(type_name, plugin->getKeyKind());
+        }
+        return result;
     }
     DDS_ReturnCode_t unregister_type(const char*) override { return result_of("unregister_type"); }
-    DDS_Boolean is_type_registered(const char*) override { return false; }
-    const DDS_TypeCode* get_typecode(const char*) override { return nullptr; }
+    DDS_Boolean is_type_registered(const char* type_name) override {
+        return registered.count(type_name) != 0;
+    }
+    const DDS_TypeCode* get_typecode(const char* type_name) override {
+        const auto found = type_codes.find(type_name);
+        return found != type_codes.end() ? found->second : nullptr;
+    }
     DDS_ReturnCode_t lock() override { return result_of("lock"); }
     DDS_ReturnCode_t unlock() override { return result_of("unlock"); }
-    DDSTopicDescription* lookup_topicdescription(const char*) override { return nullptr; }
-    DDSTopic* create_topic(const char*, const char*, const DDS_TopicQos&, DDSTopicListener*,
-                           DDS_StatusMask) override {
-        return nullptr;
+    DDSTopicDescription* lookup_topicdescription(const char* topic_name) override {
+        const auto found = topics.find(topic_name);
+        return found != topics.end() ? found->second.get() : nullptr;
+    }
+    DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos&,
+                           DDSTopicListener*, DDS_StatusMask) override {
+        if (result_of(std::string("create_topic ") + topic_name) != DDS_RETCODE_OK)
+            return nullptr;
+        auto& topic = topics[topic_name];
+        topic = std::make_unique<FakeTopic>(topic_name, type_name);
+        return topic.get();
     }
     DDS_ReturnCode_t delete_topic(DDSTopic*) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t ignore_participant(const DDS_InstanceHandle_t& ignored_handle) override {
@@ -198,6 +268,10 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
     DDS_ReturnCode_t delete_contained_entities() override { return result_of("delete_contained_entities"); }
 
     std::map<std::string, DDS_ReturnCode_t> results;
+    std::map<std::string, PRESTypePluginKeyKind> registered;
+    std::map<std::string, const DDS_TypeCode*> type_codes; // registered under these names
+    std::map<std::string, std::unique_ptr<FakeTopic>> topics;
+    std::vector<std::unique_ptr<DDSTypeSupport>> supports;
     std::vector<std::string> calls;
     std::vector<std::string> profiles;
     std::vector<DDS_InstanceHandle_t> ignored;

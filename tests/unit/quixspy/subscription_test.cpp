@@ -1,0 +1,408 @@
+// Which participant watches the topic of a discovered writer, and with what reader; on participants that only
+// pretend.
+
+#include <gtest/gtest.h>
+
+#include "meridian/heap.h"
+#include "quixspy/fixture.h"
+#include "quixspy/quixSpyDataListener.h"
+#include "support/fake_entities.h"
+#include "support/stdout_capture.h"
+#include "support/verbosity_guard.h"
+#include "types/type.h"
+
+namespace {
+
+using meridian::types::Member;
+using meridian::types::Type;
+using meridian::types::TypeGraph;
+using meridian::types::TypeRef;
+
+/// struct NAME { long x; }
+TypeRef structure(const char* name) {
+    TypeGraph* const graph = TypeGraph::create();
+    Type* const type = graph->add();
+    type->kind = DDS_TK_STRUCT;
+    type->name = name;
+    Member member;
+    member.name = "x";
+    member.type = graph->primitive(DDS_TK_LONG);
+    type->members = {member};
+    return TypeRef::adopt(type);
+}
+
+/// A participant of the agent with everything that it hands out.
+struct World {
+    World() {
+        subscriber.participant = &participant;
+        subscriber.created_reader = &reader;
+        node.participant = &participant;
+        node.subscriber = &subscriber;
+    }
+    FakeParticipant participant;
+    FakeSubscriber subscriber;
+    FakeReader reader;
+    QuixSpyParticipantListNode node{}; // of the first participant only: further ones get nodes of the agent
+};
+
+/// Its participants are those of the test: they leave the list before the agent would delete them.
+class SubscribingAgent : public QuixSpyAgent {
+  public:
+    SubscribingAgent() : QuixSpyAgent("Spy") {
+        _semaphore = QUIXSemaphore::create();
+        _participantList.append(&worlds[0].node);
+    }
+    ~SubscribingAgent() override {
+        for (auto* node = _participantList.head(); node != nullptr;) {
+            auto* const following = QuixSpyList<QuixSpyParticipantListNode>::next(node);
+            for (auto* topic = node->dataListeners.head(); topic != nullptr;) {
+                auto* const after = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
+                delete topic->listener;
+                QUIXHeap_free(topic);
+                topic = after;
+            }
+            if (node != &worlds[0].node)
+                QUIXHeap_free(node);
+            node = following;
+        }
+        _participantList = {};
+    }
+    DDSDomainParticipant* createDomainParticipant(int participantPartitionCount,
+                                                  const char** participantPartitions,
+                                                  int subscriberPartitionCount,
+                                                  const char** subscriberPartitions, bool setDiscoveryPlugins,
+                                                  DDS_DiscoveryConfigBuiltinPluginKind discoveryPlugins,
+                                                  DDSDomainParticipant* existing,
+                                                  DDSSubscriber** subscriber) override {
+        ++created;
+        EXPECT_EQ(participantPartitionCount, _participantPartitionCount);
+        EXPECT_EQ(participantPartitions, const_cast<const char**>(_participantPartitions));
+        EXPECT_EQ(subscriberPartitionCount, _subscriberPartitionCount);
+        EXPECT_EQ(subscriberPartitions, const_cast<const char**>(_subscriberPartitions));
+        EXPECT_EQ(setDiscoveryPlugins, _discoveryPluginsSet);
+        EXPECT_EQ(discoveryPlugins, _discoveryPluginKind);
+        EXPECT_EQ(existing, &worlds[0].participant) << "the first one ignores the new one";
+        if (created >= kWorlds)
+            return nullptr;
+        *subscriber = &worlds[created].subscriber;
+        return &worlds[created].participant;
+    }
+
+    static constexpr int kWorlds = 3;
+    World worlds[kWorlds];
+    int created = 0;
+};
+
+class Subscription : public ::testing::Test {
+  protected:
+    struct Writer {
+        const char* topic = "Circle";
+        const char* type = "ShapeType";
+        bool keyed = true;
+        const DDS_TypeCode* type_code = nullptr;
+        DDS_OwnershipQosPolicyKind ownership = DDS_SHARED_OWNERSHIP_QOS;
+        DDS_ReliabilityQosPolicyKind reliability = DDS_BEST_EFFORT_RELIABILITY_QOS;
+        DDS_DurabilityQosPolicyKind durability = DDS_VOLATILE_DURABILITY_QOS;
+        RtpsGuid guid{};
+    };
+
+    /// A writer, each time another one unless it brings its GUID. Returns what was printed.
+    std::string discover(Writer writer) {
+        if (RtpsGuid_isUnknown(writer.guid))
+            writer.guid = {1, 2, 3, ++entity_};
+        return printed_by([&] {
+            subscribed = agent.on_publication_discovered(
+                "10.1.2.3", writer.guid, writer.topic, writer.type, writer.ownership, writer.reliability,
+                writer.durability, writer.keyed, writer.type_code, entity_name("role", "name"),
+                string_seq({"A"}), string_seq({"P"}));
+        });
+    }
+    std::vector<RequestedReader>& readers(int world = 0) { return agent.worlds[world].subscriber.requested; }
+    FakeParticipant& participant(int world = 0) { return agent.worlds[world].participant; }
+    QuixSpyDataListener& listener(int index = 0, int world = 0) {
+        auto* node = agent._participantList.head();
+        for (int i = 0; i < world; ++i)
+            node = QuixSpyList<QuixSpyParticipantListNode>::next(node);
+        auto* topic = node->dataListeners.head();
+        for (int i = 0; i < index; ++i)
+            topic = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
+        return *topic->listener;
+    }
+    /// The line of a sample of the writer with that entity id, from the address on.
+    std::string line_from(QuixSpyDataListener& from, DDS_Octet entity) {
+        DDS_SampleInfo info;
+        info.source_timestamp = {0, 0};
+        info.valid_data = true;
+        info.publication_handle = {{0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, entity}, 16, true};
+        return printed_by([&] { from.print_user_data(info); }).substr(26);
+    }
+
+    VerbosityGuard verbosity{1};
+    SubscribingAgent agent;
+    bool subscribed = false;
+
+  private:
+    uint32_t entity_ = 0;
+};
+
+} // namespace
+
+TEST_F(Subscription, MakesAReaderOfANewTopic) {
+    EXPECT_EQ(discover({}), "");
+    EXPECT_TRUE(subscribed);
+    ASSERT_EQ(readers().size(), 1U);
+    EXPECT_EQ(readers()[0].topic, "Circle");
+    EXPECT_EQ(readers()[0].listener, &listener());
+    EXPECT_EQ(readers()[0].mask, DDS_STATUS_MASK_ALL);
+    EXPECT_EQ(participant().registered["ShapeType"], PRES_TYPEPLUGIN_USER_KEY);
+    EXPECT_STREQ(listener().topicName, "Circle");
+    EXPECT_STREQ(listener().typeName, "ShapeType");
+    EXPECT_EQ(line_from(listener(), 1), " from 10.1.2.3        : topic=\"Circle\" type=\"ShapeType\"\n");
+    EXPECT_EQ(agent.created, 0);
+
+    EXPECT_EQ(discover({"Square", "Plain", false}), "");
+    EXPECT_TRUE(subscribed);
+    EXPECT_EQ(participant().registered["Plain"], PRES_TYPEPLUGIN_NO_KEY);
+    EXPECT_STREQ(listener(1).topicName, "Square") << "in the order of subscription";
+}
+
+TEST_F(Subscription, SaysWhatItDoes) {
+    const VerbosityGuard talkative(2);
+    EXPECT_EQ(discover({}),
+              "ferret: ... topic and type MATCHED\n"
+              "ferret: Registering type... ShapeType\n"
+              "ferret: Creating topic... Circle\n"
+              "ferret: Creating data reader listener...\n");
+    EXPECT_EQ(discover({}), "ferret: ... topic and type MATCHED\n");
+    agent._typeRegex[agent._typeRegexCount++] = DDS_String_dup("Other*");
+    EXPECT_EQ(discover({}), "ferret: ... topic and type NOT MATCHED\n");
+    agent._topicRegex[agent._topicRegexCount++] = DDS_String_dup("Sq*");
+    EXPECT_EQ(discover({}), "ferret: ... topic and type NOT MATCHED\n");
+}
+
+TEST_F(Subscription, BothNamesHaveToPass) {
+    for (const char* const pattern : {"Sq*", "C?rcle"})
+        agent._topicRegex[agent._topicRegexCount++] = DDS_String_dup(pattern);
+    agent._typeRegex[agent._typeRegexCount++] = DDS_String_dup("Shape*");
+    EXPECT_EQ(discover({"Circle", "Other"}), "");
+    EXPECT_FALSE(subscribed);
+    discover({"Triangle", "ShapeType"});
+    EXPECT_FALSE(subscribed);
+    EXPECT_TRUE(participant().registered.empty());
+    discover({"Circle", "ShapeType"});
+    EXPECT_TRUE(subscribed);
+    discover({"Square", "ShapeX"});
+    EXPECT_TRUE(subscribed);
+}
+
+TEST_F(Subscription, FurtherWritersOfATopicAreOnlyRecorded) {
+    discover({});
+    EXPECT_EQ(discover({}), "");
+    EXPECT_FALSE(subscribed);
+    EXPECT_EQ(readers().size(), 1U);
+    for (const DDS_Octet entity : {DDS_Octet{1}, DDS_Octet{2}})
+        EXPECT_EQ(line_from(listener(), entity),
+                  " from 10.1.2.3        : topic=\"Circle\" type=\"ShapeType\"\n");
+    EXPECT_EQ(line_from(listener(), 3), " from unknown ip      : topic=\"Circle\" type=\"ShapeType\"\n");
+}
+
+TEST_F(Subscription, RefusesAWriterWithoutGuid) {
+    discover({});
+    const auto discover_nobody = [&](const char* topic) {
+        return printed_by([&] {
+            subscribed = agent.on_publication_discovered(
+                "10.1.2.3", {}, topic, "ShapeType", DDS_SHARED_OWNERSHIP_QOS, DDS_RELIABLE_RELIABILITY_QOS,
+                DDS_VOLATILE_DURABILITY_QOS, true, nullptr, {}, {}, {});
+        });
+    };
+    EXPECT_EQ(discover_nobody("Circle"),
+              "ferret: Error initializing QuixSpyEndpointInfo\n"
+              "ferret: Failed to add entity for topic 'Circle' to internal endpoint "
+              "list).\n");
+    EXPECT_FALSE(subscribed);
+    EXPECT_EQ(discover_nobody("Square"),
+              "ferret: Error initializing QuixSpyEndpointInfo\n"
+              "ferret: Failed to add entity for topic 'Square' to internal endpoint "
+              "list).\n");
+    EXPECT_FALSE(subscribed);
+    EXPECT_EQ(readers().size(), 1U);
+    EXPECT_STREQ(listener(1).topicName, "Square") << "a listener without a reader stays, with zero counts";
+}
+
+TEST_F(Subscription, AnotherTypeNameNeedsAnotherParticipant) {
+    discover({"Circle", "A"});
+    EXPECT_EQ(discover({"Circle", "B"}), "");
+    EXPECT_TRUE(subscribed);
+    EXPECT_EQ(agent.created, 1);
+    EXPECT_EQ(agent._participantList.count, 2);
+    EXPECT_STREQ(listener(0, 1).typeName, "B");
+    EXPECT_EQ(readers(1).size(), 1U);
+    // Each has its writers now, and what fits the first participant goes there.
+    discover({"Circle", "B"});
+    EXPECT_FALSE(subscribed);
+    discover({"Square", "B"});
+    EXPECT_TRUE(subscribed);
+    EXPECT_EQ(readers(0).size(), 2U);
+    EXPECT_EQ(agent.created, 1);
+    EXPECT_EQ(printed_by([&] { agent.print_statistics(); }),
+              "\n\n---- Statistics ----\n"
+              "Received samples (Data, Dispose, NoWriters):\n"
+              "\t0, 0, 0 \t(Topic=\"Circle\"  Type=\"A\")\n"
+              "\t0, 0, 0 \t(Topic=\"Square\"  Type=\"B\")\n"
+              "Received samples (Data, Dispose, NoWriters):\n"
+              "\t0, 0, 0 \t(Topic=\"Circle\"  Type=\"B\")\n"
+              "\n\n");
+}
+
+TEST_F(Subscription, SaysThatAParticipantCannotBeHad) {
+    discover({"Circle", "A"});
+    discover({"Circle", "B"});
+    discover({"Circle", "C"});
+    EXPECT_EQ(discover({"Circle", "D"}), "ferret: Error creation participant\n");
+    EXPECT_FALSE(subscribed);
+    EXPECT_EQ(agent._participantList.count, 3);
+    const VerbosityGuard silent(0);
+    EXPECT_EQ(discover({"Circle", "D"}), "");
+}
+
+TEST_F(Subscription, TypeCodesDecideWhereBothSidesHaveOne) {
+    const TypeRef one = structure("One");
+    const TypeRef same = structure("One");
+    const TypeRef other = structure("Other");
+    Writer writer;
+    writer.type_code = one.get();
+    discover(writer);
+    EXPECT_TRUE(subscribed);
+    participant().type_codes["ShapeType"] = one.get();
+
+    writer.type_code = same.get();
+    discover(writer);
+    EXPECT_FALSE(subscribed) << "an equal type";
+    writer.type = "Renamed";
+    discover(writer);
+    EXPECT_FALSE(subscribed) << "an equal type of another name is compatible, though nothing listens to it";
+    EXPECT_EQ(agent.created, 0);
+
+    writer = {};
+    writer.type_code = other.get();
+    discover(writer);
+    EXPECT_TRUE(subscribed) << "the name alone does not make it the same type";
+    EXPECT_EQ(agent.created, 1);
+
+    // Types conflict without a topic too.
+    writer.topic = "Square";
+    discover(writer);
+    EXPECT_TRUE(subscribed);
+    EXPECT_EQ(readers(0).size(), 1U);
+    EXPECT_EQ(readers(1).size(), 2U);
+    writer.topic = "Triangle";
+    writer.type_code = nullptr;
+    discover(writer);
+    EXPECT_TRUE(subscribed);
+    EXPECT_EQ(readers(0).size(), 2U) << "without a type code there is no conflict";
+    EXPECT_EQ(agent.created, 1);
+}
+
+TEST_F(Subscription, FailuresEndOneAttemptOnly) {
+    participant().results["register_type ShapeType"] = DDS_RETCODE_PRECONDITION_NOT_MET;
+    EXPECT_EQ(discover({}), "ferret: register_type error 4\n");
+    EXPECT_FALSE(subscribed);
+    participant().results.clear();
+    participant().results["create_topic Circle"] = DDS_RETCODE_ERROR;
+    EXPECT_EQ(discover({}), "ferret: Create_topic error\n");
+    EXPECT_FALSE(subscribed);
+    EXPECT_EQ(agent._participantList.head()->dataListeners.count, 0);
+    participant().results.clear();
+    EXPECT_EQ(discover({}), "");
+    EXPECT_TRUE(subscribed);
+
+    agent.worlds[0].subscriber.created_reader = nullptr;
+    EXPECT_EQ(discover({"Square"}), "ferret: Create_datareader error\n");
+    EXPECT_FALSE(subscribed);
+    EXPECT_STREQ(listener(1).topicName, "Square");
+    EXPECT_EQ(discover({"Square"}), "") << "the topic is there now";
+    EXPECT_FALSE(subscribed);
+
+    const VerbosityGuard silent(0);
+    EXPECT_EQ(discover({"Triangle"}), "");
+}
+
+TEST_F(Subscription, ATopicWithoutTypeNameIsAnError) {
+    discover({});
+    participant().topics["Circle"]->has_type_name = false;
+    EXPECT_EQ(discover({}), "ferret: Error getting the type name from topic 'Circle'\n");
+    EXPECT_FALSE(subscribed);
+    EXPECT_EQ(agent.created, 0);
+}
+
+TEST_F(Subscription, ReaderQosStartsFromTheDefault) {
+    DDS_DataReaderQos& before = agent.worlds[0].subscriber.default_reader_qos;
+    before.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    before.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    before.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    before.history.depth = 3;
+    before.time_based_filter.minimum_separation = {9, 9};
+    before.deadline.period = {8, 8};
+    before.reader_resource_limits.dynamically_allocate_fragmented_samples = false;
+    before.type_consistency.kind = DDS_ALLOW_TYPE_COERCION;
+    Writer writer;
+    writer.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    discover(writer);
+    EXPECT_EQ(agent.worlds[0].subscriber.asked_default_of, "Circle");
+    const DDS_DataReaderQos& qos = readers().at(0).qos;
+    EXPECT_EQ(qos.reliability.kind, DDS_RELIABLE_RELIABILITY_QOS);
+    EXPECT_EQ(qos.durability.kind, DDS_TRANSIENT_LOCAL_DURABILITY_QOS);
+    EXPECT_EQ(qos.history.kind, DDS_KEEP_ALL_HISTORY_QOS);
+    EXPECT_EQ(qos.history.depth, 8192);
+    EXPECT_EQ(qos.time_based_filter.minimum_separation, (DDS_Duration_t{9, 9}));
+    EXPECT_EQ(qos.deadline.period, (DDS_Duration_t{8, 8}));
+    EXPECT_EQ(qos.ownership.kind, DDS_EXCLUSIVE_OWNERSHIP_QOS);
+    EXPECT_TRUE(qos.reader_resource_limits.dynamically_allocate_fragmented_samples);
+    EXPECT_EQ(qos.type_consistency.kind, DDS_DISALLOW_TYPE_COERCION);
+    const DDS_Property_t* const property = DDS_PropertyQosPolicyHelper_lookup_property(
+        qos.property, "dds.data_reader.history.memory_manager.fast_pool.pool_buffer_max_size");
+    ASSERT_NE(property, nullptr);
+    EXPECT_STREQ(property->value, "4096");
+    EXPECT_FALSE(property->propagate);
+}
+
+TEST_F(Subscription, OptionsChangeTheReaderQos) {
+    agent._timeFilter = 1.5F;
+    agent._deadline = 0.0F;
+    agent._historyDepth = 7;
+    agent._useFirstPublicationQos = true;
+    Writer writer;
+    writer.reliability = DDS_RELIABLE_RELIABILITY_QOS;
+    writer.durability = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    discover(writer);
+    const DDS_DataReaderQos& qos = readers().at(0).qos;
+    EXPECT_EQ(qos.time_based_filter.minimum_separation, (DDS_Duration_t{1, 500000000}));
+    EXPECT_EQ(qos.deadline.period, DDS_DURATION_ZERO) << "zero is not without";
+    EXPECT_EQ(qos.history.depth, 7);
+    EXPECT_EQ(qos.reliability.kind, DDS_RELIABLE_RELIABILITY_QOS);
+    EXPECT_EQ(qos.durability.kind, DDS_TRANSIENT_LOCAL_DURABILITY_QOS);
+
+    agent._deadline = 2.25F;
+    discover({"Square"});
+    EXPECT_EQ(readers().at(1).qos.deadline.period, (DDS_Duration_t{2, 250000000}));
+    EXPECT_EQ(readers().at(1).qos.reliability.kind, DDS_BEST_EFFORT_RELIABILITY_QOS);
+    EXPECT_EQ(readers().at(1).qos.durability.kind, DDS_VOLATILE_DURABILITY_QOS);
+}
+
+TEST_F(Subscription, OptionsReachTheLines) {
+    agent._showHandle = agent._showSampleIdentity = agent._showSampleFlags = true;
+    agent._showEntityName = agent._showPartition = true;
+    agent._topicWidth = 2;
+    agent._typeWidth = 3;
+    discover({});
+    DDS_SampleInfo info;
+    info.source_timestamp = {0, 0};
+    info.publication_handle = {{0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 1}, 16, true};
+    info.flag = 1;
+    info.sample_identity.sequence_number = {0, 4};
+    EXPECT_EQ(
+        printed_by([&] { listener().print_user_data(info); }),
+        "00:00:00 New data          from 10.1.2.3        : topic=\"Ci\" type=\"Sha\""
+        " key=\"00000000.00000000.00000000.00000000\" guid=\"0x00000001,0x00000002,0x00000003:0x00000001\""
+        " flags=\"R\" virtual_sn=(0, 4) name=\"role:name\" DP partition=\"P\" S partition=\"A\"\n");
+}
