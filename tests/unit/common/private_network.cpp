@@ -134,8 +134,15 @@ void OtherHost::connect(const std::string& near_name, const std::string& near_ad
                   " dev " + name);
     };
     shell("ip link add " + near_name + " type veth peer name " + far_name + " netns " + path());
+    // Until the system has seen that the cable is plugged in, it drops what is sent.
+    const auto wait_for_carrier = [](const std::string& name) {
+        shell("for i in $(seq 300); do ip link show " + name +
+              " | grep -q 'state UP' && exit 0; sleep 0.01; done; exit 1");
+    };
     set_up(near_name, near_address);
     run([&] { set_up(far_name, far_address); });
+    wait_for_carrier(near_name);
+    run([&] { wait_for_carrier(far_name); });
 }
 
 void OtherHost::run(const std::function<void()>& function) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cassert>
 #include <cerrno>
 #include <csignal>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "platform/clock.h"
+#include "platform/log.h"
 #include "platform/mutex.h"
 #include "rtps/net/peers.h"
 
@@ -96,6 +98,7 @@ class Runtime::Implementation {
     FileDescriptor wake_descriptor_;
 
     Mutex gate_ MERIDIAN_ACQUIRED_BEFORE(mutex_);
+    std::atomic<std::thread::id> holder_{std::thread::id()}; // of mutex_
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
     MonotonicTime sleeping_until_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
 
@@ -140,6 +143,9 @@ bool Runtime::Implementation::open(std::string& error) {
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     participant_ = std::make_unique<Participant>(std::move(participant), *transport_, events_);
+    MERIDIAN_LOG_LOCAL("net", "participant %s has index %u of domain %u; interfaces in use: %s",
+                       to_string(prefix_).c_str(), participant_index_, config_.transport.domain_id,
+                       transport_->describe().c_str());
     return true;
 }
 
@@ -194,11 +200,15 @@ void Runtime::Implementation::stop() {
 }
 
 void Runtime::Implementation::lock() {
+    // A callback that calls back would wait for itself for ever; better to say so at once.
+    assert(holder_.load(std::memory_order_relaxed) != std::this_thread::get_id());
     const MutexLock turnstile(gate_);
     mutex_.lock();
+    holder_.store(std::this_thread::get_id(), std::memory_order_relaxed);
 }
 
 void Runtime::Implementation::unlock() {
+    holder_.store(std::thread::id(), std::memory_order_relaxed);
     mutex_.unlock();
 }
 
@@ -275,8 +285,11 @@ void Runtime::Implementation::receive(size_t position) {
 
 void Runtime::Implementation::take_interface_changes() {
     lock();
-    if (transport_->update_interfaces())
+    if (transport_->update_interfaces()) {
         participant_->set_locators(transport_->own_locators(), now());
+        MERIDIAN_LOG_LOCAL("net", "the network interfaces changed; in use: %s",
+                           transport_->describe().c_str());
+    }
     unlock();
 }
 
