@@ -25,8 +25,8 @@ class DDSDomainParticipantFactory {
     virtual DDS_ReturnCode_t get_default_participant_qos(DDS_DomainParticipantQos& qos) = 0;
 
     /// Owned by the factory until deleted. Enabled at once when the factory's QoS says so. Null when the QoS,
-    /// an initial peer or the domain id cannot be used (the logger says why). The listener must be null. Looks
-    /// up the names of peers.
+    /// an initial peer or the domain id cannot be used (the logger says why). The listener must be null.
+    /// Looks up the names of peers.
     virtual DDSDomainParticipant* create_participant(DDS_DomainId_t domain_id,
                                                      const DDS_DomainParticipantQos& qos,
                                                      DDSDomainParticipantListener* listener,

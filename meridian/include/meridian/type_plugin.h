@@ -31,6 +31,8 @@ struct PRESTypePluginEndpointInfo {
     /// How many samples the endpoint keeps ready at first, and at most (-1: no limit).
     DDS_Long initialSamples;
     DDS_Long maximumSamples;
+    /// For messages; valid during the call only, may be null.
+    const char* topicName;
 };
 
 /// The key hash that a plugin computes.

@@ -95,13 +95,25 @@ bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
     if (!wanted)
         return false;
+    wanted->participant.additional_builtin_endpoints |= discovery::TypeLookupClient::kBuiltinEndpoints;
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), router_, error);
     if (runtime == nullptr)
         return false;
+    discovery::TypeResolver::Settings types;
+    types.max_type_size =
+        static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
+    type_lookup_ = std::make_unique<discovery::TypeLookupClient>(
+        types,
+        [this](const rtps::Guid& publication, const types::TypeRef& type) {
+            store_.type_resolved(publication, type);
+        },
+        nullptr);
+    store_.set_types(type_lookup_.get());
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
-    runtime->with_participant([&ignored](rtps::Participant& participant, rtps::Now now) {
+    runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {
         for (const rtps::GuidPrefix& prefix : ignored)
             participant.ignore_participant(prefix, now);
+        type_lookup_->attach(*runtime, participant, now);
     });
     if (!runtime->start(error))
         return false;

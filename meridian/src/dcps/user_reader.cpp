@@ -57,7 +57,7 @@ std::unique_ptr<UserReader> UserReader::create(SubscriberImpl& subscriber, Topic
     std::unique_ptr<UserReader> reader(
         new UserReader(subscriber, topic, std::move(type), guid, qos, delivery));
     const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, kInitialSamples,
-                                          DDS_LENGTH_UNLIMITED};
+                                          DDS_LENGTH_UNLIMITED, topic.get_name()};
     reader->endpoint_ = reader->plugin().onEndpointAttached(reader->type_->participant_data(), &info);
     if (reader->endpoint_ == nullptr) {
         MERIDIAN_LOG_ERROR("dcps", "reader of topic \"%s\": the plugin of type \"%s\" refused it",
@@ -199,23 +199,24 @@ void* UserReader::deserialize(const rtps::Sample& sample) {
     return nullptr;
 }
 
-bool UserReader::key_hash(const rtps::Sample& sample, rtps::KeyHash& key) {
-    key = {};
+rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
+    rtps::KeyHash key{};
     if (!keyed_)
-        return true;
-    if (sample.inline_qos.key_hash) {
+        return key;
+    if (sample.inline_qos.key_hash)
         key = *sample.inline_qos.key_hash;
-        return true;
-    }
     if (!sample.has_payload || plugin().serializedSampleToKeyHash == nullptr)
-        return true;
+        return key;
+    // What the type says of the payload counts more than the writer's own hash: makers form it differently,
+    // and the instances of all writers of a topic are to agree.
     QUIXCdrStream stream;
     bind_stream(sample.payload, stream);
     PRESKeyHash hash{};
-    if (!plugin().serializedSampleToKeyHash(endpoint_, &stream, &hash, true, sample.payload_is_key))
-        return false;
-    std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
-    return true;
+    std::copy(key.begin(), key.end(), hash.value);
+    hash.length = sizeof hash.value;
+    if (plugin().serializedSampleToKeyHash(endpoint_, &stream, &hash, true, sample.payload_is_key))
+        std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
+    return key;
 }
 
 void UserReader::on_sample(const rtps::Sample& sample) {
@@ -237,8 +238,9 @@ void UserReader::on_sample(const rtps::Sample& sample) {
     }
     change.flag = sample.inline_qos.sample_flags;
     change.bytes = sample.payload.size;
-    bool readable = key_hash(sample, change.key);
-    if (readable && change.kind == ChangeKind::alive) {
+    change.key = key_hash(sample);
+    bool readable = true;
+    if (change.kind == ChangeKind::alive) {
         change.sample = sample.has_payload && !sample.payload_is_key ? deserialize(sample) : nullptr;
         readable = change.sample != nullptr;
     }

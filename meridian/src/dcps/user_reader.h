@@ -100,7 +100,7 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     rtps::EndpointData endpoint_data(const std::vector<std::string>& partitions) MERIDIAN_REQUIRES(mutex_);
     /// The sample as the plugin makes it of the payload; null, and logged once, when it cannot.
     void* deserialize(const rtps::Sample& sample);
-    bool key_hash(const rtps::Sample& sample, rtps::KeyHash& key);
+    rtps::KeyHash key_hash(const rtps::Sample& sample);
     void store(Change& change) MERIDIAN_REQUIRES(mutex_);
     void changed(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
     void update_conditions() MERIDIAN_REQUIRES(mutex_);

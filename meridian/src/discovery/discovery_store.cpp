@@ -77,12 +77,16 @@ void DiscoveryStore::participant_changed(const rtps::ParticipantData& data) {
 }
 
 void DiscoveryStore::participant_gone(const rtps::ParticipantData& data, rtps::GoneReason reason) {
+    if (types_ != nullptr)
+        types_->participant_gone(data.guid.prefix);
     MutexLock lock(mutex_);
     const auto found = participants_.find(data.guid.prefix);
     if (found == participants_.end())
         return;
-    for (const auto& endpoint : found->second.endpoints)
+    for (auto& endpoint : found->second.endpoints) {
+        stop_waiting(found->second, endpoint.first, endpoint.second);
         report_gone(endpoint.first, wall_time());
+    }
     for (auto departed = departed_.begin(); departed != departed_.end();)
         departed = departed->second.expired() ? departed_.erase(departed) : std::next(departed);
     departed_[data.guid.prefix] = found->second.participant;
@@ -101,11 +105,38 @@ void DiscoveryStore::endpoint_changed(const rtps::EndpointData& data, rtps::Wire
 
 void DiscoveryStore::endpoint_gone(const rtps::EndpointData& data, rtps::GoneReason /*reason*/,
                                    rtps::WireTime source_timestamp) {
+    if (types_ != nullptr && data.is_writer())
+        types_->forget(data.guid);
     MutexLock lock(mutex_);
     const auto entry = participants_.find(data.participant);
-    if (entry == participants_.end() || entry->second.endpoints.erase(data.guid) == 0)
+    if (entry == participants_.end())
         return;
+    const auto endpoint = entry->second.endpoints.find(data.guid);
+    if (endpoint == entry->second.endpoints.end())
+        return;
+    stop_waiting(entry->second, data.guid, endpoint->second);
+    entry->second.endpoints.erase(endpoint);
     report_gone(data.guid, time_of(source_timestamp));
+}
+
+void DiscoveryStore::stop_waiting(const Entry& entry, const rtps::Guid& guid, Endpoint& endpoint) {
+    if (!endpoint.waits_for_type)
+        return;
+    endpoint.waits_for_type = false;
+    if (entry.matches)
+        report(entry, guid, endpoint);
+}
+
+void DiscoveryStore::type_resolved(const rtps::Guid& publication, const types::TypeRef& type) {
+    MutexLock lock(mutex_);
+    const auto entry = participants_.find(publication.prefix);
+    if (entry == participants_.end())
+        return;
+    const auto endpoint = entry->second.endpoints.find(publication);
+    if (endpoint == entry->second.endpoints.end() || !endpoint->second.waits_for_type)
+        return;
+    endpoint->second.publication->type_code = type.get();
+    stop_waiting(entry->second, publication, endpoint->second);
 }
 
 void DiscoveryStore::warning(const std::string& text) {
@@ -119,6 +150,7 @@ void DiscoveryStore::put_participant(const rtps::ParticipantData& data) {
         entry.participant = std::make_shared<RemoteParticipant>(data.guid.prefix, std::move(converted));
     else
         entry.participant->replace(std::move(converted));
+    entry.answers_type_lookup = (data.builtin_endpoints & rtps::kTypeLookupRequestReader) != 0;
     match(entry);
 }
 
@@ -130,12 +162,25 @@ void DiscoveryStore::put_endpoint(const rtps::EndpointData& data, rtps::WireTime
     else
         endpoint.subscription =
             std::make_shared<DDS_SubscriptionBuiltinTopicData>(to_subscription_data(data));
+    if (types_ != nullptr && endpoint.publication != nullptr) {
+        const auto type = types_->type_of(data, answers_type_lookup(data.participant));
+        endpoint.waits_for_type = !type;
+        endpoint.publication->type_code = type ? type->get() : nullptr;
+    }
     MutexLock lock(mutex_);
     Entry& entry = entry_of(data.participant);
     Endpoint& kept = entry.endpoints[data.guid];
+    // An announcement that still waits is not lost to the one that replaces it.
+    stop_waiting(entry, data.guid, kept);
     kept = std::move(endpoint);
-    if (entry.matches)
+    if (entry.matches && !kept.waits_for_type)
         report(entry, data.guid, kept);
+}
+
+bool DiscoveryStore::answers_type_lookup(const rtps::GuidPrefix& participant) const {
+    MutexLock lock(mutex_);
+    const auto found = participants_.find(participant);
+    return found != participants_.end() && found->second.answers_type_lookup;
 }
 
 /// The protocol tells of a participant before it tells of its endpoints; one that it did not tell of is known
@@ -157,10 +202,10 @@ void DiscoveryStore::match(Entry& entry) {
         return;
     entry.matches = matches;
     for (const auto& endpoint : entry.endpoints) {
-        if (matches)
-            report(entry, endpoint.first, endpoint.second);
-        else
+        if (!matches)
             report_gone(endpoint.first, wall_time());
+        else if (!endpoint.second.waits_for_type)
+            report(entry, endpoint.first, endpoint.second);
     }
 }
 

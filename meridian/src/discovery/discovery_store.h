@@ -10,6 +10,7 @@
 
 #include "discovery/endpoint_cache.h"
 #include "discovery/partitions.h"
+#include "discovery/publication_types.h"
 #include "discovery/remote_participant.h"
 #include "platform/mutex.h"
 #include "rtps/protocol/interfaces.h"
@@ -24,6 +25,12 @@ using SubscriptionCache = EndpointCache<DDS_SubscriptionBuiltinTopicData>;
 class DiscoveryStore final : public rtps::Events {
   public:
     DiscoveryStore(uint32_t domain_id, PartitionList own_partitions);
+
+    /// Publications carry the types that come from there, and wait until they are known. Without it they
+    /// carry none. Set before events come; must outlive them.
+    void set_types(PublicationTypes* types) { types_ = types; }
+    /// What a publication waited for; an empty type: it has none. Under the lock of the events' caller.
+    void type_resolved(const rtps::Guid& publication, const types::TypeRef& type);
 
     PublicationCache& publications() { return publications_; }
     SubscriptionCache& subscriptions() { return subscriptions_; }
@@ -49,23 +56,30 @@ class DiscoveryStore final : public rtps::Events {
         std::shared_ptr<DDS_PublicationBuiltinTopicData> publication;
         std::shared_ptr<DDS_SubscriptionBuiltinTopicData> subscription;
         DDS_Time_t announced = DDS_TIME_INVALID;
+        bool waits_for_type = false; // and is not reported until then
     };
     struct Entry {
         std::shared_ptr<RemoteParticipant> participant;
         bool matches = false;
+        bool answers_type_lookup = false;
         std::map<rtps::Guid, Endpoint> endpoints;
     };
 
+    bool answers_type_lookup(const rtps::GuidPrefix& participant) const MERIDIAN_EXCLUDES(mutex_);
     void put_participant(const rtps::ParticipantData& data) MERIDIAN_REQUIRES(mutex_);
     void put_endpoint(const rtps::EndpointData& data, rtps::WireTime source_timestamp)
         MERIDIAN_EXCLUDES(mutex_);
     Entry& entry_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
+    /// Reports a publication that is about to be replaced or to go while it waits for its type.
+    void stop_waiting(const Entry& entry, const rtps::Guid& guid, Endpoint& endpoint)
+        MERIDIAN_REQUIRES(mutex_);
     void match(Entry& entry) MERIDIAN_REQUIRES(mutex_);
     void report(const Entry& entry, const rtps::Guid& guid, const Endpoint& endpoint)
         MERIDIAN_REQUIRES(mutex_);
     void report_gone(const rtps::Guid& guid, DDS_Time_t when) MERIDIAN_REQUIRES(mutex_);
 
     const uint32_t domain_id_;
+    PublicationTypes* types_ = nullptr;
     PublicationCache publications_;
     SubscriptionCache subscriptions_;
     mutable Mutex mutex_;

@@ -187,7 +187,7 @@ TEST(OpaquePlugin, RecordNamesItsOperations) {
 TEST(OpaquePlugin, ReaderEndpointFillsSamplesFromThePool) {
     for (PRESTypePlugin* plugin : {DynamicTypePlugin_new(), KeyedDynamicTypePlugin_new()}) {
         PRESTypePluginParticipantData participant = plugin->onParticipantAttached(nullptr, nullptr);
-        const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 1, -1};
+        const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 1, -1, nullptr};
         PRESTypePluginEndpointData endpoint = plugin->onEndpointAttached(participant, &info);
         ASSERT_NE(endpoint, nullptr);
         void* sample = plugin->getSample(endpoint);
@@ -207,7 +207,7 @@ TEST(OpaquePlugin, ReaderEndpointFillsSamplesFromThePool) {
 
 TEST(OpaquePlugin, WriterEndpointHasBuffersAndKeyedOnesHaveKeys) {
     PRESTypePlugin* plugin = KeyedDynamicTypePlugin_new();
-    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_WRITER, 1, -1};
+    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_WRITER, 1, -1, nullptr};
     PRESTypePluginEndpointData endpoint = plugin->onEndpointAttached(nullptr, &info);
     char* buffer = plugin->getBuffer(endpoint, 65535);
     EXPECT_NE(buffer, nullptr);

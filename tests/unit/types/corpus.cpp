@@ -19,7 +19,7 @@ rtps::ByteBuffer from_hex(const std::string& hex) {
 
 std::vector<CorpusType> read_corpus(const std::string& file) {
     std::vector<CorpusType> types;
-    std::ifstream in(std::string(TEST_DATA_DIR) + "/" + file);
+    std::ifstream in(std::string(CORPUS_DIR) + "/" + file);
     EXPECT_TRUE(in.good()) << file;
     std::string line;
     while (std::getline(in, line)) {

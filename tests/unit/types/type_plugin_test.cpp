@@ -19,7 +19,7 @@ void drop_int(void* value) {
 }
 
 TEST(TypePluginDefaults, SamplesComeFromThePoolAndReturnToIt) {
-    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 2, 3};
+    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 2, 3, nullptr};
     PRESTypePluginEndpointData data =
         PRESTypePluginDefaultEndpointData_new(nullptr, &info, make_int, drop_int, nullptr, nullptr);
     ASSERT_NE(data, nullptr);
@@ -41,7 +41,7 @@ TEST(TypePluginDefaults, SamplesComeFromThePoolAndReturnToIt) {
 }
 
 TEST(TypePluginDefaults, KeysHaveAPoolOfTheirOwn) {
-    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 0, -1};
+    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 0, -1, nullptr};
     PRESTypePluginEndpointData data =
         PRESTypePluginDefaultEndpointData_new(nullptr, &info, make_int, drop_int, make_int, drop_int);
     void* key = PRESTypePluginDefaultEndpointData_getKey(data);
@@ -56,7 +56,7 @@ TEST(TypePluginDefaults, KeysHaveAPoolOfTheirOwn) {
 }
 
 TEST(TypePluginDefaults, WriterHasBuffersOfOneSize) {
-    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_WRITER, 1, 2};
+    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_WRITER, 1, 2, nullptr};
     PRESTypePluginEndpointData data =
         PRESTypePluginDefaultEndpointData_new(nullptr, &info, make_int, drop_int, nullptr, nullptr);
     EXPECT_EQ(PRESTypePluginDefaultEndpointData_getBuffer(data, 1), nullptr) << "no pool yet";
@@ -71,7 +71,7 @@ TEST(TypePluginDefaults, WriterHasBuffersOfOneSize) {
 
 // Samples are filled on one thread and come back on another.
 TEST(TypePluginDefaults, PoolServesTwoThreads) {
-    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 4, 4};
+    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_READER, 4, 4, nullptr};
     PRESTypePluginEndpointData data = PRESTypePluginDefaultEndpointData_new(
         nullptr, &info, [] { return std::malloc(8); }, [](void* memory) { std::free(memory); }, nullptr,
         nullptr);

@@ -1,0 +1,197 @@
+#include "discovery/type_resolver.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/log.h"
+
+namespace meridian::discovery {
+
+namespace {
+
+rtps::ByteBuffer key_of(const types::TypeIdentifier& id) {
+    rtps::ByteBuffer bytes;
+    rtps::ByteWriter writer(bytes, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+    types::write(writer, id);
+    return bytes;
+}
+
+} // namespace
+
+TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
+                                           rtps::MonotonicTime now) {
+    forget(publication.guid);
+    types::TypeInformation information;
+    if (publication.type_information.empty() ||
+        !types::decode(publication.type_information, publication.raw_endianness, information) ||
+        information.best() == nullptr)
+        return types::TypeRef();
+    const types::TypeIdentifierWithDependencies& announced = *information.best();
+    const Key key = key_of(announced.type.id);
+
+    const auto resolved = resolved_.find(key);
+    if (resolved != resolved_.end())
+        return resolved->second;
+    if (is_too_large(announced.total_size(), publication.type_name, key))
+        return types::TypeRef();
+
+    const auto [at, is_new] = pending_.try_emplace(key);
+    Pending& pending = at->second;
+    if (is_new) {
+        pending.root = announced.type.id;
+        pending.name = publication.type_name;
+    }
+    if (answers && silent_.count({key, publication.participant}) == 0 &&
+        std::find(pending.answering.begin(), pending.answering.end(), publication.participant) ==
+            pending.answering.end())
+        pending.answering.push_back(publication.participant);
+    // Nothing needs to be asked for where the identifier says it all, or the parts are known from other
+    // types.
+    if (is_new && advance(key, pending, now)) {
+        pending_.erase(at);
+        return resolved_[key];
+    }
+    if (pending.answering.empty()) {
+        pending_.erase(at);
+        return types::TypeRef();
+    }
+    pending.waiting.push_back({publication.guid, rtps::later(now, settings_.give_up)});
+    return std::nullopt;
+}
+
+bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const Key& key) {
+    if (size <= settings_.max_type_size)
+        return false;
+    MERIDIAN_LOG_ERROR("discovery",
+                       "type \"%s\" takes %llu bytes, more than the %llu of type_code_max_serialized_length "
+                       "(-tcMaxSize): it is not used",
+                       name.c_str(), static_cast<unsigned long long>(size),
+                       static_cast<unsigned long long>(settings_.max_type_size));
+    resolved_[key] = types::TypeRef();
+    return true;
+}
+
+bool TypeResolver::advance(const Key& key, Pending& pending, rtps::MonotonicTime now) {
+    if (!library_.missing(pending.root).empty()) {
+        ask(pending, now);
+        return false;
+    }
+    if (is_too_large(library_.closure_size(pending.root), pending.name, key)) {
+        finish(pending, types::TypeRef());
+        return true;
+    }
+    std::string error;
+    types::TypeRef type = library_.build(pending.root, error);
+    if (!type)
+        MERIDIAN_LOG_WARNING("discovery", "type \"%s\" cannot be used: %s", pending.name.c_str(),
+                             error.c_str());
+    resolved_[key] = type;
+    finish(pending, type);
+    return true;
+}
+
+void TypeResolver::ask(Pending& pending, rtps::MonotonicTime now) {
+    if (pending.answering.empty())
+        return;
+    const std::vector<types::TypeHash> missing = library_.missing(pending.root);
+    pending.asked_for = std::set<types::TypeHash>(missing.begin(), missing.end());
+    pending.retry_at = rtps::later(now, settings_.retry);
+    const rtps::GuidPrefix& asked = pending.answering[pending.next_asked++ % pending.answering.size()];
+    requests_.push_back({asked, missing});
+}
+
+void TypeResolver::finish(Pending& pending, const types::TypeRef& type) {
+    for (const Waiting& waiting : pending.waiting)
+        outcomes_.push_back({waiting.endpoint, type});
+    pending.waiting.clear();
+}
+
+void TypeResolver::forget(const rtps::Guid& endpoint) {
+    for (auto& [key, pending] : pending_) {
+        auto& waiting = pending.waiting;
+        waiting.erase(
+            std::remove_if(waiting.begin(), waiting.end(),
+                           [&endpoint](const Waiting& entry) { return entry.endpoint == endpoint; }),
+            waiting.end());
+    }
+}
+
+void TypeResolver::participant_gone(const rtps::GuidPrefix& participant) {
+    for (auto& [key, pending] : pending_) {
+        auto& answering = pending.answering;
+        answering.erase(std::remove(answering.begin(), answering.end(), participant), answering.end());
+    }
+    for (auto silent = silent_.begin(); silent != silent_.end();)
+        silent = silent->second == participant ? silent_.erase(silent) : std::next(silent);
+}
+
+void TypeResolver::take(const TypeLookupReply& reply, rtps::MonotonicTime now) {
+    bool news = false;
+    for (const types::TypeObjectPair& pair : reply.types) {
+        if (!pair.id.is_hashed())
+            continue;
+        switch (library_.add(pair.id.hash, pair.object, reply.endianness)) {
+            case types::TypeLibrary::Added::yes:
+                news = true;
+                break;
+            case types::TypeLibrary::Added::known:
+                break;
+            case types::TypeLibrary::Added::malformed:
+                MERIDIAN_LOG_WARNING("discovery", "type object %s is malformed",
+                                     types::to_string(pair.id.hash).c_str());
+                break;
+            case types::TypeLibrary::Added::too_large:
+                MERIDIAN_LOG_WARNING("discovery", "type object %s is too large",
+                                     types::to_string(pair.id.hash).c_str());
+                break;
+        }
+    }
+    if (!news)
+        return;
+    for (auto pending = pending_.begin(); pending != pending_.end();) {
+        // A type that waits for other objects goes on waiting for the answer that is under way.
+        const auto& asked_for = pending->second.asked_for;
+        const bool answered = std::any_of(asked_for.begin(), asked_for.end(),
+                                          [this](const types::TypeHash& hash) { return library_.has(hash); });
+        pending = answered && advance(pending->first, pending->second, now) ? pending_.erase(pending)
+                                                                            : std::next(pending);
+    }
+}
+
+void TypeResolver::on_timer(rtps::MonotonicTime now) {
+    for (auto at = pending_.begin(); at != pending_.end();) {
+        Pending& pending = at->second;
+        auto& waiting = pending.waiting;
+        const auto expired = std::stable_partition(waiting.begin(), waiting.end(),
+                                                   [now](const Waiting& entry) { return entry.until > now; });
+        for (auto entry = expired; entry != waiting.end(); ++entry) {
+            silent_.insert({at->first, entry->endpoint.prefix});
+            outcomes_.push_back({entry->endpoint, types::TypeRef()});
+        }
+        if (expired != waiting.end())
+            MERIDIAN_LOG_WARNING("discovery",
+                                 "type \"%s\": nobody told what it is; its contents are not known",
+                                 pending.name.c_str());
+        waiting.erase(expired, waiting.end());
+        if (waiting.empty()) {
+            at = pending_.erase(at);
+            continue;
+        }
+        if (pending.retry_at <= now)
+            ask(pending, now);
+        ++at;
+    }
+}
+
+rtps::MonotonicTime TypeResolver::next_deadline() const {
+    rtps::MonotonicTime next = rtps::kNever;
+    for (const auto& [key, pending] : pending_) {
+        for (const Waiting& waiting : pending.waiting)
+            next = std::min(next, waiting.until);
+        if (!pending.waiting.empty() && !pending.answering.empty())
+            next = std::min(next, pending.retry_at);
+    }
+    return next;
+}
+
+} // namespace meridian::discovery
