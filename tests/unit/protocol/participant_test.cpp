@@ -164,10 +164,11 @@ TEST_F(ParticipantTest, TheAnnouncementSaysWhatTheStandardAsks) {
 
 TEST_F(ParticipantTest, ANewParticipantIsAnsweredAtOnceAndAskedForItsEndpoints) {
     start();
-    time += seconds(1);
+    run_until(time + seconds(1)); // the burst is over
+    output.messages.clear();
     announce(remote(2));
     EXPECT_EQ(recorder.participants.size(), 1u);
-    EXPECT_EQ(sent_to(udpv4(2)), (Lines{"DATA 2", "HEARTBEAT 1..0", "HEARTBEAT 1..0", "HEARTBEAT 1..0",
+    EXPECT_EQ(sent_to(udpv4(2)), (Lines{"DATA 6", "HEARTBEAT 1..0", "HEARTBEAT 1..0", "HEARTBEAT 1..0",
                                         "ACKNACK 1 {}", "ACKNACK 1 {}", "ACKNACK 1 {}"}));
     EXPECT_EQ(output.messages.size(), 1u);
     output.messages.clear();
