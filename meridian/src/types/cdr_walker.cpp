@@ -74,6 +74,10 @@ bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
     return enter_delimited(outer, inner) || fail("longer than the sample");
 }
 
+bool CdrWalker::leave_header(const ByteReader& inner) {
+    return !strict_ || inner.remaining() == 0 || fail("more than belongs to it");
+}
+
 DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
     if (key_only_ && dialect_.flat_keys)
         return DDS_FINAL_EXTENSIBILITY;
@@ -283,13 +287,14 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
                                   std::vector<Located>* located) {
     ByteReader body;
     ByteReader* source = &reader;
-    if (member.optional && version_ == Version::xcdr2) {
-        bool present = false;
-        if (!reader.read_bool(present))
-            return fail("the sample ends before an optional member");
-        if (!present)
+    const bool optional = member.optional && dialect_.optional_headers;
+    if (optional && version_ == Version::xcdr2) {
+        uint8_t present = 0;
+        if (!reader.read(present) || (strict_ && present > 1))
+            return fail("no flag tells whether it is there");
+        if (present == 0)
             return true;
-    } else if (member.optional && dialect_.lists) {
+    } else if (optional) {
         Xcdr1Header header;
         if (!read_xcdr1_header(reader, header))
             return false;
@@ -428,7 +433,7 @@ bool CdrWalker::walk_structure(ByteReader& reader, const Type& type, ValueSink* 
         ByteReader inner;
         if (!enter_header(reader, inner))
             return false;
-        done = walk_plain_members(inner, type, true, sink, nullptr);
+        done = walk_plain_members(inner, type, true, sink, nullptr) && leave_header(inner);
     } else {
         done = walk_plain_members(reader, type, false, sink, nullptr);
     }
@@ -493,7 +498,7 @@ bool CdrWalker::walk_union(ByteReader& reader, const Type& type, ValueSink* sink
         ByteReader inner;
         if (!enter_header(reader, inner))
             return false;
-        done = walk_union_parts(inner, inner, type, sink);
+        done = walk_union_parts(inner, inner, type, sink) && leave_header(inner);
     } else {
         done = walk_union_parts(reader, reader, type, sink);
     }
@@ -608,7 +613,7 @@ bool CdrWalker::walk_map(ByteReader& outer, const Type& type, ValueSink* sink) {
         if (!done)
             return false;
     }
-    return sink == nullptr || sink->end_map(type);
+    return (reader != &inner || leave_header(inner)) && (sink == nullptr || sink->end_map(type));
 }
 
 } // namespace meridian::types

@@ -36,8 +36,10 @@ struct CdrDialect {
     Headers headers = Headers::standard;
     /// XCDR1: whether alignment still counts from the start of an optional or mutable member after it ended.
     bool origin_stays = true;
-    /// XCDR1: mutable types and optional members are sent as if they were neither, by serializers that know
-    /// no parameter lists.
+    /// Optional members are sent as if they were not: dynamic types of Fast DDS 3.1.
+    bool optional_headers = true;
+    /// XCDR1: mutable types are sent as if they were final, by serializers that know no parameter lists: Fast
+    /// CDR 1.
     bool lists = true;
     /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS.
     bool flat_keys = false;
@@ -88,6 +90,10 @@ class CdrWalker {
         has_outer_ = true;
     }
 
+    /// Refuses what no serializer writes, though it could be read: delimited values that do not fill their
+    /// length, flags that are neither 0 nor 1.
+    void set_strict() { strict_ = true; }
+
     /// Where and why the first failure happened: "member a.b[3]: reason".
     const std::string& failure() const { return failure_; }
 
@@ -99,6 +105,7 @@ class CdrWalker {
 
     bool fail(const char* reason);
     bool enter_header(rtps::ByteReader& outer, rtps::ByteReader& inner);
+    bool leave_header(const rtps::ByteReader& inner);
     bool walk_value(rtps::ByteReader& reader, const Type* type, ValueSink* sink);
     bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
@@ -147,6 +154,7 @@ class CdrWalker {
     /// short sample.
     uint64_t budget_;
     bool key_only_ = false;
+    bool strict_ = false;
     bool has_outer_ = false;
     DDS_ExtensibilityKind outer_ = DDS_FINAL_EXTENSIBILITY;
     std::vector<Step> path_;

@@ -236,6 +236,12 @@ bool is_written_alike(const Type* type, std::set<const Type*>& seen) {
                        [&seen](const Member* member) { return is_written_alike(member->type, seen); });
 }
 
+rtps::KeyHash padded(const rtps::ByteBuffer& key) {
+    rtps::KeyHash hash{};
+    std::copy_n(key.begin(), std::min(key.size(), hash.size()), hash.begin());
+    return hash;
+}
+
 } // namespace
 
 KeyHasher::KeyHasher(const SampleReader& reader)
@@ -250,8 +256,8 @@ KeyHasher::KeyHasher(const SampleReader& reader)
         forms_agree_ = forms_agree_ && is_written_alike(member->type, seen);
 }
 
-bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
-                        std::string& failure) const {
+bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, rtps::ByteBuffer& key,
+                          std::string& failure) const {
     if (!keyed_) {
         failure = "the type has no key";
         return false;
@@ -260,20 +266,43 @@ bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::
     if (setups.empty())
         return false;
     SampleReader::Setup& setup = setups.front();
-    rtps::ByteBuffer bytes;
     const bool xcdr2 = form == Form::xcdr2;
-    ByteWriter writer(bytes, rtps::Endianness::big,
+    ByteWriter writer(key, rtps::Endianness::big,
                       xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
     KeyWriter key_writer(writer, xcdr2);
-    if (!write_key(setup.walker, setup.reader, reader_.type(), key_writer, 0)) {
-        failure = setup.walker.failure().empty() ? "a key member is missing" : setup.walker.failure();
+    if (write_key(setup.walker, setup.reader, reader_.type(), key_writer, 0))
+        return true;
+    failure = setup.walker.failure().empty() ? "a key member is missing" : setup.walker.failure();
+    return false;
+}
+
+bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
+                        std::string& failure) const {
+    rtps::ByteBuffer key;
+    if (!serialize(payload, key_only, form, key, failure))
         return false;
-    }
-    hash = {};
-    if (is_digest(form))
-        hash = md5(bytes);
-    else
-        std::copy_n(bytes.begin(), std::min(bytes.size(), hash.size()), hash.begin());
+    hash = is_digest(form) ? md5(key) : padded(key);
+    return true;
+}
+
+bool KeyHasher::compute_all(rtps::ByteView payload, bool key_only, std::vector<rtps::KeyHash>& hashes,
+                            std::string& failure) const {
+    const auto add = [&hashes](const rtps::KeyHash& hash) {
+        if (std::find(hashes.begin(), hashes.end(), hash) == hashes.end())
+            hashes.push_back(hash);
+    };
+    rtps::ByteBuffer xcdr1;
+    rtps::ByteBuffer xcdr2;
+    if (!serialize(payload, key_only, Form::xcdr2, xcdr2, failure) ||
+        (!forms_agree_ && !serialize(payload, key_only, Form::xcdr1, xcdr1, failure)))
+        return false;
+    const rtps::ByteBuffer& other = forms_agree_ ? xcdr2 : xcdr1;
+    add(digest_xcdr2_ ? md5(xcdr2) : padded(xcdr2));
+    add(digest_xcdr1_ ? md5(other) : padded(other));
+    if (xcdr2.size() <= kMaxPlainKey)
+        add(padded(xcdr2));
+    if (other.size() <= kMaxPlainKey)
+        add(padded(other));
     return true;
 }
 

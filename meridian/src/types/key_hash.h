@@ -33,8 +33,16 @@ class KeyHasher {
     /// has no key.
     bool compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
                  std::string& failure) const;
+    /// All hashes by which a peer may know the instance, without duplicates: those of both forms, XCDR2
+    /// first, and short keys as they stand although longer ones of the type would be digested (dynamic types
+    /// of Fast DDS). A dispose that carries only a hash means the instance that has it among these.
+    bool compute_all(rtps::ByteView payload, bool key_only, std::vector<rtps::KeyHash>& hashes,
+                     std::string& failure) const;
 
   private:
+    bool serialize(rtps::ByteView payload, bool key_only, Form form, rtps::ByteBuffer& key,
+                   std::string& failure) const;
+
     const SampleReader& reader_;
     bool keyed_;
     bool forms_agree_ = false;

@@ -51,6 +51,7 @@ struct Disputed {
     bool wide_text = false;
     bool headers = false;
     bool lists = false;
+    bool optionals = false;
 };
 
 std::vector<CdrDialect> dialects(CdrWalker::Version version, const Disputed& disputed) {
@@ -73,12 +74,20 @@ std::vector<CdrDialect> dialects(CdrWalker::Version version, const Disputed& dis
             dialect.wide_text = wide_text;
             dialect.headers = header;
             result.push_back(dialect);
-            if (!xcdr1 || !disputed.lists)
-                continue;
-            dialect.origin_stays = false;
-            result.push_back(dialect);
-            dialect.lists = false;
-            result.push_back(dialect);
+            if (xcdr1 && disputed.lists) {
+                dialect.origin_stays = false;
+                result.push_back(dialect);
+                dialect.origin_stays = true;
+            }
+            if (disputed.optionals) {
+                dialect.optional_headers = false;
+                result.push_back(dialect);
+            }
+            if (xcdr1 && disputed.lists) {
+                dialect.optional_headers = false;
+                dialect.lists = false;
+                result.push_back(dialect);
+            }
         }
     }
     return result;
@@ -90,6 +99,7 @@ SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
     Disputed disputed;
     visit_types(type_.get(), [&disputed](const Type& part) {
         disputed.wide_text |= part.kind == DDS_TK_WSTRING || part.kind == DDS_TK_WCHAR;
+        disputed.optionals |= has_optional_member(part);
         disputed.lists |= part.extensibility == DDS_MUTABLE_EXTENSIBILITY || has_optional_member(part);
         disputed.headers |=
             part.kind == DDS_TK_MAP || ((part.kind == DDS_TK_SEQUENCE || part.kind == DDS_TK_ARRAY) &&
@@ -149,6 +159,7 @@ std::vector<SampleReader::Setup> SampleReader::setups(ByteView payload, bool key
     // Where serializers differ, the one that was at work is told by the sample being used up exactly.
     for (size_t i = 0; i < result.size() && result.size() > 1; ++i) {
         Setup trial = result[i];
+        trial.walker.set_strict();
         if (trial.walker.walk(trial.reader, *type_, nullptr) && trial.reader.remaining() <= kMaxPadding) {
             std::swap(result[0], result[i]);
             break;

@@ -127,7 +127,14 @@ long double to_long_double(const std::array<uint8_t, 16>& octets) {
             value = value << 8 | octets[first + i];
         return value;
     };
-    const bool extended = number(10, 6) == 0 && number(0, 10) != 0;
+    // Peers on x86 send the 80 bits of their processor and whatever stood in the six octets behind. Such a
+    // number shows its leading one, and read as a binary128 it is mostly out of all proportion.
+    const auto is_plausible = [](uint64_t sign_and_exponent) {
+        const uint64_t exponent = sign_and_exponent & 0x7fff;
+        return exponent > 16383 - 4096 && exponent < 16383 + 4096;
+    };
+    const bool extended =
+        is_plausible(number(8, 2)) && (octets[7] & 0x80) != 0 && !is_plausible(number(14, 2));
     const uint64_t head = extended ? number(8, 2) : number(14, 2);
     const int exponent = static_cast<int>(head & 0x7fff);
     const long double sign = (head & 0x8000) != 0 ? -1.0L : 1.0L;

@@ -21,9 +21,9 @@ void append_number(std::string& out, long double value);
 void append_number(std::string& out, int64_t value);
 void append_number(std::string& out, uint64_t value);
 
-/// A long double as it was sent, as near as this machine's long double comes to it. Peers on x86 send the 80
-/// bits of their processor where the standard wants an IEEE binary128; the two cannot be taken for each
-/// other, since the former leaves the six highest octets zero.
+/// A long double as it was sent, as near as this machine's long double comes to it. The standard's IEEE
+/// binary128 and the 80 bits that peers on x86 send instead are told apart by which of them makes a number of
+/// a plausible size.
 long double to_long_double(const std::array<uint8_t, 16>& octets);
 
 /// The names of the flags that are set, joined by " | "; unnamed bits in hexadecimal; "0" when none is set.

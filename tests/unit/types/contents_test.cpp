@@ -93,11 +93,15 @@ TEST(Contents, OfCycloneSamples) {
     check_golden("cyclone.corpus", "cyclone.golden", 55);
 }
 
+TEST(Contents, OfFastDdsSamples) {
+    check_golden("fastdds.corpus", "fastdds.golden", 25);
+}
+
 // A damaged sample is one that fails, or other values: never more. What it holds is told as far as it goes.
 TEST(Contents, SurviveEveryTruncationAndBitFlip) {
     size_t refused = 0;
     size_t taken = 0;
-    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+    for (const test::CorpusType& type : test::read_all_corpora()) {
         const SampleReader reader(test::build_type(type));
         for (const test::CorpusSample& sample : type.values.front().samples) {
             std::string failure;

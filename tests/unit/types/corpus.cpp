@@ -27,11 +27,14 @@ std::vector<CorpusType> read_corpus(const std::string& file) {
         const std::string label = line.substr(0, blank);
         const std::string rest = blank == std::string::npos ? "" : line.substr(blank + 1);
         if (label == "type") {
-            types.push_back({rest, {}, {}, {}});
+            types.emplace_back();
+            types.back().name = rest;
         } else if (label == "information") {
             types.back().information = from_hex(rest);
         } else if (label == "mapping") {
             types.back().mapping = from_hex(rest);
+        } else if (label == "pair") {
+            types.back().pairs.push_back(from_hex(rest));
         } else if (label == "value") {
             types.back().values.emplace_back();
         } else if (label == "peer") {
@@ -49,9 +52,25 @@ std::vector<CorpusType> read_corpus(const std::string& file) {
     return types;
 }
 
-bool read_mapping(const rtps::ByteBuffer& mapping, std::vector<types::TypeObjectPair>& pairs) {
-    rtps::ByteReader reader(mapping, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
-    return types::read_pairs(reader, pairs) && types::read_pairs(reader, pairs);
+std::vector<CorpusType> read_all_corpora() {
+    std::vector<CorpusType> types = read_corpus("cyclone.corpus");
+    for (CorpusType& type : read_corpus("fastdds.corpus"))
+        types.push_back(std::move(type));
+    return types;
+}
+
+bool read_objects(const CorpusType& type, std::vector<types::TypeObjectPair>& pairs) {
+    rtps::ByteReader reader(type.mapping, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+    if (!type.mapping.empty() && !(types::read_pairs(reader, pairs) && types::read_pairs(reader, pairs)))
+        return false;
+    for (const rtps::ByteBuffer& bytes : type.pairs) {
+        rtps::ByteReader one(bytes, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+        types::TypeObjectPair pair;
+        if (!types::read(one, pair.id) || !types::read_type_object_bytes(one, pair.object))
+            return false;
+        pairs.push_back(pair);
+    }
+    return !pairs.empty();
 }
 
 types::TypeRef build_type(const CorpusType& type, bool complete) {
@@ -59,7 +78,7 @@ types::TypeRef build_type(const CorpusType& type, bool complete) {
     types::TypeInformation information;
     std::vector<types::TypeObjectPair> pairs;
     if (!types::decode(type.information, rtps::Endianness::little, information) ||
-        !read_mapping(type.mapping, pairs)) {
+        !read_objects(type, pairs)) {
         ADD_FAILURE() << type.name;
         return types::TypeRef();
     }

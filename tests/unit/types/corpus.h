@@ -26,17 +26,19 @@ struct CorpusValue {
 struct CorpusType {
     std::string name;
     meridian::rtps::ByteBuffer information;
-    meridian::rtps::ByteBuffer mapping;
+    meridian::rtps::ByteBuffer mapping;            // as Cyclone DDS compiles it
+    std::vector<meridian::rtps::ByteBuffer> pairs; // identifiers and type objects of Fast DDS
     std::vector<CorpusValue> values;
 };
 
+/// The types of all corpora.
+std::vector<CorpusType> read_all_corpora();
 /// The types of data/`file`; empty, with a test failure, when it cannot be read.
 std::vector<CorpusType> read_corpus(const std::string& file);
 meridian::rtps::ByteBuffer from_hex(const std::string& hex);
 
-/// What the type mapping of Cyclone DDS holds: all type objects of a type, minimal and complete.
-bool read_mapping(const meridian::rtps::ByteBuffer& mapping,
-                  std::vector<meridian::types::TypeObjectPair>& pairs);
+/// All type objects of a type and its dependencies, minimal and complete.
+bool read_objects(const CorpusType& type, std::vector<meridian::types::TypeObjectPair>& pairs);
 /// The type code of a corpus type, from its complete or minimal type object. Empty after a test failure.
 meridian::types::TypeRef build_type(const CorpusType& type, bool complete = true);
 

@@ -32,11 +32,11 @@ const Member& member(const Type& type, const std::string& name) {
 
 } // namespace
 
-TEST(TypeObject, HashesOfThePeerAreOurs) {
+TEST(TypeObject, HashesOfThePeersAreOurs) {
     size_t checked = 0;
-    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+    for (const test::CorpusType& type : test::read_all_corpora()) {
         std::vector<TypeObjectPair> pairs;
-        ASSERT_TRUE(test::read_mapping(type.mapping, pairs)) << type.name;
+        ASSERT_TRUE(test::read_objects(type, pairs)) << type.name;
         for (const TypeObjectPair& pair : pairs) {
             EXPECT_EQ(hash_of(pair.object, pair.id.kind == tk::kComplete), pair.id.hash) << type.name;
             ++checked;
@@ -51,7 +51,7 @@ TEST(TypeObject, InformationNamesTheTypeAndItsDependencies) {
         ASSERT_TRUE(decode(type.information, rtps::Endianness::little, information)) << type.name;
         ASSERT_EQ(information.best(), &information.complete);
         std::vector<TypeObjectPair> pairs;
-        ASSERT_TRUE(test::read_mapping(type.mapping, pairs));
+        ASSERT_TRUE(test::read_objects(type, pairs));
         for (const TypeIdentifierWithDependencies* form : {&information.minimal, &information.complete}) {
             EXPECT_EQ(static_cast<size_t>(form->dependency_count), form->dependencies.size());
             TypeLibrary library;
@@ -150,9 +150,9 @@ TEST(TypeObject, EqualTypesAreEqualAndOthersAreNot) {
 
 TEST(TypeObject, EveryTruncationAndBitFlipIsTakenOrRefused) {
     size_t refused = 0;
-    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+    for (const test::CorpusType& type : test::read_all_corpora()) {
         std::vector<TypeObjectPair> pairs;
-        ASSERT_TRUE(test::read_mapping(type.mapping, pairs));
+        ASSERT_TRUE(test::read_objects(type, pairs));
         for (const TypeObjectPair& pair : pairs) {
             TypeObject object;
             for (size_t size = 0; size < pair.object.size; ++size) {
