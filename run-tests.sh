@@ -6,7 +6,7 @@
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
 # Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads) run
-# the tests that do not take long under sanitizers; "clang" compiles library and tool with the thread-safety analysis;
+# the same tests under sanitizers, with test peers of the release build; "clang" compiles library and tool with the thread-safety analysis;
 # "fuzz" runs each fuzz target for a short time. The exit status is 0 only if everything passed.
 set -u
 cd "$(dirname "$0")" || exit 1
@@ -73,7 +73,9 @@ run_ctest() { # PRESET OPTIONS...
 }
 
 sanitizer_leg() { # PRESET
-    configure "$1" -DFERRET_PEERS_DIR="$PWD/build/release/tests/interop/peers" && build "$1" && run_ctest "$1" -LE 'long|walls'
+    # Little optimisation: half the time to compile, and what the sanitizers see is closer to the source.
+    configure "$1" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" -DFERRET_PEERS_DIR="$PWD/build/release/tests/interop/peers" &&
+        build "$1" && run_ctest "$1" -LE walls
 }
 
 clang_leg() {
