@@ -5,9 +5,10 @@
 #   ./run-tests.sh release         only these legs: release asan tsan clang fuzz
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
-# Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads) run
-# the same tests under sanitizers, with test peers of the release build; "clang" compiles library and tool with the thread-safety analysis;
-# "fuzz" runs each fuzz target for a short time. The exit status is 0 only if everything passed.
+# Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads)
+# run the same tests under sanitizers, with the test peers of the release build; "clang" compiles library and tool with
+# the thread-safety analysis; "fuzz" runs each fuzz target for a short time. The exit status is 0 only if everything
+# passed.
 set -u
 cd "$(dirname "$0")" || exit 1
 
