@@ -78,6 +78,12 @@ bool CdrWalker::leave_header(const ByteReader& inner) {
     return !strict_ || inner.remaining() == 0 || fail("more than belongs to it");
 }
 
+bool CdrWalker::leave_member(const ByteReader& body) {
+    // XCDR1 allows the length of a member to include the padding behind it.
+    const size_t padding = version_ == Version::xcdr1 ? 3 : 0;
+    return !strict_ || body.remaining() <= padding || fail("more than belongs to it");
+}
+
 DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
     if (key_only_ && dialect_.flat_keys)
         return DDS_FINAL_EXTENSIBILITY;
@@ -308,7 +314,7 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
     }
     if (located != nullptr)
         located->push_back({&member, *source});
-    return walk_member(*source, member, sink);
+    return walk_member(*source, member, sink) && (source != &body || leave_member(body));
 }
 
 bool CdrWalker::walk_plain_members(ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
@@ -427,7 +433,7 @@ bool CdrWalker::walk_structure(ByteReader& reader, const Type& type, ValueSink* 
         std::vector<Located> members;
         done = find_mutable_members(reader, type, members) &&
                std::all_of(members.begin(), members.end(), [this, sink](Located& located) {
-                   return walk_member(located.body, *located.member, sink);
+                   return walk_member(located.body, *located.member, sink) && leave_member(located.body);
                });
     } else if (extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == Version::xcdr2) {
         ByteReader inner;
@@ -484,7 +490,7 @@ bool CdrWalker::walk_mutable_union(ByteReader& outer, const Type& type, ValueSin
     }
     if (count == 0)
         return fail("a union without a discriminator");
-    return walk_union_parts(parts[0], parts[1], type, sink);
+    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member(parts[1]);
 }
 
 bool CdrWalker::walk_union(ByteReader& reader, const Type& type, ValueSink* sink) {

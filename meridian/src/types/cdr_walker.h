@@ -106,6 +106,7 @@ class CdrWalker {
     bool fail(const char* reason);
     bool enter_header(rtps::ByteReader& outer, rtps::ByteReader& inner);
     bool leave_header(const rtps::ByteReader& inner);
+    bool leave_member(const rtps::ByteReader& body);
     bool walk_value(rtps::ByteReader& reader, const Type* type, ValueSink* sink);
     bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
