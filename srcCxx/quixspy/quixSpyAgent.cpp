@@ -6,6 +6,7 @@
 
 #include "meridian/builtin_topics.h"
 #include "meridian/domain_participant_factory.h"
+#include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
 #include "meridian/string.h"
 #include "quixspy/quixSpyDataListener.h"
@@ -67,6 +68,7 @@ void QuixSpyAgent::delete_participant(QuixSpyParticipantListNode* node) {
     for (QuixSpyDataListenerNode* topic = node->dataListeners.head(); topic != nullptr;) {
         QuixSpyDataListenerNode* const following = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
         delete topic->listener;
+        delete topic->typeSupport;
         QUIXHeap_free(topic);
         topic = following;
     }

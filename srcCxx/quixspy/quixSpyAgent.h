@@ -14,6 +14,7 @@
 #include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpyList.h"
 
+class DDSDynamicDataTypeSupport;
 class QuixSpyDataListener;
 class QuixSpyDiscoveryListener;
 
@@ -29,6 +30,7 @@ void stopHandler(int signal);
 /// One subscribed topic. A plain record of the middleware's heap; owns its listener.
 struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     QuixSpyDataListener* listener;
+    DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
 };
 
 /// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. A

@@ -4,6 +4,7 @@
 
 #include "agent/QuixAgent.h"
 #include "meridian/data_reader.h"
+#include "meridian/dynamic_data_type_support.h"
 #include "meridian/string.h"
 #include "meridian/topic.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
@@ -61,6 +62,7 @@ QuixSpyDataListener::~QuixSpyDataListener() {
     }
     DDS_String_free(topicName);
     DDS_String_free(typeName);
+    DDS_String_free(printBuffer_);
 }
 
 bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
@@ -83,8 +85,10 @@ void QuixSpyDataListener::copy_writer(QuixSpyEndpointInfo& out, const DDS_Sample
 void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
     QUIXSemaphore& semaphore = *settings_.outputSemaphore;
     if (semaphore.take(kOutputWait)) {
-        // The type that was registered for the topic follows from its key flag.
-        if (settings_.fields.isKeyed)
+        // The type that was registered for the topic decides what its reader is.
+        if (settings_.useDynamicData)
+            report_samples<DDSDynamicDataReader, DDS_DynamicDataSeq>(DDSDynamicDataReader::narrow(reader));
+        else if (settings_.fields.isKeyed)
             report_samples<KeyedDynamicTypeDataReader, KeyedDynamicTypeSeq>(
                 static_cast<KeyedDynamicTypeDataReader*>(reader));
         else
@@ -115,7 +119,7 @@ void QuixSpyDataListener::report_samples(Reader* reader) {
         return;
     }
     for (DDS_Long i = 0; i < infos.length(); ++i)
-        print_user_data(infos[i]);
+        print_user_data(infos[i], infos[i].valid_data ? &samples[i] : nullptr);
     const DDS_ReturnCode_t returned = reader->return_loan(samples, infos);
     if (returned != DDS_RETCODE_OK)
         say_result("return loan error %d\n", returned);
@@ -131,15 +135,73 @@ void QuixSpyDataListener::count(const DDS_SampleInfo& info) {
         add_one(noWritersSampleCount);
 }
 
-void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info) {
+void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info, const void* sample) {
     LocalRecord writer;
     copy_writer(writer, info);
     count(info);
     line_.clear();
     QUIXSpy_formatSampleLine(line_, settings_.fields, topicField_, info, writer);
+    print_sample(info, sample);
     line_ += '\n';
-    std::fwrite(line_.data(), 1, line_.size(), stdout);
+    write_line();
     std::fflush(stdout);
+}
+
+void QuixSpyDataListener::write_line() {
+    std::fwrite(line_.data(), 1, line_.size(), stdout);
+    line_.clear();
+}
+
+void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* sample) {
+    if (!info.valid_data || sample == nullptr || settings_.printSample == PRINT_SAMPLE_NONE)
+        return;
+    if (settings_.useDynamicData)
+        print_sample(*static_cast<const DDS_DynamicData*>(sample), 0);
+}
+
+bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t indent) {
+    switch (settings_.printSample) {
+        case PRINT_SAMPLE_PLAIN:
+            return print_plain(sample, indent);
+        case PRINT_SAMPLE_COMPACT:
+            return print_compact(sample);
+        default:
+            return true;
+    }
+}
+
+bool QuixSpyDataListener::print_plain(const DDS_DynamicData& sample, int32_t indent) {
+    line_ += '\n';
+    write_line(); // the middleware writes to the stream itself
+    const DDS_ReturnCode_t result = sample.print(stdout, indent);
+    if (result != DDS_RETCODE_OK)
+        say_result("print failed with retCode %d\n", result);
+    return result == DDS_RETCODE_OK;
+}
+
+bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
+    DDS_PrintFormatProperty format = DDS_PRINT_FORMAT_PROPERTY_DEFAULT;
+    format.kind = DDS_JSON_PRINT_FORMAT;
+    format.pretty_print = false;
+    DDS_UnsignedLong length = 0;
+    DDS_ReturnCode_t result = sample.to_string(nullptr, length, format);
+    if (result == DDS_RETCODE_OK && printBufferCapacity_ < length) {
+        DDS_String_free(printBuffer_);
+        printBuffer_ = DDS_String_alloc(length);
+        if (printBuffer_ == nullptr) {
+            say("Error allocating string for printing sample.");
+            return false;
+        }
+    }
+    if (result == DDS_RETCODE_OK)
+        result = sample.to_string(printBuffer_, length, format);
+    if (result != DDS_RETCODE_OK) {
+        say_result("to_string failed with retCode %d\n", result);
+        return false;
+    }
+    line_ += " sample=";
+    line_ += printBuffer_;
+    return true;
 }
 
 void QuixSpyDataListener::on_requested_deadline_missed(DDSDataReader* reader,

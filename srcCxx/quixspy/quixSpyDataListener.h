@@ -8,11 +8,13 @@
 #include <mutex>
 #include <string>
 
+#include "meridian/dynamic_data.h"
 #include "meridian/listener.h"
 #include "meridian/sample_info.h"
 #include "meridian/semaphore.h"
 #include "meridian/type_code.h"
 #include "quixspy/quixSpyEndpointInfo.h"
+#include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpySampleLine.h"
 
 /// How a listener reports its topic. Does not change while the listener lives.
@@ -20,6 +22,8 @@ struct QuixSpyDataListenerSettings {
     QuixSpySampleLineFields fields;
     int32_t topicWidth = 50;
     int32_t typeWidth = 50;
+    PrintSample printSample = PRINT_SAMPLE_NONE;
+    bool useDynamicData = false;              // the reader delivers DDS_DynamicData, not opaque samples
     float deadline = -1.0F;                   // seconds; -1: none
     QUIXSemaphore* outputSemaphore = nullptr; // not owned; one for all listeners, so that lines do not mix
 };
@@ -50,8 +54,10 @@ class QuixSpyDataListener : public DDSDataReaderListener {
                                        const DDS_RequestedIncompatibleQosStatus& status) override;
     void on_subscription_matched(DDSDataReader* reader, const DDS_SubscriptionMatchedStatus& status) override;
 
-    /// Counts a sample and prints its line, which is flushed. One thread at a time.
-    void print_user_data(const DDS_SampleInfo& info);
+    /// Counts a sample and prints its line, with contents where they are asked for, and flushes. `sample` is
+    /// a DDS_DynamicData or a DynamicType, as the settings say; null without valid data. One thread at a
+    /// time.
+    void print_user_data(const DDS_SampleInfo& info, const void* sample);
 
     char* const topicName; // owned (DDS_String)
     char* const typeName;  // owned (DDS_String)
@@ -62,13 +68,21 @@ class QuixSpyDataListener : public DDSDataReaderListener {
   private:
     template <typename Reader, typename Sequence>
     void report_samples(Reader* reader);
+    // The contents, behind what stands in line_ already. The first decides which of the others does it.
+    void print_sample(const DDS_SampleInfo& info, const void* sample);
+    bool print_sample(const DDS_DynamicData& sample, int32_t indent);
+    bool print_plain(const DDS_DynamicData& sample, int32_t indent);
+    bool print_compact(const DDS_DynamicData& sample);
+    void write_line();
     void count(const DDS_SampleInfo& info);
     void copy_writer(QuixSpyEndpointInfo& out, const DDS_SampleInfo& info);
 
     DDS_TypeCode* const typeCode_; // owned, may be null
     const QuixSpyDataListenerSettings settings_;
     const std::string topicField_;
-    std::string line_; // the line being made; its memory is used again
+    std::string line_;            // the line being made; its memory is used again
+    char* printBuffer_ = nullptr; // owned (DDS_String): text of contents in the compact form
+    uint32_t printBufferCapacity_ = 0;
 
     // Writers become known on the main thread while samples are reported on a delivery thread.
     std::mutex writersMutex_;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 
+#include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/quixSpyAgent.h"
@@ -154,7 +155,28 @@ void add_writer(const ParticipantNode& participant, const Publication& publicati
     }
 }
 
-bool register_type(DDSDomainParticipant& participant, const Publication& publication) {
+/// The type as dynamic data; null, with the reasons told, where the opaque type must do.
+DDSDynamicDataTypeSupport* register_dynamic_type(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
+                                                 const Publication& publication) {
+    DDS_DynamicDataTypeProperty_t properties = DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT;
+    properties.serialization.max_size_serialized = agent._maxSizeSerialized;
+    properties.serialization.min_size_serialized = 4096;
+    properties.serialization.trim_to_size = true;
+    auto* const support = new (std::nothrow) DDSDynamicDataTypeSupport(publication.typeCode, properties);
+    if (support == nullptr || !support->is_valid()) {
+        progress("ferret: Failed to allocate memory for DynamicDataTypeSupport\n");
+    } else {
+        const DDS_ReturnCode_t result = support->register_type(&participant, publication.typeName);
+        if (result == DDS_RETCODE_OK)
+            return support;
+        progress("ferret: register_type error %d\n", result);
+    }
+    progress("ferret: using non dynamic data type instead\n");
+    delete support;
+    return nullptr;
+}
+
+bool register_opaque_type(DDSDomainParticipant& participant, const Publication& publication) {
     const DDS_ReturnCode_t result =
         publication.keyed ? KeyedDynamicTypeTypeSupport::register_type(&participant, publication.typeName)
                           : DynamicTypeTypeSupport::register_type(&participant, publication.typeName);
@@ -174,7 +196,8 @@ bool clone_type_code(const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
     return exception == DDS_NO_EXCEPTION_CODE || fail("ferret: Error cloning type code\n");
 }
 
-QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publication& publication) {
+QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publication& publication,
+                                        bool useDynamicData) {
     QuixSpyDataListenerSettings settings;
     settings.fields.isKeyed = publication.keyed;
     settings.fields.showHandle = agent._showHandle;
@@ -182,6 +205,8 @@ QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publica
     settings.fields.showSampleFlags = agent._showSampleFlags;
     settings.fields.showEntityName = agent._showEntityName;
     settings.fields.showPartition = agent._showPartition;
+    settings.printSample = agent._printSample;
+    settings.useDynamicData = useDynamicData;
     settings.topicWidth = agent._topicWidth;
     settings.typeWidth = agent._typeWidth;
     settings.deadline = agent._deadline;
@@ -230,12 +255,16 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         return fail("ferret: Error allocating spyDataListenerNode\n");
     DDS_TypeCode* type_code = nullptr;
     DDSTopic* topic = nullptr;
-    if (register_type(*node.participant, publication) && clone_type_code(publication.typeCode, type_code))
+    if (publication.typeCode != nullptr)
+        topic_node->typeSupport = register_dynamic_type(agent, *node.participant, publication);
+    const bool dynamic = topic_node->typeSupport != nullptr;
+    if ((dynamic || register_opaque_type(*node.participant, publication)) &&
+        clone_type_code(publication.typeCode, type_code))
         topic = create_topic(*node.participant, publication);
     if (topic != nullptr) {
         progress("ferret: Creating data reader listener...\n");
         topic_node->listener = new (std::nothrow) QuixSpyDataListener(
-            publication.topicName, publication.typeName, type_code, settings_of(agent, publication));
+            publication.topicName, publication.typeName, type_code, settings_of(agent, publication, dynamic));
         if (topic_node->listener == nullptr)
             fail("ferret: Listener instantiation error\n");
     }
@@ -244,6 +273,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
             DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
             DDS_TypeCodeFactory::get_instance()->delete_tc(type_code, exception);
         }
+        delete topic_node->typeSupport;
         QUIXHeap_free(topic_node);
         return false;
     }

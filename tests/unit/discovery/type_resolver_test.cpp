@@ -48,7 +48,7 @@ class TypeResolverTest : public ::testing::Test {
         for (const types::TypeHash& hash : request.hashes) {
             for (const test::CorpusType& entry : corpus) {
                 std::vector<types::TypeObjectPair> pairs;
-                test::read_mapping(entry.mapping, pairs);
+                test::read_objects(entry, pairs);
                 const auto known =
                     std::find_if(pairs.begin(), pairs.end(),
                                  [&hash](const types::TypeObjectPair& pair) { return pair.id.hash == hash; });

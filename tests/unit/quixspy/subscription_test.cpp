@@ -134,7 +134,7 @@ class Subscription : public ::testing::Test {
         info.source_timestamp = {0, 0};
         info.valid_data = true;
         info.publication_handle = {{0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, entity}, 16, true};
-        return printed_by([&] { from.print_user_data(info); }).substr(26);
+        return printed_by([&] { from.print_user_data(info, nullptr); }).substr(26);
     }
 
     VerbosityGuard verbosity{1};
@@ -401,7 +401,7 @@ TEST_F(Subscription, OptionsReachTheLines) {
     info.flag = 1;
     info.sample_identity.sequence_number = {0, 4};
     EXPECT_EQ(
-        printed_by([&] { listener().print_user_data(info); }),
+        printed_by([&] { listener().print_user_data(info, nullptr); }),
         "00:00:00 New data          from 10.1.2.3        : topic=\"Ci\" type=\"Sha\""
         " key=\"00000000.00000000.00000000.00000000\" guid=\"0x00000001,0x00000002,0x00000003:0x00000001\""
         " flags=\"R\" virtual_sn=(0, 4) name=\"role:name\" DP partition=\"P\" S partition=\"A\"\n");
