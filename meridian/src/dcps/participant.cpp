@@ -107,7 +107,9 @@ bool ParticipantImpl::open(std::string& error) {
         [this](const rtps::Guid& publication, const types::TypeRef& type) {
             store_.type_resolved(publication, type);
         },
-        nullptr);
+        [documents = profiles_.profiles()](const std::string& type_name) {
+            return documents->type(type_name);
+        });
     store_.set_types(type_lookup_.get());
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
     runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {

@@ -5,11 +5,13 @@
 #include "platform/file.h"
 #include "qos/entity_readers.h"
 #include "qos/profile_loader.h"
+#include "types/type_documents.h"
 
 namespace meridian::qos {
 
 struct ProfileStore::Contents {
     ProfileSet set;
+    types::TypeDocuments types;
 };
 
 namespace {
@@ -32,12 +34,26 @@ std::vector<std::string> file_names(const char* url_list) {
     return names;
 }
 
-bool add_document(ProfileLoader& loader, const std::string& label, std::string source, std::string& error) {
-    std::unique_ptr<Document> document = Document::parse(label, std::move(source), error);
-    return document && loader.add(std::move(document), error);
+std::string folder_of(const std::string& file) {
+    const size_t slash = file.rfind('/');
+    return slash == std::string::npos ? "." : file.substr(0, slash + 1);
 }
 
-bool add_string_profile(ProfileLoader& loader, const DDS_StringSeq& fragments, std::string& error) {
+/// Takes the documents of one load, one after the other: their profiles and their types.
+struct Loader {
+    ProfileLoader profiles;
+    types::TypeDocuments& types;
+};
+
+bool add_document(Loader& loader, const std::string& label, const std::string& folder, std::string source,
+                  std::string& error) {
+    std::string copy = source; // the parser works in the text itself
+    std::unique_ptr<Document> document = Document::parse(label, std::move(copy), error);
+    return document && loader.profiles.add(std::move(document), error) &&
+           loader.types.load(label, source, folder, error);
+}
+
+bool add_string_profile(Loader& loader, const DDS_StringSeq& fragments, std::string& error) {
     std::string source;
     for (DDS_Long i = 0; i < fragments.length(); ++i) {
         if (fragments[i] != nullptr)
@@ -48,10 +64,10 @@ bool add_string_profile(ProfileLoader& loader, const DDS_StringSeq& fragments, s
             return false;
         }
     }
-    return source.empty() || add_document(loader, kStringProfileLabel, std::move(source), error);
+    return source.empty() || add_document(loader, kStringProfileLabel, ".", std::move(source), error);
 }
 
-bool add_files(ProfileLoader& loader, const char* url_list, std::string& error) {
+bool add_files(Loader& loader, const char* url_list, std::string& error) {
     const std::vector<std::string> names = file_names(url_list);
     if (names.empty()) {
         error =
@@ -64,7 +80,7 @@ bool add_files(ProfileLoader& loader, const char* url_list, std::string& error) 
             error = name + ": " + error;
             return false;
         }
-        if (!add_document(loader, name, std::move(source), error))
+        if (!add_document(loader, name, folder_of(name), std::move(source), error))
             return false;
     }
     return true;
@@ -99,14 +115,14 @@ ProfileStore::~ProfileStore() = default;
 
 bool ProfileStore::load(const DDS_ProfileQosPolicy& sources, std::string& error) {
     std::unique_ptr<Contents> loaded(new Contents());
-    ProfileLoader loader(loaded->set);
+    Loader loader{ProfileLoader(loaded->set), loaded->types};
     if (!add_string_profile(loader, sources.string_profile, error))
         return false;
     for (DDS_Long i = 0; i < sources.url_profile.length(); ++i) {
         if (!add_files(loader, sources.url_profile[i], error))
             return false;
     }
-    if (!loader.finish(error))
+    if (!loader.profiles.finish(error))
         return false;
     contents_ = std::move(loaded);
     return true;
@@ -154,6 +170,10 @@ bool ProfileStore::topic_qos(const std::string& library, const std::string& prof
 bool ProfileStore::datareader_qos(const std::string& library, const std::string& profile,
                                   const char* topic_name, DDS_DataReaderQos& qos, std::string& error) const {
     return read_profile(contents_->set, library, profile, EntityKind::datareader, topic_name, qos, error);
+}
+
+types::TypeRef ProfileStore::type(const std::string& name) const {
+    return contents_->types.find(name);
 }
 
 } // namespace meridian::qos

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "meridian/qos.h"
+#include "types/type.h"
 
 namespace meridian::qos {
 
@@ -30,10 +31,10 @@ class ProfileStore {
     ProfileStore(const ProfileStore&) = delete;
     ProfileStore& operator=(const ProfileStore&) = delete;
 
-    /// Replaces everything by the profiles of the string profile, if it is not empty, and then of the files.
-    /// All or nothing: when one document cannot be used, false, the store is as it was, and `error` is one
-    /// line "file:line: element <x>: reason" ("string profile:line: ..." for the string profile; without line
-    /// or element where there is none).
+    /// Replaces everything by the profiles and types of the string profile, if it is not empty, and then of
+    /// the files. All or nothing: when one document cannot be used, false, the store is as it was, and
+    /// `error` is one line "file:line: element <x>: reason" ("string profile:line: ..." for the string
+    /// profile; without line or element where there is none).
     bool load(const DDS_ProfileQosPolicy& sources, std::string& error);
 
     /// In the order of the documents.
@@ -56,6 +57,10 @@ class ProfileStore {
                    DDS_TopicQos& qos, std::string& error) const;
     bool datareader_qos(const std::string& library, const std::string& profile, const char* topic_name,
                         DDS_DataReaderQos& qos, std::string& error) const;
+
+    /// The type that a <types> section of a document defines under that name; empty when none does. Lives as
+    /// long as anybody holds it.
+    types::TypeRef type(const std::string& name) const;
 
   private:
     struct Contents;

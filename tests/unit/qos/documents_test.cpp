@@ -51,7 +51,9 @@ TEST(Documents, StructureIsChecked) {
         {"<dds/>", "loaded"},
         {"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- c --><dds xmlns=\"urn:x\" version=\"1\"/>\n",
          "loaded"},
-        {"<dds>\n<types><struct/></types><domain_library/><domain_participant_library/><application_library/>"
+        {"<dds>\n<types><struct name=\"A\"><member name=\"x\" "
+         "type=\"int32\"/></struct></types><domain_library/><domain_participant_library/"
+         "><application_library/>"
          "<type_library/></dds>",
          "loaded"},
         {"<dds><qos_library name=\"L\"><qos_profile "
@@ -238,6 +240,29 @@ TEST(Documents, TheLastDefaultProfileCounts) {
     ASSERT_TRUE(store.default_profile());
     EXPECT_EQ(store.default_profile()->library, "M");
     EXPECT_EQ(store.default_profile()->profile, "b");
+}
+
+TEST(Documents, TypesOfAllDocumentsAreKnown) {
+    const std::string member = "<member name=\"x\" type=\"int32\"/>";
+    const TemporaryFile first("<dds><types><struct name=\"A\">" + member + "</struct></types></dds>");
+    const TemporaryFile second("<dds><types><module name=\"m\"><struct name=\"B\">" + member +
+                               "</struct></module></types><qos_library name=\"L\"><qos_profile name=\"P\"/>"
+                               "</qos_library></dds>");
+    ProfileStore store;
+    EXPECT_EQ(load_urls(store, {first.path() + ";" + second.path()}), "loaded");
+    EXPECT_TRUE(store.type("A"));
+    ASSERT_TRUE(store.type("m::B"));
+    EXPECT_EQ(store.type("m::B")->members[0].name, "x");
+    EXPECT_FALSE(store.type("C"));
+    EXPECT_EQ(names_in(store), "L::P ");
+
+    EXPECT_EQ(
+        load_file("<dds>\n<types>\n<struct name=\"A\"><member name=\"x\" type=\"nothing\"/></struct></types>"
+                  "</dds>")
+            .substr(0, 6),
+        "FILE:3");
+    EXPECT_NE(load_urls(store, {"/nonexistent/types.xml"}), "loaded");
+    EXPECT_TRUE(store.type("A")) << "a load that fails changes nothing";
 }
 
 TEST(Documents, MissingProfiles) {
