@@ -41,7 +41,8 @@ class JsonPrinter final : public ValueSink {
             case DDS_TK_DOUBLE:
                 return real(type, value, std::isfinite(value.real));
             case DDS_TK_LONGDOUBLE:
-                return real(type, value, std::isfinite(to_long_double(value.octets)));
+                // Many parsers refuse numbers beyond the range of double.
+                return real(type, value, std::isfinite(static_cast<double>(to_long_double(value.octets))));
             case DDS_TK_CHAR:
             case DDS_TK_WCHAR:
             case DDS_TK_STRING:

@@ -1,0 +1,38 @@
+// Type objects, identifiers and type information as peers send them.
+
+#include <cstdlib>
+
+#include "types/type_information.h"
+#include "types/type_library.h"
+
+using namespace meridian;
+using namespace meridian::types;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0)
+        return 0;
+    const auto order = (data[0] & 1) != 0 ? rtps::Endianness::big : rtps::Endianness::little;
+    const rtps::ByteView bytes(data + 1, size - 1);
+    TypeInformation information;
+    if (decode(bytes, order, information) && information.best() != nullptr)
+        to_string(information.best()->type.id);
+    TypeLibrary library;
+    rtps::ByteReader reader(bytes, order, rtps::kXcdr2MaxAlignment);
+    std::vector<TypeObjectPair> pairs;
+    read_pairs(reader, pairs);
+    for (const TypeObjectPair& pair : pairs) {
+        if (pair.id.is_hashed())
+            library.add(pair.id.hash, pair.object, order);
+    }
+    TypeHash hash;
+    for (uint8_t kind : {tk::kMinimal, tk::kComplete}) {
+        hash.kind = kind;
+        library.add(hash, bytes, order);
+        const TypeIdentifier root = TypeIdentifier::of(hash);
+        std::string error;
+        const TypeRef type = library.build(root, error);
+        if (static_cast<bool>(type) != error.empty() || (type && !equal(*type, *library.build(root, error))))
+            std::abort();
+    }
+    return 0;
+}
