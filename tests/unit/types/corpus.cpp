@@ -42,6 +42,8 @@ std::vector<CorpusType> read_corpus(const std::string& file) {
             types.back().values.back().peer_text.assign(text.begin(), text.end());
         } else if (label == "keyhash") {
             types.back().values.back().key_hash = from_hex(rest);
+        } else if (label == "keyhash1") {
+            types.back().values.back().xcdr1_key_hash = from_hex(rest);
         } else if (label == "sample" || label == "key") {
             const size_t end = rest.find(' ');
             CorpusValue& value = types.back().values.back();

@@ -27,6 +27,7 @@ std::string hex(const rtps::KeyHash& hash) {
 TEST(KeyHash, IsThatOfThePeer) {
     size_t checked = 0;
     size_t keys = 0;
+    size_t xcdr1 = 0;
     for (const test::CorpusType& type : test::read_all_corpora()) {
         const SampleReader reader(test::build_type(type));
         const KeyHasher hasher(reader);
@@ -52,6 +53,11 @@ TEST(KeyHash, IsThatOfThePeer) {
                 rtps::KeyHash other{};
                 EXPECT_TRUE(hasher.compute(sample.payload, false, KeyHasher::Form::xcdr1, other, failure));
                 EXPECT_TRUE(!hasher.forms_agree() || hash == other) << type.name;
+                if (!value.xcdr1_key_hash.empty()) {
+                    EXPECT_TRUE(std::equal(other.begin(), other.end(), value.xcdr1_key_hash.begin()))
+                        << type.name << " " << hex(other);
+                    ++xcdr1;
+                }
                 std::vector<rtps::KeyHash> all;
                 EXPECT_TRUE(hasher.compute_all(sample.payload, false, all, failure)) << failure;
                 EXPECT_EQ(all.front(), hash);
@@ -69,6 +75,7 @@ TEST(KeyHash, IsThatOfThePeer) {
     }
     EXPECT_GT(checked, 50u);
     EXPECT_GT(keys, 25u);
+    EXPECT_GT(xcdr1, 25u);
 }
 
 TEST(KeyHash, FormsDifferWhereAlignmentDoes) {

@@ -67,24 +67,24 @@ static void put_type(const dds_topic_descriptor_t *desc)
     put_hex("mapping", desc->type_mapping.data, desc->type_mapping.sz);
 }
 
-static void put_key_hash(const struct ddsi_sertype_default *type, const void *le, uint32_t size)
+/* The key hash takes the form of the encoding that the writer uses. */
+static void put_key_hash(const struct ddsi_sertype_default *type, const void *key, uint32_t size, uint32_t version)
 {
     dds_istream_t is;
     dds_ostreamBE_t os;
     unsigned char hash[16] = {0};
-    dds_istream_init(&is, size, le, 2);
-    dds_ostreamBE_init(&os, 0, 2);
-    if (dds_stream_extract_keyBE_from_data(&is, &os, type)) {
-        if (type->type.flagset & DDS_TOPIC_FIXED_KEY_XCDR2) {
-            memcpy(hash, os.x.m_buffer, os.x.m_index);
-        } else {
-            ddsrt_md5_state_t md5;
-            ddsrt_md5_init(&md5);
-            ddsrt_md5_append(&md5, os.x.m_buffer, os.x.m_index);
-            ddsrt_md5_finish(&md5, hash);
-        }
-        put_hex("keyhash", hash, sizeof hash);
+    dds_istream_init(&is, size, key, version);
+    dds_ostreamBE_init(&os, 0, version);
+    dds_stream_extract_keyBE_from_key(&is, &os, type);
+    if (type->type.flagset & (version == 1 ? DDS_TOPIC_FIXED_KEY : DDS_TOPIC_FIXED_KEY_XCDR2)) {
+        memcpy(hash, os.x.m_buffer, os.x.m_index);
+    } else {
+        ddsrt_md5_state_t md5;
+        ddsrt_md5_init(&md5);
+        ddsrt_md5_append(&md5, os.x.m_buffer, os.x.m_index);
+        ddsrt_md5_finish(&md5, hash);
     }
+    put_hex(version == 1 ? "keyhash1" : "keyhash", hash, sizeof hash);
     dds_ostreamBE_fini(&os);
 }
 
@@ -109,8 +109,6 @@ static void put_sample(const dds_topic_descriptor_t *desc, const void *sample)
             dds_istream_init(&is, le.x.m_index, le.x.m_buffer, version);
             (void)dds_stream_print_sample(&is, &type, text, sizeof text);
             put_hex("peer", text, strlen(text));
-            if (desc->m_nkeys > 0)
-                put_key_hash(&type, le.x.m_buffer, le.x.m_index);
         }
         snprintf(label, sizeof label, "sample xcdr%u-le", version);
         put_payload(label, identifier(&type, version) | 1, le.x.m_buffer, le.x.m_index);
@@ -123,6 +121,7 @@ static void put_sample(const dds_topic_descriptor_t *desc, const void *sample)
             dds_stream_write_key(&key, sample, &type);
             snprintf(label, sizeof label, "key xcdr%u-le", version);
             put_payload(label, identifier(&type, version) | 1, key.m_buffer, key.m_index);
+            put_key_hash(&type, key.m_buffer, key.m_index, version);
             dds_ostream_fini(&key);
         }
         dds_ostreamLE_fini(&le);
