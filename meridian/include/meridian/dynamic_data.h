@@ -25,6 +25,20 @@ struct DDS_PrintFormatProperty {
 };
 constexpr DDS_PrintFormatProperty DDS_PRINT_FORMAT_PROPERTY_DEFAULT{DDS_DEFAULT_PRINT_FORMAT, true, false};
 
+/// How samples are kept.
+struct DDS_DynamicDataTypeSerializationProperty_t {
+    /// A longer serialized sample is refused; all bits set: none is.
+    DDS_UnsignedLong max_size_serialized;
+    /// Room that a sample has from the start, so that smaller ones never allocate.
+    DDS_UnsignedLong min_size_serialized;
+    /// Whether room that a large sample took is given back when later ones need less than a quarter of it.
+    DDS_Boolean trim_to_size;
+};
+struct DDS_DynamicDataTypeProperty_t {
+    DDS_DynamicDataTypeSerializationProperty_t serialization;
+};
+constexpr DDS_DynamicDataTypeProperty_t DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT{{0xffffffffu, 0, false}};
+
 namespace meridian::types {
 class DynamicSample;
 }

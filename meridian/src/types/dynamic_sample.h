@@ -2,29 +2,44 @@
 
 // What a DDS_DynamicData consists of.
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "meridian/dynamic_data.h"
 #include "types/sample_reader.h"
 
 namespace meridian::types {
 
 /// What all samples of one reader share.
 struct DynamicContext {
-    DynamicContext(TypeRef type, std::string topic) : reader(std::move(type)), topic_name(std::move(topic)) {}
+    DynamicContext(TypeRef type, std::string topic,
+                   const DDS_DynamicDataTypeProperty_t& property = DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT)
+        : reader(std::move(type)), topic_name(std::move(topic)), serialization(property.serialization) {}
 
     SampleReader reader;
     std::string topic_name; // for messages
+    DDS_DynamicDataTypeSerializationProperty_t serialization;
 };
 
 class DynamicSample {
   public:
     /// Copies the payload (encapsulation included). The buffer is kept and reused, so steady traffic of equal
-    /// size allocates nothing. Throws nothing but what memory that is short throws.
-    void assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload) {
-        context_ = std::move(context);
+    /// size allocates nothing. False, and the sample empty, when it is larger than the type's properties
+    /// allow.
+    bool assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload) {
+        clear();
+        const auto& limits = context->serialization;
+        if (payload.size > limits.max_size_serialized)
+            return false;
+        const size_t least = std::max<size_t>(limits.min_size_serialized, payload.size);
+        if (limits.trim_to_size && payload_.capacity() / 4 > least)
+            payload_.shrink_to_fit(); // it is empty
+        payload_.reserve(least);
         payload_.assign(payload.begin(), payload.end());
-        text_.clear();
+        context_ = std::move(context);
+        return true;
     }
     void clear() {
         context_.reset();

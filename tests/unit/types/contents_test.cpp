@@ -189,3 +189,23 @@ TEST(Contents, TextNeedsTheRoomThatWasTold) {
     EXPECT_EQ(copy.to_string(buffer.data(), pretty, property), DDS_RETCODE_OK);
     EXPECT_NE(buffer.find("\n   \"u8\": 2,"), std::string::npos) << buffer;
 }
+
+TEST(Contents, KeepWithinTheSizesOfTheType) {
+    const auto corpus = test::read_corpus("cyclone.corpus");
+    const rtps::ByteBuffer& payload = corpus.front().values.front().samples.front().payload;
+    DDS_DynamicDataTypeProperty_t property = DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT;
+    property.serialization.max_size_serialized = static_cast<DDS_UnsignedLong>(payload.size());
+    property.serialization.trim_to_size = true;
+    const auto context =
+        std::make_shared<DynamicContext>(test::build_type(corpus.front()), "topic", property);
+    DynamicSample sample;
+    EXPECT_TRUE(sample.assign(context, payload));
+    const uint8_t* buffer = sample.payload().data;
+    EXPECT_TRUE(sample.assign(context, payload));
+    EXPECT_EQ(sample.payload().data, buffer); // reused
+    rtps::ByteBuffer longer = payload;
+    longer.push_back(0);
+    EXPECT_FALSE(sample.assign(context, longer));
+    EXPECT_EQ(sample.context(), nullptr);
+    EXPECT_TRUE(sample.payload().empty());
+}

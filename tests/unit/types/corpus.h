@@ -17,9 +17,10 @@ struct CorpusSample {
 
 /// One value of a type, in several encodings.
 struct CorpusValue {
-    std::string peer_text; // how the peer itself prints it
-    meridian::rtps::ByteBuffer key_hash;       // as writers of XCDR2 send it
-    meridian::rtps::ByteBuffer xcdr1_key_hash; // as writers of XCDR1 do; empty where the type has no such form
+    std::string peer_text;               // how the peer itself prints it
+    meridian::rtps::ByteBuffer key_hash; // as writers of XCDR2 send it
+    meridian::rtps::ByteBuffer
+        xcdr1_key_hash; // as writers of XCDR1 do; empty where the type has no such form
     std::vector<CorpusSample> samples;
     std::vector<CorpusSample> keys; // payloads of disposes
 };
