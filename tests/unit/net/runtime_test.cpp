@@ -113,6 +113,62 @@ TEST(Runtime, ParticipantsOfOneProcessAreNotReported) {
     EXPECT_EQ(b.recorder.notes().size(), 1u);
 }
 
+EndpointData endpoint_of(Runtime& runtime, uint32_t entity) {
+    EndpointData data;
+    data.guid = {runtime.prefix(), EntityId{entity}};
+    data.participant = runtime.prefix();
+    data.topic_name = "T";
+    data.type_name = "X";
+    return data;
+}
+
+// Data and discovery travel through different sockets; the order in which they were sent counts all the same.
+TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
+    Node a("a");
+    Node b("b");
+    struct Sink : SampleSink {
+        std::atomic<int> samples{0};
+        void on_sample(const Sample&) override { ++samples; }
+    } sink;
+    a.runtime->with_participant([&](Participant& participant, Now now) {
+        participant.add_reader(endpoint_of(*a.runtime, 0x104), ReaderConfig{}, sink, now);
+    });
+    int expected = 0;
+    for (int round = 0; round < 20; ++round) {
+        const EntityId writer{0x203u + (static_cast<uint32_t>(round) << 8)};
+        b.runtime->with_participant([&](Participant& participant, Now now) {
+            participant.add_writer(endpoint_of(*b.runtime, writer.value), WriterConfig{}, now);
+        });
+        const auto matched = [&] {
+            return b.runtime->with_participant(
+                [&](Participant& participant, Now) { return !participant.matched_remotes(writer).empty(); });
+        };
+        const auto heard = [&] {
+            return a.runtime->with_participant([&](Participant& participant, Now) {
+                return participant.find_endpoint({b.runtime->prefix(), writer}) != nullptr;
+            });
+        };
+        while (!matched() || !heard())
+            std::this_thread::sleep_for(1ms);
+        a.runtime->with_participant([&](Participant&, Now) {
+            // While nothing is taken from the sockets, both arrive.
+            b.runtime->with_participant([&](Participant& participant, Now now) {
+                const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
+                WriteRequest request;
+                request.payload = payload;
+                for (int i = 0; i < 50; ++i)
+                    participant.write(writer, request, now);
+                participant.remove_endpoint(writer, now);
+            });
+        });
+        expected += 50;
+        while (heard())
+            std::this_thread::sleep_for(1ms);
+        ASSERT_EQ(sink.samples, expected) << round;
+    }
+    a.runtime->stop();
+}
+
 TEST(Runtime, EndpointsMadeAtAnyTimeAreFound) {
     Node a("a");
     Node b("b");

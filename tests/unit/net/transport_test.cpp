@@ -49,7 +49,10 @@ struct Station {
             for (size_t i = 0; i < polled.size(); ++i) {
                 if (!transport->fetch(i))
                     continue;
-                transport->dispatch([this](ByteView datagram, const Locator& source) {
+                const auto traffic = i < transport->discovery_descriptor_count()
+                                         ? UdpTransport::Traffic::discovery
+                                         : UdpTransport::Traffic::data;
+                transport->dispatch(traffic, [this](ByteView datagram, const Locator& source) {
                     received.emplace_back(datagram.begin(), datagram.end());
                     sources.push_back(source);
                 });

@@ -24,6 +24,9 @@ namespace meridian::rtps::net {
 
 namespace {
 
+/// Per socket. Smallest datagrams take some 800 bytes of a receive buffer each.
+constexpr int kMostDrainedBatches = 256;
+
 WireTime to_wire_time(std::chrono::nanoseconds since_1970) {
     constexpr int64_t kSecond = 1000000000;
     const int64_t count = std::max<int64_t>(since_1970.count(), 0);
@@ -84,7 +87,9 @@ class Runtime::Implementation {
 
   private:
     void run();
-    void receive(size_t position);
+    /// Takes what waits on the data sockets, up to a bound that holds more than their buffers do.
+    void drain_data();
+    void dispatch(UdpTransport::Traffic traffic);
     void take_interface_changes();
     /// Runs what is due and returns when to wake next; nullopt: stop.
     std::optional<MonotonicTime> run_due();
@@ -257,10 +262,19 @@ void Runtime::Implementation::run() {
         }
         if (ppoll(polled.data(), polled.size(), limit, nullptr) <= 0)
             continue;
-        // One batch of each socket per round, discovery first: a flood of data on one holds up no other.
-        for (size_t position = 0; position < descriptors.size(); ++position) {
-            if (polled[position].revents != 0)
-                receive(position);
+        // One batch of each socket per round: a flood of data on one holds up no other.
+        const size_t first_data = sockets().discovery_descriptor_count();
+        for (size_t position = 0; position < first_data; ++position) {
+            if (polled[position].revents == 0 || !sockets().fetch(position))
+                continue;
+            // What a writer sent before its farewell must not be overtaken by it on the way through another
+            // socket.
+            drain_data();
+            dispatch(UdpTransport::Traffic::discovery);
+        }
+        for (size_t position = first_data; position < descriptors.size(); ++position) {
+            if (polled[position].revents != 0 && sockets().fetch(position))
+                dispatch(UdpTransport::Traffic::data);
         }
         if (polled[wake_position].revents != 0) {
             uint64_t count = 0;
@@ -271,13 +285,19 @@ void Runtime::Implementation::run() {
     }
 }
 
-void Runtime::Implementation::receive(size_t position) {
-    if (!sockets().fetch(position))
-        return;
+void Runtime::Implementation::drain_data() {
+    const size_t first = sockets().discovery_descriptor_count();
+    for (size_t position = first; position < sockets().descriptors().size(); ++position) {
+        for (int batches = 0; batches < kMostDrainedBatches && sockets().fetch(position); ++batches)
+            dispatch(UdpTransport::Traffic::data);
+    }
+}
+
+void Runtime::Implementation::dispatch(UdpTransport::Traffic traffic) {
     lock();
     const Now received_at = now();
     Participant& participant = *participant_;
-    transport_->dispatch([&participant, received_at](ByteView datagram, const Locator& source) {
+    transport_->dispatch(traffic, [&participant, received_at](ByteView datagram, const Locator& source) {
         participant.receive(datagram, source, received_at);
     });
     unlock();

@@ -52,7 +52,8 @@ class UdpTransport::Implementation {
     Implementation(const TransportConfig& config, Warning warning)
         : config_(config),
           warning_(std::move(warning)),
-          batch_(kBatchCapacity, receive_buffer_size(config)) {}
+          discovery_batch_(kBatchCapacity, receive_buffer_size(config)),
+          data_batch_(kBatchCapacity, receive_buffer_size(config)) {}
 
     bool open(std::string& error);
 
@@ -61,7 +62,10 @@ class UdpTransport::Implementation {
     void send(ByteView message, const Locator& destination);
     int preference(const Locator& locator, const Locator& announced_from) const;
     bool stays_on_host(const Locator& destination) const;
-    void dispatch(const Received& received);
+    void dispatch(ReceiveBatch& batch, const Received& received);
+    ReceiveBatch& batch_of(Traffic traffic) {
+        return traffic == Traffic::data ? data_batch_ : discovery_batch_;
+    }
     bool update_interfaces();
 
     const TransportConfig config_;
@@ -69,7 +73,9 @@ class UdpTransport::Implementation {
     uint32_t participant_index_ = 0;
     std::vector<int> descriptors_;
     InterfaceMonitor monitor_;
-    ReceiveBatch batch_;
+    size_t discovery_descriptors_ = 0;
+    ReceiveBatch discovery_batch_;
+    ReceiveBatch data_batch_;
     TransportStatistics statistics_;
 
   private:
@@ -117,6 +123,7 @@ bool UdpTransport::Implementation::open(std::string& error) {
         descriptors_.push_back(sockets.metatraffic_unicast());
         descriptors_.push_back(sockets.metatraffic_multicast());
     }
+    discovery_descriptors_ = descriptors_.size();
     for (const FamilySockets& sockets : families_) {
         descriptors_.push_back(sockets.user_unicast());
         descriptors_.push_back(sockets.user_multicast());
@@ -380,13 +387,13 @@ void UdpTransport::Implementation::warn_all(const std::vector<std::string>& text
         warn_once(text);
 }
 
-void UdpTransport::Implementation::dispatch(const Received& received) {
-    if (batch_.error_number() != 0) {
+void UdpTransport::Implementation::dispatch(ReceiveBatch& batch, const Received& received) {
+    if (batch.error_number() != 0) {
         ++statistics_.receive_errors;
-        warn_once(describe_error("cannot receive", batch_.error_number()));
+        warn_once(describe_error("cannot receive", batch.error_number()));
     }
-    for (size_t i = 0; i < batch_.size(); ++i) {
-        const ReceivedDatagram datagram = batch_[i];
+    for (size_t i = 0; i < batch.size(); ++i) {
+        const ReceivedDatagram datagram = batch[i];
         const Locator source = to_locator(datagram.source);
         ++statistics_.datagrams_received;
         statistics_.bytes_received += datagram.bytes.size;
@@ -469,12 +476,16 @@ int UdpTransport::preference(const Locator& locator, const Locator& announced_fr
 const std::vector<int>& UdpTransport::descriptors() const {
     return implementation_->descriptors_;
 }
+size_t UdpTransport::discovery_descriptor_count() const {
+    return implementation_->discovery_descriptors_;
+}
 bool UdpTransport::fetch(size_t position) {
-    ReceiveBatch& batch = implementation_->batch_;
+    ReceiveBatch& batch = implementation_->batch_of(
+        position < discovery_descriptor_count() ? Traffic::discovery : Traffic::data);
     return batch.receive(implementation_->descriptors_.at(position)) > 0 || batch.error_number() != 0;
 }
-void UdpTransport::dispatch(const Received& received) {
-    implementation_->dispatch(received);
+void UdpTransport::dispatch(Traffic traffic, const Received& received) {
+    implementation_->dispatch(implementation_->batch_of(traffic), received);
 }
 int UdpTransport::change_descriptor() const {
     return implementation_->monitor_.descriptor();

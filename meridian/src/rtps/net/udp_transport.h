@@ -55,16 +55,21 @@ class UdpTransport final : public Output {
     int preference(const Locator& locator, const Locator& announced_from) const override;
     bool stays_on_host(const Locator& destination) const override;
 
-    /// The descriptors to wait on for reading: discovery traffic first. Constant over the object's life, may
-    /// be read by any thread.
+    /// What a socket is for. Each kind has a batch of its own.
+    enum class Traffic { discovery, data };
+
+    /// The descriptors to wait on for reading: those of discovery first, the rest for data. Constant over the
+    /// object's life, may be read by any thread.
     const std::vector<int>& descriptors() const;
+    size_t discovery_descriptor_count() const;
     /// Fetches up to one batch of datagrams from the descriptor of that position in descriptors(), without
     /// waiting. True when there is something for dispatch(). Separate from dispatch() so that the caller
     /// holds its lock during dispatch() only: one thread calls fetch() and dispatch(), and fetch() may run
     /// beside every other call.
     bool fetch(size_t position);
-    /// Hands over what the last fetch() brought. The views are valid during the call.
-    void dispatch(const Received& received);
+    /// Hands over what the last fetch() from a socket of that kind brought. The views are valid during the
+    /// call.
+    void dispatch(Traffic traffic, const Received& received);
 
     /// Readable when interfaces may have changed; -1 where the system does not tell.
     int change_descriptor() const;
