@@ -11,19 +11,6 @@
 
 class DDSDomainParticipant;
 
-struct DDS_DynamicDataTypeSerializationProperty_t {
-    /// Serialized samples above this size are refused; all bits set: no limit.
-    DDS_UnsignedLong max_size_serialized = 0xffffffffu;
-    /// Size that the buffer of a sample starts with.
-    DDS_UnsignedLong min_size_serialized = 0;
-    /// A buffer that grew for a large sample shrinks again with the next one.
-    DDS_Boolean trim_to_size = false;
-};
-struct DDS_DynamicDataTypeProperty_t {
-    DDS_DynamicDataTypeSerializationProperty_t serialization;
-};
-constexpr DDS_DynamicDataTypeProperty_t DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT{};
-
 /// Reader of dynamic data.
 class DDSDynamicDataReader : public DDSTypedDataReader<DDS_DynamicData, DDS_DynamicDataSeq> {
   public:

@@ -29,7 +29,6 @@ struct Registration {
 struct Endpoint {
     std::shared_ptr<const DynamicContext> context;
     std::unique_ptr<KeyHasher> hasher;
-    DDS_UnsignedLong max_size = 0;
     PRESTypePluginEndpointData samples = nullptr;
     bool key_failed = false;
 };
@@ -56,10 +55,9 @@ PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData data,
         return nullptr; // samples are received, not built
     const Registration& registration = *static_cast<const Registration*>(data);
     auto endpoint = std::make_unique<Endpoint>();
-    endpoint->context = std::make_shared<DynamicContext>(registration.type,
-                                                         info->topicName != nullptr ? info->topicName : "");
+    endpoint->context = std::make_shared<DynamicContext>(
+        registration.type, info->topicName != nullptr ? info->topicName : "", registration.properties);
     endpoint->hasher = std::make_unique<KeyHasher>(endpoint->context->reader);
-    endpoint->max_size = registration.properties.serialization.max_size_serialized;
     endpoint->samples = PRESTypePluginDefaultEndpointData_new(
         nullptr, info, []() -> void* { return new (std::nothrow) DDS_DynamicData(); },
         [](void* sample) { delete static_cast<DDS_DynamicData*>(sample); }, nullptr, nullptr);
@@ -96,14 +94,13 @@ bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrS
         return true;
     Endpoint& endpoint = endpoint_of(data);
     const ByteView payload = rest_of(*stream);
-    if (payload.size > endpoint.max_size) {
-        MERIDIAN_LOG_WARNING("dcps",
-                             "topic \"%s\": a sample of %zu bytes exceeds the largest serialized size, %u",
-                             endpoint.context->topic_name.c_str(), payload.size, endpoint.max_size);
-        return false;
-    }
-    static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint.context, payload);
-    return true;
+    if (static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint.context, payload))
+        return true;
+    MERIDIAN_LOG_WARNING("dcps",
+                         "topic \"%s\": a sample of %zu bytes exceeds the largest serialized size, %u",
+                         endpoint.context->topic_name.c_str(), payload.size,
+                         endpoint.context->serialization.max_size_serialized);
+    return false;
 }
 
 bool key_hash(PRESTypePluginEndpointData data, QUIXCdrStream* stream, PRESKeyHash* out, bool, bool key_only) {
