@@ -6,6 +6,7 @@
 #include "meridian/condition.h"
 #include "meridian/domain_participant.h"
 #include "meridian/domain_participant_factory.h"
+#include "meridian/dynamic_data.h"
 #include "meridian/heap.h"
 #include "meridian/logger.h"
 #include "meridian/property.h"
