@@ -11,6 +11,7 @@
 #include "meridian/dynamic_data.h"
 #include "types/dynamic_sample.h"
 #include "types/plain_printer.h"
+#include "types/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -208,4 +209,32 @@ TEST(Contents, KeepWithinTheSizesOfTheType) {
     EXPECT_FALSE(sample.assign(context, longer));
     EXPECT_EQ(sample.context(), nullptr);
     EXPECT_TRUE(sample.payload().empty());
+}
+
+// Samples of applications that announce no type are shown through a document as if they had announced it.
+TEST(Contents, AreTheSameThroughATypeDocument) {
+    TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load_file(std::string(TEST_DATA_DIR) + "/corpus_types.xml", error)) << error;
+    size_t compared = 0;
+    for (const test::CorpusType& type : test::read_all_corpora()) {
+        const TypeRef described = documents.find(type.name);
+        if (!described)
+            continue;
+        const auto announced = std::make_shared<DynamicContext>(test::build_type(type), "topic");
+        const auto from_document = std::make_shared<DynamicContext>(described, "topic");
+        for (const test::CorpusValue& value : type.values) {
+            for (const test::CorpusSample& sample : value.samples) {
+                DDS_DynamicData a;
+                DDS_DynamicData b;
+                a.impl().assign(announced, sample.payload);
+                b.impl().assign(from_document, sample.payload);
+                DDS_ReturnCode_t result = -1;
+                EXPECT_EQ(compact(b, result), compact(a, result)) << type.name << " " << sample.encoding;
+                EXPECT_EQ(result, DDS_RETCODE_OK);
+                ++compared;
+            }
+        }
+    }
+    EXPECT_GT(compared, 60u);
 }
