@@ -46,6 +46,16 @@ bool is_disputed_element(const Type* type) {
            (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_ARRAY);
 }
 
+/// Whether what a walk left can only be padding.
+bool is_padding(ByteReader reader, bool zeros) {
+    if (reader.remaining() > kMaxPadding)
+        return false;
+    uint8_t octet = 0;
+    while (zeros && octet == 0 && reader.remaining() != 0)
+        reader.read(octet);
+    return octet == 0;
+}
+
 /// What a type contains that serializers write differently.
 struct Disputed {
     bool wide_text = false;
@@ -156,13 +166,16 @@ std::vector<SampleReader::Setup> SampleReader::setups(ByteView payload, bool key
         }
         result.push_back({std::move(walker), reader});
     }
-    // Where serializers differ, the one that was at work is told by the sample being used up exactly.
-    for (size_t i = 0; i < result.size() && result.size() > 1; ++i) {
-        Setup trial = result[i];
-        trial.walker.set_strict();
-        if (trial.walker.walk(trial.reader, *type_, nullptr) && trial.reader.remaining() <= kMaxPadding) {
-            std::swap(result[0], result[i]);
-            break;
+    // Where serializers differ, the one that was at work is told by the sample being used up exactly: up to
+    // zeros that pad it, or, where none fits so, up to padding of any kind.
+    for (bool zeros : {true, false}) {
+        for (size_t i = 0; i < result.size() && result.size() > 1; ++i) {
+            Setup trial = result[i];
+            trial.walker.set_strict();
+            if (trial.walker.walk(trial.reader, *type_, nullptr) && is_padding(trial.reader, zeros)) {
+                std::swap(result[0], result[i]);
+                return result;
+            }
         }
     }
     return result;

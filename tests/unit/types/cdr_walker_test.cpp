@@ -129,6 +129,16 @@ TEST(CdrWalker, WideTextOfTheStandard) {
     EXPECT_EQ(decode(type, "00010000 00000000 0500"), R"({"w":"","s":5})");
 }
 
+// What could be padding after a short text in one form is text in another.
+TEST(CdrWalker, ShortWideText) {
+    const std::string type = structure("final", "<member name='w' type='wstring'/>");
+    EXPECT_EQ(decode(type, "00010000 02000000 61006200"), R"({"w":"ab"})"); // two units: Fast CDR 2
+    EXPECT_EQ(decode(type, "00010000 02000000 61000000"), R"({"w":"a"})");  // two octets and padding
+    EXPECT_EQ(decode(type, "00010000 01000000 61000000"),
+              R"({"w":"a"})"); // one unit and padding, or one quad
+    EXPECT_EQ(decode(type, "00010000 04000000 61006200"), R"({"w":"ab"})");
+}
+
 TEST(CdrWalker, LongDoubles) {
     const std::string type = structure("final", "<member name='l' type='float128'/>");
     EXPECT_EQ(decode(type, "00010000 00000000000000000000000000c0ff3f"), R"({"l":1.75})");
