@@ -27,6 +27,8 @@ constexpr size_t kMaxDocumentSize = 16 << 20;
 /// Modules may nest this deep.
 constexpr unsigned kMaxModuleDepth = 32;
 
+struct DeclarationSet;
+
 class TypeDocuments {
   public:
     TypeDocuments();
@@ -48,15 +50,10 @@ class TypeDocuments {
     std::vector<std::string> names() const;
 
   private:
-    struct Source;
-    struct Declaration;
-    struct Set;
-    class Collector;
-    class Builder;
+    bool adopt(std::unique_ptr<DeclarationSet> pending, const std::vector<std::string>& added,
+               std::string& error);
 
-    bool adopt(std::unique_ptr<Set> pending, const std::vector<std::string>& added, std::string& error);
-
-    std::unique_ptr<Set> set_;
+    std::unique_ptr<DeclarationSet> set_;
     std::map<std::string, TypeRef> types_;
 };
 
