@@ -26,8 +26,9 @@ namespace meridian::dcps {
 
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
-/// Lock order, for everything in this folder: factory, participant, subscriber, runtime (under which the
-/// discovery store is called), discovery store, endpoint cache, status condition, condition core, wait set.
+/// Lock order, for everything in this folder: factory, participant, runtime (under which the
+/// discovery store and readers are called), subscriber and topic, reader, discovery store, endpoint cache,
+/// delivery thread, status condition, condition core, wait set.
 /// An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:

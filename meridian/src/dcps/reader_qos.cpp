@@ -107,7 +107,8 @@ Policy policy_of(uint32_t id) {
 
 } // namespace
 
-EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const std::vector<std::string>& partitions) {
+EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const DDS_SubscriberQos& subscriber,
+                            const DDS_TopicQos& topic) {
     EndpointQos out;
     out.durability = static_cast<rtps::Durability>(qos.durability.kind);
     out.deadline = discovery::to_wire(qos.deadline.period);
@@ -119,7 +120,10 @@ EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const std::vector<std:
     out.max_blocking_time = discovery::to_wire(qos.reliability.max_blocking_time);
     out.ownership = static_cast<rtps::Ownership>(qos.ownership.kind);
     out.destination_order = static_cast<rtps::DestinationOrder>(qos.destination_order.kind);
-    out.partitions = discovery::announced_partitions(partitions);
+    out.presentation = static_cast<rtps::PresentationScope>(subscriber.presentation.access_scope);
+    out.coherent_access = subscriber.presentation.coherent_access;
+    out.ordered_access = subscriber.presentation.ordered_access;
+    out.partitions = discovery::announced_partitions(discovery::to_strings(subscriber.partition.name));
     out.time_based_filter = discovery::to_wire(qos.time_based_filter.minimum_separation);
     out.history = static_cast<rtps::HistoryKind>(qos.history.kind);
     out.history_depth = qos.history.depth;
@@ -128,6 +132,8 @@ EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const std::vector<std:
     if (out.representations.empty())
         out.representations = {rtps::kXcdr1, rtps::kXcdr2};
     out.user_data = discovery::to_bytes(qos.user_data.value);
+    out.group_data = discovery::to_bytes(subscriber.group_data.value);
+    out.topic_data = discovery::to_bytes(topic.topic_data.value);
     return out;
 }
 

@@ -10,9 +10,9 @@
 
 namespace meridian::dcps {
 
-/// Without representations of its own a reader takes both encodings. The partitions are those of its
-/// subscriber.
-rtps::EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const std::vector<std::string>& partitions);
+/// Without representations of its own a reader takes both encodings.
+rtps::EndpointQos to_endpoint_qos(const DDS_DataReaderQos& reader, const DDS_SubscriberQos& subscriber,
+                                  const DDS_TopicQos& topic);
 
 /// "reliability: offered BEST_EFFORT, requested RELIABLE; deadline: offered infinite, requested 2.5 s"
 std::string describe_incompatibility(const rtps::EndpointQos& offered, const rtps::EndpointQos& requested,

@@ -51,16 +51,11 @@ DDS_ReturnCode_t SubscriberImpl::enable_reader(UserReader& reader) {
     rtps::net::Runtime* runtime = participant_.runtime();
     if (!is_enabled() || runtime == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    if (reader.start(*runtime, participant_.router(), partitions()))
+    if (reader.start(*runtime, participant_.router()))
         return DDS_RETCODE_OK;
     MERIDIAN_LOG_ERROR("dcps", "the reader of topic \"%s\" could not be started",
                        reader.get_topicdescription()->get_name());
     return DDS_RETCODE_ERROR;
-}
-
-std::vector<std::string> SubscriberImpl::partitions() {
-    MutexLock lock(mutex_);
-    return discovery::to_strings(qos_.partition.name);
 }
 
 bool SubscriberImpl::has_readers() {
@@ -100,7 +95,7 @@ DDS_ReturnCode_t SubscriberImpl::set_qos(const DDS_SubscriberQos& qos) {
             readers.push_back(&owned->reader());
     }
     for (UserReader* reader : readers)
-        reader->set_partitions(discovery::to_strings(qos.partition.name));
+        reader->announce();
     return DDS_RETCODE_OK;
 }
 

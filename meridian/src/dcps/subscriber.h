@@ -43,7 +43,6 @@ class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
 
     /// Starts a reader; the subscriber must be enabled.
     DDS_ReturnCode_t enable_reader(UserReader& reader);
-    std::vector<std::string> partitions();
     bool has_readers();
     /// Hands over all readers, for their end outside of any lock.
     OwnedReaders release_readers();

@@ -91,36 +91,29 @@ UserReader::~UserReader() {
         plugin().onEndpointDetached(endpoint_);
 }
 
-bool UserReader::start(rtps::net::Runtime& runtime, EventRouter& router,
-                       const std::vector<std::string>& partitions) {
-    rtps::EndpointData data;
-    {
-        MutexLock lock(mutex_);
-        data = endpoint_data(partitions);
-    }
-    const bool added = runtime.with_participant([&](rtps::Participant& participant, rtps::Now now) {
+bool UserReader::start(rtps::net::Runtime& runtime, EventRouter& router) {
+    const rtps::EndpointData data = endpoint_data();
+    router_ = &router;
+    return runtime.with_participant([&](rtps::Participant& participant, rtps::Now now) {
         // The router first: add_reader may match at once.
         router.add(guid().entity, *this);
-        if (participant.add_reader(data, rtps::ReaderConfig{}, *this, now))
-            return true;
-        router.remove(guid().entity);
-        return false;
+        if (!participant.add_reader(data, rtps::ReaderConfig{}, *this, now)) {
+            router.remove(guid().entity);
+            return false;
+        }
+        // Still under the lock: the first sample must find the reader enabled.
+        set_enabled();
+        runtime_ = &runtime;
+        return true;
     });
-    if (!added)
-        return false;
-    runtime_ = &runtime;
-    router_ = &router;
-    set_enabled();
-    return true;
 }
 
 void UserReader::stop() {
-    if (runtime_ != nullptr) {
-        runtime_->with_participant([this](rtps::Participant& participant, rtps::Now now) {
+    if (rtps::net::Runtime* runtime = runtime_.exchange(nullptr)) {
+        runtime->with_participant([this](rtps::Participant& participant, rtps::Now now) {
             participant.remove_endpoint(guid().entity, now);
             router_->remove(guid().entity);
         });
-        runtime_ = nullptr;
     }
     delivery_.remove(*this);
 }
@@ -129,15 +122,12 @@ DDS_ReturnCode_t UserReader::enable() {
     return subscriber_.enable_reader(*this);
 }
 
-void UserReader::set_partitions(const std::vector<std::string>& partitions) {
-    if (runtime_ == nullptr)
+void UserReader::announce() {
+    rtps::net::Runtime* const runtime = runtime_;
+    if (runtime == nullptr)
         return;
-    rtps::EndpointData data;
-    {
-        MutexLock lock(mutex_);
-        data = endpoint_data(partitions);
-    }
-    runtime_->with_participant(
+    const rtps::EndpointData data = endpoint_data();
+    runtime->with_participant(
         [&data](rtps::Participant& participant, rtps::Now now) { participant.update_endpoint(data, now); });
 }
 
@@ -149,7 +139,7 @@ DDS_ReturnCode_t UserReader::set_qos(const DDS_DataReaderQos& qos) {
             return result;
         cache_->update(cache_settings(qos_));
     }
-    set_partitions(subscriber_.partitions());
+    announce();
     return DDS_RETCODE_OK;
 }
 
@@ -166,13 +156,23 @@ ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) c
     return settings;
 }
 
-rtps::EndpointData UserReader::endpoint_data(const std::vector<std::string>& partitions) {
+rtps::EndpointQos UserReader::endpoint_qos() {
+    DDS_SubscriberQos subscriber;
+    subscriber_.get_qos(subscriber);
+    DDS_TopicQos topic;
+    topic_.get_qos(topic);
+    MutexLock lock(mutex_);
+    return to_endpoint_qos(qos_, subscriber, topic);
+}
+
+rtps::EndpointData UserReader::endpoint_data() {
     rtps::EndpointData data;
     data.guid = guid();
     data.participant = guid().prefix;
     data.topic_name = topic_.get_name();
     data.type_name = topic_.get_type_name();
-    data.qos = to_endpoint_qos(qos_, partitions);
+    data.qos = endpoint_qos();
+    MutexLock lock(mutex_);
     if (qos_.subscription_name.name != nullptr)
         data.name = qos_.subscription_name.name;
     for (DDS_Long i = 0; i < qos_.property.value.length(); ++i) {
@@ -310,7 +310,6 @@ void UserReader::unmatched(const rtps::Guid& remote) {
 }
 
 void UserReader::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
-    MutexLock lock(mutex_);
     std::vector<uint32_t> counted;
     std::copy_if(policies.begin(), policies.end(), std::back_inserter(counted), [](uint32_t policy) {
         return policy != static_cast<uint32_t>(DDS_PARTITION_QOS_POLICY_ID);
@@ -319,7 +318,8 @@ void UserReader::incompatible(const rtps::EndpointData& remote, const std::vecto
         return; // another partition is another matter, not a mistake
     MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": writer %s does not match the reader: %s", topic_.get_name(),
                          rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(remote.qos, to_endpoint_qos(qos_, {}), counted).c_str());
+                         describe_incompatibility(remote.qos, endpoint_qos(), counted).c_str());
+    MutexLock lock(mutex_);
     changed(statuses_.incompatible(counted));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -45,11 +46,11 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     DDSDataReader* face() const { return face_; }
 
     /// Announces the reader and begins to receive. Both must outlive stop().
-    bool start(rtps::net::Runtime& runtime, EventRouter& router, const std::vector<std::string>& partitions);
+    bool start(rtps::net::Runtime& runtime, EventRouter& router);
     /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
     void stop();
-    /// The subscriber's partitions have changed.
-    void set_partitions(const std::vector<std::string>& partitions);
+    /// Announces anew: the QoS of the subscriber has changed.
+    void announce();
     bool has_loans();
 
     DDS_ReturnCode_t enable() override;
@@ -97,7 +98,8 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
 
     const PRESTypePlugin& plugin() const { return type_->plugin(); }
     ReaderCache::Settings cache_settings(const DDS_DataReaderQos& qos) const;
-    rtps::EndpointData endpoint_data(const std::vector<std::string>& partitions) MERIDIAN_REQUIRES(mutex_);
+    rtps::EndpointQos endpoint_qos() MERIDIAN_EXCLUDES(mutex_);
+    rtps::EndpointData endpoint_data() MERIDIAN_EXCLUDES(mutex_);
     /// The sample as the plugin makes it of the payload; null, and logged once, when it cannot.
     void* deserialize(const rtps::Sample& sample);
     rtps::KeyHash key_hash(const rtps::Sample& sample);
@@ -121,8 +123,8 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     DeliveryThread& delivery_;
     PRESTypePluginEndpointData endpoint_ = nullptr;
     DDSDataReader* face_ = nullptr;
-    rtps::net::Runtime* runtime_ = nullptr; // from start to stop
-    EventRouter* router_ = nullptr;
+    std::atomic<rtps::net::Runtime*> runtime_{nullptr}; // from start to stop
+    EventRouter* router_ = nullptr;                     // from start on
 
     Mutex mutex_;
     DDS_DataReaderQos qos_ MERIDIAN_GUARDED_BY(mutex_);
