@@ -197,11 +197,15 @@ class Peer(Process):
         super().__init__(network, [str(program)], env)
         self.guids = {}
 
+    def send(self, command):
+        """Sends one command and does not wait for its answer: for what runs until the peer is ended."""
+        self._child.stdin.write(command.encode() + b"\n")
+        self._child.stdin.flush()
+
     def do(self, command, limit=None):
         """Sends one command, waits for its answer and returns the lines of facts before it."""
         start = len(self.lines)
-        self._child.stdin.write(command.encode() + b"\n")
-        self._child.stdin.flush()
+        self.send(command)
         answer = self.wait_for_line(r"^(ok|error .*)$", limit, start)
         facts = self.lines[start:self.lines.index(answer, start)]
         if answer != "ok":
@@ -248,6 +252,43 @@ class Event:
         return self.line == other.line
 
 
+_GUID = "0x[0-9A-F]{8},0x[0-9A-F]{8},0x[0-9A-F]{8}:0x[0-9A-F]{8}"
+SAMPLE = re.compile(
+    r"(?P<time>\d\d:\d\d:\d\d|xx:xx:xx)"
+    r" (?P<what>New data|Modified instance|Disposed instance|No writers) +"
+    r"from (?P<address>[^ :]+|unknown ip) *:"
+    r" topic=\"(?P<topic>.*?)\" type=\"(?P<type>.*?)\""
+    rf"(?: key=\"(?P<key>(?:[0-9a-f]{{8}}\.){{3}}[0-9a-f]{{8}})\" guid=\"(?P<guid>{_GUID})\")?"
+    r"(?: flags=\"(?P<flags>[LPIR]+)\")?"
+    rf"(?: virtual_guid=\"(?P<virtual_guid>{_GUID})\")?"
+    rf"(?: related_virtual_guid=\"(?P<related_guid>{_GUID})\")?"
+    r"(?: virtual_sn=\((?P<high>-?\d+), (?P<low>\d+)\))?"
+    r"(?: related_virtual_sn=\((?P<related_high>-?\d+), (?P<related_low>\d+)\))?"
+    r"(?: name=\"(?P<name>.*?)\")?"
+    r"(?: DP partition=\"(?P<dp_partition>.*?)\")?"
+    r"(?: S partition=\"(?P<partition>.*?)\")?")
+
+
+class Sample:
+    """A line of user data, taken apart. A field that is not in the line is None."""
+
+    def __init__(self, line, found):
+        self.line = line
+        for field, value in found.groupdict().items():
+            setattr(self, field, value)
+        self.number = None if self.low is None else (int(self.high) << 32) + int(self.low)
+        if line[8:26] != f" {self.what:17}" or line[26:48] != f" from {self.address:16}":
+            raise AssertionError(f"columns out of line: {line!r}")
+
+    @property
+    def id(self):
+        """The key of the instance, where its hash is a 32-bit number; the line shows words as they lie in memory."""
+        return int.from_bytes(int(self.key[:8], 16).to_bytes(4, sys.byteorder), "big")
+
+    def __repr__(self):
+        return self.line
+
+
 class Spy(Process):
     """The real tool."""
 
@@ -270,6 +311,24 @@ class Spy(Process):
             elif re.search(r" (writer|reader) .* from ", line):
                 raise AssertionError(f"not the form of a discovery line: {line!r}")
         return result
+
+    def samples(self, **fields):
+        """The lines of user data so far whose fields have these values."""
+        known = self.__dict__.setdefault("_samples", [])
+        for at in range(self.__dict__.setdefault("_looked_at", 0), len(self.lines)):
+            line = self.lines[at]
+            found = SAMPLE.fullmatch(line)
+            if found:
+                known.append(Sample(line, found))
+            elif re.search(r" (New data|instance|No writers) +from ", line):
+                raise AssertionError(f"not the form of a sample's line: {line!r}")
+            self._looked_at = at + 1
+        return [sample for sample in known if all(getattr(sample, field) == value for field, value in fields.items())]
+
+    def wait_for_samples(self, count, limit=None, **fields):
+        """Waits for that many such lines; returns all of them."""
+        return self.wait_for(f"{count} samples with {fields}",
+                             lambda: len(self.samples(**fields)) >= count and self.samples(**fields), limit)
 
     def having(self, what=None, **fields):
         """The events so far of this kind ("New writer") whose fields have these values."""
@@ -295,6 +354,12 @@ class Spy(Process):
         if not found:
             raise AssertionError(f"no statistics\n{self.story()}")
         return int(found[1]), int(found[2])
+
+
+    def topic_statistics(self):
+        """Per topic and type: numbers of samples with data, disposes and losses of all writers; for when it ended."""
+        rows = [re.fullmatch(r"\t(\d+), (\d+), (\d+) \t\(Topic=\"(.*)\"  Type=\"(.*)\"\)", line) for line in self.lines]
+        return {(row[4], row[5]): (int(row[1]), int(row[2]), int(row[3])) for row in rows if row}
 
 
 class InteropTest(unittest.TestCase):

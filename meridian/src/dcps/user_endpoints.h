@@ -30,6 +30,7 @@ class EventRouter final : public rtps::Events {
     void add(rtps::EntityId local, EndpointEvents& endpoint) { endpoints_[local.value] = &endpoint; }
     void remove(rtps::EntityId local) { endpoints_.erase(local.value); }
 
+    bool admits(const rtps::GuidPrefix& prefix) const override { return next_.admits(prefix); }
     void participant_discovered(const rtps::ParticipantData& data) override {
         next_.participant_discovered(data);
     }

@@ -366,10 +366,11 @@ void UserReader::tell_overwritten(bool at_end) {
     const uint64_t overwritten = cache_->overwritten();
     if (overwritten == 0 || (!at_end && overwritten_told_ != 0))
         return;
+    // The total is an error: whoever relies on what was reported has to know, at every verbosity but silence.
     if (at_end)
-        MERIDIAN_LOG_WARNING("dcps",
-                             "topic \"%s\": %llu samples were overwritten before they could be reported",
-                             topic_.get_name(), static_cast<unsigned long long>(overwritten));
+        MERIDIAN_LOG_ERROR("dcps",
+                           "topic \"%s\": %llu samples were overwritten before they could be reported",
+                           topic_.get_name(), static_cast<unsigned long long>(overwritten));
     else
         MERIDIAN_LOG_WARNING("dcps",
                              "topic \"%s\": samples come faster than they are reported; the oldest are lost",

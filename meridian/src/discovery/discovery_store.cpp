@@ -64,6 +64,12 @@ RemoteParticipant::Data DiscoveryStore::find_participant(const rtps::GuidPrefix&
     return participant != nullptr ? participant->data() : nullptr;
 }
 
+bool DiscoveryStore::admits(const rtps::GuidPrefix& prefix) const {
+    MutexLock lock(mutex_);
+    const auto found = participants_.find(prefix);
+    return found == participants_.end() || found->second.matches;
+}
+
 void DiscoveryStore::participant_discovered(const rtps::ParticipantData& data) {
     MutexLock lock(mutex_);
     put_participant(data);

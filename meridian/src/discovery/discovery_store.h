@@ -41,6 +41,8 @@ class DiscoveryStore final : public rtps::Events {
     /// A remote participant that is there, or whose endpoints a builtin reader still holds. Null: unknown.
     RemoteParticipant::Data find_participant(const rtps::GuidPrefix& prefix) const;
 
+    /// Whether the partitions of the participant let its endpoints match ours.
+    bool admits(const rtps::GuidPrefix& prefix) const override;
     void participant_discovered(const rtps::ParticipantData& data) override;
     void participant_changed(const rtps::ParticipantData& data) override;
     void participant_gone(const rtps::ParticipantData& data, rtps::GoneReason reason) override;

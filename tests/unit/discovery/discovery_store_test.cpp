@@ -143,7 +143,13 @@ TEST(DiscoveryStore, OwnPartitionsCanChange) {
     store.endpoint_discovered(test::make_writer(1, 1), kSomeTime);
     store.endpoint_discovered(test::make_writer(2, 2), kSomeTime);
     EXPECT_EQ(told(store.publications()), Told{"+Topic2"});
+    const auto admitted = [&store] {
+        return std::make_pair(store.admits(test::make_participant(1).guid.prefix),
+                              store.admits(test::make_participant(2).guid.prefix));
+    };
+    EXPECT_EQ(admitted(), std::make_pair(false, true));
     store.set_own_partitions({"B"});
+    EXPECT_EQ(admitted(), std::make_pair(true, false));
     const Told changed = told(store.publications());
     EXPECT_EQ(changed.size(), 2u);
     EXPECT_EQ(std::count(changed.begin(), changed.end(), "+Topic1"), 1);

@@ -78,6 +78,10 @@ class Events {
     virtual void participant_changed(const ParticipantData&) {}
     virtual void participant_gone(const ParticipantData&, GoneReason) {}
 
+    /// Asked, not told: whether endpoints of the user's may match those of this participant, which was told of
+    /// before. The answer may change with a change of the participant.
+    virtual bool admits(const GuidPrefix&) const { return true; }
+
     /// source_timestamp: INFO_TS of the announcement, kTimeInvalid where none was sent.
     virtual void endpoint_discovered(const EndpointData&, WireTime /*source_timestamp*/) {}
     virtual void endpoint_changed(const EndpointData&, WireTime /*source_timestamp*/) {}

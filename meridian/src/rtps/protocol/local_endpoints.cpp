@@ -138,7 +138,7 @@ void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
 void LocalEndpoints::match(LocalEndpoint& local, const RemoteEndpoint& remote, MonotonicTime now) {
     const Guid guid = remote.data.guid;
     const RemoteParticipant* participant = participants_.find(guid.prefix);
-    if (participant == nullptr || !same_topic(local, remote.data)) {
+    if (participant == nullptr || !same_topic(local, remote.data) || !events_.admits(guid.prefix)) {
         if (!local.builtin_peer) {
             unmatch(local, guid);
             local.refused.erase(guid);

@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+"""What reliable writers write is printed: every sample, each once, however long it goes on.
+
+INTEROP_RATE (default 50000) is the rate in samples per second, for builds that are not made for speed.
+"""
+
+import os
+import re
+import tempfile
+
+import harness
+
+RATE = int(os.environ.get("INTEROP_RATE", "50000"))
+SECONDS = 10
+
+
+class SampleCounts(harness.InteropTest):
+    def check(self, peer):
+        """The lines go into a file, as they would in use: reading them here would take the machine from who prints them."""
+        peer.do("participant")
+        with tempfile.TemporaryFile("w+") as output, tempfile.TemporaryFile("w+") as errors:
+            spy = self.network.start([str(harness.options.tool), "-useFirstPublicationQos", "-showSampleIdentity"],
+                                     stdout=output, stderr=errors)
+            try:
+                peer.do("others")
+                peer.do("writer w topic=T type=keyed")
+                peer.do("matched w")
+                peer.do(f"write w count={RATE * SECONDS} rate={RATE} keys=100", limit=10 * SECONDS * harness.SLOWNESS)
+                peer.do("delete w", limit=60)
+                peer.wait_for("the spy to hear the farewell", lambda: os.pread(output.fileno(), 4096, max(
+                    0, os.fstat(output.fileno()).st_size - 4096)).count(b"Deleted writer"), limit=30 * harness.SLOWNESS)
+            finally:
+                spy.send_signal(harness.signal.SIGINT)
+                status = spy.wait(30 * harness.SLOWNESS)
+            output.seek(0)
+            errors.seek(0)
+            text = output.read()
+            self.assertEqual((status, errors.read()), (1, ""))
+        numbers = [int(number) for number in re.findall(r"(?m)^[^\n]* virtual_sn=\(0, (\d+)\)$", text)]
+        self.assertEqual(len(numbers), RATE * SECONDS)
+        self.assertTrue(numbers == list(range(1, RATE * SECONDS + 1)), "in order, each once")
+        self.assertIn(f'\t{RATE * SECONDS}, 0, 1 \t(Topic="T"  Type="peers::Keyed")\n', text)
+
+    def test_cyclone(self):
+        self.check(self.cyclone())
+
+    def test_fastdds(self):
+        self.check(self.fastdds())
+
+
+if __name__ == "__main__":
+    harness.main()

@@ -1,0 +1,243 @@
+#!/usr/bin/env python3
+"""What the reader's policies, those of the profile and those of the options, make of the samples of others."""
+
+import time
+
+import harness
+from harness import SLOWNESS
+
+
+class SampleQos(harness.InteropTest):
+    def peer(self, make, *writers):
+        peer = make()
+        peer.do("participant")
+        for writer in writers:
+            peer.do(f"writer {writer}")
+        return peer
+
+    def with_each_maker(self, check):
+        """Runs check with the function that starts a peer, in a network of its own for each maker."""
+        for maker in ("cyclone", "fastdds"):
+            with self.subTest(maker):
+                self.setUp()
+                check(getattr(self, maker))
+
+    def end_with_warnings(self, spy):
+        """Like end, for a spy whose logger has something to say; returns that."""
+        self.assertEqual(spy.interrupt()[0], 1, spy.story())
+        return spy.errors
+
+    def test_best_effort_and_reliable_writers(self):
+        """The default reader takes what either kind of writer offers."""
+        def check(make):
+            spy = self.spy(mode=None)
+            peer = self.peer(make, "r topic=R type=keyed", "b topic=B type=keyed best_effort")
+            for writer in "rb":
+                peer.do(f"matched {writer}")
+                peer.do(f"write {writer} count=20 rate=200")
+            spy.wait_for_samples(20, topic="R")
+            spy.wait_for_samples(20, topic="B")
+            self.end(spy)
+
+        self.with_each_maker(check)
+
+    def test_late_spy_and_transient_local_history(self):
+        """History arrives where the first publication's policies are asked for, and only then."""
+        def check(make):
+            peer = self.peer(make, "w topic=T type=keyed transient_local depth=10", "v topic=V type=keyed")
+            for writer in "wv":
+                peer.do(f"write {writer} count=5")
+            late = self.spy("-useFirstPublicationQos", "-showSampleIdentity", mode=None)
+            late.wait_for_samples(5, topic="T")
+            self.assertEqual([sample.number for sample in late.samples(topic="T")], [1, 2, 3, 4, 5])
+            plain = self.spy("-showSampleIdentity", mode=None)
+            for writer in "wv":
+                peer.do(f"matched {writer} count=2")
+                peer.do(f"write {writer}")
+            for spy, first in ((late, 1), (plain, 6)):
+                spy.wait_for("sample 6 of each", lambda: len([one for one in spy.samples() if one.number == 6]) == 2)
+                self.assertEqual([sample.number for sample in spy.samples(topic="T")], list(range(first, 7)))
+                self.assertEqual([sample.number for sample in spy.samples(topic="V")], [6])
+                self.end(spy)
+
+        self.with_each_maker(check)
+
+    def test_partitions_of_writers(self):
+        """A spy without partitions of its own sees the default one and every name; only patterns match no pattern."""
+        def check(make):
+            spy = self.spy("-showPartition", mode=None)
+            offers = {"A": "", "B": "partitions=X", "C": "partitions=X,Y", "D": "partitions=sensors/*", "E": "partitions=,Z"}
+            peer = self.peer(make, *(f"{name} topic={name} type=keyed {offer}" for name, offer in offers.items()))
+            for name in offers:
+                if name == "D":
+                    peer.do("write D")
+                    continue
+                peer.do(f"matched {name}")
+                peer.do(f"write {name}")
+                sample = spy.wait_for_samples(1, topic=name)[0]
+                self.assertEqual(sample.partition, {"A": None}.get(name, offers[name][11:]))
+            self.end(spy)
+            self.assertEqual(spy.samples(topic="D"), [])
+
+        self.with_each_maker(check)
+
+    def test_subscriber_partitions(self):
+        """Each spy gets what the partitions let through, names and patterns on either side."""
+        def check(make):
+            offers = {"A": "", "B": "partitions=X", "C": "partitions=Y,X2", "D": "partitions=X*"}
+            cases = {("X",): "BD", ("X*",): "BC", ("Y",): "C", ("Y", "X"): "BCD", ("*",): "ABC"}
+            spies = {case: self.spy(*(word for name in case for word in ("-subscriberPartition", name)), mode=None)
+                     for case in cases}
+            peer = self.peer(make, *(f"{name} topic={name} type=keyed {offer}" for name, offer in offers.items()))
+            for name in offers:
+                peer.do(f"matched {name} count={sum(name in topics for topics in cases.values())}")
+                peer.do(f"write {name}")
+            for case, topics in cases.items():
+                for topic in topics:
+                    spies[case].wait_for_samples(1, topic=topic)
+            for case, spy in spies.items():
+                self.end_with_warnings(spy)
+                self.assertEqual("".join(sorted(sample.topic for sample in spy.samples(what="New data"))), cases[case], case)
+
+        self.with_each_maker(check)
+
+    def test_participant_partitions(self):
+        """A participant in another partition is not matched; one that announces the same is."""
+        spy = self.spy("-participantPartition", "P", mode="USER")
+        everywhere = self.spy(mode="USER")
+        inside, outside = self.fastdds(), self.fastdds()
+        inside.do("participant property:dds.domain_participant.partition=P")
+        outside.do("participant property:dds.domain_participant.partition=Q")
+        for peer, matches in ((inside, 2), (outside, 1)):
+            peer.do("writer w topic=T type=keyed")
+            peer.do(f"matched w count={matches}")
+            peer.do("write w count=3")
+        spy.wait_for_samples(3)
+        everywhere.wait_for_samples(6)
+        self.end_with_warnings(spy)
+        self.end_with_warnings(everywhere)
+        self.assertEqual(len(spy.samples()), 3)
+
+    def test_exclusive_ownership(self):
+        """Only the strongest writer's samples, until it goes."""
+        def check(make):
+            spy = self.spy("-showSampleIdentity", mode=None)
+            peer = self.peer(make, "weak topic=T type=unkeyed strength=1", "strong topic=T type=unkeyed strength=9")
+            for writer in ("weak", "strong"):
+                peer.do(f"matched {writer}")
+            peer.do("write strong count=3")
+            spy.wait_for_samples(3, virtual_guid=peer.guids["strong"])
+            peer.do("write weak count=3")
+            peer.do("write strong count=1")
+            spy.wait_for_samples(4, virtual_guid=peer.guids["strong"])
+            peer.do("delete strong")
+            spy.wait_for_event("Deleted writer")
+            peer.do("write weak count=2")
+            spy.wait_for_samples(2, virtual_guid=peer.guids["weak"], what="New data")
+            self.end(spy)
+            self.assertEqual([one.number for one in spy.samples(virtual_guid=peer.guids["weak"], what="New data")], [4, 5])
+
+        self.with_each_maker(check)
+
+    def test_deadline_missed(self):
+        def check(make):
+            spy = self.spy("-deadline", "0.5", mode=None)
+            peer = self.peer(make, "w topic=T type=unkeyed deadline=0.2")
+            peer.do("matched w")
+            peer.do("write w count=5 rate=10")
+            spy.wait_for_line(r'^ferret: Deadline number 000001 missed for Topic "T"\.$')
+            spy.wait_for_line(r'^ferret: Deadline number 000002 missed for Topic "T"\.$')
+            self.end(spy)
+            self.assertEqual(len(spy.samples()), 5)
+
+        self.with_each_maker(check)
+
+    def test_incompatible_deadline(self):
+        """Said on standard output, and by the logger with writer, topic and policy."""
+        def check(make):
+            spy = self.spy("-deadline", "0.5", "-verbosity", "2", mode=None)
+            peer = self.peer(make, "w topic=T type=keyed")
+            spy.wait_for_line(r'^ferret: Matched Topic "T" has incompatible deadline QoS\.$')
+            spy.wait_for_line(r"^ferret: \.\.\. will not receive updates from it$")
+            peer.do("write w")
+            errors = self.end_with_warnings(spy)
+            self.assertEqual(spy.samples(), [])
+            told = [line for line in errors if "deadline" in line.lower()]
+            self.assertEqual(len(told), 1, spy.story())
+            self.assertIn(" warning ", told[0])
+            self.assertIn('"T"', told[0].replace("'", '"'))
+            words = peer.guids["w"].replace("0x", "").replace(",", "").replace(":", "").lower()
+            self.assertIn(words, told[0].lower().translate({ord(sign): None for sign in ".:,-|"}).replace("0x", ""))
+
+        self.with_each_maker(check)
+
+    def test_incompatible_with_the_first_publication(self):
+        """The first writer is reliable and transient local; what a weaker one offers is then not enough."""
+        def check(make):
+            spy = self.spy("-useFirstPublicationQos", "-verbosity", "2", mode=None)
+            peer = self.peer(make, "a topic=T type=keyed transient_local")
+            peer.do("matched a")
+            peer.do("writer b topic=T type=keyed best_effort")
+            spy.wait_for_line(r"^ferret: Matched topic has incompatible QoS policies: \[ (2, 11, |11, 2, )\];$")
+            peer.do("writer c topic=T type=keyed")
+            spy.wait_for_event("New writer", count=3)
+            for writer in "abc":
+                peer.do(f"write {writer}")
+            spy.wait_for_samples(1)
+            errors = self.end_with_warnings(spy)
+            self.assertEqual(len(spy.samples()), 1, spy.story())
+            self.assertTrue(any("reliability: offered BEST_EFFORT, requested RELIABLE" in line and
+                                "durability: offered VOLATILE, requested TRANSIENT_LOCAL" in line for line in errors), spy.story())
+
+        self.with_each_maker(check)
+
+    def test_time_filter(self):
+        """At most one sample of an instance per period."""
+        def check(make):
+            spy = self.spy("-timeFilter", "0.4", "-showSampleIdentity", mode=None)
+            peer = self.peer(make, "w topic=T type=unkeyed")
+            peer.do("matched w")
+            begin = time.monotonic()
+            peer.do("write w count=40 rate=20", limit=20)
+            lasted = time.monotonic() - begin
+            peer.do("delete w")
+            spy.wait_for_event("Deleted writer")
+            self.end(spy)
+            count = len(spy.samples(what="New data"))
+            self.assertGreaterEqual(count, 3, spy.story())
+            self.assertLessEqual(count, lasted / 0.4 + 1, spy.story())
+
+        self.with_each_maker(check)
+
+    def test_history_of_a_late_reader(self):
+        """The history that a writer kept is cut to the depth of the reader, per instance, or arrives whole."""
+        def check(make):
+            peer = self.peer(make, "w topic=T type=unkeyed transient_local")
+            peer.do("write w count=2000")
+            spy = self.spy("-useFirstPublicationQos", "-showSampleIdentity", "-history", "4000", mode=None)
+            spy.wait_for_samples(2000)
+            self.assertEqual([sample.number for sample in spy.samples()], list(range(1, 2001)))
+            self.end(spy)
+
+        self.with_each_maker(check)
+
+    def test_a_short_history_never_disorders(self):
+        """With a depth of 1 samples may be overwritten before they are printed: the logger counts them, and what is
+        printed is in order."""
+        spy = self.spy("-history", "1", "-showSampleIdentity", "-verbosity", "2", mode="USER")
+        peer = self.peer(self.cyclone, "w topic=T type=unkeyed")
+        peer.do("matched w")
+        peer.do("write w count=20000")
+        peer.do("write w")
+        spy.wait_for("the last sample", lambda: spy.samples() and spy.samples()[-1].number == 20001, limit=20 * SLOWNESS)
+        errors = self.end_with_warnings(spy)
+        numbers = [sample.number for sample in spy.samples()]
+        self.assertEqual(numbers, sorted(set(numbers)))
+        lost = 20001 - len(numbers)
+        print(f"{lost} overwritten", end=" ", flush=True)
+        if lost > 0:
+            self.assertTrue(any(str(lost) in line for line in errors), spy.story())
+
+
+if __name__ == "__main__":
+    harness.main()
