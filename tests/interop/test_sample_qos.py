@@ -224,7 +224,7 @@ class SampleQos(harness.InteropTest):
     def test_a_short_history_never_disorders(self):
         """With a depth of 1 samples may be overwritten before they are printed: the logger counts them, and what is
         printed is in order."""
-        spy = self.spy("-history", "1", "-showSampleIdentity", "-verbosity", "2", mode="USER")
+        spy = self.spy("-history", "1", "-showSampleIdentity", "-verbosity", "2", "-useFirstPublicationQos", mode=None)
         peer = self.peer(self.cyclone, "w topic=T type=unkeyed")
         peer.do("matched w")
         peer.do("write w count=20000")

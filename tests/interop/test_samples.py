@@ -200,6 +200,8 @@ class Samples(harness.InteropTest):
         def check(make):
             peer, spy = self.watched(make, "w topic=T type=keyed", spy_options=("-useFirstPublicationQos",))
             for attempt in (1, 2, 3):
+                # A writer that knows our reader already may write before we know the writer.
+                spy.wait_for_event("New writer", count=attempt)
                 peer.do("write w count=2")
                 spy.wait_for("the samples", lambda: len(spy.samples()) - len(spy.samples(what="No writers")) == 2 * attempt)
                 peer.do("delete w")
