@@ -91,8 +91,20 @@ bool QuixSpyAgent::run() {
 
     while (continue_execution()) {
     }
+    end_reports();
     print_statistics();
     return true;
+}
+
+void QuixSpyAgent::end_reports() {
+    for (QuixSpyParticipantListNode* node = _participantList.head(); node != nullptr;
+         node = QuixSpyList<QuixSpyParticipantListNode>::next(node)) {
+        for (QuixSpyDataListenerNode* topic = node->dataListeners.head(); topic != nullptr;
+             topic = QuixSpyList<QuixSpyDataListenerNode>::next(topic)) {
+            if (topic->listener != nullptr)
+                topic->listener->detach();
+        }
+    }
 }
 
 bool QuixSpyAgent::continue_execution() {

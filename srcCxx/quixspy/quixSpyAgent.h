@@ -62,6 +62,9 @@ class QuixSpyAgent : public QuixAgent {
 
     /// False, with a message from verbosity 1 on, when options contradict each other.
     bool check_arguments_consistency();
+    /// Lets no data listener report any more, so that nothing stands behind the statistics and they count
+    /// every line.
+    void end_reports();
     void print_statistics();
 
     /// Called for every publication that is new or changed, on the main thread. Watches its topic when the
