@@ -361,6 +361,28 @@ bool CdrWalker::read_mutable_header(ByteReader& reader, uint32_t& id, bool& must
     return true;
 }
 
+bool CdrWalker::has_open_end(const Member& member) const {
+    const Type* type = resolve_alias(member.type);
+    return version_ == Version::xcdr2 && dialect_.headers == CdrDialect::Headers::few && type != nullptr &&
+           type->kind == DDS_TK_MAP && !has_header(*type);
+}
+
+bool CdrWalker::measure_map(const ByteReader& header, const Member& member, ByteReader& reader,
+                            ByteReader& body) {
+    ByteReader start = header;
+    uint32_t bits = 0;
+    if (!start.read(bits))
+        return fail("the sample ends before its header");
+    if (!shares_length(bits))
+        return true; // with a length of its own, which is right
+    ByteReader end = start;
+    if (!walk_member(end, member, nullptr))
+        return false;
+    body = start.take(start.remaining() - end.remaining());
+    reader = end;
+    return true;
+}
+
 bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, std::vector<Located>& members) {
     ByteReader inner;
     ByteReader* reader = &outer;
@@ -378,6 +400,7 @@ bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, std::v
         bool must_understand = false;
         bool end = false;
         ByteReader body;
+        const ByteReader header = *reader;
         if (budget_ == 0)
             return fail("more members than a sample of this size can hold");
         --budget_;
@@ -391,6 +414,10 @@ bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, std::v
             const auto found = std::find_if(known.begin(), known.end(),
                                             [id](const Member* member) { return member->id == id; });
             index = static_cast<size_t>(found - known.begin());
+        }
+        if (index < known.size() && has_open_end(*known[index])) {
+            if (!measure_map(header, *known[index], *reader, body))
+                return false;
         }
         if (index < known.size() && !present[index]) {
             bodies[index] = body;

@@ -120,6 +120,12 @@ class CdrWalker {
                             std::vector<Located>* located);
     bool walk_plain_member(rtps::ByteReader& reader, const Member& member, ValueSink* sink,
                            std::vector<Located>* located);
+    /// Whether the number in the header of a mutable member tells nothing about where the member ends: Fast
+    /// CDR 2 puts the count of a map there.
+    bool has_open_end(const Member& member) const;
+    /// Finds the end of such a member by walking it. `header` stands at its header.
+    bool measure_map(const rtps::ByteReader& header, const Member& member, rtps::ByteReader& reader,
+                     rtps::ByteReader& body);
     bool find_mutable_members(rtps::ByteReader& reader, const Type& type, std::vector<Located>& members);
     bool read_mutable_header(rtps::ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,
                              rtps::ByteReader& body);

@@ -16,6 +16,11 @@ struct Xcdr2Member {
     rtps::ByteReader body; // exactly the member's bytes, before the length that the value itself starts with
 };
 
+/// Whether a member header says that the number behind it is the start of the value, its own length.
+constexpr bool shares_length(uint32_t header) {
+    return (header >> 28 & 7) > 4;
+}
+
 /// Reads the header of the next member and passes its bytes. False when there is no room for it.
 bool next_member(rtps::ByteReader& reader, Xcdr2Member& member);
 

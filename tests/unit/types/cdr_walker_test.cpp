@@ -203,3 +203,23 @@ TEST(CdrWalker, UnknownEncapsulations) {
     EXPECT_EQ(decode(type, "000c0000 01"), "failed: an encapsulation of unknown kind 12");
     EXPECT_EQ(decode(type, "00010000 01"), R"({"a":1})");
 }
+
+TEST(CdrWalker, MutableMapsWhoseHeaderCountsEntries) {
+    const std::string type =
+        structure("mutable",
+                  "<member name='m' type='int32' mapKeyType='string' id='0x2c'/><member name='n' "
+                  "type='int32' mapKeyType='int32' id='0x2d'/><member name='o' type='byte' id='3'/>");
+    // As Fast CDR 2 writes them: codes 5 and 6 with the number of entries, no DHEADER.
+    EXPECT_EQ(decode(type,
+                     "000b0000 2c000000 2c000050 01000000 02000000 6b00 0000 09000000"
+                     "2d000060 01000000 07000000 08000000 03000000 05 000000"),
+              R"({"m":{"k":9},"n":{"7":8},"o":5})");
+    // As the standard has it: the first map's DHEADER is its length, the second one has none and code 4.
+    EXPECT_EQ(decode(type,
+                     "000b0000 34000000 2c000050 10000000 01000000 02000000 6b00 0000 09000000"
+                     "2d000040 0c000000 01000000 07000000 08000000 03000000 05 000000"),
+              R"({"m":{"k":9},"n":{"7":8},"o":5})");
+    // more entries than there are bytes
+    EXPECT_EQ(decode(type, "000b0000 14000000 2c000050 09000000 02000000 6b00 0000 09000000").substr(0, 7),
+              "failed:");
+}
