@@ -205,8 +205,10 @@ rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
         return key;
     if (sample.inline_qos.key_hash)
         key = *sample.inline_qos.key_hash;
-    if (!sample.has_payload || plugin().serializedSampleToKeyHash == nullptr)
+    if (plugin().serializedSampleToKeyHash == nullptr)
         return key;
+    if (!sample.has_payload)
+        return aliases_.instance_of(sample.writer, key);
     // What the type says of the payload counts more than the writer's own hash: makers form it differently,
     // and the instances of all writers of a topic are to agree.
     QUIXCdrStream stream;
@@ -216,6 +218,8 @@ rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
     hash.length = sizeof hash.value;
     if (plugin().serializedSampleToKeyHash(endpoint_, &stream, &hash, true, sample.payload_is_key))
         std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
+    if (sample.inline_qos.key_hash)
+        aliases_.note(sample.writer, *sample.inline_qos.key_hash, key);
     return key;
 }
 
@@ -303,6 +307,7 @@ void UserReader::matched(const rtps::EndpointData& remote) {
 }
 
 void UserReader::unmatched(const rtps::Guid& remote) {
+    aliases_.forget(remote);
     MutexLock lock(mutex_);
     strengths_.erase(remote);
     const bool stored = cache_->writer_gone(remote, wall_time(), monotonic_now());

@@ -8,6 +8,7 @@
 
 #include "dcps/delivery_thread.h"
 #include "dcps/entity_impl.h"
+#include "dcps/key_aliases.h"
 #include "dcps/listener_link.h"
 #include "dcps/reader_cache.h"
 #include "dcps/reader_statuses.h"
@@ -125,6 +126,7 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     DDSDataReader* face_ = nullptr;
     std::atomic<rtps::net::Runtime*> runtime_{nullptr}; // from start to stop
     EventRouter* router_ = nullptr;                     // from start on
+    KeyAliases aliases_;                                // under the lock of the runtime
 
     Mutex mutex_;
     DDS_DataReaderQos qos_ MERIDIAN_GUARDED_BY(mutex_);
