@@ -86,6 +86,7 @@ std::string create(Peer& peer, const Command& command, bool writer) {
     options.strength = static_cast<int>(command.number("strength", 0));
     options.deadline = command.seconds("deadline", 0);
     options.depth = static_cast<int>(command.number("depth", 0));
+    options.representation = static_cast<int>(command.number("representation", 0));
     options.user_data = bytes_of(command.text("user_data"));
     if (command.has("partitions")) {
         options.partitions = command.list("partitions");
@@ -122,6 +123,9 @@ std::string write(Peer& peer, const Command& command) {
         const std::string error = peer.write(command.name, sample);
         if (!error.empty()) {
             return error;
+        }
+        if (command.has("show")) {
+            std::printf("sample %s\n", peer.describe(command.name, sample).c_str());
         }
     }
     std::printf("wrote %s %ld\n", command.name.c_str(), count);

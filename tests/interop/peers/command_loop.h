@@ -36,8 +36,9 @@ struct EndpointOptions {
     bool transient_local = false;
     bool exclusive = false;
     int strength = 0;
-    double deadline = 0; // seconds; 0 means none
-    int depth = 0;       // 0 means keep all
+    double deadline = 0;    // seconds; 0 means none
+    int depth = 0;          // 0 means keep all
+    int representation = 0; // 1 and 2 are the versions of XCDR; 0 leaves it to the library
     std::vector<uint8_t> user_data;
 };
 
@@ -63,6 +64,8 @@ class Peer {
     virtual std::string create_endpoint(const std::string& name, bool writer, const EndpointOptions& options,
                                         GuidBytes& guid) = 0;
     virtual std::string write(const std::string& name, const Sample& sample) = 0;
+    // What write() writes, as JSON; empty for an unknown name.
+    virtual std::string describe(const std::string& name, const Sample& sample) = 0;
     virtual std::string dispose(const std::string& name, int32_t id) = 0;
     virtual std::string unregister(const std::string& name, int32_t id) = 0;
     virtual std::string set_partitions(const std::string& name,

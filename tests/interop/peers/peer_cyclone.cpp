@@ -4,119 +4,23 @@
 #include <dds/dds.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "command_loop.h"
-#include "peer_types.h"
+#include "cyclone_types.h"
 
 namespace {
 
 using peers::Command;
+using peers::CycloneType;
 using peers::EndpointOptions;
 using peers::GuidBytes;
 using peers::Sample;
-
-// The C strings and buffers that a sample points into while it is written.
-struct Buffers {
-    std::string text;
-    std::vector<uint8_t> payload;
-};
-
-template <typename T>
-void fill_counted(T& data, const Sample& sample, Buffers& buffers) {
-    data.id = sample.id;
-    data.value = sample.value;
-    buffers.payload.resize(sample.size);
-    for (size_t i = 0; i < buffers.payload.size(); ++i) {
-        buffers.payload[i] = static_cast<uint8_t>(i);
-    }
-    data.payload._buffer = buffers.payload.data();
-    data.payload._length = sample.size;
-    data.payload._maximum = sample.size;
-    data.payload._release = false;
-}
-
-using Action = dds_return_t (*)(dds_entity_t, const void*);
-
-// Builds a sample of one type and hands it to write, dispose or unregister.
-using Builder = dds_return_t (*)(dds_entity_t, const Sample&, Action);
-
-template <typename T>
-dds_return_t build_counted(dds_entity_t writer, const Sample& sample, Action action) {
-    Buffers buffers;
-    T data{};
-    fill_counted(data, sample, buffers);
-    return action(writer, &data);
-}
-
-dds_return_t build_shape(dds_entity_t writer, const Sample& sample, Action action) {
-    Buffers buffers;
-    buffers.text = "COLOR" + std::to_string(sample.id);
-    peers_Shape data{};
-    data.color = buffers.text.data();
-    data.x = static_cast<int32_t>(sample.value);
-    data.y = -static_cast<int32_t>(sample.value);
-    data.shapesize = 30;
-    return action(writer, &data);
-}
-
-dds_return_t build_everything(dds_entity_t writer, const Sample& sample, Action action) {
-    Buffers buffers;
-    peers_Everything data{};
-    fill_counted(data, sample, buffers);
-    buffers.text = "text " + std::to_string(sample.value);
-    data.flag = sample.value % 2 == 0;
-    data.byte = 0xAB;
-    data.letter = 'x';
-    data.medium_signed = -16000;
-    data.medium_unsigned = 65000;
-    data.large_unsigned = 4000000000U;
-    data.huge_signed = -9000000000000000000LL;
-    data.huge_unsigned = 18000000000000000000ULL;
-    data.real32 = 1.5F;
-    data.real64 = -2.25;
-    data.text = buffers.text.data();
-    std::strncpy(data.bounded, "bounded", sizeof data.bounded - 1);
-    data.mood = peers_BUSY;
-    data.point = {0.5, 1.5};
-    data.corners[0] = {1.0, 2.0};
-    data.corners[1] = {3.0, 4.0};
-    peers_Point track[3] = {{0.0, 0.0}, {1.0, 1.0}, {2.0, 4.0}};
-    data.track._buffer = track;
-    data.track._length = data.track._maximum = 3;
-    char first[] = "first";
-    char second[] = "second";
-    char* words[2] = {first, second};
-    data.words._buffer = words;
-    data.words._length = data.words._maximum = 2;
-    for (int i = 0; i < 6; ++i) {
-        data.grid[i / 3][i % 3] = i;
-    }
-    data.reading._d = 2;
-    data.reading._u.real = 3.75;
-    return action(writer, &data);
-}
-
-struct Type {
-    const char* name;
-    const dds_topic_descriptor_t* descriptor;
-    Builder build;
-};
-
-const Type kTypes[] = {
-    {"keyed", &peers_Keyed_desc, build_counted<peers_Keyed>},
-    {"unkeyed", &peers_Unkeyed_desc, build_counted<peers_Unkeyed>},
-    {"appendable", &peers_Appendable_desc, build_counted<peers_Appendable>},
-    {"mutable", &peers_Mutable_desc, build_counted<peers_Mutable>},
-    {"shape", &peers_Shape_desc, build_shape},
-    {"everything", &peers_Everything_desc, build_everything},
-};
 
 struct Endpoint {
     dds_entity_t group = 0; // its own publisher or subscriber, since partitions belong to those
     dds_entity_t entity = 0;
     bool writer = false;
-    const Type* type = nullptr;
+    const CycloneType* type = nullptr;
 };
 
 class CyclonePeer final : public peers::Peer {
@@ -145,10 +49,8 @@ class CyclonePeer final : public peers::Peer {
 
     std::string create_endpoint(const std::string& name, bool writer, const EndpointOptions& options,
                                 GuidBytes& guid) override {
-        const auto* type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const Type& candidate) {
-            return options.type == candidate.name;
-        });
-        if (type == std::end(kTypes)) {
+        const CycloneType* type = peers::cyclone_type(options.type);
+        if (type == nullptr) {
             return "no type called " + options.type;
         }
         if (participant_ <= 0) {
@@ -193,6 +95,19 @@ class CyclonePeer final : public peers::Peer {
 
     std::string write(const std::string& name, const Sample& sample) override {
         return act(name, sample, dds_write);
+    }
+
+    std::string describe(const std::string& name, const Sample& sample) override {
+        const auto found = endpoints_.find(name);
+        std::string text;
+        if (found != endpoints_.end()) {
+            const CycloneType& type = *found->second.type;
+            type.build(sample, [&](const void* data) {
+                text = type.describe(data);
+                return DDS_RETCODE_OK;
+            });
+        }
+        return text;
     }
 
     std::string dispose(const std::string& name, int32_t id) override {
@@ -319,6 +234,11 @@ class CyclonePeer final : public peers::Peer {
                                         options.depth > 0 ? options.depth : 1, -1, -1, -1);
             dds_qset_writer_data_lifecycle(qos, false);
         }
+        if (options.representation > 0) {
+            const dds_data_representation_id_t representation =
+                options.representation == 1 ? DDS_DATA_REPRESENTATION_XCDR1 : DDS_DATA_REPRESENTATION_XCDR2;
+            dds_qset_data_representation(qos, 1, &representation);
+        }
         if (options.deadline > 0) {
             dds_qset_deadline(qos, static_cast<dds_duration_t>(options.deadline * 1e9));
         }
@@ -331,12 +251,15 @@ class CyclonePeer final : public peers::Peer {
         return qos;
     }
 
-    std::string act(const std::string& name, const Sample& sample, Action action) {
+    std::string act(const std::string& name, const Sample& sample,
+                    dds_return_t (*operation)(dds_entity_t, const void*)) {
         const auto found = endpoints_.find(name);
         if (found == endpoints_.end() || !found->second.writer) {
             return "no writer called " + name;
         }
-        const dds_return_t result = found->second.type->build(found->second.entity, sample, action);
+        const dds_entity_t writer = found->second.entity;
+        const dds_return_t result =
+            found->second.type->build(sample, [&](const void* data) { return operation(writer, data); });
         return result < 0 ? dds_strretcode(result) : "";
     }
 

@@ -17,8 +17,10 @@
 
 #include <cstring>
 #include <mutex>
+#include <numeric>
 
 #include "command_loop.h"
+#include "json.h"
 
 namespace {
 
@@ -189,6 +191,9 @@ class FastPeer final : public peers::Peer {
         if (!options.entity_name.empty()) {
             return "Fast DDS 2.x announces no endpoint names";
         }
+        if (options.representation == 2) {
+            return "this peer serializes in XCDR1 only";
+        }
         dds::Topic* topic = topic_of(options);
         if (topic == nullptr) {
             return "create_topic failed";
@@ -201,6 +206,16 @@ class FastPeer final : public peers::Peer {
             Sample copy = sample;
             return writer.write(&copy) ? "" : "write failed";
         });
+    }
+
+    std::string describe(const std::string&, const Sample& sample) override {
+        std::vector<uint8_t> payload(sample.size);
+        std::iota(payload.begin(), payload.end(), uint8_t{0});
+        return peers::JsonObject()
+            .add("id", sample.id)
+            .add("value", sample.value)
+            .add_json("payload", peers::json_array(payload.data(), payload.size()))
+            .text();
     }
 
     std::string dispose(const std::string& name, int32_t id) override {
