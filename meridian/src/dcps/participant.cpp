@@ -104,8 +104,11 @@ bool ParticipantImpl::open(std::string& error) {
         static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
     type_lookup_ = std::make_unique<discovery::TypeLookupClient>(
         types,
-        [this](const rtps::Guid& publication, const types::TypeRef& type) {
+        [this, domain = runtime.get()](const rtps::Guid& publication, const types::TypeRef& type) {
             store_.type_resolved(publication, type);
+            domain->defer([publication](rtps::Participant& participant, rtps::Now now) {
+                participant.match_again(publication, now);
+            });
         },
         [documents = profiles_.profiles()](const std::string& type_name) {
             return documents->type(type_name);

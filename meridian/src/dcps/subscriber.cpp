@@ -68,6 +68,10 @@ OwnedReaders SubscriberImpl::release_readers() {
     return std::exchange(readers_, {});
 }
 
+bool SubscriberImpl::type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const {
+    return participant_.store().find_type(publication, type);
+}
+
 DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                                          const DDS_InstanceHandle_t& endpoint) {
     const auto guid = discovery::to_guid(endpoint);

@@ -328,6 +328,24 @@ void UserReader::incompatible(const rtps::EndpointData& remote, const std::vecto
     changed(statuses_.incompatible(counted));
 }
 
+bool UserReader::type_fits(const rtps::EndpointData& remote) {
+    const DDS_TypeCode* const own = plugin().typeCode;
+    {
+        MutexLock lock(mutex_);
+        if (own == nullptr || qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
+            return true;
+    }
+    const DDS_TypeCode* type = nullptr;
+    if (!subscriber_.type_of_publication(remote.guid, type))
+        return false; // it is being looked up
+    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+    if (type == nullptr || own->equal(type, exception))
+        return true;
+    MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
+                       topic_.get_name(), topic_.get_type_name(), rtps::to_string(remote.guid).c_str());
+    return false;
+}
+
 void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
     MutexLock lock(mutex_);
     const auto known = strengths_.find(remote);

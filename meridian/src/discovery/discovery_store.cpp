@@ -145,6 +145,19 @@ void DiscoveryStore::type_resolved(const rtps::Guid& publication, const types::T
     stop_waiting(entry->second, publication, endpoint->second);
 }
 
+bool DiscoveryStore::find_type(const rtps::Guid& publication, const DDS_TypeCode*& type) const {
+    type = nullptr;
+    MutexLock lock(mutex_);
+    const auto entry = participants_.find(publication.prefix);
+    if (entry == participants_.end())
+        return true;
+    const auto endpoint = entry->second.endpoints.find(publication);
+    if (endpoint == entry->second.endpoints.end() || endpoint->second.publication == nullptr)
+        return true;
+    type = endpoint->second.publication->type_code;
+    return !endpoint->second.waits_for_type;
+}
+
 void DiscoveryStore::warning(const std::string& text) {
     MERIDIAN_LOG_WARNING("discovery", "%s", text.c_str());
 }

@@ -32,6 +32,9 @@ class DiscoveryStore final : public rtps::Events {
     /// What a publication waited for; an empty type: it has none. Under the lock of the events' caller.
     void type_resolved(const rtps::Guid& publication, const types::TypeRef& type);
 
+    /// The type of a publication, null where there is none; false while it waits for it.
+    bool find_type(const rtps::Guid& publication, const DDS_TypeCode*& type) const;
+
     PublicationCache& publications() { return publications_; }
     SubscriptionCache& subscriptions() { return subscriptions_; }
 

@@ -507,6 +507,47 @@ TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
     EXPECT_EQ(told.lines.size(), 4u);
 }
 
+TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
+    class Doorkeeper final : public Events {
+      public:
+        bool open = false;
+        Lines lines;
+        bool types_fit(const Guid&, const EndpointData&) override { return open; }
+        void matched(const Guid&, const EndpointData&) override { lines.emplace_back("matched"); }
+        void unmatched(const Guid&, const Guid&) override { lines.emplace_back("unmatched"); }
+    };
+    class Counter final : public SampleSink {
+      public:
+        int samples = 0;
+        void on_sample(const Sample&) override { ++samples; }
+    };
+    Doorkeeper events;
+    Counter sink;
+    participant = std::make_unique<Participant>(config, output, events);
+    participant->start(now());
+    announce(remote(2));
+    EndpointData reader = publication(1, 0x107);
+    reader.qos.reliability = Reliability::best_effort;
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    const EndpointData writer = publication(2);
+    const ByteBuffer sample{0, 1, 0, 0, 1, 2, 3, 4};
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    send_data(2, writer.guid.entity, 1, sample);
+    EXPECT_EQ(events.lines, Lines{});
+    EXPECT_EQ(sink.samples, 0);
+    participant->match_again({prefix(3), writer.guid.entity}, now()); // unknown
+    events.open = true;
+    participant->match_again(writer.guid, now());
+    EXPECT_EQ(events.lines, (Lines{"matched"}));
+    send_data(2, writer.guid.entity, 1, sample);
+    EXPECT_EQ(sink.samples, 1);
+    events.open = false;
+    participant->match_again(writer.guid, now());
+    EXPECT_EQ(events.lines, (Lines{"matched", "unmatched"}));
+    send_data(2, writer.guid.entity, 2, sample);
+    EXPECT_EQ(sink.samples, 1);
+}
+
 TEST_F(ParticipantTest, JunkIsCountedAndHarmless) {
     start();
     const ByteBuffer junk{1, 2, 3};

@@ -78,8 +78,8 @@ class Events {
     virtual void participant_changed(const ParticipantData&) {}
     virtual void participant_gone(const ParticipantData&, GoneReason) {}
 
-    /// Asked, not told: whether endpoints of the user's may match those of this participant, which was told of
-    /// before. The answer may change with a change of the participant.
+    /// Asked, not told: whether endpoints of the user's may match those of this participant, which was told
+    /// of before. The answer may change with a change of the participant.
     virtual bool admits(const GuidPrefix&) const { return true; }
 
     /// source_timestamp: INFO_TS of the announcement, kTimeInvalid where none was sent.
@@ -95,6 +95,9 @@ class Events {
     /// per pair and change.
     virtual void incompatible(const Guid& /*local*/, const EndpointData& /*remote*/,
                               const std::vector<uint32_t>& /*policies*/) {}
+    /// Asked before a local endpoint is matched, or stays matched, with a remote one that fits in all that
+    /// the protocol knows of. False: not now; Participant::match_again asks again.
+    virtual bool types_fit(const Guid& /*local*/, const EndpointData& /*remote*/) { return true; }
     /// A matched remote writer missed its announced liveliness lease, or was heard again.
     virtual void liveliness_changed(const Guid& /*writer*/, bool /*alive*/) {}
 

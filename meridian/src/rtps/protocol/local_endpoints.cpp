@@ -158,6 +158,10 @@ void LocalEndpoints::match(LocalEndpoint& local, const RemoteEndpoint& remote, M
         return;
     }
     local.refused.erase(guid);
+    if (!events_.types_fit(local.data.guid, remote.data)) {
+        unmatch(local, guid);
+        return;
+    }
     const bool is_new = local.matched.count(guid) == 0;
     connect(local, guid, remote.data.qos, remote.data.expects_inline_qos, route_to(remote, *participant),
             now);

@@ -43,6 +43,7 @@ class Participant::Implementation final : public MessageVisitor,
     bool add_endpoint(const EndpointData& data, const ReaderConfig* reader, const WriterConfig* writer,
                       SampleSink* sink, Now now);
     bool update_endpoint(const EndpointData& data, Now now);
+    void match_again(const Guid& remote, Now now);
     bool remove_endpoint(EntityId entity, Now now);
     void assert_manual_liveliness(Now now);
 
@@ -343,6 +344,15 @@ bool Participant::Implementation::update_endpoint(const EndpointData& data, Now 
     return true;
 }
 
+void Participant::Implementation::match_again(const Guid& remote, Now now) {
+    now_ = now;
+    endpoints_.for_each_visible([&](const RemoteEndpoint& endpoint) {
+        if (endpoint.data.guid == remote)
+            locals_.match_all(endpoint, now.monotonic);
+    });
+    finish(now);
+}
+
 bool Participant::Implementation::remove_endpoint(EntityId entity, Now now) {
     LocalEndpoint* local = locals_.find(entity);
     if (local == nullptr)
@@ -577,6 +587,10 @@ bool Participant::add_writer(const EndpointData& data, const WriterConfig& confi
 
 bool Participant::update_endpoint(const EndpointData& data, Now now) {
     return implementation_->update_endpoint(data, now);
+}
+
+void Participant::match_again(const Guid& remote, Now now) {
+    implementation_->match_again(remote, now);
 }
 
 bool Participant::remove_endpoint(EntityId entity, Now now) {

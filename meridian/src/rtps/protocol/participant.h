@@ -150,6 +150,8 @@ class Participant {
     /// Changes a local endpoint (its partitions, user data, deadline and other changeable QoS), announces it
     /// and matches again.
     bool update_endpoint(const EndpointData& data, Now now);
+    /// Something changed about a remote endpoint that Events::types_fit goes by.
+    void match_again(const Guid& remote, Now now);
     /// Disposes and forgets a local endpoint. False: there is none.
     bool remove_endpoint(EntityId entity, Now now);
 
