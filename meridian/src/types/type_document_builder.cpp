@@ -343,7 +343,7 @@ bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, un
     }
     member.key = is_true(node.attribute("key"));
     member.optional = is_true(node.attribute("optional"));
-    member.must_understand = is_true(node.attribute("mustUnderstand"));
+    member.must_understand = member.key || is_true(node.attribute("mustUnderstand"));
     member.external = is_true(node.attribute("external"));
     member.type = member_type(node, depth);
     return member.type != nullptr && graph_.count_members(1);

@@ -301,7 +301,8 @@ Member TypeBuilder::member_of(const TypeObject& object, const TypeObjectMember& 
     member.id = source.id;
     member.key = (source.flags & kMemberIsKey) != 0;
     member.optional = (source.flags & kMemberIsOptional) != 0;
-    member.must_understand = (source.flags & kMemberIsMustUnderstand) != 0;
+    // Keys have to be understood in any case; not every maker says so.
+    member.must_understand = member.key || (source.flags & kMemberIsMustUnderstand) != 0;
     member.external = (source.flags & kMemberIsExternal) != 0;
     return member;
 }

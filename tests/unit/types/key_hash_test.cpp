@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "corpus.h"
+#include "types/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -76,6 +77,37 @@ TEST(KeyHash, IsThatOfThePeer) {
     EXPECT_GT(checked, 50u);
     EXPECT_GT(keys, 25u);
     EXPECT_GT(xcdr1, 25u);
+}
+
+// What stands behind the key may be anything.
+TEST(KeyHash, IsThatOfASampleThatEndsBehindItsKey) {
+    TypeDocuments documents;
+    std::string failure;
+    ASSERT_TRUE(documents.load("keyed.xml", R"(<types>
+        <struct name="Keyed" extensibility="final">
+            <member name="before" type="uint16"/>
+            <member name="id" type="int32" key="true"/>
+            <member name="text" type="string"/>
+        </struct></types>)",
+                               ".", failure))
+        << failure;
+    const SampleReader reader(documents.find("Keyed"));
+    const KeyHasher hasher(reader);
+    const rtps::ByteBuffer payload{0,  1, 0, 0, // CDR, little-endian
+                                   1,  0, 0, 0, // before, padding
+                                   4,  0, 0, 0, // id
+                                   9,  0, 0, 0, // text of 9 characters, of which
+                                   'a'};        // one is there
+    for (size_t size = 0; size <= payload.size(); ++size) {
+        rtps::KeyHash hash{};
+        const bool whole_key = size >= 12;
+        EXPECT_EQ(hasher.compute(rtps::ByteView(payload.data(), size), false, KeyHasher::Form::xcdr1, hash,
+                                 failure),
+                  whole_key)
+            << size;
+        EXPECT_EQ(hex(hash), whole_key ? "00000004000000000000000000000000" : std::string(32, '0')) << size;
+        EXPECT_FALSE(reader.walk(rtps::ByteView(payload.data(), size), nullptr, failure)) << size;
+    }
 }
 
 TEST(KeyHash, FormsDifferWhereAlignmentDoes) {

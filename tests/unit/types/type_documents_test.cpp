@@ -62,6 +62,7 @@ TEST_F(Documents, DefineStructuresInModules) {
     EXPECT_EQ(all.extensibility, DDS_MUTABLE_EXTENSIBILITY);
     EXPECT_EQ(all.base->extensibility, DDS_EXTENSIBLE_EXTENSIBILITY);
     EXPECT_TRUE(all.base->members[0].key);
+    EXPECT_TRUE(all.base->members[0].must_understand); // as every key
     EXPECT_TRUE(all.members[0].optional);
     EXPECT_EQ(all.members[0].id, 1u); // after those of the base
     EXPECT_EQ(all.members[1].id, 10u);
