@@ -160,6 +160,11 @@ class Process:
         return self.wait_for(f"a line with {pattern!r}",
                              lambda: next((line for line in self.lines[start:] if re.search(pattern, line)), None), limit)
 
+    def write(self, line):
+        """A line of standard input."""
+        self._child.stdin.write(line.encode() + b"\n")
+        self._child.stdin.flush()
+
     def signal(self, number):
         self._child.send_signal(number)
 
@@ -381,15 +386,18 @@ class InteropTest(unittest.TestCase):
     def spy(self, *arguments, network=None, **settings):
         return self.keep(Spy(network or self.network, *arguments, **settings))
 
-    def cyclone(self, network=None, lease=None, tag=None, transport="udp", peers=(), multicast="true", extra=""):
+    def cyclone(self, network=None, lease=None, tag=None, transport="udp", peers=(), multicast="true", extra="",
+                changed=False):
+        """changed: another release of the application, some of whose types have changed."""
         if options.peer_cyclone is None:
             self.skipTest("built without Cyclone DDS")
+        program = options.peer_cyclone.with_name("peer_cyclone_changed") if changed else options.peer_cyclone
         config = f"<Transport>{transport}</Transport><AllowMulticast>{multicast}</AllowMulticast>"
         discovery = (f"<LeaseDuration>{lease}s</LeaseDuration>" if lease else "") + \
             (f"<Tag>{tag}</Tag>" if tag else "") + "<ParticipantIndex>auto</ParticipantIndex>" + \
             ("<Peers>" + "".join(f'<Peer Address="{peer}"/>' for peer in peers) + "</Peers>" if peers else "")
         uri = f"<CycloneDDS><Domain><General>{config}</General><Discovery>{discovery}</Discovery>{extra}</Domain></CycloneDDS>"
-        return self.keep(Peer(network or self.network, options.peer_cyclone, {"CYCLONEDDS_URI": uri}))
+        return self.keep(Peer(network or self.network, program, {"CYCLONEDDS_URI": uri}))
 
     def fastdds(self, network=None):
         if options.peer_fastdds is None:
