@@ -1,8 +1,5 @@
 #include "meridian/time.h"
 
-#include <cstdio>
-#include <ctime>
-
 namespace {
 
 /// Nanoseconds beyond a second are allowed in a record, so records are compared by what they mean.
@@ -31,12 +28,16 @@ bool operator<(const DDS_Duration_t& a, const DDS_Duration_t& b) {
 bool QUIXNtpTime_to_time_of_day(const QUIXNtpTime& time, char* buffer) {
     if (buffer == nullptr || time.sec < 0)
         return false;
-    // Whole seconds are shown, so the fraction only ever cuts off: 23:59:59.9 is still that day.
-    const time_t seconds = time.sec;
-    std::tm utc{};
-    if (gmtime_r(&seconds, &utc) == nullptr)
-        return false;
-    std::snprintf(buffer, QUIX_TIME_OF_DAY_BUFFER_SIZE, "%02d:%02d:%02d", utc.tm_hour, utc.tm_min,
-                  utc.tm_sec);
+    // Whole seconds are shown, so the fraction only ever cuts off: 23:59:59.9 is still that day. UTC as POSIX
+    // counts it has no leap seconds: every day has as many, and no calendar is needed. Every report line has
+    // such a text, so it is put together by hand.
+    const auto seconds = static_cast<unsigned>(time.sec % 86400);
+    const unsigned parts[] = {seconds / 3600, seconds / 60 % 60, seconds % 60};
+    for (const unsigned part : parts) {
+        *buffer++ = static_cast<char>('0' + part / 10);
+        *buffer++ = static_cast<char>('0' + part % 10);
+        *buffer++ = ':';
+    }
+    *--buffer = '\0';
     return true;
 }

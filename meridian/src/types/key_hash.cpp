@@ -246,7 +246,9 @@ rtps::KeyHash padded(const rtps::ByteBuffer& key) {
 } // namespace
 
 KeyHasher::KeyHasher(const SampleReader& reader)
-    : reader_(reader), keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
+    : reader_(reader),
+      fixed_(FixedKey::of(reader.type())),
+      keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
     const auto xcdr1 = LargestKey(rtps::kXcdr1MaxAlignment).end_of(reader.type(), true, 0);
     const auto xcdr2 = LargestKey(rtps::kXcdr2MaxAlignment).end_of(reader.type(), true, 0);
     digest_xcdr1_ = !xcdr1;
@@ -263,13 +265,16 @@ bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, rtps
         failure = "the type has no key";
         return false;
     }
+    const bool xcdr2 = form == Form::xcdr2;
+    ByteWriter writer(key, rtps::Endianness::big,
+                      xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
+    if (fixed_ && !key_only && fixed_->write(payload, writer))
+        return true;
+    key.clear();
     std::vector<SampleReader::Setup> setups = reader_.setups(payload, key_only, failure);
     if (setups.empty())
         return false;
     SampleReader::Setup& setup = setups.front();
-    const bool xcdr2 = form == Form::xcdr2;
-    ByteWriter writer(key, rtps::Endianness::big,
-                      xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
     KeyWriter key_writer(writer, xcdr2);
     if (write_key(setup.walker, setup.reader, reader_.type(), key_writer, 0))
         return true;

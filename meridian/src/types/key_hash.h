@@ -8,8 +8,10 @@
 // XCDR1 and XCDR2 align 8-octet members differently, so there are two forms, and peers use either: an
 // instance can be known by both.
 
+#include <optional>
 #include <string>
 
+#include "types/fixed_key.h"
 #include "types/sample_reader.h"
 
 namespace meridian::types {
@@ -44,6 +46,7 @@ class KeyHasher {
                    std::string& failure) const;
 
     const SampleReader& reader_;
+    std::optional<FixedKey> fixed_;
     bool keyed_;
     bool forms_agree_ = false;
     bool digest_xcdr1_ = true;
