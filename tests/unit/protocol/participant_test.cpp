@@ -448,6 +448,49 @@ TEST_F(ParticipantTest, AFarewellDisposesEverything) {
     EXPECT_TRUE(output.messages.empty());
 }
 
+// A writer that knows our reader already may write before its announcement is taken here: it comes through
+// another socket.
+TEST_F(ParticipantTest, WhatAWriterSentJustBeforeItsAnnouncementIsHeard) {
+    struct Sink : SampleSink {
+        std::vector<SequenceNumber> numbers;
+        void on_sample(const Sample& sample) override { numbers.push_back(sample.sequence_number); }
+    };
+    for (const Reliability reliability : {Reliability::best_effort, Reliability::reliable}) {
+        Sink sink;
+        start();
+        EndpointData reader = publication(1, 0x107);
+        reader.qos.reliability = reliability;
+        ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+        announce(remote(2));
+        const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
+        time += seconds(5);
+        send_data(2, EntityId{0x102}, 1, payload); // too early: forgotten by the time of the announcement
+        time += milliseconds(1500);
+        send_data(2, EntityId{0x102}, 2, payload);
+        send_data(2, EntityId{0x102}, 3, payload);
+        EXPECT_TRUE(sink.numbers.empty());
+        send_data(2, entity::publications_writer, 1, encode(publication(2)));
+        receive(2, [](MessageWriter& writer) {
+            Heartbeat heartbeat;
+            heartbeat.writer = entity::publications_writer;
+            heartbeat.last = 1;
+            heartbeat.count = 1;
+            writer.add_heartbeat(heartbeat);
+        });
+        receive(2, [](MessageWriter& writer) {
+            Heartbeat heartbeat;
+            heartbeat.writer = EntityId{0x102};
+            heartbeat.last = 3;
+            heartbeat.count = 1;
+            writer.add_heartbeat(heartbeat);
+        });
+        EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{2, 3}));
+        send_data(2, EntityId{0x102}, 4, payload);
+        EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{2, 3, 4}));
+        participant->stop(now());
+    }
+}
+
 TEST_F(ParticipantTest, AnEndpointWithoutAddressesUsesThoseOfItsParticipant) {
     start();
     announce(remote(2));

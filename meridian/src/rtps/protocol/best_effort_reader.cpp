@@ -61,20 +61,25 @@ void BestEffortReader::deliver(Proxy& proxy, const Sample& sample, bool delivera
         proxy.fragments.drop_below(proxy.next);
 }
 
-void BestEffortReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
+bool BestEffortReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, data.writer});
-    if (proxy == nullptr || data.sequence_number < proxy->next || !plausible(data.sequence_number))
-        return;
+    if (proxy == nullptr)
+        return false;
+    if (data.sequence_number < proxy->next || !plausible(data.sequence_number))
+        return true;
     Sample sample;
     const bool deliverable = make_sample(proxy->writer, context, data, now, sample);
     deliver(*proxy, sample, deliverable);
+    return true;
 }
 
-void BestEffortReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
+bool BestEffortReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
                                     MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, fragment.writer});
-    if (proxy == nullptr || fragment.sequence_number < proxy->next || !plausible(fragment.sequence_number))
-        return;
+    if (proxy == nullptr)
+        return false;
+    if (fragment.sequence_number < proxy->next || !plausible(fragment.sequence_number))
+        return true;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
     FragmentAssembler::Result result = proxy->fragments.add(fragment, timestamp, now);
     // Nothing is sent again for this reader, so the oldest sample is the least likely to become whole.
@@ -98,6 +103,7 @@ void BestEffortReader::on_data_frag(const MessageContext& context, const DataFra
     }
     if (!proxy->fragments.empty())
         wake_at(now + kFragmentTimeout);
+    return true;
 }
 
 void BestEffortReader::on_timer(MonotonicTime now) {

@@ -19,8 +19,8 @@ class BestEffortReader final : public Reader {
 
     void add_writer(const RemoteWriter& writer, MonotonicTime now) override;
     void remove_writer(const Guid& writer) override;
-    void on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
-    void on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
+    bool on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
+    bool on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
     /// Gives the memory of samples back whose fragments stopped coming.
     void on_timer(MonotonicTime now) override;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "rtps/protocol/best_effort_reader.h"
+#include "rtps/protocol/early_packets.h"
 #include "rtps/protocol/endpoint_discovery.h"
 #include "rtps/protocol/key_hash.h"
 #include "rtps/protocol/liveliness.h"
@@ -97,8 +98,16 @@ class Participant::Implementation final : public MessageVisitor,
 
     /// False for submessages that are not for us or come from those we do not hear.
     bool accepted(const MessageContext& context);
+    /// Calls function for the readers that a submessage is meant for; false when none of them knows the
+    /// writer.
     template <typename Function>
-    void for_readers(const MessageContext& context, EntityId reader, EntityId writer, Function function);
+    bool for_readers(EntityId reader, const Guid& writer, Function function);
+    /// Notes who wrote in the present datagram and may be discovered soon.
+    void note_unknown_writer(const Guid& writer);
+    /// Takes a datagram whose context is set up.
+    ReadStatus take(ByteView datagram, const Locator& source);
+    /// Takes what newly discovered writers sent before they were known.
+    void replay();
     ReliableWriter* writer_for(EntityId writer);
 
     // ReaderObserver
@@ -121,6 +130,9 @@ class Participant::Implementation final : public MessageVisitor,
     void on_endpoint_changed(const RemoteEndpoint& endpoint) override;
     void on_endpoint_gone(const RemoteEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;
 
+    EarlyPackets early_packets_;
+    std::vector<Guid> unknown_writers_;     // of the datagram being received
+    std::vector<Guid> newly_known_writers_; // since the last replay
     std::vector<std::unique_ptr<SampleSink>> builtin_sinks_;
     bool running_ = false;
     Now now_;              // of the call in progress
@@ -205,14 +217,18 @@ void Participant::Implementation::stop(Now now) {
     deadline_ = kNever;
 }
 
+ReadStatus Participant::Implementation::take(ByteView datagram, const Locator& source) {
+    source_ = source;
+    checked_ = false;
+    return read_message(datagram, *this);
+}
+
 void Participant::Implementation::receive(ByteView datagram, const Locator& source, Now now) {
     if (!running_)
         return;
     now_ = now;
-    source_ = source;
-    checked_ = false;
     ++statistics_.datagrams;
-    switch (read_message(datagram, *this)) {
+    switch (take(datagram, source)) {
         case ReadStatus::ok:
             break;
         case ReadStatus::not_rtps:
@@ -222,7 +238,22 @@ void Participant::Implementation::receive(ByteView datagram, const Locator& sour
             ++statistics_.malformed;
             break;
     }
+    if (!unknown_writers_.empty()) {
+        early_packets_.add(unknown_writers_, datagram, source, now.monotonic);
+        unknown_writers_.clear();
+    }
+    replay();
     finish(now);
+}
+
+void Participant::Implementation::replay() {
+    if (early_packets_.empty())
+        newly_known_writers_.clear();
+    for (const Guid& writer : std::exchange(newly_known_writers_, {})) {
+        for (const EarlyPackets::Packet& packet : early_packets_.take(writer, now_.monotonic))
+            take(*packet.datagram, packet.source);
+        unknown_writers_.clear(); // of others in the same packets, which are kept for them already
+    }
 }
 
 void Participant::Implementation::finish(Now now) {
@@ -380,61 +411,84 @@ bool Participant::Implementation::accepted(const MessageContext& context) {
 }
 
 template <typename Function>
-void Participant::Implementation::for_readers(const MessageContext& context, EntityId reader, EntityId writer,
-                                              Function function) {
-    if (!accepted(context))
-        return;
+bool Participant::Implementation::for_readers(EntityId reader, const Guid& writer, Function function) {
     if (reader != entity::unknown) {
         LocalEndpoint* local = locals_.find(reader);
-        if (local != nullptr && local->reader)
-            function(*local->reader);
-        return;
+        return local != nullptr && local->reader && function(*local->reader);
     }
-    const std::vector<LocalEndpoint*>* readers = locals_.readers_of(Guid{context.source, writer});
+    const std::vector<LocalEndpoint*>* readers = locals_.readers_of(writer);
     if (readers == nullptr)
-        return;
+        return false;
     for (size_t i = 0; i < readers->size(); ++i)
         function(*(*readers)[i]->reader);
+    return true;
+}
+
+void Participant::Implementation::note_unknown_writer(const Guid& writer) {
+    const bool is_strange = !writer.entity.is_builtin() && endpoints_.find(writer) == nullptr &&
+                            participants_.find(writer.prefix) != nullptr;
+    if (is_strange &&
+        std::find(unknown_writers_.begin(), unknown_writers_.end(), writer) == unknown_writers_.end())
+        unknown_writers_.push_back(writer);
 }
 
 void Participant::Implementation::on_data(const MessageContext& context, const Data& data) {
+    if (!accepted(context))
+        return;
     if (data.writer == entity::participant_writer) {
-        if (accepted(context))
-            participants_.on_data(context, data, source_, now_);
+        participants_.on_data(context, data, source_, now_);
         return;
     }
-    for_readers(context, data.reader, data.writer,
-                [&](Reader& reader) { reader.on_data(context, data, now_.monotonic); });
-    if (liveliness_.watches_any() && checked_result_)
-        liveliness_.on_writer_asserted(Guid{context.source, data.writer}, now_.monotonic, events_);
+    const Guid writer{context.source, data.writer};
+    if (!for_readers(data.reader, writer,
+                     [&](Reader& reader) { return reader.on_data(context, data, now_.monotonic); }))
+        note_unknown_writer(writer);
+    if (liveliness_.watches_any())
+        liveliness_.on_writer_asserted(writer, now_.monotonic, events_);
 }
 
 void Participant::Implementation::on_data_frag(const MessageContext& context, const DataFrag& fragment) {
-    for_readers(context, fragment.reader, fragment.writer,
-                [&](Reader& reader) { reader.on_data_frag(context, fragment, now_.monotonic); });
-    if (liveliness_.watches_any() && checked_result_)
-        liveliness_.on_writer_asserted(Guid{context.source, fragment.writer}, now_.monotonic, events_);
+    if (!accepted(context))
+        return;
+    const Guid writer{context.source, fragment.writer};
+    if (!for_readers(fragment.reader, writer,
+                     [&](Reader& reader) { return reader.on_data_frag(context, fragment, now_.monotonic); }))
+        note_unknown_writer(writer);
+    if (liveliness_.watches_any())
+        liveliness_.on_writer_asserted(writer, now_.monotonic, events_);
 }
 
 void Participant::Implementation::on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) {
+    if (!accepted(context))
+        return;
     const Guid writer{context.source, heartbeat.writer};
-    for_readers(context, heartbeat.reader, heartbeat.writer,
-                [&](Reader& reader) { reader.on_heartbeat(writer, heartbeat, now_.monotonic); });
-    if (heartbeat.liveliness && liveliness_.watches_any() && checked_result_)
+    for_readers(heartbeat.reader, writer, [&](Reader& reader) {
+        reader.on_heartbeat(writer, heartbeat, now_.monotonic);
+        return true;
+    });
+    if (heartbeat.liveliness && liveliness_.watches_any())
         liveliness_.on_writer_asserted(writer, now_.monotonic, events_);
 }
 
 void Participant::Implementation::on_heartbeat_frag(const MessageContext& context,
                                                     const HeartbeatFrag& heartbeat) {
+    if (!accepted(context))
+        return;
     const Guid writer{context.source, heartbeat.writer};
-    for_readers(context, heartbeat.reader, heartbeat.writer,
-                [&](Reader& reader) { reader.on_heartbeat_frag(writer, heartbeat, now_.monotonic); });
+    for_readers(heartbeat.reader, writer, [&](Reader& reader) {
+        reader.on_heartbeat_frag(writer, heartbeat, now_.monotonic);
+        return true;
+    });
 }
 
 void Participant::Implementation::on_gap(const MessageContext& context, const Gap& gap) {
+    if (!accepted(context))
+        return;
     const Guid writer{context.source, gap.writer};
-    for_readers(context, gap.reader, gap.writer,
-                [&](Reader& reader) { reader.on_gap(writer, gap, now_.monotonic); });
+    for_readers(gap.reader, writer, [&](Reader& reader) {
+        reader.on_gap(writer, gap, now_.monotonic);
+        return true;
+    });
 }
 
 ReliableWriter* Participant::Implementation::writer_for(EntityId writer) {
@@ -502,6 +556,8 @@ void Participant::Implementation::on_participant_gone(RemoteParticipant& remote,
 void Participant::Implementation::on_endpoint_discovered(const RemoteEndpoint& endpoint) {
     events_.endpoint_discovered(endpoint.data, endpoint.timestamp);
     locals_.match_all(endpoint, now_.monotonic);
+    if (endpoint.data.is_writer())
+        newly_known_writers_.push_back(endpoint.data.guid);
 }
 
 void Participant::Implementation::on_endpoint_changed(const RemoteEndpoint& endpoint) {

@@ -34,8 +34,9 @@ class Reader {
     virtual void remove_writer(const Guid& writer) = 0;
 
     /// Submessages of writers that were not added are ignored. now is the time of reception.
-    virtual void on_data(const MessageContext& context, const Data& data, MonotonicTime now) = 0;
-    virtual void on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) = 0;
+    /// False: the writer is not one of this reader's.
+    virtual bool on_data(const MessageContext& context, const Data& data, MonotonicTime now) = 0;
+    virtual bool on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) = 0;
     virtual void on_heartbeat(const Guid& /*writer*/, const Heartbeat&, MonotonicTime) {}
     virtual void on_heartbeat_frag(const Guid& /*writer*/, const HeartbeatFrag&, MonotonicTime) {}
     virtual void on_gap(const Guid& /*writer*/, const Gap&, MonotonicTime) {}

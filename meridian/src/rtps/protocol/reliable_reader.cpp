@@ -111,13 +111,16 @@ void ReliableReader::remove_writer(const Guid& writer) {
     proxies_.erase(at);
 }
 
-void ReliableReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
+bool ReliableReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, data.writer});
-    if (proxy == nullptr || data.sequence_number < proxy->next || !plausible(data.sequence_number))
-        return;
+    if (proxy == nullptr)
+        return false;
+    if (data.sequence_number < proxy->next || !plausible(data.sequence_number))
+        return true;
     Sample sample;
     const bool deliverable = make_sample(proxy->writer.guid, context, data, now, sample);
     accept(*proxy, sample, deliverable);
+    return true;
 }
 
 void ReliableReader::accept(Proxy& proxy, const Sample& sample, bool deliverable) {
@@ -222,14 +225,14 @@ void ReliableReader::mark_irrelevant(Proxy& proxy, SequenceNumber from, Sequence
         hold(proxy, nullptr, number);
 }
 
-void ReliableReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
+bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
                                   MonotonicTime now) {
     Proxy* proxy = find(Guid{context.source, fragment.writer});
     if (proxy == nullptr)
-        return;
+        return false;
     const SequenceNumber number = fragment.sequence_number;
     if (number < proxy->next || !plausible(number) || proxy->held.count(number) != 0)
-        return;
+        return true;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
     FragmentAssembler::Result result = proxy->fragments.add(fragment, timestamp, now);
     if (result == FragmentAssembler::Result::no_memory && make_room(*proxy, number, fragment.sample_size)) {
@@ -255,6 +258,7 @@ void ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         accept(*proxy, sample, !whole.inline_qos.refused);
         proxy->fragments.recycle(std::move(whole.payload));
     }
+    return true;
 }
 
 void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) {

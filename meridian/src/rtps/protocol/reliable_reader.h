@@ -38,8 +38,8 @@ class ReliableReader final : public Reader {
     void add_writer(const RemoteWriter& writer, MonotonicTime now) override;
     void remove_writer(const Guid& writer) override;
 
-    void on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
-    void on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
+    bool on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
+    bool on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
     void on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) override;
     void on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& heartbeat, MonotonicTime now) override;
     void on_gap(const Guid& writer, const Gap& gap, MonotonicTime now) override;

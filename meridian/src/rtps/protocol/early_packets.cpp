@@ -1,0 +1,39 @@
+#include "rtps/protocol/early_packets.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace meridian::rtps {
+
+void EarlyPackets::add(const std::vector<Guid>& writers, ByteView datagram, const Locator& source,
+                       MonotonicTime now) {
+    while (!entries_.empty() && later(entries_.front().arrived, kLifetime) < now)
+        drop_oldest();
+    const Packet packet{std::make_shared<const ByteBuffer>(datagram.begin(), datagram.end()), source};
+    for (const Guid& writer : writers) {
+        while (!entries_.empty() && (entries_.size() >= kMaxPackets || bytes_ + datagram.size > kMaxBytes))
+            drop_oldest();
+        entries_.push_back({writer, packet, now});
+        bytes_ += datagram.size;
+    }
+}
+
+std::vector<EarlyPackets::Packet> EarlyPackets::take(const Guid& writer, MonotonicTime now) {
+    std::vector<Packet> taken;
+    const auto rest = std::stable_partition(entries_.begin(), entries_.end(),
+                                            [&writer](const Entry& entry) { return entry.writer != writer; });
+    for (auto entry = rest; entry != entries_.end(); ++entry) {
+        bytes_ -= entry->packet.datagram->size();
+        if (later(entry->arrived, kLifetime) >= now)
+            taken.push_back(std::move(entry->packet));
+    }
+    entries_.erase(rest, entries_.end());
+    return taken;
+}
+
+void EarlyPackets::drop_oldest() {
+    bytes_ -= entries_.front().packet.datagram->size();
+    entries_.pop_front();
+}
+
+} // namespace meridian::rtps

@@ -1,0 +1,45 @@
+#pragma once
+
+// Packets with data of writers that were not discovered yet. Data and discovery come through different
+// sockets: a writer that already knows a reader of ours may write before its announcement is taken here. What
+// it sent is kept for a moment and taken again when the writer is known. Bounded, so that a flood of
+// strangers costs little.
+
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "rtps/protocol/interfaces.h"
+
+namespace meridian::rtps {
+
+class EarlyPackets {
+  public:
+    static constexpr size_t kMaxPackets = 1000;
+    static constexpr size_t kMaxBytes = size_t{4} << 20;
+    static constexpr Duration kLifetime = std::chrono::seconds(1);
+
+    struct Packet {
+        std::shared_ptr<const ByteBuffer> datagram;
+        Locator source;
+    };
+
+    /// Keeps a copy for the writers in question; the oldest packets give way.
+    void add(const std::vector<Guid>& writers, ByteView datagram, const Locator& source, MonotonicTime now);
+    /// The packets of that writer that are not too old, in the order of their arrival; they are kept no more.
+    std::vector<Packet> take(const Guid& writer, MonotonicTime now);
+    bool empty() const { return entries_.empty(); }
+
+  private:
+    struct Entry {
+        Guid writer;
+        Packet packet;
+        MonotonicTime arrived;
+    };
+    void drop_oldest();
+
+    std::deque<Entry> entries_;
+    size_t bytes_ = 0; // counted once per entry
+};
+
+} // namespace meridian::rtps
