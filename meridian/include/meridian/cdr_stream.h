@@ -56,3 +56,8 @@ bool QUIXCdrStream_readBytes(QUIXCdrStream* stream, void* target, DDS_UnsignedLo
 /// there; false when the length exceeds maximumLength (terminator included) or the bytes, or no terminator
 /// ends it.
 bool QUIXCdrStream_readString(QUIXCdrStream* stream, const char** value, DDS_UnsignedLong maximumLength);
+/// The 4-byte length of a wide string: an even number of octets, without terminator (DDS-XTypes 1.3, 7.4.1).
+/// *count is the number of 16-bit characters, which follow and are read with QUIXCdrStream_read2. False, and
+/// the position unchanged, when there are more than maximumCount or not all of them are there.
+bool QUIXCdrStream_readWideStringLength(QUIXCdrStream* stream, DDS_UnsignedLong* count,
+                                        DDS_UnsignedLong maximumCount);

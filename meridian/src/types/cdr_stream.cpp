@@ -125,3 +125,16 @@ bool QUIXCdrStream_readString(QUIXCdrStream* stream, const char** value, DDS_Uns
     *value = text;
     return true;
 }
+
+bool QUIXCdrStream_readWideStringLength(QUIXCdrStream* stream, DDS_UnsignedLong* count,
+                                        DDS_UnsignedLong maximumCount) {
+    char* const start = stream->currentPosition;
+    DDS_UnsignedLong octets = 0;
+    const bool fits = QUIXCdrStream_read4(stream, &octets) && octets % 2 == 0 && octets / 2 <= maximumCount &&
+                      octets <= QUIXCdrStream_remaining(stream);
+    if (fits)
+        *count = octets / 2;
+    else
+        stream->currentPosition = start;
+    return fits;
+}

@@ -109,4 +109,27 @@ TEST_F(CdrStream, StringsAreBoundedAndTerminated) {
     EXPECT_FALSE(QUIXCdrStream_readString(&stream, &text, 0xffffffffu));
 }
 
+TEST_F(CdrStream, WideStringsCountOctets) {
+    DDS_UnsignedLong count = 9;
+    set({4, 0, 0, 0, 'a', 0, 'b', 0});
+    ASSERT_TRUE(QUIXCdrStream_readWideStringLength(&stream, &count, 2));
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(position(), 4u);
+
+    set({4, 0, 0, 0, 'a', 0, 'b', 0});
+    EXPECT_FALSE(QUIXCdrStream_readWideStringLength(&stream, &count, 1)) << "longer than its bound";
+    EXPECT_EQ(position(), 0u);
+    set({0, 0, 0, 3, 0, 'a', 0}, QUIX_CDR_ENDIAN_BIG);
+    EXPECT_FALSE(QUIXCdrStream_readWideStringLength(&stream, &count, 9)) << "half a character";
+    set({4, 0, 0, 0, 'a', 0, 'b'});
+    EXPECT_FALSE(QUIXCdrStream_readWideStringLength(&stream, &count, 9)) << "bytes missing";
+    EXPECT_EQ(position(), 0u);
+    set({0xfe, 0xff, 0xff, 0xff});
+    EXPECT_FALSE(QUIXCdrStream_readWideStringLength(&stream, &count, 0xffffffffu));
+    EXPECT_EQ(count, 2u) << "untouched by failures";
+    set({0, 0, 0, 0});
+    ASSERT_TRUE(QUIXCdrStream_readWideStringLength(&stream, &count, 0));
+    EXPECT_EQ(count, 0u);
+}
+
 } // namespace
