@@ -496,12 +496,20 @@ class Contents(harness.InteropTest):
         self.assertEqual([parse(line.compact) for line in lines if line.compact],
                          [parse(f'{{"id":{key},"value":0,"payload":[]}}') for key in (7, 7, 7, -3, -3, -3)])
 
+    def conflicting_publisher(self, spy, count, writer, **settings):
+        """The next of several publishers of one topic. A reader that a conflict made hears nothing before it knows that
+        the writer's type is its own, which the writer cannot see."""
+        peer = self.publisher(self.cyclone, writer, **settings)
+        spy.wait_for(f"{count} matches of readers", lambda: sum(
+            line.startswith("ferret: Matched DataWriters change (1).") for line in spy.lines) == count)
+        return peer
+
     def check_conflict(self, first_settings, first_type, second_settings, second_type, types):
-        spy = self.spy("-printSample", "COMPACT", mode=None)
-        first = self.publisher(self.cyclone, f"a topic=T type={first_type}", **first_settings)
+        spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
+        first = self.conflicting_publisher(spy, 1, f"a topic=T type={first_type}", **first_settings)
         expected = [written(first.do("write a count=2 size=3 show"))]
         wait_for_lines(spy, 2)
-        second = self.publisher(self.cyclone, f"b topic=T type={second_type}", **second_settings)
+        second = self.conflicting_publisher(spy, 2, f"b topic=T type={second_type}", **second_settings)
         # As applications see it, there are two spies now.
         self.assertEqual(len(second.do("others count=3")), 3)
         expected.append(written(second.do("write b count=3 size=3 show")))
@@ -523,9 +531,10 @@ class Contents(harness.InteropTest):
         self.check_conflict({}, "unkeyed", {}, "shape", ["peers::Unkeyed", "peers::Shape"])
 
     def test_a_third_type_needs_a_third_participant(self):
-        spy = self.spy("-printSample", "COMPACT", mode=None)
-        peers = [self.publisher(self.cyclone, f"w topic=T type={name}", changed=changed)
-                 for name, changed in (("keyed", False), ("shape", False), ("keyed", True), ("shape", True), ("mutable", False))]
+        spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
+        releases = (("keyed", False), ("shape", False), ("keyed", True), ("shape", True), ("mutable", False))
+        peers = [self.conflicting_publisher(spy, count, f"w topic=T type={name}", changed=changed)
+                 for count, (name, changed) in enumerate(releases, 1)]
         peers[0].do("others count=8")
         for count, peer in enumerate(peers, 1):
             sample = written(peer.do("write w size=2 show"))
