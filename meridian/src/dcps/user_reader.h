@@ -146,6 +146,8 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     uint64_t undecodable_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::unordered_map<const void*, std::unique_ptr<ReaderCache::Batch>> loans_ MERIDIAN_GUARDED_BY(mutex_);
+    /// Of the last loan that came back: its memory, which grew to the size of the takes, serves the next one.
+    std::unique_ptr<ReaderCache::Batch> spare_batch_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<ReadCondition>> conditions_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

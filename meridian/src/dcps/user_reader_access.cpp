@@ -200,7 +200,6 @@ DDS_ReturnCode_t UserReader::read_or_take_untyped(DDS_Boolean take, const DDSSam
     if (copies && wanted.max_samples > sequence.maximum)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
 
-    auto batch = std::make_unique<ReaderCache::Batch>();
     MutexLock lock(mutex_);
     ReaderCache::Selection selection;
     bool empty = false;
@@ -212,8 +211,12 @@ DDS_ReturnCode_t UserReader::read_or_take_untyped(DDS_Boolean take, const DDSSam
     // Whoever looks has been told; what arrives from now on is news.
     signalled_ &= ~DDS_DATA_AVAILABLE_STATUS;
     status_condition().set_read(DDS_DATA_AVAILABLE_STATUS);
-    if (empty || !(take ? cache_->take(selection, *batch) : cache_->read(selection, *batch)))
+    std::unique_ptr<ReaderCache::Batch> batch =
+        spare_batch_ != nullptr ? std::move(spare_batch_) : std::make_unique<ReaderCache::Batch>();
+    if (empty || !(take ? cache_->take(selection, *batch) : cache_->read(selection, *batch))) {
+        spare_batch_ = std::move(batch);
         return DDS_RETCODE_NO_DATA;
+    }
     update_conditions();
 
     const auto taken = static_cast<DDS_Long>(batch->infos.size());
@@ -242,6 +245,7 @@ DDS_ReturnCode_t UserReader::return_loan_untyped(void** samples, DDS_Long count,
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     infos.unloan();
     cache_->return_batch(*loan->second);
+    spare_batch_ = std::move(loan->second);
     loans_.erase(loan);
     return DDS_RETCODE_OK;
 }
