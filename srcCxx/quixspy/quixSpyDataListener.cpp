@@ -63,6 +63,7 @@ QuixSpyDataListener::~QuixSpyDataListener() {
     DDS_String_free(topicName);
     DDS_String_free(typeName);
     DDS_String_free(printBuffer_);
+    lastWriter_.finalize();
 }
 
 bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
@@ -71,15 +72,26 @@ bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
                                         const DDS_StringSeq& participantPartitions) {
     LocalRecord scratch;
     const std::lock_guard<std::mutex> lock(writersMutex_);
+    ++writerListVersion_;
     // The lines of a topic name topic and type already.
     return writerList_.assert_node(scratch, guid, ip, nullptr, nullptr, entityName, endpointPartitions,
                                    participantPartitions);
 }
 
-void QuixSpyDataListener::copy_writer(QuixSpyEndpointInfo& out, const DDS_SampleInfo& info) {
+/// What is known of the writer of a sample, with the unknown GUID where that is nothing. Samples come in rows
+/// from one writer, so the copy is kept until another one wrote or something was recorded.
+const QuixSpyEndpointInfo& QuixSpyDataListener::writer_of(const DDS_SampleInfo& info) {
+    const RtpsGuid guid = QUIXSpy_writerGuid(info);
+    if (RtpsGuid_equals(lastWriter_.guid, guid) && lastWriterVersion_ == writerListVersion_)
+        return lastWriter_;
+    lastWriter_.finalize();
+    lastWriter_.guid = RtpsGuid{};
     const std::lock_guard<std::mutex> lock(writersMutex_);
-    if (const QuixSpyEndpointInfoNode* const known = writerList_.find_node(QUIXSpy_writerGuid(info)))
-        out.copy_from(known->info);
+    lastWriterVersion_ = writerListVersion_;
+    const QuixSpyEndpointInfoNode* const known = writerList_.find_node(guid);
+    if (known != nullptr && !lastWriter_.copy_from(known->info))
+        lastWriterVersion_ = 0; // the next sample tries again
+    return lastWriter_;
 }
 
 void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
@@ -136,8 +148,7 @@ void QuixSpyDataListener::count(const DDS_SampleInfo& info) {
 }
 
 void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info, const void* sample) {
-    LocalRecord writer;
-    copy_writer(writer, info);
+    const QuixSpyEndpointInfo& writer = writer_of(info);
     count(info);
     line_.clear();
     QUIXSpy_formatSampleLine(line_, settings_.fields, topicField_, info, writer);

@@ -75,7 +75,7 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     bool print_compact(const DDS_DynamicData& sample);
     void write_line();
     void count(const DDS_SampleInfo& info);
-    void copy_writer(QuixSpyEndpointInfo& out, const DDS_SampleInfo& info);
+    const QuixSpyEndpointInfo& writer_of(const DDS_SampleInfo& info);
 
     DDS_TypeCode* const typeCode_; // owned, may be null
     const QuixSpyDataListenerSettings settings_;
@@ -84,7 +84,11 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     char* printBuffer_ = nullptr; // owned (DDS_String): text of contents in the compact form
     uint32_t printBufferCapacity_ = 0;
 
+    QuixSpyEndpointInfo lastWriter_{}; // owned; a copy, for the thread that reports samples
+    uint64_t lastWriterVersion_ = 0;   // the version of writerList_ that it was copied from
+
     // Writers become known on the main thread while samples are reported on a delivery thread.
     std::mutex writersMutex_;
-    QuixSpyEndpointInfoList writerList_; // guarded by writersMutex_
+    QuixSpyEndpointInfoList writerList_;         // guarded by writersMutex_
+    std::atomic<uint64_t> writerListVersion_{1}; // counts what was recorded; changed under writersMutex_
 };
