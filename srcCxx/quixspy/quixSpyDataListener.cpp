@@ -9,6 +9,7 @@
 #include "meridian/topic.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/quixSpyHelpers.h"
+#include "quixspy/quixSpyRawPrinter.h"
 
 namespace {
 
@@ -168,6 +169,14 @@ void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* s
         return;
     if (settings_.useDynamicData)
         print_sample(*static_cast<const DDS_DynamicData*>(sample), 0);
+    else if (typeCode_ != nullptr)
+        print_sample(*static_cast<const DynamicType*>(sample), typeCode_, 0);
+}
+
+bool QuixSpyDataListener::print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode,
+                                       int32_t indent) {
+    line_ += '\n';
+    return QuixSpyRawPrinter(line_, stdout).print_sample(sample, typeCode, indent);
 }
 
 bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t indent) {

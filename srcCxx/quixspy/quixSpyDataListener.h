@@ -17,6 +17,8 @@
 #include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpySampleLine.h"
 
+struct DynamicType;
+
 /// How a listener reports its topic. Does not change while the listener lives.
 struct QuixSpyDataListenerSettings {
     QuixSpySampleLineFields fields;
@@ -71,6 +73,7 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     // The contents, behind what stands in line_ already. The first decides which of the others does it.
     void print_sample(const DDS_SampleInfo& info, const void* sample);
     bool print_sample(const DDS_DynamicData& sample, int32_t indent);
+    bool print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode, int32_t indent);
     bool print_plain(const DDS_DynamicData& sample, int32_t indent);
     bool print_compact(const DDS_DynamicData& sample);
     void write_line();

@@ -8,13 +8,15 @@
 
 #include "quixspy/fixture.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
+#include "quixspy/raw_sample.h"
 #include "support/fake_entities.h"
 #include "support/stdout_capture.h"
 #include "support/verbosity_guard.h"
+#include "types/type_documents.h"
 
 namespace {
 
-/// Lends what a test queued; samples are all null, as nobody may look at them.
+/// Lends what a test queued; the samples are all one empty one, as nobody looks at them.
 class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
   public:
     ~FakeUntypedReader() override = default;
@@ -44,7 +46,7 @@ class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
             return take_result;
         if (infos.empty())
             return DDS_RETCODE_NO_DATA;
-        samples.assign(infos.size(), nullptr);
+        samples.assign(infos.size(), &empty);
         pointers.clear();
         for (DDS_SampleInfo& info : infos)
             pointers.push_back(&info);
@@ -73,6 +75,7 @@ class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
     bool takes_everything = false;
 
   private:
+    KeyedDynamicType empty{};
     std::vector<void*> samples;
     std::vector<DDS_SampleInfo*> pointers;
 };
@@ -147,6 +150,38 @@ INSTANTIATE_TEST_SUITE_P(Keyed, DataListener, ::testing::Bool(),
                          [](const auto& one) { return one.param ? "Yes" : "No"; });
 
 } // namespace
+
+TEST_P(DataListener, ContentsOfOpaqueSamplesComeFromTheTypeCode) {
+    meridian::types::TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load("types",
+                               "<dds><types><struct name=\"P\"><member name=\"x\" type=\"int16\"/>"
+                               "<member name=\"y\" type=\"int16\"/></struct></types></dds>",
+                               ".", error))
+        << error;
+    test::RawSample raw;
+    const auto type = documents.find("P");
+    for (const PrintSample wanted : {PRINT_SAMPLE_NONE, PRINT_SAMPLE_PLAIN, PRINT_SAMPLE_COMPACT}) {
+        settings.printSample = wanted;
+        ASSERT_TRUE(raw.set({0, 1, 0, 0, 5, 0, 0xff, 0xff})); // it can be walked once
+        DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+        QuixSpyDataListener known("Circle", "ShapeType",
+                                  DDS_TypeCodeFactory::get_instance()->clone_tc(type.get(), exception),
+                                  settings);
+        const std::string contents = wanted == PRINT_SAMPLE_NONE ? "" : "\n\nx: 5\ny: -1";
+        const std::string line = "12:25:30 New data         " + kUnknown;
+        EXPECT_EQ(printed_by([&] { known.print_user_data(sample(), &raw.record); }),
+                  line.substr(0, line.size() - 1) + contents + "\n");
+        EXPECT_EQ(printed_by([&] {
+                      known.print_user_data(sample(DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE, false), nullptr);
+                  }),
+                  "12:25:30 Disposed instance" + kUnknown);
+    }
+    // Without a type code there is nothing to say.
+    settings.printSample = PRINT_SAMPLE_PLAIN;
+    EXPECT_EQ(printed_by([&] { listener().print_user_data(sample(), &raw.record); }),
+              "12:25:30 New data         " + kUnknown);
+}
 
 TEST_P(DataListener, ReportsAllSamplesInOrder) {
     DDS_SampleInfo again = sample();
