@@ -31,6 +31,7 @@ const std::string kCyclonePublisher = "01108eff bffe803c 5c6a6301";
 const std::string kCycloneSubscriber = "011085af 6e3ee185 7b06ea11";
 const std::string kCycloneFragmenting = "01104e43 b6085318 85c425af";
 const std::string kFastPublisher = "010f7f01 344afac7 00000000";
+const std::string kFast31Publisher = "010f7f01 a118bb42 00000000";
 const std::string kFastSubscriber = "010f7f01 2d4a82e3 00000000";
 
 /// One golden datagram, read.
@@ -299,6 +300,49 @@ TEST(Fast, Participant) {
     EXPECT_TRUE(participant.raw.empty());
 }
 
+TEST(Fast31, Participant) {
+    const Golden golden("fast31_participant");
+    golden.expect_context(kFast31Publisher, "");
+    ASSERT_EQ(golden.entries.size(), 1u);
+    const ParticipantData participant = golden.participant(0);
+    EXPECT_EQ(participant.version, (ProtocolVersion{2, 3}));
+    EXPECT_EQ(participant.vendor, (VendorId{{0x01, 0x0f}}));
+    EXPECT_EQ(participant.guid, (Guid{prefix_from(kFast31Publisher), entity::participant}));
+    EXPECT_EQ(participant.builtin_endpoints, 0x000ffc3fu);
+    EXPECT_EQ(participant.domain_id, 0u) << "which 2.x does not announce";
+    EXPECT_EQ(participant.lease, (WireDuration{20, 0}));
+    EXPECT_EQ(participant.metatraffic_unicast, LocatorList{udp4(127, 0, 0, 1, 7412)});
+    EXPECT_EQ(participant.default_unicast, LocatorList{udp4(127, 0, 0, 1, 7413)});
+    EXPECT_EQ(participant.name, "fast31");
+    ASSERT_EQ(participant.properties.size(), 4u);
+    EXPECT_EQ(participant.properties[0], (Property{"PARTICIPANT_TYPE", "SIMPLE"}));
+    EXPECT_EQ(participant.properties[2], (Property{"fastdds.physical_data.user", "root"}));
+}
+
+TEST(Fast31, Publication) {
+    const Golden golden("fast31_publication");
+    const EndpointData writer = golden.endpoint(0);
+    EXPECT_EQ(writer.guid, (Guid{prefix_from(kFast31Publisher), EntityId{0x102}}));
+    EXPECT_EQ(writer.participant, prefix_from(kFast31Publisher));
+    EXPECT_EQ(writer.topic_name, "Rich");
+    EXPECT_EQ(writer.type_name, "np::RichFinal");
+    EXPECT_EQ(writer.unicast, LocatorList{udp4(127, 0, 0, 1, 7413)});
+    EXPECT_EQ(writer.qos.durability, Durability::volatile_);
+    EXPECT_EQ(writer.qos.reliability, Reliability::reliable);
+    EXPECT_EQ(writer.qos.ownership, Ownership::shared);
+    EXPECT_EQ(writer.qos.representations, (std::vector<int16_t>{0}));
+    EXPECT_FALSE(writer.type_information.empty());
+}
+
+TEST(Fast31, Disposals) {
+    const Golden endpoint("fast31_disposed_publication");
+    EXPECT_EQ(endpoint.key(0), (Guid{prefix_from(kFast31Publisher), EntityId{0x102}}));
+    EXPECT_EQ(endpoint.inline_qos(0).status_info, 3u);
+    const Golden participant("fast31_disposed_participant");
+    EXPECT_EQ(participant.key(0), (Guid{prefix_from(kFast31Publisher), entity::participant}));
+    EXPECT_EQ(participant.inline_qos(0).status_info, 3u);
+}
+
 TEST(Fast, Publication) {
     const Golden golden("fast_publication");
     golden.expect_context(kFastPublisher, kFastSubscriber);
@@ -433,7 +477,7 @@ std::vector<std::filesystem::path> all_goldens() {
 
 TEST(Mutations, EveryPrefixIsDecodedOrRefused) {
     const auto paths = all_goldens();
-    ASSERT_EQ(paths.size(), 20u);
+    ASSERT_EQ(paths.size(), 24u);
     for (const auto& path : paths) {
         const ByteBuffer whole = load(path);
         DecodeAll all;
