@@ -19,7 +19,7 @@ class EndpointEvents {
     virtual void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) = 0;
     virtual void liveliness_changed(const rtps::Guid& remote, bool alive) = 0;
     /// Whether the endpoint can be matched with a remote one whose names and QoS fit.
-    virtual bool type_fits(const rtps::EndpointData& remote) = 0;
+    virtual rtps::TypeMatch type_fits(const rtps::EndpointData& remote) = 0;
 };
 
 /// All events of one participant: passes everything on to `next`, and what concerns an endpoint to the
@@ -63,9 +63,9 @@ class EventRouter final : public rtps::Events {
         if (EndpointEvents* endpoint = find(local))
             endpoint->incompatible(remote, policies);
     }
-    bool types_fit(const rtps::Guid& local, const rtps::EndpointData& remote) override {
+    rtps::TypeMatch types_fit(const rtps::Guid& local, const rtps::EndpointData& remote) override {
         EndpointEvents* endpoint = find(local);
-        return endpoint == nullptr || endpoint->type_fits(remote);
+        return endpoint == nullptr ? rtps::TypeMatch::fits : endpoint->type_fits(remote);
     }
     void liveliness_changed(const rtps::Guid& writer, bool alive) override {
         for (const auto& [entity, endpoint] : endpoints_)

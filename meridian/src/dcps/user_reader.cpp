@@ -328,22 +328,22 @@ void UserReader::incompatible(const rtps::EndpointData& remote, const std::vecto
     changed(statuses_.incompatible(counted));
 }
 
-bool UserReader::type_fits(const rtps::EndpointData& remote) {
+rtps::TypeMatch UserReader::type_fits(const rtps::EndpointData& remote) {
     const DDS_TypeCode* const own = plugin().typeCode;
     {
         MutexLock lock(mutex_);
         if (own == nullptr || qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
-            return true;
+            return rtps::TypeMatch::fits;
     }
     const DDS_TypeCode* type = nullptr;
     if (!subscriber_.type_of_publication(remote.guid, type))
-        return false; // it is being looked up
+        return rtps::TypeMatch::undecided; // it is being looked up
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
     if (type == nullptr || own->equal(type, exception))
-        return true;
+        return rtps::TypeMatch::fits;
     MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
                        topic_.get_name(), topic_.get_type_name(), rtps::to_string(remote.guid).c_str());
-    return false;
+    return rtps::TypeMatch::differs;
 }
 
 void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {

@@ -91,7 +91,7 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
     /// at all.
-    bool type_fits(const rtps::EndpointData& remote) override;
+    rtps::TypeMatch type_fits(const rtps::EndpointData& remote) override;
 
   private:
     UserReader(SubscriberImpl& subscriber, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,

@@ -465,7 +465,7 @@ TEST_F(ParticipantTest, WhatAWriterSentJustBeforeItsAnnouncementIsHeard) {
         const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
         time += seconds(5);
         send_data(2, EntityId{0x102}, 1, payload); // too early: forgotten by the time of the announcement
-        time += milliseconds(1500);
+        time += milliseconds(3000);
         send_data(2, EntityId{0x102}, 2, payload);
         send_data(2, EntityId{0x102}, 3, payload);
         EXPECT_TRUE(sink.numbers.empty());
@@ -553,9 +553,9 @@ TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
 TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
     class Doorkeeper final : public Events {
       public:
-        bool open = false;
+        TypeMatch answer = TypeMatch::differs;
         Lines lines;
-        bool types_fit(const Guid&, const EndpointData&) override { return open; }
+        TypeMatch types_fit(const Guid&, const EndpointData&) override { return answer; }
         void matched(const Guid&, const EndpointData&) override { lines.emplace_back("matched"); }
         void unmatched(const Guid&, const Guid&) override { lines.emplace_back("unmatched"); }
     };
@@ -579,16 +579,22 @@ TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
     EXPECT_EQ(events.lines, Lines{});
     EXPECT_EQ(sink.samples, 0);
     participant->match_again({prefix(3), writer.guid.entity}, now()); // unknown
-    events.open = true;
+    events.answer = TypeMatch::undecided;
+    participant->match_again(writer.guid, now());
+    send_data(2, writer.guid.entity, 2, sample); // kept until it is decided
+    EXPECT_EQ(events.lines, Lines{});
+    EXPECT_EQ(sink.samples, 0);
+    events.answer = TypeMatch::fits;
     participant->match_again(writer.guid, now());
     EXPECT_EQ(events.lines, (Lines{"matched"}));
-    send_data(2, writer.guid.entity, 1, sample);
     EXPECT_EQ(sink.samples, 1);
-    events.open = false;
+    send_data(2, writer.guid.entity, 3, sample);
+    EXPECT_EQ(sink.samples, 2);
+    events.answer = TypeMatch::differs;
     participant->match_again(writer.guid, now());
     EXPECT_EQ(events.lines, (Lines{"matched", "unmatched"}));
-    send_data(2, writer.guid.entity, 2, sample);
-    EXPECT_EQ(sink.samples, 1);
+    send_data(2, writer.guid.entity, 4, sample);
+    EXPECT_EQ(sink.samples, 2);
 }
 
 TEST_F(ParticipantTest, JunkIsCountedAndHarmless) {

@@ -1,9 +1,9 @@
 #pragma once
 
-// Packets with data of writers that were not discovered yet. Data and discovery come through different
-// sockets: a writer that already knows a reader of ours may write before its announcement is taken here. What
-// it sent is kept for a moment and taken again when the writer is known. Bounded, so that a flood of
-// strangers costs little.
+// Packets with data of writers that cannot be matched yet. Data and discovery come through different sockets:
+// a writer that already knows a reader of ours may write before its announcement is taken here, or while its
+// type is still asked for. What it sent is kept for a moment and taken again when it is decided. Bounded, so
+// that a flood of strangers costs little.
 
 #include <deque>
 #include <memory>
@@ -17,7 +17,8 @@ class EarlyPackets {
   public:
     static constexpr size_t kMaxPackets = 1000;
     static constexpr size_t kMaxBytes = size_t{4} << 20;
-    static constexpr Duration kLifetime = std::chrono::seconds(1);
+    /// A little longer than anybody waits for a type.
+    static constexpr Duration kLifetime = std::chrono::milliseconds(2500);
 
     struct Packet {
         std::shared_ptr<const ByteBuffer> datagram;

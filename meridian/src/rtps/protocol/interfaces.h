@@ -57,6 +57,8 @@ class Output {
     }
 };
 
+enum class TypeMatch { fits, differs, undecided };
+
 enum class GoneReason {
     disposed,      // it said so
     lease_expired, // it was silent for longer than its lease
@@ -96,8 +98,10 @@ class Events {
     virtual void incompatible(const Guid& /*local*/, const EndpointData& /*remote*/,
                               const std::vector<uint32_t>& /*policies*/) {}
     /// Asked before a local endpoint is matched, or stays matched, with a remote one that fits in all that
-    /// the protocol knows of. False: not now; Participant::match_again asks again.
-    virtual bool types_fit(const Guid& /*local*/, const EndpointData& /*remote*/) { return true; }
+    /// the protocol knows of. Undecided: not matched yet; Participant::match_again asks again, soon.
+    virtual TypeMatch types_fit(const Guid& /*local*/, const EndpointData& /*remote*/) {
+        return TypeMatch::fits;
+    }
     /// A matched remote writer missed its announced liveliness lease, or was heard again.
     virtual void liveliness_changed(const Guid& /*writer*/, bool /*alive*/) {}
 

@@ -48,6 +48,11 @@ void LocalEndpoints::remove(EntityId id) {
     endpoints_.erase(at);
 }
 
+bool LocalEndpoints::is_undecided(const Guid& remote) const {
+    return std::any_of(endpoints_.begin(), endpoints_.end(),
+                       [&remote](const auto& entry) { return entry.second->undecided.count(remote) != 0; });
+}
+
 const std::vector<LocalEndpoint*>* LocalEndpoints::readers_of(const Guid& writer) const {
     const auto at = readers_by_writer_.find(writer);
     return at != readers_by_writer_.end() ? &at->second : nullptr;
@@ -129,6 +134,9 @@ void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
         for (auto at = local.matched.lower_bound(first); at != local.matched.end() && at->prefix == prefix;
              at = local.matched.lower_bound(first))
             unmatch(local, *at);
+        for (auto at = local.undecided.lower_bound(first);
+             at != local.undecided.end() && at->prefix == prefix;)
+            at = local.undecided.erase(at);
         for (auto at = local.refused.lower_bound(first);
              at != local.refused.end() && at->first.prefix == prefix;)
             at = local.refused.erase(at);
@@ -158,7 +166,12 @@ void LocalEndpoints::match(LocalEndpoint& local, const RemoteEndpoint& remote, M
         return;
     }
     local.refused.erase(guid);
-    if (!events_.types_fit(local.data.guid, remote.data)) {
+    const TypeMatch types = events_.types_fit(local.data.guid, remote.data);
+    if (types == TypeMatch::undecided)
+        local.undecided.insert(guid);
+    else
+        local.undecided.erase(guid);
+    if (types != TypeMatch::fits) {
         unmatch(local, guid);
         return;
     }
@@ -180,6 +193,7 @@ void LocalEndpoints::unmatch_all(const Guid& remote) {
     for (auto& entry : endpoints_) {
         unmatch(*entry.second, remote);
         entry.second->refused.erase(remote);
+        entry.second->undecided.erase(remote);
     }
 }
 

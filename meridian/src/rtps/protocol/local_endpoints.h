@@ -24,6 +24,7 @@ struct LocalEndpoint {
     std::unique_ptr<ReliableWriter> writer;
     std::set<Guid> matched;
     std::map<Guid, std::vector<uint32_t>> refused; // remote endpoints that do not fit, and the policies told
+    std::set<Guid> undecided;                      // remote endpoints whose type is still to be compared
 };
 
 class LocalEndpoints {
@@ -44,6 +45,8 @@ class LocalEndpoints {
             function(*entry.second);
     }
 
+    /// True when a local endpoint waits for the decision whether the type of this remote one fits.
+    bool is_undecided(const Guid& remote) const;
     /// Readers matched with this writer; nullptr when there are none.
     const std::vector<LocalEndpoint*>* readers_of(const Guid& writer) const;
 

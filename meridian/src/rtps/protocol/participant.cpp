@@ -381,6 +381,8 @@ void Participant::Implementation::match_again(const Guid& remote, Now now) {
         if (endpoint.data.guid == remote)
             locals_.match_all(endpoint, now.monotonic);
     });
+    newly_known_writers_.push_back(remote);
+    replay();
     finish(now);
 }
 
@@ -425,8 +427,8 @@ bool Participant::Implementation::for_readers(EntityId reader, const Guid& write
 }
 
 void Participant::Implementation::note_unknown_writer(const Guid& writer) {
-    const bool is_strange = !writer.entity.is_builtin() && endpoints_.find(writer) == nullptr &&
-                            participants_.find(writer.prefix) != nullptr;
+    const bool is_strange = !writer.entity.is_builtin() && participants_.find(writer.prefix) != nullptr &&
+                            (endpoints_.find(writer) == nullptr || locals_.is_undecided(writer));
     if (is_strange &&
         std::find(unknown_writers_.begin(), unknown_writers_.end(), writer) == unknown_writers_.end())
         unknown_writers_.push_back(writer);
