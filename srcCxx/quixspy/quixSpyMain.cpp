@@ -1,9 +1,47 @@
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "quixspy/quixSpyAgent.h"
+
+namespace {
+
+/// A standard stream that was closed by whoever started us would be the next descriptor opened, and what we
+/// print would go into a socket. It leads nowhere instead.
+void occupy_standard_streams() {
+    int opened = 0;
+    do {
+        opened = open("/dev/null", O_RDWR);
+    } while (opened >= 0 && opened <= STDERR_FILENO);
+    if (opened >= 0)
+        close(opened);
+}
+
+/// A full disk ends no run, as there may be room again later, but nobody should take what arrived for all of
+/// it.
+void tell_of_lost_output() {
+    errno = 0;
+    const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+    if (lost)
+        std::fprintf(stderr, "ferret: output was lost: %s\n",
+                     errno != 0 ? std::strerror(errno) : "write error");
+}
+
+} // namespace
 
 /// The exit status is 1 after a completed run and 0 otherwise.
 int main(int argc, char** argv) {
+    occupy_standard_streams();
+    // Services and some shells start programs with this signal ignored, and then nobody would end a spy whose
+    // reader has gone.
+    std::signal(SIGPIPE, SIG_DFL);
     auto* const agent = new QuixSpyAgent("Kvo Meridian DDS Spy");
     const bool succeeded = agent->execute(argc, const_cast<const char**>(argv));
     delete agent;
+    tell_of_lost_output();
     return succeeded ? 1 : 0;
 }

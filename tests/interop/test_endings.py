@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The run ends when it should, with its statistics and its status."""
 
+import os
 import signal
 import time
 
@@ -45,6 +46,38 @@ class Endings(harness.InteropTest):
         self.assertLess(lasted, 3 + 1.5 * harness.SLOWNESS)
         self.assertEqual(spy.statistics(), (1, 0))
         self.assertEqual(spy.errors, [])
+
+    def shell(self, script):
+        """A script in which "$0" is the tool."""
+        return self.keep(harness.Process(self.network, ["sh", "-c", script, str(harness.options.tool)]))
+
+    def test_the_reader_of_the_output_has_gone(self):
+        """Also where the signal that tells of it was ignored by whoever started the spy."""
+        spy = self.shell("""{ trap "" PIPE; "$0" -mode DISC -timeout 20; echo "ended $?" >&2; } | { head -n 4; echo read >&2; }""")
+        spy.wait_for("the end of the reader", lambda: "read" in spy.errors)
+        peer = self.cyclone()
+        peer.do("participant")
+        peer.do("writer w{i} topic=T{i} count=10")
+        spy.wait_for("the end of the spy", lambda: f"ended {128 + signal.SIGPIPE}" in spy.errors)
+
+    def target(self, process, descriptor):
+        try:
+            return os.readlink(f"/proc/{process.pid}/fd/{descriptor}")
+        except FileNotFoundError:
+            return None
+
+    def test_no_output_at_all(self):
+        """The place of a closed standard stream is not taken by a socket, into which lines would go."""
+        spy = self.shell("""exec "$0" -mode DISC -timeout 1 >&- <&-""")
+        spy.wait_for("streams that lead nowhere",
+                     lambda: [self.target(spy, number) for number in (0, 1)] == ["/dev/null"] * 2)
+        self.assertEqual(spy.wait(), 1)
+        self.assertEqual(spy.errors, [])
+
+    def test_output_that_finds_no_room(self):
+        spy = self.shell("""exec "$0" -mode DISC -timeout 1 > /dev/full""")
+        self.assertEqual(spy.wait(), 1)
+        self.assertEqual(spy.errors, ["ferret: output was lost: No space left on device"])
 
     def test_a_spy_that_leaves_says_farewell(self):
         """Its peers know at once, long before its lease of 6.5 s is over."""
