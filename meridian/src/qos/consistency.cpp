@@ -7,6 +7,9 @@ namespace meridian::qos {
 
 namespace {
 
+/// Announcements go to every peer and group: more often than this they are a flood and no sign of life.
+constexpr DDS_Duration_t kShortestAssertPeriod = {0, 10000000};
+
 /// Collects nothing but the first reason.
 class Check {
   public:
@@ -187,8 +190,10 @@ std::string check_consistency(const DDS_DomainParticipantQos& qos) {
     const DDS_DiscoveryConfigQosPolicy& config = qos.discovery_config;
     check.positive_duration(config.participant_liveliness_lease_duration,
                             "discovery_config: participant_liveliness_lease_duration");
-    check.positive_duration(config.participant_liveliness_assert_period,
-                            "discovery_config: participant_liveliness_assert_period");
+    check.duration(config.participant_liveliness_assert_period,
+                   "discovery_config: participant_liveliness_assert_period");
+    check.require(!(config.participant_liveliness_assert_period < kShortestAssertPeriod),
+                  "discovery_config: participant_liveliness_assert_period must be at least 10 ms");
     check.require(
         DDS_Duration_is_infinite(config.participant_liveliness_lease_duration) ||
             config.participant_liveliness_assert_period < config.participant_liveliness_lease_duration,

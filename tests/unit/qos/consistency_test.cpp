@@ -142,6 +142,14 @@ TEST(Consistency, Participant) {
         {[](Qos& q) { DDS_StringSeq_append(q.discovery.initial_peers, ""); },
          "discovery: an initial peer is empty"},
         {[](Qos& q) {
+             q.discovery_config.participant_liveliness_assert_period = {0, 9999999};
+         },
+         "discovery_config: participant_liveliness_assert_period must be at least 10 ms"},
+        {[](Qos& q) {
+             q.discovery_config.participant_liveliness_assert_period = {0, 10000000};
+         },
+         ""},
+        {[](Qos& q) {
              q.discovery_config.participant_liveliness_assert_period = {100, 0};
          },
          "discovery_config: participant_liveliness_assert_period must be below "
