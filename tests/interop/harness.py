@@ -5,11 +5,13 @@ whatever way the test ends, the kernel ends every process it started, and the ne
 a condition with a time limit; nothing here sleeps for a fixed time.
 """
 
+import contextlib
 import ctypes
 import os
 import pathlib
 import re
 import signal
+import socket
 import subprocess
 import sys
 import threading
@@ -50,17 +52,28 @@ class Network:
         if not ipv4:
             self.ip("-4", "address", "flush", "dev", "lo")
 
-    def start(self, command, **options):
-        """Starts a process in this network. Only this thread visits the namespace, and only for the fork."""
+    @contextlib.contextmanager
+    def _visit(self):
+        """This thread, and no other, is in the namespace for as long as the context lasts."""
         home = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
         try:
             _call("setns", self.handle, CLONE_NEWNET)
             try:
-                return subprocess.Popen(command, **options)
+                yield
             finally:
                 _call("setns", home, CLONE_NEWNET)
         finally:
             os.close(home)
+
+    def start(self, command, **options):
+        """Starts a process in this network."""
+        with self._visit():
+            return subprocess.Popen(command, **options)
+
+    def socket(self, *arguments):
+        """A socket of this network."""
+        with self._visit():
+            return socket.socket(*arguments)
 
     def ip(self, *arguments, handles=()):
         child = self.start(["ip", *arguments], pass_fds=handles, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
