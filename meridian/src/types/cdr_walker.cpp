@@ -186,8 +186,22 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
             wide_ += static_cast<char16_t>(point);
         }
     }
+    if (zeros_behind_wide_text_ && !stands_before_zeros(reader))
+        return false;
     const size_t end = wide_.find(u'\0');
     value.wide_text = std::u16string_view(wide_).substr(0, end);
+    return true;
+}
+
+bool CdrWalker::stands_before_zeros(const ByteReader& reader) {
+    ByteReader padded = reader;
+    if (!padded.align(4))
+        return true; // the sample ends here
+    ByteReader probe = reader;
+    for (uint8_t octet = 0; probe.position() < padded.position();) {
+        if (!probe.read(octet) || octet != 0)
+            return fail("a wide string before padding that is none");
+    }
     return true;
 }
 

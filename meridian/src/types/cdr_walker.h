@@ -93,6 +93,9 @@ class CdrWalker {
     /// Refuses what no serializer writes, though it could be read: delimited values that do not fill their
     /// length, flags that are neither 0 nor 1.
     void set_strict() { strict_ = true; }
+    /// Refuses wide strings with anything but zeros up to the next four octets as well: the rest of a text
+    /// whose length was taken for octets, though it counts characters, looks like padding.
+    void set_zeros_behind_wide_text() { zeros_behind_wide_text_ = true; }
 
     /// Where and why the first failure happened: "member a.b[3]: reason".
     const std::string& failure() const { return failure_; }
@@ -112,6 +115,7 @@ class CdrWalker {
     bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
     bool read_integer(rtps::ByteReader& reader, size_t size, bool is_signed, uint64_t& bits);
     bool read_wide_text(rtps::ByteReader& reader, Scalar& value);
+    bool stands_before_zeros(const rtps::ByteReader& reader);
     bool read_long_double(rtps::ByteReader& reader, Scalar& value);
     bool walk_bitset(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
 
@@ -162,6 +166,7 @@ class CdrWalker {
     uint64_t budget_;
     bool key_only_ = false;
     bool strict_ = false;
+    bool zeros_behind_wide_text_ = false;
     bool has_outer_ = false;
     DDS_ExtensibilityKind outer_ = DDS_FINAL_EXTENSIBILITY;
     std::vector<Step> path_;

@@ -167,11 +167,13 @@ std::vector<SampleReader::Setup> SampleReader::setups(ByteView payload, bool key
         result.push_back({std::move(walker), reader});
     }
     // Where serializers differ, the one that was at work is told by the sample being used up exactly: up to
-    // zeros that pad it, or, where none fits so, up to padding of any kind.
+    // zeros that pad it and its wide strings, or, where none fits so, up to padding of any kind.
     for (bool zeros : {true, false}) {
         for (size_t i = 0; i < result.size() && result.size() > 1; ++i) {
             Setup trial = result[i];
             trial.walker.set_strict();
+            if (zeros)
+                trial.walker.set_zeros_behind_wide_text();
             if (trial.walker.walk(trial.reader, *type_, nullptr) && is_padding(trial.reader, zeros)) {
                 std::swap(result[0], result[i]);
                 return result;

@@ -223,3 +223,16 @@ TEST(CdrWalker, MutableMapsWhoseHeaderCountsEntries) {
     EXPECT_EQ(decode(type, "000b0000 14000000 2c000050 09000000 02000000 6b00 0000 09000000").substr(0, 7),
               "failed:");
 }
+
+TEST(CdrWalker, WideStringsWhoseEndLooksLikePadding) {
+    const std::string type =
+        structure("final", "<member name='w' type='wstring'/><member name='n' type='int32'/>");
+    // Two characters, counted as such: taken for two octets, the second one would fill up to the number.
+    EXPECT_EQ(decode(type, "00010000 02000000 7700 ac20 05000000"), "{\"w\":\"w\xe2\x82\xac\",\"n\":5}");
+    // One character, counted in octets.
+    EXPECT_EQ(decode(type, "00010000 02000000 7700 0000 05000000"), R"({"w":"w","n":5})");
+    const std::string tight =
+        structure("final", "<member name='w' type='wstring'/><member name='n' type='int16'/>");
+    // One character in octets; what follows is a value and no padding.
+    EXPECT_EQ(decode(tight, "00010000 02000000 7700 0500"), R"({"w":"w","n":5})");
+}
