@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "meridian/wildcard.h"
 #include "rtps/protocol/qos_matching.h"
 
 namespace meridian::discovery {
@@ -11,7 +10,7 @@ PartitionList announced_partitions(const PartitionList& names) {
     PartitionList announced = names;
     const bool has_default = std::find(names.begin(), names.end(), "") != names.end();
     const auto matches_default = [](const std::string& name) {
-        return rtps::is_partition_pattern(name) && QUIXString_matchesWildcard(name.c_str(), "");
+        return rtps::is_partition_pattern(name) && rtps::pattern_matches(name, "");
     };
     if (!has_default && std::any_of(names.begin(), names.end(), matches_default))
         announced.insert(announced.begin(), "");

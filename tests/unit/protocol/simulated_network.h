@@ -53,6 +53,12 @@ class Recorder final : public Events {
     std::vector<std::string> warnings;
     std::vector<std::pair<GuidPrefix, GoneReason>> gone;
 
+    std::function<bool(const ParticipantData&)> admit; // empty: everybody
+
+    bool admits(const GuidPrefix& prefix) const override {
+        const auto at = participants.find(prefix);
+        return !admit || at == participants.end() || admit(at->second);
+    }
     void participant_discovered(const ParticipantData& data) override {
         check(!is_own_(data.guid.prefix), "own participant reported");
         check(participants.emplace(data.guid.prefix, data).second, "participant discovered twice");

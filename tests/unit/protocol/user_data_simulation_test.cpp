@@ -221,5 +221,74 @@ TEST(UserDataSimulation, AWriterWithoutRoomRefusesAndContinuesAfterAcknowledgeme
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2, 3, 4}));
 }
 
+/// A node that admits only participants whose "side" property has one of some values, and announces its own.
+void boot_on_side(SimulatedNetwork& network, Node& node, const std::string& side,
+                  const std::set<std::string>& others) {
+    ParticipantConfig config = network.config(node, 1);
+    config.properties = {{"side", side}};
+    node.boot(std::move(config));
+    node.recorder->admit = [&others](const ParticipantData& remote) {
+        return std::any_of(remote.properties.begin(), remote.properties.end(),
+                           [&others](const Property& property) {
+                               return property.name == "side" && others.count(property.value) != 0;
+                           });
+    };
+}
+
+TEST(UserDataSimulation, ParticipantsThatAreNotAdmittedAreSeenButNotHeard) {
+    SimulatedNetwork network(4);
+    Node& a = network.add_node();
+    Node& b = network.add_node();
+    std::set<std::string> seen_by_a{"left"};
+    const std::set<std::string> seen_by_b{"left", "right"};
+    boot_on_side(network, a, "left", seen_by_a);
+    boot_on_side(network, b, "right", seen_by_b);
+    const EndpointData writer = endpoint(b, kWriter.value, Reliability::reliable, Durability::volatile_);
+    const EndpointData reader = endpoint(a, kReader, Reliability::reliable, Durability::volatile_);
+    Collector sink;
+    ASSERT_TRUE(a.participant->add_reader(reader, {}, sink, network.now()));
+    ASSERT_TRUE(b.participant->add_writer(writer, {}, network.now()));
+    const ByteBuffer payload = payload_of(1, 8);
+    WriteRequest request;
+    request.payload = payload;
+    const auto write = [&] {
+        EXPECT_TRUE(b.participant->write(kWriter, request, network.now()));
+        network.run_for(seconds(1));
+        return sink.numbers;
+    };
+    using Numbers = std::vector<SequenceNumber>;
+    const auto matched = [&] { return a.recorder->matches.count({reader.guid, writer.guid}) == 1; };
+
+    network.run_for(seconds(3));
+    EXPECT_EQ(a.recorder->endpoints.count(writer.guid), 1u); // builtin endpoints match whatever is asked
+    EXPECT_FALSE(matched());
+    EXPECT_EQ(write(), Numbers{});
+
+    // Our side changes.
+    seen_by_a = {"right"};
+    a.participant->set_announcement("a", {{"side", "left"}}, {}, network.now());
+    network.run_for(seconds(1));
+    EXPECT_TRUE(matched());
+    EXPECT_EQ(write(), Numbers{2});
+
+    // The other side changes, away and back.
+    b.participant->set_announcement("b", {{"side", "elsewhere"}}, {}, network.now());
+    network.run_for(seconds(3));
+    EXPECT_FALSE(matched());
+    EXPECT_EQ(write(), Numbers{2});
+    b.participant->set_announcement("b", {{"side", "right"}}, {}, network.now());
+    network.run_for(seconds(3));
+    EXPECT_TRUE(matched());
+    EXPECT_EQ(write(), (Numbers{2, 4}));
+
+    // Our side changes back: what was matched no longer is.
+    seen_by_a.clear();
+    a.participant->set_announcement("a", {{"side", "left"}}, {}, network.now());
+    EXPECT_FALSE(matched());
+    EXPECT_EQ(write(), (Numbers{2, 4}));
+    EXPECT_TRUE(a.recorder->contradictions.empty());
+    EXPECT_TRUE(b.recorder->contradictions.empty());
+}
+
 } // namespace
 } // namespace meridian::rtps::test

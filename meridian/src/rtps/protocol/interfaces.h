@@ -81,7 +81,8 @@ class Events {
     virtual void participant_gone(const ParticipantData&, GoneReason) {}
 
     /// Asked, not told: whether endpoints of the user's may match those of this participant, which was told
-    /// of before. The answer may change with a change of the participant.
+    /// of before. The answer may change with a change of the participant,
+    /// and with what set_announcement announces of this one.
     virtual bool admits(const GuidPrefix&) const { return true; }
 
     /// source_timestamp: INFO_TS of the announcement, kTimeInvalid where none was sent.

@@ -41,6 +41,8 @@ class Participant::Implementation final : public MessageVisitor,
     void receive(ByteView datagram, const Locator& source, Now now);
     void on_timer(Now now);
     void set_locators(const OwnLocators& locators, Now now);
+    void set_announcement(const std::string& name, const std::vector<Property>& properties,
+                          const ByteBuffer& user_data, Now now);
     bool add_endpoint(const EndpointData& data, const ReaderConfig* reader, const WriterConfig* writer,
                       SampleSink* sink, Now now);
     bool update_endpoint(const EndpointData& data, Now now);
@@ -320,6 +322,20 @@ void Participant::Implementation::set_locators(const OwnLocators& locators, Now 
     participants_.choose_routes_again(now);
     participants_.set_host_locators(locators);
     participants_.set_announced(data, now);
+    finish(now);
+}
+
+void Participant::Implementation::set_announcement(const std::string& name,
+                                                   const std::vector<Property>& properties,
+                                                   const ByteBuffer& user_data, Now now) {
+    now_ = now;
+    ParticipantData data = participants_.announced();
+    data.name = name;
+    data.properties = properties;
+    data.user_data = user_data;
+    participants_.set_announced(data, now);
+    endpoints_.for_each_visible(
+        [&](const RemoteEndpoint& endpoint) { locals_.match_all(endpoint, now.monotonic); });
     finish(now);
 }
 
@@ -621,12 +637,7 @@ void Participant::set_locators(const OwnLocators& locators, Now now) {
 
 void Participant::set_announcement(const std::string& name, const std::vector<Property>& properties,
                                    const ByteBuffer& user_data, Now now) {
-    ParticipantData data = implementation_->participants_.announced();
-    data.name = name;
-    data.properties = properties;
-    data.user_data = user_data;
-    implementation_->participants_.set_announced(data, now);
-    implementation_->finish(now);
+    implementation_->set_announcement(name, properties, user_data, now);
 }
 
 void Participant::add_peer(const Locator& destination, Now now) {

@@ -136,7 +136,7 @@ class Participant {
     void ignore_participant(const GuidPrefix& prefix, Now now);
     /// The interfaces changed: announces the new addresses at once.
     void set_locators(const OwnLocators& locators, Now now);
-    /// Changes what is announced of this participant, and announces it at once.
+    /// Changes what is announced of this participant, announces it at once, and matches all endpoints again.
     void set_announcement(const std::string& name, const std::vector<Property>& properties,
                           const ByteBuffer& user_data, Now now);
     /// One more destination of announcements; announces there at once. Known ones are not added twice.
