@@ -2,6 +2,7 @@
 
 #include "meridian/builtin_topics.h"
 #include "meridian/entity.h"
+#include "meridian/publisher.h"
 #include "meridian/qos.h"
 #include "meridian/subscriber.h"
 #include "meridian/time.h"
@@ -10,6 +11,7 @@
 class DDSDomainParticipantListener;
 class DDSTypeSupport;
 struct PRESTypePlugin;
+class DDSPublisherListener;
 class DDSSubscriberListener;
 
 /// Member of a domain. Until it is enabled it opens no socket and sends nothing. It never sees the traffic of
@@ -31,11 +33,17 @@ class DDSDomainParticipant : public DDSEntity {
     virtual DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener,
                                              DDS_StatusMask mask) = 0;
     virtual DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) = 0;
+    /// The same for publishers. DDS_RETCODE_PRECONDITION_NOT_MET while it has writers.
+    virtual DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
+                                           DDS_StatusMask mask) = 0;
+    virtual DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) = 0;
 
     virtual DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) = 0;
     virtual DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) = 0;
+    virtual DDS_ReturnCode_t get_default_publisher_qos(DDS_PublisherQos& qos) = 0;
+    virtual DDS_ReturnCode_t set_default_publisher_qos(const DDS_PublisherQos& qos) = 0;
     virtual DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) = 0;
     /// From a profile of the factory. DDS_RETCODE_ERROR when the profile does not exist.

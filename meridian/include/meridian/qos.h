@@ -90,6 +90,12 @@ struct DDS_ReliabilityQosPolicy {
 struct DDS_OwnershipQosPolicy {
     DDS_OwnershipQosPolicyKind kind = DDS_SHARED_OWNERSHIP_QOS;
 };
+struct DDS_OwnershipStrengthQosPolicy {
+    DDS_Long value = 0;
+};
+struct DDS_WriterDataLifecycleQosPolicy {
+    DDS_Boolean autodispose_unregistered_instances = true;
+};
 struct DDS_DestinationOrderQosPolicy {
     DDS_DestinationOrderQosPolicyKind kind = DDS_BY_RECEPTION_TIMESTAMP_DESTINATIONORDER_QOS;
 };
@@ -277,4 +283,36 @@ struct DDS_DataReaderQos {
     DDS_DataReaderResourceLimitsQosPolicy reader_resource_limits;
     DDS_PropertyQosPolicy property;
     DDS_EntityNameQosPolicy subscription_name;
+};
+
+// -- Publisher, writer
+// ------------------------------------------------------------------------------------------------
+
+struct DDS_PublisherQos {
+    DDS_PresentationQosPolicy presentation;
+    DDS_PartitionQosPolicy partition;
+    DDS_GroupDataQosPolicy group_data;
+    DDS_EntityFactoryQosPolicy entity_factory;
+    DDS_EntityNameQosPolicy publisher_name;
+};
+
+struct DDS_DataWriterQos {
+    DDS_DurabilityQosPolicy durability;
+    DDS_DurabilityServiceQosPolicy durability_service; // no such service here: without effect
+    DDS_DeadlineQosPolicy deadline;
+    DDS_LatencyBudgetQosPolicy latency_budget;
+    DDS_LivelinessQosPolicy liveliness;
+    DDS_ReliabilityQosPolicy reliability{DDS_RELIABLE_RELIABILITY_QOS, {0, 100000000}};
+    DDS_DestinationOrderQosPolicy destination_order;
+    DDS_HistoryQosPolicy history;
+    DDS_ResourceLimitsQosPolicy resource_limits;
+    DDS_TransportPriorityQosPolicy transport_priority; // without effect
+    DDS_LifespanQosPolicy lifespan; // announced; readers apply it, the history of late joiners does not
+    DDS_UserDataQosPolicy user_data;
+    DDS_OwnershipQosPolicy ownership;
+    DDS_OwnershipStrengthQosPolicy ownership_strength;
+    DDS_WriterDataLifecycleQosPolicy writer_data_lifecycle;
+    DDS_DataRepresentationQosPolicy representation; // the first one is written; empty: XCDR1
+    DDS_PropertyQosPolicy property;
+    DDS_EntityNameQosPolicy publication_name;
 };

@@ -11,12 +11,14 @@ constexpr DDS_StatusMask DDS_STATUS_MASK_NONE = 0;
 constexpr DDS_StatusMask DDS_STATUS_MASK_ALL = 0xffffffffu;
 constexpr DDS_StatusMask DDS_INCONSISTENT_TOPIC_STATUS = 1u << 0;
 constexpr DDS_StatusMask DDS_REQUESTED_DEADLINE_MISSED_STATUS = 1u << 2;
+constexpr DDS_StatusMask DDS_OFFERED_INCOMPATIBLE_QOS_STATUS = 1u << 5;
 constexpr DDS_StatusMask DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS = 1u << 6;
 constexpr DDS_StatusMask DDS_SAMPLE_LOST_STATUS = 1u << 7;
 constexpr DDS_StatusMask DDS_SAMPLE_REJECTED_STATUS = 1u << 8;
 constexpr DDS_StatusMask DDS_DATA_ON_READERS_STATUS = 1u << 9;
 constexpr DDS_StatusMask DDS_DATA_AVAILABLE_STATUS = 1u << 10;
 constexpr DDS_StatusMask DDS_LIVELINESS_CHANGED_STATUS = 1u << 12;
+constexpr DDS_StatusMask DDS_PUBLICATION_MATCHED_STATUS = 1u << 13;
 constexpr DDS_StatusMask DDS_SUBSCRIPTION_MATCHED_STATUS = 1u << 14;
 
 struct DDS_RequestedDeadlineMissedStatus {
@@ -63,4 +65,19 @@ struct DDS_SubscriptionMatchedStatus {
     DDS_Long current_count = 0;
     DDS_Long current_count_change = 0;
     DDS_InstanceHandle_t last_publication_handle{};
+};
+
+// Of writers.
+struct DDS_OfferedIncompatibleQosStatus {
+    DDS_Long total_count = 0;
+    DDS_Long total_count_change = 0;
+    DDS_QosPolicyId_t last_policy_id = 0;
+    DDS_Sequence<DDS_QosPolicyCount> policies;
+};
+struct DDS_PublicationMatchedStatus {
+    DDS_Long total_count = 0;
+    DDS_Long total_count_change = 0;
+    DDS_Long current_count = 0;
+    DDS_Long current_count_change = 0;
+    DDS_InstanceHandle_t last_subscription_handle{};
 };

@@ -319,6 +319,16 @@ class DDSTypedDataWriter : public DDSDataWriter {
     DDS_StatusMask get_status_changes() override { return untyped_->get_status_changes(); }
     DDS_InstanceHandle_t get_instance_handle() override { return untyped_->get_instance_handle(); }
     DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override { return untyped_->get_qos(qos); }
+    DDS_ReturnCode_t set_qos(const DDS_DataWriterQos& qos) override { return untyped_->set_qos(qos); }
+    DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
+        return untyped_->get_publication_matched_status(status);
+    }
+    DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
+        return untyped_->get_offered_incompatible_qos_status(status);
+    }
+    DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) override {
+        return untyped_->get_matched_subscriptions(subscriptions);
+    }
     DDSTopic* get_topic() override { return untyped_->get_topic(); }
     DDSPublisher* get_publisher() override { return untyped_->get_publisher(); }
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override {

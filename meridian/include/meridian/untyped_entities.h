@@ -5,11 +5,9 @@
 
 #include "meridian/condition.h"
 #include "meridian/data_reader.h"
+#include "meridian/data_writer.h"
 #include "meridian/entity.h"
 #include "meridian/sample_info.h"
-
-class DDSPublisher;
-class DDSTopic;
 
 /// Condition over the states of a reader's samples; triggered while the reader holds one that fits.
 class DDSReadCondition : public DDSCondition {
@@ -72,41 +70,28 @@ class DDSUntypedDataReader : public DDSDataReader {
     ~DDSUntypedDataReader() override = default;
 };
 
-class DDSDataWriterListener;
-struct DDS_DataWriterQos;
-
-/// What every writer offers.
-class DDSDataWriter : public DDSEntity {
-  public:
-    virtual DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) = 0;
-    virtual DDSTopic* get_topic() = 0;
-    virtual DDSPublisher* get_publisher() = 0;
-    /// Waits until every matched reliable reader has everything; DDS_RETCODE_TIMEOUT.
-    virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) = 0;
-    virtual DDS_ReturnCode_t assert_liveliness() = 0;
-
-  protected:
-    ~DDSDataWriter() override = default;
-};
-
-/// Parameters of one write. Members that stay as constructed are chosen by the writer.
-struct DDS_WriteParams_t {
-    DDS_Time_t source_timestamp = DDS_TIME_INVALID;
-    DDS_InstanceHandle_t handle{};
-    DDS_SampleIdentity_t related_sample_identity;
-    DDS_UnsignedLong flag = 0;
-};
-
+/// The writing operations of DDS 1.4, 2.2.2.4.2. A handle in the parameters may be nil;
+/// DDS_RETCODE_BAD_PARAMETER when it is of no registered instance (or the type has no key),
+/// DDS_RETCODE_PRECONDITION_NOT_MET when it is of another instance than the sample. DDS_RETCODE_TIMEOUT when
+/// a reliable writer finds no room for reliability.max_blocking_time, DDS_RETCODE_OUT_OF_RESOURCES beyond
+/// max_instances, DDS_RETCODE_ERROR when the plugin cannot serialize the sample or tell its key,
+/// DDS_RETCODE_NOT_ENABLED.
 class DDSUntypedDataWriter : public DDSDataWriter {
   public:
+    /// A sample of which the plugin serializes nothing goes out without a payload.
     virtual DDS_ReturnCode_t write_untyped(const void* sample, const DDS_WriteParams_t& params) = 0;
-    /// The handle of the instance; nil for a type without key.
+    /// The handle of the instance; nil for a type without key, and where registering fails.
     virtual DDS_InstanceHandle_t register_instance_untyped(const void* sample,
                                                            const DDS_WriteParams_t& params) = 0;
+    /// As the writer_data_lifecycle says, the instance is disposed as well. DDS_RETCODE_PRECONDITION_NOT_MET
+    /// when the instance is not registered, and for a type without key; likewise for dispose, which
+    /// registers.
     virtual DDS_ReturnCode_t unregister_instance_untyped(const void* sample,
                                                          const DDS_WriteParams_t& params) = 0;
     virtual DDS_ReturnCode_t dispose_untyped(const void* sample, const DDS_WriteParams_t& params) = 0;
+    /// DDS_RETCODE_UNSUPPORTED: no plugin tells the key members of a bare key hash.
     virtual DDS_ReturnCode_t get_key_value_untyped(void* holder, const DDS_InstanceHandle_t& handle) = 0;
+    /// The handle of the registered instance that `holder` belongs to, else nil.
     virtual DDS_InstanceHandle_t lookup_instance_untyped(const void* holder) = 0;
 
   protected:

@@ -13,6 +13,7 @@ namespace meridian::dcps {
 
 namespace {
 
+constexpr uint32_t kPublisherKind = 0x08;
 constexpr uint32_t kSubscriberKind = 0x09;
 
 bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQosPolicy& b) {
@@ -45,7 +46,7 @@ bool ParticipantImpl::check(std::string& error) {
 
 bool ParticipantImpl::has_entities() {
     MutexLock lock(mutex_);
-    return !subscribers_.empty() || !topics_.empty();
+    return !subscribers_.empty() || !publishers_.empty() || !topics_.empty();
 }
 
 TransportProperties ParticipantImpl::transport_properties() {
@@ -87,6 +88,8 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
     if (qos_.entity_factory.autoenable_created_entities) {
         for (const auto& subscriber : subscribers_)
             subscriber->enable();
+        for (const auto& publisher : publishers_)
+            publisher->enable();
     }
     return DDS_RETCODE_OK;
 }
@@ -185,6 +188,35 @@ DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
     return DDS_RETCODE_OK;
 }
 
+DDSPublisher* ParticipantImpl::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
+                                                DDS_StatusMask /*mask*/) {
+    if (listener != nullptr) {
+        QUIXLog_badParameter("create_publisher", "listener");
+        return nullptr;
+    }
+    if (!is_consistent(qos, "publisher"))
+        return nullptr;
+    MutexLock lock(mutex_);
+    const rtps::EntityId entity{++publishers_made_ << 8 | kPublisherKind};
+    publishers_.push_back(std::make_unique<PublisherImpl>(*this, rtps::Guid{guid().prefix, entity}, qos));
+    if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
+        publishers_.back()->enable();
+    return publishers_.back().get();
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_publisher(DDSPublisher* publisher) {
+    if (publisher == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    const auto found =
+        std::find_if(publishers_.begin(), publishers_.end(),
+                     [publisher](const auto& candidate) { return candidate.get() == publisher; });
+    if (found == publishers_.end() || (*found)->has_writers())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    publishers_.erase(found);
+    return DDS_RETCODE_OK;
+}
+
 DDS_ReturnCode_t ParticipantImpl::ignore_participant(const DDS_InstanceHandle_t& handle) {
     const auto ignored = discovery::to_guid(handle);
     if (!ignored || ignored->entity != rtps::entity::participant)
@@ -222,19 +254,22 @@ DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
-    std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
+    // The topics end last: a callback may have made one more reader until it returned.
     std::vector<std::unique_ptr<TopicImpl>> topics;
+    std::vector<std::unique_ptr<PublisherImpl>> publishers;
+    std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
     {
         MutexLock lock(mutex_);
         subscribers.swap(subscribers_);
+        publishers.swap(publishers_);
         topics.swap(topics_);
     }
     // Outside of the lock: a callback in progress may ask this participant.
     OwnedReaders lent;
     for (const auto& subscriber : subscribers) {
         for (auto& owned : subscriber->release_readers()) {
-            owned->reader().stop();
-            if (owned->reader().has_loans())
+            owned->untyped().stop();
+            if (owned->untyped().has_loans())
                 lent.push_back(std::move(owned));
         }
     }

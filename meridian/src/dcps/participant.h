@@ -10,6 +10,7 @@
 #include "dcps/delivery_thread.h"
 #include "dcps/entity_impl.h"
 #include "dcps/profile_source.h"
+#include "dcps/publisher.h"
 #include "dcps/runtime_config.h"
 #include "dcps/subscriber.h"
 #include "dcps/topic.h"
@@ -26,10 +27,10 @@ namespace meridian::dcps {
 
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
-/// Lock order, for everything in this folder: factory, participant, runtime (under which the
-/// discovery store and readers are called), subscriber and topic, reader, discovery store, endpoint cache,
-/// delivery thread, status condition, condition core, wait set.
-/// An operation that holds one of them may take later ones only.
+/// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (under
+/// which the discovery store, readers and writers are called), topic, reader or writer, discovery store,
+/// endpoint cache, delivery thread, status condition, condition core, wait set. An operation that holds one
+/// of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
     /// Opens nothing. `profiles` must outlive the participant.
@@ -42,7 +43,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// Whether the participant could be enabled as it is now; else false and a text in `error`. Looks up the
     /// names of peers.
     bool check(std::string& error);
-    /// True while subscribers or topics exist.
+    /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
     EventRouter& router() { return router_; }
@@ -51,8 +52,8 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
     /// For a new reader or writer.
     rtps::Guid new_guid(rtps::EntityKind kind);
-    /// The topic behind a description, or null when it is not one of this participant.
-    TopicImpl* own_topic(DDSTopicDescription* description);
+    /// A claim on the topic behind a description, or null when it is not one of this participant.
+    std::unique_ptr<TopicUse> use_topic(DDSTopicDescription* description);
     DDS_ReturnCode_t default_datareader_qos_of_topic(DDS_DataReaderQos& qos, const char* topic_name);
     TransportProperties transport_properties();
     /// DDS_RETCODE_ILLEGAL_OPERATION once enabled, DDS_RETCODE_BAD_PARAMETER (and a logged reason) for values
@@ -67,10 +68,15 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener,
                                      DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) override;
+    DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
+                                   DDS_StatusMask mask) override;
+    DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) override;
     DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) override;
     DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) override;
     DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override;
     DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) override;
+    DDS_ReturnCode_t get_default_publisher_qos(DDS_PublisherQos& qos) override;
+    DDS_ReturnCode_t set_default_publisher_qos(const DDS_PublisherQos& qos) override;
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override;
@@ -106,6 +112,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     std::optional<rtps::net::RuntimeConfig> config(const TransportProperties& transports, std::string& error)
         MERIDIAN_REQUIRES(mutex_);
     bool open(std::string& error) MERIDIAN_REQUIRES(mutex_);
+    TopicImpl* find_topic(const char* topic_name) MERIDIAN_REQUIRES(mutex_);
     template <typename Qos>
     DDS_ReturnCode_t set_default(Qos& target, const Qos& qos, const char* what);
 
@@ -126,16 +133,19 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     TransportProperties transports_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_TopicQos default_topic_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_SubscriberQos default_subscriber_qos_ MERIDIAN_GUARDED_BY(mutex_);
+    DDS_PublisherQos default_publisher_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<TopicImpl>> topics_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<PublisherImpl>> publishers_ MERIDIAN_GUARDED_BY(mutex_);
     /// Deleted with the rest, but kept because samples are still on loan.
     std::vector<std::unique_ptr<TopicImpl>> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<SubscriberImpl>> departed_subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     OwnedReaders departed_readers_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t subscribers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
+    uint32_t publishers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<rtps::GuidPrefix> ignored_ MERIDIAN_GUARDED_BY(mutex_);       // asked for before enabling
     std::unique_ptr<rtps::net::Runtime> runtime_ MERIDIAN_GUARDED_BY(mutex_); // null until enabled
 };

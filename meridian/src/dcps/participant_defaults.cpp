@@ -47,6 +47,20 @@ DDS_ReturnCode_t ParticipantImpl::set_default_subscriber_qos(const DDS_Subscribe
     return DDS_RETCODE_OK;
 }
 
+DDS_ReturnCode_t ParticipantImpl::get_default_publisher_qos(DDS_PublisherQos& qos) {
+    MutexLock lock(mutex_);
+    qos = default_publisher_qos_;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::set_default_publisher_qos(const DDS_PublisherQos& qos) {
+    if (!is_consistent(qos, "publisher"))
+        return DDS_RETCODE_INCONSISTENT_POLICY;
+    MutexLock lock(mutex_);
+    default_publisher_qos_ = qos;
+    return DDS_RETCODE_OK;
+}
+
 DDS_ReturnCode_t ParticipantImpl::get_default_datareader_qos(DDS_DataReaderQos& qos) {
     MutexLock lock(mutex_);
     qos = default_reader_qos_;

@@ -37,17 +37,21 @@ const DDS_TypeCode* ParticipantImpl::get_typecode(const char* type_name) {
     return type != nullptr ? type->plugin().typeCode : nullptr;
 }
 
-TopicImpl* ParticipantImpl::own_topic(DDSTopicDescription* description) {
+std::unique_ptr<TopicUse> ParticipantImpl::use_topic(DDSTopicDescription* description) {
     MutexLock lock(mutex_);
     const auto found = std::find_if(topics_.begin(), topics_.end(),
                                     [description](const auto& topic) { return topic.get() == description; });
-    return found == topics_.end() ? nullptr : found->get();
+    return found == topics_.end() ? nullptr : std::make_unique<TopicUse>(**found);
 }
 
 DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_name) {
     if (topic_name == nullptr)
         return nullptr;
     MutexLock lock(mutex_);
+    return find_topic(topic_name);
+}
+
+TopicImpl* ParticipantImpl::find_topic(const char* topic_name) {
     const auto found = std::find_if(topics_.begin(), topics_.end(), [topic_name](const auto& topic) {
         return std::strcmp(topic->get_name(), topic_name) == 0;
     });
@@ -73,11 +77,11 @@ DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type
     }
     if (!is_consistent(qos, "topic"))
         return nullptr;
-    if (lookup_topicdescription(topic_name) != nullptr) {
+    MutexLock lock(mutex_);
+    if (find_topic(topic_name) != nullptr) {
         MERIDIAN_LOG_ERROR("dcps", "topic \"%s\" exists already", topic_name);
         return nullptr;
     }
-    MutexLock lock(mutex_);
     const rtps::EntityId entity{++topics_made_ << 8 | kTopicKind};
     topics_.push_back(std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name,
                                                   type_name, qos, std::move(type)));

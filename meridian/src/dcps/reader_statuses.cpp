@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "dcps/status_counters.h"
 #include "discovery/conversions.h"
 
 namespace meridian::dcps {
@@ -11,14 +12,6 @@ namespace {
 void add(DDS_Long& counter, uint64_t count) {
     const auto room = static_cast<uint64_t>(std::numeric_limits<DDS_Long>::max() - counter);
     counter += static_cast<DDS_Long>(count < room ? count : room);
-}
-
-/// The status as it is, after which its changes count from zero.
-template <typename Status>
-Status taken(Status& status) {
-    Status copy = status;
-    status.total_count_change = 0;
-    return copy;
 }
 
 } // namespace
@@ -70,19 +63,7 @@ DDS_StatusMask ReaderStatuses::writer_alive(const rtps::Guid& writer, bool alive
 DDS_StatusMask ReaderStatuses::incompatible(const std::vector<uint32_t>& policies) {
     if (policies.empty())
         return 0;
-    ++incompatible_.total_count;
-    ++incompatible_.total_count_change;
-    for (const uint32_t policy : policies) {
-        const auto id = static_cast<DDS_QosPolicyId_t>(policy);
-        incompatible_.last_policy_id = id;
-        DDS_Long at = 0;
-        while (at < incompatible_.policies.length() && incompatible_.policies[at].policy_id != id)
-            ++at;
-        if (at < incompatible_.policies.length())
-            ++incompatible_.policies[at].count;
-        else
-            incompatible_.policies.append(DDS_QosPolicyCount{id, 1});
-    }
+    count_incompatible(incompatible_, policies);
     return DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS;
 }
 

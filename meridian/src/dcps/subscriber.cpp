@@ -10,20 +10,6 @@
 
 namespace meridian::dcps {
 
-OwnedReader::OwnedReader(std::unique_ptr<UserReader> reader, TopicImpl& topic, DDSDataReader* face)
-    : reader_(std::move(reader)), topic_(topic), type_(topic.type()) {
-    topic_.add_user();
-    reader_->set_face(face != nullptr ? face : reader_.get());
-}
-
-OwnedReader::~OwnedReader() {
-    reader_->stop();
-    if (face() != reader_.get())
-        type_->type_support()->destroy_datareaderI(face());
-    reader_.reset();
-    topic_.remove_user();
-}
-
 SubscriberImpl::SubscriberImpl(ParticipantImpl& participant, const rtps::Guid& guid,
                                const DDS_SubscriberQos& qos)
     : EntityImpl(guid), participant_(participant), qos_(qos) {}
@@ -31,27 +17,29 @@ SubscriberImpl::SubscriberImpl(ParticipantImpl& participant, const rtps::Guid& g
 DDS_ReturnCode_t SubscriberImpl::enable() {
     if (!participant_.is_enabled())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
+    MutexLock lock(mutex_);
     set_enabled();
-    std::vector<UserReader*> readers;
-    {
-        MutexLock lock(mutex_);
-        if (qos_.entity_factory.autoenable_created_entities) {
-            for (const auto& owned : readers_)
-                readers.push_back(&owned->reader());
-        }
+    if (qos_.entity_factory.autoenable_created_entities) {
+        for (const auto& owned : readers_)
+            start(owned->untyped());
     }
-    for (UserReader* reader : readers)
-        enable_reader(*reader);
     return DDS_RETCODE_OK;
 }
 
 DDS_ReturnCode_t SubscriberImpl::enable_reader(UserReader& reader) {
+    MutexLock lock(mutex_);
+    const bool ours = std::any_of(readers_.begin(), readers_.end(),
+                                  [&reader](const auto& owned) { return &owned->untyped() == &reader; });
+    return ours ? start(reader) : DDS_RETCODE_PRECONDITION_NOT_MET;
+}
+
+DDS_ReturnCode_t SubscriberImpl::start(UserReader& reader) {
     if (reader.is_enabled())
         return DDS_RETCODE_OK;
     rtps::net::Runtime* runtime = participant_.runtime();
     if (!is_enabled() || runtime == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    if (reader.start(*runtime, participant_.router()))
+    if (reader.start(*runtime, participant_.router(), GroupQos(qos_)))
         return DDS_RETCODE_OK;
     MERIDIAN_LOG_ERROR("dcps", "the reader of topic \"%s\" could not be started",
                        reader.get_topicdescription()->get_name());
@@ -89,17 +77,12 @@ DDS_ReturnCode_t SubscriberImpl::get_qos(DDS_SubscriberQos& qos) {
 }
 
 DDS_ReturnCode_t SubscriberImpl::set_qos(const DDS_SubscriberQos& qos) {
-    std::vector<UserReader*> readers;
-    {
-        MutexLock lock(mutex_);
-        const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "subscriber");
-        if (result != DDS_RETCODE_OK)
-            return result;
-        for (const auto& owned : readers_)
-            readers.push_back(&owned->reader());
-    }
-    for (UserReader* reader : readers)
-        reader->announce();
+    MutexLock lock(mutex_);
+    const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "subscriber");
+    if (result != DDS_RETCODE_OK)
+        return result;
+    for (const auto& owned : readers_)
+        owned->untyped().set_group(GroupQos(qos_));
     return DDS_RETCODE_OK;
 }
 
@@ -121,37 +104,35 @@ DDSDataReader* SubscriberImpl::lookup_datareader(const char* topic_name) {
 DDSDataReader* SubscriberImpl::create_datareader(DDSTopicDescription* description,
                                                  const DDS_DataReaderQos& qos,
                                                  DDSDataReaderListener* listener, DDS_StatusMask mask) {
-    TopicImpl* topic = participant_.own_topic(description);
+    std::unique_ptr<TopicUse> topic = participant_.use_topic(description);
     if (topic == nullptr) {
         QUIXLog_badParameter("create_datareader", "topic");
         return nullptr;
     }
     if (!is_consistent(qos, "reader"))
         return nullptr;
-    const rtps::EntityKind kind =
-        topic->type()->is_keyed() ? rtps::kUserReaderWithKey : rtps::kUserReaderNoKey;
+    const TypeRegistry::Type& type = topic->topic().type();
+    const rtps::EntityKind kind = type->is_keyed() ? rtps::kUserReaderWithKey : rtps::kUserReaderNoKey;
     std::unique_ptr<UserReader> untyped = UserReader::create(
-        *this, *topic, topic->type(), participant_.new_guid(kind), qos, participant_.delivery());
+        *this, topic->topic(), type, participant_.new_guid(kind), qos, participant_.delivery());
     if (untyped == nullptr)
         return nullptr;
-    DDSTypeSupport* support = topic->type()->type_support();
+    DDSTypeSupport* support = type->type_support();
     DDSDataReader* face = support != nullptr ? support->create_datareaderI(untyped.get()) : nullptr;
     if (support != nullptr && face == nullptr) {
         QUIXLog_creationFailure("create_datareader", "TDataReader");
         return nullptr;
     }
-    auto owned = std::make_unique<OwnedReader>(std::move(untyped), *topic, face);
-    UserReader& reader = owned->reader();
+    auto owned = std::make_unique<OwnedReader>(std::move(untyped), std::move(topic), face,
+                                               &DDSTypeSupport::destroy_datareaderI);
+    UserReader& reader = owned->untyped();
+    reader.set_face(owned->face());
     reader.set_listener(listener, mask);
-    bool enables = false;
-    {
-        MutexLock lock(mutex_);
-        readers_.push_back(std::move(owned));
-        enables = qos_.entity_factory.autoenable_created_entities;
-    }
-    if (enables && is_enabled())
-        enable_reader(reader);
-    return reader.face();
+    MutexLock lock(mutex_);
+    readers_.push_back(std::move(owned));
+    if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
+        start(reader);
+    return readers_.back()->face();
 }
 
 DDS_ReturnCode_t SubscriberImpl::delete_datareader(DDSDataReader* reader) {
@@ -160,7 +141,7 @@ DDS_ReturnCode_t SubscriberImpl::delete_datareader(DDSDataReader* reader) {
     MutexLock lock(mutex_);
     const auto found = std::find_if(readers_.begin(), readers_.end(),
                                     [reader](const auto& owned) { return owned->face() == reader; });
-    if (found == readers_.end() || (*found)->reader().has_loans())
+    if (found == readers_.end() || (*found)->untyped().has_loans())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     removed = std::move(*found);
     readers_.erase(found);

@@ -2,10 +2,10 @@
 
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "dcps/entity_impl.h"
+#include "dcps/owned_endpoint.h"
 #include "dcps/user_reader.h"
 #include "meridian/subscriber.h"
 #include "platform/mutex.h"
@@ -14,25 +14,7 @@ namespace meridian::dcps {
 
 class ParticipantImpl;
 
-/// An untyped reader with the typed one that callers see.
-class OwnedReader {
-  public:
-    /// A null face: callers see the untyped reader itself.
-    OwnedReader(std::unique_ptr<UserReader> reader, TopicImpl& topic, DDSDataReader* face);
-    /// Ends the reader first, so that nobody calls or is called any more.
-    ~OwnedReader();
-    OwnedReader(const OwnedReader&) = delete;
-    OwnedReader& operator=(const OwnedReader&) = delete;
-
-    UserReader& reader() { return *reader_; }
-    TopicImpl& topic() { return topic_; }
-    DDSDataReader* face() { return reader_->face(); }
-
-  private:
-    std::unique_ptr<UserReader> reader_;
-    TopicImpl& topic_;
-    const TypeRegistry::Type type_;
-};
+using OwnedReader = OwnedEndpoint<UserReader, DDSDataReader>;
 using OwnedReaders = std::vector<std::unique_ptr<OwnedReader>>;
 
 /// A subscriber of the user's. Owned by its participant.
@@ -66,6 +48,8 @@ class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
                                                              const char* topic_name) override;
 
   private:
+    DDS_ReturnCode_t start(UserReader& reader) MERIDIAN_REQUIRES(mutex_);
+
     ParticipantImpl& participant_;
     Mutex mutex_;
     DDS_SubscriberQos qos_ MERIDIAN_GUARDED_BY(mutex_);

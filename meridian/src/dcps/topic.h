@@ -22,9 +22,6 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     ~TopicImpl() override = default;
 
     const TypeRegistry::Type& type() const { return type_; }
-    /// Readers and writers count themselves.
-    void add_user() { ++users_; }
-    void remove_user() { --users_; }
     bool in_use() const { return users_ != 0; }
 
     DDS_ReturnCode_t enable() override;
@@ -35,6 +32,8 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     DDS_ReturnCode_t set_qos(const DDS_TopicQos& qos) override;
 
   private:
+    friend class TopicUse;
+
     ParticipantImpl& participant_;
     const std::string name_;
     const std::string type_name_;
@@ -42,6 +41,20 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     std::atomic<int> users_{0};
     Mutex mutex_;
     DDS_TopicQos qos_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+/// The claim of a reader or writer: while it lives the topic cannot be deleted.
+class TopicUse {
+  public:
+    explicit TopicUse(TopicImpl& topic) : topic_(topic) { ++topic_.users_; }
+    ~TopicUse() { --topic_.users_; }
+    TopicUse(const TopicUse&) = delete;
+    TopicUse& operator=(const TopicUse&) = delete;
+
+    TopicImpl& topic() { return topic_; }
+
+  private:
+    TopicImpl& topic_;
 };
 
 } // namespace meridian::dcps

@@ -9,7 +9,6 @@
 #include "dcps/payload_stream.h"
 #include "dcps/qos_change.h"
 #include "dcps/read_condition.h"
-#include "dcps/reader_qos.h"
 #include "dcps/subscriber.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
@@ -91,30 +90,22 @@ UserReader::~UserReader() {
         plugin().onEndpointDetached(endpoint_);
 }
 
-bool UserReader::start(rtps::net::Runtime& runtime, EventRouter& router) {
-    const rtps::EndpointData data = endpoint_data();
-    router_ = &router;
-    return runtime.with_participant([&](rtps::Participant& participant, rtps::Now now) {
-        // The router first: add_reader may match at once.
-        router.add(guid().entity, *this);
-        if (!participant.add_reader(data, rtps::ReaderConfig{}, *this, now)) {
-            router.remove(guid().entity);
-            return false;
-        }
-        // Still under the lock: the first sample must find the reader enabled.
-        set_enabled();
-        runtime_ = &runtime;
-        return true;
-    });
+bool UserReader::start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group) {
+    {
+        MutexLock lock(mutex_);
+        group_ = group;
+    }
+    return membership_.join(
+        runtime, router, guid().entity, *this, [this](rtps::Participant& participant, rtps::Now now) {
+            if (!participant.add_reader(endpoint_data(), {}, *this, now))
+                return false;
+            set_enabled(); // under the lock: the first sample must find the reader enabled
+            return true;
+        });
 }
 
 void UserReader::stop() {
-    if (rtps::net::Runtime* runtime = runtime_.exchange(nullptr)) {
-        runtime->with_participant([this](rtps::Participant& participant, rtps::Now now) {
-            participant.remove_endpoint(guid().entity, now);
-            router_->remove(guid().entity);
-        });
-    }
+    membership_.leave();
     delivery_.remove(*this);
 }
 
@@ -122,13 +113,12 @@ DDS_ReturnCode_t UserReader::enable() {
     return subscriber_.enable_reader(*this);
 }
 
-void UserReader::announce() {
-    rtps::net::Runtime* const runtime = runtime_;
-    if (runtime == nullptr)
-        return;
-    const rtps::EndpointData data = endpoint_data();
-    runtime->with_participant(
-        [&data](rtps::Participant& participant, rtps::Now now) { participant.update_endpoint(data, now); });
+void UserReader::set_group(const GroupQos& group) {
+    {
+        MutexLock lock(mutex_);
+        group_ = group;
+    }
+    membership_.announce([this] { return endpoint_data(); });
 }
 
 DDS_ReturnCode_t UserReader::set_qos(const DDS_DataReaderQos& qos) {
@@ -139,7 +129,7 @@ DDS_ReturnCode_t UserReader::set_qos(const DDS_DataReaderQos& qos) {
             return result;
         cache_->update(cache_settings(qos_));
     }
-    announce();
+    membership_.announce([this] { return endpoint_data(); });
     return DDS_RETCODE_OK;
 }
 
@@ -157,12 +147,9 @@ ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) c
 }
 
 rtps::EndpointQos UserReader::endpoint_qos() {
-    DDS_SubscriberQos subscriber;
-    subscriber_.get_qos(subscriber);
     DDS_TopicQos topic;
     topic_.get_qos(topic);
-    MutexLock lock(mutex_);
-    return to_endpoint_qos(qos_, subscriber, topic);
+    return to_endpoint_qos(qos_, group_, topic);
 }
 
 rtps::EndpointData UserReader::endpoint_data() {
@@ -171,32 +158,33 @@ rtps::EndpointData UserReader::endpoint_data() {
     data.participant = guid().prefix;
     data.topic_name = topic_.get_name();
     data.type_name = topic_.get_type_name();
-    data.qos = endpoint_qos();
     MutexLock lock(mutex_);
+    data.qos = endpoint_qos();
     if (qos_.subscription_name.name != nullptr)
         data.name = qos_.subscription_name.name;
-    for (DDS_Long i = 0; i < qos_.property.value.length(); ++i) {
-        const DDS_Property_t& property = qos_.property.value[i];
-        if (property.propagate)
-            data.properties.push_back({property.name, property.value});
-    }
+    data.properties = propagated(qos_.property);
     return data;
 }
 
 // -- From the protocol into the cache
 // --------------------------------------------------------------------------------
 
-void* UserReader::deserialize(const rtps::Sample& sample) {
-    void* made = plugin().getSample(endpoint_);
+bool UserReader::deserialize(const rtps::Sample& sample, void*& made) {
+    made = nullptr;
+    if (!sample.has_payload || sample.payload_is_key)
+        return false;
+    made = plugin().getSample(endpoint_);
     if (made == nullptr)
-        return nullptr;
+        return false;
     QUIXCdrStream stream;
     bind_stream(sample.payload, stream);
     bool drop = false;
-    if (plugin().deserialize(endpoint_, &made, &drop, &stream, true, true) && !drop)
-        return made;
-    plugin().returnSample(endpoint_, made);
-    return nullptr;
+    const bool readable = plugin().deserialize(endpoint_, &made, &drop, &stream, true, true);
+    if (!readable || drop) {
+        plugin().returnSample(endpoint_, made);
+        made = nullptr;
+    }
+    return readable;
 }
 
 rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
@@ -245,8 +233,9 @@ void UserReader::on_sample(const rtps::Sample& sample) {
     change.key = key_hash(sample);
     bool readable = true;
     if (change.kind == ChangeKind::alive) {
-        change.sample = sample.has_payload && !sample.payload_is_key ? deserialize(sample) : nullptr;
-        readable = change.sample != nullptr;
+        readable = deserialize(sample, change.sample);
+        if (readable && change.sample == nullptr)
+            return; // the plugin has no use for it
     }
     MutexLock lock(mutex_);
     if (readable) {
@@ -315,16 +304,13 @@ void UserReader::unmatched(const rtps::Guid& remote) {
 }
 
 void UserReader::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
-    std::vector<uint32_t> counted;
-    std::copy_if(policies.begin(), policies.end(), std::back_inserter(counted), [](uint32_t policy) {
-        return policy != static_cast<uint32_t>(DDS_PARTITION_QOS_POLICY_ID);
-    });
+    MutexLock lock(mutex_);
+    const std::vector<uint32_t> counted = without_partition(policies);
     if (counted.empty())
-        return; // another partition is another matter, not a mistake
+        return;
     MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": writer %s does not match the reader: %s", topic_.get_name(),
                          rtps::to_string(remote.guid).c_str(),
                          describe_incompatibility(remote.qos, endpoint_qos(), counted).c_str());
-    MutexLock lock(mutex_);
     changed(statuses_.incompatible(counted));
 }
 

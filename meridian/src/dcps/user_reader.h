@@ -1,12 +1,12 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
-#include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "dcps/delivery_thread.h"
+#include "dcps/endpoint_membership.h"
+#include "dcps/endpoint_qos.h"
 #include "dcps/entity_impl.h"
 #include "dcps/key_aliases.h"
 #include "dcps/listener_link.h"
@@ -14,10 +14,8 @@
 #include "dcps/reader_statuses.h"
 #include "dcps/topic.h"
 #include "dcps/type_registry.h"
-#include "dcps/user_endpoints.h"
 #include "meridian/untyped_entities.h"
 #include "platform/mutex.h"
-#include "rtps/net/runtime.h"
 
 namespace meridian::dcps {
 
@@ -47,11 +45,11 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     DDSDataReader* face() const { return face_; }
 
     /// Announces the reader and begins to receive. Both must outlive stop().
-    bool start(rtps::net::Runtime& runtime, EventRouter& router);
+    bool start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group);
     /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
     void stop();
-    /// Announces anew: the QoS of the subscriber has changed.
-    void announce();
+    /// The QoS of the subscriber has changed.
+    void set_group(const GroupQos& group);
     bool has_loans();
 
     DDS_ReturnCode_t enable() override;
@@ -102,10 +100,11 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
 
     const PRESTypePlugin& plugin() const { return type_->plugin(); }
     ReaderCache::Settings cache_settings(const DDS_DataReaderQos& qos) const;
-    rtps::EndpointQos endpoint_qos() MERIDIAN_EXCLUDES(mutex_);
+    rtps::EndpointQos endpoint_qos() MERIDIAN_REQUIRES(mutex_);
     rtps::EndpointData endpoint_data() MERIDIAN_EXCLUDES(mutex_);
-    /// The sample as the plugin makes it of the payload; null, and logged once, when it cannot.
-    void* deserialize(const rtps::Sample& sample);
+    /// `made` becomes the sample as the plugin makes it of the payload, null when it dropped it. False when
+    /// it cannot be read.
+    bool deserialize(const rtps::Sample& sample, void*& made);
     rtps::KeyHash key_hash(const rtps::Sample& sample);
     void store(Change& change) MERIDIAN_REQUIRES(mutex_);
     void changed(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
@@ -127,12 +126,12 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     DeliveryThread& delivery_;
     PRESTypePluginEndpointData endpoint_ = nullptr;
     DDSDataReader* face_ = nullptr;
-    std::atomic<rtps::net::Runtime*> runtime_{nullptr}; // from start to stop
-    EventRouter* router_ = nullptr;                     // from start on
-    KeyAliases aliases_;                                // under the lock of the runtime
+    EndpointMembership membership_;
+    KeyAliases aliases_; // under the lock of the runtime
 
     Mutex mutex_;
     DDS_DataReaderQos qos_ MERIDIAN_GUARDED_BY(mutex_);
+    GroupQos group_ MERIDIAN_GUARDED_BY(mutex_);
     std::unique_ptr<ReaderCache> cache_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
     std::unordered_map<rtps::Guid, int32_t> strengths_ MERIDIAN_GUARDED_BY(mutex_); // of matched writers

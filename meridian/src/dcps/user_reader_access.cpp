@@ -5,7 +5,6 @@
 #include "dcps/participant.h"
 #include "dcps/qos_change.h"
 #include "dcps/read_condition.h"
-#include "dcps/reader_qos.h"
 #include "dcps/subscriber.h"
 #include "dcps/user_reader.h"
 #include "discovery/conversions.h"
@@ -39,11 +38,13 @@ DDS_ReturnCode_t UserReader::set_listener(DDSDataReaderListener* listener, DDS_S
         listener_ = listener != nullptr ? ListenerLink::of(*listener) : nullptr;
         listener_given_ = listener;
         listener_mask_ = mask;
+        to_tell_ = 0;
     }
     // Whoever was called before may be deleted as soon as this returns.
     delivery_.remove(*this);
     MutexLock lock(mutex_);
-    to_tell_ = 0;
+    if (to_tell_ != 0)
+        delivery_.notify(*this); // what happened since, whose call was removed
     armed_ = rtps::kNever;
     arm_timer();
     if (listener_ != nullptr && cache_->sample_count() > 0)

@@ -34,6 +34,12 @@ DDS_Time_t to_time(rtps::WireTime time) {
     return {time.seconds, rtps::nanoseconds_from_fraction(time.fraction)};
 }
 
+std::optional<rtps::WireTime> to_wire_time(const DDS_Time_t& time) {
+    if (time.sec < 0 || time.nanosec >= kNanosecondsPerSecond)
+        return std::nullopt;
+    return rtps::WireTime{time.sec, rtps::fraction_from_nanoseconds(time.nanosec)};
+}
+
 DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
     DDS_InstanceHandle_t handle{};
     std::copy(guid.prefix.bytes.begin(), guid.prefix.bytes.end(), handle.keyHash);

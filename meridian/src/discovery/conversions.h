@@ -19,6 +19,8 @@ DDS_Duration_t to_duration(rtps::WireDuration duration);
 rtps::WireDuration to_wire(const DDS_Duration_t& duration);
 /// kTimeInvalid becomes DDS_TIME_INVALID.
 DDS_Time_t to_time(rtps::WireTime time);
+/// nullopt for a time before 1970 or with too many nanoseconds.
+std::optional<rtps::WireTime> to_wire_time(const DDS_Time_t& time);
 
 /// The GUID as a key hash.
 DDS_InstanceHandle_t to_handle(const rtps::Guid& guid);

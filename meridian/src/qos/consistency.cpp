@@ -86,7 +86,18 @@ class Check {
                     "representation: unknown id " + std::to_string(id));
         }
     }
-    /// The policies that topics and readers have in common.
+    /// The policies that publishers and subscribers have in common.
+    template <typename Qos>
+    void group(const Qos& qos) {
+        enumerator(qos.presentation.access_scope, DDS_GROUP_PRESENTATION_QOS, "presentation: access_scope");
+        require(!qos.presentation.coherent_access, "presentation: coherent_access is not offered");
+        require(
+            !qos.presentation.ordered_access || qos.presentation.access_scope != DDS_GROUP_PRESENTATION_QOS,
+            "presentation: ordered_access of a whole group is not offered");
+        strings(qos.partition.name, "partition");
+        octets(qos.group_data.value, "group_data");
+    }
+    /// The policies that topics, readers and writers have in common.
     template <typename Qos>
     void common(const Qos& qos) {
         duration(qos.deadline.period, "deadline: period");
@@ -150,7 +161,17 @@ std::string first_difference(std::initializer_list<Comparison> comparisons) {
     return {};
 }
 
-/// Of the policies that topics and readers have in common.
+/// Of the policies that publishers and subscribers have in common.
+template <typename Qos>
+std::string changed_group_policy(const Qos& a, const Qos& b) {
+    return first_difference({
+        {"presentation", a.presentation.access_scope == b.presentation.access_scope &&
+                             a.presentation.coherent_access == b.presentation.coherent_access &&
+                             a.presentation.ordered_access == b.presentation.ordered_access},
+    });
+}
+
+/// Of the policies that topics, readers and writers have in common.
 template <typename Qos>
 std::string changed_common_policy(const Qos& a, const Qos& b) {
     return first_difference({
@@ -235,13 +256,7 @@ std::string check_consistency(const DDS_TopicQos& qos) {
 
 std::string check_consistency(const DDS_SubscriberQos& qos) {
     Check check;
-    check.enumerator(qos.presentation.access_scope, DDS_GROUP_PRESENTATION_QOS, "presentation: access_scope");
-    check.require(!qos.presentation.coherent_access, "presentation: coherent_access is not offered");
-    check.require(
-        !qos.presentation.ordered_access || qos.presentation.access_scope != DDS_GROUP_PRESENTATION_QOS,
-        "presentation: ordered_access of a whole group is not offered");
-    check.strings(qos.partition.name, "partition");
-    check.octets(qos.group_data.value, "group_data");
+    check.group(qos);
     check.entity_name(qos.subscriber_name, "subscriber_name");
     return check.reason();
 }
@@ -260,6 +275,23 @@ std::string check_consistency(const DDS_DataReaderQos& qos) {
     check.enumerator(qos.type_consistency.kind, DDS_AUTO_TYPE_COERCION, "type_consistency: kind");
     check.properties(qos.property);
     check.entity_name(qos.subscription_name, "subscription_name");
+    return check.reason();
+}
+
+std::string check_consistency(const DDS_PublisherQos& qos) {
+    Check check;
+    check.group(qos);
+    check.entity_name(qos.publisher_name, "publisher_name");
+    return check.reason();
+}
+
+std::string check_consistency(const DDS_DataWriterQos& qos) {
+    Check check;
+    check.common(qos);
+    check.octets(qos.user_data.value, "user_data");
+    check.positive_duration(qos.lifespan.duration, "lifespan: duration");
+    check.properties(qos.property);
+    check.entity_name(qos.publication_name, "publication_name");
     return check.reason();
 }
 
@@ -300,11 +332,7 @@ std::string changed_immutable_policy(const DDS_TopicQos& a, const DDS_TopicQos& 
 }
 
 std::string changed_immutable_policy(const DDS_SubscriberQos& a, const DDS_SubscriberQos& b) {
-    return first_difference({
-        {"presentation", a.presentation.access_scope == b.presentation.access_scope &&
-                             a.presentation.coherent_access == b.presentation.coherent_access &&
-                             a.presentation.ordered_access == b.presentation.ordered_access},
-    });
+    return changed_group_policy(a, b);
 }
 
 std::string changed_immutable_policy(const DDS_DataReaderQos& a, const DDS_DataReaderQos& b) {
@@ -316,6 +344,14 @@ std::string changed_immutable_policy(const DDS_DataReaderQos& a, const DDS_DataR
         {"reader_resource_limits", a.reader_resource_limits.dynamically_allocate_fragmented_samples ==
                                        b.reader_resource_limits.dynamically_allocate_fragmented_samples},
     });
+}
+
+std::string changed_immutable_policy(const DDS_PublisherQos& a, const DDS_PublisherQos& b) {
+    return changed_group_policy(a, b);
+}
+
+std::string changed_immutable_policy(const DDS_DataWriterQos& a, const DDS_DataWriterQos& b) {
+    return changed_common_policy(a, b);
 }
 
 } // namespace meridian::qos

@@ -14,6 +14,8 @@ std::string check_consistency(const DDS_DomainParticipantQos& qos);
 std::string check_consistency(const DDS_TopicQos& qos);
 std::string check_consistency(const DDS_SubscriberQos& qos);
 std::string check_consistency(const DDS_DataReaderQos& qos);
+std::string check_consistency(const DDS_PublisherQos& qos);
+std::string check_consistency(const DDS_DataWriterQos& qos);
 
 /// Has a policy that cannot change once the entity is enabled changed? Then its name, for
 /// DDS_RETCODE_IMMUTABLE_POLICY; else an empty string.
@@ -22,5 +24,7 @@ std::string changed_immutable_policy(const DDS_DomainParticipantQos& before,
 std::string changed_immutable_policy(const DDS_TopicQos& before, const DDS_TopicQos& after);
 std::string changed_immutable_policy(const DDS_SubscriberQos& before, const DDS_SubscriberQos& after);
 std::string changed_immutable_policy(const DDS_DataReaderQos& before, const DDS_DataReaderQos& after);
+std::string changed_immutable_policy(const DDS_PublisherQos& before, const DDS_PublisherQos& after);
+std::string changed_immutable_policy(const DDS_DataWriterQos& before, const DDS_DataWriterQos& after);
 
 } // namespace meridian::qos

@@ -195,6 +195,12 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
         return created_subscriber;
     }
     DDS_ReturnCode_t delete_subscriber(DDSSubscriber*) override { return DDS_RETCODE_OK; }
+    DDSPublisher* create_publisher(const DDS_PublisherQos&, DDSPublisherListener*, DDS_StatusMask) override {
+        return nullptr;
+    }
+    DDS_ReturnCode_t delete_publisher(DDSPublisher*) override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t get_default_publisher_qos(DDS_PublisherQos&) override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t set_default_publisher_qos(const DDS_PublisherQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override {

@@ -1,6 +1,8 @@
-#include "dcps/reader_qos.h"
+#include "dcps/endpoint_qos.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "discovery/conversions.h"
 #include "discovery/partitions.h"
@@ -105,10 +107,8 @@ Policy policy_of(uint32_t id) {
     }
 }
 
-} // namespace
-
-EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const DDS_SubscriberQos& subscriber,
-                            const DDS_TopicQos& topic) {
+template <typename Qos>
+EndpointQos common_qos(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
     EndpointQos out;
     out.durability = static_cast<rtps::Durability>(qos.durability.kind);
     out.deadline = discovery::to_wire(qos.deadline.period);
@@ -120,21 +120,52 @@ EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const DDS_SubscriberQo
     out.max_blocking_time = discovery::to_wire(qos.reliability.max_blocking_time);
     out.ownership = static_cast<rtps::Ownership>(qos.ownership.kind);
     out.destination_order = static_cast<rtps::DestinationOrder>(qos.destination_order.kind);
-    out.presentation = static_cast<rtps::PresentationScope>(subscriber.presentation.access_scope);
-    out.coherent_access = subscriber.presentation.coherent_access;
-    out.ordered_access = subscriber.presentation.ordered_access;
-    out.partitions = discovery::announced_partitions(discovery::to_strings(subscriber.partition.name));
-    out.time_based_filter = discovery::to_wire(qos.time_based_filter.minimum_separation);
+    out.presentation = static_cast<rtps::PresentationScope>(group.presentation.access_scope);
+    out.coherent_access = group.presentation.coherent_access;
+    out.ordered_access = group.presentation.ordered_access;
+    out.partitions = discovery::announced_partitions(discovery::to_strings(group.partition.name));
+    out.group_data = discovery::to_bytes(group.group_data.value);
     out.history = static_cast<rtps::HistoryKind>(qos.history.kind);
     out.history_depth = qos.history.depth;
     for (DDS_Long i = 0; i < qos.representation.value.length(); ++i)
         out.representations.push_back(qos.representation.value[i]);
-    if (out.representations.empty())
-        out.representations = {rtps::kXcdr1, rtps::kXcdr2};
     out.user_data = discovery::to_bytes(qos.user_data.value);
-    out.group_data = discovery::to_bytes(subscriber.group_data.value);
     out.topic_data = discovery::to_bytes(topic.topic_data.value);
     return out;
+}
+
+} // namespace
+
+EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+    EndpointQos out = common_qos(qos, group, topic);
+    out.time_based_filter = discovery::to_wire(qos.time_based_filter.minimum_separation);
+    if (out.representations.empty())
+        out.representations = {rtps::kXcdr1, rtps::kXcdr2};
+    return out;
+}
+
+EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+    EndpointQos out = common_qos(qos, group, topic);
+    out.ownership_strength = qos.ownership_strength.value;
+    out.lifespan = discovery::to_wire(qos.lifespan.duration);
+    return out;
+}
+
+std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
+    std::vector<rtps::Property> properties;
+    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
+        const DDS_Property_t& property = policy.value[i];
+        if (property.propagate)
+            properties.push_back({property.name, property.value != nullptr ? property.value : ""});
+    }
+    return properties;
+}
+
+std::vector<uint32_t> without_partition(const std::vector<uint32_t>& policies) {
+    std::vector<uint32_t> others;
+    std::copy_if(policies.begin(), policies.end(), std::back_inserter(others),
+                 [](uint32_t policy) { return policy != rtps::kPartitionPolicy; });
+    return others;
 }
 
 std::string describe_incompatibility(const EndpointQos& offered, const EndpointQos& requested,
