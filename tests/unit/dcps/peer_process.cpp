@@ -32,7 +32,7 @@ bool write_line(int descriptor, const std::string& line) {
 }
 
 /// What runs in the other process.
-class Peer {
+class Peer final : public PeerCommands {
   public:
     bool start(const PeerSettings& settings) {
         rtps::net::RuntimeConfig config;
@@ -53,7 +53,7 @@ class Peer {
 
     /// writer|reader KEY TOPIC PARTITION, update KEY PARTITION, remove KEY: the GUID
     /// participants PREFIX: "NAME LEASE PROPERTY=VALUE..." of that participant, or "unknown"
-    std::string obey(const std::string& command) {
+    std::string obey(const std::string& command) override {
         std::istringstream words(command);
         std::string verb;
         std::string topic;
@@ -136,22 +136,28 @@ class Peer {
     std::unique_ptr<rtps::net::Runtime> runtime_;
 };
 
-[[noreturn]] void run(const PeerSettings& settings, int commands, int answers) {
+[[noreturn]] void run(const PeerProgram& program, int commands, int answers) {
     {
-        Peer peer;
-        if (!peer.start(settings))
+        const std::unique_ptr<PeerCommands> peer = program.make();
+        if (peer == nullptr)
             _exit(1);
         write_line(answers, "ready");
         std::string command;
         while (!(command = read_line(commands)).empty() && command != "leave")
-            write_line(answers, peer.obey(command));
+            write_line(answers, peer->obey(command));
     }
     _exit(0); // nothing of the test runs here
 }
 
 } // namespace
 
-PeerProcess::PeerProcess(const PeerSettings& settings) {
+PeerProcess::PeerProcess(const PeerSettings& settings)
+    : PeerProcess(PeerProgram([&settings]() -> std::unique_ptr<PeerCommands> {
+          auto peer = std::make_unique<Peer>();
+          return peer->start(settings) ? std::move(peer) : nullptr;
+      })) {}
+
+PeerProcess::PeerProcess(const PeerProgram& program) {
     int commands[2] = {-1, -1};
     int answers[2] = {-1, -1};
     if (pipe(commands) != 0 || pipe(answers) != 0) {
@@ -162,7 +168,7 @@ PeerProcess::PeerProcess(const PeerSettings& settings) {
     if (process_ == 0) {
         close(commands[1]);
         close(answers[0]);
-        run(settings, commands[0], answers[1]);
+        run(program, commands[0], answers[1]);
     }
     close(commands[0]);
     close(answers[1]);

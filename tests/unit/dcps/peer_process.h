@@ -4,7 +4,10 @@
 
 #include <sys/types.h>
 
+#include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 
 namespace meridian::dcps::test {
 
@@ -16,10 +19,25 @@ struct PeerSettings {
     int lease_ms = 10000;
 };
 
+/// What runs in the other process: answers commands of one line with lines.
+class PeerCommands {
+  public:
+    virtual ~PeerCommands() = default;
+    virtual std::string obey(const std::string& command) = 0;
+};
+
+/// How the other process makes what answers there; null: it failed.
+struct PeerProgram {
+    using Make = std::function<std::unique_ptr<PeerCommands>()>;
+    explicit PeerProgram(Make function) : make(std::move(function)) {}
+    Make make;
+};
+
 /// Forked from the test, which must not have other threads then. Killed at the end, if it still lives.
 class PeerProcess {
   public:
     explicit PeerProcess(const PeerSettings& settings);
+    explicit PeerProcess(const PeerProgram& program);
     ~PeerProcess();
     PeerProcess(const PeerProcess&) = delete;
     PeerProcess& operator=(const PeerProcess&) = delete;

@@ -1,0 +1,463 @@
+// A reader of this process and writers of another one: what it delivers, tells and refuses.
+
+#include <future>
+
+#include "endpoints_fixture.h"
+#include "meridian/condition.h"
+
+namespace meridian::dcps::test {
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+
+class UserReaderTest : public EndpointsTest {
+  protected:
+    TestReader* reader_of(const std::string& type, const std::string& words,
+                          DDSDataReaderListener* listener = nullptr) {
+        return make_reader(participant(), "Square", type, words, listener, DDS_STATUS_MASK_ALL);
+    }
+    /// Both sides know each other.
+    bool await_match(TestReader& reader, const std::string& remote_writer, DDS_Long count = 1) {
+        return matched_to(remote_writer, "1") == "1" &&
+               eventually(count, [&] {
+                   DDS_InstanceHandleSeq writers;
+                   EXPECT_EQ(reader.get_matched_publications(writers), DDS_RETCODE_OK);
+                   return writers.length();
+               }) == count;
+    }
+    static bool await_status(DDSDataReader& reader, DDS_StatusMask status) {
+        return eventually(true, [&] { return (reader.get_status_changes() & status) != 0; });
+    }
+    /// Waits until everything that the remote writer wrote is in the reader.
+    void delivered(const std::string& remote_writer) { EXPECT_EQ(ask("acknowledged " + remote_writer), "0"); }
+};
+
+struct Reading {
+    TestSequence samples;
+    DDS_SampleInfoSeq infos;
+};
+
+TEST_F(UserReaderTest, SamplesArriveWithCompleteInformation) {
+    TestReader* reader = reader_of("Keyed", "reliable keep_all");
+    ASSERT_NE(reader, nullptr);
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    ASSERT_EQ(ask("write w 258 hello"), "0");
+    ASSERT_EQ(ask("write w 258 again"), "0");
+    ASSERT_EQ(ask("dispose w 258"), "0");
+    delivered("w");
+    const DDS_InstanceHandle_t known = reader->lookup_instance({258, ""});
+    Reading all;
+    ASSERT_EQ(reader->take(all.samples, all.infos, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE,
+                           DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE),
+              DDS_RETCODE_OK);
+    ASSERT_EQ(all.samples.length(), 3);
+    EXPECT_EQ(all.samples[0].id, 258u);
+    EXPECT_EQ(all.samples[0].text, "hello");
+    EXPECT_EQ(all.samples[1].text, "again");
+    DDS_Time_t now{};
+    participant().get_current_time(now);
+    for (DDS_Long i = 0; i < 3; ++i) {
+        const DDS_SampleInfo& info = all.infos[i];
+        EXPECT_EQ(info.valid_data, i < 2);
+        // As they were when the sample came.
+        EXPECT_EQ(info.view_state, i == 0 ? DDS_NEW_VIEW_STATE : DDS_NOT_NEW_VIEW_STATE);
+        EXPECT_EQ(info.instance_state,
+                  i < 2 ? DDS_ALIVE_INSTANCE_STATE : DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
+        EXPECT_NEAR(info.source_timestamp.sec, now.sec, 5);
+        EXPECT_TRUE(info.instance_handle.isValid);
+        EXPECT_EQ(info.instance_handle.keyHash[2], 1);
+        EXPECT_EQ(info.instance_handle.keyHash[3], 2);
+        EXPECT_EQ(rtps::to_string(*discovery::to_guid(info.publication_handle)), ask("guid w"));
+        EXPECT_EQ(std::memcmp(info.sample_identity.writer_guid.value, info.publication_handle.keyHash, 16),
+                  0);
+        EXPECT_EQ(info.sample_identity.sequence_number.high, 0);
+        EXPECT_EQ(info.sample_identity.sequence_number.low, static_cast<DDS_UnsignedLong>(i + 1));
+        EXPECT_EQ(info.related_sample_identity.writer_guid, DDS_GUID_UNKNOWN);
+    }
+    EXPECT_EQ(known, all.infos[0].instance_handle);
+    EXPECT_FALSE(reader->lookup_instance({1, ""}).isValid);
+    DDS_ParticipantBuiltinTopicData remote;
+    EXPECT_EQ(reader->get_matched_publication_participant_data(remote, all.infos[0].publication_handle),
+              DDS_RETCODE_OK);
+    EXPECT_EQ(reader->get_matched_publication_participant_data(remote, DDS_HANDLE_NIL),
+              DDS_RETCODE_BAD_PARAMETER);
+    EXPECT_EQ(reader->return_loan(all.samples, all.infos), DDS_RETCODE_OK);
+}
+
+TEST_F(UserReaderTest, ReadAndTakeChooseByStatesInstancesAndConditions) {
+    TestReader* reader = reader_of("Keyed", "reliable keep_all");
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    for (const char* command : {"write w 1 a", "write w 1 b", "write w 2 c", "write w 3 d"})
+        ASSERT_EQ(ask(command), "0");
+    delivered("w");
+    constexpr auto kAny = DDS_ANY_SAMPLE_STATE;
+    const auto texts = [reader](DDS_ReturnCode_t code, Reading& reading) {
+        std::string text;
+        if (code != DDS_RETCODE_OK)
+            return "code " + std::to_string(code);
+        for (DDS_Long i = 0; i < reading.samples.length(); ++i)
+            text += reading.samples[i].text;
+        EXPECT_EQ(reader->return_loan(reading.samples, reading.infos), DDS_RETCODE_OK);
+        return text;
+    };
+    Reading r;
+    EXPECT_EQ(texts(reader->read(r.samples, r.infos, 1, kAny, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE), r),
+              "a");
+    EXPECT_EQ(
+        texts(reader->read(r.samples, r.infos, -1, DDS_READ_SAMPLE_STATE, DDS_ANY_VIEW_STATE, 0xffff), r),
+        "a");
+    EXPECT_EQ(texts(reader->read(r.samples, r.infos, -2, kAny, DDS_ANY_VIEW_STATE, 0xffff), r), "code 3");
+    const DDS_InstanceHandle_t one = reader->lookup_instance({1, ""});
+    EXPECT_EQ(texts(reader->read_instance(r.samples, r.infos, -1, one, kAny, DDS_ANY_VIEW_STATE, 0xffff), r),
+              "ab");
+    EXPECT_EQ(texts(reader->read_instance(r.samples, r.infos, -1, DDS_HANDLE_NIL, kAny, 0xffff, 0xffff), r),
+              "code 3");
+    EXPECT_EQ(
+        texts(reader->read_next_instance(r.samples, r.infos, -1, DDS_HANDLE_NIL, kAny, 0xffff, 0xffff), r),
+        "ab");
+    EXPECT_EQ(texts(reader->take_next_instance(r.samples, r.infos, -1, one, kAny, 0xffff, 0xffff), r), "c");
+    EXPECT_EQ(texts(reader->take_next_instance(r.samples, r.infos, -1, one, kAny, 0xffff, 0xffff), r), "d");
+    EXPECT_EQ(texts(reader->take_next_instance(r.samples, r.infos, -1, one, kAny, 0xffff, 0xffff), r),
+              "code 11");
+
+    DDSReadCondition* unread = reader->create_readcondition(DDS_NOT_READ_SAMPLE_STATE, 0xffff, 0xffff);
+    ASSERT_NE(unread, nullptr);
+    EXPECT_EQ(unread->get_datareader(), reader);
+    EXPECT_EQ(unread->get_sample_state_mask(), DDS_NOT_READ_SAMPLE_STATE);
+    EXPECT_FALSE(unread->get_trigger_value());
+    EXPECT_EQ(texts(reader->take_w_condition(r.samples, r.infos, -1, unread), r), "code 11");
+    EXPECT_EQ(texts(reader->take_w_condition(r.samples, r.infos, -1, nullptr), r), "code 3");
+    DDSWaitSet waits;
+    ASSERT_EQ(waits.attach_condition(unread), DDS_RETCODE_OK);
+    DDSConditionSeq active;
+    EXPECT_EQ(waits.wait(active, {0, 20000000}), DDS_RETCODE_TIMEOUT);
+    ASSERT_EQ(ask("write w 1 e"), "0");
+    EXPECT_EQ(waits.wait(active, {10, 0}), DDS_RETCODE_OK);
+    ASSERT_EQ(active.length(), 1);
+    EXPECT_EQ(active[0], unread);
+    EXPECT_EQ(texts(reader->read_w_condition(r.samples, r.infos, -1, unread), r), "e");
+    EXPECT_FALSE(unread->get_trigger_value());
+    EXPECT_EQ(waits.detach_condition(unread), DDS_RETCODE_OK);
+    EXPECT_EQ(reader->delete_readcondition(unread), DDS_RETCODE_OK);
+    EXPECT_EQ(reader->delete_readcondition(nullptr), DDS_RETCODE_PRECONDITION_NOT_MET);
+
+    // Copies, into sequences that own their elements.
+    Reading copies;
+    copies.samples.maximum(2);
+    copies.infos.maximum(2);
+    ASSERT_EQ(reader->take(copies.samples, copies.infos, -1, kAny, 0xffff, 0xffff), DDS_RETCODE_OK);
+    ASSERT_EQ(copies.samples.length(), 2);
+    EXPECT_EQ(copies.samples[1].text, "b");
+    EXPECT_TRUE(copies.samples.has_ownership());
+    EXPECT_EQ(reader->return_loan(copies.samples, copies.infos), DDS_RETCODE_OK);
+    EXPECT_EQ(reader->take(copies.samples, copies.infos, 3, kAny, 0xffff, 0xffff),
+              DDS_RETCODE_PRECONDITION_NOT_MET);
+    Reading uneven;
+    uneven.samples.maximum(2);
+    EXPECT_EQ(reader->take(uneven.samples, uneven.infos, -1, kAny, 0xffff, 0xffff),
+              DDS_RETCODE_PRECONDITION_NOT_MET);
+    TestSample sample;
+    DDS_SampleInfo info;
+    EXPECT_EQ(reader->take_next_sample(sample, info), DDS_RETCODE_NO_DATA); // "e" was read
+    ASSERT_EQ(ask("write w 4 f"), "0");
+    EXPECT_EQ(eventually(DDS_RETCODE_OK, [&] { return reader->take_next_sample(sample, info); }),
+              DDS_RETCODE_OK);
+    EXPECT_EQ(sample.text, "f");
+}
+
+TEST_F(UserReaderTest, ALoanKeepsTheReaderAndSurvivesTheEntities) {
+    TestReader* reader = reader_of("Keyed", "reliable keep_all");
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    ASSERT_EQ(ask("write w 1 lent"), "0");
+    delivered("w");
+    Reading loan;
+    ASSERT_EQ(reader->take(loan.samples, loan.infos, -1, 0xffff, 0xffff, 0xffff), DDS_RETCODE_OK);
+    Reading second;
+    EXPECT_EQ(reader->take(loan.samples, second.infos, -1, 0xffff, 0xffff, 0xffff),
+              DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(reader->return_loan(loan.samples, second.infos), DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(reader->get_subscriber()->delete_datareader(reader), DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(participant().delete_contained_entities(), DDS_RETCODE_OK);
+    EXPECT_EQ(participant().lookup_topicdescription("Square"), nullptr);
+    EXPECT_EQ(loan.samples[0].text, "lent");
+    EXPECT_EQ(reader->return_loan(loan.samples, loan.infos), DDS_RETCODE_OK);
+    EXPECT_TRUE(loan.samples.has_ownership());
+}
+
+TEST_F(UserReaderTest, SamplesThatCannotBeDecodedAreLostAndHarmNothing) {
+    TestReader* reader = reader_of("Keyed", "reliable keep_all");
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    CaptureStderr();
+    for (const char* text : {kUndecodable, kEmpty, kUndecodable, kDropped, "good"})
+        ASSERT_EQ(ask("write w 1 " + std::string(text)), "0");
+    EXPECT_EQ(taken(*reader, "1 good"), "1 good");
+    const std::string logged = GetCapturedStderr();
+    const size_t first = logged.find("is not what its type \"Keyed\" says");
+    EXPECT_NE(first, std::string::npos) << logged;
+    EXPECT_EQ(logged.find("is not what", first + 1), std::string::npos) << logged; // once
+    DDS_SampleLostStatus lost;
+    EXPECT_EQ(reader->get_sample_lost_status(lost), DDS_RETCODE_OK);
+    EXPECT_EQ(lost.total_count, 3);
+}
+
+TEST_F(UserReaderTest, OwnLossIsToldWhenItBeginsAndAtTheEnd) {
+    TestReader* reader = reader_of("Keyless", "reliable depth=2");
+    ASSERT_EQ(ask("writer w Square Keyless keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    CaptureStderr();
+    ASSERT_EQ(ask("many w 1 10"), "0");
+    delivered("w");
+    const std::string begin = GetCapturedStderr();
+    const size_t first = begin.find("topic \"Square\": samples come faster");
+    EXPECT_NE(first, std::string::npos) << begin;
+    EXPECT_EQ(begin.find("topic \"Square\": samples come faster", first + 1), std::string::npos) << begin;
+    EXPECT_EQ(take_all(*reader), "9 9, 10 10");
+    CaptureStderr();
+    EXPECT_EQ(reader->get_subscriber()->delete_datareader(reader), DDS_RETCODE_OK);
+    const std::string end = GetCapturedStderr();
+    EXPECT_NE(end.find("topic \"Square\": 8 samples were overwritten"), std::string::npos) << end;
+}
+
+TEST_F(UserReaderTest, StatusesOfMatchesLivelinessAndIncompatibility) {
+    TestReader* reader = reader_of("Keyed", "reliable manual_by_topic lease=300 transient_local");
+    CaptureStderr();
+    ASSERT_EQ(ask("writer bad Square Keyed best_effort manual_by_topic lease=200"), "ok");
+    ASSERT_TRUE(await_status(*reader, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS));
+    const std::string logged = GetCapturedStderr();
+    for (const char* part : {"reliability: offered BEST_EFFORT, requested RELIABLE",
+                             "durability: offered VOLATILE, requested TRANSIENT_LOCAL", "\"Square\""})
+        EXPECT_NE(logged.find(part), std::string::npos) << logged;
+    EXPECT_NE(logged.find(ask("guid bad")), std::string::npos) << logged;
+    DDS_RequestedIncompatibleQosStatus incompatible;
+    EXPECT_EQ(reader->get_requested_incompatible_qos_status(incompatible), DDS_RETCODE_OK);
+    EXPECT_EQ(incompatible.total_count, 1);
+    EXPECT_EQ(incompatible.policies.length(), 2);
+    EXPECT_EQ(reader->get_status_changes() & DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS, 0u);
+
+    ASSERT_EQ(ask("writer w Square Keyed transient_local manual_by_topic lease=200"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    DDS_SubscriptionMatchedStatus matched;
+    EXPECT_EQ(reader->get_subscription_matched_status(matched), DDS_RETCODE_OK);
+    EXPECT_EQ(matched.current_count, 1);
+    EXPECT_EQ(matched.total_count, 1);
+    EXPECT_EQ(rtps::to_string(*discovery::to_guid(matched.last_publication_handle)), ask("guid w"));
+    ASSERT_EQ(ask("write w 1 a"), "0");
+    EXPECT_EQ(taken(*reader, "1 a"), "1 a");
+    const auto liveliness = [reader] {
+        DDS_LivelinessChangedStatus status;
+        EXPECT_EQ(reader->get_liveliness_changed_status(status), DDS_RETCODE_OK);
+        return std::make_pair(status.alive_count, status.not_alive_count);
+    };
+    EXPECT_EQ(eventually(std::make_pair(0, 1), liveliness), std::make_pair(0, 1)); // it asserts nothing
+    EXPECT_EQ(taken(*reader, "1 no_writers"), "1 no_writers");
+    ASSERT_EQ(ask("assert w"), "0");
+    EXPECT_EQ(eventually(std::make_pair(1, 0), liveliness), std::make_pair(1, 0));
+    ASSERT_EQ(ask("delete w"), "0");
+    EXPECT_EQ(eventually(std::make_pair(0, 0), liveliness), std::make_pair(0, 0));
+    EXPECT_EQ(reader->get_subscription_matched_status(matched), DDS_RETCODE_OK);
+    EXPECT_EQ(matched.current_count, 0);
+    EXPECT_EQ(matched.current_count_change, -1);
+}
+
+TEST_F(UserReaderTest, MissedDeadlinesAndRejectedSamplesAreCounted) {
+    TestReader* reader = reader_of("Keyed", "reliable keep_all deadline=50 max_samples=3 max_instances=2");
+    ASSERT_EQ(ask("writer w Square Keyed keep_all deadline=50"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    for (const char* command : {"write w 1 a", "write w 2 b", "write w 3 c", "write w 1 d", "write w 1 e"})
+        ASSERT_EQ(ask(command), "0");
+    delivered("w");
+    DDS_SampleRejectedStatus rejected;
+    EXPECT_EQ(reader->get_sample_rejected_status(rejected), DDS_RETCODE_OK);
+    EXPECT_EQ(rejected.total_count, 2);
+    EXPECT_EQ(rejected.last_reason, DDS_REJECTED_BY_SAMPLES_LIMIT);
+    EXPECT_EQ(take_all(*reader), "1 a, 2 b, 1 d");
+    DDS_RequestedDeadlineMissedStatus missed;
+    EXPECT_TRUE(eventually(true, [&] {
+        EXPECT_EQ(reader->get_requested_deadline_missed_status(missed), DDS_RETCODE_OK);
+        return missed.total_count >= 4; // of two instances, more than once
+    }));
+    EXPECT_TRUE(missed.last_instance_handle.isValid);
+}
+
+TEST_F(UserReaderTest, CreationFailuresAreNamed) {
+    DDSSubscriber* subscriber = participant().create_subscriber({}, nullptr, DDS_STATUS_MASK_NONE);
+    const auto refused = [subscriber](DDSTopicDescription* topic, const DDS_DataReaderQos& qos) {
+        CaptureStderr();
+        EXPECT_EQ(subscriber->create_datareader(topic, qos, nullptr, 0), nullptr);
+        return GetCapturedStderr();
+    };
+    DDSTopic* topic = topic_of(participant(), "Square", "Keyed");
+    EXPECT_NE(refused(nullptr, {}).find("topic"), std::string::npos);
+    DDS_DataReaderQos wrong;
+    wrong.history.depth = 0;
+    EXPECT_NE(refused(topic, wrong).find("depth"), std::string::npos);
+    EXPECT_NE(refused(topic_of(participant(), kRefused, "Keyed"), {}).find("refused"), std::string::npos);
+    DDSSubscriber* other = participant().create_subscriber({}, nullptr, DDS_STATUS_MASK_NONE);
+    DDSDataReader* reader = subscriber->create_datareader(topic, {}, nullptr, 0);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(subscriber->lookup_datareader("Square"), reader);
+    EXPECT_EQ(other->delete_datareader(reader), DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(other->delete_datareader(nullptr), DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(participant().delete_subscriber(subscriber), DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(participant().delete_topic(topic), DDS_RETCODE_PRECONDITION_NOT_MET);
+    EXPECT_EQ(subscriber->delete_datareader(reader), DDS_RETCODE_OK);
+    EXPECT_EQ(participant().delete_topic(topic), DDS_RETCODE_OK);
+    EXPECT_EQ(participant().delete_subscriber(subscriber), DDS_RETCODE_OK);
+}
+
+TEST_F(UserReaderTest, PartitionsOfTheSubscriberFollowItsQos) {
+    TestReader* reader = reader_of("Keyed", "reliable partition=A");
+    ASSERT_EQ(ask("writer w Square Keyed transient_local partition=B1"), "ok");
+    DDS_SubscriberQos qos;
+    EXPECT_EQ(reader->get_subscriber()->get_qos(qos), DDS_RETCODE_OK);
+    DDS_StringSeq_append(qos.partition.name, "B?");
+    EXPECT_EQ(reader->get_subscriber()->set_qos(qos), DDS_RETCODE_OK);
+    EXPECT_TRUE(await_match(*reader, "w"));
+    qos.partition.name.length(1);
+    EXPECT_EQ(reader->get_subscriber()->set_qos(qos), DDS_RETCODE_OK);
+    EXPECT_EQ(matched_to("w", "0"), "0");
+}
+
+/// Listens, and stays in on_data_available until the test lets it go.
+class SlowListener : public DDSDataReaderListener {
+  public:
+    ~SlowListener() override { detach(); }
+    void on_data_available(DDSDataReader* reader) override {
+        running = true;
+        if (calls++ == 0)
+            entered.set_value();
+        if (action)
+            action(reader);
+        std::this_thread::sleep_for(delay);
+        running = false;
+    }
+    void on_subscription_matched(DDSDataReader*, const DDS_SubscriptionMatchedStatus& status) override {
+        matches = status.current_count;
+    }
+
+    std::promise<void> entered;
+    std::function<void(DDSDataReader*)> action;
+    milliseconds delay{0};
+    std::atomic<bool> running{false};
+    std::atomic<int> calls{0};
+    std::atomic<int> matches{-1};
+};
+
+class ListenerTest : public UserReaderTest {
+  protected:
+    /// A callback of the listener runs when this returns.
+    TestReader* reader_in_callback(SlowListener& listener, milliseconds delay = milliseconds(50)) {
+        listener.delay = delay;
+        TestReader* reader = reader_of("Keyed", "reliable keep_all", &listener);
+        EXPECT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+        EXPECT_TRUE(await_match(*reader, "w"));
+        EXPECT_EQ(ask("many w 1 5"), "0");
+        EXPECT_EQ(listener.entered.get_future().wait_for(kPatience), std::future_status::ready);
+        return reader;
+    }
+};
+
+TEST_F(ListenerTest, CallbacksTellWhatHappened) {
+    SlowListener listener;
+    TestReader* reader = reader_in_callback(listener, milliseconds(0));
+    EXPECT_EQ(reader->get_listener(), &listener);
+    EXPECT_EQ(eventually(1, [&] { return listener.matches.load(); }), 1);
+    peer().leave();
+    EXPECT_EQ(eventually(0, [&] { return listener.matches.load(); }), 0);
+    listener.detach();
+    EXPECT_EQ(reader->get_listener(), nullptr);
+}
+
+TEST_F(ListenerTest, DetachWaitsForTheCallback) {
+    auto listener = std::make_unique<SlowListener>();
+    TestReader* reader = reader_in_callback(*listener);
+    listener->detach();
+    EXPECT_FALSE(listener->running);
+    const int calls = listener->calls;
+    ASSERT_EQ(ask("write w 9 more"), "0");
+    delivered("w");
+    std::this_thread::sleep_for(milliseconds(20));
+    EXPECT_EQ(listener->calls, calls);
+    listener.reset();
+    EXPECT_NE(take_all(*reader).find("9 more"), std::string::npos);
+}
+
+TEST_F(ListenerTest, RemovingTheListenerWaitsForTheCallback) {
+    SlowListener listener;
+    TestReader* reader = reader_in_callback(listener);
+    EXPECT_EQ(reader->set_listener(nullptr, DDS_STATUS_MASK_NONE), DDS_RETCODE_OK);
+    EXPECT_FALSE(listener.running);
+    SlowListener next; // is told at once of what is there
+    EXPECT_EQ(reader->set_listener(&next, DDS_DATA_AVAILABLE_STATUS), DDS_RETCODE_OK);
+    EXPECT_EQ(next.entered.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+TEST_F(ListenerTest, DeletingTheReaderWaitsForTheCallback) {
+    SlowListener listener;
+    TestReader* reader = reader_in_callback(listener);
+    EXPECT_EQ(reader->get_subscriber()->delete_datareader(reader), DDS_RETCODE_OK);
+    EXPECT_FALSE(listener.running);
+    EXPECT_EQ(participant().delete_contained_entities(), DDS_RETCODE_OK);
+}
+
+TEST_F(ListenerTest, ACallbackMayReplaceItsListenerAndTake) {
+    SlowListener listener;
+    SlowListener next;
+    std::string all;
+    std::promise<void> replaced;
+    listener.action = [&](DDSDataReader* reader) {
+        all = take_all(*dynamic_cast<TestReader*>(reader));
+        EXPECT_EQ(reader->set_listener(&next, DDS_STATUS_MASK_ALL), DDS_RETCODE_OK);
+        replaced.set_value();
+    };
+    reader_in_callback(listener);
+    ASSERT_EQ(replaced.get_future().wait_for(kPatience), std::future_status::ready);
+    ASSERT_EQ(ask("write w 7 next"), "0");
+    EXPECT_EQ(next.entered.get_future().wait_for(kPatience), std::future_status::ready);
+    EXPECT_EQ(listener.calls, 1);
+    EXPECT_FALSE(all.empty());
+}
+
+TEST_F(ListenerTest, ACallbackThatUsesTheParticipantDoesNotBlockItsEnd) {
+    for (int round = 0; round < 20; ++round) {
+        SlowListener listener;
+        listener.action = [this](DDSDataReader* reader) {
+            DDSSubscriber* subscriber = reader->get_subscriber();
+            DDS_SubscriberQos group;
+            EXPECT_EQ(subscriber->get_qos(group), DDS_RETCODE_OK);
+            subscriber->set_qos(group);
+            DDS_DataReaderQos qos;
+            EXPECT_EQ(reader->get_qos(qos), DDS_RETCODE_OK);
+            EXPECT_EQ(reader->set_qos(qos), DDS_RETCODE_OK);
+            for (int i = 0; i < 5; ++i) {
+                DDSTopicDescription* topic = participant().lookup_topicdescription("Square");
+                if (DDSDataReader* another = subscriber->create_datareader(topic, qos, nullptr, 0))
+                    subscriber->delete_datareader(another);
+                DDS_DomainParticipantQos own;
+                EXPECT_EQ(participant().get_qos(own), DDS_RETCODE_OK);
+                participant().create_subscriber({}, nullptr, DDS_STATUS_MASK_NONE);
+                participant().is_type_registered("Keyed");
+            }
+            take_all(*dynamic_cast<TestReader*>(reader));
+        };
+        CaptureStderr(); // there may be no topic any more
+        const std::string writer = "w" + std::to_string(round);
+        reader_of("Keyed", "reliable keep_all transient_local", &listener);
+        ASSERT_EQ(ask("writer " + writer + " Square Keyed keep_all transient_local"), "ok");
+        ASSERT_EQ(ask("many " + writer + " 1 20"), "0");
+        EXPECT_EQ(listener.entered.get_future().wait_for(kPatience), std::future_status::ready);
+        EXPECT_EQ(participant().delete_contained_entities(), DDS_RETCODE_OK);
+        EXPECT_FALSE(listener.running);
+        ASSERT_EQ(ask("delete " + writer), "0");
+        GetCapturedStderr();
+    }
+}
+
+} // namespace
+} // namespace meridian::dcps::test
