@@ -26,8 +26,9 @@ finish() {
 trap finish EXIT
 trap 'exit 130' INT TERM
 
-caption 'ferret -showPartition -timeout 14: a spy in domain 0, on the loopback interface only'
-"$ferret" -showPartition -timeout 14 &
+types=$(dirname "$0")/types.xml
+caption 'ferret -printSample COMPACT -showPartition -timeout 14: a spy in domain 0, on the loopback interface only'
+"$ferret" -printSample COMPACT -showPartition -qosFile "$types" -timeout 14 &
 spy=$!
 started="$started $spy"
 sleep 1
@@ -36,13 +37,14 @@ caption 'an application on Cyclone DDS appears: a writer of "Square" and a reade
 beside "$peers/peer_cyclone" 'participant name=shapes' \
     'writer square topic=Square type=shape partitions=Demo entity_name="square writer"' \
     'reader circle topic=Circle type=shape partitions=Demo,Test*' \
-    'write square count=4 rate=2 keys=2' 'delete circle' 'pause seconds=60'
+    'matched square' 'write square count=4 rate=2 keys=2' 'dispose square key=1' 'delete circle' 'pause seconds=60'
 sleep 2
 
 if [ -x "$peers/peer_fastdds" ]; then
-    caption 'another one, on Fast DDS, writes "Temperature"; after a second it moves to another partition, then it leaves'
+    caption 'another one, on Fast DDS, writes "Temperature" (its type is read from demo/types.xml); it moves to another partition,' \
+        'then it leaves'
     beside "$peers/peer_fastdds" 'participant name=thermometer' 'writer t topic=Temperature partitions=Indoors' \
-        'write t count=2 rate=2' 'partitions t partitions=Outdoors' 'pause seconds=1' quit
+        'matched t' 'write t count=2 rate=2 size=3' 'partitions t partitions=Outdoors' 'pause seconds=1' quit
     sleep 3
 fi
 

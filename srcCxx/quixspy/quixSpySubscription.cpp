@@ -246,6 +246,12 @@ DDSTopic* create_topic(DDSDomainParticipant& participant, const Publication& pub
     return topic;
 }
 
+/// True when a publication announces no type, but its type name stands for one in the participant already:
+/// then it is read as that.
+bool has_known_type(const ParticipantNode& node, const Publication& publication) {
+    return publication.typeCode == nullptr && node.participant->get_typecode(publication.typeName) != nullptr;
+}
+
 /// Watches a topic that the participant does not have yet. The listener is complete before its reader exists:
 /// from then on other threads call it.
 bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& publication) {
@@ -257,14 +263,15 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDSTopic* topic = nullptr;
     if (publication.typeCode != nullptr)
         topic_node->typeSupport = register_dynamic_type(agent, *node.participant, publication);
-    const bool dynamic = topic_node->typeSupport != nullptr;
-    if ((dynamic || register_opaque_type(*node.participant, publication)) &&
+    if ((topic_node->typeSupport != nullptr || register_opaque_type(*node.participant, publication)) &&
         clone_type_code(publication.typeCode, type_code))
         topic = create_topic(*node.participant, publication);
     if (topic != nullptr) {
         progress("ferret: Creating data reader listener...\n");
         topic_node->listener = new (std::nothrow) QuixSpyDataListener(
-            publication.topicName, publication.typeName, type_code, settings_of(agent, publication, dynamic));
+            publication.topicName, publication.typeName, type_code,
+            settings_of(agent, publication,
+                        topic_node->typeSupport != nullptr || has_known_type(node, publication)));
         if (topic_node->listener == nullptr)
             fail("ferret: Listener instantiation error\n");
     }

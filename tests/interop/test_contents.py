@@ -492,6 +492,20 @@ class Contents(harness.InteropTest):
         self.assert_documented_contents(lines)
         self.end(spy)
 
+    def test_one_type_of_two_makers_on_two_topics(self):
+        """Whichever comes first, asked for or from a document: the other topic is watched with contents too."""
+        for first, second in ((self.cyclone, self.fastdds), (self.fastdds, self.cyclone)):
+            with self.subTest(first.__name__):
+                self.setUp()
+                spy = self.spy("-printSample", "COMPACT", "-qosFile", self.document(KEYED_DOCUMENT), mode=None)
+                for count, (make, topic) in enumerate(((first, "A"), (second, "B")), 1):
+                    peer = self.publisher(make, f"w topic={topic} type=keyed")
+                    peer.do("write w key=7")
+                    line = wait_for_lines(spy, count)[-1]
+                    self.assertEqual((line.topic, parse(line.compact)), (topic, parse('{"id":7,"value":0,"payload":[]}')))
+                self.end(spy)
+                self.assertNotIn("register_type", spy.story())
+
     def assert_documented_contents(self, lines):
         self.assertEqual([parse(line.compact) for line in lines if line.compact],
                          [parse(f'{{"id":{key},"value":0,"payload":[]}}') for key in (7, 7, 7, -3, -3, -3)])

@@ -17,9 +17,14 @@ bool is_same_version(const PRESTypePluginVersion& a, const PRESTypePluginVersion
     return a.major == b.major && a.minor == b.minor && a.release == b.release && a.revision == b.revision;
 }
 
+bool is_same_type(const DDS_TypeCode* a, const DDS_TypeCode* b) {
+    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+    return a == b || (a != nullptr && b != nullptr && a->equal(b, exception));
+}
+
 bool is_same(const PRESTypePlugin& a, const PRESTypePlugin& b) {
     return a.deserialize == b.deserialize && a.onEndpointAttached == b.onEndpointAttached &&
-           a.getKeyKind == b.getKeyKind && a.typeCode == b.typeCode;
+           a.getKeyKind == b.getKeyKind && is_same_type(a.typeCode, b.typeCode);
 }
 
 } // namespace
@@ -50,9 +55,11 @@ DDS_ReturnCode_t TypeRegistry::register_type(const char* name, const PRESTypePlu
     const std::lock_guard<std::recursive_mutex> guard(mutex_);
     const auto known = types_.find(name);
     if (known != types_.end()) {
-        if (is_same(known->second->plugin(), *plugin))
+        const PRESTypePlugin& registered = known->second->plugin();
+        // A plugin that knows nothing of the type adds nothing to one that does.
+        if (is_same(registered, *plugin) || (plugin->typeCode == nullptr && registered.typeCode != nullptr))
             return DDS_RETCODE_OK;
-        MERIDIAN_LOG_ERROR("dcps", "type \"%s\" is registered with another plugin", name);
+        MERIDIAN_LOG_WARNING("dcps", "type \"%s\" is registered with another plugin", name);
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
     auto type = std::make_shared<RegisteredType>(*plugin, type_support);

@@ -8,6 +8,7 @@
 #include "factory_fixture.h"
 #include "meridian/logger.h"
 #include "test_type.h"
+#include "types/type_documents.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -54,12 +55,42 @@ TEST(TypeRegistryTest, TheSamePluginMayComeAgainAnotherMayNot) {
     ASSERT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
     EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
     TestTypeSupport stays_ours;
+    QUIXConfigLogger::get_instance()->set_verbosity_by_mask(QUIX_LOG_ERROR | QUIX_LOG_WARNING);
     EXPECT_NE(reason_of(DDS_RETCODE_PRECONDITION_NOT_MET,
                         [&] { return types.register_type("T", &other, &stays_ours); })
                   .find("\"T\" is registered with another plugin"),
               std::string::npos);
+    QUIXConfigLogger::finalize_instance();
     EXPECT_TRUE(types.find("T")->is_keyed());
     EXPECT_EQ(counters().participants, 1);
+}
+
+TEST(TypeRegistryTest, EqualTypeCodesAreOneTypeAndNoneIsWhatIsKnown) {
+    const auto made = [](const char* member) {
+        types::TypeDocuments documents;
+        std::string error;
+        EXPECT_TRUE(documents.load("types",
+                                   std::string("<dds><types><struct name=\"A\"><member name=\"") + member +
+                                       "\" type=\"int32\"/></struct></types></dds>",
+                                   ".", error))
+            << error;
+        return documents.find("A");
+    };
+    const types::TypeRef first = made("x");
+    const types::TypeRef equal = made("x");
+    const types::TypeRef other = made("y");
+    ASSERT_NE(first.get(), equal.get());
+    PRESTypePlugin plugin = test_plugin(true);
+    TypeRegistry types;
+    plugin.typeCode = first.get();
+    ASSERT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
+    plugin.typeCode = equal.get();
+    EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
+    plugin.typeCode = nullptr;
+    EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
+    EXPECT_EQ(types.find("T")->plugin().typeCode, first.get()) << "the first stays in use";
+    plugin.typeCode = other.get();
+    EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_PRECONDITION_NOT_MET);
 }
 
 TEST(TypeRegistryTest, UnusablePluginsAreRefusedByName) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
 #include "quixspy/fixture.h"
 #include "quixspy/quixSpyDataListener.h"
@@ -58,6 +59,7 @@ class SubscribingAgent : public QuixSpyAgent {
             for (auto* topic = node->dataListeners.head(); topic != nullptr;) {
                 auto* const after = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
                 delete topic->listener;
+                delete topic->typeSupport;
                 QUIXHeap_free(topic);
                 topic = after;
             }
