@@ -18,8 +18,9 @@ class DDSSubscriberListener;
 /// other participants of the same process.
 class DDSDomainParticipant : public DDSEntity {
   public:
-    /// Opens the sockets and announces the participant. DDS_RETCODE_ERROR when a transport cannot be opened
-    /// or an initial peer cannot be used (the logger says which).
+    /// Opens the sockets and announces the participant. DDS_RETCODE_ERROR when a transport cannot be opened,
+    /// for instance because its ports are taken (the logger says which). What the QoS asks for in vain, such
+    /// as an initial peer that cannot be used, was refused at creation already.
     DDS_ReturnCode_t enable() override = 0;
 
     virtual DDS_DomainId_t get_domain_id() = 0;
@@ -54,9 +55,9 @@ class DDSDomainParticipant : public DDSEntity {
                                                                      const char* profile) = 0;
 
     /// Makes samples of topics with that type name be handled by the plugin, whose record is copied. A type
-    /// support that is given becomes the participant's. For a name that is registered, what was registered first
-    /// stays in use: that succeeds for the same plugin functions with an equal type code, and for a plugin that
-    /// knows no type code where the first one does. Else DDS_RETCODE_PRECONDITION_NOT_MET.
+    /// support that is given becomes the participant's. For a name that is registered, what was registered
+    /// first stays in use: that succeeds for the same plugin functions with an equal type code, and for a
+    /// plugin that knows no type code where the first one does. Else DDS_RETCODE_PRECONDITION_NOT_MET.
     virtual DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
                                            DDSTypeSupport* type_support) = 0;
     /// DDS_RETCODE_PRECONDITION_NOT_MET while a topic uses the type, DDS_RETCODE_BAD_PARAMETER when it is not
