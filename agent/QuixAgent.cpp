@@ -1,6 +1,7 @@
 #include "agent/QuixAgent.h"
 
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
 
 #include "meridian/domain_participant_factory.h"
@@ -9,6 +10,16 @@
 #include "meridian/version.h"
 
 int32_t theVerbosity = 1;
+
+bool QuixAgent_fail(const char* format, ...) {
+    if (theVerbosity >= 1) {
+        va_list values;
+        va_start(values, format);
+        std::vprintf(format, values);
+        va_end(values);
+    }
+    return false;
+}
 
 DDS_Long KvoUtil_getQuixVerbosityFromUtilVerbosity(int32_t verbosity) {
     switch (verbosity) {

@@ -18,6 +18,9 @@
 /// from the agent's own verbosity, after the options were parsed.
 extern int32_t theVerbosity;
 
+/// Prints why something failed, from verbosity 1 on. Always false.
+bool QuixAgent_fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 /// What parsing one argument came to.
 constexpr int QUIX_AGENT_PARSE_ERROR = 0;        // recognised, value missing or bad; a message was printed
 constexpr int QUIX_AGENT_PARSE_CONSUMED = 1;     // option and value (if any) were used

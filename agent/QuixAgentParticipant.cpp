@@ -1,6 +1,5 @@
 #include "agent/QuixAgentParticipant.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -9,17 +8,6 @@
 #include "meridian/string.h"
 
 namespace {
-
-/// Reports a failed step, from verbosity 1 on. Always false.
-__attribute__((format(printf, 1, 2))) bool fail(const char* format, ...) {
-    if (theVerbosity >= 1) {
-        va_list values;
-        va_start(values, format);
-        std::vprintf(format, values);
-        va_end(values);
-    }
-    return false;
-}
 
 void progress(const char* text) {
     if (theVerbosity > 1)
@@ -57,7 +45,7 @@ bool set_up_factory(const QuixAgent& agent, DDSDomainParticipantFactory& factory
     DDS_DomainParticipantFactoryQos qos;
     const DDS_ReturnCode_t result = factory.get_qos(qos);
     if (result != DDS_RETCODE_OK)
-        return fail("get_qos on DomainParticipantFactory error %d\n", result);
+        return QuixAgent_fail("get_qos on DomainParticipantFactory error %d\n", result);
     DDS_StringSeq_from_array(qos.profile.string_profile, QUIX_AGENT_QOS_FRAGMENTS,
                              QUIX_AGENT_QOS_FRAGMENT_COUNT);
     if (agent.qosFile != nullptr) {
@@ -66,7 +54,7 @@ bool set_up_factory(const QuixAgent& agent, DDSDomainParticipantFactory& factory
     }
     qos.entity_factory.autoenable_created_entities = false;
     if (factory.set_qos(qos) != DDS_RETCODE_OK)
-        return fail("set_qos on DomainParticipantFactory error %d\n", 0);
+        return QuixAgent_fail("set_qos on DomainParticipantFactory error %d\n", 0);
     return true;
 }
 
@@ -80,13 +68,15 @@ ProfileName choose_profile(const QuixAgent& agent, DDSDomainParticipantFactory& 
         if (has_profile(factory, agent.qosLibraryName, agent.qosProfileName))
             chosen.choose(agent.qosLibraryName, agent.qosProfileName);
         else
-            fail("QoS profile '%s' was not found. Using default configuration.\n", agent.qosProfile);
+            QuixAgent_fail("QoS profile '%s' was not found. Using default configuration.\n",
+                           agent.qosProfile);
     }
     return chosen;
 }
 
 bool check_property(DDS_ReturnCode_t result) {
-    return result == DDS_RETCODE_OK || fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+    return result == DDS_RETCODE_OK ||
+           QuixAgent_fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
 }
 
 /// Sets a property to "1" unless the profile has a value for it.
@@ -133,17 +123,17 @@ bool build_qos(const QuixAgent& agent, const QuixAgentParticipantRequest& reques
     progress("loading QoS ...");
     DDS_ReturnCode_t result = factory.get_participant_qos_from_profile(qos, profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return fail("get_participant_qos_from_profile error %d\n", result);
+        return QuixAgent_fail("get_participant_qos_from_profile error %d\n", result);
     if (!set_properties(agent, qos.property))
         return false;
     apply_settings(agent, request, qos);
     if (!removeMonitoringProperties(qos.property))
-        return fail("removeMonitoringProperties error\n");
+        return QuixAgent_fail("removeMonitoringProperties error\n");
     if (agent.domainTag != nullptr) {
         result = DDS_PropertyQosPolicyHelper_assert_property(
             qos.property, "dds.domain_participant.domain_tag", agent.domainTag, false);
         if (result != DDS_RETCODE_OK)
-            return fail("QUIXAgent: set domainTag %d\n", result);
+            return QuixAgent_fail("QUIXAgent: set domainTag %d\n", result);
     }
     if (request.participantPartitionCount > 0) {
         DDS_StringSeq_from_array(qos.partition.name, request.participantPartitions,
@@ -158,13 +148,13 @@ bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, cons
     DDS_ReturnCode_t result =
         participant.set_default_topic_qos_with_profile(profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return fail("QUIXAgent: set_default_topic_qos_with_profile %d\n", result);
+        return QuixAgent_fail("QUIXAgent: set_default_topic_qos_with_profile %d\n", result);
     result = participant.set_default_subscriber_qos_with_profile(profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return fail("QUIXAgent: set_default_subscriber_qos_with_profile %d\n", result);
+        return QuixAgent_fail("QUIXAgent: set_default_subscriber_qos_with_profile %d\n", result);
     result = participant.set_default_datareader_qos_with_profile(profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return fail("QUIXAgent: set_default_datareader_qos_with_profile %d\n", result);
+        return QuixAgent_fail("QUIXAgent: set_default_datareader_qos_with_profile %d\n", result);
     if (!QuixAgentTransports_adjust(agent, middleware, &participant))
         return false;
 
@@ -172,21 +162,21 @@ bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, cons
     // lost.
     DDSSubscriber* const builtin = participant.get_builtin_subscriber();
     if (builtin == nullptr)
-        return fail("get_builtin_subscriber error\n");
+        return QuixAgent_fail("get_builtin_subscriber error\n");
     if (builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME) == nullptr)
-        return fail("lookup DCPSPublication error\n");
+        return QuixAgent_fail("lookup DCPSPublication error\n");
     if (builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME) == nullptr)
-        return fail("lookup DCPSSubscription error\n");
+        return QuixAgent_fail("lookup DCPSSubscription error\n");
     return true;
 }
 
 void destroy(DDSDomainParticipantFactory& factory, DDSDomainParticipant& participant) {
     DDS_ReturnCode_t result = participant.delete_contained_entities();
     if (result != DDS_RETCODE_OK)
-        fail("delete_contained_entities error %d\n", result);
+        QuixAgent_fail("delete_contained_entities error %d\n", result);
     result = factory.delete_participant(&participant);
     if (result != DDS_RETCODE_OK)
-        fail("delete_participant error %d\n", result);
+        QuixAgent_fail("delete_participant error %d\n", result);
 }
 
 DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
@@ -195,7 +185,7 @@ DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
     DDS_SubscriberQos qos;
     const DDS_ReturnCode_t result = participant.get_default_subscriber_qos(qos);
     if (result != DDS_RETCODE_OK) {
-        fail("get_default_subscriber_qos error %d\n", result);
+        QuixAgent_fail("get_default_subscriber_qos error %d\n", result);
         return nullptr;
     }
     if (request.subscriberPartitionCount > 0) {
@@ -204,7 +194,7 @@ DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
     }
     DDSSubscriber* const subscriber = participant.create_subscriber(qos, nullptr, DDS_STATUS_MASK_NONE);
     if (subscriber == nullptr)
-        fail("create_subscriber error\n");
+        QuixAgent_fail("create_subscriber error\n");
     return subscriber;
 }
 
@@ -242,7 +232,7 @@ DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
     DDSDomainParticipant* const participant =
         factory.create_participant(agent.domainId, qos, nullptr, DDS_STATUS_MASK_NONE);
     if (participant == nullptr) {
-        fail("create_participant error\n");
+        QuixAgent_fail("create_participant error\n");
         return nullptr;
     }
     if (request.existing != nullptr)
@@ -251,7 +241,7 @@ DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
         return nullptr;
     const DDS_ReturnCode_t result = participant->enable();
     if (result != DDS_RETCODE_OK) {
-        fail("QUIXAgent: DomainParticipant::enable error %d\n", result);
+        QuixAgent_fail("QUIXAgent: DomainParticipant::enable error %d\n", result);
         destroy(factory, *participant);
         return nullptr;
     }

@@ -24,7 +24,6 @@ constexpr const char* KeyedDynamicTypeTYPENAME = "KeyedDynamicType";
 extern bool DynamicTypePlugin_g_use42Alignment;
 
 // -- Samples
-// ---------------------------------------------------------------------------------------------------------
 
 bool DynamicType_initialize_ex(DynamicType* sample, bool allocatePointers, bool allocateMemory);
 bool DynamicType_initialize_w_params(DynamicType* sample, const DDS_TypeAllocationParams_t* params);
@@ -51,7 +50,6 @@ inline constexpr auto& KeyedDynamicType_copy = DynamicType_copy;
 inline constexpr auto& KeyedDynamicType_copy_cdr_stream = DynamicType_copy_cdr_stream;
 
 // -- Support: records on the heap
-// ------------------------------------------------------------------------------------
 
 /// Null when memory is short or the sample cannot be initialised.
 DynamicType* DynamicTypePluginSupport_create_data_w_params(const DDS_TypeAllocationParams_t* params);
@@ -84,7 +82,6 @@ void KeyedDynamicTypePluginSupport_destroy_key_ex(KeyedDynamicTypeKeyHolder* key
 void KeyedDynamicTypePluginSupport_destroy_key(KeyedDynamicTypeKeyHolder* key);
 
 // -- Plugin operations; see PRESTypePlugin for what the middleware expects of each
-// -----------------------------------
 
 PRESTypePluginParticipantData DynamicTypePlugin_on_participant_attached(void* registrationData,
                                                                         const DDS_TypeCode* typeCode);

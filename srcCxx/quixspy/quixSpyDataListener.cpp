@@ -15,14 +15,6 @@ namespace {
 
 constexpr DDS_Duration_t kOutputWait{3, 0};
 
-/// A record that is empty at first and frees what it holds.
-struct LocalRecord : QuixSpyEndpointInfo {
-    LocalRecord() : QuixSpyEndpointInfo{} {}
-    LocalRecord(const LocalRecord&) = delete;
-    LocalRecord& operator=(const LocalRecord&) = delete;
-    ~LocalRecord() { finalize(); }
-};
-
 void say(const char* text) {
     if (theVerbosity >= 1)
         std::puts(text);
@@ -71,7 +63,7 @@ bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
                                         const DDS_EntityNameQosPolicy& entityName,
                                         const DDS_StringSeq& endpointPartitions,
                                         const DDS_StringSeq& participantPartitions) {
-    LocalRecord scratch;
+    QuixSpyLocalEndpointInfo scratch;
     const std::lock_guard<std::mutex> lock(writersMutex_);
     ++writerListVersion_;
     // The lines of a topic name topic and type already.

@@ -41,14 +41,6 @@ DDS_InstanceHandle_t participant_handle(const RtpsGuid& endpoint) {
     return handle;
 }
 
-/// A record that gives back its strings on every way out.
-struct LocalRecord : QuixSpyEndpointInfo {
-    LocalRecord() : QuixSpyEndpointInfo{} {}
-    LocalRecord(const LocalRecord&) = delete;
-    LocalRecord& operator=(const LocalRecord&) = delete;
-    ~LocalRecord() { finalize(); }
-};
-
 } // namespace
 
 bool QuixSpyDiscoveryListenerHelper_getIpv4Address(char (&out)[QUIXSPY_IP_SIZE],
@@ -93,7 +85,7 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions) {
     char ip[QUIXSPY_IP_SIZE] = {};
     getIpv4Address(ip, guid, locators);
-    LocalRecord record;
+    QuixSpyLocalEndpointInfo record;
 
     if (!info.valid_data) {
         QuixSpyEndpointInfoNode* const known = _registry.find_node(guid);

@@ -1,6 +1,5 @@
 #include "quixspy/quixSpyEndpointInfo.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -9,17 +8,6 @@
 #include "meridian/string.h"
 
 namespace {
-
-/// Reports a failure, from verbosity 1 on. Always false.
-__attribute__((format(printf, 1, 2))) bool fail(const char* format, ...) {
-    if (theVerbosity >= 1) {
-        va_list values;
-        va_start(values, format);
-        std::vprintf(format, values);
-        va_end(values);
-    }
-    return false;
-}
 
 void clear(QuixSpyEndpointInfo& info, const RtpsGuid& guid) {
     info = {};
@@ -57,13 +45,14 @@ bool store_name(QuixSpyEndpointInfo& info, const DDS_EntityNameQosPolicy& entity
         if (info.name != nullptr && std::snprintf(info.name, length + 1, "%s:%s", role, name) >= 0)
             return true;
     }
-    return fail("ferret: Failed to allocate memory for name '%s:%s'\n", or_empty(role), or_empty(name));
+    return QuixAgent_fail("ferret: Failed to allocate memory for name '%s:%s'\n", or_empty(role),
+                          or_empty(name));
 }
 
 bool store_partitions(char*& field, const DDS_StringSeq& names) {
     for (DDS_Long i = 0; i < names.length(); ++i) {
         if ((i > 0 && !DDS_String_append(&field, ",")) || !DDS_String_append(&field, or_empty(names[i])))
-            return fail("ferret: Failed to allocate memory for partitions\n");
+            return QuixAgent_fail("ferret: Failed to allocate memory for partitions\n");
     }
     return true;
 }
@@ -90,17 +79,19 @@ void QuixSpyEndpointInfo::finalize() {
 bool QuixSpyEndpointInfo::copy_from(const QuixSpyEndpointInfo& source) {
     clear(*this, source.guid);
     if (!copy_ip(*this, source.ip))
-        return fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
+        return QuixAgent_fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
     if (!duplicate(topicName, source.topicName))
-        return fail("ferret: Failed to allocate memory for topicName '%s'\n", source.topicName);
+        return QuixAgent_fail("ferret: Failed to allocate memory for topicName '%s'\n", source.topicName);
     if (!duplicate(typeName, source.typeName))
-        return fail("ferret: Failed to allocate memory for typeName '%s'\n", source.typeName);
+        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n", source.typeName);
     if (!duplicate(name, source.name))
-        return fail("ferret: Failed to allocate memory for name '%s:%s'\n", "", source.name);
+        return QuixAgent_fail("ferret: Failed to allocate memory for name '%s:%s'\n", "", source.name);
     if (!duplicate(participantPartition, source.participantPartition))
-        return fail("ferret: Failed to allocate memory for typeName '%s'\n", source.participantPartition);
+        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n",
+                              source.participantPartition);
     if (!duplicate(endpointPartition, source.endpointPartition))
-        return fail("ferret: Failed to allocate memory for typeName '%s'\n", source.endpointPartition);
+        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n",
+                              source.endpointPartition);
     return true;
 }
 
@@ -111,11 +102,11 @@ bool fill(QuixSpyEndpointInfo& info, const RtpsGuid& guid, const char* ip, const
           const DDS_StringSeq& endpoint_partitions, const DDS_StringSeq& participant_partitions) {
     clear(info, guid);
     if (!copy_ip(info, ip))
-        return fail("ferret: Failed to copy IP '%s'\n", ip);
+        return QuixAgent_fail("ferret: Failed to copy IP '%s'\n", ip);
     if (!duplicate(info.topicName, topic_name))
-        return fail("ferret: Failed to allocate memory for topicName '%s'\n", topic_name);
+        return QuixAgent_fail("ferret: Failed to allocate memory for topicName '%s'\n", topic_name);
     if (!duplicate(info.typeName, type_name))
-        return fail("ferret: Failed to allocate memory for typeName '%s'\n", type_name);
+        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n", type_name);
     return store_name(info, entity_name) &&
            store_partitions(info.participantPartition, participant_partitions) &&
            store_partitions(info.endpointPartition, endpoint_partitions);
@@ -153,7 +144,7 @@ bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGu
     if (is_new) {
         node = QUIXHeap_allocateStructure<QuixSpyEndpointInfoNode>("struct QuixSpyEndpointInfoNode");
         if (node == nullptr)
-            return fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
+            return QuixAgent_fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
     } else {
         node->info.finalize();
     }
@@ -161,7 +152,7 @@ bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGu
     fill(node->info, guid, ip, topicName, typeName, entityName, endpointPartitions, participantPartitions);
     if (RtpsGuid_isUnknown(node->info.guid)) {
         free_node(node);
-        return fail("ferret: Error initializing QuixSpyEndpointInfo\n");
+        return QuixAgent_fail("ferret: Error initializing QuixSpyEndpointInfo\n");
     }
     if (is_new)
         append(node);

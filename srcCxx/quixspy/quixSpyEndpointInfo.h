@@ -36,6 +36,14 @@ struct QuixSpyEndpointInfo {
     bool copy_from(const QuixSpyEndpointInfo& source);
 };
 
+/// A record that holds nothing at first and gives back its strings on every way out.
+struct QuixSpyLocalEndpointInfo : QuixSpyEndpointInfo {
+    QuixSpyLocalEndpointInfo() : QuixSpyEndpointInfo{} {}
+    QuixSpyLocalEndpointInfo(const QuixSpyLocalEndpointInfo&) = delete;
+    QuixSpyLocalEndpointInfo& operator=(const QuixSpyLocalEndpointInfo&) = delete;
+    ~QuixSpyLocalEndpointInfo() { finalize(); }
+};
+
 struct QuixSpyEndpointInfoNode : QuixSpyListLink<QuixSpyEndpointInfoNode> {
     QuixSpyEndpointInfo info;
 };

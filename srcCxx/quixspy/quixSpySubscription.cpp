@@ -40,17 +40,6 @@ using TopicNode = QuixSpyDataListenerNode;
 #define QUIXSPY_PRINTF
 #endif
 
-/// Says why a step failed, from verbosity 1 on. Always false.
-QUIXSPY_PRINTF bool fail(const char* format, ...) {
-    if (theVerbosity >= 1) {
-        va_list arguments;
-        va_start(arguments, format);
-        std::vprintf(format, arguments);
-        va_end(arguments);
-    }
-    return false;
-}
-
 /// Says what is going on, from verbosity 2 on.
 QUIXSPY_PRINTF void progress(const char* format, ...) {
     if (theVerbosity >= 2) {
@@ -86,12 +75,12 @@ Fit fit_of_existing_topic(DDSDomainParticipant& participant, DDSTopicDescription
                           const Publication& publication) {
     DDSTopic* const topic = DDSTopic::narrow(description);
     if (topic == nullptr) {
-        fail("ferret: Error getting the topic '%s'\n", publication.topicName);
+        QuixAgent_fail("ferret: Error getting the topic '%s'\n", publication.topicName);
         return Fit::failed;
     }
     const char* const type_name = topic->get_type_name();
     if (type_name == nullptr) {
-        fail("ferret: Error getting the type name from topic '%s'\n", publication.topicName);
+        QuixAgent_fail("ferret: Error getting the type name from topic '%s'\n", publication.topicName);
         return Fit::failed;
     }
     const DDS_TypeCode* const registered = participant.get_typecode(type_name);
@@ -117,7 +106,7 @@ Fit fit_of(DDSDomainParticipant& participant, const Publication& publication) {
 ParticipantNode* add_participant(QuixSpyAgent& agent) {
     auto* const node = QUIXHeap_allocateStructure<ParticipantNode>("struct QuixSpyParticipantListNode");
     if (node == nullptr) {
-        fail("ferret: Error allocating participantNode\n");
+        QuixAgent_fail("ferret: Error allocating participantNode\n");
         return nullptr;
     }
     const ParticipantNode* const first = agent._participantList.head();
@@ -127,7 +116,7 @@ ParticipantNode* add_participant(QuixSpyAgent& agent) {
         agent._discoveryPluginsSet, agent._discoveryPluginKind,
         first != nullptr ? first->participant : nullptr, &node->subscriber);
     if (node->participant == nullptr) {
-        fail("ferret: Error creation participant\n");
+        QuixAgent_fail("ferret: Error creation participant\n");
         QUIXHeap_free(node);
         return nullptr;
     }
@@ -138,8 +127,8 @@ ParticipantNode* add_participant(QuixSpyAgent& agent) {
 bool record_writer(QuixSpyDataListener& listener, const Publication& publication) {
     return listener.record_writer(publication.guid, publication.ip, publication.entityName,
                                   publication.endpointPartitions, publication.participantPartitions) ||
-           fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
-                publication.topicName);
+           QuixAgent_fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
+                          publication.topicName);
 }
 
 /// One more writer of a topic that has its reader already.
@@ -180,7 +169,7 @@ bool register_opaque_type(DDSDomainParticipant& participant, const Publication& 
     const DDS_ReturnCode_t result =
         publication.keyed ? KeyedDynamicTypeTypeSupport::register_type(&participant, publication.typeName)
                           : DynamicTypeTypeSupport::register_type(&participant, publication.typeName);
-    return result == DDS_RETCODE_OK || fail("ferret: register_type error %d\n", result);
+    return result == DDS_RETCODE_OK || QuixAgent_fail("ferret: register_type error %d\n", result);
 }
 
 /// A type code for the listener to own; null when there is none to clone. False when cloning fails.
@@ -190,10 +179,10 @@ bool clone_type_code(const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
         return true;
     DDS_TypeCodeFactory* const factory = DDS_TypeCodeFactory::get_instance();
     if (factory == nullptr)
-        return fail("ferret: Error getting type code factory\n");
+        return QuixAgent_fail("ferret: Error getting type code factory\n");
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
     clone = factory->clone_tc(type_code, exception);
-    return exception == DDS_NO_EXCEPTION_CODE || fail("ferret: Error cloning type code\n");
+    return exception == DDS_NO_EXCEPTION_CODE || QuixAgent_fail("ferret: Error cloning type code\n");
 }
 
 QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publication& publication,
@@ -231,7 +220,8 @@ bool build_reader_qos(const QuixSpyAgent& agent, const ParticipantNode& node, co
     qos.type_consistency.kind = DDS_DISALLOW_TYPE_COERCION;
     const DDS_ReturnCode_t result = DDS_PropertyQosPolicyHelper_assert_property(
         qos.property, "dds.data_reader.history.memory_manager.fast_pool.pool_buffer_max_size", "4096", false);
-    return result == DDS_RETCODE_OK || fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+    return result == DDS_RETCODE_OK ||
+           QuixAgent_fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
 }
 
 /// Topic and listener; null when one of them cannot be had.
@@ -242,7 +232,7 @@ DDSTopic* create_topic(DDSDomainParticipant& participant, const Publication& pub
     DDSTopic* const topic = participant.create_topic(publication.topicName, publication.typeName, qos,
                                                      nullptr, DDS_STATUS_MASK_NONE);
     if (topic == nullptr)
-        fail("ferret: Create_topic error\n");
+        QuixAgent_fail("ferret: Create_topic error\n");
     return topic;
 }
 
@@ -258,7 +248,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     progress("ferret: Registering type... %s\n", publication.typeName);
     auto* const topic_node = QUIXHeap_allocateStructure<TopicNode>("struct QuixSpyDataListenerNode");
     if (topic_node == nullptr)
-        return fail("ferret: Error allocating spyDataListenerNode\n");
+        return QuixAgent_fail("ferret: Error allocating spyDataListenerNode\n");
     DDS_TypeCode* type_code = nullptr;
     DDSTopic* topic = nullptr;
     if (publication.typeCode != nullptr)
@@ -273,7 +263,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
             settings_of(agent, publication,
                         topic_node->typeSupport != nullptr || has_known_type(node, publication)));
         if (topic_node->listener == nullptr)
-            fail("ferret: Listener instantiation error\n");
+            QuixAgent_fail("ferret: Listener instantiation error\n");
     }
     if (topic_node->listener == nullptr) {
         if (type_code != nullptr) {
@@ -293,7 +283,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         return false;
     return node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL) !=
                nullptr ||
-           fail("ferret: Create_datareader error\n");
+           QuixAgent_fail("ferret: Create_datareader error\n");
 }
 
 } // namespace
