@@ -156,7 +156,6 @@ struct DDS_EntityNameQosPolicy {
 };
 
 // -- Factory
-// ---------------------------------------------------------------------------------------------------------
 
 /// Where QoS profiles come from. The string profile is one document cut into pieces that are joined as they
 /// stand.
@@ -171,7 +170,6 @@ struct DDS_DomainParticipantFactoryQos {
 };
 
 // -- Participant
-// -----------------------------------------------------------------------------------------------------
 
 constexpr DDS_UnsignedLong DDS_RTPS_AUTO_ID = 0;
 
@@ -234,7 +232,6 @@ struct DDS_DomainParticipantQos {
 };
 
 // -- Topic, subscriber, reader
-// ---------------------------------------------------------------------------------------
 
 struct DDS_TopicQos {
     DDS_TopicDataQosPolicy topic_data;
@@ -286,7 +283,6 @@ struct DDS_DataReaderQos {
 };
 
 // -- Publisher, writer
-// ------------------------------------------------------------------------------------------------
 
 struct DDS_PublisherQos {
     DDS_PresentationQosPolicy presentation;

@@ -167,7 +167,6 @@ rtps::EndpointData UserReader::endpoint_data() {
 }
 
 // -- From the protocol into the cache
-// --------------------------------------------------------------------------------
 
 bool UserReader::deserialize(const rtps::Sample& sample, void*& made) {
     made = nullptr;
@@ -346,7 +345,6 @@ void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
 }
 
 // -- Telling
-// ---------------------------------------------------------------------------------------------------------
 
 void UserReader::changed(DDS_StatusMask statuses) {
     const DDS_StatusMask unsignalled = statuses & ~signalled_;

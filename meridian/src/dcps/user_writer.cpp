@@ -195,7 +195,6 @@ rtps::WriterConfig UserWriter::config() {
 }
 
 // -- Statuses
-// --------------------------------------------------------------------------------------------------------
 
 void UserWriter::changed(DDS_StatusMask status) {
     if (status != 0)
@@ -250,7 +249,6 @@ DDS_ReturnCode_t UserWriter::get_matched_subscriptions(DDS_InstanceHandleSeq& su
 }
 
 // -- Writing
-// ---------------------------------------------------------------------------------------------------------
 
 DDS_ReturnCode_t UserWriter::key_of(const void* sample, const DDS_InstanceHandle_t& handle,
                                     rtps::KeyHash& key) {

@@ -283,7 +283,6 @@ TEST(OpaqueSupport, RefusesWhatItDoesNotOffer) {
 }
 
 // -- Sequences: the same for both types
-// ------------------------------------------------------------------------------
 
 template <typename T>
 class OpaqueSequence : public ::testing::Test {};
