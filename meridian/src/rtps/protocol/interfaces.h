@@ -81,8 +81,9 @@ class Events {
     virtual void participant_gone(const ParticipantData&, GoneReason) {}
 
     /// Asked, not told: whether endpoints of the user's may match those of this participant, which was told
-    /// of before. The answer may change with a change of the participant,
-    /// and with what set_announcement announces of this one.
+    /// of before. One that is not admitted hears nothing of the endpoints here, while its own are told of all
+    /// the same. The answer may change with a change of the participant, and with what set_announcement
+    /// announces of this one; what was announced to it before is not taken back then.
     virtual bool admits(const GuidPrefix&) const { return true; }
 
     /// source_timestamp: INFO_TS of the announcement, kTimeInvalid where none was sent.

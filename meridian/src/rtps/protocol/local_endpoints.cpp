@@ -18,6 +18,11 @@ bool same_topic(const LocalEndpoint& local, const EndpointData& remote) {
            local.data.type_name == remote.type_name;
 }
 
+bool announces_endpoints(const LocalEndpoint& local) {
+    const EntityId id = local.data.guid.entity;
+    return id == entity::publications_writer || id == entity::subscriptions_writer;
+}
+
 } // namespace
 
 LocalEndpoints::LocalEndpoints(const Output& output, const ParticipantDiscovery& participants,
@@ -119,7 +124,9 @@ void LocalEndpoints::match_participant(LocalEndpoint& local, const RemotePartici
     if (!local.builtin_peer)
         return;
     const Guid guid{remote.data.guid.prefix, local.builtin_peer->remote};
-    if ((remote.data.builtin_endpoints & local.builtin_peer->remote_bit) == 0) {
+    // A writer of its that believed to be matched would wait for acknowledgements that never come.
+    const bool is_told = !announces_endpoints(local) || events_.admits(guid.prefix);
+    if ((remote.data.builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told) {
         unmatch(local, guid);
         return;
     }

@@ -50,8 +50,8 @@ class LocalEndpoints {
     /// Readers matched with this writer; nullptr when there are none.
     const std::vector<LocalEndpoint*>* readers_of(const Guid& writer) const;
 
-    /// Matches builtin endpoints of ours with those that the participant says it has; updates routes when it
-    /// is known.
+    /// Matches builtin endpoints of ours with those that the participant says it has, but for our announcing
+    /// ones where Events does not admit it; updates routes when it is known.
     void match_participant(const RemoteParticipant& remote, MonotonicTime now);
     void match_participant(LocalEndpoint& local, const RemoteParticipant& remote, MonotonicTime now);
     /// Forgets every match with an endpoint of this participant.

@@ -334,6 +334,8 @@ void Participant::Implementation::set_announcement(const std::string& name,
     data.properties = properties;
     data.user_data = user_data;
     participants_.set_announced(data, now);
+    for (const GuidPrefix& prefix : participants_.prefixes())
+        locals_.match_participant(*participants_.find(prefix), now.monotonic);
     endpoints_.for_each_visible(
         [&](const RemoteEndpoint& endpoint) { locals_.match_all(endpoint, now.monotonic); });
     finish(now);
