@@ -287,7 +287,7 @@ TEST(OpaqueSupport, RefusesWhatItDoesNotOffer) {
 template <typename T>
 class OpaqueSequence : public ::testing::Test {};
 using SampleTypes = ::testing::Types<DynamicType, KeyedDynamicType>;
-TYPED_TEST_SUITE(OpaqueSequence, SampleTypes);
+TYPED_TEST_SUITE(OpaqueSequence, SampleTypes, ); // the comma: Clang asks for the optional argument
 
 #define EXPECT_REFUSED(expression, reason)                                                                  \
     do {                                                                                                    \
