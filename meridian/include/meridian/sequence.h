@@ -5,6 +5,7 @@
 // log nothing.
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "meridian/base.h"
@@ -64,13 +65,16 @@ class DDS_Sequence {
         return true;
     }
 
-    /// Reallocates, keeping the elements that fit. False for a negative size or a sequence on loan.
+    /// Reallocates, keeping the elements that fit. False for a negative size, a sequence on loan, or where
+    /// memory does not suffice; nothing changes then.
     bool maximum(DDS_Long new_maximum) {
         if (new_maximum < 0 || !has_ownership())
             return false;
         if (new_maximum == maximum_)
             return true;
-        T* grown = new_maximum > 0 ? new T[static_cast<size_t>(new_maximum)]() : nullptr;
+        T* grown = new_maximum > 0 ? new (std::nothrow) T[static_cast<size_t>(new_maximum)]() : nullptr;
+        if (grown == nullptr && new_maximum > 0)
+            return false;
         const DDS_Long kept = std::min(length_, new_maximum);
         for (DDS_Long i = 0; i < kept; ++i)
             std::swap(grown[i], owned_[i]);
