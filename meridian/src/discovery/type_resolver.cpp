@@ -20,14 +20,25 @@ rtps::ByteBuffer key_of(const types::TypeIdentifier& id) {
 
 TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
                                            rtps::MonotonicTime now) {
-    forget(publication.guid);
     types::TypeInformation information;
     if (publication.type_information.empty() ||
         !types::decode(publication.type_information, publication.raw_endianness, information) ||
-        information.best() == nullptr)
+        information.best() == nullptr) {
+        forget(publication.guid);
         return types::TypeRef();
+    }
     const types::TypeIdentifierWithDependencies& announced = *information.best();
     const Key key = key_of(announced.type.id);
+    const bool can_be_asked = answers && silent_.count({key, publication.participant}) == 0;
+
+    // A wait that is under way goes on, and does not begin anew.
+    const auto awaited = pending_.find(key);
+    if (awaited != pending_.end() && awaited->second.is_awaited_by(publication.guid)) {
+        if (can_be_asked)
+            awaited->second.add_answering(publication.participant);
+        return std::nullopt;
+    }
+    forget(publication.guid);
 
     const auto resolved = resolved_.find(key);
     if (resolved != resolved_.end())
@@ -41,10 +52,8 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
         pending.root = announced.type.id;
         pending.name = publication.type_name;
     }
-    if (answers && silent_.count({key, publication.participant}) == 0 &&
-        std::find(pending.answering.begin(), pending.answering.end(), publication.participant) ==
-            pending.answering.end())
-        pending.answering.push_back(publication.participant);
+    if (can_be_asked)
+        pending.add_answering(publication.participant);
     // Nothing needs to be asked for where the identifier says it all, or the parts are known from other
     // types.
     if (is_new && advance(key, pending, now)) {
@@ -52,11 +61,22 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
         return resolved_[key];
     }
     if (pending.answering.empty()) {
+        finish(pending, types::TypeRef()); // those who could be asked have gone meanwhile
         pending_.erase(at);
         return types::TypeRef();
     }
     pending.waiting.push_back({publication.guid, rtps::later(now, settings_.give_up)});
     return std::nullopt;
+}
+
+bool TypeResolver::Pending::is_awaited_by(const rtps::Guid& endpoint) const {
+    return std::any_of(waiting.begin(), waiting.end(),
+                       [&endpoint](const Waiting& entry) { return entry.endpoint == endpoint; });
+}
+
+void TypeResolver::Pending::add_answering(const rtps::GuidPrefix& participant) {
+    if (std::find(answering.begin(), answering.end(), participant) == answering.end())
+        answering.push_back(participant);
 }
 
 bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const Key& key) {
@@ -165,7 +185,9 @@ void TypeResolver::on_timer(rtps::MonotonicTime now) {
         const auto expired = std::stable_partition(waiting.begin(), waiting.end(),
                                                    [now](const Waiting& entry) { return entry.until > now; });
         for (auto entry = expired; entry != waiting.end(); ++entry) {
-            silent_.insert({at->first, entry->endpoint.prefix});
+            const rtps::GuidPrefix& silent = entry->endpoint.prefix;
+            if (std::count(pending.answering.begin(), pending.answering.end(), silent) != 0)
+                silent_.insert({at->first, silent});
             outcomes_.push_back({entry->endpoint, types::TypeRef()});
         }
         if (expired != waiting.end())

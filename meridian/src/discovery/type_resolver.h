@@ -44,7 +44,7 @@ class TypeResolver {
     explicit TypeResolver(const Settings& settings) : settings_(settings) {}
 
     /// A publication was announced (or announced anew). `answers`: its participant offers the type lookup
-    /// service.
+    /// service. Announcing it anew with the same type does not prolong the wait.
     Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now);
     /// The publication is gone; no outcome comes any more.
     void forget(const rtps::Guid& endpoint);
@@ -72,6 +72,9 @@ class TypeResolver {
         size_t next_asked = 0;
         std::set<types::TypeHash> asked_for; // in the request that is under way
         rtps::MonotonicTime retry_at{0};
+
+        bool is_awaited_by(const rtps::Guid& endpoint) const;
+        void add_answering(const rtps::GuidPrefix& participant);
     };
 
     void ask(Pending& pending, rtps::MonotonicTime now);

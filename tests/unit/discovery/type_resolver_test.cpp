@@ -211,6 +211,30 @@ TEST_F(TypeResolverTest, PublicationThatIsGoneGetsNoOutcome) {
     EXPECT_TRUE(resolver->take_outcomes().empty());
 }
 
+TEST_F(TypeResolverTest, NobodyWaitsForEverWhenThoseWhoCouldBeAskedAreGone) {
+    create();
+    EXPECT_FALSE(announce("corpus::Integers", 1));
+    EXPECT_FALSE(announce("corpus::Integers", 2, 0x103, false)); // waits for what 1 says
+    resolver->participant_gone(participant(1));
+    EXPECT_TRUE(announce("corpus::Integers", 3, 0x103, false));
+    now += std::chrono::seconds(2);
+    resolver->on_timer(now);
+    const auto outcomes = resolver->take_outcomes();
+    EXPECT_EQ(std::count_if(outcomes.begin(), outcomes.end(),
+                            [](const auto& outcome) { return outcome.endpoint.prefix == participant(2); }),
+              1);
+}
+
+TEST_F(TypeResolverTest, AnnouncingAnewDoesNotProlongTheWait) {
+    create();
+    EXPECT_FALSE(announce("corpus::Integers", 1));
+    now += milliseconds(1500);
+    EXPECT_FALSE(announce("corpus::Integers", 1));
+    now += milliseconds(500);
+    resolver->on_timer(now);
+    EXPECT_EQ(resolver->take_outcomes().size(), 1u);
+}
+
 TEST_F(TypeResolverTest, TypeAboveTheLimitIsRefusedOnceAndSaysSo) {
     settings.max_type_size = 20;
     create();
