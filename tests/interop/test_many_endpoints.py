@@ -4,6 +4,7 @@
 import time
 
 import harness
+from harness import SLOWNESS
 
 COUNT = 250
 
@@ -13,13 +14,13 @@ class ManyEndpoints(harness.InteropTest):
         spy = self.spy() if spy_first else None
         for peer in peers:
             peer.do("participant")
-            peer.do(f"writer w{{i}} topic=Topic{{i}} partitions=P count={COUNT // len(peers)}", limit=60)
-            peer.do(f"reader r{{i}} topic=Topic{{i}} partitions=P count={COUNT // len(peers)}", limit=60)
+            peer.do(f"writer w{{i}} topic=Topic{{i}} partitions=P count={COUNT // len(peers)}", limit=60 * SLOWNESS)
+            peer.do(f"reader r{{i}} topic=Topic{{i}} partitions=P count={COUNT // len(peers)}", limit=60 * SLOWNESS)
         begin = time.monotonic()
         spy = spy or self.spy()
         guids = {guid for peer in peers for name, guid in peer.guids.items() if name != "participant"}
         self.assertEqual(len(guids), 2 * COUNT)
-        spy.wait_for("all endpoints", lambda: len({event.guid for event in spy.events}) >= len(guids), 30)
+        spy.wait_for("all endpoints", lambda: len({event.guid for event in spy.events}) >= len(guids), 30 * SLOWNESS)
         print(f"{len(guids)} endpoints after {time.monotonic() - begin:.2f} s", end=" ", flush=True)
         self.end(spy)
         self.assertEqual(len(spy.events), len(guids), "an endpoint is reported once")
@@ -41,10 +42,10 @@ class ManyEndpoints(harness.InteropTest):
     def test_all_gone_at_once(self):
         peer, spy = self.cyclone(), self.spy()
         peer.do("participant")
-        peer.do(f"writer w{{i}} topic=Topic{{i}} count={COUNT}", limit=60)
-        spy.wait_for("all endpoints", lambda: len(spy.having("New writer")) == COUNT, 30)
-        peer.quit(30)
-        spy.wait_for("all to be gone", lambda: len(spy.having("Deleted writer")) == COUNT, 30)
+        peer.do(f"writer w{{i}} topic=Topic{{i}} count={COUNT}", limit=60 * SLOWNESS)
+        spy.wait_for("all endpoints", lambda: len(spy.having("New writer")) == COUNT, 30 * SLOWNESS)
+        peer.quit(30 * SLOWNESS)
+        spy.wait_for("all to be gone", lambda: len(spy.having("Deleted writer")) == COUNT, 30 * SLOWNESS)
         self.end(spy)
         self.assertEqual(len(spy.events), 2 * COUNT)
         self.assertEqual(spy.statistics(), (COUNT, 0))

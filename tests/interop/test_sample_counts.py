@@ -27,13 +27,13 @@ class SampleCounts(harness.InteropTest):
                 peer.do("writer w topic=T type=keyed")
                 peer.do("matched w")
                 peer.do(f"write w count={RATE * SECONDS} rate={RATE} keys=100", limit=10 * SECONDS * harness.SLOWNESS)
-                peer.do("delete w", limit=60)
+                peer.do("delete w", limit=60 * harness.SLOWNESS)
                 # Lines of up to 100 instances without writers may come behind it.
                 peer.wait_for("the spy to hear the farewell", lambda: os.pread(output.fileno(), 65536, max(
                     0, os.fstat(output.fileno()).st_size - 65536)).count(b"Deleted writer"), limit=30 * harness.SLOWNESS)
             finally:
-                spy.send_signal(harness.signal.SIGINT)
-                status = spy.wait(30 * harness.SLOWNESS)
+                harness.end_by_interrupt(spy, 30 * harness.SLOWNESS)
+                status = spy.poll()
             output.seek(0)
             errors.seek(0)
             text = output.read()

@@ -59,6 +59,7 @@ class Spies(harness.InteropTest):
         reader.do("reader r topic=T")
         writer.do("writer w topic=T")
         writer.do("matched w")
+        reader.do("matched r")
         for _ in range(2):
             spy = self.spy()
             spy.wait_for_event("New writer", guid=writer.guids["w"])
