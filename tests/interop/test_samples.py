@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Every sample of every topic is one line that tells the truth about it."""
 
+import re
+
 import harness
 
 
@@ -247,6 +249,21 @@ class Samples(harness.InteropTest):
             self.assertEqual([sample.number for sample in spy.samples()], [1, 2, 3])
 
         self.with_each_maker(check)
+
+    def test_a_dispose_that_brings_data(self):
+        peer, spy = self.watched(self.cyclone, "w topic=T type=keyed", spy_options=("-printSample", "COMPACT"))
+        for command in ("write w key=1 value=6", "writedispose w key=1 value=7", "writedispose w key=2 value=8"):
+            peer.do(command)
+
+        def contents():
+            return [re.match(r'.{9}(New data|Disposed instance) .* sample=\{"id":(\d),"value":(\d)', line)
+                    for line in spy.lines if " sample=" in line]
+
+        spy.wait_for("the contents of all three", lambda: len(contents()) == 3)
+        self.assertEqual([found and found.groups() for found in contents()],
+                         [("New data", "1", "6"), ("Disposed instance", "1", "7"), ("Disposed instance", "2", "8")])
+        self.end(spy)
+        self.assertEqual(spy.topic_statistics(), {("T", "peers::Keyed"): (3, 0, 0)})
 
 
 if __name__ == "__main__":

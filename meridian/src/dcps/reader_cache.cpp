@@ -209,11 +209,11 @@ ReaderCache::Entry& ReaderCache::append(Instance& instance, const Change& change
     info.source_timestamp = change.source_timestamp;
     info.instance_handle = settings_.keyed ? instance_handle(change.key) : DDS_HANDLE_NIL;
     info.publication_handle = discovery::to_handle(change.writer);
-    info.valid_data = change.kind == ChangeKind::alive;
+    info.valid_data = change.sample != nullptr;
     info.sample_identity = change.identity;
     info.related_sample_identity = change.related_identity;
     info.flag = change.flag;
-    entry.sample = info.valid_data ? change.sample : nullptr;
+    entry.sample = change.sample;
     entry.bytes = change.bytes;
     entry.instance = &instance;
     entry.key = change.key;

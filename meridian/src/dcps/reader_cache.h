@@ -32,7 +32,7 @@ class SampleOwner {
 
 enum class ChangeKind {
     alive,        // a sample with data
-    disposed,     // the instance was disposed, no data
+    disposed,     // the instance was disposed, with or without data
     unregistered, // the writer will not write this instance any more, no data
     disposed_and_unregistered,
 };
@@ -47,7 +47,7 @@ struct Change {
     DDS_SampleIdentity_t identity;
     DDS_SampleIdentity_t related_identity;
     DDS_UnsignedLong flag = 0;
-    void* sample = nullptr; // kind alive: adopted by the cache when it stores the change
+    void* sample = nullptr; // adopted by the cache when it stores the change; null without data
     size_t bytes = 0;       // serialized size of the sample, for the limit on memory
 };
 

@@ -48,6 +48,12 @@ ChangeKind kind_of(const rtps::Sample& sample) {
     }
 }
 
+/// A writer may write and dispose in one go.
+bool brings_data(ChangeKind kind, const rtps::Sample& sample) {
+    return (kind == ChangeKind::disposed || kind == ChangeKind::disposed_and_unregistered) &&
+           sample.has_payload && !sample.payload_is_key;
+}
+
 } // namespace
 
 std::unique_ptr<UserReader> UserReader::create(SubscriberImpl& subscriber, TopicImpl& topic,
@@ -230,23 +236,23 @@ void UserReader::on_sample(const rtps::Sample& sample) {
     change.flag = sample.inline_qos.sample_flags;
     change.bytes = sample.payload.size;
     change.key = key_hash(sample);
+    const bool alive = change.kind == ChangeKind::alive;
     bool readable = true;
-    if (change.kind == ChangeKind::alive) {
+    if (alive || brings_data(change.kind, sample)) {
         readable = deserialize(sample, change.sample);
-        if (readable && change.sample == nullptr)
+        if (alive && readable && change.sample == nullptr)
             return; // the plugin has no use for it
     }
     MutexLock lock(mutex_);
-    if (readable) {
+    if (!readable && undecodable_++ == 0)
+        MERIDIAN_LOG_WARNING("dcps",
+                             "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
+                             topic_.get_name(), rtps::to_string(sample.writer).c_str(), sample.payload.size,
+                             topic_.get_type_name());
+    if (readable || !alive)
         store(change);
-    } else {
-        if (undecodable_++ == 0)
-            MERIDIAN_LOG_WARNING("dcps",
-                                 "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
-                                 topic_.get_name(), rtps::to_string(sample.writer).c_str(),
-                                 sample.payload.size, topic_.get_type_name());
+    else
         changed(statuses_.samples_lost(1));
-    }
 }
 
 void UserReader::store(Change& change) {

@@ -181,6 +181,10 @@ std::string perform(Peer& peer, const Command& command) {
     if (command.verb == "dispose") {
         return peer.dispose(command.name, static_cast<int32_t>(command.number("key", 0)));
     }
+    if (command.verb == "writedispose") {
+        return peer.write_dispose(command.name, Sample{static_cast<int32_t>(command.number("key", 0)),
+                                                       static_cast<uint32_t>(command.number("value", 0)), 0});
+    }
     if (command.verb == "unregister") {
         return peer.unregister(command.name, static_cast<int32_t>(command.number("key", 0)));
     }

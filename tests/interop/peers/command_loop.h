@@ -67,6 +67,11 @@ class Peer {
     // What write() writes, as JSON; empty for an unknown name.
     virtual std::string describe(const std::string& name, const Sample& sample) = 0;
     virtual std::string dispose(const std::string& name, int32_t id) = 0;
+    // Writes and disposes in one sample.
+    virtual std::string write_dispose(const std::string& name, const Sample& sample) {
+        static_cast<void>(sample);
+        return "the library of " + name + " has no such operation";
+    }
     virtual std::string unregister(const std::string& name, int32_t id) = 0;
     virtual std::string set_partitions(const std::string& name,
                                        const std::vector<std::string>& partitions) = 0;

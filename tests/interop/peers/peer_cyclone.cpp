@@ -114,6 +114,10 @@ class CyclonePeer final : public peers::Peer {
         return act(name, Sample{id, 0, 0}, dds_dispose);
     }
 
+    std::string write_dispose(const std::string& name, const Sample& sample) override {
+        return act(name, sample, dds_writedispose);
+    }
+
     std::string unregister(const std::string& name, int32_t id) override {
         return act(name, Sample{id, 0, 0}, dds_unregister_instance);
     }

@@ -167,6 +167,22 @@ TEST_F(ReaderCacheTest, DisposeWithUnregisterIsOneSample) {
     EXPECT_EQ(take(), "");
 }
 
+TEST_F(ReaderCacheTest, DisposeKeepsTheDataThatCameWithIt) {
+    settings.history.depth = 1;
+    create();
+    data(1);
+    Change last = change(ChangeKind::disposed, 1);
+    last.sample = pool.make(7);
+    EXPECT_EQ(cache->add(last), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "D1=7");
+    last = change(ChangeKind::disposed_and_unregistered, 2);
+    last.sample = pool.make(8);
+    EXPECT_EQ(cache->add(last), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "D2=8");
+    EXPECT_EQ(pool.released, (std::map<int, int>{{0, 1}, {7, 1}, {8, 1}}));
+    EXPECT_EQ(cache->instance_count(), 0u);
+}
+
 TEST_F(ReaderCacheTest, TopicWithoutKeyHasOneInstance) {
     settings.keyed = false;
     create();

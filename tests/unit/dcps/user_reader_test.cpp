@@ -206,6 +206,55 @@ TEST_F(UserReaderTest, SamplesThatCannotBeDecodedAreLostAndHarmNothing) {
     EXPECT_EQ(lost.total_count, 3);
 }
 
+TEST_F(UserReaderTest, ADisposeMayBringData) {
+    auto& subscriber =
+        dynamic_cast<SubscriberImpl&>(*participant().create_subscriber({}, nullptr, DDS_STATUS_MASK_NONE));
+    auto& topic = dynamic_cast<TopicImpl&>(*topic_of(participant(), "Square", "Keyed"));
+    DDS_DataReaderQos qos;
+    qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    const auto reader =
+        UserReader::create(subscriber, topic, topic.type(), participant().new_guid(rtps::kUserReaderWithKey),
+                           qos, participant().delivery());
+    ASSERT_NE(reader, nullptr);
+    TestReader face(reader.get());
+    reader->set_face(&face);
+    ASSERT_TRUE(
+        reader->start(*participant().runtime(), participant().router(), GroupQos(DDS_SubscriberQos{})));
+
+    CaptureStderr();
+    const auto receive = [&reader](uint32_t status_info, uint8_t id, const std::string& text, bool key) {
+        std::vector<uint8_t> bytes{0, 1, 0, 0, id, 0, 0, 0};
+        if (!key) {
+            bytes.insert(bytes.end(), {static_cast<uint8_t>(text.size() + 1), 0, 0, 0});
+            bytes.insert(bytes.end(), text.begin(), text.end());
+            bytes.push_back(0);
+        }
+        rtps::Sample sample;
+        sample.inline_qos.status_info = status_info;
+        sample.has_payload = true;
+        sample.payload_is_key = key;
+        sample.payload = {bytes.data(), bytes.size()};
+        reader->on_sample(sample);
+    };
+    receive(1, 1, "last words", false);
+    receive(3, 2, "bye", false);
+    receive(1, 3, kUndecodable, false);
+    receive(1, 4, kDropped, false);
+    receive(1, 5, "", true);
+    TestSequence samples;
+    DDS_SampleInfoSeq infos;
+    ASSERT_EQ(face.read(samples, infos, DDS_LENGTH_UNLIMITED, 0xffff, 0xffff, 0xffff), DDS_RETCODE_OK);
+    for (DDS_Long i = 0; i < infos.length(); ++i)
+        EXPECT_EQ(infos[i].instance_state, DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
+    EXPECT_EQ(face.return_loan(samples, infos), DDS_RETCODE_OK);
+    EXPECT_EQ(take_all(face), "1 last words, 2 bye, 3 disposed, 4 disposed, 5 disposed");
+    // What cannot be read is told, but the dispose is there: nothing counts as lost.
+    EXPECT_NE(GetCapturedStderr().find("is not what its type \"Keyed\" says"), std::string::npos);
+    DDS_SampleLostStatus lost;
+    EXPECT_EQ(reader->get_sample_lost_status(lost), DDS_RETCODE_OK);
+    EXPECT_EQ(lost.total_count, 0);
+}
+
 TEST_F(UserReaderTest, OwnLossIsToldWhenItBeginsAndAtTheEnd) {
     TestReader* reader = reader_of("Keyless", "reliable depth=2");
     ASSERT_EQ(ask("writer w Square Keyless keep_all"), "ok");
