@@ -219,6 +219,8 @@ rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
 void UserReader::on_sample(const rtps::Sample& sample) {
     Change change;
     change.kind = kind_of(sample);
+    if (change.kind == ChangeKind::alive && !sample.has_payload)
+        return; // it says nothing of an instance; writers may end a coherent set with it
     change.writer = sample.writer;
     change.source_timestamp = sample.source_timestamp == rtps::kTimeInvalid
                                   ? wall_time()

@@ -203,7 +203,7 @@ TEST_F(UserReaderTest, SamplesThatCannotBeDecodedAreLostAndHarmNothing) {
     EXPECT_EQ(logged.find("is not what", first + 1), std::string::npos) << logged; // once
     DDS_SampleLostStatus lost;
     EXPECT_EQ(reader->get_sample_lost_status(lost), DDS_RETCODE_OK);
-    EXPECT_EQ(lost.total_count, 3);
+    EXPECT_EQ(lost.total_count, 2); // without a payload there is nothing to lose
 }
 
 TEST_F(UserReaderTest, ADisposeMayBringData) {
