@@ -18,9 +18,10 @@ enum QUIXLogVerbosity : DDS_Long {
 
 class QUIXConfigLogger {
   public:
-    /// Created on first use: fatal and error messages are on.
+    /// Created on first use, also on the first one after finalize_instance: fatal and error messages are on.
     static QUIXConfigLogger* get_instance();
-    /// Flushes and returns the logger to its first state. Messages after it are still written.
+    /// Flushes. Messages after it are still written, with the mask and format set before, until somebody asks
+    /// for the logger again.
     static DDS_ReturnCode_t finalize_instance();
 
     virtual void set_verbosity_by_mask(DDS_Long mask) = 0;

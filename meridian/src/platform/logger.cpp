@@ -21,6 +21,7 @@ std::atomic<DDS_Long> verbosity_mask{kInitialVerbosity};
 namespace {
 
 std::atomic<DDS_Long> print_format{kInitialFormat};
+std::atomic<bool> is_finalised{false};
 
 class Logger final : public QUIXConfigLogger {
   public:
@@ -103,14 +104,19 @@ void write_api_error(const char* operation, const char* what, const char* proble
 } // namespace meridian::log
 
 QUIXConfigLogger* QUIXConfigLogger::get_instance() {
-    static meridian::log::Logger instance;
+    using namespace meridian::log;
+    static Logger instance;
+    if (is_finalised.exchange(false)) {
+        verbosity_mask = kInitialVerbosity;
+        print_format = kInitialFormat;
+    }
     return &instance;
 }
 
 DDS_ReturnCode_t QUIXConfigLogger::finalize_instance() {
     std::fflush(stderr);
-    meridian::log::verbosity_mask = meridian::log::kInitialVerbosity;
-    meridian::log::print_format = meridian::log::kInitialFormat;
+    // Entities that are taken apart later still log, as they were told to while they lived.
+    meridian::log::is_finalised = true;
     return DDS_RETCODE_OK;
 }
 

@@ -176,6 +176,24 @@ TEST(Frame, ConfiguresTheLoggerForTheRunOnly) {
     EXPECT_EQ(QUIXConfigLogger::get_instance()->get_verbosity_mask(), before);
 }
 
+TEST(Frame, LogsAsChosenUntilTheAgentIsGone) {
+    struct LateAgent : FakeAgent {
+        ~LateAgent() override { QUIXLog_failure("tear_down", "reader"); }
+    };
+    const VerbosityGuard guard(1);
+    const auto logged_at_the_end = [](const char* level) {
+        testing::internal::CaptureStderr();
+        {
+            LateAgent agent;
+            bool result = false;
+            execute(agent, {"-verbosity", level, "-LogFormat", "2"}, result);
+        }
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ(logged_at_the_end("0"), "");
+    EXPECT_EQ(logged_at_the_end("1"), "error: failed: reader\n");
+}
+
 TEST(Frame, MapsVerbosityToTheLogger) {
     const int expected[] = {0, 3, 7, 15, 31, 63};
     for (int level = 0; level <= 5; ++level)

@@ -2,12 +2,13 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "endpoints_peer.h"
 #include "factory_fixture.h"
-#include "meridian/logger.h"
+#include "support/logger_guard.h"
 
 namespace meridian::dcps::test {
 
@@ -31,7 +32,7 @@ class EndpointsTest : public FactoryTest {
     void SetUp() override {
         FactoryTest::SetUp();
         peer_ = std::make_unique<PeerProcess>(PeerProgram(&EndpointsPeer::make)); // while there is one thread
-        QUIXConfigLogger::get_instance()->set_verbosity_by_mask(QUIX_LOG_ERROR | QUIX_LOG_WARNING);
+        logging_.emplace(QUIX_LOG_ERROR | QUIX_LOG_WARNING);
         participant_ = create();
         ASSERT_NE(participant_, nullptr);
         ASSERT_TRUE(register_test_types(*participant_));
@@ -40,7 +41,7 @@ class EndpointsTest : public FactoryTest {
     void TearDown() override {
         EXPECT_EQ(participant_->delete_contained_entities(), DDS_RETCODE_OK);
         FactoryTest::TearDown();
-        QUIXConfigLogger::finalize_instance();
+        logging_.reset();
         peer_.reset();
         EXPECT_EQ(counters().endpoints, 0);
         EXPECT_EQ(counters().samples, 0);
@@ -68,6 +69,7 @@ class EndpointsTest : public FactoryTest {
     PeerProcess& peer() { return *peer_; }
 
   private:
+    std::optional<LoggerGuard> logging_;
     std::unique_ptr<PeerProcess> peer_;
     ParticipantImpl* participant_ = nullptr;
 };

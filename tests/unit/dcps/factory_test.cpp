@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "factory_fixture.h"
-#include "meridian/logger.h"
+#include "support/logger_guard.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -178,7 +178,7 @@ TEST_F(FactoryTest, WhatCannotBeUsedIsRefusedWithAReason) {
 }
 
 TEST_F(FactoryTest, PropertiesOfTransportsThatNobodyKnowsAreWarnedOf) {
-    QUIXConfigLogger::get_instance()->set_verbosity_by_mask(QUIX_LOG_WARNING);
+    const LoggerGuard guard(QUIX_LOG_WARNING);
     DDS_DomainParticipantQos qos;
     DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.transport.made_up", "1", false);
     DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.builtin_type.auto_register", "0", false);
@@ -189,7 +189,6 @@ TEST_F(FactoryTest, PropertiesOfTransportsThatNobodyKnowsAreWarnedOf) {
     CaptureStderr();
     EXPECT_NE(create(qos), nullptr);
     const std::string logged = GetCapturedStderr();
-    QUIXConfigLogger::finalize_instance();
     EXPECT_NE(logged.find("dds.transport.made_up"), std::string::npos) << logged;
     EXPECT_EQ(logged.find("510"), std::string::npos) << logged;
     EXPECT_EQ(logged.find("ignore_loopback"), std::string::npos) << logged;

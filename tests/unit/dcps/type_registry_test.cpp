@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "factory_fixture.h"
-#include "meridian/logger.h"
+#include "support/logger_guard.h"
 #include "test_type.h"
 #include "types/type_documents.h"
 
@@ -55,12 +55,11 @@ TEST(TypeRegistryTest, TheSamePluginMayComeAgainAnotherMayNot) {
     ASSERT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
     EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
     TestTypeSupport stays_ours;
-    QUIXConfigLogger::get_instance()->set_verbosity_by_mask(QUIX_LOG_ERROR | QUIX_LOG_WARNING);
+    const LoggerGuard guard(QUIX_LOG_ERROR | QUIX_LOG_WARNING);
     EXPECT_NE(reason_of(DDS_RETCODE_PRECONDITION_NOT_MET,
                         [&] { return types.register_type("T", &other, &stays_ours); })
                   .find("\"T\" is registered with another plugin"),
               std::string::npos);
-    QUIXConfigLogger::finalize_instance();
     EXPECT_TRUE(types.find("T")->is_keyed());
     EXPECT_EQ(counters().participants, 1);
 }

@@ -6,8 +6,8 @@
 
 #include "discovery/builtin_data.h"
 #include "discovery/conversions.h"
-#include "meridian/logger.h"
 #include "samples.h"
+#include "support/logger_guard.h"
 
 namespace meridian::discovery {
 namespace {
@@ -199,7 +199,7 @@ TEST_F(EndpointCacheTest, ManyChangesOfOneEndpointLoseTheOldest) {
 }
 
 TEST(EndpointCache, SaysOnceThatItLosesAndAtItsEndHowMuch) {
-    QUIXConfigLogger::get_instance()->set_verbosity_by_mask(QUIX_LOG_WARNING);
+    const LoggerGuard guard(QUIX_LOG_WARNING);
     ::testing::internal::CaptureStderr();
     {
         Cache cache(EndpointCacheLimits{4, 3});
@@ -211,7 +211,6 @@ TEST(EndpointCache, SaysOnceThatItLosesAndAtItsEndHowMuch) {
         }
     }
     const std::string logged = ::testing::internal::GetCapturedStderr();
-    QUIXConfigLogger::finalize_instance();
     EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 2) << logged;
     EXPECT_NE(logged.find("6 discovery changes"), std::string::npos) << logged;
 }

@@ -65,7 +65,16 @@ TEST_F(Logger, WhatIsOffIsNotEvaluated) {
     EXPECT_EQ(GetCapturedStderr(), "1\n");
 }
 
-TEST_F(Logger, FinalizeReturnsToTheFirstState) {
+TEST_F(Logger, FinalizeLeavesTheTearDownAsItWasSet) {
+    logger().set_verbosity_by_mask(QUIX_LOG_WARNING);
+    logger().set_print_format(meridian::log::kFormatLevel);
+    EXPECT_EQ(QUIXConfigLogger::finalize_instance(), DDS_RETCODE_OK);
+    CaptureStderr();
+    log_every_level();
+    EXPECT_EQ(GetCapturedStderr(), "warning: warning\n");
+}
+
+TEST_F(Logger, StartsAnewAfterFinalize) {
     logger().set_verbosity_by_mask(0);
     EXPECT_EQ(QUIXConfigLogger::finalize_instance(), DDS_RETCODE_OK);
     EXPECT_EQ(logger().get_verbosity_mask(), 3);
