@@ -3,6 +3,8 @@
 #include "discovery/conversions.h"
 #include "discovery/partitions.h"
 
+#include <algorithm>
+
 namespace meridian::discovery {
 
 namespace {

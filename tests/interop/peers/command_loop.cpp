@@ -1,5 +1,6 @@
 #include "command_loop.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

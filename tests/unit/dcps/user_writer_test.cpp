@@ -3,6 +3,8 @@
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
 
+#include <algorithm>
+
 namespace meridian::dcps::test {
 namespace {
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "samples.h"

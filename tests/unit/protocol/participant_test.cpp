@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "protocol/captured_output.h"
 #include "protocol/simulated_network.h"
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "protocol/captured_output.h"
 
 namespace meridian::rtps::test {

@@ -3,6 +3,7 @@
 // A deterministic network of participants for tests: simulated time, and a seed decides about loss,
 // duplication, delay and therefore reordering. The same seed gives the same run, packet by packet.
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <map>

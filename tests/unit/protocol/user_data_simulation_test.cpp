@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "protocol/simulated_network.h"
 
 namespace meridian::rtps::test {
