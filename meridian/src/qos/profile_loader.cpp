@@ -21,11 +21,9 @@ struct EntityName {
     EntityKind kind;
 };
 constexpr EntityName kEntityNames[] = {
-    {"domain_participant_qos", EntityKind::participant},
-    {"participant_qos", EntityKind::participant},
-    {"topic_qos", EntityKind::topic},
-    {"subscriber_qos", EntityKind::subscriber},
-    {"datareader_qos", EntityKind::datareader},
+    {"domain_participant_qos", EntityKind::participant}, {"domainparticipant_qos", EntityKind::participant},
+    {"participant_qos", EntityKind::participant},        {"topic_qos", EntityKind::topic},
+    {"subscriber_qos", EntityKind::subscriber},          {"datareader_qos", EntityKind::datareader},
 };
 
 template <size_t count>

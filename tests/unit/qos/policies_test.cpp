@@ -274,6 +274,7 @@ TEST(Policies, Participant) {
          [](const Qos& q) { return joined(q.partition.name) == "*"; }},
     };
     check_cases("domain_participant_qos", cases);
+    check_cases("domainparticipant_qos", cases);
     check_cases("participant_qos", cases);
 }
 
