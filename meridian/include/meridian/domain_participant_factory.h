@@ -13,7 +13,8 @@ class DDSDomainParticipantFactory {
     static DDS_ReturnCode_t finalize_instance();
 
     virtual DDS_ReturnCode_t get_qos(DDS_DomainParticipantFactoryQos& qos) = 0;
-    /// Loads the profiles of the string profile and of all files, replacing those loaded before.
+    /// Loads the profiles of the string profile and of all files, replacing those loaded before. Sources that
+    /// are the ones loaded already are not read again.
     /// DDS_RETCODE_ERROR when a document cannot be read or used; the logger then says file, line and reason,
     /// and nothing changes.
     virtual DDS_ReturnCode_t set_qos(const DDS_DomainParticipantFactoryQos& qos) = 0;

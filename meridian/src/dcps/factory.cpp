@@ -22,6 +22,14 @@ Singleton& singleton() {
     return *instance;
 }
 
+bool are_equal(const DDS_StringSeq& a, const DDS_StringSeq& b) {
+    return discovery::to_strings(a) == discovery::to_strings(b);
+}
+
+bool are_equal(const DDS_ProfileQosPolicy& a, const DDS_ProfileQosPolicy& b) {
+    return are_equal(a.string_profile, b.string_profile) && are_equal(a.url_profile, b.url_profile);
+}
+
 } // namespace
 
 FactoryImpl::FactoryImpl()
@@ -40,13 +48,19 @@ DDS_ReturnCode_t FactoryImpl::get_qos(DDS_DomainParticipantFactoryQos& qos) {
 }
 
 DDS_ReturnCode_t FactoryImpl::set_qos(const DDS_DomainParticipantFactoryQos& qos) {
+    MutexLock lock(mutex_);
+    // What was loaded from the same sources holds: a file may be gone by now, and participants of one process
+    // should not differ.
+    if (are_equal(qos.profile, qos_.profile)) {
+        qos_ = qos;
+        return DDS_RETCODE_OK;
+    }
     auto loaded = std::make_shared<qos::ProfileStore>();
     std::string error;
     if (!loaded->load(qos.profile, error)) {
         MERIDIAN_LOG_ERROR("dcps", "%s", error.c_str());
         return DDS_RETCODE_ERROR;
     }
-    MutexLock lock(mutex_);
     qos_ = qos;
     MutexLock profiles_lock(profiles_mutex_);
     profiles_ = std::move(loaded);

@@ -1,4 +1,7 @@
+#include <cstdlib>
 #include <cstring>
+
+#include <unistd.h>
 
 #include "factory_fixture.h"
 #include "support/logger_guard.h"
@@ -74,6 +77,33 @@ TEST_F(FactoryTest, ADocumentThatCannotBeUsedChangesNothing) {
     DDS_StringSeq names;
     factory()->get_qos_profile_libraries(names);
     EXPECT_EQ(names.length(), 2);
+}
+
+TEST_F(FactoryTest, AFileThatIsGoneIsNotNeededAgain) {
+    char path[] = "/tmp/ferret-factory-XXXXXX";
+    const int descriptor = mkstemp(path);
+    ASSERT_GE(descriptor, 0);
+    ASSERT_GT(write(descriptor, kProfiles, std::strlen(kProfiles)), 0);
+    close(descriptor);
+    DDS_DomainParticipantFactoryQos qos;
+    const char* const file = path;
+    DDS_StringSeq_from_array(qos.profile.url_profile, &file, 1);
+    EXPECT_EQ(factory()->set_qos(qos), DDS_RETCODE_OK);
+    ASSERT_EQ(unlink(path), 0);
+
+    qos.entity_factory.autoenable_created_entities = true;
+    EXPECT_EQ(factory()->set_qos(qos), DDS_RETCODE_OK);
+    DDS_StringSeq names;
+    factory()->get_qos_profile_libraries(names);
+    EXPECT_EQ(names.length(), 2);
+    DDS_DomainParticipantFactoryQos kept;
+    factory()->get_qos(kept);
+    EXPECT_TRUE(kept.entity_factory.autoenable_created_entities);
+
+    CaptureStderr();
+    DDS_StringSeq_from_array(qos.profile.string_profile, &kProfiles, 1);
+    EXPECT_EQ(factory()->set_qos(qos), DDS_RETCODE_ERROR); // other sources: everything is read anew
+    EXPECT_NE(GetCapturedStderr().find(path), std::string::npos);
 }
 
 TEST_F(FactoryTest, TheDefaultProfileGivesTheDefaultParticipantQos) {
