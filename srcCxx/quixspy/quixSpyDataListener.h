@@ -61,6 +61,9 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     /// time.
     void print_user_data(const DDS_SampleInfo& info, const void* sample);
 
+    /// Whether it serves a reader of a topic with key.
+    bool is_keyed() const { return settings_.fields.isKeyed; }
+
     char* const topicName; // owned (DDS_String)
     char* const typeName;  // owned (DDS_String)
     std::atomic<uint64_t> dataSampleCount{0};

@@ -63,6 +63,25 @@ bool are_equal(const DDS_TypeCode& a, const DDS_TypeCode& b) {
     return a.equal(&b, exception) && exception == DDS_NO_EXCEPTION_CODE;
 }
 
+/// True for a structure with key members, those of its bases included.
+bool has_key(const DDS_TypeCode* type) {
+    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+    while (type != nullptr && type->kind(exception) == DDS_TK_ALIAS)
+        type = type->content_type(exception);
+    while (type != nullptr) {
+        const DDS_TCKind kind = type->kind(exception);
+        if (kind != DDS_TK_STRUCT && kind != DDS_TK_VALUE)
+            return false;
+        const DDS_UnsignedLong count = type->member_count(exception);
+        for (DDS_UnsignedLong i = 0; i < count; ++i) {
+            if (type->is_member_key(i, exception))
+                return true;
+        }
+        type = kind == DDS_TK_VALUE ? type->concrete_base_type(exception) : nullptr;
+    }
+    return false;
+}
+
 /// How a participant can serve a publication.
 enum class Fit {
     watching, // has the topic, with the same type
@@ -90,7 +109,22 @@ Fit fit_of_existing_topic(DDSDomainParticipant& participant, DDSTopicDescription
     return same ? Fit::watching : Fit::conflict;
 }
 
-Fit fit_of(DDSDomainParticipant& participant, const Publication& publication) {
+/// Whether readers of a type that is registered with the participant are those of topics without key where
+/// the publication has one, or the other way round.
+bool differs_in_key(const ParticipantNode& node, const DDS_TypeCode* registered,
+                    const Publication& publication) {
+    if (registered != nullptr)
+        return has_key(registered) != publication.keyed;
+    for (const TopicNode* topic = node.dataListeners.head(); topic != nullptr;
+         topic = QuixSpyList<TopicNode>::next(topic)) {
+        if (topic->listener != nullptr && std::strcmp(topic->listener->typeName, publication.typeName) == 0)
+            return topic->listener->is_keyed() != publication.keyed;
+    }
+    return false;
+}
+
+Fit fit_of(const ParticipantNode& node, const Publication& publication) {
+    DDSDomainParticipant& participant = *node.participant;
     DDSTopicDescription* const description = participant.lookup_topicdescription(publication.topicName);
     if (description != nullptr)
         return fit_of_existing_topic(participant, description, publication);
@@ -99,7 +133,7 @@ Fit fit_of(DDSDomainParticipant& participant, const Publication& publication) {
     const DDS_TypeCode* const registered = participant.get_typecode(publication.typeName);
     const bool differs = registered != nullptr && publication.typeCode != nullptr &&
                          !are_equal(*registered, *publication.typeCode);
-    return differs ? Fit::conflict : Fit::free;
+    return differs || differs_in_key(node, registered, publication) ? Fit::conflict : Fit::free;
 }
 
 /// A further participant, for a topic that is in conflict with all that exist. Null when that fails.
@@ -251,7 +285,11 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         return QuixAgent_fail("ferret: Error allocating spyDataListenerNode\n");
     DDS_TypeCode* type_code = nullptr;
     DDSTopic* topic = nullptr;
-    if (publication.typeCode != nullptr)
+    // A reader of dynamic data is of the kind that its type says, and never matched with writers of the
+    // other.
+    if (publication.typeCode != nullptr && has_key(publication.typeCode) != publication.keyed)
+        progress("ferret: using non dynamic data type instead\n");
+    else if (publication.typeCode != nullptr)
         topic_node->typeSupport = register_dynamic_type(agent, *node.participant, publication);
     if ((topic_node->typeSupport != nullptr || register_opaque_type(*node.participant, publication)) &&
         clone_type_code(publication.typeCode, type_code))
@@ -303,7 +341,7 @@ bool QuixSpyAgent::on_publication_discovered(const char* ip, const RtpsGuid& gui
         return false;
     for (ParticipantNode* node = _participantList.head(); node != nullptr;
          node = QuixSpyList<ParticipantNode>::next(node)) {
-        switch (fit_of(*node->participant, publication)) {
+        switch (fit_of(*node, publication)) {
             case Fit::watching:
                 add_writer(*node, publication);
                 return false;

@@ -599,6 +599,32 @@ TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
     EXPECT_EQ(sink.samples, 2);
 }
 
+TEST_F(ParticipantTest, EndpointsThatOnlyDifferInTheirKeyAreToldOf) {
+    class NoSink final : public SampleSink {
+        void on_sample(const Sample&) override {}
+    };
+    NoSink sink;
+    start();
+    announce(remote(2));
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    EndpointData writer = publication(2, 0x103);
+    writer.topic_name = "Other";
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    EXPECT_EQ(recorder.warnings.size(), 0u);
+    writer.topic_name = reader.topic_name;
+    send_data(2, entity::publications_writer, 2, encode(writer));
+    writer.qos.ownership_strength = 5;
+    send_data(2, entity::publications_writer, 3, encode(writer)); // told already
+    ASSERT_EQ(recorder.warnings.size(), 1u);
+    for (const std::string& part :
+         {to_string(reader.guid) + " has a key", to_string(writer.guid) + " has none",
+          std::string("topic \"Square\", type \"Shape\"")})
+        EXPECT_NE(recorder.warnings[0].find(part), std::string::npos) << recorder.warnings[0];
+    send_data(2, entity::publications_writer, 4, encode(publication(2)));
+    EXPECT_EQ(recorder.warnings.size(), 1u);
+}
+
 TEST_F(ParticipantTest, JunkIsCountedAndHarmless) {
     start();
     const ByteBuffer junk{1, 2, 3};

@@ -19,8 +19,8 @@ using meridian::types::Type;
 using meridian::types::TypeGraph;
 using meridian::types::TypeRef;
 
-/// struct NAME { long x; }
-TypeRef structure(const char* name) {
+/// struct NAME { @key long x; }
+TypeRef structure(const char* name, bool keyed = true) {
     TypeGraph* const graph = TypeGraph::create();
     Type* const type = graph->add();
     type->kind = DDS_TK_STRUCT;
@@ -28,6 +28,7 @@ TypeRef structure(const char* name) {
     Member member;
     member.name = "x";
     member.type = graph->primitive(DDS_TK_LONG);
+    member.key = keyed;
     type->members = {member};
     return TypeRef::adopt(type);
 }
@@ -303,6 +304,49 @@ TEST_F(Subscription, TypeCodesDecideWhereBothSidesHaveOne) {
     EXPECT_TRUE(subscribed);
     EXPECT_EQ(readers(0).size(), 2U) << "without a type code there is no conflict";
     EXPECT_EQ(agent.created, 1);
+}
+
+TEST_F(Subscription, AWriterWhoseTypeDisagreesAboutTheKeyIsReadAsItIs) {
+    const TypeRef with_key = structure("T");
+    const TypeRef without_key = structure("T", false);
+    Writer writer;
+    for (const bool keyed : {false, true}) {
+        writer.topic = keyed ? "Keyed" : "Keyless";
+        writer.type = keyed ? "K" : "L";
+        writer.keyed = keyed;
+        writer.type_code = keyed ? without_key.get() : with_key.get();
+        EXPECT_EQ(discover(writer), "");
+        EXPECT_TRUE(subscribed);
+        EXPECT_EQ(participant().registered[writer.type],
+                  keyed ? PRES_TYPEPLUGIN_USER_KEY : PRES_TYPEPLUGIN_NO_KEY);
+        EXPECT_EQ(listener(keyed ? 1 : 0).is_keyed(), keyed);
+    }
+    EXPECT_EQ(agent._participantList.head()->dataListeners.head()->typeSupport, nullptr);
+    EXPECT_EQ(agent.created, 0);
+
+    // The name now stands for readers of that kind: who agrees with his type is read by another participant.
+    writer = {};
+    writer.topic = "Other";
+    writer.type = "L";
+    writer.type_code = with_key.get();
+    discover(writer);
+    EXPECT_TRUE(subscribed);
+    EXPECT_EQ(agent.created, 1);
+    EXPECT_EQ(participant(1).registered["L"], PRES_TYPEPLUGIN_USER_KEY);
+    // And so is who says nothing of his type.
+    participant(1).type_codes["L"] = with_key.get();
+    writer = {};
+    writer.topic = "Third";
+    writer.type = "L";
+    writer.keyed = false;
+    discover(writer);
+    EXPECT_EQ(readers(0).size(), 3U);
+    EXPECT_EQ(agent.created, 1);
+    const VerbosityGuard talkative(2);
+    writer.topic = "Fourth";
+    writer.type = "M";
+    writer.type_code = with_key.get();
+    EXPECT_NE(discover(writer).find("ferret: using non dynamic data type instead\n"), std::string::npos);
 }
 
 TEST_F(Subscription, FailuresEndOneAttemptOnly) {

@@ -13,9 +13,17 @@ bool same_topic(const LocalEndpoint& local, const EndpointData& remote) {
     const EntityId own = local.data.guid.entity;
     const EntityId other = remote.guid.entity;
     return !local.builtin_peer && own.is_writer() == other.is_reader() &&
-           own.is_reader() == other.is_writer() && own.has_key() == other.has_key() &&
-           own.is_builtin() == other.is_builtin() && local.data.topic_name == remote.topic_name &&
-           local.data.type_name == remote.type_name;
+           own.is_reader() == other.is_writer() && own.is_builtin() == other.is_builtin() &&
+           local.data.topic_name == remote.topic_name && local.data.type_name == remote.type_name;
+}
+
+std::string describe_keys(const EndpointData& local, const EndpointData& remote) {
+    const auto kind = [](const Guid& guid) {
+        return std::string(guid.entity.is_writer() ? "writer " : "reader ") + to_string(guid) +
+               (guid.entity.has_key() ? " has a key" : " has none");
+    };
+    return "topic \"" + local.topic_name + "\", type \"" + local.type_name + "\": " + kind(remote.guid) +
+           " and " + kind(local.guid) + "; they do not match";
 }
 
 bool announces_endpoints(const LocalEndpoint& local) {
@@ -27,7 +35,11 @@ bool announces_endpoints(const LocalEndpoint& local) {
 
 LocalEndpoints::LocalEndpoints(const Output& output, const ParticipantDiscovery& participants,
                                Liveliness& liveliness, Events& events)
-    : output_(output), participants_(participants), liveliness_(liveliness), events_(events) {}
+    : output_(output),
+      participants_(participants),
+      liveliness_(liveliness),
+      events_(events),
+      warn_once_(events) {}
 
 LocalEndpoint& LocalEndpoints::add(std::unique_ptr<LocalEndpoint> endpoint) {
     LocalEndpoint& added = *endpoint;
@@ -158,6 +170,12 @@ void LocalEndpoints::match(LocalEndpoint& local, const RemoteEndpoint& remote, M
             unmatch(local, guid);
             local.refused.erase(guid);
         }
+        return;
+    }
+    if (local.data.guid.entity.has_key() != guid.entity.has_key()) {
+        unmatch(local, guid);
+        local.refused.erase(guid);
+        warn_once_.warn(to_string(local.data.guid) + to_string(guid), describe_keys(local.data, remote.data));
         return;
     }
     const bool writes = local.writer != nullptr;

@@ -14,6 +14,7 @@
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reader.h"
 #include "rtps/protocol/reliable_writer.h"
+#include "rtps/protocol/warn_once.h"
 
 namespace meridian::rtps {
 
@@ -71,6 +72,7 @@ class LocalEndpoints {
     const ParticipantDiscovery& participants_;
     Liveliness& liveliness_;
     Events& events_;
+    WarnOnce warn_once_;
     std::map<EntityId, std::unique_ptr<LocalEndpoint>> endpoints_;
     std::unordered_map<Guid, std::vector<LocalEndpoint*>> readers_by_writer_;
 };
