@@ -70,7 +70,7 @@ class QuixSpyAgent : public QuixAgent {
     /// Called for every publication that is new or changed, on the main thread. Watches its topic when the
     /// filters let it pass and nothing watches it yet, else makes the writer known to what watches it. True
     /// only when a reader was created; failures are said from verbosity 1 on. The next publication of the
-    /// topic tries again.
+    /// topic tries again, unless the topic itself was created: then nothing watches it.
     bool on_publication_discovered(const char* ip, const RtpsGuid& guid, const char* topicName,
                                    const char* typeName, DDS_OwnershipQosPolicyKind ownership,
                                    DDS_ReliabilityQosPolicyKind reliability,

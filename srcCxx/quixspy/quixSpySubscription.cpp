@@ -258,7 +258,7 @@ bool build_reader_qos(const QuixSpyAgent& agent, const ParticipantNode& node, co
            QuixAgent_fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
 }
 
-/// Topic and listener; null when one of them cannot be had.
+/// The topic of a type that is registered; null, with the reason told, when it cannot be had.
 DDSTopic* create_topic(DDSDomainParticipant& participant, const Publication& publication) {
     DDS_TopicQos qos;
     participant.get_default_topic_qos(qos);
