@@ -68,7 +68,7 @@ class Samples(harness.InteropTest):
         self.with_each_maker(check)
 
     def test_no_writers(self):
-        """When the last writer goes, by farewell or because it is not heard of any more."""
+        """When the last writer goes, and not before."""
         def check(make):
             for kind in ("keyed", "unkeyed"):
                 peer, spy = self.watched(make, f"a topic=T type={kind}", f"b topic=T type={kind}")
@@ -84,6 +84,16 @@ class Samples(harness.InteropTest):
                 self.assertEqual(list(spy.topic_statistics().values()), [(2, 0, 1)])
 
         self.with_each_maker(check)
+
+    def test_no_writers_after_a_crash(self):
+        """The instances of an application that died have no writers once its lease is over."""
+        peer, spy = self.watched(lambda: self.cyclone(lease=1), "w topic=T type=keyed")
+        peer.do("write w count=2 keys=2")
+        spy.wait_for_samples(2)
+        peer.kill()
+        spy.wait_for_samples(2, what="No writers")
+        self.end(spy)
+        self.assertEqual(list(spy.topic_statistics().values()), [(2, 0, 2)])
 
     def test_sequence_numbers(self):
         def check(make):
