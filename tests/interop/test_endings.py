@@ -66,6 +66,8 @@ class Endings(harness.InteropTest):
 
     def test_no_output_at_all(self):
         """The place of a closed standard stream is not taken by a socket, into which lines would go."""
+        if os.readlink("/proc/self") != str(os.getpid()):
+            self.skipTest("/proc shows another process namespace")
         spy = self.shell("""exec "$0" -mode DISC -timeout 1 >&- <&-""")
         spy.wait_for("streams that lead nowhere",
                      lambda: [self.target(spy, number) for number in (0, 1)] == ["/dev/null"] * 2)
