@@ -89,9 +89,15 @@ void DiscoveryStore::participant_gone(const rtps::ParticipantData& data, rtps::G
     const auto found = participants_.find(data.guid.prefix);
     if (found == participants_.end())
         return;
-    for (auto& endpoint : found->second.endpoints) {
-        stop_waiting(found->second, endpoint.first, endpoint.second);
-        report_gone(endpoint.first, wall_time());
+    for (const auto& endpoint : found->second.endpoints)
+        end(found->second, endpoint.first, endpoint.second, wall_time());
+    for (auto held = held_.lower_bound({data.guid.prefix, {}});
+         held != held_.end() && held->first.prefix == data.guid.prefix;) {
+        const auto at = held++;
+        if (!found->second.matches)
+            held_.erase(at);
+        else if (reason == rtps::GoneReason::stopped) // and nobody answers any more
+            release(at, types::TypeRef());
     }
     for (auto departed = departed_.begin(); departed != departed_.end();)
         departed = departed->second.expired() ? departed_.erase(departed) : std::next(departed);
@@ -111,8 +117,6 @@ void DiscoveryStore::endpoint_changed(const rtps::EndpointData& data, rtps::Wire
 
 void DiscoveryStore::endpoint_gone(const rtps::EndpointData& data, rtps::GoneReason /*reason*/,
                                    rtps::WireTime source_timestamp) {
-    if (types_ != nullptr && data.is_writer())
-        types_->forget(data.guid);
     MutexLock lock(mutex_);
     const auto entry = participants_.find(data.participant);
     if (entry == participants_.end())
@@ -120,29 +124,53 @@ void DiscoveryStore::endpoint_gone(const rtps::EndpointData& data, rtps::GoneRea
     const auto endpoint = entry->second.endpoints.find(data.guid);
     if (endpoint == entry->second.endpoints.end())
         return;
-    stop_waiting(entry->second, data.guid, endpoint->second);
+    end(entry->second, data.guid, endpoint->second, time_of(source_timestamp));
     entry->second.endpoints.erase(endpoint);
-    report_gone(data.guid, time_of(source_timestamp));
 }
 
-void DiscoveryStore::stop_waiting(const Entry& entry, const rtps::Guid& guid, Endpoint& endpoint) {
-    if (!endpoint.waits_for_type)
-        return;
-    endpoint.waits_for_type = false;
-    if (entry.matches)
-        report(entry, guid, endpoint);
+void DiscoveryStore::end(const Entry& entry, const rtps::Guid& guid, const Endpoint& endpoint,
+                         DDS_Time_t when) {
+    if (endpoint.waits_for_type)
+        hold(guid, {entry.participant, nullptr, when});
+    else
+        report_gone(guid, when);
+}
+
+void DiscoveryStore::hold(const rtps::Guid& publication, Held::Event event) {
+    std::vector<Held::Event>& events = held_[publication].events;
+    if (events.size() == kMaxHeldEvents)
+        events.erase(events.begin());
+    events.push_back(std::move(event));
+}
+
+void DiscoveryStore::release(std::map<rtps::Guid, Held>::iterator held, const types::TypeRef& type) {
+    const rtps::Guid guid = held->first;
+    const std::vector<Held::Event> events = std::move(held->second.events);
+    held_.erase(held);
+    const auto entry = participants_.find(guid.prefix);
+    if (entry != participants_.end()) {
+        const auto endpoint = entry->second.endpoints.find(guid);
+        if (endpoint != entry->second.endpoints.end())
+            endpoint->second.waits_for_type = false;
+    }
+    for (const Held::Event& event : events) {
+        const bool is_there = entry != participants_.end() && entry->second.participant == event.participant;
+        if (event.publication != nullptr)
+            event.publication->type_code = type.get();
+        if (is_there && !entry->second.matches)
+            continue; // and those that have left did match
+        if (event.publication != nullptr)
+            publications_.put(guid, event.participant, event.publication, sample_info(guid, event.when));
+        else
+            report_gone(guid, event.when);
+    }
 }
 
 void DiscoveryStore::type_resolved(const rtps::Guid& publication, const types::TypeRef& type) {
     MutexLock lock(mutex_);
-    const auto entry = participants_.find(publication.prefix);
-    if (entry == participants_.end())
-        return;
-    const auto endpoint = entry->second.endpoints.find(publication);
-    if (endpoint == entry->second.endpoints.end() || !endpoint->second.waits_for_type)
-        return;
-    endpoint->second.publication->type_code = type.get();
-    stop_waiting(entry->second, publication, endpoint->second);
+    const auto held = held_.find(publication);
+    if (held != held_.end())
+        release(held, type);
 }
 
 bool DiscoveryStore::find_type(const rtps::Guid& publication, const DDS_TypeCode*& type) const {
@@ -189,11 +217,17 @@ void DiscoveryStore::put_endpoint(const rtps::EndpointData& data, rtps::WireTime
     MutexLock lock(mutex_);
     Entry& entry = entry_of(data.participant);
     Endpoint& kept = entry.endpoints[data.guid];
-    // An announcement that still waits is not lost to the one that replaces it.
-    stop_waiting(entry, data.guid, kept);
+    const auto held = held_.find(data.guid);
+    if (held != held_.end() &&
+        (!endpoint.waits_for_type || held->second.type_information != data.type_information))
+        release(held, types::TypeRef());
     kept = std::move(endpoint);
-    if (entry.matches && !kept.waits_for_type)
+    if (kept.waits_for_type) {
+        held_[data.guid].type_information = data.type_information;
+        hold(data.guid, {entry.participant, kept.publication, kept.announced});
+    } else if (entry.matches) {
         report(entry, data.guid, kept);
+    }
 }
 
 bool DiscoveryStore::answers_type_lookup(const rtps::GuidPrefix& participant) const {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "discovery/endpoint_cache.h"
 #include "discovery/partitions.h"
@@ -22,6 +23,12 @@ using SubscriptionCache = EndpointCache<DDS_SubscriptionBuiltinTopicData>;
 
 /// Takes the events of one participant. Endpoints of participants whose partitions do not match the own ones
 /// are held back until they do. Any thread; the lock order is events' caller, store, cache, cache observer.
+///
+/// A publication is reported once its type is known, or known not to be had. What happens to it while its
+/// type is looked up waits too, and is then reported in order with that type: announcements with the same
+/// type information, and its end, also that of its participant. It counts as gone at once for everything but
+/// the report. An announcement with other type information ends the wait: what was before it is reported
+/// without a type.
 class DiscoveryStore final : public rtps::Events {
   public:
     DiscoveryStore(uint32_t domain_id, PartitionList own_partitions);
@@ -56,6 +63,9 @@ class DiscoveryStore final : public rtps::Events {
     void warning(const std::string& text) override;
 
   private:
+    /// Beyond it the oldest events of a publication that waits for its type are dropped.
+    static constexpr size_t kMaxHeldEvents = 100;
+
     /// The last announcement of an endpoint; one of the records is set.
     struct Endpoint {
         std::shared_ptr<DDS_PublicationBuiltinTopicData> publication;
@@ -70,13 +80,28 @@ class DiscoveryStore final : public rtps::Events {
         std::map<rtps::Guid, Endpoint> endpoints;
     };
 
+    /// What happened to a publication since its type is looked up.
+    struct Held {
+        struct Event {
+            std::shared_ptr<RemoteParticipant> participant;
+            std::shared_ptr<DDS_PublicationBuiltinTopicData> publication; // null: it is gone
+            DDS_Time_t when = DDS_TIME_INVALID;
+        };
+        rtps::ByteBuffer type_information; // as announced
+        std::vector<Event> events;
+    };
+
     bool answers_type_lookup(const rtps::GuidPrefix& participant) const MERIDIAN_EXCLUDES(mutex_);
     void put_participant(const rtps::ParticipantData& data) MERIDIAN_REQUIRES(mutex_);
     void put_endpoint(const rtps::EndpointData& data, rtps::WireTime source_timestamp)
         MERIDIAN_EXCLUDES(mutex_);
     Entry& entry_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
-    /// Reports a publication that is about to be replaced or to go while it waits for its type.
-    void stop_waiting(const Entry& entry, const rtps::Guid& guid, Endpoint& endpoint)
+    void hold(const rtps::Guid& publication, Held::Event event) MERIDIAN_REQUIRES(mutex_);
+    /// Reports what was held of a publication, with that type.
+    void release(std::map<rtps::Guid, Held>::iterator held, const types::TypeRef& type)
+        MERIDIAN_REQUIRES(mutex_);
+    /// An endpoint of the entry is gone.
+    void end(const Entry& entry, const rtps::Guid& guid, const Endpoint& endpoint, DDS_Time_t when)
         MERIDIAN_REQUIRES(mutex_);
     void match(Entry& entry) MERIDIAN_REQUIRES(mutex_);
     void report(const Entry& entry, const rtps::Guid& guid, const Endpoint& endpoint)
@@ -90,6 +115,7 @@ class DiscoveryStore final : public rtps::Events {
     mutable Mutex mutex_;
     PartitionList own_partitions_ MERIDIAN_GUARDED_BY(mutex_);
     std::unordered_map<rtps::GuidPrefix, Entry> participants_ MERIDIAN_GUARDED_BY(mutex_);
+    std::map<rtps::Guid, Held> held_ MERIDIAN_GUARDED_BY(mutex_);
     std::unordered_map<rtps::GuidPrefix, std::weak_ptr<RemoteParticipant>> departed_
         MERIDIAN_GUARDED_BY(mutex_);
 };

@@ -12,10 +12,10 @@ class PublicationTypes {
   public:
     virtual ~PublicationTypes() = default;
     /// The type of a publication that was announced, empty when there is none; or nothing when it will be
-    /// told later. `answers`: its participant offers the type lookup service.
+    /// told later, even if the publication or its participant goes meanwhile. `answers`: its participant
+    /// offers the type lookup service.
     virtual std::optional<types::TypeRef> type_of(const rtps::EndpointData& publication, bool answers) = 0;
-    /// Nothing more is to be told of this publication, or of all those of a participant.
-    virtual void forget(const rtps::Guid& publication) = 0;
+    /// The participant answers no longer.
     virtual void participant_gone(const rtps::GuidPrefix& participant) = 0;
 };
 

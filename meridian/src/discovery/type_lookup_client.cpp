@@ -53,11 +53,6 @@ std::optional<types::TypeRef> TypeLookupClient::type_of(const rtps::EndpointData
     return answer;
 }
 
-void TypeLookupClient::forget(const rtps::Guid& publication) {
-    waiting_.erase(publication);
-    resolver_.forget(publication);
-}
-
 void TypeLookupClient::participant_gone(const rtps::GuidPrefix& participant) {
     resolver_.participant_gone(participant);
 }

@@ -29,7 +29,6 @@ class TypeLookupClient final : public PublicationTypes, private rtps::SampleSink
     void attach(rtps::net::Runtime& runtime, rtps::Participant& participant, rtps::Now now);
 
     std::optional<types::TypeRef> type_of(const rtps::EndpointData& publication, bool answers) override;
-    void forget(const rtps::Guid& publication) override;
     void participant_gone(const rtps::GuidPrefix& participant) override;
 
   private:

@@ -46,8 +46,7 @@ class TypeResolver {
     /// A publication was announced (or announced anew). `answers`: its participant offers the type lookup
     /// service. Announcing it anew with the same type does not prolong the wait.
     Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now);
-    /// The publication is gone; no outcome comes any more.
-    void forget(const rtps::Guid& endpoint);
+    /// It is not asked any more. Its publications that wait go on waiting for what others say.
     void participant_gone(const rtps::GuidPrefix& participant);
     void take(const TypeLookupReply& reply, rtps::MonotonicTime now);
     void on_timer(rtps::MonotonicTime now);
@@ -77,6 +76,8 @@ class TypeResolver {
         void add_answering(const rtps::GuidPrefix& participant);
     };
 
+    /// No outcome comes any more of what it waited for.
+    void forget(const rtps::Guid& endpoint);
     void ask(Pending& pending, rtps::MonotonicTime now);
     /// True when the pending type is done, one way or the other.
     bool advance(const Key& key, Pending& pending, rtps::MonotonicTime now);

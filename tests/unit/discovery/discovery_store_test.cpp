@@ -177,5 +177,133 @@ TEST(DiscoveryStore, AParticipantThatGoesTakesItsEndpointsAlong) {
     EXPECT_EQ(told(store.publications()), Told{});
 }
 
+/// Types of publications that are told when the test says so.
+class SlowTypes final : public PublicationTypes {
+  public:
+    std::optional<types::TypeRef> type_of(const rtps::EndpointData&, bool) override { return answer; }
+    void participant_gone(const rtps::GuidPrefix&) override {}
+
+    std::optional<types::TypeRef> answer;
+};
+
+/// A writer whose type is being looked up; told() has nothing of it yet.
+class WaitingPublication : public ::testing::Test {
+  protected:
+    WaitingPublication() {
+        types::TypeGraph* graph = types::TypeGraph::create();
+        type = types::TypeRef::adopt(graph->primitive(DDS_TK_LONG));
+        writer.type_information = {1};
+        store.set_types(&lookup);
+        store.participant_discovered(test::make_participant(1, "A"));
+        store.endpoint_discovered(writer, kSomeTime);
+    }
+
+    /// As told(), with a "?" behind what has no type.
+    Told told_with_types() {
+        Told result;
+        for (const auto& change : store.publications().take(1000, {}, false)) {
+            if (change.info.valid_data)
+                result.push_back((change.info.view_state == DDS_NEW_VIEW_STATE ? "+" : "~") +
+                                 std::string(change.data->topic_name) +
+                                 (change.data->type_code == type.get() ? "" : "?"));
+            else
+                result.emplace_back("-");
+        }
+        return result;
+    }
+    /// Whether readers still have to wait for it.
+    bool waits() const {
+        const DDS_TypeCode* found = nullptr;
+        return !store.find_type(writer.guid, found);
+    }
+
+    types::TypeRef type;
+    SlowTypes lookup;
+    DiscoveryStore store{0, {"A"}};
+    rtps::EndpointData writer = test::make_writer(1, 1);
+};
+
+TEST_F(WaitingPublication, AnnouncementsAreReportedInOrderOnceTheTypeIsKnown) {
+    store.endpoint_changed(writer, kSomeTime);
+    EXPECT_EQ(told_with_types(), Told{});
+    EXPECT_TRUE(waits());
+    store.type_resolved(writer.guid, type);
+    EXPECT_EQ(told_with_types(), (Told{"+Topic1", "~Topic1"}));
+    EXPECT_FALSE(waits());
+    store.type_resolved(writer.guid, type);
+    EXPECT_EQ(told_with_types(), Told{});
+}
+
+TEST_F(WaitingPublication, ItsEndIsReportedOnceTheTypeIsKnown) {
+    store.endpoint_gone(writer, GoneReason::disposed, kSomeTime);
+    EXPECT_EQ(told_with_types(), Told{});
+    EXPECT_FALSE(waits()) << "nobody matches what is gone";
+    store.type_resolved(writer.guid, type);
+    EXPECT_EQ(told_with_types(), (Told{"+Topic1", "-"}));
+}
+
+TEST_F(WaitingPublication, ItMayComeBackBefore) {
+    store.endpoint_gone(writer, GoneReason::disposed, kSomeTime);
+    store.endpoint_discovered(writer, kSomeTime);
+    EXPECT_TRUE(waits());
+    store.type_resolved(writer.guid, type);
+    EXPECT_EQ(told_with_types(), (Told{"+Topic1", "-", "+Topic1"}));
+}
+
+TEST_F(WaitingPublication, TheEndOfItsParticipantIsReportedOnceTheTypeIsKnown) {
+    store.participant_gone(test::make_participant(1, "A"), GoneReason::disposed);
+    EXPECT_EQ(told_with_types(), Told{});
+    EXPECT_NE(store.find_participant(writer.participant), nullptr);
+    // Another life of the same participant, in a partition of no interest.
+    store.participant_discovered(test::make_participant(1, "B"));
+    store.type_resolved(writer.guid, type);
+    EXPECT_EQ(told_with_types(), (Told{"+Topic1", "-"}));
+}
+
+TEST_F(WaitingPublication, WithoutATypeAllIsReportedToo) {
+    store.endpoint_changed(writer, kSomeTime);
+    store.endpoint_gone(writer, GoneReason::disposed, kSomeTime);
+    store.type_resolved(writer.guid, {});
+    EXPECT_EQ(told_with_types(), (Told{"+Topic1?", "~Topic1?", "-"}));
+}
+
+TEST_F(WaitingPublication, AnotherTypeEndsTheWait) {
+    writer.type_information = {2};
+    store.endpoint_changed(writer, kSomeTime);
+    EXPECT_EQ(told_with_types(), Told{"+Topic1?"});
+    EXPECT_TRUE(waits());
+    lookup.answer = type;
+    writer.type_information = {3};
+    store.endpoint_changed(writer, kSomeTime);
+    EXPECT_EQ(told_with_types(), (Told{"~Topic1?", "~Topic1"}));
+    EXPECT_FALSE(waits());
+}
+
+TEST_F(WaitingPublication, NobodyWaitsForTypesWhenTheOwnParticipantStops) {
+    store.participant_gone(test::make_participant(1, "A"), GoneReason::stopped);
+    EXPECT_EQ(told_with_types(), (Told{"+Topic1?", "-"}));
+}
+
+TEST_F(WaitingPublication, NothingIsReportedOfOtherPartitions) {
+    store.participant_changed(test::make_participant(1, "B"));
+    store.endpoint_changed(writer, kSomeTime);
+    store.endpoint_gone(writer, GoneReason::disposed, kSomeTime);
+    store.type_resolved(writer.guid, type);
+    store.endpoint_discovered(writer, kSomeTime);
+    store.participant_gone(test::make_participant(1, "B"), GoneReason::disposed);
+    store.type_resolved(writer.guid, type);
+    EXPECT_EQ(told_with_types(), Told{});
+}
+
+TEST_F(WaitingPublication, WhatIsHeldIsLimited) {
+    for (int i = 0; i < 1000; ++i)
+        store.endpoint_changed(writer, kSomeTime);
+    store.endpoint_gone(writer, GoneReason::disposed, kSomeTime);
+    store.type_resolved(writer.guid, type);
+    const Told events = told_with_types();
+    EXPECT_LE(events.size() + store.publications().lost(), 100u);
+    EXPECT_EQ(events.back(), "-");
+}
+
 } // namespace
 } // namespace meridian::discovery

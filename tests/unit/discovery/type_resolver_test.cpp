@@ -203,12 +203,16 @@ TEST_F(TypeResolverTest, LateAnswerServesLaterPublications) {
     EXPECT_TRUE(*later);
 }
 
-TEST_F(TypeResolverTest, PublicationThatIsGoneGetsNoOutcome) {
+TEST_F(TypeResolverTest, PublicationThatChangesItsTypeWaitsForTheLaterOne) {
     create();
-    announce("corpus::Integers", 1);
-    resolver->forget({participant(1), rtps::EntityId{0x103}});
-    answer_all();
+    EXPECT_FALSE(announce("corpus::Integers", 1));
+    const auto requests = resolver->take_requests();
+    EXPECT_FALSE(announce("corpus::Floats", 1));
+    for (const auto& request : requests)
+        answer(request);
     EXPECT_TRUE(resolver->take_outcomes().empty());
+    answer_all();
+    EXPECT_EQ(resolver->take_outcomes().size(), 1u);
 }
 
 TEST_F(TypeResolverTest, NobodyWaitsForEverWhenThoseWhoCouldBeAskedAreGone) {
