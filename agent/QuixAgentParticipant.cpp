@@ -193,8 +193,16 @@ DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
                                  request.subscriberPartitionCount);
     }
     DDSSubscriber* const subscriber = participant.create_subscriber(qos, nullptr, DDS_STATUS_MASK_NONE);
-    if (subscriber == nullptr)
+    if (subscriber == nullptr) {
         QuixAgent_fail("create_subscriber error\n");
+        return nullptr;
+    }
+    // A profile may say that entities are not enabled when they are created.
+    const DDS_ReturnCode_t enabled = subscriber->enable();
+    if (enabled != DDS_RETCODE_OK) {
+        QuixAgent_fail("QUIXAgent: Subscriber::enable error %d\n", enabled);
+        return nullptr;
+    }
     return subscriber;
 }
 

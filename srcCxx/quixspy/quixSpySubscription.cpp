@@ -319,9 +319,15 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDS_DataReaderQos qos;
     if (!build_reader_qos(agent, node, publication, qos))
         return false;
-    return node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL) !=
-               nullptr ||
-           QuixAgent_fail("ferret: Create_datareader error\n");
+    DDSDataReader* const reader =
+        node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL);
+    if (reader == nullptr)
+        return QuixAgent_fail("ferret: Create_datareader error\n");
+    // A profile may say that entities are not enabled when they are created.
+    DDS_ReturnCode_t enabled = topic->enable();
+    if (enabled == DDS_RETCODE_OK)
+        enabled = reader->enable();
+    return enabled == DDS_RETCODE_OK || QuixAgent_fail("ferret: enable error %d\n", enabled);
 }
 
 } // namespace

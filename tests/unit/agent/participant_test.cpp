@@ -133,6 +133,7 @@ TEST_F(Participant, IsBuiltFromTheBuiltInProfile) {
     EXPECT_EQ(builtin.looked_up, (Strings{"DCPSPublication", "DCPSSubscription"}));
     EXPECT_EQ(participant.calls, (Strings{"topic", "subscriber", "datareader", "enable",
                                           "get_default_subscriber_qos", "create_subscriber"}));
+    EXPECT_TRUE(subscriber.enabled) << "whatever the profile says of that";
     EXPECT_TRUE(fake_transports.written.empty());
     EXPECT_TRUE(factory.deleted.empty());
     EXPECT_EQ(property(factory.participant_qos.property, "dds.builtin_type.auto_register"), "0");
@@ -290,6 +291,8 @@ TEST_F(Participant, ReportsEveryFailure) {
     with(participant.results, "datareader", "QUIXAgent: set_default_datareader_qos_with_profile 5\n");
     with(participant.results, "get_default_subscriber_qos", "get_default_subscriber_qos error 5\n");
 
+    subscriber.enable_result = DDS_RETCODE_ERROR;
+    expect_failure("QUIXAgent: Subscriber::enable error 1\n");
     participant.created_subscriber = nullptr;
     expect_failure("create_subscriber error\n");
     builtin.readers.erase("DCPSSubscription");

@@ -157,6 +157,8 @@ TEST_F(Subscription, MakesAReaderOfANewTopic) {
     EXPECT_EQ(readers()[0].topic, "Circle");
     EXPECT_EQ(readers()[0].listener, &listener());
     EXPECT_EQ(readers()[0].mask, DDS_STATUS_MASK_ALL);
+    EXPECT_TRUE(participant().topics["Circle"]->enabled) << "a profile may leave that to us";
+    EXPECT_TRUE(agent.worlds[0].reader.enabled);
     EXPECT_EQ(participant().registered["ShapeType"], PRES_TYPEPLUGIN_USER_KEY);
     EXPECT_STREQ(listener().topicName, "Circle");
     EXPECT_STREQ(listener().typeName, "ShapeType");
@@ -367,6 +369,11 @@ TEST_F(Subscription, FailuresEndOneAttemptOnly) {
     EXPECT_FALSE(subscribed);
     EXPECT_STREQ(listener(1).topicName, "Square");
     EXPECT_EQ(discover({"Square"}), "") << "the topic is there now";
+    EXPECT_FALSE(subscribed);
+
+    agent.worlds[0].subscriber.created_reader = &agent.worlds[0].reader;
+    agent.worlds[0].reader.enable_result = DDS_RETCODE_ERROR;
+    EXPECT_EQ(discover({"Pentagon"}), "ferret: enable error 1\n");
     EXPECT_FALSE(subscribed);
 
     const VerbosityGuard silent(0);

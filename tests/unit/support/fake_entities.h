@@ -18,10 +18,16 @@
 template <typename Base>
 class FakeEntity : public Base {
   public:
-    DDS_ReturnCode_t enable() override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t enable() override {
+        enabled = enable_result == DDS_RETCODE_OK;
+        return enable_result;
+    }
     DDSStatusCondition* get_statuscondition() override { return nullptr; }
     DDS_StatusMask get_status_changes() override { return 0; }
     DDS_InstanceHandle_t get_instance_handle() override { return DDS_HANDLE_NIL; }
+
+    DDS_ReturnCode_t enable_result = DDS_RETCODE_OK;
+    bool enabled = false;
 };
 
 /// A reader that somebody asked for: with what, and what was set on it.
