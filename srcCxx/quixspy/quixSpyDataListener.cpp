@@ -201,6 +201,7 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
         DDS_String_free(printBuffer_);
         printBuffer_ = DDS_String_alloc(length);
         if (printBuffer_ == nullptr) {
+            write_line(); // what is said stands behind the fields of the line
             say("Error allocating string for printing sample.");
             return false;
         }
@@ -208,6 +209,7 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
     if (result == DDS_RETCODE_OK)
         result = sample.to_string(printBuffer_, length, format);
     if (result != DDS_RETCODE_OK) {
+        write_line();
         say_result("to_string failed with retCode %d\n", result);
         return false;
     }

@@ -183,6 +183,23 @@ TEST_P(DataListener, ContentsOfOpaqueSamplesComeFromTheTypeCode) {
               "12:25:30 New data         " + kUnknown);
 }
 
+TEST_P(DataListener, SaysBehindTheFieldsThatContentsCannotBeShown) {
+    settings.useDynamicData = true;
+    const DDS_DynamicData nothing;
+    const std::string line = "12:25:30 New data         " + kUnknown;
+    const std::string fields = line.substr(0, line.size() - 1);
+    for (const auto& [wanted, message] :
+         {std::pair<PrintSample, const char*>{PRINT_SAMPLE_COMPACT, "to_string failed with retCode 4\n"},
+          {PRINT_SAMPLE_PLAIN, "\nprint failed with retCode 4\n"}}) {
+        settings.printSample = wanted;
+        QuixSpyDataListener dynamic("Circle", "ShapeType", nullptr, settings);
+        const auto print = [&] { dynamic.print_user_data(sample(), &nothing); };
+        EXPECT_EQ(printed_by(print), fields + message + "\n");
+        const VerbosityGuard silent(0);
+        EXPECT_EQ(printed_by(print), fields + (wanted == PRINT_SAMPLE_PLAIN ? "\n\n" : "\n"));
+    }
+}
+
 TEST_P(DataListener, ReportsAllSamplesInOrder) {
     DDS_SampleInfo again = sample();
     again.view_state = DDS_NOT_NEW_VIEW_STATE;
