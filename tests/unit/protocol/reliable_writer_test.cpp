@@ -104,6 +104,22 @@ TEST_F(ReliableWriterTest, SendsAtOnceWithAHeartbeatAndRepeatsItWithGrowingPause
     EXPECT_EQ(writer->kept_samples(), 0u);
 }
 
+TEST_F(ReliableWriterTest, FlagsThatNoParameterCarriesMakeNoParameterList) {
+    make(Durability::volatile_);
+    add_reader(reader_guid(2), false, false);
+    const auto size_with_flags = [this](uint32_t flags) {
+        WriteRequest request;
+        request.inline_qos.sample_flags = flags;
+        writer->write(request, Now{now, {1, 0}});
+        batcher.flush();
+        const size_t size = output.messages.back().bytes.size();
+        output.messages.clear();
+        return size;
+    };
+    const size_t plain = size_with_flags(0);
+    EXPECT_EQ(size_with_flags(1), plain);
+}
+
 TEST_F(ReliableWriterTest, EverySixteenthSampleCarriesAHeartbeat) {
     make(Durability::volatile_);
     add_reader(reader_guid(2));
