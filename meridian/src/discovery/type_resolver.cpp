@@ -16,6 +16,14 @@ rtps::ByteBuffer key_of(const types::TypeIdentifier& id) {
     return bytes;
 }
 
+/// Whether an object is the one that its hash was made of. The hash is that of the little-endian form, and
+/// that of a strongly connected component covers more than the object: those are taken as they are.
+bool is_genuine(const types::TypeObjectPair& pair, rtps::Endianness endianness) {
+    if (endianness != rtps::Endianness::little || pair.id.kind == types::tk::kStronglyConnected)
+        return true;
+    return types::hash_of(pair.object, pair.id.kind == types::tk::kComplete) == pair.id.hash;
+}
+
 } // namespace
 
 TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
@@ -92,13 +100,13 @@ bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const Ke
 }
 
 bool TypeResolver::advance(const Key& key, Pending& pending, rtps::MonotonicTime now) {
-    if (!library_.missing(pending.root).empty()) {
-        ask(pending, now);
-        return false;
-    }
     if (is_too_large(library_.closure_size(pending.root), pending.name, key)) {
         finish(pending, types::TypeRef());
         return true;
+    }
+    if (!library_.missing(pending.root).empty()) {
+        ask(pending, now);
+        return false;
     }
     std::string error;
     types::TypeRef type = library_.build(pending.root, error);
@@ -115,6 +123,7 @@ void TypeResolver::ask(Pending& pending, rtps::MonotonicTime now) {
         return;
     const std::vector<types::TypeHash> missing = library_.missing(pending.root);
     pending.asked_for = std::set<types::TypeHash>(missing.begin(), missing.end());
+    unanswered_.insert(missing.begin(), missing.end());
     pending.retry_at = rtps::later(now, settings_.retry);
     const rtps::GuidPrefix& asked = pending.answering[pending.next_asked++ % pending.answering.size()];
     requests_.push_back({asked, missing});
@@ -143,29 +152,58 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant) {
     }
     for (auto silent = silent_.begin(); silent != silent_.end();)
         silent = silent->second == participant ? silent_.erase(silent) : std::next(silent);
+    if (pending_.empty() && silent_.empty())
+        unanswered_.clear();
+}
+
+bool TypeResolver::take(const types::TypeObjectPair& pair, rtps::Endianness endianness) {
+    const types::TypeHash& hash = pair.id.hash;
+    if (!pair.id.is_hashed() || unanswered_.count(hash) == 0)
+        return false;
+    if (!is_genuine(pair, endianness)) {
+        MERIDIAN_LOG_WARNING("discovery", "type object %s is not what its hash says",
+                             types::to_string(hash).c_str());
+        return false;
+    }
+    if (pair.object.size > settings_.max_type_size) {
+        refuse(hash, pair.object.size);
+        return false;
+    }
+    switch (library_.add(hash, pair.object, endianness)) {
+        case types::TypeLibrary::Added::yes:
+            unanswered_.erase(hash);
+            return true;
+        case types::TypeLibrary::Added::known:
+            unanswered_.erase(hash);
+            break;
+        case types::TypeLibrary::Added::malformed:
+            MERIDIAN_LOG_WARNING("discovery", "type object %s is malformed", types::to_string(hash).c_str());
+            break;
+        case types::TypeLibrary::Added::too_large:
+            MERIDIAN_LOG_WARNING("discovery", "type object %s is too large", types::to_string(hash).c_str());
+            break;
+    }
+    return false;
+}
+
+void TypeResolver::refuse(const types::TypeHash& hash, uint64_t size) {
+    unanswered_.erase(hash);
+    for (auto at = pending_.begin(); at != pending_.end();) {
+        Pending& pending = at->second;
+        if (pending.asked_for.count(hash) != 0 &&
+            is_too_large(library_.closure_size(pending.root) + size, pending.name, at->first)) {
+            finish(pending, types::TypeRef());
+            at = pending_.erase(at);
+        } else {
+            ++at;
+        }
+    }
 }
 
 void TypeResolver::take(const TypeLookupReply& reply, rtps::MonotonicTime now) {
     bool news = false;
-    for (const types::TypeObjectPair& pair : reply.types) {
-        if (!pair.id.is_hashed())
-            continue;
-        switch (library_.add(pair.id.hash, pair.object, reply.endianness)) {
-            case types::TypeLibrary::Added::yes:
-                news = true;
-                break;
-            case types::TypeLibrary::Added::known:
-                break;
-            case types::TypeLibrary::Added::malformed:
-                MERIDIAN_LOG_WARNING("discovery", "type object %s is malformed",
-                                     types::to_string(pair.id.hash).c_str());
-                break;
-            case types::TypeLibrary::Added::too_large:
-                MERIDIAN_LOG_WARNING("discovery", "type object %s is too large",
-                                     types::to_string(pair.id.hash).c_str());
-                break;
-        }
-    }
+    for (const types::TypeObjectPair& pair : reply.types)
+        news = take(pair, reply.endianness) || news;
     if (!news)
         return;
     for (auto pending = pending_.begin(); pending != pending_.end();) {

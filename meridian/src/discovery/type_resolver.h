@@ -48,6 +48,8 @@ class TypeResolver {
     Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now);
     /// It is not asked any more. Its publications that wait go on waiting for what others say.
     void participant_gone(const rtps::GuidPrefix& participant);
+    /// Takes the type objects that were asked for, no matter who answers whom. Objects that are not what
+    /// their hashes say, or alone exceed the limit of a type, are refused.
     void take(const TypeLookupReply& reply, rtps::MonotonicTime now);
     void on_timer(rtps::MonotonicTime now);
 
@@ -82,6 +84,10 @@ class TypeResolver {
     /// True when the pending type is done, one way or the other.
     bool advance(const Key& key, Pending& pending, rtps::MonotonicTime now);
     void finish(Pending& pending, const types::TypeRef& type);
+    /// True when the object is new.
+    bool take(const types::TypeObjectPair& pair, rtps::Endianness endianness);
+    /// Gives up the types that wait for an object that is too large.
+    void refuse(const types::TypeHash& hash, uint64_t size);
     bool is_too_large(uint64_t size, const std::string& name, const Key& key);
 
     const Settings settings_;
@@ -89,6 +95,7 @@ class TypeResolver {
     std::map<Key, types::TypeRef> resolved_; // empty: cannot be used
     std::map<Key, Pending> pending_;
     std::set<std::pair<Key, rtps::GuidPrefix>> silent_; // were asked for the type and did not answer in time
+    std::set<types::TypeHash> unanswered_; // was asked for; the answer may also come after all gave up
     std::vector<Request> requests_;
     std::vector<Outcome> outcomes_;
 };

@@ -254,6 +254,82 @@ TEST_F(TypeResolverTest, TypeAboveTheLimitIsRefusedOnceAndSaysSo) {
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
 }
 
+TEST_F(TypeResolverTest, ObjectsThatWereNotAskedForAreNotKept) {
+    create();
+    TypeLookupReply all;
+    test::read_objects(type("corpus::Nested"), all.types);
+    resolver->take(all, now);
+    ASSERT_FALSE(announce("corpus::Nested", 1));
+    const auto root = resolver->take_requests();
+    ASSERT_EQ(root.size(), 1u);
+    EXPECT_EQ(root[0].hashes.size(), 1u);
+    resolver->take(all, now);
+    const auto rest = resolver->take_requests();
+    ASSERT_EQ(rest.size(), 1u) << "what the root rests on was not asked for yet";
+    EXPECT_EQ(rest[0].hashes.size(), 2u);
+    answer(rest[0]);
+    ASSERT_EQ(resolver->take_outcomes().size(), 1u);
+}
+
+TEST_F(TypeResolverTest, ObjectThatIsNotWhatItsHashSaysIsRefused) {
+    create();
+    ASSERT_FALSE(announce("corpus::Integers", 1));
+    const auto request = resolver->take_requests();
+    TypeLookupReply forged;
+    test::read_objects(type("corpus::Floats"), forged.types);
+    for (types::TypeObjectPair& pair : forged.types)
+        pair.id = types::TypeIdentifier::of(request.at(0).hashes.at(0));
+    resolver->take(forged, now);
+    EXPECT_TRUE(resolver->take_outcomes().empty());
+    answer(request[0]);
+    const auto outcomes = resolver->take_outcomes();
+    ASSERT_EQ(outcomes.size(), 1u);
+    ASSERT_TRUE(outcomes[0].type);
+    EXPECT_TRUE(types::equal(*outcomes[0].type, *test::build_type(type("corpus::Integers"))));
+}
+
+TEST_F(TypeResolverTest, TypeThatIsLargerThanAnnouncedIsGivenUpAtOnce) {
+    // Nothing is announced of its size.
+    auto nested = std::find_if(corpus.begin(), corpus.end(),
+                               [](const test::CorpusType& entry) { return entry.name == "corpus::Nested"; });
+    std::vector<types::TypeObjectPair> pairs;
+    test::read_objects(*nested, pairs);
+    size_t root_size = 0;
+    for (const types::TypeObjectPair& pair : pairs) {
+        auto& bytes = nested->information;
+        const auto hash = pair.id.hash.bytes;
+        const auto at = std::search(bytes.begin(), bytes.end(), hash.begin(), hash.end());
+        ASSERT_NE(at, bytes.end());
+        std::fill_n(at + 15, 4, uint8_t{0});
+    }
+    create();
+    ASSERT_FALSE(announce("corpus::Nested", 1));
+    const types::TypeHash root = resolver->take_requests().at(0).hashes.at(0);
+    for (const types::TypeObjectPair& pair : pairs)
+        root_size = pair.id.hash == root ? pair.object.size : root_size;
+    ASSERT_GT(root_size, 0u);
+
+    // Too large by its first object, or only by one that this rests on.
+    for (const size_t limit : {root_size - 1, root_size}) {
+        settings.max_type_size = limit;
+        create();
+        ASSERT_FALSE(announce("corpus::Nested", 1));
+        ::testing::internal::CaptureStderr();
+        for (size_t round = 0; round <= limit + 1 - root_size; ++round) {
+            const auto requests = resolver->take_requests();
+            ASSERT_EQ(requests.size(), 1u);
+            answer(requests[0], true);
+        }
+        const std::string log = ::testing::internal::GetCapturedStderr();
+        EXPECT_NE(log.find("-tcMaxSize"), std::string::npos) << log;
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+        EXPECT_TRUE(resolver->take_requests().empty());
+        const auto outcomes = resolver->take_outcomes();
+        ASSERT_EQ(outcomes.size(), 1u);
+        EXPECT_FALSE(outcomes[0].type);
+    }
+}
+
 TEST_F(TypeResolverTest, PartialAnswersAddUp) {
     create();
     const test::CorpusType* deepest = nullptr;
