@@ -117,7 +117,7 @@ DDSDomainParticipant* FactoryImpl::create_participant(DDS_DomainId_t domain_id,
                                error.c_str());
         return nullptr;
     }
-    warn_of_unknown_transport_properties(qos.property);
+    warn_of_properties_without_effect(qos.property);
     MutexLock lock(mutex_);
     if (is_in_use(made->guid().prefix)) {
         MERIDIAN_LOG_ERROR("dcps", "cannot create a participant: another one has the GUID prefix %s",

@@ -25,8 +25,19 @@ constexpr const char* kKnownTransportProperties[] = {
     "dds.transport.UDPv6.builtin.ignore_loopback_interface",
     "dds.transport.UDPv6.builtin.parent.allow_interfaces_list",
     "dds.transport.UDPv6.builtin.parent.deny_interfaces_list",
+};
+/// They ask for the ways of older versions, which are none of this engine's.
+constexpr const char* kIdleProperties[] = {
+    "dds.data_writer.protocol.use_43_large_data_format",
+    "dds.data_reader.protocol.use_43_large_data_format",
     "dds.transport.use_510_compatible_locator_kinds",
 };
+
+template <size_t count>
+bool is_one_of(const std::string& name, const char* const (&names)[count]) {
+    return std::any_of(std::begin(names), std::end(names),
+                       [&name](const char* candidate) { return name == candidate; });
+}
 
 std::string text_or_empty(const char* text) {
     return text != nullptr ? text : "";
@@ -140,15 +151,14 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
     return config;
 }
 
-void warn_of_unknown_transport_properties(const DDS_PropertyQosPolicy& properties) {
+void warn_of_properties_without_effect(const DDS_PropertyQosPolicy& properties) {
     for (const rtps::Property& property : all_properties(properties)) {
         const std::string name = trimmed(property.name);
-        if (name.compare(0, std::strlen(kTransportPropertyPrefix), kTransportPropertyPrefix) != 0)
-            continue;
-        const bool known =
-            std::any_of(std::begin(kKnownTransportProperties), std::end(kKnownTransportProperties),
-                        [&name](const char* candidate) { return name == candidate; });
-        if (!known)
+        const bool is_of_transport =
+            name.compare(0, std::strlen(kTransportPropertyPrefix), kTransportPropertyPrefix) == 0;
+        if (is_one_of(name, kIdleProperties))
+            MERIDIAN_LOG_WARNING("dcps", "property \"%s\" has no effect with this engine", name.c_str());
+        else if (is_of_transport && !is_one_of(name, kKnownTransportProperties))
             MERIDIAN_LOG_WARNING("dcps", "property \"%s\" is unknown and has no effect", name.c_str());
     }
 }

@@ -39,7 +39,7 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
                                                        const std::shared_ptr<rtps::net::OwnParticipants>& own,
                                                        std::string& error);
 
-/// Warns of properties of transports that have no effect here.
-void warn_of_unknown_transport_properties(const DDS_PropertyQosPolicy& properties);
+/// Warns of unknown properties of transports, and of known ones that ask for what this engine does not do.
+void warn_of_properties_without_effect(const DDS_PropertyQosPolicy& properties);
 
 } // namespace meridian::dcps

@@ -207,20 +207,25 @@ TEST_F(FactoryTest, WhatCannotBeUsedIsRefusedWithAReason) {
     EXPECT_NE(GetCapturedStderr().find("listener"), std::string::npos);
 }
 
-TEST_F(FactoryTest, PropertiesOfTransportsThatNobodyKnowsAreWarnedOf) {
+TEST_F(FactoryTest, PropertiesWithoutEffectAreWarnedOf) {
     const LoggerGuard guard(QUIX_LOG_WARNING);
     DDS_DomainParticipantQos qos;
     DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.transport.made_up", "1", false);
     DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.builtin_type.auto_register", "0", false);
-    DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.transport.use_510_compatible_locator_kinds",
-                                             "1", false);
+    for (const char* const idle : {"dds.transport.use_510_compatible_locator_kinds",
+                                   "dds.data_writer.protocol.use_43_large_data_format",
+                                   "dds.data_reader.protocol.use_43_large_data_format"})
+        DDS_PropertyQosPolicyHelper_add_property(qos.property, idle, "1", false);
     DDS_PropertyQosPolicyHelper_add_property(
         qos.property, " dds.transport.UDPv4.builtin.ignore_loopback_interface ", " 0 ", false);
     CaptureStderr();
     EXPECT_NE(create(qos), nullptr);
     const std::string logged = GetCapturedStderr();
     EXPECT_NE(logged.find("dds.transport.made_up"), std::string::npos) << logged;
-    EXPECT_EQ(logged.find("510"), std::string::npos) << logged;
+    for (const char* const idle : {"transport.use_510_compatible_locator_kinds\" has no effect",
+                                   "data_writer.protocol.use_43_large_data_format\" has no effect",
+                                   "data_reader.protocol.use_43_large_data_format\" has no effect"})
+        EXPECT_NE(logged.find(idle), std::string::npos) << logged;
     EXPECT_EQ(logged.find("ignore_loopback"), std::string::npos) << logged;
     EXPECT_EQ(logged.find("auto_register"), std::string::npos) << logged;
 }
