@@ -80,6 +80,7 @@ bool QuixAgent::execute(const char* command) {
         logger->set_print_format(logFormat);
         if (verbosity > 1)
             print_command_summary();
+        std::fflush(stdout); // where standard error goes to the same file, what is logged comes after it
         succeeded = run();
     }
     QUIXConfigLogger::finalize_instance();

@@ -9,9 +9,11 @@
 
 namespace {
 
-void progress(const char* text) {
+/// Begins a step in which the middleware may log: what was printed before stands before it.
+void begin_step(const char* text) {
     if (theVerbosity > 1)
         std::puts(text);
+    std::fflush(stdout);
 }
 
 /// The names of a profile, each cut to what the buffers hold.
@@ -120,7 +122,7 @@ void apply_settings(const QuixAgent& agent, const QuixAgentParticipantRequest& r
 bool build_qos(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
                DDSDomainParticipantFactory& factory, const ProfileName& profile,
                DDS_DomainParticipantQos& qos) {
-    progress("loading QoS ...");
+    begin_step("loading QoS ...");
     DDS_ReturnCode_t result = factory.get_participant_qos_from_profile(qos, profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
         return QuixAgent_fail("get_participant_qos_from_profile error %d\n", result);
@@ -181,7 +183,7 @@ void destroy(DDSDomainParticipantFactory& factory, DDSDomainParticipant& partici
 
 DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
                                  DDSDomainParticipant& participant) {
-    progress("Creating subscriber...");
+    begin_step("Creating subscriber...");
     DDS_SubscriberQos qos;
     const DDS_ReturnCode_t result = participant.get_default_subscriber_qos(qos);
     if (result != DDS_RETCODE_OK) {
@@ -236,7 +238,7 @@ DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
     if (!build_qos(agent, request, factory, profile, qos))
         return nullptr;
 
-    progress("Creating domain participant...");
+    begin_step("Creating domain participant...");
     DDSDomainParticipant* const participant =
         factory.create_participant(agent.domainId, qos, nullptr, DDS_STATUS_MASK_NONE);
     if (participant == nullptr) {

@@ -12,10 +12,10 @@ int32_t saturate(int64_t value) {
 
 bool write_back(const QuixAgentMiddleware& middleware, DDSDomainParticipant* participant,
                 const QUIXTransport_Property& property) {
+    std::fflush(stdout); // before what the middleware logs
     const DDS_ReturnCode_t result = middleware.set_transport_property(participant, property);
-    if (result != DDS_RETCODE_OK && theVerbosity >= 1)
-        std::printf("QUIXAgent: set_builtin_transport_property error %d\n", result);
-    return result == DDS_RETCODE_OK;
+    return result == DDS_RETCODE_OK ||
+           QuixAgent_fail("QUIXAgent: set_builtin_transport_property error %d\n", result);
 }
 
 bool adjust_udp(const QuixAgent& agent, const QuixAgentMiddleware& middleware,

@@ -41,7 +41,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_DFL);
     auto* const agent = new QuixSpyAgent("Kvo Meridian DDS Spy");
     const bool succeeded = agent->execute(argc, const_cast<const char**>(argv));
+    tell_of_lost_output(); // first, as the tear-down may log to the same file
     delete agent;
-    tell_of_lost_output();
     return succeeded ? 1 : 0;
 }

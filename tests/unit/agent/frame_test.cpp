@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <climits>
+#include <cstdio>
 
 #include "agent/fake_agent.h"
 #include "meridian/logger.h"
@@ -192,6 +195,18 @@ TEST(Frame, LogsAsChosenUntilTheAgentIsGone) {
     };
     EXPECT_EQ(logged_at_the_end("0"), "");
     EXPECT_EQ(logged_at_the_end("1"), "error: failed: reader\n");
+}
+
+TEST(Frame, IsPrintedBeforeWhatTheRunLogs) {
+    struct LoggingAgent : FakeAgent {
+        void print_command_summary() override { std::puts("summary"); }
+        bool run() override { return write(STDOUT_FILENO, "logged\n", 7) == 7; }
+    };
+    const VerbosityGuard guard(1);
+    LoggingAgent agent;
+    bool result = false;
+    EXPECT_EQ(execute(agent, {"-verbosity", "2"}, result), "summary\nlogged\n");
+    EXPECT_TRUE(result);
 }
 
 TEST(Frame, MapsVerbosityToTheLogger) {

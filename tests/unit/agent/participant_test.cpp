@@ -2,6 +2,7 @@
 // fail.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "agent/QuixAgentParticipant.h"
 #include "agent/QuixAgentQosProfile.h"
@@ -20,6 +21,7 @@ struct FakeTransports {
     QUIXTransport_Property shmem{DDS_TRANSPORT_KIND_SHMEM};
     QUIXTransport_Property udpv6{DDS_TRANSPORT_KIND_UDPv6};
     std::vector<DDS_TransportBuiltinKind> written;
+    std::string logged; // to the same file as what is printed, for every property that is written
     DDS_ReturnCode_t write_result = DDS_RETCODE_OK;
 
     QUIXTransport_Property& of(DDS_TransportBuiltinKind kind) {
@@ -36,6 +38,8 @@ DDS_ReturnCode_t get_transport(DDSDomainParticipant*, QUIXTransport_Property& pr
 DDS_ReturnCode_t set_transport(DDSDomainParticipant*, const QUIXTransport_Property& property) {
     transports->of(property.kind) = property;
     transports->written.push_back(property.kind);
+    EXPECT_EQ(write(STDOUT_FILENO, transports->logged.data(), transports->logged.size()),
+              static_cast<ssize_t>(transports->logged.size()));
     return transports->write_result;
 }
 
@@ -252,6 +256,13 @@ TEST_F(Participant, AddsCompatibilityPropertiesUnlessThereAreSome) {
     EXPECT_EQ(property(used, "dds.data_writer.protocol.use_43_large_data_format"), "1");
     EXPECT_EQ(property(used, "dds.data_reader.protocol.use_43_large_data_format"), "0");
     EXPECT_EQ(property(used, "dds.transport.use_510_compatible_locator_kinds"), "1");
+}
+
+TEST_F(Participant, PrintsWhatItChangesBeforeTheMiddlewareLogs) {
+    agent.discoveryTTL = 5;
+    fake_transports.logged = "logged\n";
+    const int before = fake_transports.udpv4.udp.multicast_ttl;
+    EXPECT_EQ(create(), "Changing UDPv4 TTL from " + std::to_string(before) + " to 5\nlogged\n");
 }
 
 TEST_F(Participant, DropsTheMonitoringLibrary) {
