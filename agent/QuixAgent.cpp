@@ -93,23 +93,14 @@ bool QuixAgent::initialize(int argc, const char** argv) {
         print_usage();
         return false;
     }
-    if (argc == INT_MAX) {
-        if (theVerbosity >= 1)
-            std::printf("%s: Too many parameters (%d)\n", title, argc);
-        return false;
-    }
+    if (argc == INT_MAX)
+        return QuixAgent_fail("%s: Too many parameters (%d)\n", title, argc);
     for (int index = 1; index < argc; ++index) {
         const int result = parse_argument(&index, argv, argc);
-        if (result == QUIX_AGENT_PARSE_UNRECOGNIZED) {
-            if (theVerbosity >= 1)
-                std::printf("%s: Unrecognized parameter '%s'\n", title, argv[index]);
-            return false;
-        }
-        if (result == QUIX_AGENT_PARSE_ERROR) {
-            if (theVerbosity >= 1)
-                std::printf("%s: Error in parameter '%s'\n", title, argv[index]);
-            return false;
-        }
+        if (result == QUIX_AGENT_PARSE_UNRECOGNIZED)
+            return QuixAgent_fail("%s: Unrecognized parameter '%s'\n", title, argv[index]);
+        if (result == QUIX_AGENT_PARSE_ERROR)
+            return QuixAgent_fail("%s: Error in parameter '%s'\n", title, argv[index]);
         if (result == QUIX_AGENT_PARSE_STOP)
             return false;
     }

@@ -15,7 +15,6 @@ struct QuixOptionStep {
     Agent& agent;
     int* index;
     const char** argv;
-    int argc;
     const char* text;
     int number;
 };
@@ -35,7 +34,7 @@ template <typename Agent, size_t Count>
 int QuixOption_parse(const QuixOption<Agent> (&table)[Count], Agent& agent, int* index, const char** argv,
                      int argc) {
     for (const QuixOption<Agent>& option : table) {
-        QuixOptionStep<Agent> step{agent, index, argv, argc, nullptr, 0};
+        QuixOptionStep<Agent> step{agent, index, argv, nullptr, 0};
         const bool is_number = option.value == QuixOptionValue::kNumber;
         const bool is_text =
             option.value == QuixOptionValue::kText || option.value == QuixOptionValue::kOptionalText;

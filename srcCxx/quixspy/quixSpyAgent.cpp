@@ -20,13 +20,6 @@ void stopHandler(int) {
 
 namespace {
 
-/// Reports a failed step of the start-up as a line, from verbosity 1 on. Always false.
-bool fail(const char* text) {
-    if (theVerbosity >= 1)
-        std::puts(text);
-    return false;
-}
-
 void free_strings(char** strings, int32_t count) {
     for (int32_t i = 0; i < count; ++i)
         DDS_String_free(strings[i]);
@@ -129,15 +122,15 @@ bool QuixSpyAgent::continue_execution() {
 bool QuixSpyAgent::create_semaphore() {
     _semaphore = QUIXSemaphore::create();
     if (_semaphore == nullptr)
-        return fail("ferret fail creating semaphore");
-    return _semaphore->give() || fail("ferret fail giving semaphore");
+        return QuixAgent_fail("ferret fail creating semaphore\n");
+    return _semaphore->give() || QuixAgent_fail("ferret fail giving semaphore\n");
 }
 
 bool QuixSpyAgent::create_participant() {
     _participantNode =
         QUIXHeap_allocateStructure<QuixSpyParticipantListNode>("struct QuixSpyParticipantListNode");
     if (_participantNode == nullptr)
-        return fail("ferret: Error allocating _participantNode");
+        return QuixAgent_fail("ferret: Error allocating _participantNode\n");
     _participantNode->participant = createDomainParticipant(
         _participantPartitionCount, const_cast<const char**>(_participantPartitions),
         _subscriberPartitionCount, const_cast<const char**>(_subscriberPartitions), _discoveryPluginsSet,
@@ -156,15 +149,15 @@ bool QuixSpyAgent::initialize_spy() {
 
     DDSSubscriber* const builtin = _participantNode->participant->get_builtin_subscriber();
     if (builtin == nullptr)
-        return fail("get_builtin_subscriber error");
+        return QuixAgent_fail("get_builtin_subscriber error\n");
     auto* const publications = DDSPublicationBuiltinTopicDataDataReader::narrow(
         builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME));
     if (publications == nullptr)
-        return fail("lookup DCPSPublication error");
+        return QuixAgent_fail("lookup DCPSPublication error\n");
     auto* const subscriptions = DDSSubscriptionBuiltinTopicDataDataReader::narrow(
         builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME));
     if (subscriptions == nullptr)
-        return fail("lookup DCPSSubscription error");
+        return QuixAgent_fail("lookup DCPSSubscription error\n");
 
     // Before the line that tells of CTRL+C: whoever acts on it at once gets the statistics too.
     QUIXSPY_INTERRUPTED = false;
@@ -187,14 +180,14 @@ bool QuixSpyAgent::watch(DDSDataReader& publications, DDSDataReader& subscriptio
     _subscriptionCondition = subscriptions.get_statuscondition();
     _publicationCondition = publications.get_statuscondition();
     if (_subscriptionCondition == nullptr || _publicationCondition == nullptr)
-        return fail("ferret fail to create status condition");
+        return QuixAgent_fail("ferret fail to create status condition\n");
     for (DDSStatusCondition* const condition : {_subscriptionCondition, _publicationCondition}) {
         if (condition->set_enabled_statuses(DDS_DATA_AVAILABLE_STATUS) != DDS_RETCODE_OK)
-            return fail("ferret fail to set statuses");
+            return QuixAgent_fail("ferret fail to set statuses\n");
     }
     for (DDSStatusCondition* const condition : {_subscriptionCondition, _publicationCondition}) {
         if (_waitSet->attach_condition(condition) != DDS_RETCODE_OK)
-            return fail("ferret fail to attach condition");
+            return QuixAgent_fail("ferret fail to attach condition\n");
     }
     return true;
 }

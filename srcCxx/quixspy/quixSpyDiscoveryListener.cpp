@@ -24,8 +24,8 @@ void QuixSpyDiscoveryListener::on_data_available(DDSDataReader* reader) {
         report_available(*publication_reader_, true);
     else if (reader != nullptr && reader == subscription_reader_)
         report_available(*subscription_reader_, false);
-    else if (theVerbosity >= 1)
-        std::puts("unidentified reader for DiscoveryListener");
+    else
+        QuixAgent_fail("unidentified reader for DiscoveryListener\n");
 }
 
 template <typename Data>
@@ -37,8 +37,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
     if (result == DDS_RETCODE_NO_DATA)
         return;
     if (result != DDS_RETCODE_OK) {
-        if (theVerbosity >= 1)
-            std::printf("take error %d\n", result);
+        QuixAgent_fail("take error %d\n", result);
         return;
     }
     for (DDS_Long i = 0; i < samples.length(); ++i) {
@@ -47,8 +46,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
         Data holder;
         result = reader.get_key_value(holder, info.instance_handle);
         if (result != DDS_RETCODE_OK) {
-            if (theVerbosity >= 1)
-                std::printf("get_key_value error %d\n", result);
+            QuixAgent_fail("get_key_value error %d\n", result);
             continue;
         }
         const DDS_UnsignedLong* const key = holder.key.value;
@@ -57,8 +55,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
         DDS_ParticipantBuiltinTopicData participant;
         result = reader.get_matched_publication_participant_data(participant, info.instance_handle);
         if (result != DDS_RETCODE_OK) {
-            if (theVerbosity >= 1)
-                std::printf("get_matched_publication_participant_data error %d\n", result);
+            QuixAgent_fail("get_matched_publication_participant_data error %d\n", result);
             return;
         }
         report_and_notify_agent(sample.topic_name, sample.type_name, sample.ownership.kind,
@@ -70,8 +67,8 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
             ++(isWriter ? discoveredWriters : discoveredReaders);
     }
     result = reader.return_loan(samples, infos);
-    if (result != DDS_RETCODE_OK && theVerbosity >= 1)
-        std::printf("return loan error %d\n", result);
+    if (result != DDS_RETCODE_OK)
+        QuixAgent_fail("return loan error %d\n", result);
     std::fflush(stdout);
 }
 
@@ -92,8 +89,7 @@ bool QuixSpyDiscoveryListener::checkIsKeyedTopic(const RtpsGuid& guid) {
         case 0x3c:
             return false;
         default:
-            if (theVerbosity >= 1)
-                std::puts("Unknown writer");
+            QuixAgent_fail("Unknown writer\n");
             return true;
     }
 }

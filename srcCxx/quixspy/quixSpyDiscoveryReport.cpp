@@ -62,14 +62,12 @@ void QuixSpyDiscoveryListener::getIpv4Address(char (&out)[QUIXSPY_IP_SIZE], cons
         return;
     DDSSubscriber* const subscriber = subscription_reader_->get_subscriber();
     if (subscriber == nullptr) {
-        if (theVerbosity >= 1)
-            std::puts("ferret: Error getting Subscriber");
+        QuixAgent_fail("ferret: Error getting Subscriber\n");
         return;
     }
     DDSDomainParticipant* const participant = subscriber->get_participant();
     if (participant == nullptr) {
-        if (theVerbosity >= 1)
-            std::puts("ferret: Error getting DomainParticipant");
+        QuixAgent_fail("ferret: Error getting DomainParticipant\n");
         return;
     }
     DDS_ParticipantBuiltinTopicData data;
@@ -107,20 +105,14 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     }
     if (!_registry.assert_node(record, guid, ip, topicName, typeName, entityName, endpointPartitions,
                                participantPartitions)) {
-        if (theVerbosity >= 1)
-            std::printf("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
-                        topicName);
-        return false;
+        return QuixAgent_fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
+                              topicName);
     }
     if (RtpsGuid_isUnknown(record.guid)) {
-        if (theVerbosity >= 1) {
-            std::printf(
-                "ferret: Failed to print writer/reader (could not find entity with topic '%s' to internal "
-                "endpoint "
-                "list).\n",
-                topicName);
-        }
-        return false;
+        return QuixAgent_fail(
+            "ferret: Failed to print writer/reader (could not find entity with topic '%s' to internal "
+            "endpoint list).\n",
+            topicName);
     }
     print_discovery_data(record, isWriter, info);
     return true;

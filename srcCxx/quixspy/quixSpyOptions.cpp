@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "agent/QuixAgentOptionTable.h"
@@ -36,8 +35,7 @@ int32_t to_width(const char* text) {
 
 int add_pattern(char** patterns, int32_t& count, const char* pattern) {
     if (count >= QuixSpyAgent::kMaxPatterns) {
-        if (theVerbosity >= 1)
-            std::printf("Number of topics exceeded. Maximum is %d\n", QuixSpyAgent::kMaxPatterns);
+        QuixAgent_fail("Number of topics exceeded. Maximum is %d\n", QuixSpyAgent::kMaxPatterns);
         return QUIX_AGENT_PARSE_ERROR;
     }
     patterns[count++] = DDS_String_dup(pattern);
@@ -224,12 +222,8 @@ int QuixSpyAgent::parse_argument(int* index, const char** argv, int argc) {
 }
 
 bool QuixSpyAgent::check_arguments_consistency() {
-    if (_printSample != PRINT_SAMPLE_COMPACT || _useDynamicData)
-        return true;
-    if (theVerbosity >= 1) {
-        std::puts(
-            "Cannot use '-printSample COMPACT' and '-noDynamicData' at the same time.\n"
-            "'-printSample COMPACT' is only available with dynamic data.");
-    }
-    return false;
+    return _printSample != PRINT_SAMPLE_COMPACT || _useDynamicData ||
+           QuixAgent_fail(
+               "Cannot use '-printSample COMPACT' and '-noDynamicData' at the same time.\n"
+               "'-printSample COMPACT' is only available with dynamic data.\n");
 }
