@@ -1,8 +1,10 @@
 #include "types/key_hash.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <set>
+#include <tuple>
 
 #include "rtps/wire/byte_writer.h"
 #include "types/md5.h"
@@ -151,11 +153,18 @@ class LargestKey {
     explicit LargestKey(size_t max_alignment) : max_alignment_(max_alignment) {}
 
     std::optional<size_t> end_of(const Type& type, bool outermost, size_t offset) {
+        // Types may hold the same empty one along endlessly many paths, all from the same offset.
+        const std::tuple place(&type, outermost, offset);
+        if (const auto known = ends_.find(place); known != ends_.end())
+            return known->second;
         if (++depth_ > kMaxValueDepth)
             return std::nullopt;
         const std::optional<size_t> end = end_of_kind(type, outermost, offset);
         --depth_;
-        return end && *end <= kMaxPlainKey ? end : std::nullopt;
+        if (!end || *end > kMaxPlainKey)
+            return std::nullopt; // and then the whole key is too large: nobody asks again
+        ends_.emplace(place, *end);
+        return end;
     }
 
   private:
@@ -213,6 +222,7 @@ class LargestKey {
 
     size_t max_alignment_;
     unsigned depth_ = 0;
+    std::map<std::tuple<const Type*, bool, size_t>, size_t> ends_; // known so far
 };
 
 /// Whether plain XCDR1 and XCDR2 write all values of a type alike: they differ in the alignment of 8-octet

@@ -137,3 +137,28 @@ TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
         }
     }
 }
+
+// Structures of two members each, down to an empty one: as many paths as no program can walk.
+TEST(KeyHash, OfTypesWithEndlesslyManyEmptyParts) {
+    std::string types = "<struct name='E'/>";
+    std::string below = "E";
+    for (int i = 0; i < 60; ++i) {
+        const std::string member = "type='nonBasic' nonBasicTypeName='" + below + "'";
+        below = "S" + std::to_string(i);
+        types += "<struct name='" + below + "'><member name='a' " + member + "/><member name='b' " + member +
+                 " arrayDimensions='9'/></struct>";
+    }
+    TypeDocuments documents;
+    std::string failure;
+    ASSERT_TRUE(documents.load("doc",
+                               "<types>" + types +
+                                   "<struct name='T'><member name='k' key='true' type='nonBasic' "
+                                   "nonBasicTypeName='" +
+                                   below + "'/></struct></types>",
+                               "", failure))
+        << failure;
+    const SampleReader reader(documents.find("T"));
+    const KeyHasher hasher(reader);
+    EXPECT_TRUE(hasher.is_keyed());
+    EXPECT_FALSE(hasher.is_digest(KeyHasher::Form::xcdr1)) << "nothing is no more than 16 octets";
+}
