@@ -236,3 +236,14 @@ TEST(CdrWalker, WideStringsWhoseEndLooksLikePadding) {
     // One character in octets; what follows is a value and no padding.
     EXPECT_EQ(decode(tight, "00010000 02000000 7700 0500"), R"({"w":"w","n":5})");
 }
+
+TEST(CdrWalker, LabelsOfUnsignedDiscriminators) {
+    const std::string type =
+        "<union name='T' extensibility='final'><discriminator type='uint32'/>"
+        "<case><caseDiscriminator value='0x80000001'/><member name='a' type='byte'/></case>"
+        "<case><caseDiscriminator value='4294967295'/><member name='b' type='byte'/></case>"
+        "<case><caseDiscriminator value='1'/><member name='c' type='byte'/></case></union>";
+    EXPECT_EQ(decode(type, "00010000 01000080 05"), R"({"_d":2147483649,"a":5})");
+    EXPECT_EQ(decode(type, "00010000 ffffffff 05"), R"({"_d":4294967295,"b":5})");
+    EXPECT_EQ(decode(type, "00010000 01000000 05"), R"({"_d":1,"c":5})");
+}
