@@ -1,6 +1,9 @@
 #include "dcps/key_aliases.h"
 
+#include <algorithm>
 #include <cstring>
+#include <string>
+#include <utility>
 
 namespace meridian::dcps {
 
@@ -31,6 +34,29 @@ rtps::KeyHash KeyAliases::instance_of(const rtps::Guid& writer, const rtps::KeyH
         return sent;
     const auto alias = known->second.find(sent);
     return alias == known->second.end() ? sent : alias->second;
+}
+
+std::unique_ptr<KeyForms> KeyForms::of(const DDS_TypeCode* type) {
+    if (type == nullptr)
+        return nullptr;
+    std::unique_ptr<KeyForms> forms(new KeyForms(*types::from_type_code(type)));
+    // Short keys of a type whose keys are digested are not digested by everybody.
+    const bool alike =
+        forms->hasher_.forms_agree() && !forms->hasher_.is_digest(types::KeyHasher::Form::xcdr1);
+    return forms->hasher_.is_keyed() && !alike ? std::move(forms) : nullptr;
+}
+
+void KeyForms::note(const rtps::Guid& writer, rtps::ByteView payload, bool key_only, const rtps::KeyHash& key,
+                    KeyAliases& aliases) {
+    std::string failure;
+    hashes_.clear();
+    if (!hasher_.compute_all(payload, key_only, hashes_, failure) ||
+        std::find(hashes_.begin(), hashes_.end(), key) == hashes_.end())
+        return;
+    for (const rtps::KeyHash& hash : hashes_) {
+        if (hash != key)
+            aliases.note(writer, hash, key);
+    }
 }
 
 } // namespace meridian::dcps

@@ -5,9 +5,12 @@
 // instance has several). But disposes may carry nothing but the writer's hash: it then means the instance of
 // the sample that came with the same hash. Not thread-safe.
 
+#include <memory>
 #include <unordered_map>
+#include <vector>
 
 #include "rtps/wire/types.h"
+#include "types/key_hash.h"
 
 namespace meridian::dcps {
 
@@ -27,6 +30,26 @@ class KeyAliases {
         size_t operator()(const rtps::KeyHash& key) const noexcept;
     };
     std::unordered_map<rtps::Guid, std::unordered_map<rtps::KeyHash, rtps::KeyHash, Hasher>> writers_;
+};
+
+/// The hashes by which a writer may know the instances of its samples although it sends none with them: Fast
+/// DDS 3 hashes in the XCDR2 form, and its disposes carry nothing else. Not thread-safe.
+class KeyForms {
+  public:
+    /// Null for types without key, or whose keys everybody hashes alike: their samples need no further work.
+    static std::unique_ptr<KeyForms> of(const DDS_TypeCode* type);
+
+    /// The writer sent a sample of instance `key` without hash. A payload that does not have this key by its
+    /// type tells nothing.
+    void note(const rtps::Guid& writer, rtps::ByteView payload, bool key_only, const rtps::KeyHash& key,
+              KeyAliases& aliases);
+
+  private:
+    explicit KeyForms(const types::Type& type) : reader_(types::TypeRef(&type)), hasher_(reader_) {}
+
+    const types::SampleReader reader_;
+    const types::KeyHasher hasher_;
+    std::vector<rtps::KeyHash> hashes_;
 };
 
 } // namespace meridian::dcps

@@ -79,6 +79,7 @@ UserReader::UserReader(SubscriberImpl& subscriber, TopicImpl& topic, TypeRegistr
       topic_(topic),
       type_(std::move(type)),
       keyed_(type_->is_keyed()),
+      key_forms_(keyed_ ? KeyForms::of(plugin().typeCode) : nullptr),
       delivery_(delivery),
       qos_(qos),
       cache_(std::make_unique<ReaderCache>(cache_settings(qos), static_cast<SampleOwner&>(*this))) {}
@@ -213,6 +214,8 @@ rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
         std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
     if (sample.inline_qos.key_hash)
         aliases_.note(sample.writer, *sample.inline_qos.key_hash, key);
+    else if (key_forms_ != nullptr)
+        key_forms_->note(sample.writer, sample.payload, sample.payload_is_key, key, aliases_);
     return key;
 }
 

@@ -123,6 +123,7 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     TopicImpl& topic_;
     const TypeRegistry::Type type_;
     const bool keyed_;
+    const std::unique_ptr<KeyForms> key_forms_; // under the lock of the runtime; null where nobody needs it
     DeliveryThread& delivery_;
     PRESTypePluginEndpointData endpoint_ = nullptr;
     DDSDataReader* face_ = nullptr;
