@@ -16,9 +16,34 @@ namespace {
 struct StringStream {
     using Ch = char;
     explicit StringStream(std::string& target) : out(target) {}
-    void Put(char c) { out += c; }
+    /// Escapes what terminals obey and the writers leave as it is: U+007F to U+009F. Such characters stand in
+    /// strings only.
+    void Put(char c) {
+        const auto octet = static_cast<uint8_t>(c);
+        if (in_pair && octet <= 0x9f) {
+            escape(octet);
+            in_pair = false;
+            return;
+        }
+        if (in_pair)
+            out += '\xc2';
+        in_pair = octet == 0xc2;
+        if (octet == 0x7f)
+            escape(octet);
+        else if (!in_pair)
+            out += c;
+    }
     void Flush() {}
+
+    void escape(uint8_t octet) {
+        static constexpr char kDigits[] = "0123456789abcdef";
+        out += "\\u00";
+        out += kDigits[octet >> 4];
+        out += kDigits[octet & 15];
+    }
+
     std::string& out;
+    bool in_pair = false; // behind the first octet of U+0080 to U+00BF, which is still to be written
 };
 
 template <typename Writer>

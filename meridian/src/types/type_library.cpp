@@ -181,11 +181,15 @@ DDS_TCKind kind_of(const TypeObject& object) {
 
 /// Names come from the network and end up on terminals.
 std::string printable(const std::string& name) {
+    std::string valid;
+    append_utf8(valid, name);
     std::string clean;
-    append_utf8(clean, name);
-    for (char& c : clean) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            c = '_';
+    for (size_t i = 0; i < valid.size(); ++i) {
+        const auto octet = static_cast<uint8_t>(valid[i]);
+        const auto next = static_cast<uint8_t>(i + 1 < valid.size() ? valid[i + 1] : 0);
+        const bool high_control = octet == 0xc2 && next <= 0x9f; // U+0080 to U+009F, which terminals obey too
+        i += high_control ? 1 : 0;
+        clean += octet < 0x20 || octet == 0x7f || high_control ? '_' : valid[i];
     }
     return clean;
 }
