@@ -68,6 +68,9 @@ std::optional<int64_t> parse_integer(std::string_view text) {
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
         base = 16;
         text.remove_prefix(2);
+    } else if (text.size() > 1 && text[0] == '0') {
+        base = 8; // as in IDL
+        text.remove_prefix(1);
     }
     if (text.empty() || text.size() > 18)
         return std::nullopt;
@@ -349,6 +352,19 @@ bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, un
     return member.type != nullptr && graph_.count_members(1);
 }
 
+bool DocumentBuilder::holds_only(const pugi::xml_node& node, std::initializer_list<std::string_view> elements,
+                                 const char* what) {
+    for (const pugi::xml_node& child : node.children()) {
+        const std::string_view name = child.name();
+        if (child.type() != pugi::node_element || name == "annotate" ||
+            std::find(elements.begin(), elements.end(), name) != elements.end())
+            continue;
+        fail(child, std::string("not an element of ") + what);
+        return false;
+    }
+    return true;
+}
+
 bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, unsigned depth) {
     if (!read_extensibility(type, node))
         return false;
@@ -369,15 +385,11 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
                 next_id = std::max(next_id, member.id + 1);
         }
     }
+    if (!holds_only(node, {"member"}, "a structure"))
+        return false;
     const std::string_view autoid = node.attribute("autoid").value();
     const bool hashed = autoid == "hash" || autoid == "HASH";
-    for (const pugi::xml_node& child : node.children()) {
-        if (child.type() != pugi::node_element || std::string_view(child.name()) == "annotate")
-            continue;
-        if (std::string_view(child.name()) != "member") {
-            fail(child, "not an element of a structure");
-            return false;
-        }
+    for (const pugi::xml_node& child : node.children("member")) {
         Member member;
         if (!read_member(child, member, depth))
             return false;
@@ -405,6 +417,8 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
 }
 
 bool DocumentBuilder::fill_case(Type& type, const pugi::xml_node& node, unsigned depth) {
+    if (!holds_only(node, {"caseDiscriminator", "member"}, "a case"))
+        return false;
     Member member;
     const pugi::xml_node described = node.child("member");
     if (!described) {
@@ -439,7 +453,7 @@ bool DocumentBuilder::fill_case(Type& type, const pugi::xml_node& node, unsigned
 }
 
 bool DocumentBuilder::fill_union(Type& type, const pugi::xml_node& node, unsigned depth) {
-    if (!read_extensibility(type, node))
+    if (!read_extensibility(type, node) || !holds_only(node, {"discriminator", "case"}, "a union"))
         return false;
     const pugi::xml_node discriminator = node.child("discriminator");
     if (!discriminator) {
@@ -477,7 +491,7 @@ bool DocumentBuilder::read_bit_bound(Type& type, const pugi::xml_node& node, uin
 }
 
 bool DocumentBuilder::fill_enumeration(Type& type, const pugi::xml_node& node) {
-    if (!read_bit_bound(type, node, 32))
+    if (!read_bit_bound(type, node, 32) || !holds_only(node, {"enumerator"}, "an enumeration"))
         return false;
     int64_t next = 0;
     for (const pugi::xml_node& child : node.children("enumerator")) {
@@ -500,12 +514,11 @@ bool DocumentBuilder::fill_enumeration(Type& type, const pugi::xml_node& node) {
 }
 
 bool DocumentBuilder::fill_bitmask(Type& type, const pugi::xml_node& node) {
-    if (!read_bit_bound(type, node, 64))
+    if (!read_bit_bound(type, node, 64) || !holds_only(node, {"flag", "bit_value"}, "a bit mask"))
         return false;
     int64_t next = 0;
     for (const pugi::xml_node& child : node.children()) {
-        const std::string_view element = child.name();
-        if (element != "flag" && element != "bit_value")
+        if (std::string_view(child.name()) == "annotate" || child.type() != pugi::node_element)
             continue;
         Member flag;
         flag.name = child.attribute("name").value();
@@ -526,6 +539,8 @@ bool DocumentBuilder::fill_bitmask(Type& type, const pugi::xml_node& node) {
 }
 
 bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
+    if (!holds_only(node, {"bitfield"}, "a bit set"))
+        return false;
     int64_t next = 0;
     int64_t used = 0;
     for (const pugi::xml_node& child : node.children("bitfield")) {

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "types/type.h"
 #include "types/type_declarations.h"
@@ -42,6 +43,9 @@ class DocumentBuilder {
     bool read_member(const pugi::xml_node& node, Member& member, unsigned depth);
 
     bool fill(Type& type, const pugi::xml_node& node, unsigned depth);
+    /// Refuses elements that would be passed over, but for annotations.
+    bool holds_only(const pugi::xml_node& node, std::initializer_list<std::string_view> elements,
+                    const char* what);
     bool fill_structure(Type& type, const pugi::xml_node& node, unsigned depth);
     bool fill_union(Type& type, const pugi::xml_node& node, unsigned depth);
     bool fill_case(Type& type, const pugi::xml_node& node, unsigned depth);

@@ -177,6 +177,29 @@ TEST_F(Documents, SayWhatIsWrongAndWhere) {
               "doc:3:");
 }
 
+TEST_F(Documents, RefuseUnknownElementsEverywhere) {
+    EXPECT_EQ(
+        error_of("<union name='U'><discriminator type='int32'/><member name='m' type='int32'/></union>"),
+        "doc:3: element <member>: not an element of a union");
+    EXPECT_EQ(
+        error_of("<union name='U'><discriminator type='int32'/><case><label value='1'/><member name='m' "
+                 "type='int32'/></case></union>"),
+        "doc:3: element <label>: not an element of a case");
+    EXPECT_EQ(error_of("<enum name='E'><literal name='A'/></enum>"),
+              "doc:3: element <literal>: not an element of an enumeration");
+    EXPECT_EQ(error_of("<bitmask name='M'><bit name='A'/></bitmask>"),
+              "doc:3: element <bit>: not an element of a bit mask");
+    EXPECT_EQ(error_of("<bitset name='B'><field name='A'/></bitset>"),
+              "doc:3: element <field>: not an element of a bit set");
+}
+
+TEST_F(Documents, NumbersMayBeOctal) {
+    ASSERT_TRUE(load("<typedef name='T' type='int32' arrayDimensions='010,0x10,10'/>")) << error_;
+    EXPECT_EQ(type("T").content->dimensions, (std::vector<uint32_t>{8, 16, 10}));
+    EXPECT_EQ(error_of("<typedef name='U' type='int32' arrayDimensions='08'/>"),
+              "doc:3: element <typedef>: \"08\" is no number, constant or enumerator");
+}
+
 TEST_F(Documents, RefuseWhatNestsWithoutEnd) {
     std::string deep;
     for (int i = 0; i < 100; ++i)
