@@ -433,6 +433,10 @@ bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, std::v
             if (!measure_map(header, *known[index], *reader, body))
                 return false;
         }
+        // As among plain members, size 0 of an optional one means absent.
+        if (version_ == Version::xcdr1 && index < known.size() && known[index]->optional &&
+            body.remaining() == 0)
+            continue;
         if (index < known.size() && !present[index]) {
             bodies[index] = body;
             present[index] = true;
@@ -636,7 +640,8 @@ bool CdrWalker::walk_collection(ByteReader& outer, const Type& type, ValueSink* 
         }
     }
     return (sink == nullptr || sink->begin_collection(type, count)) &&
-           walk_elements(*reader, type, count, sink) && (sink == nullptr || sink->end_collection(type));
+           walk_elements(*reader, type, count, sink) && (reader != &inner || leave_header(inner)) &&
+           (sink == nullptr || sink->end_collection(type));
 }
 
 bool CdrWalker::walk_map(ByteReader& outer, const Type& type, ValueSink* sink) {

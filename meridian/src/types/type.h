@@ -17,8 +17,8 @@ namespace meridian::types {
 class TypeGraph;
 struct Type;
 
-/// Nodes of one graph; a type that needs more is refused. A million nodes are beyond every real data model
-/// and still below a quarter of a gigabyte.
+/// Nodes of one graph; a type that needs more is refused. So many are beyond every real data model and take
+/// about 25 megabytes without their members.
 constexpr size_t kMaxGraphNodes = 100000;
 /// Members of all types of one graph together, for the same reason.
 constexpr size_t kMaxGraphMembers = 1000000;

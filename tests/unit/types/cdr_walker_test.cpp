@@ -247,3 +247,18 @@ TEST(CdrWalker, LabelsOfUnsignedDiscriminators) {
     EXPECT_EQ(decode(type, "00010000 ffffffff 05"), R"({"_d":4294967295,"b":5})");
     EXPECT_EQ(decode(type, "00010000 01000000 05"), R"({"_d":1,"c":5})");
 }
+
+TEST(CdrWalker, EmptyParametersOfXcdr1AreAbsent) {
+    const std::string type =
+        structure("mutable",
+                  "<member name='a' type='int32' id='1' optional='true'/><member name='b' "
+                  "type='string' id='2' optional='true'/><member name='c' type='byte' id='3'/>");
+    EXPECT_EQ(decode(type, "00030000 01000000 02000000 03000400 05000000 023f0000"), R"({"c":5})");
+    EXPECT_EQ(decode(type, "00030000 03000000 023f0000").substr(0, 7), "failed:") << "not optional";
+}
+
+TEST(CdrWalker, JsonEscapesWhatTerminalsObey) {
+    const std::string type = structure("final", "<member name='s' type='string'/>");
+    EXPECT_EQ(decode(type, "00010000 09000000 7f c29b c2a9 c280 61 00"),
+              "{\"s\":\"\\u007f\\u009b\xc2\xa9\\u0080a\"}");
+}
