@@ -179,6 +179,17 @@ DDS_TCKind kind_of(const TypeObject& object) {
     }
 }
 
+/// Longer names are none (DDS-XTypes 1.3: MemberName, QualifiedTypeName), and would make endless
+/// text of short samples.
+constexpr size_t kMaxName = 256;
+
+bool has_long_name(const TypeObject& object) {
+    bool found = object.name.size() > kMaxName;
+    for (const TypeObjectMember& member : object.members)
+        found = found || member.name.size() > kMaxName;
+    return found;
+}
+
 /// Names come from the network and end up on terminals.
 std::string printable(const std::string& name) {
     std::string valid;
@@ -275,6 +286,10 @@ const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
 }
 
 bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {
+    if (has_long_name(object)) {
+        fail("a name of more than " + std::to_string(kMaxName) + " characters");
+        return false;
+    }
     type.name = printable(object.name);
     type.nameless = !object.complete;
     type.extensibility = extensibility_of(object.flags);

@@ -171,3 +171,18 @@ TEST(TypeLibrary, NamesArePrintable) {
     EXPECT_EQ(type->name, "_[2J\xef\xbf\xbd");
     EXPECT_EQ(type->members[0].name, "a_b__\xc2\xa9");
 }
+
+TEST(TypeLibrary, NamesHaveALimit) {
+    const std::string longest(256, 'n');
+    TypeLibrary library;
+    library.add(numbered(1), structure(longest, {{longest, primitive(tk::kByte)}}));
+    library.add(numbered(2), structure(longest + "n", {}));
+    library.add(numbered(3), structure("S", {{longest + "n", primitive(tk::kByte)}}));
+    std::string error;
+    EXPECT_TRUE(library.build(TypeIdentifier::of(numbered(1)), error)) << error;
+    EXPECT_FALSE(library.build(TypeIdentifier::of(numbered(2)), error));
+    EXPECT_EQ(error, "a name of more than 256 characters");
+    error.clear();
+    EXPECT_FALSE(library.build(TypeIdentifier::of(numbered(3)), error));
+    EXPECT_EQ(error, "a name of more than 256 characters");
+}
