@@ -76,7 +76,7 @@ run_ctest() { # PRESET OPTIONS...
 sanitizer_leg() { # PRESET
     # Little optimisation: half the time to compile, and what the sanitizers see is closer to the source.
     configure "$1" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" -DFERRET_PEERS_DIR="$PWD/build/release/tests/interop/peers" &&
-        build "$1" && run_ctest "$1" -LE walls
+        build "$1" && run_ctest "$1" -LE walls -j 3 # interop tests mostly wait, and with long limits here
 }
 
 clang_leg() {
