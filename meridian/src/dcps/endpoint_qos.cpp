@@ -161,6 +161,21 @@ std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
     return properties;
 }
 
+rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,
+                                    const rtps::EndpointQos& qos, const DDS_EntityNameQosPolicy& name,
+                                    const DDS_PropertyQosPolicy& properties) {
+    rtps::EndpointData data;
+    data.guid = guid;
+    data.participant = guid.prefix;
+    data.topic_name = topic.get_name();
+    data.type_name = topic.get_type_name();
+    data.qos = qos;
+    if (name.name != nullptr)
+        data.name = name.name;
+    data.properties = propagated(properties);
+    return data;
+}
+
 std::vector<uint32_t> without_partition(const std::vector<uint32_t>& policies) {
     std::vector<uint32_t> others;
     std::copy_if(policies.begin(), policies.end(), std::back_inserter(others),

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "meridian/qos.h"
+#include "meridian/topic.h"
 #include "rtps/wire/discovery_data.h"
 
 namespace meridian::dcps {
@@ -32,6 +33,11 @@ rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& 
 
 /// The properties that are announced.
 std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy);
+
+/// What an endpoint announces of itself, but for its addresses.
+rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,
+                                    const rtps::EndpointQos& qos, const DDS_EntityNameQosPolicy& name,
+                                    const DDS_PropertyQosPolicy& properties);
 
 /// The policies that the matching protocol lists, without partitions: to be in another partition is another
 /// matter, not a mistake.

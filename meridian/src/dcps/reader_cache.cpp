@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "discovery/conversions.h"
 
@@ -51,6 +52,18 @@ DDS_InstanceHandle_t instance_handle(const rtps::KeyHash& key) {
     handle.length = 16;
     handle.isValid = true;
     return handle;
+}
+
+rtps::KeyHash to_key(const DDS_InstanceHandle_t& handle) {
+    rtps::KeyHash key{};
+    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), key.begin());
+    return key;
+}
+
+rtps::KeyHash to_key(const PRESKeyHash& hash) {
+    rtps::KeyHash key{};
+    std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
+    return key;
 }
 
 size_t ReaderCache::KeyHasher::operator()(const rtps::KeyHash& key) const noexcept {

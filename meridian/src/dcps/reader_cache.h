@@ -19,6 +19,7 @@
 
 #include "meridian/qos.h"
 #include "meridian/sample_info.h"
+#include "meridian/type_plugin.h"
 #include "rtps/protocol/interfaces.h"
 
 namespace meridian::dcps {
@@ -53,6 +54,9 @@ struct Change {
 
 /// The handle of the instance with that key.
 DDS_InstanceHandle_t instance_handle(const rtps::KeyHash& key);
+/// And back, from a handle or from what a plugin computed.
+rtps::KeyHash to_key(const DDS_InstanceHandle_t& handle);
+rtps::KeyHash to_key(const PRESKeyHash& hash);
 
 class ReaderCache {
   public:

@@ -160,17 +160,8 @@ rtps::EndpointQos UserReader::endpoint_qos() {
 }
 
 rtps::EndpointData UserReader::endpoint_data() {
-    rtps::EndpointData data;
-    data.guid = guid();
-    data.participant = guid().prefix;
-    data.topic_name = topic_.get_name();
-    data.type_name = topic_.get_type_name();
     MutexLock lock(mutex_);
-    data.qos = endpoint_qos();
-    if (qos_.subscription_name.name != nullptr)
-        data.name = qos_.subscription_name.name;
-    data.properties = propagated(qos_.property);
-    return data;
+    return to_endpoint_data(guid(), topic_, endpoint_qos(), qos_.subscription_name, qos_.property);
 }
 
 // -- From the protocol into the cache
@@ -211,7 +202,7 @@ rtps::KeyHash UserReader::key_hash(const rtps::Sample& sample) {
     std::copy(key.begin(), key.end(), hash.value);
     hash.length = sizeof hash.value;
     if (plugin().serializedSampleToKeyHash(endpoint_, &stream, &hash, true, sample.payload_is_key))
-        std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
+        key = to_key(hash);
     if (sample.inline_qos.key_hash)
         aliases_.note(sample.writer, *sample.inline_qos.key_hash, key);
     else if (key_forms_ != nullptr)

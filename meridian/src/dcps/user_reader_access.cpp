@@ -11,16 +11,6 @@
 
 namespace meridian::dcps {
 
-namespace {
-
-rtps::KeyHash key_of(const DDS_InstanceHandle_t& handle) {
-    rtps::KeyHash key{};
-    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), key.begin());
-    return key;
-}
-
-} // namespace
-
 bool UserReader::has_loans() {
     MutexLock lock(mutex_);
     return !loans_.empty();
@@ -159,13 +149,13 @@ DDS_ReturnCode_t UserReader::to_selection(const DDSSampleSelection& wanted, Read
         case DDSSampleSelection::all_instances:
             break;
         case DDSSampleSelection::this_instance:
-            if (!wanted.instance.isValid || !cache_->knows_instance(key_of(wanted.instance)))
+            if (!wanted.instance.isValid || !cache_->knows_instance(to_key(wanted.instance)))
                 return DDS_RETCODE_BAD_PARAMETER;
-            selection.instance = key_of(wanted.instance);
+            selection.instance = to_key(wanted.instance);
             break;
         case DDSSampleSelection::next_instance:
             selection.instance = cache_->next_instance(
-                wanted.instance.isValid ? std::optional<rtps::KeyHash>(key_of(wanted.instance))
+                wanted.instance.isValid ? std::optional<rtps::KeyHash>(to_key(wanted.instance))
                                         : std::nullopt,
                 selection);
             empty = !selection.instance;
@@ -262,8 +252,7 @@ DDS_InstanceHandle_t UserReader::lookup_instance_untyped(const void* holder) {
     if (!keyed_ || holder == nullptr || plugin().instanceToKeyHash == nullptr ||
         !plugin().instanceToKeyHash(endpoint_, &hash, holder))
         return DDS_HANDLE_NIL;
-    rtps::KeyHash key{};
-    std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
+    const rtps::KeyHash key = to_key(hash);
     MutexLock lock(mutex_);
     return cache_->knows_instance(key) ? instance_handle(key) : DDS_HANDLE_NIL;
 }

@@ -173,17 +173,8 @@ rtps::EndpointQos UserWriter::endpoint_qos() {
 }
 
 rtps::EndpointData UserWriter::endpoint_data() {
-    rtps::EndpointData data;
-    data.guid = guid();
-    data.participant = guid().prefix;
-    data.topic_name = topic_.get_name();
-    data.type_name = topic_.get_type_name();
     MutexLock lock(mutex_);
-    data.qos = endpoint_qos();
-    if (qos_.publication_name.name != nullptr)
-        data.name = qos_.publication_name.name;
-    data.properties = propagated(qos_.property);
-    return data;
+    return to_endpoint_data(guid(), topic_, endpoint_qos(), qos_.publication_name, qos_.property);
 }
 
 rtps::WriterConfig UserWriter::config() {
@@ -258,11 +249,10 @@ DDS_ReturnCode_t UserWriter::key_of(const void* sample, const DDS_InstanceHandle
     PRESKeyHash hash{};
     if (!plugin().instanceToKeyHash(endpoint_, &hash, sample))
         return DDS_RETCODE_ERROR;
-    std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
+    key = to_key(hash);
     if (!handle.isValid)
         return DDS_RETCODE_OK;
-    rtps::KeyHash given{};
-    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), given.begin());
+    const rtps::KeyHash given = to_key(handle);
     if (instances_.count(given) == 0)
         return DDS_RETCODE_BAD_PARAMETER;
     return given == key ? DDS_RETCODE_OK : DDS_RETCODE_PRECONDITION_NOT_MET;

@@ -16,8 +16,7 @@ void append_escaped(std::string& out, std::string_view text, char quote) {
     };
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        const auto octet = static_cast<uint8_t>(c);
-        const auto next = static_cast<uint8_t>(i + 1 < text.size() ? text[i + 1] : 0);
+        const size_t control = control_at(text, i);
         if (c == quote || c == '\\') {
             out += '\\';
             out += c;
@@ -27,11 +26,9 @@ void append_escaped(std::string& out, std::string_view text, char quote) {
             out += "\\t";
         } else if (c == '\r') {
             out += "\\r";
-        } else if (octet < 0x20 || octet == 0x7f) {
-            put_hex(octet);
-        } else if (octet == 0xc2 && next >= 0x80 && next <= 0x9f) {
-            put_hex(next); // U+0080 to U+009F, which terminals obey too
-            ++i;
+        } else if (control != 0) {
+            i += control - 1;
+            put_hex(static_cast<uint8_t>(text[i])); // the last octet of U+0080 to U+009F is their number
         } else {
             out += c;
         }

@@ -80,6 +80,14 @@ void append_code_point(std::string& out, char32_t point) {
     }
 }
 
+size_t control_at(std::string_view text, size_t at) {
+    const auto octet = static_cast<uint8_t>(text[at]);
+    if (octet < 0x20 || octet == 0x7f)
+        return 1;
+    const auto next = static_cast<uint8_t>(at + 1 < text.size() ? text[at + 1] : 0);
+    return octet == 0xc2 && next >= 0x80 && next <= 0x9f ? 2 : 0;
+}
+
 void append_utf8(std::string& out, std::string_view text) {
     while (!text.empty()) {
         bool valid = false;

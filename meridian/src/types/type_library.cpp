@@ -196,11 +196,9 @@ std::string printable(const std::string& name) {
     append_utf8(valid, name);
     std::string clean;
     for (size_t i = 0; i < valid.size(); ++i) {
-        const auto octet = static_cast<uint8_t>(valid[i]);
-        const auto next = static_cast<uint8_t>(i + 1 < valid.size() ? valid[i + 1] : 0);
-        const bool high_control = octet == 0xc2 && next <= 0x9f; // U+0080 to U+009F, which terminals obey too
-        i += high_control ? 1 : 0;
-        clean += octet < 0x20 || octet == 0x7f || high_control ? '_' : valid[i];
+        const size_t control = control_at(valid, i);
+        clean += control != 0 ? '_' : valid[i];
+        i += control == 2 ? 1 : 0;
     }
     return clean;
 }
