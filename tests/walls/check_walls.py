@@ -19,10 +19,10 @@ DCPS_PARTS = {
     "conditions": (),
     "delivery": (),
     "common": ("conditions",),
-    "topics": ("common", "entities"),
+    "topics": ("common",),
     "endpoints": ("topics", "common"),
-    "reader": ("endpoints", "topics", "common", "conditions", "delivery", "entities"),
-    "writer": ("endpoints", "topics", "common", "reader", "entities"),
+    "reader": ("endpoints", "topics", "common", "conditions", "delivery"),
+    "writer": ("endpoints", "topics", "common"),
     "entities": ("reader", "writer", "endpoints", "topics", "common", "conditions", "delivery"),
 }
 # A folder of meridian/src may include itself and these.

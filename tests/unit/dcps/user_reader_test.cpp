@@ -2,6 +2,7 @@
 
 #include <future>
 
+#include "dcps/entities/subscriber.h"
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
 

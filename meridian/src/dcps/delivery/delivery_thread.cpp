@@ -1,6 +1,6 @@
 #include "dcps/delivery/delivery_thread.h"
 
-#include <algorithm>
+#include <iterator>
 
 #include "platform/clock.h"
 
@@ -23,7 +23,7 @@ void DeliveryThread::notify(Deliverable& deliverable) {
         return;
     MutexLock lock(mutex_);
     start();
-    ready_.push_back(&deliverable);
+    enqueue(deliverable);
     changed_.notify_all();
 }
 
@@ -37,7 +37,7 @@ void DeliveryThread::wake_at(Deliverable& deliverable, std::chrono::nanoseconds 
 
 void DeliveryThread::remove(Deliverable& deliverable) {
     MutexLock lock(mutex_);
-    ready_.erase(std::remove(ready_.begin(), ready_.end(), &deliverable), ready_.end());
+    unqueue(deliverable);
     for (auto timer = timers_.begin(); timer != timers_.end();)
         timer = timer->second == &deliverable ? timers_.erase(timer) : std::next(timer);
     deliverable.pending_ = false;
@@ -57,13 +57,33 @@ Deliverable* DeliveryThread::next() {
     if (!timers_.empty() && timers_.begin()->first <= monotonic_now()) {
         found = timers_.begin()->second;
         timers_.erase(timers_.begin());
-    } else if (!ready_.empty()) {
-        found = ready_.front();
-        ready_.pop_front();
-        // From here on whatever arrives asks for another call.
+    } else if (first_ready_ != nullptr) {
+        found = first_ready_;
+        unqueue(*found);
+        // What arrives from here on asks for another call.
         found->pending_.store(false, std::memory_order_release);
     }
     return found;
+}
+
+void DeliveryThread::enqueue(Deliverable& deliverable) {
+    if (deliverable.queued_)
+        return;
+    deliverable.queued_ = true;
+    deliverable.before_ = last_ready_;
+    deliverable.after_ = nullptr;
+    (last_ready_ != nullptr ? last_ready_->after_ : first_ready_) = &deliverable;
+    last_ready_ = &deliverable;
+}
+
+void DeliveryThread::unqueue(Deliverable& deliverable) {
+    if (!deliverable.queued_)
+        return;
+    deliverable.queued_ = false;
+    Deliverable* const before = deliverable.before_;
+    Deliverable* const after = deliverable.after_;
+    (before != nullptr ? before->after_ : first_ready_) = after;
+    (after != nullptr ? after->before_ : last_ready_) = before;
 }
 
 void DeliveryThread::run() {

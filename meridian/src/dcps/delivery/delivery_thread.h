@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <map>
 #include <thread>
 
@@ -13,7 +12,7 @@
 
 namespace meridian::dcps {
 
-/// Somebody with something to deliver, or with a timer.
+/// Has something to deliver, or a timer.
 class Deliverable {
   public:
     virtual ~Deliverable() = default;
@@ -23,6 +22,10 @@ class Deliverable {
   private:
     friend class DeliveryThread;
     std::atomic<bool> pending_{false};
+    // Its place in the queue of the thread, under that one's lock.
+    bool queued_ = false;
+    Deliverable* before_ = nullptr;
+    Deliverable* after_ = nullptr;
 };
 
 /// Any thread may call any operation.
@@ -48,11 +51,15 @@ class DeliveryThread {
     void run() MERIDIAN_EXCLUDES(mutex_);
     void start() MERIDIAN_REQUIRES(mutex_);
     Deliverable* next() MERIDIAN_REQUIRES(mutex_);
+    void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
+    void unqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
 
     Mutex mutex_;
     ConditionVariable changed_;
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
-    std::deque<Deliverable*> ready_ MERIDIAN_GUARDED_BY(mutex_);
+    // Linked through the deliverables: neither a notice nor a removal costs memory or a walk.
+    Deliverable* first_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
+    Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     std::multimap<std::chrono::nanoseconds, Deliverable*> timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     std::thread thread_ MERIDIAN_GUARDED_BY(mutex_);
