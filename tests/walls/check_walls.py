@@ -19,10 +19,15 @@ LAYERS = {
     "rtps/wire": (),
     "rtps/protocol": ("rtps/wire",),
     "rtps/net": ("rtps/protocol", "rtps/wire", "platform"),
-    "types": ("rtps/wire", "platform"),
-    "qos": ("types", "rtps/wire", "platform"),
-    "discovery": ("qos", "types", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
-    "dcps": ("discovery", "qos", "types", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    "types/model": ("rtps/wire", "platform"),
+    "types/network": ("types/model", "rtps/wire", "platform"),
+    "types/documents": ("types/model", "platform"),
+    "types/data": ("types/model", "rtps/wire", "platform"),
+    "types/lookup": ("types/network", "types/model", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    "qos": ("types/documents", "types/model", "rtps/wire", "platform"),
+    "discovery": ("types/lookup", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    "dcps": ("discovery", "types/lookup", "types/data", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire",
+             "platform"),
 }
 # These know nothing of the public interface either, and never ask for the time: they are told.
 PURE = ("rtps/wire", "rtps/protocol")
