@@ -16,7 +16,7 @@
 #include "meridian/dynamic_data_type_support.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "rtps/protocol/participant.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 #include "writer_stand_in.h"
 
 using namespace meridian;

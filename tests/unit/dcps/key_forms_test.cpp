@@ -5,7 +5,7 @@
 #include "dcps/reader/user_reader.h"
 #include "factory_fixture.h"
 #include "meridian/dynamic_data_type_support.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 namespace meridian::dcps::test {
 namespace {

@@ -100,14 +100,14 @@ bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
     if (!wanted)
         return false;
-    wanted->participant.additional_builtin_endpoints |= discovery::TypeLookupClient::kBuiltinEndpoints;
+    wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), router_, error);
     if (runtime == nullptr)
         return false;
-    discovery::TypeResolver::Settings types;
+    types::TypeResolver::Settings types;
     types.max_type_size =
         static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
-    type_lookup_ = std::make_unique<discovery::TypeLookupClient>(
+    type_lookup_ = std::make_unique<types::TypeLookupClient>(
         types,
         [this, domain = runtime.get()](const rtps::Guid& publication, const types::TypeRef& type) {
             store_.type_resolved(publication, type);

@@ -18,11 +18,11 @@
 #include "dcps/topics/topic.h"
 #include "dcps/topics/type_registry.h"
 #include "discovery/discovery_store.h"
-#include "discovery/type_lookup_client.h"
 #include "meridian/domain_participant.h"
 #include "platform/mutex.h"
 #include "qos/profile_store.h"
 #include "rtps/net/runtime.h"
+#include "types/lookup/type_lookup_client.h"
 
 namespace meridian::dcps {
 
@@ -131,7 +131,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     ProfileSource& profiles_;
     discovery::DiscoveryStore store_;
     EventRouter router_{store_};
-    std::unique_ptr<discovery::TypeLookupClient> type_lookup_; // from enabling on
+    std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on
     DeliveryThread delivery_;
     TypeRegistry types_;
     BuiltinSubscriber builtin_subscriber_;

@@ -9,8 +9,8 @@
 #include "meridian/logger.h"
 #include "meridian/type_plugin.h"
 #include "platform/log.h"
-#include "types/dynamic_sample.h"
-#include "types/key_hash.h"
+#include "types/data/dynamic_sample.h"
+#include "types/data/key_hash.h"
 
 using meridian::rtps::ByteView;
 using meridian::types::DynamicContext;
