@@ -83,12 +83,11 @@ class UserEndpoint : public EntityImpl<Interface> {
     const PRESTypePlugin& plugin() const { return type_->plugin(); }
     PRESTypePluginEndpointData plugin_data() const { return endpoint_; }
 
-    /// `add(participant, now)` adds the endpoint to the protocol. Runtime and router must outlive leave.
+    /// `add(participant, now)` adds the endpoint to the protocol. The runtime must outlive leave.
     template <typename Add>
-    bool join(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group, EndpointEvents& events,
-              Add add) MERIDIAN_EXCLUDES(mutex_) {
+    bool join(rtps::net::Runtime& runtime, const GroupQos& group, Add add) MERIDIAN_EXCLUDES(mutex_) {
         keep_group(group);
-        return membership_.join(runtime, router, this->guid().entity, events,
+        return membership_.join(runtime, this->guid().entity,
                                 [this, &add](rtps::Participant& participant, rtps::Now now) {
                                     if (!add(participant, now))
                                         return false;

@@ -148,7 +148,7 @@ class EndpointGroup : public EntityImpl<typename Traits::Owner> {
         rtps::net::Runtime* runtime = participant_.runtime();
         if (!this->is_enabled() || runtime == nullptr)
             return DDS_RETCODE_PRECONDITION_NOT_MET;
-        if (endpoint.start(*runtime, participant_.router(), GroupQos(qos_)))
+        if (endpoint.start(*runtime, GroupQos(qos_)))
             return DDS_RETCODE_OK;
         MERIDIAN_LOG_ERROR("dcps", "the %s of topic \"%s\" could not be started", Traits::kEndpointName,
                            endpoint.topic().get_name());

@@ -101,7 +101,7 @@ bool ParticipantImpl::open(std::string& error) {
     if (!wanted)
         return false;
     wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
-    auto runtime = rtps::net::Runtime::create(std::move(*wanted), router_, error);
+    auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
     if (runtime == nullptr)
         return false;
     types::TypeResolver::Settings types;

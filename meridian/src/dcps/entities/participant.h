@@ -10,7 +10,6 @@
 #include "dcps/common/entity_impl.h"
 #include "dcps/delivery/delivery_thread.h"
 #include "dcps/endpoints/owned_endpoint.h"
-#include "dcps/endpoints/user_endpoints.h"
 #include "dcps/entities/builtin_subscriber.h"
 #include "dcps/entities/profile_source.h"
 #include "dcps/entities/runtime_config.h"
@@ -50,7 +49,6 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
-    EventRouter& router() { return router_; }
     DeliveryThread& delivery() { return delivery_; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
@@ -130,7 +128,6 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     ProfileSource& profiles_;
     discovery::DiscoveryStore store_;
-    EventRouter router_{store_};
     std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on
     DeliveryThread delivery_;
     TypeRegistry types_;

@@ -19,7 +19,7 @@
 
 #include "meridian/qos.h"
 #include "meridian/sample_info.h"
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
 
 namespace meridian::dcps {
 

@@ -9,7 +9,7 @@
 #include "dcps/reader/reader_cache.h"
 #include "dcps/reader/sample_stock.h"
 #include "dcps/topics/type_registry.h"
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/sinks.h"
 
 namespace meridian::dcps {
 

@@ -53,8 +53,8 @@ UserReader::~UserReader() {
     tell_overwritten(true);
 }
 
-bool UserReader::start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group) {
-    return join(runtime, router, group, *this, [this](rtps::Participant& participant, rtps::Now now) {
+bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
+    return join(runtime, group, [this](rtps::Participant& participant, rtps::Now now) {
         return participant.add_reader(endpoint_data(), {}, *this, now);
     });
 }
@@ -149,6 +149,12 @@ void UserReader::matched(const rtps::EndpointData& remote) {
     strengths_[remote.guid] = remote.qos.ownership_strength;
     cache_.add_writer(remote.guid, remote.qos.ownership_strength);
     changed(statuses_.writer_matched(remote.guid));
+}
+
+void UserReader::match_changed(const rtps::EndpointData& remote) {
+    MutexLock lock(mutex_);
+    strengths_[remote.guid] = remote.qos.ownership_strength;
+    cache_.add_writer(remote.guid, remote.qos.ownership_strength);
 }
 
 void UserReader::unmatched(const rtps::Guid& remote) {

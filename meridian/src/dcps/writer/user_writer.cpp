@@ -95,9 +95,9 @@ UserWriter::~UserWriter() {
     stop();
 }
 
-bool UserWriter::start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group) {
-    return join(runtime, router, group, *this, [this](rtps::Participant& participant, rtps::Now now) {
-        return participant.add_writer(endpoint_data(), config(), now);
+bool UserWriter::start(rtps::net::Runtime& runtime, const GroupQos& group) {
+    return join(runtime, group, [this](rtps::Participant& participant, rtps::Now now) {
+        return participant.add_writer(endpoint_data(), config(), *this, now);
     });
 }
 

@@ -23,7 +23,8 @@ using WriterOwner = EndpointOwner<DDSPublisher, UserWriter>;
 ///
 /// Two locks: one makes calls of the writing operations wait for each other, and is taken before the
 /// runtime's; the other guards what the events of the protocol change, and is taken under it.
-class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWriterQos>, public EndpointEvents {
+class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWriterQos>,
+                         public rtps::EndpointSink {
   public:
     /// The publisher and the topic must outlive the writer. Null with a logged reason when the plugin refuses
     /// or cannot serialize.
@@ -32,8 +33,8 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
                                               const DDS_DataWriterQos& qos);
     ~UserWriter() override;
 
-    /// Announces the writer. Both must outlive stop().
-    bool start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group);
+    /// Announces the writer. The runtime must outlive stop().
+    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
     /// Leaves the domain. Operations that wait return.
     void stop();
 
@@ -59,9 +60,6 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     void matched(const rtps::EndpointData& remote) override;
     void unmatched(const rtps::Guid& remote) override;
     void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
-    void liveliness_changed(const rtps::Guid& /*remote*/, bool /*alive*/) override {}
-    /// Readers decide about the types that they coerce.
-    rtps::TypeMatch type_fits(const rtps::EndpointData& /*remote*/) override { return rtps::TypeMatch::fits; }
 
   private:
     class Buffer;

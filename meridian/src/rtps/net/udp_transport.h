@@ -12,8 +12,8 @@
 
 #include "rtps/net/interfaces.h"
 #include "rtps/net/transport_config.h"
-#include "rtps/protocol/interfaces.h"
-#include "rtps/protocol/participant.h"
+#include "rtps/protocol/config.h"
+#include "rtps/protocol/output.h"
 
 namespace meridian::rtps::net {
 
