@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "rtps/net/interfaces.h"
+#include "rtps/net/network_interfaces.h"
 #include "rtps/net/transport_config.h"
 #include "rtps/protocol/interfaces.h"
 #include "rtps/protocol/participant.h"
