@@ -38,7 +38,7 @@ class Participant::Implementation final : public MessageVisitor,
 
     void start(Now now);
     void stop(Now now);
-    void receive(ByteView datagram, const Locator& source, Now now);
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
     void on_timer(Now now);
     void set_locators(const OwnLocators& locators, Now now);
     void set_announcement(const std::string& name, const std::vector<Property>& properties,
@@ -225,12 +225,13 @@ ReadStatus Participant::Implementation::take(ByteView datagram, const Locator& s
     return read_message(datagram, *this);
 }
 
-void Participant::Implementation::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus Participant::Implementation::receive(ByteView datagram, const Locator& source, Now now) {
     if (!running_)
-        return;
+        return ReadStatus::ok;
     now_ = now;
     ++statistics_.datagrams;
-    switch (take(datagram, source)) {
+    const ReadStatus status = take(datagram, source);
+    switch (status) {
         case ReadStatus::ok:
             break;
         case ReadStatus::not_rtps:
@@ -246,6 +247,7 @@ void Participant::Implementation::receive(ByteView datagram, const Locator& sour
     }
     replay();
     finish(now);
+    return status;
 }
 
 void Participant::Implementation::replay() {
@@ -616,8 +618,8 @@ void Participant::stop(Now now) {
     implementation_->stop(now);
 }
 
-void Participant::receive(ByteView datagram, const Locator& source, Now now) {
-    implementation_->receive(datagram, source, now);
+ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now now) {
+    return implementation_->receive(datagram, source, now);
 }
 
 MonotonicTime Participant::next_deadline() const {

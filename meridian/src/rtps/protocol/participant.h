@@ -17,6 +17,7 @@
 
 #include "rtps/protocol/interfaces.h"
 #include "rtps/wire/discovery_data.h"
+#include "rtps/wire/message.h"
 #include "rtps/wire/types.h"
 
 namespace meridian::rtps {
@@ -126,7 +127,7 @@ class Participant {
 
     /// Takes one datagram as it came from source. Malformed ones are dropped (their good part stands) and
     /// counted.
-    void receive(ByteView datagram, const Locator& source, Now now);
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
 
     /// When on_timer wants to be called next; kNever when there is nothing to do.
     MonotonicTime next_deadline() const;
