@@ -100,6 +100,7 @@ TEST_F(UserReaderTest, ListenersAreToldWhereNoFurtherThreadCanBeHad) {
     TestReader* reader = reader_of("Keyed", "reliable keep_all", &listener);
     ASSERT_NE(reader, nullptr);
     ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
     ASSERT_EQ(ask("write w 1 a"), "0");
     EXPECT_TRUE(eventually(true, [&] { return listener.told.load(); }));
     EXPECT_EQ(participant().delete_contained_entities(), DDS_RETCODE_OK);

@@ -236,17 +236,16 @@ void Runtime::drain_data() {
 void Runtime::dispatch(UdpTransport::Traffic traffic) {
     lock();
     const Now received_at = now();
-    transport_->dispatch(traffic, [this, received_at](ByteView datagram, const Locator& source)
-                                      MERIDIAN_REQUIRES(mutex_) { receive(datagram, source, received_at); });
+    Participant& participant = *participant_;
+    DropReport& drops = transport_->drops();
+    transport_->dispatch(traffic, [&](ByteView datagram, const Locator& source) {
+        const ReadStatus status = participant.receive(datagram, source, received_at);
+        if (status == ReadStatus::not_rtps)
+            drops.note(DropReport::Kind::not_rtps, source);
+        else if (status == ReadStatus::malformed)
+            drops.note(DropReport::Kind::malformed, source);
+    });
     unlock();
-}
-
-void Runtime::receive(ByteView datagram, const Locator& source, Now now) {
-    const ReadStatus status = participant_->receive(datagram, source, now);
-    if (status == ReadStatus::not_rtps)
-        transport_->drops().note(DropReport::Kind::not_rtps, source);
-    else if (status == ReadStatus::malformed)
-        transport_->drops().note(DropReport::Kind::malformed, source);
 }
 
 void Runtime::tell_drops() {
@@ -308,7 +307,6 @@ std::string Runtime::describe_interfaces() {
     return access.transport().describe();
 }
 
-// The lock spans the object's life, which the analysis cannot follow.
 Runtime::Access::Access(Runtime& runtime) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS : runtime_(runtime) {
     runtime_.lock();
     now_ = net::now();

@@ -89,15 +89,17 @@ class Runtime {
     std::string describe_interfaces();
 
   private:
-    /// The participant, locked for the life of this object.
+    /// The participant, locked for the life of this object, which the analysis cannot follow.
     class Access {
       public:
         explicit Access(Runtime& runtime);
         ~Access();
         Access(const Access&) = delete;
         Access& operator=(const Access&) = delete;
-        Participant& participant() { return *runtime_.participant_; }
-        const UdpTransport& transport() const { return *runtime_.transport_; }
+        Participant& participant() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { return *runtime_.participant_; }
+        const UdpTransport& transport() const MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
+            return *runtime_.transport_;
+        }
         Now now() const { return now_; }
 
       private:
@@ -117,7 +119,6 @@ class Runtime {
     /// Takes what waits on the data sockets, up to a bound that holds more than their buffers do.
     void drain_data();
     void dispatch(UdpTransport::Traffic traffic);
-    void receive(ByteView datagram, const Locator& source, Now now) MERIDIAN_REQUIRES(mutex_);
     void tell_drops();
     void take_interface_changes();
     /// Runs what is due and returns when to wake next; nullopt: stop.
