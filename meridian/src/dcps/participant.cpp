@@ -100,7 +100,7 @@ bool ParticipantImpl::open(std::string& error) {
     if (!wanted || !delivery_.start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= discovery::TypeLookupClient::kBuiltinEndpoints;
-    auto runtime = rtps::net::Runtime::create(std::move(*wanted), router_, error);
+    auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
     if (runtime == nullptr)
         return false;
     discovery::TypeResolver::Settings types;

@@ -15,7 +15,6 @@
 #include "dcps/subscriber.h"
 #include "dcps/topic.h"
 #include "dcps/type_registry.h"
-#include "dcps/user_endpoints.h"
 #include "discovery/discovery_store.h"
 #include "discovery/type_lookup_client.h"
 #include "meridian/domain_participant.h"
@@ -46,7 +45,6 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
-    EventRouter& router() { return router_; }
     DeliveryThread& delivery() { return delivery_; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
@@ -120,7 +118,6 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     ProfileSource& profiles_;
     discovery::DiscoveryStore store_;
-    EventRouter router_{store_};
     std::unique_ptr<discovery::TypeLookupClient> type_lookup_; // from enabling on
     DeliveryThread delivery_;
     TypeRegistry types_;

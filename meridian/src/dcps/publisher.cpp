@@ -36,7 +36,7 @@ DDS_ReturnCode_t PublisherImpl::start(UserWriter& writer) {
     rtps::net::Runtime* runtime = participant_.runtime();
     if (!is_enabled() || runtime == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    if (writer.start(*runtime, participant_.router(), GroupQos(qos_)))
+    if (writer.start(*runtime, GroupQos(qos_)))
         return DDS_RETCODE_OK;
     MERIDIAN_LOG_ERROR("dcps", "the writer of topic \"%s\" could not be started",
                        writer.get_topic()->get_name());

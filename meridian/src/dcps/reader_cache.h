@@ -20,7 +20,7 @@
 #include "meridian/qos.h"
 #include "meridian/sample_info.h"
 #include "meridian/type_plugin.h"
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
 
 namespace meridian::dcps {
 

@@ -39,7 +39,7 @@ DDS_ReturnCode_t SubscriberImpl::start(UserReader& reader) {
     rtps::net::Runtime* runtime = participant_.runtime();
     if (!is_enabled() || runtime == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    if (reader.start(*runtime, participant_.router(), GroupQos(qos_)))
+    if (reader.start(*runtime, GroupQos(qos_)))
         return DDS_RETCODE_OK;
     MERIDIAN_LOG_ERROR("dcps", "the reader of topic \"%s\" could not be started",
                        reader.get_topicdescription()->get_name());

@@ -97,18 +97,17 @@ UserReader::~UserReader() {
         plugin().onEndpointDetached(endpoint_);
 }
 
-bool UserReader::start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group) {
+bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
     {
         MutexLock lock(mutex_);
         group_ = group;
     }
-    return membership_.join(
-        runtime, router, guid().entity, *this, [this](rtps::Participant& participant, rtps::Now now) {
-            if (!participant.add_reader(endpoint_data(), {}, *this, now))
-                return false;
-            set_enabled(); // under the lock: the first sample must find the reader enabled
-            return true;
-        });
+    return membership_.join(runtime, guid().entity, [this](rtps::Participant& participant, rtps::Now now) {
+        if (!participant.add_reader(endpoint_data(), {}, *this, now))
+            return false;
+        set_enabled(); // under the lock: the first sample must find the reader enabled
+        return true;
+    });
 }
 
 void UserReader::stop() {
@@ -294,6 +293,12 @@ void UserReader::matched(const rtps::EndpointData& remote) {
     strengths_[remote.guid] = remote.qos.ownership_strength;
     cache_->add_writer(remote.guid, remote.qos.ownership_strength);
     changed(statuses_.writer_matched(remote.guid));
+}
+
+void UserReader::match_changed(const rtps::EndpointData& remote) {
+    MutexLock lock(mutex_);
+    strengths_[remote.guid] = remote.qos.ownership_strength;
+    cache_->add_writer(remote.guid, remote.qos.ownership_strength);
 }
 
 void UserReader::unmatched(const rtps::Guid& remote) {

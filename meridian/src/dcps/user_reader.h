@@ -22,14 +22,13 @@ namespace meridian::dcps {
 class ReadCondition;
 class SubscriberImpl;
 
-/// A reader of the user's topics: hands each received sample to the type plugin, keeps what comes of it in a
+/// A reader of application data: hands each received sample to the type plugin, keeps what comes of it in a
 /// cache, and tells its listener on the delivery thread.
 ///
 /// Samples and events of the protocol arrive under the lock of the runtime; the reader's own lock is taken
 /// under it and never the other way round.
 class UserReader final : public EntityImpl<DDSUntypedDataReader>,
-                         public rtps::SampleSink,
-                         public EndpointEvents,
+                         public rtps::ReaderSink,
                          private SampleOwner,
                          private Deliverable {
   public:
@@ -44,8 +43,8 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     void set_face(DDSDataReader* face) { face_ = face; }
     DDSDataReader* face() const { return face_; }
 
-    /// Announces the reader and begins to receive. Both must outlive stop().
-    bool start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group);
+    /// Announces the reader and begins to receive. The runtime must outlive stop().
+    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
     /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
     void stop();
     /// The QoS of the subscriber has changed.
@@ -85,6 +84,7 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     void on_lost(const rtps::Guid& writer, uint64_t count) override;
     void matched(const rtps::EndpointData& remote) override;
     void unmatched(const rtps::Guid& remote) override;
+    void match_changed(const rtps::EndpointData& remote) override;
     void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known

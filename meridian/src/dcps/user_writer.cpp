@@ -113,15 +113,15 @@ UserWriter::~UserWriter() {
         plugin().onEndpointDetached(endpoint_);
 }
 
-bool UserWriter::start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group) {
+bool UserWriter::start(rtps::net::Runtime& runtime, const GroupQos& group) {
     {
         MutexLock lock(mutex_);
         group_ = group;
     }
-    const bool joined = membership_.join(runtime, router, guid().entity, *this,
-                                         [this](rtps::Participant& participant, rtps::Now now) {
-                                             return participant.add_writer(endpoint_data(), config(), now);
-                                         });
+    const bool joined =
+        membership_.join(runtime, guid().entity, [this](rtps::Participant& participant, rtps::Now now) {
+            return participant.add_writer(endpoint_data(), config(), *this, now);
+        });
     if (joined)
         set_enabled();
     return joined;

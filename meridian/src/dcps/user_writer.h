@@ -18,12 +18,12 @@ namespace meridian::dcps {
 
 class PublisherImpl;
 
-/// A writer of the user's topics: has the type plugin serialize each sample and hands the bytes to the
+/// A writer of application data: has the type plugin serialize each sample and hands the bytes to the
 /// protocol, which copies them.
 ///
 /// Two locks: one makes calls of the writing operations wait for each other, and is taken before the
 /// runtime's; the other guards what the events of the protocol change, and is taken under it.
-class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public EndpointEvents {
+class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public rtps::EndpointSink {
   public:
     /// The publisher and the topic must outlive the writer. Null with a logged reason when the plugin refuses
     /// or cannot serialize.
@@ -32,8 +32,8 @@ class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public Endpoin
                                               const DDS_DataWriterQos& qos);
     ~UserWriter() override;
 
-    /// Announces the writer. Both must outlive stop().
-    bool start(rtps::net::Runtime& runtime, EventRouter& router, const GroupQos& group);
+    /// Announces the writer. The runtime must outlive stop().
+    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
     /// Leaves the domain. Operations that wait return.
     void stop();
     /// The QoS of the publisher has changed.
@@ -63,9 +63,6 @@ class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public Endpoin
     void matched(const rtps::EndpointData& remote) override;
     void unmatched(const rtps::Guid& remote) override;
     void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
-    void liveliness_changed(const rtps::Guid& /*remote*/, bool /*alive*/) override {}
-    /// Readers decide about the types that they coerce.
-    rtps::TypeMatch type_fits(const rtps::EndpointData& /*remote*/) override { return rtps::TypeMatch::fits; }
 
   private:
     class Buffer;

@@ -14,7 +14,7 @@
 #include "discovery/publication_types.h"
 #include "discovery/remote_participant.h"
 #include "platform/mutex.h"
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/events.h"
 
 namespace meridian::discovery {
 

@@ -15,7 +15,8 @@
 #include <vector>
 
 #include "discovery/type_lookup_codec.h"
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
+#include "rtps/wire/discovery_data.h"
 #include "types/type_information.h"
 #include "types/type_library.h"
 

@@ -51,7 +51,7 @@ using namespace std::chrono_literals;
 
 /// Notes how often the thread that delivers had allocated by the first sample after the warm-up, and by the
 /// last.
-struct CountingSink : SampleSink {
+struct CountingSink : ReaderSink {
     static constexpr int kWarmUp = 500;
     static constexpr int kLast = 2500;
 
@@ -62,9 +62,17 @@ struct CountingSink : SampleSink {
         if (number == kLast)
             after = allocations;
     }
+    void matched(const EndpointData&) override { is_matched = true; }
+
+    std::atomic<bool> is_matched{false};
     std::atomic<int> samples{0};
     std::atomic<uint64_t> before{0};
     std::atomic<uint64_t> after{0};
+};
+
+struct WriterSink : EndpointSink {
+    void matched(const EndpointData&) override { is_matched = true; }
+    std::atomic<bool> is_matched{false};
 };
 
 struct Process {
@@ -100,17 +108,14 @@ void steady_traffic_allocates_nothing(Reliability reliability) {
     Process a("a");
     Process b("b");
     CountingSink sink;
+    WriterSink writer_sink;
     a.runtime->with_participant([&](Participant& participant, Now now) {
         participant.add_reader(a.endpoint(kReader.value, reliability), {}, sink, now);
     });
     b.runtime->with_participant([&](Participant& participant, Now now) {
-        participant.add_writer(b.endpoint(kWriter.value, reliability), {}, now);
+        participant.add_writer(b.endpoint(kWriter.value, reliability), {}, writer_sink, now);
     });
-    const auto is_matched = [](Process& process, EntityId entity) {
-        return process.runtime->with_participant(
-            [entity](Participant& participant, Now) { return !participant.matched_remotes(entity).empty(); });
-    };
-    while (!is_matched(a, kReader) || !is_matched(b, kWriter))
+    while (!sink.is_matched || !writer_sink.is_matched)
         std::this_thread::sleep_for(1ms);
     const ByteBuffer payload(100, 1);
     for (int round = 0; sink.samples < CountingSink::kLast; ++round) {
@@ -125,6 +130,7 @@ void steady_traffic_allocates_nothing(Reliability reliability) {
             std::this_thread::sleep_for(100us);
     }
     a.runtime->stop();
+    b.runtime->stop();
     EXPECT_EQ(sink.after - sink.before, 0u)
         << "in " << CountingSink::kLast - CountingSink::kWarmUp << " samples";
 }

@@ -9,7 +9,7 @@ namespace {
 
 using std::chrono::seconds;
 
-class BestEffortReaderTest : public ::testing::Test, protected SampleSink, protected ReaderObserver {
+class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, protected ReaderObserver {
   protected:
     BestEffortReaderTest() {
         context.source = prefix(2);
@@ -45,7 +45,8 @@ class BestEffortReaderTest : public ::testing::Test, protected SampleSink, prote
     std::vector<SequenceNumber> numbers;
     uint64_t lost = 0;
     int oversized = 0;
-    BestEffortReader reader{100, 45, *this, *this};
+    TimerQueue timers;
+    BestEffortReader reader{100, 45, *this, *this, timers};
 };
 
 TEST_F(BestEffortReaderTest, DeliversWhatComesAndCountsWhatDoesNot) {
@@ -98,10 +99,10 @@ TEST_F(BestEffortReaderTest, WithoutMemoryTheOldestUnfinishedSampleGivesWay) {
 
 TEST_F(BestEffortReaderTest, UnfinishedSamplesAreGivenUpAfterAWhile) {
     fragment(1, 1);
-    ASSERT_NE(reader.next_deadline(), kNever);
+    ASSERT_NE(timers.next_deadline(), kNever);
     now += seconds(4);
-    reader.on_timer(now);
-    EXPECT_EQ(reader.next_deadline(), kNever);
+    timers.run(now);
+    EXPECT_EQ(timers.next_deadline(), kNever);
     fragment(1, 2);
     EXPECT_TRUE(numbers.empty());
 }

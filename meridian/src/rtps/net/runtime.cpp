@@ -250,7 +250,7 @@ void Runtime::dispatch(UdpTransport::Traffic traffic) {
 
 void Runtime::tell_drops() {
     lock();
-    transport_->drops().add(DropReport::Kind::secured, participant_->statistics().secured_submessages);
+    transport_->drops().add(DropReport::Kind::secured, participant_->secured_submessages());
     transport_->drops().tell_totals();
     unlock();
 }

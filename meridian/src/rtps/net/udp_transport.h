@@ -16,8 +16,8 @@
 #include "rtps/net/network_interfaces.h"
 #include "rtps/net/receive_batch.h"
 #include "rtps/net/transport_config.h"
-#include "rtps/protocol/interfaces.h"
-#include "rtps/protocol/participant.h"
+#include "rtps/protocol/config.h"
+#include "rtps/protocol/output.h"
 
 namespace meridian::rtps::net {
 
