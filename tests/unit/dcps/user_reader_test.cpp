@@ -1,10 +1,12 @@
 // A reader of this process and writers of another one: what it delivers, tells and refuses.
 
+#include <atomic>
 #include <future>
 
 #include "dcps/entities/subscriber.h"
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
+#include "support/no_threads.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -46,6 +48,11 @@ class UserReaderTest : public EndpointsTest {
     }
     /// Waits until everything that the remote writer wrote is in the reader.
     void delivered(const std::string& remote_writer) { EXPECT_EQ(ask("acknowledged " + remote_writer), "0"); }
+};
+
+struct TellingListener : DDSDataReaderListener {
+    void on_data_available(DDSDataReader*) override { told = true; }
+    std::atomic<bool> told{false};
 };
 
 struct Reading {
@@ -99,6 +106,18 @@ TEST_F(UserReaderTest, SamplesArriveWithCompleteInformation) {
     EXPECT_EQ(reader->get_matched_publication_participant_data(remote, DDS_HANDLE_NIL),
               DDS_RETCODE_BAD_PARAMETER);
     EXPECT_EQ(reader->return_loan(all.samples, all.infos), DDS_RETCODE_OK);
+}
+
+TEST_F(UserReaderTest, ListenersAreToldWhereNoFurtherThreadCanBeHad) {
+    const NoThreads none;
+    TellingListener listener;
+    TestReader* reader = reader_of("Keyed", "reliable keep_all", &listener);
+    ASSERT_NE(reader, nullptr);
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    ASSERT_EQ(ask("write w 1 a"), "0");
+    EXPECT_TRUE(eventually(true, [&] { return listener.told.load(); }));
+    EXPECT_EQ(participant().delete_contained_entities(), DDS_RETCODE_OK);
 }
 
 TEST_F(UserReaderTest, ReadAndTakeChooseByStatesInstancesAndConditions) {
