@@ -5,12 +5,11 @@
 
 #include "rtps/wire/byte_reader.h"
 #include "rtps/wire/byte_writer.h"
+#include "rtps/wire/parameter_ids.h"
 
 namespace meridian::rtps {
 
-/// Set in the id of a parameter that is only defined for one vendor.
-constexpr uint16_t kPidVendorBit = 0x8000;
-/// Set in the id of a parameter that must not be skipped by who does not know it.
+/// Set in the id of a parameter that a receiver must not skip when it does not know it.
 constexpr uint16_t kPidMustUnderstandBit = 0x4000;
 
 struct Parameter {
@@ -21,7 +20,10 @@ struct Parameter {
     /// The id that tells what the parameter is: without the must-understand bit.
     uint16_t base_id() const { return static_cast<uint16_t>(id & ~kPidMustUnderstandBit); }
     bool must_understand() const { return (id & kPidMustUnderstandBit) != 0; }
-    bool vendor_specific() const { return (id & kPidVendorBit) != 0; }
+    /// True for a parameter that must not be skipped and is not known here.
+    bool not_understood() const {
+        return must_understand() && pid::find(base_id()) == nullptr;
+    }
     /// Alignment within a parameter counts from its value.
     ByteReader reader() const { return ByteReader(value, endianness); }
 };
@@ -44,7 +46,7 @@ class ParameterListReader {
     bool complete_ = false;
 };
 
-/// Appends parameters to a buffer of the caller's. Every value is padded to a multiple of four.
+/// Appends parameters to a buffer that the caller owns. Every value is padded to a multiple of four.
 class ParameterListWriter {
   public:
     static constexpr size_t kMaxValueSize = 0xfffc;
@@ -58,7 +60,9 @@ class ParameterListWriter {
     bool add(uint16_t id, WriteValue write_value) {
         const size_t start = bytes_.size();
         ByteWriter writer(bytes_, order_);
-        writer.write(id);
+        const pid::Info* info = pid::find(id);
+        const bool marked = info != nullptr && (info->flags & pid::must_understand) != 0;
+        writer.write(static_cast<uint16_t>(marked ? id | kPidMustUnderstandBit : id));
         writer.write(uint16_t{0});
         writer.set_origin();
         write_value(writer);

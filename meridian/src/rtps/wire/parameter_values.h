@@ -11,7 +11,6 @@
 #include "rtps/wire/discovery_data.h"
 #include "rtps/wire/elements.h"
 #include "rtps/wire/encapsulation.h"
-#include "rtps/wire/parameter_ids.h"
 #include "rtps/wire/parameter_list.h"
 
 namespace meridian::rtps {

@@ -106,7 +106,7 @@ ByteBuffer encode(const ParticipantData& data) {
         if (data.domain_id)
             list.add(pid::domain_id, [&](ByteWriter& writer) { writer.write(*data.domain_id); });
         if (!data.domain_tag.empty())
-            add_text(list, pid::domain_tag | kPidMustUnderstandBit, data.domain_tag);
+            add_text(list, pid::domain_tag, data.domain_tag);
         add_duration(list, pid::participant_lease_duration, data.lease);
         add_locators(list, pid::metatraffic_unicast_locator, data.metatraffic_unicast);
         add_locators(list, pid::metatraffic_multicast_locator, data.metatraffic_multicast);
