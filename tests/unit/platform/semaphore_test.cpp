@@ -40,12 +40,18 @@ TEST(Semaphore, TimedTakeWaitsItsTime) {
 }
 
 TEST(Semaphore, GiveWakesAWaiter) {
+    // Each unit is given only once the taker has asked for it, so the taker mostly waits already.
+    const Guard asked = make_semaphore();
     const Guard semaphore = make_semaphore();
-    std::thread giver([&semaphore] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_TRUE(semaphore->give());
+    constexpr int kRounds = 200;
+    std::thread giver([&] {
+        for (int round = 0; round < kRounds && asked->take({20, 0}); ++round)
+            EXPECT_TRUE(semaphore->give());
     });
-    EXPECT_TRUE(semaphore->take({10, 0}));
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_TRUE(asked->give());
+        ASSERT_TRUE(semaphore->take({20, 0})) << round;
+    }
     giver.join();
 }
 
@@ -62,7 +68,7 @@ TEST(Semaphore, NoUnitIsLostOrTakenTwice) {
         });
         threads.emplace_back([&] {
             for (int unit = 0; unit < kUnits; ++unit)
-                taken += semaphore->take({10, 0}) ? 1 : 0;
+                taken += semaphore->take({20, 0}) ? 1 : 0;
         });
     }
     for (std::thread& thread : threads)
@@ -80,7 +86,7 @@ TEST(Semaphore, ExcludesWhenGivenOnce) {
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < 500; ++round) {
-                ASSERT_TRUE(semaphore->take({10, 0}));
+                ASSERT_TRUE(semaphore->take({20, 0}));
                 ++counter;
                 semaphore->give();
             }
