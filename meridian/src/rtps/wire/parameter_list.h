@@ -21,9 +21,7 @@ struct Parameter {
     uint16_t base_id() const { return static_cast<uint16_t>(id & ~kPidMustUnderstandBit); }
     bool must_understand() const { return (id & kPidMustUnderstandBit) != 0; }
     /// True for a parameter that must not be skipped and is not known here.
-    bool not_understood() const {
-        return must_understand() && pid::find(base_id()) == nullptr;
-    }
+    bool not_understood() const { return must_understand() && pid::find(base_id()) == nullptr; }
     /// Alignment within a parameter counts from its value.
     ByteReader reader() const { return ByteReader(value, endianness); }
 };
