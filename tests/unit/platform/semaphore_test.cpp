@@ -97,35 +97,33 @@ TEST(Semaphore, ExcludesWhenGivenOnce) {
     EXPECT_EQ(counter, 2000);
 }
 
-bool is_free(meridian::Mutex& mutex) {
-    if (!mutex.try_lock())
-        return false;
-    mutex.unlock();
-    return true;
+TEST(Mutex, ExcludesAndCanLetGoEarly) {
+    meridian::Mutex mutex;
+    int counter = 0; // plain on purpose: the mutex is what protects it
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 500; ++round) {
+                meridian::MutexLock lock(mutex);
+                ++counter;
+                lock.unlock();
+                std::this_thread::yield();
+                lock.lock();
+                ++counter;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(counter, 4000);
 }
 
-TEST(Mutex, TryLockFailsWhileHeldElsewhere) {
+TEST(Mutex, LetsOthersInBetweenUnlockAndLock) {
     meridian::Mutex mutex;
-    bool free_elsewhere = true;
-    {
-        const meridian::MutexLock lock(mutex);
-        std::thread([&] { free_elsewhere = is_free(mutex); }).join();
-    }
-    EXPECT_FALSE(free_elsewhere);
-    EXPECT_TRUE(is_free(mutex));
-}
-
-TEST(Mutex, LockCanLetGoEarly) {
-    meridian::Mutex mutex;
-    bool free_between = false;
-    {
-        meridian::MutexLock lock(mutex);
-        lock.unlock();
-        free_between = is_free(mutex);
-        lock.lock();
-    }
-    EXPECT_TRUE(free_between);
-    EXPECT_TRUE(is_free(mutex));
+    meridian::MutexLock lock(mutex);
+    lock.unlock();
+    std::thread([&] { const meridian::MutexLock other(mutex); }).join();
+    lock.lock();
 }
 
 TEST(ConditionVariable, DeadlinesInThePastAndTheFuture) {

@@ -67,9 +67,9 @@ bool read_content_filter(ByteReader& reader, ContentFilter& filter) {
            read_texts(reader, filter.parameters);
 }
 
-/// An enumeration that decides a match is required to be one that exists: guessing would report matches that
-/// are none, or subscribe in a way that the peer refuses. Durations that cannot be (negative) leave the
-/// default instead; a writer with one keeps being seen.
+/// An enumeration that decides a match is required to be one that exists: a guess would report wrong
+/// matches, or subscribe in a way that the peer refuses. Negative durations leave the default instead, so
+/// that their writer stays visible.
 Verdict read_policy(const Parameter& parameter, EndpointQos& qos) {
     switch (parameter.base_id()) {
         case pid::durability:
@@ -243,8 +243,8 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
     // wrongly.
     const bool kind_fits = is_writer ? data.guid.entity.is_writer() : data.guid.entity.is_reader();
     if (data.guid.prefix == kUnknownPrefix || !kind_fits) {
-        error = std::string("endpoint GUID is missing or no ") + (is_writer ? "writer" : "reader") +
-                "'s: " + to_string(data.guid);
+        error = std::string("endpoint GUID is missing or not that of a ") +
+                (is_writer ? "writer" : "reader") + ": " + to_string(data.guid);
         return std::nullopt;
     }
     if (data.topic_name.empty() || data.type_name.empty()) {
@@ -306,7 +306,7 @@ std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness
                        : Verdict::taken;
         });
     }
-    // A participant's GUID stands beside the endpoint's in some key payloads, alone it is the key itself.
+    // Some key payloads hold the participant's GUID beside the endpoint's; alone it is the key itself.
     if (keys.endpoint)
         return keys.endpoint;
     if (keys.participant)

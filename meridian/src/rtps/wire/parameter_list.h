@@ -31,8 +31,8 @@ class ParameterListReader {
   public:
     ParameterListReader(ByteView bytes, Endianness order) : reader_(bytes, order) {}
 
-    /// False at the sentinel, and where the list is malformed: a length that is no multiple of four or leads
-    /// beyond the bytes, or no sentinel at all.
+    /// False at the sentinel, and where the list is malformed: a length that is not a multiple of four or
+    /// leads beyond the bytes, or no sentinel at all.
     bool next(Parameter& parameter);
     /// After next returned false: true when the sentinel was reached.
     bool complete() const { return complete_; }
@@ -52,7 +52,7 @@ class ParameterListWriter {
     explicit ParameterListWriter(ByteBuffer& bytes, Endianness order = native_endianness())
         : bytes_(bytes), order_(order) {}
 
-    /// write_value(ByteWriter&) writes the value. A value above kMaxValueSize cannot stand in a list: it is
+    /// write_value(ByteWriter&) writes the value. A value above kMaxValueSize does not fit into a list: it is
     /// left out and add returns false.
     template <typename WriteValue>
     bool add(uint16_t id, WriteValue write_value) {

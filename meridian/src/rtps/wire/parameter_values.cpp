@@ -24,7 +24,7 @@ bool PayloadParameters::open(ByteView payload, PayloadParameters& list, std::str
         return false;
     }
     if (encapsulation.encoding() != Encoding::pl_cdr) {
-        error = "encapsulation " + hex16(encapsulation.identifier) + " is no parameter list";
+        error = "encapsulation " + hex16(encapsulation.identifier) + " is not a parameter list";
         return false;
     }
     list.order_ = encapsulation.endianness();
