@@ -9,7 +9,7 @@
 constexpr DDS_Octet QUIX_CDR_ENDIAN_BIG = 0;
 constexpr DDS_Octet QUIX_CDR_ENDIAN_LITTLE = 1;
 
-/// A plain record. Who owns `buffer` is said by whoever made the stream; the operations below never free or
+/// A plain record. The maker of the stream says who owns `buffer`; the operations below never free or
 /// reallocate it. Not thread-safe.
 struct QUIXCdrStream {
     char* buffer;          // first byte

@@ -5,8 +5,9 @@
 
 namespace meridian {
 
-/// The whole of a regular file of at most `max_size` bytes. False, `contents` untouched and a reason without the
-/// file's name in `error`, for anything else: pipes and devices are refused, since they may never end. Any thread.
+/// The whole of a regular file of at most `max_size` bytes. False, `contents` untouched and a reason without
+/// the file's name in `error`, for anything else: pipes and devices are refused, since they may never end.
+/// Any thread.
 bool read_file(const std::string& path, size_t max_size, std::string& contents, std::string& error);
 
 } // namespace meridian

@@ -12,9 +12,6 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr uint32_t kDisposed = 1; // bits of the status info
-constexpr uint32_t kUnregistered = 2;
-
 DDS_GUID_t to_guid_t(const rtps::Guid& guid) {
     DDS_GUID_t out{};
     const DDS_InstanceHandle_t handle = discovery::to_handle(guid);
@@ -29,12 +26,12 @@ DDS_SequenceNumber_t to_sequence_number(rtps::SequenceNumber number) {
 }
 
 ChangeKind kind_of(const rtps::Sample& sample) {
-    switch (sample.inline_qos.status_info & (kDisposed | kUnregistered)) {
-        case kDisposed | kUnregistered:
+    switch (sample.inline_qos.status_info & (rtps::kDisposed | rtps::kUnregistered)) {
+        case rtps::kDisposed | rtps::kUnregistered:
             return ChangeKind::disposed_and_unregistered;
-        case kDisposed:
+        case rtps::kDisposed:
             return ChangeKind::disposed;
-        case kUnregistered:
+        case rtps::kUnregistered:
             return ChangeKind::unregistered;
         default:
             return ChangeKind::alive;

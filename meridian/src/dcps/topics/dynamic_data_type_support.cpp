@@ -191,10 +191,6 @@ DDS_Boolean DDSDynamicDataTypeSupport::is_valid() const {
     return type != nullptr && (type->is_aggregate() || type->kind == DDS_TK_UNION);
 }
 
-const DDS_TypeCode* DDSDynamicDataTypeSupport::get_data_type() const {
-    return impl_->type.get();
-}
-
 DDS_ReturnCode_t DDSDynamicDataTypeSupport::register_type(DDSDomainParticipant* participant,
                                                           const char* type_name) {
     if (participant == nullptr || type_name == nullptr) {
@@ -214,11 +210,4 @@ DDS_ReturnCode_t DDSDynamicDataTypeSupport::register_type(DDSDomainParticipant* 
     if (result == DDS_RETCODE_OK && !known)
         static_cast<void>(support.release()); // the participant's now
     return result;
-}
-
-DDS_ReturnCode_t DDSDynamicDataTypeSupport::unregister_type(DDSDomainParticipant* participant,
-                                                            const char* type_name) {
-    if (participant == nullptr || type_name == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    return participant->unregister_type(type_name);
 }

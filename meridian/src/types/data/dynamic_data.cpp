@@ -49,16 +49,11 @@ bool print_plain(const DynamicSample& sample, DDS_Long indent, std::string& out)
 DDS_DynamicData::DDS_DynamicData() : impl_(std::make_unique<DynamicSample>()) {}
 DDS_DynamicData::DDS_DynamicData(const DDS_DynamicData& other)
     : impl_(std::make_unique<DynamicSample>(*other.impl_)) {}
-DDS_DynamicData::DDS_DynamicData(DDS_DynamicData&& other) noexcept = default;
 DDS_DynamicData& DDS_DynamicData::operator=(DDS_DynamicData other) noexcept {
     impl_ = std::move(other.impl_);
     return *this;
 }
 DDS_DynamicData::~DDS_DynamicData() = default;
-
-const DDS_TypeCode* DDS_DynamicData::get_type() const {
-    return impl_->context() == nullptr ? nullptr : &impl_->context()->reader.type();
-}
 
 DDS_ReturnCode_t DDS_DynamicData::print(FILE* file, DDS_Long indent) const {
     if (file == nullptr)
