@@ -52,9 +52,9 @@ void PlainPrinter::put_value(const Type& type, const Scalar& value) {
         case DDS_TK_CHAR:
         case DDS_TK_WCHAR: {
             const bool character = type.kind == DDS_TK_CHAR || type.kind == DDS_TK_WCHAR;
-            std::string text;
-            append_scalar(text, type, value);
-            append_escaped(out_, text, character ? '\'' : '"');
+            value_.clear();
+            append_scalar(value_, type, value);
+            append_escaped(out_, value_, character ? '\'' : '"');
             break;
         }
         default:
@@ -79,7 +79,8 @@ bool PlainPrinter::scalar(const Type& type, const Scalar& value) {
 }
 
 bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
-    open_.push_back({collection, scalar_keys});
+    if (!open_.push({collection, scalar_keys}))
+        return false;
     // The outermost value has no label and its parts are not indented further.
     if (open_.size() > 1)
         ++level_;
@@ -87,7 +88,7 @@ bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
 }
 
 bool PlainPrinter::end(const char* when_empty) {
-    open_.pop_back();
+    open_.pop();
     if (!open_.empty())
         --level_;
     if (lead_ == Lead::label) {
