@@ -14,6 +14,7 @@ using namespace meridian::types;
 namespace {
 
 constexpr int kSamples = 100;
+const SampleSource kSource{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}}, rtps::VendorId{{1, 15}}};
 
 /// What a sample of steady traffic allocates, after some that made room. `work` tells whether it went well.
 template <typename Work>
@@ -74,13 +75,13 @@ TEST(Allocations, NoneForTheInstance) {
         std::string failure;
         for (const auto form : {KeyHasher::Form::xcdr1, KeyHasher::Form::xcdr2}) {
             rtps::KeyHash hash{};
-            const auto compute = [&] { return hasher.compute(payload, false, form, hash, failure); };
+            const auto compute = [&] { return hasher.compute(payload, false, form, hash, failure, kSource); };
             EXPECT_EQ(allocations_per_sample(compute), 0) << name;
         }
         std::vector<rtps::KeyHash> all;
         const auto compute_all = [&] {
             all.clear();
-            return hasher.compute_all(payload, false, all, failure);
+            return hasher.compute_all(payload, false, all, failure, kSource);
         };
         EXPECT_EQ(allocations_per_sample(compute_all), 0) << name;
     });
@@ -96,7 +97,7 @@ TEST(Allocations, NoneForTheInstanceOfADispose) {
                 rtps::KeyHash hash{};
                 std::string failure;
                 const auto compute = [&] {
-                    return hasher.compute(key.payload, true, KeyHasher::Form::xcdr2, hash, failure);
+                    return hasher.compute(key.payload, true, KeyHasher::Form::xcdr2, hash, failure, kSource);
                 };
                 EXPECT_EQ(allocations_per_sample(compute), 0) << type.name << " " << key.encoding;
                 ++keys;
@@ -110,7 +111,9 @@ TEST(Allocations, NoneForContentsInCompactForm) {
     for_each_sample([](const std::string& name, const auto& context, const rtps::ByteBuffer& payload) {
         DDS_DynamicData data;
         std::string text;
-        const auto print = [&] { return data.impl().assign(context, payload) && print_compact(data, text); };
+        const auto print = [&] {
+            return data.impl().assign(context, payload, kSource) && print_compact(data, text);
+        };
         EXPECT_EQ(allocations_per_sample(print), 0) << name;
     });
 }
@@ -121,7 +124,7 @@ TEST(Allocations, NoneForContentsInPlainForm) {
     for_each_sample([file](const std::string& name, const auto& context, const rtps::ByteBuffer& payload) {
         DDS_DynamicData data;
         const auto print = [&] {
-            return data.impl().assign(context, payload) && data.print(file, 1) == DDS_RETCODE_OK;
+            return data.impl().assign(context, payload, kSource) && data.print(file, 1) == DDS_RETCODE_OK;
         };
         EXPECT_EQ(allocations_per_sample(print), 0) << name;
     });
@@ -133,7 +136,7 @@ TEST(Allocations, NoneForContentsOfOneSampleAfterTheOther) {
     for_each_sample([](const std::string& name, const auto& context, const rtps::ByteBuffer& payload) {
         std::vector<DDS_DynamicData> pool(8);
         for (DDS_DynamicData& data : pool)
-            data.impl().assign(context, payload);
+            data.impl().assign(context, payload, kSource);
         std::string text;
         EXPECT_TRUE(print_compact(pool.front(), text));
         const uint64_t allocated = test::count_allocations([&] {

@@ -115,6 +115,7 @@ class Events {
 /// call only.
 struct Sample {
     Guid writer;
+    VendorId vendor; // of the software that wrote it
     SequenceNumber sequence_number = 0;
     WireTime source_timestamp = kTimeInvalid;
     MonotonicTime received{0};

@@ -19,7 +19,10 @@ class SampleWalk final : public JsonWalk {
   public:
     explicit SampleWalk(const DynamicSample& sample) : sample_(sample) {}
 
-    bool operator()(ValueSink& sink) const override {
+    bool operator()(ValueSink& sink) const override { return decode(sink); }
+
+  private:
+    bool decode(ValueSink& sink) const { // the logger tells its name
         std::string failure;
         if (sample_.context()->reader.walk(sample_.payload(), &sink, failure, sample_.source()))
             return true;
@@ -28,7 +31,6 @@ class SampleWalk final : public JsonWalk {
         return false;
     }
 
-  private:
     const DynamicSample& sample_;
 };
 
