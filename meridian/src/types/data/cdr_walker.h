@@ -11,7 +11,7 @@
 #include "types/data/dialect.h"
 #include "types/data/members.h"
 #include "types/data/nesting.h"
-#include "types/model/value_sink.h"
+#include "types/data/value_sink.h"
 
 namespace meridian::types {
 

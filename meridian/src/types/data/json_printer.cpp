@@ -7,8 +7,9 @@
 #include <cmath>
 #include <cstddef>
 
+#include "platform/text.h"
 #include "types/data/plain_printer.h"
-#include "types/model/text.h"
+#include "types/data/scalar_text.h"
 
 namespace meridian::types {
 
@@ -38,10 +39,8 @@ struct StringStream {
     void Flush() {}
 
     void escape(uint8_t octet) {
-        static constexpr char kDigits[] = "0123456789abcdef";
         out += "\\u00";
-        out += kDigits[octet >> 4];
-        out += kDigits[octet & 15];
+        append_hex(out, octet);
     }
 
     std::string& out;

@@ -3,7 +3,7 @@
 // Contents as JSON: see docs/contents.md.
 
 #include "types/data/print_buffers.h"
-#include "types/model/value_sink.h"
+#include "types/data/value_sink.h"
 
 namespace meridian::types {
 

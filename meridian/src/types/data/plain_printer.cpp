@@ -1,19 +1,14 @@
 #include "types/data/plain_printer.h"
 
-#include "types/model/text.h"
+#include "platform/text.h"
+#include "types/data/scalar_text.h"
 
 namespace meridian::types {
 
 namespace {
 
 void append_escaped(std::string& out, std::string_view text, char quote) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     out += quote;
-    const auto put_hex = [&out](uint8_t octet) {
-        out += "\\x";
-        out += kDigits[octet >> 4];
-        out += kDigits[octet & 15];
-    };
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         const size_t control = control_at(text, i);
@@ -28,7 +23,8 @@ void append_escaped(std::string& out, std::string_view text, char quote) {
             out += "\\r";
         } else if (control != 0) {
             i += control - 1;
-            put_hex(static_cast<uint8_t>(text[i])); // the last octet of U+0080 to U+009F is their number
+            out += "\\x";
+            append_hex(out, static_cast<uint8_t>(text[i]));
         } else {
             out += c;
         }

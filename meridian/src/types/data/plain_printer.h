@@ -4,7 +4,7 @@
 
 #include "types/data/nesting.h"
 #include "types/data/print_buffers.h"
-#include "types/model/value_sink.h"
+#include "types/data/value_sink.h"
 
 namespace meridian::types {
 
