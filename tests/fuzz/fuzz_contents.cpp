@@ -7,7 +7,7 @@
 
 #include "random_type.h"
 #include "types/data/json_printer.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 #include "types/data/plain_printer.h"
 
 using namespace meridian;

@@ -6,7 +6,7 @@
 #include "meridian/dynamic_data.h"
 #include "support/allocation_counter.h"
 #include "types/data/dynamic_sample.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "rtps/wire/types.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 namespace meridian::dcps {
 

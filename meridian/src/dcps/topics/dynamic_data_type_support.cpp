@@ -10,7 +10,7 @@
 #include "meridian/type_plugin.h"
 #include "platform/log.h"
 #include "types/data/dynamic_sample.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 using meridian::rtps::ByteView;
 using meridian::types::DynamicContext;
