@@ -4,7 +4,7 @@
 
 #include "corpus.h"
 #include "rtps/wire/encapsulation.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 #include "types/documents/type_documents.h"
 
 using namespace meridian;
