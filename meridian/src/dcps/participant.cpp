@@ -255,7 +255,7 @@ DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {
 
 DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
     // The topics end last: a callback may have made one more reader until it returned.
-    std::vector<std::unique_ptr<TopicImpl>> topics;
+    TopicsByName topics;
     std::vector<std::unique_ptr<PublisherImpl>> publishers;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
     {
@@ -278,7 +278,7 @@ DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
     MutexLock lock(mutex_);
     std::move(lent.begin(), lent.end(), std::back_inserter(departed_readers_));
     std::move(subscribers.begin(), subscribers.end(), std::back_inserter(departed_subscribers_));
-    std::move(topics.begin(), topics.end(), std::back_inserter(departed_topics_));
+    departed_topics_.push_back(std::move(topics));
     return DDS_RETCODE_OK;
 }
 

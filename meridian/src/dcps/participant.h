@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -102,6 +104,8 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_ReturnCode_t delete_contained_entities() override;
 
   private:
+    using TopicsByName = std::map<std::string, std::unique_ptr<TopicImpl>, std::less<>>;
+
     /// Where the default reader QoS came from, for the readers of single topics.
     struct ReaderProfile {
         std::shared_ptr<const qos::ProfileStore> store;
@@ -136,12 +140,12 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_PublisherQos default_publisher_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
-    std::vector<std::unique_ptr<TopicImpl>> topics_ MERIDIAN_GUARDED_BY(mutex_);
+    TopicsByName topics_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<PublisherImpl>> publishers_ MERIDIAN_GUARDED_BY(mutex_);
     /// Deleted with the rest, but kept because samples are still on loan.
-    std::vector<std::unique_ptr<TopicImpl>> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<TopicsByName> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<SubscriberImpl>> departed_subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     OwnedReaders departed_readers_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t subscribers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;

@@ -1,7 +1,5 @@
 // The types and topics of a participant.
 
-#include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "dcps/participant.h"
@@ -38,10 +36,11 @@ const DDS_TypeCode* ParticipantImpl::get_typecode(const char* type_name) {
 }
 
 std::unique_ptr<TopicUse> ParticipantImpl::use_topic(DDSTopicDescription* description) {
+    if (description == nullptr)
+        return nullptr;
     MutexLock lock(mutex_);
-    const auto found = std::find_if(topics_.begin(), topics_.end(),
-                                    [description](const auto& topic) { return topic.get() == description; });
-    return found == topics_.end() ? nullptr : std::make_unique<TopicUse>(**found);
+    TopicImpl* const topic = find_topic(description->get_name());
+    return topic == description ? std::make_unique<TopicUse>(*topic) : nullptr;
 }
 
 DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_name) {
@@ -52,10 +51,8 @@ DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_
 }
 
 TopicImpl* ParticipantImpl::find_topic(const char* topic_name) {
-    const auto found = std::find_if(topics_.begin(), topics_.end(), [topic_name](const auto& topic) {
-        return std::strcmp(topic->get_name(), topic_name) == 0;
-    });
-    return found == topics_.end() ? nullptr : found->get();
+    const auto found = topics_.find(topic_name);
+    return found == topics_.end() ? nullptr : found->second.get();
 }
 
 DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type_name,
@@ -83,22 +80,21 @@ DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type
         return nullptr;
     }
     const rtps::EntityId entity{++topics_made_ << 8 | kTopicKind};
-    topics_.push_back(std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name,
-                                                  type_name, qos, std::move(type)));
-    topics_.back()->enable();
-    return topics_.back().get();
+    auto topic = std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name, type_name,
+                                             qos, std::move(type));
+    topic->enable();
+    return topics_.emplace(topic_name, std::move(topic)).first->second.get();
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_topic(DDSTopic* topic) {
     std::unique_ptr<TopicImpl> removed;
     MutexLock lock(mutex_);
-    const auto found = std::find_if(topics_.begin(), topics_.end(),
-                                    [topic](const auto& candidate) { return candidate.get() == topic; });
-    if (found == topics_.end())
+    const auto found = topic != nullptr ? topics_.find(topic->get_name()) : topics_.end();
+    if (found == topics_.end() || found->second.get() != topic)
         return DDS_RETCODE_BAD_PARAMETER;
-    if ((*found)->in_use())
+    if (found->second->in_use())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    removed = std::move(*found);
+    removed = std::move(found->second);
     topics_.erase(found);
     return DDS_RETCODE_OK;
 }

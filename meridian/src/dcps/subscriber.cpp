@@ -28,9 +28,7 @@ DDS_ReturnCode_t SubscriberImpl::enable() {
 
 DDS_ReturnCode_t SubscriberImpl::enable_reader(UserReader& reader) {
     MutexLock lock(mutex_);
-    const bool ours = std::any_of(readers_.begin(), readers_.end(),
-                                  [&reader](const auto& owned) { return &owned->untyped() == &reader; });
-    return ours ? start(reader) : DDS_RETCODE_PRECONDITION_NOT_MET;
+    return members_.count(&reader) != 0 ? start(reader) : DDS_RETCODE_PRECONDITION_NOT_MET;
 }
 
 DDS_ReturnCode_t SubscriberImpl::start(UserReader& reader) {
@@ -53,6 +51,7 @@ bool SubscriberImpl::has_readers() {
 
 OwnedReaders SubscriberImpl::release_readers() {
     MutexLock lock(mutex_);
+    members_.clear();
     return std::exchange(readers_, {});
 }
 
@@ -129,6 +128,7 @@ DDSDataReader* SubscriberImpl::create_datareader(DDSTopicDescription* descriptio
     reader.set_face(owned->face());
     reader.set_listener(listener, mask);
     MutexLock lock(mutex_);
+    members_.insert(&reader);
     readers_.push_back(std::move(owned));
     if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
         start(reader);
@@ -144,6 +144,7 @@ DDS_ReturnCode_t SubscriberImpl::delete_datareader(DDSDataReader* reader) {
     if (found == readers_.end() || (*found)->untyped().has_loans())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     removed = std::move(*found);
+    members_.erase(&removed->untyped());
     readers_.erase(found);
     return DDS_RETCODE_OK;
 }

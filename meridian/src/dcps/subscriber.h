@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "dcps/entity_impl.h"
@@ -55,6 +56,7 @@ class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
     DDS_SubscriberQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<DDS_DataReaderQos> default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     OwnedReaders readers_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_set<const UserReader*> members_ MERIDIAN_GUARDED_BY(mutex_); // those of readers_
 };
 
 } // namespace meridian::dcps
