@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "common/private_network.h"
-#include "dcps/user_reader.h"
+#include "dcps/reader/user_reader.h"
 #include "measure.h"
 #include "meridian/domain_participant_factory.h"
 #include "meridian/dynamic_data_type_support.h"

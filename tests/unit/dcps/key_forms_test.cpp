@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "dcps/user_reader.h"
+#include "dcps/reader/user_reader.h"
 #include "factory_fixture.h"
 #include "meridian/dynamic_data_type_support.h"
 #include "support/type_documents.h"

@@ -1,6 +1,6 @@
 // Which plugin handles which type name, and the topics that stand on it.
 
-#include "dcps/type_registry.h"
+#include "dcps/topics/type_registry.h"
 
 #include <future>
 #include <thread>
