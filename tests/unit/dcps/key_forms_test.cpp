@@ -5,8 +5,8 @@
 #include "dcps/reader/user_reader.h"
 #include "factory_fixture.h"
 #include "meridian/dynamic_data_type_support.h"
+#include "support/type_documents.h"
 #include "types/data/dynamic_sample.h"
-#include "types/documents/type_documents.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -19,8 +19,7 @@ class KeyFormsTest : public FactoryTest {
         types::TypeDocuments documents;
         std::string error;
         EXPECT_TRUE(documents.load(
-            "doc", "<types><struct name='T' extensibility='final'>" + members + "</struct></types>", "",
-            error))
+            "doc", "<types><struct name='T' extensibility='final'>" + members + "</struct></types>", error))
             << error;
         const types::TypeRef type = documents.find("T");
         DDSDynamicDataTypeSupport support(type.get(), DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT);
@@ -98,7 +97,7 @@ TEST_F(KeyFormsTest, WhereAllHashAlikeNothingIsKept) {
                        "<types><struct name='A'><member name='a' type='int32' key='true'/></struct>"
                        "<struct name='B'><member name='a' type='int64'/></struct>"
                        "<struct name='C'><member name='a' type='string' key='true'/></struct></types>",
-                       "", error));
+                       error));
     EXPECT_EQ(KeyForms::of(documents.find("A").get()), nullptr);
     EXPECT_EQ(KeyForms::of(documents.find("B").get()), nullptr);
     EXPECT_NE(KeyForms::of(documents.find("C").get()), nullptr);

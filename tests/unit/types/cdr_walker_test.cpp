@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "corpus.h"
+#include "support/type_documents.h"
 #include "types/data/json_printer.h"
 #include "types/data/sample_reader.h"
-#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -31,7 +31,7 @@ class Walk final : public JsonWalk {
 std::string decode(const std::string& types, const std::string& payload) {
     TypeDocuments documents;
     std::string error;
-    EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", "", error)) << error;
+    EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", error)) << error;
     const SampleReader reader(documents.find("T"));
     std::string digits;
     for (char c : payload) {

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "corpus.h"
-#include "types/documents/type_documents.h"
+#include "support/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -89,7 +89,7 @@ TEST(KeyHash, IsThatOfASampleThatEndsBehindItsKey) {
             <member name="id" type="int32" key="true"/>
             <member name="text" type="string"/>
         </struct></types>)",
-                               ".", failure))
+                               failure))
         << failure;
     const SampleReader reader(documents.find("Keyed"));
     const KeyHasher hasher(reader);
@@ -155,7 +155,7 @@ TEST(KeyHash, OfTypesWithEndlesslyManyEmptyParts) {
                                    "<struct name='T'><member name='k' key='true' type='nonBasic' "
                                    "nonBasicTypeName='" +
                                    below + "'/></struct></types>",
-                               "", failure))
+                               failure))
         << failure;
     const SampleReader reader(documents.find("T"));
     const KeyHasher hasher(reader);

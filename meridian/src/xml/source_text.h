@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-namespace meridian::qos {
+namespace meridian::xml {
 
 /// What is wrong with a text, and where. No reason: nothing.
 struct TextProblem {
@@ -25,4 +25,4 @@ TextProblem check_characters(const std::string& source);
 /// "&", and document types that declare something.
 TextProblem check_markup(const std::string& source);
 
-} // namespace meridian::qos
+} // namespace meridian::xml

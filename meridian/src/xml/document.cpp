@@ -1,15 +1,15 @@
-#include "qos/document.h"
+#include "xml/document.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "qos/source_text.h"
+#include "xml/source_text.h"
 
-namespace meridian::qos {
+namespace meridian::xml {
 
 namespace {
 
-/// Finds the first element that stands too deep. The parser walks the tree for it without recursion, which a
+/// Finds the first element that is nested too deep. The parser walks the tree without recursion, which a
 /// document of many levels would turn into a stack overflow.
 class DepthWalker : public pugi::xml_tree_walker {
   public:
@@ -96,11 +96,18 @@ bool Document::find_root(std::string& error) {
         error = message_at(0, "no element in the document");
         return false;
     }
-    if (std::strcmp(root_.name(), "dds") != 0) {
-        error = message(root_, "the root element must be <dds>");
+    if (std::strcmp(root_.name(), "dds") != 0 && std::strcmp(root_.name(), "types") != 0) {
+        error = message(root_, "the root element must be <dds> or <types>");
         return false;
     }
     return true;
+}
+
+std::vector<pugi::xml_node> Document::type_sections() const {
+    if (std::strcmp(root_.name(), "types") == 0)
+        return {root_};
+    const auto sections = root_.children("types");
+    return {sections.begin(), sections.end()};
 }
 
 size_t Document::line_at(size_t offset) const {
@@ -122,4 +129,4 @@ std::string Document::message(pugi::xml_node element, const std::string& reason)
                       std::string("element <") + element.name() + ">: " + reason);
 }
 
-} // namespace meridian::qos
+} // namespace meridian::xml

@@ -1,13 +1,12 @@
-#include "qos/element_reader.h"
+#include "xml/element_reader.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <optional>
+#include <set>
 
-#include "qos/octets.h"
-
-namespace meridian::qos {
+namespace meridian::xml {
 
 namespace {
 
@@ -26,7 +25,7 @@ bool is_name_of(const std::string& text, const char* name) {
     return std::strcmp(start, name) == 0;
 }
 
-std::optional<int64_t> value_of_name(const std::string& text, std::initializer_list<NamedValue> names) {
+std::optional<int64_t> value_of_name(const std::string& text, Names names) {
     for (const NamedValue& candidate : names) {
         if (is_name_of(text, candidate.name))
             return candidate.value;
@@ -34,7 +33,7 @@ std::optional<int64_t> value_of_name(const std::string& text, std::initializer_l
     return std::nullopt;
 }
 
-std::string joined(std::initializer_list<NamedValue> names) {
+std::string joined(Names names) {
     std::string text;
     for (const NamedValue& name : names) {
         if (!text.empty())
@@ -65,7 +64,7 @@ NumberKind to_number(const std::string& text, int64_t& value) {
     return NumberKind::valid;
 }
 
-constexpr const char* kNoBoolean = " is none of true, false, 1, 0";
+constexpr const char* kNoBoolean = " is not one of true, false, 1, 0";
 
 bool to_boolean(std::string word, bool& value) {
     std::transform(word.begin(), word.end(), word.begin(),
@@ -160,12 +159,12 @@ void ElementReader::boolean_attribute(pugi::xml_node element, const char* name, 
 }
 
 int64_t ElementReader::parse_number(pugi::xml_node element, int64_t old, int64_t min, int64_t max,
-                                    std::initializer_list<NamedValue> names) {
+                                    Names names) {
     const std::string word = text(element);
     if (const std::optional<int64_t> named = value_of_name(word, names))
         return *named;
     const std::string range = std::to_string(min) + " to " + std::to_string(max) +
-                              (names.size() == 0 ? std::string() : ", or " + joined(names));
+                              (names.begin() == names.end() ? std::string() : ", or " + joined(names));
     int64_t value = old;
     switch (to_number(word, value)) {
         case NumberKind::not_a_number:
@@ -188,15 +187,14 @@ int64_t ElementReader::parse_number(pugi::xml_node element, int64_t old, int64_t
     return value;
 }
 
-int64_t ElementReader::parse_name(pugi::xml_node element, const std::string& name, int64_t old,
-                                  std::initializer_list<NamedValue> names) {
+int64_t ElementReader::parse_name(pugi::xml_node element, const std::string& name, int64_t old, Names names) {
     if (const std::optional<int64_t> value = value_of_name(name, names))
         return *value;
-    fail(element, quoted(name) + " is none of " + joined(names));
+    fail(element, quoted(name) + " is not one of " + joined(names));
     return old;
 }
 
-void ElementReader::mask(pugi::xml_node element, DDS_Long& value, std::initializer_list<NamedValue> names) {
+void ElementReader::mask(pugi::xml_node element, int32_t& value, Names names) {
     const std::string all = text(element);
     int64_t bits = 0;
     if (to_number(all, bits) == NumberKind::valid) {
@@ -209,85 +207,7 @@ void ElementReader::mask(pugi::xml_node element, DDS_Long& value, std::initializ
         bits |= parse_name(element, trimmed(all.substr(start, end - start)), 0, names);
         start = end + 1;
     }
-    value = static_cast<DDS_Long>(bits);
+    value = static_cast<int32_t>(bits);
 }
 
-void ElementReader::duration(pugi::xml_node element, DDS_Duration_t& value) {
-    struct Parts {
-        std::optional<DDS_Long> sec;
-        std::optional<DDS_UnsignedLong> nanosec;
-    };
-    static constexpr Member<Parts> kMembers[] = {
-        {"sec",
-         [](ElementReader& reader, pugi::xml_node node, Parts& parts) {
-             reader.number(node, parts.sec.emplace(0), 0, DDS_DURATION_INFINITE_SEC,
-                           {{"DURATION_INFINITE_SEC", DDS_DURATION_INFINITE_SEC},
-                            {"DURATION_INFINITY", DDS_DURATION_INFINITE_SEC},
-                            {"DURATION_ZERO_SEC", 0}});
-         }},
-        {"nanosec",
-         [](ElementReader& reader, pugi::xml_node node, Parts& parts) {
-             int64_t nanosec = 0;
-             // The last of these is how infinity looks on the wire.
-             constexpr int64_t kWireInfinite = UINT32_MAX;
-             reader.number(node, nanosec, 0, kWireInfinite,
-                           {{"DURATION_INFINITE_NSEC", DDS_DURATION_INFINITE_NSEC},
-                            {"DURATION_INFINITY", DDS_DURATION_INFINITE_NSEC},
-                            {"DURATION_ZERO_NSEC", 0}});
-             const bool infinite = nanosec == kWireInfinite || nanosec == DDS_DURATION_INFINITE_NSEC;
-             if (!infinite && nanosec > 999999999)
-                 reader.fail(node, "a second or more; 999999999 is the most");
-             parts.nanosec = infinite ? DDS_DURATION_INFINITE_NSEC : static_cast<DDS_UnsignedLong>(nanosec);
-         }},
-    };
-    Parts parts;
-    read_members(*this, element, parts, kMembers);
-    if (!ok() || (!parts.sec && !parts.nanosec))
-        return;
-    // Nothing is added to an infinite or to a default duration: a period of <sec>1</sec> is one second.
-    const bool was_stated = !stated_durations_.insert(&value).second;
-    const DDS_Duration_t before =
-        was_stated && !DDS_Duration_is_infinite(value) ? value : DDS_Duration_t{DDS_DURATION_ZERO};
-    const DDS_Duration_t merged{parts.sec.value_or(before.sec), parts.nanosec.value_or(before.nanosec)};
-    if (DDS_Duration_is_infinite(merged))
-        value = DDS_DURATION_INFINITE;
-    else if (merged.nanosec == DDS_DURATION_INFINITE_NSEC)
-        fail(element, "infinite nanoseconds beside finite seconds");
-    else
-        value = merged;
-}
-
-void ElementReader::string(pugi::xml_node element, char*& value) {
-    const std::string word = text(element);
-    char* copy = DDS_String_dup(word.c_str());
-    DDS_String_free(value);
-    value = copy;
-}
-
-void ElementReader::strings(pugi::xml_node element, DDS_StringSeq& value) {
-    value.length(0);
-    for (const pugi::xml_node item : list(element))
-        DDS_StringSeq_append(value, text(item).c_str());
-}
-
-void ElementReader::octets(pugi::xml_node element, DDS_OctetSeq& value) {
-    value.length(0);
-    if (element.find_child([](pugi::xml_node child) { return child.type() == pugi::node_element; })) {
-        for (const pugi::xml_node item : list(element)) {
-            DDS_Octet octet = 0;
-            number(item, octet, 0, 255);
-            value.append(octet);
-        }
-        return;
-    }
-    std::vector<DDS_Octet> decoded;
-    const std::string problem = decode_octets(text(element), decoded);
-    if (!problem.empty())
-        return fail(element, problem);
-    const auto length = static_cast<DDS_Long>(decoded.size());
-    value.ensure_length(length, length);
-    for (DDS_Long i = 0; i < length; ++i)
-        value[i] = decoded[static_cast<size_t>(i)];
-}
-
-} // namespace meridian::qos
+} // namespace meridian::xml

@@ -1,9 +1,9 @@
-#include "qos/source_text.h"
+#include "xml/source_text.h"
 
 #include <cstdint>
 #include <string_view>
 
-namespace meridian::qos {
+namespace meridian::xml {
 
 namespace {
 
@@ -201,4 +201,4 @@ TextProblem check_markup(const std::string& source) {
     return {};
 }
 
-} // namespace meridian::qos
+} // namespace meridian::xml

@@ -6,21 +6,23 @@
 #include <string>
 #include <vector>
 
-namespace meridian::qos {
+namespace meridian::xml {
 
-/// One XML document with the root <dds>, and the lines its elements stand on. Does not change once it is
-/// made.
+/// One XML document with the root <dds> or <types>, and the lines its elements stand on. Does not change once
+/// it is made.
 class Document {
   public:
-    /// Elements may stand this deep, the root counted: far above what any QoS needs.
+    /// Elements may nest this deep, the root counted: far above what any document needs.
     static constexpr int kMaxDepth = 100;
 
     /// `label` names the document in messages. The source is UTF-8 or UTF-16. Null, and one line in `error`,
-    /// when it is not a well-formed document with root <dds>.
+    /// when it is not a well-formed document with such a root.
     static std::unique_ptr<Document> parse(std::string label, std::string source, std::string& error);
 
     pugi::xml_node root() const { return root_; }
     const std::string& label() const { return label_; }
+    /// The <types> sections: the root itself, or those below it.
+    std::vector<pugi::xml_node> type_sections() const;
     /// "label:line: element <x>: reason"
     std::string message(pugi::xml_node element, const std::string& reason) const;
 
@@ -37,4 +39,4 @@ class Document {
     pugi::xml_node root_;
 };
 
-} // namespace meridian::qos
+} // namespace meridian::xml
