@@ -6,6 +6,7 @@
 #include "factory_fixture.h"
 #include "meridian/dynamic_data_type_support.h"
 #include "support/type_documents.h"
+#include "types/data/dynamic_sample.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -33,7 +34,8 @@ class KeyFormsTest : public FactoryTest {
             subscriber->create_datareader(topic, qos, nullptr, DDS_STATUS_MASK_NONE));
         auto* sink = dynamic_cast<UserReader*>(reader->untyped());
         rtps::Sample sample;
-        sample.writer.entity = rtps::EntityId{0x102};
+        sample.writer = {rtps::GuidPrefix{{1, 2, 3}}, rtps::EntityId{0x102}};
+        sample.vendor = rtps::VendorId{{1, 15}};
         sample.sequence_number = 1;
         sample.has_payload = true;
         sample.payload = payload;
@@ -55,6 +57,8 @@ class KeyFormsTest : public FactoryTest {
                                   std::end(infos[i].instance_handle.keyHash))];
         EXPECT_EQ(infos.length(), 2);
         EXPECT_TRUE(infos[0].valid_data);
+        EXPECT_EQ(samples[0].impl().source().writer, sample.writer);
+        EXPECT_EQ(samples[0].impl().source().vendor, sample.vendor);
         disposed_ = infos[infos.length() - 1].instance_state == DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
         EXPECT_EQ(reader->return_loan(samples, infos), DDS_RETCODE_OK);
         EXPECT_EQ(participant->delete_contained_entities(), DDS_RETCODE_OK);

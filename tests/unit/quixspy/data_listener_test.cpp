@@ -10,7 +10,7 @@
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/raw_sample.h"
 #include "support/fake_entities.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 #include "support/type_documents.h"
 #include "support/verbosity_guard.h"
 
@@ -113,6 +113,7 @@ class DataListener : public ::testing::TestWithParam<bool> {
   protected:
     DataListener() {
         settings.outputSemaphore = &semaphore;
+        settings.output = &test_output();
         settings.fields.isKeyed = GetParam();
         reader = GetParam() ? static_cast<DDSDataReader*>(KeyedDynamicTypeDataReader::createI(&untyped))
                             : DynamicTypeDataReader::createI(&untyped);

@@ -39,8 +39,8 @@ std::string decode(const std::string& types, const std::string& payload) {
             digits += c;
     }
     const rtps::ByteBuffer bytes = test::from_hex(digits);
-    std::string json;
-    return print_json(Walk(reader, bytes, error), JsonStyle(), json) ? json : "failed: " + error;
+    PrintBuffers json;
+    return print_json(Walk(reader, bytes, error), JsonStyle(), json) ? json.text : "failed: " + error;
 }
 
 std::string structure(const std::string& extensibility, const std::string& members) {

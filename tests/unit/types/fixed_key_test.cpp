@@ -5,7 +5,7 @@
 #include "corpus.h"
 #include "rtps/wire/encapsulation.h"
 #include "support/type_documents.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -1,4 +1,4 @@
-#include "rtps/net/interfaces.h"
+#include "rtps/net/network_interfaces.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -10,6 +10,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "types/data/fixed_key.h"
 #include "types/data/sample_reader.h"
@@ -20,7 +21,8 @@ class KeyHasher {
   public:
     enum class Form { xcdr1, xcdr2 };
 
-    /// `reader` must outlive the hasher.
+    /// `reader` must outlive the hasher. Its operations may be called on any thread; steady traffic of equal
+    /// size allocates nothing.
     explicit KeyHasher(const SampleReader& reader);
 
     /// Whether the type has key members; without them all instances are one, and there is no hash.
@@ -33,17 +35,23 @@ class KeyHasher {
     /// The hash of a serialized sample or, with `key_only`, of a payload that holds nothing but the key, as
     /// disposes carry it. False, with the reason in `failure`, when the payload cannot be decoded or the type
     /// has no key.
-    bool compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
-                 std::string& failure) const;
+    bool compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash, std::string& failure,
+                 const SampleSource& source = {}) const;
     /// All hashes by which a peer may know the instance, without duplicates: those of both forms, XCDR2
     /// first, and short keys as they stand although longer ones of the type would be digested (dynamic types
     /// of Fast DDS). A dispose that carries only a hash means the instance that has it among these.
     bool compute_all(rtps::ByteView payload, bool key_only, std::vector<rtps::KeyHash>& hashes,
-                     std::string& failure) const;
+                     std::string& failure, const SampleSource& source = {}) const;
 
   private:
-    bool serialize(rtps::ByteView payload, bool key_only, Form form, rtps::ByteBuffer& key,
-                   std::string& failure) const;
+    struct Buffers {
+        WalkBuffers walk;
+        rtps::ByteBuffer key;       // in one form
+        rtps::ByteBuffer other_key; // in the other
+    };
+    /// Writes the key in that form over `key`.
+    bool serialize(rtps::ByteView payload, bool key_only, Form form, const SampleSource& source,
+                   WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const;
 
     const SampleReader& reader_;
     std::optional<FixedKey> fixed_;
@@ -51,6 +59,7 @@ class KeyHasher {
     bool forms_agree_ = false;
     bool digest_xcdr1_ = true;
     bool digest_xcdr2_ = true;
+    Spares<Buffers> buffers_;
 };
 
 } // namespace meridian::types

@@ -1,4 +1,4 @@
-#include "rtps/net/interfaces.h"
+#include "rtps/net/network_interfaces.h"
 
 #include <fnmatch.h>
 #include <ifaddrs.h>

@@ -1,21 +1,12 @@
 #pragma once
 
-// Text from the network, made printable: valid UTF-8 whatever came in. What is no text becomes U+FFFD.
+// Values as text, for printers of contents.
 
 #include <string>
-#include <string_view>
 
-#include "types/model/value_sink.h"
+#include "types/data/value_sink.h"
 
 namespace meridian::types {
-
-void append_code_point(std::string& out, char32_t point);
-/// Copies valid UTF-8; each maximal invalid part becomes one U+FFFD.
-void append_utf8(std::string& out, std::string_view text);
-/// How many octets the control character at a place of valid UTF-8 has: U+0000 to U+001F, U+007F, and those
-/// up to U+009F, which terminals obey too. 0: it is none.
-size_t control_at(std::string_view text, size_t at);
-void append_utf16(std::string& out, std::u16string_view text);
 
 /// Shortest decimal form that reads back as the same number; "nan", "inf" and "-inf" for what is none.
 void append_number(std::string& out, float value);

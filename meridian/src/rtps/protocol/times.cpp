@@ -1,4 +1,4 @@
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
 
 namespace meridian::rtps {
 

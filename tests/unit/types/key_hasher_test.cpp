@@ -1,4 +1,4 @@
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 #include <algorithm>
 #include <map>
@@ -58,7 +58,8 @@ class KeyWriter final : public ValueSink {
     bool end_aggregate(const Type&) override { return true; }
 
     bool begin_collection(const Type& type, uint64_t count) override {
-        begin_header(primitive_size(content_kind(type)) != 0);
+        if (!begin_header(primitive_size(content_kind(type)) != 0))
+            return false;
         if (type.kind == DDS_TK_SEQUENCE)
             writer_.write(static_cast<uint32_t>(count));
         return true;
@@ -68,8 +69,9 @@ class KeyWriter final : public ValueSink {
 
     bool begin_map(const Type& type, uint64_t count) override {
         const Type* key = resolve_alias(type.key);
-        begin_header(primitive_size(content_kind(type)) != 0 && key != nullptr &&
-                     primitive_size(key->kind) != 0);
+        if (!begin_header(primitive_size(content_kind(type)) != 0 && key != nullptr &&
+                          primitive_size(key->kind) != 0))
+            return false;
         writer_.write(static_cast<uint32_t>(count));
         return true;
     }
@@ -104,15 +106,15 @@ class KeyWriter final : public ValueSink {
         }
     }
 
-    void begin_header(bool primitive) {
+    bool begin_header(bool primitive) {
         const bool header = xcdr2_ && !primitive;
         if (header)
             writer_.write(uint32_t{0});
-        headers_.push_back(header ? writer_.position() : 0);
+        return headers_.push(header ? writer_.position() : 0);
     }
     bool end_header() {
         const size_t start = headers_.back();
-        headers_.pop_back();
+        headers_.pop();
         if (start != 0)
             writer_.patch(start - 4, static_cast<uint32_t>(writer_.position() - start));
         return true;
@@ -120,32 +122,51 @@ class KeyWriter final : public ValueSink {
 
     ByteWriter& writer_;
     bool xcdr2_;
-    std::vector<size_t> headers_; // where the contents of each open collection with a header start
+    NestingStack<size_t> headers_; // where the contents of each open collection with a header start
 };
 
-bool write_key(CdrWalker& walker, ByteReader& reader, const Type& type, KeyWriter& writer, unsigned depth) {
-    if (depth > kMaxValueDepth)
-        return false;
-    if (!type.is_aggregate())
-        return walker.walk(reader, type, &writer);
-    // A sample that cannot be decoded to its end belongs to its instance all the same when its key members
-    // stand before that; if they do not, one of them is missing below.
-    std::vector<CdrWalker::Located> located;
-    walker.locate_members(reader, type, located);
-    for (const Member* member : key_members(type, depth == 0)) {
-        const auto found = std::find_if(located.begin(), located.end(),
-                                        [member](const auto& l) { return l.member == member; });
-        const Type* value = resolve_alias(member->type);
-        if (found == located.end() || value == nullptr)
+/// Writes the key members of the structures that a payload consists of.
+class KeyWalk {
+  public:
+    KeyWalk(CdrWalker& walker, KeyWriter& writer, WalkBuffers& buffers)
+        : walker_(walker), writer_(writer), buffers_(buffers) {}
+
+    bool write(ByteReader& reader, const Type& type, unsigned depth = 0) {
+        if (depth > kMaxValueDepth)
             return false;
-        walker.enter(*member);
-        const bool written = write_key(walker, found->body, *value, writer, depth + 1);
-        walker.leave();
-        if (!written)
-            return false;
+        if (!type.is_aggregate())
+            return walker_.walk(reader, type, &writer_);
+        // A sample that cannot be decoded to its end belongs to its instance all the same when its key
+        // members stand before that; if they do not, one of them is missing below.
+        CdrWalker::Located located(buffers_.located);
+        walker_.locate_members(reader, type, located);
+        ListEnd<KeyMember> members(buffers_.key_members);
+        append_key_members(type, depth == 0, members.list());
+        for (size_t i = 0, count = members.size(); i < count; ++i) {
+            if (!write_member(*members[i].member, located, depth))
+                return false;
+        }
+        return true;
     }
-    return true;
-}
+
+  private:
+    bool write_member(const Member& member, CdrWalker::Located& located, unsigned depth) {
+        size_t index = 0;
+        while (index < located.size() && located[index].member != &member)
+            ++index;
+        const Type* type = resolve_alias(member.type);
+        if (index == located.size() || !located[index].present || type == nullptr || !walker_.enter(member))
+            return false;
+        ByteReader body = located[index].body;
+        const bool written = write(body, *type, depth + 1);
+        walker_.leave();
+        return written;
+    }
+
+    CdrWalker& walker_;
+    KeyWriter& writer_;
+    WalkBuffers& buffers_;
+};
 
 /// Where the largest value of a type ends when it starts at `offset`; nothing beyond kMaxPlainKey.
 class LargestKey {
@@ -269,56 +290,57 @@ KeyHasher::KeyHasher(const SampleReader& reader)
         forms_agree_ = forms_agree_ && is_written_alike(member->type, seen);
 }
 
-bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, rtps::ByteBuffer& key,
-                          std::string& failure) const {
+bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, const SampleSource& source,
+                          WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const {
     if (!keyed_) {
         failure = "the type has no key";
         return false;
     }
     const bool xcdr2 = form == Form::xcdr2;
+    key.clear();
     ByteWriter writer(key, rtps::Endianness::big,
                       xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
     if (fixed_ && !key_only && fixed_->write(payload, writer))
         return true;
     key.clear();
-    std::vector<SampleReader::Setup> setups = reader_.setups(payload, key_only, failure);
-    if (setups.empty())
+    std::optional<SampleReader::Start> start = reader_.start(payload, key_only, source, buffers, failure);
+    if (!start)
         return false;
-    SampleReader::Setup& setup = setups.front();
     KeyWriter key_writer(writer, xcdr2);
-    if (write_key(setup.walker, setup.reader, reader_.type(), key_writer, 0))
+    if (KeyWalk(start->walker, key_writer, buffers).write(start->reader, reader_.type()))
         return true;
-    failure = setup.walker.failure().empty() ? "a key member is missing" : setup.walker.failure();
+    failure = start->walker.failure().empty() ? "a key member is missing" : start->walker.failure();
     return false;
 }
 
 bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
-                        std::string& failure) const {
-    rtps::ByteBuffer key;
-    if (!serialize(payload, key_only, form, key, failure))
+                        std::string& failure, const SampleSource& source) const {
+    const Borrowed<Buffers> buffers(buffers_);
+    if (!serialize(payload, key_only, form, source, buffers->walk, buffers->key, failure))
         return false;
-    hash = is_digest(form) ? md5(key) : padded(key);
+    hash = is_digest(form) ? md5(buffers->key) : padded(buffers->key);
     return true;
 }
 
 bool KeyHasher::compute_all(rtps::ByteView payload, bool key_only, std::vector<rtps::KeyHash>& hashes,
-                            std::string& failure) const {
+                            std::string& failure, const SampleSource& source) const {
     const auto add = [&hashes](const rtps::KeyHash& hash) {
         if (std::find(hashes.begin(), hashes.end(), hash) == hashes.end())
             hashes.push_back(hash);
     };
-    rtps::ByteBuffer xcdr1;
-    rtps::ByteBuffer xcdr2;
-    if (!serialize(payload, key_only, Form::xcdr2, xcdr2, failure) ||
-        (!forms_agree_ && !serialize(payload, key_only, Form::xcdr1, xcdr1, failure)))
+    const Borrowed<Buffers> buffers(buffers_);
+    const rtps::ByteBuffer& xcdr2 = buffers->key;
+    const rtps::ByteBuffer& xcdr1 = forms_agree_ ? xcdr2 : buffers->other_key;
+    if (!serialize(payload, key_only, Form::xcdr2, source, buffers->walk, buffers->key, failure) ||
+        (!forms_agree_ &&
+         !serialize(payload, key_only, Form::xcdr1, source, buffers->walk, buffers->other_key, failure)))
         return false;
-    const rtps::ByteBuffer& other = forms_agree_ ? xcdr2 : xcdr1;
     add(digest_xcdr2_ ? md5(xcdr2) : padded(xcdr2));
-    add(digest_xcdr1_ ? md5(other) : padded(other));
+    add(digest_xcdr1_ ? md5(xcdr1) : padded(xcdr1));
     if (xcdr2.size() <= kMaxPlainKey)
         add(padded(xcdr2));
-    if (other.size() <= kMaxPlainKey)
-        add(padded(other));
+    if (xcdr1.size() <= kMaxPlainKey)
+        add(padded(xcdr1));
     return true;
 }
 
