@@ -13,7 +13,7 @@
 #include "discovery/partitions.h"
 #include "discovery/remote_participant.h"
 #include "platform/mutex.h"
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/events.h"
 #include "types/lookup/publication_types.h"
 
 namespace meridian::discovery {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 
 namespace meridian {
@@ -60,6 +61,13 @@ bool read_file(const std::string& path, size_t max_size, std::string& contents, 
     const bool done = read_open_file(descriptor, max_size, contents, error);
     close(descriptor);
     return done;
+}
+
+std::string resolved_path(const std::string& path) {
+    char* resolved = realpath(path.c_str(), nullptr);
+    std::string result = resolved == nullptr ? path : resolved;
+    std::free(resolved);
+    return result;
 }
 
 } // namespace meridian

@@ -10,4 +10,7 @@ namespace meridian {
 /// Any thread.
 bool read_file(const std::string& path, size_t max_size, std::string& contents, std::string& error);
 
+/// The same text for all paths that lead to one file; the path itself where there is no file. Any thread.
+std::string resolved_path(const std::string& path);
+
 } // namespace meridian

@@ -96,6 +96,7 @@ std::string create(Peer& peer, const Command& command, bool writer) {
     for (long i = 0; i < count; ++i) {
         options.topic = numbered(command.text("topic", "Topic"), i);
         options.type = command.text("type", "keyed");
+        options.type_name = numbered(command.text("type_name"), i);
         options.entity_name = numbered(command.text("entity_name"), i);
         const std::string name = numbered(command.name, i);
         GuidBytes guid{};

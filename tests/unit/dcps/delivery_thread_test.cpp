@@ -4,13 +4,22 @@
 
 #include <functional>
 #include <future>
+#include <thread>
 
 #include "platform/clock.h"
+#include "support/no_threads.h"
 
 namespace meridian::dcps::test {
 namespace {
 
 using std::chrono::milliseconds;
+
+struct StartedThread : DeliveryThread {
+    StartedThread() {
+        std::string error;
+        EXPECT_TRUE(start(error)) << error;
+    }
+};
 
 class Recipient final : public Deliverable {
   public:
@@ -31,7 +40,7 @@ class Recipient final : public Deliverable {
 };
 
 TEST(DeliveryThreadTest, ANoticeBringsOneCallOnAnotherThread) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     std::promise<std::thread::id> caller;
     recipient.action = [&] { caller.set_value(std::this_thread::get_id()); };
@@ -42,7 +51,7 @@ TEST(DeliveryThreadTest, ANoticeBringsOneCallOnAnotherThread) {
 }
 
 TEST(DeliveryThreadTest, NoticesDuringACallBringOneMore) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     std::promise<void> entered;
     std::promise<void> go_on;
@@ -62,7 +71,7 @@ TEST(DeliveryThreadTest, NoticesDuringACallBringOneMore) {
 }
 
 TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     std::promise<void> entered;
     std::atomic<bool> running{false};
@@ -91,7 +100,7 @@ TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {
 }
 
 TEST(DeliveryThreadTest, ARecipientMayRemoveItselfAndComeBack) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     recipient.action = [&] { thread.remove(recipient); };
     thread.notify(recipient);
@@ -102,7 +111,7 @@ TEST(DeliveryThreadTest, ARecipientMayRemoveItselfAndComeBack) {
 }
 
 TEST(DeliveryThreadTest, TimersCallInTheirOrderAndNotEarly) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient late;
     Recipient soon;
     // The thread is busy until both timers are there, however long that takes.
@@ -130,6 +139,24 @@ TEST(DeliveryThreadTest, TimersCallInTheirOrderAndNotEarly) {
     EXPECT_LE(first, second);
     for (Recipient* recipient : {&late, &soon, &busy})
         thread.remove(*recipient);
+}
+
+TEST(DeliveryThreadTest, WhatIsAskedForBeforeThereIsAThreadWaitsForIt) {
+    DeliveryThread thread;
+    Recipient recipient;
+    std::string error;
+    {
+        const NoThreads none;
+        EXPECT_FALSE(thread.start(error));
+        EXPECT_NE(error, "");
+        thread.notify(recipient);
+        thread.wake_at(recipient, monotonic_now());
+    }
+    EXPECT_EQ(recipient.calls, 0);
+    ASSERT_TRUE(thread.start(error)) << error;
+    EXPECT_TRUE(thread.start(error)) << "a second start does nothing";
+    EXPECT_TRUE(recipient.called(2));
+    thread.remove(recipient);
 }
 
 } // namespace

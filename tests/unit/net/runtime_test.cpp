@@ -7,22 +7,33 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <thread>
 
 #include "common/private_network.h"
 #include "platform/mutex.h"
 #include "rtps/net/ports.h"
+#include "support/logger_guard.h"
+#include "support/no_threads.h"
 
 namespace meridian::rtps::net {
 namespace {
 
 using testing::HasSubstr;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
 using namespace std::chrono_literals;
 
 /// Keeps what it is told; called by the runtime's thread, read by the test's.
 class Recorder : public Events {
   public:
-    void participant_discovered(const ParticipantData& data) override { note("+" + data.name); }
+    void participant_discovered(const ParticipantData& data) override {
+        {
+            const MutexLock lock(mutex_);
+            default_unicast_[data.name] = data.default_unicast;
+        }
+        note("+" + data.name);
+    }
     void participant_changed(const ParticipantData& data) override { note("~" + data.name); }
     void participant_gone(const ParticipantData& data, GoneReason) override { note("-" + data.name); }
     void endpoint_discovered(const EndpointData& data, WireTime) override { note("+" + data.topic_name); }
@@ -45,6 +56,11 @@ class Recorder : public Events {
         const MutexLock lock(mutex_);
         return std::find(notes_.begin(), notes_.end(), text) != notes_.end();
     }
+    /// What the participant of this name announced first.
+    LocatorList default_unicast(const std::string& name) {
+        const MutexLock lock(mutex_);
+        return default_unicast_[name];
+    }
     std::vector<std::string> notes() {
         const MutexLock lock(mutex_);
         return notes_;
@@ -58,6 +74,7 @@ class Recorder : public Events {
 
     Mutex mutex_;
     std::vector<std::string> notes_ MERIDIAN_GUARDED_BY(mutex_);
+    std::map<std::string, LocatorList> default_unicast_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 RuntimeConfig configured(const std::string& name, const std::shared_ptr<OwnParticipants>& own,
@@ -127,9 +144,12 @@ EndpointData endpoint_of(Runtime& runtime, uint32_t entity) {
 TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
     Node a("a");
     Node b("b");
-    struct Sink : SampleSink {
+    struct Sink : ReaderSink {
         std::atomic<int> samples{0};
+        std::atomic<int> writers{0}; // matched at present
         void on_sample(const Sample&) override { ++samples; }
+        void matched(const EndpointData&) override { ++writers; }
+        void unmatched(const Guid&) override { --writers; }
     } sink;
     a.runtime->with_participant([&](Participant& participant, Now now) {
         participant.add_reader(endpoint_of(*a.runtime, 0x104), ReaderConfig{}, sink, now);
@@ -137,19 +157,14 @@ TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
     int expected = 0;
     for (int round = 0; round < 20; ++round) {
         const EntityId writer{0x203u + (static_cast<uint32_t>(round) << 8)};
+        struct WriterSink : EndpointSink {
+            std::atomic<bool> is_matched{false};
+            void matched(const EndpointData&) override { is_matched = true; }
+        } writer_sink;
         b.runtime->with_participant([&](Participant& participant, Now now) {
-            participant.add_writer(endpoint_of(*b.runtime, writer.value), WriterConfig{}, now);
+            participant.add_writer(endpoint_of(*b.runtime, writer.value), WriterConfig{}, writer_sink, now);
         });
-        const auto matched = [&] {
-            return b.runtime->with_participant(
-                [&](Participant& participant, Now) { return !participant.matched_remotes(writer).empty(); });
-        };
-        const auto heard = [&] {
-            return a.runtime->with_participant([&](Participant& participant, Now) {
-                return participant.find_endpoint({b.runtime->prefix(), writer}) != nullptr;
-            });
-        };
-        while (!matched() || !heard())
+        while (!writer_sink.is_matched || sink.writers == 0)
             std::this_thread::sleep_for(1ms);
         a.runtime->with_participant([&](Participant&, Now) {
             // While nothing is taken from the sockets, both arrive.
@@ -163,7 +178,7 @@ TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
             });
         });
         expected += 50;
-        while (heard())
+        while (sink.writers != 0)
             std::this_thread::sleep_for(1ms);
         ASSERT_EQ(sink.samples, expected) << round;
     }
@@ -173,7 +188,7 @@ TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
 TEST(Runtime, EndpointsMadeAtAnyTimeAreFound) {
     Node a("a");
     Node b("b");
-    struct Sink : SampleSink {
+    struct Sink : ReaderSink {
         void on_sample(const Sample&) override {}
     } sink;
     EndpointData reader;
@@ -236,8 +251,9 @@ TEST(Runtime, StopsOnceAndForGood) {
     other.join();
     EXPECT_FALSE(node.runtime->start(node.error));
     // The participant can still be asked.
-    EXPECT_TRUE(node.runtime->with_participant(
-        [](Participant& participant, Now) { return participant.participants().empty(); }));
+    EXPECT_EQ(node.runtime->with_participant(
+                  [](Participant& participant, Now) { return participant.guid().prefix; }),
+              node.runtime->prefix());
 }
 
 TEST(Runtime, TasksRunInOrderOfTheirTimes) {
@@ -305,6 +321,69 @@ class Flood {
     std::thread thread_;
 };
 
+void send_datagrams(uint16_t port, const ByteBuffer& datagram, int count) {
+    const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const SocketAddress to = to_socket_address(loopback_address(Family::v4), port);
+    for (int i = 0; i < count; ++i)
+        sendto(socket.get(), datagram.data(), datagram.size(), 0, to.get(), to.length);
+}
+
+// A tool that shows what is there must also say what it could not read.
+TEST(Runtime, WhatIsDroppedIsToldWhenItBeginsAndAsTotals) {
+    const LoggerGuard logging(QUIX_LOG_WARNING);
+    CaptureStderr();
+    {
+        RuntimeConfig config = configured("a", std::make_shared<OwnParticipants>());
+        config.transport.receive_buffer_size = 2000;
+        Node node(config);
+        ASSERT_TRUE(node.runtime) << node.error;
+        const uint16_t port = unicast_ports(0, 0)->user;
+        const ByteBuffer header{'R', 'T', 'P', 'S', 2, 3, 0xff, 0xff, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
+        const auto message = [&header](const ByteBuffer& submessage) {
+            ByteBuffer bytes = header;
+            bytes.insert(bytes.end(), submessage.begin(), submessage.end());
+            return bytes;
+        };
+        send_datagrams(port, ByteBuffer(3000, 'x'), 5);
+        send_datagrams(port, {'r', 'u', 'b', 'b', 'i', 's', 'h'}, 4);
+        send_datagrams(port, message({0x15, 1, 100, 0}), 3); // DATA that ends after its header
+        send_datagrams(port, message({0x30, 1, 0, 0}), 2);
+        send_datagrams(port, message({0x01, 1, 0, 0}), 1); // PAD: nothing is wrong with it
+        while (node.runtime->transport_statistics().datagrams_received < 15)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_TRUE(node.recorder.wait_for(
+            "!participant 09090909.09090909.09090909 sends secured messages; they are not read"));
+    }
+    const std::string logged = GetCapturedStderr();
+    const auto times = [&logged](const std::string& text) {
+        int count = 0;
+        for (size_t at = logged.find(text); at != std::string::npos; at = logged.find(text, at + 1))
+            ++count;
+        return count;
+    };
+    for (const char* text : {"from udpv4:127.0.0.1:", "larger than the receive buffer of 2000 bytes",
+                             "it is not RTPS", "from its first malformed submessage on",
+                             "5 datagrams were larger than the receive buffer and dropped",
+                             "4 datagrams were not RTPS and dropped",
+                             "3 datagrams were malformed and dropped", "2 secured submessages were not read"})
+        EXPECT_EQ(times(text), text[0] == 'f' && text[5] == 'u' ? 3 : 1) << text << " in\n" << logged;
+    EXPECT_EQ(times("\n"), 7) << logged;
+}
+
+TEST(Runtime, AThreadThatCannotBeHadIsAnErrorOfStart) {
+    Recorder recorder;
+    std::string error;
+    const auto runtime =
+        Runtime::create(configured("a", std::make_shared<OwnParticipants>()), recorder, error);
+    ASSERT_TRUE(runtime) << error;
+    {
+        const NoThreads none;
+        EXPECT_FALSE(runtime->start(error));
+        EXPECT_THAT(error, HasSubstr("cannot start a thread"));
+    }
+    EXPECT_TRUE(runtime->start(error)) << error;
+}
+
 TEST(Runtime, DiscoversCallsAndStopsUnderAFloodOfData) {
     Node a("a");
     const Flood flood("127.0.0.1", unicast_ports(0, 0)->user);
@@ -336,12 +415,7 @@ TEST(Runtime, PeersBoundToLoopbackFindThoseThatAreNotWithoutAnyOfItElsewhere) {
         EXPECT_TRUE(open.recorder.wait_for("+bound"));
         EXPECT_TRUE(there->recorder.wait_for("+open"));
         EXPECT_TRUE(open.recorder.wait_for("+there"));
-        const auto told = [&open](Node& node) {
-            return node.runtime->with_participant([&open](Participant& participant, Now) {
-                const ParticipantData* data = participant.find_participant(open.runtime->prefix());
-                return data != nullptr ? data->default_unicast : LocatorList{};
-            });
-        };
+        const auto told = [](Node& node) { return node.recorder.default_unicast("open"); };
         ASSERT_EQ(told(bound).size(), 2u);
         EXPECT_EQ(to_string(told(bound)[1]), "udpv4:127.0.0.1:7413");
         ASSERT_EQ(told(*there).size(), 1u);

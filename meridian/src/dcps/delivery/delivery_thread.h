@@ -5,15 +5,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <map>
-#include <thread>
+#include <string>
 
 #include "platform/mutex.h"
+#include "platform/thread.h"
 
 namespace meridian::dcps {
 
-/// Somebody with something to deliver, or with a timer.
+/// Has something to deliver, or a timer.
 class Deliverable {
   public:
     virtual ~Deliverable() = default;
@@ -23,6 +23,10 @@ class Deliverable {
   private:
     friend class DeliveryThread;
     std::atomic<bool> pending_{false};
+    // Its place in the queue of the thread, under that one's lock.
+    bool queued_ = false;
+    Deliverable* before_ = nullptr;
+    Deliverable* after_ = nullptr;
 };
 
 /// Any thread may call any operation.
@@ -34,8 +38,10 @@ class DeliveryThread {
     DeliveryThread(const DeliveryThread&) = delete;
     DeliveryThread& operator=(const DeliveryThread&) = delete;
 
-    /// Has `deliver` called soon. Cheap while a call is pending already. The thread starts with the first
-    /// use.
+    /// Starts the thread. False with a text in `error` when the system has none to give; what is asked for
+    /// before start succeeded waits until then. Starting twice is success.
+    bool start(std::string& error) MERIDIAN_EXCLUDES(mutex_);
+    /// Has `deliver` called soon. Cheap while a call is pending already.
     void notify(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
     /// Has `deliver` called at that time of the monotonic clock or earlier; of several calls the earliest
     /// counts.
@@ -46,16 +52,19 @@ class DeliveryThread {
 
   private:
     void run() MERIDIAN_EXCLUDES(mutex_);
-    void start() MERIDIAN_REQUIRES(mutex_);
     Deliverable* next() MERIDIAN_REQUIRES(mutex_);
+    void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
+    void unqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
 
     Mutex mutex_;
     ConditionVariable changed_;
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
-    std::deque<Deliverable*> ready_ MERIDIAN_GUARDED_BY(mutex_);
+    // Linked through the deliverables: neither a notice nor a removal costs memory or a walk.
+    Deliverable* first_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
+    Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     std::multimap<std::chrono::nanoseconds, Deliverable*> timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
-    std::thread thread_ MERIDIAN_GUARDED_BY(mutex_);
+    Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

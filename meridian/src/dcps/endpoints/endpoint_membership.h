@@ -2,7 +2,6 @@
 
 #include <atomic>
 
-#include "dcps/endpoints/user_endpoints.h"
 #include "rtps/net/runtime.h"
 
 namespace meridian::dcps {
@@ -15,20 +14,13 @@ class EndpointMembership {
     EndpointMembership(const EndpointMembership&) = delete;
     EndpointMembership& operator=(const EndpointMembership&) = delete;
 
-    /// `add(participant, now)` adds the endpoint; false when it could not. Runtime and router must outlive
-    /// leave.
+    /// `add(participant, now)` adds the endpoint; false when it could not. The runtime must outlive leave.
     template <typename Add>
-    bool join(rtps::net::Runtime& runtime, EventRouter& router, rtps::EntityId entity, EndpointEvents& events,
-              Add add) {
-        router_ = &router;
+    bool join(rtps::net::Runtime& runtime, rtps::EntityId entity, Add add) {
         entity_ = entity;
         return runtime.with_participant([&](rtps::Participant& participant, rtps::Now now) {
-            // The router first: the endpoint may match at once.
-            router.add(entity, events);
-            if (!add(participant, now)) {
-                router.remove(entity);
+            if (!add(participant, now))
                 return false;
-            }
             runtime_.store(&runtime, std::memory_order_release);
             return true;
         });
@@ -40,7 +32,6 @@ class EndpointMembership {
             return;
         runtime->with_participant([this](rtps::Participant& participant, rtps::Now now) {
             participant.remove_endpoint(entity_, now);
-            router_->remove(entity_);
         });
     }
     /// Announces what `data()` says now.
@@ -57,7 +48,6 @@ class EndpointMembership {
 
   private:
     std::atomic<rtps::net::Runtime*> runtime_{nullptr};
-    EventRouter* router_ = nullptr;
     rtps::EntityId entity_;
 };
 

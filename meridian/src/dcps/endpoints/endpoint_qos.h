@@ -34,6 +34,14 @@ rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& 
 /// The properties that are announced.
 std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy);
 
+/// The name that an endpoint announces.
+inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataReaderQos& qos) {
+    return qos.subscription_name;
+}
+inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataWriterQos& qos) {
+    return qos.publication_name;
+}
+
 /// What an endpoint announces of itself, but for its addresses.
 rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,
                                     const rtps::EndpointQos& qos, const DDS_EntityNameQosPolicy& name,

@@ -7,12 +7,12 @@
 #include <optional>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/output.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {
 
-/// Who gets a submessage (unknown: everybody) and at which addresses.
+/// Which participant gets a submessage (unknown: all) and at which addresses.
 struct Route {
     GuidPrefix prefix;
     LocatorList locators;

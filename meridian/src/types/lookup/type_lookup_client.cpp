@@ -34,7 +34,8 @@ void TypeLookupClient::attach(rtps::net::Runtime& runtime, rtps::Participant& pa
     writer.builtin_peer = {rtps::entity::type_lookup_request_reader, rtps::kTypeLookupRequestReader};
     rtps::ReaderConfig reader;
     reader.builtin_peer = {rtps::entity::type_lookup_reply_writer, rtps::kTypeLookupReplyWriter};
-    participant.add_writer(service_endpoint(prefix, rtps::entity::type_lookup_request_writer), writer, now);
+    participant.add_writer(service_endpoint(prefix, rtps::entity::type_lookup_request_writer), writer, *this,
+                           now);
     participant.add_reader(service_endpoint(prefix, rtps::entity::type_lookup_reply_reader), reader, *this,
                            now);
 }

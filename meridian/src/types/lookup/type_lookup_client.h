@@ -12,7 +12,7 @@
 namespace meridian::types {
 
 /// Everything but the constructor runs under the lock of the runtime, which the client must outlive.
-class TypeLookupClient final : public PublicationTypes, private rtps::SampleSink {
+class TypeLookupClient final : public PublicationTypes, private rtps::ReaderSink {
   public:
     /// Builtin endpoints that a participant with a client announces.
     static constexpr uint32_t kBuiltinEndpoints =

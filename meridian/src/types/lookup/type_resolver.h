@@ -14,7 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
+#include "rtps/wire/discovery_data.h"
 #include "types/lookup/type_lookup_codec.h"
 #include "types/network/type_information.h"
 #include "types/network/type_library.h"
