@@ -297,9 +297,11 @@ void Runtime::Implementation::dispatch(UdpTransport::Traffic traffic) {
     lock();
     const Now received_at = now();
     Participant& participant = *participant_;
+    participant.begin_batch();
     transport_->dispatch(traffic, [&participant, received_at](ByteView datagram, const Locator& source) {
         participant.receive(datagram, source, received_at);
     });
+    participant.end_batch(received_at);
     unlock();
 }
 
