@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 
+#include "agent/QuixAgentOutput.h"
+
 namespace {
 
-/// Text beyond this length is written out when there is a stream to write it to.
+/// Text beyond this length is put when there is an output to put it to.
 constexpr size_t kSpillLength = 64 * 1024;
 
 constexpr DDS_UnsignedShort kCdrBe = 0;
@@ -172,9 +175,9 @@ void put_label(std::string& text, const char* name) {
 /// One walk over one sample.
 class Walk {
   public:
-    Walk(std::string& text, std::FILE* file, QUIXCdrStream& stream)
+    Walk(std::string& text, QuixAgentOutput* output, QUIXCdrStream& stream)
         : text_(text),
-          file_(file),
+          output_(output),
           stream_(stream),
           budget_(QUIXSPY_RAW_PRINTER_VALUES_PER_BYTE * QUIXCdrStream_remaining(&stream) +
                   QUIXSPY_RAW_PRINTER_VALUES_PER_SAMPLE) {}
@@ -211,7 +214,7 @@ class Walk {
     void end_line();
 
     std::string& text_;
-    std::FILE* file_;
+    QuixAgentOutput* output_;
     QUIXCdrStream& stream_;
     uint64_t budget_;
     unsigned depth_ = 0;
@@ -219,8 +222,8 @@ class Walk {
 
 void Walk::end_line() {
     text_ += '\n';
-    if (file_ != nullptr && text_.size() > kSpillLength) {
-        std::fwrite(text_.data(), 1, text_.size(), file_);
+    if (output_ != nullptr && text_.size() > kSpillLength) {
+        output_->put(text_);
         text_.clear();
     }
 }
@@ -584,12 +587,12 @@ bool QuixSpyRawPrinter::print_sample(const DynamicType& sample, const DDS_TypeCo
                                      int32_t indent) {
     if (typeCode == nullptr || sample.stream == nullptr || !is_plain(*sample.stream))
         return false;
-    return Walk(text_, stream_, *sample.stream).print(typeCode, indent, Walk::Place::outermost);
+    return Walk(text_, output_, *sample.stream).print(typeCode, indent, Walk::Place::outermost);
 }
 
 bool QuixSpyRawPrinter::print_primitive_sample(const DynamicType& sample, const DDS_TypeCode* typeCode) {
     return sample.stream != nullptr && is_plain(*sample.stream) &&
-           Walk(text_, stream_, *sample.stream).print_primitive(typeCode);
+           Walk(text_, output_, *sample.stream).print_primitive(typeCode);
 }
 
 bool QuixSpyRawPrinter::get_discriminator_value(const DynamicType& sample, const DDS_TypeCode* typeCode,

@@ -10,29 +10,30 @@ void Deliverable::on_timer(rtps::MonotonicTime /*now*/) MERIDIAN_NO_THREAD_SAFET
 }
 
 DeliveryThread::~DeliveryThread() {
-    std::thread thread;
     {
         MutexLock lock(mutex_);
         stopping_ = true;
         changed_.notify_all();
-        thread = std::move(thread_);
     }
-    if (thread.joinable())
-        thread.join();
+    thread_.join();
+}
+
+bool DeliveryThread::start(std::string& error) {
+    MutexLock lock(mutex_);
+    return thread_.is_started() || thread_.start(
+                                       "delivery", [this] { run(); }, error);
 }
 
 void DeliveryThread::notify(Deliverable& deliverable) {
     if (deliverable.pending_.exchange(true, std::memory_order_acq_rel))
         return;
     MutexLock lock(mutex_);
-    start();
     enqueue(deliverable);
     changed_.notify_all();
 }
 
 void DeliveryThread::wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) {
     MutexLock lock(mutex_);
-    start();
     if (!deliverable.timer_) {
         deliverable.thread_ = this;
         rtps::TimerQueue::Client& client = deliverable;
@@ -49,15 +50,10 @@ void DeliveryThread::remove(Deliverable& deliverable) {
     if (deliverable.timer_)
         deliverable.timer_->cancel();
     deliverable.pending_ = false;
-    if (std::this_thread::get_id() == thread_.get_id())
+    if (thread_.is_current())
         return;
     while (running_ == &deliverable)
         changed_.wait(mutex_);
-}
-
-void DeliveryThread::start() {
-    if (!thread_.joinable() && !stopping_)
-        thread_ = std::thread([this] { run(); });
 }
 
 Deliverable* DeliveryThread::next() {

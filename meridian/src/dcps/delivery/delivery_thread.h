@@ -6,9 +6,10 @@
 #include <atomic>
 #include <chrono>
 #include <optional>
-#include <thread>
+#include <string>
 
 #include "platform/mutex.h"
+#include "platform/thread.h"
 #include "rtps/protocol/timer_queue.h"
 
 namespace meridian::dcps {
@@ -44,8 +45,10 @@ class DeliveryThread {
     DeliveryThread(const DeliveryThread&) = delete;
     DeliveryThread& operator=(const DeliveryThread&) = delete;
 
-    /// Has `deliver` called soon. Cheap while a call is pending already. The thread starts with the first
-    /// use.
+    /// Starts the thread. False with a text in `error` when the system has none to give; what is asked for
+    /// before start succeeded waits until then. Starting twice is success.
+    bool start(std::string& error) MERIDIAN_EXCLUDES(mutex_);
+    /// Has `deliver` called soon. Cheap while a call is pending already.
     void notify(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
     /// Has `deliver` called at that time of the monotonic clock or earlier; of several calls the earliest
     /// counts.
@@ -58,7 +61,6 @@ class DeliveryThread {
     friend class Deliverable;
 
     void run() MERIDIAN_EXCLUDES(mutex_);
-    void start() MERIDIAN_REQUIRES(mutex_);
     Deliverable* next() MERIDIAN_REQUIRES(mutex_);
     void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
     void unqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
@@ -71,7 +73,7 @@ class DeliveryThread {
     Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
-    std::thread thread_ MERIDIAN_GUARDED_BY(mutex_);
+    Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

@@ -98,7 +98,8 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
 
 bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
-    if (!wanted)
+    // Before anybody hears of this participant: without the thread no listener could be called.
+    if (!wanted || !delivery_.start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);

@@ -6,6 +6,7 @@
 
 #include "discovery/conversions.h"
 #include "platform/log.h"
+#include "platform/text.h"
 
 namespace meridian::dcps {
 
@@ -41,12 +42,6 @@ bool is_one_of(const std::string& name, const char* const (&names)[count]) {
 
 std::string text_or_empty(const char* text) {
     return text != nullptr ? text : "";
-}
-
-std::string trimmed(const std::string& text) {
-    constexpr const char* kBlanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(kBlanks);
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 std::vector<rtps::Property> all_properties(const DDS_PropertyQosPolicy& policy) {

@@ -12,16 +12,6 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr uint32_t kDisposed = 1; // bits of the status info
-constexpr uint32_t kUnregistered = 2;
-
-DDS_GUID_t to_guid_t(const rtps::Guid& guid) {
-    DDS_GUID_t out{};
-    const DDS_InstanceHandle_t handle = discovery::to_handle(guid);
-    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), out.value);
-    return out;
-}
-
 DDS_SequenceNumber_t to_sequence_number(rtps::SequenceNumber number) {
     if (number == rtps::kSequenceNumberUnknown)
         return DDS_SEQUENCE_NUMBER_UNKNOWN;
@@ -29,12 +19,12 @@ DDS_SequenceNumber_t to_sequence_number(rtps::SequenceNumber number) {
 }
 
 ChangeKind kind_of(const rtps::Sample& sample) {
-    switch (sample.inline_qos.status_info & (kDisposed | kUnregistered)) {
-        case kDisposed | kUnregistered:
+    switch (sample.inline_qos.status_info & (rtps::kDisposed | rtps::kUnregistered)) {
+        case rtps::kDisposed | rtps::kUnregistered:
             return ChangeKind::disposed_and_unregistered;
-        case kDisposed:
+        case rtps::kDisposed:
             return ChangeKind::disposed;
-        case kUnregistered:
+        case rtps::kUnregistered:
             return ChangeKind::unregistered;
         default:
             return ChangeKind::alive;
@@ -93,10 +83,9 @@ bool SampleDecoder::deserialize(const rtps::Sample& sample, void*& made) {
     made = stock_.get();
     if (made == nullptr)
         return false;
-    QUIXCdrStream stream;
-    bind_stream(sample.payload, stream);
+    PayloadStream stream(sample.payload, sample.writer, sample.vendor);
     bool drop = false;
-    const bool readable = plugin().deserialize(endpoint_, &made, &drop, &stream, true, true);
+    const bool readable = plugin().deserialize(endpoint_, &made, &drop, stream.get(), true, true);
     if (!readable || drop) {
         stock_.put_back(made);
         made = nullptr;
@@ -116,17 +105,17 @@ rtps::KeyHash SampleDecoder::key_hash(const rtps::Sample& sample) {
         return aliases_.instance_of(sample.writer, key);
     // What the type says of the payload counts more than the writer's own hash: makers form it differently,
     // and the instances of all writers of a topic are to agree.
-    QUIXCdrStream stream;
-    bind_stream(sample.payload, stream);
+    PayloadStream stream(sample.payload, sample.writer, sample.vendor);
     PRESKeyHash hash{};
     std::copy(key.begin(), key.end(), hash.value);
     hash.length = sizeof hash.value;
-    if (plugin().serializedSampleToKeyHash(endpoint_, &stream, &hash, true, sample.payload_is_key))
+    if (plugin().serializedSampleToKeyHash(endpoint_, stream.get(), &hash, true, sample.payload_is_key))
         key = to_key(hash);
     if (sample.inline_qos.key_hash)
         aliases_.note(sample.writer, *sample.inline_qos.key_hash, key);
     else if (key_forms_ != nullptr)
-        key_forms_->note(sample.writer, sample.payload, sample.payload_is_key, key, aliases_);
+        key_forms_->note({sample.writer, sample.vendor}, sample.payload, sample.payload_is_key, key,
+                         aliases_);
     return key;
 }
 

@@ -14,8 +14,6 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr uint32_t kDisposed = 1; // bits of the status info
-constexpr uint32_t kUnregistered = 2;
 constexpr DDS_Long kInitialBuffers = 1;
 constexpr std::chrono::milliseconds kPollPeriod{1};
 
@@ -333,7 +331,8 @@ DDS_ReturnCode_t UserWriter::write_end(const void* sample, const DDS_WriteParams
     if (result != DDS_RETCODE_OK)
         return result;
     const bool disposes = !unregister || qos.writer_data_lifecycle.autodispose_unregistered_instances;
-    request.inline_qos.status_info = (disposes ? kDisposed : 0) | (unregister ? kUnregistered : 0);
+    request.inline_qos.status_info =
+        (disposes ? rtps::kDisposed : 0u) | (unregister ? rtps::kUnregistered : 0u);
 
     const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
     const DDS_UnsignedLong key_size =

@@ -21,24 +21,15 @@ ReadStatus MessageRouter::take(ByteView datagram, const Locator& source) {
     return read_message(datagram, *this);
 }
 
-void MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
     now_ = now;
-    ++statistics_.datagrams;
-    switch (take(datagram, source)) {
-        case ReadStatus::ok:
-            break;
-        case ReadStatus::not_rtps:
-            ++statistics_.not_rtps;
-            break;
-        case ReadStatus::malformed:
-            ++statistics_.malformed;
-            break;
-    }
+    const ReadStatus status = take(datagram, source);
     if (!unknown_writers_.empty()) {
         early_packets_.add(unknown_writers_, datagram, source, now.monotonic);
         unknown_writers_.clear();
     }
     replay(now);
+    return status;
 }
 
 void MessageRouter::replay(Now now) {
@@ -195,7 +186,7 @@ void MessageRouter::on_nack_frag(const MessageContext& context, const NackFrag& 
 void MessageRouter::on_secured(const MessageContext& context, uint8_t) {
     if (!accepted(context))
         return;
-    ++statistics_.secured_submessages;
+    ++secured_submessages_;
     warnings_.warn("secured messages " + to_string(context.source),
                    "participant " + to_string(context.source) + " sends secured messages; they are not read");
 }

@@ -96,12 +96,13 @@ void Participant::stop(Now now) {
     batcher_.flush();
 }
 
-void Participant::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now now) {
     if (!running_)
-        return;
+        return ReadStatus::ok;
     now_ = now;
-    router_.receive(datagram, source, now);
+    const ReadStatus status = router_.receive(datagram, source, now);
     finish(now);
+    return status;
 }
 
 void Participant::end_batch(Now now) {

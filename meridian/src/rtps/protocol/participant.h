@@ -34,8 +34,6 @@ class Participant final : private ReaderObserver,
                           private ParticipantDiscovery::Listener,
                           private EndpointDiscovery::Listener {
   public:
-    using Statistics = MessageRouter::Statistics;
-
     Participant(ParticipantConfig config, Output& output, Events& events);
     ~Participant() override;
     Participant(const Participant&) = delete;
@@ -52,9 +50,9 @@ class Participant final : private ReaderObserver,
     /// every remote one, reported as GoneReason::stopped.
     void stop(Now now);
 
-    /// Takes one datagram as it came from source. Malformed ones are dropped (their good part stands) and
-    /// counted.
-    void receive(ByteView datagram, const Locator& source, Now now);
+    /// Takes one datagram as it came from source. Malformed ones are dropped, but for what stands before the
+    /// fault.
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
 
     /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
     /// no more samples come for now, and answers are sent. Without a batch every call does so.
@@ -97,7 +95,8 @@ class Participant final : private ReaderObserver,
     void assert_liveliness(Now now);
     void assert_liveliness(EntityId writer, Now now);
 
-    const Statistics& statistics() const { return router_.statistics(); }
+    /// So many were skipped.
+    uint64_t secured_submessages() const { return router_.secured_submessages(); }
 
   private:
     /// A sink that hands the samples of a builtin reader to one operation.

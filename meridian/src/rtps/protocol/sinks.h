@@ -15,6 +15,7 @@ namespace meridian::rtps {
 /// One received sample. The views point into the packet (or the assembled fragments).
 struct Sample {
     Guid writer;
+    VendorId vendor; // of the software that wrote it
     SequenceNumber sequence_number = 0;
     WireTime source_timestamp = kTimeInvalid;
     MonotonicTime received{0};

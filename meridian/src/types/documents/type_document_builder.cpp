@@ -139,7 +139,7 @@ std::optional<int64_t> DocumentBuilder::number(const pugi::xml_node& node, std::
     std::string literal = text;
     std::string enumeration;
     if (enumerator != nullptr) {
-        enumeration = "::" + enumerator->second.first;
+        enumeration = "::" + enumerator->second;
         literal = text.substr(text.rfind(':') + 1);
     } else if (const size_t colons = text.rfind("::"); colons != std::string::npos) {
         enumeration = text.substr(0, colons);
@@ -153,7 +153,7 @@ std::optional<int64_t> DocumentBuilder::number(const pugi::xml_node& node, std::
                 return type->members[i].value;
         }
     }
-    fail(node, "\"" + text + "\" is no number, constant or enumerator");
+    fail(node, "\"" + text + "\" is not a number, constant or enumerator");
     return std::nullopt;
 }
 
@@ -191,6 +191,13 @@ bool DocumentBuilder::dimensions(const pugi::xml_node& node, std::vector<uint32_
     return true;
 }
 
+bool DocumentBuilder::count_members(const pugi::xml_node& node, size_t count) {
+    const bool fits = graph_.count_members(count);
+    if (!fits)
+        fail(node, "more than " + std::to_string(kMaxGraphMembers) + " members");
+    return fits;
+}
+
 Type* DocumentBuilder::node_of(DDS_TCKind kind, const pugi::xml_node& at) {
     Type* made = graph_.add();
     if (made == nullptr)
@@ -221,7 +228,7 @@ const Type* DocumentBuilder::scalar_type(const pugi::xml_node& node, std::string
     if (name == "nonBasic")
         name = other;
     if (name.empty())
-        return fail(node, "it has no type");
+        return fail(node, "needs a type");
     const auto* named = lookup(set_.types, name);
     if (named == nullptr)
         return fail(node, "there is no type \"" + name + "\"");
@@ -316,7 +323,7 @@ bool DocumentBuilder::fill(Type& type, const pugi::xml_node& node, unsigned dept
         default:
             type.content = member_type(node, depth);
             if (type.content != nullptr && resolve_alias(&type) == nullptr)
-                type.content = fail(node, "it stands for itself");
+                type.content = fail(node, "typedef refers to itself");
             return type.content != nullptr;
     }
 }
@@ -341,7 +348,7 @@ bool DocumentBuilder::read_extensibility(Type& type, const pugi::xml_node& node)
 bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, unsigned depth) {
     member.name = node.attribute("name").value();
     if (!is_identifier(member.name)) {
-        fail(node, "its name \"" + member.name + "\" is none");
+        fail(node, "\"" + member.name + "\" is not a valid name");
         return false;
     }
     member.key = is_true(node.attribute("key"));
@@ -349,7 +356,7 @@ bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, un
     member.must_understand = member.key || is_true(node.attribute("mustUnderstand"));
     member.external = is_true(node.attribute("external"));
     member.type = member_type(node, depth);
-    return member.type != nullptr && graph_.count_members(1);
+    return member.type != nullptr && count_members(node, 1);
 }
 
 bool DocumentBuilder::holds_only(const pugi::xml_node& node, std::initializer_list<std::string_view> elements,
@@ -375,7 +382,7 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
         for (const Type* up = found; up != nullptr; up = up->base)
             found = up == &type ? nullptr : found;
         if (found == nullptr || !found->is_aggregate()) {
-            fail(node, "its base type \"" + std::string(base.value()) + "\" is no other structure");
+            fail(node, "the base type \"" + std::string(base.value()) + "\" is not another structure");
             return false;
         }
         type.kind = DDS_TK_VALUE;
@@ -399,14 +406,14 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
         if (const pugi::xml_attribute id = attribute_of(child, {"id"})) {
             const std::optional<int64_t> value = number(child, id.value());
             if (!value || *value < 0 || *value > 0x0fffffff) {
-                fail(child, "its id is not between 0 and 0x0fffffff");
+                fail(child, "the id is not between 0 and 0x0fffffff");
                 return false;
             }
             member.id = static_cast<uint32_t>(*value);
         }
         for (const Member& other : type.members) {
             if (other.id == member.id || other.name == member.name) {
-                fail(child, "it has the name or the id of \"" + other.name + "\"");
+                fail(child, "has the name or the id of \"" + other.name + "\"");
                 return false;
             }
         }
@@ -483,7 +490,7 @@ bool DocumentBuilder::read_bit_bound(Type& type, const pugi::xml_node& node, uin
         return true;
     const std::optional<int64_t> value = number(node, attribute.value());
     if (!value || *value < 1 || *value > limit) {
-        fail(node, "its bit bound is not between 1 and " + std::to_string(limit));
+        fail(node, "the bit bound is not between 1 and " + std::to_string(limit));
         return false;
     }
     type.bit_bound = static_cast<uint16_t>(*value);
@@ -510,7 +517,7 @@ bool DocumentBuilder::fill_enumeration(Type& type, const pugi::xml_node& node) {
         literal.value = next++;
         type.members.push_back(std::move(literal));
     }
-    return graph_.count_members(type.members.size());
+    return count_members(node, type.members.size());
 }
 
 bool DocumentBuilder::fill_bitmask(Type& type, const pugi::xml_node& node) {
@@ -535,7 +542,7 @@ bool DocumentBuilder::fill_bitmask(Type& type, const pugi::xml_node& node) {
         flag.value = next++;
         type.members.push_back(std::move(flag));
     }
-    return graph_.count_members(type.members.size());
+    return count_members(node, type.members.size());
 }
 
 bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
@@ -586,7 +593,7 @@ bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
         fail(node, "a bit set without bit fields");
         return false;
     }
-    return graph_.count_members(type.members.size());
+    return count_members(node, type.members.size());
 }
 
 } // namespace meridian::types

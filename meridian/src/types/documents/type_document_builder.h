@@ -26,7 +26,7 @@ class DocumentBuilder {
   private:
     std::nullptr_t fail(const pugi::xml_node& node, const std::string& reason) {
         if (error_.empty())
-            error_ = declaration_->source->message(node, reason);
+            error_ = declaration_->document->message(node, reason);
         return nullptr;
     }
 
@@ -36,6 +36,7 @@ class DocumentBuilder {
     bool bound(const pugi::xml_node& node, std::initializer_list<const char*> names, uint32_t& value);
     bool dimensions(const pugi::xml_node& node, std::vector<uint32_t>& values);
 
+    bool count_members(const pugi::xml_node& node, size_t count);
     Type* node_of(DDS_TCKind kind, const pugi::xml_node& at);
     const Type* scalar_type(const pugi::xml_node& node, std::string name, const std::string& other,
                             const char* bound_name, unsigned depth);
