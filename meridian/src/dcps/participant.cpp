@@ -263,6 +263,7 @@ DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
         subscribers.swap(subscribers_);
         publishers.swap(publishers_);
         topics.swap(topics_);
+        topics_by_handle_.clear();
     }
     // Outside of the lock: a callback in progress may ask this participant.
     OwnedReaders lent;

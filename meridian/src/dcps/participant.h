@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "dcps/builtin_subscriber.h"
@@ -141,6 +142,8 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
     TopicsByName topics_ MERIDIAN_GUARDED_BY(mutex_);
+    /// The same topics by what callers hold, which may be one deleted long ago.
+    std::unordered_map<const DDSTopicDescription*, TopicImpl*> topics_by_handle_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<PublisherImpl>> publishers_ MERIDIAN_GUARDED_BY(mutex_);

@@ -36,11 +36,9 @@ const DDS_TypeCode* ParticipantImpl::get_typecode(const char* type_name) {
 }
 
 std::unique_ptr<TopicUse> ParticipantImpl::use_topic(DDSTopicDescription* description) {
-    if (description == nullptr)
-        return nullptr;
     MutexLock lock(mutex_);
-    TopicImpl* const topic = find_topic(description->get_name());
-    return topic == description ? std::make_unique<TopicUse>(*topic) : nullptr;
+    const auto found = topics_by_handle_.find(description);
+    return found == topics_by_handle_.end() ? nullptr : std::make_unique<TopicUse>(*found->second);
 }
 
 DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_name) {
@@ -83,17 +81,20 @@ DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type
     auto topic = std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name, type_name,
                                              qos, std::move(type));
     topic->enable();
+    topics_by_handle_.emplace(topic.get(), topic.get());
     return topics_.emplace(topic_name, std::move(topic)).first->second.get();
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_topic(DDSTopic* topic) {
     std::unique_ptr<TopicImpl> removed;
     MutexLock lock(mutex_);
-    const auto found = topic != nullptr ? topics_.find(topic->get_name()) : topics_.end();
-    if (found == topics_.end() || found->second.get() != topic)
+    const auto known = topics_by_handle_.find(topic);
+    if (known == topics_by_handle_.end())
         return DDS_RETCODE_BAD_PARAMETER;
-    if (found->second->in_use())
+    if (known->second->in_use())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
+    topics_by_handle_.erase(known);
+    const auto found = topics_.find(topic->get_name());
     removed = std::move(found->second);
     topics_.erase(found);
     return DDS_RETCODE_OK;
