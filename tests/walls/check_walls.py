@@ -59,7 +59,6 @@ EXCEPTIONS = {
     ("listener_link.h", "thread"),  # only ids, to know a call back from its own thread
     ("type_registry.h", "thread"),  # only the id of who locked it
     ("type_registry.h", "mutex"),  # the public interface promises a lock that may be nested; platform's may not
-    # To go with what they are used for:
 }
 FOREIGN_HEADER = re.compile(r"(dds|fastdds|fastrtps|fastcdr|ddscxx|org/eclipse/cyclonedds|OpenDDS|opendds)/.*|cyclonedds/.*")
 MAY_INCLUDE_FOREIGN = ("tests/", "demo/")

@@ -51,14 +51,6 @@ std::vector<rtps::Property> all_properties(const DDS_PropertyQosPolicy& policy) 
     return properties;
 }
 
-/// The word of a GUID prefix at which jitter starts: different participants must not send in step.
-uint64_t seed_of(const rtps::GuidPrefix& prefix) {
-    uint64_t seed = 1;
-    for (uint8_t byte : prefix.bytes)
-        seed = seed * 31 + byte;
-    return seed;
-}
-
 void apply(const QUIXTransport_UDP_Property& property, rtps::net::UdpSettings& settings) {
     settings.message_size_max = property.message_size_max;
     settings.send_socket_buffer_size = property.send_socket_buffer_size;
@@ -128,7 +120,6 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
     participant.lease = discovery::to_wire(qos.discovery_config.participant_liveliness_lease_duration);
     participant.announce_period =
         rtps::to_duration(discovery::to_wire(qos.discovery_config.participant_liveliness_assert_period));
-    participant.seed = seed_of(prefix);
     participant.max_sample_size = kLargestSample;
     participant.max_reassembly_memory = kReassemblyMemory;
     config.peers = discovery::to_strings(qos.discovery.initial_peers);
