@@ -89,7 +89,7 @@ bool ProfileLoader::add(const xml::Document& document, std::string& error) {
         if (std::strcmp(section.name(), "qos_library") == 0)
             add_library(section);
         else if (!is_one_of(section.name(), kOtherSections))
-            warn_of_unknown(section, "<dds>", nullptr);
+            reader_.fail(section, "unknown element in <dds>");
         if (!reader_.ok())
             break;
     }
@@ -99,23 +99,14 @@ bool ProfileLoader::add(const xml::Document& document, std::string& error) {
     return reader_.ok();
 }
 
-void ProfileLoader::warn_of_unknown(pugi::xml_node element, const char* place, Profile* profile) {
-    reader_.fail_unknown(element, place);
-    keep_unknown(profile);
-}
-
-void ProfileLoader::keep_unknown(Profile* profile) {
+void ProfileLoader::keep_unknown(Profile& profile) {
     const std::string message = reader_.forgive_unknown();
     if (message.empty())
         return;
-    if (profile == nullptr) {
-        set_.warnings.push_back(message + "; ignored");
-        return;
-    }
-    set_.warnings.push_back(message + "; the profile \"" + profile->library + "::" + profile->name +
+    set_.warnings.push_back(message + "; the profile \"" + profile.library + "::" + profile.name +
                             "\" cannot be used");
-    if (profile->unknown_element.empty())
-        profile->unknown_element = message;
+    if (profile.unknown_element.empty())
+        profile.unknown_element = message;
 }
 
 std::string ProfileLoader::name_of(pugi::xml_node element) {
@@ -141,7 +132,7 @@ void ProfileLoader::add_library(pugi::xml_node element) {
         if (std::strcmp(child.name(), "qos_profile") == 0)
             add_profile(library, child);
         else
-            warn_of_unknown(child, "<qos_library>", nullptr);
+            reader_.fail(child, "unknown element in <qos_library>");
         if (!reader_.ok())
             return;
     }
@@ -181,7 +172,8 @@ void ProfileLoader::add_profile(Library& library, pugi::xml_node element) {
         if (entity != std::end(kEntityNames))
             add_entity(profile, entity->kind, child);
         else if (!is_one_of(child.name(), kForeignEntities))
-            warn_of_unknown(child, "<qos_profile>", &profile);
+            reader_.fail_unknown(child, "<qos_profile>");
+        keep_unknown(profile);
         if (!reader_.ok())
             return;
     }
@@ -212,7 +204,6 @@ void ProfileLoader::add_entity(Profile& profile, EntityKind kind, pugi::xml_node
         return reader_.fail(element,
                             "more than " + std::to_string(kMaxEntities) + " elements in one profile");
     check_values(reader_, kind, element);
-    keep_unknown(&profile);
     profile.entities.push_back(std::move(entity));
 }
 

@@ -34,7 +34,7 @@ class ProfileStore {
     /// profile; without line or element where there is none).
     bool load(const DDS_ProfileQosPolicy& sources, std::string& error);
 
-    /// Elements that are not known, one line each. A profile that holds one, or whose base does, can be named
+    /// Elements of profiles that are not known, one line each. A profile that holds one, or whose base does, can be named
     /// but not be used.
     const std::vector<std::string>& warnings() const;
 

@@ -24,7 +24,7 @@ inline bool load_string(ProfileStore& store, const std::string& document, std::s
     return store.load(sources, error);
 }
 
-/// What loading says, or using the first profile, or else the first warning; "loaded" when all is well.
+/// What loading says, or using the first profile; "loaded" when all is well.
 inline std::string result_in(ProfileStore& store, bool loaded, std::string error) {
     if (!loaded)
         return error;
@@ -34,7 +34,7 @@ inline std::string result_in(ProfileStore& store, bool loaded, std::string error
             return store.subscriber_qos(library, profile, qos, error) ? "loaded" : error;
         }
     }
-    return store.warnings().empty() ? "loaded" : store.warnings().front();
+    return "loaded";
 }
 
 inline std::string result_of(const std::string& document) {

@@ -68,8 +68,7 @@ TEST(Documents, StructureIsChecked) {
         {"junk", "string profile:1: text outside of the root element"},
         {" \n ", "string profile:1: no element in the document"},
         {"<!-- only this -->", "string profile:1: no element in the document"},
-        {"<dds>\n<qos_libary/></dds>",
-         "string profile:2: element <qos_libary>: unknown element in <dds>; ignored"},
+        {"<dds>\n<qos_libary/></dds>", "string profile:2: element <qos_libary>: unknown element in <dds>"},
         {"<dds>text</dds>",
          "string profile:1: element <dds>: holds the text \"text\" where elements are expected"},
         {"<dds><qos_library/></dds>", "string profile:1: element <qos_library>: needs a name"},
@@ -80,7 +79,7 @@ TEST(Documents, StructureIsChecked) {
         {"<dds><qos_library name=\"a\" name=\"b\"/></dds>",
          "string profile:1: element <qos_library>: attribute \"name\" appears twice"},
         {"<dds><qos_library name=\"a\"><datareader_qos/></qos_library></dds>",
-         "string profile:1: element <datareader_qos>: unknown element in <qos_library>; ignored"},
+         "string profile:1: element <datareader_qos>: unknown element in <qos_library>"},
         {"<dds><qos_library name=\"a\"><qos_profile/></qos_library></dds>",
          "string profile:1: element <qos_profile>: needs a name"},
         {"<dds><qos_library name=\"a\"><qos_profile name=\"p\"/>\n<qos_profile "
@@ -317,7 +316,7 @@ TEST(Documents, UnknownElementsMatterInProfilesThatAreUsed) {
     ProfileStore store;
     std::string error;
     ASSERT_TRUE(load_string(store,
-                            "<dds><extension/><qos_library name=\"L\"><qos_profile name=\"Known\"/>\n"
+                            "<dds><qos_library name=\"L\"><qos_profile name=\"Known\"/>\n"
                             "<qos_profile name=\"Foreign\"><actor_qos/><subscriber_qos><x/></subscriber_qos>"
                             "</qos_profile>\n"
                             "<qos_profile name=\"Derived\" base_name=\"Foreign\"/>\n"
@@ -328,7 +327,6 @@ TEST(Documents, UnknownElementsMatterInProfilesThatAreUsed) {
     const std::string foreign = "string profile:2: element <actor_qos>: unknown element in <qos_profile>";
     EXPECT_EQ(store.warnings(),
               (std::vector<std::string>{
-                  "string profile:1: element <extension>: unknown element in <dds>; ignored",
                   foreign + "; the profile \"L::Foreign\" cannot be used",
                   "string profile:2: element <x>: unknown element in <subscriber_qos>; the profile "
                   "\"L::Foreign\" cannot be used"}));
@@ -380,14 +378,12 @@ std::string utf16(const std::u16string& text, bool big_endian) {
 }
 
 TEST(Documents, Encodings) {
-    EXPECT_EQ(load_file("\xef\xbb\xbf<dds>\n<x/></dds>"),
-              "FILE:2: element <x>: unknown element in <dds>; ignored");
+    EXPECT_EQ(load_file("\xef\xbb\xbf<dds>\n<x/></dds>"), "FILE:2: element <x>: unknown element in <dds>");
     const std::u16string plain = u"<dds>\n<x/></dds>";
     for (const bool big_endian : {false, true}) {
-        EXPECT_EQ(load_file(utf16(plain, big_endian)),
-                  "FILE:2: element <x>: unknown element in <dds>; ignored");
+        EXPECT_EQ(load_file(utf16(plain, big_endian)), "FILE:2: element <x>: unknown element in <dds>");
         EXPECT_EQ(load_file(utf16(u"\ufeff" + plain, big_endian)),
-                  "FILE:2: element <x>: unknown element in <dds>; ignored");
+                  "FILE:2: element <x>: unknown element in <dds>");
         EXPECT_EQ(load_file(utf16(u"\ufeff<dds>\n\xd800</dds>", big_endian)), "FILE:2: not valid UTF-16");
         EXPECT_EQ(load_file(utf16(u"\ufeff<dds/>", big_endian) + "x"), "FILE:1: not valid UTF-16");
     }
