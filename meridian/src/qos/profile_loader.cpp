@@ -99,6 +99,16 @@ bool ProfileLoader::add(const xml::Document& document, std::string& error) {
     return reader_.ok();
 }
 
+void ProfileLoader::keep_unknown(Profile& profile) {
+    const std::string message = reader_.forgive_unknown();
+    if (message.empty())
+        return;
+    set_.warnings.push_back(message + "; the profile \"" + profile.library + "::" + profile.name +
+                            "\" cannot be used");
+    if (profile.unknown_element.empty())
+        profile.unknown_element = message;
+}
+
 std::string ProfileLoader::name_of(pugi::xml_node element) {
     const std::string name = attribute(element, "name");
     if (name.empty())
@@ -162,7 +172,8 @@ void ProfileLoader::add_profile(Library& library, pugi::xml_node element) {
         if (entity != std::end(kEntityNames))
             add_entity(profile, entity->kind, child);
         else if (!is_one_of(child.name(), kForeignEntities))
-            reader_.fail(child, "unknown element in <qos_profile>");
+            reader_.fail_unknown(child, "<qos_profile>");
+        keep_unknown(profile);
         if (!reader_.ok())
             return;
     }

@@ -57,6 +57,9 @@ bool read_profile(const ProfileSet& set, const std::string& library, const std::
         error = "there is no QoS profile \"" + library + "::" + profile_name + "\"";
         return false;
     }
+    error = profile->obstacle();
+    if (!error.empty())
+        return false;
     Qos result;
     QosReader reader;
     for (const Layer& layer : layers_of(*profile, kind, topic_name)) {
@@ -138,6 +141,10 @@ bool ProfileStore::topic_qos(const std::string& library, const std::string& prof
 bool ProfileStore::datareader_qos(const std::string& library, const std::string& profile,
                                   const char* topic_name, DDS_DataReaderQos& qos, std::string& error) const {
     return read_profile(contents_->set, library, profile, EntityKind::datareader, topic_name, qos, error);
+}
+
+const std::vector<std::string>& ProfileStore::warnings() const {
+    return contents_->set.warnings;
 }
 
 types::TypeRef ProfileStore::type(const std::string& name) const {

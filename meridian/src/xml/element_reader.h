@@ -24,6 +24,11 @@ class ElementReader {
     /// Keeps the first message.
     void fail(pugi::xml_node element, const std::string& reason);
 
+    /// Fails for an element that has no meaning in its place.
+    void fail_unknown(pugi::xml_node element, const std::string& place);
+    /// When the first failure is an unknown element: its message, and the reader can go on. Else nothing.
+    std::string forgive_unknown();
+
     /// Fails for attributes that are not in the list, and for those that appear twice. Namespaces are
     /// allowed.
     void check_attributes(pugi::xml_node element, std::initializer_list<const char*> known);
@@ -60,6 +65,7 @@ class ElementReader {
 
     const Document* document_ = nullptr;
     std::string error_;
+    bool is_unknown_ = false; // the element that error_ names
 };
 
 } // namespace meridian::xml

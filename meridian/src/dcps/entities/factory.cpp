@@ -61,6 +61,8 @@ DDS_ReturnCode_t FactoryImpl::set_qos(const DDS_DomainParticipantFactoryQos& qos
         MERIDIAN_LOG_ERROR("dcps", "%s", error.c_str());
         return DDS_RETCODE_ERROR;
     }
+    for (const std::string& warning : loaded->warnings())
+        MERIDIAN_LOG_WARNING("dcps", "%s", warning.c_str());
     qos_ = qos;
     MutexLock profiles_lock(profiles_mutex_);
     profiles_ = std::move(loaded);

@@ -30,10 +30,10 @@ std::optional<int64_t> number_of(std::string_view text) {
     return error == std::errc() && end == last ? std::optional<int64_t>(value) : std::nullopt;
 }
 
-std::optional<int64_t> apply(std::string_view operation, int64_t left, int64_t right) {
+std::optional<int64_t> apply(char operation, int64_t left, int64_t right) {
     int64_t result = 0;
     bool fits = true;
-    switch (operation[0]) {
+    switch (operation) {
         case '|':
             return left | right;
         case '^':
@@ -60,7 +60,7 @@ std::optional<int64_t> apply(std::string_view operation, int64_t left, int64_t r
         default:
             fits = right != 0 && !(left == INT64_MIN && right == -1);
             if (fits)
-                result = operation[0] == '/' ? left / right : left % right;
+                result = operation == '/' ? left / right : left % right;
             break;
     }
     return fits ? std::optional<int64_t>(result) : std::nullopt;
@@ -89,41 +89,39 @@ class Parser {
         return true;
     }
 
-    /// The operator of that precedence which comes next, or nothing.
-    std::string_view take_operator(size_t level) {
-        for (const std::string_view operation : kOperators[level]) {
-            if (!operation.empty() && take(operation))
-                return operation;
-        }
-        return {};
-    }
-
-    std::optional<int64_t> binary(size_t level) {
-        if (level == std::size(kOperators))
-            return unary();
-        std::optional<int64_t> left = binary(level + 1);
+    /// Operands joined by operators that bind at least so tightly.
+    std::optional<int64_t> binary(int least) {
+        struct Operator {
+            std::string_view text;
+            int precedence;
+        };
+        static constexpr Operator kOperators[] = {{"|", 0}, {"^", 1}, {"&", 2}, {"<<", 3}, {">>", 3},
+                                                  {"+", 4}, {"-", 4}, {"*", 5}, {"/", 5},  {"%", 5}};
+        std::optional<int64_t> left = unary();
         while (left) {
-            const std::string_view operation = take_operator(level);
-            if (operation.empty())
-                return left;
-            const std::optional<int64_t> right = binary(level + 1);
-            left = right ? apply(operation, *left, *right) : std::nullopt;
+            const auto* operation = std::find_if(
+                std::begin(kOperators), std::end(kOperators),
+                [&](const Operator& known) { return known.precedence >= least && take(known.text); });
+            if (operation == std::end(kOperators))
+                break;
+            const std::optional<int64_t> right = binary(operation->precedence + 1);
+            left = right ? apply(operation->text[0], *left, *right) : std::nullopt;
         }
-        return std::nullopt;
+        return left;
     }
 
     std::optional<int64_t> unary() {
         if (++depth_ > kMaxDepth)
             return std::nullopt;
         std::optional<int64_t> value;
-        if (take("-")) {
+        if (take("+")) {
             value = unary();
-            value = value ? apply("-", 0, *value) : std::nullopt;
-        } else if (take("+")) {
+        } else if (take("-")) {
             value = unary();
+            value = value ? apply('-', 0, *value) : std::nullopt;
         } else if (take("~")) {
             value = unary();
-            value = value ? std::optional<int64_t>(~*value) : std::nullopt;
+            value = value ? apply('^', -1, *value) : std::nullopt;
         } else if (take("(")) {
             value = binary(0);
             value = take(")") ? value : std::nullopt;
@@ -150,9 +148,6 @@ class Parser {
             return std::nullopt;
         return word[0] >= '0' && word[0] <= '9' ? number_of(word) : value_of_(word);
     }
-
-    static constexpr std::string_view kOperators[][3] = {{"|"},        {"^"},      {"&"},
-                                                         {"<<", ">>"}, {"+", "-"}, {"*", "/", "%"}};
 
     std::string_view rest_;
     const std::function<std::optional<int64_t>(std::string_view)>& value_of_;
