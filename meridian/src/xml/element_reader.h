@@ -81,7 +81,4 @@ class ElementReader {
     std::string error_;
 };
 
-/// `text` without blanks and line ends around it.
-std::string trimmed(const std::string& text);
-
 } // namespace meridian::xml
