@@ -78,7 +78,7 @@ Character character_at(const std::string& text, size_t at) {
     return code < smallest ? Character{0, 0} : Character{code, size};
 }
 
-/// `name` is what stands between "&" and ";".
+/// `name` is the text between "&" and ";".
 bool is_known_reference(std::string_view name) {
     if (name.empty() || name[0] != '#')
         return name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos";
