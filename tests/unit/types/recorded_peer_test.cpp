@@ -98,9 +98,11 @@ std::string contents_of(const TypeRef& type, const rtps::ByteBuffer& sample) {
     return json.text;
 }
 
-/// What stands behind the encapsulation header, the writer and the sequence number of a request.
-rtps::ByteBuffer call_of(const rtps::ByteBuffer& request) {
+/// What stands behind the encapsulation header, the writer and the sequence number of a request, padded as it
+/// is sent.
+rtps::ByteBuffer call_of(rtps::ByteBuffer request) {
     constexpr std::ptrdiff_t kIdentity = 4 + 16 + 8;
+    request.resize(request.size() + rtps::padding_to(request.size(), 4));
     return {request.begin() + kIdentity, request.end()};
 }
 
