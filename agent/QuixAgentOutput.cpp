@@ -15,10 +15,10 @@ int32_t theVerbosity = 1;
 
 namespace {
 
-/// How long a wait lasts until it is asked again whether to go on.
+/// How long one wait for room lasts; keeps_waiting_ is called between two.
 constexpr int kWaitMilliseconds = 50;
 
-/// Whether a write can wait for whoever reads: not on regular files, nor where it was switched off.
+/// Whether a write can wait for a reader: not on regular files, nor on descriptors set not to block.
 bool can_block(int descriptor) {
     struct stat status {};
     const int flags = fcntl(descriptor, F_GETFL);

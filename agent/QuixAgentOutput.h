@@ -45,14 +45,14 @@ class QuixAgentOutput {
     /// A stream that puts. Not for use by several threads at once.
     std::FILE* stream() { return stream_; }
 
-    /// `keeps_waiting` is asked, on any thread and several times a second, while a flush waits for an output
+    /// `keeps_waiting` is called, on any thread and several times a second, while a flush waits for an output
     /// that takes nothing. Without one a flush waits for ever. Set before other threads print.
     void wait_while(std::function<bool()> keeps_waiting);
     /// Whether a flush had to wait since this was asked last.
     bool has_waited() { return waited_.exchange(false); }
 
     bool is_terminal() const { return is_terminal_; }
-    /// Whether the other end is gone for good. What is put from then on is thrown away.
+    /// Whether the other end is gone. What is put from then on is discarded.
     bool is_closed();
     /// The number of the first write error, 0 without one. The text of failed writes is lost; later text is
     /// tried all the same.

@@ -184,7 +184,7 @@ bool QuixSpyAgent::initialize_spy() {
     if (subscriptions == nullptr)
         return output().fail("lookup DCPSSubscription error\n");
 
-    // Before the line that tells of CTRL+C: whoever acts on it at once gets the statistics too.
+    // Before the line that tells of CTRL+C, so that pressing it at once gives the statistics too.
     QUIXSPY_INTERRUPTED = false;
     std::signal(SIGINT, stopHandler);
     if (theVerbosity >= 1) {

@@ -223,7 +223,7 @@ void QuixSpyDataListener::on_requested_deadline_missed(DDSDataReader* reader,
 void QuixSpyDataListener::on_requested_incompatible_qos(DDSDataReader* reader,
                                                         const DDS_RequestedIncompatibleQosStatus& status) {
     if (status.policies.length() == 1) {
-        // Other single policies are not spoken of here; the logger names them.
+        // Other single policies are not printed here; the logger names them.
         if (status.policies[0].policy_id != DDS_DEADLINE_QOS_POLICY_ID)
             return;
         const char* const topic = topic_of(reader);

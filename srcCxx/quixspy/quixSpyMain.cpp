@@ -9,7 +9,7 @@
 
 namespace {
 
-/// A standard stream that was closed by whoever started us would be the next descriptor opened, and what we
+/// A standard stream that was closed before the start would be the next descriptor opened, and what we
 /// print would go into a socket. It leads nowhere instead.
 void occupy_standard_streams() {
     int opened = 0;

@@ -180,7 +180,7 @@ bool register_opaque_type(const QuixSpyAgent& agent, DDSDomainParticipant& parti
     return result == DDS_RETCODE_OK || agent.output().fail("ferret: register_type error %d\n", result);
 }
 
-/// A type code for the listener to own; null when there is none to clone. False when cloning fails.
+/// A type code for the listener to own; null when there is nothing to clone. False when cloning fails.
 bool clone_type_code(const QuixSpyAgent& agent, const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
     clone = nullptr;
     if (type_code == nullptr)

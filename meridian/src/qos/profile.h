@@ -54,7 +54,7 @@ struct Profile {
     EntityQos* find(EntityKind kind, const std::string& element_name) const;
 };
 
-/// An element and the document it stands in.
+/// An element and its document.
 struct Layer {
     const xml::Document* document;
     pugi::xml_node element;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/text.h"
+
 namespace meridian::qos {
 
 namespace {
@@ -72,7 +74,7 @@ void check_values(QosReader& reader, EntityKind kind, pugi::xml_node element) {
 }
 
 std::string attribute(pugi::xml_node element, const char* name) {
-    return xml::trimmed(element.attribute(name).value());
+    return trimmed(element.attribute(name).value());
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/text.h"
 #include "qos/profile_loader.h"
 #include "qos/qos_reader.h"
 #include "types/documents/type_documents.h"
@@ -21,7 +22,7 @@ std::vector<std::string> file_names(const char* url_list) {
     const std::string all = url_list == nullptr ? "" : url_list;
     for (size_t start = 0; start <= all.size();) {
         const size_t end = std::min(all.find(';', start), all.size());
-        std::string name = xml::trimmed(all.substr(start, end - start));
+        std::string name = trimmed(all.substr(start, end - start));
         if (name.compare(0, 7, "file://") == 0)
             name.erase(0, 7);
         if (!name.empty())

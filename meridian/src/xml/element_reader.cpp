@@ -6,11 +6,11 @@
 #include <optional>
 #include <set>
 
+#include "platform/text.h"
+
 namespace meridian::xml {
 
 namespace {
-
-constexpr const char* kBlanks = " \t\r\n";
 
 /// A value as a message shows it: long ones are cut.
 std::string quoted(const std::string& value) {
@@ -80,13 +80,6 @@ bool is_namespace_attribute(const char* name) {
 }
 
 } // namespace
-
-std::string trimmed(const std::string& text) {
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 void ElementReader::fail(pugi::xml_node element, const std::string& reason) {
     if (error_.empty())

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "platform/text.h"
+
 namespace meridian::xml {
 
 namespace {
@@ -13,25 +15,6 @@ bool is_xml_character(uint32_t code) {
     if (code >= 0xd800 && code <= 0xdfff)
         return false;
     return code <= 0x10ffff && code != 0xfffe && code != 0xffff;
-}
-
-void append_utf8(std::string& text, uint32_t code) {
-    const auto add = [&text](uint32_t byte) { text += static_cast<char>(static_cast<unsigned char>(byte)); };
-    if (code < 0x80) {
-        add(code);
-    } else if (code < 0x800) {
-        add(0xc0 | code >> 6);
-        add(0x80 | (code & 0x3f));
-    } else if (code < 0x10000) {
-        add(0xe0 | code >> 12);
-        add(0x80 | (code >> 6 & 0x3f));
-        add(0x80 | (code & 0x3f));
-    } else {
-        add(0xf0 | code >> 18);
-        add(0x80 | (code >> 12 & 0x3f));
-        add(0x80 | (code >> 6 & 0x3f));
-        add(0x80 | (code & 0x3f));
-    }
 }
 
 bool starts_with(std::string_view text, std::string_view start) {
@@ -62,7 +45,7 @@ bool utf16_to_utf8(std::string& source, bool big_endian, TextProblem& problem) {
             source = converted; // so that the line can be counted
             return false;
         }
-        append_utf8(converted, code);
+        append_code_point(converted, code);
     }
     source = std::move(converted);
     return true;
@@ -95,7 +78,7 @@ Character character_at(const std::string& text, size_t at) {
     return code < smallest ? Character{0, 0} : Character{code, size};
 }
 
-/// `name` is what stands between "&" and ";".
+/// `name` is the text between "&" and ";".
 bool is_known_reference(std::string_view name) {
     if (name.empty() || name[0] != '#')
         return name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos";

@@ -155,7 +155,7 @@ TEST(DeliveryThreadTest, WhatIsAskedForBeforeThereIsAThreadWaitsForIt) {
     EXPECT_EQ(recipient.calls, 0);
     ASSERT_TRUE(thread.start(error)) << error;
     EXPECT_TRUE(thread.start(error)) << "a second start does nothing";
-    EXPECT_TRUE(recipient.called(2));
+    EXPECT_TRUE(recipient.called(1)) << "one call serves both";
     thread.remove(recipient);
 }
 

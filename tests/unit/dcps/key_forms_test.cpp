@@ -46,6 +46,7 @@ class KeyFormsTest : public FactoryTest {
         sample.inline_qos.status_info = 1;
         sample.inline_qos.key_hash = hash;
         sink->on_sample(sample);
+        sink->on_batch_end();
         DDS_DynamicDataSeq samples;
         DDS_SampleInfoSeq infos;
         EXPECT_EQ(reader->take(samples, infos, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE,

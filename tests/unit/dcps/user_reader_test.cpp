@@ -261,6 +261,7 @@ TEST_F(UserReaderTest, ADisposeMayBringData) {
         sample.payload_is_key = key;
         sample.payload = {bytes.data(), bytes.size()};
         reader->on_sample(sample);
+        reader->on_batch_end();
     };
     receive(1, 1, "last words", false);
     receive(3, 2, "bye", false);
@@ -302,6 +303,7 @@ TEST_F(UserReaderTest, AnOwnerWhoseStrengthChangesKeepsOrLosesItsInstances) {
         sample.has_payload = true;
         sample.payload = {bytes.data(), bytes.size()};
         reader->on_sample(sample);
+        reader->on_batch_end();
     };
     reader->matched(writer(0x102, 1));
     reader->matched(writer(0x202, 2));
@@ -567,6 +569,44 @@ TEST_F(ListenerTest, ACallbackThatUsesTheParticipantDoesNotBlockItsEnd) {
         ASSERT_EQ(ask("delete " + writer), "0");
         GetCapturedStderr();
     }
+}
+
+TEST_F(UserReaderTest, SamplesOfABatchAreStoredAndToldAtItsEnd) {
+    struct Counter final : DDSDataReaderListener {
+        ~Counter() override { detach(); }
+        void on_data_available(DDSDataReader*) override { ++calls; }
+        std::atomic<int> calls{0};
+    } counter;
+    TestReader* reader = reader_of("Keyed", "reliable keep_all", &counter);
+    auto& sink = dynamic_cast<UserReader&>(*reader->untyped());
+    const uint8_t payload[] = {0, 1, 0, 0, 7, 0, 0, 0, 2, 0, 0, 0, 'x', 0};
+    rtps::Sample sample;
+    sample.writer.entity = rtps::EntityId{0x102};
+    sample.has_payload = true;
+    sample.payload = {payload, sizeof payload};
+    for (int i = 0; i < 3; ++i) {
+        ++sample.sequence_number;
+        sink.on_sample(sample);
+    }
+    EXPECT_EQ(take_all(*reader), "");
+    EXPECT_EQ(reader->get_status_changes() & DDS_DATA_AVAILABLE_STATUS, 0u);
+    sink.on_batch_end();
+    EXPECT_EQ(eventually(1, [&] { return counter.calls.load(); }), 1);
+    EXPECT_EQ(take_all(*reader), "7 x, 7 x, 7 x");
+
+    // What else happens to a writer comes after its samples.
+    ++sample.sequence_number;
+    sink.on_sample(sample);
+    sink.on_lost(sample.writer, 1);
+    EXPECT_EQ(take_all(*reader), "7 x");
+
+    // A large batch does not wait for its end.
+    for (int i = 0; i < 1000; ++i) {
+        ++sample.sequence_number;
+        sink.on_sample(sample);
+    }
+    EXPECT_NE(take_all(*reader), "");
+    reader->set_listener(nullptr, DDS_STATUS_MASK_NONE);
 }
 
 } // namespace

@@ -311,6 +311,18 @@ TEST(Documents, IncludedOnesAreCheckedAsTheNamedOnesAre) {
               main + ":2: element <include>: " + included + ": is not a regular file"); // no waiting
 }
 
+TEST(Documents, TypesMayBeTheRootAndUseTypesOfLaterDocuments) {
+    const TemporaryFile user(
+        "<types><struct name=\"A\"><member name=\"b\" type=\"nonBasic\" "
+        "nonBasicTypeName=\"B\"/></struct></types>");
+    const TemporaryFile used(
+        "<types><struct name=\"B\"><member name=\"x\" type=\"int32\"/></struct></types>");
+    ProfileStore store;
+    EXPECT_EQ(load_urls(store, {user.path() + ";" + used.path()}), "loaded");
+    ASSERT_TRUE(store.type("A"));
+    EXPECT_EQ(store.type("A")->members[0].type->name, "B");
+}
+
 TEST(Documents, MissingProfiles) {
     ProfileStore store;
     std::string error;

@@ -70,6 +70,8 @@ class SteadyTraffic : public FactoryTest {
         if (key_hash)
             sample.inline_qos.key_hash = rtps::KeyHash{1, 2, 3, static_cast<uint8_t>(id)};
         reader_->on_sample(sample);
+        if (sent_ % batch_ == 0)
+            reader_->on_batch_end();
     }
     bool all_taken() const {
         for (int i = 0; i < 20000 && taker_.taken < sent_; ++i)
@@ -104,6 +106,7 @@ class SteadyTraffic : public FactoryTest {
     ParticipantImpl* participant_ = nullptr;
     UserReader* reader_ = nullptr;
     uint64_t sent_ = 0;
+    uint64_t batch_ = 1;
 };
 
 TEST_F(SteadyTraffic, OneSampleAtATime) {
@@ -113,6 +116,12 @@ TEST_F(SteadyTraffic, OneSampleAtATime) {
 
 TEST_F(SteadyTraffic, ManySamplesAtATime) {
     open("Keyed", keeping(8192));
+    expect_no_allocations(100, false);
+}
+
+TEST_F(SteadyTraffic, ManySamplesOfOneBatch) {
+    open("Keyed", keeping(8192));
+    batch_ = 20;
     expect_no_allocations(100, false);
 }
 
@@ -131,6 +140,13 @@ TEST_F(SteadyTraffic, WithDeadline) {
     qos.deadline.period = {1000, 0};
     open("Keyed", qos);
     expect_no_allocations(10, false);
+}
+
+TEST_F(SteadyTraffic, WithDeadlinesThatAreMissed) {
+    DDS_DataReaderQos qos = keeping(8192);
+    qos.deadline.period = {0, 1000000};
+    open("Keyed", qos);
+    expect_no_allocations(1, false);
 }
 
 TEST_F(SteadyTraffic, ThatOverwritesWhatNothingHasTaken) {

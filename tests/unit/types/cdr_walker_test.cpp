@@ -166,9 +166,14 @@ TEST(CdrWalker, EndlessValuesEnd) {
         structure("final", "<member name='s' type='nonBasic' nonBasicTypeName='E' sequenceMaxLength='-1'/>");
     EXPECT_NE(decode(empty, "00010000 ffffffff").find("more values than a sample of this size can hold"),
               std::string::npos);
-    // A structure that holds itself
-    const std::string self = structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T'/>");
-    EXPECT_NE(decode(self, "00010000").find("values nest too deeply"), std::string::npos);
+    // A union that holds itself
+    const std::string self =
+        "<union name='T' extensibility='final'><discriminator type='byte'/><case>"
+        "<caseDiscriminator value='0'/><member name='t' type='nonBasic' "
+        "nonBasicTypeName='T'/></case></union>";
+    EXPECT_NE(
+        decode(self, "00010000" + std::string(2 * (kMaxValueDepth + 1), '0')).find("values nest too deeply"),
+        std::string::npos);
     // Sequences in sequences, each of one element
     const std::string tree =
         structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T' sequenceMaxLength='-1'/>");

@@ -1,10 +1,13 @@
 #include "dcps/delivery/delivery_thread.h"
 
-#include <iterator>
-
 #include "platform/clock.h"
 
 namespace meridian::dcps {
+
+// The thread calls this with its lock held, which the analysis cannot follow through the queue.
+void Deliverable::on_timer(rtps::MonotonicTime /*now*/) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
+    thread_->enqueue(*this);
+}
 
 DeliveryThread::~DeliveryThread() {
     {
@@ -31,16 +34,21 @@ void DeliveryThread::notify(Deliverable& deliverable) {
 
 void DeliveryThread::wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) {
     MutexLock lock(mutex_);
-    timers_.emplace(when, &deliverable);
-    if (timers_.begin()->second == &deliverable)
+    if (!deliverable.timer_) {
+        deliverable.thread_ = this;
+        rtps::TimerQueue::Client& client = deliverable;
+        deliverable.timer_.emplace(timers_, client);
+    }
+    deliverable.timer_->wake_at(when);
+    if (timers_.next_deadline() == when)
         changed_.notify_all();
 }
 
 void DeliveryThread::remove(Deliverable& deliverable) {
     MutexLock lock(mutex_);
     unqueue(deliverable);
-    for (auto timer = timers_.begin(); timer != timers_.end();)
-        timer = timer->second == &deliverable ? timers_.erase(timer) : std::next(timer);
+    if (deliverable.timer_)
+        deliverable.timer_->cancel();
     deliverable.pending_ = false;
     if (thread_.is_current())
         return;
@@ -49,12 +57,9 @@ void DeliveryThread::remove(Deliverable& deliverable) {
 }
 
 Deliverable* DeliveryThread::next() {
-    Deliverable* found = nullptr;
-    if (!timers_.empty() && timers_.begin()->first <= monotonic_now()) {
-        found = timers_.begin()->second;
-        timers_.erase(timers_.begin());
-    } else if (first_ready_ != nullptr) {
-        found = first_ready_;
+    timers_.run(monotonic_now());
+    Deliverable* found = first_ready_;
+    if (found != nullptr) {
         unqueue(*found);
         // What arrives from here on asks for another call.
         found->pending_.store(false, std::memory_order_release);
@@ -87,8 +92,7 @@ void DeliveryThread::run() {
     while (!stopping_) {
         running_ = next();
         if (running_ == nullptr) {
-            changed_.wait_until(mutex_,
-                                timers_.empty() ? std::chrono::nanoseconds::max() : timers_.begin()->first);
+            changed_.wait_until(mutex_, timers_.next_deadline());
             continue;
         }
         Deliverable* deliverable = running_;

@@ -5,16 +5,19 @@
 
 #include <atomic>
 #include <chrono>
-#include <map>
+#include <optional>
 #include <string>
 
 #include "platform/mutex.h"
 #include "platform/thread.h"
+#include "rtps/protocol/timer_queue.h"
 
 namespace meridian::dcps {
 
+class DeliveryThread;
+
 /// Has something to deliver, or a timer.
-class Deliverable {
+class Deliverable : private rtps::TimerQueue::Client {
   public:
     virtual ~Deliverable() = default;
     /// On the delivery thread, with no lock held: after notify, and when a wake_at has passed.
@@ -22,8 +25,12 @@ class Deliverable {
 
   private:
     friend class DeliveryThread;
+    void on_timer(rtps::MonotonicTime now) override;
+
     std::atomic<bool> pending_{false};
-    // Its place in the queue of the thread, under that one's lock.
+    // The rest under the lock of the thread: the timer, and the place among those that are ready.
+    DeliveryThread* thread_ = nullptr;
+    std::optional<rtps::TimerQueue::Timer> timer_;
     bool queued_ = false;
     Deliverable* before_ = nullptr;
     Deliverable* after_ = nullptr;
@@ -51,6 +58,8 @@ class DeliveryThread {
     void remove(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
 
   private:
+    friend class Deliverable;
+
     void run() MERIDIAN_EXCLUDES(mutex_);
     Deliverable* next() MERIDIAN_REQUIRES(mutex_);
     void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
@@ -62,7 +71,7 @@ class DeliveryThread {
     // Linked through the deliverables: neither a notice nor a removal costs memory or a walk.
     Deliverable* first_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
-    std::multimap<std::chrono::nanoseconds, Deliverable*> timers_ MERIDIAN_GUARDED_BY(mutex_);
+    rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };

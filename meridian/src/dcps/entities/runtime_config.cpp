@@ -75,15 +75,6 @@ bool make_transport_config(DDS_DomainId_t domain_id, const DDS_DomainParticipant
     return rtps::net::apply_properties(all_properties(qos.property), config, error);
 }
 
-bool check_discovery(const DDS_DiscoveryConfigQosPolicy& discovery, std::string& error) {
-    if (discovery.builtin_discovery_plugins == DDS_DISCOVERYCONFIG_BUILTIN_SDP)
-        return true;
-    error = discovery.builtin_discovery_plugins == DDS_DISCOVERYCONFIG_BUILTIN_SDP2
-                ? "the discovery plugin SDP2 is not offered; use SDP"
-                : "unknown discovery plugin " + std::to_string(discovery.builtin_discovery_plugins);
-    return false;
-}
-
 } // namespace
 
 Announcement announcement_of(const DDS_DomainParticipantQos& qos) {
@@ -114,8 +105,7 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
                                                        const std::shared_ptr<rtps::net::OwnParticipants>& own,
                                                        std::string& error) {
     rtps::net::RuntimeConfig config;
-    if (!check_discovery(qos.discovery_config, error) ||
-        !make_transport_config(domain_id, qos, transports, config.transport, error))
+    if (!make_transport_config(domain_id, qos, transports, config.transport, error))
         return std::nullopt;
 
     Announcement announcement = announcement_of(qos);

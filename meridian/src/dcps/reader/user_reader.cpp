@@ -16,6 +16,8 @@ namespace meridian::dcps {
 namespace {
 
 constexpr DDS_Long kInitialSamples = 16;
+/// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
+constexpr size_t kMostReceived = 64;
 
 /// For one status: reads it and tells the listener.
 template <typename Status>
@@ -50,6 +52,10 @@ UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::
 UserReader::~UserReader() {
     stop();
     MutexLock lock(mutex_);
+    for (const Received& received : received_) {
+        if (received.change.sample != nullptr)
+            stock_.release_sample(received.change.sample);
+    }
     tell_overwritten(true);
 }
 
@@ -88,36 +94,54 @@ ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) c
 // -- From the protocol into the cache
 
 void UserReader::on_sample(const rtps::Sample& sample) {
-    Change change;
-    const SampleDecoder::Result result = decoder_.decode(sample, change);
+    Received& received = received_.emplace_back();
+    const SampleDecoder::Result result = decoder_.decode(sample, received.change);
+    received.undecodable = result == SampleDecoder::Result::undecodable;
     if (result == SampleDecoder::Result::ignored)
+        received_.pop_back();
+    else if (received_.size() >= kMostReceived)
+        on_batch_end();
+}
+
+void UserReader::on_batch_end() {
+    if (received_.empty())
         return;
     MutexLock lock(mutex_);
-    if (result == SampleDecoder::Result::undecodable)
-        tell_undecodable(sample);
-    if (result == SampleDecoder::Result::undecodable && change.kind == ChangeKind::alive)
-        changed(statuses_.samples_lost(1));
-    else
-        store(change);
+    store_received();
+}
+
+void UserReader::store_received() {
+    if (received_.empty())
+        return;
+    DDS_StatusMask statuses = DDS_STATUS_MASK_NONE;
+    for (const Received& received : received_) {
+        if (received.undecodable)
+            tell_undecodable(received.change);
+        if (received.undecodable && received.change.kind == ChangeKind::alive)
+            statuses |= statuses_.samples_lost(1);
+        else
+            statuses |= store(received.change);
+    }
+    received_.clear();
     stock_.collect();
-}
-
-void UserReader::tell_undecodable(const rtps::Sample& sample) {
-    if (undecodable_++ == 0)
-        MERIDIAN_LOG_WARNING("dcps",
-                             "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
-                             topic_.get_name(), rtps::to_string(sample.writer).c_str(), sample.payload.size,
-                             topic_.get_type_name());
-}
-
-void UserReader::store(const Change& change) {
-    const ReaderCache::Verdict verdict = cache_.add(change);
-    if (verdict == ReaderCache::Verdict::stored) {
-        changed(DDS_DATA_AVAILABLE_STATUS);
+    changed(statuses);
+    if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0) {
         arm_timer();
         tell_overwritten(false);
-        return;
     }
+}
+
+void UserReader::tell_undecodable(const Change& change) {
+    if (undecodable_++ == 0)
+        MERIDIAN_LOG_WARNING(
+            "dcps", "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
+            topic_.get_name(), rtps::to_string(change.writer).c_str(), change.bytes, topic_.get_type_name());
+}
+
+DDS_StatusMask UserReader::store(const Change& change) {
+    const ReaderCache::Verdict verdict = cache_.add(change);
+    if (verdict == ReaderCache::Verdict::stored)
+        return DDS_DATA_AVAILABLE_STATUS;
     if (change.sample != nullptr)
         stock_.release_sample(change.sample);
     DDS_SampleRejectedStatusKind reason = DDS_NOT_REJECTED;
@@ -132,13 +156,14 @@ void UserReader::store(const Change& change) {
             reason = DDS_REJECTED_BY_SAMPLES_PER_INSTANCE_LIMIT;
             break;
         default:
-            return;
+            return DDS_STATUS_MASK_NONE;
     }
-    changed(statuses_.sample_rejected(reason, keyed_ ? instance_handle(change.key) : DDS_HANDLE_NIL));
+    return statuses_.sample_rejected(reason, keyed_ ? instance_handle(change.key) : DDS_HANDLE_NIL);
 }
 
 void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
     MutexLock lock(mutex_);
+    store_received();
     MERIDIAN_LOG_ALL("dcps", "topic \"%s\": %llu samples of %s were lost", topic_.get_name(),
                      static_cast<unsigned long long>(count), rtps::to_string(writer).c_str());
     changed(statuses_.samples_lost(count));
@@ -146,6 +171,7 @@ void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
 
 void UserReader::matched(const rtps::EndpointData& remote) {
     MutexLock lock(mutex_);
+    store_received();
     strengths_[remote.guid] = remote.qos.ownership_strength;
     cache_.add_writer(remote.guid, remote.qos.ownership_strength);
     changed(statuses_.writer_matched(remote.guid));
@@ -153,6 +179,7 @@ void UserReader::matched(const rtps::EndpointData& remote) {
 
 void UserReader::match_changed(const rtps::EndpointData& remote) {
     MutexLock lock(mutex_);
+    store_received();
     strengths_[remote.guid] = remote.qos.ownership_strength;
     cache_.add_writer(remote.guid, remote.qos.ownership_strength);
 }
@@ -160,6 +187,7 @@ void UserReader::match_changed(const rtps::EndpointData& remote) {
 void UserReader::unmatched(const rtps::Guid& remote) {
     decoder_.forget(remote);
     MutexLock lock(mutex_);
+    store_received();
     strengths_.erase(remote);
     const bool stored = cache_.writer_gone(remote, wall_time(), monotonic_now());
     changed(statuses_.writer_unmatched(remote) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
@@ -196,6 +224,7 @@ rtps::TypeMatch UserReader::type_fits(const rtps::EndpointData& remote) {
 
 void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
     MutexLock lock(mutex_);
+    store_received();
     const auto known = strengths_.find(remote);
     if (known == strengths_.end())
         return;

@@ -85,6 +85,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
 
     // Under the lock of the runtime.
     void on_sample(const rtps::Sample& sample) override;
+    void on_batch_end() override;
     void on_lost(const rtps::Guid& writer, uint64_t count) override;
     void matched(const rtps::EndpointData& remote) override;
     void unmatched(const rtps::Guid& remote) override;
@@ -97,6 +98,10 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
 
   private:
     using Loan = std::unique_ptr<ReaderCache::Batch>;
+    struct Received {
+        Change change;
+        bool undecodable = false;
+    };
 
     UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,
                const DDS_DataReaderQos& qos, DeliveryThread& delivery);
@@ -104,8 +109,10 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void deliver() override;
     void qos_changed() override MERIDIAN_REQUIRES(mutex_);
     ReaderCache::Settings cache_settings(const DDS_DataReaderQos& qos) const;
-    void store(const Change& change) MERIDIAN_REQUIRES(mutex_);
-    void tell_undecodable(const rtps::Sample& sample) MERIDIAN_REQUIRES(mutex_);
+    /// Stores what was received since the last time.
+    void store_received() MERIDIAN_REQUIRES(mutex_);
+    DDS_StatusMask store(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    void tell_undecodable(const Change& change) MERIDIAN_REQUIRES(mutex_);
     void tell_overwritten(bool at_end) MERIDIAN_REQUIRES(mutex_);
     void changed(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
     void update_conditions() MERIDIAN_REQUIRES(mutex_);
@@ -123,7 +130,9 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DeliveryThread& delivery_;
     DDSDataReader* face_ = nullptr;
     SampleStock stock_;
-    SampleDecoder decoder_; // under the lock of the runtime
+    // Under the lock of the runtime.
+    SampleDecoder decoder_;
+    std::vector<Received> received_; // not stored yet
 
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);

@@ -237,6 +237,7 @@ void Runtime::dispatch(UdpTransport::Traffic traffic) {
     lock();
     const Now received_at = now();
     Participant& participant = *participant_;
+    participant.begin_batch();
     DropReport& drops = transport_->drops();
     transport_->dispatch(traffic, [&](ByteView datagram, const Locator& source) {
         const ReadStatus status = participant.receive(datagram, source, received_at);
@@ -245,6 +246,7 @@ void Runtime::dispatch(UdpTransport::Traffic traffic) {
         else if (status == ReadStatus::malformed)
             drops.note(DropReport::Kind::malformed, source);
     });
+    participant.end_batch(received_at);
     unlock();
 }
 

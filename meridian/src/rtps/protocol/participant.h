@@ -54,6 +54,11 @@ class Participant final : private ReaderObserver,
     /// fault.
     ReadStatus receive(ByteView datagram, const Locator& source, Now now);
 
+    /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
+    /// no more samples come for now, and answers are sent. Without a batch every call does so.
+    void begin_batch() { in_batch_ = true; }
+    void end_batch(Now now);
+
     /// When on_timer wants to be called next; kNever when there is nothing to do.
     MonotonicTime next_deadline() const;
     void on_timer(Now now);
@@ -148,6 +153,7 @@ class Participant final : private ReaderObserver,
     BuiltinSink participant_messages_{*this, &Participant::on_participant_message};
     EndpointSink no_news_;
     bool running_ = false;
+    bool in_batch_ = false;
     Now now_;                           // of the call in progress
     std::vector<GuidPrefix> restarted_; // participants whose builtin writers began anew
 };
