@@ -107,6 +107,17 @@ Policy policy_of(uint32_t id) {
     }
 }
 
+/// The properties that are announced.
+std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
+    std::vector<rtps::Property> properties;
+    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
+        const DDS_Property_t& property = policy.value[i];
+        if (property.propagate)
+            properties.push_back({property.name, property.value != nullptr ? property.value : ""});
+    }
+    return properties;
+}
+
 template <typename Qos>
 EndpointQos common_qos(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
     EndpointQos out;
@@ -149,16 +160,6 @@ EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group,
     out.ownership_strength = qos.ownership_strength.value;
     out.lifespan = discovery::to_wire(qos.lifespan.duration);
     return out;
-}
-
-std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
-    std::vector<rtps::Property> properties;
-    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
-        const DDS_Property_t& property = policy.value[i];
-        if (property.propagate)
-            properties.push_back({property.name, property.value != nullptr ? property.value : ""});
-    }
-    return properties;
 }
 
 rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,

@@ -27,7 +27,7 @@ constexpr const char* kKnownTransportProperties[] = {
     "dds.transport.UDPv6.builtin.parent.allow_interfaces_list",
     "dds.transport.UDPv6.builtin.parent.deny_interfaces_list",
 };
-/// They ask for the ways of older versions, which are none of this engine's.
+/// They ask for formats of older versions, which this engine does not write.
 constexpr const char* kIdleProperties[] = {
     "dds.data_writer.protocol.use_43_large_data_format",
     "dds.data_reader.protocol.use_43_large_data_format",
@@ -49,14 +49,6 @@ std::vector<rtps::Property> all_properties(const DDS_PropertyQosPolicy& policy) 
     for (DDS_Long i = 0; i < policy.value.length(); ++i)
         properties.push_back({text_or_empty(policy.value[i].name), text_or_empty(policy.value[i].value)});
     return properties;
-}
-
-/// The word of a GUID prefix at which jitter starts: different participants must not send in step.
-uint64_t seed_of(const rtps::GuidPrefix& prefix) {
-    uint64_t seed = 1;
-    for (uint8_t byte : prefix.bytes)
-        seed = seed * 31 + byte;
-    return seed;
 }
 
 void apply(const QUIXTransport_UDP_Property& property, rtps::net::UdpSettings& settings) {
@@ -81,15 +73,6 @@ bool make_transport_config(DDS_DomainId_t domain_id, const DDS_DomainParticipant
     // No datagram is larger: a larger buffer reads the same.
     config.receive_buffer_size = std::min(qos.receiver_pool.buffer_size, rtps::net::kLargestReceiveBuffer);
     return rtps::net::apply_properties(all_properties(qos.property), config, error);
-}
-
-bool check_discovery(const DDS_DiscoveryConfigQosPolicy& discovery, std::string& error) {
-    if (discovery.builtin_discovery_plugins == DDS_DISCOVERYCONFIG_BUILTIN_SDP)
-        return true;
-    error = discovery.builtin_discovery_plugins == DDS_DISCOVERYCONFIG_BUILTIN_SDP2
-                ? "the discovery plugin SDP2 is not offered; use SDP"
-                : "unknown discovery plugin " + std::to_string(discovery.builtin_discovery_plugins);
-    return false;
 }
 
 } // namespace
@@ -122,8 +105,7 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
                                                        const std::shared_ptr<rtps::net::OwnParticipants>& own,
                                                        std::string& error) {
     rtps::net::RuntimeConfig config;
-    if (!check_discovery(qos.discovery_config, error) ||
-        !make_transport_config(domain_id, qos, transports, config.transport, error))
+    if (!make_transport_config(domain_id, qos, transports, config.transport, error))
         return std::nullopt;
 
     Announcement announcement = announcement_of(qos);
@@ -138,7 +120,6 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
     participant.lease = discovery::to_wire(qos.discovery_config.participant_liveliness_lease_duration);
     participant.announce_period =
         rtps::to_duration(discovery::to_wire(qos.discovery_config.participant_liveliness_assert_period));
-    participant.seed = seed_of(prefix);
     participant.max_sample_size = kLargestSample;
     participant.max_reassembly_memory = kReassemblyMemory;
     config.peers = discovery::to_strings(qos.discovery.initial_peers);
