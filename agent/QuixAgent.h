@@ -27,8 +27,8 @@ DDS_Long KvoUtil_getQuixVerbosityFromUtilVerbosity(int32_t verbosity);
 /// True when `name` may be a QoS library or profile: not empty, and only letters, digits, '.' and '_'.
 bool checkRegex(std::string name);
 
-/// Removes the properties of the monitoring library, which has no use here, and says so once if there were
-/// any. Always true.
+/// Removes the properties of the monitoring library, which this tool does not support, and prints that once
+/// if there were any. Always true.
 bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties, QuixAgentOutput& output);
 
 /// Replaces an owned string (DDS_String) by a copy of `value`.

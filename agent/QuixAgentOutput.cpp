@@ -15,21 +15,35 @@ int32_t theVerbosity = 1;
 
 namespace {
 
-/// How long a wait lasts until it is asked again whether to go on.
+/// How long one wait for room lasts; keeps_waiting_ is called between two.
 constexpr int kWaitMilliseconds = 50;
 
-/// Whether a write can wait for whoever reads: not on regular files, nor where it was switched off.
-bool can_block(int descriptor) {
+bool is_regular(int descriptor) {
     struct stat status {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool can_block(int descriptor) {
     const int flags = fcntl(descriptor, F_GETFL);
-    return flags != -1 && (flags & O_NONBLOCK) == 0 && fstat(descriptor, &status) == 0 &&
-           !S_ISREG(status.st_mode);
+    return flags != -1 && (flags & O_NONBLOCK) == 0;
+}
+
+/// The beginning of a text that a pipe takes in one piece. Ends with a line where it can, so that what others
+/// write to the same pipe does not stand within a line.
+size_t piece_of(std::string_view text, size_t limit) {
+    if (text.size() <= limit)
+        return text.size();
+    const size_t line_end = text.rfind('\n', limit - 1);
+    return line_end == std::string_view::npos ? limit : line_end + 1;
 }
 
 } // namespace
 
 QuixAgentOutput::QuixAgentOutput(int descriptor)
-    : descriptor_(descriptor), is_terminal_(isatty(descriptor) == 1), blocks_(can_block(descriptor)) {
+    : descriptor_(descriptor),
+      is_terminal_(isatty(descriptor) == 1),
+      is_file_(is_regular(descriptor)),
+      blocks_(!is_file_ && can_block(descriptor)) {
     open_stream();
 }
 
@@ -124,7 +138,7 @@ bool QuixAgentOutput::has_rest() const {
     return !pending_.empty() || left_ < leaving_.size();
 }
 
-bool QuixAgentOutput::is_closed() {
+bool QuixAgentOutput::look_whether_closed() {
     if (!is_closed_ && text_ == nullptr) {
         pollfd other_end{descriptor_, 0, 0};
         if (poll(&other_end, 1, 0) > 0 && (other_end.revents & (POLLERR | POLLHUP)) != 0)
@@ -141,8 +155,10 @@ bool QuixAgentOutput::flush() {
     while (!is_closed_ && (is_writing_ || left_ < leaving_.size() || !pending_.empty())) {
         if (is_writing_) {
             changed_.wait_for(lock, std::chrono::milliseconds(kWaitMilliseconds));
-            if (is_writing_ && keeps_waiting_ && !keeps_waiting_())
+            if (is_writing_ && keeps_waiting_ && !keeps_waiting_()) {
+                is_behind_ = true;
                 return false;
+            }
         } else if (!write_leaving(lock)) {
             return false;
         }
@@ -174,6 +190,7 @@ bool QuixAgentOutput::write_leaving(std::unique_lock<std::mutex>& lock) {
             leaving_.shrink_to_fit();
     }
     lock.lock();
+    is_behind_ = !goes_on;
     is_writing_ = false;
     changed_.notify_all();
     return goes_on;
@@ -186,8 +203,9 @@ ssize_t QuixAgentOutput::write_some(const char* text, size_t length) {
         pollfd room{descriptor_, POLLOUT, 0};
         if (poll(&room, 1, 0) == 0)
             return 0;
-        length = std::min<size_t>(length, is_terminal_ ? 256 : PIPE_BUF);
     }
+    if (!is_file_)
+        length = piece_of({text, length}, blocks_ && is_terminal_ ? 256 : PIPE_BUF);
     while (true) {
         const ssize_t written = ::write(descriptor_, text, length);
         if (written > 0)

@@ -45,18 +45,22 @@ class QuixAgentOutput {
     /// A stream that puts. Not for use by several threads at once.
     std::FILE* stream() { return stream_; }
 
-    /// `keeps_waiting` is asked, on any thread and several times a second, while a flush waits for an output
+    /// `keeps_waiting` is called, on any thread and several times a second, while a flush waits for an output
     /// that takes nothing. Without one a flush waits for ever. Set before other threads print.
     void wait_while(std::function<bool()> keeps_waiting);
     /// Whether a flush had to wait since this was asked last.
     bool has_waited() { return waited_.exchange(false); }
 
     bool is_terminal() const { return is_terminal_; }
-    /// Whether the other end is gone for good. What is put from then on is thrown away.
-    bool is_closed();
+    /// Whether it is known that the other end is gone. What is put from then on is discarded.
+    bool is_closed() const { return is_closed_; }
+    /// The same, after asking for it.
+    bool look_whether_closed();
     /// The number of the first write error, 0 without one. The text of failed writes is lost; later text is
     /// tried all the same.
     int error() const { return error_; }
+    /// Whether the last flush had to leave text behind.
+    bool is_behind() const { return is_behind_; }
     /// Whether there is text that no flush has written.
     bool has_rest() const;
 
@@ -71,7 +75,8 @@ class QuixAgentOutput {
     const int descriptor_ = -1;
     std::string* const text_ = nullptr;
     const bool is_terminal_ = false;
-    const bool blocks_ = false; // a write may wait, so it must be small and asked for first
+    const bool is_file_ = false; // takes all that it is given, at once
+    const bool blocks_ = false;  // a write may wait, so it is small and there must be room for it
     std::FILE* stream_ = nullptr;
     std::function<bool()> keeps_waiting_;
 
@@ -83,6 +88,7 @@ class QuixAgentOutput {
     size_t left_ = 0;         // how much of it is written
 
     std::atomic<bool> waited_{false};
+    std::atomic<bool> is_behind_{false};
     std::atomic<bool> is_closed_{false};
     std::atomic<int> error_{0};
 };

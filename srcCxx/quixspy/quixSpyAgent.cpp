@@ -77,6 +77,7 @@ QuixSpyAgent::~QuixSpyAgent() {
     free_strings(_typeRegex, _typeRegexCount);
     if (_semaphore != nullptr)
         QUIXSemaphore::destroy(_semaphore);
+    output().wait_while([] { return false; }); // it outlives the agent, which it has asked until now
 }
 
 void QuixSpyAgent::delete_participant(QuixSpyParticipantListNode* node) {
@@ -109,24 +110,51 @@ bool QuixSpyAgent::run() {
 
     while (continue_execution()) {
     }
+    QUIXSPY_INTERRUPTED = false; // from now on it tells of one more interrupt
     end_reports();
     print_statistics();
-    return true;
+    return !output().is_closed();
 }
 
 void QuixSpyAgent::end_reports() {
+    const bool has_waited = output().has_waited();
+    _ending.begin();
+    for_each_listener([](QuixSpyDataListener& listener) { listener.detach(); });
+    // Where the output could not keep up, samples are left in the readers too. Otherwise those came after the
+    // end.
+    if (has_waited || output().has_waited() || output().is_behind())
+        for_each_listener([this](QuixSpyDataListener& listener) { listener.drop_waiting(_ending); });
+    _ending.begin_statistics();
+    if (_ending.dropped() > 0) {
+        output().print("%llu samples were not printed\n", static_cast<unsigned long long>(_ending.dropped()));
+    }
+}
+
+template <typename Function>
+void QuixSpyAgent::for_each_listener(Function function) {
     for (QuixSpyParticipantListNode* node = _participantList.head(); node != nullptr;
          node = QuixSpyList<QuixSpyParticipantListNode>::next(node)) {
         for (QuixSpyDataListenerNode* topic = node->dataListeners.head(); topic != nullptr;
              topic = QuixSpyList<QuixSpyDataListenerNode>::next(topic)) {
             if (topic->listener != nullptr)
-                topic->listener->detach();
+                function(*topic->listener);
         }
     }
 }
 
+bool QuixSpyAgent::is_over() const {
+    if (QUIXSPY_INTERRUPTED || output().is_closed())
+        return true;
+    if (_timeout == 0 || _timeoutLimit.sec == 0 || !_ending.takes_samples())
+        return false;
+    DDS_Time_t now{};
+    _participantNode->participant->get_current_time(now);
+    return static_cast<int64_t>(now.sec) - _startTime.sec > _timeoutLimit.sec;
+}
+
 bool QuixSpyAgent::continue_execution() {
-    constexpr DDS_Duration_t kOneTurn{1, 0};
+    constexpr DDS_Duration_t kOneTurn{0, 250000000};
+    output().has_waited(); // only what comes from here on counts at the end
     if (_waitSet->wait(_activeConditions, kOneTurn) == DDS_RETCODE_OK) {
         for (DDS_Long i = 0; i < _activeConditions.length(); ++i) {
             // Only status conditions of readers are attached.
@@ -135,13 +163,20 @@ bool QuixSpyAgent::continue_execution() {
                 _discoveryListener->on_data_available(dynamic_cast<DDSDataReader*>(condition->get_entity()));
         }
     }
-    if (_timeout != 0) {
-        DDS_Time_t now{};
-        _participantNode->participant->get_current_time(now);
-        if (static_cast<int64_t>(now.sec) - _startTime.sec > _timeoutLimit.sec)
-            return false;
+    return !output().look_whether_closed() && !is_over();
+}
+
+void QuixSpyAgent::catch_signals() {
+    QUIXSPY_INTERRUPTED = false;
+    struct sigaction action {};
+    action.sa_handler = stopHandler;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        // Programs that outlive their terminal are started with SIGHUP ignored.
+        if (signal != SIGHUP || sigaction(signal, nullptr, &before) != 0 || before.sa_handler != SIG_IGN)
+            sigaction(signal, &action, nullptr);
     }
-    return !QUIXSPY_INTERRUPTED;
+    output().wait_while([this] { return _ending.keeps_waiting(); });
 }
 
 bool QuixSpyAgent::create_semaphore() {
@@ -169,6 +204,7 @@ bool QuixSpyAgent::create_participant() {
 bool QuixSpyAgent::initialize_spy() {
     if (theVerbosity >= 3)
         output().put("Initializing spy application...\n");
+    catch_signals(); // first: who was told of the participant is told of its end as well
     if (!create_semaphore() || !create_participant())
         return false;
 
@@ -184,9 +220,6 @@ bool QuixSpyAgent::initialize_spy() {
     if (subscriptions == nullptr)
         return output().fail("lookup DCPSSubscription error\n");
 
-    // Before the line that tells of CTRL+C: whoever acts on it at once gets the statistics too.
-    QUIXSPY_INTERRUPTED = false;
-    std::signal(SIGINT, stopHandler);
     if (theVerbosity >= 1) {
         output().put(_quietStart ? "ferret is listening for data.\n\n"
                                  : "ferret is listening for data, press CTRL+C to stop it.\n\n");

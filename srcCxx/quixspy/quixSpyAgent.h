@@ -10,6 +10,7 @@
 #include "meridian/domain_participant.h"
 #include "meridian/semaphore.h"
 #include "meridian/type_code.h"
+#include "quixspy/quixSpyEnding.h"
 #include "quixspy/quixSpyEndpointInfo.h"
 #include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpyIndex.h"
@@ -19,13 +20,13 @@ class DDSDynamicDataTypeSupport;
 class QuixSpyDataListener;
 class QuixSpyDiscoveryListener;
 
-/// Set when the user asks the spy to stop; the loop looks at it about once a second. Written by a signal
-/// handler.
+/// Set when the spy is asked to stop, by the handler of signals. The loop looks at it several times a second.
+/// Once the run ends it is cleared: set again, it asks to end without the rest of the output.
 extern std::atomic<bool> QUIXSPY_INTERRUPTED;
 static_assert(std::atomic<bool>::is_always_lock_free && sizeof(std::atomic<bool>) == 1,
               "a signal handler may only write what needs no lock");
 
-/// Handler of SIGINT: sets QUIXSPY_INTERRUPTED, nothing else.
+/// Handler of SIGINT, SIGTERM and SIGHUP: sets QUIXSPY_INTERRUPTED, nothing else.
 void stopHandler(int signal);
 
 /// One subscribed topic. A plain record of the middleware's heap; owns its listener.
@@ -68,15 +69,17 @@ class QuixSpyAgent : public QuixAgent {
     void print_hidden_usage() override;
     int parse_argument(int* index, const char** argv, int argc) override;
     bool run() override;
-    /// Waits up to a second for discovery events and reports them. False after the time-out or an interrupt.
+    /// Waits for discovery events, less than a second, and reports them. False when the run is over.
     bool continue_execution() override;
+    /// Whether the run is to end: interrupted, after its time, or without a reader of the output. Any thread.
+    bool is_over() const;
     /// Explains the output.
     virtual void print_help_output();
 
     /// False, with a message from verbosity 1 on, when options contradict each other.
     bool check_arguments_consistency();
     /// Lets no data listener report any more, so that nothing stands behind the statistics and they count
-    /// every line.
+    /// every line. What the listeners have taken is printed if that is quick, else dropped and counted.
     void end_reports();
     void print_statistics();
 
@@ -131,9 +134,13 @@ class QuixSpyAgent : public QuixAgent {
     bool _showEntityName = false;
     bool _showPartition = false;
     bool _quietStart = false; // no option sets it
+    QuixSpyEnding _ending{[this] { return is_over(); }};
 
   private:
     bool initialize_spy();
+    void catch_signals();
+    template <typename Function>
+    void for_each_listener(Function function);
     bool create_semaphore();
     bool create_participant();
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);

@@ -79,16 +79,20 @@ const QuixSpyEndpointInfo& QuixSpyDataListener::writer_of(const DDS_SampleInfo& 
 
 void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
     QUIXSemaphore& semaphore = *settings_.outputSemaphore;
+    reader_ = reader;
     if (semaphore.take(kOutputWait)) {
-        // The type that was registered for the topic decides what its reader is.
-        if (settings_.useDynamicData)
-            report_samples<DDSDynamicDataReader, DDS_DynamicDataSeq>(DDSDynamicDataReader::narrow(reader));
-        else if (settings_.fields.isKeyed)
-            report_samples<KeyedDynamicTypeDataReader, KeyedDynamicTypeSeq>(
-                static_cast<KeyedDynamicTypeDataReader*>(reader));
-        else
-            report_samples<DynamicTypeDataReader, DynamicTypeSeq>(
-                static_cast<DynamicTypeDataReader*>(reader));
+        // What comes after the end of the run is not counted.
+        if (settings_.ending == nullptr || settings_.ending->takes_samples()) {
+            take_all(reader, [this](const auto& samples, const auto& infos) {
+                for (DDS_Long i = 0; i < infos.length(); ++i) {
+                    if (settings_.ending != nullptr && settings_.ending->drops_samples(output_.is_behind())) {
+                        settings_.ending->count_dropped(static_cast<uint64_t>(infos.length() - i));
+                        break;
+                    }
+                    report(infos[i], infos[i].valid_data ? &samples[i] : nullptr);
+                }
+            });
+        }
     } else {
         // The holder may be waiting for a terminal that was stopped: what it left behind is given too.
         output_.fail("quixpy error taking semaphore\n");
@@ -97,8 +101,30 @@ void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
         output_.fail("ferret fail giving semaphore\n");
 }
 
-template <typename Reader, typename Sequence>
-void QuixSpyDataListener::report_samples(Reader* reader) {
+void QuixSpyDataListener::drop_waiting(QuixSpyEnding& ending) {
+    if (reader_ == nullptr)
+        return;
+    take_all(reader_, [&ending](const auto&, const auto& infos) {
+        ending.count_dropped(static_cast<uint64_t>(infos.length()));
+    });
+}
+
+/// The type that was registered for the topic decides what its reader is.
+template <typename Function>
+void QuixSpyDataListener::take_all(DDSDataReader* reader, Function function) {
+    if (settings_.useDynamicData)
+        take_samples<DDSDynamicDataReader, DDS_DynamicDataSeq>(DDSDynamicDataReader::narrow(reader),
+                                                               function);
+    else if (settings_.fields.isKeyed)
+        take_samples<KeyedDynamicTypeDataReader, KeyedDynamicTypeSeq>(
+            static_cast<KeyedDynamicTypeDataReader*>(reader), function);
+    else
+        take_samples<DynamicTypeDataReader, DynamicTypeSeq>(static_cast<DynamicTypeDataReader*>(reader),
+                                                            function);
+}
+
+template <typename Reader, typename Sequence, typename Function>
+void QuixSpyDataListener::take_samples(Reader* reader, Function function) {
     if (reader == nullptr) {
         output_.fail("DataReader narrow error\n");
         return;
@@ -113,8 +139,7 @@ void QuixSpyDataListener::report_samples(Reader* reader) {
         output_.fail("take error %d\n", taken);
         return;
     }
-    for (DDS_Long i = 0; i < infos.length(); ++i)
-        report(infos[i], infos[i].valid_data ? &samples[i] : nullptr);
+    function(samples, infos);
     const DDS_ReturnCode_t returned = reader->return_loan(samples, infos);
     if (returned != DDS_RETCODE_OK)
         output_.fail("return loan error %d\n", returned);
@@ -223,7 +248,7 @@ void QuixSpyDataListener::on_requested_deadline_missed(DDSDataReader* reader,
 void QuixSpyDataListener::on_requested_incompatible_qos(DDSDataReader* reader,
                                                         const DDS_RequestedIncompatibleQosStatus& status) {
     if (status.policies.length() == 1) {
-        // Other single policies are not spoken of here; the logger names them.
+        // Other single policies are not printed here; the logger names them.
         if (status.policies[0].policy_id != DDS_DEADLINE_QOS_POLICY_ID)
             return;
         const char* const topic = topic_of(reader);

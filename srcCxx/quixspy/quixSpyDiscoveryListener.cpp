@@ -39,7 +39,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
         agent_->output().fail("take error %d\n", result);
         return;
     }
-    for (DDS_Long i = 0; i < samples.length(); ++i) {
+    for (DDS_Long i = 0; i < samples.length() && !agent_->is_over(); ++i) {
         const Data& sample = samples[i];
         const DDS_SampleInfo& info = infos[i];
         Data holder;

@@ -21,14 +21,14 @@ bool RtpsGuid_isUnknown(const RtpsGuid& guid);
 constexpr int QUIXSPY_IP_SIZE = 16;
 
 /// What is known of one endpoint. A plain record: all zero is empty. Strings are owned (DDS_String) and may
-/// be null; whoever holds a record calls finalize when done with it.
+/// be null; the owner of a record calls finalize when done with it.
 struct QuixSpyEndpointInfo {
     RtpsGuid guid;
     char* topicName;
     char* typeName;
     char ip[QUIXSPY_IP_SIZE];   // dotted decimal, or "unknown ip"
     char* name;                 // "role:name", or the one of them that is known
-    char* participantPartition; // names joined by ","; null when there are none
+    char* participantPartition; // names joined by ","; null without partitions
     char* endpointPartition;    // likewise, of the publisher or subscriber
 
     /// Frees the strings and clears the address; the GUID stays. Safe to repeat.

@@ -28,7 +28,7 @@ bool is_plain(const QUIXCdrStream& stream) {
     return stream.encapsulationKind == kCdrBe || stream.encapsulationKind == kCdrLe || is_xcdr2(stream);
 }
 
-/// The answer of a type code to a query, empty when there is none.
+/// The answer of a type code to a query, empty when the query fails.
 template <typename Query, typename... Arguments>
 auto ask(const DDS_TypeCode& code, Query query, Arguments... arguments) {
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
@@ -38,13 +38,13 @@ auto ask(const DDS_TypeCode& code, Query query, Arguments... arguments) {
     return answer;
 }
 
-/// The same for queries whose answer is another type code: null when there is none.
+/// The same for queries whose answer is another type code: null when the query fails.
 template <typename Query, typename... Arguments>
 const DDS_TypeCode* ask_type(const DDS_TypeCode& code, Query query, Arguments... arguments) {
     return ask(code, query, arguments...).value_or(nullptr);
 }
 
-/// The type code behind all aliases, at most as many as values may nest; null when there is none.
+/// The type code behind all aliases, at most as many as values may nest; null when a query fails.
 const DDS_TypeCode* behind_aliases(const DDS_TypeCode* code) {
     for (unsigned depth = 0; code != nullptr && depth <= QUIXSPY_RAW_PRINTER_MAX_DEPTH; ++depth) {
         const auto kind = ask(*code, &DDS_TypeCode::kind);
@@ -228,7 +228,7 @@ void Walk::end_line() {
     }
 }
 
-/// Of a structure or union, by its extensibility: the encapsulation speaks for the outermost one.
+/// Of a structure or union, by its extensibility: for the outermost one the encapsulation decides.
 bool Walk::may_have_header(const DDS_TypeCode& code, Place place) const {
     if (place == Place::outermost)
         return false;
@@ -349,7 +349,7 @@ bool Walk::print_union(const DDS_TypeCode& code, int32_t indent, Place place) {
                                     indent);
         }
     }
-    // Without a default member the index is none of a member, and the query of its type fails.
+    // Without a default member no member has this index, and the query of its type fails.
     return print_branch(code, "default", static_cast<uint32_t>(*default_index), indent);
 }
 

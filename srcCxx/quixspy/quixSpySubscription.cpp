@@ -180,7 +180,7 @@ bool register_opaque_type(const QuixSpyAgent& agent, DDSDomainParticipant& parti
     return result == DDS_RETCODE_OK || agent.output().fail("ferret: register_type error %d\n", result);
 }
 
-/// A type code for the listener to own; null when there is none to clone. False when cloning fails.
+/// A type code for the listener to own; null when there is nothing to clone. False when cloning fails.
 bool clone_type_code(const QuixSpyAgent& agent, const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
     clone = nullptr;
     if (type_code == nullptr)
@@ -193,7 +193,7 @@ bool clone_type_code(const QuixSpyAgent& agent, const DDS_TypeCode* type_code, D
     return exception == DDS_NO_EXCEPTION_CODE || agent.output().fail("ferret: Error cloning type code\n");
 }
 
-QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publication& publication,
+QuixSpyDataListenerSettings settings_of(QuixSpyAgent& agent, const Publication& publication,
                                         bool useDynamicData) {
     QuixSpyDataListenerSettings settings;
     settings.fields.isKeyed = publication.keyed;
@@ -209,6 +209,7 @@ QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publica
     settings.deadline = agent._deadline;
     settings.outputSemaphore = agent._semaphore;
     settings.output = &agent.output();
+    settings.ending = &agent._ending;
     return settings;
 }
 

@@ -80,6 +80,59 @@ class TypeNames(harness.InteropTest):
         self.assertEqual(spy.errors, [])
         self.check_statistics(spy, types)
 
+    def test_a_fixed_index(self):
+        """All participants have it: their unicast locators may be the same."""
+        peer = self.writers(5)
+        spy = self.spy("-index", "7", mode=None)
+        types = self.read_all(spy, peer, 5)
+        self.assertEqual(resources(spy)[2], {7})
+        self.end(spy)
+        self.check_statistics(spy, types)
+
+    def check_every_sample_once(self, peers, options):
+        """Peers that send to the address that several participants announce, and to the group."""
+        spy = self.spy(mode=None)
+        for peer, kind in peers:
+            peer.do("participant")
+            peer.do(f"writer w topic=Square type={kind} {options}")
+        for peer, _ in peers:
+            peer.do("matched w", limit=30 * SLOWNESS)
+            peer.do("write w count=20 rate=200 keys=1")
+        for _, kind in peers:
+            spy.wait_for_samples(20, type=f"peers::{kind.capitalize()}")
+        self.assertEqual(len(resources(spy)[2]), 1)
+        self.end(spy)
+        self.assertEqual({name: row[0] for (_, name), row in spy.topic_statistics().items()},
+                         {f"peers::{kind.capitalize()}": 20 for _, kind in peers})
+
+    def test_fastdds_reliable(self):
+        self.check_every_sample_once([(self.fastdds(), "keyed"), (self.fastdds(), "unkeyed")], "")
+
+    def test_fastdds_best_effort(self):
+        self.check_every_sample_once([(self.fastdds(), "keyed"), (self.fastdds(), "unkeyed")], "best_effort")
+
+    def test_both_makers_reliable(self):
+        self.check_every_sample_once([(self.fastdds(), "keyed"), (self.cyclone(), "unkeyed"),
+                                      (self.cyclone(), "mutable")], "transient_local")
+
+    def test_both_makers_best_effort(self):
+        self.check_every_sample_once([(self.cyclone(), "keyed"), (self.fastdds(), "unkeyed"),
+                                      (self.cyclone(), "appendable")], "best_effort")
+
+    def test_fragments(self):
+        """Large samples of several writers, whose fragments go to one address."""
+        peers = [(self.cyclone(), "keyed"), (self.fastdds(), "unkeyed")]
+        spy = self.spy(mode=None)
+        for peer, kind in peers:
+            peer.do("participant")
+            peer.do(f"writer w topic=Square type={kind}")
+        for peer, _ in peers:
+            peer.do("matched w", limit=30 * SLOWNESS)
+            peer.do("write w count=5 size=300000", limit=30 * SLOWNESS)
+        for _, kind in peers:
+            spy.wait_for_samples(5, type=f"peers::{kind.capitalize()}")
+        self.end(spy)
+
 
 if __name__ == "__main__":
     harness.main()

@@ -13,7 +13,7 @@ import sys
 SOURCES = {".h", ".hpp", ".cpp", ".c", ".cc"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 
-BELOW_DCPS = ("discovery", "types/lookup", "types/data", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire",
+BELOW_DCPS = ("discovery", "xml", "types/lookup", "types/data", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire",
               "platform")
 # The parts of meridian/src/dcps, each with the parts below it.
 DCPS_PARTS = {
@@ -39,7 +39,7 @@ LAYERS = {
     "types/data": ("types/model", "rtps/wire", "platform"),
     "types/lookup": ("types/network", "types/model", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
     "qos": ("xml", "types/documents", "types/model", "rtps/wire", "platform"),
-    "discovery": ("types/lookup", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    "discovery": ("xml", "types/lookup", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
     **{f"dcps/{part}": (*(f"dcps/{below}" for below in belows), *BELOW_DCPS) for part, belows in DCPS_PARTS.items()},
 }
 # These know nothing of the public interface either.

@@ -12,7 +12,7 @@
 
 #include "meridian/qos.h"
 #include "rtps/wire/discovery_data.h"
-#include "xml/element_reader.h"
+#include "xml/named_values.h"
 
 namespace meridian::qos {
 

@@ -46,15 +46,18 @@ struct Profile {
     pugi::xml_node element;
     Profile* base = nullptr;
     std::vector<std::unique_ptr<EntityQos>> entities;
+    std::string unknown_element; // message about the first one, if any: the profile cannot be used then
     Height height[kEntityKinds];
 
     /// The one that counts for a topic: the first whose topic_filter matches, else the one without
     /// topic_filter (of several, that without name). Null when there is none.
     const EntityQos* select(EntityKind kind, const char* topic_name) const;
+    /// Why this profile cannot be used: an unknown element in it or in one of its bases. Empty: it can be.
+    std::string obstacle() const;
     EntityQos* find(EntityKind kind, const std::string& element_name) const;
 };
 
-/// An element and the document it stands in.
+/// An element and its document.
 struct Layer {
     const xml::Document* document;
     pugi::xml_node element;
@@ -74,6 +77,7 @@ struct ProfileSet {
     std::unordered_map<std::string, size_t> library_index;
     std::unordered_map<std::string, Profile*> by_name; // "library::profile"
     const Profile* default_profile = nullptr;
+    std::vector<std::string> warnings; // one line each
 
     Profile* find(const std::string& library, const std::string& profile) const;
 };

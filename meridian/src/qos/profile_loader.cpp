@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/text.h"
+
 namespace meridian::qos {
 
 namespace {
@@ -72,7 +74,7 @@ void check_values(QosReader& reader, EntityKind kind, pugi::xml_node element) {
 }
 
 std::string attribute(pugi::xml_node element, const char* name) {
-    return xml::trimmed(element.attribute(name).value());
+    return trimmed(element.attribute(name).value());
 }
 
 } // namespace
@@ -95,6 +97,16 @@ bool ProfileLoader::add(const xml::Document& document, std::string& error) {
         set_.default_profile = default_of_document_;
     error = reader_.error();
     return reader_.ok();
+}
+
+void ProfileLoader::keep_unknown(Profile& profile) {
+    const std::string message = reader_.forgive_unknown();
+    if (message.empty())
+        return;
+    set_.warnings.push_back(message + "; the profile \"" + profile.library + "::" + profile.name +
+                            "\" cannot be used");
+    if (profile.unknown_element.empty())
+        profile.unknown_element = message;
 }
 
 std::string ProfileLoader::name_of(pugi::xml_node element) {
@@ -160,7 +172,8 @@ void ProfileLoader::add_profile(Library& library, pugi::xml_node element) {
         if (entity != std::end(kEntityNames))
             add_entity(profile, entity->kind, child);
         else if (!is_one_of(child.name(), kForeignEntities))
-            reader_.fail(child, "unknown element in <qos_profile>");
+            reader_.fail_unknown(child, "<qos_profile>");
+        keep_unknown(profile);
         if (!reader_.ok())
             return;
     }

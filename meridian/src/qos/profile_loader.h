@@ -18,7 +18,9 @@ class ProfileLoader {
 
     explicit ProfileLoader(ProfileSet& set) : set_(set) {}
 
-    /// Adds the libraries of a document of the set and checks every value of every policy in them.
+    /// Adds the libraries of a document of the set and checks every value of every policy in them. Elements
+    /// of profiles that are not known are told as warnings: other tools' documents hold extensions of their
+    /// own.
     bool add(const xml::Document& document, std::string& error);
     /// Finds all bases; fails where one does not exist, leads back to itself or is too far down.
     bool finish(std::string& error);
@@ -27,6 +29,8 @@ class ProfileLoader {
     void add_library(pugi::xml_node element);
     void add_profile(Library& library, pugi::xml_node element);
     void add_entity(Profile& profile, EntityKind kind, pugi::xml_node element);
+    /// When the reader failed at an unknown element: notes that for the profile, and lets the reader go on.
+    void keep_unknown(Profile& profile);
     std::string name_of(pugi::xml_node element);
     void fail(const Profile& profile, pugi::xml_node element, const std::string& reason);
     void resolve_base(Profile& profile);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/text.h"
 #include "qos/profile_loader.h"
 #include "qos/qos_reader.h"
 #include "types/documents/type_documents.h"
@@ -21,7 +22,7 @@ std::vector<std::string> file_names(const char* url_list) {
     const std::string all = url_list == nullptr ? "" : url_list;
     for (size_t start = 0; start <= all.size();) {
         const size_t end = std::min(all.find(';', start), all.size());
-        std::string name = xml::trimmed(all.substr(start, end - start));
+        std::string name = trimmed(all.substr(start, end - start));
         if (name.compare(0, 7, "file://") == 0)
             name.erase(0, 7);
         if (!name.empty())
@@ -56,6 +57,9 @@ bool read_profile(const ProfileSet& set, const std::string& library, const std::
         error = "there is no QoS profile \"" + library + "::" + profile_name + "\"";
         return false;
     }
+    error = profile->obstacle();
+    if (!error.empty())
+        return false;
     Qos result;
     QosReader reader;
     for (const Layer& layer : layers_of(*profile, kind, topic_name)) {
@@ -137,6 +141,10 @@ bool ProfileStore::topic_qos(const std::string& library, const std::string& prof
 bool ProfileStore::datareader_qos(const std::string& library, const std::string& profile,
                                   const char* topic_name, DDS_DataReaderQos& qos, std::string& error) const {
     return read_profile(contents_->set, library, profile, EntityKind::datareader, topic_name, qos, error);
+}
+
+const std::vector<std::string>& ProfileStore::warnings() const {
+    return contents_->set.warnings;
 }
 
 types::TypeRef ProfileStore::type(const std::string& name) const {

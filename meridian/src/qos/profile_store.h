@@ -34,6 +34,10 @@ class ProfileStore {
     /// profile; without line or element where there is none).
     bool load(const DDS_ProfileQosPolicy& sources, std::string& error);
 
+    /// Elements of profiles that are not known, one line each. A profile that holds one, or whose base does, can be named
+    /// but not be used.
+    const std::vector<std::string>& warnings() const;
+
     /// In the order of the documents.
     std::vector<std::string> libraries() const;
     /// In the order of the documents; empty for a library that does not exist.
@@ -42,8 +46,8 @@ class ProfileStore {
     std::optional<ProfileName> default_profile() const;
 
     /// Each replaces `qos` by the defaults, changed by what the profile and its bases say. False, `qos`
-    /// untouched and a reason in `error`, when the profile does not exist. The values are each possible, but
-    /// may contradict each other: see qos/consistency.h.
+    /// untouched and a reason in `error`, when the profile does not exist or cannot be used. The values are
+    /// each possible, but may contradict each other: see qos/consistency.h.
     bool participant_qos(const std::string& library, const std::string& profile,
                          DDS_DomainParticipantQos& qos, std::string& error) const;
     bool subscriber_qos(const std::string& library, const std::string& profile, DDS_SubscriberQos& qos,

@@ -147,7 +147,7 @@ void read_record(QosReader& reader, Node element, Record& record) {
             was_seen = true;
         });
         if (!known)
-            reader.fail(child, std::string("unknown element in <") + element.name() + ">");
+            reader.fail_unknown(child, std::string("<") + element.name() + ">");
         if (!reader.ok())
             return;
     }

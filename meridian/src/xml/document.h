@@ -8,7 +8,7 @@
 
 namespace meridian::xml {
 
-/// One XML document with the root <dds> or <types>, and the lines its elements stand on. Does not change once
+/// One XML document with the root <dds> or <types>, and the lines of its elements. Does not change once
 /// it is made.
 class Document {
   public:

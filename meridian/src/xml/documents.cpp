@@ -8,7 +8,7 @@ namespace meridian::xml {
 
 namespace {
 
-/// Collects the <include> elements of a section, however deep in modules they stand.
+/// Collects the <include> elements of a section, also those inside modules.
 class IncludeFinder : public pugi::xml_tree_walker {
   public:
     bool for_each(pugi::xml_node& node) override {

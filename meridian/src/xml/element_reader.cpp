@@ -5,12 +5,13 @@
 #include <cstring>
 #include <optional>
 #include <set>
+#include <utility>
+
+#include "platform/text.h"
 
 namespace meridian::xml {
 
 namespace {
-
-constexpr const char* kBlanks = " \t\r\n";
 
 /// A value as a message shows it: long ones are cut.
 std::string quoted(const std::string& value) {
@@ -81,16 +82,18 @@ bool is_namespace_attribute(const char* name) {
 
 } // namespace
 
-std::string trimmed(const std::string& text) {
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
 void ElementReader::fail(pugi::xml_node element, const std::string& reason) {
     if (error_.empty())
         error_ = document_->message(element, reason);
+}
+
+void ElementReader::fail_unknown(pugi::xml_node element, const std::string& place) {
+    is_unknown_ = ok();
+    fail(element, "unknown element in " + place);
+}
+
+std::string ElementReader::forgive_unknown() {
+    return std::exchange(is_unknown_, false) ? std::exchange(error_, {}) : std::string();
 }
 
 void ElementReader::check_attributes(pugi::xml_node element, std::initializer_list<const char*> known) {
@@ -128,7 +131,7 @@ std::vector<pugi::xml_node> ElementReader::list(pugi::xml_node element) {
     std::vector<pugi::xml_node> found = children(element);
     for (const pugi::xml_node child : found) {
         if (std::strcmp(child.name(), "element") != 0)
-            fail(child, std::string("unknown element in the list <") + element.name() + ">");
+            fail_unknown(child, std::string("the list <") + element.name() + ">");
     }
     return ok() ? found : std::vector<pugi::xml_node>();
 }
@@ -139,8 +142,7 @@ std::string ElementReader::text(pugi::xml_node element) {
         if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
             joined_text += child.value();
         else if (child.type() == pugi::node_element)
-            fail(child,
-                 std::string("unknown element in <") + element.name() + ">, which holds a plain value");
+            fail_unknown(child, std::string("<") + element.name() + ">, which holds a plain value");
     }
     return trimmed(joined_text);
 }

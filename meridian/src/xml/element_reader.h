@@ -9,28 +9,9 @@
 #include <vector>
 
 #include "xml/document.h"
+#include "xml/named_values.h"
 
 namespace meridian::xml {
-
-/// A name that stands for a number. Names are understood with and without the prefix "DDS_".
-struct NamedValue {
-    const char* name;
-    int64_t value;
-};
-
-/// The names of one kind of value; refers to an array that outlives it.
-class Names {
-  public:
-    constexpr Names() = default;
-    template <size_t count>
-    constexpr Names(const NamedValue (&names)[count]) : first_(names), last_(names + count) {}
-    constexpr const NamedValue* begin() const { return first_; }
-    constexpr const NamedValue* end() const { return last_; }
-
-  private:
-    const NamedValue* first_ = nullptr;
-    const NamedValue* last_ = nullptr;
-};
 
 class ElementReader {
   public:
@@ -42,6 +23,11 @@ class ElementReader {
     const std::string& error() const { return error_; }
     /// Keeps the first message.
     void fail(pugi::xml_node element, const std::string& reason);
+
+    /// Fails for an element that has no meaning in its place.
+    void fail_unknown(pugi::xml_node element, const std::string& place);
+    /// When the first failure is an unknown element: its message, and the reader can go on. Else nothing.
+    std::string forgive_unknown();
 
     /// Fails for attributes that are not in the list, and for those that appear twice. Namespaces are
     /// allowed.
@@ -79,9 +65,7 @@ class ElementReader {
 
     const Document* document_ = nullptr;
     std::string error_;
+    bool is_unknown_ = false; // the element that error_ names
 };
-
-/// `text` without blanks and line ends around it.
-std::string trimmed(const std::string& text);
 
 } // namespace meridian::xml

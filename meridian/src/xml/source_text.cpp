@@ -1,7 +1,11 @@
 #include "xml/source_text.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <string_view>
+
+#include "platform/text.h"
 
 namespace meridian::xml {
 
@@ -13,25 +17,6 @@ bool is_xml_character(uint32_t code) {
     if (code >= 0xd800 && code <= 0xdfff)
         return false;
     return code <= 0x10ffff && code != 0xfffe && code != 0xffff;
-}
-
-void append_utf8(std::string& text, uint32_t code) {
-    const auto add = [&text](uint32_t byte) { text += static_cast<char>(static_cast<unsigned char>(byte)); };
-    if (code < 0x80) {
-        add(code);
-    } else if (code < 0x800) {
-        add(0xc0 | code >> 6);
-        add(0x80 | (code & 0x3f));
-    } else if (code < 0x10000) {
-        add(0xe0 | code >> 12);
-        add(0x80 | (code >> 6 & 0x3f));
-        add(0x80 | (code & 0x3f));
-    } else {
-        add(0xf0 | code >> 18);
-        add(0x80 | (code >> 12 & 0x3f));
-        add(0x80 | (code >> 6 & 0x3f));
-        add(0x80 | (code & 0x3f));
-    }
 }
 
 bool starts_with(std::string_view text, std::string_view start) {
@@ -62,62 +47,22 @@ bool utf16_to_utf8(std::string& source, bool big_endian, TextProblem& problem) {
             source = converted; // so that the line can be counted
             return false;
         }
-        append_utf8(converted, code);
+        append_code_point(converted, code);
     }
     source = std::move(converted);
     return true;
 }
 
-/// The character that begins at `at`, and how many bytes it has; no bytes when they are not valid UTF-8.
-struct Character {
-    uint32_t code;
-    size_t size;
-};
-Character character_at(const std::string& text, size_t at) {
-    const auto lead = static_cast<unsigned char>(text[at]);
-    if (lead < 0x80)
-        return {lead, 1};
-    const size_t size = lead >= 0xc2 && lead < 0xe0   ? 2u
-                        : lead >= 0xe0 && lead < 0xf0 ? 3u
-                        : lead >= 0xf0 && lead < 0xf5 ? 4u
-                                                      : 0u;
-    if (size == 0 || at + size > text.size())
-        return {0, 0};
-    uint32_t code = lead & (0xffu >> (size + 1));
-    for (size_t i = 1; i < size; ++i) {
-        const auto next = static_cast<unsigned char>(text[at + i]);
-        if ((next & 0xc0) != 0x80)
-            return {0, 0};
-        code = code << 6 | (next & 0x3f);
-    }
-    // Longer forms than needed would let a character hide from the checks.
-    const uint32_t smallest = size == 2 ? 0x80 : size == 3 ? 0x800 : 0x10000;
-    return code < smallest ? Character{0, 0} : Character{code, size};
-}
-
-/// `name` is what stands between "&" and ";".
+/// `name` is the text between "&" and ";".
 bool is_known_reference(std::string_view name) {
     if (name.empty() || name[0] != '#')
         return name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos";
     const bool hexadecimal = name.size() > 1 && name[1] == 'x';
     const std::string_view digits = name.substr(hexadecimal ? 2 : 1);
-    if (digits.empty() || digits.size() > 8)
-        return false;
-    const uint32_t base = hexadecimal ? 16 : 10;
     uint32_t code = 0;
-    for (const char digit : digits) {
-        uint32_t value = 99;
-        if (digit >= '0' && digit <= '9')
-            value = static_cast<uint32_t>(digit - '0');
-        else if (digit >= 'a' && digit <= 'f')
-            value = static_cast<uint32_t>(digit - 'a') + 10;
-        else if (digit >= 'A' && digit <= 'F')
-            value = static_cast<uint32_t>(digit - 'A') + 10;
-        if (value >= base || code > 0x10ffff)
-            return false;
-        code = code * base + value;
-    }
-    return is_xml_character(code);
+    const char* last = digits.data() + digits.size();
+    const auto [end, error] = std::from_chars(digits.data(), last, code, hexadecimal ? 16 : 10);
+    return error == std::errc() && end == last && is_xml_character(code);
 }
 
 TextProblem check_reference(std::string_view text, size_t at) {
@@ -156,13 +101,18 @@ bool to_utf8(std::string& source, TextProblem& problem) {
 }
 
 TextProblem check_characters(const std::string& source) {
-    for (size_t at = 0; at < source.size();) {
-        const Character character = character_at(source, at);
-        if (character.size == 0)
-            return {at, "not valid UTF-8"};
-        if (!is_xml_character(character.code))
-            return {at, "a character that XML does not allow (code " + std::to_string(character.code) + ")"};
-        at += character.size;
+    std::string valid;
+    append_utf8(valid, source);
+    if (valid != source) {
+        const auto differing = std::mismatch(source.begin(), source.end(), valid.begin(), valid.end()).first;
+        return {static_cast<size_t>(differing - source.begin()), "not valid UTF-8"};
+    }
+    for (size_t at = 0; at < source.size(); ++at) {
+        uint32_t code = static_cast<unsigned char>(source[at]);
+        if (source.compare(at, 2, "\xef\xbf") == 0) // U+FFC0 to U+FFFF
+            code = 0xffc0u | (static_cast<unsigned char>(source[at + 2]) & 0x3fu);
+        if (!is_xml_character(code))
+            return {at, "a character that XML does not allow (code " + std::to_string(code) + ")"};
     }
     return {};
 }

@@ -168,9 +168,9 @@ TEST_F(OutputPipe, FreesAllThreadsThatWait) {
 TEST_F(OutputPipe, KnowsThatTheReaderIsGone) {
     QuixAgentOutput output(ends[1]);
     output.put("text");
-    EXPECT_FALSE(output.is_closed());
+    EXPECT_FALSE(output.look_whether_closed());
     close_end(0);
-    EXPECT_TRUE(output.is_closed()) << "without a write";
+    EXPECT_TRUE(output.look_whether_closed()) << "without a write";
     output.put("more");
     EXPECT_FALSE(output.flush());
     EXPECT_EQ(output.error(), 0) << "nothing is lost that anyone wanted";

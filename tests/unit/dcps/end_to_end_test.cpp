@@ -11,6 +11,7 @@
 #include "meridian/logger.h"
 #include "meridian/transport.h"
 #include "peer_process.h"
+#include "support/no_threads.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -326,10 +327,25 @@ TEST_F(EndToEndTest, EnablingReachesWhatIsContainedAndFixesTransports) {
     EXPECT_EQ(factory()->delete_participant(participant), DDS_RETCODE_PRECONDITION_NOT_MET);
 }
 
+TEST_F(EndToEndTest, ParticipantsOfOneProcessShareAnIndexAndItsThreads) {
+    DDS_DomainParticipantQos qos;
+    qos.wire_protocol.participant_id = 0;
+    ParticipantImpl* first = create_enabled(qos);
+    const NoThreads none;
+    ParticipantImpl* second = create_enabled(qos);
+    EXPECT_EQ(first->runtime()->participant_index(), 0u);
+    EXPECT_EQ(second->runtime()->participant_index(), 0u);
+    EXPECT_EQ(&first->delivery(), &second->delivery());
+    // Ids of endpoints are unique among those that share a socket.
+    const auto kind = rtps::kUserReaderNoKey;
+    EXPECT_NE(first->new_guid(kind).entity, second->new_guid(kind).entity);
+}
+
 TEST_F(EndToEndTest, AnIndexThatIsTakenCannotBeEnabled) {
     DDS_DomainParticipantQos qos;
     qos.wire_protocol.participant_id = 0;
     create_enabled(qos);
+    qos.transport_builtin.mask = DDS_TRANSPORTBUILTIN_UDPv4; // other sockets than the first one's
     ParticipantImpl* second = create(qos);
     ASSERT_NE(second, nullptr);
     CaptureStderr();

@@ -131,6 +131,47 @@ TEST(Runtime, ParticipantsOfOneProcessAreNotReported) {
     EXPECT_EQ(b.recorder.notes().size(), 1u);
 }
 
+TEST(Runtime, ParticipantsOfOneProcessShareTheirSocketsUntilTheLastIsGone) {
+    const auto own = std::make_shared<OwnParticipants>();
+    auto a = std::make_unique<Node>(configured("a", own));
+    auto b = std::make_unique<Node>(configured("b", own));
+    auto stranger = std::make_unique<Node>("c");
+    EXPECT_EQ(a->runtime->participant_index(), 0u);
+    EXPECT_EQ(b->runtime->participant_index(), 0u);
+    EXPECT_EQ(stranger->runtime->participant_index(), 1u);
+    EXPECT_TRUE(stranger->recorder.wait_for("+a"));
+    EXPECT_TRUE(stranger->recorder.wait_for("+b"));
+    a->runtime->stop();
+    a.reset();
+    EXPECT_TRUE(stranger->recorder.wait_for("-a"));
+    // The other one hears and is heard.
+    stranger->runtime->stop();
+    EXPECT_TRUE(b->recorder.wait_for("-c"));
+    stranger = std::make_unique<Node>("d");
+    EXPECT_TRUE(b->recorder.wait_for("+d"));
+    EXPECT_TRUE(stranger->recorder.wait_for("+b"));
+    EXPECT_EQ(Node("e").runtime->participant_index(), 1u) << "b has its index still";
+    b.reset();
+    EXPECT_EQ(Node("f").runtime->participant_index(), 0u);
+}
+
+TEST(Runtime, ParticipantsThatAreConfiguredDifferentlyShareNothing) {
+    const auto own = std::make_shared<OwnParticipants>();
+    Node a(configured("a", own, 3));
+    Node b(configured("b", own, 1));
+    Node c("c");
+    EXPECT_EQ(a.runtime->participant_index(), 0u);
+    EXPECT_EQ(b.runtime->participant_index(), 1u);
+    EXPECT_TRUE(c.recorder.wait_for("+a"));
+    EXPECT_TRUE(c.recorder.wait_for("+b"));
+    RuntimeConfig fixed = configured("d", own, 1);
+    fixed.transport.participant_index = 0;
+    Recorder recorder;
+    std::string error;
+    EXPECT_FALSE(Runtime::create(fixed, recorder, error));
+    EXPECT_THAT(error, HasSubstr("index 0 of domain 0 is in use"));
+}
+
 EndpointData endpoint_of(Runtime& runtime, uint32_t entity) {
     EndpointData data;
     data.guid = {runtime.prefix(), EntityId{entity}};
@@ -183,6 +224,87 @@ TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
         ASSERT_EQ(sink.samples, expected) << round;
     }
     a.runtime->stop();
+}
+
+// Even where endpoints of both have the same id, which messages without a destination cannot tell apart.
+TEST(Runtime, EachParticipantOfASharedSocketGetsWhatIsForIt) {
+    struct Sink : ReaderSink {
+        std::atomic<int> samples{0};
+        std::atomic<int> writers{0};
+        void matched(const EndpointData&) override { ++writers; }
+        void on_sample(const Sample&) override { ++samples; }
+    };
+    struct WriterSink : EndpointSink {
+        std::atomic<int> readers{0};
+        void matched(const EndpointData&) override { ++readers; }
+    };
+    for (const Reliability reliability : {Reliability::best_effort, Reliability::reliable}) {
+        Sink sinks[3];
+        WriterSink writer_sinks[2];
+        const auto own = std::make_shared<OwnParticipants>();
+        Node a(configured("a", own));
+        Node b(configured("b", own));
+        Node writing("w");
+        const auto add_reader = [&](Node& node, uint32_t entity, const char* topic, Sink& sink) {
+            EndpointData data = endpoint_of(*node.runtime, entity);
+            data.topic_name = topic;
+            data.qos.reliability = reliability;
+            node.runtime->with_participant([&](Participant& participant, Now now) {
+                EXPECT_TRUE(participant.add_reader(data, {}, sink, now));
+            });
+        };
+        add_reader(a, 0x104, "T", sinks[0]);
+        add_reader(b, 0x104, "T", sinks[1]);
+        add_reader(b, 0x204, "U", sinks[2]);
+        constexpr EntityId kWriters[] = {EntityId{0x103}, EntityId{0x203}};
+        writing.runtime->with_participant([&](Participant& participant, Now now) {
+            for (size_t i = 0; i < 2; ++i) {
+                EndpointData data = endpoint_of(*writing.runtime, kWriters[i].value);
+                data.topic_name = i == 0 ? "T" : "U";
+                data.qos.reliability = reliability;
+                EXPECT_TRUE(participant.add_writer(data, {}, writer_sinks[i], now));
+            }
+        });
+        while (writer_sinks[0].readers < 2 || writer_sinks[1].readers < 1 || sinks[0].writers < 1 ||
+               sinks[1].writers < 1 || sinks[2].writers < 1)
+            std::this_thread::sleep_for(1ms);
+        for (int i = 0; i < 100; ++i) {
+            writing.runtime->with_participant([&](Participant& participant, Now now) {
+                const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
+                WriteRequest request;
+                request.payload = payload;
+                participant.write(kWriters[0], request, now);
+                if (i % 2 == 0)
+                    participant.write(kWriters[1], request, now);
+            });
+        }
+        const auto deadline = std::chrono::steady_clock::now() + 5s;
+        while ((sinks[0].samples < 100 || sinks[1].samples < 100 || sinks[2].samples < 50) &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(sinks[0].samples, 100);
+        EXPECT_EQ(sinks[1].samples, 100);
+        EXPECT_EQ(sinks[2].samples, 50);
+        for (Node* node : {&a, &b, &writing})
+            node->runtime->stop();
+    }
+}
+
+TEST(Runtime, TasksOfAParticipantGoWithItAndLeaveTheOthersAlone) {
+    const auto own = std::make_shared<OwnParticipants>();
+    Node a(configured("a", own));
+    Node b(configured("b", own));
+    std::atomic<int> runs{0};
+    const MonotonicTime start = now().monotonic;
+    a.runtime->run_at(start + 20ms, [&](Participant&, Now) { runs += 100; });
+    b.runtime->run_at(start + 40ms, [&](Participant& participant, Now) {
+        EXPECT_EQ(participant.guid().prefix, b.runtime->prefix());
+        ++runs;
+    });
+    a.runtime->stop();
+    while (runs == 0)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(runs, 1);
 }
 
 TEST(Runtime, EndpointsMadeAtAnyTimeAreFound) {

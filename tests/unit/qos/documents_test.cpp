@@ -20,7 +20,8 @@ std::string load_urls(ProfileStore& store, std::initializer_list<std::string> ur
     for (const std::string& url : urls)
         DDS_StringSeq_append(sources.url_profile, url.c_str());
     std::string error;
-    return store.load(sources, error) ? "loaded" : error;
+    const bool loaded = store.load(sources, error);
+    return result_in(store, loaded, error);
 }
 
 std::string load_file(const std::string& contents) {
@@ -309,6 +310,45 @@ TEST(Documents, IncludedOnesAreCheckedAsTheNamedOnesAre) {
     ProfileStore store;
     EXPECT_EQ(load_urls(store, {main}),
               main + ":2: element <include>: " + included + ": is not a regular file"); // no waiting
+}
+
+TEST(Documents, UnknownElementsMatterInProfilesThatAreUsed) {
+    ProfileStore store;
+    std::string error;
+    ASSERT_TRUE(load_string(store,
+                            "<dds><qos_library name=\"L\"><qos_profile name=\"Known\"/>\n"
+                            "<qos_profile name=\"Foreign\"><actor_qos/><subscriber_qos><x/></subscriber_qos>"
+                            "</qos_profile>\n"
+                            "<qos_profile name=\"Derived\" base_name=\"Foreign\"/>\n"
+                            "<qos_profile name=\"Borrowing\"><topic_qos base_name=\"Derived\"/></qos_profile>"
+                            "</qos_library></dds>",
+                            error))
+        << error;
+    const std::string foreign = "string profile:2: element <actor_qos>: unknown element in <qos_profile>";
+    EXPECT_EQ(store.warnings(),
+              (std::vector<std::string>{
+                  foreign + "; the profile \"L::Foreign\" cannot be used",
+                  "string profile:2: element <x>: unknown element in <subscriber_qos>; the profile "
+                  "\"L::Foreign\" cannot be used"}));
+    EXPECT_EQ(store.profiles("L").size(), 4u);
+    DDS_SubscriberQos qos;
+    EXPECT_TRUE(store.subscriber_qos("L", "Known", qos, error)) << error;
+    for (const char* profile : {"Foreign", "Derived", "Borrowing"}) {
+        EXPECT_FALSE(store.subscriber_qos("L", profile, qos, error)) << profile;
+        EXPECT_EQ(error, foreign);
+    }
+}
+
+TEST(Documents, TypesMayBeTheRootAndUseTypesOfLaterDocuments) {
+    const TemporaryFile user(
+        "<types><struct name=\"A\"><member name=\"b\" type=\"nonBasic\" "
+        "nonBasicTypeName=\"B\"/></struct></types>");
+    const TemporaryFile used(
+        "<types><struct name=\"B\"><member name=\"x\" type=\"int32\"/></struct></types>");
+    ProfileStore store;
+    EXPECT_EQ(load_urls(store, {user.path() + ";" + used.path()}), "loaded");
+    ASSERT_TRUE(store.type("A"));
+    EXPECT_EQ(store.type("A")->members[0].type->name, "B");
 }
 
 TEST(Documents, MissingProfiles) {

@@ -3,47 +3,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
 #include "dcps/factory_fixture.h"
 #include "dcps/reader/user_reader.h"
 #include "dcps/test_type.h"
 #include "platform/clock.h"
-
-namespace {
-
-thread_local uint64_t allocations = 0; // of the calling thread
-
-void* counted(size_t size) {
-    ++allocations;
-    void* memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-} // namespace
-
-void* operator new(size_t size) {
-    return counted(size);
-}
-void* operator new[](size_t size) {
-    return counted(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    std::free(memory);
-}
+#include "support/allocation_counter.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -65,7 +31,7 @@ class Taker final : public DDSDataReaderListener {
             const auto count = static_cast<uint64_t>(infos.length());
             typed.return_loan(samples, infos);
             taken += count;
-            allocated = allocations;
+            allocated = ::test::thread_allocations();
         }
     }
     std::atomic<uint64_t> taken{0};
@@ -124,10 +90,10 @@ class SteadyTraffic : public FactoryTest {
     }
     void expect_no_allocations(int burst, bool key_hash) {
         run(kWarmUp, burst, key_hash);
-        const uint64_t received_before = allocations;
+        const uint64_t received_before = ::test::thread_allocations();
         const uint64_t delivered_before = taker_.allocated;
         run(kCounted, burst, key_hash);
-        EXPECT_EQ(allocations - received_before, 0u) << "on the thread that receives";
+        EXPECT_EQ(::test::thread_allocations() - received_before, 0u) << "on the thread that receives";
         EXPECT_EQ(taker_.allocated - delivered_before, 0u) << "on the thread that delivers";
     }
     static DDS_DataReaderQos keeping(DDS_Long depth) {
@@ -189,10 +155,10 @@ TEST_F(SteadyTraffic, ThatOverwritesWhatNothingHasTaken) {
     reader_->set_listener(nullptr, DDS_STATUS_MASK_NONE);
     for (int i = 0; i < kWarmUp; ++i)
         receive(static_cast<uint32_t>(i % kInstances), false);
-    const uint64_t before = allocations;
+    const uint64_t before = ::test::thread_allocations();
     for (int i = 0; i < kCounted; ++i)
         receive(static_cast<uint32_t>(i % kInstances), false);
-    EXPECT_EQ(allocations - before, 0u);
+    EXPECT_EQ(::test::thread_allocations() - before, 0u);
 }
 
 } // namespace

@@ -83,7 +83,7 @@ TEST(CdrWalker, ParameterListsOfXcdr1) {
     // without an end; with an unknown member that must be understood
     EXPECT_EQ(decode(type, "00030000" + members).substr(0, 7), "failed:");
     EXPECT_EQ(decode(type, "00030000" + members + "09400400 deadbeef 023f0000"),
-              "failed: a member that must be understood and is not in the type");
+              "failed: the type lacks a member that must be understood");
     EXPECT_EQ(decode(type, "00030000 023f0000"), "{}");
     // a length beyond the sample
     EXPECT_EQ(decode(type, "00030000 0100ff00 05000000 023f0000"), "failed: a member longer than the sample");
@@ -103,7 +103,7 @@ TEST(CdrWalker, MemberHeadersOfXcdr2) {
     EXPECT_EQ(decode(type, "000b0000 0c000000 02000050 03000000 686900 00"), R"({"s":"hi"})");
     // must-understand bit on an unknown member; an inner length beyond the outer one
     EXPECT_EQ(decode(type, "000b0000 08000000 090000a0 05000000"),
-              "failed: a member that must be understood and is not in the type");
+              "failed: the type lacks a member that must be understood");
     EXPECT_EQ(decode(type, "000b0000 0c000000 02000040 ff000000 00000000"),
               "failed: a member longer than the sample");
 }
@@ -166,9 +166,14 @@ TEST(CdrWalker, EndlessValuesEnd) {
         structure("final", "<member name='s' type='nonBasic' nonBasicTypeName='E' sequenceMaxLength='-1'/>");
     EXPECT_NE(decode(empty, "00010000 ffffffff").find("more values than a sample of this size can hold"),
               std::string::npos);
-    // A structure that holds itself
-    const std::string self = structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T'/>");
-    EXPECT_NE(decode(self, "00010000").find("values nest too deeply"), std::string::npos);
+    // A union that holds itself
+    const std::string self =
+        "<union name='T' extensibility='final'><discriminator type='byte'/><case>"
+        "<caseDiscriminator value='0'/><member name='t' type='nonBasic' "
+        "nonBasicTypeName='T'/></case></union>";
+    EXPECT_NE(
+        decode(self, "00010000" + std::string(2 * (kMaxValueDepth + 1), '0')).find("values nest too deeply"),
+        std::string::npos);
     // Sequences in sequences, each of one element
     const std::string tree =
         structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T' sequenceMaxLength='-1'/>");

@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include "support/type_documents.h"
 #include "types/data/json_printer.h"
 #include "types/data/plain_printer.h"
 #include "types/data/sample_reader.h"
-#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -40,7 +40,7 @@ class DialectTest : public ::testing::Test {
         std::string error;
         EXPECT_TRUE(documents.load("doc", R"(<types><struct name="T">
             <member name="text" type="wstring"/><member name="number" type="int64"/></struct></types>)",
-                                   "", error))
+                                   error))
             << error;
         return documents.find("T");
     }

@@ -96,7 +96,7 @@ TEST_F(FixedKeyTest, NeedsAllBytesUpToTheLastKeyMember) {
         }
     }
     ByteBuffer shorter = mixed(rtps::Encoding::delimited_cdr2);
-    shorter[7] = 13; // the header says that the last octet belongs to somebody else
+    shorter[7] = 13; // the header says that the last octet does not belong to the structure
     EXPECT_FALSE(write(*key, shorter, out));
 }
 

@@ -193,6 +193,136 @@ TEST_F(Documents, RefuseUnknownElementsEverywhere) {
               "doc:3: element <field>: not an element of a bit set");
 }
 
+TEST_F(Documents, RefuseMistakesInAttributes) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"<struct name='S' extensiblity='final'/>", "<struct>: unknown attribute \"extensiblity\""},
+        {"<struct name='S'><member name='m' type='byte' optinal='true'/></struct>",
+         "<member>: unknown attribute \"optinal\""},
+        {"<struct name='S'><member name='m' name='n' type='byte'/></struct>",
+         "<member>: attribute \"name\" appears twice"},
+        {"<struct name='S'><member name='m' type='byte' key='yes'/></struct>",
+         "<member>: attribute \"key\": \"yes\" is not one of true, false, 1, 0"},
+        {"<struct name='S' autoid='hashed'/>", "<struct>: autoid is sequential or hash"},
+        {"<struct name='S'><member name='m' type='byte' sequenceMaxLength='3' mapKeyType='byte'/></struct>",
+         "<member>: a map and a sequence at once"},
+        {"<enum name='E'><enumerator nane='A'/></enum>", "<enumerator>: unknown attribute \"nane\""},
+        {"<enum name='E' bitBound='8'><enumerator name='A' vale='1'/></enum>",
+         "<enumerator>: unknown attribute \"vale\""},
+        {"<bitmask name='M'><flag name='A' pos='1'/></bitmask>", "<flag>: unknown attribute \"pos\""},
+        {"<bitset name='B' baseType='C'><bitfield bit_bound='1'/></bitset>",
+         "<bitset>: unknown attribute \"baseType\""},
+        {"<typedef name='T' typ='byte'/>", "<typedef>: unknown attribute \"typ\""},
+        {"<const name='C' type='int32' valu='1'/>", "<const>: unknown attribute \"valu\""},
+        {"<module name='m' x=''/>", "<module>: unknown attribute \"x\""},
+    };
+    for (const auto& [types, expected] : cases)
+        EXPECT_EQ(error_of(types), std::string("doc:3: element ") + expected);
+}
+
+TEST_F(Documents, RefuseTextAndUnknownElements) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"text", "<types>: holds the text \"text\" where elements are expected"},
+        {"<struct name='S'>text</struct>", "<struct>: holds the text \"text\" where elements are expected"},
+        {"<struct name='S'><member name='m' type='byte'>x</member></struct>",
+         "<member>: holds the text \"x\" where elements are expected"},
+        {"<struct name='S'><member name='m' type='byte'><key/></member></struct>",
+         "<key>: not an element of a member"},
+        {"<enum name='E'><enumerator name='A'><value/></enumerator></enum>",
+         "<value>: not an element of an enumerator"},
+    };
+    for (const auto& [types, expected] : cases) {
+        const std::string line = expected[1] == 't' ? "2" : "3";
+        EXPECT_EQ(error_of(types), "doc:" + line + ": element " + expected);
+    }
+}
+
+TEST_F(Documents, RefuseContradictionsInUnions) {
+    const auto union_error = [this](const std::string& type, const std::string& contents) {
+        return error_of(
+            "<enum name='E'><enumerator name='A'/><enumerator name='B' value='5'/></enum>"
+            "<union name='U'><discriminator " +
+            type + "/>" + contents + "</union>");
+    };
+    const std::string octet = "type='byte'";
+    const auto with_label = [](const std::string& label, const std::string& member) {
+        return "<case><caseDiscriminator value='" + label + "'/><member name='" + member +
+               "' type='byte'/></case>";
+    };
+    EXPECT_EQ(union_error(octet, "<discriminator type='byte'/>" + with_label("1", "a")),
+              "doc:3: element <discriminator>: a second discriminator");
+    EXPECT_EQ(union_error(octet, with_label("default", "a") + with_label("default", "b")),
+              "doc:3: element <caseDiscriminator>: a second default");
+    EXPECT_EQ(union_error(octet, with_label("1", "a") + with_label("0x1", "b")),
+              "doc:3: element <caseDiscriminator>: the label 1 appears twice");
+    EXPECT_EQ(union_error(octet, with_label("1", "a") + with_label("2", "a")),
+              "doc:3: element <member>: has the name or the id of \"a\"");
+    EXPECT_EQ(union_error(octet, "<case><member name='a' type='byte'/></case>"),
+              "doc:3: element <case>: a case without a label");
+    EXPECT_EQ(union_error(octet,
+                          "<case><caseDiscriminator value='1'/><member name='a' type='byte'/>"
+                          "<member name='b' type='byte'/></case>"),
+              "doc:3: element <case>: a case needs one member");
+    EXPECT_EQ(union_error(octet, with_label("256", "a")),
+              "doc:3: element <caseDiscriminator>: the label 256 is out of range (0 to 255)");
+    EXPECT_EQ(union_error("type='int16'", with_label("-32769", "a")),
+              "doc:3: element <caseDiscriminator>: the label -32769 is out of range (-32768 to 32767)");
+    EXPECT_EQ(union_error("type='boolean'", with_label("2", "a")),
+              "doc:3: element <caseDiscriminator>: the label 2 is out of range (0 to 1)");
+    EXPECT_EQ(union_error("type='nonBasic' nonBasicTypeName='E'", with_label("2", "a")),
+              "doc:3: element <caseDiscriminator>: the label 2 is not the value of an enumerator");
+}
+
+TEST_F(Documents, RefuseWhatIsThereTwiceOrTooLarge) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"<enum name='E'><enumerator name='A'/><enumerator name='A' value='2'/></enum>",
+         "<enumerator>: has the name or the value of \"A\""},
+        {"<enum name='E'><enumerator name='A'/><enumerator name='B' value='0'/></enum>",
+         "<enumerator>: has the name or the value of \"A\""},
+        {"<enum name='E' bitBound='8'><enumerator name='A' value='256'/></enum>",
+         "<enumerator>: the value 256 needs more than 8 bits"},
+        {"<enum name='E' bitBound='8'><enumerator name='A' value='-129'/></enum>",
+         "<enumerator>: the value -129 needs more than 8 bits"},
+        {"<bitmask name='M'><flag name='A' position='1'/><flag name='B' position='1'/></bitmask>",
+         "<flag>: has the name or the position of \"A\""},
+        {"<bitset name='B'><bitfield name='x' bit_bound='1'/><bitfield name='x' bit_bound='1'/></bitset>",
+         "<bitfield>: has the name or the position of \"x\""},
+        {"<struct name='A'><member name='m' type='byte'/></struct>"
+         "<struct name='B' baseType='A'><member name='m' type='byte'/></struct>",
+         "<member>: has the name or the id of \"m\""},
+        {"<struct name='A'><member name='m' type='byte' id='7'/></struct>"
+         "<struct name='B' baseType='A'><member name='n' type='byte' id='7'/></struct>",
+         "<member>: has the name or the id of \"m\""},
+        {"<struct name='A'><member name='m' type='nonBasic' nonBasicTypeName='A'/></struct>",
+         "<struct>: \"A\" holds itself"},
+        {"<struct name='A'><member name='m' type='nonBasic' nonBasicTypeName='T'/></struct>"
+         "<typedef name='T' type='nonBasic' nonBasicTypeName='A' arrayDimensions='2'/>",
+         "<struct>: \"A\" holds itself"},
+    };
+    for (const auto& [types, expected] : cases)
+        EXPECT_EQ(error_of(types), std::string("doc:3: element ") + expected);
+    EXPECT_TRUE(
+        load("<struct name='List'><member name='v' type='byte'/><member name='next' type='nonBasic' "
+             "nonBasicTypeName='List' optional='true'/></struct>"))
+        << error_;
+}
+
+TEST_F(Documents, NumbersMayBeExpressions) {
+    ASSERT_TRUE(
+        load("<const name='N' type='int32' value='1 &lt;&lt; 4'/>"
+             "<const name='M' type='int32' value='(N + 2) * 3 - -1'/>"
+             "<typedef name='T' type='int32' arrayDimensions='N,M,2*3,7/2,7%4,0xf0 &gt;&gt; 4,"
+             "8 | 1 ^ 3 &amp; 2,~-3'/>"))
+        << error_;
+    EXPECT_EQ(type("T").content->dimensions, (std::vector<uint32_t>{16, 55, 6, 3, 3, 15, 11, 2}));
+    for (const char* wrong : {"1 +", "(1", "1)", "1 2", "1 / 0", "1 % 0", "1 &lt;&lt; 64", "* 2", "",
+                              "1 &lt; 2", "9223372036854775807 + 1", "4611686018427387904 * 2"}) {
+        const std::string error =
+            error_of(std::string("<typedef name='U' type='int32' arrayDimensions='1,") + wrong + "'/>");
+        EXPECT_EQ(error.substr(0, 25), "doc:3: element <typedef>:") << wrong << ": " << error;
+        EXPECT_NE(error.find("is not a number, constant or enumerator"), std::string::npos) << error;
+    }
+}
+
 TEST_F(Documents, NumbersMayBeOctal) {
     ASSERT_TRUE(load("<typedef name='T' type='int32' arrayDimensions='010,0x10,10'/>")) << error_;
     EXPECT_EQ(type("T").content->dimensions, (std::vector<uint32_t>{8, 16, 10}));

@@ -155,7 +155,7 @@ TEST_F(TypeResolverTest, LostRequestsAreRepeatedAndTheAnswerEndsTheWait) {
     EXPECT_EQ(resolver->next_deadline(), rtps::kNever);
 }
 
-TEST_F(TypeResolverTest, WhoeverAnnouncesTheTypeIsAskedInTurn) {
+TEST_F(TypeResolverTest, EachParticipantThatAnnouncesTheTypeIsAskedInTurn) {
     create();
     announce("corpus::Integers", 1);
     announce("corpus::Integers", 2);
@@ -215,7 +215,7 @@ TEST_F(TypeResolverTest, PublicationThatChangesItsTypeWaitsForTheLaterOne) {
     EXPECT_EQ(resolver->take_outcomes().size(), 1u);
 }
 
-TEST_F(TypeResolverTest, NobodyWaitsForEverWhenThoseWhoCouldBeAskedAreGone) {
+TEST_F(TypeResolverTest, PublicationsStopWaitingWhenAllParticipantsThatAnswerAreGone) {
     create();
     EXPECT_FALSE(announce("corpus::Integers", 1));
     EXPECT_FALSE(announce("corpus::Integers", 2, 0x103, false)); // waits for what 1 says

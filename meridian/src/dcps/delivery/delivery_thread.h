@@ -1,7 +1,7 @@
 #pragma once
 
-// The thread on which a participant calls its listeners. Receive threads only say that there is something to
-// deliver; however long a listener takes, receiving goes on.
+// The thread on which the participants of a process call their listeners. Receive threads only say that there
+// is something to deliver; however long a listener takes, receiving goes on.
 
 #include <atomic>
 #include <chrono>

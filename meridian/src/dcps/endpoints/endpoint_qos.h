@@ -44,8 +44,8 @@ rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription&
                                     const rtps::EndpointQos& qos, const DDS_EntityNameQosPolicy& name,
                                     const DDS_PropertyQosPolicy& properties);
 
-/// The policies that the matching protocol lists, without partitions: to be in another partition is another
-/// matter, not a mistake.
+/// The policies that the matching protocol lists, without partitions: a difference of partitions is not a
+/// mistake.
 std::vector<uint32_t> without_partition(const std::vector<uint32_t>& policies);
 
 /// "reliability: offered BEST_EFFORT, requested RELIABLE; deadline: offered infinite, requested 2.5 s"

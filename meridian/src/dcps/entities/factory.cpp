@@ -34,6 +34,7 @@ bool are_equal(const DDS_ProfileQosPolicy& a, const DDS_ProfileQosPolicy& b) {
 
 FactoryImpl::FactoryImpl()
     : own_(std::make_shared<rtps::net::OwnParticipants>()),
+      delivery_(std::make_shared<DeliveryThread>()),
       profiles_(std::make_shared<const qos::ProfileStore>()) {}
 
 std::shared_ptr<const qos::ProfileStore> FactoryImpl::profiles() {
@@ -61,6 +62,8 @@ DDS_ReturnCode_t FactoryImpl::set_qos(const DDS_DomainParticipantFactoryQos& qos
         MERIDIAN_LOG_ERROR("dcps", "%s", error.c_str());
         return DDS_RETCODE_ERROR;
     }
+    for (const std::string& warning : loaded->warnings())
+        MERIDIAN_LOG_WARNING("dcps", "%s", warning.c_str());
     qos_ = qos;
     MutexLock profiles_lock(profiles_mutex_);
     profiles_ = std::move(loaded);
@@ -135,7 +138,7 @@ std::unique_ptr<ParticipantImpl> FactoryImpl::make_participant(DDS_DomainId_t do
                                                                std::string& error) {
     const DDS_WireProtocolQosPolicy& wire = qos.wire_protocol;
     const rtps::GuidPrefix prefix = own_->choose(wire.rtps_host_id, wire.rtps_app_id, wire.rtps_instance_id);
-    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, *this);
+    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_, *this);
     return made->check(error) ? std::move(made) : nullptr;
 }
 

@@ -39,6 +39,7 @@ class FactoryImpl final : public DDSDomainParticipantFactory, public ProfileSour
     bool is_in_use(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
 
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
+    const std::shared_ptr<DeliveryThread> delivery_;
     Mutex mutex_;
     DDS_DomainParticipantFactoryQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<ParticipantImpl>> participants_ MERIDIAN_GUARDED_BY(mutex_);

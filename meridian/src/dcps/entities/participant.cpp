@@ -27,10 +27,12 @@ bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQ
 
 ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                  const rtps::GuidPrefix& prefix,
-                                 std::shared_ptr<rtps::net::OwnParticipants> own, ProfileSource& profiles)
+                                 std::shared_ptr<rtps::net::OwnParticipants> own,
+                                 std::shared_ptr<DeliveryThread> delivery, ProfileSource& profiles)
     : EntityImpl(discovery::participant_guid(prefix)),
       domain_id_(domain_id),
       own_(std::move(own)),
+      delivery_(std::move(delivery)),
       profiles_(profiles),
       store_(static_cast<uint32_t>(domain_id), partitions_of(qos)),
       builtin_subscriber_(*this),
@@ -99,7 +101,7 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
 bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
     // Before the participant is announced: without the thread no listener could be called.
-    if (!wanted || !delivery_.start(error))
+    if (!wanted || !delivery_->start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);

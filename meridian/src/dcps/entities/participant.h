@@ -36,10 +36,10 @@ class SubscriberImpl;
 /// of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
-    /// Opens nothing. `profiles` must outlive the participant.
+    /// Opens nothing. `own` and `delivery` are shared by all participants; `profiles` must outlive them.
     ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                     const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
-                    ProfileSource& profiles);
+                    std::shared_ptr<DeliveryThread> delivery, ProfileSource& profiles);
     /// Leaves the domain.
     ~ParticipantImpl() override;
 
@@ -49,7 +49,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
-    DeliveryThread& delivery() { return delivery_; }
+    DeliveryThread& delivery() { return *delivery_; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
     /// For a new reader or writer.
@@ -126,14 +126,13 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
 
     const DDS_DomainId_t domain_id_;
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
+    const std::shared_ptr<DeliveryThread> delivery_;
     ProfileSource& profiles_;
     discovery::DiscoveryStore store_;
     std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on
-    DeliveryThread delivery_;
     TypeRegistry types_;
     BuiltinSubscriber builtin_subscriber_;
     std::atomic<rtps::net::Runtime*> running_{nullptr};
-    std::atomic<uint32_t> endpoints_made_{0};
 
     Mutex mutex_;
     DDS_DomainParticipantQos qos_ MERIDIAN_GUARDED_BY(mutex_);

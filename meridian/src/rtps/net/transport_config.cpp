@@ -1,6 +1,7 @@
 #include "rtps/net/transport_config.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "platform/text.h"
 #include "rtps/net/ports.h"
@@ -57,6 +58,21 @@ bool check_settings(const std::string& family, const UdpSettings& settings, std:
 }
 
 } // namespace
+
+bool operator==(const UdpSettings& a, const UdpSettings& b) {
+    const auto fields = [](const UdpSettings& s) {
+        return std::tie(s.message_size_max, s.send_socket_buffer_size, s.receive_socket_buffer_size,
+                        s.multicast_ttl, s.ignore_loopback_interface, s.allow_interfaces, s.deny_interfaces);
+    };
+    return fields(a) == fields(b);
+}
+
+bool operator==(const TransportConfig& a, const TransportConfig& b) {
+    const auto fields = [](const TransportConfig& c) {
+        return std::tie(c.domain_id, c.participant_index, c.mask, c.v4, c.v6, c.receive_buffer_size);
+    };
+    return fields(a) == fields(b);
+}
 
 bool apply_properties(const std::vector<Property>& properties, TransportConfig& config, std::string& error) {
     const struct {

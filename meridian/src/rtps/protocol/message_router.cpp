@@ -51,6 +51,17 @@ void MessageRouter::end_batch() {
     touched_.clear();
 }
 
+bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const {
+    if (destination != kUnknownPrefix)
+        return destination == own_prefix_;
+    if (local.is_builtin() || (local == entity::unknown && remote.entity.is_builtin()))
+        return true;
+    if (local != entity::unknown)
+        return locals_.find(local) != nullptr;
+    const RemoteEndpoint* endpoint = endpoints_.find(remote);
+    return endpoint == nullptr || endpoint->undecided || !endpoint->matched.empty();
+}
+
 bool MessageRouter::accepted(const MessageContext& context) {
     if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
         return false;

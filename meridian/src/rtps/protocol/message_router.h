@@ -27,6 +27,9 @@ class MessageRouter final : private MessageVisitor {
     /// Malformed datagrams are dropped, but for what stands before the fault.
     ReadStatus receive(ByteView datagram, const Locator& source, Now now);
 
+    /// See Participant::may_be_for.
+    bool may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const;
+
     /// This writer can be matched from now on: what it sent before is taken by the next replay.
     void writer_known(const Guid& writer) { newly_known_writers_.push_back(writer); }
     void replay(Now now);

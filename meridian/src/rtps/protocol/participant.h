@@ -59,6 +59,13 @@ class Participant final : private ReaderObserver,
     void begin_batch() { in_batch_ = true; }
     void end_batch(Now now);
 
+    /// Whether a submessage may be for this participant, for those who receive for several: local is the
+    /// endpoint here that it names, entity::unknown where it names none, and remote the endpoint that it
+    /// comes from.
+    bool may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const {
+        return router_.may_be_for(destination, local, remote);
+    }
+
     /// When on_timer wants to be called next; kNever when there is nothing to do.
     MonotonicTime next_deadline() const;
     void on_timer(Now now);

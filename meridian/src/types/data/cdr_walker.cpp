@@ -25,17 +25,17 @@ bool CdrWalker::descend(const Step& step) {
 }
 
 bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
-    return enter_delimited(outer, inner) || fail("longer than the sample");
+    return enter_delimited(outer, inner) || fail("its length exceeds the sample");
 }
 
 bool CdrWalker::leave_header(const ByteReader& inner) {
-    return !strict_ || inner.remaining() == 0 || fail("more than belongs to it");
+    return !strict_ || inner.remaining() == 0;
 }
 
 bool CdrWalker::leave_member(const ByteReader& body) {
     // XCDR1 allows the length of a member to include the padding behind it.
     const size_t padding = version_ == CdrVersion::xcdr1 ? 3 : 0;
-    return !strict_ || body.remaining() <= padding || fail("more than belongs to it");
+    return !strict_ || body.remaining() <= padding;
 }
 
 DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
@@ -53,7 +53,7 @@ bool CdrWalker::walk(ByteReader& reader, const Type& type, ValueSink* sink) {
 bool CdrWalker::walk_value(ByteReader& reader, const Type* type, ValueSink* sink) {
     type = resolve_alias(type);
     if (type == nullptr)
-        return fail("its type is an alias without an end");
+        return fail("its type is an alias that refers to itself");
     if (path_.size() > kMaxValueDepth)
         return fail("values nest too deeply");
     if (budget_ == 0)
@@ -82,7 +82,7 @@ bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, 
     const Type* kind = resolve_alias(type.discriminator);
     Scalar value;
     if (kind == nullptr || !read_scalar(discriminator, *kind, value))
-        return fail("a discriminator that cannot be read");
+        return fail("the discriminator cannot be read");
     if (sink != nullptr && !(sink->discriminator() && sink->scalar(*kind, value)))
         return false;
     if (key_only_ && type.discriminator_key)
@@ -99,7 +99,7 @@ bool CdrWalker::walk_mutable_union(ByteReader& outer, const Type& type, ValueSin
             return false;
         reader = &inner;
     }
-    // The discriminator comes first, whatever id a peer gives it.
+    // The discriminator comes first; peers give it different ids.
     ByteReader parts[2];
     size_t count = 0;
     while (true) {
@@ -114,7 +114,7 @@ bool CdrWalker::walk_mutable_union(ByteReader& outer, const Type& type, ValueSin
         if (count < 2)
             parts[count++] = body;
         else
-            return fail("a union of more than two parts");
+            return fail("a union with more than two members");
     }
     if (count == 0)
         return fail("a union without a discriminator");
@@ -173,7 +173,7 @@ bool CdrWalker::skip_primitives(ByteReader& reader, size_t size, uint64_t count)
 bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t count, ValueSink* sink) {
     const Type* content = resolve_alias(type.content);
     if (content == nullptr)
-        return fail("its type is an alias without an end");
+        return fail("its type is an alias that refers to itself");
     size_t size = primitive_size(content->kind);
     if (content->kind == DDS_TK_WCHAR && dialect_.wide_text == CdrDialect::WideText::quads)
         size = 4;

@@ -89,7 +89,7 @@ bool CdrWalker::stands_before_zeros(const ByteReader& reader) {
     ByteReader probe = reader;
     for (uint8_t octet = 0; probe.position() < padded.position();) {
         if (!probe.read(octet) || octet != 0)
-            return fail("a wide string before padding that is none");
+            return false;
     }
     return true;
 }

@@ -24,7 +24,7 @@ bool CdrWalker::read_xcdr1_header(ByteReader& reader, Xcdr1Header& header) {
     header.size = size;
     header.end = header.id == kPidListEnd;
     if (header.id == kPidExtended && (size != 8 || !reader.read(header.id) || !reader.read(header.size)))
-        return fail("an extended header that is none");
+        return fail("its extended header is malformed");
     return true;
 }
 
@@ -55,7 +55,7 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
     if (optional && version_ == CdrVersion::xcdr2) {
         uint8_t present = 0;
         if (!reader.read(present) || (strict_ && present > 1))
-            return fail("no flag tells whether it is there");
+            return fail("the sample ends before its presence flag");
         if (present == 0)
             return true;
     } else if (optional) {
@@ -65,7 +65,7 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
         if (header.size == 0 && !header.end)
             return true;
         if (header.end || header.id != member.id)
-            return fail("a header of another member");
+            return fail("the header names another member");
         if (!take_xcdr1_body(reader, header.size, body))
             return false;
         source = &body;
@@ -180,7 +180,7 @@ bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, Locate
         }
         if (index >= known) {
             if (must_understand)
-                return fail("a member that must be understood and is not in the type");
+                return fail("the type lacks a member that must be understood");
             continue;
         }
         const Member& member = *members[index].member;

@@ -1,6 +1,7 @@
 #pragma once
 
-// Where serializers of the same version of CDR differ, and which way each writer goes.
+// Where serializers of the same version of CDR differ, and which of the ways each writer uses. To teach the
+// reader another quirk of a vendor, add it to CdrDialect and to possible_dialects, and obey it in CdrWalker.
 
 #include <array>
 #include <cstdint>

@@ -15,7 +15,7 @@ namespace meridian::types {
 
 namespace {
 
-/// What the writers write to: the caller's string.
+/// The stream that RapidJSON writes to: a string.
 struct StringStream {
     using Ch = char;
     explicit StringStream(std::string& target) : out(target) {}

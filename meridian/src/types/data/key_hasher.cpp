@@ -183,7 +183,7 @@ class LargestKey {
         const std::optional<size_t> end = end_of_kind(type, outermost, offset);
         --depth_;
         if (!end || *end > kMaxPlainKey)
-            return std::nullopt; // and then the whole key is too large: nobody asks again
+            return std::nullopt; // the whole key is then too large, and no further question follows
         ends_.emplace(place, *end);
         return end;
     }
@@ -217,7 +217,7 @@ class LargestKey {
                                                          std::min<uint64_t>(type.bound, kMaxPlainKey + 1));
             case DDS_TK_UNION:
             case DDS_TK_MAP:
-                return std::nullopt; // nobody keeps such keys plain
+                return std::nullopt; // all peers hash such keys
             case DDS_TK_LONGDOUBLE:
                 return number(offset, 8) + 8;
             default: {

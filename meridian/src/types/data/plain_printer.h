@@ -12,7 +12,7 @@ constexpr int kIndentWidth = 3;
 
 class PlainPrinter final : public ValueSink {
   public:
-    /// Appends to the text of `buffers`, which stay the caller's.
+    /// Appends to the text of `buffers`, which must outlive the printer.
     PlainPrinter(PrintBuffers& buffers, int indent)
         : out_(buffers.text), value_(buffers.value), level_(indent < 0 ? 0 : indent) {}
 

@@ -107,8 +107,8 @@ uint8_t SampleReader::find_dialect(const Body& body, const SampleSource& source,
     const std::optional<DialectMemory::Choice> expected = memory_.expected(source, body.list());
     if (expected && fits(body, dialects[expected->dialect], expected->zeros, buffers))
         return expected->dialect;
-    // Where serializers differ, the one that was at work is told by the sample being used up exactly: up to
-    // zeros that pad it and its wide strings, or, where none fits so, up to padding of any kind.
+    // The right dialect uses up the sample exactly: up to zeros that pad it and its wide strings, or, where
+    // no dialect fits so, up to padding of any kind.
     for (bool zeros : {true, false}) {
         for (uint8_t i = 0; i < dialects.size(); ++i) {
             const DialectMemory::Choice choice{i, zeros};

@@ -8,7 +8,7 @@
 
 namespace meridian::types {
 
-/// Shortest decimal form that reads back as the same number; "nan", "inf" and "-inf" for what is none.
+/// Shortest decimal form that reads back as the same number; "nan", "inf" and "-inf" otherwise.
 void append_number(std::string& out, float value);
 void append_number(std::string& out, double value);
 void append_number(std::string& out, long double value);

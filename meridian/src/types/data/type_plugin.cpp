@@ -15,15 +15,14 @@ struct ParticipantData {
     const DDS_TypeCode* type_code;
 };
 
-/// Things of one kind that are kept for the next user. Given back on another thread than they were taken on:
-/// samples are filled on the receive thread and return from whoever read them.
+/// Objects of one kind that are kept for the next user. They may be given back on another thread than the
+/// one that took them: samples are filled on the receive thread and read on others.
 class Pool {
   public:
     using Make = std::function<void*()>;
     using Drop = std::function<void(void*)>;
 
-    /// Keeps at most `maximum` things that nobody uses; -1: any number. `make` may be empty: then nothing is
-    /// to be had.
+    /// Keeps at most `maximum` unused objects; -1: any number. `make` may be empty: then get() gives null.
     Pool(Make make, Drop drop, DDS_Long maximum)
         : make_(std::move(make)), drop_(std::move(drop)), maximum_(maximum) {}
     ~Pool() {

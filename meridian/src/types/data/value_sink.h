@@ -1,6 +1,6 @@
 #pragma once
 
-// How the values of a sample are told, one after the other, to whoever prints or collects them.
+// How a walk hands over the values of a sample, one after the other, to a printer or collector.
 
 #include <array>
 #include <cstdint>

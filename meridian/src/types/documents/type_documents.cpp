@@ -13,7 +13,7 @@ bool make_types(const xml::Documents& documents, TypesByName& types, std::string
     DocumentBuilder builder(declarations, *graph);
     TypesByName made;
     for (const std::string& name : declarations.type_names) {
-        const Type* type = builder.type_named(name, 0);
+        const Type* type = builder.make(name);
         if (type == nullptr)
             break;
         made.emplace(name, TypeRef(type));

@@ -68,7 +68,7 @@ void TypeLookupClient::on_sample(const rtps::Sample& sample) {
                            rtps::to_string(sample.writer.prefix).c_str(), sample.payload.size);
         return;
     }
-    // Replies to others tell the same truth; there is no reason to throw them away.
+    // Replies to other participants hold the same types, so they are used as well.
     resolver_.take(reply, rtps::net::now().monotonic);
     pump();
 }

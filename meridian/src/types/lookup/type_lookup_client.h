@@ -18,9 +18,9 @@ class TypeLookupClient final : public PublicationTypes, private rtps::ReaderSink
     static constexpr uint32_t kBuiltinEndpoints =
         rtps::kTypeLookupRequestWriter | rtps::kTypeLookupReplyReader;
 
-    /// Told what became of a publication that had to wait; an empty type: none is to be had.
+    /// Told what became of a publication that had to wait; an empty type: it could not be had.
     using Resolved = std::function<void(const rtps::Guid& publication, const TypeRef& type)>;
-    /// A type that the user supplied for a type name, for publications that announce none; may be empty.
+    /// A type from the type documents for a type name, for publications that announce none; may be empty.
     using Supplied = std::function<TypeRef(const std::string& type_name)>;
 
     TypeLookupClient(const TypeResolver::Settings& settings, Resolved resolved, Supplied supplied);
@@ -33,7 +33,7 @@ class TypeLookupClient final : public PublicationTypes, private rtps::ReaderSink
 
   private:
     void on_sample(const rtps::Sample& sample) override;
-    /// Passes on what the resolver has to say.
+    /// Sends the requests and tells the outcomes of the resolver.
     void pump();
     void send(rtps::Participant& participant, rtps::Now now);
     void arm_timer();

@@ -18,8 +18,6 @@ using rtps::Endianness;
 
 /// Discriminator of the operation, formed of its name.
 constexpr uint32_t kGetTypes = 0x018252d3;
-/// Identifiers in one request at most; more than any answer fits is not worth asking for at once.
-constexpr uint32_t kMaxTypeIds = 1000;
 /// Length code of an EMHEADER that is followed by the length.
 constexpr uint32_t kLengthFollows = 4u << 28;
 
@@ -103,34 +101,6 @@ bool read_operation(ByteReader& reader) {
     return skip_delimiter(reader) && reader.read(operation) && operation == kGetTypes;
 }
 
-/// Goes through the members of the mutable structure that the reader stands before.
-template <typename Function>
-bool for_each_member(ByteReader& reader, Function&& function) {
-    ByteReader members;
-    if (!enter_delimited(reader, members))
-        return false;
-    while (members.remaining() >= 4) {
-        rtps::Xcdr2Member member;
-        if (!next_member(members, member) || !function(member))
-            return false;
-    }
-    return true;
-}
-
-bool read_type_ids(ByteReader reader, std::vector<TypeHash>& hashes) {
-    ByteReader elements;
-    uint32_t count = 0;
-    if (!enter_delimited(reader, elements) || !elements.read_length(count, 1) || count > kMaxTypeIds)
-        return false;
-    for (uint32_t i = 0; i < count; ++i) {
-        TypeIdentifier id;
-        if (!read(elements, id))
-            return false;
-        collect_hashes(id, hashes);
-    }
-    return true;
-}
-
 } // namespace
 
 std::string type_lookup_instance_name(const rtps::GuidPrefix& participant) {
@@ -183,24 +153,16 @@ bool decode(rtps::ByteView payload, TypeLookupReply& reply) {
         return true;
     }
     const uint32_t types_member = hashed_member_id("types");
-    return for_each_member(reader, [&](rtps::Xcdr2Member& member) {
-        return member.id != types_member || read_pairs(member.body, reply.types);
-    });
-}
-
-bool decode(rtps::ByteView payload, TypeLookupRequest& request) {
-    ByteReader reader;
-    std::string instance;
-    if (!begin(payload, reader))
+    ByteReader members;
+    if (!enter_delimited(reader, members))
         return false;
-    request = {};
-    if (!read_identity(reader, request.writer, request.sequence_number) || !reader.read_string(instance) ||
-        !read_operation(reader))
-        return false;
-    const uint32_t ids_member = hashed_member_id("type_ids");
-    return for_each_member(reader, [&](rtps::Xcdr2Member& member) {
-        return member.id != ids_member || read_type_ids(member.body, request.hashes);
-    });
+    while (members.remaining() >= 4) {
+        rtps::Xcdr2Member member;
+        if (!next_member(members, member) ||
+            (member.id == types_member && !read_pairs(member.body, reply.types)))
+            return false;
+    }
+    return true;
 }
 
 } // namespace meridian::types

@@ -35,9 +35,7 @@ std::string type_lookup_instance_name(const rtps::GuidPrefix& participant);
 
 /// The payload with its encapsulation header.
 rtps::ByteBuffer encode(const TypeLookupRequest& request);
-/// False for a payload that is no reply to a request for types. Replies of other operations are none.
+/// False for a payload that is no reply to a request for types. Replies of other operations do not count.
 bool decode(rtps::ByteView payload, TypeLookupReply& reply);
-/// For tests and tools that watch others ask: false for a payload that is no request for types.
-bool decode(rtps::ByteView payload, TypeLookupRequest& request);
 
 } // namespace meridian::types

@@ -62,14 +62,14 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     }
     if (can_be_asked)
         pending.add_answering(publication.participant);
-    // Nothing needs to be asked for where the identifier says it all, or the parts are known from other
-    // types.
+    // Nothing needs to be requested where the identifier is the whole type, or its parts are known from
+    // other types.
     if (is_new && advance(key, pending, now)) {
         pending_.erase(at);
         return resolved_[key];
     }
     if (pending.answering.empty()) {
-        finish(pending, TypeRef()); // those who could be asked have gone meanwhile
+        finish(pending, TypeRef()); // the participants that offer it left meanwhile
         pending_.erase(at);
         return TypeRef();
     }
@@ -161,8 +161,7 @@ bool TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness)
     if (!pair.id.is_hashed() || unanswered_.count(hash) == 0)
         return false;
     if (!is_genuine(pair, endianness)) {
-        MERIDIAN_LOG_WARNING("discovery", "type object %s is not what its hash says",
-                             to_string(hash).c_str());
+        MERIDIAN_LOG_WARNING("discovery", "type object %s does not match its hash", to_string(hash).c_str());
         return false;
     }
     if (pair.object.size > settings_.max_type_size) {
@@ -230,7 +229,7 @@ void TypeResolver::on_timer(rtps::MonotonicTime now) {
         }
         if (expired != waiting.end())
             MERIDIAN_LOG_WARNING("discovery",
-                                 "type \"%s\": nobody told what it is; its contents are not known",
+                                 "type \"%s\": no participant sent its definition; its contents are unknown",
                                  pending.name.c_str());
         waiting.erase(expired, waiting.end());
         if (waiting.empty()) {

@@ -1,10 +1,11 @@
 #pragma once
 
-// Finds the types of remote publications: which type objects to ask whom for, how long to wait, and what was
-// found. A pure state machine: announcements, replies and times go in, requests and outcomes come out. Not
-// thread-safe.
+// Finds the types of remote publications: which type objects to request from which participant, how long to
+// wait, and what was found. A pure state machine: announcements, replies and times go in, requests and
+// outcomes come out. Not thread-safe.
 //
-// A type is asked for once, however many publications have it. Whoever announces it may be asked in turn.
+// A type is asked for once, however many publications have it. Each participant that announces it may be
+// asked in turn.
 
 #include <functional>
 #include <map>
@@ -37,9 +38,9 @@ class TypeResolver {
     };
     struct Outcome {
         rtps::Guid endpoint;
-        TypeRef type; // empty: none is to be had
+        TypeRef type; // empty: it could not be had
     };
-    /// Nothing: the publication waits, and an Outcome will come. Else the type, empty where there is none.
+    /// Nothing: the publication waits, and an Outcome will come. Else the type, empty when it has none.
     using Answer = std::optional<TypeRef>;
 
     explicit TypeResolver(const Settings& settings) : settings_(settings) {}
@@ -47,10 +48,10 @@ class TypeResolver {
     /// A publication was announced (or announced anew). `answers`: its participant offers the type lookup
     /// service. Announcing it anew with the same type does not prolong the wait.
     Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now);
-    /// It is not asked any more. Its publications that wait go on waiting for what others say.
+    /// It is asked no longer. Its waiting publications may still be resolved by other participants.
     void participant_gone(const rtps::GuidPrefix& participant);
-    /// Takes the type objects that were asked for, no matter who answers whom. Objects that are not what
-    /// their hashes say, or alone exceed the limit of a type, are refused.
+    /// Takes the type objects that were requested, also from replies to other participants. Objects that are
+    /// not what their hashes say, or alone exceed the limit of a type, are refused.
     void take(const TypeLookupReply& reply, rtps::MonotonicTime now);
     void on_timer(rtps::MonotonicTime now);
 

@@ -50,15 +50,6 @@ size_t size_of_bits(uint16_t bits) {
     return bits <= 32 ? 4 : 8;
 }
 
-const char* kind_name(DDS_TCKind kind) {
-    static constexpr const char* kNames[] = {
-        "null",     "int16",  "int32", "uint16", "uint32",  "float32",  "float64",
-        "boolean",  "char8",  "byte",  "struct", "union",   "enum",     "string",
-        "sequence", "array",  "alias", "int64",  "uint64",  "float128", "char16",
-        "wstring",  "struct", "int8",  "uint8",  "bitmask", "bitset",   "map"};
-    return kind >= 0 && kind <= DDS_TK_MAP ? kNames[kind] : "unknown";
-}
-
 bool is_scalar(const Type* type) {
     type = resolve_alias(type);
     if (type == nullptr)

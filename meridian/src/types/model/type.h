@@ -52,7 +52,7 @@ struct Type final : DDS_TypeCode {
     bool nameless = false;
     bool discriminator_key = false;
     uint16_t bit_bound = 32;
-    uint32_t bound = 0; // 0: none
+    uint32_t bound = 0; // 0: unbounded
     int32_t default_index = DDS_TYPECODE_NO_DEFAULT;
     std::string name;
     const Type* base = nullptr;
@@ -65,7 +65,7 @@ struct Type final : DDS_TypeCode {
     bool is_aggregate() const { return kind == DDS_TK_STRUCT || kind == DDS_TK_VALUE; }
 };
 
-/// Behind all aliases; null when they never end.
+/// The type behind all aliases; null when they refer to each other in a circle.
 const Type* resolve_alias(const Type* type);
 
 /// Size of a primitive value on the wire: 1, 2, 4, 8 or 16; 0 for other kinds. Wide characters count as 2.
@@ -74,8 +74,6 @@ size_t primitive_size(DDS_TCKind kind);
 bool is_scalar(const Type* type);
 /// Octets that hold an enumeration, bit mask or bit set of so many bits.
 size_t size_of_bits(uint16_t bits);
-/// "int32", "sequence" and the like, for messages.
-const char* kind_name(DDS_TCKind kind);
 
 /// The member of a union that a discriminator selects: the one with that label, else the default one, else
 /// null.

@@ -83,7 +83,7 @@ struct TypeIdentifier {
     uint8_t equivalence = 0;                       // collections
     uint16_t element_flags = 0;                    // collections
     uint16_t key_flags = 0;                        // maps
-    uint32_t bound = 0;                            // strings, sequences, maps; 0 is none
+    uint32_t bound = 0;                            // strings, sequences, maps; 0: unbounded
     std::vector<uint32_t> dimensions;              // arrays
     std::shared_ptr<const TypeIdentifier> element; // collections, never null there
     std::shared_ptr<const TypeIdentifier> key;     // maps, likewise
@@ -98,7 +98,7 @@ struct TypeIdentifier {
     friend bool operator==(const TypeIdentifier& a, const TypeIdentifier& b);
 };
 
-/// False for bytes that are no identifier; the reader has then failed. The reader must be set to XCDR2's
+/// False when it is malformed; the reader has then failed. The reader must be set to XCDR2's
 /// alignment.
 bool read(rtps::ByteReader& reader, TypeIdentifier& id);
 void write(rtps::ByteWriter& writer, const TypeIdentifier& id);

@@ -33,7 +33,7 @@ struct TypeInformation {
     const TypeIdentifierWithDependencies* best() const;
 };
 
-/// Decodes the parameter's value. False, and `information` without meaning, for bytes that are none. Peers
+/// Decodes the parameter's value. False, and `information` unspecified, when it is malformed. Peers
 /// serialize it in the byte order of the message, which is almost always little.
 bool decode(rtps::ByteView bytes, rtps::Endianness order, TypeInformation& information);
 

@@ -175,12 +175,12 @@ DDS_TCKind kind_of(const TypeObject& object) {
         case tk::kBitmask:
             return DDS_TK_BITMASK;
         default:
-            return DDS_TK_NULL; // annotations are no data
+            return DDS_TK_NULL; // annotations have no values
     }
 }
 
-/// Longer names are none (DDS-XTypes 1.3: MemberName, QualifiedTypeName), and would make endless
-/// text of short samples.
+/// Longer names are not valid (DDS-XTypes 1.3: MemberName, QualifiedTypeName), and would make long texts of
+/// short samples.
 constexpr size_t kMaxName = 256;
 
 bool has_long_name(const TypeObject& object) {
@@ -237,7 +237,7 @@ const Type* TypeBuilder::type_of(const TypeIdentifier& id, unsigned depth) {
         return string(DDS_TK_STRING, id.bound);
     if (id.kind == tk::kString16Small || id.kind == tk::kString16Large)
         return string(DDS_TK_WSTRING, id.bound);
-    return fail("a type identifier of kind " + std::to_string(id.kind) + " stands where a type is needed");
+    return fail("a type identifier of kind " + std::to_string(id.kind) + " is used as a type");
 }
 
 const Type* TypeBuilder::collection(const TypeIdentifier& id, unsigned depth) {
@@ -271,7 +271,7 @@ const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
         return fail("the type object " + to_string(hash) + " is missing");
     const DDS_TCKind kind = kind_of(entry->object);
     if (kind == DDS_TK_NULL)
-        return fail("an annotation stands where a type is needed");
+        return fail("an annotation is used as a type");
     Type* made = node(kind);
     if (made == nullptr)
         return nullptr;

@@ -3,7 +3,7 @@
 // Type objects that were received, and the type codes made of them. A client of the type lookup service adds
 // what peers answer, asks for a type, and looks up what is reported missing until nothing is.
 //
-// Not thread-safe: one thread, or a lock of the caller's. The TypeRefs that it makes are independent of it.
+// Not thread-safe: callers on several threads must lock. The TypeRefs that it makes are independent of it.
 
 #include <map>
 #include <optional>

@@ -52,7 +52,7 @@ struct TypeObject {
     std::vector<TypeObjectMember> members;
 };
 
-/// Reads one type object from an XCDR2 stream; what follows it is left. False for bytes that are none.
+/// Reads one type object from an XCDR2 stream; what follows it is left. False when it is malformed.
 bool read(rtps::ByteReader& reader, TypeObject& object);
 
 /// The bytes of the type object that `reader` stands before, header included; the reader passes them.
@@ -63,7 +63,7 @@ struct TypeObjectPair {
     TypeIdentifier id;
     rtps::ByteView object; // header included, in the byte order of the stream; points into its bytes
 };
-/// Reads a sequence of them, as answers of the type lookup service hold one. False for bytes that are none.
+/// Reads a sequence of them, as replies of the type lookup service hold one. False when it is malformed.
 bool read_pairs(rtps::ByteReader& reader, std::vector<TypeObjectPair>& pairs);
 
 /// The hash of a serialized type object (7.3.4.5): what its identifier should be. `bytes` must be
