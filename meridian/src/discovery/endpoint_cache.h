@@ -29,14 +29,14 @@ class EndpointCacheObserver {
     ~EndpointCacheObserver() = default;
 };
 
-/// Bounds for a reader that nobody reads. What they drop is counted (see lost()).
+/// Bounds for a reader whose changes are not taken. What they drop is counted (see lost()).
 struct EndpointCacheLimits {
     size_t changes_per_endpoint = 16;     // beyond it the oldest ones are dropped
-    size_t unseen_gone_endpoints = 10000; // endpoints that came and went before anybody looked
+    size_t unseen_gone_endpoints = 10000; // endpoints that came and went before a take
 };
 
 /// Thread-safe. Data is DDS_PublicationBuiltinTopicData or DDS_SubscriptionBuiltinTopicData; records are
-/// shared with whoever still holds them and do not change any more.
+/// shared with other holders and do not change any more.
 template <typename Data>
 class EndpointCache {
   public:
@@ -68,7 +68,7 @@ class EndpointCache {
     /// The endpoint is gone; nothing happens when it is not there.
     void remove(const rtps::Guid& endpoint, const DDS_SampleInfo& info);
 
-    /// Takes the oldest changes that match, at most `limit`; empty when there is none. Data counts as read
+    /// Takes the oldest changes that match, at most `limit`; empty without one. Data counts as read
     /// from then on unless `limit` left something behind. Endpoints whose end was taken by an earlier call
     /// are forgotten, unless they are on loan: those of changes taken with `on_loan` until give_back.
     std::vector<Change> take(size_t limit, const States& states, bool on_loan);
@@ -78,7 +78,7 @@ class EndpointCache {
     /// last changes taken or is on loan. Null for others.
     std::shared_ptr<RemoteParticipant> participant_of(const rtps::Guid& endpoint) const;
 
-    /// Changes that were dropped because nobody took them.
+    /// Changes that were dropped because they were not taken.
     size_t lost() const;
 
   private:

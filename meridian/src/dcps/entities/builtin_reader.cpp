@@ -12,7 +12,7 @@ namespace meridian::dcps {
 
 namespace {
 
-/// A sequence that neither owns memory nor refers to somebody else's.
+/// A sequence that neither owns memory nor has a loan.
 template <typename T>
 bool is_vacant(const DDS_Sequence<T>& sequence) {
     return sequence.has_ownership() && sequence.maximum() == 0;
