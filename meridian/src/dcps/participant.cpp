@@ -98,7 +98,7 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
 
 bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
-    // Before anybody hears of this participant: without the thread no listener could be called.
+    // Before the participant is announced: without the thread no listener could be called.
     if (!wanted || !delivery_->start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= discovery::TypeLookupClient::kBuiltinEndpoints;

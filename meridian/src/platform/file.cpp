@@ -51,7 +51,7 @@ bool read_open_file(int descriptor, size_t max_size, std::string& contents, std:
 } // namespace
 
 bool read_file(const std::string& path, size_t max_size, std::string& contents, std::string& error) {
-    // Without O_NONBLOCK a pipe that nobody writes to would stop the program here, before its kind is known.
+    // Without O_NONBLOCK a pipe without a writer would stop the program here, before its kind is known.
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         error = message_of(errno);
