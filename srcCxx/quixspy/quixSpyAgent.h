@@ -10,27 +10,31 @@
 #include "meridian/domain_participant.h"
 #include "meridian/semaphore.h"
 #include "meridian/type_code.h"
+#include "quixspy/quixSpyEnding.h"
 #include "quixspy/quixSpyEndpointInfo.h"
 #include "quixspy/quixSpyHelpers.h"
+#include "quixspy/quixSpyIndex.h"
 #include "quixspy/quixSpyList.h"
 
 class DDSDynamicDataTypeSupport;
 class QuixSpyDataListener;
 class QuixSpyDiscoveryListener;
 
-/// Set when the user asks the spy to stop; the loop looks at it about once a second. Written by a signal
-/// handler.
+/// Set when the spy is asked to stop, by the handler of signals. The loop looks at it several times a second.
+/// Once the run ends it is cleared: set again, it asks to end without the rest of the output.
 extern std::atomic<bool> QUIXSPY_INTERRUPTED;
 static_assert(std::atomic<bool>::is_always_lock_free && sizeof(std::atomic<bool>) == 1,
               "a signal handler may only write what needs no lock");
 
-/// Handler of SIGINT: sets QUIXSPY_INTERRUPTED, nothing else.
+/// Handler of SIGINT, SIGTERM and SIGHUP: sets QUIXSPY_INTERRUPTED, nothing else.
 void stopHandler(int signal);
 
 /// One subscribed topic. A plain record of the middleware's heap; owns its listener.
 struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     QuixSpyDataListener* listener;
     DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
+    QuixSpyIndexLink<QuixSpyDataListenerNode> byName;
+    QuixSpyIndexLink<QuixSpyDataListenerNode> byType;
 };
 
 /// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. A
@@ -38,7 +42,16 @@ struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
 struct QuixSpyParticipantListNode : QuixSpyListLink<QuixSpyParticipantListNode> {
     DDSDomainParticipant* participant;
     DDSSubscriber* subscriber;
-    QuixSpyList<QuixSpyDataListenerNode> dataListeners;
+    QuixSpyList<QuixSpyDataListenerNode> dataListeners; // nodes with a listener are found by the indexes too
+    mutable QuixSpyIndex<QuixSpyDataListenerNode, &QuixSpyDataListenerNode::byName> topicsByName;
+    mutable QuixSpyIndex<QuixSpyDataListenerNode, &QuixSpyDataListenerNode::byType> topicsByType;
+
+    /// Appends a node, which has its listener.
+    void add_topic(QuixSpyDataListenerNode* node);
+    /// The topic of these names; null when it is not watched.
+    QuixSpyDataListenerNode* find_topic(const char* topicName, const char* typeName) const;
+    /// A topic of this type; null without one.
+    QuixSpyDataListenerNode* find_type(const char* typeName) const;
 };
 
 class QuixSpyAgent : public QuixAgent {
@@ -46,24 +59,27 @@ class QuixSpyAgent : public QuixAgent {
     static constexpr int kMaxPatterns = 512;
     static constexpr int kMaxPartitions = 256;
 
-    explicit QuixSpyAgent(const char* programName);
+    QuixSpyAgent(const char* programName, QuixAgentOutput& output);
     /// Deletes listeners, then the participants with what they contain. Failures are printed at any
     /// verbosity.
     ~QuixSpyAgent() override;
 
     void print_usage() override;
     void print_command_summary() override;
+    void print_hidden_usage() override;
     int parse_argument(int* index, const char** argv, int argc) override;
     bool run() override;
-    /// Waits up to a second for discovery events and reports them. False after the time-out or an interrupt.
+    /// Waits for discovery events, less than a second, and reports them. False when the run is over.
     bool continue_execution() override;
+    /// Whether the run is to end: interrupted, after its time, or without a reader of the output. Any thread.
+    bool is_over() const;
     /// Explains the output.
     virtual void print_help_output();
 
     /// False, with a message from verbosity 1 on, when options contradict each other.
     bool check_arguments_consistency();
     /// Lets no data listener report any more, so that nothing stands behind the statistics and they count
-    /// every line.
+    /// every line. What the listeners have taken is printed if that is quick, else dropped and counted.
     void end_reports();
     void print_statistics();
 
@@ -118,9 +134,13 @@ class QuixSpyAgent : public QuixAgent {
     bool _showEntityName = false;
     bool _showPartition = false;
     bool _quietStart = false; // no option sets it
+    QuixSpyEnding _ending{[this] { return is_over(); }};
 
   private:
     bool initialize_spy();
+    void catch_signals();
+    template <typename Function>
+    void for_each_listener(Function function);
     bool create_semaphore();
     bool create_participant();
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);

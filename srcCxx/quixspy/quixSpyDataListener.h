@@ -8,11 +8,13 @@
 #include <mutex>
 #include <string>
 
+#include "agent/QuixAgentOutput.h"
 #include "meridian/dynamic_data.h"
 #include "meridian/listener.h"
 #include "meridian/sample_info.h"
 #include "meridian/semaphore.h"
 #include "meridian/type_code.h"
+#include "quixspy/quixSpyEnding.h"
 #include "quixspy/quixSpyEndpointInfo.h"
 #include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpySampleLine.h"
@@ -28,6 +30,8 @@ struct QuixSpyDataListenerSettings {
     bool useDynamicData = false;              // the reader delivers DDS_DynamicData, not opaque samples
     float deadline = -1.0F;                   // seconds; -1: none
     QUIXSemaphore* outputSemaphore = nullptr; // not owned; one for all listeners, so that lines do not mix
+    QuixAgentOutput* output = nullptr;        // not owned; not null
+    QuixSpyEnding* ending = nullptr;          // not owned; null for a listener whose run never ends
 };
 
 /// Callbacks run on the middleware's delivery threads; record_writer and the reading of counters and names on
@@ -61,6 +65,9 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     /// time.
     void print_user_data(const DDS_SampleInfo& info, const void* sample);
 
+    /// Once detached: takes the samples that its reader has and counts them as dropped.
+    void drop_waiting(QuixSpyEnding& ending);
+
     /// Whether it serves a reader of a topic with key.
     bool is_keyed() const { return settings_.fields.isKeyed; }
 
@@ -71,20 +78,25 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     std::atomic<uint64_t> noWritersSampleCount{0};
 
   private:
-    template <typename Reader, typename Sequence>
-    void report_samples(Reader* reader);
+    template <typename Reader, typename Sequence, typename Function>
+    void take_samples(Reader* reader, Function function);
+    template <typename Function>
+    void take_all(DDSDataReader* reader, Function function);
     // The contents, behind what stands in line_ already. The first decides which of the others does it.
     void print_sample(const DDS_SampleInfo& info, const void* sample);
     bool print_sample(const DDS_DynamicData& sample, int32_t indent);
     bool print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode, int32_t indent);
     bool print_plain(const DDS_DynamicData& sample, int32_t indent);
     bool print_compact(const DDS_DynamicData& sample);
-    void write_line();
+    void put_line();
+    void report(const DDS_SampleInfo& info, const void* sample);
     void count(const DDS_SampleInfo& info);
     const QuixSpyEndpointInfo& writer_of(const DDS_SampleInfo& info);
 
     DDS_TypeCode* const typeCode_; // owned, may be null
     const QuixSpyDataListenerSettings settings_;
+    QuixAgentOutput& output_;
+    DDSDataReader* reader_ = nullptr; // the one that has called; its calls are one at a time
     const std::string topicField_;
     std::string line_;            // the line being made; its memory is used again
     char* printBuffer_ = nullptr; // owned (DDS_String): text of contents in the compact form

@@ -1,16 +1,16 @@
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "quixspy/quixSpyAgent.h"
 
 namespace {
 
-/// A standard stream that was closed by whoever started us would be the next descriptor opened, and what we
+/// A standard stream that was closed before the start would be the next descriptor opened, and what we
 /// print would go into a socket. It leads nowhere instead.
 void occupy_standard_streams() {
     int opened = 0;
@@ -21,14 +21,39 @@ void occupy_standard_streams() {
         close(opened);
 }
 
-/// A full disk ends no run, as there may be room again later, but nobody should take what arrived for all of
-/// it.
-void tell_of_lost_output() {
-    errno = 0;
-    const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
-    if (lost)
-        std::fprintf(stderr, "ferret: output was lost: %s\n",
-                     errno != 0 ? std::strerror(errno) : "write error");
+/// Gives a stream that leads to a terminal or a pipe a description of its own, on which no write blocks: a
+/// reader that stands still must not keep the program from ending. The one that was inherited is shared with
+/// other programs and stays as it is, also where the system does not let us have another.
+void make_nonblocking(int descriptor) {
+    struct stat status {};
+    if (isatty(descriptor) != 1 && (fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)))
+        return;
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
+    const int own = open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (own < 0)
+        return;
+    dup2(own, descriptor);
+    close(own);
+}
+
+/// A full disk ends no run, as there may be room again later, but what arrived must not be taken for all.
+void tell_of_lost_output(QuixAgentOutput& output) {
+    output.flush();
+    if (output.error() != 0)
+        std::fprintf(stderr, "ferret: output was lost: %s\n", std::strerror(output.error()));
+    else if (output.has_rest() && !output.is_closed())
+        std::fprintf(stderr, "ferret: output was lost: its reader does not read\n");
+}
+
+/// As other filters do whose reader has gone, now that everything is in order.
+void end_by_closed_pipe() {
+    std::signal(SIGPIPE, SIG_DFL);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    std::raise(SIGPIPE);
 }
 
 } // namespace
@@ -36,12 +61,20 @@ void tell_of_lost_output() {
 /// The exit status is 1 after a completed run and 0 otherwise.
 int main(int argc, char** argv) {
     occupy_standard_streams();
-    // Services and some shells start programs with this signal ignored, and then nobody would end a spy whose
-    // reader has gone.
-    std::signal(SIGPIPE, SIG_DFL);
-    auto* const agent = new QuixSpyAgent("Kvo Meridian DDS Spy");
-    const bool succeeded = agent->execute(argc, const_cast<const char**>(argv));
-    tell_of_lost_output(); // first, as the tear-down may log to the same file
-    delete agent;
+    std::signal(SIGPIPE, SIG_IGN); // the output notices when its reader is gone, and the run ends in order
+    make_nonblocking(STDOUT_FILENO);
+    make_nonblocking(STDERR_FILENO);
+    bool succeeded = false;
+    bool has_reader = true;
+    {
+        QuixAgentOutput output(STDOUT_FILENO);
+        auto* const agent = new QuixSpyAgent("Kvo Meridian DDS Spy", output);
+        succeeded = agent->execute(argc, const_cast<const char**>(argv));
+        tell_of_lost_output(output); // first, as the tear-down may log to the same file
+        delete agent;
+        has_reader = !output.is_closed() || output.is_terminal();
+    }
+    if (!has_reader)
+        end_by_closed_pipe();
     return succeeded ? 1 : 0;
 }

@@ -33,19 +33,22 @@ class Logger final : public QUIXConfigLogger {
 };
 
 /// All or as much as standard error takes. One that is set not to block and stays full for a while loses the
-/// rest: a message is not worth a thread that hangs.
+/// rest: a message is not worth a thread that hangs. As long as it stays full, further messages do not wait.
 void write_all(const std::string& line) {
     // Never destroyed: other threads may log while the process ends.
     static Mutex& mutex = *new Mutex();
+    static bool is_full = false; // guarded by the mutex
     const MutexLock lock(mutex);
     size_t done = 0;
     while (done < line.size()) {
         const ssize_t written = ::write(STDERR_FILENO, line.data() + done, line.size() - done);
         if (written > 0) {
             done += static_cast<size_t>(written);
+            is_full = false;
         } else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
             pollfd wait{STDERR_FILENO, POLLOUT, 0};
-            if (poll(&wait, 1, 100) <= 0)
+            is_full = poll(&wait, 1, is_full ? 0 : 100) <= 0;
+            if (is_full)
                 return;
         } else if (written == 0 || errno != EINTR) {
             return;
@@ -115,7 +118,7 @@ QUIXConfigLogger* QUIXConfigLogger::get_instance() {
 
 DDS_ReturnCode_t QUIXConfigLogger::finalize_instance() {
     std::fflush(stderr);
-    // Entities that are taken apart later still log, as they were told to while they lived.
+    // Entities that are deleted later still log, with the settings from before.
     meridian::log::is_finalised = true;
     return DDS_RETCODE_OK;
 }

@@ -25,18 +25,10 @@ struct Endpoint {
 
 // The type under another name, without type information, which would tell the first one.
 dds_topic_descriptor_t named(const dds_topic_descriptor_t& type, const char* name) {
-    return {type.m_size,
-            type.m_align,
-            type.m_flagset & ~static_cast<uint32_t>(DDS_TOPIC_XTYPES_METADATA),
-            type.m_nkeys,
-            name,
-            type.m_keys,
-            type.m_nops,
-            type.m_ops,
-            type.m_meta,
-            {nullptr, 0},
-            {nullptr, 0},
-            type.restrict_data_representation};
+    return {type.m_size,  type.m_align, type.m_flagset & ~static_cast<uint32_t>(DDS_TOPIC_XTYPES_METADATA),
+            type.m_nkeys, name,         type.m_keys,
+            type.m_nops,  type.m_ops,   type.m_meta,
+            {nullptr, 0}, {nullptr, 0}, type.restrict_data_representation};
 }
 
 class CyclonePeer final : public peers::Peer {

@@ -3,46 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <thread>
 
 #include "rtps/net/runtime.h"
-
-namespace {
-
-thread_local uint64_t allocations = 0;
-
-void* allocate(size_t size) {
-    ++allocations;
-    void* const memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr)
-        std::abort();
-    return memory;
-}
-
-} // namespace
-
-// They count for this whole test program.
-void* operator new(size_t size) {
-    return allocate(size);
-}
-void* operator new[](size_t size) {
-    return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    std::free(memory);
-}
+#include "support/allocation_counter.h"
 
 namespace meridian::rtps::net {
 namespace {
@@ -58,9 +23,9 @@ struct CountingSink : ReaderSink {
     void on_sample(const Sample&) override {
         const int number = ++samples;
         if (number == kWarmUp)
-            before = allocations;
+            before = ::test::thread_allocations();
         if (number == kLast)
-            after = allocations;
+            after = ::test::thread_allocations();
     }
     void matched(const EndpointData&) override { is_matched = true; }
 

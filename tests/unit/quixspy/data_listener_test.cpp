@@ -4,15 +4,21 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
 #include <thread>
 
 #include "quixspy/fixture.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/raw_sample.h"
 #include "support/fake_entities.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
+#include "support/type_documents.h"
 #include "support/verbosity_guard.h"
-#include "types/type_documents.h"
 
 namespace {
 
@@ -57,6 +63,8 @@ class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
         return DDS_RETCODE_OK;
     }
     DDS_ReturnCode_t return_loan_untyped(void**, DDS_Long, DDS_SampleInfoSeq& out) override {
+        if (on_return)
+            on_return();
         out.unloan();
         infos.clear();
         --loans;
@@ -73,6 +81,7 @@ class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
     DDSTopicDescription* topic = nullptr;
     int loans = 0;
     bool takes_everything = false;
+    std::function<void()> on_return;
 
   private:
     KeyedDynamicType empty{};
@@ -113,6 +122,7 @@ class DataListener : public ::testing::TestWithParam<bool> {
   protected:
     DataListener() {
         settings.outputSemaphore = &semaphore;
+        settings.output = &test_output();
         settings.fields.isKeyed = GetParam();
         reader = GetParam() ? static_cast<DDSDataReader*>(KeyedDynamicTypeDataReader::createI(&untyped))
                             : DynamicTypeDataReader::createI(&untyped);
@@ -157,7 +167,7 @@ TEST_P(DataListener, ContentsOfOpaqueSamplesComeFromTheTypeCode) {
     ASSERT_TRUE(documents.load("types",
                                "<dds><types><struct name=\"P\"><member name=\"x\" type=\"int16\"/>"
                                "<member name=\"y\" type=\"int16\"/></struct></types></dds>",
-                               ".", error))
+                               error))
         << error;
     test::RawSample raw;
     const auto type = documents.find("P");
@@ -218,6 +228,77 @@ TEST_P(DataListener, ReportsAllSamplesInOrder) {
     EXPECT_EQ(listener().noWritersSampleCount, 1U);
     EXPECT_EQ(available(), "") << "nothing left";
     EXPECT_EQ(semaphore.calls, std::string(kAround) + kAround);
+}
+
+TEST_P(DataListener, WritesLinesTogetherUnlessItIsToATerminal) {
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_EQ(grantpt(master) + unlockpt(master), 0);
+    char name[64];
+    ASSERT_EQ(ptsname_r(master, name, sizeof name), 0);
+    const int slave = open(name, O_RDWR | O_NOCTTY);
+    for (const bool is_terminal : {false, true}) {
+        const int reading = is_terminal ? master : pipe_ends[0];
+        fcntl(reading, F_SETFL, O_NONBLOCK);
+        const auto written = [reading] {
+            char text[1000];
+            const ssize_t count = read(reading, text, sizeof text);
+            return std::string(text, count > 0 ? static_cast<size_t>(count) : 0);
+        };
+        QuixAgentOutput output(is_terminal ? slave : pipe_ends[1]);
+        settings.output = &output;
+        QuixSpyDataListener writing("Circle", "ShapeType", nullptr, settings);
+        std::string before_the_loan_went_back;
+        untyped.infos = {sample(), sample()};
+        untyped.on_return = [&] { before_the_loan_went_back = written(); };
+        writing.on_data_available(reader);
+        untyped.on_return = nullptr;
+        const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
+        EXPECT_EQ(lines(before_the_loan_went_back), is_terminal ? 2 : 0);
+        EXPECT_EQ(lines(written()), is_terminal ? 0 : 2);
+        writing.print_user_data(sample(), nullptr);
+        EXPECT_EQ(lines(written()), 1) << "called by itself";
+    }
+    for (const int descriptor : {pipe_ends[0], pipe_ends[1], master, slave})
+        close(descriptor);
+}
+
+TEST_P(DataListener, DropsAndCountsWhatItHasTakenWhenTheRunEnds) {
+    QuixSpyEnding ending([] { return false; });
+    settings.ending = &ending;
+    untyped.infos = {sample(), sample()};
+    EXPECT_EQ(available(), "12:25:30 New data         " + kUnknown + "12:25:30 New data         " + kUnknown);
+
+    // An output that takes nothing any more.
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    {
+        QuixAgentOutput full(ends[1]);
+        full.wait_while([&ending] { return ending.keeps_waiting(); });
+        ending.begin();
+        full.put(std::string(200000, '\n'));
+        EXPECT_TRUE(full.is_behind());
+        QuixSpyEnding over([] { return true; });
+        settings.output = &full;
+        settings.ending = &over;
+        QuixSpyDataListener late("Circle", "ShapeType", nullptr, settings);
+        untyped.infos = {sample(), sample(), sample()};
+        late.on_data_available(reader);
+        EXPECT_EQ(over.dropped(), 3U);
+        EXPECT_EQ(untyped.loans, 0);
+        EXPECT_EQ(late.dataSampleCount, 0U) << "the statistics count lines";
+        untyped.infos = {sample(), sample()};
+        late.drop_waiting(over);
+        EXPECT_EQ(over.dropped(), 5U);
+    }
+    close(ends[0]);
+    close(ends[1]);
+
+    untyped.infos = {sample()};
+    EXPECT_EQ(available(), "");
+    EXPECT_EQ(untyped.infos.size(), 1U) << "what comes after the end stays";
+    EXPECT_EQ(ending.dropped(), 0U);
 }
 
 TEST_P(DataListener, CountsDataWhateverTheInstanceState) {

@@ -160,10 +160,12 @@ void ReceiveThread::drain_data() {
 void ReceiveThread::dispatch(UdpTransport::Traffic traffic) {
     const TurnstileLock lock(mutex_);
     const Now received_at = now();
+    recipients_.for_all([](Participant& participant) { participant.begin_batch(); });
     transport_->dispatch(traffic, [&](ByteView datagram, const Locator& source)
                                       MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { // this call holds the lock
                                           receive(datagram, source, received_at);
                                       });
+    recipients_.for_all([&](Participant& participant) { participant.end_batch(received_at); });
 }
 
 void ReceiveThread::receive(ByteView datagram, const Locator& source, Now now) {

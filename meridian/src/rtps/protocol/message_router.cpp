@@ -43,6 +43,14 @@ void MessageRouter::replay(Now now) {
     }
 }
 
+void MessageRouter::end_batch() {
+    for (LocalEndpoint* local : touched_) {
+        local->in_batch = false;
+        local->reader_sink->on_batch_end();
+    }
+    touched_.clear();
+}
+
 bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const {
     if (destination != kUnknownPrefix)
         return destination == own_prefix_;
@@ -68,22 +76,31 @@ bool MessageRouter::accepted(const MessageContext& context) {
 }
 
 template <typename Function>
+bool MessageRouter::hand_to(LocalEndpoint& local, Function& function) {
+    if (!local.in_batch) {
+        local.in_batch = true;
+        touched_.push_back(&local);
+    }
+    return function(*local.reader);
+}
+
+template <typename Function>
 bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function function) {
     if (reader != entity::unknown) {
-        const LocalEndpoint* local = locals_.find(reader);
-        return local != nullptr && local->reader && function(*local->reader);
+        LocalEndpoint* local = locals_.find(reader);
+        return local != nullptr && local->reader && hand_to(*local, function);
     }
     bool known = false;
     if (writer.entity.is_builtin()) {
-        for (const LocalEndpoint* local : locals_.builtin())
-            known = (local->reader && function(*local->reader)) || known;
+        for (LocalEndpoint* local : locals_.builtin())
+            known = (local->reader && hand_to(*local, function)) || known;
         return known;
     }
     const RemoteEndpoint* remote = endpoints_.find(writer);
     if (remote == nullptr)
         return false;
-    for (const LocalEndpoint* local : remote->matched)
-        known = function(*local->reader) || known;
+    for (LocalEndpoint* local : remote->matched)
+        known = hand_to(*local, function) || known;
     return known;
 }
 

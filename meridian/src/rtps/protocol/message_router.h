@@ -33,6 +33,8 @@ class MessageRouter final : private MessageVisitor {
     /// This writer can be matched from now on: what it sent before is taken by the next replay.
     void writer_known(const Guid& writer) { newly_known_writers_.push_back(writer); }
     void replay(Now now);
+    /// Tells the readers that were handed something since the last time that no more comes for now.
+    void end_batch();
 
     uint64_t secured_submessages() const { return secured_submessages_; }
 
@@ -54,6 +56,9 @@ class MessageRouter final : private MessageVisitor {
     /// writer.
     template <typename Function>
     bool for_readers(EntityId reader, const Guid& writer, Function function);
+    /// Hands a submessage to one reader.
+    template <typename Function>
+    bool hand_to(LocalEndpoint& local, Function& function);
     ReliableWriter* writer_for(EntityId writer) const;
     /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);
@@ -67,6 +72,7 @@ class MessageRouter final : private MessageVisitor {
     WarnOnce& warnings_;
     uint64_t secured_submessages_ = 0;
     EarlyPackets early_packets_;
+    std::vector<LocalEndpoint*> touched_;   // readers, since end_batch
     std::vector<Guid> unknown_writers_;     // of the datagram being received
     std::vector<Guid> newly_known_writers_; // since the last replay
     Now now_;                               // of the call in progress

@@ -105,6 +105,11 @@ ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now no
     return status;
 }
 
+void Participant::end_batch(Now now) {
+    in_batch_ = false;
+    finish(now);
+}
+
 void Participant::finish(Now now) {
     now_ = now;
     while (!restarted_.empty()) {
@@ -112,6 +117,9 @@ void Participant::finish(Now now) {
         restarted_.pop_back();
         participants_.replace(prefix, now);
     }
+    if (in_batch_)
+        return;
+    router_.end_batch(); // before acknowledgements go out: what they are for can be taken then
     if (!running_)
         return;
     timers_.run(now.monotonic);
@@ -275,6 +283,7 @@ bool Participant::remove_endpoint(EntityId entity, Now now) {
                                      [&](RemoteEndpoint& remote) { locals_.part(*local, remote); });
     }
     liveliness_.remove_own(entity);
+    router_.end_batch(); // which knows the endpoint
     locals_.remove(entity);
     finish(now);
     return true;

@@ -54,6 +54,11 @@ class Participant final : private ReaderObserver,
     /// fault.
     ReadStatus receive(ByteView datagram, const Locator& source, Now now);
 
+    /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
+    /// no more samples come for now, and answers are sent. Without a batch every call does so.
+    void begin_batch() { in_batch_ = true; }
+    void end_batch(Now now);
+
     /// Whether a submessage may be for this participant, for those who receive for several: local is the
     /// endpoint here that it names, entity::unknown where it names none, and remote the endpoint that it
     /// comes from.
@@ -155,6 +160,7 @@ class Participant final : private ReaderObserver,
     BuiltinSink participant_messages_{*this, &Participant::on_participant_message};
     EndpointSink no_news_;
     bool running_ = false;
+    bool in_batch_ = false;
     Now now_;                           // of the call in progress
     std::vector<GuidPrefix> restarted_; // participants whose builtin writers began anew
 };
