@@ -30,10 +30,10 @@ class SubscriberImpl;
 
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
-/// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (under
-/// which the discovery store, readers and writers are called), topic, reader or writer, discovery store,
-/// endpoint cache, delivery thread, status condition, condition core, wait set. An operation that holds one
-/// of them may take later ones only.
+/// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (shared
+/// by the participants of a receive thread; under it the discovery store, readers and writers are called),
+/// topic, reader or writer, discovery store, endpoint cache, delivery thread, status condition, condition
+/// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
     /// Opens nothing. `own` and `delivery` are shared by all participants; `profiles` must outlive them.
