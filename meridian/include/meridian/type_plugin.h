@@ -105,7 +105,7 @@ struct PRESTypePlugin {
 
     const char* endpointTypeName; // under which the plugin identifies itself; lives as long as the process
     const DDS_TypeCode* typeCode; // null when the plugin knows none; must live as long as the registration
-    /// Of the one who registers; handed to onParticipantAttached.
+    /// Of the registering code; handed to onParticipantAttached.
     void* registrationData;
 };
 

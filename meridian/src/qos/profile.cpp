@@ -1,6 +1,7 @@
 #include "qos/profile.h"
 
 #include <algorithm>
+#include <set>
 
 #include "meridian/wildcard.h"
 
@@ -33,7 +34,26 @@ void append_layers(const Profile& profile, EntityKind kind, const char* topic_na
         append_layers(*profile.base, kind, topic_name, layers);
 }
 
+/// Bases may be reached by several ways, so those that were seen are passed over.
+std::string obstacle_in(const Profile* profile, std::set<const Profile*>& seen) {
+    if (profile == nullptr || !seen.insert(profile).second)
+        return {};
+    std::string obstacle = profile->unknown_element;
+    if (obstacle.empty())
+        obstacle = obstacle_in(profile->base, seen);
+    for (const std::unique_ptr<EntityQos>& entity : profile->entities) {
+        if (obstacle.empty())
+            obstacle = obstacle_in(entity->base, seen);
+    }
+    return obstacle;
+}
+
 } // namespace
+
+std::string Profile::obstacle() const {
+    std::set<const Profile*> seen;
+    return obstacle_in(this, seen);
+}
 
 const EntityQos* Profile::select(EntityKind kind, const char* topic_name) const {
     const EntityQos* unfiltered = nullptr;

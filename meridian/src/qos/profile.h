@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "qos/document.h"
+#include "xml/documents.h"
 
 namespace meridian::qos {
 
@@ -42,21 +42,24 @@ struct EntityQos {
 struct Profile {
     std::string library;
     std::string name;
-    const Document* document = nullptr;
+    const xml::Document* document = nullptr;
     pugi::xml_node element;
     Profile* base = nullptr;
     std::vector<std::unique_ptr<EntityQos>> entities;
+    std::string unknown_element; // message about the first one, if any: the profile cannot be used then
     Height height[kEntityKinds];
 
     /// The one that counts for a topic: the first whose topic_filter matches, else the one without
     /// topic_filter (of several, that without name). Null when there is none.
     const EntityQos* select(EntityKind kind, const char* topic_name) const;
+    /// Why this profile cannot be used: an unknown element in it or in one of its bases. Empty: it can be.
+    std::string obstacle() const;
     EntityQos* find(EntityKind kind, const std::string& element_name) const;
 };
 
-/// An element and the document it stands in.
+/// An element and its document.
 struct Layer {
-    const Document* document;
+    const xml::Document* document;
     pugi::xml_node element;
 };
 /// All elements that make up the QoS of an entity, the deepest base first.
@@ -69,11 +72,12 @@ struct Library {
 
 /// All that is loaded.
 struct ProfileSet {
-    std::vector<std::unique_ptr<Document>> documents; // other sections than QoS stay readable in these
+    xml::Documents documents; // the profiles refer to them
     std::vector<Library> libraries;
     std::unordered_map<std::string, size_t> library_index;
     std::unordered_map<std::string, Profile*> by_name; // "library::profile"
     const Profile* default_profile = nullptr;
+    std::vector<std::string> warnings; // one line each
 
     Profile* find(const std::string& library, const std::string& profile) const;
 };

@@ -4,8 +4,8 @@
 #include <set>
 #include <string>
 
-#include "qos/element_reader.h"
 #include "qos/profile.h"
+#include "qos/qos_reader.h"
 
 namespace meridian::qos {
 
@@ -13,13 +13,15 @@ namespace meridian::qos {
 /// use.
 class ProfileLoader {
   public:
-    /// The longest chain of bases. It bounds the recursion along bases, and nobody reads a longer one.
+    /// The longest chain of bases. It bounds the recursion along bases.
     static constexpr int kMaxHeight = 32;
 
     explicit ProfileLoader(ProfileSet& set) : set_(set) {}
 
-    /// Takes over the libraries of a document and checks every value of every policy in them.
-    bool add(std::unique_ptr<Document> document, std::string& error);
+    /// Adds the libraries of a document of the set and checks every value of every policy in them. Elements
+    /// of profiles that are not known are told as warnings: other tools' documents hold extensions of their
+    /// own.
+    bool add(const xml::Document& document, std::string& error);
     /// Finds all bases; fails where one does not exist, leads back to itself or is too far down.
     bool finish(std::string& error);
 
@@ -27,6 +29,8 @@ class ProfileLoader {
     void add_library(pugi::xml_node element);
     void add_profile(Library& library, pugi::xml_node element);
     void add_entity(Profile& profile, EntityKind kind, pugi::xml_node element);
+    /// When the reader failed at an unknown element: notes that for the profile, and lets the reader go on.
+    void keep_unknown(Profile& profile);
     std::string name_of(pugi::xml_node element);
     void fail(const Profile& profile, pugi::xml_node element, const std::string& reason);
     void resolve_base(Profile& profile);
@@ -38,8 +42,8 @@ class ProfileLoader {
     const Height& height_of(Profile& profile, EntityQos& entity);
 
     ProfileSet& set_;
-    const Document* document_ = nullptr; // of the elements at hand
-    ElementReader reader_;               // keeps the first error
+    const xml::Document* document_ = nullptr; // of the elements at hand
+    QosReader reader_;                        // keeps the first error
     Profile* default_of_document_ = nullptr;
     std::set<std::string> entities_of_profile_; // what makes each of them different from the others
     int depth_ = 0;                             // of the recursion in height_of

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "meridian/qos.h"
-#include "types/type.h"
+#include "types/model/type.h"
 
 namespace meridian::qos {
 
@@ -23,9 +23,6 @@ struct ProfileName {
 /// none loads again.
 class ProfileStore {
   public:
-    /// The largest document that is read.
-    static constexpr size_t kMaxDocumentSize = size_t{4} * 1024 * 1024;
-
     ProfileStore();
     ~ProfileStore();
     ProfileStore(const ProfileStore&) = delete;
@@ -37,6 +34,10 @@ class ProfileStore {
     /// profile; without line or element where there is none).
     bool load(const DDS_ProfileQosPolicy& sources, std::string& error);
 
+    /// Elements of profiles that are not known, one line each. A profile that holds one, or whose base does, can be named
+    /// but not be used.
+    const std::vector<std::string>& warnings() const;
+
     /// In the order of the documents.
     std::vector<std::string> libraries() const;
     /// In the order of the documents; empty for a library that does not exist.
@@ -45,8 +46,8 @@ class ProfileStore {
     std::optional<ProfileName> default_profile() const;
 
     /// Each replaces `qos` by the defaults, changed by what the profile and its bases say. False, `qos`
-    /// untouched and a reason in `error`, when the profile does not exist. The values are each possible, but
-    /// may contradict each other: see qos/consistency.h.
+    /// untouched and a reason in `error`, when the profile does not exist or cannot be used. The values are
+    /// each possible, but may contradict each other: see qos/consistency.h.
     bool participant_qos(const std::string& library, const std::string& profile,
                          DDS_DomainParticipantQos& qos, std::string& error) const;
     bool subscriber_qos(const std::string& library, const std::string& profile, DDS_SubscriberQos& qos,
@@ -58,8 +59,8 @@ class ProfileStore {
     bool datareader_qos(const std::string& library, const std::string& profile, const char* topic_name,
                         DDS_DataReaderQos& qos, std::string& error) const;
 
-    /// The type that a <types> section of a document defines under that name; empty when none does. Lives as
-    /// long as anybody holds it.
+    /// The type that a <types> section of a document, or of one that it includes, defines under that name;
+    /// empty when none does. May outlive the store.
     types::TypeRef type(const std::string& name) const;
 
   private:

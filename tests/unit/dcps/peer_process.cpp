@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -97,15 +98,28 @@ class Peer final : public PeerCommands {
     }
 
   private:
-    class NoSink final : public rtps::SampleSink {
+    class NoSink final : public rtps::ReaderSink {
         void on_sample(const rtps::Sample& /*sample*/) override {}
+    };
+
+    /// The participants that are there, by their prefixes. Under the lock of the runtime.
+    class KnownParticipants final : public rtps::Events {
+      public:
+        std::map<std::string, rtps::ParticipantData> participants;
+        void participant_discovered(const rtps::ParticipantData& data) override {
+            participants[rtps::to_string(data.guid.prefix)] = data;
+        }
+        void participant_changed(const rtps::ParticipantData& data) override { participant_discovered(data); }
+        void participant_gone(const rtps::ParticipantData& data, rtps::GoneReason /*reason*/) override {
+            participants.erase(rtps::to_string(data.guid.prefix));
+        }
     };
 
     std::string result(bool ok) const { return ok ? rtps::to_string(data_.guid) : "refused"; }
 
     std::string add_writer() {
         return result(runtime_->with_participant([this](rtps::Participant& participant, rtps::Now now) {
-            return participant.add_writer(data_, rtps::WriterConfig(), now);
+            return participant.add_writer(data_, rtps::WriterConfig(), sink_, now);
         }));
     }
     std::string add_reader() {
@@ -115,22 +129,21 @@ class Peer final : public PeerCommands {
     }
 
     std::string describe(const std::string& prefix) {
-        return runtime_->with_participant([&prefix](rtps::Participant& participant, rtps::Now /*now*/) {
-            for (const rtps::GuidPrefix& candidate : participant.participants()) {
-                if (rtps::to_string(candidate) != prefix)
-                    continue;
-                const rtps::ParticipantData* data = participant.find_participant(candidate);
+        return runtime_->with_participant(
+            [this, &prefix](rtps::Participant& /*participant*/, rtps::Now /*now*/) {
+                const auto known = events_.participants.find(prefix);
+                if (known == events_.participants.end())
+                    return std::string("unknown");
+                const rtps::ParticipantData& data = known->second;
                 std::ostringstream text;
-                text << data->name << ' ' << data->lease.seconds << ' ' << data->user_data.size();
-                for (const rtps::Property& property : data->properties)
+                text << data.name << ' ' << data.lease.seconds << ' ' << data.user_data.size();
+                for (const rtps::Property& property : data.properties)
                     text << ' ' << property.name << '=' << property.value;
                 return text.str();
-            }
-            return std::string("unknown");
-        });
+            });
     }
 
-    rtps::Events events_;
+    KnownParticipants events_;
     NoSink sink_;
     rtps::EndpointData data_; // of the endpoint made last
     std::unique_ptr<rtps::net::Runtime> runtime_;

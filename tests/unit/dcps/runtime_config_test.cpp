@@ -1,4 +1,4 @@
-#include "dcps/runtime_config.h"
+#include "dcps/entities/runtime_config.h"
 
 #include <gtest/gtest.h>
 
@@ -119,12 +119,6 @@ TEST_F(RuntimeConfigTest, PropertiesOfTransportsAreTakenWithBlanksAroundThem) {
     const rtps::net::RuntimeConfig config = make();
     EXPECT_TRUE(config.transport.v4.ignore_loopback_interface);
     EXPECT_EQ(config.transport.v4.allow_interfaces, (std::vector<std::string>{"eth0", "10.*"}));
-}
-
-TEST_F(RuntimeConfigTest, ParticipantsDoNotSendInStep) {
-    const uint64_t first = make().participant.seed;
-    prefix_ = own_->choose(0, 0, 0);
-    EXPECT_NE(make().participant.seed, first);
 }
 
 } // namespace

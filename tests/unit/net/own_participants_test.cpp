@@ -5,6 +5,8 @@
 
 #include <set>
 
+#include "rtps/net/receive_thread.h"
+
 namespace meridian::rtps::net {
 namespace {
 
@@ -51,6 +53,58 @@ TEST(OwnParticipants, RemembersAll) {
         EXPECT_TRUE(own.contains(prefix));
     EXPECT_FALSE(own.contains(GuidPrefix{}));
     EXPECT_FALSE(own.contains(OwnParticipants().choose(1, 2, 3)));
+}
+
+TEST(OwnParticipants, EntitiesAreUniqueAmongAllOfThem) {
+    OwnParticipants own;
+    const EntityId first = own.new_entity(kUserReaderWithKey);
+    const EntityId second = own.new_entity(kUserReaderWithKey);
+    EXPECT_EQ(first.value, 0x107u);
+    EXPECT_EQ(second.value, 0x207u);
+    EXPECT_EQ(own.new_entity(kUserReaderNoKey).value, 0x304u);
+}
+
+TEST(OwnParticipants, SocketsAreSharedWhereTheirConfigurationIsTheSame) {
+    OwnParticipants own;
+    std::string error;
+    TransportConfig config;
+    config.v4.receive_socket_buffer_size = 65536;
+    const auto first = own.receive_thread(config, error);
+    ASSERT_TRUE(first) << error;
+    EXPECT_EQ(own.receive_thread(config, error), first);
+    EXPECT_EQ(first->participant_index(), 0u);
+
+    TransportConfig other = config;
+    other.mask = kTransportUdpV4;
+    const auto second = own.receive_thread(other, error);
+    ASSERT_TRUE(second) << error;
+    EXPECT_NE(second, first);
+    EXPECT_EQ(second->participant_index(), 1u);
+    for (const auto change :
+         {+[](TransportConfig& c) { c.domain_id = 1; }, +[](TransportConfig& c) { c.participant_index = 9; },
+          +[](TransportConfig& c) { c.v4.multicast_ttl = 2; },
+          +[](TransportConfig& c) { c.v6.message_size_max = 1000; },
+          +[](TransportConfig& c) { c.v4.allow_interfaces = {"lo"}; },
+          +[](TransportConfig& c) { c.receive_buffer_size = 1000; }}) {
+        other = config;
+        change(other);
+        EXPECT_FALSE(other == config);
+    }
+    EXPECT_EQ(OwnParticipants().receive_thread(config, error)->participant_index(), 2u)
+        << "of another process";
+}
+
+TEST(OwnParticipants, SocketsAreClosedWithTheLastOfThem) {
+    OwnParticipants own;
+    std::string error;
+    TransportConfig config;
+    config.v4.receive_socket_buffer_size = 65536;
+    auto thread = own.receive_thread(config, error);
+    ASSERT_TRUE(thread) << error;
+    thread.reset();
+    thread = own.receive_thread(config, error);
+    ASSERT_TRUE(thread) << error;
+    EXPECT_EQ(thread->participant_index(), 0u);
 }
 
 } // namespace

@@ -9,13 +9,16 @@ namespace {
 
 using std::chrono::seconds;
 
-class BestEffortReaderTest : public ::testing::Test, protected SampleSink, protected ReaderObserver {
+class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, protected ReaderObserver {
   protected:
     BestEffortReaderTest() {
         context.source = prefix(2);
         reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {}}, now);
     }
-    void on_sample(const Sample& sample) override { numbers.push_back(sample.sequence_number); }
+    void on_sample(const Sample& sample) override {
+        numbers.push_back(sample.sequence_number);
+        vendors.push_back(sample.vendor);
+    }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
     void on_writer_restarted(const Guid&) override {}
     void on_oversized_sample(const Guid&, size_t) override { ++oversized; }
@@ -43,9 +46,11 @@ class BestEffortReaderTest : public ::testing::Test, protected SampleSink, prote
     MonotonicTime now = seconds(10);
     MessageContext context;
     std::vector<SequenceNumber> numbers;
+    std::vector<VendorId> vendors;
     uint64_t lost = 0;
     int oversized = 0;
-    BestEffortReader reader{100, 45, *this, *this};
+    TimerQueue timers;
+    BestEffortReader reader{100, 45, *this, *this, timers};
 };
 
 TEST_F(BestEffortReaderTest, DeliversWhatComesAndCountsWhatDoesNot) {
@@ -98,10 +103,10 @@ TEST_F(BestEffortReaderTest, WithoutMemoryTheOldestUnfinishedSampleGivesWay) {
 
 TEST_F(BestEffortReaderTest, UnfinishedSamplesAreGivenUpAfterAWhile) {
     fragment(1, 1);
-    ASSERT_NE(reader.next_deadline(), kNever);
+    ASSERT_NE(timers.next_deadline(), kNever);
     now += seconds(4);
-    reader.on_timer(now);
-    EXPECT_EQ(reader.next_deadline(), kNever);
+    timers.run(now);
+    EXPECT_EQ(timers.next_deadline(), kNever);
     fragment(1, 2);
     EXPECT_TRUE(numbers.empty());
 }
@@ -111,6 +116,14 @@ TEST_F(BestEffortReaderTest, OversizedSamplesAreToldAndSkipped) {
     EXPECT_EQ(oversized, 1);
     data(2);
     EXPECT_EQ(numbers, (std::vector<SequenceNumber>{2}));
+}
+
+TEST_F(BestEffortReaderTest, SamplesTellTheirVendor) {
+    context.vendor = VendorId{{1, 15}};
+    data(1);
+    fragment(2, 1);
+    fragment(2, 2);
+    EXPECT_EQ(vendors, std::vector<VendorId>(2, VendorId{{1, 15}}));
 }
 
 } // namespace

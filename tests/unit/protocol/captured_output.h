@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/output.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps::test {

@@ -10,20 +10,20 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-class LivelinessTest : public ::testing::Test, protected Events {
+class LivelinessTest : public ::testing::Test, protected Liveliness::Listener {
   protected:
-    void liveliness_changed(const Guid& writer, bool alive) override {
+    void on_liveliness_changed(const Guid& writer, bool alive) override {
         changes.push_back(std::to_string(writer.entity.value) + (alive ? " alive" : " lost"));
     }
     Guid writer(uint32_t entity) { return {prefix(2), EntityId{entity}}; }
     Lines at(Duration time) {
-        liveliness.on_timer(time, *this);
+        liveliness.on_timer(time);
         Lines result;
         result.swap(changes);
         return result;
     }
 
-    Liveliness liveliness;
+    Liveliness liveliness{*this};
     Lines changes;
 };
 
@@ -50,7 +50,7 @@ TEST_F(LivelinessTest, ARemoteWriterIsLostOnceAndComesBackOnce) {
     EXPECT_EQ(at(milliseconds(1999)), Lines{});
     EXPECT_EQ(at(seconds(2)), (Lines{"1 lost"}));
     EXPECT_EQ(at(seconds(9)), Lines{});
-    liveliness.on_participant_asserted(prefix(2), ParticipantMessage::automatic, seconds(10), *this);
+    liveliness.on_participant_asserted(prefix(2), ParticipantMessage::automatic, seconds(10));
     EXPECT_EQ(at(seconds(10)), (Lines{"1 alive"}));
     EXPECT_EQ(at(seconds(12)), (Lines{"1 lost"}));
 }
@@ -61,9 +61,9 @@ TEST_F(LivelinessTest, EachKindNeedsItsOwnAssertion) {
     liveliness.add_remote(writer(3), LivelinessKind::manual_by_topic, seconds(2), seconds(0));
     liveliness.add_remote(Guid{prefix(3), EntityId{4}}, LivelinessKind::manual_by_participant, seconds(2),
                           seconds(0));
-    liveliness.on_participant_asserted(prefix(2), ParticipantMessage::manual, seconds(1), *this);
+    liveliness.on_participant_asserted(prefix(2), ParticipantMessage::manual, seconds(1));
     EXPECT_EQ(at(seconds(2)), (Lines{"1 lost", "3 lost", "4 lost"}));
-    liveliness.on_writer_asserted(writer(3), milliseconds(2500), *this);
+    liveliness.on_writer_asserted(writer(3), milliseconds(2500));
     EXPECT_EQ(at(milliseconds(2600)), (Lines{"3 alive"}));
     EXPECT_EQ(at(seconds(3)), (Lines{"2 lost"}));
 }
@@ -71,7 +71,7 @@ TEST_F(LivelinessTest, EachKindNeedsItsOwnAssertion) {
 TEST_F(LivelinessTest, ASampleAssertsTheManualWritersOfItsParticipant) {
     liveliness.add_remote(writer(1), LivelinessKind::manual_by_participant, seconds(2), seconds(0));
     liveliness.add_remote(writer(2), LivelinessKind::manual_by_participant, seconds(2), seconds(0));
-    liveliness.on_writer_asserted(writer(1), seconds(1), *this);
+    liveliness.on_writer_asserted(writer(1), seconds(1));
     EXPECT_EQ(at(seconds(2)), Lines{});
     EXPECT_EQ(at(seconds(3)), (Lines{"1 lost", "2 lost"}));
 }

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "protocol/captured_output.h"
+#include "protocol/silent_reader.h"
 #include "protocol/simulated_network.h"
 
 namespace meridian::rtps::test {
@@ -87,6 +89,12 @@ class ParticipantTest : public ::testing::Test {
                 part.messages.push_back(message);
         }
         return part.take();
+    }
+    std::vector<GuidPrefix> known_participants() const {
+        std::vector<GuidPrefix> result;
+        for (const auto& entry : recorder.participants)
+            result.push_back(entry.first);
+        return result;
     }
     void run_until(MonotonicTime end) {
         while (participant->next_deadline() <= end) {
@@ -187,8 +195,6 @@ TEST_F(ParticipantTest, OnlyTheBuiltinEndpointsThatItHasAreTalkedTo) {
     data.builtin_endpoints = kParticipantAnnouncer | kParticipantDetector | kPublicationsAnnouncer;
     announce(data);
     EXPECT_EQ(sent_to(udpv4(2)), (Lines{"DATA 2", "ACKNACK 1 {}"}));
-    EXPECT_EQ(participant->matched_remotes(entity::publications_reader).size(), 1u);
-    EXPECT_EQ(participant->matched_remotes(entity::subscriptions_reader).size(), 0u);
 }
 
 TEST_F(ParticipantTest, OtherDomainsAndTagsAreNotSeen) {
@@ -202,7 +208,7 @@ TEST_F(ParticipantTest, OtherDomainsAndTagsAreNotSeen) {
     data = remote(4);
     data.domain_id.reset();
     announce(data);
-    EXPECT_EQ(participant->participants(), (std::vector<GuidPrefix>{prefix(4)}));
+    EXPECT_EQ(known_participants(), (std::vector<GuidPrefix>{prefix(4)}));
 }
 
 TEST_F(ParticipantTest, ATagMustBeEqual) {
@@ -212,7 +218,7 @@ TEST_F(ParticipantTest, ATagMustBeEqual) {
     ParticipantData data = remote(3);
     data.domain_tag = "tag";
     announce(data);
-    EXPECT_EQ(participant->participants(), (std::vector<GuidPrefix>{prefix(3)}));
+    EXPECT_EQ(known_participants(), (std::vector<GuidPrefix>{prefix(3)}));
 }
 
 TEST_F(ParticipantTest, OwnParticipantsAreNeverSeen) {
@@ -253,7 +259,7 @@ TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
     announce(remote(2));
     EndpointData data = publication(2);
     send_data(2, entity::publications_writer, 1, encode(data));
-    EXPECT_EQ(participant->endpoints(), (std::vector<Guid>{data.guid}));
+    EXPECT_EQ(recorder.endpoints.count(data.guid), 1u);
     send_data(2, entity::publications_writer, 2, encode(data)); // the same content: no event
     data.qos.partitions = {"A"};
     send_data(2, entity::publications_writer, 3, encode(data));
@@ -276,9 +282,9 @@ TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
 TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnown) {
     start();
     send_data(2, entity::publications_writer, 1, encode(publication(2)));
-    EXPECT_TRUE(participant->endpoints().empty());
+    EXPECT_TRUE(recorder.endpoints.empty());
     announce(remote(2));
-    EXPECT_TRUE(participant->endpoints().empty());
+    EXPECT_TRUE(recorder.endpoints.empty());
     output.messages.clear();
     receive(2, [](MessageWriter& writer) {
         Heartbeat h;
@@ -294,9 +300,9 @@ TEST_F(ParticipantTest, WhatOneParticipantTellsOfAnotherWaitsForThatOne) {
     start();
     announce(remote(2));
     send_data(2, entity::publications_writer, 1, encode(publication(3)));
-    EXPECT_TRUE(participant->endpoints().empty());
+    EXPECT_TRUE(recorder.endpoints.empty());
     announce(remote(3));
-    EXPECT_EQ(participant->endpoints().size(), 1u);
+    EXPECT_EQ(recorder.endpoints.size(), 1u);
     participant->ignore_participant(prefix(2), now()); // the one who told it goes
     EXPECT_TRUE(recorder.endpoints.empty());
     EXPECT_TRUE(recorder.contradictions.empty());
@@ -311,7 +317,7 @@ TEST_F(ParticipantTest, MalformedEndpointDataIsToldOncePerCauseAndTheNextOneCoun
     ASSERT_EQ(recorder.warnings.size(), 1u);
     EXPECT_NE(recorder.warnings[0].find(to_string(prefix(2))), std::string::npos);
     send_data(2, entity::publications_writer, 21, encode(publication(2)));
-    EXPECT_EQ(participant->endpoints().size(), 1u);
+    EXPECT_EQ(recorder.endpoints.size(), 1u);
 }
 
 TEST_F(ParticipantTest, ManyCausesOfWarningsDoNotFlood) {
@@ -331,7 +337,7 @@ TEST_F(ParticipantTest, AReaderAnnouncedAsAWriterIsRefused) {
     start();
     announce(remote(2));
     send_data(2, entity::publications_writer, 1, encode(publication(2, 0x107)));
-    EXPECT_TRUE(participant->endpoints().empty());
+    EXPECT_TRUE(recorder.endpoints.empty());
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
@@ -344,7 +350,7 @@ TEST_F(ParticipantTest, AnIgnoredParticipantIsGoneForGood) {
     EXPECT_EQ(recorder.gone[0].second, GoneReason::ignored);
     output.messages.clear();
     announce(remote(2));
-    EXPECT_TRUE(participant->participants().empty());
+    EXPECT_TRUE(recorder.participants.empty());
     EXPECT_TRUE(output.messages.empty());
 }
 
@@ -360,7 +366,7 @@ TEST_F(ParticipantTest, MessagesForOthersAreNotTaken) {
         writer.add_info_destination(prefix(9));
         writer.add_data(data);
     });
-    EXPECT_TRUE(participant->participants().empty());
+    EXPECT_TRUE(recorder.participants.empty());
 }
 
 TEST_F(ParticipantTest, AChangedAnnouncementIsAnEventAndARepeatedOneIsNot) {
@@ -425,11 +431,7 @@ TEST_F(ParticipantTest, AFarewellDisposesEverything) {
     config.initial_announcements = 1;
     start();
     announce(remote(2));
-    class Nothing final : public SampleSink {
-      public:
-        void on_sample(const Sample&) override {}
-    };
-    Nothing sink;
+    SilentReader sink;
     EndpointData data = publication(1, 0x107);
     ASSERT_TRUE(participant->add_reader(data, {}, sink, now()));
     EXPECT_FALSE(participant->add_reader(data, {}, sink, now())); // in use
@@ -446,14 +448,14 @@ TEST_F(ParticipantTest, AFarewellDisposesEverything) {
     EXPECT_EQ(participant->next_deadline(), kNever);
     output.messages.clear();
     announce(remote(3));
-    EXPECT_TRUE(participant->participants().empty());
+    EXPECT_TRUE(recorder.participants.empty());
     EXPECT_TRUE(output.messages.empty());
 }
 
 // A writer that knows our reader already may write before its announcement is taken here: it comes through
 // another socket.
 TEST_F(ParticipantTest, WhatAWriterSentJustBeforeItsAnnouncementIsHeard) {
-    struct Sink : SampleSink {
+    struct Sink : ReaderSink {
         std::vector<SequenceNumber> numbers;
         void on_sample(const Sample& sample) override { numbers.push_back(sample.sequence_number); }
     };
@@ -496,11 +498,7 @@ TEST_F(ParticipantTest, WhatAWriterSentJustBeforeItsAnnouncementIsHeard) {
 TEST_F(ParticipantTest, AnEndpointWithoutAddressesUsesThoseOfItsParticipant) {
     start();
     announce(remote(2));
-    class Nothing final : public SampleSink {
-      public:
-        void on_sample(const Sample&) override {}
-    };
-    Nothing sink;
+    SilentReader sink;
     EndpointData reader = publication(1, 0x107);
     ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
     output.messages.clear();
@@ -514,26 +512,24 @@ TEST_F(ParticipantTest, AnEndpointWithoutAddressesUsesThoseOfItsParticipant) {
 }
 
 TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
-    class Told final : public Events {
+    class Told final : public ReaderSink {
       public:
         Lines lines;
-        void matched(const Guid&, const EndpointData&) override { lines.emplace_back("matched"); }
-        void unmatched(const Guid&, const Guid&) override { lines.emplace_back("unmatched"); }
-        void incompatible(const Guid&, const EndpointData&, const std::vector<uint32_t>& policies) override {
+        void on_sample(const Sample&) override {}
+        void matched(const EndpointData&) override { lines.emplace_back("matched"); }
+        void unmatched(const Guid&) override { lines.emplace_back("unmatched"); }
+        void match_changed(const EndpointData& remote) override {
+            lines.push_back("strength " + std::to_string(remote.qos.ownership_strength));
+        }
+        void incompatible(const EndpointData&, const std::vector<uint32_t>& policies) override {
             lines.push_back("incompatible " + std::to_string(policies.at(0)));
         }
     };
-    class Nothing final : public SampleSink {
-      public:
-        void on_sample(const Sample&) override {}
-    };
     Told told;
-    Nothing sink;
-    participant = std::make_unique<Participant>(config, output, told);
-    participant->start(now());
+    start();
     announce(remote(2));
     EndpointData reader = publication(1, 0x107);
-    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    ASSERT_TRUE(participant->add_reader(reader, {}, told, now()));
     EndpointData writer = publication(2);
     writer.qos.reliability = Reliability::best_effort;
     send_data(2, entity::publications_writer, 1, encode(writer));
@@ -544,32 +540,32 @@ TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
     writer.qos.reliability = Reliability::reliable;
     send_data(2, entity::publications_writer, 3, encode(writer));
     EXPECT_EQ(told.lines, (Lines{"incompatible 11", "matched"}));
+    announce(remote(2)); // no news of the writer
+    writer.qos.ownership_strength = 7;
+    send_data(2, entity::publications_writer, 4, encode(writer));
+    EXPECT_EQ(told.lines, (Lines{"incompatible 11", "matched", "strength 7"}));
+    told.lines.pop_back();
     reader.qos.partitions = {"elsewhere"};
     ASSERT_TRUE(participant->update_endpoint(reader, now()));
     EXPECT_EQ(told.lines, (Lines{"incompatible 11", "matched", "unmatched", "incompatible 10"}));
     EndpointData keyless = publication(2, 0x303); // a writer without key never fits a reader with one
-    send_data(2, entity::publications_writer, 4, encode(keyless));
+    send_data(2, entity::publications_writer, 5, encode(keyless));
     EXPECT_EQ(told.lines.size(), 4u);
 }
 
 TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
-    class Doorkeeper final : public Events {
+    class Doorkeeper final : public ReaderSink {
       public:
         TypeMatch answer = TypeMatch::differs;
         Lines lines;
-        TypeMatch types_fit(const Guid&, const EndpointData&) override { return answer; }
-        void matched(const Guid&, const EndpointData&) override { lines.emplace_back("matched"); }
-        void unmatched(const Guid&, const Guid&) override { lines.emplace_back("unmatched"); }
-    };
-    class Counter final : public SampleSink {
-      public:
         int samples = 0;
+        TypeMatch type_fits(const EndpointData&) override { return answer; }
+        void matched(const EndpointData&) override { lines.emplace_back("matched"); }
+        void unmatched(const Guid&) override { lines.emplace_back("unmatched"); }
         void on_sample(const Sample&) override { ++samples; }
     };
-    Doorkeeper events;
-    Counter sink;
-    participant = std::make_unique<Participant>(config, output, events);
-    participant->start(now());
+    Doorkeeper sink;
+    start();
     announce(remote(2));
     EndpointData reader = publication(1, 0x107);
     reader.qos.reliability = Reliability::best_effort;
@@ -578,32 +574,57 @@ TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
     const ByteBuffer sample{0, 1, 0, 0, 1, 2, 3, 4};
     send_data(2, entity::publications_writer, 1, encode(writer));
     send_data(2, writer.guid.entity, 1, sample);
-    EXPECT_EQ(events.lines, Lines{});
+    EXPECT_EQ(sink.lines, Lines{});
     EXPECT_EQ(sink.samples, 0);
     participant->match_again({prefix(3), writer.guid.entity}, now()); // unknown
-    events.answer = TypeMatch::undecided;
+    sink.answer = TypeMatch::undecided;
     participant->match_again(writer.guid, now());
     send_data(2, writer.guid.entity, 2, sample); // kept until it is decided
-    EXPECT_EQ(events.lines, Lines{});
+    EXPECT_EQ(sink.lines, Lines{});
     EXPECT_EQ(sink.samples, 0);
-    events.answer = TypeMatch::fits;
+    sink.answer = TypeMatch::fits;
     participant->match_again(writer.guid, now());
-    EXPECT_EQ(events.lines, (Lines{"matched"}));
+    EXPECT_EQ(sink.lines, (Lines{"matched"}));
     EXPECT_EQ(sink.samples, 1);
     send_data(2, writer.guid.entity, 3, sample);
     EXPECT_EQ(sink.samples, 2);
-    events.answer = TypeMatch::differs;
+    sink.answer = TypeMatch::differs;
     participant->match_again(writer.guid, now());
-    EXPECT_EQ(events.lines, (Lines{"matched", "unmatched"}));
+    EXPECT_EQ(sink.lines, (Lines{"matched", "unmatched"}));
     send_data(2, writer.guid.entity, 4, sample);
     EXPECT_EQ(sink.samples, 2);
 }
 
-TEST_F(ParticipantTest, EndpointsThatOnlyDifferInTheirKeyAreToldOf) {
-    class NoSink final : public SampleSink {
+TEST_F(ParticipantTest, ALostLivelinessIsToldToTheReadersOfTheWriter) {
+    class Told final : public ReaderSink {
+      public:
+        Lines lines;
         void on_sample(const Sample&) override {}
+        void liveliness_changed(const Guid& remote, bool alive) override {
+            lines.push_back(std::to_string(remote.entity.value) + (alive ? " alive" : " lost"));
+        }
     };
-    NoSink sink;
+    Told matched;
+    Told of_other_topic;
+    start();
+    announce(remote(2));
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, matched, now()));
+    reader = publication(1, 0x207);
+    reader.topic_name = "Circle";
+    ASSERT_TRUE(participant->add_reader(reader, {}, of_other_topic, now()));
+    EndpointData writer = publication(2);
+    writer.qos.liveliness_lease = {1, 0};
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    run_until(time + milliseconds(1100));
+    EXPECT_EQ(matched.lines, (Lines{"258 lost"}));
+    send_data(2, writer.guid.entity, 1, ByteBuffer{0, 1, 0, 0, 1, 2, 3, 4});
+    EXPECT_EQ(matched.lines, (Lines{"258 lost", "258 alive"}));
+    EXPECT_EQ(of_other_topic.lines, Lines{});
+}
+
+TEST_F(ParticipantTest, EndpointsThatOnlyDifferInTheirKeyAreToldOf) {
+    SilentReader sink;
     start();
     announce(remote(2));
     EndpointData reader = publication(1, 0x107);
@@ -625,18 +646,15 @@ TEST_F(ParticipantTest, EndpointsThatOnlyDifferInTheirKeyAreToldOf) {
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
-TEST_F(ParticipantTest, JunkIsCountedAndHarmless) {
+TEST_F(ParticipantTest, JunkIsHarmlessAndCalledWhatItIs) {
     start();
     const ByteBuffer junk{1, 2, 3};
-    participant->receive(junk, udpv4(2), now());
+    EXPECT_EQ(participant->receive(junk, udpv4(2), now()), ReadStatus::not_rtps);
     MessageWriter writer(prefix(2), 1000);
     writer.add_heartbeat(Heartbeat{});
     ByteBuffer cut(writer.view().begin(), writer.view().end());
     cut.resize(cut.size() - 4);
-    participant->receive(cut, udpv4(2), now());
-    EXPECT_EQ(participant->statistics().datagrams, 2u);
-    EXPECT_EQ(participant->statistics().not_rtps, 1u);
-    EXPECT_EQ(participant->statistics().malformed, 1u);
+    EXPECT_EQ(participant->receive(cut, udpv4(2), now()), ReadStatus::malformed);
 }
 
 TEST_F(ParticipantTest, TablesHaveLimits) {
@@ -645,10 +663,10 @@ TEST_F(ParticipantTest, TablesHaveLimits) {
     start();
     for (uint8_t id = 2; id < 6; ++id)
         announce(remote(id));
-    EXPECT_EQ(participant->participants().size(), 2u);
+    EXPECT_EQ(recorder.participants.size(), 2u);
     for (uint32_t i = 1; i <= 5; ++i)
         send_data(2, entity::publications_writer, i, encode(publication(2, i << 8 | 2)));
-    EXPECT_EQ(participant->endpoints().size(), 3u);
+    EXPECT_EQ(recorder.endpoints.size(), 3u);
     EXPECT_EQ(recorder.warnings.size(), 2u);
 }
 
@@ -661,17 +679,12 @@ TEST_F(ParticipantTest, SecuredParticipantsAreReportedAndTheirMessagesCounted) {
     bytes[kHeaderSize] = 0x31; // the kind of a secured submessage
     participant->receive(bytes, udpv4(2), now());
     participant->receive(bytes, udpv4(2), now());
-    EXPECT_EQ(participant->statistics().secured_submessages, 2u);
+    EXPECT_EQ(participant->secured_submessages(), 2u);
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
 TEST_F(ParticipantTest, ABuiltinPeerIsMatchedByItsBit) {
-    class Nothing final : public SampleSink {
-      public:
-        int samples = 0;
-        void on_sample(const Sample&) override { ++samples; }
-    };
-    Nothing sink;
+    SilentReader sink;
     start();
     announce(remote(2));
     ParticipantData with_lookup = remote(3);
@@ -684,10 +697,53 @@ TEST_F(ParticipantTest, ABuiltinPeerIsMatchedByItsBit) {
     reader.builtin_peer = BuiltinPeer{entity::type_lookup_reply_writer, kTypeLookupReplyWriter};
     output.messages.clear();
     ASSERT_TRUE(participant->add_reader(data, reader, sink, now()));
-    EXPECT_EQ(participant->matched_remotes(entity::type_lookup_reply_reader),
-              (std::vector<Guid>{{prefix(3), entity::type_lookup_reply_writer}}));
     EXPECT_EQ(sent_to(udpv4(3)), (Lines{"ACKNACK 1 {}"})); // nothing about it is announced
     EXPECT_EQ(destinations().size(), 1u);
+}
+
+/// Notes samples and the ends of batches: "sample sample end".
+struct BatchSink : ReaderSink {
+    void on_sample(const Sample&) override { told += "sample "; }
+    void on_batch_end() override { told += "end "; }
+    std::string taken() { return std::exchange(told, {}); }
+    std::string told;
+};
+
+TEST_F(ParticipantTest, ReadersAreToldTheEndOfEachBatchOnce) {
+    start();
+    BatchSink sink;
+    BatchSink idle;
+    EndpointData reader = publication(1, 0x107);
+    reader.qos.reliability = Reliability::best_effort;
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    reader.guid.entity = EntityId{0x207};
+    reader.topic_name = "another";
+    ASSERT_TRUE(participant->add_reader(reader, {}, idle, now()));
+    announce(remote(2));
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    sink.taken();
+    const EntityId writer = publication(2).guid.entity;
+    const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
+    send_data(2, writer, 1, payload);
+    EXPECT_EQ(sink.taken(), "sample end ") << "every datagram is a batch";
+
+    participant->begin_batch();
+    send_data(2, writer, 2, payload);
+    send_data(2, writer, 3, payload);
+    EXPECT_EQ(sink.taken(), "sample sample ");
+    participant->end_batch(now());
+    EXPECT_EQ(sink.taken(), "end ");
+    participant->begin_batch();
+    participant->end_batch(now());
+    EXPECT_EQ(sink.taken(), "");
+    EXPECT_EQ(idle.taken(), "");
+
+    participant->begin_batch();
+    send_data(2, writer, 4, payload);
+    participant->remove_endpoint(EntityId{0x107}, now());
+    EXPECT_EQ(sink.taken(), "sample end ");
+    participant->end_batch(now());
+    EXPECT_EQ(sink.taken(), "");
 }
 
 } // namespace

@@ -13,14 +13,16 @@ using std::chrono::seconds;
 constexpr EntityId kReader{0x00000107};
 constexpr EntityId kWriter{0x00000102};
 
-class Sink final : public SampleSink {
+class Sink final : public ReaderSink {
   public:
     std::vector<SequenceNumber> numbers;
     std::vector<size_t> sizes;
+    std::vector<VendorId> vendors;
     uint64_t lost = 0;
     void on_sample(const Sample& sample) override {
         numbers.push_back(sample.sequence_number);
         sizes.push_back(sample.payload.size);
+        vendors.push_back(sample.vendor);
     }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
 };
@@ -37,7 +39,7 @@ class ReliableReaderTest : public ::testing::Test {
   protected:
     void make(bool is_volatile, ReliableReader::Limits limits = {}, VendorId vendor = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, ReaderConfig{}, limits, sink,
-                                                  observer, batcher);
+                                                  observer, batcher, timers);
         reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor}, now);
     }
     void data(SequenceNumber number, size_t size = 8) {
@@ -84,7 +86,7 @@ class ReliableReaderTest : public ::testing::Test {
         reader->on_gap(writer, g, now);
     }
     Lines sent() {
-        reader->on_timer(now);
+        timers.run(now);
         batcher.flush();
         return output.take();
     }
@@ -103,10 +105,21 @@ class ReliableReaderTest : public ::testing::Test {
     }();
     CapturedOutput output;
     MessageBatcher batcher{prefix(1), 1400, output};
+    TimerQueue timers;
     Sink sink;
     Observer observer;
     std::unique_ptr<ReliableReader> reader;
 };
+
+TEST_F(ReliableReaderTest, SamplesTellTheirVendor) {
+    make(false);
+    context.vendor = VendorId{{1, 15}};
+    data(1);
+    data(3); // kept until the second is whole
+    for (FragmentNumber number = 1; number <= 3; ++number)
+        fragment(2, number);
+    EXPECT_EQ(sink.vendors, std::vector<VendorId>(3, VendorId{{1, 15}}));
+}
 
 TEST_F(ReliableReaderTest, SpeaksFirstAndRepeatsUntilTheFirstHeartbeat) {
     make(false);
@@ -117,7 +130,7 @@ TEST_F(ReliableReaderTest, SpeaksFirstAndRepeatsUntilTheFirstHeartbeat) {
     EXPECT_EQ(sent_after(milliseconds(200)), (Lines{"ACKNACK 1 {}"}));
     heartbeat(1, 0, true);
     EXPECT_EQ(sent_after(seconds(60)), Lines{});
-    EXPECT_EQ(reader->next_deadline(), kNever);
+    EXPECT_EQ(timers.next_deadline(), kNever);
 }
 
 TEST_F(ReliableReaderTest, UsesBaseZeroForFastDds) {
@@ -127,11 +140,11 @@ TEST_F(ReliableReaderTest, UsesBaseZeroForFastDds) {
 
 TEST_F(ReliableReaderTest, CountsGrowOverAllAcknowledgements) {
     make(false);
-    reader->on_timer(now);
+    timers.run(now);
     heartbeat(1, 3);
-    reader->on_timer(now);
+    timers.run(now);
     now += milliseconds(100);
-    reader->on_timer(now);
+    timers.run(now);
     batcher.flush();
     EXPECT_EQ(output.parse().counts, (std::vector<Count>{1, 2, 3}));
 }

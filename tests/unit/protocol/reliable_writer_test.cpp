@@ -21,7 +21,7 @@ class ReliableWriterTest : public ::testing::Test {
         qos.durability = durability;
         qos.history = history;
         qos.history_depth = depth;
-        writer = std::make_unique<ReliableWriter>(kWriter, qos, WriterConfig{}, batcher);
+        writer = std::make_unique<ReliableWriter>(kWriter, qos, WriterConfig{}, batcher, timers);
     }
     Guid reader_guid(uint8_t participant, uint32_t entity = 0x107) {
         return {prefix(participant), EntityId{entity}};
@@ -57,7 +57,7 @@ class ReliableWriterTest : public ::testing::Test {
         writer->on_acknack(reader, a, now);
     }
     Lines sent() {
-        writer->on_timer(now);
+        timers.run(now);
         batcher.flush();
         return output.take();
     }
@@ -70,6 +70,7 @@ class ReliableWriterTest : public ::testing::Test {
     Count count = 0;
     CapturedOutput output;
     MessageBatcher batcher{prefix(1), 1400, output};
+    TimerQueue timers;
     std::unique_ptr<ReliableWriter> writer;
 };
 
@@ -82,7 +83,7 @@ TEST_F(ReliableWriterTest, SaysWhatItHasRightAfterAMatchUntilTheReaderAnswers) {
     EXPECT_EQ(sent_after(milliseconds(1)), (Lines{"HEARTBEAT 1..0"}));
     acknack(reader_guid(2), 1, {}, true);
     EXPECT_EQ(sent_after(seconds(60)), Lines{});
-    EXPECT_EQ(writer->next_deadline(), kNever);
+    EXPECT_EQ(timers.next_deadline(), kNever);
 }
 
 TEST_F(ReliableWriterTest, SendsAtOnceWithAHeartbeatAndRepeatsItWithGrowingPauses) {

@@ -49,7 +49,7 @@ class Recorder final : public Events {
 
     std::map<GuidPrefix, ParticipantData> participants;
     std::map<Guid, EndpointData> endpoints;
-    std::set<std::pair<Guid, Guid>> matches;
+    std::set<std::pair<Guid, Guid>> matches; // of the endpoints with a sink of sink_of
     std::vector<std::string> contradictions;
     std::vector<std::string> warnings;
     std::vector<std::pair<GuidPrefix, GoneReason>> gone;
@@ -89,21 +89,47 @@ class Recorder final : public Events {
     void endpoint_gone(const EndpointData& data, GoneReason, WireTime) override {
         check(endpoints.erase(data.guid) == 1, "unknown endpoint gone");
     }
-    void matched(const Guid& local, const EndpointData& remote) override {
-        check(matches.emplace(local, remote.guid).second, "matched twice");
-        check(endpoints.count(remote.guid) == 1, "matched with an unknown endpoint");
-    }
-    void unmatched(const Guid& local, const Guid& remote) override {
-        check(matches.erase({local, remote}) == 1, "unmatched what was not matched");
-    }
     void warning(const std::string& text) override { warnings.push_back(text); }
 
+    /// Keeps the matches of a local endpoint; next gets the samples, if it is given.
+    ReaderSink& sink_of(const Guid& local, ReaderSink* next = nullptr) {
+        sinks_.push_back(std::make_unique<Sink>(*this, local, next));
+        return *sinks_.back();
+    }
+
   private:
+    class Sink final : public ReaderSink {
+      public:
+        Sink(Recorder& recorder, const Guid& local, ReaderSink* next)
+            : recorder_(recorder), local_(local), next_(next) {}
+        void matched(const EndpointData& remote) override {
+            recorder_.check(recorder_.matches.emplace(local_, remote.guid).second, "matched twice");
+            recorder_.check(recorder_.endpoints.count(remote.guid) == 1, "matched with an unknown endpoint");
+        }
+        void unmatched(const Guid& remote) override {
+            recorder_.check(recorder_.matches.erase({local_, remote}) == 1, "unmatched what was not matched");
+        }
+        void on_sample(const Sample& sample) override {
+            if (next_ != nullptr)
+                next_->on_sample(sample);
+        }
+        void on_lost(const Guid& writer, uint64_t count) override {
+            if (next_ != nullptr)
+                next_->on_lost(writer, count);
+        }
+
+      private:
+        Recorder& recorder_;
+        const Guid local_;
+        ReaderSink* const next_;
+    };
+
     void check(bool holds, const char* what) {
         if (!holds)
             contradictions.emplace_back(what);
     }
     std::function<bool(const GuidPrefix&)> is_own_;
+    std::vector<std::unique_ptr<Sink>> sinks_;
 };
 
 class SimulatedNetwork;

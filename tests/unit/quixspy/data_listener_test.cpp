@@ -17,8 +17,8 @@
 #include "quixspy/raw_sample.h"
 #include "support/fake_entities.h"
 #include "support/test_output.h"
+#include "support/type_documents.h"
 #include "support/verbosity_guard.h"
-#include "types/type_documents.h"
 
 namespace {
 
@@ -167,7 +167,7 @@ TEST_P(DataListener, ContentsOfOpaqueSamplesComeFromTheTypeCode) {
     ASSERT_TRUE(documents.load("types",
                                "<dds><types><struct name=\"P\"><member name=\"x\" type=\"int16\"/>"
                                "<member name=\"y\" type=\"int16\"/></struct></types></dds>",
-                               ".", error))
+                               error))
         << error;
     test::RawSample raw;
     const auto type = documents.find("P");

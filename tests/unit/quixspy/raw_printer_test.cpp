@@ -9,7 +9,7 @@
 
 #include "agent/QuixAgentOutput.h"
 #include "raw_sample.h"
-#include "types/type_documents.h"
+#include "support/type_documents.h"
 
 using namespace meridian::types;
 using test::Bytes;
@@ -72,7 +72,7 @@ class RawPrinter : public testing::Test {
     /// Types of a document.
     const Type* define(const std::string& types, const char* name) {
         std::string error;
-        EXPECT_TRUE(documents_->load("doc", "<types>" + types + "</types>", "", error)) << error;
+        EXPECT_TRUE(documents_->load("doc", "<types>" + types + "</types>", error)) << error;
         held_.push_back(documents_->find(name));
         EXPECT_TRUE(held_.back()) << name;
         return held_.back().get();

@@ -1,13 +1,13 @@
 // Encodings byte by byte, for what the recorded samples do not show.
 
-#include "types/cdr_walker.h"
+#include "types/data/cdr_walker.h"
 
 #include <gtest/gtest.h>
 
 #include "corpus.h"
-#include "types/json_printer.h"
-#include "types/sample_reader.h"
-#include "types/type_documents.h"
+#include "support/type_documents.h"
+#include "types/data/json_printer.h"
+#include "types/data/sample_reader.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -31,7 +31,7 @@ class Walk final : public JsonWalk {
 std::string decode(const std::string& types, const std::string& payload) {
     TypeDocuments documents;
     std::string error;
-    EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", "", error)) << error;
+    EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", error)) << error;
     const SampleReader reader(documents.find("T"));
     std::string digits;
     for (char c : payload) {
@@ -39,8 +39,8 @@ std::string decode(const std::string& types, const std::string& payload) {
             digits += c;
     }
     const rtps::ByteBuffer bytes = test::from_hex(digits);
-    std::string json;
-    return print_json(Walk(reader, bytes, error), JsonStyle(), json) ? json : "failed: " + error;
+    PrintBuffers json;
+    return print_json(Walk(reader, bytes, error), JsonStyle(), json) ? json.text : "failed: " + error;
 }
 
 std::string structure(const std::string& extensibility, const std::string& members) {
@@ -83,7 +83,7 @@ TEST(CdrWalker, ParameterListsOfXcdr1) {
     // without an end; with an unknown member that must be understood
     EXPECT_EQ(decode(type, "00030000" + members).substr(0, 7), "failed:");
     EXPECT_EQ(decode(type, "00030000" + members + "09400400 deadbeef 023f0000"),
-              "failed: a member that must be understood and is not in the type");
+              "failed: the type lacks a member that must be understood");
     EXPECT_EQ(decode(type, "00030000 023f0000"), "{}");
     // a length beyond the sample
     EXPECT_EQ(decode(type, "00030000 0100ff00 05000000 023f0000"), "failed: a member longer than the sample");
@@ -103,7 +103,7 @@ TEST(CdrWalker, MemberHeadersOfXcdr2) {
     EXPECT_EQ(decode(type, "000b0000 0c000000 02000050 03000000 686900 00"), R"({"s":"hi"})");
     // must-understand bit on an unknown member; an inner length beyond the outer one
     EXPECT_EQ(decode(type, "000b0000 08000000 090000a0 05000000"),
-              "failed: a member that must be understood and is not in the type");
+              "failed: the type lacks a member that must be understood");
     EXPECT_EQ(decode(type, "000b0000 0c000000 02000040 ff000000 00000000"),
               "failed: a member longer than the sample");
 }
@@ -166,9 +166,14 @@ TEST(CdrWalker, EndlessValuesEnd) {
         structure("final", "<member name='s' type='nonBasic' nonBasicTypeName='E' sequenceMaxLength='-1'/>");
     EXPECT_NE(decode(empty, "00010000 ffffffff").find("more values than a sample of this size can hold"),
               std::string::npos);
-    // A structure that holds itself
-    const std::string self = structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T'/>");
-    EXPECT_NE(decode(self, "00010000").find("values nest too deeply"), std::string::npos);
+    // A union that holds itself
+    const std::string self =
+        "<union name='T' extensibility='final'><discriminator type='byte'/><case>"
+        "<caseDiscriminator value='0'/><member name='t' type='nonBasic' "
+        "nonBasicTypeName='T'/></case></union>";
+    EXPECT_NE(
+        decode(self, "00010000" + std::string(2 * (kMaxValueDepth + 1), '0')).find("values nest too deeply"),
+        std::string::npos);
     // Sequences in sequences, each of one element
     const std::string tree =
         structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T' sequenceMaxLength='-1'/>");

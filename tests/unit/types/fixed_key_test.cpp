@@ -1,11 +1,11 @@
-#include "types/fixed_key.h"
+#include "types/data/fixed_key.h"
 
 #include <gtest/gtest.h>
 
 #include "corpus.h"
 #include "rtps/wire/encapsulation.h"
-#include "types/key_hash.h"
-#include "types/type_documents.h"
+#include "support/type_documents.h"
+#include "types/data/key_hasher.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -30,7 +30,7 @@ class FixedKeyTest : public testing::Test {
 <struct name="Wide"><member name="k" type="wchar" key="true"/></struct>
 <struct name="None"><member name="k" type="int32"/></struct>
 </types>)",
-                                    "", error))
+                                    error))
             << error;
     }
     std::optional<FixedKey> key_of(const std::string& name) {
@@ -96,7 +96,7 @@ TEST_F(FixedKeyTest, NeedsAllBytesUpToTheLastKeyMember) {
         }
     }
     ByteBuffer shorter = mixed(rtps::Encoding::delimited_cdr2);
-    shorter[7] = 13; // the header says that the last octet belongs to somebody else
+    shorter[7] = 13; // the header says that the last octet does not belong to the structure
     EXPECT_FALSE(write(*key, shorter, out));
 }
 

@@ -3,12 +3,11 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <set>
-#include <string>
 
-#include "platform/mutex.h"
+#include "rtps/net/receive_thread.h"
 
 namespace meridian::rtps::net {
 
@@ -41,13 +40,7 @@ void put_word(GuidPrefix& prefix, size_t index, uint32_t word) {
 
 } // namespace
 
-struct OwnParticipants::State {
-    mutable Mutex mutex;
-    std::set<GuidPrefix> prefixes MERIDIAN_GUARDED_BY(mutex);
-    uint32_t next_instance MERIDIAN_GUARDED_BY(mutex) = random_word();
-};
-
-OwnParticipants::OwnParticipants() : state_(std::make_unique<State>()) {}
+OwnParticipants::OwnParticipants() : next_instance_(random_word()) {}
 OwnParticipants::~OwnParticipants() = default;
 
 GuidPrefix OwnParticipants::choose(uint32_t host_id, uint32_t app_id, uint32_t instance_id) {
@@ -56,24 +49,47 @@ GuidPrefix OwnParticipants::choose(uint32_t host_id, uint32_t app_id, uint32_t i
     if (app_id == 0)
         app_id = static_cast<uint32_t>(getpid());
 
-    const MutexLock lock(state_->mutex);
+    const MutexLock lock(mutex_);
     GuidPrefix prefix;
     put_word(prefix, 0, host_id);
     put_word(prefix, 1, app_id);
     put_word(prefix, 2, instance_id);
     while (instance_id == 0) {
-        const uint32_t candidate = state_->next_instance++;
+        const uint32_t candidate = next_instance_++;
         put_word(prefix, 2, candidate);
-        if (candidate != 0 && state_->prefixes.count(prefix) == 0)
+        if (candidate != 0 && prefixes_.count(prefix) == 0)
             break;
     }
-    state_->prefixes.insert(prefix);
+    prefixes_.insert(prefix);
     return prefix;
 }
 
 bool OwnParticipants::contains(const GuidPrefix& prefix) const {
-    const MutexLock lock(state_->mutex);
-    return state_->prefixes.count(prefix) != 0;
+    const MutexLock lock(mutex_);
+    return prefixes_.count(prefix) != 0;
+}
+
+EntityId OwnParticipants::new_entity(EntityKind kind) {
+    const MutexLock lock(mutex_);
+    return EntityId{++entities_made_ << 8 | kind};
+}
+
+std::shared_ptr<ReceiveThread> OwnParticipants::receive_thread(const TransportConfig& config,
+                                                               std::string& error) {
+    const MutexLock lock(threads_mutex_);
+    threads_.erase(std::remove_if(threads_.begin(), threads_.end(),
+                                  [](const auto& entry) { return entry.second.expired(); }),
+                   threads_.end());
+    for (const auto& [known, existing] : threads_) {
+        if (known == config) {
+            if (auto thread = existing.lock())
+                return thread;
+        }
+    }
+    std::shared_ptr<ReceiveThread> opened = ReceiveThread::open(config, *this, error);
+    if (opened)
+        threads_.emplace_back(config, opened);
+    return opened;
 }
 
 } // namespace meridian::rtps::net

@@ -1,41 +1,16 @@
 #include "rtps/net/runtime.h"
 
-#include <poll.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cassert>
-#include <cerrno>
-#include <csignal>
-#include <map>
 #include <optional>
-#include <system_error>
-#include <thread>
 
 #include "platform/clock.h"
 #include "platform/log.h"
-#include "platform/mutex.h"
 #include "rtps/net/peers.h"
 
 namespace meridian::rtps::net {
 
 namespace {
-
-/// Per socket. Smallest datagrams take some 800 bytes of a receive buffer each.
-constexpr int kMostDrainedBatches = 256;
-
-WireTime to_wire_time(std::chrono::nanoseconds since_1970) {
-    constexpr int64_t kSecond = 1000000000;
-    const int64_t count = std::max<int64_t>(since_1970.count(), 0);
-    WireTime time;
-    time.seconds =
-        static_cast<int32_t>(static_cast<uint32_t>(count / kSecond)); // unsigned on the wire since 2038
-    time.fraction = fraction_from_nanoseconds(static_cast<uint32_t>(count % kSecond));
-    return time;
-}
 
 std::optional<LocatorList> destinations(const RuntimeConfig& config, std::string& error) {
     if (config.peers.empty())
@@ -59,102 +34,45 @@ uint64_t seed_from(const GuidPrefix& prefix) {
 
 } // namespace
 
-Now now() {
-    return {monotonic_now(), to_wire_time(wall_now())};
+bool Runtime::check(const RuntimeConfig& config, std::string& error) {
+    return net::check(config.transport, error) && destinations(config, error).has_value();
 }
 
-/// Locking: gate_ is a turnstile in front of mutex_. Whoever wants mutex_ passes it first, so the runtime's
-/// thread, which takes mutex_ again and again under load, cannot overtake a waiting caller.
-/// Order: lifecycle_, gate_, mutex_, tasks_mutex_.
-class Runtime::Implementation {
-  public:
-    Implementation(RuntimeConfig config, Events& events);
-    bool open(std::string& error);
-    bool start(std::string& error);
-    void stop();
-
-    void lock() MERIDIAN_ACQUIRE(mutex_);
-    void unlock() MERIDIAN_RELEASE(mutex_);
-    /// Makes the thread look at the participant's deadline again, if that is now earlier.
-    void reconsider_deadline() MERIDIAN_REQUIRES(mutex_);
-    void add_task(MonotonicTime time, Task task) MERIDIAN_EXCLUDES(tasks_mutex_);
-
-    Mutex mutex_;
-    std::unique_ptr<UdpTransport> transport_ MERIDIAN_PT_GUARDED_BY(mutex_); // set once, by open
-    std::unique_ptr<Participant> participant_ MERIDIAN_PT_GUARDED_BY(mutex_);
-    GuidPrefix prefix_;
-    uint32_t participant_index_ = 0;
-
-  private:
-    void run();
-    /// Takes what waits on the data sockets, up to a bound that holds more than their buffers do.
-    void drain_data();
-    void dispatch(UdpTransport::Traffic traffic);
-    void take_interface_changes();
-    /// Runs what is due and returns when to wake next; nullopt: stop.
-    std::optional<MonotonicTime> run_due();
-    MonotonicTime run_due_tasks(Now now) MERIDIAN_REQUIRES(mutex_);
-    void wake();
-    /// The sockets may be read without the lock: see UdpTransport::fetch.
-    UdpTransport& sockets() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { return *transport_; }
-
-    RuntimeConfig config_;
-    Events& events_;
-    FileDescriptor wake_descriptor_;
-
-    Mutex gate_ MERIDIAN_ACQUIRED_BEFORE(mutex_);
-    std::atomic<std::thread::id> holder_{std::thread::id()}; // of mutex_
-    bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
-    MonotonicTime sleeping_until_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
-
-    Mutex tasks_mutex_ MERIDIAN_ACQUIRED_AFTER(mutex_);
-    std::multimap<MonotonicTime, Task> tasks_ MERIDIAN_GUARDED_BY(tasks_mutex_);
-    bool tasks_closed_ MERIDIAN_GUARDED_BY(tasks_mutex_) = false;
-
-    Mutex lifecycle_ MERIDIAN_ACQUIRED_BEFORE(gate_);
-    std::thread thread_ MERIDIAN_GUARDED_BY(lifecycle_);
-    bool started_ MERIDIAN_GUARDED_BY(lifecycle_) = false;
-    bool stopped_ MERIDIAN_GUARDED_BY(lifecycle_) = false;
-};
-
-Runtime::Implementation::Implementation(RuntimeConfig config, Events& events)
-    : prefix_(config.participant.prefix), config_(std::move(config)), events_(events) {}
-
-bool Runtime::Implementation::open(std::string& error) {
-    const std::optional<LocatorList> peers = destinations(config_, error);
+std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, std::string& error) {
+    assert(config.own_participants);
+    const std::shared_ptr<OwnParticipants> own = std::move(config.own_participants);
+    const std::optional<LocatorList> peers = destinations(config, error);
     if (!peers)
-        return false;
-    wake_descriptor_ = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!wake_descriptor_) {
-        error = describe_error("cannot make an event descriptor", errno);
-        return false;
-    }
-    transport_ = UdpTransport::open(
-        config_.transport, [this](const std::string& text) { events_.warning(text); }, error);
-    if (!transport_)
-        return false;
+        return nullptr;
+    const std::shared_ptr<ReceiveThread> thread = own->receive_thread(config.transport, error);
+    if (!thread)
+        return nullptr;
 
-    const MutexLock lock(mutex_);
-    participant_index_ = transport_->participant_index();
-    ParticipantConfig participant = config_.participant;
-    participant.is_own = [own = config_.own_participants](const GuidPrefix& prefix) {
-        return own->contains(prefix);
-    };
-    participant.domain_id = config_.transport.domain_id;
-    participant.locators = transport_->own_locators();
+    ParticipantConfig participant = std::move(config.participant);
+    participant.is_own = [own](const GuidPrefix& prefix) { return own->contains(prefix); };
+    participant.domain_id = config.transport.domain_id;
     participant.initial_peers = *peers;
-    participant.max_message_size = max_message_size(config_.transport);
-    participant.seed = seed_from(prefix_);
+    participant.max_message_size = max_message_size(config.transport);
+    participant.seed = seed_from(participant.prefix);
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
-    participant_ = std::make_unique<Participant>(std::move(participant), *transport_, events_);
+    // The sockets may be in use already.
+    const TurnstileLock lock(thread->mutex());
+    participant.locators = thread->transport().own_locators();
     MERIDIAN_LOG_LOCAL("net", "participant %s has index %u of domain %u; interfaces in use: %s",
-                       to_string(prefix_).c_str(), participant_index_, config_.transport.domain_id,
-                       transport_->describe().c_str());
-    return true;
+                       to_string(participant.prefix).c_str(), thread->participant_index(),
+                       config.transport.domain_id, thread->transport().describe().c_str());
+    return std::unique_ptr<Runtime>(new Runtime(std::move(participant), own, thread, events));
 }
 
-bool Runtime::Implementation::start(std::string& error) {
+Runtime::Runtime(ParticipantConfig config, std::shared_ptr<OwnParticipants> own,
+                 std::shared_ptr<ReceiveThread> thread, Events& events) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS
+    : own_(std::move(own)),
+      prefix_(config.prefix),
+      thread_(std::move(thread)),
+      participant_(std::move(config), thread_->transport(), events) {}
+
+bool Runtime::start(std::string& error) {
     const MutexLock lifecycle(lifecycle_);
     if (stopped_) {
         error = "the participant was stopped";
@@ -162,41 +80,25 @@ bool Runtime::Implementation::start(std::string& error) {
     }
     if (started_)
         return true;
-    // Signals are for the program's own threads.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        thread_ = std::thread([this] { run(); });
-    } catch (const std::system_error& failure) {
-        error = std::string("cannot start a thread: ") + failure.what();
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (!thread_.joinable())
+    if (!thread_->start(error))
         return false;
-    pthread_setname_np(thread_.native_handle(), "rtps");
     started_ = true;
-    lock();
-    participant_->start(now());
-    reconsider_deadline();
-    unlock();
+    const TurnstileLock lock(thread_->mutex());
+    participant_.start(now());
+    thread_->add(participant_, *this);
     return true;
 }
 
-void Runtime::Implementation::stop() {
+void Runtime::stop() {
     const MutexLock lifecycle(lifecycle_);
     if (stopped_)
         return;
     stopped_ = true;
-    lock();
-    if (started_)
-        participant_->stop(now());
-    stopping_ = true;
-    unlock();
-    wake();
-    if (thread_.joinable())
-        thread_.join();
+    if (started_) {
+        const TurnstileLock lock(thread_->mutex());
+        participant_.stop(now());
+        thread_->remove(participant_, *this);
+    }
     // What a task holds is let go outside of the lock: its destructor may do anything.
     std::multimap<MonotonicTime, Task> dropped;
     const MutexLock tasks(tasks_mutex_);
@@ -204,131 +106,17 @@ void Runtime::Implementation::stop() {
     dropped.swap(tasks_);
 }
 
-void Runtime::Implementation::lock() {
-    // A callback that calls back would wait for itself for ever; better to say so at once.
-    assert(holder_.load(std::memory_order_relaxed) != std::this_thread::get_id());
-    const MutexLock turnstile(gate_);
-    mutex_.lock();
-    holder_.store(std::this_thread::get_id(), std::memory_order_relaxed);
-}
-
-void Runtime::Implementation::unlock() {
-    holder_.store(std::thread::id(), std::memory_order_relaxed);
-    mutex_.unlock();
-}
-
-void Runtime::Implementation::reconsider_deadline() {
-    const MonotonicTime next = participant_->next_deadline();
-    if (next < sleeping_until_) {
-        sleeping_until_ = next;
-        wake();
-    }
-}
-
-void Runtime::Implementation::add_task(MonotonicTime time, Task task) {
+void Runtime::run_at(MonotonicTime time, Task task) {
     {
         const MutexLock lock(tasks_mutex_);
         if (tasks_closed_)
             return;
         tasks_.emplace(time, std::move(task));
     }
-    wake();
+    thread_->wake();
 }
 
-void Runtime::Implementation::wake() {
-    const uint64_t one = 1;
-    // A full counter fails, and is readable all the same.
-    [[maybe_unused]] const ssize_t written = write(wake_descriptor_.get(), &one, sizeof one);
-}
-
-void Runtime::Implementation::run() {
-    std::vector<pollfd> polled;
-    const std::vector<int>& descriptors = sockets().descriptors();
-    for (const int descriptor : descriptors)
-        polled.push_back({descriptor, POLLIN, 0});
-    polled.push_back({wake_descriptor_.get(), POLLIN, 0});
-    polled.push_back({sockets().change_descriptor(), POLLIN, 0}); // poll passes over -1
-    const size_t wake_position = descriptors.size();
-    const size_t change_position = wake_position + 1;
-
-    while (const std::optional<MonotonicTime> deadline = run_due()) {
-        timespec timeout{};
-        const timespec* limit = nullptr;
-        if (*deadline != kNever) {
-            const auto wait = std::max(*deadline - monotonic_now(), MonotonicTime{0});
-            timeout.tv_sec = static_cast<time_t>(wait.count() / 1000000000);
-            timeout.tv_nsec = static_cast<long>(wait.count() % 1000000000);
-            limit = &timeout;
-        }
-        if (ppoll(polled.data(), polled.size(), limit, nullptr) <= 0)
-            continue;
-        // One batch of each socket per round: a flood of data on one holds up no other.
-        const size_t first_data = sockets().discovery_descriptor_count();
-        for (size_t position = 0; position < first_data; ++position) {
-            if (polled[position].revents == 0 || !sockets().fetch(position))
-                continue;
-            // What a writer sent before its farewell must not be overtaken by it on the way through another
-            // socket.
-            drain_data();
-            dispatch(UdpTransport::Traffic::discovery);
-        }
-        for (size_t position = first_data; position < descriptors.size(); ++position) {
-            if (polled[position].revents != 0 && sockets().fetch(position))
-                dispatch(UdpTransport::Traffic::data);
-        }
-        if (polled[wake_position].revents != 0) {
-            uint64_t count = 0;
-            [[maybe_unused]] const ssize_t size = read(wake_descriptor_.get(), &count, sizeof count);
-        }
-        if (polled[change_position].revents != 0)
-            take_interface_changes();
-    }
-}
-
-void Runtime::Implementation::drain_data() {
-    const size_t first = sockets().discovery_descriptor_count();
-    for (size_t position = first; position < sockets().descriptors().size(); ++position) {
-        for (int batches = 0; batches < kMostDrainedBatches && sockets().fetch(position); ++batches)
-            dispatch(UdpTransport::Traffic::data);
-    }
-}
-
-void Runtime::Implementation::dispatch(UdpTransport::Traffic traffic) {
-    lock();
-    const Now received_at = now();
-    Participant& participant = *participant_;
-    transport_->dispatch(traffic, [&participant, received_at](ByteView datagram, const Locator& source) {
-        participant.receive(datagram, source, received_at);
-    });
-    unlock();
-}
-
-void Runtime::Implementation::take_interface_changes() {
-    lock();
-    if (transport_->update_interfaces()) {
-        participant_->set_locators(transport_->own_locators(), now());
-        MERIDIAN_LOG_LOCAL("net", "the network interfaces changed; in use: %s",
-                           transport_->describe().c_str());
-    }
-    unlock();
-}
-
-std::optional<MonotonicTime> Runtime::Implementation::run_due() {
-    std::optional<MonotonicTime> next;
-    lock();
-    if (!stopping_) {
-        const Now current = now();
-        const MonotonicTime next_task = run_due_tasks(current);
-        if (participant_->next_deadline() <= current.monotonic)
-            participant_->on_timer(current);
-        next = std::min(next_task, participant_->next_deadline());
-        sleeping_until_ = *next;
-    }
-    unlock();
-    return next;
-}
-
-MonotonicTime Runtime::Implementation::run_due_tasks(Now current) {
+MonotonicTime Runtime::run_due_tasks(Now current) {
     std::vector<Task> due;
     MonotonicTime next = kNever;
     {
@@ -341,75 +129,29 @@ MonotonicTime Runtime::Implementation::run_due_tasks(Now current) {
             next = tasks_.begin()->first;
     }
     for (const Task& task : due)
-        task(*participant_, current);
+        task(participant_, current);
     return next; // tasks added meanwhile have woken the thread
 }
 
-bool Runtime::check(const RuntimeConfig& config, std::string& error) {
-    return net::check(config.transport, error) && destinations(config, error).has_value();
-}
-
-std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, std::string& error) {
-    assert(config.own_participants);
-    auto implementation = std::make_unique<Implementation>(std::move(config), events);
-    if (!implementation->open(error))
-        return nullptr;
-    return std::unique_ptr<Runtime>(new Runtime(std::move(implementation)));
-}
-
-Runtime::Runtime(std::unique_ptr<Implementation> implementation)
-    : implementation_(std::move(implementation)) {}
-Runtime::~Runtime() {
-    stop();
-}
-
-bool Runtime::start(std::string& error) {
-    return implementation_->start(error);
-}
-void Runtime::stop() {
-    implementation_->stop();
-}
-void Runtime::defer(Task task) {
-    run_at(MonotonicTime{0}, std::move(task));
-}
-void Runtime::run_at(MonotonicTime time, Task task) {
-    implementation_->add_task(time, std::move(task));
-}
-uint32_t Runtime::participant_index() const {
-    return implementation_->participant_index_;
-}
-const GuidPrefix& Runtime::prefix() const {
-    return implementation_->prefix_;
-}
-
 TransportStatistics Runtime::transport_statistics() {
-    const Access access(*this);
-    return access.transport().statistics();
+    const TurnstileLock lock(thread_->mutex());
+    return thread_->transport().statistics();
 }
 
 std::string Runtime::describe_interfaces() {
-    const Access access(*this);
-    return access.transport().describe();
+    const TurnstileLock lock(thread_->mutex());
+    return thread_->transport().describe();
 }
 
 // The lock spans the object's life, which the analysis cannot follow.
-Runtime::Access::Access(Runtime& runtime) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS
-    : implementation_(*runtime.implementation_) {
-    implementation_.lock();
+Runtime::Access::Access(Runtime& runtime) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS : runtime_(runtime) {
+    runtime_.thread_->mutex().lock();
     now_ = net::now();
 }
 
 Runtime::Access::~Access() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    implementation_.reconsider_deadline();
-    implementation_.unlock();
-}
-
-Participant& Runtime::Access::participant() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    return *implementation_.participant_;
-}
-
-const UdpTransport& Runtime::Access::transport() const MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    return *implementation_.transport_;
+    runtime_.thread_->reconsider_deadline(runtime_.participant_);
+    runtime_.thread_->mutex().unlock();
 }
 
 } // namespace meridian::rtps::net

@@ -1,20 +1,14 @@
 #include "rtps/net/transport_config.h"
 
 #include <algorithm>
+#include <tuple>
 
+#include "platform/text.h"
 #include "rtps/net/ports.h"
 
 namespace meridian::rtps::net {
 
 namespace {
-
-std::string trimmed(const std::string& text) {
-    constexpr const char* kBlanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 std::vector<std::string> split_list(const std::string& text) {
     std::vector<std::string> parts;
@@ -64,6 +58,21 @@ bool check_settings(const std::string& family, const UdpSettings& settings, std:
 }
 
 } // namespace
+
+bool operator==(const UdpSettings& a, const UdpSettings& b) {
+    const auto fields = [](const UdpSettings& s) {
+        return std::tie(s.message_size_max, s.send_socket_buffer_size, s.receive_socket_buffer_size,
+                        s.multicast_ttl, s.ignore_loopback_interface, s.allow_interfaces, s.deny_interfaces);
+    };
+    return fields(a) == fields(b);
+}
+
+bool operator==(const TransportConfig& a, const TransportConfig& b) {
+    const auto fields = [](const TransportConfig& c) {
+        return std::tie(c.domain_id, c.participant_index, c.mask, c.v4, c.v6, c.receive_buffer_size);
+    };
+    return fields(a) == fields(b);
+}
 
 bool apply_properties(const std::vector<Property>& properties, TransportConfig& config, std::string& error) {
     const struct {

@@ -33,6 +33,8 @@ struct UdpSettings {
     bool ignore_loopback_interface = false;
     std::vector<std::string> allow_interfaces; // names or addresses with wildcards; empty: all
     std::vector<std::string> deny_interfaces;
+
+    friend bool operator==(const UdpSettings& a, const UdpSettings& b);
 };
 
 struct TransportConfig {
@@ -47,6 +49,8 @@ struct TransportConfig {
     bool uses_v4() const { return (mask & (kTransportUdpV4 | kTransportThisHost)) != 0; }
     bool uses_v6() const { return (mask & kTransportUdpV6) != 0; }
     bool v4_is_loopback_only() const { return (mask & kTransportUdpV4) == 0; }
+
+    friend bool operator==(const TransportConfig& a, const TransportConfig& b);
 };
 
 /// Takes the transport properties of a participant: "dds.transport.UDPv4.builtin." followed by

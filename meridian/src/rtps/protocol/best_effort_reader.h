@@ -8,33 +8,36 @@
 
 #include "rtps/protocol/fragment_assembler.h"
 #include "rtps/protocol/reader.h"
+#include "rtps/protocol/timer_queue.h"
 
 namespace meridian::rtps {
 
-class BestEffortReader final : public Reader {
+class BestEffortReader final : public Reader, private TimerQueue::Client {
   public:
-    /// sink and observer must outlive the reader.
-    BestEffortReader(size_t max_sample_size, size_t max_memory, SampleSink& sink, ReaderObserver& observer);
+    /// The references must outlive the reader.
+    BestEffortReader(size_t max_sample_size, size_t max_memory, ReaderSink& sink, ReaderObserver& observer,
+                     TimerQueue& timers);
     ~BestEffortReader() override;
 
     void add_writer(const RemoteWriter& writer, MonotonicTime now) override;
     void remove_writer(const Guid& writer) override;
     bool on_data(const MessageContext& context, const Data& data, MonotonicTime now) override;
     bool on_data_frag(const MessageContext& context, const DataFrag& fragment, MonotonicTime now) override;
-    /// Gives the memory of samples back whose fragments stopped coming.
-    void on_timer(MonotonicTime now) override;
 
   private:
-    struct Proxy;
-    Proxy* find(const Guid& writer);
-    void deliver(Proxy& proxy, const Sample& sample, bool deliverable);
+    struct WriterProgress;
+    /// Gives the memory of samples back whose fragments stopped coming.
+    void on_timer(MonotonicTime now) override;
+    WriterProgress* find(const Guid& writer);
+    void deliver(WriterProgress& writer, const Sample& sample, bool deliverable);
 
     size_t max_sample_size_;
-    SampleSink& sink_;
+    ReaderSink& sink_;
     ReaderObserver& observer_;
     MemoryBudget budget_;
-    std::unordered_map<Guid, std::unique_ptr<Proxy>> proxies_;
-    Proxy* last_used_ = nullptr;
+    std::unordered_map<Guid, std::unique_ptr<WriterProgress>> writers_;
+    WriterProgress* last_used_ = nullptr; // packets of one writer come in rows
+    TimerQueue::Timer timer_;
 };
 
 } // namespace meridian::rtps

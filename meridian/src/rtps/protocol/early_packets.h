@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
 
 namespace meridian::rtps {
 
@@ -17,7 +17,7 @@ class EarlyPackets {
   public:
     static constexpr size_t kMaxPackets = 1000;
     static constexpr size_t kMaxBytes = size_t{4} << 20;
-    /// A little longer than anybody waits for a type.
+    /// A little longer than a publication waits for its type.
     static constexpr Duration kLifetime = std::chrono::milliseconds(2500);
 
     struct Packet {

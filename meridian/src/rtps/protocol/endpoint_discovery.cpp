@@ -2,21 +2,16 @@
 
 #include <algorithm>
 
-#include "rtps/protocol/key_hash.h"
+#include "rtps/protocol/guid_key.h"
 
 namespace meridian::rtps {
 
-namespace {
-
-constexpr uint32_t kDisposedOrUnregistered = 3;
-
-} // namespace
-
-EndpointDiscovery::EndpointDiscovery(size_t max_endpoints, WarnOnce& warnings, Listener& listener)
-    : max_endpoints_(max_endpoints), warnings_(warnings), listener_(listener) {}
+EndpointDiscovery::EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants,
+                                     WarnOnce& warnings, Listener& listener)
+    : max_endpoints_(max_endpoints), participants_(participants), warnings_(warnings), listener_(listener) {}
 
 void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
-    if ((sample.inline_qos.status_info & kDisposedOrUnregistered) != 0) {
+    if ((sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0) {
         on_dispose(sample);
         return;
     }
@@ -36,39 +31,56 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
-    const Guid guid = decoded->guid;
-    if (listener_.participant_excluded(guid.prefix))
+    if (participants_.excludes(decoded->guid.prefix))
         return;
-    const auto known = endpoints_.find(guid);
-    if (known != endpoints_.end()) {
-        RemoteEndpoint& endpoint = known->second;
-        const ByteBuffer& before = endpoint.announcement;
-        const bool same_bytes = before.size() == sample.payload.size &&
-                                std::equal(before.begin(), before.end(), sample.payload.begin());
-        const bool same = same_bytes || encode(endpoint.data) == encode(*decoded);
-        endpoint.announcer = sample.writer.prefix;
-        if (same)
-            return;
-        endpoint.data = std::move(*decoded);
-        endpoint.announcement.assign(sample.payload.begin(), sample.payload.end());
-        endpoint.timestamp = sample.source_timestamp;
-        if (endpoint.visible)
-            listener_.on_endpoint_changed(endpoint);
-        return;
-    }
-    if (endpoints_.size() >= max_endpoints_) {
+    if (RemoteEndpoint* known = find_any(decoded->guid))
+        change(*known, std::move(*decoded), sample);
+    else
+        add(std::move(*decoded), sample);
+}
+
+void EndpointDiscovery::note_announcer(const Guid& endpoint, const GuidPrefix& announcer) {
+    if (announcer != endpoint.prefix)
+        announced_by_others_[endpoint] = announcer;
+    else if (!announced_by_others_.empty())
+        announced_by_others_.erase(endpoint);
+}
+
+void EndpointDiscovery::add(EndpointData&& data, const Sample& sample) {
+    if (by_topic_.size() >= max_endpoints_) {
         warnings_.warn("endpoint limit", "more than " + std::to_string(max_endpoints_) +
                                              " endpoints in the domain; the others are not seen");
         return;
     }
-    RemoteEndpoint& endpoint = endpoints_[guid];
-    endpoint.data = std::move(*decoded);
+    const Guid guid = data.guid;
+    auto added = std::make_unique<RemoteEndpoint>();
+    RemoteEndpoint& endpoint = *added;
+    endpoint.data = std::move(data);
     endpoint.announcement.assign(sample.payload.begin(), sample.payload.end());
-    endpoint.announcer = sample.writer.prefix;
     endpoint.timestamp = sample.source_timestamp;
-    endpoint.visible = listener_.participant_known(guid.prefix);
+    endpoint.visible = participants_.find(guid.prefix) != nullptr;
+    by_participant_[guid.prefix][guid.entity.value] = std::move(added);
+    by_topic_.insert(&endpoint);
+    note_announcer(guid, sample.writer.prefix);
     if (endpoint.visible)
         listener_.on_endpoint_discovered(endpoint);
+}
+
+void EndpointDiscovery::change(RemoteEndpoint& endpoint, EndpointData&& data, const Sample& sample) {
+    const ByteBuffer& before = endpoint.announcement;
+    const bool same_bytes = before.size() == sample.payload.size &&
+                            std::equal(before.begin(), before.end(), sample.payload.begin());
+    const bool same = same_bytes || encode(endpoint.data) == encode(data);
+    note_announcer(data.guid, sample.writer.prefix);
+    if (same)
+        return;
+    by_topic_.erase(&endpoint);
+    endpoint.data = std::move(data);
+    by_topic_.insert(&endpoint);
+    endpoint.announcement.assign(sample.payload.begin(), sample.payload.end());
+    endpoint.timestamp = sample.source_timestamp;
+    if (endpoint.visible)
+        listener_.on_endpoint_changed(endpoint);
 }
 
 void EndpointDiscovery::on_dispose(const Sample& sample) {
@@ -82,28 +94,46 @@ void EndpointDiscovery::on_dispose(const Sample& sample) {
 }
 
 void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime timestamp) {
-    const auto at = endpoints_.find(guid);
-    if (at == endpoints_.end())
+    RemoteEndpoint* endpoint = find_any(guid);
+    if (endpoint == nullptr)
         return;
-    const RemoteEndpoint endpoint = std::move(at->second);
-    endpoints_.erase(at);
-    if (endpoint.visible)
-        listener_.on_endpoint_gone(endpoint, reason, timestamp);
+    if (endpoint->visible)
+        listener_.on_endpoint_gone(*endpoint, reason, timestamp);
+    announced_by_others_.erase(guid);
+    by_topic_.erase(endpoint);
+    const auto siblings = by_participant_.find(guid.prefix);
+    siblings->second.erase(guid.entity.value);
+    if (siblings->second.empty())
+        by_participant_.erase(siblings);
+}
+
+void EndpointDiscovery::clear() {
+    by_topic_.clear();
+    by_participant_.clear();
+    announced_by_others_.clear();
 }
 
 void EndpointDiscovery::participant_discovered(const GuidPrefix& prefix) {
-    for (auto& entry : endpoints_) {
-        if (entry.second.visible || entry.first.prefix != prefix)
+    const auto endpoints = by_participant_.find(prefix);
+    if (endpoints == by_participant_.end())
+        return;
+    for (const auto& entry : endpoints->second) {
+        if (entry.second->visible)
             continue;
-        entry.second.visible = true;
-        listener_.on_endpoint_discovered(entry.second);
+        entry.second->visible = true;
+        listener_.on_endpoint_discovered(*entry.second);
     }
 }
 
 void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason reason) {
     std::vector<Guid> gone;
-    for (const auto& entry : endpoints_) {
-        if (entry.first.prefix == prefix || entry.second.announcer == prefix)
+    const auto endpoints = by_participant_.find(prefix);
+    if (endpoints != by_participant_.end()) {
+        for (const auto& entry : endpoints->second)
+            gone.push_back(entry.second->data.guid);
+    }
+    for (const auto& entry : announced_by_others_) {
+        if (entry.second == prefix && entry.first.prefix != prefix)
             gone.push_back(entry.first);
     }
     std::sort(gone.begin(), gone.end());
@@ -111,16 +141,17 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
         remove(guid, reason, kTimeInvalid);
 }
 
-const RemoteEndpoint* EndpointDiscovery::find(const Guid& guid) const {
-    const auto at = endpoints_.find(guid);
-    return at != endpoints_.end() && at->second.visible ? &at->second : nullptr;
+RemoteEndpoint* EndpointDiscovery::find_any(const Guid& guid) const {
+    const auto endpoints = by_participant_.find(guid.prefix);
+    if (endpoints == by_participant_.end())
+        return nullptr;
+    const auto at = endpoints->second.find(guid.entity.value);
+    return at != endpoints->second.end() ? at->second.get() : nullptr;
 }
 
-std::vector<Guid> EndpointDiscovery::endpoints() const {
-    std::vector<Guid> result;
-    for_each_visible([&result](const RemoteEndpoint& endpoint) { result.push_back(endpoint.data.guid); });
-    std::sort(result.begin(), result.end());
-    return result;
+RemoteEndpoint* EndpointDiscovery::find(const Guid& guid) const {
+    RemoteEndpoint* endpoint = find_any(guid);
+    return endpoint != nullptr && endpoint->visible ? endpoint : nullptr;
 }
 
 void EndpointDiscovery::announce(ReliableWriter& builtin_writer, const EndpointData& data, Now now) {
@@ -138,7 +169,7 @@ void EndpointDiscovery::dispose(ReliableWriter& builtin_writer, const Guid& guid
     request.payload_is_key = true;
     request.instance = key_hash_of(guid);
     request.inline_qos.key_hash = request.instance;
-    request.inline_qos.status_info = kDisposedOrUnregistered;
+    request.inline_qos.status_info = kDisposed | kUnregistered;
     builtin_writer.write(request, now);
 }
 

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/times.h"
+#include "rtps/wire/discovery_data.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {

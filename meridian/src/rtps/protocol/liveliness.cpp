@@ -49,37 +49,36 @@ void Liveliness::remove_remote(const Guid& writer) {
     remotes_.erase(writer);
 }
 
-void Liveliness::renew(const Guid& writer, Remote& remote, MonotonicTime now, Events& events) {
+void Liveliness::renew(const Guid& writer, Remote& remote, MonotonicTime now) {
     remote.expires = later(now, remote.lease);
     expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
     if (remote.alive)
         return;
     remote.alive = true;
-    events.liveliness_changed(writer, true);
+    listener_.on_liveliness_changed(writer, true);
 }
 
-void Liveliness::on_writer_asserted(const Guid& writer, MonotonicTime now, Events& events) {
+void Liveliness::on_writer_asserted(const Guid& writer, MonotonicTime now) {
     const auto at = remotes_.find(writer);
     if (at == remotes_.end())
         return;
     if (at->second.kind == LivelinessKind::manual_by_topic) {
-        renew(writer, at->second, now, events);
+        renew(writer, at->second, now);
         return;
     }
     on_participant_asserted(writer.prefix,
                             at->second.kind == LivelinessKind::automatic ? ParticipantMessage::automatic
                                                                          : ParticipantMessage::manual,
-                            now, events);
+                            now);
 }
 
-void Liveliness::on_participant_asserted(const GuidPrefix& prefix, uint32_t kind, MonotonicTime now,
-                                         Events& events) {
+void Liveliness::on_participant_asserted(const GuidPrefix& prefix, uint32_t kind, MonotonicTime now) {
     const LivelinessKind asserted = kind == ParticipantMessage::manual ? LivelinessKind::manual_by_participant
                                                                        : LivelinessKind::automatic;
     for (auto at = remotes_.lower_bound(Guid{prefix, EntityId{0}});
          at != remotes_.end() && at->first.prefix == prefix; ++at) {
         if (at->second.kind == asserted)
-            renew(at->first, at->second, now, events);
+            renew(at->first, at->second, now);
     }
 }
 
@@ -87,7 +86,7 @@ MonotonicTime Liveliness::next_deadline() const {
     return std::min(assert_at_, expiry_check_at_);
 }
 
-void Liveliness::on_timer(MonotonicTime now, Events& events) {
+void Liveliness::on_timer(MonotonicTime now) {
     if (now < expiry_check_at_)
         return;
     expiry_check_at_ = kNever;
@@ -97,7 +96,7 @@ void Liveliness::on_timer(MonotonicTime now, Events& events) {
             continue;
         if (remote.expires <= now) {
             remote.alive = false;
-            events.liveliness_changed(entry.first, false);
+            listener_.on_liveliness_changed(entry.first, false);
         } else {
             expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
         }

@@ -4,14 +4,22 @@
 // and which matched remote writers missed theirs.
 
 #include <map>
-#include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/sinks.h"
 
 namespace meridian::rtps {
 
 class Liveliness {
   public:
+    class Listener {
+      public:
+        virtual ~Listener() = default;
+        /// A watched writer missed its lease, or was heard again. Must not call back.
+        virtual void on_liveliness_changed(const Guid& writer, bool alive) = 0;
+    };
+    /// listener must outlive the object.
+    explicit Liveliness(Listener& listener) : listener_(listener) {}
+
     /// Own writers; leases that are infinite need no assertion.
     void add_own(EntityId writer, LivelinessKind kind, Duration lease, MonotonicTime now);
     void remove_own(EntityId writer);
@@ -24,12 +32,12 @@ class Liveliness {
     bool watches_any() const { return !remotes_.empty(); }
     /// A sample or a heartbeat with the liveliness flag of this writer came: also its participant is alive by
     /// it.
-    void on_writer_asserted(const Guid& writer, MonotonicTime now, Events& events);
+    void on_writer_asserted(const Guid& writer, MonotonicTime now);
     /// A participant message of this kind (ParticipantMessage::Kind) came.
-    void on_participant_asserted(const GuidPrefix& prefix, uint32_t kind, MonotonicTime now, Events& events);
+    void on_participant_asserted(const GuidPrefix& prefix, uint32_t kind, MonotonicTime now);
 
     MonotonicTime next_deadline() const;
-    void on_timer(MonotonicTime now, Events& events);
+    void on_timer(MonotonicTime now);
 
   private:
     struct Remote {
@@ -38,9 +46,10 @@ class Liveliness {
         MonotonicTime expires = kNever;
         bool alive = true;
     };
-    void renew(const Guid& writer, Remote& remote, MonotonicTime now, Events& events);
+    void renew(const Guid& writer, Remote& remote, MonotonicTime now);
     void schedule_assertion(MonotonicTime now);
 
+    Listener& listener_;
     std::map<EntityId, Duration> own_automatic_;
     MonotonicTime assert_at_ = kNever;
     std::map<Guid, Remote> remotes_;

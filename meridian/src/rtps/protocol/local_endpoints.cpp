@@ -12,9 +12,9 @@ namespace {
 bool same_topic(const LocalEndpoint& local, const EndpointData& remote) {
     const EntityId own = local.data.guid.entity;
     const EntityId other = remote.guid.entity;
-    return !local.builtin_peer && own.is_writer() == other.is_reader() &&
-           own.is_reader() == other.is_writer() && own.is_builtin() == other.is_builtin() &&
-           local.data.topic_name == remote.topic_name && local.data.type_name == remote.type_name;
+    return own.is_writer() == other.is_reader() && own.is_reader() == other.is_writer() &&
+           own.is_builtin() == other.is_builtin() && local.data.topic_name == remote.topic_name &&
+           local.data.type_name == remote.type_name;
 }
 
 std::string describe_keys(const EndpointData& local, const EndpointData& remote) {
@@ -31,48 +31,58 @@ bool announces_endpoints(const LocalEndpoint& local) {
     return id == entity::publications_writer || id == entity::subscriptions_writer;
 }
 
+bool contains(const std::vector<LocalEndpoint*>& list, const LocalEndpoint& endpoint) {
+    return std::find(list.begin(), list.end(), &endpoint) != list.end();
+}
+
+void erase(std::vector<LocalEndpoint*>& list, const LocalEndpoint& endpoint) {
+    list.erase(std::remove(list.begin(), list.end(), &endpoint), list.end());
+}
+
+void disconnect(LocalEndpoint& local, const Guid& remote) {
+    if (local.reader)
+        local.reader->remove_writer(remote);
+    else
+        local.writer->remove_reader(remote);
+}
+
 } // namespace
 
 LocalEndpoints::LocalEndpoints(const Output& output, const ParticipantDiscovery& participants,
-                               Liveliness& liveliness, Events& events)
+                               Liveliness& liveliness, const Events& events, WarnOnce& warnings)
     : output_(output),
       participants_(participants),
       liveliness_(liveliness),
       events_(events),
-      warn_once_(events) {}
+      warnings_(warnings) {}
 
 LocalEndpoint& LocalEndpoints::add(std::unique_ptr<LocalEndpoint> endpoint) {
     LocalEndpoint& added = *endpoint;
-    endpoints_[added.data.guid.entity] = std::move(endpoint);
+    endpoints_[added.data.guid.entity.value] = std::move(endpoint);
+    if (added.builtin_peer)
+        builtin_.push_back(&added);
+    else
+        by_topic_[added.data.topic_name].push_back(&added);
     return added;
 }
 
-LocalEndpoint* LocalEndpoints::find(EntityId id) {
-    const auto at = endpoints_.find(id);
-    return at != endpoints_.end() ? at->second.get() : nullptr;
-}
-
-const LocalEndpoint* LocalEndpoints::find(EntityId id) const {
-    const auto at = endpoints_.find(id);
+LocalEndpoint* LocalEndpoints::find(EntityId id) const {
+    const auto at = endpoints_.find(id.value);
     return at != endpoints_.end() ? at->second.get() : nullptr;
 }
 
 void LocalEndpoints::remove(EntityId id) {
-    const auto at = endpoints_.find(id);
-    LocalEndpoint& endpoint = *at->second;
-    while (!endpoint.matched.empty())
-        unmatch(endpoint, *endpoint.matched.begin());
+    const auto at = endpoints_.find(id.value);
+    const LocalEndpoint& endpoint = *at->second;
+    if (endpoint.builtin_peer) {
+        erase(builtin_, endpoint);
+    } else {
+        const auto topic = by_topic_.find(endpoint.data.topic_name);
+        erase(topic->second, endpoint);
+        if (topic->second.empty())
+            by_topic_.erase(topic);
+    }
     endpoints_.erase(at);
-}
-
-bool LocalEndpoints::is_undecided(const Guid& remote) const {
-    return std::any_of(endpoints_.begin(), endpoints_.end(),
-                       [&remote](const auto& entry) { return entry.second->undecided.count(remote) != 0; });
-}
-
-const std::vector<LocalEndpoint*>* LocalEndpoints::readers_of(const Guid& writer) const {
-    const auto at = readers_by_writer_.find(writer);
-    return at != readers_by_writer_.end() ? &at->second : nullptr;
 }
 
 Route LocalEndpoints::route_to(const RemoteEndpoint& remote, const RemoteParticipant& participant) const {
@@ -85,14 +95,10 @@ Route LocalEndpoints::route_to(const RemoteEndpoint& remote, const RemotePartici
 
 void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos,
                              bool expects_inline_qos, const Route& route, MonotonicTime now) {
-    const bool is_new = local.matched.insert(remote).second;
     if (local.reader) {
         const RemoteParticipant* participant = participants_.find(remote.prefix);
         local.reader->add_writer(
             RemoteWriter{remote, route, participant != nullptr ? participant->data.vendor : VendorId{}}, now);
-        if (is_new)
-            readers_by_writer_[remote].push_back(&local);
-        liveliness_.add_remote(remote, qos.liveliness, to_duration(qos.liveliness_lease), now);
         return;
     }
     RemoteReader reader;
@@ -104,122 +110,115 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     local.writer->add_reader(reader, now);
 }
 
-void LocalEndpoints::unmatch(LocalEndpoint& local, const Guid& remote) {
-    const Guid guid = remote; // the argument may live in the set
-    if (local.matched.erase(guid) == 0)
-        return;
-    if (local.reader) {
-        local.reader->remove_writer(guid);
-        const auto at = readers_by_writer_.find(guid);
-        if (at != readers_by_writer_.end()) {
-            auto& readers = at->second;
-            readers.erase(std::remove(readers.begin(), readers.end(), &local), readers.end());
-            if (readers.empty()) {
-                readers_by_writer_.erase(at);
-                liveliness_.remove_remote(guid);
-            }
-        }
-    } else {
-        local.writer->remove_reader(guid);
-    }
-    if (!local.builtin_peer)
-        events_.unmatched(local.data.guid, guid);
-}
+// -- Builtin endpoints
 
 void LocalEndpoints::match_participant(const RemoteParticipant& remote, MonotonicTime now) {
-    for (auto& entry : endpoints_)
-        match_participant(*entry.second, remote, now);
+    for (LocalEndpoint* local : builtin_)
+        match_participant(*local, remote, now);
 }
 
 void LocalEndpoints::match_participant(LocalEndpoint& local, const RemoteParticipant& remote,
                                        MonotonicTime now) {
-    if (!local.builtin_peer)
-        return;
     const Guid guid{remote.data.guid.prefix, local.builtin_peer->remote};
     // A writer of its that believed to be matched would wait for acknowledgements that never come.
     const bool is_told = !announces_endpoints(local) || events_.admits(guid.prefix);
-    if ((remote.data.builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told) {
-        unmatch(local, guid);
-        return;
-    }
-    // Builtin counterparts have the QoS of ours.
-    connect(local, guid, local.data.qos, false, remote.metatraffic, now);
+    if ((remote.data.builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told)
+        disconnect(local, guid);
+    else // builtin counterparts have the QoS of ours
+        connect(local, guid, local.data.qos, false, remote.metatraffic, now);
 }
 
 void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
-    for (auto& entry : endpoints_) {
-        LocalEndpoint& local = *entry.second;
-        const Guid first{prefix, EntityId{0}};
-        for (auto at = local.matched.lower_bound(first); at != local.matched.end() && at->prefix == prefix;
-             at = local.matched.lower_bound(first))
-            unmatch(local, *at);
-        for (auto at = local.undecided.lower_bound(first);
-             at != local.undecided.end() && at->prefix == prefix;)
-            at = local.undecided.erase(at);
-        for (auto at = local.refused.lower_bound(first);
-             at != local.refused.end() && at->first.prefix == prefix;)
-            at = local.refused.erase(at);
-    }
+    for (LocalEndpoint* local : builtin_)
+        disconnect(*local, {prefix, local->builtin_peer->remote});
 }
 
-void LocalEndpoints::match(LocalEndpoint& local, const RemoteEndpoint& remote, MonotonicTime now) {
-    const Guid guid = remote.data.guid;
+// -- The others
+
+void LocalEndpoints::unmatch(LocalEndpoint& local, RemoteEndpoint& remote) {
+    if (!contains(remote.matched, local))
+        return;
+    const Guid& guid = remote.data.guid;
+    erase(remote.matched, local);
+    disconnect(local, guid);
+    if (local.reader && remote.matched.empty())
+        liveliness_.remove_remote(guid);
+    local.sink->unmatched(guid);
+}
+
+void LocalEndpoints::match(LocalEndpoint& local, RemoteEndpoint& remote, MonotonicTime now, Cause cause) {
+    const Guid& guid = remote.data.guid;
     const RemoteParticipant* participant = participants_.find(guid.prefix);
     if (participant == nullptr || !same_topic(local, remote.data) || !events_.admits(guid.prefix)) {
-        if (!local.builtin_peer) {
-            unmatch(local, guid);
-            local.refused.erase(guid);
-        }
+        part(local, remote);
         return;
     }
     if (local.data.guid.entity.has_key() != guid.entity.has_key()) {
-        unmatch(local, guid);
-        local.refused.erase(guid);
-        warn_once_.warn(to_string(local.data.guid) + to_string(guid), describe_keys(local.data, remote.data));
+        part(local, remote);
+        warnings_.warn(to_string(local.data.guid) + to_string(guid), describe_keys(local.data, remote.data));
         return;
     }
-    const bool writes = local.writer != nullptr;
-    const std::vector<uint32_t> policies = writes ? incompatible_policies(local.data.qos, remote.data.qos)
-                                                  : incompatible_policies(remote.data.qos, local.data.qos);
+    const std::vector<uint32_t> policies = local.writer
+                                               ? incompatible_policies(local.data.qos, remote.data.qos)
+                                               : incompatible_policies(remote.data.qos, local.data.qos);
     if (!policies.empty()) {
-        unmatch(local, guid);
-        auto& told = local.refused[guid];
+        unmatch(local, remote);
+        auto& told = refused_[{guid, local.data.guid.entity}];
         if (told != policies) {
             told = policies;
-            events_.incompatible(local.data.guid, remote.data, policies);
+            local.sink->incompatible(remote.data, policies);
         }
         return;
     }
-    local.refused.erase(guid);
-    const TypeMatch types = events_.types_fit(local.data.guid, remote.data);
-    if (types == TypeMatch::undecided)
-        local.undecided.insert(guid);
-    else
-        local.undecided.erase(guid);
+    refused_.erase({guid, local.data.guid.entity});
+    const TypeMatch types =
+        local.reader_sink != nullptr ? local.reader_sink->type_fits(remote.data) : TypeMatch::fits;
+    remote.undecided = remote.undecided || types == TypeMatch::undecided;
     if (types != TypeMatch::fits) {
-        unmatch(local, guid);
+        unmatch(local, remote);
         return;
     }
-    const bool is_new = local.matched.count(guid) == 0;
+    const bool is_new = !contains(remote.matched, local);
+    if (is_new)
+        remote.matched.push_back(&local);
     connect(local, guid, remote.data.qos, remote.data.expects_inline_qos, route_to(remote, *participant),
             now);
+    if (local.reader)
+        liveliness_.add_remote(guid, remote.data.qos.liveliness,
+                               to_duration(remote.data.qos.liveliness_lease), now);
     if (is_new)
-        events_.matched(local.data.guid, remote.data);
+        local.sink->matched(remote.data);
+    else if (cause == Cause::remote_changed)
+        local.sink->match_changed(remote.data);
 }
 
-void LocalEndpoints::match_all(const RemoteEndpoint& remote, MonotonicTime now) {
-    for (auto& entry : endpoints_) {
-        if (!entry.second->builtin_peer)
-            match(*entry.second, remote, now);
+void LocalEndpoints::match_all(RemoteEndpoint& remote, MonotonicTime now, Cause cause) {
+    remote.undecided = false;
+    const std::vector<LocalEndpoint*> before = remote.matched;
+    for (LocalEndpoint* local : before) {
+        if (!same_topic(*local, remote.data)) // it has moved to another topic
+            part(*local, remote);
     }
+    const auto topic = by_topic_.find(remote.data.topic_name);
+    if (topic == by_topic_.end())
+        return;
+    for (LocalEndpoint* local : topic->second)
+        match(*local, remote, now, cause);
 }
 
-void LocalEndpoints::unmatch_all(const Guid& remote) {
-    for (auto& entry : endpoints_) {
-        unmatch(*entry.second, remote);
-        entry.second->refused.erase(remote);
-        entry.second->undecided.erase(remote);
-    }
+void LocalEndpoints::part(LocalEndpoint& local, RemoteEndpoint& remote) {
+    unmatch(local, remote);
+    refused_.erase({remote.data.guid, local.data.guid.entity});
+}
+
+void LocalEndpoints::part_all(RemoteEndpoint& remote) {
+    while (!remote.matched.empty())
+        unmatch(*remote.matched.back(), remote);
+    const auto first = refused_.lower_bound({remote.data.guid, EntityId{0}});
+    auto last = first;
+    while (last != refused_.end() && last->first.first == remote.data.guid)
+        ++last;
+    refused_.erase(first, last);
 }
 
 } // namespace meridian::rtps

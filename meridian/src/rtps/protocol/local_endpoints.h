@@ -1,19 +1,24 @@
 #pragma once
 
-// The readers and writers of this participant, and who they are matched with. Holds the routing tables by
-// which submessages find their endpoint, and decides about matches; it sends nothing itself.
+// The readers and writers of this participant and their matches. Decides about matches; it sends
+// nothing itself. What a remote endpoint is matched with stands in its record, so that neither a sample nor
+// an announcement touches endpoints of other topics.
 
 #include <map>
 #include <memory>
-#include <set>
+#include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "rtps/protocol/config.h"
 #include "rtps/protocol/endpoint_discovery.h"
+#include "rtps/protocol/events.h"
 #include "rtps/protocol/liveliness.h"
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reader.h"
 #include "rtps/protocol/reliable_writer.h"
+#include "rtps/protocol/sinks.h"
 #include "rtps/protocol/warn_once.h"
 
 namespace meridian::rtps {
@@ -21,49 +26,51 @@ namespace meridian::rtps {
 struct LocalEndpoint {
     EndpointData data;
     std::optional<BuiltinPeer> builtin_peer;
-    std::unique_ptr<Reader> reader; // one of the two is set
+    EndpointSink* sink = nullptr;      // never null once added
+    ReaderSink* reader_sink = nullptr; // the same one, of a reader
+    bool in_batch = false;             // a reader that is to be told when no more comes for now
+    std::unique_ptr<Reader> reader;    // one of the two is set
     std::unique_ptr<ReliableWriter> writer;
-    std::set<Guid> matched;
-    std::map<Guid, std::vector<uint32_t>> refused; // remote endpoints that do not fit, and the policies told
-    std::set<Guid> undecided;                      // remote endpoints whose type is still to be compared
 };
 
 class LocalEndpoints {
   public:
     /// The references must outlive the object.
     LocalEndpoints(const Output& output, const ParticipantDiscovery& participants, Liveliness& liveliness,
-                   Events& events);
+                   const Events& events, WarnOnce& warnings);
 
     /// Nothing is matched yet.
     LocalEndpoint& add(std::unique_ptr<LocalEndpoint> endpoint);
-    /// Unmatches first. The endpoint must exist.
+    /// The endpoint must exist, and be matched with no endpoint that is not builtin.
     void remove(EntityId id);
-    LocalEndpoint* find(EntityId id);
-    const LocalEndpoint* find(EntityId id) const;
+    LocalEndpoint* find(EntityId id) const;
     template <typename Function>
     void for_each(Function function) {
         for (auto& entry : endpoints_)
             function(*entry.second);
     }
-
-    /// True when a local endpoint waits for the decision whether the type of this remote one fits.
-    bool is_undecided(const Guid& remote) const;
-    /// Readers matched with this writer; nullptr when there are none.
-    const std::vector<LocalEndpoint*>* readers_of(const Guid& writer) const;
+    /// Those with a builtin peer.
+    const std::vector<LocalEndpoint*>& builtin() const { return builtin_; }
 
     /// Matches builtin endpoints of ours with those that the participant says it has, but for our announcing
     /// ones where Events does not admit it; updates routes when it is known.
     void match_participant(const RemoteParticipant& remote, MonotonicTime now);
     void match_participant(LocalEndpoint& local, const RemoteParticipant& remote, MonotonicTime now);
-    /// Forgets every match with an endpoint of this participant.
+    /// Forgets the matches of builtin endpoints with this participant.
     void unmatch_participant(const GuidPrefix& prefix);
+
+    enum class Cause { news, remote_changed };
     /// Matches (or unmatches, or changes the route of) one pair, as both stand now.
-    void match(LocalEndpoint& local, const RemoteEndpoint& remote, MonotonicTime now);
-    void match_all(const RemoteEndpoint& remote, MonotonicTime now);
-    void unmatch_all(const Guid& remote);
+    void match(LocalEndpoint& local, RemoteEndpoint& remote, MonotonicTime now, Cause cause = Cause::news);
+    void match_all(RemoteEndpoint& remote, MonotonicTime now, Cause cause = Cause::news);
+    /// Forgets what there was between the two.
+    void part(LocalEndpoint& local, RemoteEndpoint& remote);
+    void part_all(RemoteEndpoint& remote);
 
   private:
-    void unmatch(LocalEndpoint& local, const Guid& remote);
+    using Pair = std::pair<Guid, EntityId>; // remote, local
+
+    void unmatch(LocalEndpoint& local, RemoteEndpoint& remote);
     void connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos, bool expects_inline_qos,
                  const Route& route, MonotonicTime now);
     Route route_to(const RemoteEndpoint& remote, const RemoteParticipant& participant) const;
@@ -71,10 +78,12 @@ class LocalEndpoints {
     const Output& output_;
     const ParticipantDiscovery& participants_;
     Liveliness& liveliness_;
-    Events& events_;
-    WarnOnce warn_once_;
-    std::map<EntityId, std::unique_ptr<LocalEndpoint>> endpoints_;
-    std::unordered_map<Guid, std::vector<LocalEndpoint*>> readers_by_writer_;
+    const Events& events_;
+    WarnOnce& warnings_;
+    std::unordered_map<uint32_t, std::unique_ptr<LocalEndpoint>> endpoints_; // by entity id
+    std::vector<LocalEndpoint*> builtin_;
+    std::unordered_map<std::string, std::vector<LocalEndpoint*>> by_topic_; // those without a builtin peer
+    std::map<Pair, std::vector<uint32_t>> refused_; // pairs that do not fit, and the policies told
 };
 
 } // namespace meridian::rtps

@@ -2,7 +2,7 @@
 
 // Which addresses of a peer messages go to.
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/output.h"
 
 namespace meridian::rtps {
 

@@ -7,12 +7,12 @@
 #include <optional>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/output.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {
 
-/// Who gets a submessage (unknown: everybody) and at which addresses.
+/// Which participant gets a submessage (unknown: all) and at which addresses.
 struct Route {
     GuidPrefix prefix;
     LocatorList locators;
@@ -31,7 +31,6 @@ class MessageBatcher {
     void add(const Route& to, const Data& data, std::optional<WireTime> timestamp);
     void add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp);
     void add(const Route& to, const Heartbeat& heartbeat);
-    void add(const Route& to, const HeartbeatFrag& heartbeat);
     void add(const Route& to, const AckNack& acknack);
     void add(const Route& to, const NackFrag& nack);
     void add(const Route& to, const Gap& gap);

@@ -2,120 +2,46 @@
 
 // An RTPS participant as a pure state machine: it discovers participants and endpoints, announces its own,
 // and moves samples between local endpoints and remote ones (OMG DDSI-RTPS 2.5, clauses 8.4 and 8.5). Bytes
-// and times come in through receive, on_timer and the other calls; messages go out through Output, news
-// through Events and SampleSink.
+// and times come in through receive, on_timer and the other calls; messages go out through Output, news of
+// others through Events, and what concerns a local endpoint through its sink.
 //
 // Not thread-safe: the caller serialises all calls. Output, Events and the sinks are called from within these
 // calls, must outlive the participant (sinks: until remove_endpoint), and must not call back into it. After
 // every call the caller asks next_deadline() and calls on_timer() not before that time; later is harmless.
 
-#include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/config.h"
+#include "rtps/protocol/endpoint_discovery.h"
+#include "rtps/protocol/events.h"
+#include "rtps/protocol/liveliness.h"
+#include "rtps/protocol/local_endpoints.h"
+#include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/message_router.h"
+#include "rtps/protocol/output.h"
+#include "rtps/protocol/participant_discovery.h"
+#include "rtps/protocol/sinks.h"
+#include "rtps/protocol/timer_queue.h"
+#include "rtps/protocol/warn_once.h"
 #include "rtps/wire/discovery_data.h"
-#include "rtps/wire/types.h"
 
 namespace meridian::rtps {
 
-/// The addresses a participant announces as its own.
-struct OwnLocators {
-    LocatorList metatraffic_unicast;
-    LocatorList metatraffic_multicast;
-    LocatorList default_unicast;
-    LocatorList default_multicast;
-    /// Addresses that only this host can use, announced besides the others where Output::stays_on_host says
-    /// so: peers may be bound to loopback, but others would send to their own loopback what is meant for us.
-    LocatorList host_metatraffic_unicast;
-    LocatorList host_default_unicast;
-};
-
-struct ParticipantConfig {
-    GuidPrefix prefix;
-    /// True for participants of this process; they are never reported and never matched. May be empty: only
-    /// this participant itself is own then. Must be callable for as long as the participant lives.
-    std::function<bool(const GuidPrefix&)> is_own;
-    uint32_t domain_id = 0;
-    std::string domain_tag;
-    std::string name;
-    std::vector<Property> properties; // announced as they stand
-    ByteBuffer user_data;
-    WireDuration lease{6, 0x80000000};
-    Duration announce_period = std::chrono::seconds(2);
-    int initial_announcements = 5; // the burst at start
-    Duration initial_announcement_period = std::chrono::milliseconds(100);
-    OwnLocators locators;
-    /// Where participant announcements go: multicast groups and unicast peers, with their ports.
-    LocatorList initial_peers;
-    /// Largest datagram sent; larger samples go as fragments. At least 576.
-    size_t max_message_size = 14720;
-    /// Builtin endpoints beyond those that this class always has (participants, publications, subscriptions
-    /// and participant messages), as BuiltinEndpoint bits; their readers and writers are added with
-    /// add_reader and add_writer.
-    uint32_t additional_builtin_endpoints = 0;
-    /// Differs for every life of a process that may come back with the same prefix; announced, so that others
-    /// of this library notice at once. 0: not announced.
-    uint64_t incarnation = 0;
-    uint64_t seed = 1; // for the jitter of periodic announcements
-    /// Larger fragmented samples are dropped with a warning.
-    size_t max_sample_size = size_t{16} << 20;
-    /// All fragments and out-of-order samples held for one reader together; beyond it nothing new is held,
-    /// and reliable ones are asked for again later.
-    size_t max_reassembly_memory = size_t{64} << 20;
-    /// Discovered participants beyond this many are not taken (a guard against hostile networks), likewise
-    /// endpoints.
-    size_t max_remote_participants = 10000;
-    size_t max_remote_endpoints = 200000;
-};
-
-/// The counterpart of a builtin endpoint that is not announced through endpoint discovery: it exists where a
-/// participant announces this bit.
-struct BuiltinPeer {
-    EntityId remote;
-    uint32_t remote_bit = 0; // BuiltinEndpoint
-};
-
-struct ReaderConfig {
-    std::optional<BuiltinPeer> builtin_peer; // set: matched by it, and not announced
-    /// Shortest time between two acknowledgements of one writer's heartbeats, against storms. The first is
-    /// immediate.
-    Duration heartbeat_suppression = std::chrono::milliseconds(1);
-    /// A missing sample is asked for again when it did not come within this time.
-    Duration nack_retry = std::chrono::milliseconds(50);
-};
-
-struct WriterConfig {
-    std::optional<BuiltinPeer> builtin_peer;                    // set: matched by it, and not announced
-    Duration heartbeat_period = std::chrono::milliseconds(100); // while something is unacknowledged
-    /// Samples that wait for acknowledgement (or are kept for late joiners) at most; write fails beyond it.
-    /// With keep-last history older samples of the instance make room first.
-    size_t max_samples = 100000;
-};
-
-/// One sample to write. The views need to live during the call only.
-struct WriteRequest {
-    ByteView payload; // with its encapsulation header
-    bool payload_is_key = false;
-    /// The instance, for keep-last history; without it all samples are of one instance.
-    std::optional<KeyHash> instance;
-    InlineQos inline_qos;                     // sent where anything in it is set
-    std::optional<WireTime> source_timestamp; // default: Now::wall
-};
-
-class Participant {
+class Participant final : private ReaderObserver,
+                          private Liveliness::Listener,
+                          private ParticipantDiscovery::Listener,
+                          private EndpointDiscovery::Listener {
   public:
     Participant(ParticipantConfig config, Output& output, Events& events);
-    ~Participant();
+    ~Participant() override;
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;
 
-    const ParticipantConfig& config() const;
-    Guid guid() const;
+    Guid guid() const { return {config_.prefix, entity::participant}; }
     /// What is announced of this participant at present.
-    const ParticipantData& announced() const;
+    const ParticipantData& announced() const { return participants_.announced(); }
 
     /// Begins to announce. Endpoints may be added before and after. Before start and after stop, receive and
     /// on_timer do nothing.
@@ -124,9 +50,21 @@ class Participant {
     /// every remote one, reported as GoneReason::stopped.
     void stop(Now now);
 
-    /// Takes one datagram as it came from source. Malformed ones are dropped (their good part stands) and
-    /// counted.
-    void receive(ByteView datagram, const Locator& source, Now now);
+    /// Takes one datagram as it came from source. Malformed ones are dropped, but for what stands before the
+    /// fault.
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
+
+    /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
+    /// no more samples come for now, and answers are sent. Without a batch every call does so.
+    void begin_batch() { in_batch_ = true; }
+    void end_batch(Now now);
+
+    /// Whether a submessage may be for this participant, for those who receive for several: local is the
+    /// endpoint here that it names, entity::unknown where it names none, and remote the endpoint that it
+    /// comes from.
+    bool may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const {
+        return router_.may_be_for(destination, local, remote);
+    }
 
     /// When on_timer wants to be called next; kNever when there is nothing to do.
     MonotonicTime next_deadline() const;
@@ -144,15 +82,15 @@ class Participant {
 
     /// Adds a local reader or writer, and announces it (unless it has a builtin peer). data.guid must have
     /// this participant's prefix and an entity id of the right kind that is not in use; false otherwise. The
-    /// sink gets samples during receive from then on, and must stay until remove_endpoint returned.
-    bool add_reader(const EndpointData& data, const ReaderConfig& config, SampleSink& sink, Now now);
-    bool add_writer(const EndpointData& data, const WriterConfig& config, Now now);
+    /// sink is told of matches during this call already, and must stay until remove_endpoint returned.
+    bool add_reader(const EndpointData& data, const ReaderConfig& config, ReaderSink& sink, Now now);
+    bool add_writer(const EndpointData& data, const WriterConfig& config, EndpointSink& sink, Now now);
     /// Changes a local endpoint (its partitions, user data, deadline and other changeable QoS), announces it
-    /// and matches again.
+    /// and matches again. False: it does not exist, or its topic is another one.
     bool update_endpoint(const EndpointData& data, Now now);
-    /// Something changed about a remote endpoint that Events::types_fit goes by.
+    /// Something changed about a remote endpoint that ReaderSink::type_fits goes by.
     void match_again(const Guid& remote, Now now);
-    /// Disposes and forgets a local endpoint. False: there is none.
+    /// Disposes and forgets a local endpoint. False: it does not exist.
     bool remove_endpoint(EntityId entity, Now now);
 
     /// Writes one sample; nullopt when there is no such writer or its history is full of unacknowledged
@@ -164,24 +102,67 @@ class Participant {
     void assert_liveliness(Now now);
     void assert_liveliness(EntityId writer, Now now);
 
-    /// What is known of others; nullptr when unknown. Valid until the next call that is not const.
-    const ParticipantData* find_participant(const GuidPrefix& prefix) const;
-    const EndpointData* find_endpoint(const Guid& guid) const;
-    std::vector<GuidPrefix> participants() const;
-    std::vector<Guid> endpoints() const;
-    std::vector<Guid> matched_remotes(EntityId local) const;
-
-    struct Statistics {
-        uint64_t datagrams = 0;
-        uint64_t not_rtps = 0;
-        uint64_t malformed = 0;
-        uint64_t secured_submessages = 0;
-    };
-    const Statistics& statistics() const;
+    /// So many were skipped.
+    uint64_t secured_submessages() const { return router_.secured_submessages(); }
 
   private:
-    class Implementation;
-    std::unique_ptr<Implementation> implementation_;
+    /// A sink that hands the samples of a builtin reader to one operation.
+    class BuiltinSink final : public ReaderSink {
+      public:
+        using Operation = void (Participant::*)(const Sample&);
+        BuiltinSink(Participant& participant, Operation operation)
+            : participant_(participant), operation_(operation) {}
+        void on_sample(const Sample& sample) override { (participant_.*operation_)(sample); }
+
+      private:
+        Participant& participant_;
+        const Operation operation_;
+    };
+    void on_publication(const Sample& sample) { endpoints_.on_sample(sample, true); }
+    void on_subscription(const Sample& sample) { endpoints_.on_sample(sample, false); }
+    void on_participant_message(const Sample& sample);
+
+    void add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink);
+    void add_builtin_writer(EntityId id, BuiltinPeer peer);
+    /// False where an endpoint with this id cannot be added.
+    bool can_add(const Guid& guid, bool is_reader) const;
+    void add(std::unique_ptr<LocalEndpoint> endpoint, Now now);
+    ReliableWriter& builtin_writer(EntityId id) { return *locals_.find(id)->writer; }
+    ReliableWriter& announcer_of(EntityId id) {
+        return builtin_writer(id.is_writer() ? entity::publications_writer : entity::subscriptions_writer);
+    }
+    void write_participant_message(uint32_t kind);
+    /// Ends every call: sends what became due and what was collected.
+    void finish(Now now);
+
+    void on_writer_restarted(const Guid& writer) override;
+    void on_oversized_sample(const Guid& writer, size_t size) override;
+    void on_liveliness_changed(const Guid& writer, bool alive) override;
+    void on_participant_discovered(RemoteParticipant& remote, Now now) override;
+    void on_participant_changed(RemoteParticipant& remote, bool content, Now now) override;
+    void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) override;
+    void on_endpoint_discovered(RemoteEndpoint& endpoint) override;
+    void on_endpoint_changed(RemoteEndpoint& endpoint) override;
+    void on_endpoint_gone(RemoteEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;
+
+    ParticipantConfig config_;
+    Events& events_;
+    TimerQueue timers_;
+    MessageBatcher batcher_;
+    WarnOnce warnings_;
+    ParticipantDiscovery participants_;
+    EndpointDiscovery endpoints_;
+    Liveliness liveliness_;
+    LocalEndpoints locals_;
+    MessageRouter router_;
+    BuiltinSink publications_{*this, &Participant::on_publication};
+    BuiltinSink subscriptions_{*this, &Participant::on_subscription};
+    BuiltinSink participant_messages_{*this, &Participant::on_participant_message};
+    EndpointSink no_news_;
+    bool running_ = false;
+    bool in_batch_ = false;
+    Now now_;                           // of the call in progress
+    std::vector<GuidPrefix> restarted_; // participants whose builtin writers began anew
 };
 
 } // namespace meridian::rtps

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "rtps/protocol/key_hash.h"
+#include "rtps/protocol/guid_key.h"
 #include "rtps/protocol/locator_choice.h"
 
 namespace meridian::rtps {
@@ -13,7 +13,6 @@ constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
-constexpr uint32_t kDisposedAndUnregistered = 3; // status info
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
@@ -177,7 +176,7 @@ void ParticipantDiscovery::stop(Now now) {
         return;
     InlineQos qos;
     qos.key_hash = key_hash_of(announced_.guid);
-    qos.status_info = kDisposedAndUnregistered;
+    qos.status_info = kDisposed | kUnregistered;
     const ByteBuffer inline_qos = encode(qos);
     const ByteBuffer key = encode_participant_key(announced_.guid);
     Data data;
@@ -272,13 +271,13 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
                                    Now now) {
     if (!running_)
         return;
-    Sample sample;
+    InlineQos qos;
     if (!data.inline_qos.empty()) {
-        const bool readable = decode_inline_qos(data.inline_qos, data.endianness, sample.inline_qos);
-        if (!readable || sample.inline_qos.refused)
+        const bool readable = decode_inline_qos(data.inline_qos, data.endianness, qos);
+        if (!readable || qos.refused)
             return;
     }
-    if ((sample.inline_qos.status_info & kDisposedAndUnregistered) != 0) {
+    if ((qos.status_info & (kDisposed | kUnregistered)) != 0) {
         const std::optional<Guid> key = decode_key(data.payload, data.inline_qos, data.endianness);
         if (key)
             remove(key->prefix, GoneReason::disposed, now);
@@ -309,8 +308,7 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& m
                                            Now now) {
     const ByteView payload = message.payload;
     const GuidPrefix prefix = data.guid.prefix;
-    const bool own = prefix == config_.prefix || (config_.is_own && config_.is_own(prefix));
-    if (own || ignored(prefix))
+    if (excludes(prefix))
         return;
     RemoteParticipant* remote = find(prefix);
     if (!of_this_domain(data)) {
@@ -377,6 +375,11 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     const std::unique_ptr<RemoteParticipant> remote = std::move(at->second);
     remotes_.erase(at);
     listener_.on_participant_gone(*remote, reason, now);
+}
+
+bool ParticipantDiscovery::excludes(const GuidPrefix& prefix) const {
+    return prefix == config_.prefix || (config_.is_own && config_.is_own(prefix)) ||
+           (!ignored_.empty() && ignored_.count(prefix) != 0);
 }
 
 void ParticipantDiscovery::ignore(const GuidPrefix& prefix, Now now) {

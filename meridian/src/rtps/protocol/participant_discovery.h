@@ -13,9 +13,9 @@
 #include <unordered_set>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/config.h"
+#include "rtps/protocol/events.h"
 #include "rtps/protocol/message_batcher.h"
-#include "rtps/protocol/participant.h"
 #include "rtps/protocol/warn_once.h"
 #include "rtps/wire/message.h"
 
@@ -59,13 +59,14 @@ class ParticipantDiscovery {
     /// The preferences of Output may have changed: chooses addresses again.
     void choose_routes_again(Now now);
 
-    /// A DATA of somebody's participant writer.
+    /// A DATA of a participant writer.
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
     /// Any message of this participant came. nullptr: it is not known.
     RemoteParticipant* on_traffic(const GuidPrefix& prefix, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
-    bool ignored(const GuidPrefix& prefix) const { return !ignored_.empty() && ignored_.count(prefix) != 0; }
+    /// True for own and ignored participants: nothing of theirs is taken.
+    bool excludes(const GuidPrefix& prefix) const;
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.
     void replace(const GuidPrefix& prefix, Now now);

@@ -1,10 +1,10 @@
 #pragma once
 
 // What the reliable and the best-effort reader have in common: the operations by which the participant hands
-// them submessages of matched writers, and time.
+// them submessages of matched writers.
 
-#include "rtps/protocol/interfaces.h"
 #include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/sinks.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {
@@ -40,18 +40,6 @@ class Reader {
     virtual void on_heartbeat(const Guid& /*writer*/, const Heartbeat&, MonotonicTime) {}
     virtual void on_heartbeat_frag(const Guid& /*writer*/, const HeartbeatFrag&, MonotonicTime) {}
     virtual void on_gap(const Guid& /*writer*/, const Gap&, MonotonicTime) {}
-
-    /// Never later than anything that is due, possibly earlier.
-    MonotonicTime next_deadline() const { return deadline_; }
-    virtual void on_timer(MonotonicTime now) = 0;
-
-  protected:
-    void wake_at(MonotonicTime when) {
-        if (when < deadline_)
-            deadline_ = when;
-    }
-
-    MonotonicTime deadline_ = kNever;
 };
 
 /// The sample of a DATA submessage. False when its inline QoS is malformed or asks to be refused.

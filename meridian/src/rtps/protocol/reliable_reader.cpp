@@ -1,6 +1,7 @@
 #include "rtps/protocol/reliable_reader.h"
 
 #include <algorithm>
+#include <array>
 
 #include "rtps/protocol/count.h"
 
@@ -23,22 +24,29 @@ constexpr VendorId kFastDds{{0x01, 0x0f}};
 
 } // namespace
 
-/// A sample (or the knowledge that there is none) that waits for those before it.
-struct ReliableReader::Held {
+/// A sample, or the knowledge that it will not come, that waits for those before it.
+struct ReliableReader::HeldSample {
     bool deliverable = false;
     Sample sample; // its payload view is not used
     ByteBuffer payload;
 };
 
-struct ReliableReader::Proxy {
-    Proxy(const RemoteWriter& remote, MemoryBudget& budget, size_t max_sample_size)
-        : writer(remote), fragments(budget, max_sample_size) {}
+/// What is known of one matched writer.
+struct ReliableReader::WriterProxy final : TimerQueue::Client {
+    WriterProxy(ReliableReader& owner, const RemoteWriter& remote)
+        : reader(owner),
+          writer(remote),
+          timer(owner.timers_, *this),
+          fragments(owner.budget_, owner.limits_.max_sample_size) {}
+    void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
 
+    ReliableReader& reader;
     RemoteWriter writer;
+    TimerQueue::Timer timer;
     SequenceNumber next = 1;       // everything below was delivered, is irrelevant or lost
     SequenceNumber last_known = 0; // what the writer is known to have written
     bool synchronized = true;      // false: a volatile reader before the first heartbeat
-    std::map<SequenceNumber, Held> held;
+    std::map<SequenceNumber, HeldSample> held;
     FragmentAssembler fragments;
 
     bool heard = false; // a heartbeat came
@@ -66,21 +74,22 @@ struct ReliableReader::Proxy {
 };
 
 ReliableReader::ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config,
-                               const Limits& limits, SampleSink& sink, ReaderObserver& observer,
-                               MessageBatcher& batcher)
+                               const Limits& limits, ReaderSink& sink, ReaderObserver& observer,
+                               MessageBatcher& batcher, TimerQueue& timers)
     : id_(id),
       is_volatile_(is_volatile),
       config_(config),
       limits_(limits),
       sink_(sink),
       observer_(observer),
-      batcher_(batcher) {
+      batcher_(batcher),
+      timers_(timers) {
     budget_.limit = limits.max_memory;
 }
 
 ReliableReader::~ReliableReader() = default;
 
-ReliableReader::Proxy* ReliableReader::find(const Guid& writer) {
+ReliableReader::WriterProxy* ReliableReader::find(const Guid& writer) {
     if (last_used_ != nullptr && last_used_->writer.guid == writer)
         return last_used_;
     const auto at = proxies_.find(writer);
@@ -90,14 +99,14 @@ ReliableReader::Proxy* ReliableReader::find(const Guid& writer) {
 }
 
 void ReliableReader::add_writer(const RemoteWriter& writer, MonotonicTime now) {
-    if (Proxy* known = find(writer.guid)) {
+    if (WriterProxy* known = find(writer.guid)) {
         known->writer = writer;
         return;
     }
-    auto proxy = std::make_unique<Proxy>(writer, budget_, limits_.max_sample_size);
+    auto proxy = std::make_unique<WriterProxy>(*this, writer);
     proxy->synchronized = !is_volatile_;
     proxy->preempt_at = now;
-    wake_at(now);
+    proxy->timer.wake_at(now);
     proxies_.emplace(writer.guid, std::move(proxy));
 }
 
@@ -112,7 +121,7 @@ void ReliableReader::remove_writer(const Guid& writer) {
 }
 
 bool ReliableReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
-    Proxy* proxy = find(Guid{context.source, data.writer});
+    WriterProxy* proxy = find(Guid{context.source, data.writer});
     if (proxy == nullptr)
         return false;
     if (data.sequence_number < proxy->next || !plausible(data.sequence_number))
@@ -123,7 +132,7 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
     return true;
 }
 
-void ReliableReader::accept(Proxy& proxy, const Sample& sample, bool deliverable) {
+void ReliableReader::accept(WriterProxy& proxy, const Sample& sample, bool deliverable) {
     const SequenceNumber number = sample.sequence_number;
     if (!proxy.synchronized || number != proxy.next) {
         hold(proxy, deliverable ? &sample : nullptr, number);
@@ -140,11 +149,11 @@ void ReliableReader::accept(Proxy& proxy, const Sample& sample, bool deliverable
         drain(proxy);
 }
 
-void ReliableReader::release(const Held& held) {
+void ReliableReader::release(const HeldSample& held) {
     budget_.give_back(held.payload.size() + kHeldOverhead);
 }
 
-bool ReliableReader::make_room(Proxy& proxy, SequenceNumber sequence_number, size_t bytes) {
+bool ReliableReader::make_room(WriterProxy& proxy, SequenceNumber sequence_number, size_t bytes) {
     while (!budget_.take(bytes)) {
         // What is furthest from delivery gives way; it is asked for again when its turn comes.
         if (!proxy.held.empty() && proxy.held.rbegin()->first > sequence_number) {
@@ -158,14 +167,14 @@ bool ReliableReader::make_room(Proxy& proxy, SequenceNumber sequence_number, siz
     return true;
 }
 
-void ReliableReader::hold(Proxy& proxy, const Sample* sample, SequenceNumber sequence_number) {
+void ReliableReader::hold(WriterProxy& proxy, const Sample* sample, SequenceNumber sequence_number) {
     proxy.last_known = std::max(proxy.last_known, sequence_number);
     if (proxy.held.count(sequence_number) != 0)
         return;
     const size_t size = sample != nullptr ? sample->payload.size : 0;
     if (!make_room(proxy, sequence_number, size + kHeldOverhead))
         return;
-    Held& held = proxy.held[sequence_number];
+    HeldSample& held = proxy.held[sequence_number];
     proxy.fragments.drop(sequence_number);
     if (sample == nullptr)
         return;
@@ -174,7 +183,7 @@ void ReliableReader::hold(Proxy& proxy, const Sample* sample, SequenceNumber seq
     held.payload.assign(sample->payload.begin(), sample->payload.end());
 }
 
-void ReliableReader::deliver_held(Proxy& proxy, Held& held, SequenceNumber sequence_number) {
+void ReliableReader::deliver_held(WriterProxy& proxy, HeldSample& held, SequenceNumber sequence_number) {
     proxy.next = sequence_number + 1;
     proxy.retry_pause = Duration(0);
     release(held);
@@ -184,7 +193,7 @@ void ReliableReader::deliver_held(Proxy& proxy, Held& held, SequenceNumber seque
     sink_.on_sample(held.sample);
 }
 
-void ReliableReader::drain(Proxy& proxy) {
+void ReliableReader::drain(WriterProxy& proxy) {
     while (!proxy.held.empty() && proxy.held.begin()->first <= proxy.next) {
         const auto first = proxy.held.begin();
         if (first->first == proxy.next)
@@ -196,7 +205,7 @@ void ReliableReader::drain(Proxy& proxy) {
     proxy.fragments.drop_below(proxy.next);
 }
 
-void ReliableReader::advance(Proxy& proxy, SequenceNumber to, bool count_losses) {
+void ReliableReader::advance(WriterProxy& proxy, SequenceNumber to, bool count_losses) {
     uint64_t lost = 0;
     while (!proxy.held.empty() && proxy.held.begin()->first < to) {
         const auto first = proxy.held.begin();
@@ -218,7 +227,7 @@ void ReliableReader::advance(Proxy& proxy, SequenceNumber to, bool count_losses)
     drain(proxy);
 }
 
-void ReliableReader::mark_irrelevant(Proxy& proxy, SequenceNumber from, SequenceNumber to) {
+void ReliableReader::mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber to) {
     // A gap far ahead is not noted in full: what is forgotten is asked for later, and told again.
     to = std::min(to, from + kMaxGapMarks);
     for (SequenceNumber number = std::max(from, proxy.next); number < to; ++number)
@@ -227,7 +236,7 @@ void ReliableReader::mark_irrelevant(Proxy& proxy, SequenceNumber from, Sequence
 
 bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
                                   MonotonicTime now) {
-    Proxy* proxy = find(Guid{context.source, fragment.writer});
+    WriterProxy* proxy = find(Guid{context.source, fragment.writer});
     if (proxy == nullptr)
         return false;
     const SequenceNumber number = fragment.sequence_number;
@@ -243,6 +252,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         proxy->retry_pause = Duration(0);
     Sample sample;
     sample.writer = proxy->writer.guid;
+    sample.vendor = context.vendor;
     sample.sequence_number = number;
     sample.received = now;
     if (result == FragmentAssembler::Result::too_large) {
@@ -262,11 +272,11 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
 }
 
 void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) {
-    Proxy* proxy = find(writer);
+    WriterProxy* proxy = find(writer);
     if (proxy == nullptr || !plausible(heartbeat.first) || heartbeat.last < heartbeat.first - 1 ||
         heartbeat.last > kHighestSequenceNumber)
         return;
-    Proxy& p = *proxy;
+    WriterProxy& p = *proxy;
     if (p.heard && !newer(heartbeat.count, p.heartbeat_count)) {
         if (p.old_heartbeats == 0)
             p.old_since = now;
@@ -308,7 +318,7 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         want_acknowledgement(p, now);
 }
 
-void ReliableReader::restart(Proxy& p, const Heartbeat& heartbeat, MonotonicTime now) {
+void ReliableReader::restart(WriterProxy& p, const Heartbeat& heartbeat, MonotonicTime now) {
     for (const auto& held : p.held)
         release(held.second);
     p.held.clear();
@@ -329,7 +339,7 @@ void ReliableReader::restart(Proxy& p, const Heartbeat& heartbeat, MonotonicTime
 
 void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& heartbeat,
                                        MonotonicTime now) {
-    Proxy* p = find(writer);
+    WriterProxy* p = find(writer);
     if (p == nullptr || !p->synchronized || heartbeat.sequence_number < p->next ||
         p->held.count(heartbeat.sequence_number) != 0)
         return;
@@ -358,7 +368,7 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
 }
 
 void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
-    Proxy* p = find(writer);
+    WriterProxy* p = find(writer);
     // Before the first heartbeat a volatile reader has no position that a gap could move.
     if (p == nullptr || !p->synchronized || !plausible(gap.start) || !plausible(gap.list.base) ||
         gap.list.base < gap.start)
@@ -375,17 +385,17 @@ void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
     drain(*p);
 }
 
-void ReliableReader::want_acknowledgement(Proxy& p, MonotonicTime now) {
+void ReliableReader::want_acknowledgement(WriterProxy& p, MonotonicTime now) {
     MonotonicTime when = now;
     if (p.acknowledged)
         when = std::max(when, p.acknowledged_at + config_.heartbeat_suppression);
     if (p.next <= p.last_known && p.nacked_base == p.next)
         when = std::max(when, p.nacked_at + kSameNackPause);
     p.acknowledge_at = std::min(p.acknowledge_at, when);
-    wake_at(p.acknowledge_at);
+    p.timer.wake_at(p.acknowledge_at);
 }
 
-void ReliableReader::send_preemptive(Proxy& p, MonotonicTime now) {
+void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     AckNack acknack;
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
@@ -397,7 +407,7 @@ void ReliableReader::send_preemptive(Proxy& p, MonotonicTime now) {
     p.preempt_pause = std::min(p.preempt_pause * 2, kLongestPause);
 }
 
-bool ReliableReader::nack_fragments(Proxy& p, SequenceNumber sequence_number) {
+bool ReliableReader::nack_fragments(WriterProxy& p, SequenceNumber sequence_number) {
     FragmentNumberSet missing;
     if (!p.fragments.missing(sequence_number, missing) || missing.empty())
         return false;
@@ -407,7 +417,7 @@ bool ReliableReader::nack_fragments(Proxy& p, SequenceNumber sequence_number) {
     return true;
 }
 
-void ReliableReader::send_acknack(Proxy& p, MonotonicTime now) {
+void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
     AckNack acknack;
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
@@ -448,20 +458,14 @@ void ReliableReader::send_acknack(Proxy& p, MonotonicTime now) {
     }
 }
 
-void ReliableReader::on_timer(MonotonicTime now) {
-    if (now < deadline_)
-        return;
-    deadline_ = kNever;
-    for (auto& entry : proxies_) {
-        Proxy& p = *entry.second;
-        if (p.preempt_at <= now)
-            send_preemptive(p, now);
-        if (p.retry_at <= now && p.next > p.last_known)
-            p.retry_at = kNever;
-        if (p.acknowledge_at <= now || p.retry_at <= now)
-            send_acknack(p, now);
-        wake_at(std::min({p.preempt_at, p.acknowledge_at, p.retry_at}));
-    }
+void ReliableReader::on_timer(WriterProxy& p, MonotonicTime now) {
+    if (p.preempt_at <= now)
+        send_preemptive(p, now);
+    if (p.retry_at <= now && p.next > p.last_known)
+        p.retry_at = kNever;
+    if (p.acknowledge_at <= now || p.retry_at <= now)
+        send_acknack(p, now);
+    p.timer.wake_at(std::min({p.preempt_at, p.acknowledge_at, p.retry_at}));
 }
 
 } // namespace meridian::rtps

@@ -17,9 +17,10 @@
 #include <memory>
 #include <unordered_map>
 
+#include "rtps/protocol/config.h"
 #include "rtps/protocol/fragment_assembler.h"
-#include "rtps/protocol/participant.h"
 #include "rtps/protocol/reader.h"
+#include "rtps/protocol/timer_queue.h"
 
 namespace meridian::rtps {
 
@@ -30,9 +31,9 @@ class ReliableReader final : public Reader {
         size_t max_memory = size_t{64} << 20; // out-of-order samples and fragments together
     };
 
-    /// sink, observer and batcher must outlive the reader. is_volatile: the durability of this reader.
+    /// The references must outlive the reader. is_volatile: the durability of this reader.
     ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config, const Limits& limits,
-                   SampleSink& sink, ReaderObserver& observer, MessageBatcher& batcher);
+                   ReaderSink& sink, ReaderObserver& observer, MessageBatcher& batcher, TimerQueue& timers);
     ~ReliableReader() override;
 
     void add_writer(const RemoteWriter& writer, MonotonicTime now) override;
@@ -43,40 +44,41 @@ class ReliableReader final : public Reader {
     void on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) override;
     void on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& heartbeat, MonotonicTime now) override;
     void on_gap(const Guid& writer, const Gap& gap, MonotonicTime now) override;
-    void on_timer(MonotonicTime now) override;
 
   private:
-    struct Held;
-    struct Proxy;
+    struct HeldSample;
+    struct WriterProxy;
 
-    Proxy* find(const Guid& writer);
-    void accept(Proxy& proxy, const Sample& sample, bool deliverable);
-    void hold(Proxy& proxy, const Sample* sample, SequenceNumber sequence_number);
-    bool make_room(Proxy& proxy, SequenceNumber sequence_number, size_t bytes);
-    void deliver_held(Proxy& proxy, Held& held, SequenceNumber sequence_number);
-    void drain(Proxy& proxy);
-    void advance(Proxy& proxy, SequenceNumber to, bool count_losses);
-    void mark_irrelevant(Proxy& proxy, SequenceNumber from, SequenceNumber to);
-    void release(const Held& held);
-    void restart(Proxy& proxy, const Heartbeat& heartbeat, MonotonicTime now);
-    void want_acknowledgement(Proxy& proxy, MonotonicTime now);
-    void send_preemptive(Proxy& proxy, MonotonicTime now);
-    void send_acknack(Proxy& proxy, MonotonicTime now);
-    bool nack_fragments(Proxy& proxy, SequenceNumber sequence_number);
+    WriterProxy* find(const Guid& writer);
+    void accept(WriterProxy& proxy, const Sample& sample, bool deliverable);
+    void hold(WriterProxy& proxy, const Sample* sample, SequenceNumber sequence_number);
+    bool make_room(WriterProxy& proxy, SequenceNumber sequence_number, size_t bytes);
+    void deliver_held(WriterProxy& proxy, HeldSample& held, SequenceNumber sequence_number);
+    void drain(WriterProxy& proxy);
+    void advance(WriterProxy& proxy, SequenceNumber to, bool count_losses);
+    void mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber to);
+    void release(const HeldSample& held);
+    void restart(WriterProxy& proxy, const Heartbeat& heartbeat, MonotonicTime now);
+    void want_acknowledgement(WriterProxy& proxy, MonotonicTime now);
+    void on_timer(WriterProxy& proxy, MonotonicTime now);
+    void send_preemptive(WriterProxy& proxy, MonotonicTime now);
+    void send_acknack(WriterProxy& proxy, MonotonicTime now);
+    bool nack_fragments(WriterProxy& proxy, SequenceNumber sequence_number);
 
     EntityId id_;
     bool is_volatile_;
     ReaderConfig config_;
     Limits limits_;
-    SampleSink& sink_;
+    ReaderSink& sink_;
     ReaderObserver& observer_;
     MessageBatcher& batcher_;
+    TimerQueue& timers_;
     MemoryBudget budget_;
-    std::unordered_map<Guid, std::unique_ptr<Proxy>> proxies_;
+    std::unordered_map<Guid, std::unique_ptr<WriterProxy>> proxies_;
     // Of the reader, not of one writer: they must still grow when a writer is lost and found again.
     Count acknack_count_ = 0;
     Count nackfrag_count_ = 0;
-    Proxy* last_used_ = nullptr; // packets of one writer come in rows
+    WriterProxy* last_used_ = nullptr; // packets of one writer come in rows
 };
 
 } // namespace meridian::rtps

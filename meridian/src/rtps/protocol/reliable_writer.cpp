@@ -11,7 +11,6 @@ namespace {
 constexpr unsigned kSamplesPerHeartbeat = 16;
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 constexpr size_t kKeptDisposals = 1000;
-constexpr uint32_t kUnregistered = 2; // status info bit
 
 bool says_something(const InlineQos& qos) {
     return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer;
@@ -20,35 +19,38 @@ bool says_something(const InlineQos& qos) {
 } // namespace
 
 ReliableWriter::ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config,
-                               MessageBatcher& batcher)
+                               MessageBatcher& batcher, TimerQueue& timers)
     : id_(id),
       transient_local_(qos.durability != Durability::volatile_),
       keep_all_(qos.history == HistoryKind::keep_all),
       depth_(qos.history_depth > 0 ? static_cast<size_t>(qos.history_depth) : 1),
       config_(config),
-      batcher_(batcher) {}
+      batcher_(batcher),
+      timer_(timers, *this) {}
 
 ReliableWriter::~ReliableWriter() = default;
 
-ReliableWriter::Proxy* ReliableWriter::find(const Guid& reader) {
-    const auto at = std::lower_bound(proxies_.begin(), proxies_.end(), reader,
-                                     [](const Proxy& p, const Guid& guid) { return p.reader.guid < guid; });
+ReliableWriter::ReaderProxy* ReliableWriter::find(const Guid& reader) {
+    const auto at =
+        std::lower_bound(proxies_.begin(), proxies_.end(), reader,
+                         [](const ReaderProxy& p, const Guid& guid) { return p.reader.guid < guid; });
     return at != proxies_.end() && at->reader.guid == reader ? &*at : nullptr;
 }
 
 void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
-    if (Proxy* known = find(reader.guid)) {
+    if (ReaderProxy* known = find(reader.guid)) {
         known->reader = reader;
         return;
     }
-    Proxy proxy;
+    ReaderProxy proxy;
     proxy.reader = reader;
     if (!transient_local_ || !reader.transient_local)
         proxy.first_relevant = last_ + 1;
     proxy.acknowledged_below = proxy.first_relevant;
-    const auto at = std::lower_bound(proxies_.begin(), proxies_.end(), reader.guid,
-                                     [](const Proxy& p, const Guid& guid) { return p.reader.guid < guid; });
-    Proxy& added = *proxies_.insert(at, proxy);
+    const auto at =
+        std::lower_bound(proxies_.begin(), proxies_.end(), reader.guid,
+                         [](const ReaderProxy& p, const Guid& guid) { return p.reader.guid < guid; });
+    ReaderProxy& added = *proxies_.insert(at, proxy);
     if (reader.reliable) {
         send_heartbeat(added, false, false);
         restart_heartbeats(added, now);
@@ -56,19 +58,19 @@ void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
 }
 
 void ReliableWriter::remove_reader(const Guid& reader) {
-    Proxy* proxy = find(reader);
+    ReaderProxy* proxy = find(reader);
     if (proxy == nullptr)
         return;
     proxies_.erase(proxies_.begin() + (proxy - proxies_.data()));
     forget_acknowledged();
 }
 
-bool ReliableWriter::outstanding(const Proxy& proxy) const {
+bool ReliableWriter::outstanding(const ReaderProxy& proxy) const {
     return proxy.reader.reliable && (!proxy.heard || proxy.acknowledged_below <= last_);
 }
 
 bool ReliableWriter::all_acknowledged() const {
-    return std::none_of(proxies_.begin(), proxies_.end(), [this](const Proxy& p) {
+    return std::none_of(proxies_.begin(), proxies_.end(), [this](const ReaderProxy& p) {
         return p.reader.reliable && p.acknowledged_below <= last_;
     });
 }
@@ -91,7 +93,7 @@ void ReliableWriter::forget_acknowledged() {
     if (transient_local_)
         return;
     SequenceNumber end = last_ + 1;
-    for (const Proxy& p : proxies_) {
+    for (const ReaderProxy& p : proxies_) {
         if (p.reader.reliable)
             end = std::min(end, p.acknowledged_below);
     }
@@ -141,7 +143,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
             disposals_.pop_front();
         }
     }
-    for (Proxy& p : proxies_) {
+    for (ReaderProxy& p : proxies_) {
         if (!p.reader.reliable)
             continue;
         const bool first_unacknowledged = p.acknowledged_below == number;
@@ -198,12 +200,12 @@ void ReliableWriter::send_fragments(const Route& route, EntityId reader, Sequenc
     }
 }
 
-SequenceNumber ReliableWriter::first_available(const Proxy& proxy) const {
+SequenceNumber ReliableWriter::first_available(const ReaderProxy& proxy) const {
     const SequenceNumber oldest = history_.empty() ? last_ + 1 : history_.begin()->first;
     return std::max(oldest, proxy.first_relevant);
 }
 
-void ReliableWriter::send_heartbeat(Proxy& proxy, bool final, bool liveliness) {
+void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness) {
     Heartbeat heartbeat;
     heartbeat.reader = proxy.reader.guid.entity;
     heartbeat.writer = id_;
@@ -216,20 +218,20 @@ void ReliableWriter::send_heartbeat(Proxy& proxy, bool final, bool liveliness) {
     proxy.since_heartbeat = 0;
 }
 
-void ReliableWriter::restart_heartbeats(Proxy& proxy, MonotonicTime now) {
+void ReliableWriter::restart_heartbeats(ReaderProxy& proxy, MonotonicTime now) {
     proxy.heartbeat_pause = config_.heartbeat_period;
     proxy.heartbeat_at = later(now, proxy.heartbeat_pause);
-    deadline_ = std::min(deadline_, proxy.heartbeat_at);
+    timer_.wake_at(proxy.heartbeat_at);
 }
 
 void ReliableWriter::assert_liveliness() {
-    for (Proxy& p : proxies_) {
+    for (ReaderProxy& p : proxies_) {
         if (p.reader.reliable)
             send_heartbeat(p, true, true);
     }
 }
 
-void ReliableWriter::send_gaps(const Proxy& proxy, const std::vector<SequenceNumber>& irrelevant) {
+void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<SequenceNumber>& irrelevant) {
     for (size_t i = 0; i < irrelevant.size();) {
         Gap gap;
         gap.reader = proxy.reader.guid.entity;
@@ -248,7 +250,7 @@ void ReliableWriter::send_gaps(const Proxy& proxy, const std::vector<SequenceNum
 }
 
 void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {
-    Proxy* proxy = find(reader);
+    ReaderProxy* proxy = find(reader);
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
     // A reader that began anew counts from the start again; it shows by its pre-emptive form.
@@ -291,7 +293,7 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
 }
 
 void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime) {
-    Proxy* proxy = find(reader);
+    ReaderProxy* proxy = find(reader);
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
     if (proxy->heard_fragments && !newer(nack.count, proxy->nackfrag_count))
@@ -314,10 +316,7 @@ void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, Mono
 }
 
 void ReliableWriter::on_timer(MonotonicTime now) {
-    if (now < deadline_)
-        return;
-    deadline_ = kNever;
-    for (Proxy& p : proxies_) {
+    for (ReaderProxy& p : proxies_) {
         if (p.heartbeat_at <= now) {
             p.heartbeat_at = kNever;
             if (outstanding(p)) {
@@ -327,7 +326,7 @@ void ReliableWriter::on_timer(MonotonicTime now) {
                     std::min(p.heartbeat_pause * 2, std::max(kLongestPause, config_.heartbeat_period));
             }
         }
-        deadline_ = std::min(deadline_, p.heartbeat_at);
+        timer_.wake_at(p.heartbeat_at);
     }
 }
 

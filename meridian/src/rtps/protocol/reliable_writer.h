@@ -17,9 +17,9 @@
 #include <optional>
 #include <vector>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/config.h"
 #include "rtps/protocol/message_batcher.h"
-#include "rtps/protocol/participant.h"
+#include "rtps/protocol/timer_queue.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {
@@ -33,10 +33,11 @@ struct RemoteReader {
     bool expects_inline_qos = false;
 };
 
-class ReliableWriter {
+class ReliableWriter final : private TimerQueue::Client {
   public:
-    /// qos: durability, history and reliability of the writer. batcher must outlive it.
-    ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config, MessageBatcher& batcher);
+    /// qos: durability, history and reliability of the writer. batcher and timers must outlive it.
+    ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config, MessageBatcher& batcher,
+                   TimerQueue& timers);
     ~ReliableWriter();
 
     EntityId id() const { return id_; }
@@ -58,10 +59,6 @@ class ReliableWriter {
     SequenceNumber last_sequence_number() const { return last_; }
     size_t kept_samples() const { return history_.size(); }
 
-    /// Never later than anything that is due, possibly earlier.
-    MonotonicTime next_deadline() const { return deadline_; }
-    void on_timer(MonotonicTime now);
-
   private:
     struct Change {
         ByteBuffer payload;
@@ -70,7 +67,8 @@ class ReliableWriter {
         WireTime timestamp;
         KeyHash instance{};
     };
-    struct Proxy {
+    /// What is known of one matched reader.
+    struct ReaderProxy {
         RemoteReader reader;
         SequenceNumber first_relevant = 1;
         SequenceNumber acknowledged_below = 1; // everything below is acknowledged
@@ -83,15 +81,16 @@ class ReliableWriter {
         unsigned since_heartbeat = 0; // samples written
     };
 
-    Proxy* find(const Guid& reader);
-    bool outstanding(const Proxy& proxy) const;
+    void on_timer(MonotonicTime now) override;
+    ReaderProxy* find(const Guid& reader);
+    bool outstanding(const ReaderProxy& proxy) const;
     void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);
     void send_fragments(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
                         const FragmentNumberSet* wanted);
-    void send_heartbeat(Proxy& proxy, bool final, bool liveliness);
-    void restart_heartbeats(Proxy& proxy, MonotonicTime now);
-    void send_gaps(const Proxy& proxy, const std::vector<SequenceNumber>& irrelevant);
-    SequenceNumber first_available(const Proxy& proxy) const;
+    void send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness);
+    void restart_heartbeats(ReaderProxy& proxy, MonotonicTime now);
+    void send_gaps(const ReaderProxy& proxy, const std::vector<SequenceNumber>& irrelevant);
+    SequenceNumber first_available(const ReaderProxy& proxy) const;
     bool make_room(const WriteRequest& request);
     void forget(SequenceNumber number);
     void forget_acknowledged();
@@ -107,9 +106,9 @@ class ReliableWriter {
     std::map<SequenceNumber, Change> history_;
     std::map<KeyHash, std::deque<SequenceNumber>> instances_;
     std::deque<SequenceNumber> disposals_;
-    std::vector<Proxy> proxies_; // sorted by GUID, so those of one participant stand together
+    std::vector<ReaderProxy> proxies_; // sorted by GUID, so those of one participant stand together
     Count heartbeat_count_ = 0;
-    MonotonicTime deadline_ = kNever;
+    TimerQueue::Timer timer_;
 };
 
 } // namespace meridian::rtps

@@ -5,7 +5,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "rtps/protocol/interfaces.h"
+#include "rtps/protocol/events.h"
 
 namespace meridian::rtps {
 

@@ -1,0 +1,63 @@
+#include "dcps/entities/subscriber.h"
+
+#include <utility>
+
+#include "discovery/conversions.h"
+
+namespace meridian::dcps {
+
+bool SubscriberImpl::type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const {
+    return participant_.store().find_type(publication, type);
+}
+
+DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
+                                                         const DDS_InstanceHandle_t& endpoint) {
+    const auto guid = discovery::to_guid(endpoint);
+    const auto known = guid ? participant_.store().find_participant(guid->prefix) : nullptr;
+    if (known == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    data = *known;
+    return DDS_RETCODE_OK;
+}
+
+DDSDataReader* SubscriberImpl::create_datareader(DDSTopicDescription* description,
+                                                 const DDS_DataReaderQos& qos,
+                                                 DDSDataReaderListener* listener, DDS_StatusMask mask) {
+    auto owned = make_endpoint(description, qos, [&](auto& topic, auto& type, const rtps::Guid& guid) {
+        return UserReader::create(*this, topic, type, guid, qos, participant_.delivery());
+    });
+    if (owned == nullptr)
+        return nullptr;
+    owned->untyped().set_face(owned->face());
+    owned->untyped().set_listener(listener, mask);
+    return adopt(std::move(owned));
+}
+
+bool SubscriberImpl::has_default(DDS_DataReaderQos& qos) {
+    MutexLock lock(mutex_);
+    if (!default_qos_)
+        return false;
+    qos = *default_qos_;
+    return true;
+}
+
+DDS_ReturnCode_t SubscriberImpl::get_default_datareader_qos(DDS_DataReaderQos& qos) {
+    return has_default(qos) ? DDS_RETCODE_OK : participant_.get_default_datareader_qos(qos);
+}
+
+DDS_ReturnCode_t SubscriberImpl::set_default_datareader_qos(const DDS_DataReaderQos& qos) {
+    if (!is_consistent(qos, "reader"))
+        return DDS_RETCODE_INCONSISTENT_POLICY;
+    MutexLock lock(mutex_);
+    default_qos_ = qos;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t SubscriberImpl::get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
+                                                                         const char* topic_name) {
+    if (topic_name == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    return has_default(qos) ? DDS_RETCODE_OK : participant_.default_datareader_qos_of_topic(qos, topic_name);
+}
+
+} // namespace meridian::dcps

@@ -1,0 +1,317 @@
+// A reader of a topic: its life, and what the protocol tells it.
+
+#include "dcps/reader/user_reader.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "dcps/common/instance_keys.h"
+#include "dcps/reader/read_condition.h"
+#include "discovery/conversions.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace meridian::dcps {
+
+namespace {
+
+constexpr DDS_Long kInitialSamples = 16;
+/// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
+constexpr size_t kMostReceived = 64;
+
+/// For one status: reads it and tells the listener.
+template <typename Status>
+void tell(DDSDataReader& reader, DDS_ReturnCode_t (DDSDataReader::*read)(Status&),
+          DDSDataReaderListener& listener, void (DDSDataReaderListener::*call)(DDSDataReader*, const Status&),
+          DDSDataReader* face) {
+    Status status;
+    (reader.*read)(status);
+    (listener.*call)(face, status);
+}
+
+} // namespace
+
+std::unique_ptr<UserReader> UserReader::create(ReaderOwner& subscriber, TopicImpl& topic,
+                                               TypeRegistry::Type type, const rtps::Guid& guid,
+                                               const DDS_DataReaderQos& qos, DeliveryThread& delivery) {
+    std::unique_ptr<UserReader> reader(
+        new UserReader(subscriber, topic, std::move(type), guid, qos, delivery));
+    return reader->is_attached() ? std::move(reader) : nullptr;
+}
+
+UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type,
+                       const rtps::Guid& guid, const DDS_DataReaderQos& qos, DeliveryThread& delivery)
+    : UserEndpoint(topic, std::move(type), guid, qos, kInitialSamples),
+      subscriber_(subscriber),
+      delivery_(delivery),
+      stock_(plugin(), plugin_data()),
+      decoder_(*type_, plugin_data(), stock_),
+      cache_(cache_settings(qos), stock_),
+      notices_(status_condition(), delivery, *this) {}
+
+UserReader::~UserReader() {
+    stop();
+    MutexLock lock(mutex_);
+    for (const Received& received : received_) {
+        if (received.change.sample != nullptr)
+            stock_.release_sample(received.change.sample);
+    }
+    tell_overwritten(true);
+}
+
+bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
+    return join(runtime, group, [this](rtps::Participant& participant, rtps::Now now) {
+        return participant.add_reader(endpoint_data(), {}, *this, now);
+    });
+}
+
+void UserReader::stop() {
+    membership_.leave();
+    delivery_.remove(*this);
+}
+
+DDS_ReturnCode_t UserReader::enable() {
+    return subscriber_.enable_endpoint(*this);
+}
+
+void UserReader::qos_changed() {
+    cache_.update(cache_settings(qos_));
+}
+
+ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) const {
+    ReaderCache::Settings settings;
+    settings.keyed = keyed_;
+    settings.history = qos.history;
+    settings.limits = qos.resource_limits;
+    settings.ownership = qos.ownership.kind;
+    settings.destination_order = qos.destination_order.kind;
+    settings.minimum_separation =
+        rtps::to_duration(discovery::to_wire(qos.time_based_filter.minimum_separation));
+    settings.deadline = rtps::to_duration(discovery::to_wire(qos.deadline.period));
+    return settings;
+}
+
+// -- From the protocol into the cache
+
+void UserReader::on_sample(const rtps::Sample& sample) {
+    Received& received = received_.emplace_back();
+    const SampleDecoder::Result result = decoder_.decode(sample, received.change);
+    received.undecodable = result == SampleDecoder::Result::undecodable;
+    if (result == SampleDecoder::Result::ignored)
+        received_.pop_back();
+    else if (received_.size() >= kMostReceived)
+        on_batch_end();
+}
+
+void UserReader::on_batch_end() {
+    if (received_.empty())
+        return;
+    MutexLock lock(mutex_);
+    store_received();
+}
+
+void UserReader::store_received() {
+    if (received_.empty())
+        return;
+    DDS_StatusMask statuses = DDS_STATUS_MASK_NONE;
+    for (const Received& received : received_) {
+        if (received.undecodable)
+            tell_undecodable(received.change);
+        if (received.undecodable && received.change.kind == ChangeKind::alive)
+            statuses |= statuses_.samples_lost(1);
+        else
+            statuses |= store(received.change);
+    }
+    received_.clear();
+    stock_.collect();
+    changed(statuses);
+    if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0) {
+        arm_timer();
+        tell_overwritten(false);
+    }
+}
+
+void UserReader::tell_undecodable(const Change& change) {
+    if (undecodable_++ == 0)
+        MERIDIAN_LOG_WARNING(
+            "dcps", "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
+            topic_.get_name(), rtps::to_string(change.writer).c_str(), change.bytes, topic_.get_type_name());
+}
+
+DDS_StatusMask UserReader::store(const Change& change) {
+    const ReaderCache::Verdict verdict = cache_.add(change);
+    if (verdict == ReaderCache::Verdict::stored)
+        return DDS_DATA_AVAILABLE_STATUS;
+    if (change.sample != nullptr)
+        stock_.release_sample(change.sample);
+    DDS_SampleRejectedStatusKind reason = DDS_NOT_REJECTED;
+    switch (verdict) {
+        case ReaderCache::Verdict::rejected_samples:
+            reason = DDS_REJECTED_BY_SAMPLES_LIMIT;
+            break;
+        case ReaderCache::Verdict::rejected_instances:
+            reason = DDS_REJECTED_BY_INSTANCES_LIMIT;
+            break;
+        case ReaderCache::Verdict::rejected_samples_per_instance:
+            reason = DDS_REJECTED_BY_SAMPLES_PER_INSTANCE_LIMIT;
+            break;
+        default:
+            return DDS_STATUS_MASK_NONE;
+    }
+    return statuses_.sample_rejected(reason, keyed_ ? instance_handle(change.key) : DDS_HANDLE_NIL);
+}
+
+void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
+    MutexLock lock(mutex_);
+    store_received();
+    MERIDIAN_LOG_ALL("dcps", "topic \"%s\": %llu samples of %s were lost", topic_.get_name(),
+                     static_cast<unsigned long long>(count), rtps::to_string(writer).c_str());
+    changed(statuses_.samples_lost(count));
+}
+
+void UserReader::matched(const rtps::EndpointData& remote) {
+    MutexLock lock(mutex_);
+    store_received();
+    strengths_[remote.guid] = remote.qos.ownership_strength;
+    cache_.add_writer(remote.guid, remote.qos.ownership_strength);
+    changed(statuses_.writer_matched(remote.guid));
+}
+
+void UserReader::match_changed(const rtps::EndpointData& remote) {
+    MutexLock lock(mutex_);
+    store_received();
+    strengths_[remote.guid] = remote.qos.ownership_strength;
+    cache_.add_writer(remote.guid, remote.qos.ownership_strength);
+}
+
+void UserReader::unmatched(const rtps::Guid& remote) {
+    decoder_.forget(remote);
+    MutexLock lock(mutex_);
+    store_received();
+    strengths_.erase(remote);
+    const bool stored = cache_.writer_gone(remote, wall_time(), monotonic_now());
+    changed(statuses_.writer_unmatched(remote) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
+}
+
+void UserReader::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
+    MutexLock lock(mutex_);
+    const std::vector<uint32_t> counted = without_partition(policies);
+    if (counted.empty())
+        return;
+    MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": writer %s does not match the reader: %s", topic_.get_name(),
+                         rtps::to_string(remote.guid).c_str(),
+                         describe_incompatibility(remote.qos, endpoint_qos(), counted).c_str());
+    changed(statuses_.incompatible(counted));
+}
+
+rtps::TypeMatch UserReader::type_fits(const rtps::EndpointData& remote) {
+    const DDS_TypeCode* const own = plugin().typeCode;
+    {
+        MutexLock lock(mutex_);
+        if (own == nullptr || qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
+            return rtps::TypeMatch::fits;
+    }
+    const DDS_TypeCode* type = nullptr;
+    if (!subscriber_.type_of_publication(remote.guid, type))
+        return rtps::TypeMatch::undecided; // it is being looked up
+    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+    if (type == nullptr || own->equal(type, exception))
+        return rtps::TypeMatch::fits;
+    MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
+                       topic_.get_name(), topic_.get_type_name(), rtps::to_string(remote.guid).c_str());
+    return rtps::TypeMatch::differs;
+}
+
+void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
+    MutexLock lock(mutex_);
+    store_received();
+    const auto known = strengths_.find(remote);
+    if (known == strengths_.end())
+        return;
+    bool stored = false;
+    if (alive)
+        cache_.add_writer(remote, known->second);
+    else
+        stored = cache_.writer_gone(remote, wall_time(), monotonic_now());
+    changed(statuses_.writer_alive(remote, alive) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
+}
+
+// -- Telling
+
+void UserReader::changed(DDS_StatusMask statuses) {
+    notices_.changed(statuses);
+    if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0)
+        update_conditions();
+}
+
+void UserReader::arm_timer() {
+    const rtps::MonotonicTime due = cache_.next_deadline();
+    if (due >= armed_)
+        return;
+    armed_ = due;
+    delivery_.wake_at(*this, due);
+}
+
+void UserReader::tell_overwritten(bool at_end) {
+    const uint64_t overwritten = cache_.overwritten();
+    if (overwritten == 0 || (!at_end && overwritten_told_ != 0))
+        return;
+    // The total is an error: what was reported is not all there was, which must show at every verbosity but
+    // silence.
+    if (at_end)
+        MERIDIAN_LOG_ERROR("dcps",
+                           "topic \"%s\": %llu samples were overwritten before they could be reported",
+                           topic_.get_name(), static_cast<unsigned long long>(overwritten));
+    else
+        MERIDIAN_LOG_WARNING("dcps",
+                             "topic \"%s\": samples come faster than they are reported; the oldest are lost",
+                             topic_.get_name());
+    overwritten_told_ = overwritten;
+}
+
+void UserReader::deliver() {
+    ReaderNotices::Call call;
+    {
+        MutexLock lock(mutex_);
+        const rtps::MonotonicTime now = monotonic_now();
+        if (armed_ <= now) {
+            armed_ = rtps::kNever;
+            cache_.on_timer(now, missed_);
+            for (const DDS_InstanceHandle_t& instance : missed_)
+                notices_.changed_in_call(statuses_.deadline_missed(instance));
+            arm_timer();
+        }
+        call = notices_.next_call();
+    }
+    if (call.link == nullptr || call.statuses == 0)
+        return;
+    if (DDSDataReaderListener* listener = call.link->enter()) {
+        call_listener(*listener, call.statuses);
+        call.link->leave();
+    }
+}
+
+void UserReader::call_listener(DDSDataReaderListener& listener, DDS_StatusMask statuses) {
+    using Listener = DDSDataReaderListener;
+    if ((statuses & DDS_SUBSCRIPTION_MATCHED_STATUS) != 0)
+        tell(*this, &DDSDataReader::get_subscription_matched_status, listener,
+             &Listener::on_subscription_matched, face_);
+    if ((statuses & DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS) != 0)
+        tell(*this, &DDSDataReader::get_requested_incompatible_qos_status, listener,
+             &Listener::on_requested_incompatible_qos, face_);
+    if ((statuses & DDS_LIVELINESS_CHANGED_STATUS) != 0)
+        tell(*this, &DDSDataReader::get_liveliness_changed_status, listener, &Listener::on_liveliness_changed,
+             face_);
+    if ((statuses & DDS_SAMPLE_LOST_STATUS) != 0)
+        tell(*this, &DDSDataReader::get_sample_lost_status, listener, &Listener::on_sample_lost, face_);
+    if ((statuses & DDS_SAMPLE_REJECTED_STATUS) != 0)
+        tell(*this, &DDSDataReader::get_sample_rejected_status, listener, &Listener::on_sample_rejected,
+             face_);
+    if ((statuses & DDS_REQUESTED_DEADLINE_MISSED_STATUS) != 0)
+        tell(*this, &DDSDataReader::get_requested_deadline_missed_status, listener,
+             &Listener::on_requested_deadline_missed, face_);
+    if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0)
+        listener.on_data_available(face_);
+}
+
+} // namespace meridian::dcps

@@ -1,0 +1,151 @@
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "dcps/delivery/delivery_thread.h"
+#include "dcps/endpoints/user_endpoint.h"
+#include "dcps/reader/reader_cache.h"
+#include "dcps/reader/reader_notices.h"
+#include "dcps/reader/reader_statuses.h"
+#include "dcps/reader/sample_decoder.h"
+#include "dcps/reader/sample_stock.h"
+#include "meridian/subscriber.h"
+#include "meridian/untyped_entities.h"
+
+namespace meridian::dcps {
+
+class ReadCondition;
+class UserReader;
+
+/// The subscriber as its readers see it.
+class ReaderOwner : public EndpointOwner<DDSSubscriber, UserReader> {
+  public:
+    /// The type of a remote publication; false while it is being looked up. Null: none is known.
+    virtual bool type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const = 0;
+    virtual DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
+                                                     const DDS_InstanceHandle_t& endpoint) = 0;
+
+  protected:
+    ~ReaderOwner() override = default;
+};
+
+/// The reader of a topic: decodes each received sample, keeps it in a cache until it is taken, and tells its
+/// listener on the delivery thread.
+///
+/// Samples and events of the protocol arrive under the lock of the runtime; the reader's own lock is taken
+/// under it and never the other way round.
+class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReaderQos>,
+                         public rtps::ReaderSink,
+                         private Deliverable {
+  public:
+    /// The subscriber, the topic and the delivery thread must outlive the reader. Null with a logged reason
+    /// when the plugin refuses.
+    static std::unique_ptr<UserReader> create(ReaderOwner& subscriber, TopicImpl& topic,
+                                              TypeRegistry::Type type, const rtps::Guid& guid,
+                                              const DDS_DataReaderQos& qos, DeliveryThread& delivery);
+    ~UserReader() override;
+
+    /// The reader that callers and listeners see. Set once, before the reader is enabled.
+    void set_face(DDSDataReader* face) { face_ = face; }
+    DDSDataReader* face() const { return face_; }
+
+    /// Announces the reader and begins to receive. The runtime must outlive stop().
+    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
+    /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
+    void stop();
+    bool has_loans();
+
+    DDS_ReturnCode_t enable() override;
+    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override;
+    DDSDataReaderListener* get_listener() override;
+    DDSTopicDescription* get_topicdescription() override { return &topic_; }
+    DDSSubscriber* get_subscriber() override { return &subscriber_; }
+    DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
+                                                              const DDS_InstanceHandle_t& handle) override;
+    DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) override;
+    DDS_ReturnCode_t get_requested_incompatible_qos_status(
+        DDS_RequestedIncompatibleQosStatus& status) override;
+    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) override;
+    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override;
+    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) override;
+    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override;
+    DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override;
+
+    DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                                           DDS_InstanceStateMask instance_states) override;
+    DDS_ReturnCode_t delete_readcondition(DDSReadCondition* condition) override;
+    DDS_ReturnCode_t read_or_take_untyped(DDS_Boolean take, const DDSSampleSelection& selection,
+                                          const DDSSampleSequenceState& sequence, void*** samples,
+                                          DDS_Long* count, DDS_SampleInfoSeq& infos) override;
+    DDS_ReturnCode_t return_loan_untyped(void** samples, DDS_Long count, DDS_SampleInfoSeq& infos) override;
+    DDS_ReturnCode_t get_key_value_untyped(void* holder, const DDS_InstanceHandle_t& handle) override;
+    DDS_InstanceHandle_t lookup_instance_untyped(const void* holder) override;
+
+    // Under the lock of the runtime.
+    void on_sample(const rtps::Sample& sample) override;
+    void on_batch_end() override;
+    void on_lost(const rtps::Guid& writer, uint64_t count) override;
+    void matched(const rtps::EndpointData& remote) override;
+    void unmatched(const rtps::Guid& remote) override;
+    void match_changed(const rtps::EndpointData& remote) override;
+    void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
+    void liveliness_changed(const rtps::Guid& remote, bool alive) override;
+    /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
+    /// at all.
+    rtps::TypeMatch type_fits(const rtps::EndpointData& remote) override;
+
+  private:
+    using Loan = std::unique_ptr<ReaderCache::Batch>;
+    struct Received {
+        Change change;
+        bool undecodable = false;
+    };
+
+    UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,
+               const DDS_DataReaderQos& qos, DeliveryThread& delivery);
+
+    void deliver() override;
+    void qos_changed() override MERIDIAN_REQUIRES(mutex_);
+    ReaderCache::Settings cache_settings(const DDS_DataReaderQos& qos) const;
+    /// Stores what was received since the last time.
+    void store_received() MERIDIAN_REQUIRES(mutex_);
+    DDS_StatusMask store(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    void tell_undecodable(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    void tell_overwritten(bool at_end) MERIDIAN_REQUIRES(mutex_);
+    void changed(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
+    void update_conditions() MERIDIAN_REQUIRES(mutex_);
+    void arm_timer() MERIDIAN_REQUIRES(mutex_);
+    void call_listener(DDSDataReaderListener& listener, DDS_StatusMask statuses);
+    DDS_ReturnCode_t to_selection(const DDSSampleSelection& wanted, ReaderCache::Selection& selection,
+                                  bool& empty) MERIDIAN_REQUIRES(mutex_);
+    DDS_ReturnCode_t copy_out(const ReaderCache::Batch& batch, const DDSSampleSequenceState& sequence,
+                              DDS_SampleInfoSeq& infos);
+    void end_loan(Loan loan) MERIDIAN_REQUIRES(mutex_);
+    template <typename Status>
+    DDS_ReturnCode_t read_status(Status& status, Status (ReaderStatuses::*take)(), DDS_StatusMask bit);
+
+    ReaderOwner& subscriber_;
+    DeliveryThread& delivery_;
+    DDSDataReader* face_ = nullptr;
+    SampleStock stock_;
+    // Under the lock of the runtime.
+    SampleDecoder decoder_;
+    std::vector<Received> received_; // not stored yet
+
+    ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
+    ReaderStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
+    ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_map<rtps::Guid, int32_t> strengths_ MERIDIAN_GUARDED_BY(mutex_); // of matched writers
+    rtps::MonotonicTime armed_ MERIDIAN_GUARDED_BY(mutex_) = rtps::kNever;
+    std::vector<DDS_InstanceHandle_t> missed_ MERIDIAN_GUARDED_BY(mutex_); // deadlines, of the last timer
+    uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;
+    uint64_t undecodable_ MERIDIAN_GUARDED_BY(mutex_) = 0;
+    std::vector<Loan> loans_ MERIDIAN_GUARDED_BY(mutex_); // rarely more than one at a time
+    /// Of the last loan that came back: its memory, which grew to the size of the takes, serves the next one.
+    Loan spare_loan_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<ReadCondition>> conditions_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+} // namespace meridian::dcps

@@ -1,0 +1,99 @@
+#pragma once
+
+// What a participant and its endpoints are made with, and what is written.
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "rtps/protocol/times.h"
+#include "rtps/wire/discovery_data.h"
+
+namespace meridian::rtps {
+
+/// The addresses a participant announces as its own.
+struct OwnLocators {
+    LocatorList metatraffic_unicast;
+    LocatorList metatraffic_multicast;
+    LocatorList default_unicast;
+    LocatorList default_multicast;
+    /// Addresses that only this host can use, announced besides the others where Output::stays_on_host says
+    /// so: peers may be bound to loopback, but others would send to their own loopback what is meant for us.
+    LocatorList host_metatraffic_unicast;
+    LocatorList host_default_unicast;
+};
+
+struct ParticipantConfig {
+    GuidPrefix prefix;
+    /// True for participants of this process; they are never reported and never matched. May be empty: only
+    /// this participant itself is own then. Must be callable for as long as the participant lives.
+    std::function<bool(const GuidPrefix&)> is_own;
+    uint32_t domain_id = 0;
+    std::string domain_tag;
+    std::string name;
+    std::vector<Property> properties; // announced as they stand
+    ByteBuffer user_data;
+    WireDuration lease{6, 0x80000000};
+    Duration announce_period = std::chrono::seconds(2);
+    int initial_announcements = 5; // the burst at start
+    Duration initial_announcement_period = std::chrono::milliseconds(100);
+    OwnLocators locators;
+    /// Where participant announcements go: multicast groups and unicast peers, with their ports.
+    LocatorList initial_peers;
+    /// Largest datagram sent; larger samples go as fragments. At least 576.
+    size_t max_message_size = 14720;
+    /// Builtin endpoints beyond those that this class always has (participants, publications, subscriptions
+    /// and participant messages), as BuiltinEndpoint bits; their readers and writers are added with
+    /// add_reader and add_writer.
+    uint32_t additional_builtin_endpoints = 0;
+    /// Differs for every life of a process that may come back with the same prefix; announced, so that others
+    /// of this library notice at once. 0: not announced.
+    uint64_t incarnation = 0;
+    uint64_t seed = 1; // for the jitter of periodic announcements
+    /// Larger fragmented samples are dropped with a warning.
+    size_t max_sample_size = size_t{16} << 20;
+    /// All fragments and out-of-order samples held for one reader together; beyond it nothing new is held,
+    /// and reliable ones are asked for again later.
+    size_t max_reassembly_memory = size_t{64} << 20;
+    /// Discovered participants beyond this many are not taken (a guard against hostile networks), likewise
+    /// endpoints.
+    size_t max_remote_participants = 10000;
+    size_t max_remote_endpoints = 200000;
+};
+
+/// The counterpart of a builtin endpoint that is not announced through endpoint discovery: it exists where a
+/// participant announces this bit.
+struct BuiltinPeer {
+    EntityId remote;
+    uint32_t remote_bit = 0; // BuiltinEndpoint
+};
+
+struct ReaderConfig {
+    std::optional<BuiltinPeer> builtin_peer; // set: matched by it, and not announced
+    /// Shortest time between two acknowledgements of one writer's heartbeats, against storms. The first is
+    /// immediate.
+    Duration heartbeat_suppression = std::chrono::milliseconds(1);
+    /// A missing sample is asked for again when it did not come within this time.
+    Duration nack_retry = std::chrono::milliseconds(50);
+};
+
+struct WriterConfig {
+    std::optional<BuiltinPeer> builtin_peer;                    // set: matched by it, and not announced
+    Duration heartbeat_period = std::chrono::milliseconds(100); // while something is unacknowledged
+    /// Samples that wait for acknowledgement (or are kept for late joiners) at most; write fails beyond it.
+    /// With keep-last history older samples of the instance make room first.
+    size_t max_samples = 100000;
+};
+
+/// One sample to write. The views need to live during the call only.
+struct WriteRequest {
+    ByteView payload; // with its encapsulation header
+    bool payload_is_key = false;
+    /// The instance, for keep-last history; without it all samples are of one instance.
+    std::optional<KeyHash> instance;
+    InlineQos inline_qos;                     // sent where anything in it is set
+    std::optional<WireTime> source_timestamp; // default: Now::wall
+};
+
+} // namespace meridian::rtps

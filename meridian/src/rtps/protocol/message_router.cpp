@@ -1,0 +1,205 @@
+#include "rtps/protocol/message_router.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace meridian::rtps {
+
+MessageRouter::MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery& participants,
+                             const EndpointDiscovery& endpoints, const LocalEndpoints& locals,
+                             Liveliness& liveliness, WarnOnce& warnings)
+    : own_prefix_(own_prefix),
+      participants_(participants),
+      endpoints_(endpoints),
+      locals_(locals),
+      liveliness_(liveliness),
+      warnings_(warnings) {}
+
+ReadStatus MessageRouter::take(ByteView datagram, const Locator& source) {
+    source_ = source;
+    checked_ = false;
+    return read_message(datagram, *this);
+}
+
+ReadStatus MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
+    now_ = now;
+    const ReadStatus status = take(datagram, source);
+    if (!unknown_writers_.empty()) {
+        early_packets_.add(unknown_writers_, datagram, source, now.monotonic);
+        unknown_writers_.clear();
+    }
+    replay(now);
+    return status;
+}
+
+void MessageRouter::replay(Now now) {
+    now_ = now;
+    if (early_packets_.empty())
+        newly_known_writers_.clear();
+    for (const Guid& writer : std::exchange(newly_known_writers_, {})) {
+        for (const EarlyPackets::Packet& packet : early_packets_.take(writer, now_.monotonic))
+            take(*packet.datagram, packet.source);
+        unknown_writers_.clear(); // of others in the same packets, which are kept for them already
+    }
+}
+
+void MessageRouter::end_batch() {
+    for (LocalEndpoint* local : touched_) {
+        local->in_batch = false;
+        local->reader_sink->on_batch_end();
+    }
+    touched_.clear();
+}
+
+bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const {
+    if (destination != kUnknownPrefix)
+        return destination == own_prefix_;
+    if (local.is_builtin() || (local == entity::unknown && remote.entity.is_builtin()))
+        return true;
+    if (local != entity::unknown)
+        return locals_.find(local) != nullptr;
+    const RemoteEndpoint* endpoint = endpoints_.find(remote);
+    return endpoint == nullptr || endpoint->undecided || !endpoint->matched.empty();
+}
+
+bool MessageRouter::accepted(const MessageContext& context) {
+    if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
+        return false;
+    if (checked_ && checked_source_ == context.source)
+        return checked_result_;
+    checked_ = true;
+    checked_source_ = context.source;
+    checked_result_ = !participants_.excludes(context.source);
+    if (checked_result_)
+        participants_.on_traffic(context.source, now_.monotonic);
+    return checked_result_;
+}
+
+template <typename Function>
+bool MessageRouter::hand_to(LocalEndpoint& local, Function& function) {
+    if (!local.in_batch) {
+        local.in_batch = true;
+        touched_.push_back(&local);
+    }
+    return function(*local.reader);
+}
+
+template <typename Function>
+bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function function) {
+    if (reader != entity::unknown) {
+        LocalEndpoint* local = locals_.find(reader);
+        return local != nullptr && local->reader && hand_to(*local, function);
+    }
+    bool known = false;
+    if (writer.entity.is_builtin()) {
+        for (LocalEndpoint* local : locals_.builtin())
+            known = (local->reader && hand_to(*local, function)) || known;
+        return known;
+    }
+    const RemoteEndpoint* remote = endpoints_.find(writer);
+    if (remote == nullptr)
+        return false;
+    for (LocalEndpoint* local : remote->matched)
+        known = hand_to(*local, function) || known;
+    return known;
+}
+
+void MessageRouter::note_unknown_writer(const Guid& writer) {
+    if (writer.entity.is_builtin() || participants_.find(writer.prefix) == nullptr)
+        return;
+    const RemoteEndpoint* remote = endpoints_.find(writer);
+    const bool may_be_matched_soon = remote == nullptr || remote->undecided;
+    if (may_be_matched_soon &&
+        std::find(unknown_writers_.begin(), unknown_writers_.end(), writer) == unknown_writers_.end())
+        unknown_writers_.push_back(writer);
+}
+
+void MessageRouter::assert_liveliness(const Guid& writer) {
+    if (liveliness_.watches_any())
+        liveliness_.on_writer_asserted(writer, now_.monotonic);
+}
+
+void MessageRouter::on_data(const MessageContext& context, const Data& data) {
+    if (!accepted(context))
+        return;
+    if (data.writer == entity::participant_writer) {
+        participants_.on_data(context, data, source_, now_);
+        return;
+    }
+    const Guid writer{context.source, data.writer};
+    if (!for_readers(data.reader, writer,
+                     [&](Reader& reader) { return reader.on_data(context, data, now_.monotonic); }))
+        note_unknown_writer(writer);
+    assert_liveliness(writer);
+}
+
+void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& fragment) {
+    if (!accepted(context))
+        return;
+    const Guid writer{context.source, fragment.writer};
+    if (!for_readers(fragment.reader, writer,
+                     [&](Reader& reader) { return reader.on_data_frag(context, fragment, now_.monotonic); }))
+        note_unknown_writer(writer);
+    assert_liveliness(writer);
+}
+
+void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) {
+    if (!accepted(context))
+        return;
+    const Guid writer{context.source, heartbeat.writer};
+    for_readers(heartbeat.reader, writer, [&](Reader& reader) {
+        reader.on_heartbeat(writer, heartbeat, now_.monotonic);
+        return true;
+    });
+    if (heartbeat.liveliness)
+        assert_liveliness(writer);
+}
+
+void MessageRouter::on_heartbeat_frag(const MessageContext& context, const HeartbeatFrag& heartbeat) {
+    if (!accepted(context))
+        return;
+    const Guid writer{context.source, heartbeat.writer};
+    for_readers(heartbeat.reader, writer, [&](Reader& reader) {
+        reader.on_heartbeat_frag(writer, heartbeat, now_.monotonic);
+        return true;
+    });
+}
+
+void MessageRouter::on_gap(const MessageContext& context, const Gap& gap) {
+    if (!accepted(context))
+        return;
+    const Guid writer{context.source, gap.writer};
+    for_readers(gap.reader, writer, [&](Reader& reader) {
+        reader.on_gap(writer, gap, now_.monotonic);
+        return true;
+    });
+}
+
+ReliableWriter* MessageRouter::writer_for(EntityId writer) const {
+    const LocalEndpoint* local = locals_.find(writer);
+    return local != nullptr ? local->writer.get() : nullptr;
+}
+
+void MessageRouter::on_acknack(const MessageContext& context, const AckNack& acknack) {
+    if (!accepted(context))
+        return;
+    if (ReliableWriter* writer = writer_for(acknack.writer))
+        writer->on_acknack(Guid{context.source, acknack.reader}, acknack, now_.monotonic);
+}
+
+void MessageRouter::on_nack_frag(const MessageContext& context, const NackFrag& nack) {
+    if (!accepted(context))
+        return;
+    if (ReliableWriter* writer = writer_for(nack.writer))
+        writer->on_nack_frag(Guid{context.source, nack.reader}, nack, now_.monotonic);
+}
+
+void MessageRouter::on_secured(const MessageContext& context, uint8_t) {
+    if (!accepted(context))
+        return;
+    ++secured_submessages_;
+    warnings_.warn("secured messages " + to_string(context.source),
+                   "participant " + to_string(context.source) + " sends secured messages; they are not read");
+}
+
+} // namespace meridian::rtps

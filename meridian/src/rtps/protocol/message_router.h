@@ -1,0 +1,85 @@
+#pragma once
+
+// Takes datagrams apart: decides which submessages are for this participant and come from one that it hears,
+// and hands each to the endpoints that it is for. A submessage costs the same however many endpoints there
+// are.
+
+#include <cstdint>
+#include <vector>
+
+#include "rtps/protocol/early_packets.h"
+#include "rtps/protocol/endpoint_discovery.h"
+#include "rtps/protocol/liveliness.h"
+#include "rtps/protocol/local_endpoints.h"
+#include "rtps/protocol/participant_discovery.h"
+#include "rtps/protocol/warn_once.h"
+#include "rtps/wire/message.h"
+
+namespace meridian::rtps {
+
+class MessageRouter final : private MessageVisitor {
+  public:
+    /// The references must outlive the router.
+    MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery& participants,
+                  const EndpointDiscovery& endpoints, const LocalEndpoints& locals, Liveliness& liveliness,
+                  WarnOnce& warnings);
+
+    /// Malformed datagrams are dropped, but for what stands before the fault.
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
+
+    /// See Participant::may_be_for.
+    bool may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const;
+
+    /// This writer can be matched from now on: what it sent before is taken by the next replay.
+    void writer_known(const Guid& writer) { newly_known_writers_.push_back(writer); }
+    void replay(Now now);
+    /// Tells the readers that were handed something since the last time that no more comes for now.
+    void end_batch();
+
+    uint64_t secured_submessages() const { return secured_submessages_; }
+
+  private:
+    void on_data(const MessageContext& context, const Data& data) override;
+    void on_data_frag(const MessageContext& context, const DataFrag& fragment) override;
+    void on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) override;
+    void on_heartbeat_frag(const MessageContext& context, const HeartbeatFrag& heartbeat) override;
+    void on_acknack(const MessageContext& context, const AckNack& acknack) override;
+    void on_nack_frag(const MessageContext& context, const NackFrag& nack) override;
+    void on_gap(const MessageContext& context, const Gap& gap) override;
+    void on_secured(const MessageContext& context, uint8_t kind) override;
+
+    /// Takes a datagram whose context is set up.
+    ReadStatus take(ByteView datagram, const Locator& source);
+    /// False for submessages that are not for us or come from those we do not hear.
+    bool accepted(const MessageContext& context);
+    /// Calls function for the readers that a submessage is meant for; false when none of them knows the
+    /// writer.
+    template <typename Function>
+    bool for_readers(EntityId reader, const Guid& writer, Function function);
+    /// Hands a submessage to one reader.
+    template <typename Function>
+    bool hand_to(LocalEndpoint& local, Function& function);
+    ReliableWriter* writer_for(EntityId writer) const;
+    /// Notes a writer of the present datagram that may be matched soon.
+    void note_unknown_writer(const Guid& writer);
+    void assert_liveliness(const Guid& writer);
+
+    const GuidPrefix own_prefix_;
+    ParticipantDiscovery& participants_;
+    const EndpointDiscovery& endpoints_;
+    const LocalEndpoints& locals_;
+    Liveliness& liveliness_;
+    WarnOnce& warnings_;
+    uint64_t secured_submessages_ = 0;
+    EarlyPackets early_packets_;
+    std::vector<LocalEndpoint*> touched_;   // readers, since end_batch
+    std::vector<Guid> unknown_writers_;     // of the datagram being received
+    std::vector<Guid> newly_known_writers_; // since the last replay
+    Now now_;                               // of the call in progress
+    Locator source_;                        // of the datagram being received
+    bool checked_ = false;                  // accepted() was asked for checked_source_ in this datagram
+    GuidPrefix checked_source_;
+    bool checked_result_ = false;
+};
+
+} // namespace meridian::rtps

@@ -1,0 +1,253 @@
+#include "types/data/cdr_walker.h"
+
+#include "rtps/wire/xcdr2_headers.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+
+bool CdrWalker::fail(const char* reason) {
+    if (strict_ || !failure_.empty())
+        return false;
+    std::string path;
+    for (const Step& step : path_) {
+        if (step.member == nullptr)
+            path += "[" + std::to_string(step.index) + "]";
+        else
+            path += (path.empty() ? "" : ".") + step.member->name;
+    }
+    failure_ = (path.empty() ? "" : "member " + path + ": ") + reason;
+    return false;
+}
+
+bool CdrWalker::descend(const Step& step) {
+    return path_.push(step) || fail("values nest too deeply");
+}
+
+bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
+    return enter_delimited(outer, inner) || fail("its length exceeds the sample");
+}
+
+bool CdrWalker::leave_header(const ByteReader& inner) {
+    return !strict_ || inner.remaining() == 0;
+}
+
+bool CdrWalker::leave_member(const ByteReader& body) {
+    // XCDR1 allows the length of a member to include the padding behind it.
+    const size_t padding = version_ == CdrVersion::xcdr1 ? 3 : 0;
+    return !strict_ || body.remaining() <= padding;
+}
+
+DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
+    if (key_only_ && dialect_.flat_keys)
+        return DDS_FINAL_EXTENSIBILITY;
+    const DDS_ExtensibilityKind kind = has_outer_ && path_.empty() ? outer_ : type.extensibility;
+    const bool without_lists = version_ == CdrVersion::xcdr1 && !dialect_.lists;
+    return without_lists && kind == DDS_MUTABLE_EXTENSIBILITY ? DDS_FINAL_EXTENSIBILITY : kind;
+}
+
+bool CdrWalker::walk(ByteReader& reader, const Type& type, ValueSink* sink) {
+    return walk_value(reader, &type, sink);
+}
+
+bool CdrWalker::walk_value(ByteReader& reader, const Type* type, ValueSink* sink) {
+    type = resolve_alias(type);
+    if (type == nullptr)
+        return fail("its type is an alias that refers to itself");
+    if (path_.size() > kMaxValueDepth)
+        return fail("values nest too deeply");
+    if (budget_ == 0)
+        return fail("more values than a sample of this size can hold");
+    --budget_;
+    switch (type->kind) {
+        case DDS_TK_STRUCT:
+        case DDS_TK_VALUE:
+            return walk_structure(reader, *type, sink);
+        case DDS_TK_UNION:
+            return walk_union(reader, *type, sink);
+        case DDS_TK_SEQUENCE:
+        case DDS_TK_ARRAY:
+            return walk_collection(reader, *type, sink);
+        case DDS_TK_MAP:
+            return walk_map(reader, *type, sink);
+        case DDS_TK_BITSET:
+            return walk_bitset(reader, *type, sink);
+        default:
+            return walk_scalar(reader, *type, sink);
+    }
+}
+
+bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, const Type& type,
+                                 ValueSink* sink) {
+    const Type* kind = resolve_alias(type.discriminator);
+    Scalar value;
+    if (kind == nullptr || !read_scalar(discriminator, *kind, value))
+        return fail("the discriminator cannot be read");
+    if (sink != nullptr && !(sink->discriminator() && sink->scalar(*kind, value)))
+        return false;
+    if (key_only_ && type.discriminator_key)
+        return true;
+    const Member* selected = select_union_member(type, value.integer());
+    return selected == nullptr || walk_member(branch, *selected, sink);
+}
+
+bool CdrWalker::walk_mutable_union(ByteReader& outer, const Type& type, ValueSink* sink) {
+    ByteReader inner;
+    ByteReader* reader = &outer;
+    if (version_ == CdrVersion::xcdr2) {
+        if (!enter_header(outer, inner))
+            return false;
+        reader = &inner;
+    }
+    // The discriminator comes first; peers give it different ids.
+    ByteReader parts[2];
+    size_t count = 0;
+    while (true) {
+        uint32_t id = 0;
+        bool must_understand = false;
+        bool end = false;
+        ByteReader body;
+        if (!read_mutable_header(*reader, id, must_understand, end, body))
+            return false;
+        if (end)
+            break;
+        if (count < 2)
+            parts[count++] = body;
+        else
+            return fail("a union with more than two members");
+    }
+    if (count == 0)
+        return fail("a union without a discriminator");
+    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member(parts[1]);
+}
+
+bool CdrWalker::walk_union(ByteReader& reader, const Type& type, ValueSink* sink) {
+    if (sink != nullptr && !sink->begin_aggregate(type))
+        return false;
+    const DDS_ExtensibilityKind extensibility = extensibility_of(type);
+    bool done = false;
+    if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
+        done = walk_mutable_union(reader, type, sink);
+    } else if (extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2) {
+        ByteReader inner;
+        if (!enter_header(reader, inner))
+            return false;
+        done = walk_union_parts(inner, inner, type, sink) && leave_header(inner);
+    } else {
+        done = walk_union_parts(reader, reader, type, sink);
+    }
+    return done && (sink == nullptr || sink->end_aggregate(type));
+}
+
+bool CdrWalker::is_primitive_like(const Type* type) const {
+    if (type == nullptr)
+        return false;
+    const bool enumerated = type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK;
+    return primitive_size(type->kind) != 0 || (enumerated && dialect_.headers == CdrDialect::Headers::few);
+}
+
+bool CdrWalker::has_header(const Type& collection) const {
+    if (version_ == CdrVersion::xcdr1)
+        return false;
+    const bool keys_count = dialect_.headers != CdrDialect::Headers::few;
+    if (collection.kind == DDS_TK_MAP && keys_count && !is_primitive_like(resolve_alias(collection.key)))
+        return true;
+    const Type* content = resolve_alias(collection.content);
+    if (collection.kind == DDS_TK_ARRAY && dialect_.headers != CdrDialect::Headers::standard) {
+        for (unsigned depth = 0; content != nullptr && content->kind == DDS_TK_ARRAY && depth < kMaxTypeDepth;
+             ++depth)
+            content = resolve_alias(content->content);
+    }
+    return !is_primitive_like(content);
+}
+
+bool CdrWalker::skip_primitives(ByteReader& reader, size_t size, uint64_t count) {
+    if (count == 0)
+        return true;
+    if (!reader.align(size) || count > reader.remaining() / size ||
+        !reader.skip(static_cast<size_t>(count) * size))
+        return fail("more elements than the sample holds");
+    return true;
+}
+
+bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t count, ValueSink* sink) {
+    const Type* content = resolve_alias(type.content);
+    if (content == nullptr)
+        return fail("its type is an alias that refers to itself");
+    size_t size = primitive_size(content->kind);
+    if (content->kind == DDS_TK_WCHAR && dialect_.wide_text == CdrDialect::WideText::quads)
+        size = 4;
+    if (size != 0 && sink == nullptr)
+        return skip_primitives(reader, size, count);
+    if (size != 0 && count > reader.remaining() / size)
+        return fail("more elements than the sample holds");
+    for (uint64_t i = 0; i < count; ++i) {
+        if (sink != nullptr && !sink->element(i))
+            return false;
+        if (size != 0) { // cannot fail: their bytes were counted
+            if (!walk_scalar(reader, *content, sink))
+                return false;
+            continue;
+        }
+        if (!descend({nullptr, i}))
+            return false;
+        const bool done = walk_value(reader, content, sink);
+        leave();
+        if (!done)
+            return false;
+    }
+    return true;
+}
+
+bool CdrWalker::walk_collection(ByteReader& outer, const Type& type, ValueSink* sink) {
+    ByteReader inner;
+    ByteReader* reader = &outer;
+    if (has_header(type)) {
+        if (!enter_header(outer, inner))
+            return false;
+        reader = &inner;
+    }
+    uint64_t count = 1;
+    if (type.kind == DDS_TK_SEQUENCE) {
+        uint32_t length = 0;
+        if (!reader->read(length))
+            return fail("the sample ends before its length");
+        count = length;
+    } else {
+        for (uint32_t dimension : type.dimensions) {
+            if (dimension != 0 && count > UINT64_MAX / dimension)
+                return fail("an array of more elements than can be counted");
+            count *= dimension;
+        }
+    }
+    return (sink == nullptr || sink->begin_collection(type, count)) &&
+           walk_elements(*reader, type, count, sink) && (reader != &inner || leave_header(inner)) &&
+           (sink == nullptr || sink->end_collection(type));
+}
+
+bool CdrWalker::walk_map(ByteReader& outer, const Type& type, ValueSink* sink) {
+    ByteReader inner;
+    ByteReader* reader = &outer;
+    uint32_t count = 0;
+    if (has_header(type)) {
+        if (!enter_header(outer, inner))
+            return false;
+        reader = &inner;
+    }
+    if (!reader->read(count))
+        return fail("the sample ends before its length");
+    if (sink != nullptr && !sink->begin_map(type, count))
+        return false;
+    for (uint32_t i = 0; i < count; ++i) {
+        if (!descend({nullptr, i}))
+            return false;
+        const bool done = (sink == nullptr || sink->key(i)) && walk_value(*reader, type.key, sink) &&
+                          (sink == nullptr || sink->mapped()) && walk_value(*reader, type.content, sink);
+        leave();
+        if (!done)
+            return false;
+    }
+    return (reader != &inner || leave_header(inner)) && (sink == nullptr || sink->end_map(type));
+}
+
+} // namespace meridian::types

@@ -1,0 +1,175 @@
+#pragma once
+
+// Walks serialized data by its type: XCDR1 and XCDR2, both byte orders, final, appendable and mutable types
+// (OMG DDS-XTypes 1.3, 7.4). All bytes are reached through ByteReader.
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "rtps/wire/byte_reader.h"
+#include "types/data/dialect.h"
+#include "types/data/members.h"
+#include "types/data/nesting.h"
+#include "types/data/value_sink.h"
+
+namespace meridian::types {
+
+/// A member that is present, and a reader of its value: exactly its bytes, or, where the encoding does not
+/// delimit members, whatever follows too.
+struct LocatedMember {
+    const Member* member = nullptr;
+    rtps::ByteReader body;
+    bool present = false;
+};
+
+/// Memory of a walk, for the next one to use again.
+struct WalkBuffers {
+    // Of each structure on the way down, behind those of the structure around it.
+    std::vector<LocatedMember> located;
+    std::vector<KeyMember> key_members;
+    std::u16string wide_text;
+};
+
+/// The end of a list that grows on the way down and shrinks on the way up. An entry's address changes
+/// whenever the list grows.
+template <typename T>
+class ListEnd {
+  public:
+    explicit ListEnd(std::vector<T>& list) : list_(list), first_(list.size()) {}
+    ~ListEnd() { list_.erase(list_.begin() + static_cast<std::ptrdiff_t>(first_), list_.end()); }
+    ListEnd(const ListEnd&) = delete;
+    ListEnd& operator=(const ListEnd&) = delete;
+
+    std::vector<T>& list() { return list_; }
+    void add(const T& entry) { list_.push_back(entry); }
+    /// Entries since this end was made; those of ends made later must be gone.
+    size_t size() const { return list_.size() - first_; }
+    T& operator[](size_t index) { return list_[first_ + index]; }
+
+  private:
+    std::vector<T>& list_;
+    const size_t first_;
+};
+
+/// One walk over one stream. Not thread-safe; cheap to make.
+class CdrWalker {
+  public:
+    /// `buffers` must outlive the walker and belong to it alone.
+    CdrWalker(CdrVersion version, const CdrDialect& dialect, size_t payload_size, WalkBuffers& buffers)
+        : version_(version),
+          dialect_(dialect),
+          budget_(16 * uint64_t{payload_size} + 4096),
+          buffers_(buffers) {}
+
+    /// Reads one value; with a null sink it is only passed. False when the bytes do not make one, or the sink
+    /// stopped.
+    bool walk(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+
+    using Located = ListEnd<LocatedMember>;
+    /// Finds the members of a structure, its bases' included, in the order of the type, and passes the
+    /// structure.
+    bool locate_members(rtps::ByteReader& reader, const Type& type, Located& members);
+
+    /// Tells that what is walked or located next is the value of a located member, until leave(). False when
+    /// values nest too deeply; then there is nothing to leave.
+    bool enter(const Member& member) { return descend({&member, 0}); }
+    void leave() { path_.pop(); }
+
+    /// Takes only the members of structures that make the key: for payloads that consist of nothing else.
+    /// Structures without key members count whole, except the outermost.
+    void set_key_only() { key_only_ = true; }
+
+    /// What the encapsulation of a payload says of its outermost structure or union, where that differs from
+    /// its type.
+    void set_outer_extensibility(DDS_ExtensibilityKind extensibility) {
+        outer_ = extensibility;
+        has_outer_ = true;
+    }
+
+    /// Refuses what no serializer writes, though it could be read: delimited values that do not fill their
+    /// length, flags that are neither 0 nor 1. For trials: no reason is told.
+    void set_strict() { strict_ = true; }
+    /// Refuses wide strings with anything but zeros up to the next four octets as well: the rest of a text
+    /// whose length was taken for octets, though it counts characters, looks like padding.
+    void set_zeros_behind_wide_text() { zeros_behind_wide_text_ = true; }
+
+    /// Where and why the first failure happened: "member a.b[3]: reason".
+    const std::string& failure() const { return failure_; }
+
+  private:
+    struct Step {
+        const Member* member; // or, when null, the element of this index
+        uint64_t index;
+    };
+
+    bool fail(const char* reason);
+    bool descend(const Step& step);
+    bool enter_header(rtps::ByteReader& outer, rtps::ByteReader& inner);
+    bool leave_header(const rtps::ByteReader& inner);
+    bool leave_member(const rtps::ByteReader& body);
+    bool walk_value(rtps::ByteReader& reader, const Type* type, ValueSink* sink);
+    bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
+    bool read_integer(rtps::ByteReader& reader, size_t size, bool is_signed, uint64_t& bits);
+    bool read_wide_text(rtps::ByteReader& reader, Scalar& value);
+    bool stands_before_zeros(const rtps::ByteReader& reader);
+    bool read_long_double(rtps::ByteReader& reader, Scalar& value);
+    bool walk_bitset(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+
+    bool walk_structure(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool walk_plain_members(rtps::ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
+                            Located* located);
+    bool walk_plain_member(rtps::ByteReader& reader, const Member& member, ValueSink* sink, Located* located);
+    /// Whether the number in the header of a mutable member tells nothing about where the member ends: Fast
+    /// CDR 2 puts the count of a map there.
+    bool has_open_end(const Member& member) const;
+    /// Finds the end of such a member by walking it. `header` stands at its header.
+    bool measure_map(const rtps::ByteReader& header, const Member& member, rtps::ByteReader& reader,
+                     rtps::ByteReader& body);
+    bool find_mutable_members(rtps::ByteReader& reader, const Type& type, Located& members);
+    bool walk_located(Located& members, ValueSink* sink);
+    bool read_mutable_header(rtps::ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,
+                             rtps::ByteReader& body);
+    bool walk_union(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool walk_union_parts(rtps::ByteReader& discriminator, rtps::ByteReader& branch, const Type& type,
+                          ValueSink* sink);
+    bool walk_mutable_union(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool walk_member(rtps::ByteReader& reader, const Member& member, ValueSink* sink);
+
+    bool walk_collection(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool walk_elements(rtps::ByteReader& reader, const Type& type, uint64_t count, ValueSink* sink);
+    bool skip_primitives(rtps::ByteReader& reader, size_t size, uint64_t count);
+    bool walk_map(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool has_header(const Type& collection) const;
+    bool is_primitive_like(const Type* type) const;
+
+    /// The header of an optional or mutable XCDR1 member. Size 0 of an optional one means absent; `end` is
+    /// set by the header that ends a list.
+    struct Xcdr1Header {
+        uint32_t id = 0;
+        uint32_t size = 0;
+        bool must_understand = false;
+        bool end = false;
+    };
+    bool read_xcdr1_header(rtps::ByteReader& reader, Xcdr1Header& header);
+    bool take_xcdr1_body(rtps::ByteReader& reader, uint32_t size, rtps::ByteReader& body);
+
+    DDS_ExtensibilityKind extensibility_of(const Type& type) const;
+
+    CdrVersion version_;
+    CdrDialect dialect_;
+    /// Values that may still be visited: types whose values take no bytes must not make endless work of a
+    /// short sample.
+    uint64_t budget_;
+    WalkBuffers& buffers_;
+    bool key_only_ = false;
+    bool strict_ = false;
+    bool zeros_behind_wide_text_ = false;
+    bool has_outer_ = false;
+    DDS_ExtensibilityKind outer_ = DDS_FINAL_EXTENSIBILITY;
+    NestingStack<Step> path_;
+    std::string failure_;
+};
+
+} // namespace meridian::types

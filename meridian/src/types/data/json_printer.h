@@ -1,0 +1,24 @@
+#pragma once
+
+// Contents as JSON: see docs/contents.md.
+
+#include "types/data/print_buffers.h"
+#include "types/data/value_sink.h"
+
+namespace meridian::types {
+
+struct JsonStyle {
+    bool pretty = false; // several lines, indented by three blanks
+    bool numeric_enumerators = false;
+};
+
+/// What tells the values of a sample to a sink; false when it failed.
+class JsonWalk {
+  public:
+    virtual ~JsonWalk() = default;
+    virtual bool operator()(ValueSink& sink) const = 0;
+};
+/// Appends the JSON text to that of `buffers`. False, with the text as it was, when the walk failed.
+bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers);
+
+} // namespace meridian::types

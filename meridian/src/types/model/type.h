@@ -1,0 +1,167 @@
+#pragma once
+
+// The model behind type codes. A Type is a node of a TypeGraph; the graph owns all its nodes, so that
+// recursive types need no weak pointers, and is immutable once it is built. A TypeRef holds one node and
+// keeps its graph alive.
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "meridian/type_code.h"
+
+namespace meridian::types {
+
+class TypeGraph;
+struct Type;
+
+/// Nodes of one graph; a type that needs more is refused. So many are beyond every real data model and take
+/// about 25 megabytes without their members.
+constexpr size_t kMaxGraphNodes = 100000;
+/// Members of all types of one graph together, for the same reason.
+constexpr size_t kMaxGraphMembers = 1000000;
+/// Depth to which type definitions may nest before recursion; deeper ones are refused instead of exhausting
+/// the stack.
+constexpr unsigned kMaxTypeDepth = 128;
+/// Dimensions of an array.
+constexpr size_t kMaxDimensions = 32;
+
+struct Member {
+    std::string name;
+    uint32_t id = 0;
+    const Type* type = nullptr; // null in enumerations and bit masks
+    int64_t value = 0;          // enumerator; bit position of a flag or a bit field
+    uint16_t bits = DDS_TYPECODE_NOT_BITFIELD;
+    bool key = false;
+    bool optional = false;
+    bool must_understand = false;
+    bool external = false;
+    std::vector<int32_t> labels; // of a union member, as announced
+};
+
+struct Type final : DDS_TypeCode {
+    explicit Type(TypeGraph& owner) : graph(&owner) {}
+
+    TypeGraph* graph;
+    DDS_TCKind kind = DDS_TK_NULL;
+    DDS_ExtensibilityKind extensibility = DDS_FINAL_EXTENSIBILITY;
+    bool nested = false;
+    /// Made from a minimal type object: members carry their id as name, the type an empty name.
+    bool nameless = false;
+    bool discriminator_key = false;
+    uint16_t bit_bound = 32;
+    uint32_t bound = 0; // 0: unbounded
+    int32_t default_index = DDS_TYPECODE_NO_DEFAULT;
+    std::string name;
+    const Type* base = nullptr;
+    const Type* content = nullptr;
+    const Type* key = nullptr;
+    const Type* discriminator = nullptr;
+    std::vector<uint32_t> dimensions;
+    std::vector<Member> members;
+
+    bool is_aggregate() const { return kind == DDS_TK_STRUCT || kind == DDS_TK_VALUE; }
+};
+
+/// The type behind all aliases; null when they refer to each other in a circle.
+const Type* resolve_alias(const Type* type);
+
+/// Size of a primitive value on the wire: 1, 2, 4, 8 or 16; 0 for other kinds. Wide characters count as 2.
+size_t primitive_size(DDS_TCKind kind);
+/// Whether values of the type, behind its aliases, have no parts.
+bool is_scalar(const Type* type);
+/// Octets that hold an enumeration, bit mask or bit set of so many bits.
+size_t size_of_bits(uint16_t bits);
+
+/// The member of a union that a discriminator selects: the one with that label, else the default one, else
+/// null.
+const Member* select_union_member(const Type& type, int64_t discriminator);
+/// The enumerator or flag with that value; null when none has it.
+const Member* find_enumerator(const Type& type, int64_t value);
+
+/// Structural equality; equal recursive types compare equal.
+bool equal(const Type& a, const Type& b);
+
+/// Owner of nodes, counted. Built by one thread, then never changed.
+class TypeGraph {
+  public:
+    /// With one reference, which adopt() passes on.
+    static TypeGraph* create() { return new TypeGraph; }
+    TypeGraph(const TypeGraph&) = delete;
+    TypeGraph& operator=(const TypeGraph&) = delete;
+
+    /// A new node; null when the graph is full.
+    Type* add() {
+        if (nodes_.size() >= kMaxGraphNodes)
+            return nullptr;
+        return &nodes_.emplace_back(*this);
+    }
+    /// The node of a primitive kind, made once per graph.
+    const Type* primitive(DDS_TCKind kind);
+    /// Counts members against the limit.
+    bool count_members(size_t count) {
+        members_ += count;
+        return members_ <= kMaxGraphMembers;
+    }
+    size_t size() const { return nodes_.size(); }
+
+    void acquire() const { references_.fetch_add(1, std::memory_order_relaxed); }
+    void release() const {
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+  private:
+    TypeGraph() = default;
+    ~TypeGraph() = default;
+
+    mutable std::atomic<uint32_t> references_{1};
+    std::deque<Type> nodes_; // addresses stay
+    size_t members_ = 0;
+    const Type* primitives_[DDS_TK_MAP + 1] = {};
+};
+
+/// Shared ownership of a node's graph. Copies are cheap and may be made on any thread.
+class TypeRef {
+  public:
+    TypeRef() = default;
+    explicit TypeRef(const Type* type) : type_(type) {
+        if (type_ != nullptr)
+            type_->graph->acquire();
+    }
+    /// Takes over the reference that TypeGraph::create made. `type` is a node of that graph.
+    static TypeRef adopt(const Type* type) {
+        TypeRef ref;
+        ref.type_ = type;
+        return ref;
+    }
+    TypeRef(const TypeRef& other) : TypeRef(other.type_) {}
+    TypeRef(TypeRef&& other) noexcept : type_(other.type_) { other.type_ = nullptr; }
+    TypeRef& operator=(TypeRef other) noexcept {
+        const Type* mine = type_;
+        type_ = other.type_;
+        other.type_ = mine;
+        return *this;
+    }
+    ~TypeRef() {
+        if (type_ != nullptr)
+            type_->graph->release();
+    }
+
+    explicit operator bool() const { return type_ != nullptr; }
+    const Type* get() const { return type_; }
+    const Type& operator*() const { return *type_; }
+    const Type* operator->() const { return type_; }
+
+  private:
+    const Type* type_ = nullptr;
+};
+
+/// The node behind a type code that the API handed out.
+inline const Type* from_type_code(const DDS_TypeCode* tc) {
+    return static_cast<const Type*>(tc);
+}
+
+} // namespace meridian::types
