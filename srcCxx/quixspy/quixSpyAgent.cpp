@@ -11,6 +11,7 @@
 #include "meridian/string.h"
 #include "quixspy/quixSpyDataListener.h"
 #include "quixspy/quixSpyDiscoveryListener.h"
+#include "quixspy/quixSpyText.h"
 
 std::atomic<bool> QUIXSPY_INTERRUPTED{false};
 
@@ -269,7 +270,7 @@ void QuixSpyAgent::print_statistics() {
                            static_cast<unsigned long long>(listener.dataSampleCount.load()),
                            static_cast<unsigned long long>(listener.disposeSampleCount.load()),
                            static_cast<unsigned long long>(listener.noWritersSampleCount.load()),
-                           listener.topicName, listener.typeName);
+                           QUIXSpy_text(listener.topicName).c_str(), QUIXSpy_text(listener.typeName).c_str());
         }
     }
     output().put("\n\n");

@@ -8,6 +8,7 @@
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpyRawPrinter.h"
+#include "quixspy/quixSpyText.h"
 
 namespace {
 
@@ -184,8 +185,10 @@ void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* s
         return;
     if (settings_.useDynamicData)
         print_sample(*static_cast<const DDS_DynamicData*>(sample), 0);
-    else if (typeCode_ != nullptr)
+    else if (typeCode_ != nullptr && settings_.printSample == PRINT_SAMPLE_PLAIN)
         print_sample(*static_cast<const DynamicType*>(sample), typeCode_, 0);
+    else if (typeCode_ != nullptr)
+        fail_compact(DDS_RETCODE_UNSUPPORTED); // of this form there are only lines
 }
 
 bool QuixSpyDataListener::print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode,
@@ -229,18 +232,24 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
     if (result == DDS_RETCODE_OK)
         result = sample.to_string(printBuffer_, length, format);
     if (result != DDS_RETCODE_OK) {
-        put_line();
-        return output_.fail("to_string failed with retCode %d\n", result);
+        return fail_compact(result);
     }
     line_ += " sample=";
     line_ += printBuffer_;
     return true;
 }
 
+/// What the compact form cannot show is told behind the fields of the line.
+bool QuixSpyDataListener::fail_compact(DDS_ReturnCode_t result) {
+    put_line();
+    return output_.fail("to_string failed with retCode %d\n", result);
+}
+
 void QuixSpyDataListener::on_requested_deadline_missed(DDSDataReader* reader,
                                                        const DDS_RequestedDeadlineMissedStatus& status) {
     if (const char* const topic = topic_of(reader))
-        output_.fail("ferret: Deadline number %6.6d missed for Topic \"%s\".\n", status.total_count, topic);
+        output_.fail("ferret: Deadline number %6.6d missed for Topic \"%s\".\n", status.total_count,
+                     QUIXSpy_text(topic).c_str());
     else
         output_.fail("ferret: Deadline number %6.6d missed.\n", status.total_count);
 }
@@ -252,7 +261,7 @@ void QuixSpyDataListener::on_requested_incompatible_qos(DDSDataReader* reader,
         if (status.policies[0].policy_id != DDS_DEADLINE_QOS_POLICY_ID)
             return;
         const char* const topic = topic_of(reader);
-        const std::string name = topic != nullptr ? " \"" + std::string(topic) + "\"" : "";
+        const std::string name = topic != nullptr ? " \"" + QUIXSpy_text(topic) + "\"" : "";
         output_.fail(
             "ferret: Matched Topic%s has incompatible deadline QoS.\n"
             "ferret: ... will not receive updates from it\n",

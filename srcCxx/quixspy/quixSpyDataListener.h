@@ -88,6 +88,7 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     bool print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode, int32_t indent);
     bool print_plain(const DDS_DynamicData& sample, int32_t indent);
     bool print_compact(const DDS_DynamicData& sample);
+    bool fail_compact(DDS_ReturnCode_t result);
     void put_line();
     void report(const DDS_SampleInfo& info, const void* sample);
     void count(const DDS_SampleInfo& info);

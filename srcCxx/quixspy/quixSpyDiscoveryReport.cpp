@@ -10,6 +10,7 @@
 #include "quixspy/quixSpyAgent.h"
 #include "quixspy/quixSpyDiscoveryListener.h"
 #include "quixspy/quixSpySampleLine.h"
+#include "quixspy/quixSpyText.h"
 
 namespace {
 
@@ -54,7 +55,9 @@ __attribute__((format(printf, 2, 3))) void append(std::string& line, const char*
 }
 
 void append_field(std::string& line, const char* field, const char* text) {
-    line.append(field).append("=\"").append(text).append("\"");
+    line.append(field).append("=\"");
+    QUIXSpy_appendText(line, text);
+    line += '"';
 }
 
 } // namespace
@@ -122,13 +125,14 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     if (!_registry.assert_node(record, guid, ip, topicName, typeName, entityName, endpointPartitions,
                                participantPartitions)) {
         return agent_->output().fail(
-            "ferret: Failed to add entity for topic '%s' to internal endpoint list).\n", topicName);
+            "ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
+            QUIXSpy_text(topicName).c_str());
     }
     if (RtpsGuid_isUnknown(record.guid)) {
         return agent_->output().fail(
             "ferret: Failed to print writer/reader (could not find entity with topic '%s' to internal "
             "endpoint list).\n",
-            topicName);
+            QUIXSpy_text(topicName).c_str());
     }
     print_discovery_data(record, isWriter, info);
     return true;

@@ -6,6 +6,7 @@
 #include "agent/QuixAgentOutput.h"
 #include "meridian/heap.h"
 #include "meridian/string.h"
+#include "quixspy/quixSpyText.h"
 
 namespace {
 
@@ -46,8 +47,8 @@ bool store_name(QuixAgentOutput& output, QuixSpyEndpointInfo& info,
         if (info.name != nullptr && std::snprintf(info.name, length + 1, "%s:%s", role, name) >= 0)
             return true;
     }
-    return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", or_empty(role),
-                       or_empty(name));
+    return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", QUIXSpy_text(role).c_str(),
+                       QUIXSpy_text(name).c_str());
 }
 
 bool store_partitions(QuixAgentOutput& output, char*& field, const DDS_StringSeq& names) {
@@ -82,16 +83,20 @@ bool QuixSpyEndpointInfo::copy_from(const QuixSpyEndpointInfo& source, QuixAgent
     if (!copy_ip(*this, source.ip))
         return output.fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
     if (!duplicate(topicName, source.topicName))
-        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n", source.topicName);
+        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n",
+                           QUIXSpy_text(source.topicName).c_str());
     if (!duplicate(typeName, source.typeName))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n", source.typeName);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
+                           QUIXSpy_text(source.typeName).c_str());
     if (!duplicate(name, source.name))
-        return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", "", source.name);
+        return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", "",
+                           QUIXSpy_text(source.name).c_str());
     if (!duplicate(participantPartition, source.participantPartition))
         return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                           source.participantPartition);
+                           QUIXSpy_text(source.participantPartition).c_str());
     if (!duplicate(endpointPartition, source.endpointPartition))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n", source.endpointPartition);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
+                           QUIXSpy_text(source.endpointPartition).c_str());
     return true;
 }
 
@@ -104,9 +109,11 @@ bool fill(QuixAgentOutput& output, QuixSpyEndpointInfo& info, const RtpsGuid& gu
     if (!copy_ip(info, ip))
         return output.fail("ferret: Failed to copy IP '%s'\n", ip);
     if (!duplicate(info.topicName, topic_name))
-        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n", topic_name);
+        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n",
+                           QUIXSpy_text(topic_name).c_str());
     if (!duplicate(info.typeName, type_name))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n", type_name);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
+                           QUIXSpy_text(type_name).c_str());
     return store_name(output, info, entity_name) &&
            store_partitions(output, info.participantPartition, participant_partitions) &&
            store_partitions(output, info.endpointPartition, endpoint_partitions);

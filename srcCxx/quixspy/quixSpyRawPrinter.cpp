@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "agent/QuixAgentOutput.h"
+#include "quixspy/quixSpyText.h"
 
 namespace {
 
@@ -168,7 +169,7 @@ void put_real(std::string& text, double number) {
 }
 
 void put_label(std::string& text, const char* name) {
-    text += name;
+    QUIXSpy_appendText(text, name);
     text += ": ";
 }
 
@@ -485,7 +486,7 @@ bool Walk::print_enumerator(const DDS_TypeCode& code) {
         const char* const name = ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr);
         if (name == nullptr)
             return false;
-        text_ += name;
+        QUIXSpy_appendText(text_, name);
         break;
     }
     return true;
@@ -497,7 +498,7 @@ bool Walk::print_string(const DDS_TypeCode& code) {
     if (!bound || !QUIXCdrStream_readString(&stream_, &characters, *bound + 1))
         return false;
     text_ += '"';
-    text_ += characters;
+    QUIXSpy_appendText(text_, characters);
     text_ += '"';
     return true;
 }
@@ -543,7 +544,8 @@ bool Walk::print_primitive(const DDS_TypeCode* alias) {
         case DDS_TK_CHAR:
             return print_octet([this](uint8_t octet) {
                 text_ += '\'';
-                text_ += static_cast<char>(octet);
+                const char character = static_cast<char>(octet);
+                QUIXSpy_appendText(text_, {&character, 1});
                 text_ += '\'';
             });
         case DDS_TK_OCTET:

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "quixspy/quixSpyHelpers.h"
+#include "quixspy/quixSpyText.h"
 
 namespace {
 
@@ -61,7 +62,7 @@ void append_text(std::string& line, const char* field, const char* text) {
         return;
     line += field;
     line += "=\"";
-    line += text;
+    QUIXSpy_appendText(line, text);
     line += '"';
 }
 
@@ -132,9 +133,9 @@ RtpsGuid QUIXSpy_writerGuid(const DDS_SampleInfo& info) {
 std::string QUIXSpy_formatTopicField(const char* topicName, int32_t topicWidth, const char* typeName,
                                      int32_t typeWidth) {
     std::string field = " topic=\"";
-    field.append(topicName, strnlen(topicName, static_cast<size_t>(topicWidth)));
+    QUIXSpy_appendText(field, topicName, static_cast<size_t>(topicWidth));
     field += "\" type=\"";
-    field.append(typeName, strnlen(typeName, static_cast<size_t>(typeWidth)));
+    QUIXSpy_appendText(field, typeName, static_cast<size_t>(typeWidth));
     field += '"';
     return field;
 }

@@ -10,6 +10,7 @@
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/quixSpyAgent.h"
 #include "quixspy/quixSpyDataListener.h"
+#include "quixspy/quixSpyText.h"
 
 namespace {
 
@@ -76,12 +77,14 @@ Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& parti
                           DDSTopicDescription* description, const Publication& publication) {
     DDSTopic* const topic = DDSTopic::narrow(description);
     if (topic == nullptr) {
-        agent.output().fail("ferret: Error getting the topic '%s'\n", publication.topicName);
+        agent.output().fail("ferret: Error getting the topic '%s'\n",
+                            QUIXSpy_text(publication.topicName).c_str());
         return Fit::failed;
     }
     const char* const type_name = topic->get_type_name();
     if (type_name == nullptr) {
-        agent.output().fail("ferret: Error getting the type name from topic '%s'\n", publication.topicName);
+        agent.output().fail("ferret: Error getting the type name from topic '%s'\n",
+                            QUIXSpy_text(publication.topicName).c_str());
         return Fit::failed;
     }
     const DDS_TypeCode* const registered = participant.get_typecode(type_name);
@@ -140,7 +143,7 @@ bool record_writer(const QuixSpyAgent& agent, QuixSpyDataListener& listener, con
     return listener.record_writer(publication.guid, publication.ip, publication.entityName,
                                   publication.endpointPartitions, publication.participantPartitions) ||
            agent.output().fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
-                               publication.topicName);
+                               QUIXSpy_text(publication.topicName).c_str());
 }
 
 /// One more writer of a topic that has its reader already.
@@ -239,7 +242,7 @@ DDSTopic* create_topic(const QuixSpyAgent& agent, DDSDomainParticipant& particip
                        const Publication& publication) {
     DDS_TopicQos qos;
     participant.get_default_topic_qos(qos);
-    agent.output().progress("ferret: Creating topic... %s\n", publication.topicName);
+    agent.output().progress("ferret: Creating topic... %s\n", QUIXSpy_text(publication.topicName).c_str());
     DDSTopic* const topic = participant.create_topic(publication.topicName, publication.typeName, qos,
                                                      nullptr, DDS_STATUS_MASK_NONE);
     if (topic == nullptr)
@@ -256,7 +259,7 @@ bool has_known_type(const ParticipantNode& node, const Publication& publication)
 /// Watches a topic that the participant does not have yet. The listener is complete before its reader exists:
 /// from then on other threads call it.
 bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& publication) {
-    agent.output().progress("ferret: Registering type... %s\n", publication.typeName);
+    agent.output().progress("ferret: Registering type... %s\n", QUIXSpy_text(publication.typeName).c_str());
     auto* const topic_node = QUIXHeap_allocateStructure<TopicNode>("struct QuixSpyDataListenerNode");
     if (topic_node == nullptr)
         return agent.output().fail("ferret: Error allocating spyDataListenerNode\n");

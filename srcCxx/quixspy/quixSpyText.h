@@ -1,0 +1,16 @@
+#pragma once
+
+// Text from the network in lines of output. Any application can choose names; a terminal would obey control
+// characters in them, and a line end would make one line look like two.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// Appends a text, or as much of it as `width` octets hold; a character that is not whole there is left out.
+/// Control characters (U+0000 to U+001F, U+007F to U+009F) and octets that are not UTF-8 become \xNN, with
+/// the number of the character or the octet. A backslash stays as it is.
+void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width = std::string_view::npos);
+
+/// The same as a text of its own; empty for null.
+std::string QUIXSpy_text(const char* text);
