@@ -8,19 +8,20 @@ INTEROP_SLOWNESS stretches limits of time; limits of memory and traffic are what
 import itertools
 import os
 import pathlib
+import re
 import resource
 import select
 import socket
 import struct
+import subprocess
 import sys
 import threading
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "interop"))
+import forge  # and with it the way to the modules of the interop tests
 
-import harness  # noqa: E402
-import forge  # noqa: E402
-import packets  # noqa: E402
+import harness
+import packets
 
 LONG_FLAG = "--long"
 LONG = LONG_FLAG in sys.argv
@@ -63,6 +64,19 @@ class Tool(harness.Spy):
             return False
 
         self.wait_for(f"a line with {text!r}", found, limit)
+
+    def numbers(self, topic):
+        """The sequence numbers of a topic's samples so far. Each line is looked at once, however many there are."""
+        looked_at, numbers = self.__dict__.setdefault("_numbers", {}).get(topic, (0, []))
+        end = len(self.lines)
+        name = f'topic="{topic}"'
+        for line in self.lines[looked_at:end]:
+            if name in line:
+                found = re.search(r" virtual_sn=\(0, (\d+)\)", line)
+                if found:
+                    numbers.append(int(found[1]))
+        self._numbers[topic] = end, numbers
+        return numbers
 
     def _proc(self, name):
         try:
@@ -145,6 +159,21 @@ class Tool(harness.Spy):
             if time.monotonic() > end:
                 raise AssertionError(f"the tool did not read what it was sent for {limit:g} s")
             time.sleep(0.001)
+
+
+class RawTool(Tool):
+    """A tool whose output is the test's own business."""
+
+    def __init__(self, child):
+        self._child = child
+        self.label, self.lines, self.errors = "ferret", [], []
+        self.limit_memory()
+        wait_until("the protocol thread", lambda: PROTOCOL_THREAD in self.threads())
+
+    def close(self):
+        if self._child.poll() is None:
+            self._child.kill()
+        self._child.wait()
 
 
 class Forged:
@@ -332,14 +361,19 @@ class FaultTest(harness.InteropTest):
     def tool(self, *arguments, network=None, **settings):
         return self.keep(Tool(network or self.network, *arguments, **settings))
 
+    def raw_tool(self, output, *arguments):
+        """Writes its lines to a file or descriptor."""
+        return self.keep(RawTool(self.network.start([str(harness.options.tool), "-index", str(INDEX), *arguments],
+                                                    stdout=output, stderr=subprocess.DEVNULL)))
+
     def forged(self, network=None, **settings):
         return self.keep(Forged(network or self.network, **settings))
 
-    def matched_writer(self, tool, reliable=True, entity=0x00000103, topic="Attacked", more=()):
+    def matched_writer(self, tool, reliable=True, entity=0x00000103, topic="Attacked", type_name="fault::Type", more=()):
         """A writer of a forged application that the tool reads, and the application."""
         application = self.forged()
         application.announce()
-        application.publish(topic, entity=entity, reliable=reliable, more=more)
+        application.publish(topic, type_name, entity, reliable=reliable, more=more)
         application.wait_until_read(forge.PUBLICATIONS)
         if reliable:
             # A volatile reader begins with the first heartbeat.
@@ -383,12 +417,16 @@ class FaultTest(harness.InteropTest):
         return subscriber
 
     def wait_for_flow(self, tool, count=20, limit=10.0, topic="Healthy"):
-        """Waits for so many more samples of the healthy publisher."""
-        tool.wait_for_samples(len(tool.samples(topic=topic)) + count, limit * harness.SLOWNESS, topic=topic)
+        """Waits for so many more samples of the healthy publisher; needs -showSampleIdentity."""
+        wanted = len(tool.numbers(topic)) + count
+        try:
+            wait_until(f"{count} more samples", lambda: len(tool.numbers(topic)) >= wanted, limit)
+        except AssertionError as failure:
+            raise AssertionError(f"{failure} of topic {topic}\n{tool.story()}") from None
 
     def assert_no_loss(self, tool, topic="Healthy"):
         """Needs -showSampleIdentity and a reliable reader."""
-        numbers = [sample.number for sample in tool.samples(topic=topic)]
+        numbers = tool.numbers(topic)
         missing = len(set(range(numbers[0], numbers[-1] + 1)) - set(numbers)) if numbers else 0
         self.bound("lost samples of the healthy publisher", missing, 0, f"of {len(numbers)}")
 

@@ -5,10 +5,14 @@ Everything is little endian. A submessage is a bytes object; message() puts a he
 """
 
 import hashlib
+import pathlib
 import socket
 import struct
+import sys
 
-import packets
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "interop"))
+
+import packets  # noqa: E402
 
 VENDOR = (0x01, 0x55)  # assigned to no maker
 UNKNOWN = 0

@@ -17,7 +17,7 @@ class Control(faults.FaultTest):
         faults.measure_for(5)
         self.bound("the other subscriber got less than half for", subscriber.longest_below(faults.HEALTHY_RATE / 2, begin), 1,
                    "s", 2)
-        self.at_least("samples in 5 s", len(tool.samples(topic="Healthy")), 5 * faults.HEALTHY_RATE * 0.9, "samples")
+        self.at_least("samples in 5 s", len(tool.numbers("Healthy")), 5 * faults.HEALTHY_RATE * 0.9, "samples")
         self.assert_no_loss(tool)
         self.assert_discovers(tool)
         self.bound_memory(tool, before)

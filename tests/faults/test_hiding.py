@@ -8,14 +8,13 @@ was seen on release builds of 2026-11-21.
 
 import struct
 
+import attacks
 import faults
 import forge
 import packets
 from faults import short_or_long
 
-FAR = 1 << 40
 LASTS = 5.0  # seconds after which data must come again, whatever was forged
-KEYED_WRITER = 0x02
 
 
 class HidingTest(faults.FaultTest):
@@ -46,10 +45,7 @@ class Strangers(HidingTest):
         Bound: nothing happens."""
         self.start()
         guid = forge.guid(self.prefix, self.writer)
-        key = forge.listed([(packets.ENDPOINT_GUID, guid)])
-        inline = [forge.key_hash(guid), forge.status(forge.DISPOSED | forge.UNREGISTERED)]
-        self.attacker.write(forge.PUBLICATIONS, key, key=True, inline=inline)
-        self.attacker.wait_until_read(forge.PUBLICATIONS)
+        attacks.dispose_of(self.attacker, guid)
         self.assert_still_seen()
 
     def test_a_participant_announces_the_writer_of_another_and_leaves(self):
@@ -57,8 +53,7 @@ class Strangers(HidingTest):
         Seen: the writer is reported gone, and its samples never come again.
         Bound: nothing happens."""
         self.start()
-        self.attacker.write(forge.PUBLICATIONS, forge.endpoint(self.prefix, self.writer, "Healthy", "peers::Keyed"))
-        self.attacker.wait_until_read(forge.PUBLICATIONS)
+        attacks.announce_as_its_own(self.attacker, self.prefix, self.writer, "Healthy", "peers::Keyed")
         self.attacker.leave()
         self.tool_.wait_at_rest()
         self.assert_still_seen()
@@ -69,8 +64,7 @@ class Strangers(HidingTest):
         Bound: nothing happens."""
         self.start()
         for topic, more in (("Elsewhere", ()), ("Healthy", [(forge.UNICAST, forge.locator("127.0.0.9", 9))])):
-            self.attacker.write(forge.PUBLICATIONS, forge.endpoint(self.prefix, self.writer, topic, "peers::Keyed", more=more))
-        self.attacker.wait_until_read(forge.PUBLICATIONS)
+            attacks.announce_as_its_own(self.attacker, self.prefix, self.writer, topic, "peers::Keyed", more)
         self.assert_still_seen()
         self.assertEqual(self.tool_.having("Updated writer"), [], self.tool_.story())
 
@@ -108,19 +102,19 @@ class Forgeries(HidingTest):
         """Attack: one sample with number 2^40.
         Seen: to a best-effort reader every real sample is an old one from then on. A reliable reader goes on.
         Bound: the real ones come again within 5 s."""
-        self.check(lambda writer: [forge.data(writer, FAR, b"\0\1\0\0" + bytes(12))], self.BOTH)
+        self.check(lambda writer: [forge.data(writer, attacks.FAR, attacks.NUMBER)], self.BOTH)
 
     def test_gap_far_ahead(self):
         """Attack: one gap up to number 2^40.
         Seen: to a reliable reader every real sample is an old one from then on. A best-effort reader goes on.
         Bound: the real ones come again within 5 s."""
-        self.check(lambda writer: [forge.gap(writer, 1, FAR)], self.BOTH)
+        self.check(lambda writer: [forge.gap(writer, 1, attacks.FAR)], self.BOTH)
 
     def test_heartbeat_far_ahead(self):
         """Attack: one heartbeat that says that there is nothing below 2^40.
         Seen: the real ones come again: the writer is taken for one that began anew.
         Bound: within 5 s."""
-        self.check(lambda writer: [forge.heartbeat(writer, FAR, FAR, 1 << 30)], self.BOTH)
+        self.check(lambda writer: [forge.heartbeat(writer, attacks.FAR, attacks.FAR, 1 << 30)], self.BOTH)
 
     def test_what_is_known_can_fall_again(self):
         """Attack: one sample with number 2^40 to a reliable reader, which asks for what is before it.
@@ -138,7 +132,7 @@ class Forgeries(HidingTest):
 
         window = short_or_long(2, 10)
         before = acknacks(window)
-        self.forge_user_data(forge.data(self.writer, FAR, b"\0\1\0\0" + bytes(12)))
+        self.forge_user_data(forge.data(self.writer, attacks.FAR, attacks.NUMBER))
         faults.measure_for(LASTS)
         self.bound(f"ACKNACKs a second, {before:.1f} before", acknacks(window), before + 10, "per second", 1)
 
@@ -187,9 +181,9 @@ class TypeReplies(faults.FaultTest):
         Seen: the forged type is taken.
         Bound: only replies of who was asked count, checked in both byte orders."""
         tool = self.tool("-printSample")
-        owner = self.forged(builtin=forge.BUILTIN_ENDPOINTS | forge.TYPE_LOOKUP_ENDPOINTS)
+        owner = self.forged(builtin=attacks.EVERY_BUILTIN_ENDPOINT)
         owner.announce()
-        stranger = self.forged(builtin=forge.BUILTIN_ENDPOINTS | forge.TYPE_LOOKUP_ENDPOINTS)
+        stranger = self.forged(builtin=attacks.EVERY_BUILTIN_ENDPOINT)
         stranger.announce()
         tool.wait_at_rest()
         type_hash = b"strange type.."
@@ -198,9 +192,9 @@ class TypeReplies(faults.FaultTest):
         stranger.write(forge.TYPE_REPLIES, forge.type_reply(type_hash, "fault::Forged", "forged_member"))
         stranger.wait_until_read(forge.TYPE_REPLIES)
         tool.wait_for_event("New writer", topic="Asked")
-        owner.send(forge.data(writer, 1, b"\0\1\0\0\7\0\0\0"), port=faults.USER_PORT)
+        owner.send(forge.data(writer, 1, attacks.NUMBER), port=faults.USER_PORT)
         tool.wait_for_samples(1, topic="Asked")
-        owner.send(forge.data(writer, 2, b"\0\1\0\0\7\0\0\0"), port=faults.USER_PORT)
+        owner.send(forge.data(writer, 2, attacks.NUMBER), port=faults.USER_PORT)
         tool.wait_for_samples(2, topic="Asked")
         self.assertEqual([line for line in tool.lines if "forged_member" in line], [], tool.story())
 

@@ -4,6 +4,7 @@
 What is said to be seen was seen on release builds of 2026-11-21.
 """
 
+import attacks
 import faults
 import forge
 from faults import short_or_long
@@ -22,10 +23,7 @@ class Limits(faults.FaultTest):
         attacker = self.forged(obliging=False)
 
         def announce(first, count):
-            for number in range(first, first + count):
-                if number % 50 == 0:
-                    tool.wait_for_room()
-                attacker.announce(prefix=b"\x01\x55stay.." + number.to_bytes(4, "big"), lease=forge.LEASE_FOR_EVER)
+            attacks.participants_that_stay(attacker, tool, first, count)
 
         first = self.cost(tool, lambda: announce(0, 500)) / 500
         announce(500, PARTICIPANTS - 1000)
@@ -46,8 +44,7 @@ class Limits(faults.FaultTest):
         count = short_or_long(20000, 250000)
 
         def announce():
-            attacker.write_all(forge.PUBLICATIONS, (forge.endpoint(attacker.prefix, 0x00000003 | number + 1 << 8, "Many", "fault::Type")
-                                                    for number in range(count)), tool=tool)
+            attacker.write_all(forge.PUBLICATIONS, attacks.many_endpoints(attacker, 0, count), tool=tool)
             attacker.wait_until_read(forge.PUBLICATIONS, limit=120)
 
         seconds = self.cost(tool, announce)
@@ -59,13 +56,10 @@ class Limits(faults.FaultTest):
         Seen: a line on standard error for each.
         Bound: ten lines a minute for a participant, with a count."""
         tool = self.tool()
-        attacker = self.forged(builtin=forge.BUILTIN_ENDPOINTS | forge.TYPE_LOOKUP_ENDPOINTS)
+        attacker = self.forged(builtin=attacks.EVERY_BUILTIN_ENDPOINT)
         attacker.announce()
         count = short_or_long(400, 4000)
-        attacker.write_all(forge.PUBLICATIONS, (
-            forge.endpoint(attacker.prefix, 0x00000003 | number + 1 << 8, "Large", f"fault::Large{number}",
-                           more=[forge.type_information(b"oversized." + number.to_bytes(4, "big"), 1000000)])
-            for number in range(count)), tool=tool)
+        attacker.write_all(forge.PUBLICATIONS, attacks.oversized_types(attacker, 0, count), tool=tool)
         attacker.wait_until_read(forge.PUBLICATIONS)
         tool.wait_at_rest()
         self.bound(f"lines on standard error after {count} types", len(tool.errors), 10, "lines")

@@ -5,18 +5,16 @@ What is said to be seen was seen on release builds of 2026-11-21.
 """
 
 import os
-import subprocess
 
+import attacks
 import faults
 import forge
 from faults import MIB, short_or_long
 
-LARGEST_SAMPLE = 64 * MIB
-
 
 class Fragments(faults.FaultTest):
     def announce_participants(self, tool, count):
-        applications = [self.forged(builtin=forge.BUILTIN_ENDPOINTS | forge.TYPE_LOOKUP_ENDPOINTS) for _ in range(count)]
+        applications = [self.forged(builtin=attacks.EVERY_BUILTIN_ENDPOINT) for _ in range(count)]
         for application in applications:
             application.announce()
         tool.wait_at_rest()
@@ -32,8 +30,7 @@ class Fragments(faults.FaultTest):
         before = tool.memory()
         for application in applications:
             for writer in forge.BUILTIN_WRITERS[:3]:
-                application.send(forge.data_frag(writer, 1, 1, b"\0\3\0\0" + bytes(60), LARGEST_SAMPLE),
-                                 forge.gap(writer, 1, 2))
+                application.send(*attacks.fragment_with_a_gap_over_it(writer))
         tool.wait_at_rest()
         self.bound_memory(tool, before)
         self.assert_discovers(tool)
@@ -47,7 +44,7 @@ class Fragments(faults.FaultTest):
         before = tool.memory()
         for application in applications:
             for writer in forge.BUILTIN_WRITERS:
-                application.send(forge.data_frag(writer, 1, 1, b"\0\3\0\0" + bytes(60), LARGEST_SAMPLE))
+                application.send(*attacks.fragment_of_a_large_sample(writer))
         tool.wait_at_rest()
         self.bound("memory at its highest", (tool.peak() - before) / MIB, len(forge.BUILTIN_WRITERS) + 4,
                    "MiB more than before")
@@ -65,7 +62,7 @@ class Fragments(faults.FaultTest):
         before = tool.memory()
         for writer in writers:
             application.send(forge.heartbeat(writer, 1, 0, application.next_count()), port=faults.USER_PORT)
-            application.send(forge.data_frag(writer, 1, 1, bytes(64), LARGEST_SAMPLE), port=faults.USER_PORT)
+            application.send(*attacks.fragment_of_a_large_sample(writer), port=faults.USER_PORT)
         tool.wait_at_rest()
         self.bound("memory at its highest", (tool.peak() - before) / MIB, 8, "MiB more than before")
 
@@ -81,10 +78,7 @@ class Endpoints(faults.FaultTest):
         updates = short_or_long(10000, 100000)
 
         def update(first):
-            application.write_all(forge.PUBLICATIONS, (forge.endpoint(
-                application.prefix, 0x00000103, "Moves", "fault::Type",
-                participant_prefix=b"moved..." + (first + number).to_bytes(4, "big"))
-                for number in range(updates // 2)), tool=tool)
+            application.write_all(forge.PUBLICATIONS, attacks.foreign_participants(application, first, updates // 2), tool=tool)
             application.wait_until_read(forge.PUBLICATIONS)
             tool.wait_at_rest()
 
@@ -98,22 +92,12 @@ class Samples(faults.FaultTest):
     # The documents tell the limit; this must lie beyond it.
     INSTANCES = 100000
 
-    def start_unheard(self, *arguments):
-        """A tool whose lines go nowhere, so that reading them here is not what is measured."""
-        with open(os.devnull, "w") as nowhere:
-            return self.start_raw(nowhere, *arguments)
-
-    def start_raw(self, output, *arguments):
-        tool = Raw(self.network.start([str(faults.harness.options.tool), "-index", str(faults.INDEX), *arguments],
-                                      stdout=output, stderr=subprocess.DEVNULL))
-        self.addCleanup(tool.close)
-        return tool
-
     def test_instances_that_are_never_seen_again(self):
         """Attack: none is needed: a writer whose every sample has a key of its own.
         Seen: 254 bytes and more for each, as long as the writer lives.
         Bound: the longest unused instance is forgotten at a limit, so the memory levels off."""
-        tool = self.start_unheard("-useFirstPublicationQos")
+        with open(os.devnull, "w") as nowhere:
+            tool = self.raw_tool(nowhere, "-useFirstPublicationQos")
         publisher = self.cyclone()
         publisher.do("participant")
         publisher.do("writer w topic=T type=keyed")
@@ -137,7 +121,7 @@ class Samples(faults.FaultTest):
         Bound: the budget counts what is really taken."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
-        tool = self.start_raw(writer, "-useFirstPublicationQos")
+        tool = self.raw_tool(writer, "-useFirstPublicationQos")
         os.close(writer)
         publisher = self.cyclone()
         publisher.do("participant")
@@ -148,21 +132,6 @@ class Samples(faults.FaultTest):
         publisher.do(f"write w count={short_or_long(900000, 3000000)} keys={short_or_long(120, 400)}", limit=120)
         faults.wait_until("the tool to have read it all", lambda: tool.is_at_rest(), 60)
         self.bound_memory(tool, before)
-
-
-class Raw(faults.Tool):
-    """A tool whose output is the test's own business."""
-
-    def __init__(self, child):  # pylint: disable=super-init-not-called
-        self._child = child
-        self.label, self.lines, self.errors = "ferret", [], []
-        self.limit_memory()
-        faults.wait_until("the protocol thread", lambda: faults.PROTOCOL_THREAD in self.threads())
-
-    def close(self):
-        if self._child.poll() is None:
-            self._child.kill()
-        self._child.wait()
 
 
 if __name__ == "__main__":

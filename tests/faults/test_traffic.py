@@ -6,6 +6,7 @@ What is said to be seen was seen on release builds of 2026-11-21.
 
 import time
 
+import attacks
 import faults
 import forge
 from faults import short_or_long
@@ -34,9 +35,7 @@ class AbsentAddresses(faults.FaultTest):
 
         attacker = self.forged(there, address="10.77.0.2", target="10.77.0.1")
         begin = time.monotonic()
-        for number in range(150):
-            attacker.announce(prefix=b"\x01\x55absent" + number.to_bytes(4, "big"),
-                              metatraffic=[forge.locator(f"10.77.0.{50 + number}", 7410)])
+        attacks.participants_at_absent_addresses(attacker)
         faults.measure_for(short_or_long(25, 60))
         self.bound("the other subscriber got less than half for", subscriber.longest_below(faults.HEALTHY_RATE / 2, begin), 1,
                    "s", 1)
@@ -88,8 +87,7 @@ class Amplification(faults.FaultTest):
         self.tool_with_readers(100)
         victim, attacker = self.attacked_address(), self.forged(obliging=False)
         attacker.announce(metatraffic=[victim.locator()])
-        attacker.send(forge.acknack(forge.reader_of(forge.SUBSCRIPTIONS), forge.SUBSCRIPTIONS, 1, range(1, 101),
-                                    attacker.next_count()))
+        attacker.send(*attacks.acknacks(attacker.next_count, 1))
         faults.wait_until("an answer", lambda: victim.bytes > 0)
         faults.measure_for(2)
         self.bound_answers(victim, attacker, "one ACKNACK")
@@ -101,9 +99,7 @@ class Amplification(faults.FaultTest):
         tool = self.tool_with_readers(100)
         victim, attacker = self.attacked_address(), self.forged(obliging=False)
         attacker.announce(metatraffic=[victim.locator()])
-        asked = [forge.acknack(forge.reader_of(forge.SUBSCRIPTIONS), forge.SUBSCRIPTIONS, 1, range(1, 101),
-                               attacker.next_count()) for _ in range(1000)]
-        attacker.send(*asked)
+        attacker.send(*attacks.acknacks(attacker.next_count, 1000))
         tool.wait_at_rest()
         faults.measure_for(2)
         self.bound_answers(victim, attacker, "1,000 ACKNACKs")
@@ -119,13 +115,12 @@ class Amplification(faults.FaultTest):
         tool.wait_at_rest()
         faults.measure_for(1)
         before = asker.bytes
-        asker.send(forge.acknack(forge.reader_of(forge.SUBSCRIPTIONS), forge.SUBSCRIPTIONS, 1, range(1, 101), asker.next_count()))
+        asker.send(*attacks.acknacks(asker.next_count, 1))
         faults.wait_until("an answer", lambda: asker.bytes > before)
         faults.measure_for(0.5)
         once = asker.bytes - before
         before = asker.bytes
-        asker.send(*(forge.acknack(forge.reader_of(forge.SUBSCRIPTIONS), forge.SUBSCRIPTIONS, 1, range(1, 101),
-                                   asker.next_count()) for _ in range(1000)))
+        asker.send(*attacks.acknacks(asker.next_count, 1000))
         tool.wait_at_rest()
         faults.measure_for(2)
         self.bound("answers to 1,000 ACKNACKs", (asker.bytes - before) / once, 20, "times the answer to one", 1)
@@ -149,15 +144,12 @@ class TypeRequests(faults.FaultTest):
             other.do("participant")
         for other in others:
             other.do(f"others count={len(others)}")
-        attacker = self.forged(builtin=forge.BUILTIN_ENDPOINTS | forge.TYPE_LOOKUP_ENDPOINTS)
+        attacker = self.forged(builtin=attacks.EVERY_BUILTIN_ENDPOINT)
         attacker.announce()
         tool.wait_at_rest()
         count = short_or_long(3000, 12000)
-        payloads = [forge.endpoint(attacker.prefix, 0x00000003 | number + 1 << 8, "Unknown", f"fault::Type{number}",
-                                   more=[forge.type_information(b"unknown..." + number.to_bytes(4, "big"), 200)])
-                    for number in range(count)]
         before, own = self.loopback_packets(), attacker.sent_datagrams
-        attacker.write_all(forge.PUBLICATIONS, payloads, tool=tool)
+        attacker.write_all(forge.PUBLICATIONS, attacks.unknown_types(attacker, 0, count), tool=tool)
         attacker.wait_until_read(forge.PUBLICATIONS, limit=60)
         faults.measure_for(5)
         seen = self.loopback_packets() - before - (attacker.sent_datagrams - own)
