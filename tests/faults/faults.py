@@ -335,18 +335,17 @@ class Subscriber(threading.Thread):
     def stop(self):
         self._stop.set()
 
-    def longest_below(self, rate, since):
+    def longest_below(self, rate, since, until=None):
         """The longest time, in seconds, over which it got fewer than this many samples a second."""
-        events = [event for event in self.received if event[0] >= since] + [(time.monotonic(), None)]
+        until = until or time.monotonic()
+        before = max((total for when, total in self.received if when < since), default=0)
+        events = [(since, before), *(event for event in self.received if since <= event[0] <= until), (until, None)]
         longest = 0.0
         # From each sample on: as long as what came since is fewer than the rate promises.
-        for first in range(len(events) - 1):
-            begin, before = events[first]
+        for first, (begin, counted) in enumerate(events[:-1]):
             for when, total in events[first + 1:]:
-                if total is not None and total - before >= rate * (when - begin):
-                    break
                 longest = max(longest, when - begin)
-                if total is None:
+                if total is None or total - counted >= rate * (when - begin):
                     break
         return longest
 

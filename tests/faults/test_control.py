@@ -1,8 +1,22 @@
 #!/usr/bin/env python3
 """Without an attack every bound holds that the other files measure: what they find is the tool's doing, and not theirs."""
 
+import unittest
+
 import faults
 import forge
+
+
+class Measures(unittest.TestCase):
+    def test_the_longest_time_below_a_rate(self):
+        subscriber = faults.Subscriber(None, "r")
+        steady = [(number / 100, number) for number in range(1, 201)]
+        # Two seconds of 100 a second, nothing for three, then a second of 20 a second.
+        subscriber.received = steady + [(5 + number / 20, 200 + number) for number in range(1, 21)]
+        self.assertLess(subscriber.longest_below(50, 0.0, 2.0), 0.05)
+        self.assertAlmostEqual(subscriber.longest_below(50, 0.0, 5.0), 3.0, delta=0.1)
+        self.assertAlmostEqual(subscriber.longest_below(50, 3.0, 6.0), 3.0, delta=0.1)
+        self.assertAlmostEqual(subscriber.longest_below(50, 10.0, 12.5), 2.5, delta=0.01)
 
 
 class Control(faults.FaultTest):
