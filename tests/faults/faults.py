@@ -28,8 +28,7 @@ LONG = LONG_FLAG in sys.argv
 MIB = 1 << 20
 BUDGET = 256 * MIB       # of the process, as the documents tell
 BUDGET_SLACK = 1.1
-INDEX = 50               # of the tool's participant, so that its ports are known
-METATRAFFIC_PORT, USER_PORT = 7410 + 2 * INDEX, 7411 + 2 * INDEX
+METATRAFFIC_PORT, USER_PORT = 7410, 7411  # of the first participant on a host, which the tool has to be
 PROTOCOL_THREAD = "rtps"
 HEALTHY_RATE = 100
 # What an attack makes the tool take ends the tool, and not the machine.
@@ -44,8 +43,10 @@ class Tool(harness.Spy):
     """The tool under attack, and what it takes of the machine."""
 
     def __init__(self, network, *arguments, mode=None, **settings):
-        super().__init__(network, "-index", str(INDEX), *arguments, mode=mode, **settings)
+        super().__init__(network, *arguments, mode=mode, **settings)
         self.limit_memory()
+        if not self.owns_the_ports():
+            raise AssertionError("start the tool before every other participant on its host")
 
     def limit_memory(self):
         if harness.SLOWNESS == 1:  # sanitizers reserve more than there is
@@ -125,14 +126,18 @@ class Tool(harness.Spy):
         return sum(int(self._proc(f"task/{entry}/schedstat").split()[0])
                    for entry in os.listdir(f"/proc/{self.pid}/task")) / 1e9
 
+    def _sockets(self):
+        """The lines that /proc has of the UDP sockets at the known ports."""
+        lines = [line.split() for line in self._proc("net/udp").splitlines()[1:]]
+        return [fields for fields in lines if int(fields[1].split(":")[1], 16) in (METATRAFFIC_PORT, USER_PORT)]
+
+    def owns_the_ports(self):
+        own = {os.readlink(f"/proc/{self.pid}/fd/{number}") for number in os.listdir(f"/proc/{self.pid}/fd")}
+        return len(self._sockets()) == 2 and all(f"socket:[{fields[9]}]" in own for fields in self._sockets())
+
     def queued(self):
         """Bytes that wait in its sockets."""
-        total = 0
-        for line in self._proc("net/udp").splitlines()[1:]:
-            fields = line.split()
-            if int(fields[1].split(":")[1], 16) in (METATRAFFIC_PORT, USER_PORT):
-                total += int(fields[4].split(":")[1], 16)
-        return total
+        return sum(int(fields[4].split(":")[1], 16) for fields in self._sockets())
 
     def is_at_rest(self):
         """It has read all that was sent to it, and its protocol thread waits for more."""
@@ -168,7 +173,7 @@ class RawTool(Tool):
         self._child = child
         self.label, self.lines, self.errors = "ferret", [], []
         self.limit_memory()
-        wait_until("the protocol thread", lambda: PROTOCOL_THREAD in self.threads())
+        wait_until("its sockets", lambda: PROTOCOL_THREAD in self.threads() and self.owns_the_ports())
 
     def close(self):
         if self._child.poll() is None:
@@ -198,6 +203,7 @@ class Forged:
         self.datagrams = self.bytes = 0
         self.sent_datagrams = self.sent_bytes = 0
         self.acknowledged = {}  # writer -> the base of the last ACKNACK
+        self.subscribed = set()  # topics of the readers that the tool told of
         self._written = {}      # writer -> [submessages], the first has number 1
         self._announcements = 0
         self._counts = itertools.count(1)
@@ -280,6 +286,21 @@ class Forged:
                 raise AssertionError(f"after {limit:g} s the tool acknowledged {max(base - 1, 0)} of {last} samples of a "
                                      "reliable writer")
 
+    def wait_until_subscribed(self, topic, limit=15.0):
+        """Waits until the tool has announced a reader of the topic to this application."""
+        wait_until(f"a reader of topic {topic}", lambda: topic in self.subscribed, limit)
+
+    def begin(self, writer, limit=15.0):
+        """Waits until the tool's reliable reader answers a heartbeat of a writer that has written nothing."""
+        self.acknowledged.pop(writer, None)
+
+        def answered():
+            self.send(forge.heartbeat(writer, 1, 0, self.next_count()), port=USER_PORT)
+            with self._changed:
+                return self._changed.wait_for(lambda: writer in self.acknowledged, 0.1)
+
+        wait_until("an acknowledgement of a user writer", answered, limit)
+
     def publish(self, topic, type_name="fault::Type", entity=0x00000103, **settings):
         """Announces a writer; returns its entity id."""
         self.write(forge.PUBLICATIONS, forge.endpoint(self.prefix, entity, topic, type_name, **settings))
@@ -306,6 +327,10 @@ class Forged:
             with self._changed:
                 self.acknowledged[writer] = (high << 32) + low
                 self._changed.notify_all()
+        elif kind == forge.DATA:
+            announced = packets.Data(None, None, flags, body, False)
+            if announced.writer == forge.SUBSCRIPTIONS and announced.parameters:
+                self.subscribed.add(announced.parameters.text(packets.TOPIC))
         elif kind == forge.HEARTBEAT and not flags & 2:
             writer, = struct.unpack_from(">I", body, 4)
             high, low = struct.unpack_from(order + "iI", body, 16)
@@ -362,21 +387,23 @@ class FaultTest(harness.InteropTest):
 
     def raw_tool(self, output, *arguments):
         """Writes its lines to a file or descriptor."""
-        return self.keep(RawTool(self.network.start([str(harness.options.tool), "-index", str(INDEX), *arguments],
+        return self.keep(RawTool(self.network.start([str(harness.options.tool), *arguments],
                                                     stdout=output, stderr=subprocess.DEVNULL)))
 
     def forged(self, network=None, **settings):
         return self.keep(Forged(network or self.network, **settings))
 
-    def matched_writer(self, tool, reliable=True, entity=0x00000103, topic="Attacked", type_name="fault::Type", more=()):
-        """A writer of a forged application that the tool reads, and the application."""
-        application = self.forged()
+    def matched_writer(self, tool, reliable=True, entity=0x00000103, topic="Attacked", type_name="fault::Type", more=(),
+                       **settings):
+        """A forged application, and a writer of it that the tool reads. A reliable reader has begun at number 1."""
+        application = self.forged(**settings)
         application.announce()
         application.publish(topic, type_name, entity, reliable=reliable, more=more)
         application.wait_until_read(forge.PUBLICATIONS)
+        application.wait_until_subscribed(topic)
         if reliable:
             # A volatile reader begins with the first heartbeat.
-            application.send(forge.heartbeat(entity, 1, 0, application.next_count()), port=USER_PORT)
+            application.begin(entity)
         tool.wait_at_rest()
         return application, entity
 

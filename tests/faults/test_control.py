@@ -21,8 +21,8 @@ class Measures(unittest.TestCase):
 
 class Control(faults.FaultTest):
     def test_healthy_applications(self):
-        subscriber = self.subscriber()
         tool = self.tool("-useFirstPublicationQos", "-showSampleIdentity")
+        subscriber = self.subscriber()
         before = tool.memory()
         self.healthy_publisher(size=8000, others=2)
         subscriber.start()

@@ -110,6 +110,25 @@ class Forgeries(HidingTest):
         Bound: the real ones come again within 5 s."""
         self.check(lambda writer: [forge.gap(writer, 1, attacks.FAR)], self.BOTH)
 
+    def test_announcements_far_ahead(self):
+        """Attack: one gap, or one heartbeat, up to number 2^40 over the announcements of the writer's participant.
+        Seen: no writer that it creates later is discovered.
+        Bound: the next one is, within 10 s."""
+        for name, forged in (("gap", forge.gap(forge.PUBLICATIONS, 1, attacks.FAR)),
+                             ("heartbeat", forge.heartbeat(forge.PUBLICATIONS, attacks.FAR, attacks.FAR, 1 << 30))):
+            with self.subTest(name):
+                self.setUp()
+                tool = self.tool()
+                application = self.cyclone()
+                application.do("participant")
+                application.do("writer w topic=Earlier type=keyed")
+                tool.wait_for_event("New writer", topic="Earlier")
+                prefix = bytes.fromhex(application.guids["w"].replace("0x", "").replace(",", "").split(":")[0])
+                self.forged().send(forged, prefix=prefix)
+                tool.wait_at_rest()
+                application.do("writer v topic=Later type=keyed")
+                tool.wait_for_event("New writer", topic="Later", limit=10 * faults.harness.SLOWNESS)
+
     def test_heartbeat_far_ahead(self):
         """Attack: one heartbeat that says that there is nothing below 2^40.
         Seen: the real ones come again: the writer is taken for one that began anew.
@@ -192,6 +211,7 @@ class TypeReplies(faults.FaultTest):
         stranger.write(forge.TYPE_REPLIES, forge.type_reply(type_hash, "fault::Forged", "forged_member"))
         stranger.wait_until_read(forge.TYPE_REPLIES)
         tool.wait_for_event("New writer", topic="Asked")
+        owner.wait_until_subscribed("Asked")
         owner.send(forge.data(writer, 1, attacks.NUMBER), port=faults.USER_PORT)
         tool.wait_for_samples(1, topic="Asked")
         owner.send(forge.data(writer, 2, attacks.NUMBER), port=faults.USER_PORT)

@@ -59,9 +59,10 @@ class Fragments(faults.FaultTest):
         application.announce()
         writers = [application.publish("Large", entity=0x00000003 | number << 8) for number in range(1, 41)]
         application.wait_until_read(forge.PUBLICATIONS)
+        application.wait_until_subscribed("Large")
         before = tool.memory()
         for writer in writers:
-            application.send(forge.heartbeat(writer, 1, 0, application.next_count()), port=faults.USER_PORT)
+            application.begin(writer)
             application.send(*attacks.fragment_of_a_large_sample(writer), port=faults.USER_PORT)
         tool.wait_at_rest()
         self.bound("memory at its highest", (tool.peak() - before) / MIB, 8, "MiB more than before")

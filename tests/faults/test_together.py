@@ -96,12 +96,8 @@ class Together(faults.FaultTest):
 
     def attacking_writer(self, **settings):
         """A reliable or best-effort writer that the tool reads, and its application."""
-        attacker = self.attacker()
-        topic = f"Attack{time.monotonic_ns()}"
-        writer = attacker.publish(topic, **settings)
-        attacker.wait_until_read(forge.PUBLICATIONS)
-        attacker.send(forge.heartbeat(writer, 1, 0, attacker.next_count()), port=faults.USER_PORT)
-        return attacker, writer
+        return self.matched_writer(self.tool_, topic=f"Attack{time.monotonic_ns()}", network=self.there, address="10.77.0.2",
+                                   target="10.77.0.1", **settings)
 
     # The attacks, in order.
 
