@@ -16,7 +16,7 @@ class Limits(faults.FaultTest):
     def test_participants_that_stay_for_ever(self):
         """Attack: 10,500 announcements (1.9 MB) of participants with an infinite lease that are never heard of again.
         Seen: the 10,000 places are taken and later participants are never seen, without a word on standard error; each
-        announcement costs 2 ms in the end: the cost is quadratic.
+        announcement costs 4.6 ms in the end, and 24 us at the beginning: the cost is quadratic.
         Bound: a new application is discovered within 5 s; a line on standard error; at most 0.5 ms each, in the end as
         in the beginning."""
         tool = self.tool()
@@ -37,6 +37,8 @@ class Limits(faults.FaultTest):
 
     def test_endpoints_of_one_participant(self):
         """Attack: one participant announces 20,000 endpoints (the long form 250,000, more than there are places).
+        Seen: the protocol thread is done with them in 0.2 s, the main thread prints them for 9 s and more: it looks for
+        each among all that it knows. A new application comes behind them.
         Bound: a new application is discovered within 5 s; at most 0.5 ms each."""
         tool = self.tool()
         attacker = self.forged()

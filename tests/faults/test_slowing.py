@@ -4,6 +4,7 @@
 What is said to be seen was seen on release builds of 2026-11-21.
 """
 
+import os
 import re
 import signal
 import tempfile
@@ -167,7 +168,13 @@ class Farewells(faults.FaultTest):
         child = self.network.start([str(faults.harness.options.tool)], stdout=output, stderr=errors)
         self.addCleanup(lambda: (child.kill(), child.wait()))
         tap.wait_for("announcements", lambda: len(tap.announcements()) >= 2)
+        faults.wait_until("the handler of Ctrl+C", lambda: self.catches(child.pid, signal.SIGINT))
         return child
+
+    @staticmethod
+    def catches(pid, number):
+        status = faults.pathlib.Path(f"/proc/{pid}/status").read_text()
+        return int(re.search(r"SigCgt:\s+(\w+)", status)[1], 16) >> (number - 1) & 1
 
     def test_signals(self):
         """SIGTERM and SIGHUP.
@@ -181,6 +188,8 @@ class Farewells(faults.FaultTest):
                 def end(tap, errors, signal_number=number):
                     with tempfile.TemporaryFile() as output:
                         child = self.start(tap, errors, output)
+                        # Its own line, after which it must be ready for all of them.
+                        faults.wait_until("the line that it listens", lambda: b"listening" in os.pread(output.fileno(), 4096, 0))
                         child.send_signal(signal_number)
                         child.wait(10)
                     self.assertEqual(child.returncode, 1)

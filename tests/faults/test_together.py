@@ -125,7 +125,7 @@ class Together(faults.FaultTest):
     def alternating_fragments(self):
         for reliable in (True, False):
             attacker, writer = self.attacking_writer(reliable=reliable)
-            for _ in range(5):
+            for _ in range(short_or_long(2, 5)):
                 attacker.send(*attacks.fragments_of_alternating_sample_sizes(writer), port=faults.USER_PORT)
 
     def wide_publications(self):
