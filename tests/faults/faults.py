@@ -430,8 +430,17 @@ class FaultTest(harness.InteropTest):
         peer.do("participant")
         peer.do(f"writer {name} topic={topic} type=keyed")
         peer.do(f"matched {name} count={others}")
-        peer.send(f"write {name} count=1000000 rate={rate}" + (f" size={size}" if size else ""))
+        peer.writing = f"write {name} count=1000000 rate={rate}" + (f" size={size}" if size else "")
+        peer.send(peer.writing)
         return peer
+
+    @staticmethod
+    def write_on(publisher):
+        """Starts a healthy publisher again whose write had to wait too long; True where it was so."""
+        failed = publisher.lines[-1].startswith("error")
+        if failed:
+            publisher.send(publisher.writing)
+        return failed
 
     def subscriber(self, topic="Healthy", name="r"):
         """Another reader than the tool's. Start it before the publisher."""

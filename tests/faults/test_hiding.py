@@ -112,7 +112,7 @@ class Forgeries(HidingTest):
 
     def test_announcements_far_ahead(self):
         """Attack: one gap, or one heartbeat, up to number 2^40 over the announcements of the writer's participant.
-        Seen: no writer that it creates later is discovered.
+        Seen: after the gap no writer that it creates later is discovered; after the heartbeat it is.
         Bound: the next one is, within 10 s."""
         for name, forged in (("gap", forge.gap(forge.PUBLICATIONS, 1, attacks.FAR)),
                              ("heartbeat", forge.heartbeat(forge.PUBLICATIONS, attacks.FAR, attacks.FAR, 1 << 30))):

@@ -59,6 +59,8 @@ class Together(faults.FaultTest):
         starved = self.subscriber.longest_below(faults.HEALTHY_RATE / 2, begin)
         if starved > 1 * faults.harness.SLOWNESS:
             complaints.append(f"the other reader got less than half for {starved:.1f} s")
+        if self.write_on(self.publisher):
+            complaints.append("a write of the healthy writer timed out")
         grown = self.tool_.peak() - self.before
         if grown > faults.BUDGET * faults.BUDGET_SLACK:
             complaints.append(f"memory {grown / MIB:.0f} MiB more than at the start")
