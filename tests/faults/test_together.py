@@ -40,7 +40,8 @@ class Together(faults.FaultTest):
                 break  # there is no tool any more
         if self.tool_.alive():
             self.assert_no_loss(self.tool_)
-        self.assertEqual(self.suffered, [], "what the healthy applications suffered:\n  " + "\n  ".join(self.suffered))
+        if self.suffered:
+            self.fail("what the healthy applications suffered:\n  " + "\n  ".join(self.suffered))
 
     def survives(self, attack):
         name = attack.__name__.replace("_", " ")
@@ -137,7 +138,7 @@ class Together(faults.FaultTest):
         attacker.wait_until_read(forge.PUBLICATIONS)
 
     def chosen_keys(self):
-        attacker, writer = self.attacking_writer(entity=0x00000102, reliable=False)
+        attacker, writer = self.attacking_writer(entity=0x00000102, type_name="fault::Keyed", reliable=False)
         for first in range(0, short_or_long(20000, 60000), 500):
             self.tool_.wait_for_room()
             attacker.send(*attacks.samples_with_chosen_keys(writer, first, 500), port=faults.USER_PORT)
