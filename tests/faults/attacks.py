@@ -5,7 +5,7 @@ import struct
 
 import forge
 import packets
-from faults import MIB
+from basics import MIB
 
 LARGEST_SAMPLE = 64 * MIB
 FAR = 1 << 40
@@ -88,7 +88,7 @@ def locators(application, first, count):
 
 
 def unknown_types(application, first, count):
-    """Each is another type of the same name, which nobody tells of."""
+    """Each is another type of the same name, which the application never tells of."""
     return _publications(application, first, count, "Unknown",
                          lambda number: [forge.type_information(b"unknown..." + number.to_bytes(4, "big"), 200)])
 

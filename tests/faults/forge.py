@@ -1,4 +1,4 @@
-"""RTPS messages that no application of good will sends, byte by byte (OMG DDSI-RTPS 2.5, 8.3, 9.4 and 9.6; OMG DDS-XTypes
+"""RTPS messages byte by byte, also ones that no sound application sends (OMG DDSI-RTPS 2.5, 8.3, 9.4 and 9.6; OMG DDS-XTypes
 1.3 for type information). packets.py is the other half: it reads what really went over the wire.
 
 Everything is little endian. A submessage is a bytes object; message() puts a header before several of them.

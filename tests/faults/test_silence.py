@@ -98,7 +98,7 @@ class Sizes(SilenceTest):
         count = short_or_long(5, 20)
         publisher.do(f"write w count={count} rate=10 size=20000000", limit=30)
         tool.wait_at_rest()
-        # One that nobody completes, whatever the machine.
+        # One that stays incomplete on a machine of any speed.
         application, writer = self.matched_writer(tool, reliable=False, topic="Incomplete")
         application.send(forge.data_frag(writer, 1, 1, bytes(1000), 3000), port=faults.USER_PORT)
         tool.wait_at_rest()

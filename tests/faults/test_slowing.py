@@ -5,8 +5,10 @@ What is said to be seen was seen on release builds of 2026-11-21.
 """
 
 import os
+import pathlib
 import re
 import signal
+import subprocess
 import tempfile
 import time
 
@@ -173,7 +175,7 @@ class Farewells(faults.FaultTest):
 
     @staticmethod
     def catches(pid, number):
-        status = faults.pathlib.Path(f"/proc/{pid}/status").read_text()
+        status = pathlib.Path(f"/proc/{pid}/status").read_text()
         return int(re.search(r"SigCgt:\s+(\w+)", status)[1], 16) >> (number - 1) & 1
 
     def test_signals(self):
@@ -202,7 +204,7 @@ class Farewells(faults.FaultTest):
         Seen: it ends without farewell.
         Bound: a farewell."""
         def end(tap, errors):
-            reader = self.network.start(["sleep", "1000"], stdin=faults.subprocess.PIPE)
+            reader = self.network.start(["sleep", "1000"], stdin=subprocess.PIPE)
             child = self.start(tap, errors, reader.stdin)
             reader.stdin.close()
             reader.kill()

@@ -7,6 +7,7 @@ exceed the budget by more than 10 %, or lower the other reader's rate below half
 the tool is on another host, so that there are addresses where nothing is.
 """
 
+import sys
 import time
 
 import attacks
@@ -74,7 +75,7 @@ class Together(faults.FaultTest):
             complaints.append("a new application was not discovered within 5 s")
         line = f"{name}: starved {starved:.1f} s, memory {grown / MIB:.0f} MiB, discovery " + \
             ("failed" if found is None else f"{found:.2f} s")
-        print(f"\n    {line}", end="", file=faults.sys.stderr, flush=True)
+        print(f"\n    {line}", end="", file=sys.stderr, flush=True)
         self.suffered += [f"{name}: {complaint}" for complaint in complaints]
         return True
 

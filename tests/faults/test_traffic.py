@@ -46,7 +46,7 @@ class AbsentAddresses(faults.FaultTest):
 
 class Amplification(faults.FaultTest):
     def attacked_address(self):
-        """An address that somebody names, and where nothing is said to anybody."""
+        """An address that others name, and that sends nothing."""
         return self.forged(obliging=False)
 
     def tool_with_readers(self, count):
