@@ -10,8 +10,8 @@
 #include "measure.h"
 #include "meridian/dynamic_data.h"
 #include "rtps/wire/encapsulation.h"
-#include "types/dynamic_sample.h"
-#include "types/type_documents.h"
+#include "types/data/dynamic_sample.h"
+#include "types/documents/type_documents.h"
 #include "writer_stand_in.h"
 
 using namespace meridian;

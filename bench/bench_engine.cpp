@@ -10,13 +10,13 @@
 #include <utility>
 
 #include "common/private_network.h"
-#include "dcps/user_reader.h"
+#include "dcps/reader/user_reader.h"
 #include "measure.h"
 #include "meridian/domain_participant_factory.h"
 #include "meridian/dynamic_data_type_support.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "rtps/protocol/participant.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 #include "writer_stand_in.h"
 
 using namespace meridian;

@@ -20,10 +20,11 @@ if(FERRET_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# ferret_add_library(NAME layer-dependencies...): a static library of all sources in the calling folder, which sees
-# the public headers of its dependencies only.
+# ferret_add_library(NAME layer-dependencies...): a static library of all sources in and below the calling
+# folder, which sees the public headers of its dependencies only.
 function(ferret_add_library name)
-    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp
+        ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
     if(NOT sources)
         # A folder that is still empty: other targets may link it all the same.
         file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "")

@@ -6,9 +6,9 @@
 #include <cstdlib>
 
 #include "random_type.h"
-#include "types/json_printer.h"
-#include "types/key_hash.h"
-#include "types/plain_printer.h"
+#include "types/data/json_printer.h"
+#include "types/data/key_hash.h"
+#include "types/data/plain_printer.h"
 
 using namespace meridian;
 using namespace meridian::types;

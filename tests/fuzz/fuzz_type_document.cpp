@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 using namespace meridian::types;
 

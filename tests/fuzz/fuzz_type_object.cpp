@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-#include "types/type_information.h"
-#include "types/type_library.h"
+#include "types/network/type_information.h"
+#include "types/network/type_library.h"
 
 using namespace meridian;
 using namespace meridian::types;

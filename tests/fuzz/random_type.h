@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "types/type.h"
+#include "types/model/type.h"
 
 namespace fuzz {
 

@@ -13,16 +13,33 @@ import sys
 SOURCES = {".h", ".hpp", ".cpp", ".c", ".cc"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 
+BELOW_DCPS = ("discovery", "types/lookup", "types/data", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire",
+              "platform")
+# The parts of meridian/src/dcps, each with the parts below it.
+DCPS_PARTS = {
+    "conditions": (),
+    "delivery": (),
+    "common": ("conditions",),
+    "topics": ("common", "entities"),
+    "endpoints": ("topics", "common"),
+    "reader": ("endpoints", "topics", "common", "conditions", "delivery", "entities"),
+    "writer": ("endpoints", "topics", "common", "reader", "entities"),
+    "entities": ("reader", "writer", "endpoints", "topics", "common", "conditions", "delivery"),
+}
 # A folder of meridian/src may include itself and these.
 LAYERS = {
     "platform": (),
     "rtps/wire": (),
     "rtps/protocol": ("rtps/wire",),
     "rtps/net": ("rtps/protocol", "rtps/wire", "platform"),
-    "types": ("rtps/wire", "platform"),
-    "qos": ("types", "rtps/wire", "platform"),
-    "discovery": ("qos", "types", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
-    "dcps": ("discovery", "qos", "types", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    "types/model": ("rtps/wire", "platform"),
+    "types/network": ("types/model", "rtps/wire", "platform"),
+    "types/documents": ("types/model", "platform"),
+    "types/data": ("types/model", "rtps/wire", "platform"),
+    "types/lookup": ("types/network", "types/model", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    "qos": ("types/documents", "types/model", "rtps/wire", "platform"),
+    "discovery": ("types/lookup", "types/model", "qos", "rtps/net", "rtps/protocol", "rtps/wire", "platform"),
+    **{f"dcps/{part}": (*(f"dcps/{below}" for below in belows), *BELOW_DCPS) for part, belows in DCPS_PARTS.items()},
 }
 # These know nothing of the public interface either, and never ask for the time: they are told.
 PURE = ("rtps/wire", "rtps/protocol")

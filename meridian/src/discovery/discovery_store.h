@@ -11,10 +11,10 @@
 
 #include "discovery/endpoint_cache.h"
 #include "discovery/partitions.h"
-#include "discovery/publication_types.h"
 #include "discovery/remote_participant.h"
 #include "platform/mutex.h"
 #include "rtps/protocol/events.h"
+#include "types/lookup/publication_types.h"
 
 namespace meridian::discovery {
 
@@ -35,7 +35,7 @@ class DiscoveryStore final : public rtps::Events {
 
     /// Publications carry the types that come from there, and wait until they are known. Without it they
     /// carry none. Set before events come; must outlive them.
-    void set_types(PublicationTypes* types) { types_ = types; }
+    void set_types(types::PublicationTypes* types) { types_ = types; }
     /// What a publication waited for; an empty type: it has none. Under the lock of the events' caller.
     void type_resolved(const rtps::Guid& publication, const types::TypeRef& type);
 
@@ -109,7 +109,7 @@ class DiscoveryStore final : public rtps::Events {
     void report_gone(const rtps::Guid& guid, DDS_Time_t when) MERIDIAN_REQUIRES(mutex_);
 
     const uint32_t domain_id_;
-    PublicationTypes* types_ = nullptr;
+    types::PublicationTypes* types_ = nullptr;
     PublicationCache publications_;
     SubscriptionCache subscriptions_;
     mutable Mutex mutex_;

@@ -5,7 +5,7 @@
 #include "platform/file.h"
 #include "qos/entity_readers.h"
 #include "qos/profile_loader.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 namespace meridian::qos {
 

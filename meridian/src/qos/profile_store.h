@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "meridian/qos.h"
-#include "types/type.h"
+#include "types/model/type.h"
 
 namespace meridian::qos {
 

@@ -1,4 +1,4 @@
-#include "dcps/delivery_thread.h"
+#include "dcps/delivery/delivery_thread.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "dcps/participant.h"
+#include "dcps/entities/participant.h"
 #include "meridian/publisher.h"
 #include "peer_process.h"
 #include "test_type.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "dcps/participant.h"
+#include "dcps/entities/participant.h"
 #include "meridian/domain_participant_factory.h"
 
 namespace meridian::dcps::test {

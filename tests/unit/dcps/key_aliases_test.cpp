@@ -1,4 +1,4 @@
-#include "dcps/key_aliases.h"
+#include "dcps/reader/key_aliases.h"
 
 #include <gtest/gtest.h>
 

@@ -2,10 +2,10 @@
 
 #include <map>
 
-#include "dcps/user_reader.h"
+#include "dcps/reader/user_reader.h"
 #include "factory_fixture.h"
 #include "meridian/dynamic_data_type_support.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 namespace meridian::dcps::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "dcps/reader_cache.h"
+#include "dcps/reader/reader_cache.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "dcps/runtime_config.h"
+#include "dcps/entities/runtime_config.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Which plugin handles which type name, and the topics that stand on it.
 
-#include "dcps/type_registry.h"
+#include "dcps/topics/type_registry.h"
 
 #include <future>
 #include <thread>
@@ -8,7 +8,7 @@
 #include "factory_fixture.h"
 #include "support/logger_guard.h"
 #include "test_type.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 namespace meridian::dcps::test {
 namespace {

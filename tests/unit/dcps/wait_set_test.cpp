@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "dcps/status_condition.h"
+#include "dcps/conditions/status_condition.h"
 #include "meridian/condition.h"
 
 namespace meridian::dcps {

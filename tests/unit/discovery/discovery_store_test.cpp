@@ -178,7 +178,7 @@ TEST(DiscoveryStore, AParticipantThatGoesTakesItsEndpointsAlong) {
 }
 
 /// Types of publications that are told when the test says so.
-class SlowTypes final : public PublicationTypes {
+class SlowTypes final : public types::PublicationTypes {
   public:
     std::optional<types::TypeRef> type_of(const rtps::EndpointData&, bool) override { return answer; }
     void participant_gone(const rtps::GuidPrefix&) override {}

@@ -12,7 +12,7 @@
 #include "support/fake_entities.h"
 #include "support/stdout_capture.h"
 #include "support/verbosity_guard.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "raw_sample.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 using namespace meridian::types;
 using test::Bytes;

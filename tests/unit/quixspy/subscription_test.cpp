@@ -10,7 +10,7 @@
 #include "support/fake_entities.h"
 #include "support/stdout_capture.h"
 #include "support/verbosity_guard.h"
-#include "types/type.h"
+#include "types/model/type.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // Encodings byte by byte, for what the recorded samples do not show.
 
-#include "types/cdr_walker.h"
+#include "types/data/cdr_walker.h"
 
 #include <gtest/gtest.h>
 
 #include "corpus.h"
-#include "types/json_printer.h"
-#include "types/sample_reader.h"
-#include "types/type_documents.h"
+#include "types/data/json_printer.h"
+#include "types/data/sample_reader.h"
+#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -9,9 +9,9 @@
 
 #include "corpus.h"
 #include "meridian/dynamic_data.h"
-#include "types/dynamic_sample.h"
-#include "types/plain_printer.h"
-#include "types/type_documents.h"
+#include "types/data/dynamic_sample.h"
+#include "types/data/plain_printer.h"
+#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "types/type_information.h"
+#include "types/network/type_information.h"
 
 namespace test {
 

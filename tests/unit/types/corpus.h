@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "rtps/wire/types.h"
-#include "types/type_library.h"
+#include "types/network/type_library.h"
 
 namespace test {
 

@@ -1,11 +1,11 @@
-#include "types/fixed_key.h"
+#include "types/data/fixed_key.h"
 
 #include <gtest/gtest.h>
 
 #include "corpus.h"
 #include "rtps/wire/encapsulation.h"
-#include "types/key_hash.h"
-#include "types/type_documents.h"
+#include "types/data/key_hash.h"
+#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -1,11 +1,11 @@
-#include "types/key_hash.h"
+#include "types/data/key_hash.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "corpus.h"
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;

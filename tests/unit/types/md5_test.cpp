@@ -1,4 +1,4 @@
-#include "types/md5.h"
+#include "types/model/md5.h"
 
 #include <gtest/gtest.h>
 

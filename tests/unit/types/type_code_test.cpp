@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "types/type.h"
+#include "types/model/type.h"
 
 using namespace meridian::types;
 

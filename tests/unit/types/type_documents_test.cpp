@@ -1,4 +1,4 @@
-#include "types/type_documents.h"
+#include "types/documents/type_documents.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // What recorded type objects do not show: types in cycles, limits, and objects that contradict themselves.
 
-#include "types/type_library.h"
+#include "types/network/type_library.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 
-#include "types/md5.h"
+#include "types/model/md5.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -1,12 +1,12 @@
-#include "types/type_object.h"
+#include "types/network/type_object.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "corpus.h"
-#include "types/md5.h"
-#include "types/type_information.h"
+#include "types/model/md5.h"
+#include "types/network/type_information.h"
 
 using namespace meridian;
 using namespace meridian::types;

@@ -1,0 +1,50 @@
+#include "dcps/conditions/status_condition.h"
+
+namespace meridian::dcps {
+
+StatusCondition::StatusCondition(DDSEntity* entity)
+    : entity_(entity), core_(std::make_shared<ConditionCore>(this)) {}
+
+StatusCondition::~StatusCondition() {
+    core_->close();
+}
+
+DDS_Boolean StatusCondition::get_trigger_value() {
+    return core_->triggered();
+}
+
+DDS_StatusMask StatusCondition::get_enabled_statuses() {
+    MutexLock lock(mutex_);
+    return enabled_;
+}
+
+DDS_ReturnCode_t StatusCondition::set_enabled_statuses(DDS_StatusMask mask) {
+    MutexLock lock(mutex_);
+    enabled_ = mask;
+    update();
+    return DDS_RETCODE_OK;
+}
+
+DDS_StatusMask StatusCondition::changes() const {
+    MutexLock lock(mutex_);
+    return changes_;
+}
+
+void StatusCondition::set_changed(DDS_StatusMask statuses) {
+    MutexLock lock(mutex_);
+    changes_ |= statuses;
+    update();
+}
+
+void StatusCondition::set_read(DDS_StatusMask statuses) {
+    MutexLock lock(mutex_);
+    changes_ &= ~statuses;
+    update();
+}
+
+/// Within the lock, so that the trigger value never lags behind the masks.
+void StatusCondition::update() {
+    core_->set_triggered((enabled_ & changes_) != 0);
+}
+
+} // namespace meridian::dcps

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include "dcps/conditions/condition_core.h"
+#include "meridian/condition.h"
+#include "platform/mutex.h"
+
+namespace meridian::dcps {
+
+/// The statuses of an entity and the condition over them. Part of its entity. Any thread. Lock order: status
+/// condition, condition core, wait set.
+class StatusCondition final : public DDSStatusCondition, public AttachableCondition {
+  public:
+    explicit StatusCondition(DDSEntity* entity);
+    ~StatusCondition() override;
+
+    DDS_Boolean get_trigger_value() override;
+    DDS_StatusMask get_enabled_statuses() override;
+    DDS_ReturnCode_t set_enabled_statuses(DDS_StatusMask mask) override;
+    DDSEntity* get_entity() override { return entity_; }
+    const std::shared_ptr<ConditionCore>& core() const override { return core_; }
+
+    /// The statuses that have changed and were not read since.
+    DDS_StatusMask changes() const;
+    void set_changed(DDS_StatusMask statuses);
+    void set_read(DDS_StatusMask statuses);
+
+  private:
+    void update() MERIDIAN_REQUIRES(mutex_);
+
+    DDSEntity* const entity_;
+    const std::shared_ptr<ConditionCore> core_;
+    mutable Mutex mutex_;
+    DDS_StatusMask enabled_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_ALL;
+    DDS_StatusMask changes_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_NONE;
+};
+
+} // namespace meridian::dcps

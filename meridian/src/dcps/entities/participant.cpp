@@ -1,0 +1,285 @@
+#include "dcps/entities/participant.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "dcps/common/qos_change.h"
+#include "discovery/builtin_data.h"
+#include "discovery/conversions.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace meridian::dcps {
+
+namespace {
+
+constexpr uint32_t kPublisherKind = 0x08;
+constexpr uint32_t kSubscriberKind = 0x09;
+
+bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQosPolicy& b) {
+    return a.rtps_host_id == b.rtps_host_id && a.rtps_app_id == b.rtps_app_id &&
+           a.rtps_instance_id == b.rtps_instance_id;
+}
+
+} // namespace
+
+ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
+                                 const rtps::GuidPrefix& prefix,
+                                 std::shared_ptr<rtps::net::OwnParticipants> own, ProfileSource& profiles)
+    : EntityImpl(discovery::participant_guid(prefix)),
+      domain_id_(domain_id),
+      own_(std::move(own)),
+      profiles_(profiles),
+      store_(static_cast<uint32_t>(domain_id), partitions_of(qos)),
+      builtin_subscriber_(*this),
+      qos_(qos) {}
+
+ParticipantImpl::~ParticipantImpl() {
+    delete_contained_entities();
+}
+
+bool ParticipantImpl::check(std::string& error) {
+    MutexLock lock(mutex_);
+    const auto wanted = config(transports_, error);
+    return wanted && rtps::net::Runtime::check(*wanted, error);
+}
+
+bool ParticipantImpl::has_entities() {
+    MutexLock lock(mutex_);
+    return !subscribers_.empty() || !publishers_.empty() || !topics_.empty();
+}
+
+TransportProperties ParticipantImpl::transport_properties() {
+    MutexLock lock(mutex_);
+    return transports_;
+}
+
+DDS_ReturnCode_t ParticipantImpl::set_transport_properties(const TransportProperties& properties) {
+    MutexLock lock(mutex_);
+    if (is_enabled())
+        return DDS_RETCODE_ILLEGAL_OPERATION;
+    std::string error;
+    const auto wanted = config(properties, error);
+    if (!wanted || !rtps::net::check(wanted->transport, error)) {
+        MERIDIAN_LOG_ERROR("dcps", "transport property: %s", error.c_str());
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    transports_ = properties;
+    return DDS_RETCODE_OK;
+}
+
+std::optional<rtps::net::RuntimeConfig> ParticipantImpl::config(const TransportProperties& transports,
+                                                                std::string& error) {
+    return runtime_config(domain_id_, qos_, transports, guid().prefix, own_, error);
+}
+
+DDS_ReturnCode_t ParticipantImpl::enable() {
+    MutexLock lock(mutex_);
+    if (is_enabled())
+        return DDS_RETCODE_OK;
+    std::string error;
+    if (!open(error)) {
+        MERIDIAN_LOG_ERROR("dcps", "cannot enable the participant of domain %d: %s", domain_id_,
+                           error.c_str());
+        return DDS_RETCODE_ERROR;
+    }
+    set_enabled();
+    builtin_subscriber_.enable();
+    if (qos_.entity_factory.autoenable_created_entities) {
+        for (const auto& subscriber : subscribers_)
+            subscriber->enable();
+        for (const auto& publisher : publishers_)
+            publisher->enable();
+    }
+    return DDS_RETCODE_OK;
+}
+
+bool ParticipantImpl::open(std::string& error) {
+    auto wanted = config(transports_, error);
+    if (!wanted)
+        return false;
+    wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
+    auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
+    if (runtime == nullptr)
+        return false;
+    types::TypeResolver::Settings types;
+    types.max_type_size =
+        static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
+    type_lookup_ = std::make_unique<types::TypeLookupClient>(
+        types,
+        [this, domain = runtime.get()](const rtps::Guid& publication, const types::TypeRef& type) {
+            store_.type_resolved(publication, type);
+            domain->defer([publication](rtps::Participant& participant, rtps::Now now) {
+                participant.match_again(publication, now);
+            });
+        },
+        [documents = profiles_.profiles()](const std::string& type_name) {
+            return documents->type(type_name);
+        });
+    store_.set_types(type_lookup_.get());
+    const std::vector<rtps::GuidPrefix> ignored = ignored_;
+    runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {
+        for (const rtps::GuidPrefix& prefix : ignored)
+            participant.ignore_participant(prefix, now);
+        type_lookup_->attach(*runtime, participant, now);
+    });
+    if (!runtime->start(error))
+        return false;
+    runtime_ = std::move(runtime);
+    running_.store(runtime_.get(), std::memory_order_release);
+    MERIDIAN_LOG_LOCAL("dcps", "participant %s of domain %d, index %u, on %s",
+                       rtps::to_string(guid().prefix).c_str(), domain_id_, runtime_->participant_index(),
+                       runtime_->describe_interfaces().c_str());
+    return true;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_qos(DDS_DomainParticipantQos& qos) {
+    MutexLock lock(mutex_);
+    qos = qos_;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::set_qos(const DDS_DomainParticipantQos& qos) {
+    MutexLock lock(mutex_);
+    if (!same_guid_words(qos_.wire_protocol, qos.wire_protocol)) {
+        MERIDIAN_LOG_ERROR("dcps", "QoS of the participant: the GUID was given out at creation");
+        return DDS_RETCODE_IMMUTABLE_POLICY;
+    }
+    const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "participant");
+    if (result != DDS_RETCODE_OK)
+        return result;
+    store_.set_own_partitions(partitions_of(qos_));
+    if (runtime_ != nullptr) {
+        const Announcement announcement = announcement_of(qos_);
+        runtime_->with_participant([&announcement](rtps::Participant& participant, rtps::Now now) {
+            participant.set_announcement(announcement.name, announcement.properties, announcement.user_data,
+                                         now);
+        });
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDSSubscriber* ParticipantImpl::create_subscriber(const DDS_SubscriberQos& qos,
+                                                  DDSSubscriberListener* listener, DDS_StatusMask /*mask*/) {
+    if (listener != nullptr) {
+        QUIXLog_badParameter("create_subscriber", "listener");
+        return nullptr;
+    }
+    if (!is_consistent(qos, "subscriber"))
+        return nullptr;
+    MutexLock lock(mutex_);
+    const rtps::EntityId entity{++subscribers_made_ << 8 | kSubscriberKind};
+    subscribers_.push_back(std::make_unique<SubscriberImpl>(*this, rtps::Guid{guid().prefix, entity}, qos));
+    if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
+        subscribers_.back()->enable();
+    return subscribers_.back().get();
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
+    if (subscriber == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    const auto found =
+        std::find_if(subscribers_.begin(), subscribers_.end(),
+                     [subscriber](const auto& candidate) { return candidate.get() == subscriber; });
+    if (found == subscribers_.end() || (*found)->has_readers())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    subscribers_.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+DDSPublisher* ParticipantImpl::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
+                                                DDS_StatusMask /*mask*/) {
+    if (listener != nullptr) {
+        QUIXLog_badParameter("create_publisher", "listener");
+        return nullptr;
+    }
+    if (!is_consistent(qos, "publisher"))
+        return nullptr;
+    MutexLock lock(mutex_);
+    const rtps::EntityId entity{++publishers_made_ << 8 | kPublisherKind};
+    publishers_.push_back(std::make_unique<PublisherImpl>(*this, rtps::Guid{guid().prefix, entity}, qos));
+    if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
+        publishers_.back()->enable();
+    return publishers_.back().get();
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_publisher(DDSPublisher* publisher) {
+    if (publisher == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    const auto found =
+        std::find_if(publishers_.begin(), publishers_.end(),
+                     [publisher](const auto& candidate) { return candidate.get() == publisher; });
+    if (found == publishers_.end() || (*found)->has_writers())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    publishers_.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::ignore_participant(const DDS_InstanceHandle_t& handle) {
+    const auto ignored = discovery::to_guid(handle);
+    if (!ignored || ignored->entity != rtps::entity::participant)
+        return DDS_RETCODE_BAD_PARAMETER;
+    if (own_->contains(ignored->prefix))
+        return DDS_RETCODE_OK; // never seen in the first place
+    MutexLock lock(mutex_);
+    if (runtime_ == nullptr) {
+        ignored_.push_back(ignored->prefix);
+        return DDS_RETCODE_OK;
+    }
+    runtime_->with_participant([&ignored](rtps::Participant& participant, rtps::Now now) {
+        participant.ignore_participant(ignored->prefix, now);
+    });
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_discovered_participant_data(DDS_ParticipantBuiltinTopicData& data,
+                                                                  const DDS_InstanceHandle_t& handle) {
+    if (!is_enabled())
+        return DDS_RETCODE_NOT_ENABLED;
+    const auto wanted = discovery::to_guid(handle);
+    if (!wanted || wanted->entity != rtps::entity::participant)
+        return DDS_RETCODE_BAD_PARAMETER;
+    const auto known = store_.find_participant(wanted->prefix);
+    if (known == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    data = *known;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {
+    time = wall_time();
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
+    // The topics end last: a callback may have made one more reader until it returned.
+    std::vector<std::unique_ptr<TopicImpl>> topics;
+    std::vector<std::unique_ptr<PublisherImpl>> publishers;
+    std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
+    {
+        MutexLock lock(mutex_);
+        subscribers.swap(subscribers_);
+        publishers.swap(publishers_);
+        topics.swap(topics_);
+    }
+    // Outside of the lock: a callback in progress may ask this participant.
+    OwnedReaders lent;
+    for (const auto& subscriber : subscribers) {
+        for (auto& owned : subscriber->release_readers()) {
+            owned->untyped().stop();
+            if (owned->untyped().has_loans())
+                lent.push_back(std::move(owned));
+        }
+    }
+    if (lent.empty())
+        return DDS_RETCODE_OK;
+    MutexLock lock(mutex_);
+    std::move(lent.begin(), lent.end(), std::back_inserter(departed_readers_));
+    std::move(subscribers.begin(), subscribers.end(), std::back_inserter(departed_subscribers_));
+    std::move(topics.begin(), topics.end(), std::back_inserter(departed_topics_));
+    return DDS_RETCODE_OK;
+}
+
+} // namespace meridian::dcps

@@ -1,0 +1,106 @@
+// The types and topics of a participant.
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "dcps/common/qos_change.h"
+#include "dcps/entities/participant.h"
+
+namespace meridian::dcps {
+
+namespace {
+
+constexpr uint32_t kTopicKind = 0x05;
+
+} // namespace
+
+rtps::Guid ParticipantImpl::new_guid(rtps::EntityKind kind) {
+    return {guid().prefix, rtps::EntityId{(++endpoints_made_ << 8) | kind}};
+}
+
+DDS_ReturnCode_t ParticipantImpl::register_type(const char* type_name, const PRESTypePlugin* plugin,
+                                                DDSTypeSupport* type_support) {
+    return types_.register_type(type_name, plugin, type_support);
+}
+
+DDS_ReturnCode_t ParticipantImpl::unregister_type(const char* type_name) {
+    return types_.unregister_type(type_name);
+}
+
+DDS_Boolean ParticipantImpl::is_type_registered(const char* type_name) {
+    return type_name != nullptr && types_.find(type_name) != nullptr;
+}
+
+const DDS_TypeCode* ParticipantImpl::get_typecode(const char* type_name) {
+    const TypeRegistry::Type type = type_name != nullptr ? types_.find(type_name) : nullptr;
+    return type != nullptr ? type->plugin().typeCode : nullptr;
+}
+
+std::unique_ptr<TopicUse> ParticipantImpl::use_topic(DDSTopicDescription* description) {
+    MutexLock lock(mutex_);
+    const auto found = std::find_if(topics_.begin(), topics_.end(),
+                                    [description](const auto& topic) { return topic.get() == description; });
+    return found == topics_.end() ? nullptr : std::make_unique<TopicUse>(**found);
+}
+
+DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_name) {
+    if (topic_name == nullptr)
+        return nullptr;
+    MutexLock lock(mutex_);
+    return find_topic(topic_name);
+}
+
+TopicImpl* ParticipantImpl::find_topic(const char* topic_name) {
+    const auto found = std::find_if(topics_.begin(), topics_.end(), [topic_name](const auto& topic) {
+        return std::strcmp(topic->get_name(), topic_name) == 0;
+    });
+    return found == topics_.end() ? nullptr : found->get();
+}
+
+DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type_name,
+                                        const DDS_TopicQos& qos, DDSTopicListener* listener,
+                                        DDS_StatusMask /*mask*/) {
+    if (topic_name == nullptr || *topic_name == '\0') {
+        QUIXLog_badParameter("create_topic", "topic_name");
+        return nullptr;
+    }
+    if (listener != nullptr) {
+        QUIXLog_badParameter("create_topic", "listener");
+        return nullptr;
+    }
+    TypeRegistry::Type type = type_name != nullptr ? types_.find(type_name) : nullptr;
+    if (type == nullptr) {
+        MERIDIAN_LOG_ERROR("dcps", "topic \"%s\": its type \"%s\" is not registered", topic_name,
+                           type_name != nullptr ? type_name : "(null)");
+        return nullptr;
+    }
+    if (!is_consistent(qos, "topic"))
+        return nullptr;
+    MutexLock lock(mutex_);
+    if (find_topic(topic_name) != nullptr) {
+        MERIDIAN_LOG_ERROR("dcps", "topic \"%s\" exists already", topic_name);
+        return nullptr;
+    }
+    const rtps::EntityId entity{++topics_made_ << 8 | kTopicKind};
+    topics_.push_back(std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name,
+                                                  type_name, qos, std::move(type)));
+    topics_.back()->enable();
+    return topics_.back().get();
+}
+
+DDS_ReturnCode_t ParticipantImpl::delete_topic(DDSTopic* topic) {
+    std::unique_ptr<TopicImpl> removed;
+    MutexLock lock(mutex_);
+    const auto found = std::find_if(topics_.begin(), topics_.end(),
+                                    [topic](const auto& candidate) { return candidate.get() == topic; });
+    if (found == topics_.end())
+        return DDS_RETCODE_BAD_PARAMETER;
+    if ((*found)->in_use())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    removed = std::move(*found);
+    topics_.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+} // namespace meridian::dcps

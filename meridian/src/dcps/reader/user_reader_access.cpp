@@ -1,0 +1,260 @@
+// A reader of the user's topics: what callers read, take and ask.
+
+#include <algorithm>
+
+#include "dcps/common/qos_change.h"
+#include "dcps/entities/participant.h"
+#include "dcps/entities/subscriber.h"
+#include "dcps/reader/read_condition.h"
+#include "dcps/reader/user_reader.h"
+#include "discovery/conversions.h"
+
+namespace meridian::dcps {
+
+bool UserReader::has_loans() {
+    MutexLock lock(mutex_);
+    return !loans_.empty();
+}
+
+DDS_ReturnCode_t UserReader::get_qos(DDS_DataReaderQos& qos) {
+    MutexLock lock(mutex_);
+    qos = qos_;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserReader::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
+    {
+        MutexLock lock(mutex_);
+        listener_ = listener != nullptr ? ListenerLink::of(*listener) : nullptr;
+        listener_given_ = listener;
+        listener_mask_ = mask;
+        to_tell_ = 0;
+    }
+    // Whoever was called before may be deleted as soon as this returns.
+    delivery_.remove(*this);
+    MutexLock lock(mutex_);
+    if (to_tell_ != 0)
+        delivery_.notify(*this); // what happened since, whose call was removed
+    armed_ = rtps::kNever;
+    arm_timer();
+    if (listener_ != nullptr && cache_->sample_count() > 0)
+        changed(DDS_DATA_AVAILABLE_STATUS);
+    return DDS_RETCODE_OK;
+}
+
+DDSDataReaderListener* UserReader::get_listener() {
+    MutexLock lock(mutex_);
+    return listener_ != nullptr && !listener_->is_cut() ? listener_given_ : nullptr;
+}
+
+DDSSubscriber* UserReader::get_subscriber() {
+    return &subscriber_;
+}
+
+DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
+                                                                      const DDS_InstanceHandle_t& handle) {
+    return subscriber_.participant_of_endpoint(data, handle);
+}
+
+template <typename Status>
+DDS_ReturnCode_t UserReader::read_status(Status& status, Status (ReaderStatuses::*take)(),
+                                         DDS_StatusMask bit) {
+    MutexLock lock(mutex_);
+    status = (statuses_.*take)();
+    signalled_ &= ~bit;
+    status_condition().set_read(bit);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserReader::get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) {
+    return read_status(status, &ReaderStatuses::take_deadline_missed, DDS_REQUESTED_DEADLINE_MISSED_STATUS);
+}
+DDS_ReturnCode_t UserReader::get_requested_incompatible_qos_status(
+    DDS_RequestedIncompatibleQosStatus& status) {
+    return read_status(status, &ReaderStatuses::take_incompatible, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
+}
+DDS_ReturnCode_t UserReader::get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) {
+    return read_status(status, &ReaderStatuses::take_liveliness, DDS_LIVELINESS_CHANGED_STATUS);
+}
+DDS_ReturnCode_t UserReader::get_sample_lost_status(DDS_SampleLostStatus& status) {
+    return read_status(status, &ReaderStatuses::take_lost, DDS_SAMPLE_LOST_STATUS);
+}
+DDS_ReturnCode_t UserReader::get_sample_rejected_status(DDS_SampleRejectedStatus& status) {
+    return read_status(status, &ReaderStatuses::take_rejected, DDS_SAMPLE_REJECTED_STATUS);
+}
+DDS_ReturnCode_t UserReader::get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
+    return read_status(status, &ReaderStatuses::take_matched, DDS_SUBSCRIPTION_MATCHED_STATUS);
+}
+
+DDS_ReturnCode_t UserReader::get_matched_publications(DDS_InstanceHandleSeq& publications) {
+    MutexLock lock(mutex_);
+    if (!publications.has_ownership())
+        return DDS_RETCODE_BAD_PARAMETER;
+    publications.length(0);
+    for (const auto& [writer, alive] : statuses_.writers()) {
+        if (!publications.append(discovery::to_handle(writer)))
+            return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDSReadCondition* UserReader::create_readcondition(DDS_SampleStateMask sample_states,
+                                                   DDS_ViewStateMask view_states,
+                                                   DDS_InstanceStateMask instance_states) {
+    ReaderCache::Selection selection;
+    selection.sample_states = sample_states;
+    selection.view_states = view_states;
+    selection.instance_states = instance_states;
+    MutexLock lock(mutex_);
+    conditions_.push_back(std::make_unique<ReadCondition>(face_ != nullptr ? face_ : this, selection));
+    update_conditions();
+    return conditions_.back().get();
+}
+
+DDS_ReturnCode_t UserReader::delete_readcondition(DDSReadCondition* condition) {
+    MutexLock lock(mutex_);
+    const auto found =
+        std::find_if(conditions_.begin(), conditions_.end(),
+                     [condition](const auto& candidate) { return candidate.get() == condition; });
+    if (found == conditions_.end())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    conditions_.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+void UserReader::update_conditions() {
+    for (const auto& condition : conditions_)
+        condition->core()->set_triggered(cache_->has(condition->selection()));
+}
+
+DDS_ReturnCode_t UserReader::to_selection(const DDSSampleSelection& wanted, ReaderCache::Selection& selection,
+                                          bool& empty) {
+    empty = false;
+    if (wanted.condition != nullptr) {
+        const auto known =
+            std::find_if(conditions_.begin(), conditions_.end(),
+                         [&wanted](const auto& candidate) { return candidate.get() == wanted.condition; });
+        if (known == conditions_.end())
+            return DDS_RETCODE_BAD_PARAMETER;
+        selection = (*known)->selection();
+    } else {
+        selection.sample_states = wanted.sample_states;
+        selection.view_states = wanted.view_states;
+        selection.instance_states = wanted.instance_states;
+    }
+    if (wanted.max_samples != DDS_LENGTH_UNLIMITED && wanted.max_samples < 0)
+        return DDS_RETCODE_BAD_PARAMETER;
+    selection.max_samples = wanted.max_samples;
+    switch (wanted.scope) {
+        case DDSSampleSelection::all_instances:
+            break;
+        case DDSSampleSelection::this_instance:
+            if (!wanted.instance.isValid || !cache_->knows_instance(to_key(wanted.instance)))
+                return DDS_RETCODE_BAD_PARAMETER;
+            selection.instance = to_key(wanted.instance);
+            break;
+        case DDSSampleSelection::next_instance:
+            selection.instance = cache_->next_instance(
+                wanted.instance.isValid ? std::optional<rtps::KeyHash>(to_key(wanted.instance))
+                                        : std::nullopt,
+                selection);
+            empty = !selection.instance;
+            break;
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserReader::copy_out(const ReaderCache::Batch& batch, const DDSSampleSequenceState& sequence,
+                                      DDS_SampleInfoSeq& infos) {
+    for (size_t i = 0; i < batch.infos.size(); ++i) {
+        const auto index = static_cast<DDS_Long>(i);
+        infos[index] = *batch.infos[i];
+        if (batch.samples[i] == nullptr)
+            continue;
+        void* target = sequence.element(sequence.sequence, index);
+        if (plugin().copySample == nullptr || !plugin().copySample(endpoint_, target, batch.samples[i]))
+            return DDS_RETCODE_ERROR;
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserReader::read_or_take_untyped(DDS_Boolean take, const DDSSampleSelection& wanted,
+                                                  const DDSSampleSequenceState& sequence, void*** samples,
+                                                  DDS_Long* count, DDS_SampleInfoSeq& infos) {
+    *samples = nullptr;
+    *count = 0;
+    if (!is_enabled())
+        return DDS_RETCODE_NOT_ENABLED;
+    if (!sequence.has_ownership || !infos.has_ownership() || sequence.maximum != infos.maximum())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    const bool copies = sequence.maximum > 0;
+    if (copies && wanted.max_samples > sequence.maximum)
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+
+    MutexLock lock(mutex_);
+    ReaderCache::Selection selection;
+    bool empty = false;
+    const DDS_ReturnCode_t usable = to_selection(wanted, selection, empty);
+    if (usable != DDS_RETCODE_OK)
+        return usable;
+    if (copies && selection.max_samples == DDS_LENGTH_UNLIMITED)
+        selection.max_samples = sequence.maximum;
+    // Whoever looks has been told; what arrives from now on is news.
+    signalled_ &= ~DDS_DATA_AVAILABLE_STATUS;
+    status_condition().set_read(DDS_DATA_AVAILABLE_STATUS);
+    std::unique_ptr<ReaderCache::Batch> batch =
+        spare_batch_ != nullptr ? std::move(spare_batch_) : std::make_unique<ReaderCache::Batch>();
+    if (empty || !(take ? cache_->take(selection, *batch) : cache_->read(selection, *batch))) {
+        spare_batch_ = std::move(batch);
+        return DDS_RETCODE_NO_DATA;
+    }
+    update_conditions();
+
+    const auto taken = static_cast<DDS_Long>(batch->infos.size());
+    if (copies) {
+        infos.length(taken);
+        const DDS_ReturnCode_t copied = copy_out(*batch, sequence, infos);
+        cache_->return_batch(*batch);
+        *count = copied == DDS_RETCODE_OK ? taken : 0;
+        return copied;
+    }
+    if (!infos.loan_discontiguous(batch->infos.data(), taken)) {
+        cache_->return_batch(*batch);
+        return DDS_RETCODE_ERROR;
+    }
+    *samples = batch->samples.data();
+    *count = taken;
+    loans_.emplace(batch->samples.data(), std::move(batch));
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserReader::return_loan_untyped(void** samples, DDS_Long count, DDS_SampleInfoSeq& infos) {
+    MutexLock lock(mutex_);
+    const auto loan = loans_.find(samples);
+    if (loan == loans_.end() || infos.get_discontiguous_buffer() != loan->second->infos.data() ||
+        static_cast<size_t>(count) != loan->second->infos.size())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    infos.unloan();
+    cache_->return_batch(*loan->second);
+    spare_batch_ = std::move(loan->second);
+    loans_.erase(loan);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserReader::get_key_value_untyped(void* /*holder*/, const DDS_InstanceHandle_t& handle) {
+    // What the key members are, only a plugin with a key of its own could tell, and none offers it for a bare
+    // hash.
+    return handle.isValid ? DDS_RETCODE_UNSUPPORTED : DDS_RETCODE_BAD_PARAMETER;
+}
+
+DDS_InstanceHandle_t UserReader::lookup_instance_untyped(const void* holder) {
+    PRESKeyHash hash{};
+    if (!keyed_ || holder == nullptr || plugin().instanceToKeyHash == nullptr ||
+        !plugin().instanceToKeyHash(endpoint_, &hash, holder))
+        return DDS_HANDLE_NIL;
+    const rtps::KeyHash key = to_key(hash);
+    MutexLock lock(mutex_);
+    return cache_->knows_instance(key) ? instance_handle(key) : DDS_HANDLE_NIL;
+}
+
+} // namespace meridian::dcps

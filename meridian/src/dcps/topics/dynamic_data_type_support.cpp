@@ -1,0 +1,224 @@
+#include "meridian/dynamic_data_type_support.h"
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "meridian/domain_participant.h"
+#include "meridian/logger.h"
+#include "meridian/type_plugin.h"
+#include "platform/log.h"
+#include "types/data/dynamic_sample.h"
+#include "types/data/key_hash.h"
+
+using meridian::rtps::ByteView;
+using meridian::types::DynamicContext;
+using meridian::types::from_type_code;
+using meridian::types::KeyHasher;
+using meridian::types::TypeRef;
+
+namespace {
+
+/// What a participant keeps of a registration, so that the support may go before it.
+struct Registration {
+    TypeRef type;
+    DDS_DynamicDataTypeProperty_t properties;
+};
+
+struct Endpoint {
+    std::shared_ptr<const DynamicContext> context;
+    std::unique_ptr<KeyHasher> hasher;
+    PRESTypePluginEndpointData samples = nullptr;
+    bool key_failed = false;
+};
+
+Endpoint& endpoint_of(PRESTypePluginEndpointData data) {
+    return *static_cast<Endpoint*>(data);
+}
+
+ByteView rest_of(const QUIXCdrStream& stream) {
+    return {reinterpret_cast<const uint8_t*>(stream.currentPosition), QUIXCdrStream_remaining(&stream)};
+}
+
+PRESTypePluginParticipantData attach_participant(void* registration, const DDS_TypeCode*) {
+    return new (std::nothrow) Registration(*static_cast<const Registration*>(registration));
+}
+
+void detach_participant(PRESTypePluginParticipantData data) {
+    delete static_cast<Registration*>(data);
+}
+
+PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData data,
+                                           const PRESTypePluginEndpointInfo* info) {
+    if (info->endpointKind != PRES_TYPEPLUGIN_ENDPOINT_READER)
+        return nullptr; // samples are received, not built
+    const Registration& registration = *static_cast<const Registration*>(data);
+    auto endpoint = std::make_unique<Endpoint>();
+    endpoint->context = std::make_shared<DynamicContext>(
+        registration.type, info->topicName != nullptr ? info->topicName : "", registration.properties);
+    endpoint->hasher = std::make_unique<KeyHasher>(endpoint->context->reader);
+    endpoint->samples = PRESTypePluginDefaultEndpointData_new(
+        nullptr, info, []() -> void* { return new (std::nothrow) DDS_DynamicData(); },
+        [](void* sample) { delete static_cast<DDS_DynamicData*>(sample); }, nullptr, nullptr);
+    return endpoint->samples != nullptr ? endpoint.release() : nullptr;
+}
+
+void detach_endpoint(PRESTypePluginEndpointData data) {
+    PRESTypePluginDefaultEndpointData_delete(endpoint_of(data).samples);
+    delete &endpoint_of(data);
+}
+
+bool copy_sample(PRESTypePluginEndpointData, void* target, const void* source) {
+    *static_cast<DDS_DynamicData*>(target) = *static_cast<const DDS_DynamicData*>(source);
+    return true;
+}
+
+void* create_sample(PRESTypePluginEndpointData data) {
+    return PRESTypePluginDefaultEndpointData_createSample(endpoint_of(data).samples);
+}
+void delete_sample(PRESTypePluginEndpointData data, void* sample) {
+    PRESTypePluginDefaultEndpointData_deleteSample(endpoint_of(data).samples, sample);
+}
+void* get_sample(PRESTypePluginEndpointData data) {
+    return PRESTypePluginDefaultEndpointData_getSample(endpoint_of(data).samples);
+}
+void return_sample(PRESTypePluginEndpointData data, void* sample) {
+    PRESTypePluginDefaultEndpointData_returnSample(endpoint_of(data).samples, sample);
+}
+
+/// Keeps the bytes; they are decoded when somebody looks. What cannot be decoded is a sample all the same.
+bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrStream* stream, bool,
+                 bool deserialize_sample) {
+    if (!deserialize_sample)
+        return true;
+    Endpoint& endpoint = endpoint_of(data);
+    const ByteView payload = rest_of(*stream);
+    if (static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint.context, payload))
+        return true;
+    MERIDIAN_LOG_WARNING("dcps",
+                         "topic \"%s\": a sample of %zu bytes exceeds the largest serialized size, %u",
+                         endpoint.context->topic_name.c_str(), payload.size,
+                         endpoint.context->serialization.max_size_serialized);
+    return false;
+}
+
+bool key_hash(PRESTypePluginEndpointData data, QUIXCdrStream* stream, PRESKeyHash* out, bool, bool key_only) {
+    Endpoint& endpoint = endpoint_of(data);
+    meridian::rtps::KeyHash hash{};
+    std::string failure;
+    // One form for all: a writer that announces no hash of its own and one that sends it without payload then
+    // agree.
+    if (!endpoint.hasher->compute(rest_of(*stream), key_only, KeyHasher::Form::xcdr1, hash, failure)) {
+        if (!std::exchange(endpoint.key_failed, true))
+            MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": the key of a sample cannot be decoded: %s",
+                                 endpoint.context->topic_name.c_str(), failure.c_str());
+        return false;
+    }
+    std::copy(hash.begin(), hash.end(), out->value);
+    out->length = sizeof out->value;
+    return true;
+}
+
+bool instance_to_key_hash(PRESTypePluginEndpointData data, PRESKeyHash* out, const void* instance) {
+    const ByteView payload = static_cast<const DDS_DynamicData*>(instance)->impl().payload();
+    QUIXCdrStream stream;
+    QUIXCdrStream_set(&stream, const_cast<char*>(reinterpret_cast<const char*>(payload.data)),
+                      static_cast<DDS_UnsignedLong>(payload.size));
+    return key_hash(data, &stream, out, true, false);
+}
+
+class TypeSupport final : public DDSTypeSupport {
+  public:
+    DDSDataReader* create_datareaderI(DDSUntypedDataReader* untyped) override {
+        return new (std::nothrow) DDSDynamicDataReader(untyped);
+    }
+    DDS_ReturnCode_t destroy_datareaderI(DDSDataReader* reader) override {
+        delete static_cast<DDSDynamicDataReader*>(reader);
+        return DDS_RETCODE_OK;
+    }
+    DDSDataWriter* create_datawriterI(DDSUntypedDataWriter*) override {
+        QUIXLog_failure("create_datawriter", "dynamic data is received only");
+        return nullptr;
+    }
+    DDS_ReturnCode_t destroy_datawriterI(DDSDataWriter*) override { return DDS_RETCODE_PRECONDITION_NOT_MET; }
+};
+
+PRESTypePlugin plugin_of(Registration& registration) {
+    PRESTypePlugin plugin{};
+    plugin.version = PRES_TYPEPLUGIN_VERSION;
+    plugin.languageConstant = PRES_TYPEPLUGIN_LANGUAGE_CONSTANT;
+    plugin.onParticipantAttached = attach_participant;
+    plugin.onParticipantDetached = detach_participant;
+    plugin.onEndpointAttached = attach_endpoint;
+    plugin.onEndpointDetached = detach_endpoint;
+    plugin.copySample = copy_sample;
+    plugin.createSample = create_sample;
+    plugin.deleteSample = delete_sample;
+    plugin.getSample = get_sample;
+    plugin.returnSample = return_sample;
+    plugin.deserialize = deserialize;
+    plugin.deserializeKey = deserialize;
+    const meridian::types::SampleReader reader(registration.type);
+    if (KeyHasher(reader).is_keyed()) {
+        plugin.getKeyKind = [] { return PRES_TYPEPLUGIN_USER_KEY; };
+        plugin.serializedSampleToKeyHash = key_hash;
+        plugin.instanceToKeyHash = instance_to_key_hash;
+    } else {
+        plugin.getKeyKind = [] { return PRES_TYPEPLUGIN_NO_KEY; };
+    }
+    plugin.endpointTypeName = "DDS_DynamicData";
+    plugin.typeCode = registration.type.get();
+    plugin.registrationData = &registration;
+    return plugin;
+}
+
+} // namespace
+
+class DDSDynamicDataTypeSupport::Impl : public Registration {
+  public:
+    explicit Impl(Registration registration) : Registration(std::move(registration)) {}
+};
+
+DDSDynamicDataTypeSupport::DDSDynamicDataTypeSupport(const DDS_TypeCode* type,
+                                                     const DDS_DynamicDataTypeProperty_t& properties)
+    : impl_(std::make_unique<Impl>(Registration{TypeRef(from_type_code(type)), properties})) {}
+
+DDSDynamicDataTypeSupport::~DDSDynamicDataTypeSupport() = default;
+
+DDS_Boolean DDSDynamicDataTypeSupport::is_valid() const {
+    const meridian::types::Type* type = meridian::types::resolve_alias(impl_->type.get());
+    return type != nullptr && (type->is_aggregate() || type->kind == DDS_TK_UNION);
+}
+
+const DDS_TypeCode* DDSDynamicDataTypeSupport::get_data_type() const {
+    return impl_->type.get();
+}
+
+DDS_ReturnCode_t DDSDynamicDataTypeSupport::register_type(DDSDomainParticipant* participant,
+                                                          const char* type_name) {
+    if (participant == nullptr || type_name == nullptr) {
+        QUIXLog_badParameter("DDSDynamicDataTypeSupport::register_type",
+                             participant == nullptr ? "participant" : "type_name");
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    if (!is_valid()) {
+        QUIXLog_failure("DDSDynamicDataTypeSupport::register_type", "the type is no structure or union");
+        return DDS_RETCODE_ERROR;
+    }
+    const PRESTypePlugin plugin = plugin_of(*impl_);
+    auto support = std::make_unique<TypeSupport>();
+    const bool known = participant->is_type_registered(type_name);
+    const DDS_ReturnCode_t result =
+        participant->register_type(type_name, &plugin, known ? nullptr : support.get());
+    if (result == DDS_RETCODE_OK && !known)
+        static_cast<void>(support.release()); // the participant's now
+    return result;
+}
+
+DDS_ReturnCode_t DDSDynamicDataTypeSupport::unregister_type(DDSDomainParticipant* participant,
+                                                            const char* type_name) {
+    if (participant == nullptr || type_name == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    return participant->unregister_type(type_name);
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "dcps/common/entity_impl.h"
+#include "dcps/topics/type_registry.h"
+#include "meridian/topic.h"
+#include "platform/mutex.h"
+
+namespace meridian::dcps {
+
+class ParticipantImpl;
+
+/// A topic of a participant, which owns it. Topics have nothing to switch on: they are enabled with their
+/// participant.
+class TopicImpl final : public EntityImpl<DDSTopic> {
+  public:
+    /// `type` is null for the builtin topics.
+    TopicImpl(ParticipantImpl& participant, const rtps::Guid& guid, std::string name, std::string type_name,
+              const DDS_TopicQos& qos, TypeRegistry::Type type = nullptr);
+    ~TopicImpl() override = default;
+
+    const TypeRegistry::Type& type() const { return type_; }
+    bool in_use() const { return users_ != 0; }
+
+    DDS_ReturnCode_t enable() override;
+    const char* get_name() override { return name_.c_str(); }
+    const char* get_type_name() override { return type_name_.c_str(); }
+    DDSDomainParticipant* get_participant() override;
+    DDS_ReturnCode_t get_qos(DDS_TopicQos& qos) override;
+    DDS_ReturnCode_t set_qos(const DDS_TopicQos& qos) override;
+
+  private:
+    friend class TopicUse;
+
+    ParticipantImpl& participant_;
+    const std::string name_;
+    const std::string type_name_;
+    const TypeRegistry::Type type_;
+    std::atomic<int> users_{0};
+    Mutex mutex_;
+    DDS_TopicQos qos_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+/// The claim of a reader or writer: while it lives the topic cannot be deleted.
+class TopicUse {
+  public:
+    explicit TopicUse(TopicImpl& topic) : topic_(topic) { ++topic_.users_; }
+    ~TopicUse() { --topic_.users_; }
+    TopicUse(const TopicUse&) = delete;
+    TopicUse& operator=(const TopicUse&) = delete;
+
+    TopicImpl& topic() { return topic_; }
+
+  private:
+    TopicImpl& topic_;
+};
+
+} // namespace meridian::dcps

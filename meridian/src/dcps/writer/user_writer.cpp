@@ -1,0 +1,458 @@
+// A writer of the user's topics. The life of the writer comes first, then its statuses, then writing.
+
+#include "dcps/writer/user_writer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "dcps/common/qos_change.h"
+#include "dcps/entities/publisher.h"
+#include "dcps/reader/reader_cache.h"
+#include "discovery/conversions.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace meridian::dcps {
+
+namespace {
+
+constexpr uint32_t kDisposed = 1; // bits of the status info
+constexpr uint32_t kUnregistered = 2;
+constexpr DDS_Long kInitialBuffers = 1;
+constexpr std::chrono::milliseconds kPollPeriod{1};
+
+/// In the byte order of this machine (DDSI-RTPS 2.5, 10.5; DDS-XTypes 1.3, 7.6.2.1.2).
+DDS_UnsignedShort encapsulation_of(const DDS_DataWriterQos& qos) {
+    const bool little = rtps::native_endianness() == rtps::Endianness::little;
+    const DDS_DataRepresentationIdSeq& wanted = qos.representation.value;
+    const bool xcdr2 = wanted.length() > 0 && wanted[0] == DDS_XCDR2_DATA_REPRESENTATION;
+    return static_cast<DDS_UnsignedShort>((xcdr2 ? 6 : 0) + (little ? 1 : 0));
+}
+
+} // namespace
+
+/// A buffer of the plugin's pool, or of the heap where the plugin has none, and what was serialized into it.
+class UserWriter::Buffer {
+  public:
+    Buffer(UserWriter& writer, DDS_UnsignedLong size)
+        : plugin_(writer.plugin()), endpoint_(writer.endpoint_), size_(size) {
+        if (size == 0)
+            return;
+        if (plugin_.getBuffer != nullptr && plugin_.returnBuffer != nullptr) {
+            bytes_ = plugin_.getBuffer(endpoint_, size);
+        } else {
+            own_.resize(size);
+            bytes_ = own_.data();
+        }
+    }
+    ~Buffer() {
+        if (bytes_ != nullptr && own_.empty())
+            plugin_.returnBuffer(endpoint_, bytes_);
+    }
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+
+    using Serialize = decltype(PRESTypePlugin::serialize);
+    bool fill(Serialize serialize, const void* sample, DDS_UnsignedShort encapsulation) {
+        if (bytes_ == nullptr)
+            return false;
+        QUIXCdrStream stream{};
+        QUIXCdrStream_set(&stream, bytes_, size_);
+        stream.encapsulationKind = encapsulation;
+        if (!serialize(endpoint_, sample, &stream, true, encapsulation, true))
+            return false;
+        used_ = size_ - QUIXCdrStream_remaining(&stream);
+        return true;
+    }
+    rtps::ByteView view() const { return {reinterpret_cast<const uint8_t*>(bytes_), used_}; }
+
+  private:
+    const PRESTypePlugin& plugin_;
+    const PRESTypePluginEndpointData endpoint_;
+    const DDS_UnsignedLong size_;
+    std::vector<char> own_;
+    char* bytes_ = nullptr;
+    size_t used_ = 0;
+};
+
+std::unique_ptr<UserWriter> UserWriter::create(PublisherImpl& publisher, TopicImpl& topic,
+                                               TypeRegistry::Type type, const rtps::Guid& guid,
+                                               const DDS_DataWriterQos& qos) {
+    const PRESTypePlugin& plugin = type->plugin();
+    if (plugin.serialize == nullptr || plugin.getSerializedSampleMaxSize == nullptr ||
+        (type->is_keyed() && plugin.instanceToKeyHash == nullptr)) {
+        MERIDIAN_LOG_ERROR("dcps", "writer of topic \"%s\": the plugin of type \"%s\" does not serialize",
+                           topic.get_name(), topic.get_type_name());
+        return nullptr;
+    }
+    std::unique_ptr<UserWriter> writer(new UserWriter(publisher, topic, std::move(type), guid, qos));
+    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_WRITER, kInitialBuffers,
+                                          DDS_LENGTH_UNLIMITED, topic.get_name()};
+    writer->endpoint_ = plugin.onEndpointAttached(writer->type_->participant_data(), &info);
+    if (writer->endpoint_ == nullptr) {
+        MERIDIAN_LOG_ERROR("dcps", "writer of topic \"%s\": the plugin of type \"%s\" refused it",
+                           topic.get_name(), topic.get_type_name());
+        return nullptr;
+    }
+    return writer;
+}
+
+UserWriter::UserWriter(PublisherImpl& publisher, TopicImpl& topic, TypeRegistry::Type type,
+                       const rtps::Guid& guid, const DDS_DataWriterQos& qos)
+    : EntityImpl(guid),
+      publisher_(publisher),
+      topic_(topic),
+      type_(std::move(type)),
+      keyed_(type_->is_keyed()),
+      qos_(qos) {}
+
+UserWriter::~UserWriter() {
+    stop();
+    MutexLock lock(writing_);
+    if (endpoint_ != nullptr)
+        plugin().onEndpointDetached(endpoint_);
+}
+
+bool UserWriter::start(rtps::net::Runtime& runtime, const GroupQos& group) {
+    {
+        MutexLock lock(mutex_);
+        group_ = group;
+    }
+    const bool joined =
+        membership_.join(runtime, guid().entity, [this](rtps::Participant& participant, rtps::Now now) {
+            return participant.add_writer(endpoint_data(), config(), *this, now);
+        });
+    if (joined)
+        set_enabled();
+    return joined;
+}
+
+void UserWriter::stop() {
+    membership_.leave();
+    MutexLock lock(mutex_);
+    stopped_.notify_all();
+}
+
+DDS_ReturnCode_t UserWriter::enable() {
+    return publisher_.enable_writer(*this);
+}
+
+DDSPublisher* UserWriter::get_publisher() {
+    return &publisher_;
+}
+
+DDS_ReturnCode_t UserWriter::get_qos(DDS_DataWriterQos& qos) {
+    MutexLock lock(mutex_);
+    qos = qos_;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserWriter::set_qos(const DDS_DataWriterQos& qos) {
+    {
+        MutexLock lock(mutex_);
+        const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "writer");
+        if (result != DDS_RETCODE_OK)
+            return result;
+    }
+    membership_.announce([this] { return endpoint_data(); });
+    return DDS_RETCODE_OK;
+}
+
+void UserWriter::set_group(const GroupQos& group) {
+    {
+        MutexLock lock(mutex_);
+        group_ = group;
+    }
+    membership_.announce([this] { return endpoint_data(); });
+}
+
+rtps::EndpointQos UserWriter::endpoint_qos() {
+    DDS_TopicQos topic;
+    topic_.get_qos(topic);
+    return to_endpoint_qos(qos_, group_, topic);
+}
+
+rtps::EndpointData UserWriter::endpoint_data() {
+    MutexLock lock(mutex_);
+    return to_endpoint_data(guid(), topic_, endpoint_qos(), qos_.publication_name, qos_.property);
+}
+
+rtps::WriterConfig UserWriter::config() {
+    rtps::WriterConfig config;
+    MutexLock lock(mutex_);
+    if (qos_.resource_limits.max_samples != DDS_LENGTH_UNLIMITED)
+        config.max_samples = static_cast<size_t>(qos_.resource_limits.max_samples);
+    return config;
+}
+
+// -- Statuses
+
+void UserWriter::changed(DDS_StatusMask status) {
+    if (status != 0)
+        status_condition().set_changed(status);
+}
+
+void UserWriter::matched(const rtps::EndpointData& remote) {
+    MutexLock lock(mutex_);
+    changed(statuses_.reader_matched(remote.guid));
+}
+
+void UserWriter::unmatched(const rtps::Guid& remote) {
+    MutexLock lock(mutex_);
+    changed(statuses_.reader_unmatched(remote));
+}
+
+void UserWriter::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
+    const std::vector<uint32_t> counted = without_partition(policies);
+    if (counted.empty())
+        return;
+    MutexLock lock(mutex_);
+    MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": reader %s does not match the writer: %s", topic_.get_name(),
+                         rtps::to_string(remote.guid).c_str(),
+                         describe_incompatibility(endpoint_qos(), remote.qos, counted).c_str());
+    changed(statuses_.incompatible(counted));
+}
+
+DDS_ReturnCode_t UserWriter::get_publication_matched_status(DDS_PublicationMatchedStatus& status) {
+    MutexLock lock(mutex_);
+    status = statuses_.take_matched();
+    status_condition().set_read(DDS_PUBLICATION_MATCHED_STATUS);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserWriter::get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) {
+    MutexLock lock(mutex_);
+    status = statuses_.take_incompatible();
+    status_condition().set_read(DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserWriter::get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) {
+    if (!subscriptions.has_ownership())
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    subscriptions.length(0);
+    for (const rtps::Guid& reader : statuses_.readers()) {
+        if (!subscriptions.append(discovery::to_handle(reader)))
+            return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    return DDS_RETCODE_OK;
+}
+
+// -- Writing
+
+DDS_ReturnCode_t UserWriter::key_of(const void* sample, const DDS_InstanceHandle_t& handle,
+                                    rtps::KeyHash& key) {
+    key = {};
+    if (!keyed_)
+        return handle.isValid ? DDS_RETCODE_BAD_PARAMETER : DDS_RETCODE_OK;
+    PRESKeyHash hash{};
+    if (!plugin().instanceToKeyHash(endpoint_, &hash, sample))
+        return DDS_RETCODE_ERROR;
+    key = to_key(hash);
+    if (!handle.isValid)
+        return DDS_RETCODE_OK;
+    const rtps::KeyHash given = to_key(handle);
+    if (instances_.count(given) == 0)
+        return DDS_RETCODE_BAD_PARAMETER;
+    return given == key ? DDS_RETCODE_OK : DDS_RETCODE_PRECONDITION_NOT_MET;
+}
+
+DDS_ReturnCode_t UserWriter::add_instance(const rtps::KeyHash& key) {
+    if (!keyed_ || instances_.count(key) != 0)
+        return DDS_RETCODE_OK;
+    DDS_DataWriterQos qos;
+    get_qos(qos);
+    const DDS_Long most = qos.resource_limits.max_instances;
+    if (most != DDS_LENGTH_UNLIMITED && instances_.size() >= static_cast<size_t>(most))
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    instances_.insert(key);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t UserWriter::fill_in(const DDS_WriteParams_t& params, const rtps::KeyHash& key,
+                                     rtps::WriteRequest& request) const {
+    if (!(params.source_timestamp.sec == DDS_TIME_INVALID.sec &&
+          params.source_timestamp.nanosec == DDS_TIME_INVALID.nanosec)) {
+        request.source_timestamp = discovery::to_wire_time(params.source_timestamp);
+        if (!request.source_timestamp)
+            return DDS_RETCODE_BAD_PARAMETER;
+    }
+    if (keyed_) {
+        request.instance = key;
+        request.inline_qos.key_hash = key;
+    }
+    const DDS_SampleIdentity_t& related = params.related_sample_identity;
+    if (related.writer_guid != DDS_GUID_UNKNOWN) {
+        DDS_InstanceHandle_t handle{{}, sizeof handle.keyHash, true};
+        std::copy(std::begin(related.writer_guid.value), std::end(related.writer_guid.value), handle.keyHash);
+        request.inline_qos.related_writer = discovery::to_guid(handle);
+        request.inline_qos.related_sequence_number = static_cast<rtps::SequenceNumber>(
+            static_cast<uint64_t>(static_cast<uint32_t>(related.sequence_number.high)) << 32 |
+            related.sequence_number.low);
+    }
+    request.inline_qos.sample_flags = params.flag;
+    return DDS_RETCODE_OK;
+}
+
+template <typename Done>
+bool UserWriter::poll(std::chrono::nanoseconds deadline, Done done) {
+    while (true) {
+        rtps::net::Runtime* runtime = membership_.runtime();
+        if (runtime == nullptr)
+            return false;
+        if (done(*runtime))
+            return true;
+        const std::chrono::nanoseconds now = monotonic_now();
+        if (now >= deadline)
+            return false;
+        MutexLock lock(mutex_);
+        if (membership_.runtime() != nullptr)
+            stopped_.wait_until(mutex_, std::min(deadline, now + kPollPeriod));
+    }
+}
+
+DDS_ReturnCode_t UserWriter::send(const rtps::WriteRequest& request) {
+    DDS_DataWriterQos qos;
+    get_qos(qos);
+    const bool sent = poll(
+        deadline_after(monotonic_now(), qos.reliability.max_blocking_time),
+        [this, &request](rtps::net::Runtime& runtime) {
+            return runtime.with_participant([this, &request](rtps::Participant& participant, rtps::Now now) {
+                return participant.write(guid().entity, request, now).has_value();
+            });
+        });
+    if (sent)
+        return DDS_RETCODE_OK;
+    return membership_.runtime() != nullptr ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_ALREADY_DELETED;
+}
+
+DDS_ReturnCode_t UserWriter::write_untyped(const void* sample, const DDS_WriteParams_t& params) {
+    if (!is_enabled())
+        return DDS_RETCODE_NOT_ENABLED;
+    if (sample == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    DDS_DataWriterQos qos;
+    get_qos(qos);
+    MutexLock lock(writing_);
+    rtps::KeyHash key;
+    rtps::WriteRequest request;
+    DDS_ReturnCode_t result = key_of(sample, params.handle, key);
+    if (result == DDS_RETCODE_OK)
+        result = fill_in(params, key, request);
+    if (result == DDS_RETCODE_OK)
+        result = add_instance(key);
+    if (result != DDS_RETCODE_OK)
+        return result;
+    const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
+    Buffer buffer(*this, plugin().getSerializedSampleMaxSize(endpoint_, true, encapsulation, 0));
+    if (!buffer.fill(plugin().serialize, sample, encapsulation))
+        return DDS_RETCODE_ERROR;
+    request.payload = buffer.view();
+    return send(request);
+}
+
+DDS_InstanceHandle_t UserWriter::register_instance_untyped(const void* sample,
+                                                           const DDS_WriteParams_t& params) {
+    if (!is_enabled() || sample == nullptr || !keyed_)
+        return DDS_HANDLE_NIL;
+    MutexLock lock(writing_);
+    rtps::KeyHash key;
+    if (key_of(sample, params.handle, key) != DDS_RETCODE_OK || add_instance(key) != DDS_RETCODE_OK)
+        return DDS_HANDLE_NIL;
+    return instance_handle(key);
+}
+
+DDS_ReturnCode_t UserWriter::unregister_instance_untyped(const void* sample,
+                                                         const DDS_WriteParams_t& params) {
+    return write_end(sample, params, true);
+}
+
+DDS_ReturnCode_t UserWriter::dispose_untyped(const void* sample, const DDS_WriteParams_t& params) {
+    return write_end(sample, params, false);
+}
+
+DDS_ReturnCode_t UserWriter::write_end(const void* sample, const DDS_WriteParams_t& params, bool unregister) {
+    if (!is_enabled())
+        return DDS_RETCODE_NOT_ENABLED;
+    if (sample == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    if (!keyed_)
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    DDS_DataWriterQos qos;
+    get_qos(qos);
+    MutexLock lock(writing_);
+    rtps::KeyHash key;
+    rtps::WriteRequest request;
+    DDS_ReturnCode_t result = key_of(sample, params.handle, key);
+    if (result == DDS_RETCODE_OK)
+        result = fill_in(params, key, request);
+    if (result == DDS_RETCODE_OK && unregister && instances_.count(key) == 0)
+        result = DDS_RETCODE_PRECONDITION_NOT_MET;
+    if (result == DDS_RETCODE_OK)
+        result = add_instance(key);
+    if (result != DDS_RETCODE_OK)
+        return result;
+    const bool disposes = !unregister || qos.writer_data_lifecycle.autodispose_unregistered_instances;
+    request.inline_qos.status_info = (disposes ? kDisposed : 0) | (unregister ? kUnregistered : 0);
+
+    const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
+    const DDS_UnsignedLong key_size =
+        plugin().serializeKey != nullptr && plugin().getSerializedKeyMaxSize != nullptr
+            ? plugin().getSerializedKeyMaxSize(endpoint_, true, encapsulation, 0)
+            : 0;
+    Buffer buffer(*this, key_size);
+    if (key_size > 0 && !buffer.fill(plugin().serializeKey, sample, encapsulation))
+        return DDS_RETCODE_ERROR;
+    request.payload = buffer.view(); // empty: the key hash says it all
+    request.payload_is_key = true;
+    result = send(request);
+    if (result == DDS_RETCODE_OK && unregister)
+        instances_.erase(key);
+    return result;
+}
+
+DDS_ReturnCode_t UserWriter::get_key_value_untyped(void* /*holder*/, const DDS_InstanceHandle_t& handle) {
+    return handle.isValid ? DDS_RETCODE_UNSUPPORTED : DDS_RETCODE_BAD_PARAMETER;
+}
+
+DDS_InstanceHandle_t UserWriter::lookup_instance_untyped(const void* holder) {
+    if (!keyed_ || holder == nullptr)
+        return DDS_HANDLE_NIL;
+    MutexLock lock(writing_);
+    rtps::KeyHash key;
+    if (key_of(holder, DDS_HANDLE_NIL, key) != DDS_RETCODE_OK || instances_.count(key) == 0)
+        return DDS_HANDLE_NIL;
+    return instance_handle(key);
+}
+
+DDS_ReturnCode_t UserWriter::wait_for_acknowledgments(const DDS_Duration_t& max_wait) {
+    if (!is_enabled())
+        return DDS_RETCODE_NOT_ENABLED;
+    const bool acknowledged =
+        poll(deadline_after(monotonic_now(), max_wait), [this](rtps::net::Runtime& runtime) {
+            return runtime.with_participant([this](rtps::Participant& participant, rtps::Now /*now*/) {
+                return participant.all_acknowledged(guid().entity);
+            });
+        });
+    if (acknowledged)
+        return DDS_RETCODE_OK;
+    return membership_.runtime() != nullptr ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_ALREADY_DELETED;
+}
+
+DDS_ReturnCode_t UserWriter::assert_liveliness() {
+    rtps::net::Runtime* runtime = membership_.runtime();
+    if (runtime == nullptr)
+        return DDS_RETCODE_NOT_ENABLED;
+    DDS_DataWriterQos qos;
+    get_qos(qos);
+    runtime->with_participant([this, &qos](rtps::Participant& participant, rtps::Now now) {
+        if (qos.liveliness.kind == DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS)
+            participant.assert_liveliness(guid().entity, now);
+        else if (qos.liveliness.kind == DDS_MANUAL_BY_PARTICIPANT_LIVELINESS_QOS)
+            participant.assert_liveliness(now);
+    });
+    return DDS_RETCODE_OK;
+}
+
+} // namespace meridian::dcps

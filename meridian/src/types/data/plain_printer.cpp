@@ -1,0 +1,191 @@
+#include "types/data/plain_printer.h"
+
+#include "types/model/text.h"
+
+namespace meridian::types {
+
+namespace {
+
+void append_escaped(std::string& out, std::string_view text, char quote) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    out += quote;
+    const auto put_hex = [&out](uint8_t octet) {
+        out += "\\x";
+        out += kDigits[octet >> 4];
+        out += kDigits[octet & 15];
+    };
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const size_t control = control_at(text, i);
+        if (c == quote || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (control != 0) {
+            i += control - 1;
+            put_hex(static_cast<uint8_t>(text[i])); // the last octet of U+0080 to U+009F is their number
+        } else {
+            out += c;
+        }
+    }
+    out += quote;
+}
+
+} // namespace
+
+void PlainPrinter::start_line() {
+    if (lead_ == Lead::label)
+        out_ += '\n';
+    lead_ = Lead::none;
+    out_.append(static_cast<size_t>(level_) * kIndentWidth, ' ');
+}
+
+void PlainPrinter::put_value(const Type& type, const Scalar& value) {
+    switch (type.kind) {
+        case DDS_TK_STRING:
+        case DDS_TK_WSTRING:
+        case DDS_TK_CHAR:
+        case DDS_TK_WCHAR: {
+            const bool character = type.kind == DDS_TK_CHAR || type.kind == DDS_TK_WCHAR;
+            std::string text;
+            append_scalar(text, type, value);
+            append_escaped(out_, text, character ? '\'' : '"');
+            break;
+        }
+        default:
+            append_scalar(out_, type, value);
+            break;
+    }
+}
+
+bool PlainPrinter::scalar(const Type& type, const Scalar& value) {
+    if (lead_ == Lead::key) {
+        put_value(type, value);
+        out_ += "]:";
+        lead_ = Lead::label;
+        return true;
+    }
+    if (lead_ == Lead::label)
+        out_ += ' ';
+    put_value(type, value);
+    out_ += '\n';
+    lead_ = Lead::none;
+    return true;
+}
+
+bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
+    open_.push_back({collection, scalar_keys});
+    // The outermost value has no label and its parts are not indented further.
+    if (open_.size() > 1)
+        ++level_;
+    return true;
+}
+
+bool PlainPrinter::end(const char* when_empty) {
+    open_.pop_back();
+    if (!open_.empty())
+        --level_;
+    if (lead_ == Lead::label) {
+        out_ += when_empty;
+        out_ += '\n';
+        lead_ = Lead::none;
+    }
+    return true;
+}
+
+bool PlainPrinter::begin_aggregate(const Type&) {
+    return begin(nullptr, false);
+}
+
+bool PlainPrinter::discriminator() {
+    start_line();
+    out_ += "_d:";
+    lead_ = Lead::label;
+    return true;
+}
+
+bool PlainPrinter::member(const Member& member) {
+    start_line();
+    append_utf8(out_, member.name);
+    out_ += ':';
+    lead_ = Lead::label;
+    return true;
+}
+
+bool PlainPrinter::end_aggregate(const Type&) {
+    return end(" {}");
+}
+
+bool PlainPrinter::begin_collection(const Type& type, uint64_t) {
+    return begin(type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1 ? &type : nullptr, false);
+}
+
+bool PlainPrinter::element(uint64_t index) {
+    start_line();
+    const Type* array = open_.back().array;
+    if (array == nullptr) {
+        out_ += '[';
+        append_number(out_, index);
+        out_ += ']';
+    } else {
+        uint64_t stride = 1;
+        for (uint32_t dimension : array->dimensions)
+            stride *= dimension;
+        for (uint32_t dimension : array->dimensions) {
+            stride /= dimension; // not 0: there is an element
+            out_ += '[';
+            append_number(out_, index / stride % dimension);
+            out_ += ']';
+        }
+    }
+    out_ += ':';
+    lead_ = Lead::label;
+    return true;
+}
+
+bool PlainPrinter::end_collection(const Type&) {
+    return end(" []");
+}
+
+bool PlainPrinter::begin_map(const Type& type, uint64_t) {
+    return begin(nullptr, is_scalar(type.key));
+}
+
+bool PlainPrinter::key(uint64_t) {
+    if (!open_.back().scalar_keys) {
+        start_line();
+        out_ += "key:";
+        lead_ = Lead::label;
+        return true;
+    }
+    start_line();
+    out_ += '[';
+    lead_ = Lead::key;
+    return true;
+}
+
+bool PlainPrinter::mapped() {
+    if (open_.back().scalar_keys)
+        return true;
+    start_line();
+    out_ += "value:";
+    lead_ = Lead::label;
+    return true;
+}
+
+bool PlainPrinter::end_map(const Type&) {
+    return end(" {}");
+}
+
+void PlainPrinter::close() {
+    if (lead_ != Lead::none)
+        out_ += '\n';
+    lead_ = Lead::none;
+}
+
+} // namespace meridian::types

@@ -1,0 +1,55 @@
+#pragma once
+
+// Contents as indented lines for people: see docs/contents.md.
+
+#include <string>
+#include <vector>
+
+#include "types/model/value_sink.h"
+
+namespace meridian::types {
+
+constexpr int kIndentWidth = 3;
+
+class PlainPrinter final : public ValueSink {
+  public:
+    /// Appends to `out`, which stays the caller's.
+    PlainPrinter(std::string& out, int indent) : out_(out), level_(indent < 0 ? 0 : indent) {}
+
+    bool scalar(const Type& type, const Scalar& value) override;
+    bool begin_aggregate(const Type& type) override;
+    bool discriminator() override;
+    bool member(const Member& member) override;
+    bool end_aggregate(const Type& type) override;
+    bool begin_collection(const Type& type, uint64_t count) override;
+    bool element(uint64_t index) override;
+    bool end_collection(const Type& type) override;
+    bool begin_map(const Type& type, uint64_t count) override;
+    bool key(uint64_t index) override;
+    bool mapped() override;
+    bool end_map(const Type& type) override;
+
+    /// Ends the line that a failure left open.
+    void close();
+
+  private:
+    /// What stands before a value: nothing, "name:" on a line that is not ended, or "[" of a map's key.
+    enum class Lead { none, label, key };
+
+    void start_line();
+    bool begin(const Type* collection, bool scalar_keys);
+    bool end(const char* when_empty);
+    void put_value(const Type& type, const Scalar& value);
+
+    struct Level {
+        const Type* array; // of more than one dimension
+        bool scalar_keys;
+    };
+
+    std::string& out_;
+    int level_;
+    Lead lead_ = Lead::none;
+    std::vector<Level> open_;
+};
+
+} // namespace meridian::types

@@ -1,0 +1,206 @@
+#include "types/lookup/type_lookup_codec.h"
+
+#include <cstdio>
+
+#include "rtps/wire/byte_reader.h"
+#include "rtps/wire/byte_writer.h"
+#include "rtps/wire/encapsulation.h"
+#include "rtps/wire/xcdr2_headers.h"
+#include "types/model/md5.h"
+
+namespace meridian::types {
+
+namespace {
+
+using rtps::ByteReader;
+using rtps::ByteWriter;
+using rtps::Endianness;
+
+/// Discriminator of the operation, formed of its name.
+constexpr uint32_t kGetTypes = 0x018252d3;
+/// Identifiers in one request at most; more than any answer fits is not worth asking for at once.
+constexpr uint32_t kMaxTypeIds = 1000;
+/// Length code of an EMHEADER that is followed by the length.
+constexpr uint32_t kLengthFollows = 4u << 28;
+
+/// Writes a DHEADER (or any other length) that is filled in at the end of its scope.
+class Length {
+  public:
+    explicit Length(ByteWriter& writer) : writer_(writer) {
+        writer_.write(uint32_t{0});
+        start_ = writer_.position();
+    }
+    ~Length() { writer_.patch(start_ - 4, static_cast<uint32_t>(writer_.position() - start_)); }
+    Length(const Length&) = delete;
+    Length& operator=(const Length&) = delete;
+
+  private:
+    ByteWriter& writer_;
+    size_t start_ = 0;
+};
+
+void write_guid(ByteWriter& writer, const rtps::Guid& guid) {
+    writer.write_bytes(guid.prefix.bytes);
+    for (int shift = 24; shift >= 0; shift -= 8)
+        writer.write(static_cast<uint8_t>(guid.entity.value >> shift));
+}
+
+bool read_guid(ByteReader& reader, rtps::Guid& guid) {
+    std::array<uint8_t, 4> entity{};
+    if (!reader.read_bytes(guid.prefix.bytes) || !reader.read_bytes(entity))
+        return false;
+    guid.entity.value = 0;
+    for (const uint8_t byte : entity)
+        guid.entity.value = guid.entity.value << 8 | byte;
+    return true;
+}
+
+bool read_identity(ByteReader& reader, rtps::Guid& writer, rtps::SequenceNumber& number) {
+    int32_t high = 0;
+    uint32_t low = 0;
+    if (!read_guid(reader, writer) || !reader.read(high) || !reader.read(low))
+        return false;
+    number =
+        static_cast<rtps::SequenceNumber>(static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32 | low);
+    return true;
+}
+
+bool begin(rtps::ByteView payload, ByteReader& reader) {
+    rtps::Encapsulation encapsulation;
+    rtps::ByteView body;
+    if (!rtps::read_encapsulation(payload, encapsulation, body))
+        return false;
+    reader = ByteReader(body, encapsulation.endianness(), rtps::kXcdr2MaxAlignment);
+    switch (encapsulation.encoding()) {
+        case rtps::Encoding::cdr2:
+            return true;
+        case rtps::Encoding::delimited_cdr2: {
+            ByteReader inner;
+            if (!enter_delimited(reader, inner))
+                return false;
+            reader = inner;
+            return true;
+        }
+        default:
+            return false;
+    }
+}
+
+/// Peers disagree on whether the unions of the service are appendable. A DHEADER tells the length of all that
+/// follows, which no discriminator equals; up to three bytes may pad the end.
+bool skip_delimiter(ByteReader& reader) {
+    ByteReader ahead = reader;
+    uint32_t length = 0;
+    if (!ahead.read(length))
+        return false;
+    if (length <= ahead.remaining() && ahead.remaining() - length < 4)
+        reader = ahead;
+    return true;
+}
+
+bool read_operation(ByteReader& reader) {
+    uint32_t operation = 0;
+    return skip_delimiter(reader) && reader.read(operation) && operation == kGetTypes;
+}
+
+/// Goes through the members of the mutable structure that the reader stands before.
+template <typename Function>
+bool for_each_member(ByteReader& reader, Function&& function) {
+    ByteReader members;
+    if (!enter_delimited(reader, members))
+        return false;
+    while (members.remaining() >= 4) {
+        rtps::Xcdr2Member member;
+        if (!next_member(members, member) || !function(member))
+            return false;
+    }
+    return true;
+}
+
+bool read_type_ids(ByteReader reader, std::vector<TypeHash>& hashes) {
+    ByteReader elements;
+    uint32_t count = 0;
+    if (!enter_delimited(reader, elements) || !elements.read_length(count, 1) || count > kMaxTypeIds)
+        return false;
+    for (uint32_t i = 0; i < count; ++i) {
+        TypeIdentifier id;
+        if (!read(elements, id))
+            return false;
+        collect_hashes(id, hashes);
+    }
+    return true;
+}
+
+} // namespace
+
+std::string type_lookup_instance_name(const rtps::GuidPrefix& participant) {
+    std::string name = "dds.builtin.TOS.";
+    char digits[9];
+    for (const uint8_t byte : participant.bytes) {
+        std::snprintf(digits, sizeof digits, "%02x", byte);
+        name += digits;
+    }
+    std::snprintf(digits, sizeof digits, "%08x", rtps::entity::participant.value);
+    return name + digits;
+}
+
+rtps::ByteBuffer encode(const TypeLookupRequest& request) {
+    rtps::ByteBuffer bytes;
+    rtps::write_encapsulation(bytes, rtps::Encoding::cdr2, Endianness::little);
+    ByteWriter writer(bytes, Endianness::little, rtps::kXcdr2MaxAlignment);
+    write_guid(writer, request.writer);
+    writer.write(static_cast<int32_t>(request.sequence_number >> 32));
+    writer.write(static_cast<uint32_t>(request.sequence_number & 0xffffffff));
+    writer.write_string(type_lookup_instance_name(request.asked));
+
+    const Length call(writer);
+    writer.write(kGetTypes);
+    const Length parameters(writer);
+    writer.write(kLengthFollows | hashed_member_id("type_ids"));
+    const Length member(writer);
+    const Length sequence(writer);
+    writer.write(static_cast<uint32_t>(request.hashes.size()));
+    for (const TypeHash& hash : request.hashes)
+        write(writer, TypeIdentifier::of(hash));
+    return bytes;
+}
+
+bool decode(rtps::ByteView payload, TypeLookupReply& reply) {
+    ByteReader reader;
+    if (!begin(payload, reader))
+        return false;
+    reply = {};
+    reply.endianness = reader.endianness();
+    if (!read_identity(reader, reply.request_writer, reply.request_number) || !reader.read(reply.exception))
+        return false;
+    if (reply.exception != 0)
+        return true;
+    int32_t result = -1;
+    if (!read_operation(reader) || !skip_delimiter(reader) || !reader.read(result))
+        return false;
+    if (result != 0) {
+        reply.exception = result;
+        return true;
+    }
+    const uint32_t types_member = hashed_member_id("types");
+    return for_each_member(reader, [&](rtps::Xcdr2Member& member) {
+        return member.id != types_member || read_pairs(member.body, reply.types);
+    });
+}
+
+bool decode(rtps::ByteView payload, TypeLookupRequest& request) {
+    ByteReader reader;
+    std::string instance;
+    if (!begin(payload, reader))
+        return false;
+    request = {};
+    if (!read_identity(reader, request.writer, request.sequence_number) || !reader.read_string(instance) ||
+        !read_operation(reader))
+        return false;
+    const uint32_t ids_member = hashed_member_id("type_ids");
+    return for_each_member(reader, [&](rtps::Xcdr2Member& member) {
+        return member.id != ids_member || read_type_ids(member.body, request.hashes);
+    });
+}
+
+} // namespace meridian::types

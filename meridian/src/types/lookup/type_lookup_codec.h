@@ -1,0 +1,43 @@
+#pragma once
+
+// Messages of the type lookup service (OMG DDS-XTypes 1.3, 7.6.3.3): requests for type objects by hash, and
+// the replies. Pure functions.
+
+#include <string>
+#include <vector>
+
+#include "rtps/wire/types.h"
+#include "types/network/type_identifier.h"
+#include "types/network/type_object.h"
+
+namespace meridian::types {
+
+struct TypeLookupRequest {
+    /// Identity of the request: the writer that sends it, and its sequence number.
+    rtps::Guid writer;
+    rtps::SequenceNumber sequence_number = 1;
+    /// The participant that is asked; it stands in the instance name, and some peers only answer to theirs.
+    rtps::GuidPrefix asked;
+    std::vector<TypeHash> hashes;
+};
+
+struct TypeLookupReply {
+    rtps::Guid request_writer;
+    rtps::SequenceNumber request_number = 0;
+    /// 0: the service did what it was asked; types may still be missing from the answer.
+    int32_t exception = 0;
+    std::vector<TypeObjectPair> types; // the objects point into the payload
+    rtps::Endianness endianness = rtps::Endianness::little;
+};
+
+/// "dds.builtin.TOS." and the GUID of the participant in hexadecimal digits.
+std::string type_lookup_instance_name(const rtps::GuidPrefix& participant);
+
+/// The payload with its encapsulation header.
+rtps::ByteBuffer encode(const TypeLookupRequest& request);
+/// False for a payload that is no reply to a request for types. Replies of other operations are none.
+bool decode(rtps::ByteView payload, TypeLookupReply& reply);
+/// For tests and tools that watch others ask: false for a payload that is no request for types.
+bool decode(rtps::ByteView payload, TypeLookupRequest& request);
+
+} // namespace meridian::types

@@ -1,0 +1,166 @@
+#include "types/model/type.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+namespace meridian::types {
+
+const Type* resolve_alias(const Type* type) {
+    for (unsigned depth = 0; type != nullptr && type->kind == DDS_TK_ALIAS; ++depth) {
+        if (depth >= kMaxTypeDepth)
+            return nullptr;
+        type = type->content;
+    }
+    return type;
+}
+
+size_t primitive_size(DDS_TCKind kind) {
+    switch (kind) {
+        case DDS_TK_BOOLEAN:
+        case DDS_TK_CHAR:
+        case DDS_TK_OCTET:
+        case DDS_TK_INT8:
+        case DDS_TK_UINT8:
+            return 1;
+        case DDS_TK_SHORT:
+        case DDS_TK_USHORT:
+        case DDS_TK_WCHAR:
+            return 2;
+        case DDS_TK_LONG:
+        case DDS_TK_ULONG:
+        case DDS_TK_FLOAT:
+            return 4;
+        case DDS_TK_LONGLONG:
+        case DDS_TK_ULONGLONG:
+        case DDS_TK_DOUBLE:
+            return 8;
+        case DDS_TK_LONGDOUBLE:
+            return 16;
+        default:
+            return 0;
+    }
+}
+
+size_t size_of_bits(uint16_t bits) {
+    if (bits <= 8)
+        return 1;
+    if (bits <= 16)
+        return 2;
+    return bits <= 32 ? 4 : 8;
+}
+
+const char* kind_name(DDS_TCKind kind) {
+    static constexpr const char* kNames[] = {
+        "null",     "int16",  "int32", "uint16", "uint32",  "float32",  "float64",
+        "boolean",  "char8",  "byte",  "struct", "union",   "enum",     "string",
+        "sequence", "array",  "alias", "int64",  "uint64",  "float128", "char16",
+        "wstring",  "struct", "int8",  "uint8",  "bitmask", "bitset",   "map"};
+    return kind >= 0 && kind <= DDS_TK_MAP ? kNames[kind] : "unknown";
+}
+
+bool is_scalar(const Type* type) {
+    type = resolve_alias(type);
+    if (type == nullptr)
+        return false;
+    switch (type->kind) {
+        case DDS_TK_STRUCT:
+        case DDS_TK_VALUE:
+        case DDS_TK_UNION:
+        case DDS_TK_SEQUENCE:
+        case DDS_TK_ARRAY:
+        case DDS_TK_MAP:
+        case DDS_TK_BITSET:
+            return false;
+        default:
+            return true;
+    }
+}
+
+const Member* select_union_member(const Type& type, int64_t discriminator) {
+    // Labels are announced as int32: those of an uint32 from 0x80000000 up as negative numbers.
+    const Type* kind = resolve_alias(type.discriminator);
+    if (kind != nullptr && kind->kind == DDS_TK_ULONG)
+        discriminator = static_cast<int32_t>(static_cast<uint32_t>(discriminator));
+    for (const Member& member : type.members) {
+        if (std::find(member.labels.begin(), member.labels.end(), discriminator) != member.labels.end())
+            return &member;
+    }
+    if (type.default_index < 0)
+        return nullptr;
+    return &type.members[static_cast<size_t>(type.default_index)];
+}
+
+const Member* find_enumerator(const Type& type, int64_t value) {
+    for (const Member& member : type.members) {
+        if (member.value == value)
+            return &member;
+    }
+    return nullptr;
+}
+
+namespace {
+
+class Comparison {
+  public:
+    bool same(const Type* a, const Type* b) {
+        if (a == b)
+            return true;
+        if (a == nullptr || b == nullptr)
+            return false;
+        // A pair that is being compared further up counts as equal: only a difference elsewhere can refute
+        // it.
+        if (!seen_.emplace(a, b).second)
+            return true;
+        if (++depth_ > 4 * kMaxTypeDepth)
+            return false;
+        const bool result = same_shape(*a, *b) && same_members(*a, *b) && same(a->base, b->base) &&
+                            same(a->content, b->content) && same(a->key, b->key) &&
+                            same(a->discriminator, b->discriminator);
+        --depth_;
+        return result;
+    }
+
+  private:
+    static bool same_shape(const Type& a, const Type& b) {
+        return a.kind == b.kind && a.extensibility == b.extensibility && a.bit_bound == b.bit_bound &&
+               a.bound == b.bound && a.default_index == b.default_index && a.nameless == b.nameless &&
+               a.discriminator_key == b.discriminator_key && a.name == b.name &&
+               a.dimensions == b.dimensions && a.members.size() == b.members.size();
+    }
+
+    bool same_members(const Type& a, const Type& b) {
+        for (size_t i = 0; i < a.members.size(); ++i) {
+            const Member& m = a.members[i];
+            const Member& n = b.members[i];
+            if (m.id != n.id || m.value != n.value || m.bits != n.bits || m.key != n.key ||
+                m.optional != n.optional || m.must_understand != n.must_understand || m.name != n.name ||
+                m.labels != n.labels || !same(m.type, n.type))
+                return false;
+        }
+        return true;
+    }
+
+    std::set<std::pair<const Type*, const Type*>> seen_;
+    unsigned depth_ = 0;
+};
+
+} // namespace
+
+bool equal(const Type& a, const Type& b) {
+    return Comparison().same(&a, &b);
+}
+
+const Type* TypeGraph::primitive(DDS_TCKind kind) {
+    const Type*& slot = primitives_[kind];
+    if (slot == nullptr) {
+        Type* made = add();
+        if (made == nullptr)
+            return nullptr;
+        made->kind = kind;
+        slot = made;
+    }
+    return slot;
+}
+
+} // namespace meridian::types

@@ -1,0 +1,439 @@
+#include "types/network/type_library.h"
+
+#include <utility>
+
+#include "types/model/text.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+using rtps::ByteView;
+
+TypeLibrary::Added TypeLibrary::add(const TypeHash& hash, ByteView bytes, rtps::Endianness order) {
+    if (has(hash))
+        return Added::known;
+    if (bytes.size > kMaxObjectSize || bytes.size > kMaxTotalSize - total_size_)
+        return Added::too_large;
+    ByteReader reader(bytes, order, rtps::kXcdr2MaxAlignment);
+    Entry entry;
+    if (!read(reader, entry.object) || entry.object.complete != (hash.kind == tk::kComplete))
+        return Added::malformed;
+    entry.size = bytes.size;
+    total_size_ += bytes.size;
+    entries_.emplace(hash, std::move(entry));
+    return Added::yes;
+}
+
+const TypeLibrary::Entry* TypeLibrary::find(const TypeHash& hash) const {
+    const auto found = entries_.find(hash);
+    return found == entries_.end() ? nullptr : &found->second;
+}
+
+std::set<TypeHash> TypeLibrary::closure(const TypeIdentifier& root) const {
+    std::set<TypeHash> seen;
+    std::vector<TypeHash> open;
+    collect_hashes(root, open);
+    while (!open.empty()) {
+        const TypeHash hash = open.back();
+        open.pop_back();
+        if (!seen.insert(hash).second)
+            continue;
+        if (const Entry* entry = find(hash))
+            collect_hashes(entry->object, open);
+    }
+    return seen;
+}
+
+std::vector<TypeHash> TypeLibrary::missing(const TypeIdentifier& root) const {
+    std::vector<TypeHash> result;
+    for (const TypeHash& hash : closure(root)) {
+        if (!has(hash))
+            result.push_back(hash);
+    }
+    return result;
+}
+
+uint64_t TypeLibrary::closure_size(const TypeIdentifier& root) const {
+    uint64_t total = 0;
+    for (const TypeHash& hash : closure(root)) {
+        if (const Entry* entry = find(hash))
+            total += entry->size;
+    }
+    return total;
+}
+
+/// Turns identifiers and objects into the nodes of one graph.
+class TypeBuilder {
+  public:
+    TypeBuilder(const TypeLibrary& library, TypeGraph& graph) : library_(library), graph_(graph) {}
+
+    const Type* type_of(const TypeIdentifier& id, unsigned depth);
+    const std::string& error() const { return error_; }
+
+  private:
+    const Type* fail(const std::string& reason) {
+        if (error_.empty())
+            error_ = reason;
+        return nullptr;
+    }
+    Type* node(DDS_TCKind kind);
+    const Type* string(DDS_TCKind kind, uint32_t bound);
+    const Type* collection(const TypeIdentifier& id, unsigned depth);
+    const Type* hashed(const TypeHash& hash, unsigned depth);
+    bool fill(Type& type, const TypeObject& object, unsigned depth);
+    bool fill_structure(Type& type, const TypeObject& object, unsigned depth);
+    bool fill_union(Type& type, const TypeObject& object, unsigned depth);
+    bool fill_enumerated(Type& type, const TypeObject& object);
+    bool fill_bitset(Type& type, const TypeObject& object);
+    bool fill_collection(Type& type, const TypeObject& object, unsigned depth);
+    static Member member_of(const TypeObject& object, const TypeObjectMember& source, int64_t number);
+
+    const TypeLibrary& library_;
+    TypeGraph& graph_;
+    std::map<TypeHash, Type*> nodes_;
+    std::string error_;
+};
+
+namespace {
+
+bool primitive_kind(uint8_t wire, DDS_TCKind& kind) {
+    switch (wire) {
+        case tk::kBoolean:
+            kind = DDS_TK_BOOLEAN;
+            return true;
+        case tk::kByte:
+            kind = DDS_TK_OCTET;
+            return true;
+        case tk::kInt8:
+            kind = DDS_TK_INT8;
+            return true;
+        case tk::kUint8:
+            kind = DDS_TK_UINT8;
+            return true;
+        case tk::kInt16:
+            kind = DDS_TK_SHORT;
+            return true;
+        case tk::kInt32:
+            kind = DDS_TK_LONG;
+            return true;
+        case tk::kInt64:
+            kind = DDS_TK_LONGLONG;
+            return true;
+        case tk::kUint16:
+            kind = DDS_TK_USHORT;
+            return true;
+        case tk::kUint32:
+            kind = DDS_TK_ULONG;
+            return true;
+        case tk::kUint64:
+            kind = DDS_TK_ULONGLONG;
+            return true;
+        case tk::kFloat32:
+            kind = DDS_TK_FLOAT;
+            return true;
+        case tk::kFloat64:
+            kind = DDS_TK_DOUBLE;
+            return true;
+        case tk::kFloat128:
+            kind = DDS_TK_LONGDOUBLE;
+            return true;
+        case tk::kChar8:
+            kind = DDS_TK_CHAR;
+            return true;
+        case tk::kChar16:
+            kind = DDS_TK_WCHAR;
+            return true;
+        default:
+            return false;
+    }
+}
+
+DDS_ExtensibilityKind extensibility_of(uint16_t flags) {
+    if ((flags & kTypeIsMutable) != 0)
+        return DDS_MUTABLE_EXTENSIBILITY;
+    return (flags & kTypeIsAppendable) != 0 ? DDS_EXTENSIBLE_EXTENSIBILITY : DDS_FINAL_EXTENSIBILITY;
+}
+
+DDS_TCKind kind_of(const TypeObject& object) {
+    switch (object.kind) {
+        case tk::kAlias:
+            return DDS_TK_ALIAS;
+        case tk::kStructure:
+            return object.base.is_none() ? DDS_TK_STRUCT : DDS_TK_VALUE;
+        case tk::kUnion:
+            return DDS_TK_UNION;
+        case tk::kBitset:
+            return DDS_TK_BITSET;
+        case tk::kSequence:
+            return DDS_TK_SEQUENCE;
+        case tk::kArray:
+            return DDS_TK_ARRAY;
+        case tk::kMap:
+            return DDS_TK_MAP;
+        case tk::kEnum:
+            return DDS_TK_ENUM;
+        case tk::kBitmask:
+            return DDS_TK_BITMASK;
+        default:
+            return DDS_TK_NULL; // annotations are no data
+    }
+}
+
+/// Longer names are none (DDS-XTypes 1.3: MemberName, QualifiedTypeName), and would make endless
+/// text of short samples.
+constexpr size_t kMaxName = 256;
+
+bool has_long_name(const TypeObject& object) {
+    bool found = object.name.size() > kMaxName;
+    for (const TypeObjectMember& member : object.members)
+        found = found || member.name.size() > kMaxName;
+    return found;
+}
+
+/// Names come from the network and end up on terminals.
+std::string printable(const std::string& name) {
+    std::string valid;
+    append_utf8(valid, name);
+    std::string clean;
+    for (size_t i = 0; i < valid.size(); ++i) {
+        const size_t control = control_at(valid, i);
+        clean += control != 0 ? '_' : valid[i];
+        i += control == 2 ? 1 : 0;
+    }
+    return clean;
+}
+
+} // namespace
+
+Type* TypeBuilder::node(DDS_TCKind kind) {
+    Type* made = graph_.add();
+    if (made == nullptr)
+        fail("more than " + std::to_string(kMaxGraphNodes) + " types");
+    else
+        made->kind = kind;
+    return made;
+}
+
+const Type* TypeBuilder::string(DDS_TCKind kind, uint32_t bound) {
+    if (bound == 0)
+        return graph_.primitive(kind);
+    Type* made = node(kind);
+    if (made != nullptr)
+        made->bound = bound;
+    return made;
+}
+
+const Type* TypeBuilder::type_of(const TypeIdentifier& id, unsigned depth) {
+    if (depth > kMaxTypeDepth)
+        return fail("types nest deeper than " + std::to_string(kMaxTypeDepth));
+    if (id.is_hashed())
+        return hashed(id.hash, depth);
+    if (id.element != nullptr)
+        return collection(id, depth);
+    DDS_TCKind kind = DDS_TK_NULL;
+    if (primitive_kind(id.kind, kind))
+        return graph_.primitive(kind);
+    if (id.kind == tk::kString8Small || id.kind == tk::kString8Large)
+        return string(DDS_TK_STRING, id.bound);
+    if (id.kind == tk::kString16Small || id.kind == tk::kString16Large)
+        return string(DDS_TK_WSTRING, id.bound);
+    return fail("a type identifier of kind " + std::to_string(id.kind) + " stands where a type is needed");
+}
+
+const Type* TypeBuilder::collection(const TypeIdentifier& id, unsigned depth) {
+    DDS_TCKind kind = DDS_TK_SEQUENCE;
+    if (id.key != nullptr)
+        kind = DDS_TK_MAP;
+    else if (!id.dimensions.empty())
+        kind = DDS_TK_ARRAY;
+    Type* made = node(kind);
+    if (made == nullptr)
+        return nullptr;
+    made->bound = id.bound;
+    made->dimensions = id.dimensions;
+    made->content = type_of(*id.element, depth + 1);
+    if (made->content == nullptr)
+        return nullptr;
+    if (id.key != nullptr) {
+        made->key = type_of(*id.key, depth + 1);
+        if (made->key == nullptr)
+            return nullptr;
+    }
+    return made;
+}
+
+const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
+    const auto known = nodes_.find(hash);
+    if (known != nodes_.end())
+        return known->second;
+    const TypeLibrary::Entry* entry = library_.find(hash);
+    if (entry == nullptr)
+        return fail("the type object " + to_string(hash) + " is missing");
+    const DDS_TCKind kind = kind_of(entry->object);
+    if (kind == DDS_TK_NULL)
+        return fail("an annotation stands where a type is needed");
+    Type* made = node(kind);
+    if (made == nullptr)
+        return nullptr;
+    nodes_.emplace(hash, made); // before its members, which may refer back to it
+    if (!fill(*made, entry->object, depth)) {
+        fail("the type object " + to_string(hash) + " contradicts itself");
+        return nullptr;
+    }
+    return made;
+}
+
+bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {
+    if (has_long_name(object)) {
+        fail("a name of more than " + std::to_string(kMaxName) + " characters");
+        return false;
+    }
+    type.name = printable(object.name);
+    type.nameless = !object.complete;
+    type.extensibility = extensibility_of(object.flags);
+    type.nested = (object.flags & kTypeIsNested) != 0;
+    if (!graph_.count_members(object.members.size())) {
+        fail("more than " + std::to_string(kMaxGraphMembers) + " members");
+        return false;
+    }
+    switch (type.kind) {
+        case DDS_TK_STRUCT:
+        case DDS_TK_VALUE:
+            return fill_structure(type, object, depth);
+        case DDS_TK_UNION:
+            return fill_union(type, object, depth);
+        case DDS_TK_ENUM:
+        case DDS_TK_BITMASK:
+            return fill_enumerated(type, object);
+        case DDS_TK_BITSET:
+            return fill_bitset(type, object);
+        default:
+            return fill_collection(type, object, depth);
+    }
+}
+
+Member TypeBuilder::member_of(const TypeObject& object, const TypeObjectMember& source, int64_t number) {
+    Member member;
+    member.name = object.complete ? printable(source.name) : std::to_string(number);
+    member.id = source.id;
+    member.key = (source.flags & kMemberIsKey) != 0;
+    member.optional = (source.flags & kMemberIsOptional) != 0;
+    // Keys have to be understood in any case; not every maker says so.
+    member.must_understand = member.key || (source.flags & kMemberIsMustUnderstand) != 0;
+    member.external = (source.flags & kMemberIsExternal) != 0;
+    return member;
+}
+
+bool TypeBuilder::fill_structure(Type& type, const TypeObject& object, unsigned depth) {
+    if (type.kind == DDS_TK_VALUE) {
+        type.base = type_of(object.base, depth + 1);
+        // The base of a structure may be named through an alias.
+        const Type* base = resolve_alias(type.base);
+        if (base == nullptr || !base->is_aggregate())
+            return false;
+        type.base = base;
+        unsigned chain = 0;
+        for (; base != nullptr; base = base->base) {
+            if (base == &type || ++chain > kMaxTypeDepth)
+                return false;
+        }
+    }
+    type.members.reserve(object.members.size());
+    for (const TypeObjectMember& source : object.members) {
+        Member member = member_of(object, source, source.id);
+        member.type = type_of(source.type, depth + 1);
+        if (member.type == nullptr)
+            return false;
+        type.members.push_back(std::move(member));
+    }
+    return true;
+}
+
+bool TypeBuilder::fill_union(Type& type, const TypeObject& object, unsigned depth) {
+    type.discriminator = type_of(object.discriminator, depth + 1);
+    type.discriminator_key = (object.discriminator_flags & kMemberIsKey) != 0;
+    if (type.discriminator == nullptr)
+        return false;
+    type.members.reserve(object.members.size());
+    for (const TypeObjectMember& source : object.members) {
+        Member member = member_of(object, source, source.id);
+        member.type = type_of(source.type, depth + 1);
+        if (member.type == nullptr)
+            return false;
+        member.labels = source.labels;
+        if ((source.flags & kMemberIsDefault) != 0)
+            type.default_index = static_cast<int32_t>(type.members.size());
+        type.members.push_back(std::move(member));
+    }
+    return true;
+}
+
+bool TypeBuilder::fill_enumerated(Type& type, const TypeObject& object) {
+    const uint16_t limit = type.kind == DDS_TK_ENUM ? 32 : 64;
+    if (object.bit_bound == 0 || object.bit_bound > limit)
+        return false;
+    type.bit_bound = object.bit_bound;
+    type.extensibility =
+        DDS_FINAL_EXTENSIBILITY; // has no effect on the wire, and peers announce it differently
+    type.members.reserve(object.members.size());
+    for (const TypeObjectMember& source : object.members) {
+        if (type.kind == DDS_TK_BITMASK && (source.value < 0 || source.value >= object.bit_bound))
+            return false;
+        Member member = member_of(object, source, source.value);
+        member.value = source.value;
+        type.members.push_back(std::move(member));
+    }
+    return true;
+}
+
+bool TypeBuilder::fill_bitset(Type& type, const TypeObject& object) {
+    unsigned used = 0;
+    for (const TypeObjectMember& source : object.members) {
+        Member member = member_of(object, source, source.value);
+        DDS_TCKind holder = DDS_TK_NULL;
+        if (source.bit_count == 0 || !primitive_kind(source.holder, holder))
+            return false;
+        const unsigned end = static_cast<unsigned>(source.value) + source.bit_count;
+        if (source.value < 0 || end > 64)
+            return false;
+        used = end > used ? end : used;
+        member.value = source.value;
+        member.bits = source.bit_count;
+        member.type = graph_.primitive(holder);
+        type.members.push_back(std::move(member));
+    }
+    type.bit_bound = static_cast<uint16_t>(used);
+    type.extensibility = DDS_FINAL_EXTENSIBILITY;
+    return true;
+}
+
+bool TypeBuilder::fill_collection(Type& type, const TypeObject& object, unsigned depth) {
+    type.extensibility = DDS_FINAL_EXTENSIBILITY;
+    type.bound = object.bound;
+    type.dimensions = object.dimensions;
+    if (type.kind == DDS_TK_ARRAY && type.dimensions.empty())
+        return false;
+    type.content = type_of(object.element, depth + 1);
+    if (type.content == nullptr)
+        return false;
+    if (type.kind == DDS_TK_MAP) {
+        type.key = type_of(object.key, depth + 1);
+        if (type.key == nullptr)
+            return false;
+    }
+    return type.kind != DDS_TK_ALIAS || resolve_alias(&type) != nullptr;
+}
+
+TypeRef TypeLibrary::build(const TypeIdentifier& root, std::string& error) const {
+    TypeGraph* graph = TypeGraph::create();
+    TypeBuilder builder(*this, *graph);
+    const Type* type = builder.type_of(root, 0);
+    if (type == nullptr) {
+        error = builder.error();
+        graph->release();
+        return TypeRef();
+    }
+    return TypeRef::adopt(type);
+}
+
+} // namespace meridian::types

@@ -1,0 +1,55 @@
+#pragma once
+
+// Type objects that were received, and the type codes made of them. A client of the type lookup service adds
+// what peers answer, asks for a type, and looks up what is reported missing until nothing is.
+//
+// Not thread-safe: one thread, or a lock of the caller's. The TypeRefs that it makes are independent of it.
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "types/model/type.h"
+#include "types/network/type_object.h"
+
+namespace meridian::types {
+
+class TypeLibrary {
+  public:
+    /// A larger type object is refused.
+    static constexpr size_t kMaxObjectSize = 4 << 20;
+    /// What all of them may take together; beyond it nothing is added any more.
+    static constexpr size_t kMaxTotalSize = 64 << 20;
+
+    enum class Added { yes, known, malformed, too_large };
+
+    /// Decodes and keeps a serialized type object under `hash`. `bytes` are not needed afterwards.
+    Added add(const TypeHash& hash, rtps::ByteView bytes, rtps::Endianness order = rtps::Endianness::little);
+    bool has(const TypeHash& hash) const { return entries_.count(hash) != 0; }
+
+    /// What is still to be asked for before `root` can be built, without duplicates.
+    std::vector<TypeHash> missing(const TypeIdentifier& root) const;
+    /// Summed serialized size of the objects of `root` and all it depends on, as far as they are here.
+    uint64_t closure_size(const TypeIdentifier& root) const;
+
+    /// The type code of `root`. Empty, with the reason in `error`, while something is missing, or when the
+    /// objects do not make a type, or exceed the limits of type.h.
+    TypeRef build(const TypeIdentifier& root, std::string& error) const;
+
+  private:
+    friend class TypeBuilder;
+    struct Entry {
+        TypeObject object;
+        size_t size = 0;
+    };
+
+    const Entry* find(const TypeHash& hash) const;
+    std::set<TypeHash> closure(const TypeIdentifier& root) const;
+
+    std::map<TypeHash, Entry> entries_;
+    size_t total_size_ = 0;
+};
+
+} // namespace meridian::types

@@ -1,0 +1,341 @@
+#include "types/network/type_object.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "rtps/wire/xcdr2_headers.h"
+#include "types/model/md5.h"
+#include "types/model/type.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+using rtps::ByteView;
+
+namespace {
+
+bool skip_string(ByteReader& reader) {
+    ByteView view;
+    return reader.read_octets(view);
+}
+
+/// An optional member of a final or appendable structure: a flag, then the value where the flag is set.
+template <typename Skip>
+bool skip_optional(ByteReader& reader, Skip skip) {
+    bool present = false;
+    return reader.read_bool(present) && (!present || skip(reader));
+}
+
+/// Anything with a DHEADER: appendable structures and sequences of constructed elements.
+bool skip_delimited(ByteReader& reader) {
+    ByteReader inner;
+    return enter_delimited(reader, inner);
+}
+
+bool skip_annotation_value(ByteReader& reader) {
+    uint8_t kind = 0;
+    if (!reader.read(kind))
+        return false;
+    const auto skip_number = [&reader](size_t size) { return reader.align(size) && reader.skip(size); };
+    switch (kind) {
+        case tk::kBoolean:
+        case tk::kByte:
+        case tk::kInt8:
+        case tk::kUint8:
+        case tk::kChar8:
+            return skip_number(1);
+        case tk::kInt16:
+        case tk::kUint16:
+        case tk::kChar16:
+            return skip_number(2);
+        case tk::kInt32:
+        case tk::kUint32:
+        case tk::kFloat32:
+        case tk::kEnum:
+            return skip_number(4);
+        case tk::kInt64:
+        case tk::kUint64:
+        case tk::kFloat64:
+            return skip_number(8);
+        case tk::kFloat128:
+            return reader.align(8) && reader.skip(16);
+        case tk::kString8:
+        case tk::kString16: // its length counts bytes
+            return skip_string(reader);
+        default:
+            return skip_delimited(reader); // extended values are mutable
+    }
+}
+
+/// The two optional lists after a name or element: built-in and custom annotations, both delimited.
+bool skip_annotations(ByteReader& reader) {
+    return skip_optional(reader, skip_delimited) && skip_optional(reader, skip_delimited);
+}
+
+class Decoder {
+  public:
+    explicit Decoder(TypeObject& object) : object_(object) {}
+
+    bool decode(ByteReader& outer) {
+        ByteReader reader;
+        uint8_t equivalence = 0;
+        if (!enter_delimited(outer, reader) || !reader.read(equivalence) || !reader.read(object_.kind))
+            return false;
+        if (equivalence != tk::kMinimal && equivalence != tk::kComplete)
+            return false;
+        object_.complete = equivalence == tk::kComplete;
+        switch (object_.kind) {
+            case tk::kAlias:
+                return decode_alias(reader);
+            case tk::kAnnotation:
+                return decode_annotation(reader);
+            case tk::kStructure:
+                return decode_structure(reader);
+            case tk::kUnion:
+                return decode_union(reader);
+            case tk::kBitset:
+                return decode_maybe_delimited(reader, &Decoder::decode_bitset);
+            case tk::kSequence:
+                return decode_sequence(reader);
+            case tk::kArray:
+                return decode_maybe_delimited(reader, &Decoder::decode_array);
+            case tk::kMap:
+                return decode_map(reader);
+            case tk::kEnum:
+                return decode_enumeration(reader);
+            case tk::kBitmask:
+                return decode_maybe_delimited(reader, &Decoder::decode_bitmask);
+            default:
+                return false;
+        }
+    }
+
+  private:
+    /// Peers disagree which of these types are appendable (with a DHEADER) and which are final. A DHEADER
+    /// here always announces all that is left; the flags and the next DHEADER of the final form never add up
+    /// to that.
+    bool decode_maybe_delimited(ByteReader& reader, bool (Decoder::*decode_body)(ByteReader&)) {
+        ByteReader probe = reader;
+        uint32_t size = 0;
+        if (probe.read(size) && size == probe.remaining())
+            return (this->*decode_body)(probe);
+        return (this->*decode_body)(reader);
+    }
+
+    bool read_type_detail(ByteReader& reader) {
+        return skip_annotations(reader) && reader.read_string(object_.name);
+    }
+
+    /// The header of a type that consists of a complete type's detail only.
+    bool read_plain_header(ByteReader& outer) {
+        ByteReader reader;
+        return enter_delimited(outer, reader) && (!object_.complete || read_type_detail(reader));
+    }
+
+    bool read_member_detail(ByteReader& reader, TypeObjectMember& member) {
+        if (!object_.complete)
+            return reader.read_bytes(member.name_hash);
+        return reader.read_string(member.name) && skip_annotations(reader);
+    }
+
+    /// A delimited sequence of delimited members. The smallest member of any kind takes 8 bytes, so a length
+    /// that cannot be is refused before anything is allocated.
+    template <typename ReadMember>
+    bool read_members(ByteReader& outer, ReadMember read_member) {
+        ByteReader reader;
+        uint32_t count = 0;
+        if (!enter_delimited(outer, reader) || !reader.read_length(count, 8) || count > kMaxGraphMembers)
+            return false;
+        for (uint32_t i = 0; i < count; ++i) {
+            ByteReader body;
+            TypeObjectMember member;
+            if (!enter_delimited(reader, body) || !read_member(body, member))
+                return false;
+            object_.members.push_back(std::move(member));
+        }
+        return true;
+    }
+
+    bool decode_alias(ByteReader& reader) {
+        ByteReader body;
+        uint16_t related_flags = 0;
+        return reader.read(object_.flags) && read_plain_header(reader) && enter_delimited(reader, body) &&
+               body.read(related_flags) && read(body, object_.element);
+    }
+
+    bool decode_annotation(ByteReader& reader) {
+        ByteReader header;
+        if (!reader.read(object_.flags) || !enter_delimited(reader, header))
+            return false;
+        if (object_.complete && !header.read_string(object_.name))
+            return false;
+        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
+            if (!body.read(member.flags) || !read(body, member.type))
+                return false;
+            const bool named =
+                object_.complete ? body.read_string(member.name) : body.read_bytes(member.name_hash);
+            return named && skip_annotation_value(body);
+        });
+    }
+
+    bool decode_structure(ByteReader& reader) {
+        ByteReader header;
+        if (!reader.read(object_.flags) || !enter_delimited(reader, header) || !read(header, object_.base))
+            return false;
+        if (object_.complete && !read_type_detail(header))
+            return false;
+        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
+            return body.read(member.id) && body.read(member.flags) && read(body, member.type) &&
+                   read_member_detail(body, member);
+        });
+    }
+
+    bool decode_union(ByteReader& reader) {
+        ByteReader discriminator;
+        if (!reader.read(object_.flags) || !read_plain_header(reader) ||
+            !enter_delimited(reader, discriminator) || !discriminator.read(object_.discriminator_flags) ||
+            !read(discriminator, object_.discriminator))
+            return false;
+        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
+            uint32_t labels = 0;
+            if (!body.read(member.id) || !body.read(member.flags) || !read(body, member.type) ||
+                !body.read_length(labels, 4))
+                return false;
+            member.labels.resize(labels);
+            return body.read_array(member.labels.data(), labels) && read_member_detail(body, member);
+        });
+    }
+
+    bool decode_bitset(ByteReader& reader) {
+        if (!reader.read(object_.flags) || !read_plain_header(reader))
+            return false;
+        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
+            uint16_t position = 0;
+            if (!body.read(position) || !body.read(member.flags) || !body.read(member.bit_count) ||
+                !body.read(member.holder))
+                return false;
+            member.value = position;
+            return read_member_detail(body, member);
+        });
+    }
+
+    bool read_collection_header(ByteReader& outer) {
+        ByteReader reader;
+        if (!enter_delimited(outer, reader) || !reader.read(object_.bound))
+            return false;
+        return !object_.complete ||
+               skip_optional(reader, [this](ByteReader& detail) { return read_type_detail(detail); });
+    }
+
+    bool read_element(ByteReader& outer, TypeIdentifier& id) {
+        ByteReader reader;
+        uint16_t flags = 0;
+        return enter_delimited(outer, reader) && reader.read(flags) && read(reader, id);
+    }
+
+    bool decode_sequence(ByteReader& reader) {
+        return reader.read(object_.flags) && read_collection_header(reader) &&
+               read_element(reader, object_.element);
+    }
+
+    bool decode_array(ByteReader& reader) {
+        ByteReader header;
+        uint32_t count = 0;
+        if (!reader.read(object_.flags) || !enter_delimited(reader, header) ||
+            !header.read_length(count, 4) || count > kMaxDimensions)
+            return false;
+        object_.dimensions.resize(count);
+        if (!header.read_array(object_.dimensions.data(), count))
+            return false;
+        if (object_.complete && !read_type_detail(header))
+            return false;
+        return read_element(reader, object_.element);
+    }
+
+    bool decode_map(ByteReader& reader) {
+        return reader.read(object_.flags) && read_collection_header(reader) &&
+               read_element(reader, object_.key) && read_element(reader, object_.element);
+    }
+
+    bool read_bit_bound_header(ByteReader& outer) {
+        ByteReader reader;
+        return enter_delimited(outer, reader) && reader.read(object_.bit_bound) &&
+               (!object_.complete || read_type_detail(reader));
+    }
+
+    bool decode_enumeration(ByteReader& reader) {
+        if (!reader.read(object_.flags) || !read_bit_bound_header(reader))
+            return false;
+        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
+            ByteReader common;
+            return enter_delimited(body, common) && common.read(member.value) && common.read(member.flags) &&
+                   read_member_detail(body, member);
+        });
+    }
+
+    bool decode_bitmask(ByteReader& reader) {
+        if (!reader.read(object_.flags) || !read_bit_bound_header(reader))
+            return false;
+        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
+            uint16_t position = 0;
+            if (!body.read(position) || !body.read(member.flags))
+                return false;
+            member.value = position;
+            return read_member_detail(body, member);
+        });
+    }
+
+    TypeObject& object_;
+};
+
+} // namespace
+
+bool read(ByteReader& reader, TypeObject& object) {
+    object = TypeObject();
+    return Decoder(object).decode(reader) || reader.fail();
+}
+
+bool read_type_object_bytes(ByteReader& reader, ByteView& bytes) {
+    uint32_t size = 0;
+    if (!reader.align(4))
+        return false;
+    ByteReader probe = reader;
+    if (!probe.read(size) || size > probe.remaining())
+        return reader.fail();
+    return reader.read_view(size_t{size} + 4, bytes);
+}
+
+bool read_pairs(ByteReader& outer, std::vector<TypeObjectPair>& pairs) {
+    ByteReader reader;
+    uint32_t count = 0;
+    if (!enter_delimited(outer, reader) || !reader.read_length(count, 8))
+        return outer.fail();
+    for (uint32_t i = 0; i < count; ++i) {
+        TypeObjectPair pair;
+        if (!read(reader, pair.id) || !read_type_object_bytes(reader, pair.object))
+            return outer.fail();
+        pairs.push_back(std::move(pair));
+    }
+    return true;
+}
+
+TypeHash hash_of(ByteView bytes, bool complete) {
+    TypeHash hash;
+    hash.kind = complete ? tk::kComplete : tk::kMinimal;
+    const auto digest = md5(bytes);
+    std::copy_n(digest.begin(), hash.bytes.size(), hash.bytes.begin());
+    return hash;
+}
+
+void collect_hashes(const TypeObject& object, std::vector<TypeHash>& hashes) {
+    collect_hashes(object.base, hashes);
+    collect_hashes(object.discriminator, hashes);
+    collect_hashes(object.element, hashes);
+    collect_hashes(object.key, hashes);
+    if (object.kind == tk::kAnnotation)
+        return;
+    for (const TypeObjectMember& member : object.members)
+        collect_hashes(member.type, hashes);
+}
+
+} // namespace meridian::types
