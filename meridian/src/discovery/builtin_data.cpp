@@ -2,6 +2,7 @@
 
 #include "discovery/conversions.h"
 #include "discovery/partitions.h"
+#include "types/lookup/endpoint_type.h"
 
 #include <algorithm>
 
@@ -56,16 +57,16 @@ void fill_qos(const rtps::EndpointQos& qos, DDS_EndpointBuiltinTopicData& out) {
         out.representation.value.append(representation);
 }
 
-void fill_endpoint(const rtps::EndpointData& data, DDS_EndpointBuiltinTopicData& out) {
-    out.key = to_key(data.guid);
-    out.participant_key = to_key(participant_guid(data.participant));
-    out.topic_name = DDS_String_dup(data.topic_name.c_str());
-    out.type_name = DDS_String_dup(data.type_name.c_str());
-    fill_qos(data.qos, out);
-    out.unicast_locators = to_locator_seq(data.unicast);
-    out.entity_name.name = name_or_null(data.name);
-    out.property = to_properties(data.properties);
-    out.type_information = to_octet_seq(data.type_information);
+void fill_endpoint(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out) {
+    fill_keys(endpoint, out);
+    out.topic_name = DDS_String_dup(endpoint.topic_name.c_str());
+    out.type_name = DDS_String_dup(endpoint.type_name.c_str());
+    fill_qos(*endpoint.qos, out);
+    out.unicast_locators = to_locator_seq(*endpoint.unicast);
+    out.entity_name.name = name_or_null(endpoint.name);
+    out.property = to_properties(endpoint.properties);
+    out.type_code = rtps::type_of(endpoint);
+    out.type_information = to_octet_seq(*endpoint.type_information);
 }
 
 } // namespace
@@ -92,19 +93,20 @@ DDS_ParticipantBuiltinTopicData to_participant_data(const rtps::ParticipantData&
     return out;
 }
 
-DDS_PublicationBuiltinTopicData to_publication_data(const rtps::EndpointData& data) {
-    DDS_PublicationBuiltinTopicData out;
-    fill_endpoint(data, out);
-    out.lifespan.duration = to_duration(data.qos.lifespan);
-    out.ownership_strength = data.qos.ownership_strength;
-    return out;
+void fill_keys(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out) {
+    out.key = to_key(endpoint.guid);
+    out.participant_key = to_key(participant_guid(endpoint.participant));
 }
 
-DDS_SubscriptionBuiltinTopicData to_subscription_data(const rtps::EndpointData& data) {
-    DDS_SubscriptionBuiltinTopicData out;
-    fill_endpoint(data, out);
-    out.time_based_filter.minimum_separation = to_duration(data.qos.time_based_filter);
-    return out;
+void fill(const rtps::RemoteEndpoint& endpoint, DDS_PublicationBuiltinTopicData& out) {
+    fill_endpoint(endpoint, out);
+    out.lifespan.duration = to_duration(endpoint.qos->lifespan);
+    out.ownership_strength = endpoint.qos->ownership_strength;
+}
+
+void fill(const rtps::RemoteEndpoint& endpoint, DDS_SubscriptionBuiltinTopicData& out) {
+    fill_endpoint(endpoint, out);
+    out.time_based_filter.minimum_separation = to_duration(endpoint.qos->time_based_filter);
 }
 
 } // namespace meridian::discovery

@@ -28,8 +28,8 @@ class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
     bool has_readers();
     /// Hands over all readers, for their end outside of any lock.
     OwnedReaders release_readers();
-    /// The type of a remote publication; false while it is being looked up. Null: none is known.
-    bool type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const;
+    /// What the application is told of remote publications.
+    discovery::EndpointCache& publications() const;
     DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                              const DDS_InstanceHandle_t& endpoint);
 

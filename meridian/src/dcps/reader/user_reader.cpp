@@ -13,6 +13,7 @@
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "types/lookup/endpoint_type.h"
 
 namespace meridian::dcps {
 
@@ -89,6 +90,12 @@ UserReader::~UserReader() {
     {
         MutexLock lock(mutex_);
         tell_overwritten(true);
+        for (const WithheldSamples::Withheld& withheld : withheld_.release_due(rtps::kNever)) {
+            for (const Change& change : withheld.changes) {
+                if (change.sample != nullptr)
+                    release_sample(change.sample);
+            }
+        }
         conditions_.clear();
         loans_.clear();
         cache_.reset(); // gives its samples back to the plugin
@@ -112,6 +119,7 @@ bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
 
 void UserReader::stop() {
     membership_.leave();
+    subscriber_.publications().forget(*this);
     delivery_.remove(*this);
 }
 
@@ -250,7 +258,20 @@ void UserReader::on_sample(const rtps::Sample& sample) {
         changed(statuses_.samples_lost(1));
 }
 
-void UserReader::store(Change& change) {
+void UserReader::store(const Change& change) {
+    switch (withheld_.empty() ? WithheldSamples::Added::no : withheld_.add(change)) {
+        case WithheldSamples::Added::no:
+            store_now(change);
+            break;
+        case WithheldSamples::Added::yes:
+            break;
+        case WithheldSamples::Added::full:
+            store_withheld(change.writer);
+            break;
+    }
+}
+
+void UserReader::store_now(const Change& change) {
     const ReaderCache::Verdict verdict = cache_->add(change);
     if (verdict == ReaderCache::Verdict::stored) {
         changed(DDS_DATA_AVAILABLE_STATUS);
@@ -288,66 +309,91 @@ void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
     changed(statuses_.samples_lost(count));
 }
 
-void UserReader::matched(const rtps::EndpointData& remote) {
+void UserReader::matched(const rtps::RemoteEndpoint& remote) {
+    {
+        MutexLock lock(mutex_);
+        store_withheld(remote.guid); // of an earlier life
+        cache_->add_writer(remote.guid, remote.qos->ownership_strength);
+        withheld_.begin(remote.guid, monotonic_now());
+        changed(statuses_.writer_matched(remote.guid));
+    }
+    const bool awaits = subscriber_.publications().await_announcement(remote.guid, *this);
     MutexLock lock(mutex_);
-    strengths_[remote.guid] = remote.qos.ownership_strength;
-    cache_->add_writer(remote.guid, remote.qos.ownership_strength);
-    changed(statuses_.writer_matched(remote.guid));
+    if (awaits)
+        arm_timer();
+    else
+        store_withheld(remote.guid);
 }
 
-void UserReader::match_changed(const rtps::EndpointData& remote) {
+void UserReader::match_changed(const rtps::RemoteEndpoint& remote) {
     MutexLock lock(mutex_);
-    strengths_[remote.guid] = remote.qos.ownership_strength;
-    cache_->add_writer(remote.guid, remote.qos.ownership_strength);
+    cache_->add_writer(remote.guid, remote.qos->ownership_strength);
 }
 
 void UserReader::unmatched(const rtps::Guid& remote) {
     aliases_.forget(remote);
     MutexLock lock(mutex_);
-    strengths_.erase(remote);
-    const bool stored = cache_->writer_gone(remote, wall_time(), monotonic_now());
-    changed(statuses_.writer_unmatched(remote) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
+    const WithheldSamples::End end{wall_time(), monotonic_now()};
+    if (!withheld_.add_end(remote, end))
+        store_end(remote, end);
+    changed(statuses_.writer_unmatched(remote));
 }
 
-void UserReader::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
+void UserReader::announcement_given(const rtps::Guid& writer) {
+    MutexLock lock(mutex_);
+    store_withheld(writer);
+}
+
+void UserReader::store_withheld(const rtps::Guid& writer) {
+    if (const auto withheld = withheld_.release(writer))
+        store_all(*withheld);
+}
+
+void UserReader::store_all(const WithheldSamples::Withheld& withheld) {
+    for (const Change& change : withheld.changes)
+        store_now(change);
+    if (withheld.end)
+        store_end(withheld.writer, *withheld.end);
+}
+
+void UserReader::store_end(const rtps::Guid& writer, const WithheldSamples::End& end) {
+    if (cache_->writer_gone(writer, end.when, end.received))
+        changed(DDS_DATA_AVAILABLE_STATUS);
+    cache_->forget_writer(writer);
+}
+
+void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
     MutexLock lock(mutex_);
     const std::vector<uint32_t> counted = without_partition(policies);
     if (counted.empty())
         return;
     MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": writer %s does not match the reader: %s", topic_.get_name(),
                          rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(remote.qos, endpoint_qos(), counted).c_str());
+                         describe_incompatibility(*remote.qos, endpoint_qos(), counted).c_str());
     changed(statuses_.incompatible(counted));
 }
 
-rtps::TypeMatch UserReader::type_fits(const rtps::EndpointData& remote) {
+bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
     const DDS_TypeCode* const own = plugin().typeCode;
+    const DDS_TypeCode* const type = rtps::type_of(writer);
+    if (own == nullptr || type == nullptr)
+        return true;
     {
         MutexLock lock(mutex_);
-        if (own == nullptr || qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
-            return rtps::TypeMatch::fits;
+        if (qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
+            return true;
     }
-    const DDS_TypeCode* type = nullptr;
-    if (!subscriber_.type_of_publication(remote.guid, type))
-        return rtps::TypeMatch::undecided; // it is being looked up
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-    if (type == nullptr || own->equal(type, exception))
-        return rtps::TypeMatch::fits;
+    if (own->equal(type, exception))
+        return true;
     MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
-                       topic_.get_name(), topic_.get_type_name(), rtps::to_string(remote.guid).c_str());
-    return rtps::TypeMatch::differs;
+                       topic_.get_name(), topic_.get_type_name(), rtps::to_string(writer.guid).c_str());
+    return false;
 }
 
 void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
     MutexLock lock(mutex_);
-    const auto known = strengths_.find(remote);
-    if (known == strengths_.end())
-        return;
-    bool stored = false;
-    if (alive)
-        cache_->add_writer(remote, known->second);
-    else
-        stored = cache_->writer_gone(remote, wall_time(), monotonic_now());
+    const bool stored = !alive && cache_->writer_gone(remote, wall_time(), monotonic_now());
     changed(statuses_.writer_alive(remote, alive) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
 }
 
@@ -369,7 +415,7 @@ void UserReader::changed(DDS_StatusMask statuses) {
 }
 
 void UserReader::arm_timer() {
-    const rtps::MonotonicTime due = cache_->next_deadline();
+    const rtps::MonotonicTime due = std::min(cache_->next_deadline(), withheld_.next_deadline());
     if (due >= armed_)
         return;
     armed_ = due;
@@ -400,6 +446,8 @@ void UserReader::deliver() {
         const rtps::MonotonicTime now = monotonic_now();
         if (armed_ <= now) {
             armed_ = rtps::kNever;
+            for (const WithheldSamples::Withheld& withheld : withheld_.release_due(now))
+                store_all(withheld);
             for (const DDS_InstanceHandle_t& instance : cache_->on_timer(now)) {
                 const DDS_StatusMask bit = statuses_.deadline_missed(instance);
                 to_tell_ |= bit;

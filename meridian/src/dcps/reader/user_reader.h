@@ -12,8 +12,10 @@
 #include "dcps/reader/key_aliases.h"
 #include "dcps/reader/reader_cache.h"
 #include "dcps/reader/reader_statuses.h"
+#include "dcps/reader/withheld_samples.h"
 #include "dcps/topics/topic.h"
 #include "dcps/topics/type_registry.h"
+#include "discovery/endpoint_cache.h"
 #include "meridian/untyped_entities.h"
 #include "platform/mutex.h"
 
@@ -29,6 +31,7 @@ class SubscriberImpl;
 /// under it and never the other way round.
 class UserReader final : public EntityImpl<DDSUntypedDataReader>,
                          public rtps::ReaderSink,
+                         public discovery::AnnouncementObserver,
                          private SampleOwner,
                          private Deliverable {
   public:
@@ -82,14 +85,17 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     // Under the lock of the runtime.
     void on_sample(const rtps::Sample& sample) override;
     void on_lost(const rtps::Guid& writer, uint64_t count) override;
-    void matched(const rtps::EndpointData& remote) override;
+    void matched(const rtps::RemoteEndpoint& remote) override;
     void unmatched(const rtps::Guid& remote) override;
-    void match_changed(const rtps::EndpointData& remote) override;
-    void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
+    void match_changed(const rtps::RemoteEndpoint& remote) override;
+    void incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) override;
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
     /// at all.
-    rtps::TypeMatch type_fits(const rtps::EndpointData& remote) override;
+    bool accepts_type(const rtps::RemoteEndpoint& writer) override;
+
+    // On a thread of the application, which takes the announcement of a writer.
+    void announcement_given(const rtps::Guid& writer) override;
 
   private:
     UserReader(SubscriberImpl& subscriber, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,
@@ -106,7 +112,12 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     /// it cannot be read.
     bool deserialize(const rtps::Sample& sample, void*& made);
     rtps::KeyHash key_hash(const rtps::Sample& sample);
-    void store(Change& change) MERIDIAN_REQUIRES(mutex_);
+    /// Into the cache, unless its writer is withheld.
+    void store(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    void store_now(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    void store_withheld(const rtps::Guid& writer) MERIDIAN_REQUIRES(mutex_);
+    void store_all(const WithheldSamples::Withheld& withheld) MERIDIAN_REQUIRES(mutex_);
+    void store_end(const rtps::Guid& writer, const WithheldSamples::End& end) MERIDIAN_REQUIRES(mutex_);
     void changed(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
     void update_conditions() MERIDIAN_REQUIRES(mutex_);
     void arm_timer() MERIDIAN_REQUIRES(mutex_);
@@ -135,7 +146,7 @@ class UserReader final : public EntityImpl<DDSUntypedDataReader>,
     GroupQos group_ MERIDIAN_GUARDED_BY(mutex_);
     std::unique_ptr<ReaderCache> cache_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
-    std::unordered_map<rtps::Guid, int32_t> strengths_ MERIDIAN_GUARDED_BY(mutex_); // of matched writers
+    WithheldSamples withheld_ MERIDIAN_GUARDED_BY(mutex_);
     std::shared_ptr<ListenerLink> listener_ MERIDIAN_GUARDED_BY(mutex_);
     DDSDataReaderListener* listener_given_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     DDS_StatusMask listener_mask_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_NONE;
