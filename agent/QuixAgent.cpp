@@ -1,25 +1,12 @@
 #include "agent/QuixAgent.h"
 
 #include <climits>
-#include <cstdarg>
 #include <cstdio>
 
 #include "meridian/domain_participant_factory.h"
 #include "meridian/logger.h"
 #include "meridian/string.h"
 #include "meridian/version.h"
-
-int32_t theVerbosity = 1;
-
-bool QuixAgent_fail(const char* format, ...) {
-    if (theVerbosity >= 1) {
-        va_list values;
-        va_start(values, format);
-        std::vprintf(format, values);
-        va_end(values);
-    }
-    return false;
-}
 
 DDS_Long KvoUtil_getQuixVerbosityFromUtilVerbosity(int32_t verbosity) {
     switch (verbosity) {
@@ -45,7 +32,8 @@ void QuixAgent_replaceString(char*& owned, const char* value) {
     owned = copy;
 }
 
-QuixAgent::QuixAgent(const char* title_text, int domain_id) : domainId(domain_id) {
+QuixAgent::QuixAgent(const char* title_text, int domain_id, QuixAgentOutput& output)
+    : domainId(domain_id), output_(output) {
     std::snprintf(title, sizeof title, "%s", title_text);
 }
 
@@ -54,7 +42,7 @@ QuixAgent::~QuixAgent() {
         DDS_String_free(peerList[i]);
     lastRetcode = DDSDomainParticipantFactory::finalize_instance();
     if (lastRetcode != DDS_RETCODE_OK)
-        std::printf("finalize_instance error %d\n", lastRetcode);
+        output_.print("finalize_instance error %d\n", lastRetcode);
     DDS_String_free(qosFile);
     DDS_String_free(qosProfile);
     DDS_String_free(qosLibraryName);
@@ -64,7 +52,7 @@ QuixAgent::~QuixAgent() {
 
 bool QuixAgent::execute(int argc, const char** argv) {
     char command[kMaxCommandLength + 1];
-    return strcatFromArgv(command, kMaxCommandLength, title, argc, argv) && execute(command);
+    return strcatFromArgv(output_, command, kMaxCommandLength, title, argc, argv) && execute(command);
 }
 
 bool QuixAgent::execute(const char* command) {
@@ -73,14 +61,15 @@ bool QuixAgent::execute(const char* command) {
     const char* argv[kMaxArguments] = {};
     bool succeeded = false;
 
-    const int argc = tokenizeStrIntoArgv(text, kMaxCommandLength, argv, kMaxArguments, title, command);
+    const int argc =
+        tokenizeStrIntoArgv(output_, text, kMaxCommandLength, argv, kMaxArguments, title, command);
     if (argc >= 0 && initialize(argc, argv)) {
         logger->set_verbosity_by_mask(KvoUtil_getQuixVerbosityFromUtilVerbosity(verbosity));
         theVerbosity = verbosity;
         logger->set_print_format(logFormat);
         if (verbosity > 1)
             print_command_summary();
-        std::fflush(stdout); // where standard error goes to the same file, what is logged comes after it
+        output_.flush(); // where standard error goes to the same file, what is logged comes after it
         succeeded = run();
     }
     QUIXConfigLogger::finalize_instance();
@@ -94,13 +83,13 @@ bool QuixAgent::initialize(int argc, const char** argv) {
         return false;
     }
     if (argc == INT_MAX)
-        return QuixAgent_fail("%s: Too many parameters (%d)\n", title, argc);
+        return output_.fail("%s: Too many parameters (%d)\n", title, argc);
     for (int index = 1; index < argc; ++index) {
         const int result = parse_argument(&index, argv, argc);
         if (result == QUIX_AGENT_PARSE_UNRECOGNIZED)
-            return QuixAgent_fail("%s: Unrecognized parameter '%s'\n", title, argv[index]);
+            return output_.fail("%s: Unrecognized parameter '%s'\n", title, argv[index]);
         if (result == QUIX_AGENT_PARSE_ERROR)
-            return QuixAgent_fail("%s: Error in parameter '%s'\n", title, argv[index]);
+            return output_.fail("%s: Error in parameter '%s'\n", title, argv[index]);
         if (result == QUIX_AGENT_PARSE_STOP)
             return false;
     }
@@ -110,23 +99,23 @@ bool QuixAgent::initialize(int argc, const char** argv) {
 void QuixAgent::printHeader() {
     const QUIXConfigProductVersion version = QUIXConfigVersion::get_instance().get_product_version();
     if (version.revision != 0) {
-        std::printf("\n%s built with DDS version: %d.%d.%d.%d\n", title, version.major, version.minor,
-                    version.release, version.revision);
+        output_.print("\n%s built with DDS version: %d.%d.%d.%d\n", title, version.major, version.minor,
+                      version.release, version.revision);
     } else {
-        std::printf("\n%s built with DDS version: %d.%d.%d\n", title, version.major, version.minor,
-                    version.release);
+        output_.print("\n%s built with DDS version: %d.%d.%d\n", title, version.major, version.minor,
+                      version.release);
     }
-    std::puts("~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~");
+    output_.put("~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~\n");
 }
 
 void QuixAgent::printVersion() {
     const QUIXConfigVersion& library = QUIXConfigVersion::get_instance();
     const QUIXConfigProductVersion version = library.get_product_version();
     if (version.revision != 0) {
-        std::printf("Kvo QUIXAGENT built with DDS version: %d.%d.%d.%d (%s)\n", version.major, version.minor,
-                    version.release, version.revision, library.to_string());
+        output_.print("Kvo QUIXAGENT built with DDS version: %d.%d.%d.%d (%s)\n", version.major,
+                      version.minor, version.release, version.revision, library.to_string());
     } else {
-        std::printf("Kvo QUIXAGENT built with DDS version: %d.%d.%d (%s)\n", version.major, version.minor,
-                    version.release, library.to_string());
+        output_.print("Kvo QUIXAGENT built with DDS version: %d.%d.%d (%s)\n", version.major, version.minor,
+                      version.release, library.to_string());
     }
 }

@@ -1,25 +1,19 @@
 #pragma once
 
 // The frame of a command-line DDS tool: options, header, usage, summary and the construction of a
-// participant. Everything runs on the main thread. Nothing throws; failures are a message on standard output
-// and a result.
+// participant. Everything runs on the main thread. Nothing throws; failures are a message on the output and a
+// result.
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
+#include "agent/QuixAgentOutput.h"
 #include "meridian/domain_participant.h"
 #include "meridian/property.h"
 #include "meridian/qos.h"
 #include "meridian/subscriber.h"
 #include "meridian/time.h"
-
-/// The verbosity of the process, 0 (silent) to 5. Errors are printed from 1 on, progress above 1. Set once,
-/// from the agent's own verbosity, after the options were parsed.
-extern int32_t theVerbosity;
-
-/// Prints why something failed, from verbosity 1 on. Always false.
-bool QuixAgent_fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// What parsing one argument came to.
 constexpr int QUIX_AGENT_PARSE_ERROR = 0;        // recognised, value missing or bad; a message was printed
@@ -33,9 +27,9 @@ DDS_Long KvoUtil_getQuixVerbosityFromUtilVerbosity(int32_t verbosity);
 /// True when `name` may be a QoS library or profile: not empty, and only letters, digits, '.' and '_'.
 bool checkRegex(std::string name);
 
-/// Removes the properties of the monitoring library, which has no use here, and says so once if there were
-/// any. Always true.
-bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties);
+/// Removes the properties of the monitoring library, which this tool does not support, and prints that once
+/// if there were any. Always true.
+bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties, QuixAgentOutput& output);
 
 /// Replaces an owned string (DDS_String) by a copy of `value`.
 void QuixAgent_replaceString(char*& owned, const char* value);
@@ -48,8 +42,8 @@ class QuixAgent {
     static constexpr int kMaxVerbosity = 5;
     static constexpr size_t kTitleSize = 64;
 
-    /// The title is copied, cut to what kTitleSize holds.
-    QuixAgent(const char* title, int domainId);
+    /// The title is copied, cut to what kTitleSize holds. The output is not owned and outlives the agent.
+    QuixAgent(const char* title, int domainId, QuixAgentOutput& output);
     QuixAgent(const QuixAgent&) = delete;
     QuixAgent& operator=(const QuixAgent&) = delete;
     /// Finalises the participant factory: the last use of the middleware in the process.
@@ -59,6 +53,8 @@ class QuixAgent {
     virtual void print_usage();
     /// Prints the settings in force. Overrides call this one first.
     virtual void print_command_summary();
+    /// Prints the options that the usage page leaves out. Overrides call this one first.
+    virtual void print_hidden_usage();
     /// A new, enabled participant and one subscriber in it, both the caller's to delete (the subscriber with
     /// the participant); null, and a message from verbosity 1 on, when a step fails. Empty partition lists
     /// keep those of the profile. `existing`, unless null, is made to ignore the new participant. Changes the
@@ -83,30 +79,32 @@ class QuixAgent {
 
     /// Joins argv[1..] into dst (room for maxLen characters), each preceded by the separator byte 0x02, so
     /// that arguments need no quoting. False, with a message, when they do not fit.
-    static bool strcatFromArgv(char* dst, int maxLen, const char* title, int argc, const char** argv);
+    static bool strcatFromArgv(QuixAgentOutput& output, char* dst, int maxLen, const char* title, int argc,
+                               const char** argv);
     /// Splits "title command" again: dst (room for maxLen + 2 characters) holds the texts, argvOut (room for
     /// maxArgs) their starts. Empty arguments vanish. The number of arguments, or -1 when it does not fit.
-    static int tokenizeStrIntoArgv(char* dst, size_t maxLen, const char** argvOut, int maxArgs,
-                                   const char* title, const char* command);
+    static int tokenizeStrIntoArgv(QuixAgentOutput& output, char* dst, size_t maxLen, const char** argvOut,
+                                   int maxArgs, const char* title, const char* command);
 
     /// Whether argv[*index] is the option `name`, in any case and however abbreviated, and its value. With
     /// both outputs null the option is a flag. A string value stays the caller's. `optional`: the value may
     /// be missing at the end of the line; the output is then left as it is.
-    static int tryParseArgument(int* index, const char** argv, int argc, const char* name,
-                                const char** stringOut, int* intOut, bool optional);
+    static int tryParseArgument(QuixAgentOutput& output, int* index, const char** argv, int argc,
+                                const char* name, const char** stringOut, int* intOut, bool optional);
     /// Seconds as a duration, truncated to nanoseconds; what does not fit becomes the nearest that does.
     static void convertFromFloat(DDS_Duration_t& out, float seconds);
 
     /// One entry of the usage page; argumentName and defaultText may be null.
-    static void printOption(const char* name, const char* description, const char* argumentName,
-                            const char* defaultText);
+    void printOption(const char* name, const char* description, const char* argumentName,
+                     const char* defaultText);
     /// A further line of the entry before.
-    static void addToOption(const char* text);
-    /// The options that the usage page leaves out.
-    void print_hidden_usage();
+    void addToOption(const char* text);
 
     void printHeader();
-    static void printVersion();
+    void printVersion();
+
+    /// Where everything is printed.
+    QuixAgentOutput& output() const { return output_; }
 
     // Settings: written while the options are parsed, read-only from then on. Strings are owned (DDS_String).
     char title[kTitleSize] = {};
@@ -134,4 +132,7 @@ class QuixAgent {
   protected:
     /// Prints the header and parses all arguments. False when the tool must not run.
     bool initialize(int argc, const char** argv);
+
+  private:
+    QuixAgentOutput& output_;
 };

@@ -9,10 +9,11 @@ namespace {
 constexpr char kSeparator = '\x02';
 } // namespace
 
-bool QuixAgent::strcatFromArgv(char* dst, int maxLen, const char* title, int argc, const char** argv) {
+bool QuixAgent::strcatFromArgv(QuixAgentOutput& output, char* dst, int maxLen, const char* title, int argc,
+                               const char** argv) {
     const size_t limit = static_cast<size_t>(maxLen);
     if (std::strlen(title) > limit) {
-        std::printf("QUIXAGENT: Command length exceeds maximum allowed of %d\n", maxLen);
+        output.print("QUIXAGENT: Command length exceeds maximum allowed of %d\n", maxLen);
         return false;
     }
     size_t length = 0;
@@ -20,7 +21,7 @@ bool QuixAgent::strcatFromArgv(char* dst, int maxLen, const char* title, int arg
     for (int i = 1; i < argc; ++i) {
         const size_t added = std::strlen(argv[i]);
         if (length + added + 2 > limit) {
-            std::printf("Parameter length exceeds maximum allowed of %d\n", maxLen);
+            output.print("Parameter length exceeds maximum allowed of %d\n", maxLen);
             return false;
         }
         dst[length++] = kSeparator;
@@ -30,15 +31,15 @@ bool QuixAgent::strcatFromArgv(char* dst, int maxLen, const char* title, int arg
     return true;
 }
 
-int QuixAgent::tokenizeStrIntoArgv(char* dst, size_t maxLen, const char** argvOut, int maxArgs,
-                                   const char* title, const char* command) {
+int QuixAgent::tokenizeStrIntoArgv(QuixAgentOutput& output, char* dst, size_t maxLen, const char** argvOut,
+                                   int maxArgs, const char* title, const char* command) {
     if (command == nullptr) {
-        std::printf("%s: Internal error in tokenizeStrIntoArgv(), NULL paramStr\n", title);
+        output.print("%s: Internal error in tokenizeStrIntoArgv(), NULL paramStr\n", title);
         return -1;
     }
     const size_t length = std::strlen(title) + std::strlen(command);
     if (length > maxLen) {
-        std::printf("%s: Parameter length: %zu exceeds maximum specified of %zu\n", title, length, maxLen);
+        output.print("%s: Parameter length: %zu exceeds maximum specified of %zu\n", title, length, maxLen);
         return -1;
     }
     std::snprintf(dst, maxLen + 2, "%s %s", title, command);

@@ -10,10 +10,9 @@
 namespace {
 
 /// Begins a step in which the middleware may log: what was printed before stands before it.
-void begin_step(const char* text) {
-    if (theVerbosity > 1)
-        std::puts(text);
-    std::fflush(stdout);
+void begin_step(const QuixAgent& agent, const char* text) {
+    agent.output().progress("%s\n", text);
+    agent.output().flush();
 }
 
 /// The names of a profile, each cut to what the buffers hold.
@@ -47,7 +46,7 @@ bool set_up_factory(const QuixAgent& agent, DDSDomainParticipantFactory& factory
     DDS_DomainParticipantFactoryQos qos;
     const DDS_ReturnCode_t result = factory.get_qos(qos);
     if (result != DDS_RETCODE_OK)
-        return QuixAgent_fail("get_qos on DomainParticipantFactory error %d\n", result);
+        return agent.output().fail("get_qos on DomainParticipantFactory error %d\n", result);
     DDS_StringSeq_from_array(qos.profile.string_profile, QUIX_AGENT_QOS_FRAGMENTS,
                              QUIX_AGENT_QOS_FRAGMENT_COUNT);
     if (agent.qosFile != nullptr) {
@@ -56,7 +55,7 @@ bool set_up_factory(const QuixAgent& agent, DDSDomainParticipantFactory& factory
     }
     qos.entity_factory.autoenable_created_entities = false;
     if (factory.set_qos(qos) != DDS_RETCODE_OK)
-        return QuixAgent_fail("set_qos on DomainParticipantFactory error %d\n", 0);
+        return agent.output().fail("set_qos on DomainParticipantFactory error %d\n", 0);
     return true;
 }
 
@@ -70,33 +69,34 @@ ProfileName choose_profile(const QuixAgent& agent, DDSDomainParticipantFactory& 
         if (has_profile(factory, agent.qosLibraryName, agent.qosProfileName))
             chosen.choose(agent.qosLibraryName, agent.qosProfileName);
         else
-            QuixAgent_fail("QoS profile '%s' was not found. Using default configuration.\n",
-                           agent.qosProfile);
+            agent.output().fail("QoS profile '%s' was not found. Using default configuration.\n",
+                                agent.qosProfile);
     }
     return chosen;
 }
 
-bool check_property(DDS_ReturnCode_t result) {
+bool check_property(const QuixAgent& agent, DDS_ReturnCode_t result) {
     return result == DDS_RETCODE_OK ||
-           QuixAgent_fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+           agent.output().fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
 }
 
 /// Sets a property to "1" unless the profile has a value for it.
-bool add_compatibility_property(DDS_PropertyQosPolicy& properties, const char* name) {
+bool add_compatibility_property(const QuixAgent& agent, DDS_PropertyQosPolicy& properties, const char* name) {
     return DDS_PropertyQosPolicyHelper_lookup_property(properties, name) != nullptr ||
-           check_property(DDS_PropertyQosPolicyHelper_add_property(properties, name, "1", false));
+           check_property(agent, DDS_PropertyQosPolicyHelper_add_property(properties, name, "1", false));
 }
 
 bool set_properties(const QuixAgent& agent, DDS_PropertyQosPolicy& properties) {
-    if (!check_property(DDS_PropertyQosPolicyHelper_assert_property(
-            properties, "dds.builtin_type.auto_register", "0", false)))
+    if (!check_property(agent, DDS_PropertyQosPolicyHelper_assert_property(
+                                   properties, "dds.builtin_type.auto_register", "0", false)))
         return false;
     if (agent.use43LargeDataFormat &&
-        (!add_compatibility_property(properties, "dds.data_writer.protocol.use_43_large_data_format") ||
-         !add_compatibility_property(properties, "dds.data_reader.protocol.use_43_large_data_format")))
+        (!add_compatibility_property(agent, properties,
+                                     "dds.data_writer.protocol.use_43_large_data_format") ||
+         !add_compatibility_property(agent, properties, "dds.data_reader.protocol.use_43_large_data_format")))
         return false;
     return !agent.use510CompatibleLocatorKinds ||
-           add_compatibility_property(properties, "dds.transport.use_510_compatible_locator_kinds");
+           add_compatibility_property(agent, properties, "dds.transport.use_510_compatible_locator_kinds");
 }
 
 void apply_settings(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
@@ -122,20 +122,20 @@ void apply_settings(const QuixAgent& agent, const QuixAgentParticipantRequest& r
 bool build_qos(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
                DDSDomainParticipantFactory& factory, const ProfileName& profile,
                DDS_DomainParticipantQos& qos) {
-    begin_step("loading QoS ...");
+    begin_step(agent, "loading QoS ...");
     DDS_ReturnCode_t result = factory.get_participant_qos_from_profile(qos, profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return QuixAgent_fail("get_participant_qos_from_profile error %d\n", result);
+        return agent.output().fail("get_participant_qos_from_profile error %d\n", result);
     if (!set_properties(agent, qos.property))
         return false;
     apply_settings(agent, request, qos);
-    if (!removeMonitoringProperties(qos.property))
-        return QuixAgent_fail("removeMonitoringProperties error\n");
+    if (!removeMonitoringProperties(qos.property, agent.output()))
+        return agent.output().fail("removeMonitoringProperties error\n");
     if (agent.domainTag != nullptr) {
         result = DDS_PropertyQosPolicyHelper_assert_property(
             qos.property, "dds.domain_participant.domain_tag", agent.domainTag, false);
         if (result != DDS_RETCODE_OK)
-            return QuixAgent_fail("QUIXAgent: set domainTag %d\n", result);
+            return agent.output().fail("QUIXAgent: set domainTag %d\n", result);
     }
     if (request.participantPartitionCount > 0) {
         DDS_StringSeq_from_array(qos.partition.name, request.participantPartitions,
@@ -150,13 +150,13 @@ bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, cons
     DDS_ReturnCode_t result =
         participant.set_default_topic_qos_with_profile(profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return QuixAgent_fail("QUIXAgent: set_default_topic_qos_with_profile %d\n", result);
+        return agent.output().fail("QUIXAgent: set_default_topic_qos_with_profile %d\n", result);
     result = participant.set_default_subscriber_qos_with_profile(profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return QuixAgent_fail("QUIXAgent: set_default_subscriber_qos_with_profile %d\n", result);
+        return agent.output().fail("QUIXAgent: set_default_subscriber_qos_with_profile %d\n", result);
     result = participant.set_default_datareader_qos_with_profile(profile.library, profile.profile);
     if (result != DDS_RETCODE_OK)
-        return QuixAgent_fail("QUIXAgent: set_default_datareader_qos_with_profile %d\n", result);
+        return agent.output().fail("QUIXAgent: set_default_datareader_qos_with_profile %d\n", result);
     if (!QuixAgentTransports_adjust(agent, middleware, &participant))
         return false;
 
@@ -164,30 +164,31 @@ bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, cons
     // lost.
     DDSSubscriber* const builtin = participant.get_builtin_subscriber();
     if (builtin == nullptr)
-        return QuixAgent_fail("get_builtin_subscriber error\n");
+        return agent.output().fail("get_builtin_subscriber error\n");
     if (builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME) == nullptr)
-        return QuixAgent_fail("lookup DCPSPublication error\n");
+        return agent.output().fail("lookup DCPSPublication error\n");
     if (builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME) == nullptr)
-        return QuixAgent_fail("lookup DCPSSubscription error\n");
+        return agent.output().fail("lookup DCPSSubscription error\n");
     return true;
 }
 
-void destroy(DDSDomainParticipantFactory& factory, DDSDomainParticipant& participant) {
+void destroy(const QuixAgent& agent, DDSDomainParticipantFactory& factory,
+             DDSDomainParticipant& participant) {
     DDS_ReturnCode_t result = participant.delete_contained_entities();
     if (result != DDS_RETCODE_OK)
-        QuixAgent_fail("delete_contained_entities error %d\n", result);
+        agent.output().fail("delete_contained_entities error %d\n", result);
     result = factory.delete_participant(&participant);
     if (result != DDS_RETCODE_OK)
-        QuixAgent_fail("delete_participant error %d\n", result);
+        agent.output().fail("delete_participant error %d\n", result);
 }
 
-DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
+DDSSubscriber* create_subscriber(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
                                  DDSDomainParticipant& participant) {
-    begin_step("Creating subscriber...");
+    begin_step(agent, "Creating subscriber...");
     DDS_SubscriberQos qos;
     const DDS_ReturnCode_t result = participant.get_default_subscriber_qos(qos);
     if (result != DDS_RETCODE_OK) {
-        QuixAgent_fail("get_default_subscriber_qos error %d\n", result);
+        agent.output().fail("get_default_subscriber_qos error %d\n", result);
         return nullptr;
     }
     if (request.subscriberPartitionCount > 0) {
@@ -196,13 +197,13 @@ DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
     }
     DDSSubscriber* const subscriber = participant.create_subscriber(qos, nullptr, DDS_STATUS_MASK_NONE);
     if (subscriber == nullptr) {
-        QuixAgent_fail("create_subscriber error\n");
+        agent.output().fail("create_subscriber error\n");
         return nullptr;
     }
     // A profile may say that entities are not enabled when they are created.
     const DDS_ReturnCode_t enabled = subscriber->enable();
     if (enabled != DDS_RETCODE_OK) {
-        QuixAgent_fail("QUIXAgent: Subscriber::enable error %d\n", enabled);
+        agent.output().fail("QUIXAgent: Subscriber::enable error %d\n", enabled);
         return nullptr;
     }
     return subscriber;
@@ -210,7 +211,7 @@ DDSSubscriber* create_subscriber(const QuixAgentParticipantRequest& request,
 
 } // namespace
 
-bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties) {
+bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties, QuixAgentOutput& output) {
     static constexpr char kPrefix[] = "kvo.monitor";
     bool removed = false;
     for (DDS_Long i = 0; i < properties.value.length();) {
@@ -221,8 +222,8 @@ bool removeMonitoringProperties(DDS_PropertyQosPolicy& properties) {
         else
             ++i;
     }
-    if (removed && theVerbosity >= 1)
-        std::puts("The usage of the monitoring library is not supported in this tool.");
+    if (removed)
+        output.fail("The usage of the monitoring library is not supported in this tool.\n");
     return true;
 }
 
@@ -238,11 +239,11 @@ DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
     if (!build_qos(agent, request, factory, profile, qos))
         return nullptr;
 
-    begin_step("Creating domain participant...");
+    begin_step(agent, "Creating domain participant...");
     DDSDomainParticipant* const participant =
         factory.create_participant(agent.domainId, qos, nullptr, DDS_STATUS_MASK_NONE);
     if (participant == nullptr) {
-        QuixAgent_fail("create_participant error\n");
+        agent.output().fail("create_participant error\n");
         return nullptr;
     }
     if (request.existing != nullptr)
@@ -251,11 +252,11 @@ DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
         return nullptr;
     const DDS_ReturnCode_t result = participant->enable();
     if (result != DDS_RETCODE_OK) {
-        QuixAgent_fail("QUIXAgent: DomainParticipant::enable error %d\n", result);
-        destroy(factory, *participant);
+        agent.output().fail("QUIXAgent: DomainParticipant::enable error %d\n", result);
+        destroy(agent, factory, *participant);
         return nullptr;
     }
-    *subscriber = create_subscriber(request, *participant);
+    *subscriber = create_subscriber(agent, request, *participant);
     return *subscriber != nullptr ? participant : nullptr;
 }
 

@@ -13,6 +13,7 @@
 #include "types/data/dynamic_sample.h"
 #include "types/documents/type_documents.h"
 #include "writer_stand_in.h"
+#include "xml/documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -141,11 +142,12 @@ void compare(const std::string& name, const TypeRef& type, const rtps::ByteBuffe
 
 int main(int argc, char** argv) {
     const int rounds = ferret::bench::rounds_of(argc, argv);
-    TypeDocuments documents;
+    meridian::xml::Documents documents;
+    TypesByName types;
     std::string error;
-    if (!documents.load("bench", kTypes, "", error))
+    if (!documents.add_text("bench", kTypes, error) || !make_types(documents, types, error))
         give_up(error);
-    compare("32-byte sample", documents.find("Small"), ferret::bench::small_sample(), 5000, rounds);
-    compare("Point cloud", documents.find("PointCloud"), point_cloud(2000), 10, rounds);
+    compare("32-byte sample", types["Small"], ferret::bench::small_sample(), 5000, rounds);
+    compare("Point cloud", types["PointCloud"], point_cloud(2000), 10, rounds);
     return 0;
 }

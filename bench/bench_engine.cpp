@@ -18,6 +18,7 @@
 #include "rtps/protocol/participant.h"
 #include "types/documents/type_documents.h"
 #include "writer_stand_in.h"
+#include "xml/documents.h"
 
 using namespace meridian;
 using namespace meridian::rtps;
@@ -237,16 +238,19 @@ int main(int argc, char** argv) {
     if (!test::enter_private_network(error))
         give_up(error.c_str());
 
-    types::TypeDocuments documents;
-    if (!documents.load("bench",
-                        "<types><struct name=\"Small\"><member name=\"seq\" type=\"uint32\"/>"
-                        "<member name=\"keyval\" type=\"uint32\" key=\"true\"/>"
-                        "<member name=\"baggage\" type=\"byte\" arrayDimensions=\"24\"/></struct></types>",
-                        "", error))
+    xml::Documents documents;
+    types::TypesByName types;
+    if (!documents.add_text(
+            "bench",
+            "<types><struct name=\"Small\"><member name=\"seq\" type=\"uint32\"/>"
+            "<member name=\"keyval\" type=\"uint32\" key=\"true\"/>"
+            "<member name=\"baggage\" type=\"byte\" arrayDimensions=\"24\"/></struct></types>",
+            error) ||
+        !types::make_types(documents, types, error))
         give_up(error.c_str());
 
     Domain domain;
-    DDSDynamicDataTypeSupport support(documents.find("Small").get(), DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT);
+    DDSDynamicDataTypeSupport support(types["Small"].get(), DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT);
     if (DynamicTypeTypeSupport::register_type(domain.participant(), "Opaque") != DDS_RETCODE_OK ||
         KeyedDynamicTypeTypeSupport::register_type(domain.participant(), "KeyedOpaque") != DDS_RETCODE_OK ||
         support.register_type(domain.participant(), "Small") != DDS_RETCODE_OK)

@@ -6,6 +6,9 @@
 The floor is `ddsperf sub`, the reader that comes with the publisher. Both share the machine's processors, so the rate is
 what the pair reaches; CPU seconds per million samples are what the reader alone costs. A ROW is a part of a row's name.
 Everything runs in a private network.
+
+The rows of topics have a fixed total rate, written in turn to so many topics by the test peer of the same build: what one
+sample costs the tool must not grow with the number of topics. Their floor is the row with the fewest topics.
 """
 
 import argparse
@@ -19,6 +22,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 PRIVATE_NETWORK = pathlib.Path(__file__).resolve().parent.parent / "tests/private-network.sh"
@@ -33,6 +37,9 @@ class Row:
     options: list  # of ferret; None: this is ddsperf sub
     to_file: bool = False
 
+
+TOPICS = (10, 1000)
+TOTAL_RATE = 5000  # samples per second, of all topics together
 
 ROWS = [
     Row("ddsperf sub", None),
@@ -112,6 +119,76 @@ def report(rows, outcomes):
               f"{sum(run.overwrote for run in runs):4} of {len(runs)} {statistics.median(run.cpu for run in runs):14.2f}")
 
 
+@dataclasses.dataclass
+class TopicsOutcome:
+    lost: int  # written and not reported
+    cpu: dict  # microseconds per sample and thread; "all" is their sum
+
+
+def nanoseconds_of_threads(process):
+    """CPU time by the names of the threads."""
+    used = collections.Counter()
+    for thread in pathlib.Path(f"/proc/{process.pid}/task").iterdir():
+        used[(thread / "comm").read_text().strip()] += int((thread / "schedstat").read_text().split()[0])
+    return used
+
+
+def measure_topics(topics, program, peer_program, seconds):
+    """One run: the discovery of the topics, and two samples of each, are over before the measurement begins."""
+    reader = subprocess.Popen([program], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                              text=True)
+    lines = []
+    collector = threading.Thread(target=lambda: lines.extend(reader.stdout))
+    collector.start()
+    peer = subprocess.Popen([peer_program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+
+    def do(command):
+        peer.stdin.write(command + "\n")
+        peer.stdin.flush()
+        for line in peer.stdout:
+            if line.startswith("error"):
+                sys.exit(f"{command}: {line}")
+            if line == "ok\n":
+                return
+
+    def wait_for_lines(count):
+        end = time.monotonic() + 20
+        while sum(" data " in line or "Modified" in line for line in lines) < count and time.monotonic() < end:
+            time.sleep(0.1)
+    try:
+        do("participant")
+        do(f"writer w{{i}} topic=T{{i}} type=unkeyed count={topics}")
+        for number in range(topics):
+            do(f"matched w{number} timeout=60")
+        do(f"write w{{i}} over={topics} count={2 * topics} rate={TOTAL_RATE}")
+        wait_for_lines(2 * topics)
+        before = nanoseconds_of_threads(reader)
+        count = seconds * TOTAL_RATE
+        do(f"write w{{i}} over={topics} count={count} rate={TOTAL_RATE} size=16")
+        time.sleep(0.3)  # until it has reported what it has
+        after = nanoseconds_of_threads(reader)
+    finally:
+        peer.kill()
+        peer.wait()
+        reader.send_signal(signal.SIGINT)
+        reader.wait()
+        collector.join()
+    reported = sum(int(line.split(",")[0]) for line in lines if "(Topic=" in line)
+    cpu = {name: (after[name] - before[name]) / count / 1000 for name in after}
+    return TopicsOutcome(2 * topics + count - reported, {"all": sum(cpu.values()), **cpu})
+
+
+def report_topics(outcomes):
+    """The ratio is that to the fewest topics of the same round."""
+    threads = sorted({name for runs in outcomes.values() for run in runs for name in run.cpu})
+    print(f"\n{f'at {TOTAL_RATE:,} samples/s in all':34} {'lost':>6} {'ratio':>6} "
+          + " ".join(f"{'us ' + name:>12}" for name in threads))
+    for topics, runs in outcomes.items():
+        ratio = statistics.median(run.cpu["all"] / floor.cpu["all"] for run, floor in zip(runs, outcomes[TOPICS[0]]))
+        print(f"{f'ferret, {topics:,} topics':34} {statistics.median(run.lost for run in runs):6.0f} {ratio:6.2f} "
+              + " ".join(f"{statistics.median(run.cpu.get(name, 0) for run in runs):12.2f}" for name in threads))
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("ferret")
@@ -124,15 +201,29 @@ def main():
         os.execv(PRIVATE_NETWORK, [str(PRIVATE_NETWORK), sys.executable, __file__, *sys.argv[1:]])
 
     program = str(pathlib.Path(arguments.ferret).resolve())
-    rows = [ROWS[0]] + [row for row in ROWS[1:]
-                        if not arguments.rows or any(part in row.name for part in arguments.rows)]
+
+    def wanted(name):
+        return not arguments.rows or any(part in name for part in arguments.rows)
+    rows = [ROWS[0]] + [row for row in ROWS[1:] if wanted(row.name)]
     outcomes = {row.name: [] for row in rows}
     with tempfile.TemporaryDirectory() as folder:
         # In turn, so that whatever else the machine does meets all alike.
-        for _ in range(arguments.repeat):
+        for _ in range(arguments.repeat if len(rows) > 1 else 0):
             for row in rows:
                 outcomes[row.name].append(measure(row, program, arguments.seconds, pathlib.Path(folder)))
-    report(rows, outcomes)
+    if len(rows) > 1:
+        report(rows, outcomes)
+
+    peer = pathlib.Path(program).parent / "tests/interop/peers/peer_cyclone"
+    if not any(wanted(f"{topics:,} topics") for topics in TOPICS):
+        return
+    if not peer.exists():
+        sys.exit(f"{peer} was not built: no rows of topics")
+    outcomes = {topics: [] for topics in TOPICS}
+    for _ in range(arguments.repeat):
+        for topics in TOPICS:
+            outcomes[topics].append(measure_topics(topics, program, str(peer), arguments.seconds))
+    report_topics(outcomes)
 
 
 if __name__ == "__main__":

@@ -1,7 +1,7 @@
 #include "quixspy/quixSpyAgent.h"
 
 #include <csignal>
-#include <cstdio>
+#include <cstring>
 #include <new>
 
 #include "meridian/builtin_topics.h"
@@ -27,7 +27,30 @@ void free_strings(char** strings, int32_t count) {
 
 } // namespace
 
-QuixSpyAgent::QuixSpyAgent(const char* programName) : QuixAgent(programName, 0) {
+void QuixSpyParticipantListNode::add_topic(QuixSpyDataListenerNode* node) {
+    const QuixSpyDataListener& listener = *node->listener;
+    dataListeners.append(node);
+    topicsByName.insert(node, topicsByName.hash(listener.topicName, listener.typeName));
+    topicsByType.insert(node, topicsByType.hash(listener.typeName, ""));
+}
+
+QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_topic(const char* topicName,
+                                                                const char* typeName) const {
+    return topicsByName.find(topicsByName.hash(topicName, typeName),
+                             [&](const QuixSpyDataListenerNode& node) {
+                                 return std::strcmp(node.listener->topicName, topicName) == 0 &&
+                                        std::strcmp(node.listener->typeName, typeName) == 0;
+                             });
+}
+
+QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_type(const char* typeName) const {
+    return topicsByType.find(topicsByType.hash(typeName, ""), [&](const QuixSpyDataListenerNode& node) {
+        return std::strcmp(node.listener->typeName, typeName) == 0;
+    });
+}
+
+QuixSpyAgent::QuixSpyAgent(const char* programName, QuixAgentOutput& output)
+    : QuixAgent(programName, 0, output) {
     domainTag = nullptr;
     participantIndex = -1;
 }
@@ -65,12 +88,14 @@ void QuixSpyAgent::delete_participant(QuixSpyParticipantListNode* node) {
         QUIXHeap_free(topic);
         topic = following;
     }
+    node->topicsByName.free();
+    node->topicsByType.free();
     lastRetcode = node->participant->delete_contained_entities();
     if (lastRetcode != DDS_RETCODE_OK)
-        std::printf("delete_contained_entities error %d\n", lastRetcode);
+        output().print("delete_contained_entities error %d\n", lastRetcode);
     lastRetcode = DDSDomainParticipantFactory::get_instance()->delete_participant(node->participant);
     if (lastRetcode != DDS_RETCODE_OK)
-        std::printf("delete_participant error %d\n", lastRetcode);
+        output().print("delete_participant error %d\n", lastRetcode);
     QUIXHeap_free(node);
 }
 
@@ -122,15 +147,15 @@ bool QuixSpyAgent::continue_execution() {
 bool QuixSpyAgent::create_semaphore() {
     _semaphore = QUIXSemaphore::create();
     if (_semaphore == nullptr)
-        return QuixAgent_fail("ferret fail creating semaphore\n");
-    return _semaphore->give() || QuixAgent_fail("ferret fail giving semaphore\n");
+        return output().fail("ferret fail creating semaphore\n");
+    return _semaphore->give() || output().fail("ferret fail giving semaphore\n");
 }
 
 bool QuixSpyAgent::create_participant() {
     _participantNode =
         QUIXHeap_allocateStructure<QuixSpyParticipantListNode>("struct QuixSpyParticipantListNode");
     if (_participantNode == nullptr)
-        return QuixAgent_fail("ferret: Error allocating _participantNode\n");
+        return output().fail("ferret: Error allocating _participantNode\n");
     _participantNode->participant = createDomainParticipant(
         _participantPartitionCount, const_cast<const char**>(_participantPartitions),
         _subscriberPartitionCount, const_cast<const char**>(_subscriberPartitions), _discoveryPluginsSet,
@@ -143,29 +168,29 @@ bool QuixSpyAgent::create_participant() {
 
 bool QuixSpyAgent::initialize_spy() {
     if (theVerbosity >= 3)
-        std::puts("Initializing spy application...");
+        output().put("Initializing spy application...\n");
     if (!create_semaphore() || !create_participant())
         return false;
 
     DDSSubscriber* const builtin = _participantNode->participant->get_builtin_subscriber();
     if (builtin == nullptr)
-        return QuixAgent_fail("get_builtin_subscriber error\n");
+        return output().fail("get_builtin_subscriber error\n");
     auto* const publications = DDSPublicationBuiltinTopicDataDataReader::narrow(
         builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME));
     if (publications == nullptr)
-        return QuixAgent_fail("lookup DCPSPublication error\n");
+        return output().fail("lookup DCPSPublication error\n");
     auto* const subscriptions = DDSSubscriptionBuiltinTopicDataDataReader::narrow(
         builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME));
     if (subscriptions == nullptr)
-        return QuixAgent_fail("lookup DCPSSubscription error\n");
+        return output().fail("lookup DCPSSubscription error\n");
 
-    // Before the line that tells of CTRL+C: whoever acts on it at once gets the statistics too.
+    // Before the line that tells of CTRL+C, so that pressing it at once gives the statistics too.
     QUIXSPY_INTERRUPTED = false;
     std::signal(SIGINT, stopHandler);
     if (theVerbosity >= 1) {
-        std::puts(_quietStart ? "ferret is listening for data.\n"
-                              : "ferret is listening for data, press CTRL+C to stop it.\n");
-        std::fflush(stdout);
+        output().put(_quietStart ? "ferret is listening for data.\n\n"
+                                 : "ferret is listening for data, press CTRL+C to stop it.\n\n");
+        output().flush();
     }
     _discoveryListener = new (std::nothrow)
         QuixSpyDiscoveryListener(this, publications, subscriptions, _showHandle, _showSampleIdentity,
@@ -180,40 +205,40 @@ bool QuixSpyAgent::watch(DDSDataReader& publications, DDSDataReader& subscriptio
     _subscriptionCondition = subscriptions.get_statuscondition();
     _publicationCondition = publications.get_statuscondition();
     if (_subscriptionCondition == nullptr || _publicationCondition == nullptr)
-        return QuixAgent_fail("ferret fail to create status condition\n");
+        return output().fail("ferret fail to create status condition\n");
     for (DDSStatusCondition* const condition : {_subscriptionCondition, _publicationCondition}) {
         if (condition->set_enabled_statuses(DDS_DATA_AVAILABLE_STATUS) != DDS_RETCODE_OK)
-            return QuixAgent_fail("ferret fail to set statuses\n");
+            return output().fail("ferret fail to set statuses\n");
     }
     for (DDSStatusCondition* const condition : {_subscriptionCondition, _publicationCondition}) {
         if (_waitSet->attach_condition(condition) != DDS_RETCODE_OK)
-            return QuixAgent_fail("ferret fail to attach condition\n");
+            return output().fail("ferret fail to attach condition\n");
     }
     return true;
 }
 
 void QuixSpyAgent::print_statistics() {
-    const QuixSpyOutputLock lock; // samples may still be coming
-    std::puts("\n\n---- Statistics ----");
+    output().put("\n\n---- Statistics ----\n");
     if (_discoveryListener != nullptr) {
-        std::printf("Discovered %u DataWriters and %u DataReaders\n", _discoveryListener->discoveredWriters,
-                    _discoveryListener->discoveredReaders);
+        output().print("Discovered %u DataWriters and %u DataReaders\n",
+                       _discoveryListener->discoveredWriters, _discoveryListener->discoveredReaders);
     }
     for (const auto* node = _participantList.head(); node != nullptr;
          node = QuixSpyList<QuixSpyParticipantListNode>::next(node)) {
         if (node->dataListeners.head() != nullptr)
-            std::puts("Received samples (Data, Dispose, NoWriters):");
+            output().put("Received samples (Data, Dispose, NoWriters):\n");
         for (const auto* topic = node->dataListeners.head(); topic != nullptr;
              topic = QuixSpyList<QuixSpyDataListenerNode>::next(topic)) {
             if (topic->listener == nullptr)
                 continue;
             const QuixSpyDataListener& listener = *topic->listener;
-            std::printf("\t%llu, %llu, %llu \t(Topic=\"%s\"  Type=\"%s\")\n",
-                        static_cast<unsigned long long>(listener.dataSampleCount.load()),
-                        static_cast<unsigned long long>(listener.disposeSampleCount.load()),
-                        static_cast<unsigned long long>(listener.noWritersSampleCount.load()),
-                        listener.topicName, listener.typeName);
+            output().print("\t%llu, %llu, %llu \t(Topic=\"%s\"  Type=\"%s\")\n",
+                           static_cast<unsigned long long>(listener.dataSampleCount.load()),
+                           static_cast<unsigned long long>(listener.disposeSampleCount.load()),
+                           static_cast<unsigned long long>(listener.noWritersSampleCount.load()),
+                           listener.topicName, listener.typeName);
         }
     }
-    std::puts("\n");
+    output().put("\n\n");
+    output().flush();
 }

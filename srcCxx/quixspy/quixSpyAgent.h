@@ -12,6 +12,7 @@
 #include "meridian/type_code.h"
 #include "quixspy/quixSpyEndpointInfo.h"
 #include "quixspy/quixSpyHelpers.h"
+#include "quixspy/quixSpyIndex.h"
 #include "quixspy/quixSpyList.h"
 
 class DDSDynamicDataTypeSupport;
@@ -31,6 +32,8 @@ void stopHandler(int signal);
 struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     QuixSpyDataListener* listener;
     DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
+    QuixSpyIndexLink<QuixSpyDataListenerNode> byName;
+    QuixSpyIndexLink<QuixSpyDataListenerNode> byType;
 };
 
 /// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. A
@@ -38,7 +41,16 @@ struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
 struct QuixSpyParticipantListNode : QuixSpyListLink<QuixSpyParticipantListNode> {
     DDSDomainParticipant* participant;
     DDSSubscriber* subscriber;
-    QuixSpyList<QuixSpyDataListenerNode> dataListeners;
+    QuixSpyList<QuixSpyDataListenerNode> dataListeners; // nodes with a listener are found by the indexes too
+    mutable QuixSpyIndex<QuixSpyDataListenerNode, &QuixSpyDataListenerNode::byName> topicsByName;
+    mutable QuixSpyIndex<QuixSpyDataListenerNode, &QuixSpyDataListenerNode::byType> topicsByType;
+
+    /// Appends a node, which has its listener.
+    void add_topic(QuixSpyDataListenerNode* node);
+    /// The topic of these names; null when it is not watched.
+    QuixSpyDataListenerNode* find_topic(const char* topicName, const char* typeName) const;
+    /// A topic of this type; null without one.
+    QuixSpyDataListenerNode* find_type(const char* typeName) const;
 };
 
 class QuixSpyAgent : public QuixAgent {
@@ -46,13 +58,14 @@ class QuixSpyAgent : public QuixAgent {
     static constexpr int kMaxPatterns = 512;
     static constexpr int kMaxPartitions = 256;
 
-    explicit QuixSpyAgent(const char* programName);
+    QuixSpyAgent(const char* programName, QuixAgentOutput& output);
     /// Deletes listeners, then the participants with what they contain. Failures are printed at any
     /// verbosity.
     ~QuixSpyAgent() override;
 
     void print_usage() override;
     void print_command_summary() override;
+    void print_hidden_usage() override;
     int parse_argument(int* index, const char** argv, int argc) override;
     bool run() override;
     /// Waits up to a second for discovery events and reports them. False after the time-out or an interrupt.

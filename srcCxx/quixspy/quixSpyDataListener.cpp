@@ -1,7 +1,5 @@
 #include "quixspy/quixSpyDataListener.h"
 
-#include <cstdio>
-
 #include "agent/QuixAgent.h"
 #include "meridian/data_reader.h"
 #include "meridian/dynamic_data_type_support.h"
@@ -14,16 +12,6 @@
 namespace {
 
 constexpr DDS_Duration_t kOutputWait{3, 0};
-
-void say(const char* text) {
-    if (theVerbosity >= 1)
-        std::puts(text);
-}
-
-void say_result(const char* format, DDS_ReturnCode_t result) {
-    if (theVerbosity >= 1)
-        std::printf(format, result);
-}
 
 const char* topic_of(DDSDataReader* reader) {
     DDSTopicDescription* const topic = reader != nullptr ? reader->get_topicdescription() : nullptr;
@@ -43,7 +31,9 @@ QuixSpyDataListener::QuixSpyDataListener(const char* topic, const char* type, DD
       typeName(DDS_String_dup(type)),
       typeCode_(code),
       settings_(settings),
-      topicField_(QUIXSpy_formatTopicField(topic, settings.topicWidth, type, settings.typeWidth)) {}
+      output_(*settings.output),
+      topicField_(QUIXSpy_formatTopicField(topic, settings.topicWidth, type, settings.typeWidth)),
+      writerList_(output_) {}
 
 QuixSpyDataListener::~QuixSpyDataListener() {
     detach(); // callbacks use the members below
@@ -82,7 +72,7 @@ const QuixSpyEndpointInfo& QuixSpyDataListener::writer_of(const DDS_SampleInfo& 
     const std::lock_guard<std::mutex> lock(writersMutex_);
     lastWriterVersion_ = writerListVersion_;
     const QuixSpyEndpointInfoNode* const known = writerList_.find_node(guid);
-    if (known != nullptr && !lastWriter_.copy_from(known->info))
+    if (known != nullptr && !lastWriter_.copy_from(known->info, output_))
         lastWriterVersion_ = 0; // the next sample tries again
     return lastWriter_;
 }
@@ -100,17 +90,17 @@ void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
             report_samples<DynamicTypeDataReader, DynamicTypeSeq>(
                 static_cast<DynamicTypeDataReader*>(reader));
     } else {
-        // Who holds it may have been stuck in a terminal that was stopped: what it left behind is given too.
-        say("quixpy error taking semaphore");
+        // The holder may be waiting for a terminal that was stopped: what it left behind is given too.
+        output_.fail("quixpy error taking semaphore\n");
     }
     if (!semaphore.give())
-        say("ferret fail giving semaphore");
+        output_.fail("ferret fail giving semaphore\n");
 }
 
 template <typename Reader, typename Sequence>
 void QuixSpyDataListener::report_samples(Reader* reader) {
     if (reader == nullptr) {
-        say("DataReader narrow error");
+        output_.fail("DataReader narrow error\n");
         return;
     }
     Sequence samples;
@@ -120,15 +110,15 @@ void QuixSpyDataListener::report_samples(Reader* reader) {
     if (taken == DDS_RETCODE_NO_DATA)
         return;
     if (taken != DDS_RETCODE_OK) {
-        say_result("take error %d\n", taken);
+        output_.fail("take error %d\n", taken);
         return;
     }
     for (DDS_Long i = 0; i < infos.length(); ++i)
-        print_user_data(infos[i], infos[i].valid_data ? &samples[i] : nullptr);
+        report(infos[i], infos[i].valid_data ? &samples[i] : nullptr);
     const DDS_ReturnCode_t returned = reader->return_loan(samples, infos);
     if (returned != DDS_RETCODE_OK)
-        say_result("return loan error %d\n", returned);
-    std::fflush(stdout);
+        output_.fail("return loan error %d\n", returned);
+    output_.flush();
 }
 
 void QuixSpyDataListener::count(const DDS_SampleInfo& info) {
@@ -141,18 +131,26 @@ void QuixSpyDataListener::count(const DDS_SampleInfo& info) {
 }
 
 void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info, const void* sample) {
+    report(info, sample);
+    output_.flush();
+}
+
+/// A line stands on a terminal as soon as it is complete. Elsewhere the lines of samples that were taken
+/// together go out together.
+void QuixSpyDataListener::report(const DDS_SampleInfo& info, const void* sample) {
     const QuixSpyEndpointInfo& writer = writer_of(info);
     count(info);
     line_.clear();
     QUIXSpy_formatSampleLine(line_, settings_.fields, topicField_, info, writer);
     print_sample(info, sample);
     line_ += '\n';
-    write_line();
-    std::fflush(stdout);
+    put_line();
+    if (output_.is_terminal())
+        output_.flush();
 }
 
-void QuixSpyDataListener::write_line() {
-    std::fwrite(line_.data(), 1, line_.size(), stdout);
+void QuixSpyDataListener::put_line() {
+    output_.put(line_);
     line_.clear();
 }
 
@@ -168,7 +166,7 @@ void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* s
 bool QuixSpyDataListener::print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode,
                                        int32_t indent) {
     line_ += '\n';
-    return QuixSpyRawPrinter(line_, stdout).print_sample(sample, typeCode, indent);
+    return QuixSpyRawPrinter(line_, &output_).print_sample(sample, typeCode, indent);
 }
 
 bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t indent) {
@@ -184,11 +182,9 @@ bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t in
 
 bool QuixSpyDataListener::print_plain(const DDS_DynamicData& sample, int32_t indent) {
     line_ += '\n';
-    write_line(); // the middleware writes to the stream itself
-    const DDS_ReturnCode_t result = sample.print(stdout, indent);
-    if (result != DDS_RETCODE_OK)
-        say_result("print failed with retCode %d\n", result);
-    return result == DDS_RETCODE_OK;
+    put_line(); // the middleware writes to the stream itself
+    const DDS_ReturnCode_t result = sample.print(output_.stream(), indent);
+    return result == DDS_RETCODE_OK || output_.fail("print failed with retCode %d\n", result);
 }
 
 bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
@@ -201,17 +197,15 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
         DDS_String_free(printBuffer_);
         printBuffer_ = DDS_String_alloc(length);
         if (printBuffer_ == nullptr) {
-            write_line(); // what is said stands behind the fields of the line
-            say("Error allocating string for printing sample.");
-            return false;
+            put_line(); // what is said stands behind the fields of the line
+            return output_.fail("Error allocating string for printing sample.\n");
         }
     }
     if (result == DDS_RETCODE_OK)
         result = sample.to_string(printBuffer_, length, format);
     if (result != DDS_RETCODE_OK) {
-        write_line();
-        say_result("to_string failed with retCode %d\n", result);
-        return false;
+        put_line();
+        return output_.fail("to_string failed with retCode %d\n", result);
     }
     line_ += " sample=";
     line_ += printBuffer_;
@@ -220,43 +214,34 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
 
 void QuixSpyDataListener::on_requested_deadline_missed(DDSDataReader* reader,
                                                        const DDS_RequestedDeadlineMissedStatus& status) {
-    if (theVerbosity < 1)
-        return;
     if (const char* const topic = topic_of(reader))
-        std::printf("ferret: Deadline number %6.6d missed for Topic \"%s\".\n", status.total_count, topic);
+        output_.fail("ferret: Deadline number %6.6d missed for Topic \"%s\".\n", status.total_count, topic);
     else
-        std::printf("ferret: Deadline number %6.6d missed.\n", status.total_count);
-    std::fflush(stdout);
+        output_.fail("ferret: Deadline number %6.6d missed.\n", status.total_count);
 }
 
 void QuixSpyDataListener::on_requested_incompatible_qos(DDSDataReader* reader,
                                                         const DDS_RequestedIncompatibleQosStatus& status) {
-    if (theVerbosity < 1)
-        return;
-    const QuixSpyOutputLock lock;
     if (status.policies.length() == 1) {
-        // Other single policies are not spoken of here; the logger names them.
+        // Other single policies are not printed here; the logger names them.
         if (status.policies[0].policy_id != DDS_DEADLINE_QOS_POLICY_ID)
             return;
-        if (const char* const topic = topic_of(reader))
-            std::printf("ferret: Matched Topic \"%s\" has incompatible deadline QoS.\n", topic);
-        else
-            std::puts("ferret: Matched Topic has incompatible deadline QoS.");
-        std::puts("ferret: ... will not receive updates from it");
+        const char* const topic = topic_of(reader);
+        const std::string name = topic != nullptr ? " \"" + std::string(topic) + "\"" : "";
+        output_.fail(
+            "ferret: Matched Topic%s has incompatible deadline QoS.\n"
+            "ferret: ... will not receive updates from it\n",
+            name.c_str());
     } else {
-        std::printf("ferret: Matched topic has incompatible QoS policies: [ ");
+        std::string policies;
         for (DDS_Long i = 0; i < status.policies.length(); ++i)
-            std::printf("%d, ", status.policies[i].policy_id);
-        std::puts("];");
+            policies += std::to_string(status.policies[i].policy_id) + ", ";
+        output_.fail("ferret: Matched topic has incompatible QoS policies: [ %s];\n", policies.c_str());
     }
-    std::fflush(stdout);
 }
 
 void QuixSpyDataListener::on_subscription_matched(DDSDataReader*,
                                                   const DDS_SubscriptionMatchedStatus& status) {
-    if (theVerbosity < 2)
-        return;
-    std::printf("ferret: Matched DataWriters change (%d). Matched DataWriter tally is: %d\n",
-                status.current_count_change, status.current_count);
-    std::fflush(stdout);
+    output_.progress("ferret: Matched DataWriters change (%d). Matched DataWriter tally is: %d\n",
+                     status.current_count_change, status.current_count);
 }

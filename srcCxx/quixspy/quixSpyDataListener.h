@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "agent/QuixAgentOutput.h"
 #include "meridian/dynamic_data.h"
 #include "meridian/listener.h"
 #include "meridian/sample_info.h"
@@ -28,6 +29,7 @@ struct QuixSpyDataListenerSettings {
     bool useDynamicData = false;              // the reader delivers DDS_DynamicData, not opaque samples
     float deadline = -1.0F;                   // seconds; -1: none
     QUIXSemaphore* outputSemaphore = nullptr; // not owned; one for all listeners, so that lines do not mix
+    QuixAgentOutput* output = nullptr;        // not owned; not null
 };
 
 /// Callbacks run on the middleware's delivery threads; record_writer and the reading of counters and names on
@@ -79,12 +81,14 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     bool print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode, int32_t indent);
     bool print_plain(const DDS_DynamicData& sample, int32_t indent);
     bool print_compact(const DDS_DynamicData& sample);
-    void write_line();
+    void put_line();
+    void report(const DDS_SampleInfo& info, const void* sample);
     void count(const DDS_SampleInfo& info);
     const QuixSpyEndpointInfo& writer_of(const DDS_SampleInfo& info);
 
     DDS_TypeCode* const typeCode_; // owned, may be null
     const QuixSpyDataListenerSettings settings_;
+    QuixAgentOutput& output_;
     const std::string topicField_;
     std::string line_;            // the line being made; its memory is used again
     char* printBuffer_ = nullptr; // owned (DDS_String): text of contents in the compact form

@@ -1,7 +1,5 @@
 #include "quixspy/quixSpyDiscoveryListener.h"
 
-#include <cstdio>
-
 #include "quixspy/quixSpyAgent.h"
 
 QuixSpyDiscoveryListener::QuixSpyDiscoveryListener(
@@ -17,6 +15,7 @@ QuixSpyDiscoveryListener::QuixSpyDiscoveryListener(
       _typeWidth(typeWidth),
       _topicWidth(topicWidth),
       _printSample(printSample),
+      _registry(agent->output()),
       _showPartition(showPartition) {}
 
 void QuixSpyDiscoveryListener::on_data_available(DDSDataReader* reader) {
@@ -25,7 +24,7 @@ void QuixSpyDiscoveryListener::on_data_available(DDSDataReader* reader) {
     else if (reader != nullptr && reader == subscription_reader_)
         report_available(*subscription_reader_, false);
     else
-        QuixAgent_fail("unidentified reader for DiscoveryListener\n");
+        agent_->output().fail("unidentified reader for DiscoveryListener\n");
 }
 
 template <typename Data>
@@ -37,7 +36,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
     if (result == DDS_RETCODE_NO_DATA)
         return;
     if (result != DDS_RETCODE_OK) {
-        QuixAgent_fail("take error %d\n", result);
+        agent_->output().fail("take error %d\n", result);
         return;
     }
     for (DDS_Long i = 0; i < samples.length(); ++i) {
@@ -46,7 +45,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
         Data holder;
         result = reader.get_key_value(holder, info.instance_handle);
         if (result != DDS_RETCODE_OK) {
-            QuixAgent_fail("get_key_value error %d\n", result);
+            agent_->output().fail("get_key_value error %d\n", result);
             continue;
         }
         const DDS_UnsignedLong* const key = holder.key.value;
@@ -55,7 +54,7 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
         DDS_ParticipantBuiltinTopicData participant;
         result = reader.get_matched_publication_participant_data(participant, info.instance_handle);
         if (result != DDS_RETCODE_OK) {
-            QuixAgent_fail("get_matched_publication_participant_data error %d\n", result);
+            agent_->output().fail("get_matched_publication_participant_data error %d\n", result);
             return;
         }
         report_and_notify_agent(sample.topic_name, sample.type_name, sample.ownership.kind,
@@ -68,11 +67,11 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
     }
     result = reader.return_loan(samples, infos);
     if (result != DDS_RETCODE_OK)
-        QuixAgent_fail("return loan error %d\n", result);
-    std::fflush(stdout);
+        agent_->output().fail("return loan error %d\n", result);
+    agent_->output().flush();
 }
 
-bool QuixSpyDiscoveryListener::checkIsKeyedTopic(const RtpsGuid& guid) {
+bool QuixSpyDiscoveryListener::checkIsKeyedTopic(const RtpsGuid& guid) const {
     // Entity kinds of DDSI-RTPS 2.5, 9.3.1.2. The two top bits (builtin, vendor-specific) do not matter for
     // the key.
     switch (guid.entityId & 0x3fU) {
@@ -89,7 +88,7 @@ bool QuixSpyDiscoveryListener::checkIsKeyedTopic(const RtpsGuid& guid) {
         case 0x3c:
             return false;
         default:
-            QuixAgent_fail("Unknown writer\n");
+            agent_->output().fail("Unknown writer\n");
             return true;
     }
 }

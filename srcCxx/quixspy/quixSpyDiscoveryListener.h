@@ -26,7 +26,7 @@ class QuixSpyDiscoveryListener : public DDSDataReaderListener {
 
     /// Whether an endpoint of this entity kind has a topic with a key. True, with a message, for unknown
     /// kinds.
-    static bool checkIsKeyedTopic(const RtpsGuid& guid);
+    bool checkIsKeyedTopic(const RtpsGuid& guid) const;
 
     /// Tells the agent of a publication, updates the registry and prints the line. For a sample without valid
     /// data only isWriter, guid and info count. True when a line for valid data was due.

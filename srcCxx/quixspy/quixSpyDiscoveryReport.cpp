@@ -1,13 +1,15 @@
 // The report of one discovery event: address, registry, agent and line.
 
+#include <cstdarg>
 #include <cstdio>
-#include <cstring>
+#include <string>
 
 #include "agent/QuixAgent.h"
 #include "meridian/domain_participant.h"
 #include "meridian/subscriber.h"
 #include "quixspy/quixSpyAgent.h"
 #include "quixspy/quixSpyDiscoveryListener.h"
+#include "quixspy/quixSpySampleLine.h"
 
 namespace {
 
@@ -41,6 +43,20 @@ DDS_InstanceHandle_t participant_handle(const RtpsGuid& endpoint) {
     return handle;
 }
 
+/// Short texts only.
+__attribute__((format(printf, 2, 3))) void append(std::string& line, const char* format, ...) {
+    char text[128];
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    line += text;
+}
+
+void append_field(std::string& line, const char* field, const char* text) {
+    line.append(field).append("=\"").append(text).append("\"");
+}
+
 } // namespace
 
 bool QuixSpyDiscoveryListenerHelper_getIpv4Address(char (&out)[QUIXSPY_IP_SIZE],
@@ -62,12 +78,12 @@ void QuixSpyDiscoveryListener::getIpv4Address(char (&out)[QUIXSPY_IP_SIZE], cons
         return;
     DDSSubscriber* const subscriber = subscription_reader_->get_subscriber();
     if (subscriber == nullptr) {
-        QuixAgent_fail("ferret: Error getting Subscriber\n");
+        agent_->output().fail("ferret: Error getting Subscriber\n");
         return;
     }
     DDSDomainParticipant* const participant = subscriber->get_participant();
     if (participant == nullptr) {
-        QuixAgent_fail("ferret: Error getting DomainParticipant\n");
+        agent_->output().fail("ferret: Error getting DomainParticipant\n");
         return;
     }
     DDS_ParticipantBuiltinTopicData data;
@@ -89,7 +105,7 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
         QuixSpyEndpointInfoNode* const known = _registry.find_node(guid);
         if (known == nullptr)
             return false;
-        record.copy_from(known->info);
+        record.copy_from(known->info, agent_->output());
         if (!RtpsGuid_isUnknown(record.guid)) {
             print_discovery_data(record, isWriter, info);
             if (QuixSpyEndpointInfoNode* const gone = _registry.find_node(guid))
@@ -105,11 +121,11 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     }
     if (!_registry.assert_node(record, guid, ip, topicName, typeName, entityName, endpointPartitions,
                                participantPartitions)) {
-        return QuixAgent_fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
-                              topicName);
+        return agent_->output().fail(
+            "ferret: Failed to add entity for topic '%s' to internal endpoint list).\n", topicName);
     }
     if (RtpsGuid_isUnknown(record.guid)) {
-        return QuixAgent_fail(
+        return agent_->output().fail(
             "ferret: Failed to print writer/reader (could not find entity with topic '%s' to internal "
             "endpoint list).\n",
             topicName);
@@ -122,33 +138,33 @@ void QuixSpyDiscoveryListener::print_discovery_data(const QuixSpyEndpointInfo& r
                                                     const DDS_SampleInfo& info) {
     if (!agent_->_printDiscovery)
         return;
-    const QuixSpyOutputLock lock; // lines of samples come from other threads
     const char* const kind = isWriter ? "writer" : "reader";
     const bool is_alive = info.instance_state == DDS_ALIVE_INSTANCE_STATE;
 
-    QUIXSpy_printTimestamp(info.source_timestamp);
+    std::string line;
+    QUIXSpy_printTimestamp(line, info.source_timestamp);
     if (is_alive && info.view_state == DDS_NEW_VIEW_STATE)
-        std::printf(" New %s       ", kind);
+        append(line, " New %s       ", kind);
     else if (is_alive && info.view_state == DDS_NOT_NEW_VIEW_STATE)
-        std::printf(" Updated %s   ", kind);
+        append(line, " Updated %s   ", kind);
     else
-        std::printf(" Deleted %s   ", kind);
-    std::printf(" from %-*.*s:", 16, 16, record.ip);
-    std::printf(" topic=\"%.*s\" type=\"%.*s\"", _topicWidth,
-                record.topicName != nullptr ? record.topicName : "", _typeWidth,
-                record.typeName != nullptr ? record.typeName : "");
+        append(line, " Deleted %s   ", kind);
+    append(line, " from %-*.*s:", 16, 16, record.ip);
+    line += QUIXSpy_formatTopicField(record.topicName != nullptr ? record.topicName : "", _topicWidth,
+                                     record.typeName != nullptr ? record.typeName : "", _typeWidth);
     if (_showHandle) {
-        std::printf(" guid=\"0x%08X,0x%08X,0x%08X:0x%08X\"", record.guid.hostId, record.guid.appId,
-                    record.guid.instanceId, record.guid.entityId);
+        append(line, " guid=\"0x%08X,0x%08X,0x%08X:0x%08X\"", record.guid.hostId, record.guid.appId,
+               record.guid.instanceId, record.guid.entityId);
     }
     if (record.name != nullptr)
-        std::printf(" name=\"%s\"", record.name);
+        append_field(line, " name", record.name);
     if (_showPartition) {
         if (record.participantPartition != nullptr)
-            std::printf(" DP partition=\"%s\"", record.participantPartition);
+            append_field(line, " DP partition", record.participantPartition);
         if (record.endpointPartition != nullptr)
-            std::printf("%s partition=\"%s\"", isWriter ? " S " : " P ", record.endpointPartition);
+            append_field(line, isWriter ? " S  partition" : " P  partition", record.endpointPartition);
     }
-    std::printf("\n");
-    std::fflush(stdout);
+    line += '\n';
+    agent_->output().put(line);
+    agent_->output().flush();
 }

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "agent/QuixAgent.h"
+#include "agent/QuixAgentOutput.h"
 #include "meridian/heap.h"
 #include "meridian/string.h"
 
@@ -33,7 +33,8 @@ const char* or_empty(const char* text) {
     return text != nullptr ? text : "";
 }
 
-bool store_name(QuixSpyEndpointInfo& info, const DDS_EntityNameQosPolicy& entity_name) {
+bool store_name(QuixAgentOutput& output, QuixSpyEndpointInfo& info,
+                const DDS_EntityNameQosPolicy& entity_name) {
     const char* const role = entity_name.role_name;
     const char* const name = entity_name.name;
     if (role == nullptr || name == nullptr) {
@@ -45,14 +46,14 @@ bool store_name(QuixSpyEndpointInfo& info, const DDS_EntityNameQosPolicy& entity
         if (info.name != nullptr && std::snprintf(info.name, length + 1, "%s:%s", role, name) >= 0)
             return true;
     }
-    return QuixAgent_fail("ferret: Failed to allocate memory for name '%s:%s'\n", or_empty(role),
-                          or_empty(name));
+    return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", or_empty(role),
+                       or_empty(name));
 }
 
-bool store_partitions(char*& field, const DDS_StringSeq& names) {
+bool store_partitions(QuixAgentOutput& output, char*& field, const DDS_StringSeq& names) {
     for (DDS_Long i = 0; i < names.length(); ++i) {
         if ((i > 0 && !DDS_String_append(&field, ",")) || !DDS_String_append(&field, or_empty(names[i])))
-            return QuixAgent_fail("ferret: Failed to allocate memory for partitions\n");
+            return output.fail("ferret: Failed to allocate memory for partitions\n");
     }
     return true;
 }
@@ -76,40 +77,39 @@ void QuixSpyEndpointInfo::finalize() {
     std::memset(ip, 0, sizeof ip);
 }
 
-bool QuixSpyEndpointInfo::copy_from(const QuixSpyEndpointInfo& source) {
+bool QuixSpyEndpointInfo::copy_from(const QuixSpyEndpointInfo& source, QuixAgentOutput& output) {
     clear(*this, source.guid);
     if (!copy_ip(*this, source.ip))
-        return QuixAgent_fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
+        return output.fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
     if (!duplicate(topicName, source.topicName))
-        return QuixAgent_fail("ferret: Failed to allocate memory for topicName '%s'\n", source.topicName);
+        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n", source.topicName);
     if (!duplicate(typeName, source.typeName))
-        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n", source.typeName);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n", source.typeName);
     if (!duplicate(name, source.name))
-        return QuixAgent_fail("ferret: Failed to allocate memory for name '%s:%s'\n", "", source.name);
+        return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", "", source.name);
     if (!duplicate(participantPartition, source.participantPartition))
-        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                              source.participantPartition);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
+                           source.participantPartition);
     if (!duplicate(endpointPartition, source.endpointPartition))
-        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                              source.endpointPartition);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n", source.endpointPartition);
     return true;
 }
 
 namespace {
 
-bool fill(QuixSpyEndpointInfo& info, const RtpsGuid& guid, const char* ip, const char* topic_name,
-          const char* type_name, const DDS_EntityNameQosPolicy& entity_name,
+bool fill(QuixAgentOutput& output, QuixSpyEndpointInfo& info, const RtpsGuid& guid, const char* ip,
+          const char* topic_name, const char* type_name, const DDS_EntityNameQosPolicy& entity_name,
           const DDS_StringSeq& endpoint_partitions, const DDS_StringSeq& participant_partitions) {
     clear(info, guid);
     if (!copy_ip(info, ip))
-        return QuixAgent_fail("ferret: Failed to copy IP '%s'\n", ip);
+        return output.fail("ferret: Failed to copy IP '%s'\n", ip);
     if (!duplicate(info.topicName, topic_name))
-        return QuixAgent_fail("ferret: Failed to allocate memory for topicName '%s'\n", topic_name);
+        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n", topic_name);
     if (!duplicate(info.typeName, type_name))
-        return QuixAgent_fail("ferret: Failed to allocate memory for typeName '%s'\n", type_name);
-    return store_name(info, entity_name) &&
-           store_partitions(info.participantPartition, participant_partitions) &&
-           store_partitions(info.endpointPartition, endpoint_partitions);
+        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n", type_name);
+    return store_name(output, info, entity_name) &&
+           store_partitions(output, info.participantPartition, participant_partitions) &&
+           store_partitions(output, info.endpointPartition, endpoint_partitions);
 }
 
 void free_node(QuixSpyEndpointInfoNode* node) {
@@ -125,13 +125,13 @@ QuixSpyEndpointInfoList::~QuixSpyEndpointInfoList() {
         free_node(node);
         node = following;
     }
+    byGuid_.free();
 }
 
 QuixSpyEndpointInfoNode* QuixSpyEndpointInfoList::find_node(const RtpsGuid& guid) const {
-    QuixSpyEndpointInfoNode* node = head();
-    while (node != nullptr && !RtpsGuid_equals(node->info.guid, guid))
-        node = next(node);
-    return node;
+    return byGuid_.find(byGuid_.hash(&guid, sizeof guid), [&guid](const QuixSpyEndpointInfoNode& node) {
+        return RtpsGuid_equals(node.info.guid, guid);
+    });
 }
 
 bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGuid& guid, const char* ip,
@@ -144,23 +144,30 @@ bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGu
     if (is_new) {
         node = QUIXHeap_allocateStructure<QuixSpyEndpointInfoNode>("struct QuixSpyEndpointInfoNode");
         if (node == nullptr)
-            return QuixAgent_fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
+            return output_.fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
     } else {
         node->info.finalize();
     }
     // What could be stored counts, so the result is not looked at; the GUID alone decides.
-    fill(node->info, guid, ip, topicName, typeName, entityName, endpointPartitions, participantPartitions);
+    fill(output_, node->info, guid, ip, topicName, typeName, entityName, endpointPartitions,
+         participantPartitions);
     if (RtpsGuid_isUnknown(node->info.guid)) {
         free_node(node);
-        return QuixAgent_fail("ferret: Error initializing QuixSpyEndpointInfo\n");
+        return output_.fail("ferret: Error initializing QuixSpyEndpointInfo\n");
     }
-    if (is_new)
+    if (is_new) {
+        if (!byGuid_.insert(node, byGuid_.hash(&guid, sizeof guid))) {
+            free_node(node);
+            return output_.fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
+        }
         append(node);
-    out.copy_from(node->info);
+    }
+    out.copy_from(node->info, output_);
     return true;
 }
 
 void QuixSpyEndpointInfoList::remove_node(QuixSpyEndpointInfoNode* node) {
+    byGuid_.remove(node);
     unlink(node);
     free_node(node);
 }

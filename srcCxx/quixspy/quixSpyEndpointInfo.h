@@ -1,13 +1,15 @@
 #pragma once
 
 // The registry of remote endpoints: what is known of each writer and reader, by GUID, in the order in which
-// they were first seen. No lock of its own: one thread at a time. Look-ups are linear. Queries hand out deep
-// copies.
+// they were first seen. No lock of its own: one thread at a time. Queries hand out deep copies.
 
 #include "meridian/guid.h"
 #include "meridian/qos.h"
 #include "meridian/sequence.h"
+#include "quixspy/quixSpyIndex.h"
 #include "quixspy/quixSpyList.h"
+
+class QuixAgentOutput;
 
 /// A GUID as four words; all zero means no endpoint. The low byte of the fourth word is the entity kind.
 using RtpsGuid = PRESGuid;
@@ -19,21 +21,21 @@ bool RtpsGuid_isUnknown(const RtpsGuid& guid);
 constexpr int QUIXSPY_IP_SIZE = 16;
 
 /// What is known of one endpoint. A plain record: all zero is empty. Strings are owned (DDS_String) and may
-/// be null; whoever holds a record calls finalize when done with it.
+/// be null; the owner of a record calls finalize when done with it.
 struct QuixSpyEndpointInfo {
     RtpsGuid guid;
     char* topicName;
     char* typeName;
     char ip[QUIXSPY_IP_SIZE];   // dotted decimal, or "unknown ip"
     char* name;                 // "role:name", or the one of them that is known
-    char* participantPartition; // names joined by ","; null when there are none
+    char* participantPartition; // names joined by ","; null without partitions
     char* endpointPartition;    // likewise, of the publisher or subscriber
 
     /// Frees the strings and clears the address; the GUID stays. Safe to repeat.
     void finalize();
     /// Deep copy into a record that holds nothing. Stops, with a message, at the first member that cannot be
     /// copied: the later ones stay empty.
-    bool copy_from(const QuixSpyEndpointInfo& source);
+    bool copy_from(const QuixSpyEndpointInfo& source, QuixAgentOutput& output);
 };
 
 /// A record that holds nothing at first and gives back its strings on every way out.
@@ -46,13 +48,16 @@ struct QuixSpyLocalEndpointInfo : QuixSpyEndpointInfo {
 
 struct QuixSpyEndpointInfoNode : QuixSpyListLink<QuixSpyEndpointInfoNode> {
     QuixSpyEndpointInfo info;
+    QuixSpyIndexLink<QuixSpyEndpointInfoNode> byGuid;
 };
 
 /// Holds no two nodes of one GUID and none of the unknown GUID. Owns its nodes. Neither copied nor moved:
 /// nodes point back at it.
 class QuixSpyEndpointInfoList : public QuixSpyList<QuixSpyEndpointInfoNode> {
   public:
-    QuixSpyEndpointInfoList() : QuixSpyList<QuixSpyEndpointInfoNode>{} {}
+    /// Messages go to the output, which is not owned.
+    explicit QuixSpyEndpointInfoList(QuixAgentOutput& output)
+        : QuixSpyList<QuixSpyEndpointInfoNode>{}, output_(output) {}
     QuixSpyEndpointInfoList(const QuixSpyEndpointInfoList&) = delete;
     QuixSpyEndpointInfoList& operator=(const QuixSpyEndpointInfoList&) = delete;
     ~QuixSpyEndpointInfoList();
@@ -68,4 +73,11 @@ class QuixSpyEndpointInfoList : public QuixSpyList<QuixSpyEndpointInfoNode> {
     QuixSpyEndpointInfoNode* find_node(const RtpsGuid& guid) const;
     /// Unlinks and frees.
     void remove_node(QuixSpyEndpointInfoNode* node);
+
+    /// How many records were looked at so far to find one, for who measures.
+    uint64_t comparisons() const { return byGuid_.comparisons; }
+
+  private:
+    QuixAgentOutput& output_;
+    mutable QuixSpyIndex<QuixSpyEndpointInfoNode, &QuixSpyEndpointInfoNode::byGuid> byGuid_{};
 };

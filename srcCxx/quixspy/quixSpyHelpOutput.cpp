@@ -1,7 +1,5 @@
 // What "-hOutput" prints. Blanks at the ends of lines are part of the text.
 
-#include <cstdio>
-
 #include "quixspy/quixSpyAgent.h"
 
 namespace {
@@ -108,5 +106,5 @@ const char* const kLines[] = {
 
 void QuixSpyAgent::print_help_output() {
     for (const char* const line : kLines)
-        std::puts(line);
+        output().print("%s\n", line);
 }

@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -10,7 +9,7 @@
 
 namespace {
 
-/// A standard stream that was closed by whoever started us would be the next descriptor opened, and what we
+/// A standard stream that was closed before the start would be the next descriptor opened, and what we
 /// print would go into a socket. It leads nowhere instead.
 void occupy_standard_streams() {
     int opened = 0;
@@ -21,14 +20,11 @@ void occupy_standard_streams() {
         close(opened);
 }
 
-/// A full disk ends no run, as there may be room again later, but nobody should take what arrived for all of
-/// it.
-void tell_of_lost_output() {
-    errno = 0;
-    const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
-    if (lost)
-        std::fprintf(stderr, "ferret: output was lost: %s\n",
-                     errno != 0 ? std::strerror(errno) : "write error");
+/// A full disk ends no run, as there may be room again later, but what arrived must not be taken for all.
+void tell_of_lost_output(QuixAgentOutput& output) {
+    output.flush();
+    if (output.error() != 0)
+        std::fprintf(stderr, "ferret: output was lost: %s\n", std::strerror(output.error()));
 }
 
 } // namespace
@@ -39,9 +35,10 @@ int main(int argc, char** argv) {
     // Services and some shells start programs with this signal ignored, and then nobody would end a spy whose
     // reader has gone.
     std::signal(SIGPIPE, SIG_DFL);
-    auto* const agent = new QuixSpyAgent("Kvo Meridian DDS Spy");
+    QuixAgentOutput output(STDOUT_FILENO);
+    auto* const agent = new QuixSpyAgent("Kvo Meridian DDS Spy", output);
     const bool succeeded = agent->execute(argc, const_cast<const char**>(argv));
-    tell_of_lost_output(); // first, as the tear-down may log to the same file
+    tell_of_lost_output(output); // first, as the tear-down may log to the same file
     delete agent;
     return succeeded ? 1 : 0;
 }

@@ -1,8 +1,9 @@
-// The spy's own options, tried after those of the frame and in this order.
+// The spy's own options, tried after those of the frame and in this order, which is that of the usage page.
 
 #include <strings.h>
 
-#include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <cstdlib>
 
 #include "agent/QuixAgentOptionTable.h"
@@ -11,161 +12,16 @@
 
 namespace {
 
+using Option = QuixOption<QuixSpyAgent>;
 using Step = QuixOptionStep<QuixSpyAgent>;
 using Value = QuixOptionValue;
 
-constexpr int kMinWidth = 1;
-constexpr int kMaxWidth = 255;
-
-/// Decimal, hexadecimal or octal; what follows the number is not looked at.
-long to_integer(const char* text) {
-    return std::strtol(text, nullptr, 0);
-}
-
-/// Reads seconds into `out`, also when the text is not a number of at least zero; false then.
-bool to_seconds(const char* text, float& out) {
-    char* end = nullptr;
-    out = static_cast<float>(std::strtod(text, &end));
-    return *end == '\0' && out >= 0.0F; // NaN is not
-}
-
-int32_t to_width(const char* text) {
-    return static_cast<int32_t>(std::clamp<long>(to_integer(text), kMinWidth, kMaxWidth));
-}
-
-int add_pattern(char** patterns, int32_t& count, const char* pattern) {
-    if (count >= QuixSpyAgent::kMaxPatterns) {
-        QuixAgent_fail("Number of topics exceeded. Maximum is %d\n", QuixSpyAgent::kMaxPatterns);
-        return QUIX_AGENT_PARSE_ERROR;
-    }
-    patterns[count++] = DDS_String_dup(pattern);
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int add_partition(Step& step, char** partitions, int32_t& count) {
-    // The number in the text is not the limit; both are as users know them.
-    if (count >= QuixSpyAgent::kMaxPartitions)
-        return QuixOption_reject("Number of partitions exceeded. Maximum is %d\n", 1024);
-    if (step.text[0] == '-') {
-        --*step.index;
-        return QuixOption_reject("Missing or invalid partition '%s' following the %s option\n", step.text,
-                                 step.argv[*step.index]);
-    }
-    partitions[count++] = DDS_String_dup(step.text);
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-/// Handler of a flag.
-template <bool QuixSpyAgent::*Field, bool Setting = true>
-int handle_flag(Step& step) {
-    step.agent.*Field = Setting;
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-/// The same for the flags of the frame.
-template <bool QuixAgent::*Field>
-int handle_frame_flag(Step& step) {
-    step.agent.*Field = true;
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_topic_regex(Step& step) {
-    return add_pattern(step.agent._topicRegex, step.agent._topicRegexCount, step.text);
-}
-
-int handle_type_regex(Step& step) {
-    return add_pattern(step.agent._typeRegex, step.agent._typeRegexCount, step.text);
-}
-
-int handle_help_output(Step& step) {
+int show_output_help(Step& step) {
     step.agent.print_help_output();
     return QUIX_AGENT_PARSE_STOP;
 }
 
-int handle_time_filter(Step& step) {
-    if (!to_seconds(step.text, step.agent._timeFilter)) {
-        return QuixOption_reject("Invalid value for time-filter duration: %f (must be >=0, 0=unlimited)\n",
-                                 static_cast<double>(step.agent._timeFilter));
-    }
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_deadline(Step& step) {
-    if (!to_seconds(step.text, step.agent._deadline)) {
-        return QuixOption_reject("Invalid value for deadline: %f (must be >=0, 0=unlimited)\n",
-                                 static_cast<double>(step.agent._deadline));
-    }
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_discovery_plugins(Step& step) {
-    step.agent._discoveryPluginsSet = true;
-    if (strcasecmp(step.text, "SDP") == 0) {
-        step.agent._discoveryPluginKind = DDS_DISCOVERYCONFIG_BUILTIN_SDP;
-    } else if (strcasecmp(step.text, "SDP2") == 0) {
-        step.agent._discoveryPluginKind = DDS_DISCOVERYCONFIG_BUILTIN_SDP2;
-    } else {
-        return QuixOption_reject(
-            "Invalid value \"%s\" for '-discoveryPlugins'. It must be: 'SDP', or 'SDP2'.\n", step.text);
-    }
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_history(Step& step) {
-    step.agent._historyDepth = static_cast<int32_t>(to_integer(step.text));
-    if (step.agent._historyDepth <= 0)
-        return QuixOption_reject("Invalid value for history: %d (must be >=1)\n", step.agent._historyDepth);
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_max_size_serialized(Step& step) {
-    step.agent._maxSizeSerialized = static_cast<uint32_t>(std::strtoul(step.text, nullptr, 0));
-    if (step.agent._maxSizeSerialized == 0) {
-        return QuixOption_reject("Invalid value for max size serialized: %u (must be > 0)\n",
-                                 step.agent._maxSizeSerialized);
-    }
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_type_width(Step& step) {
-    step.agent._typeWidth = to_width(step.text);
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_topic_width(Step& step) {
-    step.agent._topicWidth = to_width(step.text);
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_print_sample(Step& step) {
-    step.agent._printSample = PRINT_SAMPLE_PLAIN;
-    if (step.text == nullptr || strcasecmp(step.text, "PLAIN") == 0)
-        return QUIX_AGENT_PARSE_CONSUMED;
-    if (strcasecmp(step.text, "COMPACT") == 0)
-        step.agent._printSample = PRINT_SAMPLE_COMPACT;
-    else
-        --*step.index; // not a value of this option but the next argument
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_timeout(Step& step) {
-    step.agent._timeout = static_cast<int32_t>(to_integer(step.text));
-    if (step.agent._timeout < 0) {
-        return QuixOption_reject("Invalid value for timeout: %d (must be >=0, 0=unlimited)\n",
-                                 step.agent._timeout);
-    }
-    return QUIX_AGENT_PARSE_CONSUMED;
-}
-
-int handle_participant_partition(Step& step) {
-    return add_partition(step, step.agent._participantPartitions, step.agent._participantPartitionCount);
-}
-
-int handle_subscriber_partition(Step& step) {
-    return add_partition(step, step.agent._subscriberPartitions, step.agent._subscriberPartitionCount);
-}
-
-int handle_mode(Step& step) {
+int set_mode(Step& step) {
     QuixSpyAgent& agent = step.agent;
     if (strcasecmp(step.text, "USER") == 0) {
         agent._printUserData = true;
@@ -178,38 +34,235 @@ int handle_mode(Step& step) {
         agent._showPartition = true;
         agent._showHandle = true;
     } else {
-        return QuixOption_reject("Invalid value \"%s\" for '-mode'. It must be: 'USER' or 'DISC'\n",
-                                 step.text);
+        agent.output().print("Invalid value \"%s\" for '-mode'. It must be: 'USER' or 'DISC'\n", step.text);
+        return QUIX_AGENT_PARSE_ERROR;
     }
     return QUIX_AGENT_PARSE_CONSUMED;
 }
 
-const QuixOption<QuixSpyAgent> kOptions[] = {
-    {"-topicRegex", Value::kText, handle_topic_regex},
-    {"-typeRegex", Value::kText, handle_type_regex},
-    {"-hOutput", Value::kNone, handle_help_output},
-    {"-timeFilter", Value::kText, handle_time_filter},
-    {"-deadline", Value::kText, handle_deadline},
-    {"-discoveryPlugins", Value::kText, handle_discovery_plugins},
-    {"-history", Value::kText, handle_history},
-    {"-useFirstPublicationQos", Value::kNone, handle_flag<&QuixSpyAgent::_useFirstPublicationQos>},
-    {"-maxSizeSerialized", Value::kText, handle_max_size_serialized},
-    {"-showHandle", Value::kNone, handle_flag<&QuixSpyAgent::_showHandle>},
-    {"-showSampleIdentity", Value::kNone, handle_flag<&QuixSpyAgent::_showSampleIdentity>},
-    {"-showSampleFlags", Value::kNone, handle_flag<&QuixSpyAgent::_showSampleFlags>},
-    {"-typeWidth", Value::kText, handle_type_width},
-    {"-topicWidth", Value::kText, handle_topic_width},
-    {"-printSample", Value::kOptionalText, handle_print_sample},
-    {"-use43LargeDataFormat", Value::kNone, handle_frame_flag<&QuixAgent::use43LargeDataFormat>},
-    {"-use510CompatibleLocatorKinds", Value::kNone,
-     handle_frame_flag<&QuixAgent::use510CompatibleLocatorKinds>},
-    {"-noDynamicData", Value::kNone, handle_flag<&QuixSpyAgent::_useDynamicData, false>},
-    {"-timeout", Value::kText, handle_timeout},
-    {"-participantPartition", Value::kText, handle_participant_partition},
-    {"-subscriberPartition", Value::kText, handle_subscriber_partition},
-    {"-mode", Value::kText, handle_mode},
-    {"-showEntityName", Value::kNone, handle_flag<&QuixSpyAgent::_showEntityName>},
-    {"-showPartition", Value::kNone, handle_flag<&QuixSpyAgent::_showPartition>},
+int set_discovery_plugins(Step& step) {
+    QuixSpyAgent& agent = step.agent;
+    agent._discoveryPluginsSet = true;
+    if (strcasecmp(step.text, "SDP") == 0) {
+        agent._discoveryPluginKind = DDS_DISCOVERYCONFIG_BUILTIN_SDP;
+    } else if (strcasecmp(step.text, "SDP2") == 0) {
+        agent._discoveryPluginKind = DDS_DISCOVERYCONFIG_BUILTIN_SDP2;
+    } else {
+        agent.output().print("Invalid value \"%s\" for '-discoveryPlugins'. It must be: 'SDP', or 'SDP2'.\n",
+                             step.text);
+        return QUIX_AGENT_PARSE_ERROR;
+    }
+    return QUIX_AGENT_PARSE_CONSUMED;
+}
+
+int set_max_size_serialized(Step& step) {
+    QuixSpyAgent& agent = step.agent;
+    agent._maxSizeSerialized = static_cast<uint32_t>(std::strtoul(step.text, nullptr, 0));
+    if (agent._maxSizeSerialized != 0)
+        return QUIX_AGENT_PARSE_CONSUMED;
+    agent.output().print("Invalid value for max size serialized: %u (must be > 0)\n",
+                         agent._maxSizeSerialized);
+    return QUIX_AGENT_PARSE_ERROR;
+}
+
+int set_print_sample(Step& step) {
+    step.agent._printSample = PRINT_SAMPLE_PLAIN;
+    if (step.text == nullptr || strcasecmp(step.text, "PLAIN") == 0)
+        return QUIX_AGENT_PARSE_CONSUMED;
+    if (strcasecmp(step.text, "COMPACT") == 0)
+        step.agent._printSample = PRINT_SAMPLE_COMPACT;
+    else
+        --*step.index; // not a value of this option but the next argument
+    return QUIX_AGENT_PARSE_CONSUMED;
+}
+
+template <char* (QuixSpyAgent::*List)[QuixSpyAgent::kMaxPatterns], int32_t QuixSpyAgent::*Count>
+int add_pattern(Step& step) {
+    QuixSpyAgent& agent = step.agent;
+    int32_t& count = agent.*Count;
+    if (count >= QuixSpyAgent::kMaxPatterns) {
+        agent.output().fail("Number of topics exceeded. Maximum is %d\n", QuixSpyAgent::kMaxPatterns);
+        return QUIX_AGENT_PARSE_ERROR;
+    }
+    (agent.*List)[count++] = DDS_String_dup(step.text);
+    return QUIX_AGENT_PARSE_CONSUMED;
+}
+
+template <char* (QuixSpyAgent::*List)[QuixSpyAgent::kMaxPartitions], int32_t QuixSpyAgent::*Count>
+int add_partition(Step& step) {
+    QuixSpyAgent& agent = step.agent;
+    int32_t& count = agent.*Count;
+    if (count >= QuixSpyAgent::kMaxPartitions) {
+        // The number in the text is not the limit; both are as users know them.
+        agent.output().print("Number of partitions exceeded. Maximum is %d\n", 1024);
+        return QUIX_AGENT_PARSE_ERROR;
+    }
+    if (step.text[0] == '-') {
+        --*step.index;
+        agent.output().print("Missing or invalid partition '%s' following the %s option\n", step.text,
+                             step.argv[*step.index]);
+        return QUIX_AGENT_PARSE_ERROR;
+    }
+    (agent.*List)[count++] = DDS_String_dup(step.text);
+    return QUIX_AGENT_PARSE_CONSUMED;
+}
+
+std::string joined(char* const* texts, int32_t count, const char* separator) {
+    std::string text;
+    for (int32_t i = 0; i < count; ++i)
+        text.append(i > 0 ? separator : "").append(texts[i]);
+    return text;
+}
+
+void show_deadline(const QuixSpyAgent& agent) {
+    const bool has_deadline = std::fabs(agent._deadline + 1.0F) > FLT_EPSILON;
+    agent.output().print("    deadline...............: %+7.6f %s\n", static_cast<double>(agent._deadline),
+                         has_deadline ? "" : "(no deadline)");
+}
+
+void show_time_filter(const QuixSpyAgent& agent) {
+    const bool has_filter = std::fabs(agent._timeFilter) > FLT_EPSILON;
+    agent.output().print("    time based filter......: %+7.6f %s\n", static_cast<double>(agent._timeFilter),
+                         has_filter ? "" : "(no time-based filter)");
+}
+
+void show_topic_patterns(const QuixSpyAgent& agent) {
+    const int32_t count = agent._topicRegexCount;
+    const std::string patterns = count == 0 ? "*" : joined(agent._topicRegex, count, " ");
+    agent.output().put("    topic regex............: " + patterns + "\n");
+}
+
+void show_type_patterns(const QuixSpyAgent& agent) {
+    const int32_t count = agent._typeRegexCount;
+    agent.output().put(count == 0
+                           ? "    type regex............: *\n"
+                           : "    type regex.............: " + joined(agent._typeRegex, count, " ") + "\n");
+}
+
+constexpr const char* kDefaultPartition = "* (unless overwritten with qosProfile)\n";
+
+void show_participant_partitions(const QuixSpyAgent& agent) {
+    // A list has no line end of its own: the next item follows on the same line.
+    const int32_t count = agent._participantPartitionCount;
+    agent.output().put("    Partition in the Participant list.........: " +
+                       (count == 0 ? kDefaultPartition : joined(agent._participantPartitions, count, ",")));
+}
+
+void show_subscriber_partitions(const QuixSpyAgent& agent) {
+    const int32_t count = agent._subscriberPartitionCount;
+    agent.output().put("    Partition in the Subscriber list.........: " +
+                       (count == 0 ? kDefaultPartition : joined(agent._subscriberPartitions, count, ",")) +
+                       "\n");
+}
+
+constexpr const char* kPartitionLines =
+    "this argument may be repeated\n"
+    "to indicate multiple partitions\n"
+    "the first occurrence of this parameter resets the default partition list\n"
+    "default: * (if the command-line option qosProfile is used, then the default\n"
+    "partition is the empty string partition)";
+constexpr const char* kWidthLines =
+    "Width must be in range (1-255)\n"
+    "Names wider than the width will wraparound";
+
+const Option kOptions[] = {
+    Option("-hOutput", Value::kNone, show_output_help)
+        .help("Display help on ferret output format", nullptr, nullptr, "and interpretation."),
+    Option("-mode", Value::kText, set_mode)
+        .help("Chooses between printing discovery data or user data.", "USER|DISC", nullptr,
+              "\tUSER: Only prints user data samples. Skips discovery events.\n"
+              "\t\tAlso sets '-printSample' by default.\n"
+              "\tDISC: Only prints discovery events. Skips user data samples.\n"
+              "\tBy default, if you do not specify a mode, ferret prints both\n"
+              "\tdiscovery events and user data samples."),
+    Option("-deadline", &QuixSpyAgent::_deadline,
+           "Invalid value for deadline: %f (must be >=0, 0=unlimited)\n")
+        .help("Sets subscription DEADLINE QoS", "deadline", nullptr,
+              "Units are seconds.\nDefault infinite (i.e. no deadline)")
+        .summary(1, show_deadline),
+    Option("-discoveryPlugins", Value::kText, set_discovery_plugins)
+        .help("Configures the Built-in discovery plugin.", "SDP|SDP2", nullptr,
+              "\tSDP: Simple Participant Discovery Protocol and Simple Endpoint Discovery Protocol.\n"
+              "\tSPDP2: Simple Participant Discovery Protocol 2.0 (SPDP2) and Simple Endpoint Discovery "
+              "Protocol.\n"
+              "By default, SDP is used as the discovery plugin."),
+    Option("-timeFilter", &QuixSpyAgent::_timeFilter,
+           "Invalid value for time-filter duration: %f (must be >=0, 0=unlimited)\n")
+        .help("Sets subscription TIME_BASED_FILTER QoS", "duration", nullptr,
+              "Units are seconds.\nDefault 0 (i.e. no time-based filter)")
+        .summary(2, show_time_filter),
+    Option("-history", Value::kInteger, &QuixSpyAgent::_historyDepth)
+        .range(1, INT32_MAX, "Invalid value for history: %d (must be >=1)\n")
+        .help("Sets subscription HISTORY QoS", "depth", nullptr, "Default 8192"),
+    Option("-participantPartition", Value::kText,
+           add_partition<&QuixSpyAgent::_participantPartitions, &QuixSpyAgent::_participantPartitionCount>)
+        .help("Adds a partition to the list of partition names in the DDS_DomainParticipant entity",
+              "partition", nullptr, kPartitionLines)
+        .summary(5, show_participant_partitions),
+    Option("-subscriberPartition", Value::kText,
+           add_partition<&QuixSpyAgent::_subscriberPartitions, &QuixSpyAgent::_subscriberPartitionCount>)
+        .help("Adds a partition to the list of partition names in the DDS_Subscriber entity", "partition",
+              nullptr, kPartitionLines)
+        .summary(6, show_subscriber_partitions),
+    Option("-useFirstPublicationQos", &QuixSpyAgent::_useFirstPublicationQos)
+        .help("Sets subscription RELIABILITY and DURABILITY QoS", nullptr, nullptr,
+              "sets subscription reliability kind and\n"
+              "durability kind according to the\n"
+              "first discovered publication of that topic"),
+    Option("-showHandle", &QuixSpyAgent::_showHandle)
+        .help("Add a field with the instance handle", nullptr, nullptr, "handle associated with each sample"),
+    Option("-showSampleIdentity", &QuixSpyAgent::_showSampleIdentity)
+        .help("Add two fields with the sample identity", nullptr, nullptr,
+              "and the related sample identity associated with each sample"),
+    Option("-showSampleFlags", &QuixSpyAgent::_showSampleFlags)
+        .help("Add a field with the flags associated with each sample"),
+    Option("-typeRegex", Value::kText, add_pattern<&QuixSpyAgent::_typeRegex, &QuixSpyAgent::_typeRegexCount>)
+        .help("Subscribe to a subset of types", "regex", "default *",
+              "regex uses the syntax of\n"
+              "posix regular expressions\n"
+              "This argument may be repeated\n"
+              "to indicate multiple topic expressions")
+        .summary(4, show_type_patterns),
+    Option("-topicRegex", Value::kText,
+           add_pattern<&QuixSpyAgent::_topicRegex, &QuixSpyAgent::_topicRegexCount>)
+        .help("Subscribe to a subset of topics", "regex", "default *",
+              "regex uses the syntax of\n"
+              "posix regular expressions\n"
+              "This argument may be repeated\n"
+              "to indicate multiple type expressions")
+        .summary(3, show_topic_patterns),
+    Option("-typeWidth", Value::kInteger, &QuixSpyAgent::_typeWidth)
+        .range(1, 255, nullptr)
+        .help("Set maximum width of Type name field", nullptr, nullptr, kWidthLines),
+    Option("-topicWidth", Value::kInteger, &QuixSpyAgent::_topicWidth)
+        .range(1, 255, nullptr)
+        .help("Set maximum width of Topic name field", nullptr, nullptr, kWidthLines),
+    Option("-printSample", Value::kOptionalText, set_print_sample)
+        .help("Print the value of the received samplesPLAIN|COMPACT", nullptr, nullptr,
+              "\tPLAIN: Default. Pretty-print sample information for best readability.\n"
+              "\tCOMPACT: Print sample information in a single line using a JSON format.\n"
+              "This option should be used when compatibility\n"
+              "with 4.2e is required and the topic data types\n"
+              "contain double, long long, unsigned long long\n"
+              "or long double members."),
+    Option("-timeout", Value::kInteger, &QuixSpyAgent::_timeout)
+        .range(0, INT32_MAX, "Invalid value for timeout: %d (must be >=0, 0=unlimited)\n")
+        .help("Sets a timeout to exit", "SS", nullptr, "Default infinite (i.e. no timeout)"),
+    Option("-showEntityName", &QuixSpyAgent::_showEntityName)
+        .help("Display the entity name each time a sample is received."),
+    Option("-showPartition", &QuixSpyAgent::_showPartition)
+        .help("Display the partitions to which an entity belongs each time a new entity is discovered and "
+              "sample is received."),
+    Option("-maxSizeSerialized", Value::kText, set_max_size_serialized),
+    Option("-use43LargeDataFormat", &QuixSpyAgent::use43LargeDataFormat)
+        .hidden_help("Use Kvo Data Distribution 4.3 large data format",
+                     "This option should be used when compatibility\n"
+                     "with 4.3 is required and fragmented data is sent.\n"
+                     "This is the same as setting the corresponding\n"
+                     "properties in PropertyQosPolicy."),
+    Option("-use510CompatibleLocatorKinds", &QuixSpyAgent::use510CompatibleLocatorKinds)
+        .hidden_help("Use Meridian DDS 5.1.0 locator kinds for", "SHMEM and UDPv6."),
+    Option("-noDynamicData", &QuixSpyAgent::_useDynamicData, false),
 };
 
 } // namespace
@@ -223,7 +276,23 @@ int QuixSpyAgent::parse_argument(int* index, const char** argv, int argc) {
 
 bool QuixSpyAgent::check_arguments_consistency() {
     return _printSample != PRINT_SAMPLE_COMPACT || _useDynamicData ||
-           QuixAgent_fail(
+           output().fail(
                "Cannot use '-printSample COMPACT' and '-noDynamicData' at the same time.\n"
                "'-printSample COMPACT' is only available with dynamic data.\n");
+}
+
+void QuixSpyAgent::print_usage() {
+    QuixAgent::print_usage();
+    output().put("Specific options:\n");
+    QuixOption_printPage(kOptions, *this, QuixOptionPage::kUsage);
+}
+
+void QuixSpyAgent::print_hidden_usage() {
+    QuixAgent::print_hidden_usage();
+    QuixOption_printPage(kOptions, *this, QuixOptionPage::kHiddenUsage);
+}
+
+void QuixSpyAgent::print_command_summary() {
+    QuixAgent::print_command_summary();
+    QuixOption_printSummary(kOptions, *this);
 }

@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 
+#include "agent/QuixAgentOutput.h"
+
 namespace {
 
-/// Text beyond this length is written out when there is a stream to write it to.
+/// Text beyond this length is put when there is an output to put it to.
 constexpr size_t kSpillLength = 64 * 1024;
 
 constexpr DDS_UnsignedShort kCdrBe = 0;
@@ -25,7 +28,7 @@ bool is_plain(const QUIXCdrStream& stream) {
     return stream.encapsulationKind == kCdrBe || stream.encapsulationKind == kCdrLe || is_xcdr2(stream);
 }
 
-/// The answer of a type code to a query, empty when there is none.
+/// The answer of a type code to a query, empty when the query fails.
 template <typename Query, typename... Arguments>
 auto ask(const DDS_TypeCode& code, Query query, Arguments... arguments) {
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
@@ -35,13 +38,13 @@ auto ask(const DDS_TypeCode& code, Query query, Arguments... arguments) {
     return answer;
 }
 
-/// The same for queries whose answer is another type code: null when there is none.
+/// The same for queries whose answer is another type code: null when the query fails.
 template <typename Query, typename... Arguments>
 const DDS_TypeCode* ask_type(const DDS_TypeCode& code, Query query, Arguments... arguments) {
     return ask(code, query, arguments...).value_or(nullptr);
 }
 
-/// The type code behind all aliases, at most as many as values may nest; null when there is none.
+/// The type code behind all aliases, at most as many as values may nest; null when a query fails.
 const DDS_TypeCode* behind_aliases(const DDS_TypeCode* code) {
     for (unsigned depth = 0; code != nullptr && depth <= QUIXSPY_RAW_PRINTER_MAX_DEPTH; ++depth) {
         const auto kind = ask(*code, &DDS_TypeCode::kind);
@@ -172,9 +175,9 @@ void put_label(std::string& text, const char* name) {
 /// One walk over one sample.
 class Walk {
   public:
-    Walk(std::string& text, std::FILE* file, QUIXCdrStream& stream)
+    Walk(std::string& text, QuixAgentOutput* output, QUIXCdrStream& stream)
         : text_(text),
-          file_(file),
+          output_(output),
           stream_(stream),
           budget_(QUIXSPY_RAW_PRINTER_VALUES_PER_BYTE * QUIXCdrStream_remaining(&stream) +
                   QUIXSPY_RAW_PRINTER_VALUES_PER_SAMPLE) {}
@@ -211,7 +214,7 @@ class Walk {
     void end_line();
 
     std::string& text_;
-    std::FILE* file_;
+    QuixAgentOutput* output_;
     QUIXCdrStream& stream_;
     uint64_t budget_;
     unsigned depth_ = 0;
@@ -219,13 +222,13 @@ class Walk {
 
 void Walk::end_line() {
     text_ += '\n';
-    if (file_ != nullptr && text_.size() > kSpillLength) {
-        std::fwrite(text_.data(), 1, text_.size(), file_);
+    if (output_ != nullptr && text_.size() > kSpillLength) {
+        output_->put(text_);
         text_.clear();
     }
 }
 
-/// Of a structure or union, by its extensibility: the encapsulation speaks for the outermost one.
+/// Of a structure or union, by its extensibility: for the outermost one the encapsulation decides.
 bool Walk::may_have_header(const DDS_TypeCode& code, Place place) const {
     if (place == Place::outermost)
         return false;
@@ -346,7 +349,7 @@ bool Walk::print_union(const DDS_TypeCode& code, int32_t indent, Place place) {
                                     indent);
         }
     }
-    // Without a default member the index is none of a member, and the query of its type fails.
+    // Without a default member no member has this index, and the query of its type fails.
     return print_branch(code, "default", static_cast<uint32_t>(*default_index), indent);
 }
 
@@ -584,12 +587,12 @@ bool QuixSpyRawPrinter::print_sample(const DynamicType& sample, const DDS_TypeCo
                                      int32_t indent) {
     if (typeCode == nullptr || sample.stream == nullptr || !is_plain(*sample.stream))
         return false;
-    return Walk(text_, stream_, *sample.stream).print(typeCode, indent, Walk::Place::outermost);
+    return Walk(text_, output_, *sample.stream).print(typeCode, indent, Walk::Place::outermost);
 }
 
 bool QuixSpyRawPrinter::print_primitive_sample(const DynamicType& sample, const DDS_TypeCode* typeCode) {
     return sample.stream != nullptr && is_plain(*sample.stream) &&
-           Walk(text_, stream_, *sample.stream).print_primitive(typeCode);
+           Walk(text_, output_, *sample.stream).print_primitive(typeCode);
 }
 
 bool QuixSpyRawPrinter::get_discriminator_value(const DynamicType& sample, const DDS_TypeCode* typeCode,

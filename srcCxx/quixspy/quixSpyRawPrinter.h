@@ -16,11 +16,12 @@
 // instead are not told apart; dynamic data does that.
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
 #include "meridian/type_code.h"
 #include "quixspy/DynamicTypePlugin.h"
+
+class QuixAgentOutput;
 
 /// Structures, unions, collections and aliases may nest this deep; recursive types would otherwise exhaust
 /// the stack. The same limit as for dynamic data.
@@ -37,11 +38,11 @@ constexpr uint32_t QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS = 10;
 /// was printed until then stays. Not thread-safe, cheap to make.
 class QuixSpyRawPrinter {
   public:
-    /// Appends to `text`. With a `stream`, the text is written there and emptied whenever it has become long,
-    /// so that large samples need no large memory; what is left in it at the end is for the caller to write.
+    /// Appends to `text`. With an `output`, the text is put there and emptied whenever it has become long, so
+    /// that large samples need no large memory; what is left in it at the end is for the caller to put.
     /// Neither is owned.
-    explicit QuixSpyRawPrinter(std::string& text, std::FILE* stream = nullptr)
-        : text_(text), stream_(stream) {}
+    explicit QuixSpyRawPrinter(std::string& text, QuixAgentOutput* output = nullptr)
+        : text_(text), output_(output) {}
 
     /// Three blanks per level; nothing for a level below 1.
     void print_indent(int32_t level);
@@ -55,5 +56,5 @@ class QuixSpyRawPrinter {
 
   private:
     std::string& text_;
-    std::FILE* stream_;
+    QuixAgentOutput* output_;
 };

@@ -65,12 +65,6 @@ void append_text(std::string& line, const char* field, const char* text) {
     line += '"';
 }
 
-void append_timestamp(std::string& line, const DDS_Time_t& time) {
-    char text[QUIX_TIME_OF_DAY_BUFFER_SIZE];
-    QUIXSpy_formatTimestamp(time, text);
-    line += text;
-}
-
 void append_event(std::string& line, const DDS_SampleInfo& info, bool is_keyed) {
     // All of one width, so that the fields after them line up.
     switch (info.instance_state) {
@@ -149,7 +143,7 @@ void QUIXSpy_formatSampleLine(std::string& line, const QuixSpySampleLineFields& 
                               const std::string& topicField, const DDS_SampleInfo& info,
                               const QuixSpyEndpointInfo& writer) {
     const bool is_writer_known = !RtpsGuid_isUnknown(writer.guid);
-    append_timestamp(line, info.source_timestamp);
+    QUIXSpy_printTimestamp(line, info.source_timestamp);
     append_event(line, info, fields.isKeyed);
     append_address(line, is_writer_known ? writer.ip : "unknown ip");
     line += topicField;

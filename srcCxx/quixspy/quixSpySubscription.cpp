@@ -2,8 +2,6 @@
 
 #include <cfloat>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -34,27 +32,11 @@ struct Publication {
 using ParticipantNode = QuixSpyParticipantListNode;
 using TopicNode = QuixSpyDataListenerNode;
 
-#if defined(__GNUC__)
-#define QUIXSPY_PRINTF __attribute__((format(printf, 1, 2)))
-#else
-#define QUIXSPY_PRINTF
-#endif
-
-/// Says what is going on, from verbosity 2 on.
-QUIXSPY_PRINTF void progress(const char* format, ...) {
-    if (theVerbosity >= 2) {
-        va_list arguments;
-        va_start(arguments, format);
-        std::vprintf(format, arguments);
-        va_end(arguments);
-    }
-}
-
 bool is_wanted(const QuixSpyAgent& agent, const Publication& publication) {
     const bool matched =
         QUIXSpy_matchesPattern(publication.topicName, agent._topicRegex, agent._topicRegexCount) != 0 &&
         QUIXSpy_matchesPattern(publication.typeName, agent._typeRegex, agent._typeRegexCount) != 0;
-    progress("ferret: ... topic and type %s\n", matched ? "MATCHED" : "NOT MATCHED");
+    agent.output().progress("ferret: ... topic and type %s\n", matched ? "MATCHED" : "NOT MATCHED");
     return matched;
 }
 
@@ -90,16 +72,16 @@ enum class Fit {
     failed    // cannot tell; said why
 };
 
-Fit fit_of_existing_topic(DDSDomainParticipant& participant, DDSTopicDescription* description,
-                          const Publication& publication) {
+Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
+                          DDSTopicDescription* description, const Publication& publication) {
     DDSTopic* const topic = DDSTopic::narrow(description);
     if (topic == nullptr) {
-        QuixAgent_fail("ferret: Error getting the topic '%s'\n", publication.topicName);
+        agent.output().fail("ferret: Error getting the topic '%s'\n", publication.topicName);
         return Fit::failed;
     }
     const char* const type_name = topic->get_type_name();
     if (type_name == nullptr) {
-        QuixAgent_fail("ferret: Error getting the type name from topic '%s'\n", publication.topicName);
+        agent.output().fail("ferret: Error getting the type name from topic '%s'\n", publication.topicName);
         return Fit::failed;
     }
     const DDS_TypeCode* const registered = participant.get_typecode(type_name);
@@ -115,19 +97,15 @@ bool differs_in_key(const ParticipantNode& node, const DDS_TypeCode* registered,
                     const Publication& publication) {
     if (registered != nullptr)
         return has_key(registered) != publication.keyed;
-    for (const TopicNode* topic = node.dataListeners.head(); topic != nullptr;
-         topic = QuixSpyList<TopicNode>::next(topic)) {
-        if (topic->listener != nullptr && std::strcmp(topic->listener->typeName, publication.typeName) == 0)
-            return topic->listener->is_keyed() != publication.keyed;
-    }
-    return false;
+    const TopicNode* const topic = node.find_type(publication.typeName);
+    return topic != nullptr && topic->listener->is_keyed() != publication.keyed;
 }
 
-Fit fit_of(const ParticipantNode& node, const Publication& publication) {
+Fit fit_of(const QuixSpyAgent& agent, const ParticipantNode& node, const Publication& publication) {
     DDSDomainParticipant& participant = *node.participant;
     DDSTopicDescription* const description = participant.lookup_topicdescription(publication.topicName);
     if (description != nullptr)
-        return fit_of_existing_topic(participant, description, publication);
+        return fit_of_existing_topic(agent, participant, description, publication);
     if (!participant.is_type_registered(publication.typeName))
         return Fit::free;
     const DDS_TypeCode* const registered = participant.get_typecode(publication.typeName);
@@ -140,7 +118,7 @@ Fit fit_of(const ParticipantNode& node, const Publication& publication) {
 ParticipantNode* add_participant(QuixSpyAgent& agent) {
     auto* const node = QUIXHeap_allocateStructure<ParticipantNode>("struct QuixSpyParticipantListNode");
     if (node == nullptr) {
-        QuixAgent_fail("ferret: Error allocating participantNode\n");
+        agent.output().fail("ferret: Error allocating participantNode\n");
         return nullptr;
     }
     const ParticipantNode* const first = agent._participantList.head();
@@ -150,7 +128,7 @@ ParticipantNode* add_participant(QuixSpyAgent& agent) {
         agent._discoveryPluginsSet, agent._discoveryPluginKind,
         first != nullptr ? first->participant : nullptr, &node->subscriber);
     if (node->participant == nullptr) {
-        QuixAgent_fail("ferret: Error creation participant\n");
+        agent.output().fail("ferret: Error creation participant\n");
         QUIXHeap_free(node);
         return nullptr;
     }
@@ -158,24 +136,19 @@ ParticipantNode* add_participant(QuixSpyAgent& agent) {
     return node;
 }
 
-bool record_writer(QuixSpyDataListener& listener, const Publication& publication) {
+bool record_writer(const QuixSpyAgent& agent, QuixSpyDataListener& listener, const Publication& publication) {
     return listener.record_writer(publication.guid, publication.ip, publication.entityName,
                                   publication.endpointPartitions, publication.participantPartitions) ||
-           QuixAgent_fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
-                          publication.topicName);
+           agent.output().fail("ferret: Failed to add entity for topic '%s' to internal endpoint list).\n",
+                               publication.topicName);
 }
 
 /// One more writer of a topic that has its reader already.
-void add_writer(const ParticipantNode& participant, const Publication& publication) {
-    for (const TopicNode* topic = participant.dataListeners.head(); topic != nullptr;
-         topic = QuixSpyList<TopicNode>::next(topic)) {
-        QuixSpyDataListener* const listener = topic->listener;
-        if (listener != nullptr && std::strcmp(listener->topicName, publication.topicName) == 0 &&
-            std::strcmp(listener->typeName, publication.typeName) == 0) {
-            record_writer(*listener, publication);
-            return;
-        }
-    }
+void add_writer(const QuixSpyAgent& agent, const ParticipantNode& participant,
+                const Publication& publication) {
+    const TopicNode* const topic = participant.find_topic(publication.topicName, publication.typeName);
+    if (topic != nullptr)
+        record_writer(agent, *topic->listener, publication);
 }
 
 /// The type as dynamic data; null, with the reasons told, where the opaque type must do.
@@ -187,36 +160,37 @@ DDSDynamicDataTypeSupport* register_dynamic_type(const QuixSpyAgent& agent, DDSD
     properties.serialization.trim_to_size = true;
     auto* const support = new (std::nothrow) DDSDynamicDataTypeSupport(publication.typeCode, properties);
     if (support == nullptr || !support->is_valid()) {
-        progress("ferret: Failed to allocate memory for DynamicDataTypeSupport\n");
+        agent.output().progress("ferret: Failed to allocate memory for DynamicDataTypeSupport\n");
     } else {
         const DDS_ReturnCode_t result = support->register_type(&participant, publication.typeName);
         if (result == DDS_RETCODE_OK)
             return support;
-        progress("ferret: register_type error %d\n", result);
+        agent.output().progress("ferret: register_type error %d\n", result);
     }
-    progress("ferret: using non dynamic data type instead\n");
+    agent.output().progress("ferret: using non dynamic data type instead\n");
     delete support;
     return nullptr;
 }
 
-bool register_opaque_type(DDSDomainParticipant& participant, const Publication& publication) {
+bool register_opaque_type(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
+                          const Publication& publication) {
     const DDS_ReturnCode_t result =
         publication.keyed ? KeyedDynamicTypeTypeSupport::register_type(&participant, publication.typeName)
                           : DynamicTypeTypeSupport::register_type(&participant, publication.typeName);
-    return result == DDS_RETCODE_OK || QuixAgent_fail("ferret: register_type error %d\n", result);
+    return result == DDS_RETCODE_OK || agent.output().fail("ferret: register_type error %d\n", result);
 }
 
-/// A type code for the listener to own; null when there is none to clone. False when cloning fails.
-bool clone_type_code(const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
+/// A type code for the listener to own; null when there is nothing to clone. False when cloning fails.
+bool clone_type_code(const QuixSpyAgent& agent, const DDS_TypeCode* type_code, DDS_TypeCode*& clone) {
     clone = nullptr;
     if (type_code == nullptr)
         return true;
     DDS_TypeCodeFactory* const factory = DDS_TypeCodeFactory::get_instance();
     if (factory == nullptr)
-        return QuixAgent_fail("ferret: Error getting type code factory\n");
+        return agent.output().fail("ferret: Error getting type code factory\n");
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
     clone = factory->clone_tc(type_code, exception);
-    return exception == DDS_NO_EXCEPTION_CODE || QuixAgent_fail("ferret: Error cloning type code\n");
+    return exception == DDS_NO_EXCEPTION_CODE || agent.output().fail("ferret: Error cloning type code\n");
 }
 
 QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publication& publication,
@@ -234,6 +208,7 @@ QuixSpyDataListenerSettings settings_of(const QuixSpyAgent& agent, const Publica
     settings.typeWidth = agent._typeWidth;
     settings.deadline = agent._deadline;
     settings.outputSemaphore = agent._semaphore;
+    settings.output = &agent.output();
     return settings;
 }
 
@@ -255,18 +230,19 @@ bool build_reader_qos(const QuixSpyAgent& agent, const ParticipantNode& node, co
     const DDS_ReturnCode_t result = DDS_PropertyQosPolicyHelper_assert_property(
         qos.property, "dds.data_reader.history.memory_manager.fast_pool.pool_buffer_max_size", "4096", false);
     return result == DDS_RETCODE_OK ||
-           QuixAgent_fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+           agent.output().fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
 }
 
 /// The topic of a type that is registered; null, with the reason told, when it cannot be had.
-DDSTopic* create_topic(DDSDomainParticipant& participant, const Publication& publication) {
+DDSTopic* create_topic(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
+                       const Publication& publication) {
     DDS_TopicQos qos;
     participant.get_default_topic_qos(qos);
-    progress("ferret: Creating topic... %s\n", publication.topicName);
+    agent.output().progress("ferret: Creating topic... %s\n", publication.topicName);
     DDSTopic* const topic = participant.create_topic(publication.topicName, publication.typeName, qos,
                                                      nullptr, DDS_STATUS_MASK_NONE);
     if (topic == nullptr)
-        QuixAgent_fail("ferret: Create_topic error\n");
+        agent.output().fail("ferret: Create_topic error\n");
     return topic;
 }
 
@@ -279,29 +255,29 @@ bool has_known_type(const ParticipantNode& node, const Publication& publication)
 /// Watches a topic that the participant does not have yet. The listener is complete before its reader exists:
 /// from then on other threads call it.
 bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& publication) {
-    progress("ferret: Registering type... %s\n", publication.typeName);
+    agent.output().progress("ferret: Registering type... %s\n", publication.typeName);
     auto* const topic_node = QUIXHeap_allocateStructure<TopicNode>("struct QuixSpyDataListenerNode");
     if (topic_node == nullptr)
-        return QuixAgent_fail("ferret: Error allocating spyDataListenerNode\n");
+        return agent.output().fail("ferret: Error allocating spyDataListenerNode\n");
     DDS_TypeCode* type_code = nullptr;
     DDSTopic* topic = nullptr;
     // A reader of dynamic data is of the kind that its type says, and never matched with writers of the
     // other.
     if (publication.typeCode != nullptr && has_key(publication.typeCode) != publication.keyed)
-        progress("ferret: using non dynamic data type instead\n");
+        agent.output().progress("ferret: using non dynamic data type instead\n");
     else if (publication.typeCode != nullptr)
         topic_node->typeSupport = register_dynamic_type(agent, *node.participant, publication);
-    if ((topic_node->typeSupport != nullptr || register_opaque_type(*node.participant, publication)) &&
-        clone_type_code(publication.typeCode, type_code))
-        topic = create_topic(*node.participant, publication);
+    if ((topic_node->typeSupport != nullptr || register_opaque_type(agent, *node.participant, publication)) &&
+        clone_type_code(agent, publication.typeCode, type_code))
+        topic = create_topic(agent, *node.participant, publication);
     if (topic != nullptr) {
-        progress("ferret: Creating data reader listener...\n");
+        agent.output().progress("ferret: Creating data reader listener...\n");
         topic_node->listener = new (std::nothrow) QuixSpyDataListener(
             publication.topicName, publication.typeName, type_code,
             settings_of(agent, publication,
                         topic_node->typeSupport != nullptr || has_known_type(node, publication)));
         if (topic_node->listener == nullptr)
-            QuixAgent_fail("ferret: Listener instantiation error\n");
+            agent.output().fail("ferret: Listener instantiation error\n");
     }
     if (topic_node->listener == nullptr) {
         if (type_code != nullptr) {
@@ -312,8 +288,8 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         QUIXHeap_free(topic_node);
         return false;
     }
-    node.dataListeners.append(topic_node);
-    if (!record_writer(*topic_node->listener, publication))
+    node.add_topic(topic_node);
+    if (!record_writer(agent, *topic_node->listener, publication))
         return false;
 
     DDS_DataReaderQos qos;
@@ -322,12 +298,12 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDSDataReader* const reader =
         node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL);
     if (reader == nullptr)
-        return QuixAgent_fail("ferret: Create_datareader error\n");
+        return agent.output().fail("ferret: Create_datareader error\n");
     // A profile may say that entities are not enabled when they are created.
     DDS_ReturnCode_t enabled = topic->enable();
     if (enabled == DDS_RETCODE_OK)
         enabled = reader->enable();
-    return enabled == DDS_RETCODE_OK || QuixAgent_fail("ferret: enable error %d\n", enabled);
+    return enabled == DDS_RETCODE_OK || agent.output().fail("ferret: enable error %d\n", enabled);
 }
 
 } // namespace
@@ -347,9 +323,9 @@ bool QuixSpyAgent::on_publication_discovered(const char* ip, const RtpsGuid& gui
         return false;
     for (ParticipantNode* node = _participantList.head(); node != nullptr;
          node = QuixSpyList<ParticipantNode>::next(node)) {
-        switch (fit_of(*node, publication)) {
+        switch (fit_of(*this, *node, publication)) {
             case Fit::watching:
-                add_writer(*node, publication);
+                add_writer(*this, *node, publication);
                 return false;
             case Fit::free:
                 return subscribe(*this, *node, publication);

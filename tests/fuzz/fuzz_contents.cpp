@@ -7,7 +7,7 @@
 
 #include "random_type.h"
 #include "types/data/json_printer.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 #include "types/data/plain_printer.h"
 
 using namespace meridian;
@@ -49,11 +49,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const SampleReader reader(TypeRef::adopt(fuzz::TypeMaker(input, *graph).make()));
     const rtps::ByteView payload(input.data(), input.size());
     const Walk walk(reader, payload);
-    std::string text;
+    PrintBuffers text;
     PlainPrinter printer(text, 0);
     walk(printer);
-    std::string json;
-    if (print_json(walk, JsonStyle(), json) && !is_json(json))
+    PrintBuffers json;
+    if (print_json(walk, JsonStyle(), json) && !is_json(json.text))
         std::abort();
     const KeyHasher hasher(reader);
     std::vector<rtps::KeyHash> hashes;

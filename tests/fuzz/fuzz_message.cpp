@@ -47,9 +47,6 @@ class Rewriter : public MessageVisitor {
         require(heartbeat.first > 0 && heartbeat.last >= heartbeat.first - 1);
         written(writer_.add_heartbeat(heartbeat));
     }
-    void on_heartbeat_frag(const MessageContext&, const HeartbeatFrag& heartbeat) override {
-        written(writer_.add_heartbeat_frag(heartbeat));
-    }
     void on_acknack(const MessageContext&, const AckNack& acknack) override {
         require(acknack.missing.num_bits <= SequenceNumberSet::kMaxBits);
         for (uint32_t i = acknack.missing.num_bits; i < SequenceNumberSet::kMaxBits; ++i)

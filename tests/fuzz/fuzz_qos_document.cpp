@@ -6,9 +6,8 @@
 #include <string>
 
 #include "qos/consistency.h"
-#include "qos/document.h"
-#include "qos/entity_readers.h"
 #include "qos/profile_loader.h"
+#include "xml/documents.h"
 
 using namespace meridian::qos;
 
@@ -22,10 +21,10 @@ void require(bool condition) {
 template <typename Qos>
 void read(const Profile& profile, EntityKind kind, const char* topic_name) {
     Qos qos;
-    ElementReader reader;
+    QosReader reader;
     for (const Layer& layer : layers_of(profile, kind, topic_name)) {
         reader.set_document(*layer.document);
-        read_qos(reader, layer.element, qos);
+        reader.read(layer.element, qos);
     }
     require(reader.ok()); // the loader has read every element once
     (void)check_consistency(qos);
@@ -33,8 +32,8 @@ void read(const Profile& profile, EntityKind kind, const char* topic_name) {
 
 bool load(ProfileSet& set, std::string source, std::string& error) {
     ProfileLoader loader(set);
-    std::unique_ptr<Document> document = Document::parse("document", std::move(source), error);
-    return document && loader.add(std::move(document), error) && loader.finish(error);
+    return set.documents.add_text("document", std::move(source), error) &&
+           loader.add(*set.documents.named().front(), error) && loader.finish(error);
 }
 
 } // namespace

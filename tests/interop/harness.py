@@ -328,8 +328,9 @@ class Spy(Process):
 
     LISTENING = "ferret is listening for data, press CTRL+C to stop it."
 
-    def __init__(self, network, *arguments, mode="DISC", env=None, listening=True):
-        command = [str(options.tool), *(["-mode", mode] if mode else []), *arguments]
+    def __init__(self, network, *arguments, mode="DISC", env=None, listening=True, prefix=()):
+        """prefix: a command that runs the tool, with its arguments."""
+        command = [*prefix, str(options.tool), *(["-mode", mode] if mode else []), *arguments]
         super().__init__(network, command, env, label="ferret")
         if listening:
             self.wait_for_line(f"^{re.escape(self.LISTENING)}$")

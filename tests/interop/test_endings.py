@@ -3,6 +3,7 @@
 
 import os
 import signal
+import subprocess
 import time
 
 import harness
@@ -44,6 +45,22 @@ class Endings(harness.InteropTest):
         self.assertLess(lasted, 3 + 2.5 * harness.SLOWNESS)
         self.assertEqual(spy.statistics(), (1, 0))
         self.assertEqual(spy.errors, [])
+
+    def test_a_thread_that_cannot_be_had(self):
+        """Room for one stack, or for none, beside the program: then it says so and ends as after any failed start."""
+        megabyte = 1 << 20
+        for stacks in (0, 1):
+            limits = ["prlimit", f"--stack={512 * megabyte}", f"--as={(300 + 512 * stacks) * megabyte}"]
+            if subprocess.run([*limits, str(harness.options.tool), "-help"], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, check=False).returncode != 0:
+                self.skipTest("this build needs more address space than it could be denied")
+            peer = self.cyclone()
+            peer.do("participant")
+            peer.do("writer w topic=T")
+            peer.do("write w")
+            spy = self.spy(mode=None, listening=False, prefix=limits)
+            self.assertEqual(spy.wait(), 0, spy.story())
+            self.assertIn("cannot start a thread", "\n".join(spy.errors), spy.story())
 
     def shell(self, script):
         """A script in which "$0" is the tool."""

@@ -1,18 +1,21 @@
 #!/usr/bin/env python3
-"""Shows that every rule of check_walls.py can fail, and that what is allowed passes."""
+"""Shows that every rule of check_walls.py and check_format.py can fail, and that what is allowed passes."""
 
 import pathlib
+import shutil
 import sys
 import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 sys.dont_write_bytecode = True
+import check_format  # noqa: E402
 import check_walls  # noqa: E402
 
 HOUSE = {
     "meridian/include/meridian/a.h": "#include <string>\n",
-    "meridian/src/platform/mutex.h": "#include <pthread.h>\n#include <time.h>\n",
+    "meridian/src/platform/mutex.h": "#include <pthread.h>\n#include <time.h>\n#include <thread>\n",
+    "meridian/src/platform/file.cpp": '#include <fstream>\nauto home = getenv("HOME");\n',
     "meridian/src/rtps/wire/types.h": "#include <array>\n",
     "meridian/src/rtps/protocol/reader.h": '#include "rtps/wire/types.h"\n',
     "meridian/src/rtps/net/socket.h": '#include <sys/socket.h>\n#include "rtps/protocol/reader.h"\n',
@@ -51,7 +54,13 @@ BROKEN = [
     ("meridian/src/rtps/wire/bad.h", '#include "meridian/a.h"\n', "nothing of the public interface"),
     ("meridian/src/rtps/protocol/bad.cpp", '#include "rtps/net/socket.h"\n', "rtps/protocol may not include rtps/net"),
     ("meridian/src/rtps/protocol/bad.cpp", "#include <poll.h>\n", "touch the system"),
-    ("meridian/src/rtps/protocol/bad.cpp", "auto t = std::chrono::steady_clock::now();\n", "asks for the time"),
+    ("meridian/src/rtps/protocol/bad.cpp", "auto t = std::chrono::steady_clock::now();\n", "asks the system for time"),
+    ("meridian/src/rtps/protocol/bad.cpp", "#include <mutex>\n", "touch the system"),
+    ("meridian/src/dcps/reader/bad.h", "#include <thread>\n", "touch the system"),
+    ("meridian/src/types/documents/bad.cpp", "#include <fstream>\n", "touch the system"),
+    ("meridian/src/qos/bad.cpp", "#include <filesystem>\n", "touch the system"),
+    ("meridian/src/qos/bad.cpp", 'auto home = std::getenv("HOME");\n', "asks the system"),
+    ("meridian/src/discovery/bad.cpp", "std::this_thread::sleep_for(1ms);\n", "asks the system"),
     ("meridian/src/rtps/net/bad.cpp", '#include "discovery/d.h"\n', "rtps/net may not include discovery"),
     ("meridian/src/platform/bad.cpp", '#include "rtps/wire/types.h"\n', "platform may not include rtps/wire"),
     ("meridian/src/new/bad.cpp", "#include <string>\n", "without a place"),
@@ -82,6 +91,32 @@ class Walls(unittest.TestCase):
                 self.assertEqual(len(errors), 1, errors)
                 self.assertIn(reason, errors[0])
                 self.assertTrue(errors[0].startswith(f"{name}:1:"), errors)
+
+    def test_exceptions_are_for_files_that_need_them(self):
+        with tempfile.TemporaryDirectory() as folder:
+            file = "meridian/src/dcps/reader/listener_link.h"
+            self.assertEqual(self.build(folder, (file, "#include <thread>\n")), [])
+            self.assertEqual(len(self.build(folder, (file, "#include <mutex>\n"))), 1)
+        used = set(check_walls.EXCEPTIONS)
+        self.assertEqual(check_walls.needless(used), [])
+        used.remove(("listener_link.h", "thread"))
+        self.assertEqual(len(check_walls.needless(used)), 1)
+
+
+class Format(unittest.TestCase):
+    def test_a_file_out_of_format_is_told(self):
+        tool = check_format.find_tool()
+        if tool is None:
+            self.skipTest(f"clang-format {check_format.VERSION} is not installed")
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copy(pathlib.Path(__file__).resolve().parents[2] / ".clang-format", folder)
+            file = pathlib.Path(folder, "agent/a.cpp")
+            file.parent.mkdir()
+            file.write_text("int f() {\n    return 1;\n}\n")
+            self.assertEqual(check_format.check(folder, tool), ("", 1))
+            file.write_text("int f() { return 1; }\n")
+            told, _ = check_format.check(folder, tool)
+            self.assertIn("a.cpp:1:", told)
 
 
 if __name__ == "__main__":

@@ -7,9 +7,9 @@
 // new for later ones. An endpoint that is gone, by its own word or by lost liveliness of its participant, is
 // one sample without valid data (disposed). Endpoints of this process are never reported. Samples carry the
 // source time stamp of the announcement; where the remote did not send one, the time of reception.
-// States are those of the moment of the change: an endpoint that came and went before anybody looked is one
-// new sample and one without data. The data-available status ends with a take, unless the take was cut off
-// by max_samples. The two readers have no listeners (DDS_RETCODE_UNSUPPORTED): wait on their status
+// States are those of the moment of the change: an endpoint that came and went before samples were taken is
+// one new sample and one without data. The data-available status ends with a take, unless the take was cut
+// off by max_samples. The two readers have no listeners (DDS_RETCODE_UNSUPPORTED): wait on their status
 // conditions. Their QoS and that of their subscriber cannot be changed.
 
 #include "meridian/data_reader.h"

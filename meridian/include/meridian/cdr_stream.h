@@ -5,11 +5,18 @@
 // DDSI-RTPS 2.5, clause 10).
 
 #include "meridian/base.h"
+#include "meridian/guid.h"
 
 constexpr DDS_Octet QUIX_CDR_ENDIAN_BIG = 0;
 constexpr DDS_Octet QUIX_CDR_ENDIAN_LITTLE = 1;
 
-/// A plain record. Who owns `buffer` is said by whoever made the stream; the operations below never free or
+/// Who wrote a received sample: serializers differ.
+struct QUIXCdrSource {
+    DDS_GUID_t writer;
+    DDS_Octet vendorId[2];
+};
+
+/// A plain record. The maker of the stream says who owns `buffer`; the operations below never free or
 /// reallocate it. Not thread-safe.
 struct QUIXCdrStream {
     char* buffer;          // first byte
@@ -24,6 +31,8 @@ struct QUIXCdrStream {
     DDS_UnsignedShort encapsulationOptions;
     DDS_UnsignedLong dirtyBit; // state of nested reading; zero in a fresh stream
     DDS_UnsignedLong nestingLevel;
+    /// Of a received sample, during the call that hands out the stream; else null.
+    const QUIXCdrSource* source;
 };
 
 /// A zeroed stream object without a buffer, with the native byte order set; null when memory is short.

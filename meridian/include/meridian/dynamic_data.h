@@ -1,7 +1,7 @@
 #pragma once
 
-// Samples of types that are known only at run time: serialized bytes and their type code, decoded when
-// somebody looks. The texts are described in docs/contents.md.
+// Samples of types that are known only at run time: serialized bytes and their type code, decoded on
+// demand. The texts are described in docs/contents.md.
 
 #include <cstdio>
 #include <memory>
@@ -27,7 +27,7 @@ constexpr DDS_PrintFormatProperty DDS_PRINT_FORMAT_PROPERTY_DEFAULT{DDS_DEFAULT_
 
 /// How samples are kept.
 struct DDS_DynamicDataTypeSerializationProperty_t {
-    /// A longer serialized sample is refused; all bits set: none is.
+    /// A longer serialized sample is refused; all bits set: no limit.
     DDS_UnsignedLong max_size_serialized;
     /// Room that a sample has from the start, so that smaller ones never allocate.
     DDS_UnsignedLong min_size_serialized;
@@ -48,12 +48,8 @@ class DDS_DynamicData {
   public:
     DDS_DynamicData();
     DDS_DynamicData(const DDS_DynamicData& other);
-    DDS_DynamicData(DDS_DynamicData&& other) noexcept;
     DDS_DynamicData& operator=(DDS_DynamicData other) noexcept;
     ~DDS_DynamicData();
-
-    /// Of the sample; null when it holds nothing.
-    const DDS_TypeCode* get_type() const;
 
     /// Writes the contents as lines, each ended, indented by three blanks per level of `indent`. What stands
     /// before a value that cannot be decoded is written before DDS_RETCODE_ERROR is returned and the logger

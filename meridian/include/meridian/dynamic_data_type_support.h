@@ -32,12 +32,10 @@ class DDSDynamicDataTypeSupport {
 
     /// False for a null type code, or one that is not of a structure or union.
     DDS_Boolean is_valid() const;
-    const DDS_TypeCode* get_data_type() const;
 
     /// Registers the type under that name. DDS_RETCODE_ERROR when the support is not valid,
     /// DDS_RETCODE_BAD_PARAMETER for null arguments, else what the participant says.
     DDS_ReturnCode_t register_type(DDSDomainParticipant* participant, const char* type_name);
-    DDS_ReturnCode_t unregister_type(DDSDomainParticipant* participant, const char* type_name);
 
   private:
     class Impl;

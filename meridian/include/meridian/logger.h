@@ -20,8 +20,8 @@ class QUIXConfigLogger {
   public:
     /// Created on first use, also on the first one after finalize_instance: fatal and error messages are on.
     static QUIXConfigLogger* get_instance();
-    /// Flushes. Messages after it are still written, with the mask and format set before, until somebody asks
-    /// for the logger again.
+    /// Flushes. Messages after it are still written, with the mask and format set before, until the next
+    /// get_instance.
     static DDS_ReturnCode_t finalize_instance();
 
     virtual void set_verbosity_by_mask(DDS_Long mask) = 0;

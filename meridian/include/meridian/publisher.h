@@ -1,5 +1,9 @@
 #pragma once
 
+// The writing side: what typed writers write through (typed_entities.h). A program that only watches needs
+// none of it; it is complete so that the type supports of such a program have real writers behind them, and
+// so that tests have a peer.
+
 #include "meridian/data_writer.h"
 #include "meridian/entity.h"
 #include "meridian/qos.h"
@@ -21,7 +25,7 @@ class DDSPublisher : public DDSEntity {
     virtual DDSDataWriter* create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos,
                                              DDSDataWriterListener* listener, DDS_StatusMask mask) = 0;
     /// No other thread may use the writer any more. What readers have not acknowledged is lost to them.
-    /// DDS_RETCODE_PRECONDITION_NOT_MET for a writer of somebody else.
+    /// DDS_RETCODE_PRECONDITION_NOT_MET for a writer of another publisher.
     virtual DDS_ReturnCode_t delete_datawriter(DDSDataWriter* writer) = 0;
     virtual DDS_ReturnCode_t get_default_datawriter_qos(DDS_DataWriterQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_datawriter_qos(const DDS_DataWriterQos& qos) = 0;

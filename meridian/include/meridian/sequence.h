@@ -119,8 +119,8 @@ class DDS_Sequence {
         return true;
     }
 
-    /// Refers to `count` elements of somebody else until unloan. Only an empty sequence that owns nothing can
-    /// borrow.
+    /// Refers to `count` elements that it does not own, until unloan. Only an empty sequence that owns
+    /// nothing can borrow.
     bool loan_discontiguous(T** elements, DDS_Long count) {
         if (!has_ownership() || maximum_ != 0 || count < 0 || elements == nullptr)
             return false;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Strings of the API: NUL-terminated, owned by whoever holds the pointer, allocated and freed only by these
+// Strings of the API: NUL-terminated, owned by the holder of the pointer, allocated and freed only by these
 // functions. Every operation may be called on any thread.
 
 #include <cstddef>

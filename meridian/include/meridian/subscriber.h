@@ -22,7 +22,7 @@ class DDSSubscriber : public DDSEntity {
     virtual DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                              DDSDataReaderListener* listener, DDS_StatusMask mask) = 0;
     /// Returns only when no callback of the reader's runs any more. DDS_RETCODE_PRECONDITION_NOT_MET for a
-    /// reader of somebody else, or one whose samples are on loan.
+    /// reader of another subscriber, or one whose samples are on loan.
     virtual DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) = 0;
     virtual DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) = 0;

@@ -54,7 +54,7 @@ constexpr DDS_ExceptionCode_t DDS_BAD_PARAM_EXCEPTION_CODE = 3; // a null argume
 
 /// What length() says of a string, sequence or map without a bound.
 constexpr DDS_UnsignedLong DDS_TYPECODE_UNBOUNDED = 0x7fffffff;
-/// What member_bitfield_bits() says of a member that is no bit field.
+/// What member_bitfield_bits() says of a member that is not a bit field.
 constexpr DDS_UnsignedShort DDS_TYPECODE_NOT_BITFIELD = 0xffff;
 /// What default_index() says of a union without a default member.
 constexpr DDS_Long DDS_TYPECODE_NO_DEFAULT = -1;
@@ -74,8 +74,6 @@ class DDS_TypeCode {
     /// Structural equality: kinds, names of types and members, order, ids, flags, labels, bounds, dimensions.
     DDS_Boolean equal(const DDS_TypeCode* other, DDS_ExceptionCode_t& ex) const;
 
-    /// Qualified name ("a::b"): structures, values, unions, enumerations, aliases, bit masks and bit sets.
-    const char* name(DDS_ExceptionCode_t& ex) const;
     /// Structures, values, unions, bit masks.
     DDS_ExtensibilityKind extensibility_kind(DDS_ExceptionCode_t& ex) const;
 
@@ -83,19 +81,12 @@ class DDS_TypeCode {
     /// flags) and bit sets (its named fields).
     DDS_UnsignedLong member_count(DDS_ExceptionCode_t& ex) const;
     const char* member_name(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
-    /// Index of the member of that name; DDS_BAD_PARAM_EXCEPTION_CODE when there is none.
-    DDS_UnsignedLong find_member_by_name(const char* name, DDS_ExceptionCode_t& ex) const;
     /// Structures, values, unions, bit sets (the integer type that holds the field).
     const DDS_TypeCode* member_type(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
-    DDS_UnsignedLong member_id(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
     /// Structures and values.
     DDS_Boolean is_member_key(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
-    /// Neither key nor optional.
-    DDS_Boolean is_member_required(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
     DDS_Boolean is_member_optional(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
-    DDS_Boolean is_member_must_understand(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
-    DDS_Boolean is_member_bitfield(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
-    /// DDS_TYPECODE_NOT_BITFIELD for a member that is none.
+    /// DDS_TYPECODE_NOT_BITFIELD for a member that is not a bit field.
     DDS_UnsignedShort member_bitfield_bits(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
     /// Value of an enumerator; bit position of a flag or bit field.
     DDS_Long member_ordinal(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
@@ -109,8 +100,6 @@ class DDS_TypeCode {
 
     /// Aliases, sequences, arrays, maps (the type of the elements).
     const DDS_TypeCode* content_type(DDS_ExceptionCode_t& ex) const;
-    /// Maps.
-    const DDS_TypeCode* key_type(DDS_ExceptionCode_t& ex) const;
     /// Bound of a string, wide string, sequence or map; number of elements in the first dimension of an
     /// array.
     DDS_UnsignedLong length(DDS_ExceptionCode_t& ex) const;

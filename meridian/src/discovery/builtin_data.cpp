@@ -1,10 +1,33 @@
 #include "discovery/builtin_data.h"
 
-#include "discovery/conversions.h"
+#include "discovery/announced_qos.h"
 #include "discovery/partitions.h"
 #include "types/lookup/endpoint_type.h"
 
 #include <algorithm>
+
+namespace meridian::qos {
+
+constexpr auto fields_of(Of<DDS_EndpointBuiltinTopicData>) {
+    using Data = DDS_EndpointBuiltinTopicData;
+    return std::tuple_cat(
+        endpoint_policies<Data>(), group_policies<Data>(),
+        std::tuple(field("user_data", &Data::user_data), field("topic_data", &Data::topic_data)));
+}
+constexpr auto fields_of(Of<DDS_PublicationBuiltinTopicData>) {
+    using Data = DDS_PublicationBuiltinTopicData;
+    return std::tuple_cat(
+        fields_of(Of<DDS_EndpointBuiltinTopicData>()),
+        std::tuple(field("lifespan", &Data::lifespan),
+                   field("ownership_strength", &Data::ownership_strength).as(&Wire::ownership_strength)));
+}
+constexpr auto fields_of(Of<DDS_SubscriptionBuiltinTopicData>) {
+    using Data = DDS_SubscriptionBuiltinTopicData;
+    return std::tuple_cat(fields_of(Of<DDS_EndpointBuiltinTopicData>()),
+                          std::tuple(field("time_based_filter", &Data::time_based_filter)));
+}
+
+} // namespace meridian::qos
 
 namespace meridian::discovery {
 
@@ -35,33 +58,10 @@ char* name_or_null(const std::string& name) {
     return name.empty() ? nullptr : DDS_String_dup(name.c_str());
 }
 
-void fill_qos(const rtps::EndpointQos& qos, DDS_EndpointBuiltinTopicData& out) {
-    out.durability.kind = static_cast<DDS_DurabilityQosPolicyKind>(qos.durability);
-    out.deadline.period = to_duration(qos.deadline);
-    out.latency_budget.duration = to_duration(qos.latency_budget);
-    out.liveliness.kind = static_cast<DDS_LivelinessQosPolicyKind>(qos.liveliness);
-    out.liveliness.lease_duration = to_duration(qos.liveliness_lease);
-    out.reliability.kind = qos.reliability == rtps::Reliability::reliable ? DDS_RELIABLE_RELIABILITY_QOS
-                                                                          : DDS_BEST_EFFORT_RELIABILITY_QOS;
-    out.reliability.max_blocking_time = to_duration(qos.max_blocking_time);
-    out.ownership.kind = static_cast<DDS_OwnershipQosPolicyKind>(qos.ownership);
-    out.destination_order.kind = static_cast<DDS_DestinationOrderQosPolicyKind>(qos.destination_order);
-    out.presentation.access_scope = static_cast<DDS_PresentationQosPolicyAccessScopeKind>(qos.presentation);
-    out.presentation.coherent_access = qos.coherent_access;
-    out.presentation.ordered_access = qos.ordered_access;
-    out.partition.name = to_string_seq(qos.partitions);
-    out.user_data.value = to_octet_seq(qos.user_data);
-    out.topic_data.value = to_octet_seq(qos.topic_data);
-    out.group_data.value = to_octet_seq(qos.group_data);
-    for (int16_t representation : qos.representations)
-        out.representation.value.append(representation);
-}
-
 void fill_endpoint(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out) {
     fill_keys(endpoint, out);
     out.topic_name = DDS_String_dup(endpoint.topic_name.c_str());
     out.type_name = DDS_String_dup(endpoint.type_name.c_str());
-    fill_qos(*endpoint.qos, out);
     out.unicast_locators = to_locator_seq(*endpoint.unicast);
     out.entity_name.name = name_or_null(endpoint.name);
     out.property = to_properties(endpoint.properties);
@@ -100,13 +100,12 @@ void fill_keys(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicDat
 
 void fill(const rtps::RemoteEndpoint& endpoint, DDS_PublicationBuiltinTopicData& out) {
     fill_endpoint(endpoint, out);
-    out.lifespan.duration = to_duration(endpoint.qos->lifespan);
-    out.ownership_strength = endpoint.qos->ownership_strength;
+    read_announced(*endpoint.qos, out);
 }
 
 void fill(const rtps::RemoteEndpoint& endpoint, DDS_SubscriptionBuiltinTopicData& out) {
     fill_endpoint(endpoint, out);
-    out.time_based_filter.minimum_separation = to_duration(endpoint.qos->time_based_filter);
+    read_announced(*endpoint.qos, out);
 }
 
 } // namespace meridian::discovery

@@ -11,7 +11,7 @@ namespace meridian {
 /// A clock that never jumps, for periods and deadlines. Its epoch means nothing; values are positive.
 std::chrono::nanoseconds monotonic_now();
 
-/// Time since 1970-01-01 UTC; jumps when somebody sets the clock.
+/// Time since 1970-01-01 UTC; jumps when the clock is set.
 std::chrono::nanoseconds wall_now();
 /// The same as a DDS time, held at the last second that fits.
 DDS_Time_t wall_time();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 
 namespace meridian {
@@ -51,7 +52,7 @@ bool read_open_file(int descriptor, size_t max_size, std::string& contents, std:
 } // namespace
 
 bool read_file(const std::string& path, size_t max_size, std::string& contents, std::string& error) {
-    // Without O_NONBLOCK a pipe that nobody writes to would stop the program here, before its kind is known.
+    // Without O_NONBLOCK a pipe without a writer would block here, before its kind is known.
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         error = message_of(errno);
@@ -60,6 +61,13 @@ bool read_file(const std::string& path, size_t max_size, std::string& contents, 
     const bool done = read_open_file(descriptor, max_size, contents, error);
     close(descriptor);
     return done;
+}
+
+std::string resolved_path(const std::string& path) {
+    char* resolved = realpath(path.c_str(), nullptr);
+    std::string result = resolved == nullptr ? path : resolved;
+    std::free(resolved);
+    return result;
 }
 
 } // namespace meridian

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "platform/text.h"
+
 namespace meridian::log {
 
 namespace {
@@ -29,21 +31,15 @@ const char* name_of(Level level) {
 /// command.
 void append_escaped(std::string& line, const std::string& text) {
     for (size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const unsigned char next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
-        if (byte == '\n') {
+        const size_t control = control_at(text, i);
+        if (text[i] == '\n') {
             line += "\\n";
-        } else if (byte == '\t') {
+        } else if (text[i] == '\t') {
             line += "\\t";
-        } else if (byte < 0x20 || byte == 0x7f) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-            line += escape;
-        } else if (byte == 0xc2 && next >= 0x80 && next < 0xa0) { // U+0080 to U+009F in UTF-8
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\x%02x", next);
-            line += escape;
-            ++i;
+        } else if (control != 0) {
+            i += control - 1;
+            line += "\\x";
+            append_hex(line, static_cast<uint8_t>(text[i]));
         } else {
             line += text[i];
         }

@@ -28,8 +28,8 @@ struct Message {
     std::chrono::nanoseconds monotonic{0};
     long process = 0;
     long thread = 0;
-    const char* module = nullptr; // null: none
-    const char* method = nullptr; // null: none
+    const char* module = nullptr; // null: not in the line
+    const char* method = nullptr; // null: not in the line
     std::string text;
 };
 

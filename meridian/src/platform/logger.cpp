@@ -115,7 +115,7 @@ QUIXConfigLogger* QUIXConfigLogger::get_instance() {
 
 DDS_ReturnCode_t QUIXConfigLogger::finalize_instance() {
     std::fflush(stderr);
-    // Entities that are taken apart later still log, as they were told to while they lived.
+    // Entities that are deleted later still log, with the settings from before.
     meridian::log::is_finalised = true;
     return DDS_RETCODE_OK;
 }

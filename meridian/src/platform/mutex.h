@@ -22,7 +22,6 @@ class MERIDIAN_CAPABILITY("mutex") Mutex {
 
     void lock() MERIDIAN_ACQUIRE() { pthread_mutex_lock(&mutex_); }
     void unlock() MERIDIAN_RELEASE() { pthread_mutex_unlock(&mutex_); }
-    bool try_lock() MERIDIAN_TRY_ACQUIRE(true) { return pthread_mutex_trylock(&mutex_) == 0; }
 
   private:
     friend class ConditionVariable;

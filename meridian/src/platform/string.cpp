@@ -31,7 +31,7 @@ bool DDS_String_append(char** string, const char* suffix) {
         return false;
     const size_t old_length = *string == nullptr ? 0 : std::strlen(*string);
     const size_t suffix_length = suffix == nullptr ? 0 : std::strlen(suffix);
-    // A new buffer rather than a grown one: the suffix may lie in the old one.
+    // A new buffer rather than a grown one: the suffix may be part of the old one.
     char* joined = DDS_String_alloc(old_length + suffix_length);
     if (joined != nullptr) {
         if (old_length != 0)

@@ -22,11 +22,8 @@
 /// On a function that locks or unlocks.
 #define MERIDIAN_ACQUIRE(...) MERIDIAN_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define MERIDIAN_RELEASE(...) MERIDIAN_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define MERIDIAN_TRY_ACQUIRE(...) MERIDIAN_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 /// On mutexes that are always taken in one order.
 #define MERIDIAN_ACQUIRED_BEFORE(...) MERIDIAN_THREAD_ATTRIBUTE(acquired_before(__VA_ARGS__))
 #define MERIDIAN_ACQUIRED_AFTER(...) MERIDIAN_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
-/// On a function that returns a reference to the mutex.
-#define MERIDIAN_RETURN_CAPABILITY(mutex) MERIDIAN_THREAD_ATTRIBUTE(lock_returned(mutex))
 /// The analysis cannot follow this function; say why beside it.
 #define MERIDIAN_NO_THREAD_SAFETY_ANALYSIS MERIDIAN_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -87,7 +87,7 @@ std::string decode_octets(const std::string& text, std::vector<DDS_Octet>& octet
     if (text.find(',') != std::string::npos || (is_hexadecimal && text.size() <= 4))
         return decode_list(text, octets);
     if (!text.empty() && only_digits_and_blanks()) {
-        // "10 20 30 40" would be base64 too, but nobody means that.
+        // "10 20 30 40" would be base64 too, but is a list that lacks its commas.
         if (text.find_first_of(" \t\r\n") != std::string::npos)
             return "octets must be separated by commas";
         if (text.size() <= 3)

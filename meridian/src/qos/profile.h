@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "qos/document.h"
+#include "xml/documents.h"
 
 namespace meridian::qos {
 
@@ -42,7 +42,7 @@ struct EntityQos {
 struct Profile {
     std::string library;
     std::string name;
-    const Document* document = nullptr;
+    const xml::Document* document = nullptr;
     pugi::xml_node element;
     Profile* base = nullptr;
     std::vector<std::unique_ptr<EntityQos>> entities;
@@ -54,9 +54,9 @@ struct Profile {
     EntityQos* find(EntityKind kind, const std::string& element_name) const;
 };
 
-/// An element and the document it stands in.
+/// An element and its document.
 struct Layer {
-    const Document* document;
+    const xml::Document* document;
     pugi::xml_node element;
 };
 /// All elements that make up the QoS of an entity, the deepest base first.
@@ -69,7 +69,7 @@ struct Library {
 
 /// All that is loaded.
 struct ProfileSet {
-    std::vector<std::unique_ptr<Document>> documents; // other sections than QoS stay readable in these
+    xml::Documents documents; // the profiles refer to them
     std::vector<Library> libraries;
     std::unordered_map<std::string, size_t> library_index;
     std::unordered_map<std::string, Profile*> by_name; // "library::profile"

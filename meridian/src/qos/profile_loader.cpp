@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "qos/entity_readers.h"
+#include "platform/text.h"
 
 namespace meridian::qos {
 
@@ -52,15 +52,15 @@ std::vector<std::string> split_name(const std::string& name) {
 }
 
 template <typename Qos>
-void read_and_drop(ElementReader& reader, pugi::xml_node element) {
+void read_and_drop(QosReader& reader, pugi::xml_node element) {
     Qos qos;
-    read_qos(reader, element, qos);
+    reader.read(element, qos);
     reader.forget_durations();
 }
 
 /// Every element can be read by itself, so all of them are checked here, whether they will be asked for or
 /// not.
-void check_values(ElementReader& reader, EntityKind kind, pugi::xml_node element) {
+void check_values(QosReader& reader, EntityKind kind, pugi::xml_node element) {
     switch (kind) {
         case EntityKind::participant:
             return read_and_drop<DDS_DomainParticipantQos>(reader, element);
@@ -79,12 +79,13 @@ std::string attribute(pugi::xml_node element, const char* name) {
 
 } // namespace
 
-bool ProfileLoader::add(std::unique_ptr<Document> document, std::string& error) {
-    document_ = document.get();
-    set_.documents.push_back(std::move(document));
-    reader_.set_document(*document_);
+bool ProfileLoader::add(const xml::Document& document, std::string& error) {
+    if (std::strcmp(document.root().name(), "types") == 0)
+        return true;
+    document_ = &document;
+    reader_.set_document(document);
     default_of_document_ = nullptr;
-    for (const pugi::xml_node section : reader_.children(document_->root(), ElementReader::Attributes::any)) {
+    for (const pugi::xml_node section : reader_.children(document.root(), QosReader::Attributes::any)) {
         if (std::strcmp(section.name(), "qos_library") == 0)
             add_library(section);
         else if (!is_one_of(section.name(), kOtherSections))
@@ -117,7 +118,7 @@ void ProfileLoader::add_library(pugi::xml_node element) {
     if (is_new)
         set_.libraries.push_back({name, {}});
     Library& library = set_.libraries[known->second];
-    for (const pugi::xml_node child : reader_.children(element, ElementReader::Attributes::any)) {
+    for (const pugi::xml_node child : reader_.children(element, QosReader::Attributes::any)) {
         if (std::strcmp(child.name(), "qos_profile") == 0)
             add_profile(library, child);
         else
@@ -154,7 +155,7 @@ void ProfileLoader::add_profile(Library& library, pugi::xml_node element) {
         return reader_.fail(element, "the profile \"" + known->first + "\" exists already");
     library.profiles.push_back(std::move(added));
     entities_of_profile_.clear();
-    for (const pugi::xml_node child : reader_.children(element, ElementReader::Attributes::any)) {
+    for (const pugi::xml_node child : reader_.children(element, QosReader::Attributes::any)) {
         const auto entity =
             std::find_if(std::begin(kEntityNames), std::end(kEntityNames),
                          [child](const auto& name) { return std::strcmp(name.element, child.name()) == 0; });

@@ -4,8 +4,8 @@
 #include <set>
 #include <string>
 
-#include "qos/element_reader.h"
 #include "qos/profile.h"
+#include "qos/qos_reader.h"
 
 namespace meridian::qos {
 
@@ -13,13 +13,13 @@ namespace meridian::qos {
 /// use.
 class ProfileLoader {
   public:
-    /// The longest chain of bases. It bounds the recursion along bases, and nobody reads a longer one.
+    /// The longest chain of bases. It bounds the recursion along bases.
     static constexpr int kMaxHeight = 32;
 
     explicit ProfileLoader(ProfileSet& set) : set_(set) {}
 
-    /// Takes over the libraries of a document and checks every value of every policy in them.
-    bool add(std::unique_ptr<Document> document, std::string& error);
+    /// Adds the libraries of a document of the set and checks every value of every policy in them.
+    bool add(const xml::Document& document, std::string& error);
     /// Finds all bases; fails where one does not exist, leads back to itself or is too far down.
     bool finish(std::string& error);
 
@@ -38,8 +38,8 @@ class ProfileLoader {
     const Height& height_of(Profile& profile, EntityQos& entity);
 
     ProfileSet& set_;
-    const Document* document_ = nullptr; // of the elements at hand
-    ElementReader reader_;               // keeps the first error
+    const xml::Document* document_ = nullptr; // of the elements at hand
+    QosReader reader_;                        // keeps the first error
     Profile* default_of_document_ = nullptr;
     std::set<std::string> entities_of_profile_; // what makes each of them different from the others
     int depth_ = 0;                             // of the recursion in height_of

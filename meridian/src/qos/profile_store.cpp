@@ -2,21 +2,19 @@
 
 #include <algorithm>
 
-#include "platform/file.h"
-#include "qos/entity_readers.h"
+#include "platform/text.h"
 #include "qos/profile_loader.h"
+#include "qos/qos_reader.h"
 #include "types/documents/type_documents.h"
 
 namespace meridian::qos {
 
 struct ProfileStore::Contents {
     ProfileSet set;
-    types::TypeDocuments types;
+    types::TypesByName types;
 };
 
 namespace {
-
-constexpr const char* kStringProfileLabel = "string profile";
 
 /// The files of a URL profile, without "file://".
 std::vector<std::string> file_names(const char* url_list) {
@@ -34,56 +32,21 @@ std::vector<std::string> file_names(const char* url_list) {
     return names;
 }
 
-std::string folder_of(const std::string& file) {
-    const size_t slash = file.rfind('/');
-    return slash == std::string::npos ? "." : file.substr(0, slash + 1);
-}
-
-/// Takes the documents of one load, one after the other: their profiles and their types.
-struct Loader {
-    ProfileLoader profiles;
-    types::TypeDocuments& types;
-};
-
-bool add_document(Loader& loader, const std::string& label, const std::string& folder, std::string source,
-                  std::string& error) {
-    std::string copy = source; // the parser works in the text itself
-    std::unique_ptr<Document> document = Document::parse(label, std::move(copy), error);
-    return document && loader.profiles.add(std::move(document), error) &&
-           loader.types.load(label, source, folder, error);
-}
-
-bool add_string_profile(Loader& loader, const DDS_StringSeq& fragments, std::string& error) {
+bool add_string_profile(xml::Documents& documents, const DDS_StringSeq& fragments, std::string& error) {
     std::string source;
-    for (DDS_Long i = 0; i < fragments.length(); ++i) {
-        if (fragments[i] != nullptr)
-            source += fragments[i];
-        if (source.size() > ProfileStore::kMaxDocumentSize) {
-            error = std::string(kStringProfileLabel) + ": is larger than " +
-                    std::to_string(ProfileStore::kMaxDocumentSize) + " bytes";
-            return false;
-        }
-    }
-    return source.empty() || add_document(loader, kStringProfileLabel, ".", std::move(source), error);
+    for (DDS_Long i = 0; i < fragments.length(); ++i)
+        source += fragments[i] == nullptr ? "" : fragments[i];
+    return source.empty() || documents.add_text("string profile", std::move(source), error);
 }
 
-bool add_files(Loader& loader, const char* url_list, std::string& error) {
+bool add_files(xml::Documents& documents, const char* url_list, std::string& error) {
     const std::vector<std::string> names = file_names(url_list);
-    if (names.empty()) {
+    if (names.empty())
         error =
             std::string("no file name in the URL profile \"") + (url_list == nullptr ? "" : url_list) + "\"";
-        return false;
-    }
-    for (const std::string& name : names) {
-        std::string source;
-        if (!read_file(name, ProfileStore::kMaxDocumentSize, source, error)) {
-            error = name + ": " + error;
-            return false;
-        }
-        if (!add_document(loader, name, folder_of(name), std::move(source), error))
-            return false;
-    }
-    return true;
+    return !names.empty() && std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+        return documents.add_file(name, error);
+    });
 }
 
 template <typename Qos>
@@ -95,10 +58,10 @@ bool read_profile(const ProfileSet& set, const std::string& library, const std::
         return false;
     }
     Qos result;
-    ElementReader reader;
+    QosReader reader;
     for (const Layer& layer : layers_of(*profile, kind, topic_name)) {
         reader.set_document(*layer.document);
-        read_qos(reader, layer.element, result);
+        reader.read(layer.element, result);
     }
     if (!reader.ok()) {
         error = reader.error();
@@ -115,14 +78,19 @@ ProfileStore::~ProfileStore() = default;
 
 bool ProfileStore::load(const DDS_ProfileQosPolicy& sources, std::string& error) {
     std::unique_ptr<Contents> loaded(new Contents());
-    Loader loader{ProfileLoader(loaded->set), loaded->types};
-    if (!add_string_profile(loader, sources.string_profile, error))
+    xml::Documents& documents = loaded->set.documents;
+    if (!add_string_profile(documents, sources.string_profile, error))
         return false;
     for (DDS_Long i = 0; i < sources.url_profile.length(); ++i) {
-        if (!add_files(loader, sources.url_profile[i], error))
+        if (!add_files(documents, sources.url_profile[i], error))
             return false;
     }
-    if (!loader.profiles.finish(error))
+    ProfileLoader loader(loaded->set);
+    for (const xml::Document* document : documents.named()) {
+        if (!loader.add(*document, error))
+            return false;
+    }
+    if (!loader.finish(error) || !types::make_types(documents, loaded->types, error))
         return false;
     contents_ = std::move(loaded);
     return true;
@@ -173,7 +141,8 @@ bool ProfileStore::datareader_qos(const std::string& library, const std::string&
 }
 
 types::TypeRef ProfileStore::type(const std::string& name) const {
-    return contents_->types.find(name);
+    const auto found = contents_->types.find(name);
+    return found == contents_->types.end() ? types::TypeRef() : found->second;
 }
 
 } // namespace meridian::qos

@@ -23,9 +23,6 @@ struct ProfileName {
 /// none loads again.
 class ProfileStore {
   public:
-    /// The largest document that is read.
-    static constexpr size_t kMaxDocumentSize = size_t{4} * 1024 * 1024;
-
     ProfileStore();
     ~ProfileStore();
     ProfileStore(const ProfileStore&) = delete;
@@ -58,8 +55,8 @@ class ProfileStore {
     bool datareader_qos(const std::string& library, const std::string& profile, const char* topic_name,
                         DDS_DataReaderQos& qos, std::string& error) const;
 
-    /// The type that a <types> section of a document defines under that name; empty when none does. Lives as
-    /// long as anybody holds it.
+    /// The type that a <types> section of a document, or of one that it includes, defines under that name;
+    /// empty when none does. May outlive the store.
     types::TypeRef type(const std::string& name) const;
 
   private:

@@ -96,6 +96,7 @@ std::string create(Peer& peer, const Command& command, bool writer) {
     for (long i = 0; i < count; ++i) {
         options.topic = numbered(command.text("topic", "Topic"), i);
         options.type = command.text("type", "keyed");
+        options.type_name = numbered(command.text("type_name"), i);
         options.entity_name = numbered(command.text("entity_name"), i);
         const std::string name = numbered(command.name, i);
         GuidBytes guid{};
@@ -111,6 +112,7 @@ std::string create(Peer& peer, const Command& command, bool writer) {
 std::string write(Peer& peer, const Command& command) {
     const long count = command.number("count", 1);
     const long keys = command.number("keys", 1);
+    const long endpoints = command.number("over", 1);
     const double rate = command.seconds("rate", 0);
     Sample sample;
     sample.size = static_cast<uint32_t>(command.number("size", 0));
@@ -121,12 +123,13 @@ std::string write(Peer& peer, const Command& command) {
         }
         sample.id = static_cast<int32_t>(command.number("key", 0) + i % keys);
         sample.value = static_cast<uint32_t>(command.number("value", 0) + i);
-        const std::string error = peer.write(command.name, sample);
+        const std::string name = numbered(command.name, i % endpoints);
+        const std::string error = peer.write(name, sample);
         if (!error.empty()) {
             return error;
         }
         if (command.has("show")) {
-            std::printf("sample %s\n", peer.describe(command.name, sample).c_str());
+            std::printf("sample %s\n", peer.describe(name, sample).c_str());
         }
     }
     std::printf("wrote %s %ld\n", command.name.c_str(), count);

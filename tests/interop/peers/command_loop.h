@@ -30,6 +30,7 @@ struct Command {
 struct EndpointOptions {
     std::string topic;
     std::string type;
+    std::string type_name; // announced instead of the type's own, without type information
     std::string entity_name;
     std::optional<std::vector<std::string>> partitions;
     bool reliable = true;

@@ -191,6 +191,23 @@ constexpr CycloneType counted(const char* name, const dds_topic_descriptor_t& de
     return {name, &descriptor, build_counted<T>, describe_counted<T>};
 }
 
+// What an application announces that calls a type keyless which its type information says has a key.
+dds_topic_descriptor_t without_key(const dds_topic_descriptor_t& keyed) {
+    return {keyed.m_size,
+            keyed.m_align,
+            keyed.m_flagset & ~(DDS_TOPIC_FIXED_KEY | DDS_TOPIC_FIXED_KEY_XCDR2),
+            0,
+            keyed.m_typename,
+            nullptr,
+            keyed.m_nops,
+            keyed.m_ops,
+            keyed.m_meta,
+            keyed.type_information,
+            keyed.type_mapping,
+            keyed.restrict_data_representation};
+}
+const dds_topic_descriptor_t kContradicting = without_key(peers_Everything_desc);
+
 const CycloneType kTypes[] = {
     counted<peers_Keyed>("keyed", peers_Keyed_desc),
     counted<peers_Unkeyed>("unkeyed", peers_Unkeyed_desc),
@@ -198,6 +215,7 @@ const CycloneType kTypes[] = {
     counted<peers_Mutable>("mutable", peers_Mutable_desc),
     {"shape", &peers_Shape_desc, build_shape, describe_shape},
     {"everything", &peers_Everything_desc, build_everything, describe_everything},
+    {"contradicting", &kContradicting, build_everything, describe_everything},
 };
 
 } // namespace

@@ -23,6 +23,14 @@ struct Endpoint {
     const CycloneType* type = nullptr;
 };
 
+// The type under another name, without type information, which would tell the first one.
+dds_topic_descriptor_t named(const dds_topic_descriptor_t& type, const char* name) {
+    return {type.m_size,  type.m_align, type.m_flagset & ~static_cast<uint32_t>(DDS_TOPIC_XTYPES_METADATA),
+            type.m_nkeys, name,         type.m_keys,
+            type.m_nops,  type.m_ops,   type.m_meta,
+            {nullptr, 0}, {nullptr, 0}, type.restrict_data_representation};
+}
+
 class CyclonePeer final : public peers::Peer {
   public:
     std::string create_participant(const Command& command, GuidBytes& guid) override {
@@ -59,8 +67,10 @@ class CyclonePeer final : public peers::Peer {
         if (endpoints_.count(name) != 0) {
             return name + " exists already";
         }
+        const dds_topic_descriptor_t renamed = named(*type->descriptor, options.type_name.c_str());
         const dds_entity_t topic =
-            dds_create_topic(participant_, type->descriptor, options.topic.c_str(), nullptr, nullptr);
+            dds_create_topic(participant_, options.type_name.empty() ? type->descriptor : &renamed,
+                             options.topic.c_str(), nullptr, nullptr);
         if (topic < 0) {
             return dds_strretcode(topic);
         }

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "agent/QuixAgent.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 
 namespace {
 
@@ -27,8 +27,8 @@ Joined join(const char* title, const std::vector<std::string>& arguments) {
     std::vector<char> dst(kLimit, '?'); // no byte more than promised: the sanitizer watches
     Joined result{};
     result.printed = printed_by([&] {
-        result.succeeded =
-            QuixAgent::strcatFromArgv(dst.data(), kLimit, title, static_cast<int>(argv.size()), argv.data());
+        result.succeeded = QuixAgent::strcatFromArgv(test_output(), dst.data(), kLimit, title,
+                                                     static_cast<int>(argv.size()), argv.data());
     });
     if (result.succeeded)
         result.command = dst.data();
@@ -46,7 +46,7 @@ Split split(const char* title, const char* command) {
     std::vector<const char*> argv(QuixAgent::kMaxArguments, nullptr);
     Split result{};
     result.printed = printed_by([&] {
-        result.count = QuixAgent::tokenizeStrIntoArgv(dst.data(), kLimit, argv.data(),
+        result.count = QuixAgent::tokenizeStrIntoArgv(test_output(), dst.data(), kLimit, argv.data(),
                                                       QuixAgent::kMaxArguments, title, command);
     });
     for (int i = 0; i < result.count; ++i)
@@ -69,7 +69,7 @@ TEST(Join, WithoutArgumentsIsEmpty) {
     EXPECT_TRUE(join("T", {}).succeeded);
     EXPECT_EQ(join("T", {}).command, "");
     char dst[kLimit];
-    EXPECT_TRUE(QuixAgent::strcatFromArgv(dst, kLimit, "T", 0, nullptr));
+    EXPECT_TRUE(QuixAgent::strcatFromArgv(test_output(), dst, kLimit, "T", 0, nullptr));
     EXPECT_STREQ(dst, "");
 }
 

@@ -5,11 +5,13 @@
 #include <vector>
 
 #include "agent/QuixAgent.h"
+#include "support/test_output.h"
 
 /// A tool that notes what the frame does with it.
 class FakeAgent : public QuixAgent {
   public:
-    explicit FakeAgent(const char* name = "Fake", int domain = 0) : QuixAgent(name, domain) {}
+    explicit FakeAgent(const char* name = "Fake", int domain = 0, QuixAgentOutput& output = test_output())
+        : QuixAgent(name, domain, output) {}
 
     void print_usage() override { calls.emplace_back("usage"); }
     void print_command_summary() override { calls.emplace_back("summary"); }

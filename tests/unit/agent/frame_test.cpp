@@ -2,15 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <climits>
-#include <cstdio>
 
 #include "agent/fake_agent.h"
 #include "meridian/logger.h"
 #include "meridian/version.h"
-#include "support/stdout_capture.h"
+#include "support/output_file.h"
+#include "support/test_output.h"
 #include "support/verbosity_guard.h"
 
 namespace {
@@ -199,14 +197,17 @@ TEST(Frame, LogsAsChosenUntilTheAgentIsGone) {
 
 TEST(Frame, IsPrintedBeforeWhatTheRunLogs) {
     struct LoggingAgent : FakeAgent {
-        void print_command_summary() override { std::puts("summary"); }
-        bool run() override { return write(STDOUT_FILENO, "logged\n", 7) == 7; }
+        explicit LoggingAgent(OutputFile& both) : FakeAgent("Fake", 0, both.output), file(both) {}
+        void print_command_summary() override { output().put("summary\n"); }
+        bool run() override { return file.log("logged\n"); }
+        OutputFile& file;
     };
     const VerbosityGuard guard(1);
-    LoggingAgent agent;
-    bool result = false;
-    EXPECT_EQ(execute(agent, {"-verbosity", "2"}, result), "summary\nlogged\n");
-    EXPECT_TRUE(result);
+    OutputFile file;
+    LoggingAgent agent(file);
+    const char* arguments[] = {"program", "-verbosity", "2"};
+    EXPECT_TRUE(agent.execute(3, arguments));
+    EXPECT_EQ(file.text(), header("Fake") + "summary\nlogged\n");
 }
 
 TEST(Frame, MapsVerbosityToTheLogger) {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/fake_agent.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 
 namespace {
 
@@ -28,7 +28,8 @@ Parsed parse(QuixAgent& agent, std::vector<const char*> arguments) {
 TEST(TryParse, ComparesOverTheLengthOfTheArgument) {
     const auto matches = [](const char* argument) {
         int index = 0;
-        return QuixAgent::tryParseArgument(&index, &argument, 1, "-domainId", nullptr, nullptr, false) == 1;
+        return QuixAgent::tryParseArgument(test_output(), &index, &argument, 1, "-domainId", nullptr, nullptr,
+                                           false) == 1;
     };
     EXPECT_TRUE(matches("-domainId"));
     EXPECT_TRUE(matches("-DOMAINID"));
@@ -44,9 +45,9 @@ TEST(TryParse, KeepsTheTextItself) {
     const char* const argv[] = {"-x", "value"};
     int index = 0;
     const char* text = nullptr;
-    EXPECT_EQ(
-        QuixAgent::tryParseArgument(&index, const_cast<const char**>(argv), 2, "-x", &text, nullptr, false),
-        1);
+    EXPECT_EQ(QuixAgent::tryParseArgument(test_output(), &index, const_cast<const char**>(argv), 2, "-x",
+                                          &text, nullptr, false),
+              1);
     EXPECT_EQ(text, argv[1]);
     EXPECT_EQ(index, 1);
 }
@@ -55,11 +56,12 @@ TEST(TryParse, LeavesTheOutputOfAnOptionalValueThatIsMissing) {
     const char* argv[] = {"-x"};
     int index = 0;
     const char* text = "before";
-    EXPECT_EQ(QuixAgent::tryParseArgument(&index, argv, 1, "-xyz", &text, nullptr, true), 1);
+    EXPECT_EQ(QuixAgent::tryParseArgument(test_output(), &index, argv, 1, "-xyz", &text, nullptr, true), 1);
     EXPECT_STREQ(text, "before");
     int result = -1;
     EXPECT_EQ(printed_by([&] {
-                  result = QuixAgent::tryParseArgument(&index, argv, 1, "-xyz", &text, nullptr, false);
+                  result = QuixAgent::tryParseArgument(test_output(), &index, argv, 1, "-xyz", &text, nullptr,
+                                                       false);
               }),
               "Missing value for argument '-xyz'\n");
     EXPECT_EQ(result, 0);
@@ -71,8 +73,10 @@ TEST(TryParse, StoresNumbersAsTheyAreRead) {
         const char* argv[] = {"-x", text};
         int index = 0;
         int result = -1;
-        printed_by(
-            [&] { result = QuixAgent::tryParseArgument(&index, argv, 2, "-x", nullptr, &value, false); });
+        printed_by([&] {
+            result =
+                QuixAgent::tryParseArgument(test_output(), &index, argv, 2, "-x", nullptr, &value, false);
+        });
         return result;
     };
     int value = 5;
@@ -229,18 +233,19 @@ TEST(ConvertFromFloat, SplitsSecondsAndNanoseconds) {
 }
 
 TEST(Usage, CutsWhatDoesNotFit) {
-    EXPECT_EQ(printed_by([] { QuixAgent::printOption("name", "what", "value", "default 1"); }),
+    FakeAgent agent;
+    EXPECT_EQ(printed_by([&] { agent.printOption("name", "what", "value", "default 1"); }),
               "    -name  <value>                  - what (default 1)\n");
-    EXPECT_EQ(printed_by([] { QuixAgent::printOption("name", "what", nullptr, nullptr); }),
+    EXPECT_EQ(printed_by([&] { agent.printOption("name", "what", nullptr, nullptr); }),
               "    -name                           - what    \n");
-    EXPECT_EQ(printed_by([] {
-                  QuixAgent::printOption(std::string(40, 'n').c_str(), "what", std::string(40, 'v').c_str(),
-                                         nullptr);
+    EXPECT_EQ(printed_by([&] {
+                  agent.printOption(std::string(40, 'n').c_str(), "what", std::string(40, 'v').c_str(),
+                                    nullptr);
               }),
               "    -" + std::string(27, 'n') + "    - what    \n");
-    EXPECT_EQ(printed_by([] { QuixAgent::printOption("n", "what", std::string(40, 'v').c_str(), nullptr); }),
+    EXPECT_EQ(printed_by([&] { agent.printOption("n", "what", std::string(40, 'v').c_str(), nullptr); }),
               "    -n  <" + std::string(16, 'v') + ">          - what    \n");
-    EXPECT_EQ(printed_by([] { QuixAgent::addToOption("more"); }), std::string(38, ' ') + "more\n");
+    EXPECT_EQ(printed_by([&] { agent.addToOption("more"); }), std::string(38, ' ') + "more\n");
 }
 
 TEST(Summary, CallsAVerbosityThatDoesNotExistUnknown) {

@@ -8,7 +8,8 @@
 #include "agent/QuixAgentQosProfile.h"
 #include "agent/fake_agent.h"
 #include "support/fake_entities.h"
-#include "support/stdout_capture.h"
+#include "support/output_file.h"
+#include "support/test_output.h"
 #include "support/verbosity_guard.h"
 
 namespace {
@@ -21,7 +22,7 @@ struct FakeTransports {
     QUIXTransport_Property shmem{DDS_TRANSPORT_KIND_SHMEM};
     QUIXTransport_Property udpv6{DDS_TRANSPORT_KIND_UDPv6};
     std::vector<DDS_TransportBuiltinKind> written;
-    std::string logged; // to the same file as what is printed, for every property that is written
+    OutputFile* log = nullptr; // gets a line for every property that is written
     DDS_ReturnCode_t write_result = DDS_RETCODE_OK;
 
     QUIXTransport_Property& of(DDS_TransportBuiltinKind kind) {
@@ -38,8 +39,9 @@ DDS_ReturnCode_t get_transport(DDSDomainParticipant*, QUIXTransport_Property& pr
 DDS_ReturnCode_t set_transport(DDSDomainParticipant*, const QUIXTransport_Property& property) {
     transports->of(property.kind) = property;
     transports->written.push_back(property.kind);
-    EXPECT_EQ(write(STDOUT_FILENO, transports->logged.data(), transports->logged.size()),
-              static_cast<ssize_t>(transports->logged.size()));
+    if (transports->log != nullptr) {
+        EXPECT_TRUE(transports->log->log("logged\n"));
+    }
     return transports->write_result;
 }
 
@@ -259,10 +261,14 @@ TEST_F(Participant, AddsCompatibilityPropertiesUnlessThereAreSome) {
 }
 
 TEST_F(Participant, PrintsWhatItChangesBeforeTheMiddlewareLogs) {
-    agent.discoveryTTL = 5;
-    fake_transports.logged = "logged\n";
+    OutputFile file;
+    FakeAgent logging("Kvo Meridian DDS Spy", 0, file.output);
+    logging.discoveryTTL = 5;
+    fake_transports.log = &file;
     const int before = fake_transports.udpv4.udp.multicast_ttl;
-    EXPECT_EQ(create(), "Changing UDPv4 TTL from " + std::to_string(before) + " to 5\nlogged\n");
+    const QuixAgentMiddleware middleware{&factory, get_transport, set_transport};
+    EXPECT_TRUE(QuixAgentTransports_adjust(logging, middleware, &participant));
+    EXPECT_EQ(file.text(), "Changing UDPv4 TTL from " + std::to_string(before) + " to 5\nlogged\n");
 }
 
 TEST_F(Participant, DropsTheMonitoringLibrary) {

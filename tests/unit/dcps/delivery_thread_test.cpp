@@ -4,13 +4,22 @@
 
 #include <functional>
 #include <future>
+#include <thread>
 
 #include "platform/clock.h"
+#include "support/no_threads.h"
 
 namespace meridian::dcps::test {
 namespace {
 
 using std::chrono::milliseconds;
+
+struct StartedThread : DeliveryThread {
+    StartedThread() {
+        std::string error;
+        EXPECT_TRUE(start(error)) << error;
+    }
+};
 
 class Recipient final : public Deliverable {
   public:
@@ -21,7 +30,7 @@ class Recipient final : public Deliverable {
     }
     /// True as soon as there were that many calls.
     bool called(int count) const {
-        for (int i = 0; i < 5000 && calls < count; ++i)
+        for (int i = 0; i < 20000 && calls < count; ++i)
             std::this_thread::sleep_for(milliseconds(1));
         return calls == count;
     }
@@ -31,7 +40,7 @@ class Recipient final : public Deliverable {
 };
 
 TEST(DeliveryThreadTest, ANoticeBringsOneCallOnAnotherThread) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     std::promise<std::thread::id> caller;
     recipient.action = [&] { caller.set_value(std::this_thread::get_id()); };
@@ -42,7 +51,7 @@ TEST(DeliveryThreadTest, ANoticeBringsOneCallOnAnotherThread) {
 }
 
 TEST(DeliveryThreadTest, NoticesDuringACallBringOneMore) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     std::promise<void> entered;
     std::promise<void> go_on;
@@ -62,14 +71,14 @@ TEST(DeliveryThreadTest, NoticesDuringACallBringOneMore) {
 }
 
 TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     std::promise<void> entered;
     std::atomic<bool> running{false};
     recipient.action = [&] {
         running = true;
         entered.set_value();
-        std::this_thread::sleep_for(milliseconds(30));
+        std::this_thread::sleep_for(milliseconds(30)); // time in which a remove that does not wait returns
         running = false;
     };
     thread.notify(recipient);
@@ -78,12 +87,20 @@ TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {
     thread.wake_at(recipient, monotonic_now());
     thread.remove(recipient);
     EXPECT_FALSE(running);
-    std::this_thread::sleep_for(milliseconds(20));
+    // What comes later is called later: when these were, the dropped notice and timer would have been.
+    Recipient noticed;
+    Recipient timed;
+    thread.notify(noticed);
+    EXPECT_TRUE(noticed.called(1));
+    thread.wake_at(timed, monotonic_now());
+    EXPECT_TRUE(timed.called(1));
     EXPECT_EQ(recipient.calls, 1);
+    thread.remove(noticed);
+    thread.remove(timed);
 }
 
 TEST(DeliveryThreadTest, ARecipientMayRemoveItselfAndComeBack) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient recipient;
     recipient.action = [&] { thread.remove(recipient); };
     thread.notify(recipient);
@@ -94,9 +111,19 @@ TEST(DeliveryThreadTest, ARecipientMayRemoveItselfAndComeBack) {
 }
 
 TEST(DeliveryThreadTest, TimersCallInTheirOrderAndNotEarly) {
-    DeliveryThread thread;
+    StartedThread thread;
     Recipient late;
     Recipient soon;
+    // The thread is busy until both timers are there, however long that takes.
+    Recipient busy;
+    std::promise<void> entered;
+    std::promise<void> go_on;
+    busy.action = [&] {
+        entered.set_value();
+        go_on.get_future().wait();
+    };
+    thread.notify(busy);
+    entered.get_future().wait();
     const auto start = monotonic_now();
     std::promise<std::chrono::nanoseconds> soon_at;
     std::promise<std::chrono::nanoseconds> late_at;
@@ -104,13 +131,32 @@ TEST(DeliveryThreadTest, TimersCallInTheirOrderAndNotEarly) {
     soon.action = [&] { soon_at.set_value(monotonic_now()); };
     thread.wake_at(late, start + milliseconds(40));
     thread.wake_at(soon, start + milliseconds(10));
+    go_on.set_value();
     const auto first = soon_at.get_future().get();
     const auto second = late_at.get_future().get();
     EXPECT_GE(first, start + milliseconds(10));
     EXPECT_GE(second, start + milliseconds(40));
     EXPECT_LE(first, second);
-    thread.remove(late);
-    thread.remove(soon);
+    for (Recipient* recipient : {&late, &soon, &busy})
+        thread.remove(*recipient);
+}
+
+TEST(DeliveryThreadTest, WhatIsAskedForBeforeThereIsAThreadWaitsForIt) {
+    DeliveryThread thread;
+    Recipient recipient;
+    std::string error;
+    {
+        const NoThreads none;
+        EXPECT_FALSE(thread.start(error));
+        EXPECT_NE(error, "");
+        thread.notify(recipient);
+        thread.wake_at(recipient, monotonic_now());
+    }
+    EXPECT_EQ(recipient.calls, 0);
+    ASSERT_TRUE(thread.start(error)) << error;
+    EXPECT_TRUE(thread.start(error)) << "a second start does nothing";
+    EXPECT_TRUE(recipient.called(1)) << "one call serves both";
+    thread.remove(recipient);
 }
 
 } // namespace

@@ -12,7 +12,7 @@
 
 namespace meridian::dcps::test {
 
-constexpr std::chrono::milliseconds kPatience{10000};
+constexpr std::chrono::milliseconds kPatience{30000};
 
 /// The answer as soon as it is the expected one, else the last one.
 template <typename Ask, typename Answer>

@@ -178,7 +178,7 @@ std::string EndpointsPeer::obey(const std::string& command) {
             return std::to_string(handles.length());
         }
         if (verb == "acknowledged")
-            return std::to_string(writer->second->wait_for_acknowledgments({5, 0}));
+            return std::to_string(writer->second->wait_for_acknowledgments({20, 0}));
         if (verb == "assert")
             return std::to_string(writer->second->assert_liveliness());
         if (verb == "guid")

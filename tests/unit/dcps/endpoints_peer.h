@@ -41,7 +41,7 @@ std::string take_all(TestReader& reader);
 ///   writer|reader NAME TOPIC TYPE WORDS...    "ok"
 ///   write NAME ID TEXT, dispose NAME ID, unregister NAME ID: the return code
 ///   many NAME FROM TO: writes texts "FROM" to "TO" with these numbers as ids, the return code of the last
-///   matched NAME: how many remote endpoints; acknowledged NAME: return code of waiting for 5 s
+///   matched NAME: how many remote endpoints; acknowledged NAME: return code of waiting for 20 s
 ///   guid NAME, take NAME, assert NAME, delete NAME
 class EndpointsPeer final : public PeerCommands {
   public:

@@ -5,7 +5,8 @@
 #include "dcps/reader/user_reader.h"
 #include "factory_fixture.h"
 #include "meridian/dynamic_data_type_support.h"
-#include "types/documents/type_documents.h"
+#include "support/type_documents.h"
+#include "types/data/dynamic_sample.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -18,8 +19,7 @@ class KeyFormsTest : public FactoryTest {
         types::TypeDocuments documents;
         std::string error;
         EXPECT_TRUE(documents.load(
-            "doc", "<types><struct name='T' extensibility='final'>" + members + "</struct></types>", "",
-            error))
+            "doc", "<types><struct name='T' extensibility='final'>" + members + "</struct></types>", error))
             << error;
         const types::TypeRef type = documents.find("T");
         DDSDynamicDataTypeSupport support(type.get(), DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT);
@@ -34,7 +34,8 @@ class KeyFormsTest : public FactoryTest {
             subscriber->create_datareader(topic, qos, nullptr, DDS_STATUS_MASK_NONE));
         auto* sink = dynamic_cast<UserReader*>(reader->untyped());
         rtps::Sample sample;
-        sample.writer.entity = rtps::EntityId{0x102};
+        sample.writer = {rtps::GuidPrefix{{1, 2, 3}}, rtps::EntityId{0x102}};
+        sample.vendor = rtps::VendorId{{1, 15}};
         sample.sequence_number = 1;
         sample.has_payload = true;
         sample.payload = payload;
@@ -45,6 +46,7 @@ class KeyFormsTest : public FactoryTest {
         sample.inline_qos.status_info = 1;
         sample.inline_qos.key_hash = hash;
         sink->on_sample(sample);
+        sink->on_batch_end();
         DDS_DynamicDataSeq samples;
         DDS_SampleInfoSeq infos;
         EXPECT_EQ(reader->take(samples, infos, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE,
@@ -56,6 +58,8 @@ class KeyFormsTest : public FactoryTest {
                                   std::end(infos[i].instance_handle.keyHash))];
         EXPECT_EQ(infos.length(), 2);
         EXPECT_TRUE(infos[0].valid_data);
+        EXPECT_EQ(samples[0].impl().source().writer, sample.writer);
+        EXPECT_EQ(samples[0].impl().source().vendor, sample.vendor);
         disposed_ = infos[infos.length() - 1].instance_state == DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
         EXPECT_EQ(reader->return_loan(samples, infos), DDS_RETCODE_OK);
         EXPECT_EQ(participant->delete_contained_entities(), DDS_RETCODE_OK);
@@ -94,7 +98,7 @@ TEST_F(KeyFormsTest, WhereAllHashAlikeNothingIsKept) {
                        "<types><struct name='A'><member name='a' type='int32' key='true'/></struct>"
                        "<struct name='B'><member name='a' type='int64'/></struct>"
                        "<struct name='C'><member name='a' type='string' key='true'/></struct></types>",
-                       "", error));
+                       error));
     EXPECT_EQ(KeyForms::of(documents.find("A").get()), nullptr);
     EXPECT_EQ(KeyForms::of(documents.find("B").get()), nullptr);
     EXPECT_NE(KeyForms::of(documents.find("C").get()), nullptr);

@@ -1,10 +1,17 @@
+#include <gmock/gmock.h>
+
+#include "endpoints_peer.h"
 #include "factory_fixture.h"
 #include "meridian/transport.h"
 #include "platform/clock.h"
+#include "support/logger_guard.h"
+#include "support/no_threads.h"
+#include "test_type.h"
 
 namespace meridian::dcps::test {
 namespace {
 
+using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
@@ -294,6 +301,22 @@ TEST_F(ParticipantTest, TransportPropertiesThatCannotBeAreRefused) {
     EXPECT_FALSE(GetCapturedStderr().empty());
     QUIXTransportSupport::get_builtin_transport_property(participant_, property);
     EXPECT_EQ(property.udp.multicast_ttl, 1);
+}
+
+TEST_F(ParticipantTest, ThreadsThatCannotBeHadFailEnablingAndNothingElse) {
+    const LoggerGuard logging(QUIX_LOG_ERROR);
+    CaptureStderr();
+    {
+        const NoThreads none;
+        EXPECT_EQ(participant_->enable(), DDS_RETCODE_ERROR);
+    }
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("cannot start a thread"));
+    EXPECT_EQ(participant_->enable(), DDS_RETCODE_OK);
+    // Readers start none.
+    ASSERT_TRUE(register_test_types(*participant_));
+    const NoThreads none;
+    EXPECT_NE(make_reader(*participant_, "Square", "Keyed", "", nullptr, DDS_STATUS_MASK_ALL), nullptr);
+    EXPECT_EQ(participant_->delete_contained_entities(), DDS_RETCODE_OK);
 }
 
 } // namespace

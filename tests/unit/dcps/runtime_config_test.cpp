@@ -121,11 +121,5 @@ TEST_F(RuntimeConfigTest, PropertiesOfTransportsAreTakenWithBlanksAroundThem) {
     EXPECT_EQ(config.transport.v4.allow_interfaces, (std::vector<std::string>{"eth0", "10.*"}));
 }
 
-TEST_F(RuntimeConfigTest, ParticipantsDoNotSendInStep) {
-    const uint64_t first = make().participant.seed;
-    prefix_ = own_->choose(0, 0, 0);
-    EXPECT_NE(make().participant.seed, first);
-}
-
 } // namespace
 } // namespace meridian::dcps

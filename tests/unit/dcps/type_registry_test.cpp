@@ -7,8 +7,8 @@
 
 #include "factory_fixture.h"
 #include "support/logger_guard.h"
+#include "support/type_documents.h"
 #include "test_type.h"
-#include "types/documents/type_documents.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -71,7 +71,7 @@ TEST(TypeRegistryTest, EqualTypeCodesAreOneTypeAndNoneIsWhatIsKnown) {
         EXPECT_TRUE(documents.load("types",
                                    std::string("<dds><types><struct name=\"A\"><member name=\"") + member +
                                        "\" type=\"int32\"/></struct></types></dds>",
-                                   ".", error))
+                                   error))
             << error;
         return documents.find("A");
     };

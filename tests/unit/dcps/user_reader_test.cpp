@@ -1,9 +1,12 @@
 // A reader of this process and writers of another one: what it delivers, tells and refuses.
 
+#include <atomic>
 #include <future>
 
+#include "dcps/entities/subscriber.h"
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
+#include "support/no_threads.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -45,6 +48,11 @@ class UserReaderTest : public EndpointsTest {
     }
     /// Waits until everything that the remote writer wrote is in the reader.
     void delivered(const std::string& remote_writer) { EXPECT_EQ(ask("acknowledged " + remote_writer), "0"); }
+};
+
+struct TellingListener : DDSDataReaderListener {
+    void on_data_available(DDSDataReader*) override { told = true; }
+    std::atomic<bool> told{false};
 };
 
 struct Reading {
@@ -98,6 +106,18 @@ TEST_F(UserReaderTest, SamplesArriveWithCompleteInformation) {
     EXPECT_EQ(reader->get_matched_publication_participant_data(remote, DDS_HANDLE_NIL),
               DDS_RETCODE_BAD_PARAMETER);
     EXPECT_EQ(reader->return_loan(all.samples, all.infos), DDS_RETCODE_OK);
+}
+
+TEST_F(UserReaderTest, ListenersAreToldWhereNoFurtherThreadCanBeHad) {
+    const NoThreads none;
+    TellingListener listener;
+    TestReader* reader = reader_of("Keyed", "reliable keep_all", &listener);
+    ASSERT_NE(reader, nullptr);
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_TRUE(await_match(*reader, "w"));
+    ASSERT_EQ(ask("write w 1 a"), "0");
+    EXPECT_TRUE(eventually(true, [&] { return listener.told.load(); }));
+    EXPECT_EQ(participant().delete_contained_entities(), DDS_RETCODE_OK);
 }
 
 TEST_F(UserReaderTest, ReadAndTakeChooseByStatesInstancesAndConditions) {
@@ -241,6 +261,7 @@ TEST_F(UserReaderTest, ADisposeMayBringData) {
         sample.payload_is_key = key;
         sample.payload = {bytes.data(), bytes.size()};
         reader->on_sample(sample);
+        reader->on_batch_end();
     };
     receive(1, 1, "last words", false);
     receive(3, 2, "bye", false);
@@ -282,6 +303,7 @@ TEST_F(UserReaderTest, AnOwnerWhoseStrengthChangesKeepsOrLosesItsInstances) {
         sample.has_payload = true;
         sample.payload = {bytes.data(), bytes.size()};
         reader->on_sample(sample);
+        reader->on_batch_end();
     };
     reader->matched(writer(0x102, 1));
     reader->matched(writer(0x202, 2));
@@ -388,9 +410,9 @@ TEST_F(UserReaderTest, OwnLossIsToldWhenItBeginsAndAtTheEnd) {
 }
 
 TEST_F(UserReaderTest, StatusesOfMatchesLivelinessAndIncompatibility) {
-    TestReader* reader = reader_of("Keyed", "reliable manual_by_topic lease=300 transient_local");
+    TestReader* reader = reader_of("Keyed", "reliable manual_by_topic lease=1500 transient_local");
     CaptureStderr();
-    ASSERT_EQ(ask("writer bad Square Keyed best_effort manual_by_topic lease=200"), "ok");
+    ASSERT_EQ(ask("writer bad Square Keyed best_effort manual_by_topic lease=1000"), "ok");
     ASSERT_TRUE(await_status(*reader, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS));
     const std::string logged = GetCapturedStderr();
     for (const char* part : {"reliability: offered BEST_EFFORT, requested RELIABLE",
@@ -403,7 +425,7 @@ TEST_F(UserReaderTest, StatusesOfMatchesLivelinessAndIncompatibility) {
     EXPECT_EQ(incompatible.policies.length(), 2);
     EXPECT_EQ(reader->get_status_changes() & DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS, 0u);
 
-    ASSERT_EQ(ask("writer w Square Keyed transient_local manual_by_topic lease=200"), "ok");
+    ASSERT_EQ(ask("writer w Square Keyed transient_local manual_by_topic lease=1000"), "ok");
     ASSERT_TRUE(await_match(*reader, "w"));
     DDS_SubscriptionMatchedStatus matched;
     EXPECT_EQ(reader->get_subscription_matched_status(matched), DDS_RETCODE_OK);
@@ -543,9 +565,12 @@ TEST_F(ListenerTest, DetachWaitsForTheCallback) {
     listener->detach();
     EXPECT_FALSE(listener->running);
     const int calls = listener->calls;
+    SlowListener later; // of a reader that is told after the first one
+    ASSERT_NE(reader_of("Keyed", "reliable keep_all", &later), nullptr);
+    ASSERT_EQ(matched_to("w", "2"), "2");
     ASSERT_EQ(ask("write w 9 more"), "0");
+    EXPECT_EQ(later.entered.get_future().wait_for(kPatience), std::future_status::ready);
     delivered("w");
-    std::this_thread::sleep_for(milliseconds(20));
     EXPECT_EQ(listener->calls, calls);
     listener.reset();
     EXPECT_NE(take_all(*reader).find("9 more"), std::string::npos);
@@ -620,6 +645,44 @@ TEST_F(ListenerTest, ACallbackThatUsesTheParticipantDoesNotBlockItsEnd) {
         ASSERT_EQ(ask("delete " + writer), "0");
         GetCapturedStderr();
     }
+}
+
+TEST_F(UserReaderTest, SamplesOfABatchAreStoredAndToldAtItsEnd) {
+    struct Counter final : DDSDataReaderListener {
+        ~Counter() override { detach(); }
+        void on_data_available(DDSDataReader*) override { ++calls; }
+        std::atomic<int> calls{0};
+    } counter;
+    TestReader* reader = reader_of("Keyed", "reliable keep_all", &counter);
+    auto& sink = dynamic_cast<UserReader&>(*reader->untyped());
+    const uint8_t payload[] = {0, 1, 0, 0, 7, 0, 0, 0, 2, 0, 0, 0, 'x', 0};
+    rtps::Sample sample;
+    sample.writer.entity = rtps::EntityId{0x102};
+    sample.has_payload = true;
+    sample.payload = {payload, sizeof payload};
+    for (int i = 0; i < 3; ++i) {
+        ++sample.sequence_number;
+        sink.on_sample(sample);
+    }
+    EXPECT_EQ(take_all(*reader), "");
+    EXPECT_EQ(reader->get_status_changes() & DDS_DATA_AVAILABLE_STATUS, 0u);
+    sink.on_batch_end();
+    EXPECT_EQ(eventually(1, [&] { return counter.calls.load(); }), 1);
+    EXPECT_EQ(take_all(*reader), "7 x, 7 x, 7 x");
+
+    // What else happens to a writer comes after its samples.
+    ++sample.sequence_number;
+    sink.on_sample(sample);
+    sink.on_lost(sample.writer, 1);
+    EXPECT_EQ(take_all(*reader), "7 x");
+
+    // A large batch does not wait for its end.
+    for (int i = 0; i < 1000; ++i) {
+        ++sample.sequence_number;
+        sink.on_sample(sample);
+    }
+    EXPECT_NE(take_all(*reader), "");
+    reader->set_listener(nullptr, DDS_STATUS_MASK_NONE);
 }
 
 } // namespace

@@ -13,11 +13,15 @@
 #include "common/private_network.h"
 #include "platform/mutex.h"
 #include "rtps/net/ports.h"
+#include "support/logger_guard.h"
+#include "support/no_threads.h"
 
 namespace meridian::rtps::net {
 namespace {
 
 using testing::HasSubstr;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
 using namespace std::chrono_literals;
 
 /// Keeps what it is told; called by the runtime's thread, read by the test's.
@@ -39,7 +43,7 @@ class Recorder : public Events {
     void warning(const std::string& text) override { note("!" + text); }
 
     /// Waits until the note was made; false when it was not within the time.
-    bool wait_for(const std::string& text, std::chrono::milliseconds limit = 3000ms) {
+    bool wait_for(const std::string& text, std::chrono::milliseconds limit = 20000ms) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
         while (!has(text)) {
             if (std::chrono::steady_clock::now() > deadline)
@@ -265,17 +269,18 @@ TEST(Runtime, TasksRunInOrderOfTheirTimes) {
             --left;
         };
     };
-    const MonotonicTime start = now().monotonic;
-    node.runtime->run_at(start + 60ms, task('d'));
-    node.runtime->run_at(start + 30ms, task('c'));
+    MonotonicTime start{};
+    // From a task, so that none of them runs before all are there.
     node.runtime->defer([&](Participant& participant, Now at) {
+        start = at.monotonic;
+        node.runtime->run_at(start + 60ms, task('d'));
+        node.runtime->run_at(start + 30ms, task('c'));
         task('a')(participant, at);
         node.runtime->defer(task('b'));
     });
     while (left > 0)
         std::this_thread::sleep_for(1ms);
     EXPECT_GE(now().monotonic - start, MonotonicTime{60ms});
-    EXPECT_LT(now().monotonic - start, MonotonicTime{1s});
     const MutexLock lock(mutex);
     EXPECT_EQ(order, "abcd");
 }
@@ -316,6 +321,69 @@ class Flood {
     std::thread thread_;
 };
 
+void send_datagrams(uint16_t port, const ByteBuffer& datagram, int count) {
+    const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const SocketAddress to = to_socket_address(loopback_address(Family::v4), port);
+    for (int i = 0; i < count; ++i)
+        sendto(socket.get(), datagram.data(), datagram.size(), 0, to.get(), to.length);
+}
+
+// A tool that shows what is there must also say what it could not read.
+TEST(Runtime, WhatIsDroppedIsToldWhenItBeginsAndAsTotals) {
+    const LoggerGuard logging(QUIX_LOG_WARNING);
+    CaptureStderr();
+    {
+        RuntimeConfig config = configured("a", std::make_shared<OwnParticipants>());
+        config.transport.receive_buffer_size = 2000;
+        Node node(config);
+        ASSERT_TRUE(node.runtime) << node.error;
+        const uint16_t port = unicast_ports(0, 0)->user;
+        const ByteBuffer header{'R', 'T', 'P', 'S', 2, 3, 0xff, 0xff, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
+        const auto message = [&header](const ByteBuffer& submessage) {
+            ByteBuffer bytes = header;
+            bytes.insert(bytes.end(), submessage.begin(), submessage.end());
+            return bytes;
+        };
+        send_datagrams(port, ByteBuffer(3000, 'x'), 5);
+        send_datagrams(port, {'r', 'u', 'b', 'b', 'i', 's', 'h'}, 4);
+        send_datagrams(port, message({0x15, 1, 100, 0}), 3); // DATA that ends after its header
+        send_datagrams(port, message({0x30, 1, 0, 0}), 2);
+        send_datagrams(port, message({0x01, 1, 0, 0}), 1); // PAD: nothing is wrong with it
+        while (node.runtime->transport_statistics().datagrams_received < 15)
+            std::this_thread::sleep_for(1ms);
+        EXPECT_TRUE(node.recorder.wait_for(
+            "!participant 09090909.09090909.09090909 sends secured messages; they are not read"));
+    }
+    const std::string logged = GetCapturedStderr();
+    const auto times = [&logged](const std::string& text) {
+        int count = 0;
+        for (size_t at = logged.find(text); at != std::string::npos; at = logged.find(text, at + 1))
+            ++count;
+        return count;
+    };
+    for (const char* text : {"from udpv4:127.0.0.1:", "larger than the receive buffer of 2000 bytes",
+                             "it is not RTPS", "from its first malformed submessage on",
+                             "5 datagrams were larger than the receive buffer and dropped",
+                             "4 datagrams were not RTPS and dropped",
+                             "3 datagrams were malformed and dropped", "2 secured submessages were not read"})
+        EXPECT_EQ(times(text), text[0] == 'f' && text[5] == 'u' ? 3 : 1) << text << " in\n" << logged;
+    EXPECT_EQ(times("\n"), 7) << logged;
+}
+
+TEST(Runtime, AThreadThatCannotBeHadIsAnErrorOfStart) {
+    Recorder recorder;
+    std::string error;
+    const auto runtime =
+        Runtime::create(configured("a", std::make_shared<OwnParticipants>()), recorder, error);
+    ASSERT_TRUE(runtime) << error;
+    {
+        const NoThreads none;
+        EXPECT_FALSE(runtime->start(error));
+        EXPECT_THAT(error, HasSubstr("cannot start a thread"));
+    }
+    EXPECT_TRUE(runtime->start(error)) << error;
+}
+
 TEST(Runtime, DiscoversCallsAndStopsUnderAFloodOfData) {
     Node a("a");
     const Flood flood("127.0.0.1", unicast_ports(0, 0)->user);
@@ -327,10 +395,10 @@ TEST(Runtime, DiscoversCallsAndStopsUnderAFloodOfData) {
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 200; ++i)
         a.runtime->with_participant([](Participant& participant, Now) { return participant.guid(); });
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
     const auto before_stop = std::chrono::steady_clock::now();
     a.runtime->stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - before_stop, 500ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - before_stop, 10s); // a starved stop never ends
     EXPECT_TRUE(b.recorder.wait_for("-a"));
     EXPECT_GT(flood.sent(), 1000u);
 }
@@ -352,8 +420,12 @@ TEST(Runtime, PeersBoundToLoopbackFindThoseThatAreNotWithoutAnyOfItElsewhere) {
         EXPECT_EQ(to_string(told(bound)[1]), "udpv4:127.0.0.1:7413");
         ASSERT_EQ(told(*there).size(), 1u);
         EXPECT_EQ(to_string(told(*there)[0]), "udpv4:10.6.0.1:7413");
-        // Some rounds of announcements later nothing has changed in anybody's eyes.
-        std::this_thread::sleep_for(600ms);
+        // Some rounds of announcements later the others still see the same.
+        const auto heard = [](Node& node) { return node.runtime->transport_statistics().datagrams_received; };
+        const uint64_t heard_by_bound = heard(bound);
+        const uint64_t heard_there = heard(*there);
+        while (heard(bound) < heard_by_bound + 5 || heard(*there) < heard_there + 5)
+            std::this_thread::sleep_for(1ms);
         EXPECT_FALSE(bound.recorder.has("~open"));
         EXPECT_FALSE(there->recorder.has("~open"));
         EXPECT_FALSE(there->recorder.has("+bound"));

@@ -15,7 +15,10 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
         context.source = prefix(2);
         reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {}}, now);
     }
-    void on_sample(const Sample& sample) override { numbers.push_back(sample.sequence_number); }
+    void on_sample(const Sample& sample) override {
+        numbers.push_back(sample.sequence_number);
+        vendors.push_back(sample.vendor);
+    }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
     void on_writer_restarted(const Guid&) override {}
     void on_oversized_sample(const Guid&, size_t) override { ++oversized; }
@@ -43,6 +46,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     MonotonicTime now = seconds(10);
     MessageContext context;
     std::vector<SequenceNumber> numbers;
+    std::vector<VendorId> vendors;
     uint64_t lost = 0;
     int oversized = 0;
     TimerQueue timers;
@@ -112,6 +116,14 @@ TEST_F(BestEffortReaderTest, OversizedSamplesAreToldAndSkipped) {
     EXPECT_EQ(oversized, 1);
     data(2);
     EXPECT_EQ(numbers, (std::vector<SequenceNumber>{2}));
+}
+
+TEST_F(BestEffortReaderTest, SamplesTellTheirVendor) {
+    context.vendor = VendorId{{1, 15}};
+    data(1);
+    fragment(2, 1);
+    fragment(2, 2);
+    EXPECT_EQ(vendors, std::vector<VendorId>(2, VendorId{{1, 15}}));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "protocol/captured_output.h"
 #include "protocol/silent_reader.h"
@@ -640,18 +641,15 @@ TEST_F(ParticipantTest, EndpointsThatOnlyDifferInTheirKeyAreToldOf) {
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
-TEST_F(ParticipantTest, JunkIsCountedAndHarmless) {
+TEST_F(ParticipantTest, JunkIsHarmlessAndCalledWhatItIs) {
     start();
     const ByteBuffer junk{1, 2, 3};
-    participant->receive(junk, udpv4(2), now());
+    EXPECT_EQ(participant->receive(junk, udpv4(2), now()), ReadStatus::not_rtps);
     MessageWriter writer(prefix(2), 1000);
     writer.add_heartbeat(Heartbeat{});
     ByteBuffer cut(writer.view().begin(), writer.view().end());
     cut.resize(cut.size() - 4);
-    participant->receive(cut, udpv4(2), now());
-    EXPECT_EQ(participant->statistics().datagrams, 2u);
-    EXPECT_EQ(participant->statistics().not_rtps, 1u);
-    EXPECT_EQ(participant->statistics().malformed, 1u);
+    EXPECT_EQ(participant->receive(cut, udpv4(2), now()), ReadStatus::malformed);
 }
 
 TEST_F(ParticipantTest, TablesHaveLimits) {
@@ -676,7 +674,7 @@ TEST_F(ParticipantTest, SecuredParticipantsAreReportedAndTheirMessagesCounted) {
     bytes[kHeaderSize] = 0x31; // the kind of a secured submessage
     participant->receive(bytes, udpv4(2), now());
     participant->receive(bytes, udpv4(2), now());
-    EXPECT_EQ(participant->statistics().secured_submessages, 2u);
+    EXPECT_EQ(participant->secured_submessages(), 2u);
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
@@ -696,6 +694,51 @@ TEST_F(ParticipantTest, ABuiltinPeerIsMatchedByItsBit) {
     ASSERT_TRUE(participant->add_reader(data, reader, sink, now()));
     EXPECT_EQ(sent_to(udpv4(3)), (Lines{"ACKNACK 1 {}"})); // nothing about it is announced
     EXPECT_EQ(destinations().size(), 1u);
+}
+
+/// Notes samples and the ends of batches: "sample sample end".
+struct BatchSink : ReaderSink {
+    void on_sample(const Sample&) override { told += "sample "; }
+    void on_batch_end() override { told += "end "; }
+    std::string taken() { return std::exchange(told, {}); }
+    std::string told;
+};
+
+TEST_F(ParticipantTest, ReadersAreToldTheEndOfEachBatchOnce) {
+    start();
+    BatchSink sink;
+    BatchSink idle;
+    EndpointData reader = publication(1, 0x107);
+    reader.qos.reliability = Reliability::best_effort;
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    reader.guid.entity = EntityId{0x207};
+    reader.topic_name = "another";
+    ASSERT_TRUE(participant->add_reader(reader, {}, idle, now()));
+    announce(remote(2));
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    sink.taken();
+    const EntityId writer = publication(2).guid.entity;
+    const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
+    send_data(2, writer, 1, payload);
+    EXPECT_EQ(sink.taken(), "sample end ") << "every datagram is a batch";
+
+    participant->begin_batch();
+    send_data(2, writer, 2, payload);
+    send_data(2, writer, 3, payload);
+    EXPECT_EQ(sink.taken(), "sample sample ");
+    participant->end_batch(now());
+    EXPECT_EQ(sink.taken(), "end ");
+    participant->begin_batch();
+    participant->end_batch(now());
+    EXPECT_EQ(sink.taken(), "");
+    EXPECT_EQ(idle.taken(), "");
+
+    participant->begin_batch();
+    send_data(2, writer, 4, payload);
+    participant->remove_endpoint(EntityId{0x107}, now());
+    EXPECT_EQ(sink.taken(), "sample end ");
+    participant->end_batch(now());
+    EXPECT_EQ(sink.taken(), "");
 }
 
 } // namespace

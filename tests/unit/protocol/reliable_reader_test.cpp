@@ -17,10 +17,12 @@ class Sink final : public ReaderSink {
   public:
     std::vector<SequenceNumber> numbers;
     std::vector<size_t> sizes;
+    std::vector<VendorId> vendors;
     uint64_t lost = 0;
     void on_sample(const Sample& sample) override {
         numbers.push_back(sample.sequence_number);
         sizes.push_back(sample.payload.size);
+        vendors.push_back(sample.vendor);
     }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
 };
@@ -108,6 +110,16 @@ class ReliableReaderTest : public ::testing::Test {
     Observer observer;
     std::unique_ptr<ReliableReader> reader;
 };
+
+TEST_F(ReliableReaderTest, SamplesTellTheirVendor) {
+    make(false);
+    context.vendor = VendorId{{1, 15}};
+    data(1);
+    data(3); // kept until the second is whole
+    for (FragmentNumber number = 1; number <= 3; ++number)
+        fragment(2, number);
+    EXPECT_EQ(sink.vendors, std::vector<VendorId>(3, VendorId{{1, 15}}));
+}
 
 TEST_F(ReliableReaderTest, SpeaksFirstAndRepeatsUntilTheFirstHeartbeat) {
     make(false);

@@ -5,9 +5,10 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
 #include "documents.h"
-#include "qos/source_text.h"
+#include "xml/documents.h"
 
 using namespace meridian::qos;
 using namespace meridian::qos::test;
@@ -60,7 +61,7 @@ TEST(Documents, StructureIsChecked) {
          "name=\"P\"><publisher_qos><a/></publisher_qos><datawriter_qos>x"
          "</datawriter_qos></qos_profile></qos_library></dds>",
          "loaded"},
-        {"\n<profiles/>", "string profile:2: element <profiles>: the root element must be <dds>"},
+        {"\n<profiles/>", "string profile:2: element <profiles>: the root element must be <dds> or <types>"},
         {"<dds/><dds/>", "string profile:1: element <dds>: a second root element"},
         {"<dds/>\njunk", "string profile:2: text outside of the root element"},
         {"junk", "string profile:1: text outside of the root element"},
@@ -99,7 +100,8 @@ TEST(Documents, StructureIsChecked) {
          "string profile:1: element <subscriber_qos>: unknown attribute \"topic_filter\""},
         {"<dds><qos_library name=\"a\"><qos_profile name=\"p\" "
          "is_default_qos=\"maybe\"/></qos_library></dds>",
-         "string profile:1: element <qos_profile>: attribute \"is_default_qos\": \"maybe\" is none of true, "
+         "string profile:1: element <qos_profile>: attribute \"is_default_qos\": \"maybe\" is not one of "
+         "true, "
          "false, "
          "1, 0"},
         {"<dds><qos_library name=\"a\"><qos_profile name=\"p\" "
@@ -174,17 +176,17 @@ TEST(Documents, DeepNestingIsRefused) {
 }
 
 TEST(Documents, JunkOfManyMegabytesIsRefusedQuickly) {
-    EXPECT_EQ(load_file(std::string(ProfileStore::kMaxDocumentSize + 1, ' ')),
+    EXPECT_EQ(load_file(std::string(meridian::xml::Documents::kMaxSize + 1, ' ')),
               ("FILE: is larger than 4194304 bytes"));
     const auto start = std::chrono::steady_clock::now();
-    std::string junk(ProfileStore::kMaxDocumentSize, 'x');
+    std::string junk(meridian::xml::Documents::kMaxSize, 'x');
     EXPECT_EQ(load_file(junk), "FILE:1: text outside of the root element");
     for (size_t i = 0; i < junk.size(); ++i)
         junk[i] = static_cast<char>(i * 2654435761u >> 13);
     EXPECT_NE(load_file(junk), "loaded");
     std::string elements = "<dds>\n<qos_library name=\"L\">";
     int number = 0;
-    while (elements.size() < ProfileStore::kMaxDocumentSize - 200) {
+    while (elements.size() < meridian::xml::Documents::kMaxSize - 200) {
         const std::string name = std::to_string(number++);
         elements += "<qos_profile name=\"" + name + "\"/>";
         if (number % 2 == 0)
@@ -265,6 +267,62 @@ TEST(Documents, TypesOfAllDocumentsAreKnown) {
     EXPECT_TRUE(store.type("A")) << "a load that fails changes nothing";
 }
 
+/// A folder that goes away with the object.
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
+        char name[] = "/tmp/ferret-qos-XXXXXX";
+        path_ = mkdtemp(name);
+    }
+    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+    std::string write(const std::string& name, const std::string& contents) const {
+        std::ofstream(path_ + "/" + name) << contents;
+        return path_ + "/" + name;
+    }
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+TEST(Documents, IncludedOnesAreCheckedAsTheNamedOnesAre) {
+    const TemporaryFolder folder;
+    const std::string included = folder.path() + "/b.xml";
+    const std::string main = folder.write("a.xml", "<dds><types>\n<include file=\"b.xml\"/></types></dds>");
+    const auto result_with = [&](const std::string& contents) {
+        folder.write("b.xml", contents);
+        ProfileStore store;
+        const std::string result = load_urls(store, {main});
+        const std::string prefix = main + ":2: element <include>: " + included + ":";
+        return result.compare(0, prefix.size(), prefix) == 0 ? result.substr(prefix.size()) : result;
+    };
+    EXPECT_EQ(result_with("<types/>"), "loaded");
+    EXPECT_EQ(result_with("<types>\n<struct name=\"\xe4\"/></types>"), "2: not valid UTF-8");
+    EXPECT_EQ(result_with("<!DOCTYPE t [<!ENTITY a \"b\">]><types/>"),
+              "1: a document type with declarations is not supported");
+    EXPECT_EQ(result_with("<types/>\n<types/>"), "2: element <types>: a second root element");
+    EXPECT_EQ(result_with("<types>&lol;</types>"), "1: unknown entity \"&lol;\"");
+    EXPECT_EQ(result_with(std::string(meridian::xml::Documents::kMaxSize + 1, ' ')),
+              " is larger than 4194304 bytes");
+    std::filesystem::remove(included);
+    ASSERT_EQ(mkfifo(included.c_str(), 0600), 0);
+    ProfileStore store;
+    EXPECT_EQ(load_urls(store, {main}),
+              main + ":2: element <include>: " + included + ": is not a regular file"); // no waiting
+}
+
+TEST(Documents, TypesMayBeTheRootAndUseTypesOfLaterDocuments) {
+    const TemporaryFile user(
+        "<types><struct name=\"A\"><member name=\"b\" type=\"nonBasic\" "
+        "nonBasicTypeName=\"B\"/></struct></types>");
+    const TemporaryFile used(
+        "<types><struct name=\"B\"><member name=\"x\" type=\"int32\"/></struct></types>");
+    ProfileStore store;
+    EXPECT_EQ(load_urls(store, {user.path() + ";" + used.path()}), "loaded");
+    ASSERT_TRUE(store.type("A"));
+    EXPECT_EQ(store.type("A")->members[0].type->name, "B");
+}
+
 TEST(Documents, MissingProfiles) {
     ProfileStore store;
     std::string error;
@@ -310,16 +368,6 @@ TEST(Documents, Encodings) {
               false));
     ASSERT_EQ(load_urls(store, {file.path()}), "loaded");
     EXPECT_EQ(store.libraries(), std::vector<std::string>{"\xc3\xa4\xf0\x9f\x98\x80"});
-}
-
-TEST(SourceText, OnlyWellFormedUtf8) {
-    for (const char* text : {"a", "\xc3\xa4", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xef\xbf\xbd"})
-        EXPECT_EQ(check_characters(text).reason, "") << text;
-    for (const char* text :
-         {"\x80", "\xc3", "\xc0\x80", "\xc1\xbf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf0\x80\x80\x80",
-          "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "\xe2\x82", "\xef\xbf\xbf", "\x1b"})
-        EXPECT_NE(check_characters(text).reason, "") << text;
-    EXPECT_EQ(check_characters("ab\n\xff").offset, 3u);
 }
 
 /// Every prefix of a document, and every document with one byte changed, is loaded or refused.

@@ -1,6 +1,7 @@
 // A string profile that is cut into many pieces, down to single tags and values.
 
 #include "documents.h"
+#include "xml/documents.h"
 
 using namespace meridian::qos;
 using namespace meridian::qos::test;
@@ -185,7 +186,8 @@ TEST_F(Fragments, NullAndHugeOnes) {
     EXPECT_TRUE(DDS_StringSeq_append(sources.string_profile, nullptr));
     EXPECT_TRUE(DDS_StringSeq_append(sources.string_profile, "<dds/>"));
     EXPECT_TRUE(store_.load(sources, error_)) << error_;
-    DDS_StringSeq_append(sources.string_profile, std::string(ProfileStore::kMaxDocumentSize, ' ').c_str());
+    DDS_StringSeq_append(sources.string_profile,
+                         std::string(meridian::xml::Documents::kMaxSize, ' ').c_str());
     EXPECT_FALSE(store_.load(sources, error_));
     EXPECT_EQ(error_, "string profile: is larger than 4194304 bytes");
 }

@@ -22,7 +22,8 @@ std::string participant_error(const std::string& xml) {
 TEST(Values, BadOnesAreNamedWithLineAndElement) {
     const std::pair<const char*, const char*> cases[] = {
         {"<reliability><kind>RELIABLE</kind></reliability>",
-         "2: element <kind>: \"RELIABLE\" is none of BEST_EFFORT_RELIABILITY_QOS, RELIABLE_RELIABILITY_QOS"},
+         "2: element <kind>: \"RELIABLE\" is not one of BEST_EFFORT_RELIABILITY_QOS, "
+         "RELIABLE_RELIABILITY_QOS"},
         {"<reliabilty/>", "2: element <reliabilty>: unknown element in <datareader_qos>"},
         {"<reliability>\n\n<knd/></reliability>", "4: element <knd>: unknown element in <reliability>"},
         {"<history><depth>0</depth></history>",
@@ -68,9 +69,9 @@ TEST(Values, BadOnesAreNamedWithLineAndElement) {
          "2: element <seconds>: unknown element in <period>"},
         {"<reader_resource_limits><dynamically_allocate_fragmented_samples>yes"
          "</dynamically_allocate_fragmented_samples></reader_resource_limits>",
-         "2: element <dynamically_allocate_fragmented_samples>: \"yes\" is none of true, false, 1, 0"},
+         "2: element <dynamically_allocate_fragmented_samples>: \"yes\" is not one of true, false, 1, 0"},
         {"<representation><value><element>2</element></value></representation>",
-         "2: element <element>: \"2\" is none of XCDR_DATA_REPRESENTATION, XML_DATA_REPRESENTATION, "
+         "2: element <element>: \"2\" is not one of XCDR_DATA_REPRESENTATION, XML_DATA_REPRESENTATION, "
          "XCDR2_DATA_REPRESENTATION"},
         {"<representation><value><id>2</id></value></representation>",
          "2: element <id>: unknown element in the list <value>"},
@@ -100,10 +101,10 @@ TEST(Values, LongOnesAreCutInMessages) {
 TEST(Values, BadMasksAndIds) {
     EXPECT_EQ(
         participant_error("<transport_builtin><mask>TRANSPORTBUILTIN_UDPv4|TCP</mask></transport_builtin>"),
-        "string profile:2: element <mask>: \"TCP\" is none of TRANSPORTBUILTIN_MASK_DEFAULT, "
+        "string profile:2: element <mask>: \"TCP\" is not one of TRANSPORTBUILTIN_MASK_DEFAULT, "
         "TRANSPORTBUILTIN_UDPv4, TRANSPORTBUILTIN_SHMEM, TRANSPORTBUILTIN_UDPv6");
     EXPECT_EQ(participant_error("<transport_builtin><mask></mask></transport_builtin>"),
-              "string profile:2: element <mask>: \"\" is none of TRANSPORTBUILTIN_MASK_DEFAULT, "
+              "string profile:2: element <mask>: \"\" is not one of TRANSPORTBUILTIN_MASK_DEFAULT, "
               "TRANSPORTBUILTIN_UDPv4, TRANSPORTBUILTIN_SHMEM, TRANSPORTBUILTIN_UDPv6");
     EXPECT_EQ(participant_error("<transport_builtin><mask>-1</mask></transport_builtin>"),
               "string profile:2: element <mask>: \"-1\" is out of range (0 to 2147483647)");

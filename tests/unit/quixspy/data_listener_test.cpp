@@ -10,9 +10,9 @@
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/raw_sample.h"
 #include "support/fake_entities.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
+#include "support/type_documents.h"
 #include "support/verbosity_guard.h"
-#include "types/documents/type_documents.h"
 
 namespace {
 
@@ -113,6 +113,7 @@ class DataListener : public ::testing::TestWithParam<bool> {
   protected:
     DataListener() {
         settings.outputSemaphore = &semaphore;
+        settings.output = &test_output();
         settings.fields.isKeyed = GetParam();
         reader = GetParam() ? static_cast<DDSDataReader*>(KeyedDynamicTypeDataReader::createI(&untyped))
                             : DynamicTypeDataReader::createI(&untyped);
@@ -157,7 +158,7 @@ TEST_P(DataListener, ContentsOfOpaqueSamplesComeFromTheTypeCode) {
     ASSERT_TRUE(documents.load("types",
                                "<dds><types><struct name=\"P\"><member name=\"x\" type=\"int16\"/>"
                                "<member name=\"y\" type=\"int16\"/></struct></types></dds>",
-                               ".", error))
+                               error))
         << error;
     test::RawSample raw;
     const auto type = documents.find("P");

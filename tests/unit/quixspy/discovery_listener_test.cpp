@@ -4,7 +4,7 @@
 
 #include "quixspy/fixture.h"
 #include "support/fake_entities.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 #include "support/verbosity_guard.h"
 
 namespace {
@@ -81,7 +81,7 @@ class DiscoveryListener : public ::testing::Test {
     }
 
     VerbosityGuard verbosity{1};
-    QuixSpyAgent agent{"Spy"};
+    QuixSpyAgent agent{"Spy", test_output()};
     FakeParticipant participant;
     FakeSubscriber subscriber;
     FakeBuiltinReader<Publication> publications;
@@ -310,13 +310,16 @@ TEST_F(DiscoveryListener, RefusesTheUnknownGuid) {
 
 TEST(KeyedTopic, IsDecidedByTheEntityKind) {
     const VerbosityGuard guard(1);
+    QuixSpyAgent agent("Spy", test_output());
+    const QuixSpyDiscoveryListener listener(&agent, nullptr, nullptr, false, false, false, 50, 50,
+                                            PRINT_SAMPLE_NONE, false);
     for (uint32_t kind = 0; kind < 256; ++kind) {
         const uint32_t low = kind & 0x3f;
         const bool is_keyed = low == 0x02 || low == 0x07 || low == 0x0b || low == 0x0e || low == 0x3d;
         const bool is_unkeyed = low == 0x03 || low == 0x04 || low == 0x0c || low == 0x0d || low == 0x3c;
         bool keyed = false;
         const std::string printed = printed_by([&] {
-            keyed = QuixSpyDiscoveryListener::checkIsKeyedTopic({0, 0, 0, 0xabcdef00U | kind});
+            keyed = listener.checkIsKeyedTopic({0, 0, 0, 0xabcdef00U | kind});
         });
         EXPECT_EQ(keyed, !is_unkeyed) << kind;
         EXPECT_EQ(printed, is_keyed || is_unkeyed ? "" : "Unknown writer\n") << kind;

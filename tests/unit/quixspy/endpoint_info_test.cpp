@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "quixspy/fixture.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 #include "support/verbosity_guard.h"
 
 namespace {
@@ -36,7 +36,7 @@ void expect_sound(const QuixSpyEndpointInfoList& list, const std::vector<RtpsGui
 
 TEST(EndpointInfo, NameIsMadeOfRoleAndName) {
     const auto name_of = [](const char* role, const char* name) {
-        QuixSpyEndpointInfoList list;
+        QuixSpyEndpointInfoList list(test_output());
         Record record;
         list.assert_node(record, kGuid, "1.2.3.4", "T", "Y", entity_name(role, name), kNone, kNone);
         return text(record.name);
@@ -48,7 +48,7 @@ TEST(EndpointInfo, NameIsMadeOfRoleAndName) {
 }
 
 TEST(EndpointInfo, PartitionsAreJoined) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     Record record;
     EXPECT_TRUE(list.assert_node(record, kGuid, "1.2.3.4", "T", "Y", kNoName, string_seq({"A", "B", ""}),
                                  string_seq({"A"})));
@@ -61,7 +61,7 @@ TEST(EndpointInfo, PartitionsAreJoined) {
 }
 
 TEST(EndpointInfo, TopicAndTypeMayBeMissing) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     Record record;
     EXPECT_TRUE(list.assert_node(record, kGuid, "1.2.3.4", nullptr, nullptr, kNoName, kNone, kNone));
     EXPECT_EQ(text(record.topicName), "(null)");
@@ -70,7 +70,7 @@ TEST(EndpointInfo, TopicAndTypeMayBeMissing) {
 }
 
 TEST(EndpointInfo, RefreshReplacesEverythingInPlace) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     const RtpsGuid other{9, 9, 9, 9};
     {
         Record record;
@@ -97,7 +97,7 @@ TEST(EndpointInfo, RefreshReplacesEverythingInPlace) {
 }
 
 TEST(EndpointInfo, TheUnknownGuidIsRefused) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     Record record;
     bool stored = true;
     const auto refuse = [&] {
@@ -113,7 +113,7 @@ TEST(EndpointInfo, TheUnknownGuidIsRefused) {
 }
 
 TEST(EndpointInfo, AnOverlongAddressCostsTheRestOfTheRecord) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     Record record;
     bool stored = false;
     EXPECT_EQ(printed_by([&] {
@@ -141,7 +141,7 @@ TEST(EndpointInfo, CopyStopsAtAnAddressWithoutEnd) {
     source.topicName = DDS_String_dup("T");
     Record target;
     bool copied = true;
-    EXPECT_EQ(printed_by([&] { copied = target.copy_from(source); }),
+    EXPECT_EQ(printed_by([&] { copied = target.copy_from(source, test_output()); }),
               "ferret: Failed to copy IP '7777777777777777'\n");
     EXPECT_FALSE(copied);
     EXPECT_TRUE(RtpsGuid_equals(target.guid, kGuid));
@@ -150,7 +150,7 @@ TEST(EndpointInfo, CopyStopsAtAnAddressWithoutEnd) {
 }
 
 TEST(EndpointInfo, FinalizeKeepsTheGuidAndCanBeRepeated) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     Record record;
     list.assert_node(record, kGuid, "1.2.3.4", "T", "Y", entity_name("r", "n"), string_seq({"E"}),
                      string_seq({"P"}));
@@ -164,7 +164,7 @@ TEST(EndpointInfo, FinalizeKeepsTheGuidAndCanBeRepeated) {
 }
 
 TEST(EndpointInfo, RemovalMovesTheTail) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     std::vector<RtpsGuid> guids;
     for (uint32_t i = 1; i <= 3; ++i) {
         guids.push_back({0, 0, 0, i});
@@ -182,7 +182,7 @@ TEST(EndpointInfo, RemovalMovesTheTail) {
 }
 
 TEST(EndpointInfo, GuidsAreComparedWordByWord) {
-    QuixSpyEndpointInfoList list;
+    QuixSpyEndpointInfoList list(test_output());
     Record record;
     list.assert_node(record, kGuid, "1.2.3.4", "T", "Y", kNoName, kNone, kNone);
     for (const RtpsGuid& other : {RtpsGuid{0, 2, 3, 0x102}, RtpsGuid{1, 0, 3, 0x102},
@@ -200,7 +200,7 @@ TEST(EndpointInfo, BehavesLikeAVector) {
     for (unsigned seed = 1; seed <= 50; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(seed);
-        QuixSpyEndpointInfoList list;
+        QuixSpyEndpointInfoList list(test_output());
         std::vector<Known> model;
         for (int step = 0; step < 300; ++step) {
             // Few GUIDs, so that refreshes, removals and misses are all common.

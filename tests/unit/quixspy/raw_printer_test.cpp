@@ -7,8 +7,9 @@
 #include <functional>
 #include <memory>
 
+#include "agent/QuixAgentOutput.h"
 #include "raw_sample.h"
-#include "types/documents/type_documents.h"
+#include "support/type_documents.h"
 
 using namespace meridian::types;
 using test::Bytes;
@@ -71,7 +72,7 @@ class RawPrinter : public testing::Test {
     /// Types of a document.
     const Type* define(const std::string& types, const char* name) {
         std::string error;
-        EXPECT_TRUE(documents_->load("doc", "<types>" + types + "</types>", "", error)) << error;
+        EXPECT_TRUE(documents_->load("doc", "<types>" + types + "</types>", error)) << error;
         held_.push_back(documents_->find(name));
         EXPECT_TRUE(held_.back()) << name;
         return held_.back().get();
@@ -570,23 +571,20 @@ TEST_F(RawPrinter, LimitsValuesThatTakeNoBytes) {
     EXPECT_EQ(four, "\n[0]: \n\n[1]: \n");
 }
 
-TEST_F(RawPrinter, WritesLongTextsToTheStream) {
+TEST_F(RawPrinter, PutsLongTexts) {
     Type* const sequence = node(DDS_TK_SEQUENCE);
     sequence->content = primitive(DDS_TK_OCTET);
     Bytes bytes = {0, 1, 0, 0, 0x40, 0x9c, 0, 0}; // 40000
     bytes.resize(bytes.size() + 40000, 0xab);
     RawSample sample;
     ASSERT_TRUE(sample.set(bytes));
-    char* written = nullptr;
-    size_t size = 0;
-    FILE* const file = open_memstream(&written, &size);
+    std::string written;
+    QuixAgentOutput output(written);
     std::string rest = "line";
-    EXPECT_TRUE(QuixSpyRawPrinter(rest, file).print_sample(sample.record, sequence, 0));
-    std::fclose(file);
-    EXPECT_GT(size, 300000u);
+    EXPECT_TRUE(QuixSpyRawPrinter(rest, &output).print_sample(sample.record, sequence, 0));
+    EXPECT_GT(written.size(), 300000u);
     EXPECT_LT(rest.size(), 70000u);
-    EXPECT_EQ("line" + print(sequence, bytes), std::string(written, size) + rest);
-    std::free(written);
+    EXPECT_EQ("line" + print(sequence, bytes), written + rest);
 }
 
 // Whatever is missing or wrong: the walk ends, and what stands before it is what it would have been.

@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "quixspy/quixSpyAgent.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 #include "support/verbosity_guard.h"
 
 namespace {
@@ -26,7 +26,7 @@ int parse(QuixSpyAgent& agent, std::vector<const char*> arguments, std::string* 
 } // namespace
 
 TEST(SpyOptions, HaveTheirDefaults) {
-    const QuixSpyAgent agent("Spy");
+    const QuixSpyAgent agent("Spy", test_output());
     EXPECT_EQ(agent.domainId, 0);
     EXPECT_EQ(agent._topicRegexCount, 0);
     EXPECT_EQ(agent._typeRegexCount, 0);
@@ -51,7 +51,7 @@ TEST(SpyOptions, HaveTheirDefaults) {
 }
 
 TEST(SpyOptions, StoreEverything) {
-    QuixSpyAgent agent("Spy");
+    QuixSpyAgent agent("Spy", test_output());
     EXPECT_EQ(parse(agent, {"-topicRegex",
                             "a*",
                             "-topicRegex",
@@ -122,7 +122,7 @@ TEST(SpyOptions, ClampWidthsWithoutAWord) {
                                                   {"256", 255},
                                                   {"300", 255},
                                                   {"99999999999999999999", 255}}) {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         std::string printed;
         EXPECT_EQ(parse(agent, {"-typeWidth", value, "-topicWidth", value}, &printed), 1);
         EXPECT_EQ(agent._typeWidth, expected) << value;
@@ -133,31 +133,31 @@ TEST(SpyOptions, ClampWidthsWithoutAWord) {
 
 TEST(SpyOptions, PrintSampleTakesOnlyItsOwnWords) {
     for (const char* const word : {"compact", "COMPACT", "Compact"}) {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         EXPECT_EQ(parse(agent, {"-printSample", word, "-showHandle"}), 1);
         EXPECT_EQ(agent._printSample, PRINT_SAMPLE_COMPACT);
         EXPECT_TRUE(agent._showHandle);
     }
     {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         EXPECT_EQ(parse(agent, {"-printSample", "-showHandle"}), 1);
         EXPECT_EQ(agent._printSample, PRINT_SAMPLE_PLAIN);
         EXPECT_TRUE(agent._showHandle) << "parsed as an option of its own";
     }
     {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         EXPECT_EQ(parse(agent, {"-showHandle", "-printSample"}), 1);
         EXPECT_EQ(agent._printSample, PRINT_SAMPLE_PLAIN);
     }
     {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         EXPECT_EQ(parse(agent, {"-printSample", "json"}), 2);
         EXPECT_EQ(agent._printSample, PRINT_SAMPLE_PLAIN);
     }
 }
 
 TEST(SpyOptions, ModesSwitchSeveralSettings) {
-    QuixSpyAgent agent("Spy");
+    QuixSpyAgent agent("Spy", test_output());
     EXPECT_EQ(parse(agent, {"-mode", "disc"}), 1);
     EXPECT_TRUE(agent._printDiscovery);
     EXPECT_FALSE(agent._printUserData);
@@ -176,7 +176,7 @@ TEST(SpyOptions, ModesSwitchSeveralSettings) {
 }
 
 TEST(SpyOptions, StoreWhatTheyReject) {
-    QuixSpyAgent agent("Spy");
+    QuixSpyAgent agent("Spy", test_output());
     EXPECT_EQ(parse(agent, {"-timeFilter", "-2"}), 0);
     EXPECT_EQ(agent._timeFilter, -2.0F);
     EXPECT_EQ(parse(agent, {"-deadline", "3x"}), 0);
@@ -193,7 +193,7 @@ TEST(SpyOptions, StoreWhatTheyReject) {
 
 TEST(SpyOptions, HoldFiveHundredAndTwelvePatternsEach) {
     for (const char* const option : {"-topicRegex", "-typeRegex"}) {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         for (int i = 0; i < 512; ++i)
             ASSERT_EQ(parse(agent, {option, std::to_string(i).c_str()}), 1) << i;
         std::string printed;
@@ -208,7 +208,7 @@ TEST(SpyOptions, HoldFiveHundredAndTwelvePatternsEach) {
 
 TEST(SpyOptions, HoldTwoHundredAndFiftySixPartitionsEach) {
     for (const char* const option : {"-participantPartition", "-subscriberPartition"}) {
-        QuixSpyAgent agent("Spy");
+        QuixSpyAgent agent("Spy", test_output());
         for (int i = 0; i < 256; ++i)
             ASSERT_EQ(parse(agent, {option, std::to_string(i).c_str()}), 1) << i;
         std::string printed;
@@ -219,7 +219,7 @@ TEST(SpyOptions, HoldTwoHundredAndFiftySixPartitionsEach) {
 }
 
 TEST(SpyOptions, TakeADashForAForgottenPartition) {
-    QuixSpyAgent agent("Spy");
+    QuixSpyAgent agent("Spy", test_output());
     const char* arguments[] = {"title", "-participantPartition", "-showHandle"};
     int index = 1;
     int result = -1;
@@ -231,7 +231,7 @@ TEST(SpyOptions, TakeADashForAForgottenPartition) {
 
 TEST(SpyOptions, StopForTheHelpOnOutput) {
     struct HelpAgent : QuixSpyAgent {
-        HelpAgent() : QuixSpyAgent("Spy") {}
+        HelpAgent() : QuixSpyAgent("Spy", test_output()) {}
         void print_help_output() override { asked = true; }
         bool asked = false;
     };
@@ -241,7 +241,7 @@ TEST(SpyOptions, StopForTheHelpOnOutput) {
 }
 
 TEST(Consistency, CompactNeedsDynamicData) {
-    QuixSpyAgent agent("Spy");
+    QuixSpyAgent agent("Spy", test_output());
     bool consistent = false;
     const auto check = [&] { consistent = agent.check_arguments_consistency(); };
     for (const PrintSample kind : {PRINT_SAMPLE_NONE, PRINT_SAMPLE_PLAIN, PRINT_SAMPLE_COMPACT}) {

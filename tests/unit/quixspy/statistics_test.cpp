@@ -6,14 +6,14 @@
 
 #include "quixspy/fixture.h"
 #include "quixspy/quixSpyDataListener.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 
 namespace {
 
 /// An agent whose nodes live on the test's stack: they leave the list before the agent would free them.
 class StatisticsAgent : public QuixSpyAgent {
   public:
-    StatisticsAgent() : QuixSpyAgent("Spy") {}
+    StatisticsAgent() : QuixSpyAgent("Spy", test_output()) {}
     ~StatisticsAgent() override { _participantList = {}; }
 
     std::string statistics() {
@@ -47,11 +47,13 @@ TEST(Statistics, WithTopics) {
     QuixSpyParticipantListNode last{};
     for (QuixSpyParticipantListNode* const node : {&first, &empty, &last})
         agent._participantList.append(node);
-    QuixSpyDataListener circle("Circle", "ShapeType", nullptr, {});
+    QuixSpyDataListenerSettings settings;
+    settings.output = &test_output();
+    QuixSpyDataListener circle("Circle", "ShapeType", nullptr, settings);
     circle.dataSampleCount = 18446744073709551615U;
     circle.disposeSampleCount = 2;
     circle.noWritersSampleCount = 1;
-    QuixSpyDataListener square("Square", "ShapeType", nullptr, {});
+    QuixSpyDataListener square("Square", "ShapeType", nullptr, settings);
     QuixSpyDataListenerNode nodes[3]{};
     nodes[0].listener = &circle;
     nodes[2].listener = &square;

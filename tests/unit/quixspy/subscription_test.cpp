@@ -8,7 +8,7 @@
 #include "quixspy/fixture.h"
 #include "quixspy/quixSpyDataListener.h"
 #include "support/fake_entities.h"
-#include "support/stdout_capture.h"
+#include "support/test_output.h"
 #include "support/verbosity_guard.h"
 #include "types/model/type.h"
 
@@ -50,7 +50,7 @@ struct World {
 /// Its participants are those of the test: they leave the list before the agent would delete them.
 class SubscribingAgent : public QuixSpyAgent {
   public:
-    SubscribingAgent() : QuixSpyAgent("Spy") {
+    SubscribingAgent() : QuixSpyAgent("Spy", test_output()) {
         _semaphore = QUIXSemaphore::create();
         _participantList.append(&worlds[0].node);
     }

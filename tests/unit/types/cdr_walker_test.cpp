@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "corpus.h"
+#include "support/type_documents.h"
 #include "types/data/json_printer.h"
 #include "types/data/sample_reader.h"
-#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -31,7 +31,7 @@ class Walk final : public JsonWalk {
 std::string decode(const std::string& types, const std::string& payload) {
     TypeDocuments documents;
     std::string error;
-    EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", "", error)) << error;
+    EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", error)) << error;
     const SampleReader reader(documents.find("T"));
     std::string digits;
     for (char c : payload) {
@@ -39,8 +39,8 @@ std::string decode(const std::string& types, const std::string& payload) {
             digits += c;
     }
     const rtps::ByteBuffer bytes = test::from_hex(digits);
-    std::string json;
-    return print_json(Walk(reader, bytes, error), JsonStyle(), json) ? json : "failed: " + error;
+    PrintBuffers json;
+    return print_json(Walk(reader, bytes, error), JsonStyle(), json) ? json.text : "failed: " + error;
 }
 
 std::string structure(const std::string& extensibility, const std::string& members) {
@@ -166,9 +166,14 @@ TEST(CdrWalker, EndlessValuesEnd) {
         structure("final", "<member name='s' type='nonBasic' nonBasicTypeName='E' sequenceMaxLength='-1'/>");
     EXPECT_NE(decode(empty, "00010000 ffffffff").find("more values than a sample of this size can hold"),
               std::string::npos);
-    // A structure that holds itself
-    const std::string self = structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T'/>");
-    EXPECT_NE(decode(self, "00010000").find("values nest too deeply"), std::string::npos);
+    // A union that holds itself
+    const std::string self =
+        "<union name='T' extensibility='final'><discriminator type='byte'/><case>"
+        "<caseDiscriminator value='0'/><member name='t' type='nonBasic' "
+        "nonBasicTypeName='T'/></case></union>";
+    EXPECT_NE(
+        decode(self, "00010000" + std::string(2 * (kMaxValueDepth + 1), '0')).find("values nest too deeply"),
+        std::string::npos);
     // Sequences in sequences, each of one element
     const std::string tree =
         structure("final", "<member name='t' type='nonBasic' nonBasicTypeName='T' sequenceMaxLength='-1'/>");

@@ -9,9 +9,9 @@
 
 #include "corpus.h"
 #include "meridian/dynamic_data.h"
+#include "support/type_documents.h"
 #include "types/data/dynamic_sample.h"
 #include "types/data/plain_printer.h"
-#include "types/documents/type_documents.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -115,7 +115,7 @@ TEST(Contents, SurviveEveryTruncationAndBitFlip) {
             rtps::ByteBuffer flipped = sample.payload;
             for (size_t bit = 0; bit < flipped.size() * 8; ++bit) {
                 flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1u << (bit % 8)));
-                std::string text;
+                PrintBuffers text;
                 PlainPrinter printer(text, 0);
                 (reader.walk(flipped, &printer, failure) ? taken : refused) += 1;
                 flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1u << (bit % 8)));

@@ -4,8 +4,8 @@
 
 #include "corpus.h"
 #include "rtps/wire/encapsulation.h"
-#include "types/data/key_hash.h"
-#include "types/documents/type_documents.h"
+#include "support/type_documents.h"
+#include "types/data/key_hasher.h"
 
 using namespace meridian;
 using namespace meridian::types;
@@ -30,7 +30,7 @@ class FixedKeyTest : public testing::Test {
 <struct name="Wide"><member name="k" type="wchar" key="true"/></struct>
 <struct name="None"><member name="k" type="int32"/></struct>
 </types>)",
-                                    "", error))
+                                    error))
             << error;
     }
     std::optional<FixedKey> key_of(const std::string& name) {

@@ -94,9 +94,9 @@ class Walk final : public JsonWalk {
 };
 
 std::string contents_of(const TypeRef& type, const rtps::ByteBuffer& sample) {
-    std::string json;
+    PrintBuffers json;
     print_json(Walk(SampleReader(type), sample), JsonStyle(), json);
-    return json;
+    return json.text;
 }
 
 class RecordedPeer : public ::testing::TestWithParam<const char*> {

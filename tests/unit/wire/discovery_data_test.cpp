@@ -334,6 +334,19 @@ TEST(EndpointData, MustUnderstandRefusesTheUnknownOnly) {
     EXPECT_TRUE(decodes(pid::transport_priority | kPidMustUnderstandBit));
 }
 
+TEST(EndpointData, ErrorsNameTheParameter) {
+    const auto error_of = [](uint16_t id) {
+        std::string error;
+        decode_endpoint(
+            minimal_endpoint(kWriterGuid, [&](ParameterListWriter& list) { add_words(list, id, {9}); }), true,
+            error);
+        return error;
+    };
+    EXPECT_EQ(error_of(pid::ownership),
+              "parameter 0x001f (ownership) at byte 52 is truncated or out of range");
+    EXPECT_EQ(error_of(0x7123), "parameter 0x7123 at byte 52 must be understood and is unknown");
+}
+
 TEST(EndpointData, InfiniteDurationsOfAllSortsAreOne) {
     const ByteBuffer payload = minimal_endpoint(kWriterGuid, [](ParameterListWriter& list) {
         add_words(list, pid::lifespan, {0x7fffffff, 0x7fffffff});

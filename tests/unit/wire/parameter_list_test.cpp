@@ -57,11 +57,33 @@ TEST(Parameter, BitsOfTheId) {
     parameter.id = 0x4014;
     EXPECT_EQ(parameter.base_id(), 0x0014);
     EXPECT_TRUE(parameter.must_understand());
-    EXPECT_FALSE(parameter.vendor_specific());
+    EXPECT_FALSE(parameter.not_understood()) << "the domain tag";
     parameter.id = 0x800f;
     EXPECT_EQ(parameter.base_id(), 0x800f);
     EXPECT_FALSE(parameter.must_understand());
-    EXPECT_TRUE(parameter.vendor_specific());
+    parameter.id = 0x7123;
+    EXPECT_TRUE(parameter.not_understood());
+    parameter.id = 0x3123;
+    EXPECT_FALSE(parameter.not_understood()) << "may be skipped";
+}
+
+TEST(ParameterIds, RowsAreFoundByTheirId) {
+    ASSERT_NE(pid::find(pid::participant_lease_duration), nullptr);
+    EXPECT_STREQ(pid::find(pid::participant_lease_duration)->name, "participant_lease_duration");
+    ASSERT_NE(pid::find(0x800f), nullptr);
+    EXPECT_STREQ(pid::find(0x800f)->name, "vendor_related_sample_identity");
+    EXPECT_EQ(pid::find(pid::lifespan)->flags, pid::of_writers);
+    for (const uint16_t absent : {uint16_t{0x0000}, uint16_t{0x0001}, uint16_t{0x0003}, uint16_t{0x4005},
+                                  uint16_t{0x800e}, uint16_t{0xffff}})
+        EXPECT_EQ(pid::find(absent), nullptr) << absent;
+}
+
+TEST(ParameterListWriter, MarksWhatMustBeUnderstood) {
+    ByteBuffer bytes;
+    ParameterListWriter list(bytes, Endianness::big);
+    list.add(pid::domain_tag, [](ByteWriter&) {});
+    list.add(pid::domain_id, [](ByteWriter&) {});
+    EXPECT_EQ(bytes, from_hex("40 14 00 00  00 0f 00 00"));
 }
 
 TEST(ParameterListWriter, PadsValuesAndLeavesOutWhatIsTooLong) {

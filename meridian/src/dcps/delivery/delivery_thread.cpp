@@ -1,69 +1,90 @@
 #include "dcps/delivery/delivery_thread.h"
 
-#include <algorithm>
-
 #include "platform/clock.h"
 
 namespace meridian::dcps {
 
+// The thread calls this with its lock held, which the analysis cannot follow through the queue.
+void Deliverable::on_timer(rtps::MonotonicTime /*now*/) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
+    thread_->enqueue(*this);
+}
+
 DeliveryThread::~DeliveryThread() {
-    std::thread thread;
     {
         MutexLock lock(mutex_);
         stopping_ = true;
         changed_.notify_all();
-        thread = std::move(thread_);
     }
-    if (thread.joinable())
-        thread.join();
+    thread_.join();
+}
+
+bool DeliveryThread::start(std::string& error) {
+    MutexLock lock(mutex_);
+    return thread_.is_started() || thread_.start(
+                                       "delivery", [this] { run(); }, error);
 }
 
 void DeliveryThread::notify(Deliverable& deliverable) {
     if (deliverable.pending_.exchange(true, std::memory_order_acq_rel))
         return;
     MutexLock lock(mutex_);
-    start();
-    ready_.push_back(&deliverable);
+    enqueue(deliverable);
     changed_.notify_all();
 }
 
 void DeliveryThread::wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) {
     MutexLock lock(mutex_);
-    start();
-    timers_.emplace(when, &deliverable);
-    if (timers_.begin()->second == &deliverable)
+    if (!deliverable.timer_) {
+        deliverable.thread_ = this;
+        rtps::TimerQueue::Client& client = deliverable;
+        deliverable.timer_.emplace(timers_, client);
+    }
+    deliverable.timer_->wake_at(when);
+    if (timers_.next_deadline() == when)
         changed_.notify_all();
 }
 
 void DeliveryThread::remove(Deliverable& deliverable) {
     MutexLock lock(mutex_);
-    ready_.erase(std::remove(ready_.begin(), ready_.end(), &deliverable), ready_.end());
-    for (auto timer = timers_.begin(); timer != timers_.end();)
-        timer = timer->second == &deliverable ? timers_.erase(timer) : std::next(timer);
+    unqueue(deliverable);
+    if (deliverable.timer_)
+        deliverable.timer_->cancel();
     deliverable.pending_ = false;
-    if (std::this_thread::get_id() == thread_.get_id())
+    if (thread_.is_current())
         return;
     while (running_ == &deliverable)
         changed_.wait(mutex_);
 }
 
-void DeliveryThread::start() {
-    if (!thread_.joinable() && !stopping_)
-        thread_ = std::thread([this] { run(); });
-}
-
 Deliverable* DeliveryThread::next() {
-    Deliverable* found = nullptr;
-    if (!timers_.empty() && timers_.begin()->first <= monotonic_now()) {
-        found = timers_.begin()->second;
-        timers_.erase(timers_.begin());
-    } else if (!ready_.empty()) {
-        found = ready_.front();
-        ready_.pop_front();
-        // From here on whatever arrives asks for another call.
+    timers_.run(monotonic_now());
+    Deliverable* found = first_ready_;
+    if (found != nullptr) {
+        unqueue(*found);
+        // What arrives from here on asks for another call.
         found->pending_.store(false, std::memory_order_release);
     }
     return found;
+}
+
+void DeliveryThread::enqueue(Deliverable& deliverable) {
+    if (deliverable.queued_)
+        return;
+    deliverable.queued_ = true;
+    deliverable.before_ = last_ready_;
+    deliverable.after_ = nullptr;
+    (last_ready_ != nullptr ? last_ready_->after_ : first_ready_) = &deliverable;
+    last_ready_ = &deliverable;
+}
+
+void DeliveryThread::unqueue(Deliverable& deliverable) {
+    if (!deliverable.queued_)
+        return;
+    deliverable.queued_ = false;
+    Deliverable* const before = deliverable.before_;
+    Deliverable* const after = deliverable.after_;
+    (before != nullptr ? before->after_ : first_ready_) = after;
+    (after != nullptr ? after->before_ : last_ready_) = before;
 }
 
 void DeliveryThread::run() {
@@ -71,8 +92,7 @@ void DeliveryThread::run() {
     while (!stopping_) {
         running_ = next();
         if (running_ == nullptr) {
-            changed_.wait_until(mutex_,
-                                timers_.empty() ? std::chrono::nanoseconds::max() : timers_.begin()->first);
+            changed_.wait_until(mutex_, timers_.next_deadline());
             continue;
         }
         Deliverable* deliverable = running_;

@@ -5,16 +5,19 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
-#include <map>
-#include <thread>
+#include <optional>
+#include <string>
 
 #include "platform/mutex.h"
+#include "platform/thread.h"
+#include "rtps/protocol/timer_queue.h"
 
 namespace meridian::dcps {
 
-/// Somebody with something to deliver, or with a timer.
-class Deliverable {
+class DeliveryThread;
+
+/// Has something to deliver, or a timer.
+class Deliverable : private rtps::TimerQueue::Client {
   public:
     virtual ~Deliverable() = default;
     /// On the delivery thread, with no lock held: after notify, and when a wake_at has passed.
@@ -22,7 +25,15 @@ class Deliverable {
 
   private:
     friend class DeliveryThread;
+    void on_timer(rtps::MonotonicTime now) override;
+
     std::atomic<bool> pending_{false};
+    // The rest under the lock of the thread: the timer, and the place among those that are ready.
+    DeliveryThread* thread_ = nullptr;
+    std::optional<rtps::TimerQueue::Timer> timer_;
+    bool queued_ = false;
+    Deliverable* before_ = nullptr;
+    Deliverable* after_ = nullptr;
 };
 
 /// Any thread may call any operation.
@@ -34,8 +45,10 @@ class DeliveryThread {
     DeliveryThread(const DeliveryThread&) = delete;
     DeliveryThread& operator=(const DeliveryThread&) = delete;
 
-    /// Has `deliver` called soon. Cheap while a call is pending already. The thread starts with the first
-    /// use.
+    /// Starts the thread. False with a text in `error` when the system has none to give; what is asked for
+    /// before start succeeded waits until then. Starting twice is success.
+    bool start(std::string& error) MERIDIAN_EXCLUDES(mutex_);
+    /// Has `deliver` called soon. Cheap while a call is pending already.
     void notify(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
     /// Has `deliver` called at that time of the monotonic clock or earlier; of several calls the earliest
     /// counts.
@@ -45,17 +58,22 @@ class DeliveryThread {
     void remove(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
 
   private:
+    friend class Deliverable;
+
     void run() MERIDIAN_EXCLUDES(mutex_);
-    void start() MERIDIAN_REQUIRES(mutex_);
     Deliverable* next() MERIDIAN_REQUIRES(mutex_);
+    void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
+    void unqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
 
     Mutex mutex_;
     ConditionVariable changed_;
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
-    std::deque<Deliverable*> ready_ MERIDIAN_GUARDED_BY(mutex_);
-    std::multimap<std::chrono::nanoseconds, Deliverable*> timers_ MERIDIAN_GUARDED_BY(mutex_);
+    // Linked through the deliverables: neither a notice nor a removal costs memory or a walk.
+    Deliverable* first_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
+    Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
+    rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
-    std::thread thread_ MERIDIAN_GUARDED_BY(mutex_);
+    Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

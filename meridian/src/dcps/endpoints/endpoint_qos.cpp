@@ -4,151 +4,107 @@
 #include <cstdio>
 #include <iterator>
 
-#include "discovery/conversions.h"
+#include "discovery/announced_qos.h"
 #include "discovery/partitions.h"
 #include "rtps/protocol/qos_matching.h"
 
 namespace meridian::dcps {
 
+constexpr auto fields_of(qos::Of<GroupQos>) {
+    return qos::group_policies<GroupQos>();
+}
+
 namespace {
 
 using rtps::EndpointQos;
 
-std::string text_of(rtps::WireDuration duration) {
-    if (duration.seconds == rtps::kDurationInfinite.seconds)
-        return "infinite";
-    char text[32];
-    std::snprintf(text, sizeof text, "%.9g s",
-                  duration.seconds + rtps::nanoseconds_from_fraction(duration.fraction) * 1e-9);
-    return text;
-}
-
-std::string text_of(rtps::Durability kind) {
-    switch (kind) {
-        case rtps::Durability::volatile_:
-            return "VOLATILE";
-        case rtps::Durability::transient_local:
-            return "TRANSIENT_LOCAL";
-        case rtps::Durability::transient:
-            return "TRANSIENT";
-        case rtps::Durability::persistent:
-            return "PERSISTENT";
+/// "TRANSIENT_LOCAL" for TRANSIENT_LOCAL_DURABILITY_QOS.
+template <typename Kind>
+std::enable_if_t<std::is_enum_v<Kind>, std::string> text_of(Kind kind) {
+    for (const xml::NamedValue& known : names_of(qos::Of<Kind>())) {
+        const std::string name = known.name;
+        if (known.value == kind)
+            return name.substr(0, name.rfind('_', name.rfind('_') - 1));
     }
     return "?";
 }
 
-std::string text_of(rtps::LivelinessKind kind, rtps::WireDuration lease) {
-    const char* name = kind == rtps::LivelinessKind::automatic               ? "AUTOMATIC"
-                       : kind == rtps::LivelinessKind::manual_by_participant ? "MANUAL_BY_PARTICIPANT"
-                                                                             : "MANUAL_BY_TOPIC";
-    return std::string(name) + " with a lease of " + text_of(lease);
-}
-
-std::string presentation_of(const EndpointQos& qos) {
-    std::string text = qos.presentation == rtps::PresentationScope::instance ? "INSTANCE"
-                       : qos.presentation == rtps::PresentationScope::topic  ? "TOPIC"
-                                                                             : "GROUP";
-    if (qos.coherent_access)
-        text += " coherent";
-    if (qos.ordered_access)
-        text += " ordered";
+std::string text_of(const DDS_Duration_t& duration) {
+    if (DDS_Duration_is_infinite(duration))
+        return "infinite";
+    char text[32];
+    std::snprintf(text, sizeof text, "%.9g s", duration.sec + duration.nanosec * 1e-9);
     return text;
 }
 
-std::string representations_of(const EndpointQos& qos) {
+std::string text_of(const DDS_DataRepresentationIdSeq& ids) {
     std::string text;
-    for (const int16_t id : qos.representations) {
-        if (!text.empty())
-            text += ", ";
-        text += id == rtps::kXcdr1               ? "XCDR1"
-                : id == rtps::kXcdr2             ? "XCDR2"
-                : id == rtps::kXmlRepresentation ? "XML"
-                                                 : std::to_string(id);
+    for (DDS_Long i = 0; i < ids.length(); ++i) {
+        text += text.empty() ? "" : ", ";
+        text += ids[i] == rtps::kXcdr1               ? "XCDR1"
+                : ids[i] == rtps::kXcdr2             ? "XCDR2"
+                : ids[i] == rtps::kXmlRepresentation ? "XML"
+                                                     : std::to_string(ids[i]);
     }
     return text.empty() ? "XCDR1" : text;
 }
 
-struct Policy {
-    const char* name;
-    std::string (*value)(const EndpointQos&);
-};
+/// What is announced of a policy, in words.
+template <typename Policy>
+std::string text_of_policy(const EndpointQos& announced) {
+    Policy policy;
+    discovery::read_announced(announced, policy);
+    std::string text;
+    qos::for_each_field<Policy>([&](const auto& field) {
+        const auto& value = policy.*field.member;
+        if (field.text == nullptr)
+            return;
+        if constexpr (std::is_same_v<decltype(value), const bool&>)
+            text += value ? field.text : "";
+        else
+            text += field.text + text_of(value);
+    });
+    return text;
+}
 
-Policy policy_of(uint32_t id) {
-    switch (id) {
-        case rtps::kDurabilityPolicy:
-            return {"durability", [](const EndpointQos& qos) { return text_of(qos.durability); }};
-        case rtps::kPresentationPolicy:
-            return {"presentation", presentation_of};
-        case rtps::kDeadlinePolicy:
-            return {"deadline", [](const EndpointQos& qos) { return text_of(qos.deadline); }};
-        case rtps::kLatencyBudgetPolicy:
-            return {"latency budget", [](const EndpointQos& qos) { return text_of(qos.latency_budget); }};
-        case rtps::kOwnershipPolicy:
-            return {"ownership", [](const EndpointQos& qos) -> std::string {
-                        return qos.ownership == rtps::Ownership::shared ? "SHARED" : "EXCLUSIVE";
-                    }};
-        case rtps::kLivelinessPolicy:
-            return {"liveliness",
-                    [](const EndpointQos& qos) { return text_of(qos.liveliness, qos.liveliness_lease); }};
-        case rtps::kReliabilityPolicy:
-            return {"reliability", [](const EndpointQos& qos) -> std::string {
-                        return qos.reliability == rtps::Reliability::best_effort ? "BEST_EFFORT" : "RELIABLE";
-                    }};
-        case rtps::kDestinationOrderPolicy:
-            return {"destination order", [](const EndpointQos& qos) -> std::string {
-                        return qos.destination_order == rtps::DestinationOrder::by_source
-                                   ? "BY_SOURCE_TIMESTAMP"
-                                   : "BY_RECEPTION_TIMESTAMP";
-                    }};
-        case rtps::kDataRepresentationPolicy:
-            return {"data representation", representations_of};
-        default:
-            return {nullptr, nullptr};
-    }
+/// "reliability: offered BEST_EFFORT, requested RELIABLE"
+std::string describe_policy(uint32_t id, const EndpointQos& offered, const EndpointQos& requested) {
+    std::string text = "policy " + std::to_string(id);
+    const auto describe = [&](const auto&... policies) {
+        const auto describe_if = [&](const auto& policy) {
+            using Policy = typename std::decay_t<decltype(policy)>::Value;
+            if (static_cast<uint32_t>(policy.id) == id)
+                text = std::string(policy.title) + ": offered " + text_of_policy<Policy>(offered) +
+                       ", requested " + text_of_policy<Policy>(requested);
+        };
+        (describe_if(policies), ...);
+    };
+    std::apply(describe, qos::endpoint_policies<DDS_DataReaderQos>());
+    describe(std::get<0>(qos::group_policies<GroupQos>()));
+    return text;
 }
 
 template <typename Qos>
-EndpointQos common_qos(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+EndpointQos announced(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
     EndpointQos out;
-    out.durability = static_cast<rtps::Durability>(qos.durability.kind);
-    out.deadline = discovery::to_wire(qos.deadline.period);
-    out.latency_budget = discovery::to_wire(qos.latency_budget.duration);
-    out.liveliness = static_cast<rtps::LivelinessKind>(qos.liveliness.kind);
-    out.liveliness_lease = discovery::to_wire(qos.liveliness.lease_duration);
-    out.reliability = qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS ? rtps::Reliability::reliable
-                                                                           : rtps::Reliability::best_effort;
-    out.max_blocking_time = discovery::to_wire(qos.reliability.max_blocking_time);
-    out.ownership = static_cast<rtps::Ownership>(qos.ownership.kind);
-    out.destination_order = static_cast<rtps::DestinationOrder>(qos.destination_order.kind);
-    out.presentation = static_cast<rtps::PresentationScope>(group.presentation.access_scope);
-    out.coherent_access = group.presentation.coherent_access;
-    out.ordered_access = group.presentation.ordered_access;
-    out.partitions = discovery::announced_partitions(discovery::to_strings(group.partition.name));
-    out.group_data = discovery::to_bytes(group.group_data.value);
-    out.history = static_cast<rtps::HistoryKind>(qos.history.kind);
-    out.history_depth = qos.history.depth;
-    for (DDS_Long i = 0; i < qos.representation.value.length(); ++i)
-        out.representations.push_back(qos.representation.value[i]);
-    out.user_data = discovery::to_bytes(qos.user_data.value);
-    out.topic_data = discovery::to_bytes(topic.topic_data.value);
+    discovery::announce(qos, out);
+    discovery::announce(group, out);
+    discovery::announce(topic.topic_data, out);
+    out.partitions = discovery::announced_partitions(out.partitions);
     return out;
 }
 
 } // namespace
 
 EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
-    EndpointQos out = common_qos(qos, group, topic);
-    out.time_based_filter = discovery::to_wire(qos.time_based_filter.minimum_separation);
+    EndpointQos out = announced(qos, group, topic);
     if (out.representations.empty())
         out.representations = {rtps::kXcdr1, rtps::kXcdr2};
     return out;
 }
 
 EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
-    EndpointQos out = common_qos(qos, group, topic);
-    out.ownership_strength = qos.ownership_strength.value;
-    out.lifespan = discovery::to_wire(qos.lifespan.duration);
-    return out;
+    return announced(qos, group, topic);
 }
 
 std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
@@ -186,16 +142,8 @@ std::vector<uint32_t> without_partition(const std::vector<uint32_t>& policies) {
 std::string describe_incompatibility(const EndpointQos& offered, const EndpointQos& requested,
                                      const std::vector<uint32_t>& policies) {
     std::string text;
-    for (const uint32_t id : policies) {
-        if (!text.empty())
-            text += "; ";
-        const Policy policy = policy_of(id);
-        if (policy.name == nullptr)
-            text += "policy " + std::to_string(id);
-        else
-            text += std::string(policy.name) + ": offered " + policy.value(offered) + ", requested " +
-                    policy.value(requested);
-    }
+    for (const uint32_t id : policies)
+        text += (text.empty() ? "" : "; ") + describe_policy(id, offered, requested);
     return text;
 }
 

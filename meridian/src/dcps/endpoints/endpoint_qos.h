@@ -34,13 +34,21 @@ rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& 
 /// The properties that are announced.
 std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy);
 
+/// The name that an endpoint announces.
+inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataReaderQos& qos) {
+    return qos.subscription_name;
+}
+inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataWriterQos& qos) {
+    return qos.publication_name;
+}
+
 /// What an endpoint announces of itself, but for its addresses.
 rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,
                                     const rtps::EndpointQos& qos, const DDS_EntityNameQosPolicy& name,
                                     const DDS_PropertyQosPolicy& properties);
 
-/// The policies that the matching protocol lists, without partitions: to be in another partition is another
-/// matter, not a mistake.
+/// The policies that the matching protocol lists, without partitions: a difference of partitions is not a
+/// mistake.
 std::vector<uint32_t> without_partition(const std::vector<uint32_t>& policies);
 
 /// "reliability: offered BEST_EFFORT, requested RELIABLE; deadline: offered infinite, requested 2.5 s"

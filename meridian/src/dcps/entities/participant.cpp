@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "dcps/common/qos_change.h"
+#include "dcps/entities/publisher.h"
+#include "dcps/entities/subscriber.h"
 #include "discovery/builtin_data.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
@@ -96,7 +98,8 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
 
 bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
-    if (!wanted)
+    // Before anybody hears of this participant: without the thread no listener could be called.
+    if (!wanted || !delivery_.start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
@@ -174,7 +177,7 @@ DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
     const auto found =
         std::find_if(subscribers_.begin(), subscribers_.end(),
                      [subscriber](const auto& candidate) { return candidate.get() == subscriber; });
-    if (found == subscribers_.end() || (*found)->has_readers())
+    if (found == subscribers_.end() || (*found)->has_endpoints())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     subscribers_.erase(found);
     return DDS_RETCODE_OK;
@@ -203,7 +206,7 @@ DDS_ReturnCode_t ParticipantImpl::delete_publisher(DDSPublisher* publisher) {
     const auto found =
         std::find_if(publishers_.begin(), publishers_.end(),
                      [publisher](const auto& candidate) { return candidate.get() == publisher; });
-    if (found == publishers_.end() || (*found)->has_writers())
+    if (found == publishers_.end() || (*found)->has_endpoints())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     publishers_.erase(found);
     return DDS_RETCODE_OK;
@@ -251,7 +254,7 @@ DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {
 
 DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
     // The topics end last: a callback may have made one more reader until it returned.
-    std::vector<std::unique_ptr<TopicImpl>> topics;
+    Topics topics;
     std::vector<std::unique_ptr<PublisherImpl>> publishers;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
     {
@@ -259,11 +262,12 @@ DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
         subscribers.swap(subscribers_);
         publishers.swap(publishers_);
         topics.swap(topics_);
+        topics_by_name_.clear();
     }
     // Outside of the lock: a callback in progress may ask this participant.
-    OwnedReaders lent;
+    std::vector<OwnedReader> lent;
     for (const auto& subscriber : subscribers) {
-        for (auto& owned : subscriber->release_readers()) {
+        for (auto& owned : subscriber->release_endpoints()) {
             owned->untyped().stop();
             if (owned->untyped().has_loans())
                 lent.push_back(std::move(owned));
@@ -274,7 +278,7 @@ DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
     MutexLock lock(mutex_);
     std::move(lent.begin(), lent.end(), std::back_inserter(departed_readers_));
     std::move(subscribers.begin(), subscribers.end(), std::back_inserter(departed_subscribers_));
-    std::move(topics.begin(), topics.end(), std::back_inserter(departed_topics_));
+    departed_topics_.push_back(std::move(topics));
     return DDS_RETCODE_OK;
 }
 

@@ -4,15 +4,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "dcps/common/entity_impl.h"
 #include "dcps/delivery/delivery_thread.h"
+#include "dcps/endpoints/owned_endpoint.h"
 #include "dcps/entities/builtin_subscriber.h"
 #include "dcps/entities/profile_source.h"
-#include "dcps/entities/publisher.h"
 #include "dcps/entities/runtime_config.h"
-#include "dcps/entities/subscriber.h"
+#include "dcps/reader/user_reader.h"
 #include "dcps/topics/topic.h"
 #include "dcps/topics/type_registry.h"
 #include "discovery/discovery_store.h"
@@ -23,6 +24,9 @@
 #include "types/lookup/type_lookup_client.h"
 
 namespace meridian::dcps {
+
+class PublisherImpl;
+class SubscriberImpl;
 
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
@@ -102,6 +106,9 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_ReturnCode_t delete_contained_entities() override;
 
   private:
+    using Topics = std::unordered_map<const DDSTopicDescription*, std::unique_ptr<TopicImpl>>;
+    using OwnedReader = std::unique_ptr<OwnedEndpoint<UserReader, DDSDataReader>>;
+
     /// Where the default reader QoS came from, for the readers of single topics.
     struct ReaderProfile {
         std::shared_ptr<const qos::ProfileStore> store;
@@ -114,7 +121,10 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     bool open(std::string& error) MERIDIAN_REQUIRES(mutex_);
     TopicImpl* find_topic(const char* topic_name) MERIDIAN_REQUIRES(mutex_);
     template <typename Qos>
-    DDS_ReturnCode_t set_default(Qos& target, const Qos& qos, const char* what);
+    DDS_ReturnCode_t get_default(Qos ParticipantImpl::*source, Qos& qos) MERIDIAN_EXCLUDES(mutex_);
+    template <typename Qos>
+    DDS_ReturnCode_t set_default(Qos ParticipantImpl::*target, const Qos& qos, const char* what)
+        MERIDIAN_EXCLUDES(mutex_);
 
     const DDS_DomainId_t domain_id_;
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
@@ -135,14 +145,15 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_PublisherQos default_publisher_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
-    std::vector<std::unique_ptr<TopicImpl>> topics_ MERIDIAN_GUARDED_BY(mutex_);
+    Topics topics_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_map<std::string, TopicImpl*> topics_by_name_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<PublisherImpl>> publishers_ MERIDIAN_GUARDED_BY(mutex_);
     /// Deleted with the rest, but kept because samples are still on loan.
-    std::vector<std::unique_ptr<TopicImpl>> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<Topics> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<SubscriberImpl>> departed_subscribers_ MERIDIAN_GUARDED_BY(mutex_);
-    OwnedReaders departed_readers_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<OwnedReader> departed_readers_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t subscribers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     uint32_t publishers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<rtps::GuidPrefix> ignored_ MERIDIAN_GUARDED_BY(mutex_);       // asked for before enabling

@@ -19,52 +19,49 @@ DDS_ReturnCode_t lookup_result(bool found, const std::string& error) {
 
 } // namespace
 
-DDS_ReturnCode_t ParticipantImpl::get_default_topic_qos(DDS_TopicQos& qos) {
+template <typename Qos>
+DDS_ReturnCode_t ParticipantImpl::get_default(Qos ParticipantImpl::*source, Qos& qos) {
     MutexLock lock(mutex_);
-    qos = default_topic_qos_;
+    qos = this->*source;
     return DDS_RETCODE_OK;
+}
+
+template <typename Qos>
+DDS_ReturnCode_t ParticipantImpl::set_default(Qos ParticipantImpl::*target, const Qos& qos,
+                                              const char* what) {
+    if (!is_consistent(qos, what))
+        return DDS_RETCODE_INCONSISTENT_POLICY;
+    MutexLock lock(mutex_);
+    this->*target = qos;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantImpl::get_default_topic_qos(DDS_TopicQos& qos) {
+    return get_default(&ParticipantImpl::default_topic_qos_, qos);
 }
 
 DDS_ReturnCode_t ParticipantImpl::set_default_topic_qos(const DDS_TopicQos& qos) {
-    if (!is_consistent(qos, "topic"))
-        return DDS_RETCODE_INCONSISTENT_POLICY;
-    MutexLock lock(mutex_);
-    default_topic_qos_ = qos;
-    return DDS_RETCODE_OK;
+    return set_default(&ParticipantImpl::default_topic_qos_, qos, "topic");
 }
 
 DDS_ReturnCode_t ParticipantImpl::get_default_subscriber_qos(DDS_SubscriberQos& qos) {
-    MutexLock lock(mutex_);
-    qos = default_subscriber_qos_;
-    return DDS_RETCODE_OK;
+    return get_default(&ParticipantImpl::default_subscriber_qos_, qos);
 }
 
 DDS_ReturnCode_t ParticipantImpl::set_default_subscriber_qos(const DDS_SubscriberQos& qos) {
-    if (!is_consistent(qos, "subscriber"))
-        return DDS_RETCODE_INCONSISTENT_POLICY;
-    MutexLock lock(mutex_);
-    default_subscriber_qos_ = qos;
-    return DDS_RETCODE_OK;
+    return set_default(&ParticipantImpl::default_subscriber_qos_, qos, "subscriber");
 }
 
 DDS_ReturnCode_t ParticipantImpl::get_default_publisher_qos(DDS_PublisherQos& qos) {
-    MutexLock lock(mutex_);
-    qos = default_publisher_qos_;
-    return DDS_RETCODE_OK;
+    return get_default(&ParticipantImpl::default_publisher_qos_, qos);
 }
 
 DDS_ReturnCode_t ParticipantImpl::set_default_publisher_qos(const DDS_PublisherQos& qos) {
-    if (!is_consistent(qos, "publisher"))
-        return DDS_RETCODE_INCONSISTENT_POLICY;
-    MutexLock lock(mutex_);
-    default_publisher_qos_ = qos;
-    return DDS_RETCODE_OK;
+    return set_default(&ParticipantImpl::default_publisher_qos_, qos, "publisher");
 }
 
 DDS_ReturnCode_t ParticipantImpl::get_default_datareader_qos(DDS_DataReaderQos& qos) {
-    MutexLock lock(mutex_);
-    qos = default_reader_qos_;
-    return DDS_RETCODE_OK;
+    return get_default(&ParticipantImpl::default_reader_qos_, qos);
 }
 
 DDS_ReturnCode_t ParticipantImpl::set_default_datareader_qos(const DDS_DataReaderQos& qos) {

@@ -1,7 +1,5 @@
 // The types and topics of a participant.
 
-#include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "dcps/common/qos_change.h"
@@ -39,9 +37,8 @@ const DDS_TypeCode* ParticipantImpl::get_typecode(const char* type_name) {
 
 std::unique_ptr<TopicUse> ParticipantImpl::use_topic(DDSTopicDescription* description) {
     MutexLock lock(mutex_);
-    const auto found = std::find_if(topics_.begin(), topics_.end(),
-                                    [description](const auto& topic) { return topic.get() == description; });
-    return found == topics_.end() ? nullptr : std::make_unique<TopicUse>(**found);
+    const auto found = topics_.find(description);
+    return found == topics_.end() ? nullptr : std::make_unique<TopicUse>(*found->second);
 }
 
 DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_name) {
@@ -52,10 +49,8 @@ DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_
 }
 
 TopicImpl* ParticipantImpl::find_topic(const char* topic_name) {
-    const auto found = std::find_if(topics_.begin(), topics_.end(), [topic_name](const auto& topic) {
-        return std::strcmp(topic->get_name(), topic_name) == 0;
-    });
-    return found == topics_.end() ? nullptr : found->get();
+    const auto found = topics_by_name_.find(topic_name);
+    return found == topics_by_name_.end() ? nullptr : found->second;
 }
 
 DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type_name,
@@ -83,22 +78,25 @@ DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type
         return nullptr;
     }
     const rtps::EntityId entity{++topics_made_ << 8 | kTopicKind};
-    topics_.push_back(std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name,
-                                                  type_name, qos, std::move(type)));
-    topics_.back()->enable();
-    return topics_.back().get();
+    auto made = std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name, type_name,
+                                            qos, std::move(type));
+    TopicImpl* topic = made.get();
+    topics_.emplace(topic, std::move(made));
+    topics_by_name_.emplace(topic_name, topic);
+    topic->enable();
+    return topic;
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_topic(DDSTopic* topic) {
-    std::unique_ptr<TopicImpl> removed;
+    std::unique_ptr<TopicImpl> removed; // ends outside of the lock
     MutexLock lock(mutex_);
-    const auto found = std::find_if(topics_.begin(), topics_.end(),
-                                    [topic](const auto& candidate) { return candidate.get() == topic; });
+    const auto found = topics_.find(topic);
     if (found == topics_.end())
         return DDS_RETCODE_BAD_PARAMETER;
-    if ((*found)->in_use())
+    if (found->second->in_use())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    removed = std::move(*found);
+    removed = std::move(found->second);
+    topics_by_name_.erase(removed->get_name());
     topics_.erase(found);
     return DDS_RETCODE_OK;
 }

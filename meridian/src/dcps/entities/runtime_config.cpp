@@ -6,6 +6,7 @@
 
 #include "discovery/conversions.h"
 #include "platform/log.h"
+#include "platform/text.h"
 
 namespace meridian::dcps {
 
@@ -43,25 +44,11 @@ std::string text_or_empty(const char* text) {
     return text != nullptr ? text : "";
 }
 
-std::string trimmed(const std::string& text) {
-    constexpr const char* kBlanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(kBlanks);
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
 std::vector<rtps::Property> all_properties(const DDS_PropertyQosPolicy& policy) {
     std::vector<rtps::Property> properties;
     for (DDS_Long i = 0; i < policy.value.length(); ++i)
         properties.push_back({text_or_empty(policy.value[i].name), text_or_empty(policy.value[i].value)});
     return properties;
-}
-
-/// The word of a GUID prefix at which jitter starts: different participants must not send in step.
-uint64_t seed_of(const rtps::GuidPrefix& prefix) {
-    uint64_t seed = 1;
-    for (uint8_t byte : prefix.bytes)
-        seed = seed * 31 + byte;
-    return seed;
 }
 
 void apply(const QUIXTransport_UDP_Property& property, rtps::net::UdpSettings& settings) {
@@ -86,15 +73,6 @@ bool make_transport_config(DDS_DomainId_t domain_id, const DDS_DomainParticipant
     // No datagram is larger: a larger buffer reads the same.
     config.receive_buffer_size = std::min(qos.receiver_pool.buffer_size, rtps::net::kLargestReceiveBuffer);
     return rtps::net::apply_properties(all_properties(qos.property), config, error);
-}
-
-bool check_discovery(const DDS_DiscoveryConfigQosPolicy& discovery, std::string& error) {
-    if (discovery.builtin_discovery_plugins == DDS_DISCOVERYCONFIG_BUILTIN_SDP)
-        return true;
-    error = discovery.builtin_discovery_plugins == DDS_DISCOVERYCONFIG_BUILTIN_SDP2
-                ? "the discovery plugin SDP2 is not offered; use SDP"
-                : "unknown discovery plugin " + std::to_string(discovery.builtin_discovery_plugins);
-    return false;
 }
 
 } // namespace
@@ -127,8 +105,7 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
                                                        const std::shared_ptr<rtps::net::OwnParticipants>& own,
                                                        std::string& error) {
     rtps::net::RuntimeConfig config;
-    if (!check_discovery(qos.discovery_config, error) ||
-        !make_transport_config(domain_id, qos, transports, config.transport, error))
+    if (!make_transport_config(domain_id, qos, transports, config.transport, error))
         return std::nullopt;
 
     Announcement announcement = announcement_of(qos);
@@ -143,7 +120,6 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
     participant.lease = discovery::to_wire(qos.discovery_config.participant_liveliness_lease_duration);
     participant.announce_period =
         rtps::to_duration(discovery::to_wire(qos.discovery_config.participant_liveliness_assert_period));
-    participant.seed = seed_of(prefix);
     participant.max_sample_size = kLargestSample;
     participant.max_reassembly_memory = kReassemblyMemory;
     config.peers = discovery::to_strings(qos.discovery.initial_peers);

@@ -1,46 +1,43 @@
 #pragma once
 
-#include <memory>
 #include <optional>
-#include <vector>
 
-#include "dcps/common/entity_impl.h"
-#include "dcps/endpoints/owned_endpoint.h"
+#include "dcps/entities/endpoint_group.h"
 #include "dcps/reader/user_reader.h"
 #include "meridian/subscriber.h"
-#include "platform/mutex.h"
 
 namespace meridian::dcps {
 
-class ParticipantImpl;
+struct ReaderTraits {
+    using Owner = ReaderOwner;
+    using Qos = DDS_SubscriberQos;
+    using Untyped = UserReader;
+    using Face = DDSDataReader;
+    static constexpr const char* kName = "subscriber";
+    static constexpr const char* kEndpointName = "reader";
+    static constexpr const char* kCreate = "create_datareader";
+    static constexpr const char* kFaceName = "TDataReader";
+    static constexpr rtps::EntityKind kWithKey = rtps::kUserReaderWithKey;
+    static constexpr rtps::EntityKind kNoKey = rtps::kUserReaderNoKey;
+    static constexpr auto kCreateFace = &DDSTypeSupport::create_datareaderI;
+    static constexpr auto kDestroyFace = &DDSTypeSupport::destroy_datareaderI;
+    static bool is_in_use(UserReader& reader) { return reader.has_loans(); }
+};
 
-using OwnedReader = OwnedEndpoint<UserReader, DDSDataReader>;
-using OwnedReaders = std::vector<std::unique_ptr<OwnedReader>>;
-
-/// A subscriber of the user's. Owned by its participant.
-class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
+class SubscriberImpl final : public EndpointGroup<ReaderTraits> {
   public:
-    SubscriberImpl(ParticipantImpl& participant, const rtps::Guid& guid, const DDS_SubscriberQos& qos);
+    SubscriberImpl(ParticipantImpl& participant, const rtps::Guid& guid, const DDS_SubscriberQos& qos)
+        : EndpointGroup(participant, guid, qos) {}
     ~SubscriberImpl() override = default;
 
-    /// Starts a reader; the subscriber must be enabled.
-    DDS_ReturnCode_t enable_reader(UserReader& reader);
-    bool has_readers();
-    /// Hands over all readers, for their end outside of any lock.
-    OwnedReaders release_readers();
-    /// What the application is told of remote publications.
-    discovery::EndpointCache& publications() const;
+    discovery::EndpointCache& publications() const override;
     DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
-                                             const DDS_InstanceHandle_t& endpoint);
+                                             const DDS_InstanceHandle_t& endpoint) override;
 
-    DDS_ReturnCode_t enable() override;
-    DDS_ReturnCode_t get_qos(DDS_SubscriberQos& qos) override;
-    DDS_ReturnCode_t set_qos(const DDS_SubscriberQos& qos) override;
-    DDSDomainParticipant* get_participant() override;
-    DDSDataReader* lookup_datareader(const char* topic_name) override;
+    DDSDataReader* lookup_datareader(const char* topic_name) override { return find_endpoint(topic_name); }
     DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                      DDSDataReaderListener* listener, DDS_StatusMask mask) override;
-    DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override;
+    DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override { return delete_endpoint(reader); }
     /// The participant's default as long as none was set here.
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
@@ -48,13 +45,9 @@ class SubscriberImpl final : public EntityImpl<DDSSubscriber> {
                                                              const char* topic_name) override;
 
   private:
-    DDS_ReturnCode_t start(UserReader& reader) MERIDIAN_REQUIRES(mutex_);
+    bool has_default(DDS_DataReaderQos& qos) MERIDIAN_EXCLUDES(mutex_);
 
-    ParticipantImpl& participant_;
-    Mutex mutex_;
-    DDS_SubscriberQos qos_ MERIDIAN_GUARDED_BY(mutex_);
-    std::optional<DDS_DataReaderQos> default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
-    OwnedReaders readers_ MERIDIAN_GUARDED_BY(mutex_);
+    std::optional<DDS_DataReaderQos> default_qos_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

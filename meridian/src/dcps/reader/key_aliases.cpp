@@ -46,16 +46,16 @@ std::unique_ptr<KeyForms> KeyForms::of(const DDS_TypeCode* type) {
     return forms->hasher_.is_keyed() && !alike ? std::move(forms) : nullptr;
 }
 
-void KeyForms::note(const rtps::Guid& writer, rtps::ByteView payload, bool key_only, const rtps::KeyHash& key,
-                    KeyAliases& aliases) {
+void KeyForms::note(const types::SampleSource& source, rtps::ByteView payload, bool key_only,
+                    const rtps::KeyHash& key, KeyAliases& aliases) {
     std::string failure;
     hashes_.clear();
-    if (!hasher_.compute_all(payload, key_only, hashes_, failure) ||
+    if (!hasher_.compute_all(payload, key_only, hashes_, failure, source) ||
         std::find(hashes_.begin(), hashes_.end(), key) == hashes_.end())
         return;
     for (const rtps::KeyHash& hash : hashes_) {
         if (hash != key)
-            aliases.note(writer, hash, key);
+            aliases.note(source.writer, hash, key);
     }
 }
 

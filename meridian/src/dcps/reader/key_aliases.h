@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "rtps/wire/types.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 namespace meridian::dcps {
 
@@ -41,8 +41,8 @@ class KeyForms {
 
     /// The writer sent a sample of instance `key` without hash. A payload that does not have this key by its
     /// type tells nothing.
-    void note(const rtps::Guid& writer, rtps::ByteView payload, bool key_only, const rtps::KeyHash& key,
-              KeyAliases& aliases);
+    void note(const types::SampleSource& source, rtps::ByteView payload, bool key_only,
+              const rtps::KeyHash& key, KeyAliases& aliases);
 
   private:
     explicit KeyForms(const types::Type& type) : reader_(types::TypeRef(&type)), hasher_(reader_) {}

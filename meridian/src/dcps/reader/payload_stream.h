@@ -1,21 +1,45 @@
 #pragma once
 
+#include <algorithm>
+#include <iterator>
+
+#include "discovery/conversions.h"
 #include "meridian/cdr_stream.h"
 #include "rtps/wire/types.h"
 
 namespace meridian::dcps {
 
-/// Points the stream at a payload with its encapsulation header, in the byte order that the header names. The
-/// stream is only read: plugins get the bytes of the packet itself.
-inline void bind_stream(rtps::ByteView payload, QUIXCdrStream& stream) {
-    auto* bytes = const_cast<char*>(reinterpret_cast<const char*>(payload.data));
-    QUIXCdrStream_set(&stream, bytes, static_cast<DDS_UnsignedLong>(payload.size));
-    DDS_Octet kind[2] = {};
-    if (!QUIXCdrStream_readBytes(&stream, kind, 2))
-        return;
-    stream.currentPosition = stream.buffer;
-    // In all encapsulations the lowest bit of the kind is the byte order (DDSI-RTPS 2.5, clause 10.5).
-    QUIXCdrStream_setEndian(&stream, (kind[1] & 1) != 0 ? QUIX_CDR_ENDIAN_LITTLE : QUIX_CDR_ENDIAN_BIG);
+inline DDS_GUID_t to_guid_t(const rtps::Guid& guid) {
+    DDS_GUID_t out{};
+    const DDS_InstanceHandle_t handle = discovery::to_handle(guid);
+    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), out.value);
+    return out;
 }
+
+/// A received payload with its encapsulation header, in the byte order that the header names, as plugins are
+/// handed it. The stream is only read: plugins get the bytes of the packet itself.
+class PayloadStream {
+  public:
+    PayloadStream(rtps::ByteView payload, const rtps::Guid& writer, rtps::VendorId vendor)
+        : source_{to_guid_t(writer), {vendor.bytes[0], vendor.bytes[1]}} {
+        auto* bytes = const_cast<char*>(reinterpret_cast<const char*>(payload.data));
+        QUIXCdrStream_set(&stream_, bytes, static_cast<DDS_UnsignedLong>(payload.size));
+        stream_.source = &source_;
+        DDS_Octet kind[2] = {};
+        if (!QUIXCdrStream_readBytes(&stream_, kind, 2))
+            return;
+        stream_.currentPosition = stream_.buffer;
+        // In all encapsulations the lowest bit of the kind is the byte order (DDSI-RTPS 2.5, clause 10.5).
+        QUIXCdrStream_setEndian(&stream_, (kind[1] & 1) != 0 ? QUIX_CDR_ENDIAN_LITTLE : QUIX_CDR_ENDIAN_BIG);
+    }
+    PayloadStream(const PayloadStream&) = delete;
+    PayloadStream& operator=(const PayloadStream&) = delete;
+
+    QUIXCdrStream* get() { return &stream_; }
+
+  private:
+    QUIXCdrSource source_;
+    QUIXCdrStream stream_;
+};
 
 } // namespace meridian::dcps

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
+#include "dcps/common/instance_keys.h"
 #include "discovery/conversions.h"
 
 namespace meridian::dcps {
@@ -45,26 +45,6 @@ bool earlier(const DDS_Time_t& a, const DDS_Time_t& b) {
 }
 
 } // namespace
-
-DDS_InstanceHandle_t instance_handle(const rtps::KeyHash& key) {
-    DDS_InstanceHandle_t handle{};
-    std::copy(key.begin(), key.end(), handle.keyHash);
-    handle.length = 16;
-    handle.isValid = true;
-    return handle;
-}
-
-rtps::KeyHash to_key(const DDS_InstanceHandle_t& handle) {
-    rtps::KeyHash key{};
-    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), key.begin());
-    return key;
-}
-
-rtps::KeyHash to_key(const PRESKeyHash& hash) {
-    rtps::KeyHash key{};
-    std::copy(std::begin(hash.value), std::end(hash.value), key.begin());
-    return key;
-}
 
 size_t ReaderCache::KeyHasher::operator()(const rtps::KeyHash& key) const noexcept {
     uint64_t high = 0;
@@ -427,8 +407,8 @@ rtps::MonotonicTime ReaderCache::next_deadline() const {
     return first_due_ != nullptr ? first_due_->due : rtps::kNever;
 }
 
-std::vector<DDS_InstanceHandle_t> ReaderCache::on_timer(rtps::MonotonicTime now) {
-    std::vector<DDS_InstanceHandle_t> missed;
+void ReaderCache::on_timer(rtps::MonotonicTime now, std::vector<DDS_InstanceHandle_t>& missed) {
+    missed.clear();
     while (first_due_ != nullptr && first_due_->due <= now) {
         Instance& instance = *first_due_;
         missed.push_back(settings_.keyed ? instance_handle(instance.key) : DDS_HANDLE_NIL);
@@ -441,7 +421,6 @@ std::vector<DDS_InstanceHandle_t> ReaderCache::on_timer(rtps::MonotonicTime now)
         expect_nothing(instance);
         expect_next(instance, regular > now ? regular : rtps::later(now, period));
     }
-    return missed;
 }
 
 } // namespace meridian::dcps

@@ -19,7 +19,6 @@
 
 #include "meridian/qos.h"
 #include "meridian/sample_info.h"
-#include "meridian/type_plugin.h"
 #include "rtps/protocol/times.h"
 
 namespace meridian::dcps {
@@ -51,12 +50,6 @@ struct Change {
     void* sample = nullptr; // adopted by the cache when it stores the change; null without data
     size_t bytes = 0;       // serialized size of the sample, for the limit on memory
 };
-
-/// The handle of the instance with that key.
-DDS_InstanceHandle_t instance_handle(const rtps::KeyHash& key);
-/// And back, from a handle or from what a plugin computed.
-rtps::KeyHash to_key(const DDS_InstanceHandle_t& handle);
-rtps::KeyHash to_key(const PRESKeyHash& hash);
 
 class ReaderCache {
   public:
@@ -138,8 +131,8 @@ class ReaderCache {
 
     /// When on_timer wants to be called next (deadlines); kNever without.
     rtps::MonotonicTime next_deadline() const;
-    /// The instances that missed their deadline by now, once per period.
-    std::vector<DDS_InstanceHandle_t> on_timer(rtps::MonotonicTime now);
+    /// Puts the instances that missed their deadline by now into `missed`, once per period.
+    void on_timer(rtps::MonotonicTime now, std::vector<DDS_InstanceHandle_t>& missed);
 
     size_t sample_count() const { return stored_; }
     size_t instance_count() const { return instances_.size(); }

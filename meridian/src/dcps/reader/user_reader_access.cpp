@@ -1,10 +1,8 @@
-// A reader of the user's topics: what callers read, take and ask.
+// A reader of a topic: what callers read, take and ask.
 
 #include <algorithm>
 
-#include "dcps/common/qos_change.h"
-#include "dcps/entities/participant.h"
-#include "dcps/entities/subscriber.h"
+#include "dcps/common/instance_keys.h"
 #include "dcps/reader/read_condition.h"
 #include "dcps/reader/user_reader.h"
 #include "discovery/conversions.h"
@@ -16,39 +14,25 @@ bool UserReader::has_loans() {
     return !loans_.empty();
 }
 
-DDS_ReturnCode_t UserReader::get_qos(DDS_DataReaderQos& qos) {
-    MutexLock lock(mutex_);
-    qos = qos_;
-    return DDS_RETCODE_OK;
-}
-
 DDS_ReturnCode_t UserReader::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
     {
         MutexLock lock(mutex_);
-        listener_ = listener != nullptr ? ListenerLink::of(*listener) : nullptr;
-        listener_given_ = listener;
-        listener_mask_ = mask;
-        to_tell_ = 0;
+        notices_.set_listener(listener, mask);
     }
-    // Whoever was called before may be deleted as soon as this returns.
+    // The listener before may be deleted as soon as this returns.
     delivery_.remove(*this);
     MutexLock lock(mutex_);
-    if (to_tell_ != 0)
-        delivery_.notify(*this); // what happened since, whose call was removed
+    notices_.ask_again(); // for what happened since, whose call was removed
     armed_ = rtps::kNever;
     arm_timer();
-    if (listener_ != nullptr && cache_->sample_count() > 0)
+    if (listener != nullptr && cache_.sample_count() > 0)
         changed(DDS_DATA_AVAILABLE_STATUS);
     return DDS_RETCODE_OK;
 }
 
 DDSDataReaderListener* UserReader::get_listener() {
     MutexLock lock(mutex_);
-    return listener_ != nullptr && !listener_->is_cut() ? listener_given_ : nullptr;
-}
-
-DDSSubscriber* UserReader::get_subscriber() {
-    return &subscriber_;
+    return notices_.listener();
 }
 
 DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
@@ -61,8 +45,7 @@ DDS_ReturnCode_t UserReader::read_status(Status& status, Status (ReaderStatuses:
                                          DDS_StatusMask bit) {
     MutexLock lock(mutex_);
     status = (statuses_.*take)();
-    signalled_ &= ~bit;
-    status_condition().set_read(bit);
+    notices_.read(bit);
     return DDS_RETCODE_OK;
 }
 
@@ -124,7 +107,7 @@ DDS_ReturnCode_t UserReader::delete_readcondition(DDSReadCondition* condition) {
 
 void UserReader::update_conditions() {
     for (const auto& condition : conditions_)
-        condition->core()->set_triggered(cache_->has(condition->selection()));
+        condition->core()->set_triggered(cache_.has(condition->selection()));
 }
 
 DDS_ReturnCode_t UserReader::to_selection(const DDSSampleSelection& wanted, ReaderCache::Selection& selection,
@@ -149,12 +132,12 @@ DDS_ReturnCode_t UserReader::to_selection(const DDSSampleSelection& wanted, Read
         case DDSSampleSelection::all_instances:
             break;
         case DDSSampleSelection::this_instance:
-            if (!wanted.instance.isValid || !cache_->knows_instance(to_key(wanted.instance)))
+            if (!wanted.instance.isValid || !cache_.knows_instance(to_key(wanted.instance)))
                 return DDS_RETCODE_BAD_PARAMETER;
             selection.instance = to_key(wanted.instance);
             break;
         case DDSSampleSelection::next_instance:
-            selection.instance = cache_->next_instance(
+            selection.instance = cache_.next_instance(
                 wanted.instance.isValid ? std::optional<rtps::KeyHash>(to_key(wanted.instance))
                                         : std::nullopt,
                 selection);
@@ -172,7 +155,7 @@ DDS_ReturnCode_t UserReader::copy_out(const ReaderCache::Batch& batch, const DDS
         if (batch.samples[i] == nullptr)
             continue;
         void* target = sequence.element(sequence.sequence, index);
-        if (plugin().copySample == nullptr || !plugin().copySample(endpoint_, target, batch.samples[i]))
+        if (plugin().copySample == nullptr || !plugin().copySample(plugin_data(), target, batch.samples[i]))
             return DDS_RETCODE_ERROR;
     }
     return DDS_RETCODE_OK;
@@ -199,13 +182,10 @@ DDS_ReturnCode_t UserReader::read_or_take_untyped(DDS_Boolean take, const DDSSam
         return usable;
     if (copies && selection.max_samples == DDS_LENGTH_UNLIMITED)
         selection.max_samples = sequence.maximum;
-    // Whoever looks has been told; what arrives from now on is news.
-    signalled_ &= ~DDS_DATA_AVAILABLE_STATUS;
-    status_condition().set_read(DDS_DATA_AVAILABLE_STATUS);
-    std::unique_ptr<ReaderCache::Batch> batch =
-        spare_batch_ != nullptr ? std::move(spare_batch_) : std::make_unique<ReaderCache::Batch>();
-    if (empty || !(take ? cache_->take(selection, *batch) : cache_->read(selection, *batch))) {
-        spare_batch_ = std::move(batch);
+    notices_.read(DDS_DATA_AVAILABLE_STATUS); // what arrives from now on is news
+    Loan batch = spare_loan_ != nullptr ? std::move(spare_loan_) : std::make_unique<ReaderCache::Batch>();
+    if (empty || !(take ? cache_.take(selection, *batch) : cache_.read(selection, *batch))) {
+        end_loan(std::move(batch));
         return DDS_RETCODE_NO_DATA;
     }
     update_conditions();
@@ -214,47 +194,52 @@ DDS_ReturnCode_t UserReader::read_or_take_untyped(DDS_Boolean take, const DDSSam
     if (copies) {
         infos.length(taken);
         const DDS_ReturnCode_t copied = copy_out(*batch, sequence, infos);
-        cache_->return_batch(*batch);
+        end_loan(std::move(batch));
         *count = copied == DDS_RETCODE_OK ? taken : 0;
         return copied;
     }
     if (!infos.loan_discontiguous(batch->infos.data(), taken)) {
-        cache_->return_batch(*batch);
+        end_loan(std::move(batch));
         return DDS_RETCODE_ERROR;
     }
     *samples = batch->samples.data();
     *count = taken;
-    loans_.emplace(batch->samples.data(), std::move(batch));
+    loans_.push_back(std::move(batch));
     return DDS_RETCODE_OK;
+}
+
+void UserReader::end_loan(Loan loan) {
+    cache_.return_batch(*loan);
+    spare_loan_ = std::move(loan);
 }
 
 DDS_ReturnCode_t UserReader::return_loan_untyped(void** samples, DDS_Long count, DDS_SampleInfoSeq& infos) {
     MutexLock lock(mutex_);
-    const auto loan = loans_.find(samples);
-    if (loan == loans_.end() || infos.get_discontiguous_buffer() != loan->second->infos.data() ||
-        static_cast<size_t>(count) != loan->second->infos.size())
+    const auto loan = std::find_if(loans_.begin(), loans_.end(), [samples](const Loan& candidate) {
+        return candidate->samples.data() == samples;
+    });
+    if (loan == loans_.end() || infos.get_discontiguous_buffer() != (*loan)->infos.data() ||
+        static_cast<size_t>(count) != (*loan)->infos.size())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     infos.unloan();
-    cache_->return_batch(*loan->second);
-    spare_batch_ = std::move(loan->second);
+    end_loan(std::move(*loan));
     loans_.erase(loan);
     return DDS_RETCODE_OK;
 }
 
 DDS_ReturnCode_t UserReader::get_key_value_untyped(void* /*holder*/, const DDS_InstanceHandle_t& handle) {
-    // What the key members are, only a plugin with a key of its own could tell, and none offers it for a bare
-    // hash.
+    // Only a plugin could tell the key members, and the interface of plugins has no call for a bare hash.
     return handle.isValid ? DDS_RETCODE_UNSUPPORTED : DDS_RETCODE_BAD_PARAMETER;
 }
 
 DDS_InstanceHandle_t UserReader::lookup_instance_untyped(const void* holder) {
     PRESKeyHash hash{};
     if (!keyed_ || holder == nullptr || plugin().instanceToKeyHash == nullptr ||
-        !plugin().instanceToKeyHash(endpoint_, &hash, holder))
+        !plugin().instanceToKeyHash(plugin_data(), &hash, holder))
         return DDS_HANDLE_NIL;
     const rtps::KeyHash key = to_key(hash);
     MutexLock lock(mutex_);
-    return cache_->knows_instance(key) ? instance_handle(key) : DDS_HANDLE_NIL;
+    return cache_.knows_instance(key) ? instance_handle(key) : DDS_HANDLE_NIL;
 }
 
 } // namespace meridian::dcps

@@ -10,12 +10,13 @@
 #include "meridian/type_plugin.h"
 #include "platform/log.h"
 #include "types/data/dynamic_sample.h"
-#include "types/data/key_hash.h"
+#include "types/data/key_hasher.h"
 
 using meridian::rtps::ByteView;
 using meridian::types::DynamicContext;
 using meridian::types::from_type_code;
 using meridian::types::KeyHasher;
+using meridian::types::SampleSource;
 using meridian::types::TypeRef;
 
 namespace {
@@ -39,6 +40,18 @@ Endpoint& endpoint_of(PRESTypePluginEndpointData data) {
 
 ByteView rest_of(const QUIXCdrStream& stream) {
     return {reinterpret_cast<const uint8_t*>(stream.currentPosition), QUIXCdrStream_remaining(&stream)};
+}
+
+SampleSource source_of(const QUIXCdrStream& stream) {
+    SampleSource source;
+    if (stream.source == nullptr)
+        return source;
+    const DDS_Octet* guid = stream.source->writer.value;
+    std::copy_n(guid, source.writer.prefix.bytes.size(), source.writer.prefix.bytes.begin());
+    for (size_t i = source.writer.prefix.bytes.size(); i < sizeof stream.source->writer.value; ++i)
+        source.writer.entity.value = source.writer.entity.value << 8 | guid[i];
+    std::copy_n(stream.source->vendorId, source.vendor.bytes.size(), source.vendor.bytes.begin());
+    return source;
 }
 
 PRESTypePluginParticipantData attach_participant(void* registration, const DDS_TypeCode*) {
@@ -94,7 +107,7 @@ bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrS
         return true;
     Endpoint& endpoint = endpoint_of(data);
     const ByteView payload = rest_of(*stream);
-    if (static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint.context, payload))
+    if (static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint.context, payload, source_of(*stream)))
         return true;
     MERIDIAN_LOG_WARNING("dcps",
                          "topic \"%s\": a sample of %zu bytes exceeds the largest serialized size, %u",
@@ -103,29 +116,30 @@ bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrS
     return false;
 }
 
-bool key_hash(PRESTypePluginEndpointData data, QUIXCdrStream* stream, PRESKeyHash* out, bool, bool key_only) {
-    Endpoint& endpoint = endpoint_of(data);
+bool compute_key_hash(Endpoint& endpoint, ByteView payload, const SampleSource& source, bool key_only,
+                      PRESKeyHash& out) {
     meridian::rtps::KeyHash hash{};
     std::string failure;
     // One form for all: a writer that announces no hash of its own and one that sends it without payload then
     // agree.
-    if (!endpoint.hasher->compute(rest_of(*stream), key_only, KeyHasher::Form::xcdr1, hash, failure)) {
+    if (!endpoint.hasher->compute(payload, key_only, KeyHasher::Form::xcdr1, hash, failure, source)) {
         if (!std::exchange(endpoint.key_failed, true))
             MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": the key of a sample cannot be decoded: %s",
                                  endpoint.context->topic_name.c_str(), failure.c_str());
         return false;
     }
-    std::copy(hash.begin(), hash.end(), out->value);
-    out->length = sizeof out->value;
+    std::copy(hash.begin(), hash.end(), out.value);
+    out.length = sizeof out.value;
     return true;
 }
 
+bool key_hash(PRESTypePluginEndpointData data, QUIXCdrStream* stream, PRESKeyHash* out, bool, bool key_only) {
+    return compute_key_hash(endpoint_of(data), rest_of(*stream), source_of(*stream), key_only, *out);
+}
+
 bool instance_to_key_hash(PRESTypePluginEndpointData data, PRESKeyHash* out, const void* instance) {
-    const ByteView payload = static_cast<const DDS_DynamicData*>(instance)->impl().payload();
-    QUIXCdrStream stream;
-    QUIXCdrStream_set(&stream, const_cast<char*>(reinterpret_cast<const char*>(payload.data)),
-                      static_cast<DDS_UnsignedLong>(payload.size));
-    return key_hash(data, &stream, out, true, false);
+    const auto& sample = static_cast<const DDS_DynamicData*>(instance)->impl();
+    return compute_key_hash(endpoint_of(data), sample.payload(), sample.source(), false, *out);
 }
 
 class TypeSupport final : public DDSTypeSupport {
@@ -191,10 +205,6 @@ DDS_Boolean DDSDynamicDataTypeSupport::is_valid() const {
     return type != nullptr && (type->is_aggregate() || type->kind == DDS_TK_UNION);
 }
 
-const DDS_TypeCode* DDSDynamicDataTypeSupport::get_data_type() const {
-    return impl_->type.get();
-}
-
 DDS_ReturnCode_t DDSDynamicDataTypeSupport::register_type(DDSDomainParticipant* participant,
                                                           const char* type_name) {
     if (participant == nullptr || type_name == nullptr) {
@@ -214,11 +224,4 @@ DDS_ReturnCode_t DDSDynamicDataTypeSupport::register_type(DDSDomainParticipant* 
     if (result == DDS_RETCODE_OK && !known)
         static_cast<void>(support.release()); // the participant's now
     return result;
-}
-
-DDS_ReturnCode_t DDSDynamicDataTypeSupport::unregister_type(DDSDomainParticipant* participant,
-                                                            const char* type_name) {
-    if (participant == nullptr || type_name == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    return participant->unregister_type(type_name);
 }

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "dcps/common/qos_change.h"
-#include "dcps/entities/participant.h"
 
 DDSTopic* DDSTopic::narrow(DDSTopicDescription* description) {
     return dynamic_cast<DDSTopic*>(description);
@@ -11,7 +10,7 @@ DDSTopic* DDSTopic::narrow(DDSTopicDescription* description) {
 
 namespace meridian::dcps {
 
-TopicImpl::TopicImpl(ParticipantImpl& participant, const rtps::Guid& guid, std::string name,
+TopicImpl::TopicImpl(Participant& participant, const rtps::Guid& guid, std::string name,
                      std::string type_name, const DDS_TopicQos& qos, TypeRegistry::Type type)
     : EntityImpl(guid),
       participant_(participant),

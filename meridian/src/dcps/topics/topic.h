@@ -5,19 +5,20 @@
 
 #include "dcps/common/entity_impl.h"
 #include "dcps/topics/type_registry.h"
+#include "meridian/domain_participant.h"
 #include "meridian/topic.h"
 #include "platform/mutex.h"
 
 namespace meridian::dcps {
 
-class ParticipantImpl;
-
 /// A topic of a participant, which owns it. Topics have nothing to switch on: they are enabled with their
 /// participant.
 class TopicImpl final : public EntityImpl<DDSTopic> {
   public:
+    using Participant = EntityImpl<DDSDomainParticipant>;
+
     /// `type` is null for the builtin topics.
-    TopicImpl(ParticipantImpl& participant, const rtps::Guid& guid, std::string name, std::string type_name,
+    TopicImpl(Participant& participant, const rtps::Guid& guid, std::string name, std::string type_name,
               const DDS_TopicQos& qos, TypeRegistry::Type type = nullptr);
     ~TopicImpl() override = default;
 
@@ -34,7 +35,7 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
   private:
     friend class TopicUse;
 
-    ParticipantImpl& participant_;
+    Participant& participant_;
     const std::string name_;
     const std::string type_name_;
     const TypeRegistry::Type type_;

@@ -1,13 +1,11 @@
-// A writer of the user's topics. The life of the writer comes first, then its statuses, then writing.
+// The life of a writer comes first, then its statuses, then writing.
 
 #include "dcps/writer/user_writer.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "dcps/common/qos_change.h"
-#include "dcps/entities/publisher.h"
-#include "dcps/reader/reader_cache.h"
+#include "dcps/common/instance_keys.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -16,8 +14,6 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr uint32_t kDisposed = 1; // bits of the status info
-constexpr uint32_t kUnregistered = 2;
 constexpr DDS_Long kInitialBuffers = 1;
 constexpr std::chrono::milliseconds kPollPeriod{1};
 
@@ -35,7 +31,7 @@ DDS_UnsignedShort encapsulation_of(const DDS_DataWriterQos& qos) {
 class UserWriter::Buffer {
   public:
     Buffer(UserWriter& writer, DDS_UnsignedLong size)
-        : plugin_(writer.plugin()), endpoint_(writer.endpoint_), size_(size) {
+        : plugin_(writer.plugin()), endpoint_(writer.plugin_data()), size_(size) {
         if (size == 0)
             return;
         if (plugin_.getBuffer != nullptr && plugin_.returnBuffer != nullptr) {
@@ -75,7 +71,7 @@ class UserWriter::Buffer {
     size_t used_ = 0;
 };
 
-std::unique_ptr<UserWriter> UserWriter::create(PublisherImpl& publisher, TopicImpl& topic,
+std::unique_ptr<UserWriter> UserWriter::create(WriterOwner& publisher, TopicImpl& topic,
                                                TypeRegistry::Type type, const rtps::Guid& guid,
                                                const DDS_DataWriterQos& qos) {
     const PRESTypePlugin& plugin = type->plugin();
@@ -86,45 +82,21 @@ std::unique_ptr<UserWriter> UserWriter::create(PublisherImpl& publisher, TopicIm
         return nullptr;
     }
     std::unique_ptr<UserWriter> writer(new UserWriter(publisher, topic, std::move(type), guid, qos));
-    const PRESTypePluginEndpointInfo info{PRES_TYPEPLUGIN_ENDPOINT_WRITER, kInitialBuffers,
-                                          DDS_LENGTH_UNLIMITED, topic.get_name()};
-    writer->endpoint_ = plugin.onEndpointAttached(writer->type_->participant_data(), &info);
-    if (writer->endpoint_ == nullptr) {
-        MERIDIAN_LOG_ERROR("dcps", "writer of topic \"%s\": the plugin of type \"%s\" refused it",
-                           topic.get_name(), topic.get_type_name());
-        return nullptr;
-    }
-    return writer;
+    return writer->is_attached() ? std::move(writer) : nullptr;
 }
 
-UserWriter::UserWriter(PublisherImpl& publisher, TopicImpl& topic, TypeRegistry::Type type,
+UserWriter::UserWriter(WriterOwner& publisher, TopicImpl& topic, TypeRegistry::Type type,
                        const rtps::Guid& guid, const DDS_DataWriterQos& qos)
-    : EntityImpl(guid),
-      publisher_(publisher),
-      topic_(topic),
-      type_(std::move(type)),
-      keyed_(type_->is_keyed()),
-      qos_(qos) {}
+    : UserEndpoint(topic, std::move(type), guid, qos, kInitialBuffers), publisher_(publisher) {}
 
 UserWriter::~UserWriter() {
     stop();
-    MutexLock lock(writing_);
-    if (endpoint_ != nullptr)
-        plugin().onEndpointDetached(endpoint_);
 }
 
 bool UserWriter::start(rtps::net::Runtime& runtime, const GroupQos& group) {
-    {
-        MutexLock lock(mutex_);
-        group_ = group;
-    }
-    const bool joined =
-        membership_.join(runtime, guid().entity, [this](rtps::Participant& participant, rtps::Now now) {
-            return participant.add_writer(endpoint_data(), config(), *this, now);
-        });
-    if (joined)
-        set_enabled();
-    return joined;
+    return join(runtime, group, [this](rtps::Participant& participant, rtps::Now now) {
+        return participant.add_writer(endpoint_data(), config(), *this, now);
+    });
 }
 
 void UserWriter::stop() {
@@ -134,47 +106,7 @@ void UserWriter::stop() {
 }
 
 DDS_ReturnCode_t UserWriter::enable() {
-    return publisher_.enable_writer(*this);
-}
-
-DDSPublisher* UserWriter::get_publisher() {
-    return &publisher_;
-}
-
-DDS_ReturnCode_t UserWriter::get_qos(DDS_DataWriterQos& qos) {
-    MutexLock lock(mutex_);
-    qos = qos_;
-    return DDS_RETCODE_OK;
-}
-
-DDS_ReturnCode_t UserWriter::set_qos(const DDS_DataWriterQos& qos) {
-    {
-        MutexLock lock(mutex_);
-        const DDS_ReturnCode_t result = change_qos(qos_, qos, is_enabled(), "writer");
-        if (result != DDS_RETCODE_OK)
-            return result;
-    }
-    membership_.announce([this] { return endpoint_data(); });
-    return DDS_RETCODE_OK;
-}
-
-void UserWriter::set_group(const GroupQos& group) {
-    {
-        MutexLock lock(mutex_);
-        group_ = group;
-    }
-    membership_.announce([this] { return endpoint_data(); });
-}
-
-rtps::EndpointQos UserWriter::endpoint_qos() {
-    DDS_TopicQos topic;
-    topic_.get_qos(topic);
-    return to_endpoint_qos(qos_, group_, topic);
-}
-
-rtps::EndpointData UserWriter::endpoint_data() {
-    MutexLock lock(mutex_);
-    return to_endpoint_data(guid(), topic_, endpoint_qos(), qos_.publication_name, qos_.property);
+    return publisher_.enable_endpoint(*this);
 }
 
 rtps::WriterConfig UserWriter::config() {
@@ -213,18 +145,21 @@ void UserWriter::incompatible(const rtps::RemoteEndpoint& remote, const std::vec
     changed(statuses_.incompatible(counted));
 }
 
-DDS_ReturnCode_t UserWriter::get_publication_matched_status(DDS_PublicationMatchedStatus& status) {
+template <typename Status>
+DDS_ReturnCode_t UserWriter::read_status(Status& status, Status (WriterStatuses::*take)(),
+                                         DDS_StatusMask bit) {
     MutexLock lock(mutex_);
-    status = statuses_.take_matched();
-    status_condition().set_read(DDS_PUBLICATION_MATCHED_STATUS);
+    status = (statuses_.*take)();
+    status_condition().set_read(bit);
     return DDS_RETCODE_OK;
 }
 
+DDS_ReturnCode_t UserWriter::get_publication_matched_status(DDS_PublicationMatchedStatus& status) {
+    return read_status(status, &WriterStatuses::take_matched, DDS_PUBLICATION_MATCHED_STATUS);
+}
+
 DDS_ReturnCode_t UserWriter::get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) {
-    MutexLock lock(mutex_);
-    status = statuses_.take_incompatible();
-    status_condition().set_read(DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
-    return DDS_RETCODE_OK;
+    return read_status(status, &WriterStatuses::take_incompatible, DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
 }
 
 DDS_ReturnCode_t UserWriter::get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) {
@@ -247,7 +182,7 @@ DDS_ReturnCode_t UserWriter::key_of(const void* sample, const DDS_InstanceHandle
     if (!keyed_)
         return handle.isValid ? DDS_RETCODE_BAD_PARAMETER : DDS_RETCODE_OK;
     PRESKeyHash hash{};
-    if (!plugin().instanceToKeyHash(endpoint_, &hash, sample))
+    if (!plugin().instanceToKeyHash(plugin_data(), &hash, sample))
         return DDS_RETCODE_ERROR;
     key = to_key(hash);
     if (!handle.isValid)
@@ -327,6 +262,12 @@ DDS_ReturnCode_t UserWriter::send(const rtps::WriteRequest& request) {
     return membership_.runtime() != nullptr ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_ALREADY_DELETED;
 }
 
+DDS_ReturnCode_t UserWriter::prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
+                                     rtps::WriteRequest& request) {
+    const DDS_ReturnCode_t result = key_of(sample, params.handle, key);
+    return result == DDS_RETCODE_OK ? fill_in(params, key, request) : result;
+}
+
 DDS_ReturnCode_t UserWriter::write_untyped(const void* sample, const DDS_WriteParams_t& params) {
     if (!is_enabled())
         return DDS_RETCODE_NOT_ENABLED;
@@ -337,15 +278,13 @@ DDS_ReturnCode_t UserWriter::write_untyped(const void* sample, const DDS_WritePa
     MutexLock lock(writing_);
     rtps::KeyHash key;
     rtps::WriteRequest request;
-    DDS_ReturnCode_t result = key_of(sample, params.handle, key);
-    if (result == DDS_RETCODE_OK)
-        result = fill_in(params, key, request);
+    DDS_ReturnCode_t result = prepare(sample, params, key, request);
     if (result == DDS_RETCODE_OK)
         result = add_instance(key);
     if (result != DDS_RETCODE_OK)
         return result;
     const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
-    Buffer buffer(*this, plugin().getSerializedSampleMaxSize(endpoint_, true, encapsulation, 0));
+    Buffer buffer(*this, plugin().getSerializedSampleMaxSize(plugin_data(), true, encapsulation, 0));
     if (!buffer.fill(plugin().serialize, sample, encapsulation))
         return DDS_RETCODE_ERROR;
     request.payload = buffer.view();
@@ -384,9 +323,7 @@ DDS_ReturnCode_t UserWriter::write_end(const void* sample, const DDS_WriteParams
     MutexLock lock(writing_);
     rtps::KeyHash key;
     rtps::WriteRequest request;
-    DDS_ReturnCode_t result = key_of(sample, params.handle, key);
-    if (result == DDS_RETCODE_OK)
-        result = fill_in(params, key, request);
+    DDS_ReturnCode_t result = prepare(sample, params, key, request);
     if (result == DDS_RETCODE_OK && unregister && instances_.count(key) == 0)
         result = DDS_RETCODE_PRECONDITION_NOT_MET;
     if (result == DDS_RETCODE_OK)
@@ -394,12 +331,13 @@ DDS_ReturnCode_t UserWriter::write_end(const void* sample, const DDS_WriteParams
     if (result != DDS_RETCODE_OK)
         return result;
     const bool disposes = !unregister || qos.writer_data_lifecycle.autodispose_unregistered_instances;
-    request.inline_qos.status_info = (disposes ? kDisposed : 0) | (unregister ? kUnregistered : 0);
+    request.inline_qos.status_info =
+        (disposes ? rtps::kDisposed : 0u) | (unregister ? rtps::kUnregistered : 0u);
 
     const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
     const DDS_UnsignedLong key_size =
         plugin().serializeKey != nullptr && plugin().getSerializedKeyMaxSize != nullptr
-            ? plugin().getSerializedKeyMaxSize(endpoint_, true, encapsulation, 0)
+            ? plugin().getSerializedKeyMaxSize(plugin_data(), true, encapsulation, 0)
             : 0;
     Buffer buffer(*this, key_size);
     if (key_size > 0 && !buffer.fill(plugin().serializeKey, sample, encapsulation))

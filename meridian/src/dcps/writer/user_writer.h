@@ -1,33 +1,34 @@
 #pragma once
 
+// The writing side. The tool only reads; this is here because the typed writers of the public interface need
+// something real to write through, for programs that play a peer in tests, demos and benchmarks.
+
 #include <chrono>
 #include <memory>
 #include <set>
 #include <vector>
 
-#include "dcps/common/entity_impl.h"
-#include "dcps/endpoints/endpoint_membership.h"
-#include "dcps/endpoints/endpoint_qos.h"
-#include "dcps/topics/topic.h"
-#include "dcps/topics/type_registry.h"
+#include "dcps/endpoints/user_endpoint.h"
 #include "dcps/writer/writer_statuses.h"
+#include "meridian/publisher.h"
 #include "meridian/untyped_entities.h"
-#include "platform/mutex.h"
 
 namespace meridian::dcps {
 
-class PublisherImpl;
+class UserWriter;
+using WriterOwner = EndpointOwner<DDSPublisher, UserWriter>;
 
-/// A writer of application data: has the type plugin serialize each sample and hands the bytes to the
-/// protocol, which copies them.
+/// The writer of a topic: has the type plugin serialize each sample and hands the bytes to the protocol,
+/// which copies them.
 ///
 /// Two locks: one makes calls of the writing operations wait for each other, and is taken before the
 /// runtime's; the other guards what the events of the protocol change, and is taken under it.
-class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public rtps::EndpointSink {
+class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWriterQos>,
+                         public rtps::EndpointSink {
   public:
     /// The publisher and the topic must outlive the writer. Null with a logged reason when the plugin refuses
     /// or cannot serialize.
-    static std::unique_ptr<UserWriter> create(PublisherImpl& publisher, TopicImpl& topic,
+    static std::unique_ptr<UserWriter> create(WriterOwner& publisher, TopicImpl& topic,
                                               TypeRegistry::Type type, const rtps::Guid& guid,
                                               const DDS_DataWriterQos& qos);
     ~UserWriter() override;
@@ -36,14 +37,10 @@ class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public rtps::E
     bool start(rtps::net::Runtime& runtime, const GroupQos& group);
     /// Leaves the domain. Operations that wait return.
     void stop();
-    /// The QoS of the publisher has changed.
-    void set_group(const GroupQos& group);
 
     DDS_ReturnCode_t enable() override;
-    DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override;
-    DDS_ReturnCode_t set_qos(const DDS_DataWriterQos& qos) override;
     DDSTopic* get_topic() override { return &topic_; }
-    DDSPublisher* get_publisher() override;
+    DDSPublisher* get_publisher() override { return &publisher_; }
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override;
     DDS_ReturnCode_t assert_liveliness() override;
     DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override;
@@ -67,12 +64,9 @@ class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public rtps::E
   private:
     class Buffer;
 
-    UserWriter(PublisherImpl& publisher, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,
+    UserWriter(WriterOwner& publisher, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,
                const DDS_DataWriterQos& qos);
 
-    const PRESTypePlugin& plugin() const { return type_->plugin(); }
-    rtps::EndpointQos endpoint_qos() MERIDIAN_REQUIRES(mutex_);
-    rtps::EndpointData endpoint_data() MERIDIAN_EXCLUDES(mutex_);
     rtps::WriterConfig config() MERIDIAN_EXCLUDES(mutex_);
     /// The key of the sample's instance, zero without a key; fails where the handle is another's.
     DDS_ReturnCode_t key_of(const void* sample, const DDS_InstanceHandle_t& handle, rtps::KeyHash& key)
@@ -83,6 +77,9 @@ class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public rtps::E
     /// What the payload does not say; DDS_RETCODE_BAD_PARAMETER for an impossible time.
     DDS_ReturnCode_t fill_in(const DDS_WriteParams_t& params, const rtps::KeyHash& key,
                              rtps::WriteRequest& request) const;
+    /// Key and request of a sample that is about to be written.
+    DDS_ReturnCode_t prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
+                             rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
     /// Waits for room as long as the reliability allows.
     DDS_ReturnCode_t send(const rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
     /// Calls `done(runtime)` until it is true, at first and then every millisecond. False at the deadline, or
@@ -90,21 +87,15 @@ class UserWriter final : public EntityImpl<DDSUntypedDataWriter>, public rtps::E
     template <typename Done>
     bool poll(std::chrono::nanoseconds deadline, Done done) MERIDIAN_EXCLUDES(mutex_);
     void changed(DDS_StatusMask status) MERIDIAN_REQUIRES(mutex_);
+    template <typename Status>
+    DDS_ReturnCode_t read_status(Status& status, Status (WriterStatuses::*take)(), DDS_StatusMask bit);
 
-    PublisherImpl& publisher_;
-    TopicImpl& topic_;
-    const TypeRegistry::Type type_;
-    const bool keyed_;
-    PRESTypePluginEndpointData endpoint_ = nullptr;
-    EndpointMembership membership_;
+    WriterOwner& publisher_;
 
     Mutex writing_;
     std::set<rtps::KeyHash> instances_ MERIDIAN_GUARDED_BY(writing_); // registered
 
-    Mutex mutex_;
-    ConditionVariable stopped_;
-    DDS_DataWriterQos qos_ MERIDIAN_GUARDED_BY(mutex_);
-    GroupQos group_ MERIDIAN_GUARDED_BY(mutex_);
+    ConditionVariable stopped_; // with mutex_
     WriterStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "rtps/net/interfaces.h"
+#include "rtps/net/network_interfaces.h"
 #include "rtps/net/ports.h"
 #include "rtps/net/socket.h"
 #include "rtps/net/transport_config.h"

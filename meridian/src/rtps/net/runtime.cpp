@@ -1,23 +1,15 @@
 #include "rtps/net/runtime.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cassert>
 #include <cerrno>
-#include <csignal>
-#include <map>
-#include <optional>
-#include <system_error>
-#include <thread>
 
 #include "platform/clock.h"
 #include "platform/log.h"
-#include "platform/mutex.h"
 #include "rtps/net/peers.h"
 
 namespace meridian::rtps::net {
@@ -57,70 +49,29 @@ uint64_t seed_from(const GuidPrefix& prefix) {
     return std::hash<GuidPrefix>{}(prefix);
 }
 
+void warn(const std::string& text) {
+    MERIDIAN_LOG_WARNING("net", "%s", text.c_str());
+}
+
 } // namespace
 
 Now now() {
     return {monotonic_now(), to_wire_time(wall_now())};
 }
 
-/// Locking: gate_ is a turnstile in front of mutex_. Whoever wants mutex_ passes it first, so the runtime's
-/// thread, which takes mutex_ again and again under load, cannot overtake a waiting caller.
-/// Order: lifecycle_, gate_, mutex_, tasks_mutex_.
-class Runtime::Implementation {
-  public:
-    Implementation(RuntimeConfig config, Events& events);
-    bool open(std::string& error);
-    bool start(std::string& error);
-    void stop();
+bool Runtime::check(const RuntimeConfig& config, std::string& error) {
+    return net::check(config.transport, error) && destinations(config, error).has_value();
+}
 
-    void lock() MERIDIAN_ACQUIRE(mutex_);
-    void unlock() MERIDIAN_RELEASE(mutex_);
-    /// Makes the thread look at the participant's deadline again, if that is now earlier.
-    void reconsider_deadline() MERIDIAN_REQUIRES(mutex_);
-    void add_task(MonotonicTime time, Task task) MERIDIAN_EXCLUDES(tasks_mutex_);
+std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, std::string& error) {
+    assert(config.own_participants);
+    std::unique_ptr<Runtime> runtime(new Runtime(std::move(config), events));
+    return runtime->open(error) ? std::move(runtime) : nullptr;
+}
 
-    Mutex mutex_;
-    std::unique_ptr<UdpTransport> transport_ MERIDIAN_PT_GUARDED_BY(mutex_); // set once, by open
-    std::unique_ptr<Participant> participant_ MERIDIAN_PT_GUARDED_BY(mutex_);
-    GuidPrefix prefix_;
-    uint32_t participant_index_ = 0;
+Runtime::Runtime(RuntimeConfig config, Events& events) : config_(std::move(config)), events_(events) {}
 
-  private:
-    void run();
-    /// Takes what waits on the data sockets, up to a bound that holds more than their buffers do.
-    void drain_data();
-    void dispatch(UdpTransport::Traffic traffic);
-    void take_interface_changes();
-    /// Runs what is due and returns when to wake next; nullopt: stop.
-    std::optional<MonotonicTime> run_due();
-    MonotonicTime run_due_tasks(Now now) MERIDIAN_REQUIRES(mutex_);
-    void wake();
-    /// The sockets may be read without the lock: see UdpTransport::fetch.
-    UdpTransport& sockets() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { return *transport_; }
-
-    RuntimeConfig config_;
-    Events& events_;
-    FileDescriptor wake_descriptor_;
-
-    Mutex gate_ MERIDIAN_ACQUIRED_BEFORE(mutex_);
-    std::atomic<std::thread::id> holder_{std::thread::id()}; // of mutex_
-    bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
-    MonotonicTime sleeping_until_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
-
-    Mutex tasks_mutex_ MERIDIAN_ACQUIRED_AFTER(mutex_);
-    std::multimap<MonotonicTime, Task> tasks_ MERIDIAN_GUARDED_BY(tasks_mutex_);
-    bool tasks_closed_ MERIDIAN_GUARDED_BY(tasks_mutex_) = false;
-
-    Mutex lifecycle_ MERIDIAN_ACQUIRED_BEFORE(gate_);
-    std::thread thread_ MERIDIAN_GUARDED_BY(lifecycle_);
-    bool started_ MERIDIAN_GUARDED_BY(lifecycle_) = false;
-    bool stopped_ MERIDIAN_GUARDED_BY(lifecycle_) = false;
-};
-
-Runtime::Implementation::Implementation(RuntimeConfig config, Events& events)
-    : prefix_(config.participant.prefix), config_(std::move(config)), events_(events) {}
-
-bool Runtime::Implementation::open(std::string& error) {
+bool Runtime::open(std::string& error) {
     const std::optional<LocatorList> peers = destinations(config_, error);
     if (!peers)
         return false;
@@ -129,8 +80,7 @@ bool Runtime::Implementation::open(std::string& error) {
         error = describe_error("cannot make an event descriptor", errno);
         return false;
     }
-    transport_ = UdpTransport::open(
-        config_.transport, [this](const std::string& text) { events_.warning(text); }, error);
+    transport_ = UdpTransport::open(config_.transport, warn, error);
     if (!transport_)
         return false;
 
@@ -144,17 +94,17 @@ bool Runtime::Implementation::open(std::string& error) {
     participant.locators = transport_->own_locators();
     participant.initial_peers = *peers;
     participant.max_message_size = max_message_size(config_.transport);
-    participant.seed = seed_from(prefix_);
+    participant.seed = seed_from(prefix());
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     participant_ = std::make_unique<Participant>(std::move(participant), *transport_, events_);
     MERIDIAN_LOG_LOCAL("net", "participant %s has index %u of domain %u; interfaces in use: %s",
-                       to_string(prefix_).c_str(), participant_index_, config_.transport.domain_id,
+                       to_string(prefix()).c_str(), participant_index_, config_.transport.domain_id,
                        transport_->describe().c_str());
     return true;
 }
 
-bool Runtime::Implementation::start(std::string& error) {
+bool Runtime::start(std::string& error) {
     const MutexLock lifecycle(lifecycle_);
     if (stopped_) {
         error = "the participant was stopped";
@@ -162,20 +112,9 @@ bool Runtime::Implementation::start(std::string& error) {
     }
     if (started_)
         return true;
-    // Signals are for the program's own threads.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        thread_ = std::thread([this] { run(); });
-    } catch (const std::system_error& failure) {
-        error = std::string("cannot start a thread: ") + failure.what();
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (!thread_.joinable())
+    if (!thread_.start(
+            "rtps", [this] { run(); }, error))
         return false;
-    pthread_setname_np(thread_.native_handle(), "rtps");
     started_ = true;
     lock();
     participant_->start(now());
@@ -184,7 +123,7 @@ bool Runtime::Implementation::start(std::string& error) {
     return true;
 }
 
-void Runtime::Implementation::stop() {
+void Runtime::stop() {
     const MutexLock lifecycle(lifecycle_);
     if (stopped_)
         return;
@@ -195,8 +134,9 @@ void Runtime::Implementation::stop() {
     stopping_ = true;
     unlock();
     wake();
-    if (thread_.joinable())
-        thread_.join();
+    thread_.join();
+    if (started_)
+        tell_drops();
     // What a task holds is let go outside of the lock: its destructor may do anything.
     std::multimap<MonotonicTime, Task> dropped;
     const MutexLock tasks(tasks_mutex_);
@@ -204,7 +144,7 @@ void Runtime::Implementation::stop() {
     dropped.swap(tasks_);
 }
 
-void Runtime::Implementation::lock() {
+void Runtime::lock() {
     // A callback that calls back would wait for itself for ever; better to say so at once.
     assert(holder_.load(std::memory_order_relaxed) != std::this_thread::get_id());
     const MutexLock turnstile(gate_);
@@ -212,12 +152,12 @@ void Runtime::Implementation::lock() {
     holder_.store(std::this_thread::get_id(), std::memory_order_relaxed);
 }
 
-void Runtime::Implementation::unlock() {
+void Runtime::unlock() {
     holder_.store(std::thread::id(), std::memory_order_relaxed);
     mutex_.unlock();
 }
 
-void Runtime::Implementation::reconsider_deadline() {
+void Runtime::reconsider_deadline() {
     const MonotonicTime next = participant_->next_deadline();
     if (next < sleeping_until_) {
         sleeping_until_ = next;
@@ -225,7 +165,7 @@ void Runtime::Implementation::reconsider_deadline() {
     }
 }
 
-void Runtime::Implementation::add_task(MonotonicTime time, Task task) {
+void Runtime::run_at(MonotonicTime time, Task task) {
     {
         const MutexLock lock(tasks_mutex_);
         if (tasks_closed_)
@@ -235,13 +175,13 @@ void Runtime::Implementation::add_task(MonotonicTime time, Task task) {
     wake();
 }
 
-void Runtime::Implementation::wake() {
+void Runtime::wake() {
     const uint64_t one = 1;
     // A full counter fails, and is readable all the same.
     [[maybe_unused]] const ssize_t written = write(wake_descriptor_.get(), &one, sizeof one);
 }
 
-void Runtime::Implementation::run() {
+void Runtime::run() {
     std::vector<pollfd> polled;
     const std::vector<int>& descriptors = sockets().descriptors();
     for (const int descriptor : descriptors)
@@ -285,7 +225,7 @@ void Runtime::Implementation::run() {
     }
 }
 
-void Runtime::Implementation::drain_data() {
+void Runtime::drain_data() {
     const size_t first = sockets().discovery_descriptor_count();
     for (size_t position = first; position < sockets().descriptors().size(); ++position) {
         for (int batches = 0; batches < kMostDrainedBatches && sockets().fetch(position); ++batches)
@@ -293,17 +233,31 @@ void Runtime::Implementation::drain_data() {
     }
 }
 
-void Runtime::Implementation::dispatch(UdpTransport::Traffic traffic) {
+void Runtime::dispatch(UdpTransport::Traffic traffic) {
     lock();
     const Now received_at = now();
     Participant& participant = *participant_;
-    transport_->dispatch(traffic, [&participant, received_at](ByteView datagram, const Locator& source) {
-        participant.receive(datagram, source, received_at);
+    participant.begin_batch();
+    DropReport& drops = transport_->drops();
+    transport_->dispatch(traffic, [&](ByteView datagram, const Locator& source) {
+        const ReadStatus status = participant.receive(datagram, source, received_at);
+        if (status == ReadStatus::not_rtps)
+            drops.note(DropReport::Kind::not_rtps, source);
+        else if (status == ReadStatus::malformed)
+            drops.note(DropReport::Kind::malformed, source);
     });
+    participant.end_batch(received_at);
     unlock();
 }
 
-void Runtime::Implementation::take_interface_changes() {
+void Runtime::tell_drops() {
+    lock();
+    transport_->drops().add(DropReport::Kind::secured, participant_->secured_submessages());
+    transport_->drops().tell_totals();
+    unlock();
+}
+
+void Runtime::take_interface_changes() {
     lock();
     if (transport_->update_interfaces()) {
         participant_->set_locators(transport_->own_locators(), now());
@@ -313,7 +267,7 @@ void Runtime::Implementation::take_interface_changes() {
     unlock();
 }
 
-std::optional<MonotonicTime> Runtime::Implementation::run_due() {
+std::optional<MonotonicTime> Runtime::run_due() {
     std::optional<MonotonicTime> next;
     lock();
     if (!stopping_) {
@@ -328,7 +282,7 @@ std::optional<MonotonicTime> Runtime::Implementation::run_due() {
     return next;
 }
 
-MonotonicTime Runtime::Implementation::run_due_tasks(Now current) {
+MonotonicTime Runtime::run_due_tasks(Now current) {
     std::vector<Task> due;
     MonotonicTime next = kNever;
     {
@@ -345,43 +299,6 @@ MonotonicTime Runtime::Implementation::run_due_tasks(Now current) {
     return next; // tasks added meanwhile have woken the thread
 }
 
-bool Runtime::check(const RuntimeConfig& config, std::string& error) {
-    return net::check(config.transport, error) && destinations(config, error).has_value();
-}
-
-std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, std::string& error) {
-    assert(config.own_participants);
-    auto implementation = std::make_unique<Implementation>(std::move(config), events);
-    if (!implementation->open(error))
-        return nullptr;
-    return std::unique_ptr<Runtime>(new Runtime(std::move(implementation)));
-}
-
-Runtime::Runtime(std::unique_ptr<Implementation> implementation)
-    : implementation_(std::move(implementation)) {}
-Runtime::~Runtime() {
-    stop();
-}
-
-bool Runtime::start(std::string& error) {
-    return implementation_->start(error);
-}
-void Runtime::stop() {
-    implementation_->stop();
-}
-void Runtime::defer(Task task) {
-    run_at(MonotonicTime{0}, std::move(task));
-}
-void Runtime::run_at(MonotonicTime time, Task task) {
-    implementation_->add_task(time, std::move(task));
-}
-uint32_t Runtime::participant_index() const {
-    return implementation_->participant_index_;
-}
-const GuidPrefix& Runtime::prefix() const {
-    return implementation_->prefix_;
-}
-
 TransportStatistics Runtime::transport_statistics() {
     const Access access(*this);
     return access.transport().statistics();
@@ -392,24 +309,14 @@ std::string Runtime::describe_interfaces() {
     return access.transport().describe();
 }
 
-// The lock spans the object's life, which the analysis cannot follow.
-Runtime::Access::Access(Runtime& runtime) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS
-    : implementation_(*runtime.implementation_) {
-    implementation_.lock();
+Runtime::Access::Access(Runtime& runtime) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS : runtime_(runtime) {
+    runtime_.lock();
     now_ = net::now();
 }
 
 Runtime::Access::~Access() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    implementation_.reconsider_deadline();
-    implementation_.unlock();
-}
-
-Participant& Runtime::Access::participant() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    return *implementation_.participant_;
-}
-
-const UdpTransport& Runtime::Access::transport() const MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    return *implementation_.transport_;
+    runtime_.reconsider_deadline();
+    runtime_.unlock();
 }
 
 } // namespace meridian::rtps::net

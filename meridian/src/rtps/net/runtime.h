@@ -2,15 +2,21 @@
 
 // A living participant: the protocol state machine, its sockets, and the thread that feeds it.
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
-#include <type_traits>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "platform/mutex.h"
+#include "platform/thread.h"
 #include "rtps/net/own_participants.h"
+#include "rtps/net/socket.h"
 #include "rtps/net/transport_config.h"
 #include "rtps/net/udp_transport.h"
 #include "rtps/protocol/participant.h"
@@ -36,6 +42,10 @@ Now now();
 /// runtime's thread: they may call defer, run_at and wake-ups of other threads; they must not call
 /// with_participant, stop or the destructor, nor wait for a thread that does, and should return soon.
 /// All public operations may be called by any thread.
+///
+/// Locking: gate_ is a turnstile in front of mutex_. A thread that wants mutex_ passes it first, so the
+/// runtime's thread, which takes mutex_ again and again under load, cannot overtake a waiting caller. Order:
+/// lifecycle_, gate_, mutex_, tasks_mutex_.
 class Runtime {
   public:
     using Task = std::function<void(Participant&, Now)>;
@@ -45,11 +55,9 @@ class Runtime {
     static bool check(const RuntimeConfig& config, std::string& error);
 
     /// Opens the sockets and makes the participant, which does nothing yet; endpoints can be added. nullptr
-    /// with a text in error. events must outlive the runtime; events.warning may be called during create
-    /// already.
+    /// with a text in error. events must outlive the runtime.
     static std::unique_ptr<Runtime> create(RuntimeConfig config, Events& events, std::string& error);
-    /// Stops.
-    ~Runtime();
+    ~Runtime() { stop(); }
     Runtime(const Runtime&) = delete;
     Runtime& operator=(const Runtime&) = delete;
 
@@ -71,36 +79,77 @@ class Runtime {
     /// Runs the task on the runtime's thread with the participant locked, soon, or not before a time of the
     /// clock of now().monotonic. This is how events and sinks call the participant. Tasks run in the order of
     /// their times, equal ones in the order of the calls; they may defer others. After stop they are dropped.
-    void defer(Task task);
+    void defer(Task task) { run_at(MonotonicTime{0}, std::move(task)); }
     void run_at(MonotonicTime time, Task task);
 
-    uint32_t participant_index() const;
-    const GuidPrefix& prefix() const;
+    uint32_t participant_index() const { return participant_index_; }
+    const GuidPrefix& prefix() const { return config_.participant.prefix; }
     TransportStatistics transport_statistics();
     /// Interfaces in use, for logs.
     std::string describe_interfaces();
 
   private:
-    class Implementation;
-
-    /// The participant, locked for the life of this object.
+    /// The participant, locked for the life of this object, which the analysis cannot follow.
     class Access {
       public:
         explicit Access(Runtime& runtime);
         ~Access();
         Access(const Access&) = delete;
         Access& operator=(const Access&) = delete;
-        Participant& participant();
-        const UdpTransport& transport() const;
+        Participant& participant() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { return *runtime_.participant_; }
+        const UdpTransport& transport() const MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
+            return *runtime_.transport_;
+        }
         Now now() const { return now_; }
 
       private:
-        Implementation& implementation_;
+        Runtime& runtime_;
         Now now_;
     };
 
-    explicit Runtime(std::unique_ptr<Implementation> implementation);
-    std::unique_ptr<Implementation> implementation_;
+    Runtime(RuntimeConfig config, Events& events);
+    bool open(std::string& error);
+
+    void lock() MERIDIAN_ACQUIRE(mutex_);
+    void unlock() MERIDIAN_RELEASE(mutex_);
+    /// Makes the thread look at the participant's deadline again, if that is now earlier.
+    void reconsider_deadline() MERIDIAN_REQUIRES(mutex_);
+
+    void run();
+    /// Takes what waits on the data sockets, up to a bound that holds more than their buffers do.
+    void drain_data();
+    void dispatch(UdpTransport::Traffic traffic);
+    void tell_drops();
+    void take_interface_changes();
+    /// Runs what is due and returns when to wake next; nullopt: stop.
+    std::optional<MonotonicTime> run_due();
+    MonotonicTime run_due_tasks(Now now) MERIDIAN_REQUIRES(mutex_);
+    void wake();
+    /// The sockets may be read without the lock: see UdpTransport::fetch.
+    UdpTransport& sockets() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { return *transport_; }
+
+    const RuntimeConfig config_;
+    Events& events_;
+    FileDescriptor wake_descriptor_;
+    uint32_t participant_index_ = 0;
+
+    Mutex lifecycle_ MERIDIAN_ACQUIRED_BEFORE(gate_);
+    Mutex gate_ MERIDIAN_ACQUIRED_BEFORE(mutex_);
+    Mutex mutex_;
+    Mutex tasks_mutex_ MERIDIAN_ACQUIRED_AFTER(mutex_);
+
+    std::unique_ptr<UdpTransport> transport_ MERIDIAN_PT_GUARDED_BY(mutex_); // set once, by open
+    std::unique_ptr<Participant> participant_ MERIDIAN_PT_GUARDED_BY(mutex_);
+    std::atomic<std::thread::id> holder_{std::thread::id()}; // of mutex_
+    bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
+    MonotonicTime sleeping_until_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
+
+    std::multimap<MonotonicTime, Task> tasks_ MERIDIAN_GUARDED_BY(tasks_mutex_);
+    bool tasks_closed_ MERIDIAN_GUARDED_BY(tasks_mutex_) = false;
+
+    bool started_ MERIDIAN_GUARDED_BY(lifecycle_) = false;
+    bool stopped_ MERIDIAN_GUARDED_BY(lifecycle_) = false;
+    Thread thread_ MERIDIAN_GUARDED_BY(lifecycle_);
 };
 
 } // namespace meridian::rtps::net

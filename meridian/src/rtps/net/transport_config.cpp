@@ -2,19 +2,12 @@
 
 #include <algorithm>
 
+#include "platform/text.h"
 #include "rtps/net/ports.h"
 
 namespace meridian::rtps::net {
 
 namespace {
-
-std::string trimmed(const std::string& text) {
-    constexpr const char* kBlanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 std::vector<std::string> split_list(const std::string& text) {
     std::vector<std::string> parts;

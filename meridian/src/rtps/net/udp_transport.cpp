@@ -2,12 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <map>
-#include <set>
 
-#include "rtps/net/family_sockets.h"
 #include "rtps/net/ports.h"
-#include "rtps/net/receive_batch.h"
 
 namespace meridian::rtps::net {
 
@@ -27,9 +23,6 @@ constexpr int kSameNetwork = 60;
 constexpr int kOwnAddress = 70;
 constexpr int kLoopback = 80;
 
-/// Whether a peer lives on this host, as far as the source of its announcements tells.
-enum class Neighbour { unknown, this_host, other_host };
-
 /// Whether peers on this host are to be told the loopback address beside these. Not beside link-local IPv6
 /// addresses: there are peers that prefer ::1 to them although they cannot send there.
 bool loopback_is_an_addition(const std::vector<IpAddress>& addresses) {
@@ -47,63 +40,22 @@ size_t receive_buffer_size(const TransportConfig& config) {
 
 } // namespace
 
-class UdpTransport::Implementation {
-  public:
-    Implementation(const TransportConfig& config, Warning warning)
-        : config_(config),
-          warning_(std::move(warning)),
-          discovery_batch_(kBatchCapacity, receive_buffer_size(config)),
-          data_batch_(kBatchCapacity, receive_buffer_size(config)) {}
+UdpTransport::UdpTransport(const TransportConfig& config, Warning warning)
+    : config_(config),
+      warning_(std::move(warning)),
+      drops_(receive_buffer_size(config), warning_),
+      discovery_batch_(kBatchCapacity, receive_buffer_size(config)),
+      data_batch_(kBatchCapacity, receive_buffer_size(config)) {}
 
-    bool open(std::string& error);
+std::unique_ptr<UdpTransport> UdpTransport::open(const TransportConfig& config, Warning warning,
+                                                 std::string& error) {
+    if (!check(config, error))
+        return nullptr;
+    std::unique_ptr<UdpTransport> transport(new UdpTransport(config, std::move(warning)));
+    return transport->open(error) ? std::move(transport) : nullptr;
+}
 
-    OwnLocators own_locators() const;
-    std::string describe() const;
-    void send(ByteView message, const Locator& destination);
-    int preference(const Locator& locator, const Locator& announced_from) const;
-    bool stays_on_host(const Locator& destination) const;
-    void dispatch(ReceiveBatch& batch, const Received& received);
-    ReceiveBatch& batch_of(Traffic traffic) {
-        return traffic == Traffic::data ? data_batch_ : discovery_batch_;
-    }
-    bool update_interfaces();
-
-    const TransportConfig config_;
-    const Warning warning_;
-    uint32_t participant_index_ = 0;
-    std::vector<int> descriptors_;
-    InterfaceMonitor monitor_;
-    size_t discovery_descriptors_ = 0;
-    ReceiveBatch discovery_batch_;
-    ReceiveBatch data_batch_;
-    TransportStatistics statistics_;
-
-  private:
-    bool open_index(std::string& error);
-    OpenResult open_unicast_pair(uint32_t index, std::string& error);
-    bool drop_missing_families(std::string& error);
-    FamilySockets* sockets_of(Family family);
-    const FamilySockets* sockets_of(Family family) const;
-    bool is_own_address(const IpAddress& address) const;
-    Neighbour neighbour(const Locator& announced_from) const;
-    int rate(const FamilySockets& sockets, const IpAddress& address, Neighbour neighbour) const;
-    void send_multicast(const FamilySockets& sockets, ByteView message, const IpAddress& group, uint16_t port,
-                        bool on_host);
-    void send_unicast(const FamilySockets& sockets, ByteView message, const IpAddress& address,
-                      uint16_t port);
-    void sent(int error_number, const IpAddress& destination, uint16_t port);
-    void refuse(const std::string& reason, const Locator& destination);
-    void warn_once(const std::string& text);
-    void warn_all(const std::vector<std::string>& texts);
-
-    std::vector<FamilySockets> families_;
-    std::vector<Interface> interfaces_; // all, used or not
-    /// The interface behind which a link-local IPv6 address was seen: locators cannot say it.
-    std::map<IpAddress, unsigned> scopes_;
-    std::set<std::string> told_;
-};
-
-bool UdpTransport::Implementation::open(std::string& error) {
+bool UdpTransport::open(std::string& error) {
     if (config_.uses_v4())
         families_.emplace_back(Family::v4, config_);
     if (config_.uses_v6())
@@ -135,7 +87,7 @@ bool UdpTransport::Implementation::open(std::string& error) {
     return true;
 }
 
-bool UdpTransport::Implementation::drop_missing_families(std::string& error) {
+bool UdpTransport::drop_missing_families(std::string& error) {
     for (auto it = families_.begin(); it != families_.end();) {
         // Any free port tells whether the family is there.
         if (it->open_unicast(UnicastPorts{}, error) != OpenResult::unavailable) {
@@ -150,7 +102,7 @@ bool UdpTransport::Implementation::drop_missing_families(std::string& error) {
     return !families_.empty();
 }
 
-bool UdpTransport::Implementation::open_index(std::string& error) {
+bool UdpTransport::open_index(std::string& error) {
     if (config_.participant_index >= 0) {
         participant_index_ = static_cast<uint32_t>(config_.participant_index);
         const OpenResult result = open_unicast_pair(participant_index_, error);
@@ -172,7 +124,7 @@ bool UdpTransport::Implementation::open_index(std::string& error) {
     return false;
 }
 
-OpenResult UdpTransport::Implementation::open_unicast_pair(uint32_t index, std::string& error) {
+OpenResult UdpTransport::open_unicast_pair(uint32_t index, std::string& error) {
     const auto ports = unicast_ports(config_.domain_id, index);
     for (FamilySockets& sockets : families_) {
         const OpenResult result = sockets.open_unicast(*ports, error);
@@ -185,18 +137,18 @@ OpenResult UdpTransport::Implementation::open_unicast_pair(uint32_t index, std::
     return OpenResult::ok;
 }
 
-FamilySockets* UdpTransport::Implementation::sockets_of(Family family) {
+FamilySockets* UdpTransport::sockets_of(Family family) {
     const auto it = std::find_if(families_.begin(), families_.end(), [family](const FamilySockets& sockets) {
         return sockets.family() == family;
     });
     return it != families_.end() ? &*it : nullptr;
 }
 
-const FamilySockets* UdpTransport::Implementation::sockets_of(Family family) const {
-    return const_cast<Implementation*>(this)->sockets_of(family);
+const FamilySockets* UdpTransport::sockets_of(Family family) const {
+    return const_cast<UdpTransport*>(this)->sockets_of(family);
 }
 
-OwnLocators UdpTransport::Implementation::own_locators() const {
+OwnLocators UdpTransport::own_locators() const {
     OwnLocators own;
     const auto multicast = multicast_ports(config_.domain_id);
     for (const FamilySockets& sockets : families_) {
@@ -221,7 +173,7 @@ OwnLocators UdpTransport::Implementation::own_locators() const {
     return own;
 }
 
-std::string UdpTransport::Implementation::describe() const {
+std::string UdpTransport::describe() const {
     std::string text;
     for (const FamilySockets& sockets : families_) {
         for (const Interface& interface : sockets.usable()) {
@@ -232,7 +184,7 @@ std::string UdpTransport::Implementation::describe() const {
     return text.empty() ? "none" : text;
 }
 
-bool UdpTransport::Implementation::is_own_address(const IpAddress& address) const {
+bool UdpTransport::is_own_address(const IpAddress& address) const {
     if (address.is_loopback())
         return true;
     for (const Interface& interface : interfaces_) {
@@ -244,15 +196,14 @@ bool UdpTransport::Implementation::is_own_address(const IpAddress& address) cons
     return false;
 }
 
-Neighbour UdpTransport::Implementation::neighbour(const Locator& announced_from) const {
+UdpTransport::Neighbour UdpTransport::neighbour(const Locator& announced_from) const {
     const std::optional<IpAddress> source = address_of(announced_from);
     if (!source)
         return Neighbour::unknown;
     return is_own_address(*source) ? Neighbour::this_host : Neighbour::other_host;
 }
 
-int UdpTransport::Implementation::rate(const FamilySockets& sockets, const IpAddress& address,
-                                       Neighbour neighbour) const {
+int UdpTransport::rate(const FamilySockets& sockets, const IpAddress& address, Neighbour neighbour) const {
     if (is_own_address(address)) {
         // Another host may have the same address (bridges of container hosts often do), and every host has a
         // loopback address.
@@ -285,7 +236,7 @@ int UdpTransport::Implementation::rate(const FamilySockets& sockets, const IpAdd
     return in_network_of(interfaces_) ? kUnreachable : kRouted;
 }
 
-int UdpTransport::Implementation::preference(const Locator& locator, const Locator& announced_from) const {
+int UdpTransport::preference(const Locator& locator, const Locator& announced_from) const {
     const std::optional<IpAddress> address = address_of(locator);
     if (!address || address->is_unspecified() || locator.port == 0 || locator.port > 65535)
         return kUnreachable;
@@ -298,14 +249,14 @@ int UdpTransport::Implementation::preference(const Locator& locator, const Locat
     return rating > 0 && address->family == Family::v4 ? rating + 1 : rating;
 }
 
-bool UdpTransport::Implementation::stays_on_host(const Locator& destination) const {
+bool UdpTransport::stays_on_host(const Locator& destination) const {
     if (plain_locator(destination))
         return true;
     const std::optional<IpAddress> address = address_of(destination);
     return address && is_own_address(*address);
 }
 
-void UdpTransport::Implementation::send(ByteView message, const Locator& wanted) {
+void UdpTransport::send(ByteView message, const Locator& wanted) {
     const std::optional<Locator> on_host = plain_locator(wanted);
     const Locator& destination = on_host ? *on_host : wanted;
     const std::optional<IpAddress> address = address_of(destination);
@@ -325,8 +276,8 @@ void UdpTransport::Implementation::send(ByteView message, const Locator& wanted)
         refuse("cannot be reached over the interfaces in use", destination);
 }
 
-void UdpTransport::Implementation::send_multicast(const FamilySockets& sockets, ByteView message,
-                                                  const IpAddress& group, uint16_t port, bool on_host) {
+void UdpTransport::send_multicast(const FamilySockets& sockets, ByteView message, const IpAddress& group,
+                                  uint16_t port, bool on_host) {
     const bool over_loopback = on_host == sockets.leaves_host();
     if (on_host && !over_loopback)
         return; // the plain group goes over loopback
@@ -342,8 +293,8 @@ void UdpTransport::Implementation::send_multicast(const FamilySockets& sockets, 
     }
 }
 
-void UdpTransport::Implementation::send_unicast(const FamilySockets& sockets, ByteView message,
-                                                const IpAddress& address, uint16_t port) {
+void UdpTransport::send_unicast(const FamilySockets& sockets, ByteView message, const IpAddress& address,
+                                uint16_t port) {
     if (address.family == Family::v4 || !address.is_link_local()) {
         sent(sockets.send(message, address, port, nullptr), address, port);
         return;
@@ -363,7 +314,7 @@ void UdpTransport::Implementation::send_unicast(const FamilySockets& sockets, By
     sent(error_number, address, port);
 }
 
-void UdpTransport::Implementation::sent(int error_number, const IpAddress& destination, uint16_t port) {
+void UdpTransport::sent(int error_number, const IpAddress& destination, uint16_t port) {
     if (error_number == 0) {
         ++statistics_.datagrams_sent;
         return;
@@ -372,48 +323,42 @@ void UdpTransport::Implementation::sent(int error_number, const IpAddress& desti
     warn_once(describe_error("cannot send to " + to_string(to_locator(destination, port)), error_number));
 }
 
-void UdpTransport::Implementation::refuse(const std::string& reason, const Locator& destination) {
+void UdpTransport::refuse(const std::string& reason, const Locator& destination) {
     ++statistics_.send_errors;
     warn_once(to_string(destination) + " " + reason);
 }
 
-void UdpTransport::Implementation::warn_once(const std::string& text) {
+void UdpTransport::warn_once(const std::string& text) {
     if (told_.size() < kMostWarnings && told_.insert(text).second)
         warning_(text);
 }
 
-void UdpTransport::Implementation::warn_all(const std::vector<std::string>& texts) {
+void UdpTransport::warn_all(const std::vector<std::string>& texts) {
     for (const std::string& text : texts)
         warn_once(text);
 }
 
-void UdpTransport::Implementation::dispatch(ReceiveBatch& batch, const Received& received) {
-    if (batch.error_number() != 0) {
-        ++statistics_.receive_errors;
-        warn_once(describe_error("cannot receive", batch.error_number()));
-    }
-    for (size_t i = 0; i < batch.size(); ++i) {
-        const ReceivedDatagram datagram = batch[i];
-        const Locator source = to_locator(datagram.source);
-        ++statistics_.datagrams_received;
-        statistics_.bytes_received += datagram.bytes.size;
-        if (datagram.truncated) {
-            ++statistics_.datagrams_truncated;
-            warn_once("datagrams larger than the receive buffer of " +
-                      std::to_string(receive_buffer_size(config_)) + " bytes are dropped, the first from " +
-                      to_string(source));
-            continue;
-        }
-        const std::optional<IpAddress> address = address_of(source);
-        if (address && address->family == Family::v6 && address->is_link_local() &&
-            (scopes_.size() < kMostScopes || scopes_.count(*address) != 0)) {
-            scopes_[*address] = reinterpret_cast<const sockaddr_in6*>(datagram.source)->sin6_scope_id;
-        }
-        received(datagram.bytes, source);
-    }
+void UdpTransport::note_errors(const ReceiveBatch& batch) {
+    if (batch.error_number() != 0)
+        drops_.note_receive_error(batch.error_number());
 }
 
-bool UdpTransport::Implementation::update_interfaces() {
+bool UdpTransport::take(const ReceivedDatagram& datagram, const Locator& source) {
+    ++statistics_.datagrams_received;
+    statistics_.bytes_received += datagram.bytes.size;
+    if (datagram.truncated) {
+        drops_.note(DropReport::Kind::truncated, source);
+        return false;
+    }
+    const std::optional<IpAddress> address = address_of(source);
+    if (address && address->family == Family::v6 && address->is_link_local() &&
+        (scopes_.size() < kMostScopes || scopes_.count(*address) != 0)) {
+        scopes_[*address] = reinterpret_cast<const sockaddr_in6*>(datagram.source)->sin6_scope_id;
+    }
+    return true;
+}
+
+bool UdpTransport::update_interfaces() {
     monitor_.drain();
     std::string error;
     std::vector<Interface> present = enumerate_interfaces(error);
@@ -435,63 +380,9 @@ bool UdpTransport::Implementation::update_interfaces() {
     return changed;
 }
 
-std::unique_ptr<UdpTransport> UdpTransport::open(const TransportConfig& config, Warning warning,
-                                                 std::string& error) {
-    if (!check(config, error))
-        return nullptr;
-    auto implementation = std::make_unique<Implementation>(config, std::move(warning));
-    if (!implementation->open(error))
-        return nullptr;
-    return std::unique_ptr<UdpTransport>(new UdpTransport(std::move(implementation)));
-}
-
-UdpTransport::UdpTransport(std::unique_ptr<Implementation> implementation)
-    : implementation_(std::move(implementation)) {}
-UdpTransport::~UdpTransport() = default;
-
-uint32_t UdpTransport::participant_index() const {
-    return implementation_->participant_index_;
-}
-OwnLocators UdpTransport::own_locators() const {
-    return implementation_->own_locators();
-}
-const TransportConfig& UdpTransport::config() const {
-    return implementation_->config_;
-}
-std::string UdpTransport::describe() const {
-    return implementation_->describe();
-}
-TransportStatistics UdpTransport::statistics() const {
-    return implementation_->statistics_;
-}
-void UdpTransport::send(ByteView message, const Locator& destination) {
-    implementation_->send(message, destination);
-}
-bool UdpTransport::stays_on_host(const Locator& destination) const {
-    return implementation_->stays_on_host(destination);
-}
-int UdpTransport::preference(const Locator& locator, const Locator& announced_from) const {
-    return implementation_->preference(locator, announced_from);
-}
-const std::vector<int>& UdpTransport::descriptors() const {
-    return implementation_->descriptors_;
-}
-size_t UdpTransport::discovery_descriptor_count() const {
-    return implementation_->discovery_descriptors_;
-}
 bool UdpTransport::fetch(size_t position) {
-    ReceiveBatch& batch = implementation_->batch_of(
-        position < discovery_descriptor_count() ? Traffic::discovery : Traffic::data);
-    return batch.receive(implementation_->descriptors_.at(position)) > 0 || batch.error_number() != 0;
-}
-void UdpTransport::dispatch(Traffic traffic, const Received& received) {
-    implementation_->dispatch(implementation_->batch_of(traffic), received);
-}
-int UdpTransport::change_descriptor() const {
-    return implementation_->monitor_.descriptor();
-}
-bool UdpTransport::update_interfaces() {
-    return implementation_->update_interfaces();
+    ReceiveBatch& batch = batch_of(position < discovery_descriptors_ ? Traffic::discovery : Traffic::data);
+    return batch.receive(descriptors_.at(position)) > 0 || batch.error_number() != 0;
 }
 
 } // namespace meridian::rtps::net

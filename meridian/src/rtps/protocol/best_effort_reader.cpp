@@ -93,6 +93,7 @@ bool BestEffortReader::on_data_frag(const MessageContext& context, const DataFra
         FragmentAssembler::Assembled whole = known->fragments.take(fragment.sequence_number);
         Sample sample;
         sample.writer = known->guid;
+        sample.vendor = context.vendor;
         sample.sequence_number = fragment.sequence_number;
         sample.source_timestamp = whole.timestamp;
         sample.received = now;

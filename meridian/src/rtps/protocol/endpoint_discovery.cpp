@@ -6,18 +6,12 @@
 
 namespace meridian::rtps {
 
-namespace {
-
-constexpr uint32_t kDisposedOrUnregistered = 3;
-
-} // namespace
-
 EndpointDiscovery::EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants,
                                      WarnOnce& warnings, Listener& listener)
     : max_endpoints_(max_endpoints), participants_(participants), warnings_(warnings), listener_(listener) {}
 
 void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
-    if ((sample.inline_qos.status_info & kDisposedOrUnregistered) != 0) {
+    if ((sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0) {
         on_dispose(sample);
         return;
     }
@@ -199,7 +193,7 @@ void EndpointDiscovery::dispose(ReliableWriter& builtin_writer, const Guid& guid
     request.payload_is_key = true;
     request.instance = key_hash_of(guid);
     request.inline_qos.key_hash = request.instance;
-    request.inline_qos.status_info = kDisposedOrUnregistered;
+    request.inline_qos.status_info = kDisposed | kUnregistered;
     builtin_writer.write(request, now);
 }
 

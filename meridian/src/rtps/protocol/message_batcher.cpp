@@ -102,10 +102,6 @@ void MessageBatcher::add(const Route& to, const Heartbeat& heartbeat) {
     append(to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat(heartbeat); });
 }
 
-void MessageBatcher::add(const Route& to, const HeartbeatFrag& heartbeat) {
-    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat_frag(heartbeat); });
-}
-
 void MessageBatcher::add(const Route& to, const AckNack& acknack) {
     append(to, nullptr, [&](MessageWriter& writer) { return writer.add_acknack(acknack); });
 }

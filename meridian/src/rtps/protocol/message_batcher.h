@@ -31,7 +31,6 @@ class MessageBatcher {
     void add(const Route& to, const Data& data, std::optional<WireTime> timestamp);
     void add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp);
     void add(const Route& to, const Heartbeat& heartbeat);
-    void add(const Route& to, const HeartbeatFrag& heartbeat);
     void add(const Route& to, const AckNack& acknack);
     void add(const Route& to, const NackFrag& nack);
     void add(const Route& to, const Gap& gap);

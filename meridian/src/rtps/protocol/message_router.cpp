@@ -25,24 +25,15 @@ ReadStatus MessageRouter::take(ByteView datagram, const Locator& source, bool is
     return status;
 }
 
-void MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
     now_ = now;
-    ++statistics_.datagrams;
-    switch (take(datagram, source, false)) {
-        case ReadStatus::ok:
-            break;
-        case ReadStatus::not_rtps:
-            ++statistics_.not_rtps;
-            break;
-        case ReadStatus::malformed:
-            ++statistics_.malformed;
-            break;
-    }
+    const ReadStatus status = take(datagram, source, false);
     if (!unknown_writers_.empty()) {
         early_packets_.add(unknown_writers_, datagram, source, now.monotonic);
         unknown_writers_.clear();
     }
     replay(now);
+    return status;
 }
 
 void MessageRouter::replay(Now now) {
@@ -54,6 +45,14 @@ void MessageRouter::replay(Now now) {
             take(*packet.datagram, packet.source, true);
         unknown_writers_.clear(); // of others in the same packets, which are kept for them already
     }
+}
+
+void MessageRouter::end_batch() {
+    for (LocalEndpoint* local : touched_) {
+        local->in_batch = false;
+        local->reader_sink->on_batch_end();
+    }
+    touched_.clear();
 }
 
 bool MessageRouter::accepted(const MessageContext& context, EntityId sender) {
@@ -72,22 +71,31 @@ bool MessageRouter::accepted(const MessageContext& context, EntityId sender) {
 }
 
 template <typename Function>
+bool MessageRouter::hand_to(LocalEndpoint& local, Function& function) {
+    if (!local.in_batch) {
+        local.in_batch = true;
+        touched_.push_back(&local);
+    }
+    return function(*local.reader);
+}
+
+template <typename Function>
 bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function function) {
     if (reader != entity::unknown) {
-        const LocalEndpoint* local = locals_.find(reader);
-        return local != nullptr && local->reader && function(*local->reader);
+        LocalEndpoint* local = locals_.find(reader);
+        return local != nullptr && local->reader && hand_to(*local, function);
     }
     bool known = false;
     if (writer.entity.is_builtin()) {
-        for (const LocalEndpoint* local : locals_.builtin())
-            known = (local->reader && function(*local->reader)) || known;
+        for (LocalEndpoint* local : locals_.builtin())
+            known = (local->reader && hand_to(*local, function)) || known;
         return known;
     }
     const DiscoveredEndpoint* remote = endpoints_.find(writer);
     if (remote == nullptr)
         return false;
-    for (const LocalEndpoint* local : remote->matched)
-        known = function(*local->reader) || known;
+    for (LocalEndpoint* local : remote->matched)
+        known = hand_to(*local, function) || known;
     return known;
 }
 
@@ -190,7 +198,7 @@ void MessageRouter::on_nack_frag(const MessageContext& context, const NackFrag& 
 void MessageRouter::on_secured(const MessageContext& context, uint8_t) {
     if (!accepted(context, entity::participant))
         return;
-    ++statistics_.secured_submessages;
+    ++secured_submessages_;
     warnings_.warn("secured messages " + to_string(context.source),
                    "participant " + to_string(context.source) + " sends secured messages; they are not read");
 }

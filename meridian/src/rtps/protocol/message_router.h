@@ -19,27 +19,22 @@ namespace meridian::rtps {
 
 class MessageRouter final : private MessageVisitor {
   public:
-    struct Statistics {
-        uint64_t datagrams = 0;
-        uint64_t not_rtps = 0;
-        uint64_t malformed = 0;
-        uint64_t secured_submessages = 0;
-    };
-
     /// The references must outlive the router.
     MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery& participants,
                   const EndpointDiscovery& endpoints, const LocalEndpoints& locals, Liveliness& liveliness,
                   WarnOnce& warnings);
 
-    /// Malformed datagrams are dropped (their good part stands) and counted.
-    void receive(ByteView datagram, const Locator& source, Now now);
+    /// Malformed datagrams are dropped, but for what stands before the fault.
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
 
     /// This writer can be matched from now on: what it sent before is taken by the next replay, which happens
     /// at the end of each datagram at the latest.
     void writer_known(const Guid& writer) { newly_known_writers_.push_back(writer); }
     void replay(Now now);
+    /// Tells the readers that were handed something since the last time that no more comes for now.
+    void end_batch();
 
-    const Statistics& statistics() const { return statistics_; }
+    uint64_t secured_submessages() const { return secured_submessages_; }
 
   private:
     void on_data(const MessageContext& context, const Data& data) override;
@@ -58,6 +53,9 @@ class MessageRouter final : private MessageVisitor {
     /// writer.
     template <typename Function>
     bool for_readers(EntityId reader, const Guid& writer, Function function);
+    /// Hands a submessage to one reader.
+    template <typename Function>
+    bool hand_to(LocalEndpoint& local, Function& function);
     ReliableWriter* writer_for(EntityId writer) const;
     /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);
@@ -69,8 +67,9 @@ class MessageRouter final : private MessageVisitor {
     const LocalEndpoints& locals_;
     Liveliness& liveliness_;
     WarnOnce& warnings_;
-    Statistics statistics_;
+    uint64_t secured_submessages_ = 0;
     EarlyPackets early_packets_;
+    std::vector<LocalEndpoint*> touched_;   // readers, since end_batch
     std::vector<Guid> unknown_writers_;     // of the datagram being received
     std::vector<Guid> newly_known_writers_; // since the last replay
     Now now_;                               // of the call in progress

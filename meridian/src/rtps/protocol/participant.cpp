@@ -96,11 +96,17 @@ void Participant::stop(Now now) {
     batcher_.flush();
 }
 
-void Participant::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now now) {
     if (!running_)
-        return;
+        return ReadStatus::ok;
     now_ = now;
-    router_.receive(datagram, source, now);
+    const ReadStatus status = router_.receive(datagram, source, now);
+    finish(now);
+    return status;
+}
+
+void Participant::end_batch(Now now) {
+    in_batch_ = false;
     finish(now);
 }
 
@@ -111,6 +117,9 @@ void Participant::finish(Now now) {
         restarted_.pop_back();
         participants_.replace(prefix, now);
     }
+    if (in_batch_)
+        return;
+    router_.end_batch(); // before acknowledgements go out: what they are for can be taken then
     if (!running_)
         return;
     timers_.run(now.monotonic);
@@ -272,6 +281,7 @@ bool Participant::remove_endpoint(EntityId entity, Now now) {
                                      [&](DiscoveredEndpoint& remote) { locals_.part(*local, remote); });
     }
     liveliness_.remove_own(entity);
+    router_.end_batch(); // which knows the endpoint
     locals_.remove(entity);
     finish(now);
     return true;

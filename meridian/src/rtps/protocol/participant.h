@@ -34,8 +34,6 @@ class Participant final : private ReaderObserver,
                           private ParticipantDiscovery::Listener,
                           private EndpointDiscovery::Listener {
   public:
-    using Statistics = MessageRouter::Statistics;
-
     Participant(ParticipantConfig config, Output& output, Events& events);
     ~Participant() override;
     Participant(const Participant&) = delete;
@@ -52,9 +50,14 @@ class Participant final : private ReaderObserver,
     /// every remote one, reported as GoneReason::stopped.
     void stop(Now now);
 
-    /// Takes one datagram as it came from source. Malformed ones are dropped (their good part stands) and
-    /// counted.
-    void receive(ByteView datagram, const Locator& source, Now now);
+    /// Takes one datagram as it came from source. Malformed ones are dropped, but for what stands before the
+    /// fault.
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
+
+    /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
+    /// no more samples come for now, and answers are sent. Without a batch every call does so.
+    void begin_batch() { in_batch_ = true; }
+    void end_batch(Now now);
 
     /// When on_timer wants to be called next; kNever when there is nothing to do.
     MonotonicTime next_deadline() const;
@@ -96,7 +99,8 @@ class Participant final : private ReaderObserver,
     void assert_liveliness(Now now);
     void assert_liveliness(EntityId writer, Now now);
 
-    const Statistics& statistics() const { return router_.statistics(); }
+    /// So many were skipped.
+    uint64_t secured_submessages() const { return router_.secured_submessages(); }
 
   private:
     /// A sink that hands the samples of a builtin reader to one operation.
@@ -153,6 +157,7 @@ class Participant final : private ReaderObserver,
     BuiltinSink participant_messages_{*this, &Participant::on_participant_message};
     EndpointSink no_news_;
     bool running_ = false;
+    bool in_batch_ = false;
     Now now_;                           // of the call in progress
     std::vector<GuidPrefix> restarted_; // participants whose builtin writers began anew
 };

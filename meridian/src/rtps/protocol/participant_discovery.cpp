@@ -13,7 +13,6 @@ constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
-constexpr uint32_t kDisposedAndUnregistered = 3; // status info
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
@@ -177,7 +176,7 @@ void ParticipantDiscovery::stop(Now now) {
         return;
     InlineQos qos;
     qos.key_hash = key_hash_of(announced_.guid);
-    qos.status_info = kDisposedAndUnregistered;
+    qos.status_info = kDisposed | kUnregistered;
     const ByteBuffer inline_qos = encode(qos);
     const ByteBuffer key = encode_participant_key(announced_.guid);
     Data data;
@@ -278,7 +277,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
         if (!readable || qos.refused)
             return;
     }
-    if ((qos.status_info & kDisposedAndUnregistered) != 0) {
+    if ((qos.status_info & (kDisposed | kUnregistered)) != 0) {
         const std::optional<Guid> key = decode_key(data.payload, data.inline_qos, data.endianness);
         if (key)
             remove(key->prefix, GoneReason::disposed, now);

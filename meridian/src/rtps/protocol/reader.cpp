@@ -5,6 +5,7 @@ namespace meridian::rtps {
 bool make_sample(const Guid& writer, const MessageContext& context, const Data& data, MonotonicTime now,
                  Sample& out) {
     out.writer = writer;
+    out.vendor = context.vendor;
     out.sequence_number = data.sequence_number;
     out.source_timestamp = context.timestamp.value_or(kTimeInvalid);
     out.received = now;

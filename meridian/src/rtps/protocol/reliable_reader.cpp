@@ -252,6 +252,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         proxy->retry_pause = Duration(0);
     Sample sample;
     sample.writer = proxy->writer.guid;
+    sample.vendor = context.vendor;
     sample.sequence_number = number;
     sample.received = now;
     if (result == FragmentAssembler::Result::too_large) {

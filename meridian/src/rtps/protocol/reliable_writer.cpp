@@ -11,7 +11,6 @@ namespace {
 constexpr unsigned kSamplesPerHeartbeat = 16;
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 constexpr size_t kKeptDisposals = 1000;
-constexpr uint32_t kUnregistered = 2; // status info bit
 
 bool says_something(const InlineQos& qos) {
     return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer;

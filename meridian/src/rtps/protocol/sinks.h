@@ -16,6 +16,7 @@ namespace meridian::rtps {
 /// One received sample. The views point into the packet (or the assembled fragments).
 struct Sample {
     Guid writer;
+    VendorId vendor; // of the software that wrote it
     SequenceNumber sequence_number = 0;
     WireTime source_timestamp = kTimeInvalid;
     MonotonicTime received{0};
@@ -46,6 +47,10 @@ class EndpointSink {
 class ReaderSink : public EndpointSink {
   public:
     virtual void on_sample(const Sample& sample) = 0;
+    /// No more samples for now: what was put off since the first one can be done for all of them. After every
+    /// on_sample at the latest when the call of the participant ends, or its batch (see
+    /// Participant::begin_batch); sometimes without samples.
+    virtual void on_batch_end() {}
     /// count samples of this writer will never come (the writer no longer has them, or they passed us by).
     virtual void on_lost(const Guid& /*writer*/, uint64_t /*count*/) {}
     /// A matched writer missed its announced liveliness lease, or was heard again.

@@ -1,6 +1,6 @@
 #pragma once
 
-// The only way to bytes that came from somewhere else: a cursor over a ByteView that checks every access,
+// The only access to received bytes: a cursor over a ByteView that checks every access,
 // converts byte order and pads as CDR does (OMG DDS-XTypes 1.3, 7.4.1). No other code dereferences payload
 // pointers.
 //
@@ -72,7 +72,7 @@ class ByteReader {
         : data_(bytes.data), end_(bytes.size), max_alignment_(max_alignment), order_(order) {}
 
     bool ok() const { return !failed_; }
-    /// Makes the reader fail, for a caller that found a value that cannot be.
+    /// Makes the reader fail, for a caller that found an impossible value.
     bool fail() {
         failed_ = true;
         return false;
@@ -82,8 +82,6 @@ class ByteReader {
     size_t remaining() const { return end_ - position_; }
     Endianness endianness() const { return order_; }
     void set_endianness(Endianness order) { order_ = order; }
-    size_t max_alignment() const { return max_alignment_; }
-    void set_max_alignment(size_t alignment) { max_alignment_ = alignment; }
     /// Alignment counts from the present position from now on.
     void set_origin() { origin_ = position_; }
 
@@ -160,11 +158,11 @@ class ByteReader {
         return true;
     }
     /// A CDR string; the text points into the bytes. It ends at the first NUL; a missing terminator and a
-    /// length of 0 (an empty string without one) are taken as the peers that send them mean it.
+    /// length of 0 (an empty string without one) are accepted, since some peers send them.
     bool read_string(std::string_view& text);
     bool read_string(std::string& text);
     /// The number of elements of a sequence, refused when so many elements of at least element_size bytes
-    /// cannot follow, so that nobody reserves memory for a length that is a lie. element_size is not 0.
+    /// cannot follow, so that a wrong length reserves no memory. element_size is not 0.
     bool read_length(uint32_t& length, size_t element_size) {
         const size_t start = position_;
         if (!read(length))

@@ -159,10 +159,16 @@ struct ParticipantMessage {
 ByteBuffer encode(const ParticipantMessage& message);
 std::optional<ParticipantMessage> decode_participant_message(ByteView payload);
 
+/// What a sample does to its instance; a set of bits on the wire (9.6.4.9).
+enum StatusInfo : uint32_t {
+    kDisposed = 1u << 0,     // the instance is gone
+    kUnregistered = 1u << 1, // the writer will not write the instance any more
+};
+
 /// What the inline QoS of a DATA says of its sample (9.6.4).
 struct InlineQos {
     std::optional<KeyHash> key_hash;
-    uint32_t status_info = 0;            // bit 0 disposed, bit 1 unregistered
+    uint32_t status_info = 0;            // StatusInfo bits
     std::optional<Guid> original_writer; // PID_ORIGINAL_WRITER_INFO
     SequenceNumber original_sequence_number = kSequenceNumberUnknown;
     std::optional<Guid> related_writer; // PID_RELATED_SAMPLE_IDENTITY, 0x0083 or 0x800f

@@ -1,7 +1,7 @@
 #pragma once
 
 // The submessage elements that messages and parameters share (OMG DDSI-RTPS 2.5, 9.3 and 9.4.2). Each read_*
-// leaves the reader failed, and returns false, when the element is not there or cannot be.
+// leaves the reader failed, and returns false, when the element is missing or impossible.
 
 #include "rtps/wire/byte_reader.h"
 #include "rtps/wire/byte_writer.h"
@@ -16,7 +16,7 @@ bool read_locator(ByteReader& reader, Locator& locator);
 /// LocatorList of a message: a count and that many locators, appended to the list.
 bool read_locator_list(ByteReader& reader, LocatorList& list);
 /// Refused with more than 256 bits, with a base below lowest_base, or when the set reaches beyond the highest
-/// number. Bits beyond num_bits are cleared, as they mean nothing.
+/// number. Bits beyond num_bits are cleared.
 bool read_sequence_number_set(ByteReader& reader, SequenceNumberSet& set, SequenceNumber lowest_base);
 bool read_fragment_number_set(ByteReader& reader, FragmentNumberSet& set);
 

@@ -25,7 +25,7 @@ struct Encapsulation {
     uint16_t options = 0;
 
     Endianness endianness() const { return (identifier & 1) != 0 ? Endianness::little : Endianness::big; }
-    /// Any value of the wire is possible; one that is no enumerator stands for an encoding nobody here knows.
+    /// Any value can come from the wire; one that is not an enumerator is an unknown encoding.
     Encoding encoding() const { return static_cast<Encoding>(identifier & 0xfffe); }
     /// Bytes at the end that only pad the payload to a multiple of four, as far as its writer says so.
     size_t padding() const { return options & 3u; }

@@ -67,10 +67,10 @@ bool read_content_filter(ByteReader& reader, ContentFilter& filter) {
            read_texts(reader, filter.parameters);
 }
 
-/// An enumeration that decides a match is required to be one that exists: guessing would report matches that
-/// are none, or subscribe in a way that the peer refuses. Durations that cannot be (negative) leave the
-/// default instead; a writer with one keeps being seen.
-Verdict read_policy(const Parameter& parameter, bool is_writer, EndpointQos& qos) {
+/// An enumeration that decides a match is required to be one that exists: a guess would report wrong
+/// matches, or subscribe in a way that the peer refuses. Negative durations leave the default instead, so
+/// that their writer stays visible.
+Verdict read_policy(const Parameter& parameter, EndpointQos& qos) {
     switch (parameter.base_id()) {
         case pid::durability:
             return required(
@@ -91,7 +91,7 @@ Verdict read_policy(const Parameter& parameter, bool is_writer, EndpointQos& qos
         case pid::ownership:
             return required(read_kind(parameter, qos.ownership, Ownership::shared, Ownership::exclusive));
         case pid::ownership_strength:
-            return is_writer ? if_possible(read_number(parameter, qos.ownership_strength)) : Verdict::unused;
+            return if_possible(read_number(parameter, qos.ownership_strength));
         case pid::destination_order:
             return required(read_kind(parameter, qos.destination_order, DestinationOrder::by_reception,
                                       DestinationOrder::by_source));
@@ -100,11 +100,9 @@ Verdict read_policy(const Parameter& parameter, bool is_writer, EndpointQos& qos
         case pid::partition:
             return required(read_value(parameter, qos.partitions, read_texts));
         case pid::lifespan:
-            return is_writer ? if_possible(read_value(parameter, qos.lifespan, read_duration))
-                             : Verdict::unused;
+            return if_possible(read_value(parameter, qos.lifespan, read_duration));
         case pid::time_based_filter:
-            return is_writer ? Verdict::unused
-                             : if_possible(read_value(parameter, qos.time_based_filter, read_duration));
+            return if_possible(read_value(parameter, qos.time_based_filter, read_duration));
         case pid::history:
             return if_possible(read_history(parameter, qos));
         case pid::data_representation:
@@ -129,6 +127,9 @@ Verdict read_key(const Parameter& parameter, std::optional<Guid>& key, bool need
 }
 
 Verdict read_parameter(const Parameter& parameter, bool is_writer, EndpointData& data, Keys& keys) {
+    const pid::Info* info = pid::find(parameter.base_id());
+    if (info == nullptr || (info->flags & (is_writer ? pid::of_readers : pid::of_writers)) != 0)
+        return Verdict::unused;
     switch (parameter.base_id()) {
         case pid::endpoint_guid:
             return read_key(parameter, keys.endpoint, true);
@@ -145,7 +146,7 @@ Verdict read_parameter(const Parameter& parameter, bool is_writer, EndpointData&
         case pid::multicast_locator:
             return if_possible(read_locator_into(parameter, data.multicast));
         case pid::expects_inline_qos:
-            return is_writer ? Verdict::unused : if_possible(read_flag(parameter, data.expects_inline_qos));
+            return if_possible(read_flag(parameter, data.expects_inline_qos));
         case pid::entity_name:
             return if_possible(read_text(parameter, data.name));
         case pid::type_information:
@@ -156,7 +157,7 @@ Verdict read_parameter(const Parameter& parameter, bool is_writer, EndpointData&
             return Verdict::taken;
         case pid::content_filter: {
             ContentFilter filter;
-            if (is_writer || !read_value(parameter, filter, read_content_filter))
+            if (!read_value(parameter, filter, read_content_filter))
                 return Verdict::unused;
             data.content_filter = std::move(filter);
             return Verdict::taken;
@@ -164,7 +165,7 @@ Verdict read_parameter(const Parameter& parameter, bool is_writer, EndpointData&
         case pid::property_list:
             return if_possible(read_properties(parameter, data.properties));
         default:
-            return read_policy(parameter, is_writer, data.qos);
+            return read_policy(parameter, data.qos);
     }
 }
 
@@ -242,8 +243,8 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
     // wrongly.
     const bool kind_fits = is_writer ? data.guid.entity.is_writer() : data.guid.entity.is_reader();
     if (data.guid.prefix == kUnknownPrefix || !kind_fits) {
-        error = std::string("endpoint GUID is missing or no ") + (is_writer ? "writer" : "reader") +
-                "'s: " + to_string(data.guid);
+        error = std::string("endpoint GUID is missing or not that of a ") +
+                (is_writer ? "writer" : "reader") + ": " + to_string(data.guid);
         return std::nullopt;
     }
     if (data.topic_name.empty() || data.type_name.empty()) {
@@ -305,7 +306,7 @@ std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness
                        : Verdict::taken;
         });
     }
-    // A participant's GUID stands beside the endpoint's in some key payloads, alone it is the key itself.
+    // Some key payloads hold the participant's GUID beside the endpoint's; alone it is the key itself.
     if (keys.endpoint)
         return keys.endpoint;
     if (keys.participant)

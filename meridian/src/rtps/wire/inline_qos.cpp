@@ -38,7 +38,7 @@ bool read_parameter(const Parameter& parameter, InlineQos& qos) {
         case pid::vendor_related_sample_identity:
             return read_identity(parameter, qos.related_writer, qos.related_sequence_number);
         default:
-            if (parameter.must_understand() && !pid::is_known(parameter.base_id()))
+            if (parameter.not_understood())
                 qos.refused = true;
             return true;
     }

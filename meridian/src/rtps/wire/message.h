@@ -25,7 +25,7 @@ struct MessageContext {
     ProtocolVersion version;
     VendorId vendor;
     GuidPrefix source;
-    GuidPrefix destination;            // all zero: everybody
+    GuidPrefix destination;            // all zero: every participant
     std::optional<WireTime> timestamp; // of the INFO_TS in force
     LocatorList unicast_reply;         // of an INFO_REPLY in force, else empty
     LocatorList multicast_reply;
@@ -37,7 +37,7 @@ struct Data {
     EntityId writer;
     SequenceNumber sequence_number = 0;
     Endianness endianness = native_endianness(); // of the inline QoS
-    ByteView inline_qos;                         // parameter list with its sentinel, empty when there is none
+    ByteView inline_qos;                         // parameter list with its sentinel, may be empty
     bool has_payload = false;
     bool payload_is_key = false;
     bool non_standard_payload = false; // serialized as only its writer and reader know: not to be decoded
@@ -94,7 +94,7 @@ struct NackFrag {
     Count count = 0;
 };
 
-/// Both numbers come from the peer and may lie any distance apart: never walk the range number by number.
+/// Both numbers come from the peer and may lie any distance apart: do not walk the range number by number.
 struct Gap {
     EntityId reader;
     EntityId writer;
@@ -138,7 +138,6 @@ class MessageWriter {
     bool add_data(const Data& data);
     bool add_data_frag(const DataFrag& fragment);
     bool add_heartbeat(const Heartbeat& heartbeat);
-    bool add_heartbeat_frag(const HeartbeatFrag& heartbeat);
     bool add_acknack(const AckNack& acknack);
     bool add_nack_frag(const NackFrag& nack);
     bool add_gap(const Gap& gap);

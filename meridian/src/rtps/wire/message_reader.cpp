@@ -178,7 +178,7 @@ bool Receiver::read_header_extension(const SubmessageHeader& header, ByteReader&
             return false;
         context_.send_timestamp = sent == kTimeInvalid ? std::nullopt : std::optional<WireTime>(sent);
     }
-    // What follows is passed over, the checksum too: UDP has one of its own.
+    // The rest is skipped, the checksum too: UDP has its own.
     size_t skipped =
         (header.has(kExtensionFlagUExtension) ? 4u : 0u) + (header.has(kExtensionFlagWExtension) ? 8u : 0u);
     switch (header.flags & kExtensionChecksumMask) {
@@ -317,7 +317,7 @@ bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body)
     if (fragment.fragment_size == 0 || fragment.sample_size == 0 || fragment.first_fragment == 0 ||
         fragment.fragment_count == 0)
         return false;
-    // A fragment size above the sample's is no harm: there is one fragment then, and it is the whole sample.
+    // A fragment size above the sample's is allowed: the one fragment is then the whole sample.
     const uint64_t begin = uint64_t{fragment.first_fragment - 1} * fragment.fragment_size;
     const uint64_t end = begin + uint64_t{fragment.fragment_count} * fragment.fragment_size;
     if (end - fragment.fragment_size >= fragment.sample_size) // the last one starts beyond the sample

@@ -127,15 +127,6 @@ bool MessageWriter::add_heartbeat(const Heartbeat& heartbeat) {
     });
 }
 
-bool MessageWriter::add_heartbeat_frag(const HeartbeatFrag& heartbeat) {
-    return append(bytes_, max_size_, kHeartbeatFrag, 0, [&](ByteWriter& writer) {
-        write_entities(writer, heartbeat.reader, heartbeat.writer);
-        write_sequence_number(writer, heartbeat.sequence_number);
-        writer.write(heartbeat.last_fragment);
-        writer.write(heartbeat.count);
-    });
-}
-
 bool MessageWriter::add_acknack(const AckNack& acknack) {
     return append(bytes_, max_size_, kAckNack, acknack.final ? kAckNackFlagFinal : 0,
                   [&](ByteWriter& writer) {

@@ -1,7 +1,5 @@
 #include "rtps/wire/parameter_list.h"
 
-#include "rtps/wire/parameter_ids.h"
-
 namespace meridian::rtps {
 
 bool ParameterListReader::next(Parameter& parameter) {

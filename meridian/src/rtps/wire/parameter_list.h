@@ -5,12 +5,11 @@
 
 #include "rtps/wire/byte_reader.h"
 #include "rtps/wire/byte_writer.h"
+#include "rtps/wire/parameter_ids.h"
 
 namespace meridian::rtps {
 
-/// Set in the id of a parameter that is only defined for one vendor.
-constexpr uint16_t kPidVendorBit = 0x8000;
-/// Set in the id of a parameter that must not be skipped by who does not know it.
+/// Set in the id of a parameter that a receiver must not skip when it does not know it.
 constexpr uint16_t kPidMustUnderstandBit = 0x4000;
 
 struct Parameter {
@@ -21,7 +20,8 @@ struct Parameter {
     /// The id that tells what the parameter is: without the must-understand bit.
     uint16_t base_id() const { return static_cast<uint16_t>(id & ~kPidMustUnderstandBit); }
     bool must_understand() const { return (id & kPidMustUnderstandBit) != 0; }
-    bool vendor_specific() const { return (id & kPidVendorBit) != 0; }
+    /// True for a parameter that must not be skipped and is not known here.
+    bool not_understood() const { return must_understand() && pid::find(base_id()) == nullptr; }
     /// Alignment within a parameter counts from its value.
     ByteReader reader() const { return ByteReader(value, endianness); }
 };
@@ -31,8 +31,8 @@ class ParameterListReader {
   public:
     ParameterListReader(ByteView bytes, Endianness order) : reader_(bytes, order) {}
 
-    /// False at the sentinel, and where the list is malformed: a length that is no multiple of four or leads
-    /// beyond the bytes, or no sentinel at all.
+    /// False at the sentinel, and where the list is malformed: a length that is not a multiple of four or
+    /// leads beyond the bytes, or no sentinel at all.
     bool next(Parameter& parameter);
     /// After next returned false: true when the sentinel was reached.
     bool complete() const { return complete_; }
@@ -44,7 +44,7 @@ class ParameterListReader {
     bool complete_ = false;
 };
 
-/// Appends parameters to a buffer of the caller's. Every value is padded to a multiple of four.
+/// Appends parameters to a buffer that the caller owns. Every value is padded to a multiple of four.
 class ParameterListWriter {
   public:
     static constexpr size_t kMaxValueSize = 0xfffc;
@@ -52,13 +52,15 @@ class ParameterListWriter {
     explicit ParameterListWriter(ByteBuffer& bytes, Endianness order = native_endianness())
         : bytes_(bytes), order_(order) {}
 
-    /// write_value(ByteWriter&) writes the value. A value above kMaxValueSize cannot stand in a list: it is
+    /// write_value(ByteWriter&) writes the value. A value above kMaxValueSize does not fit into a list: it is
     /// left out and add returns false.
     template <typename WriteValue>
     bool add(uint16_t id, WriteValue write_value) {
         const size_t start = bytes_.size();
         ByteWriter writer(bytes_, order_);
-        writer.write(id);
+        const pid::Info* info = pid::find(id);
+        const bool marked = info != nullptr && (info->flags & pid::must_understand) != 0;
+        writer.write(static_cast<uint16_t>(marked ? id | kPidMustUnderstandBit : id));
         writer.write(uint16_t{0});
         writer.set_origin();
         write_value(writer);

@@ -24,7 +24,7 @@ bool PayloadParameters::open(ByteView payload, PayloadParameters& list, std::str
         return false;
     }
     if (encapsulation.encoding() != Encoding::pl_cdr) {
-        error = "encapsulation " + hex16(encapsulation.identifier) + " is no parameter list";
+        error = "encapsulation " + hex16(encapsulation.identifier) + " is not a parameter list";
         return false;
     }
     list.order_ = encapsulation.endianness();
@@ -33,17 +33,20 @@ bool PayloadParameters::open(ByteView payload, PayloadParameters& list, std::str
 }
 
 Verdict PayloadParameters::keep(const Parameter& parameter, std::vector<RawParameter>& raw) {
-    if (parameter.must_understand() && !pid::is_known(parameter.base_id()))
+    if (parameter.not_understood())
         return Verdict::refused;
     raw.push_back({parameter.id, ByteBuffer(parameter.value.begin(), parameter.value.end())});
     return Verdict::taken;
 }
 
 std::string PayloadParameters::describe(const Parameter& parameter) const {
-    const bool unknown = parameter.must_understand() && !pid::is_known(parameter.base_id());
+    const pid::Info* info = pid::find(parameter.base_id());
     const size_t offset = kEncapsulationSize + reader_.consumed() - parameter.value.size;
-    return "parameter " + hex16(parameter.id) + " at byte " + std::to_string(offset) +
-           (unknown ? " must be understood and is unknown" : " is truncated or out of range");
+    return "parameter " + hex16(parameter.id) +
+           (info != nullptr ? std::string(" (") + info->name + ")" : "") + " at byte " +
+           std::to_string(offset) +
+           (parameter.not_understood() ? " must be understood and is unknown"
+                                       : " is truncated or out of range");
 }
 
 bool PayloadParameters::check_complete(std::string& error) const {

@@ -1,9 +1,9 @@
 #pragma once
 
-// What participant and endpoint data share: the walk over a payload that is a parameter list, with what
-// becomes of the parameters nobody reads, and the values both kinds of data contain.
+// What participant and endpoint data share: the walk over a payload that is a parameter list, the keeping of
+// parameters that are not read, and the values that both kinds of data contain.
 //
-// How a value that cannot be is judged: the record is refused where it would be misleading without the value
+// How an impossible value is judged: the record is refused where it would be misleading without the value
 // (its key, its names, the policies that decide a match); anything else that is malformed stays at its
 // default, and the parameter is kept raw like an unknown one. A peer with one strange optional parameter must
 // stay visible.
@@ -11,7 +11,6 @@
 #include "rtps/wire/discovery_data.h"
 #include "rtps/wire/elements.h"
 #include "rtps/wire/encapsulation.h"
-#include "rtps/wire/parameter_ids.h"
 #include "rtps/wire/parameter_list.h"
 
 namespace meridian::rtps {
@@ -19,7 +18,7 @@ namespace meridian::rtps {
 enum class Verdict {
     taken,   // read and stored
     unused,  // to be kept raw; refuses the record only when unknown and marked as to be understood
-    refused, // the record cannot stand with this value
+    refused, // the record is not usable with this value
 };
 inline Verdict required(bool read) {
     return read ? Verdict::taken : Verdict::refused;
@@ -93,7 +92,7 @@ bool read_text(const Parameter& parameter, std::string& text);
 bool read_texts(ByteReader& reader, std::vector<std::string>& texts);
 bool read_octets(const Parameter& parameter, ByteBuffer& bytes);
 bool read_properties(const Parameter& parameter, std::vector<Property>& properties);
-/// Appends the locator. A UDP locator without a port, or with one above 65535, reaches nobody and is left
+/// Appends the locator. A UDP locator without a port, or with one above 65535, is not usable and is left
 /// out.
 bool read_locator_into(const Parameter& parameter, LocatorList& list);
 

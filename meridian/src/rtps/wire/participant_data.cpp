@@ -35,15 +35,15 @@ Verdict read_parameter(const Parameter& parameter, ParticipantData& data, std::o
         case pid::domain_id: {
             uint32_t id = 0;
             if (!read_number(parameter, id))
-                return Verdict::refused; // it might be another domain's
+                return Verdict::refused; // it may be of another domain
             data.domain_id = id;
             return Verdict::taken;
         }
         case pid::domain_tag:
             return required(read_text(parameter, data.domain_tag));
         case pid::participant_lease_duration:
-            // A lease that cannot be leaves the standard's default, so that the participant does not expire
-            // at once.
+            // An impossible lease leaves the standard's default, so that the participant does not expire at
+            // once.
             return if_possible(read_value(parameter, data.lease, read_duration));
         case pid::metatraffic_unicast_locator:
             return if_possible(read_locator_into(parameter, data.metatraffic_unicast));
@@ -87,7 +87,7 @@ std::optional<ParticipantData> decode_participant(ByteView payload, std::string&
     if (data.guid == Guid() && key_hash)
         data.guid = *key_hash;
     if (data.guid.prefix == kUnknownPrefix || data.guid.entity != entity::participant) {
-        error = "participant GUID is missing or no participant's: " + to_string(data.guid);
+        error = "participant GUID is missing or not that of a participant: " + to_string(data.guid);
         return std::nullopt;
     }
     return data;
@@ -106,7 +106,7 @@ ByteBuffer encode(const ParticipantData& data) {
         if (data.domain_id)
             list.add(pid::domain_id, [&](ByteWriter& writer) { writer.write(*data.domain_id); });
         if (!data.domain_tag.empty())
-            add_text(list, pid::domain_tag | kPidMustUnderstandBit, data.domain_tag);
+            add_text(list, pid::domain_tag, data.domain_tag);
         add_duration(list, pid::participant_lease_duration, data.lease);
         add_locators(list, pid::metatraffic_unicast_locator, data.metatraffic_unicast);
         add_locators(list, pid::metatraffic_multicast_locator, data.metatraffic_multicast);

@@ -88,7 +88,7 @@ uint32_t fraction_from_nanoseconds(uint32_t nanoseconds) {
 uint32_t nanoseconds_from_fraction(uint32_t fraction) {
     constexpr uint64_t kBillion = 1'000'000'000;
     const uint64_t rounded = (fraction * kBillion + (uint64_t{1} << 31)) >> 32;
-    // The topmost fractions would round up to a whole second, which is no count of nanoseconds.
+    // The topmost fractions would round up to a whole second, which is not a count of nanoseconds.
     return static_cast<uint32_t>(rounded < kBillion ? rounded : kBillion - 1);
 }
 

@@ -12,7 +12,7 @@
 
 namespace meridian::rtps {
 
-/// Bytes owned by somebody else; valid only as long as the owner says.
+/// Bytes with another owner, who says how long they are valid.
 struct ByteView {
     const uint8_t* data = nullptr;
     size_t size = 0;

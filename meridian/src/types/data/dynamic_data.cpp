@@ -14,9 +14,6 @@ namespace {
 
 using namespace meridian::types;
 
-/// Texts that are larger are not kept with the sample after they were fetched.
-constexpr size_t kMaxKeptText = 64 * 1024;
-
 /// Walks a sample and tells the logger when it cannot be decoded.
 class SampleWalk final : public JsonWalk {
   public:
@@ -25,9 +22,9 @@ class SampleWalk final : public JsonWalk {
     bool operator()(ValueSink& sink) const override { return decode(sink); }
 
   private:
-    bool decode(ValueSink& sink) const {
+    bool decode(ValueSink& sink) const { // the logger tells its name
         std::string failure;
-        if (sample_.context()->reader.walk(sample_.payload(), &sink, failure))
+        if (sample_.context()->reader.walk(sample_.payload(), &sink, failure, sample_.source()))
             return true;
         MERIDIAN_LOG_ERROR("types", "topic \"%s\": a sample cannot be decoded: %s",
                            sample_.context()->topic_name.c_str(), failure.c_str());
@@ -37,8 +34,8 @@ class SampleWalk final : public JsonWalk {
     const DynamicSample& sample_;
 };
 
-bool print_plain(const DynamicSample& sample, DDS_Long indent, std::string& out) {
-    PlainPrinter printer(out, indent);
+bool print_plain(const DynamicSample& sample, DDS_Long indent, PrintBuffers& buffers) {
+    PlainPrinter printer(buffers, indent);
     const bool done = SampleWalk(sample)(printer);
     printer.close();
     return done;
@@ -49,29 +46,22 @@ bool print_plain(const DynamicSample& sample, DDS_Long indent, std::string& out)
 DDS_DynamicData::DDS_DynamicData() : impl_(std::make_unique<DynamicSample>()) {}
 DDS_DynamicData::DDS_DynamicData(const DDS_DynamicData& other)
     : impl_(std::make_unique<DynamicSample>(*other.impl_)) {}
-DDS_DynamicData::DDS_DynamicData(DDS_DynamicData&& other) noexcept = default;
 DDS_DynamicData& DDS_DynamicData::operator=(DDS_DynamicData other) noexcept {
     impl_ = std::move(other.impl_);
     return *this;
 }
 DDS_DynamicData::~DDS_DynamicData() = default;
 
-const DDS_TypeCode* DDS_DynamicData::get_type() const {
-    return impl_->context() == nullptr ? nullptr : &impl_->context()->reader.type();
-}
-
 DDS_ReturnCode_t DDS_DynamicData::print(FILE* file, DDS_Long indent) const {
     if (file == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     if (impl_->context() == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    std::string& text = impl_->text();
+    std::string& text = impl_->text().text;
     text.clear();
-    const bool decoded = print_plain(*impl_, indent, text);
+    const bool decoded = print_plain(*impl_, indent, impl_->text());
     const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    text.clear();
-    if (text.capacity() > kMaxKeptText)
-        text.shrink_to_fit();
+    impl_->drop_text();
     return decoded && written ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
 }
 
@@ -81,7 +71,7 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     if (property.kind != DDS_DEFAULT_PRINT_FORMAT && property.kind != DDS_JSON_PRINT_FORMAT)
         return DDS_RETCODE_UNSUPPORTED;
-    std::string& text = impl_->text();
+    std::string& text = impl_->text().text;
     // The first octet tells which format the text that is kept has; a change of format makes it anew.
     const char tag = static_cast<char>('0' + property.kind * 4 + (property.pretty_print ? 2 : 0) +
                                        (property.enum_as_int ? 1 : 0));
@@ -91,10 +81,10 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
         style.pretty = property.pretty_print;
         style.numeric_enumerators = property.enum_as_int;
         const bool decoded = property.kind == DDS_JSON_PRINT_FORMAT
-                                 ? print_json(SampleWalk(*impl_), style, text)
-                                 : print_plain(*impl_, 0, text);
+                                 ? print_json(SampleWalk(*impl_), style, impl_->text())
+                                 : print_plain(*impl_, 0, impl_->text());
         if (!decoded) {
-            text.clear();
+            impl_->drop_text();
             return DDS_RETCODE_ERROR;
         }
     }
@@ -108,8 +98,6 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
         return DDS_RETCODE_OUT_OF_RESOURCES;
     std::memcpy(buffer, text.data() + 1, text.size() - 1);
     buffer[text.size() - 1] = '\0';
-    text.clear();
-    if (text.capacity() > kMaxKeptText)
-        text.shrink_to_fit();
+    impl_->drop_text();
     return DDS_RETCODE_OK;
 }

@@ -2,13 +2,14 @@
 
 // What a DDS_DynamicData consists of.
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "meridian/dynamic_data.h"
+#include "types/data/print_buffers.h"
 #include "types/data/sample_reader.h"
+#include "types/data/spares.h"
 
 namespace meridian::types {
 
@@ -21,43 +22,39 @@ struct DynamicContext {
     SampleReader reader;
     std::string topic_name; // for messages
     DDS_DynamicDataTypeSerializationProperty_t serialization;
+    Spares<PrintBuffers> print_buffers;
 };
 
 class DynamicSample {
   public:
+    DynamicSample() = default;
+    /// Deep, but without a text that was kept.
+    DynamicSample(const DynamicSample& other)
+        : context_(other.context_), payload_(other.payload_), source_(other.source_) {}
+    DynamicSample& operator=(const DynamicSample&) = delete;
+    ~DynamicSample() { drop_text(); }
+
     /// Copies the payload (encapsulation included). The buffer is kept and reused, so steady traffic of equal
     /// size allocates nothing. False, and the sample empty, when it is larger than the type's properties
     /// allow.
-    bool assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload) {
-        clear();
-        const auto& limits = context->serialization;
-        if (payload.size > limits.max_size_serialized)
-            return false;
-        const size_t least = std::max<size_t>(limits.min_size_serialized, payload.size);
-        if (limits.trim_to_size && payload_.capacity() / 4 > least)
-            payload_.shrink_to_fit(); // it is empty
-        payload_.reserve(least);
-        payload_.assign(payload.begin(), payload.end());
-        context_ = std::move(context);
-        return true;
-    }
-    void clear() {
-        context_.reset();
-        payload_.clear();
-        text_.clear();
-    }
+    bool assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload,
+                const SampleSource& source = {});
+    void clear();
 
     const DynamicContext* context() const { return context_.get(); }
     rtps::ByteView payload() const { return payload_; }
+    const SampleSource& source() const { return source_; }
 
-    /// Room for the text that to_string makes when it is asked for the length, so that it need not be made
-    /// twice.
-    std::string& text() const { return text_; }
+    /// Room for a text, empty at first and kept until drop_text: what to_string makes when it is asked for
+    /// the length need not be made twice. The sample must hold something.
+    PrintBuffers& text() const;
+    void drop_text() const;
 
   private:
     std::shared_ptr<const DynamicContext> context_;
     rtps::ByteBuffer payload_;
-    mutable std::string text_;
+    SampleSource source_;
+    mutable std::unique_ptr<PrintBuffers> text_; // of the context's
 };
 
 } // namespace meridian::types

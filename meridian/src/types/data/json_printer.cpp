@@ -1,12 +1,15 @@
 #include "types/data/json_printer.h"
 
+#include <rapidjson/allocators.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/writer.h>
 
 #include <cmath>
+#include <cstddef>
 
+#include "platform/text.h"
 #include "types/data/plain_printer.h"
-#include "types/model/text.h"
+#include "types/data/scalar_text.h"
 
 namespace meridian::types {
 
@@ -36,10 +39,8 @@ struct StringStream {
     void Flush() {}
 
     void escape(uint8_t octet) {
-        static constexpr char kDigits[] = "0123456789abcdef";
         out += "\\u00";
-        out += kDigits[octet >> 4];
-        out += kDigits[octet & 15];
+        append_hex(out, octet);
     }
 
     std::string& out;
@@ -49,7 +50,8 @@ struct StringStream {
 template <typename Writer>
 class JsonPrinter final : public ValueSink {
   public:
-    JsonPrinter(Writer& writer, const JsonStyle& style) : writer_(writer), style_(style) {}
+    JsonPrinter(Writer& writer, const JsonStyle& style, std::string& value)
+        : writer_(writer), style_(style), text_(value) {}
 
     bool scalar(const Type& type, const Scalar& value) override {
         if (in_key_) {
@@ -101,8 +103,7 @@ class JsonPrinter final : public ValueSink {
 
     bool begin_collection(const Type& type, uint64_t count) override {
         const bool nested = type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1 && count != 0;
-        arrays_.push_back(nested ? &type : nullptr);
-        return writer_.StartArray();
+        return arrays_.push(nested ? &type : nullptr) && writer_.StartArray();
     }
     /// An array of several dimensions is written as arrays in arrays.
     bool element(uint64_t index) override {
@@ -121,33 +122,31 @@ class JsonPrinter final : public ValueSink {
             for (size_t i = 1; i < array->dimensions.size(); ++i)
                 writer_.EndArray();
         }
-        arrays_.pop_back();
+        arrays_.pop();
         return writer_.EndArray();
     }
 
     /// Keys that are no scalars cannot be names of an object's members: such a map is an array of key and
     /// value.
     bool begin_map(const Type& type, uint64_t count) override {
-        maps_.push_back(is_scalar(type.key));
-        entries_.push_back(count);
-        return maps_.back() ? writer_.StartObject() : writer_.StartArray();
+        if (!maps_.push({is_scalar(type.key), count}))
+            return false;
+        return maps_.back().is_object ? writer_.StartObject() : writer_.StartArray();
     }
     bool key(uint64_t index) override {
-        if (!maps_.back())
+        if (!maps_.back().is_object)
             return (index == 0 || writer_.EndObject()) && writer_.StartObject() &&
                    writer_.Key("key", 3, false);
         in_key_ = true;
         return true;
     }
-    bool mapped() override { return maps_.back() || writer_.Key("value", 5, false); }
+    bool mapped() override { return maps_.back().is_object || writer_.Key("value", 5, false); }
     bool end_map(const Type&) override {
-        const bool object = maps_.back();
-        const bool entry_open = !object && entries_.back() != 0;
-        maps_.pop_back();
-        entries_.pop_back();
-        if (object)
+        const OpenMap map = maps_.back();
+        maps_.pop();
+        if (map.is_object)
             return writer_.EndObject();
-        return (!entry_open || writer_.EndObject()) && writer_.EndArray();
+        return (map.entries == 0 || writer_.EndObject()) && writer_.EndArray();
     }
 
   private:
@@ -166,6 +165,11 @@ class JsonPrinter final : public ValueSink {
         return starting;
     }
 
+    struct OpenMap {
+        bool is_object;
+        uint64_t entries;
+    };
+
     bool text(const Type& type, const Scalar& value) {
         text_.clear();
         append_scalar(text_, type, value);
@@ -181,31 +185,50 @@ class JsonPrinter final : public ValueSink {
 
     Writer& writer_;
     JsonStyle style_;
-    std::string text_;
-    std::vector<const Type*> arrays_;
-    std::vector<bool> maps_;        // whether the open maps are objects
-    std::vector<uint64_t> entries_; // and how many entries they have
+    std::string& text_;
+    NestingStack<const Type*> arrays_; // null for those of one dimension
+    NestingStack<OpenMap> maps_;
     bool in_key_ = false;
 };
 
+/// The writers' own stack: 16 octets for each of up to 2 * kMaxValueDepth levels, before they allocate.
+class WriterStack {
+  public:
+    using Allocator = rapidjson::MemoryPoolAllocator<>;
+    Allocator& allocator() { return allocator_; }
+
+  private:
+    alignas(std::max_align_t) char memory_[8192];
+    Allocator allocator_{memory_, sizeof memory_};
+};
+
+template <template <typename, typename, typename, typename, unsigned> class WriterOf>
+using StringWriter = WriterOf<StringStream, rapidjson::UTF8<>, rapidjson::UTF8<>, WriterStack::Allocator,
+                              rapidjson::kWriteDefaultFlags>;
+
+template <typename Writer>
+bool print_with(Writer& writer, const JsonWalk& walk, const JsonStyle& style, std::string& value) {
+    JsonPrinter<Writer> printer(writer, style, value);
+    return walk(printer);
+}
+
 } // namespace
 
-bool print_json(const JsonWalk& walk, const JsonStyle& style, std::string& out) {
-    const size_t start = out.size();
-    StringStream stream(out);
+bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers) {
+    const size_t start = buffers.text.size();
+    StringStream stream(buffers.text);
+    WriterStack stack;
     bool done = false;
     if (style.pretty) {
-        rapidjson::PrettyWriter<StringStream> writer(stream);
+        StringWriter<rapidjson::PrettyWriter> writer(stream, &stack.allocator());
         writer.SetIndent(' ', kIndentWidth);
-        JsonPrinter<rapidjson::PrettyWriter<StringStream>> printer(writer, style);
-        done = walk(printer);
+        done = print_with(writer, walk, style, buffers.value);
     } else {
-        rapidjson::Writer<StringStream> writer(stream);
-        JsonPrinter<rapidjson::Writer<StringStream>> printer(writer, style);
-        done = walk(printer);
+        StringWriter<rapidjson::Writer> writer(stream, &stack.allocator());
+        done = print_with(writer, walk, style, buffers.value);
     }
     if (!done)
-        out.resize(start);
+        buffers.text.resize(start);
     return done;
 }
 

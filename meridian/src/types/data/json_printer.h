@@ -2,10 +2,8 @@
 
 // Contents as JSON: see docs/contents.md.
 
-#include <string>
-#include <vector>
-
-#include "types/model/value_sink.h"
+#include "types/data/print_buffers.h"
+#include "types/data/value_sink.h"
 
 namespace meridian::types {
 
@@ -14,13 +12,13 @@ struct JsonStyle {
     bool numeric_enumerators = false;
 };
 
-/// Tells the sample's values to a ValueSink through `walk` and appends the JSON text to `out`. False, with
-/// `out` as it was, when the walk failed.
+/// What tells the values of a sample to a sink; false when it failed.
 class JsonWalk {
   public:
     virtual ~JsonWalk() = default;
     virtual bool operator()(ValueSink& sink) const = 0;
 };
-bool print_json(const JsonWalk& walk, const JsonStyle& style, std::string& out);
+/// Appends the JSON text to that of `buffers`. False, with the text as it was, when the walk failed.
+bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers);
 
 } // namespace meridian::types

@@ -1,19 +1,14 @@
 #include "types/data/plain_printer.h"
 
-#include "types/model/text.h"
+#include "platform/text.h"
+#include "types/data/scalar_text.h"
 
 namespace meridian::types {
 
 namespace {
 
 void append_escaped(std::string& out, std::string_view text, char quote) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     out += quote;
-    const auto put_hex = [&out](uint8_t octet) {
-        out += "\\x";
-        out += kDigits[octet >> 4];
-        out += kDigits[octet & 15];
-    };
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         const size_t control = control_at(text, i);
@@ -28,7 +23,8 @@ void append_escaped(std::string& out, std::string_view text, char quote) {
             out += "\\r";
         } else if (control != 0) {
             i += control - 1;
-            put_hex(static_cast<uint8_t>(text[i])); // the last octet of U+0080 to U+009F is their number
+            out += "\\x";
+            append_hex(out, static_cast<uint8_t>(text[i]));
         } else {
             out += c;
         }
@@ -52,9 +48,9 @@ void PlainPrinter::put_value(const Type& type, const Scalar& value) {
         case DDS_TK_CHAR:
         case DDS_TK_WCHAR: {
             const bool character = type.kind == DDS_TK_CHAR || type.kind == DDS_TK_WCHAR;
-            std::string text;
-            append_scalar(text, type, value);
-            append_escaped(out_, text, character ? '\'' : '"');
+            value_.clear();
+            append_scalar(value_, type, value);
+            append_escaped(out_, value_, character ? '\'' : '"');
             break;
         }
         default:
@@ -79,7 +75,8 @@ bool PlainPrinter::scalar(const Type& type, const Scalar& value) {
 }
 
 bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
-    open_.push_back({collection, scalar_keys});
+    if (!open_.push({collection, scalar_keys}))
+        return false;
     // The outermost value has no label and its parts are not indented further.
     if (open_.size() > 1)
         ++level_;
@@ -87,7 +84,7 @@ bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
 }
 
 bool PlainPrinter::end(const char* when_empty) {
-    open_.pop_back();
+    open_.pop();
     if (!open_.empty())
         --level_;
     if (lead_ == Lead::label) {

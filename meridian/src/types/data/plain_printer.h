@@ -2,10 +2,9 @@
 
 // Contents as indented lines for people: see docs/contents.md.
 
-#include <string>
-#include <vector>
-
-#include "types/model/value_sink.h"
+#include "types/data/nesting.h"
+#include "types/data/print_buffers.h"
+#include "types/data/value_sink.h"
 
 namespace meridian::types {
 
@@ -13,8 +12,9 @@ constexpr int kIndentWidth = 3;
 
 class PlainPrinter final : public ValueSink {
   public:
-    /// Appends to `out`, which stays the caller's.
-    PlainPrinter(std::string& out, int indent) : out_(out), level_(indent < 0 ? 0 : indent) {}
+    /// Appends to the text of `buffers`, which stay the caller's.
+    PlainPrinter(PrintBuffers& buffers, int indent)
+        : out_(buffers.text), value_(buffers.value), level_(indent < 0 ? 0 : indent) {}
 
     bool scalar(const Type& type, const Scalar& value) override;
     bool begin_aggregate(const Type& type) override;
@@ -47,9 +47,10 @@ class PlainPrinter final : public ValueSink {
     };
 
     std::string& out_;
+    std::string& value_;
     int level_;
     Lead lead_ = Lead::none;
-    std::vector<Level> open_;
+    NestingStack<Level> open_;
 };
 
 } // namespace meridian::types

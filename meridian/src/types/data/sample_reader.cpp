@@ -1,7 +1,8 @@
 #include "types/data/sample_reader.h"
 
-#include <set>
 #include <utility>
+
+#include "rtps/wire/encapsulation.h"
 
 namespace meridian::types {
 
@@ -14,38 +15,6 @@ namespace {
 /// A payload is padded to a multiple of four octets.
 constexpr size_t kMaxPadding = 3;
 
-/// Calls visit(type) for each type that `root` is made of.
-template <typename Visit>
-void visit_types(const Type* root, Visit visit) {
-    std::set<const Type*> seen;
-    std::vector<const Type*> open{root};
-    while (!open.empty()) {
-        const Type* type = open.back();
-        open.pop_back();
-        if (type == nullptr || !seen.insert(type).second)
-            continue;
-        visit(*type);
-        open.insert(open.end(), {type->base, type->content, type->key, type->discriminator});
-        for (const Member& member : type->members)
-            open.push_back(member.type);
-    }
-}
-
-bool has_optional_member(const Type& type) {
-    for (const Member& member : type.members) {
-        if (member.optional)
-            return true;
-    }
-    return false;
-}
-
-/// Whether collections of such elements have a header in one dialect only.
-bool is_disputed_element(const Type* type) {
-    type = resolve_alias(type);
-    return type != nullptr &&
-           (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_ARRAY);
-}
-
 /// Whether what a walk left can only be padding.
 bool is_padding(ByteReader reader, bool zeros) {
     if (reader.remaining() > kMaxPadding)
@@ -56,141 +25,121 @@ bool is_padding(ByteReader reader, bool zeros) {
     return octet == 0;
 }
 
-/// What a type contains that serializers write differently.
-struct Disputed {
-    bool wide_text = false;
-    bool headers = false;
-    bool lists = false;
-    bool optionals = false;
-};
-
-std::vector<CdrDialect> dialects(CdrWalker::Version version, const Disputed& disputed) {
-    using WideText = CdrDialect::WideText;
-    using Headers = CdrDialect::Headers;
-    const bool xcdr1 = version == CdrWalker::Version::xcdr1;
-    // Each list starts with the standard's form.
-    std::vector<WideText> wide_texts{WideText::octets};
-    std::vector<Headers> headers{Headers::standard};
-    if (disputed.wide_text)
-        wide_texts.push_back(WideText::units);
-    if (disputed.wide_text && xcdr1)
-        wide_texts.push_back(WideText::quads);
-    if (disputed.headers && !xcdr1)
-        headers.insert(headers.end(), {Headers::flat, Headers::few});
-    std::vector<CdrDialect> result;
-    for (WideText wide_text : wide_texts) {
-        for (Headers header : headers) {
-            CdrDialect dialect;
-            dialect.wide_text = wide_text;
-            dialect.headers = header;
-            result.push_back(dialect);
-            if (xcdr1 && disputed.lists) {
-                dialect.origin_stays = false;
-                result.push_back(dialect);
-                dialect.origin_stays = true;
-            }
-            if (disputed.optionals) {
-                dialect.optional_headers = false;
-                result.push_back(dialect);
-            }
-            if (xcdr1 && disputed.lists) {
-                dialect.optional_headers = false;
-                dialect.lists = false;
-                result.push_back(dialect);
-            }
-        }
-    }
-    return result;
+/// Which list of dialects counts.
+constexpr size_t list_of(CdrVersion version, bool key_only) {
+    return (version == CdrVersion::xcdr2 ? 2u : 0u) + (key_only ? 1u : 0u);
 }
 
 } // namespace
 
+/// What the encapsulation of a payload tells of it.
+struct SampleReader::Body {
+    CdrVersion version = CdrVersion::xcdr2;
+    DDS_ExtensibilityKind outer = DDS_FINAL_EXTENSIBILITY;
+    bool key_only = false;
+    ByteReader reader; // of all behind the encapsulation
+
+    size_t list() const { return list_of(version, key_only); }
+};
+
 SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
-    Disputed disputed;
-    visit_types(type_.get(), [&disputed](const Type& part) {
-        disputed.wide_text |= part.kind == DDS_TK_WSTRING || part.kind == DDS_TK_WCHAR;
-        disputed.optionals |= has_optional_member(part);
-        disputed.lists |= part.extensibility == DDS_MUTABLE_EXTENSIBILITY || has_optional_member(part);
-        disputed.headers |=
-            part.kind == DDS_TK_MAP || ((part.kind == DDS_TK_SEQUENCE || part.kind == DDS_TK_ARRAY) &&
-                                        is_disputed_element(part.content));
-    });
-    xcdr1_dialects_ = dialects(CdrWalker::Version::xcdr1, disputed);
-    xcdr2_dialects_ = dialects(CdrWalker::Version::xcdr2, disputed);
+    for (const CdrVersion version : {CdrVersion::xcdr1, CdrVersion::xcdr2}) {
+        for (const bool key_only : {false, true})
+            dialects_[list_of(version, key_only)] = possible_dialects(*type_, version, key_only);
+    }
 }
 
-std::vector<SampleReader::Setup> SampleReader::setups(ByteView payload, bool key_only,
-                                                      std::string& failure) const {
-    std::vector<Setup> result;
+bool SampleReader::open(ByteView payload, bool key_only, Body& body, std::string& failure) {
     rtps::Encapsulation encapsulation;
-    ByteView body;
-    if (!rtps::read_encapsulation(payload, encapsulation, body)) {
+    ByteView bytes;
+    if (!rtps::read_encapsulation(payload, encapsulation, bytes)) {
         failure = "a payload without an encapsulation header";
-        return result;
+        return false;
     }
-    CdrWalker::Version version = CdrWalker::Version::xcdr2;
-    DDS_ExtensibilityKind outer = DDS_FINAL_EXTENSIBILITY;
+    body.key_only = key_only;
     switch (encapsulation.encoding()) {
         case Encoding::cdr:
-            version = CdrWalker::Version::xcdr1;
+            body.version = CdrVersion::xcdr1;
             break;
         case Encoding::pl_cdr:
-            version = CdrWalker::Version::xcdr1;
-            outer = DDS_MUTABLE_EXTENSIBILITY;
+            body.version = CdrVersion::xcdr1;
+            body.outer = DDS_MUTABLE_EXTENSIBILITY;
             break;
         case Encoding::cdr2:
             break;
         case Encoding::delimited_cdr2:
-            outer = DDS_EXTENSIBLE_EXTENSIBILITY;
+            body.outer = DDS_EXTENSIBLE_EXTENSIBILITY;
             break;
         case Encoding::pl_cdr2:
-            outer = DDS_MUTABLE_EXTENSIBILITY;
+            body.outer = DDS_MUTABLE_EXTENSIBILITY;
             break;
         default:
             failure = "an encapsulation of unknown kind " + std::to_string(encapsulation.identifier);
-            return result;
+            return false;
     }
-    const bool xcdr1 = version == CdrWalker::Version::xcdr1;
-    const ByteReader reader(body, encapsulation.endianness(),
-                            xcdr1 ? rtps::kXcdr1MaxAlignment : rtps::kXcdr2MaxAlignment);
-    for (const CdrDialect& dialect : xcdr1 ? xcdr1_dialects_ : xcdr2_dialects_) {
-        CdrWalker walker(version, dialect, body.size);
-        walker.set_outer_extensibility(outer);
-        if (key_only) {
-            walker.set_key_only();
-            CdrDialect flat = dialect;
-            flat.flat_keys = true;
-            CdrWalker flat_walker(version, flat, body.size);
-            flat_walker.set_key_only();
-            result.push_back({std::move(flat_walker), reader});
-        }
-        result.push_back({std::move(walker), reader});
-    }
+    const bool xcdr1 = body.version == CdrVersion::xcdr1;
+    body.reader = ByteReader(bytes, encapsulation.endianness(),
+                             xcdr1 ? rtps::kXcdr1MaxAlignment : rtps::kXcdr2MaxAlignment);
+    return true;
+}
+
+SampleReader::Start SampleReader::start_in(const Body& body, const CdrDialect& dialect,
+                                           WalkBuffers& buffers) const {
+    Start start{CdrWalker(body.version, dialect, body.reader.remaining(), buffers), body.reader};
+    start.walker.set_outer_extensibility(body.outer);
+    if (body.key_only)
+        start.walker.set_key_only();
+    return start;
+}
+
+bool SampleReader::fits(const Body& body, const CdrDialect& dialect, bool zeros, WalkBuffers& buffers) const {
+    Start trial = start_in(body, dialect, buffers);
+    trial.walker.set_strict();
+    if (zeros)
+        trial.walker.set_zeros_behind_wide_text();
+    return trial.walker.walk(trial.reader, *type_, nullptr) && is_padding(trial.reader, zeros);
+}
+
+uint8_t SampleReader::find_dialect(const Body& body, const SampleSource& source, WalkBuffers& buffers) const {
+    const std::vector<CdrDialect>& dialects = dialects_[body.list()];
+    if (dialects.size() == 1)
+        return 0;
+    const std::optional<DialectMemory::Choice> expected = memory_.expected(source, body.list());
+    if (expected && fits(body, dialects[expected->dialect], expected->zeros, buffers))
+        return expected->dialect;
     // Where serializers differ, the one that was at work is told by the sample being used up exactly: up to
     // zeros that pad it and its wide strings, or, where none fits so, up to padding of any kind.
     for (bool zeros : {true, false}) {
-        for (size_t i = 0; i < result.size() && result.size() > 1; ++i) {
-            Setup trial = result[i];
-            trial.walker.set_strict();
-            if (zeros)
-                trial.walker.set_zeros_behind_wide_text();
-            if (trial.walker.walk(trial.reader, *type_, nullptr) && is_padding(trial.reader, zeros)) {
-                std::swap(result[0], result[i]);
-                return result;
-            }
+        for (uint8_t i = 0; i < dialects.size(); ++i) {
+            const DialectMemory::Choice choice{i, zeros};
+            if (expected == choice || !fits(body, dialects[i], zeros, buffers))
+                continue;
+            memory_.note(source, body.list(), choice);
+            return i;
         }
     }
-    return result;
+    return expected ? expected->dialect : 0;
 }
 
-bool SampleReader::walk(ByteView payload, ValueSink* sink, std::string& failure) const {
-    std::vector<Setup> candidates = setups(payload, false, failure);
-    if (candidates.empty())
+std::optional<SampleReader::Start> SampleReader::start(ByteView payload, bool key_only,
+                                                       const SampleSource& source, WalkBuffers& buffers,
+                                                       std::string& failure) const {
+    Body body;
+    if (!open(payload, key_only, body, failure))
+        return std::nullopt;
+    const uint8_t dialect = find_dialect(body, source, buffers);
+    return start_in(body, dialects_[body.list()][dialect], buffers);
+}
+
+bool SampleReader::walk(ByteView payload, ValueSink* sink, std::string& failure,
+                        const SampleSource& source) const {
+    const Borrowed<WalkBuffers> buffers(buffers_);
+    std::optional<Start> begin = start(payload, false, source, *buffers, failure);
+    if (!begin)
         return false;
-    Setup& best = candidates.front();
-    if (best.walker.walk(best.reader, *type_, sink))
+    if (begin->walker.walk(begin->reader, *type_, sink))
         return true;
-    failure = best.walker.failure();
+    failure = begin->walker.failure();
     return false;
 }
 

@@ -1,13 +1,93 @@
 #include "types/documents/type_declarations.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <set>
 
-#include "types/documents/type_documents.h"
+#include "xml/element_reader.h"
 
 namespace meridian::types {
+
+namespace {
+
+/// Collects the declarations of one document.
+class Collector {
+  public:
+    Collector(const xml::Document& document, DeclarationSet& set) : document_(document), set_(set) {
+        reader_.set_document(document);
+    }
+
+    void collect(const pugi::xml_node& parent, const std::string& scope) {
+        for (const pugi::xml_node& node : reader_.children(parent, xml::ElementReader::Attributes::any)) {
+            collect_one(node, scope);
+            if (!reader_.ok())
+                return;
+        }
+    }
+    const std::string& error() const { return reader_.error(); }
+
+  private:
+    void collect_one(const pugi::xml_node& node, const std::string& scope) {
+        static const std::set<std::string_view> kTypes{"struct",  "valuetype", "union", "enum",
+                                                       "typedef", "bitmask",   "bitset"};
+        // Included documents are loaded by now; the other elements declare nothing.
+        static const std::set<std::string_view> kIgnored{"include", "forward_dcl", "annotation", "directive"};
+        const std::string_view element = node.name();
+        if (kIgnored.count(element) != 0)
+            return;
+        if (element == "type") // around one declaration
+            return collect(node, scope);
+        const std::string name = node.attribute("name").value();
+        const std::string full = qualified_name(scope, name);
+        if (element == "module")
+            reader_.check_attributes(node, {"name"});
+        else if (element == "const")
+            reader_.check_attributes(node, {"name", "type", "nonBasicTypeName", "stringMaxLength", "value"});
+        else if (kTypes.count(element) == 0)
+            reader_.fail(node, "not an element of types");
+        if (reader_.ok() && !is_identifier(name))
+            reader_.fail(node, "\"" + name + "\" is not a valid name");
+        if (!reader_.ok())
+            return;
+        if (element == "module")
+            collect(node, full);
+        else
+            declare(node, scope, full);
+    }
+
+    void declare(const pugi::xml_node& node, const std::string& scope, const std::string& name) {
+        const std::string_view element = node.name();
+        auto& declarations = element == "const" ? set_.constants : set_.types;
+        const auto [at, added] = declarations.emplace(name, Declaration{node, scope, &document_});
+        const Declaration& first = at->second;
+        if (!added)
+            return reader_.fail(node, "\"" + name + "\" is already defined, see " +
+                                          first.document->message(first.node, "there"));
+        if (element != "const")
+            set_.type_names.push_back(name);
+        if (element == "enum") {
+            for (const pugi::xml_node& literal : node.children("enumerator"))
+                set_.enumerators.emplace(qualified_name(scope, literal.attribute("name").value()), name);
+        }
+    }
+
+    const xml::Document& document_;
+    DeclarationSet& set_;
+    xml::ElementReader reader_; // keeps the first error
+};
+
+} // namespace
+
+bool collect_declarations(const xml::Documents& documents, DeclarationSet& set, std::string& error) {
+    for (const auto& document : documents.all()) {
+        Collector collector(*document, set);
+        for (const pugi::xml_node& section : document->type_sections())
+            collector.collect(section, "");
+        error = collector.error();
+        if (!error.empty())
+            return false;
+    }
+    return true;
+}
 
 std::string qualified_name(const std::string& scope, const std::string& name) {
     return scope.empty() ? name : scope + "::" + name;
@@ -19,115 +99,6 @@ bool is_identifier(std::string_view name) {
     return std::all_of(name.begin(), name.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
     });
-}
-
-bool DeclarationCollector::add_file(const std::string& path, unsigned depth) {
-    std::error_code code;
-    const std::string canonical = std::filesystem::weakly_canonical(path, code).string();
-    if (!set_.files.insert(code ? path : canonical).second)
-        return true; // included a second time
-    if (set_.files.size() > kMaxIncludedFiles)
-        return fail(path + ": more than " + std::to_string(kMaxIncludedFiles) + " files");
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    if (!in || !std::filesystem::is_regular_file(path, code))
-        return fail(path + ": cannot be read");
-    if (std::filesystem::file_size(path, code) > kMaxDocumentSize || code)
-        return fail(path + ": too large");
-    text << in.rdbuf();
-    return add(path, text.str(), std::filesystem::path(path).parent_path().string(), depth);
-}
-
-bool DeclarationCollector::add(const std::string& label, const std::string& text, const std::string& folder,
-                               unsigned depth) {
-    if (text.size() > kMaxDocumentSize)
-        return fail(label + ": too large");
-    auto source = std::make_shared<DocumentSource>();
-    source->label = label;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\n')
-            source->line_ends.push_back(i);
-    }
-    const pugi::xml_parse_result parsed = source->tree.load_buffer(text.data(), text.size());
-    if (!parsed)
-        return fail(source->message_at(parsed.offset, parsed.description()));
-    const DocumentSource& kept = *source;
-    set_.sources.push_back(std::move(source));
-    const pugi::xml_node root = kept.tree.document_element();
-    if (std::string_view(root.name()) == "types")
-        return collect(kept, root, "", folder, 0, depth);
-    for (const pugi::xml_node& section : root.children("types")) {
-        if (!collect(kept, section, "", folder, 0, depth))
-            return false;
-    }
-    return true;
-}
-
-bool DeclarationCollector::declare(const DocumentSource& source, const pugi::xml_node& node,
-                                   const std::string& scope) {
-    const std::string name = node.attribute("name").value();
-    if (!is_identifier(name))
-        return fail(source.message(node, "its name \"" + name + "\" is none"));
-    const std::string full = qualified_name(scope, name);
-    const bool constant = std::string_view(node.name()) == "const";
-    auto& declarations = constant ? set_.constants : set_.types;
-    const auto [at, added] = declarations.emplace(full, Declaration{node, scope, &source});
-    if (!added) {
-        const Declaration& first = at->second;
-        return fail(source.message(
-            node, "\"" + full + "\" is defined already, see " + first.source->message(first.node, "there")));
-    }
-    if (!constant)
-        added_.push_back(full);
-    if (std::string_view(node.name()) == "enum") {
-        for (const pugi::xml_node& literal : node.children("enumerator"))
-            set_.enumerators.emplace(qualified_name(scope, literal.attribute("name").value()),
-                                     std::make_pair(full, Declaration{node, scope, &source}));
-    }
-    return true;
-}
-
-bool DeclarationCollector::collect(const DocumentSource& source, const pugi::xml_node& parent,
-                                   const std::string& scope, const std::string& folder, unsigned module_depth,
-                                   unsigned depth) {
-    static const std::set<std::string_view> kTypes{"struct",  "valuetype", "union",  "enum",
-                                                   "typedef", "bitmask",   "bitset", "const"};
-    static const std::set<std::string_view> kIgnored{"forward_dcl", "annotation", "directive"};
-    if (module_depth > kMaxModuleDepth)
-        return fail(source.message(parent, "modules nest too deeply"));
-    for (const pugi::xml_node& node : parent.children()) {
-        const std::string_view element = node.name();
-        if (node.type() != pugi::node_element || kIgnored.count(element) != 0)
-            continue;
-        if (kTypes.count(element) != 0) {
-            if (!declare(source, node, scope))
-                return false;
-        } else if (element == "type") { // an envelope around one declaration
-            if (!collect(source, node, scope, folder, module_depth + 1, depth))
-                return false;
-        } else if (element == "module") {
-            const std::string name = node.attribute("name").value();
-            if (!is_identifier(name))
-                return fail(source.message(node, "its name \"" + name + "\" is none"));
-            if (!collect(source, node, qualified_name(scope, name), folder, module_depth + 1, depth))
-                return false;
-        } else if (element == "include") {
-            const std::filesystem::path file = node.attribute("file").value();
-            if (file.empty())
-                return fail(source.message(node, "it names no file"));
-            if (depth + 1 > kMaxIncludeDepth)
-                return fail(source.message(node, "files include each other too deeply"));
-            const std::filesystem::path path =
-                file.is_absolute() ? file : std::filesystem::path(folder) / file;
-            if (!add_file(path.string(), depth + 1)) {
-                error_ = source.message(node, error_);
-                return false;
-            }
-        } else {
-            return fail(source.message(node, "not an element of types"));
-        }
-    }
-    return true;
 }
 
 } // namespace meridian::types

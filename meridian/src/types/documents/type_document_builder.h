@@ -5,11 +5,14 @@
 #include <initializer_list>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "types/documents/type_declarations.h"
 #include "types/model/type.h"
+#include "xml/element_reader.h"
 
 namespace meridian::types {
 
@@ -20,46 +23,95 @@ class DocumentBuilder {
 
     /// The type of that qualified name, which the set must hold; null, and a reason in error(), when it is
     /// not sound.
-    const Type* type_named(const std::string& full, unsigned depth);
-    const std::string& error() const { return error_; }
+    const Type* make(const std::string& full);
+    const std::string& error() const { return reader_.error(); }
 
   private:
+    /// The declaration that is being made, while this object lives.
+    class DeclarationScope {
+      public:
+        DeclarationScope(DocumentBuilder& builder, const Declaration& declaration)
+            : builder_(builder), outer_(builder.declaration_) {
+            set(&declaration);
+        }
+        ~DeclarationScope() { set(outer_); }
+        DeclarationScope(const DeclarationScope&) = delete;
+        DeclarationScope& operator=(const DeclarationScope&) = delete;
+
+      private:
+        void set(const Declaration* declaration) {
+            builder_.declaration_ = declaration;
+            if (declaration != nullptr)
+                builder_.reader_.set_document(*declaration->document);
+        }
+
+        DocumentBuilder& builder_;
+        const Declaration* outer_;
+    };
+
     std::nullptr_t fail(const pugi::xml_node& node, const std::string& reason) {
-        if (error_.empty())
-            error_ = declaration_->source->message(node, reason);
+        reader_.fail(node, reason);
         return nullptr;
     }
 
+    /// The first attribute of that name that is there; peers' tools spell some of them differently.
+    static pugi::xml_attribute attribute_of(const pugi::xml_node& node,
+                                            std::initializer_list<const char*> names);
+    static bool primitive_named(std::string_view name, DDS_TCKind& kind);
+    static const Member* member_named(const Type& type, const std::string& name);
+
     template <typename Map>
     const typename Map::value_type* lookup(const Map& map, const std::string& name) const;
-    std::optional<int64_t> number(const pugi::xml_node& node, std::string text, unsigned depth = 0);
+    /// The value of a constant expression.
+    std::optional<int64_t> number(const pugi::xml_node& node, const std::string& text, unsigned depth = 0);
+    std::optional<int64_t> value_of_name(const std::string& name, unsigned depth);
     bool bound(const pugi::xml_node& node, std::initializer_list<const char*> names, uint32_t& value);
     bool dimensions(const pugi::xml_node& node, std::vector<uint32_t>& values);
 
+    bool count_members(const pugi::xml_node& node, size_t count);
     Type* node_of(DDS_TCKind kind, const pugi::xml_node& at);
     const Type* scalar_type(const pugi::xml_node& node, std::string name, const std::string& other,
                             const char* bound_name, unsigned depth);
     const Type* member_type(const pugi::xml_node& node, unsigned depth);
     bool read_member(const pugi::xml_node& node, Member& member, unsigned depth);
+    /// Refuses a member whose name, or whose value of that kind, another one has. Empty names differ.
+    template <typename Value>
+    bool is_new_in(const Type& type, const Member& member, Value Member::*value, const char* kind,
+                   const pugi::xml_node& node) {
+        for (const Member& other : type.members) {
+            if (other.*value == member.*value || (other.name == member.name && !member.name.empty())) {
+                fail(node, std::string("has the name or the ") + kind + " of \"" + other.name + "\"");
+                return false;
+            }
+        }
+        return true;
+    }
 
+    const Type* type_named(const std::string& full, unsigned depth);
     bool fill(Type& type, const pugi::xml_node& node, unsigned depth);
-    /// Refuses elements that would be passed over, but for annotations.
-    bool holds_only(const pugi::xml_node& node, std::initializer_list<std::string_view> elements,
-                    const char* what);
+    /// Refuses text, and attributes and elements that are not in the lists, but for annotations.
+    bool holds_only(const pugi::xml_node& node, std::initializer_list<const char*> attributes,
+                    std::initializer_list<std::string_view> elements, const char* what);
+    /// The type, or a part of it, whose values hold values of the same type without end; else null.
+    const Type* endless_part(const Type& type);
     bool fill_structure(Type& type, const pugi::xml_node& node, unsigned depth);
     bool fill_union(Type& type, const pugi::xml_node& node, unsigned depth);
     bool fill_case(Type& type, const pugi::xml_node& node, unsigned depth);
+    bool read_label(const Type& type, const pugi::xml_node& node, Member& member);
     bool fill_enumeration(Type& type, const pugi::xml_node& node);
     bool fill_bitmask(Type& type, const pugi::xml_node& node);
     bool fill_bitset(Type& type, const pugi::xml_node& node);
     bool read_extensibility(Type& type, const pugi::xml_node& node);
     bool read_bit_bound(Type& type, const pugi::xml_node& node, uint16_t limit);
+    bool read_value(const pugi::xml_node& node, const char* name, int64_t& value);
 
     const DeclarationSet& set_;
     TypeGraph& graph_;
     std::map<std::string, Type*> nodes_;
-    const Declaration* declaration_ = nullptr; // that is being made
-    std::string error_;
+    std::set<const Type*> finite_;
+    std::set<const Type*> entered_; // by endless_part
+    const Declaration* declaration_ = nullptr;
+    xml::ElementReader reader_; // of its document; keeps the first error
 };
 
 } // namespace meridian::types

@@ -48,11 +48,6 @@ DDS_Boolean DDS_TypeCode::equal(const DDS_TypeCode* other, DDS_ExceptionCode_t& 
     return other != nullptr && meridian::types::equal(*from_type_code(this), *from_type_code(other));
 }
 
-const char* DDS_TypeCode::name(DDS_ExceptionCode_t& ex) const {
-    const Type* type = node(this, kWithMembers | mask(DDS_TK_ALIAS), ex);
-    return type == nullptr ? nullptr : type->name.c_str();
-}
-
 DDS_ExtensibilityKind DDS_TypeCode::extensibility_kind(DDS_ExceptionCode_t& ex) const {
     const Type* type = node(this, kAggregates | mask(DDS_TK_UNION) | kEnumerated, ex);
     return type == nullptr ? DDS_FINAL_EXTENSIBILITY : type->extensibility;
@@ -68,26 +63,9 @@ const char* DDS_TypeCode::member_name(DDS_UnsignedLong index, DDS_ExceptionCode_
     return found == nullptr ? nullptr : found->name.c_str();
 }
 
-DDS_UnsignedLong DDS_TypeCode::find_member_by_name(const char* name, DDS_ExceptionCode_t& ex) const {
-    const Type* type = node(this, kWithMembers, ex);
-    if (type == nullptr)
-        return 0;
-    for (size_t i = 0; name != nullptr && i < type->members.size(); ++i) {
-        if (type->members[i].name == name)
-            return static_cast<DDS_UnsignedLong>(i);
-    }
-    ex = DDS_BAD_PARAM_EXCEPTION_CODE;
-    return 0;
-}
-
 const DDS_TypeCode* DDS_TypeCode::member_type(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
     const Member* found = member(this, kWithTypedMembers, index, ex);
     return found == nullptr ? nullptr : found->type;
-}
-
-DDS_UnsignedLong DDS_TypeCode::member_id(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
-    const Member* found = member(this, kAggregates | mask(DDS_TK_UNION), index, ex);
-    return found == nullptr ? 0 : found->id;
 }
 
 DDS_Boolean DDS_TypeCode::is_member_key(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
@@ -95,23 +73,9 @@ DDS_Boolean DDS_TypeCode::is_member_key(DDS_UnsignedLong index, DDS_ExceptionCod
     return found != nullptr && found->key;
 }
 
-DDS_Boolean DDS_TypeCode::is_member_required(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
-    const Member* found = member(this, kAggregates, index, ex);
-    return found != nullptr && !found->key && !found->optional;
-}
-
 DDS_Boolean DDS_TypeCode::is_member_optional(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
     const Member* found = member(this, kAggregates, index, ex);
     return found != nullptr && found->optional;
-}
-
-DDS_Boolean DDS_TypeCode::is_member_must_understand(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
-    const Member* found = member(this, kAggregates, index, ex);
-    return found != nullptr && found->must_understand;
-}
-
-DDS_Boolean DDS_TypeCode::is_member_bitfield(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
-    return member_bitfield_bits(index, ex) != DDS_TYPECODE_NOT_BITFIELD;
 }
 
 DDS_UnsignedShort DDS_TypeCode::member_bitfield_bits(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
@@ -155,11 +119,6 @@ const DDS_TypeCode* DDS_TypeCode::content_type(DDS_ExceptionCode_t& ex) const {
     const Type* type =
         node(this, mask(DDS_TK_ALIAS) | mask(DDS_TK_SEQUENCE) | mask(DDS_TK_ARRAY) | mask(DDS_TK_MAP), ex);
     return type == nullptr ? nullptr : type->content;
-}
-
-const DDS_TypeCode* DDS_TypeCode::key_type(DDS_ExceptionCode_t& ex) const {
-    const Type* type = node(this, mask(DDS_TK_MAP), ex);
-    return type == nullptr ? nullptr : type->key;
 }
 
 DDS_UnsignedLong DDS_TypeCode::length(DDS_ExceptionCode_t& ex) const {

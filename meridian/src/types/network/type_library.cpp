@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "types/model/text.h"
+#include "platform/text.h"
 
 namespace meridian::types {
 

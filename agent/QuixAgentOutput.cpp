@@ -1,0 +1,216 @@
+#include "agent/QuixAgentOutput.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdarg>
+
+int32_t theVerbosity = 1;
+
+namespace {
+
+/// How long one wait for room lasts; keeps_waiting_ is called between two.
+constexpr int kWaitMilliseconds = 50;
+
+/// Whether a write can wait for a reader: not on regular files, nor on descriptors set not to block.
+bool can_block(int descriptor) {
+    struct stat status {};
+    const int flags = fcntl(descriptor, F_GETFL);
+    return flags != -1 && (flags & O_NONBLOCK) == 0 && fstat(descriptor, &status) == 0 &&
+           !S_ISREG(status.st_mode);
+}
+
+} // namespace
+
+QuixAgentOutput::QuixAgentOutput(int descriptor)
+    : descriptor_(descriptor), is_terminal_(isatty(descriptor) == 1), blocks_(can_block(descriptor)) {
+    open_stream();
+}
+
+QuixAgentOutput::QuixAgentOutput(std::string& text) : text_(&text) {
+    open_stream();
+}
+
+QuixAgentOutput::~QuixAgentOutput() {
+    flush();
+    if (stream_ != nullptr)
+        std::fclose(stream_);
+}
+
+void QuixAgentOutput::open_stream() {
+    cookie_io_functions_t functions{};
+    functions.write = put_from_stream;
+    stream_ = fopencookie(this, "w", functions);
+    if (stream_ != nullptr)
+        std::setvbuf(stream_, nullptr, _IONBF, 0);
+}
+
+ssize_t QuixAgentOutput::put_from_stream(void* self, const char* text, size_t length) {
+    static_cast<QuixAgentOutput*>(self)->put({text, length});
+    return static_cast<ssize_t>(length);
+}
+
+void QuixAgentOutput::wait_while(std::function<bool()> keeps_waiting) {
+    keeps_waiting_ = std::move(keeps_waiting);
+}
+
+void QuixAgentOutput::put(std::string_view text) {
+    if (is_closed_)
+        return;
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (text_ != nullptr) {
+        text_->append(text);
+        return;
+    }
+    pending_.append(text);
+    const bool is_much = pending_.size() > kMaxPending;
+    lock.unlock();
+    if (is_much)
+        flush();
+}
+
+void QuixAgentOutput::put_formatted(const char* format, va_list values) {
+    char buffer[512];
+    va_list again;
+    va_copy(again, values);
+    const int length = std::vsnprintf(buffer, sizeof buffer, format, values);
+    if (length >= 0 && static_cast<size_t>(length) < sizeof buffer) {
+        put({buffer, static_cast<size_t>(length)});
+    } else if (length >= 0) {
+        std::string text(static_cast<size_t>(length) + 1, '\0');
+        std::vsnprintf(text.data(), text.size(), format, again);
+        text.pop_back();
+        put(text);
+    }
+    va_end(again);
+}
+
+void QuixAgentOutput::print(const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    put_formatted(format, values);
+    va_end(values);
+}
+
+bool QuixAgentOutput::fail(const char* format, ...) {
+    if (theVerbosity >= 1) {
+        va_list values;
+        va_start(values, format);
+        put_formatted(format, values);
+        va_end(values);
+        flush();
+    }
+    return false;
+}
+
+void QuixAgentOutput::progress(const char* format, ...) {
+    if (theVerbosity >= 2) {
+        va_list values;
+        va_start(values, format);
+        put_formatted(format, values);
+        va_end(values);
+        flush();
+    }
+}
+
+bool QuixAgentOutput::has_rest() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return !pending_.empty() || left_ < leaving_.size();
+}
+
+bool QuixAgentOutput::is_closed() {
+    if (!is_closed_ && text_ == nullptr) {
+        pollfd other_end{descriptor_, 0, 0};
+        if (poll(&other_end, 1, 0) > 0 && (other_end.revents & (POLLERR | POLLHUP)) != 0)
+            is_closed_ = true;
+    }
+    return is_closed_;
+}
+
+bool QuixAgentOutput::flush() {
+    if (text_ != nullptr)
+        return true;
+    std::unique_lock<std::mutex> lock(mutex_);
+    // What another thread is writing, or was put meanwhile, comes before what this one put last.
+    while (!is_closed_ && (is_writing_ || left_ < leaving_.size() || !pending_.empty())) {
+        if (is_writing_) {
+            changed_.wait_for(lock, std::chrono::milliseconds(kWaitMilliseconds));
+            if (is_writing_ && keeps_waiting_ && !keeps_waiting_())
+                return false;
+        } else if (!write_leaving(lock)) {
+            return false;
+        }
+    }
+    return !is_closed_;
+}
+
+/// Writes what is pending, with the lock given away meanwhile. False when waiting is over before that.
+bool QuixAgentOutput::write_leaving(std::unique_lock<std::mutex>& lock) {
+    if (left_ == leaving_.size()) {
+        leaving_.clear();
+        left_ = 0;
+        leaving_.swap(pending_);
+    }
+    is_writing_ = true;
+    lock.unlock();
+    bool goes_on = true;
+    while (goes_on && left_ < leaving_.size()) {
+        const ssize_t written = write_some(leaving_.data() + left_, leaving_.size() - left_);
+        if (written > 0)
+            left_ += static_cast<size_t>(written);
+        else
+            goes_on = wait_for_room();
+    }
+    if (is_closed_ || leaving_.size() == left_) {
+        leaving_.clear();
+        left_ = 0;
+        if (leaving_.capacity() > 8 * kMaxPending)
+            leaving_.shrink_to_fit();
+    }
+    lock.lock();
+    is_writing_ = false;
+    changed_.notify_all();
+    return goes_on;
+}
+
+/// How much was written, or was lost by an error; 0 when nothing can be written now.
+ssize_t QuixAgentOutput::write_some(const char* text, size_t length) {
+    if (blocks_) {
+        // After poll a write of this size does not wait on a pipe, and hardly ever on a terminal.
+        pollfd room{descriptor_, POLLOUT, 0};
+        if (poll(&room, 1, 0) == 0)
+            return 0;
+        length = std::min<size_t>(length, is_terminal_ ? 256 : PIPE_BUF);
+    }
+    while (true) {
+        const ssize_t written = ::write(descriptor_, text, length);
+        if (written > 0)
+            return written;
+        if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return 0;
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0 && (errno == EPIPE || errno == ECONNRESET || (errno == EIO && is_terminal_))) {
+            is_closed_ = true;
+        } else {
+            int none = 0;
+            error_.compare_exchange_strong(none, written < 0 ? errno : ENOSPC);
+        }
+        return static_cast<ssize_t>(length);
+    }
+}
+
+bool QuixAgentOutput::wait_for_room() {
+    waited_ = true;
+    if (keeps_waiting_ && !keeps_waiting_())
+        return false;
+    pollfd room{descriptor_, POLLOUT, 0};
+    poll(&room, 1, kWaitMilliseconds);
+    return true;
+}

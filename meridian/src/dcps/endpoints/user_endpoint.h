@@ -1,0 +1,135 @@
+#pragma once
+
+// What the readers and writers behind the public interface have in common.
+
+#include <type_traits>
+#include <utility>
+
+#include "dcps/common/entity_impl.h"
+#include "dcps/common/qos_change.h"
+#include "dcps/endpoints/endpoint_membership.h"
+#include "dcps/endpoints/endpoint_qos.h"
+#include "dcps/topics/topic.h"
+#include "dcps/topics/type_registry.h"
+#include "platform/log.h"
+#include "platform/mutex.h"
+
+namespace meridian::dcps {
+
+/// The subscriber or publisher as its endpoints see it.
+template <typename Interface, typename Endpoint>
+class EndpointOwner : public Interface {
+  public:
+    /// Starts one of its endpoints; it must be enabled itself.
+    virtual DDS_ReturnCode_t enable_endpoint(Endpoint& endpoint) = 0;
+
+  protected:
+    ~EndpointOwner() override = default;
+};
+
+/// Topic, type, QoS and membership of one endpoint. Interface is DDSUntypedDataReader with DDS_DataReaderQos,
+/// or DDSUntypedDataWriter with DDS_DataWriterQos.
+template <typename Interface, typename Qos>
+class UserEndpoint : public EntityImpl<Interface> {
+  public:
+    TopicImpl& topic() const { return topic_; }
+    /// The QoS of the subscriber or publisher has changed.
+    void set_group(const GroupQos& group) MERIDIAN_EXCLUDES(mutex_) {
+        keep_group(group);
+        announce();
+    }
+
+    DDS_ReturnCode_t get_qos(Qos& qos) override MERIDIAN_EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        qos = qos_;
+        return DDS_RETCODE_OK;
+    }
+    DDS_ReturnCode_t set_qos(const Qos& qos) override MERIDIAN_EXCLUDES(mutex_) {
+        {
+            MutexLock lock(mutex_);
+            const DDS_ReturnCode_t result = change_qos(qos_, qos, this->is_enabled(), kKind);
+            if (result != DDS_RETCODE_OK)
+                return result;
+            qos_changed();
+        }
+        announce();
+        return DDS_RETCODE_OK;
+    }
+
+  protected:
+    /// Attaches the type plugin, which keeps `initial_samples` ready. The topic must outlive the endpoint.
+    UserEndpoint(TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid, const Qos& qos,
+                 DDS_Long initial_samples)
+        : EntityImpl<Interface>(guid),
+          topic_(topic),
+          type_(std::move(type)),
+          keyed_(type_->is_keyed()),
+          qos_(qos) {
+        const PRESTypePluginEndpointInfo info{
+            kIsReader ? PRES_TYPEPLUGIN_ENDPOINT_READER : PRES_TYPEPLUGIN_ENDPOINT_WRITER, initial_samples,
+            DDS_LENGTH_UNLIMITED, topic.get_name()};
+        endpoint_ = plugin().onEndpointAttached(type_->participant_data(), &info);
+        if (endpoint_ == nullptr)
+            MERIDIAN_LOG_ERROR("dcps", "%s of topic \"%s\": the plugin of type \"%s\" refused it", kKind,
+                               topic.get_name(), topic.get_type_name());
+    }
+    ~UserEndpoint() override {
+        if (endpoint_ != nullptr)
+            plugin().onEndpointDetached(endpoint_);
+    }
+
+    /// False: the plugin refused the endpoint, and logged it; the endpoint cannot be used.
+    bool is_attached() const { return endpoint_ != nullptr; }
+    const PRESTypePlugin& plugin() const { return type_->plugin(); }
+    PRESTypePluginEndpointData plugin_data() const { return endpoint_; }
+
+    /// `add(participant, now)` adds the endpoint to the protocol. The runtime must outlive leave.
+    template <typename Add>
+    bool join(rtps::net::Runtime& runtime, const GroupQos& group, Add add) MERIDIAN_EXCLUDES(mutex_) {
+        keep_group(group);
+        return membership_.join(runtime, this->guid().entity,
+                                [this, &add](rtps::Participant& participant, rtps::Now now) {
+                                    if (!add(participant, now))
+                                        return false;
+                                    // Under the lock: the first sample must find the reader enabled.
+                                    this->set_enabled();
+                                    return true;
+                                });
+    }
+
+    /// `qos_` has changed.
+    virtual void qos_changed() MERIDIAN_REQUIRES(mutex_) {}
+    rtps::EndpointQos endpoint_qos() MERIDIAN_REQUIRES(mutex_) {
+        DDS_TopicQos topic;
+        topic_.get_qos(topic);
+        return to_endpoint_qos(qos_, group_, topic);
+    }
+    rtps::EndpointData endpoint_data() MERIDIAN_EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        return to_endpoint_data(this->guid(), topic_, endpoint_qos(), name_of(qos_), qos_.property);
+    }
+
+    TopicImpl& topic_;
+    const TypeRegistry::Type type_;
+    const bool keyed_;
+    EndpointMembership membership_;
+    Mutex mutex_;
+    Qos qos_ MERIDIAN_GUARDED_BY(mutex_);
+
+  private:
+    static constexpr bool kIsReader = std::is_same_v<Qos, DDS_DataReaderQos>;
+    static constexpr const char* kKind = kIsReader ? "reader" : "writer";
+
+    void keep_group(const GroupQos& group) MERIDIAN_EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        group_ = group;
+    }
+    void announce() MERIDIAN_EXCLUDES(mutex_) {
+        membership_.announce([this] { return endpoint_data(); });
+    }
+
+    PRESTypePluginEndpointData endpoint_ = nullptr;
+    GroupQos group_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+} // namespace meridian::dcps

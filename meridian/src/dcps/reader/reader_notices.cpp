@@ -1,0 +1,48 @@
+#include "dcps/reader/reader_notices.h"
+
+#include <utility>
+
+namespace meridian::dcps {
+
+void ReaderNotices::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
+    link_ = listener != nullptr ? ListenerLink::of(*listener) : nullptr;
+    listener_ = listener;
+    mask_ = mask;
+    to_tell_ = DDS_STATUS_MASK_NONE;
+}
+
+DDSDataReaderListener* ReaderNotices::listener() const {
+    return link_ != nullptr && !link_->is_cut() ? listener_ : nullptr;
+}
+
+void ReaderNotices::changed(DDS_StatusMask statuses) {
+    const bool news = (statuses & ~to_tell_) != 0;
+    changed_in_call(statuses);
+    if (news)
+        delivery_.notify(reader_);
+}
+
+void ReaderNotices::changed_in_call(DDS_StatusMask statuses) {
+    const DDS_StatusMask unsignalled = statuses & ~signalled_;
+    if (unsignalled != 0) {
+        signalled_ |= unsignalled;
+        condition_.set_changed(unsignalled);
+    }
+    to_tell_ |= statuses;
+}
+
+void ReaderNotices::read(DDS_StatusMask statuses) {
+    signalled_ &= ~statuses;
+    condition_.set_read(statuses);
+}
+
+void ReaderNotices::ask_again() {
+    if (to_tell_ != 0)
+        delivery_.notify(reader_);
+}
+
+ReaderNotices::Call ReaderNotices::next_call() {
+    return {link_, std::exchange(to_tell_, DDS_STATUS_MASK_NONE) & mask_};
+}
+
+} // namespace meridian::dcps

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+
+#include "dcps/conditions/status_condition.h"
+#include "dcps/delivery/delivery_thread.h"
+#include "dcps/delivery/listener_link.h"
+#include "meridian/listener.h"
+
+namespace meridian::dcps {
+
+/// Says of one reader which statuses changed: to its status condition at once, to its listener by a call on
+/// the delivery thread. Not thread-safe; the reader that owns it locks.
+class ReaderNotices {
+  public:
+    /// What a listener is to be told in one call.
+    struct Call {
+        std::shared_ptr<ListenerLink> link; // null: no listener
+        DDS_StatusMask statuses = DDS_STATUS_MASK_NONE;
+    };
+
+    /// All must outlive the notices; `reader` is called on the delivery thread.
+    ReaderNotices(StatusCondition& condition, DeliveryThread& delivery, Deliverable& reader)
+        : condition_(condition), delivery_(delivery), reader_(reader) {}
+
+    /// Forgets what the listener before was not told of.
+    void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
+    /// Null when there is none, or it was detached.
+    DDSDataReaderListener* listener() const;
+
+    /// The statuses changed: a call on the delivery thread follows.
+    void changed(DDS_StatusMask statuses);
+    /// The same on the delivery thread, before next_call.
+    void changed_in_call(DDS_StatusMask statuses);
+    /// The statuses were read.
+    void read(DDS_StatusMask statuses);
+    /// Asks for a call again, after the calls under way were removed.
+    void ask_again();
+    /// On the delivery thread: what to tell now.
+    Call next_call();
+
+  private:
+    StatusCondition& condition_;
+    DeliveryThread& delivery_;
+    Deliverable& reader_;
+    std::shared_ptr<ListenerLink> link_;
+    DDSDataReaderListener* listener_ = nullptr;
+    DDS_StatusMask mask_ = DDS_STATUS_MASK_NONE;
+    DDS_StatusMask to_tell_ = DDS_STATUS_MASK_NONE;   // the listener was not told of these yet
+    DDS_StatusMask signalled_ = DDS_STATUS_MASK_NONE; // set in the status condition
+};
+
+} // namespace meridian::dcps

@@ -1,0 +1,27 @@
+#pragma once
+
+// Text of any origin: trimmed, and made valid UTF-8. What is not valid becomes U+FFFD.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace meridian {
+
+/// Without blanks, tabs and line ends at both ends.
+std::string trimmed(std::string_view text);
+
+/// Appends a character as UTF-8.
+void append_code_point(std::string& out, char32_t point);
+/// Copies valid UTF-8; each maximal invalid part becomes one U+FFFD.
+void append_utf8(std::string& out, std::string_view text);
+void append_utf16(std::string& out, std::u16string_view text);
+/// Two hexadecimal digits, in lower case.
+void append_hex(std::string& out, uint8_t octet);
+
+/// How many octets the control character at a place of valid UTF-8 has: U+0000 to U+001F, U+007F, and those
+/// up to U+009F, which terminals obey too. 0 for other characters. The last of its octets is its number.
+size_t control_at(std::string_view text, size_t at);
+
+} // namespace meridian

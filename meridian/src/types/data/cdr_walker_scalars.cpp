@@ -1,0 +1,160 @@
+#include <algorithm>
+
+#include "types/data/cdr_walker.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+
+namespace {
+
+bool is_signed_kind(DDS_TCKind kind) {
+    return kind == DDS_TK_SHORT || kind == DDS_TK_LONG || kind == DDS_TK_LONGLONG || kind == DDS_TK_INT8;
+}
+
+} // namespace
+
+bool CdrWalker::walk_scalar(ByteReader& reader, const Type& type, ValueSink* sink) {
+    Scalar value;
+    return read_scalar(reader, type, value) && (sink == nullptr || sink->scalar(type, value));
+}
+
+bool CdrWalker::read_integer(ByteReader& reader, size_t size, bool is_signed, uint64_t& bits) {
+    const auto read_as = [&](auto unsigned_value, auto signed_value) {
+        if (is_signed) {
+            if (!reader.read(signed_value))
+                return fail("the sample ends within it");
+            bits = static_cast<uint64_t>(int64_t{signed_value});
+            return true;
+        }
+        if (!reader.read(unsigned_value))
+            return fail("the sample ends within it");
+        bits = unsigned_value;
+        return true;
+    };
+    switch (size) {
+        case 1:
+            return read_as(uint8_t{}, int8_t{});
+        case 2:
+            return read_as(uint16_t{}, int16_t{});
+        case 4:
+            return read_as(uint32_t{}, int32_t{});
+        default:
+            return read_as(uint64_t{}, int64_t{});
+    }
+}
+
+bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
+    const bool quads = dialect_.wide_text == CdrDialect::WideText::quads;
+    uint32_t length = 0;
+    if (!reader.read(length))
+        return fail("the sample ends within it");
+    if (dialect_.wide_text == CdrDialect::WideText::octets) {
+        if (length % 2 != 0)
+            return fail("a wide string of an odd number of octets");
+        length /= 2;
+    }
+    if (length > reader.remaining() / (quads ? 4 : 2))
+        return fail("a wide string longer than the sample");
+    std::u16string& wide = buffers_.wide_text;
+    wide.clear();
+    wide.reserve(length);
+    for (uint32_t i = 0; i < length; ++i) {
+        uint32_t point = 0;
+        uint16_t unit = 0;
+        if (quads ? !reader.read(point) : !reader.read(unit))
+            return fail("the sample ends within it");
+        if (!quads) {
+            wide += static_cast<char16_t>(unit);
+        } else if (point > 0x10ffff) {
+            return fail("a wide character beyond Unicode");
+        } else if (point > 0xffff) {
+            wide += static_cast<char16_t>(0xd7c0 + (point >> 10));
+            wide += static_cast<char16_t>(0xdc00 + (point & 0x3ff));
+        } else {
+            wide += static_cast<char16_t>(point);
+        }
+    }
+    if (zeros_behind_wide_text_ && !stands_before_zeros(reader))
+        return false;
+    const size_t end = wide.find(u'\0');
+    value.wide_text = std::u16string_view(wide).substr(0, end);
+    return true;
+}
+
+bool CdrWalker::stands_before_zeros(const ByteReader& reader) {
+    ByteReader padded = reader;
+    if (!padded.align(4))
+        return true; // the sample ends here
+    ByteReader probe = reader;
+    for (uint8_t octet = 0; probe.position() < padded.position();) {
+        if (!probe.read(octet) || octet != 0)
+            return fail("a wide string before padding that is none");
+    }
+    return true;
+}
+
+bool CdrWalker::read_long_double(ByteReader& reader, Scalar& value) {
+    if (!reader.align(8) || !reader.read_bytes(value.octets))
+        return fail("the sample ends within it");
+    if (reader.endianness() == rtps::Endianness::big)
+        std::reverse(value.octets.begin(), value.octets.end());
+    return true;
+}
+
+bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value) {
+    switch (type.kind) {
+        case DDS_TK_FLOAT: {
+            float narrow = 0;
+            if (!reader.read(narrow))
+                return fail("the sample ends within it");
+            value.real = static_cast<double>(narrow);
+            return true;
+        }
+        case DDS_TK_DOUBLE:
+            return reader.read(value.real) || fail("the sample ends within it");
+        case DDS_TK_LONGDOUBLE:
+            return read_long_double(reader, value);
+        case DDS_TK_STRING:
+            return reader.read_string(value.text) || fail("a string longer than the sample");
+        case DDS_TK_WSTRING:
+            return read_wide_text(reader, value);
+        case DDS_TK_ENUM:
+            return read_integer(reader, size_of_bits(type.bit_bound), true, value.bits);
+        case DDS_TK_BITMASK:
+        case DDS_TK_BITSET:
+            return read_integer(reader, size_of_bits(type.bit_bound), false, value.bits);
+        case DDS_TK_WCHAR:
+            return read_integer(reader, dialect_.wide_text == CdrDialect::WideText::quads ? 4 : 2, false,
+                                value.bits);
+        default: {
+            const size_t size = primitive_size(type.kind);
+            return size == 0 ? fail("its type has no values")
+                             : read_integer(reader, size, is_signed_kind(type.kind), value.bits);
+        }
+    }
+}
+
+bool CdrWalker::walk_bitset(ByteReader& reader, const Type& type, ValueSink* sink) {
+    Scalar whole;
+    if (!read_scalar(reader, type, whole))
+        return false;
+    if (sink == nullptr)
+        return true;
+    if (!sink->begin_aggregate(type))
+        return false;
+    const bool told = visit_members(type, [&](const Member& field) {
+        Scalar part;
+        part.bits = whole.bits >> field.value;
+        if (field.bits < 64) {
+            part.bits &= (uint64_t{1} << field.bits) - 1;
+            // A signed field carries its sign in its highest bit.
+            if (is_signed_kind(field.type->kind) && (part.bits >> (field.bits - 1) & 1) != 0)
+                part.bits |= ~uint64_t{0} << field.bits;
+        }
+        return sink->member(field) && sink->scalar(*field.type, part);
+    });
+    return told && sink->end_aggregate(type);
+}
+
+} // namespace meridian::types

@@ -1,0 +1,245 @@
+#include "rtps/wire/xcdr2_headers.h"
+#include "types/data/cdr_walker.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+
+namespace {
+
+constexpr uint16_t kPidExtended = 0x3f01;
+constexpr uint16_t kPidListEnd = 0x3f02;
+constexpr uint16_t kPidMask = 0x3fff;
+constexpr uint16_t kPidMustUnderstand = 0x4000;
+
+} // namespace
+
+bool CdrWalker::read_xcdr1_header(ByteReader& reader, Xcdr1Header& header) {
+    uint16_t flags = 0;
+    uint16_t size = 0;
+    if (!reader.align(4) || !reader.read(flags) || !reader.read(size))
+        return fail("the sample ends before its header");
+    header.must_understand = (flags & kPidMustUnderstand) != 0;
+    header.id = flags & kPidMask;
+    header.size = size;
+    header.end = header.id == kPidListEnd;
+    if (header.id == kPidExtended && (size != 8 || !reader.read(header.id) || !reader.read(header.size)))
+        return fail("an extended header that is none");
+    return true;
+}
+
+bool CdrWalker::take_xcdr1_body(ByteReader& reader, uint32_t size, ByteReader& body) {
+    if (dialect_.origin_stays) {
+        reader.set_origin();
+        body = reader.take(size);
+    } else {
+        body = reader.take(size);
+        body.set_origin();
+    }
+    return body.ok() || fail("a member longer than the sample");
+}
+
+bool CdrWalker::walk_member(ByteReader& reader, const Member& member, ValueSink* sink) {
+    if (!enter(member))
+        return false;
+    const bool done = (sink == nullptr || sink->member(member)) && walk_value(reader, member.type, sink);
+    leave();
+    return done;
+}
+
+bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, ValueSink* sink,
+                                  Located* located) {
+    ByteReader body;
+    ByteReader* source = &reader;
+    const bool optional = member.optional && dialect_.optional_headers;
+    if (optional && version_ == CdrVersion::xcdr2) {
+        uint8_t present = 0;
+        if (!reader.read(present) || (strict_ && present > 1))
+            return fail("no flag tells whether it is there");
+        if (present == 0)
+            return true;
+    } else if (optional) {
+        Xcdr1Header header;
+        if (!read_xcdr1_header(reader, header))
+            return false;
+        if (header.size == 0 && !header.end)
+            return true;
+        if (header.end || header.id != member.id)
+            return fail("a header of another member");
+        if (!take_xcdr1_body(reader, header.size, body))
+            return false;
+        source = &body;
+    }
+    if (located != nullptr)
+        located->add({&member, *source, true});
+    return walk_member(*source, member, sink) && (source != &body || leave_member(body));
+}
+
+bool CdrWalker::walk_plain_members(ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
+                                   Located* located) {
+    bool ended = false;
+    const auto walk_one = [&](const Member& member) {
+        // An appendable structure of an older version of the type has fewer members.
+        ended = ended || (may_end_early && reader.remaining() == 0);
+        return ended || walk_plain_member(reader, member, sink, located);
+    };
+    if (!key_only_)
+        return visit_members(type, walk_one);
+    const bool outermost = path_.empty();
+    if (dialect_.flat_keys) {
+        ListEnd<KeyMember> members(buffers_.key_members);
+        append_key_members(type, outermost, members.list());
+        for (size_t i = 0; i < members.size(); ++i) {
+            if (!walk_one(*members[i].member))
+                return false;
+        }
+        return true;
+    }
+    const bool whole = !outermost && !has_key_members(type);
+    return visit_members(type,
+                         [&](const Member& member) { return (!whole && !member.key) || walk_one(member); });
+}
+
+bool CdrWalker::read_mutable_header(ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,
+                                    ByteReader& body) {
+    if (version_ == CdrVersion::xcdr1) {
+        Xcdr1Header header;
+        if (!read_xcdr1_header(reader, header))
+            return false;
+        id = header.id;
+        must_understand = header.must_understand;
+        end = header.end;
+        return end || take_xcdr1_body(reader, header.size, body);
+    }
+    end = reader.remaining() < 4;
+    if (end)
+        return true;
+    rtps::Xcdr2Member member;
+    if (!next_member(reader, member))
+        return fail("a member longer than the sample");
+    id = member.id;
+    must_understand = member.must_understand;
+    body = member.body;
+    return true;
+}
+
+bool CdrWalker::has_open_end(const Member& member) const {
+    const Type* type = resolve_alias(member.type);
+    return version_ == CdrVersion::xcdr2 && dialect_.headers == CdrDialect::Headers::few && type != nullptr &&
+           type->kind == DDS_TK_MAP && !has_header(*type);
+}
+
+bool CdrWalker::measure_map(const ByteReader& header, const Member& member, ByteReader& reader,
+                            ByteReader& body) {
+    ByteReader start = header;
+    uint32_t bits = 0;
+    if (!start.read(bits))
+        return fail("the sample ends before its header");
+    if (!rtps::shares_length(bits))
+        return true; // with a length of its own, which is right
+    ByteReader end = start;
+    if (!walk_member(end, member, nullptr))
+        return false;
+    body = start.take(start.remaining() - end.remaining());
+    reader = end;
+    return true;
+}
+
+bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, Located& members) {
+    ByteReader inner;
+    ByteReader* reader = &outer;
+    if (version_ == CdrVersion::xcdr2) {
+        if (!enter_header(outer, inner))
+            return false;
+        reader = &inner;
+    }
+    visit_members(type, [&members](const Member& member) {
+        members.add({&member, {}, false});
+        return true;
+    });
+    const size_t known = members.size();
+    size_t expected = 0;
+    while (true) {
+        uint32_t id = 0;
+        bool must_understand = false;
+        bool end = false;
+        ByteReader body;
+        const ByteReader header = *reader;
+        if (budget_ == 0)
+            return fail("more members than a sample of this size can hold");
+        --budget_;
+        if (!read_mutable_header(*reader, id, must_understand, end, body))
+            return false;
+        if (end)
+            return true;
+        // Members mostly come in the order of the type.
+        size_t index = expected;
+        if (index >= known || members[index].member->id != id) {
+            for (index = 0; index < known && members[index].member->id != id;)
+                ++index;
+        }
+        if (index >= known) {
+            if (must_understand)
+                return fail("a member that must be understood and is not in the type");
+            continue;
+        }
+        const Member& member = *members[index].member;
+        if (has_open_end(member) && !measure_map(header, member, *reader, body))
+            return false;
+        // As among plain members, size 0 of an optional one means absent.
+        if (version_ == CdrVersion::xcdr1 && member.optional && body.remaining() == 0)
+            continue;
+        if (!members[index].present) {
+            members[index] = {&member, body, true};
+            expected = index + 1;
+        }
+    }
+}
+
+bool CdrWalker::locate_members(ByteReader& reader, const Type& type, Located& members) {
+    switch (extensibility_of(type)) {
+        case DDS_MUTABLE_EXTENSIBILITY:
+            return find_mutable_members(reader, type, members);
+        case DDS_EXTENSIBLE_EXTENSIBILITY:
+            if (version_ == CdrVersion::xcdr2) {
+                ByteReader inner;
+                if (!enter_header(reader, inner))
+                    return false;
+                return walk_plain_members(inner, type, true, nullptr, &members);
+            }
+            [[fallthrough]];
+        default:
+            return walk_plain_members(reader, type, false, nullptr, &members);
+    }
+}
+
+bool CdrWalker::walk_located(Located& members, ValueSink* sink) {
+    for (size_t i = 0, count = members.size(); i < count; ++i) {
+        LocatedMember located = members[i];
+        if (located.present &&
+            !(walk_member(located.body, *located.member, sink) && leave_member(located.body)))
+            return false;
+    }
+    return true;
+}
+
+bool CdrWalker::walk_structure(ByteReader& reader, const Type& type, ValueSink* sink) {
+    if (sink != nullptr && !sink->begin_aggregate(type))
+        return false;
+    const DDS_ExtensibilityKind extensibility = extensibility_of(type);
+    bool done = false;
+    if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
+        Located members(buffers_.located);
+        done = find_mutable_members(reader, type, members) && walk_located(members, sink);
+    } else if (extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2) {
+        ByteReader inner;
+        if (!enter_header(reader, inner))
+            return false;
+        done = walk_plain_members(inner, type, true, sink, nullptr) && leave_header(inner);
+    } else {
+        done = walk_plain_members(reader, type, false, sink, nullptr);
+    }
+    return done && (sink == nullptr || sink->end_aggregate(type));
+}
+
+} // namespace meridian::types

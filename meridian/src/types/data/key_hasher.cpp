@@ -1,0 +1,347 @@
+#include "types/data/key_hasher.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+
+#include "rtps/wire/byte_writer.h"
+#include "types/model/md5.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+using rtps::ByteWriter;
+
+namespace {
+
+/// A longer key is hashed.
+constexpr size_t kMaxPlainKey = 16;
+
+/// Writes what a walk tells as plain CDR.
+class KeyWriter final : public ValueSink {
+  public:
+    KeyWriter(ByteWriter& writer, bool xcdr2) : writer_(writer), xcdr2_(xcdr2) {}
+
+    bool scalar(const Type& type, const Scalar& value) override {
+        switch (type.kind) {
+            case DDS_TK_STRING:
+                writer_.write_string(value.text);
+                return true;
+            case DDS_TK_WSTRING:
+                writer_.write(static_cast<uint32_t>(value.wide_text.size() * 2));
+                for (char16_t unit : value.wide_text)
+                    writer_.write(static_cast<uint16_t>(unit));
+                return true;
+            case DDS_TK_FLOAT:
+                writer_.write(static_cast<float>(value.real));
+                return true;
+            case DDS_TK_DOUBLE:
+                writer_.write(value.real);
+                return true;
+            case DDS_TK_LONGDOUBLE: {
+                auto octets = value.octets;
+                std::reverse(octets.begin(), octets.end());
+                writer_.align(8);
+                writer_.write_bytes(octets);
+                return true;
+            }
+            default:
+                return integer(wire_size(type), value.bits);
+        }
+    }
+
+    bool begin_aggregate(const Type&) override { return true; }
+    bool discriminator() override { return true; }
+    bool member(const Member&) override { return true; }
+    bool end_aggregate(const Type&) override { return true; }
+
+    bool begin_collection(const Type& type, uint64_t count) override {
+        if (!begin_header(primitive_size(content_kind(type)) != 0))
+            return false;
+        if (type.kind == DDS_TK_SEQUENCE)
+            writer_.write(static_cast<uint32_t>(count));
+        return true;
+    }
+    bool element(uint64_t) override { return true; }
+    bool end_collection(const Type&) override { return end_header(); }
+
+    bool begin_map(const Type& type, uint64_t count) override {
+        const Type* key = resolve_alias(type.key);
+        if (!begin_header(primitive_size(content_kind(type)) != 0 && key != nullptr &&
+                          primitive_size(key->kind) != 0))
+            return false;
+        writer_.write(static_cast<uint32_t>(count));
+        return true;
+    }
+    bool key(uint64_t) override { return true; }
+    bool mapped() override { return true; }
+    bool end_map(const Type&) override { return end_header(); }
+
+  private:
+    static DDS_TCKind content_kind(const Type& type) {
+        const Type* content = resolve_alias(type.content);
+        return content == nullptr ? DDS_TK_NULL : content->kind;
+    }
+    static size_t wire_size(const Type& type) {
+        const size_t size = primitive_size(type.kind);
+        return size != 0 ? size : size_of_bits(type.bit_bound);
+    }
+
+    bool integer(size_t size, uint64_t bits) {
+        switch (size) {
+            case 1:
+                writer_.write(static_cast<uint8_t>(bits));
+                return true;
+            case 2:
+                writer_.write(static_cast<uint16_t>(bits));
+                return true;
+            case 4:
+                writer_.write(static_cast<uint32_t>(bits));
+                return true;
+            default:
+                writer_.write(bits);
+                return true;
+        }
+    }
+
+    bool begin_header(bool primitive) {
+        const bool header = xcdr2_ && !primitive;
+        if (header)
+            writer_.write(uint32_t{0});
+        return headers_.push(header ? writer_.position() : 0);
+    }
+    bool end_header() {
+        const size_t start = headers_.back();
+        headers_.pop();
+        if (start != 0)
+            writer_.patch(start - 4, static_cast<uint32_t>(writer_.position() - start));
+        return true;
+    }
+
+    ByteWriter& writer_;
+    bool xcdr2_;
+    NestingStack<size_t> headers_; // where the contents of each open collection with a header start
+};
+
+/// Writes the key members of the structures that a payload consists of.
+class KeyWalk {
+  public:
+    KeyWalk(CdrWalker& walker, KeyWriter& writer, WalkBuffers& buffers)
+        : walker_(walker), writer_(writer), buffers_(buffers) {}
+
+    bool write(ByteReader& reader, const Type& type, unsigned depth = 0) {
+        if (depth > kMaxValueDepth)
+            return false;
+        if (!type.is_aggregate())
+            return walker_.walk(reader, type, &writer_);
+        // A sample that cannot be decoded to its end belongs to its instance all the same when its key
+        // members stand before that; if they do not, one of them is missing below.
+        CdrWalker::Located located(buffers_.located);
+        walker_.locate_members(reader, type, located);
+        ListEnd<KeyMember> members(buffers_.key_members);
+        append_key_members(type, depth == 0, members.list());
+        for (size_t i = 0, count = members.size(); i < count; ++i) {
+            if (!write_member(*members[i].member, located, depth))
+                return false;
+        }
+        return true;
+    }
+
+  private:
+    bool write_member(const Member& member, CdrWalker::Located& located, unsigned depth) {
+        size_t index = 0;
+        while (index < located.size() && located[index].member != &member)
+            ++index;
+        const Type* type = resolve_alias(member.type);
+        if (index == located.size() || !located[index].present || type == nullptr || !walker_.enter(member))
+            return false;
+        ByteReader body = located[index].body;
+        const bool written = write(body, *type, depth + 1);
+        walker_.leave();
+        return written;
+    }
+
+    CdrWalker& walker_;
+    KeyWriter& writer_;
+    WalkBuffers& buffers_;
+};
+
+/// Where the largest value of a type ends when it starts at `offset`; nothing beyond kMaxPlainKey.
+class LargestKey {
+  public:
+    explicit LargestKey(size_t max_alignment) : max_alignment_(max_alignment) {}
+
+    std::optional<size_t> end_of(const Type& type, bool outermost, size_t offset) {
+        // Types may hold the same empty one along endlessly many paths, all from the same offset.
+        const std::tuple place(&type, outermost, offset);
+        if (const auto known = ends_.find(place); known != ends_.end())
+            return known->second;
+        if (++depth_ > kMaxValueDepth)
+            return std::nullopt;
+        const std::optional<size_t> end = end_of_kind(type, outermost, offset);
+        --depth_;
+        if (!end || *end > kMaxPlainKey)
+            return std::nullopt; // and then the whole key is too large: nobody asks again
+        ends_.emplace(place, *end);
+        return end;
+    }
+
+  private:
+    std::optional<size_t> end_of_kind(const Type& type, bool outermost, size_t offset) {
+        switch (type.kind) {
+            case DDS_TK_STRUCT:
+            case DDS_TK_VALUE:
+                for (const Member* member : key_members(type, outermost)) {
+                    const std::optional<size_t> end = end_of_part(member->type, offset);
+                    if (!end)
+                        return std::nullopt;
+                    offset = *end;
+                }
+                return offset;
+            case DDS_TK_ARRAY: {
+                uint64_t count = 1;
+                for (uint32_t dimension : type.dimensions)
+                    count = std::min<uint64_t>(count * dimension, kMaxPlainKey + 1);
+                return end_of_elements(type, offset, count);
+            }
+            case DDS_TK_STRING:
+                return type.bound == 0 ? std::nullopt : std::optional(number(offset, 4) + type.bound + 1);
+            case DDS_TK_WSTRING:
+                return type.bound == 0 ? std::nullopt
+                                       : std::optional(number(offset, 4) + 2 * size_t{type.bound});
+            case DDS_TK_SEQUENCE:
+                return type.bound == 0 ? std::nullopt
+                                       : end_of_elements(type, number(offset, 4),
+                                                         std::min<uint64_t>(type.bound, kMaxPlainKey + 1));
+            case DDS_TK_UNION:
+            case DDS_TK_MAP:
+                return std::nullopt; // nobody keeps such keys plain
+            case DDS_TK_LONGDOUBLE:
+                return number(offset, 8) + 8;
+            default: {
+                const size_t size = primitive_size(type.kind);
+                return number(offset, size != 0 ? size : size_of_bits(type.bit_bound));
+            }
+        }
+    }
+
+    std::optional<size_t> end_of_part(const Type* type, size_t offset) {
+        type = resolve_alias(type);
+        return type == nullptr ? std::nullopt : end_of(*type, false, offset);
+    }
+    std::optional<size_t> end_of_elements(const Type& type, size_t offset, uint64_t count) {
+        std::optional<size_t> end = offset;
+        for (uint64_t i = 0; i < count && end; ++i)
+            end = end_of_part(type.content, *end);
+        return end;
+    }
+    size_t number(size_t offset, size_t size) const {
+        return offset + rtps::padding_to(offset, std::min(size, max_alignment_)) + size;
+    }
+
+    size_t max_alignment_;
+    unsigned depth_ = 0;
+    std::map<std::tuple<const Type*, bool, size_t>, size_t> ends_; // known so far
+};
+
+/// Whether plain XCDR1 and XCDR2 write all values of a type alike: they differ in the alignment of 8-octet
+/// values and in the headers of collections.
+bool is_written_alike(const Type* type, std::set<const Type*>& seen) {
+    type = resolve_alias(type);
+    if (type == nullptr || !seen.insert(type).second)
+        return type != nullptr;
+    if (primitive_size(type->kind) >= 8 || type->kind == DDS_TK_MAP ||
+        ((type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_BITSET) && size_of_bits(type->bit_bound) == 8))
+        return false;
+    if (type->kind == DDS_TK_SEQUENCE || type->kind == DDS_TK_ARRAY) {
+        const Type* content = resolve_alias(type->content);
+        return content != nullptr && (primitive_size(content->kind) != 0 && is_written_alike(content, seen));
+    }
+    if (type->kind == DDS_TK_UNION && !is_written_alike(type->discriminator, seen))
+        return false;
+    if (!type->is_aggregate() && type->kind != DDS_TK_UNION)
+        return true;
+    const std::vector<const Member*> members = all_members(*type);
+    return std::all_of(members.begin(), members.end(),
+                       [&seen](const Member* member) { return is_written_alike(member->type, seen); });
+}
+
+rtps::KeyHash padded(const rtps::ByteBuffer& key) {
+    rtps::KeyHash hash{};
+    std::copy_n(key.begin(), std::min(key.size(), hash.size()), hash.begin());
+    return hash;
+}
+
+} // namespace
+
+KeyHasher::KeyHasher(const SampleReader& reader)
+    : reader_(reader),
+      fixed_(FixedKey::of(reader.type())),
+      keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
+    const auto xcdr1 = LargestKey(rtps::kXcdr1MaxAlignment).end_of(reader.type(), true, 0);
+    const auto xcdr2 = LargestKey(rtps::kXcdr2MaxAlignment).end_of(reader.type(), true, 0);
+    digest_xcdr1_ = !xcdr1;
+    digest_xcdr2_ = !xcdr2;
+    forms_agree_ = digest_xcdr1_ == digest_xcdr2_;
+    std::set<const Type*> seen;
+    for (const Member* member : key_members(reader.type(), true))
+        forms_agree_ = forms_agree_ && is_written_alike(member->type, seen);
+}
+
+bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, const SampleSource& source,
+                          WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const {
+    if (!keyed_) {
+        failure = "the type has no key";
+        return false;
+    }
+    const bool xcdr2 = form == Form::xcdr2;
+    key.clear();
+    ByteWriter writer(key, rtps::Endianness::big,
+                      xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
+    if (fixed_ && !key_only && fixed_->write(payload, writer))
+        return true;
+    key.clear();
+    std::optional<SampleReader::Start> start = reader_.start(payload, key_only, source, buffers, failure);
+    if (!start)
+        return false;
+    KeyWriter key_writer(writer, xcdr2);
+    if (KeyWalk(start->walker, key_writer, buffers).write(start->reader, reader_.type()))
+        return true;
+    failure = start->walker.failure().empty() ? "a key member is missing" : start->walker.failure();
+    return false;
+}
+
+bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
+                        std::string& failure, const SampleSource& source) const {
+    const Borrowed<Buffers> buffers(buffers_);
+    if (!serialize(payload, key_only, form, source, buffers->walk, buffers->key, failure))
+        return false;
+    hash = is_digest(form) ? md5(buffers->key) : padded(buffers->key);
+    return true;
+}
+
+bool KeyHasher::compute_all(rtps::ByteView payload, bool key_only, std::vector<rtps::KeyHash>& hashes,
+                            std::string& failure, const SampleSource& source) const {
+    const auto add = [&hashes](const rtps::KeyHash& hash) {
+        if (std::find(hashes.begin(), hashes.end(), hash) == hashes.end())
+            hashes.push_back(hash);
+    };
+    const Borrowed<Buffers> buffers(buffers_);
+    const rtps::ByteBuffer& xcdr2 = buffers->key;
+    const rtps::ByteBuffer& xcdr1 = forms_agree_ ? xcdr2 : buffers->other_key;
+    if (!serialize(payload, key_only, Form::xcdr2, source, buffers->walk, buffers->key, failure) ||
+        (!forms_agree_ &&
+         !serialize(payload, key_only, Form::xcdr1, source, buffers->walk, buffers->other_key, failure)))
+        return false;
+    add(digest_xcdr2_ ? md5(xcdr2) : padded(xcdr2));
+    add(digest_xcdr1_ ? md5(xcdr1) : padded(xcdr1));
+    if (xcdr2.size() <= kMaxPlainKey)
+        add(padded(xcdr2));
+    if (xcdr1.size() <= kMaxPlainKey)
+        add(padded(xcdr1));
+    return true;
+}
+
+} // namespace meridian::types

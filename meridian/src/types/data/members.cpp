@@ -1,0 +1,46 @@
+#include "types/data/members.h"
+
+#include <cstddef>
+#include <tuple>
+
+namespace meridian::types {
+
+std::vector<const Member*> all_members(const Type& type) {
+    std::vector<const Member*> members;
+    visit_members(type, [&members](const Member& member) {
+        members.push_back(&member);
+        return true;
+    });
+    return members;
+}
+
+bool has_key_members(const Type& type) {
+    return !visit_members(type, [](const Member& member) { return !member.key; });
+}
+
+void append_key_members(const Type& type, bool outermost, std::vector<KeyMember>& members) {
+    const bool only_keys = outermost || has_key_members(type);
+    const size_t first = members.size();
+    visit_members(type, [&](const Member& member) {
+        if (member.key || !only_keys)
+            members.push_back({&member, members.size()});
+        return true;
+    });
+    // Not stable_sort, which allocates.
+    std::sort(members.begin() + static_cast<std::ptrdiff_t>(first), members.end(),
+              [](const KeyMember& a, const KeyMember& b) {
+                  return std::tie(a.member->id, a.place) < std::tie(b.member->id, b.place);
+              });
+}
+
+std::vector<const Member*> key_members(const Type& type, bool outermost) {
+    std::vector<KeyMember> ordered;
+    append_key_members(type, outermost, ordered);
+    std::vector<const Member*> members;
+    members.reserve(ordered.size());
+    for (const KeyMember& entry : ordered)
+        members.push_back(entry.member);
+    return members;
+}
+
+} // namespace meridian::types

@@ -1,0 +1,144 @@
+#include "types/data/scalar_text.h"
+
+#include <charconv>
+#include <cmath>
+
+#include "platform/text.h"
+
+namespace meridian::types {
+
+namespace {
+
+template <typename Number>
+void append_chars(std::string& out, Number value) {
+    char buffer[64];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, result.ptr);
+}
+
+/// to_chars tells the sign of a NaN, which means nothing.
+template <typename Number>
+void append_real(std::string& out, Number value) {
+    if (std::isnan(value))
+        out += "nan";
+    else
+        append_chars(out, value);
+}
+
+} // namespace
+
+void append_number(std::string& out, float value) {
+    append_real(out, value);
+}
+void append_number(std::string& out, double value) {
+    append_real(out, value);
+}
+void append_number(std::string& out, long double value) {
+    append_real(out, value);
+}
+void append_number(std::string& out, int64_t value) {
+    append_chars(out, value);
+}
+void append_number(std::string& out, uint64_t value) {
+    append_chars(out, value);
+}
+
+long double to_long_double(const std::array<uint8_t, 16>& octets) {
+    const auto number = [&octets](size_t first, size_t count) {
+        uint64_t value = 0;
+        for (size_t i = count; i-- > 0;)
+            value = value << 8 | octets[first + i];
+        return value;
+    };
+    // Peers on x86 send the 80 bits of their processor and whatever stood in the six octets behind. Such a
+    // number shows its leading one, and read as a binary128 it is mostly out of all proportion.
+    const auto is_plausible = [](uint64_t sign_and_exponent) {
+        const uint64_t exponent = sign_and_exponent & 0x7fff;
+        return exponent > 16383 - 4096 && exponent < 16383 + 4096;
+    };
+    const bool extended =
+        is_plausible(number(8, 2)) && (octets[7] & 0x80) != 0 && !is_plausible(number(14, 2));
+    const uint64_t head = extended ? number(8, 2) : number(14, 2);
+    const int exponent = static_cast<int>(head & 0x7fff);
+    const long double sign = (head & 0x8000) != 0 ? -1.0L : 1.0L;
+    if (exponent == 0x7fff) {
+        // An 80-bit number shows its leading one, a 128-bit one does not.
+        const bool is_nan = extended ? (number(0, 8) << 1) != 0 : number(0, 8) != 0 || number(8, 6) != 0;
+        return is_nan ? std::nanl("") : sign * HUGE_VALL;
+    }
+    const int scale = (exponent == 0 ? 1 : exponent) - 16383;
+    if (extended)
+        return sign * std::ldexp(static_cast<long double>(number(0, 8)), scale - 63);
+    const uint64_t leading = exponent == 0 ? 0 : uint64_t{1} << 48;
+    const long double high = std::ldexp(static_cast<long double>(number(8, 6) | leading), scale - 48);
+    return sign * (high + std::ldexp(static_cast<long double>(number(0, 8)), scale - 112));
+}
+
+void append_bitmask(std::string& out, const Type& type, uint64_t bits) {
+    const char* separator = "";
+    for (const Member& flag : type.members) {
+        const uint64_t bit = uint64_t{1} << (flag.value & 63);
+        if ((bits & bit) == 0)
+            continue;
+        bits &= ~bit;
+        out += separator;
+        append_utf8(out, flag.name);
+        separator = " | ";
+    }
+    if (bits != 0 || *separator == '\0') {
+        char buffer[20];
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, bits, 16);
+        out += separator;
+        if (bits != 0)
+            out += "0x";
+        out.append(buffer, result.ptr);
+    }
+}
+
+void append_scalar(std::string& out, const Type& type, const Scalar& value) {
+    switch (type.kind) {
+        case DDS_TK_BOOLEAN:
+            out += value.bits != 0 ? "true" : "false";
+            break;
+        case DDS_TK_CHAR:
+        case DDS_TK_WCHAR:
+            append_code_point(out, static_cast<char32_t>(value.bits));
+            break;
+        case DDS_TK_STRING:
+            append_utf8(out, value.text);
+            break;
+        case DDS_TK_WSTRING:
+            append_utf16(out, value.wide_text);
+            break;
+        case DDS_TK_FLOAT:
+            append_number(out, static_cast<float>(value.real));
+            break;
+        case DDS_TK_DOUBLE:
+            append_number(out, value.real);
+            break;
+        case DDS_TK_LONGDOUBLE:
+            append_number(out, to_long_double(value.octets));
+            break;
+        case DDS_TK_ENUM:
+            if (const Member* enumerator = find_enumerator(type, value.integer()))
+                append_utf8(out, enumerator->name);
+            else
+                append_number(out, value.integer());
+            break;
+        case DDS_TK_BITMASK:
+            append_bitmask(out, type, value.bits);
+            break;
+        case DDS_TK_USHORT:
+        case DDS_TK_ULONG:
+        case DDS_TK_ULONGLONG:
+        case DDS_TK_OCTET:
+        case DDS_TK_UINT8:
+            append_number(out, value.bits);
+            break;
+        default:
+            append_number(out, value.integer());
+            break;
+    }
+}
+
+} // namespace meridian::types

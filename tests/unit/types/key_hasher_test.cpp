@@ -1,0 +1,164 @@
+#include "types/data/key_hasher.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "corpus.h"
+#include "support/type_documents.h"
+
+using namespace meridian;
+using namespace meridian::types;
+
+namespace {
+
+std::string hex(const rtps::KeyHash& hash) {
+    std::string text;
+    for (uint8_t octet : hash) {
+        char buffer[3];
+        std::snprintf(buffer, sizeof buffer, "%02x", octet);
+        text += buffer;
+    }
+    return text;
+}
+
+} // namespace
+
+// Whatever the encoding of the sample, its XCDR2 key hash is the one that the peer computes.
+TEST(KeyHash, IsThatOfThePeer) {
+    size_t checked = 0;
+    size_t keys = 0;
+    size_t xcdr1 = 0;
+    for (const test::CorpusType& type : test::read_all_corpora()) {
+        const SampleReader reader(test::build_type(type));
+        const KeyHasher hasher(reader);
+        for (const test::CorpusValue& value : type.values) {
+            EXPECT_EQ(hasher.is_keyed(), !value.key_hash.empty()) << type.name;
+            for (const test::CorpusSample& key : value.keys) {
+                rtps::KeyHash hash{};
+                std::string failure;
+                EXPECT_TRUE(hasher.compute(key.payload, true, KeyHasher::Form::xcdr2, hash, failure))
+                    << type.name << " " << key.encoding << " " << failure;
+                EXPECT_TRUE(std::equal(hash.begin(), hash.end(), value.key_hash.begin()))
+                    << type.name << " key " << key.encoding << " " << hex(hash);
+                ++keys;
+            }
+            for (const test::CorpusSample& sample : value.samples) {
+                rtps::KeyHash hash{};
+                std::string failure;
+                const bool computed =
+                    hasher.compute(sample.payload, false, KeyHasher::Form::xcdr2, hash, failure);
+                ASSERT_EQ(computed, hasher.is_keyed()) << type.name << ": " << failure;
+                if (!computed)
+                    continue;
+                rtps::KeyHash other{};
+                EXPECT_TRUE(hasher.compute(sample.payload, false, KeyHasher::Form::xcdr1, other, failure));
+                EXPECT_TRUE(!hasher.forms_agree() || hash == other) << type.name;
+                if (!value.xcdr1_key_hash.empty()) {
+                    EXPECT_TRUE(std::equal(other.begin(), other.end(), value.xcdr1_key_hash.begin()))
+                        << type.name << " " << hex(other);
+                    ++xcdr1;
+                }
+                std::vector<rtps::KeyHash> all;
+                EXPECT_TRUE(hasher.compute_all(sample.payload, false, all, failure)) << failure;
+                EXPECT_EQ(all.front(), hash);
+                rtps::KeyHash expected{};
+                std::copy_n(value.key_hash.begin(), expected.size(), expected.begin());
+                EXPECT_NE(std::find(all.begin(), all.end(), expected), all.end())
+                    << type.name << " " << sample.encoding << " " << hex(hash);
+                // Dynamic types of Fast DDS never digest a short key.
+                if (type.name != "fast::KeyText") {
+                    EXPECT_EQ(hex(hash), hex(expected)) << type.name << " " << sample.encoding;
+                }
+                ++checked;
+            }
+        }
+    }
+    EXPECT_GT(checked, 50u);
+    EXPECT_GT(keys, 25u);
+    EXPECT_GT(xcdr1, 25u);
+}
+
+// What stands behind the key may be anything.
+TEST(KeyHash, IsThatOfASampleThatEndsBehindItsKey) {
+    TypeDocuments documents;
+    std::string failure;
+    ASSERT_TRUE(documents.load("keyed.xml", R"(<types>
+        <struct name="Keyed" extensibility="final">
+            <member name="before" type="uint16"/>
+            <member name="id" type="int32" key="true"/>
+            <member name="text" type="string"/>
+        </struct></types>)",
+                               failure))
+        << failure;
+    const SampleReader reader(documents.find("Keyed"));
+    const KeyHasher hasher(reader);
+    const rtps::ByteBuffer payload{0,  1, 0, 0, // CDR, little-endian
+                                   1,  0, 0, 0, // before, padding
+                                   4,  0, 0, 0, // id
+                                   9,  0, 0, 0, // text of 9 characters, of which
+                                   'a'};        // one is there
+    for (size_t size = 0; size <= payload.size(); ++size) {
+        rtps::KeyHash hash{};
+        const bool whole_key = size >= 12;
+        EXPECT_EQ(hasher.compute(rtps::ByteView(payload.data(), size), false, KeyHasher::Form::xcdr1, hash,
+                                 failure),
+                  whole_key)
+            << size;
+        EXPECT_EQ(hex(hash), whole_key ? "00000004000000000000000000000000" : std::string(32, '0')) << size;
+        EXPECT_FALSE(reader.walk(rtps::ByteView(payload.data(), size), nullptr, failure)) << size;
+    }
+}
+
+TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
+    for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
+        const SampleReader reader(test::build_type(type));
+        const KeyHasher hasher(reader);
+        rtps::KeyHash hash{};
+        std::string failure;
+        const rtps::ByteBuffer& payload = type.values.front().samples.front().payload;
+        if (type.name == "corpus::KeyEight") {
+            ASSERT_TRUE(hasher.compute(payload, false, KeyHasher::Form::xcdr1, hash, failure)) << failure;
+            EXPECT_EQ(hex(hash), "00000001000000004004000000000000");
+            EXPECT_FALSE(hasher.forms_agree());
+        } else if (type.name == "corpus::KeyLong") {
+            ASSERT_TRUE(hasher.compute(payload, false, KeyHasher::Form::xcdr1, hash, failure)) << failure;
+            EXPECT_EQ(hex(hash), "01020304000000000000000000000000");
+            EXPECT_TRUE(hasher.forms_agree());
+        } else if (type.name == "corpus::KeyTwo") {
+            EXPECT_FALSE(hasher.is_digest(KeyHasher::Form::xcdr1));
+        } else if (type.name == "corpus::KeyString") {
+            EXPECT_TRUE(hasher.is_digest(KeyHasher::Form::xcdr1));
+            EXPECT_TRUE(hasher.forms_agree());
+        } else if (type.name == "corpus::KeyLarge") {
+            EXPECT_FALSE(hasher.forms_agree());
+            EXPECT_TRUE(hasher.is_digest(KeyHasher::Form::xcdr1));
+            EXPECT_TRUE(hasher.is_digest(KeyHasher::Form::xcdr2));
+        }
+    }
+}
+
+// Structures of two members each, down to an empty one: as many paths as no program can walk.
+TEST(KeyHash, OfTypesWithEndlesslyManyEmptyParts) {
+    std::string types = "<struct name='E'/>";
+    std::string below = "E";
+    for (int i = 0; i < 60; ++i) {
+        const std::string member = "type='nonBasic' nonBasicTypeName='" + below + "'";
+        below = "S" + std::to_string(i);
+        types += "<struct name='" + below + "'><member name='a' " + member + "/><member name='b' " + member +
+                 " arrayDimensions='9'/></struct>";
+    }
+    TypeDocuments documents;
+    std::string failure;
+    ASSERT_TRUE(documents.load("doc",
+                               "<types>" + types +
+                                   "<struct name='T'><member name='k' key='true' type='nonBasic' "
+                                   "nonBasicTypeName='" +
+                                   below + "'/></struct></types>",
+                               failure))
+        << failure;
+    const SampleReader reader(documents.find("T"));
+    const KeyHasher hasher(reader);
+    EXPECT_TRUE(hasher.is_keyed());
+    EXPECT_FALSE(hasher.is_digest(KeyHasher::Form::xcdr1)) << "nothing is no more than 16 octets";
+}
