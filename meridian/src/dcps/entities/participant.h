@@ -49,6 +49,8 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
+    /// The record of the builtin topic of a remote participant.
+    DDS_ParticipantBuiltinTopicData describe(const rtps::ParticipantData& remote) const;
     DeliveryThread& delivery() { return *delivery_; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }

@@ -83,7 +83,6 @@ int32_t ReaderCache::strength_of(const rtps::Guid& writer) const {
 }
 
 bool ReaderCache::writer_gone(const rtps::Guid& writer, DDS_Time_t when, rtps::MonotonicTime now) {
-    strengths_.erase(writer);
     std::vector<Instance*> written;
     for (const auto& [key, instance] : instances_) {
         if (std::find(instance->writers.begin(), instance->writers.end(), writer) != instance->writers.end())

@@ -104,6 +104,8 @@ class ReaderCache {
 
     /// A writer that matches now, with its ownership strength; a known one takes the new strength.
     void add_writer(const rtps::Guid& writer, int32_t strength);
+    /// The writer does not match any more: its strength is forgotten. writer_gone comes first.
+    void forget_writer(const rtps::Guid& writer) { strengths_.erase(writer); }
     /// The writer is gone or not alive: instances without another writer lose their last one, which is
     /// one sample without data each. True when such a sample was stored.
     bool writer_gone(const rtps::Guid& writer, DDS_Time_t when, rtps::MonotonicTime now);
