@@ -574,5 +574,28 @@ TEST(Runtime, NewInterfaceLeadsToNewPeers) {
     test::shell("ip link del late");
 }
 
+// The sockets that it shares are served meanwhile.
+TEST(Runtime, InterfacesThatComeBetweenCreationAndStartAreAnnounced) {
+    const auto own = std::make_shared<OwnParticipants>();
+    Node first(configured("first", own));
+    Recorder recorder;
+    std::string error;
+    const auto second = Runtime::create(configured("second", own), recorder, error);
+    ASSERT_TRUE(second) << error;
+    const auto announced = [](Runtime& runtime) {
+        return runtime.with_participant([](Participant& participant, Now) {
+            const LocatorList& locators = participant.announced().default_unicast;
+            return locators.empty() ? std::string() : to_string(locators.front());
+        });
+    };
+    test::OtherHost other;
+    other.connect("late", "10.4.0.1/24", "late", "10.4.0.2/24");
+    while (announced(*first.runtime) != "udpv4:10.4.0.1:7411")
+        std::this_thread::sleep_for(1ms);
+    ASSERT_TRUE(second->start(error)) << error;
+    EXPECT_EQ(announced(*second), "udpv4:10.4.0.1:7411");
+    test::shell("ip link del late");
+}
+
 } // namespace
 } // namespace meridian::rtps::net

@@ -56,9 +56,7 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     participant.seed = seed_from(participant.prefix);
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
-    // The sockets may be in use already.
-    const TurnstileLock lock(thread->mutex());
-    participant.locators = thread->transport().own_locators();
+    const TurnstileLock lock(thread->mutex()); // the sockets may be in use already
     MERIDIAN_LOG_LOCAL("net", "participant %s has index %u of domain %u; interfaces in use: %s",
                        to_string(participant.prefix).c_str(), thread->participant_index(),
                        config.transport.domain_id, thread->transport().describe().c_str());
@@ -84,7 +82,9 @@ bool Runtime::start(std::string& error) {
         return false;
     started_ = true;
     const TurnstileLock lock(thread_->mutex());
-    participant_.start(now());
+    const Now at = now();
+    participant_.set_locators(thread_->transport().own_locators(), at); // those of now, not of the creation
+    participant_.start(at);
     thread_->add(participant_, *this);
     return true;
 }
