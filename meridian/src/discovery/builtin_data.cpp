@@ -2,6 +2,7 @@
 
 #include "discovery/announced_qos.h"
 #include "discovery/partitions.h"
+#include "types/lookup/endpoint_type.h"
 
 #include <algorithm>
 
@@ -57,15 +58,15 @@ char* name_or_null(const std::string& name) {
     return name.empty() ? nullptr : DDS_String_dup(name.c_str());
 }
 
-void fill_endpoint(const rtps::EndpointData& data, DDS_EndpointBuiltinTopicData& out) {
-    out.key = to_key(data.guid);
-    out.participant_key = to_key(participant_guid(data.participant));
-    out.topic_name = DDS_String_dup(data.topic_name.c_str());
-    out.type_name = DDS_String_dup(data.type_name.c_str());
-    out.unicast_locators = to_locator_seq(data.unicast);
-    out.entity_name.name = name_or_null(data.name);
-    out.property = to_properties(data.properties);
-    out.type_information = to_octet_seq(data.type_information);
+void fill_endpoint(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out) {
+    fill_keys(endpoint, out);
+    out.topic_name = DDS_String_dup(endpoint.topic_name.c_str());
+    out.type_name = DDS_String_dup(endpoint.type_name.c_str());
+    out.unicast_locators = to_locator_seq(*endpoint.unicast);
+    out.entity_name.name = name_or_null(endpoint.name);
+    out.property = to_properties(endpoint.properties);
+    out.type_code = rtps::type_of(endpoint);
+    out.type_information = to_octet_seq(*endpoint.type_information);
 }
 
 } // namespace
@@ -92,18 +93,19 @@ DDS_ParticipantBuiltinTopicData to_participant_data(const rtps::ParticipantData&
     return out;
 }
 
-DDS_PublicationBuiltinTopicData to_publication_data(const rtps::EndpointData& data) {
-    DDS_PublicationBuiltinTopicData out;
-    fill_endpoint(data, out);
-    read_announced(data.qos, out);
-    return out;
+void fill_keys(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out) {
+    out.key = to_key(endpoint.guid);
+    out.participant_key = to_key(participant_guid(endpoint.participant));
 }
 
-DDS_SubscriptionBuiltinTopicData to_subscription_data(const rtps::EndpointData& data) {
-    DDS_SubscriptionBuiltinTopicData out;
-    fill_endpoint(data, out);
-    read_announced(data.qos, out);
-    return out;
+void fill(const rtps::RemoteEndpoint& endpoint, DDS_PublicationBuiltinTopicData& out) {
+    fill_endpoint(endpoint, out);
+    read_announced(*endpoint.qos, out);
+}
+
+void fill(const rtps::RemoteEndpoint& endpoint, DDS_SubscriptionBuiltinTopicData& out) {
+    fill_endpoint(endpoint, out);
+    read_announced(*endpoint.qos, out);
 }
 
 } // namespace meridian::discovery

@@ -4,6 +4,7 @@
 // functions; the records own everything they hold.
 
 #include "meridian/builtin_topics.h"
+#include "rtps/protocol/remote_endpoint.h"
 #include "rtps/wire/discovery_data.h"
 
 namespace meridian::discovery {
@@ -11,10 +12,11 @@ namespace meridian::discovery {
 /// The participant's partitions come from its announced properties. `domain_id` counts where the participant
 /// announces none.
 DDS_ParticipantBuiltinTopicData to_participant_data(const rtps::ParticipantData& data, uint32_t domain_id);
-/// `data` must be of a writer.
-DDS_PublicationBuiltinTopicData to_publication_data(const rtps::EndpointData& data);
-/// `data` must be of a reader.
-DDS_SubscriptionBuiltinTopicData to_subscription_data(const rtps::EndpointData& data);
+/// The record of a writer, or of a reader.
+void fill(const rtps::RemoteEndpoint& endpoint, DDS_PublicationBuiltinTopicData& out);
+void fill(const rtps::RemoteEndpoint& endpoint, DDS_SubscriptionBuiltinTopicData& out);
+/// The keys alone, as for an endpoint that is gone.
+void fill_keys(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out);
 
 /// The GUID of the participant behind an endpoint or a participant.
 rtps::Guid participant_guid(const rtps::GuidPrefix& prefix);

@@ -1,70 +1,70 @@
 #include "discovery/endpoint_cache.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "discovery/conversions.h"
 #include "platform/log.h"
 
 namespace meridian::discovery {
 
-/// Guarded by the cache's mutex, except `guid`.
-template <typename Data>
-struct EndpointCache<Data>::Instance {
-    rtps::Guid guid;
-    std::shared_ptr<RemoteParticipant> participant;
+/// Guarded by the cache's mutex. There is one per endpoint, so it is kept small.
+struct EndpointCache::Instance {
+    rtps::RemoteEndpointRef endpoint; // the last record
+    rtps::ParticipantRef participant;
+    std::vector<Iterator> waiting;                                             // its changes, oldest first
+    std::optional<std::list<std::shared_ptr<Instance>>::iterator> unseen_gone; // its place there
+    uint32_t on_loan = 0;
+    uint32_t life = 0; // counts how often it appeared
     bool alive = false;
-    bool seen = false; // something of it was taken
-    std::optional<typename std::list<std::shared_ptr<Instance>>::iterator> unseen_gone; // its place there
-    size_t on_loan = 0;
-    std::deque<Iterator> waiting; // its changes, oldest first
+    bool seen = false;  // something of it was taken
+    bool given = false; // the application has been given the first change of this life
 };
 
-template <typename Data>
-EndpointCache<Data>::~EndpointCache() {
+EndpointCache::~EndpointCache() {
     if (lost() > 0) {
         MERIDIAN_LOG_WARNING("discovery", "%zu discovery changes were dropped because no reader took them",
                              lost());
     }
 }
 
-template <typename Data>
-void EndpointCache<Data>::set_observer(EndpointCacheObserver* observer) {
+void EndpointCache::set_observer(EndpointCacheObserver* observer) {
     MutexLock lock(mutex_);
     observer_ = observer;
     if (observer_ != nullptr)
         observer_->data_available(available_);
 }
 
-template <typename Data>
-void EndpointCache<Data>::put(const rtps::Guid& endpoint,
-                              const std::shared_ptr<RemoteParticipant>& participant,
-                              std::shared_ptr<Data> data, const DDS_SampleInfo& info) {
+void EndpointCache::put(const rtps::RemoteEndpointRef& endpoint, const rtps::ParticipantRef& participant,
+                        const DDS_SampleInfo& info) {
     MutexLock lock(mutex_);
-    std::shared_ptr<Instance>& instance = instances_[endpoint];
-    if (instance == nullptr) {
+    std::shared_ptr<Instance>& instance = instances_[endpoint->guid];
+    if (instance == nullptr)
         instance = std::make_shared<Instance>();
-        instance->guid = endpoint;
+    if (!instance->alive) {
+        ++instance->life;
+        instance->given = false;
     }
-    Change change{std::move(data), info, instance};
+    instance->endpoint = endpoint;
+    instance->participant = participant;
+    Change change{endpoint, info, instance, instance->life};
     change.info.view_state = instance->alive ? DDS_NOT_NEW_VIEW_STATE : DDS_NEW_VIEW_STATE;
     change.info.instance_state = DDS_ALIVE_INSTANCE_STATE;
     change.info.valid_data = true;
     instance->alive = true;
-    instance->participant = participant;
     enqueue(instance, std::move(change));
 }
 
-template <typename Data>
-void EndpointCache<Data>::remove(const rtps::Guid& endpoint, const DDS_SampleInfo& info) {
+void EndpointCache::remove(const rtps::Guid& endpoint, const rtps::ParticipantRef& participant,
+                           const DDS_SampleInfo& info) {
     MutexLock lock(mutex_);
     const auto found = instances_.find(endpoint);
     if (found == instances_.end() || !found->second->alive)
         return;
     const std::shared_ptr<Instance> instance = found->second;
     instance->alive = false;
-    Change change{std::make_shared<Data>(), info, instance};
-    change.data->key = to_key(endpoint);
-    change.data->participant_key = to_key({instance->participant->prefix(), rtps::entity::participant});
+    instance->participant = participant;
+    Change change{instance->endpoint, info, instance, instance->life};
     change.info.view_state = DDS_NOT_NEW_VIEW_STATE;
     change.info.instance_state = DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
     change.info.valid_data = false;
@@ -75,10 +75,9 @@ void EndpointCache<Data>::remove(const rtps::Guid& endpoint, const DDS_SampleInf
     }
 }
 
-template <typename Data>
-void EndpointCache<Data>::enqueue(const std::shared_ptr<Instance>& instance, Change change) {
+void EndpointCache::enqueue(const std::shared_ptr<Instance>& instance, Change change) {
     change.info.sample_state = DDS_NOT_READ_SAMPLE_STATE;
-    change.info.instance_handle = to_handle(instance->guid);
+    change.info.instance_handle = to_handle(instance->endpoint->guid);
     instance->waiting.push_back(queue_.insert(queue_.end(), std::move(change)));
     if (instance->waiting.size() > limits_.changes_per_endpoint)
         drop_oldest(*instance);
@@ -87,8 +86,7 @@ void EndpointCache<Data>::enqueue(const std::shared_ptr<Instance>& instance, Cha
         observer_->data_available(true);
 }
 
-template <typename Data>
-void EndpointCache<Data>::drop(Instance& instance, size_t index) {
+void EndpointCache::drop(Instance& instance, size_t index) {
     const auto position = instance.waiting.begin() + static_cast<std::ptrdiff_t>(index);
     const Iterator change = *position;
     instance.waiting.erase(position);
@@ -100,8 +98,7 @@ void EndpointCache<Data>::drop(Instance& instance, size_t index) {
 
 /// Keeps what remains well formed: an endpoint's first change stays a new one, and one whose whole life is
 /// dropped is not reported gone. The end of a life that was seen is kept.
-template <typename Data>
-void EndpointCache<Data>::drop_oldest(Instance& instance) {
+void EndpointCache::drop_oldest(Instance& instance) {
     const size_t index = instance.waiting.front()->info.valid_data ? 0 : 1;
     const bool was_new = instance.waiting[index]->info.view_state == DDS_NEW_VIEW_STATE;
     drop(instance, index);
@@ -113,8 +110,7 @@ void EndpointCache<Data>::drop_oldest(Instance& instance) {
         drop(instance, index);
 }
 
-template <typename Data>
-void EndpointCache<Data>::drop_unseen() {
+void EndpointCache::drop_unseen() {
     while (unseen_gone_.size() > limits_.unseen_gone_endpoints) {
         const std::shared_ptr<Instance> instance = unseen_gone_.front();
         unseen_gone_.pop_front();
@@ -123,37 +119,31 @@ void EndpointCache<Data>::drop_unseen() {
             continue;
         while (!instance->waiting.empty())
             drop(*instance, instance->waiting.size() - 1);
-        instances_.erase(instance->guid);
+        instances_.erase(instance->endpoint->guid);
     }
 }
 
-template <typename Data>
-void EndpointCache<Data>::mark_seen(Instance& instance) {
+void EndpointCache::mark_seen(Instance& instance) {
     instance.seen = true;
     if (instance.unseen_gone)
         unseen_gone_.erase(*instance.unseen_gone);
     instance.unseen_gone.reset();
 }
 
-template <typename Data>
-void EndpointCache<Data>::forget_taken() {
+void EndpointCache::forget_taken() {
     const auto forgettable = [this](const std::shared_ptr<Instance>& instance) MERIDIAN_REQUIRES(mutex_) {
         if (instance->alive || !instance->waiting.empty())
             return true; // it came back: listed again when it goes
         if (instance->on_loan > 0)
             return false;
-        instances_.erase(instance->guid);
+        instances_.erase(instance->endpoint->guid);
         return true;
     };
     taken_gone_.erase(std::remove_if(taken_gone_.begin(), taken_gone_.end(), forgettable), taken_gone_.end());
 }
 
-template <typename Data>
-std::vector<typename EndpointCache<Data>::Change> EndpointCache<Data>::take(size_t limit,
-                                                                            const States& states,
-                                                                            bool on_loan) {
-    MutexLock lock(mutex_);
-    forget_taken();
+std::vector<EndpointCache::Change> EndpointCache::take_matching(size_t limit, const States& states,
+                                                                bool on_loan) {
     const auto matches = [&states](const DDS_SampleInfo& info) {
         return (info.sample_state & states.sample) != 0 && (info.view_state & states.view) != 0 &&
                (info.instance_state & states.instance) != 0;
@@ -170,7 +160,10 @@ std::vector<typename EndpointCache<Data>::Change> EndpointCache<Data>::take(size
             break;
         }
         Instance& instance = *change->instance;
-        instance.waiting.erase(std::find(instance.waiting.begin(), instance.waiting.end(), change));
+        if (instance.waiting.size() > 1)
+            instance.waiting.erase(std::find(instance.waiting.begin(), instance.waiting.end(), change));
+        else
+            std::vector<Iterator>().swap(instance.waiting); // most endpoints never change again
         mark_seen(instance);
         if (on_loan)
             ++instance.on_loan;
@@ -185,27 +178,76 @@ std::vector<typename EndpointCache<Data>::Change> EndpointCache<Data>::take(size
     return taken;
 }
 
-template <typename Data>
-void EndpointCache<Data>::give_back(const std::vector<Change>& changes) {
-    MutexLock lock(mutex_);
-    for (const Change& change : changes)
-        --change.instance->on_loan;
+std::vector<EndpointCache::Change> EndpointCache::take(size_t limit, const States& states, bool on_loan) {
+    MutexLock telling(telling_);
+    Told told;
+    std::vector<Change> taken;
+    {
+        MutexLock lock(mutex_);
+        was_taken_from_ = true;
+        forget_taken();
+        taken = take_matching(limit, states, on_loan);
+        if (!on_loan) {
+            for (const Change& change : taken)
+                mark_given(change, told);
+        }
+    }
+    for (const auto& [endpoint, observer] : told)
+        observer->announcement_given(endpoint);
+    return taken;
 }
 
-template <typename Data>
-std::shared_ptr<RemoteParticipant> EndpointCache<Data>::participant_of(const rtps::Guid& endpoint) const {
+void EndpointCache::give_back(const std::vector<Change>& changes) {
+    MutexLock telling(telling_);
+    Told told;
+    {
+        MutexLock lock(mutex_);
+        for (const Change& change : changes) {
+            --change.instance->on_loan;
+            mark_given(change, told);
+        }
+    }
+    for (const auto& [endpoint, observer] : told)
+        observer->announcement_given(endpoint);
+}
+
+void EndpointCache::mark_given(const Change& change, Told& told) {
+    Instance& instance = *change.instance;
+    if (instance.given || change.life != instance.life)
+        return;
+    instance.given = true;
+    const auto [first, last] = awaited_.equal_range(instance.endpoint->guid);
+    told.insert(told.end(), first, last);
+    awaited_.erase(first, last);
+}
+
+bool EndpointCache::await_announcement(const rtps::Guid& endpoint, AnnouncementObserver& observer) {
+    MutexLock lock(mutex_);
+    if (!was_taken_from_ && (observer_ == nullptr || !observer_->is_watched()))
+        return false;
+    const auto found = instances_.find(endpoint);
+    if (found == instances_.end() || !found->second->alive || found->second->given)
+        return false;
+    awaited_.emplace(endpoint, &observer);
+    return true;
+}
+
+void EndpointCache::forget(const AnnouncementObserver& observer) {
+    MutexLock telling(telling_);
+    MutexLock lock(mutex_);
+    for (auto awaited = awaited_.begin(); awaited != awaited_.end();)
+        awaited = awaited->second == &observer ? awaited_.erase(awaited) : std::next(awaited);
+}
+
+rtps::ParticipantRef EndpointCache::participant_of(const rtps::Guid& endpoint) const {
     MutexLock lock(mutex_);
     const auto found = instances_.find(endpoint);
     return found != instances_.end() ? found->second->participant : nullptr;
 }
 
-template <typename Data>
-size_t EndpointCache<Data>::lost() const {
+size_t EndpointCache::lost() const {
     MutexLock lock(mutex_);
     return lost_;
 }
-
-template class EndpointCache<DDS_PublicationBuiltinTopicData>;
-template class EndpointCache<DDS_SubscriptionBuiltinTopicData>;
 
 } // namespace meridian::discovery

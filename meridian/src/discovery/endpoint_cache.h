@@ -4,7 +4,7 @@
 // it had when it happened.
 
 #include <cstddef>
-#include <deque>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <optional>
@@ -12,39 +12,49 @@
 #include <utility>
 #include <vector>
 
-#include "discovery/remote_participant.h"
-#include "meridian/builtin_topics.h"
 #include "meridian/sample_info.h"
 #include "platform/mutex.h"
-#include "rtps/wire/types.h"
+#include "rtps/protocol/events.h"
 
 namespace meridian::discovery {
 
-/// Told whether changes wait. Called with the cache locked: must not call back.
+/// The reader of a cache. Called with the cache locked: must not call back.
 class EndpointCacheObserver {
   public:
+    /// Whether changes wait.
     virtual void data_available(bool available) = 0;
+    /// Whether the application waits for changes, even if it has not taken any so far.
+    virtual bool is_watched() = 0;
 
   protected:
     ~EndpointCacheObserver() = default;
 };
 
-/// Bounds for a reader that nobody reads. What they drop is counted (see lost()).
-struct EndpointCacheLimits {
-    size_t changes_per_endpoint = 16;     // beyond it the oldest ones are dropped
-    size_t unseen_gone_endpoints = 10000; // endpoints that came and went before anybody looked
+/// Told when the application has been given the first change of an endpoint. Called by the thread of the
+/// application, without a lock of the cache.
+class AnnouncementObserver {
+  public:
+    virtual void announcement_given(const rtps::Guid& endpoint) = 0;
+
+  protected:
+    ~AnnouncementObserver() = default;
 };
 
-/// Thread-safe. Data is DDS_PublicationBuiltinTopicData or DDS_SubscriptionBuiltinTopicData; records are
-/// shared with whoever still holds them and do not change any more.
-template <typename Data>
+/// Bounds for a reader that nothing takes from. What they drop is counted (see lost()).
+struct EndpointCacheLimits {
+    size_t changes_per_endpoint = 16;     // beyond it the oldest ones are dropped
+    size_t unseen_gone_endpoints = 10000; // endpoints that came and went before anything was taken
+};
+
+/// Thread-safe.
 class EndpointCache {
   public:
     struct Instance;
     struct Change {
-        std::shared_ptr<Data> data; // never null; only the keys are filled where the endpoint is gone
+        rtps::RemoteEndpointRef endpoint; // never null; the last record where the endpoint is gone
         DDS_SampleInfo info;
         std::shared_ptr<Instance> instance;
+        uint32_t life = 0; // of the instance
     };
     struct States {
         DDS_SampleStateMask sample = DDS_ANY_SAMPLE_STATE;
@@ -62,50 +72,64 @@ class EndpointCache {
     void set_observer(EndpointCacheObserver* observer);
 
     /// The endpoint appeared, or changed: new when it was not there. `info` needs source_timestamp and
-    /// publication_handle.
-    void put(const rtps::Guid& endpoint, const std::shared_ptr<RemoteParticipant>& participant,
-             std::shared_ptr<Data> data, const DDS_SampleInfo& info);
+    /// publication_handle. `participant`: its last announcement.
+    void put(const rtps::RemoteEndpointRef& endpoint, const rtps::ParticipantRef& participant,
+             const DDS_SampleInfo& info);
     /// The endpoint is gone; nothing happens when it is not there.
-    void remove(const rtps::Guid& endpoint, const DDS_SampleInfo& info);
+    void remove(const rtps::Guid& endpoint, const rtps::ParticipantRef& participant,
+                const DDS_SampleInfo& info);
 
-    /// Takes the oldest changes that match, at most `limit`; empty when there is none. Data counts as read
+    /// Takes the oldest changes that match, at most `limit`; empty without one. Data counts as read
     /// from then on unless `limit` left something behind. Endpoints whose end was taken by an earlier call
-    /// are forgotten, unless they are on loan: those of changes taken with `on_loan` until give_back.
+    /// are forgotten, unless they are on loan: those of changes taken with `on_loan` until give_back. The
+    /// application has been given a change when that returned, or without a loan at once.
     std::vector<Change> take(size_t limit, const States& states, bool on_loan);
     void give_back(const std::vector<Change>& changes);
 
-    /// The participant of an endpoint that is alive, whose end was not taken yet, or whose end was among the
-    /// last changes taken or is on loan. Null for others.
-    std::shared_ptr<RemoteParticipant> participant_of(const rtps::Guid& endpoint) const;
+    /// The last announcement of the participant of an endpoint that is alive, whose end was not taken yet, or
+    /// whose end was among the last changes taken or is on loan. Null for others.
+    rtps::ParticipantRef participant_of(const rtps::Guid& endpoint) const;
 
-    /// Changes that were dropped because nobody took them.
+    /// True when the application is still to be given the first change of an endpoint that is there; the
+    /// observer is then told of it once. Always false while the application takes no interest in the changes:
+    /// it never took any, and does not wait for them.
+    bool await_announcement(const rtps::Guid& endpoint, AnnouncementObserver& observer);
+    /// The observer is not called any more when this returns.
+    void forget(const AnnouncementObserver& observer);
+
+    /// Changes that were dropped because nothing took them.
     size_t lost() const;
 
   private:
     using Queue = std::list<Change>;
     using Iterator = typename Queue::iterator;
+    using Told = std::vector<std::pair<rtps::Guid, AnnouncementObserver*>>;
 
     void enqueue(const std::shared_ptr<Instance>& instance, Change change) MERIDIAN_REQUIRES(mutex_);
     void drop(Instance& instance, size_t index) MERIDIAN_REQUIRES(mutex_);
     void drop_oldest(Instance& instance) MERIDIAN_REQUIRES(mutex_);
     void drop_unseen() MERIDIAN_REQUIRES(mutex_);
     void mark_seen(Instance& instance) MERIDIAN_REQUIRES(mutex_);
+    /// Moves those who await this change to `told`.
+    void mark_given(const Change& change, Told& told) MERIDIAN_REQUIRES(mutex_);
     void forget_taken() MERIDIAN_REQUIRES(mutex_);
+    std::vector<Change> take_matching(size_t limit, const States& states, bool on_loan)
+        MERIDIAN_REQUIRES(mutex_);
 
     const EndpointCacheLimits limits_;
+    Mutex telling_ MERIDIAN_ACQUIRED_BEFORE(mutex_); // held while observers of announcements are called
     mutable Mutex mutex_;
     EndpointCacheObserver* observer_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     bool available_ MERIDIAN_GUARDED_BY(mutex_) = false;
+    bool was_taken_from_ MERIDIAN_GUARDED_BY(mutex_) = false;
     Queue queue_ MERIDIAN_GUARDED_BY(mutex_);
     std::unordered_map<rtps::Guid, std::shared_ptr<Instance>> instances_ MERIDIAN_GUARDED_BY(mutex_);
     /// Endpoints whose end was taken.
     std::vector<std::shared_ptr<Instance>> taken_gone_ MERIDIAN_GUARDED_BY(mutex_);
     /// Endpoints that went before anything of them was taken, oldest first (some may have come back).
     std::list<std::shared_ptr<Instance>> unseen_gone_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_multimap<rtps::Guid, AnnouncementObserver*> awaited_ MERIDIAN_GUARDED_BY(mutex_);
     size_t lost_ MERIDIAN_GUARDED_BY(mutex_) = 0;
 };
-
-extern template class EndpointCache<DDS_PublicationBuiltinTopicData>;
-extern template class EndpointCache<DDS_SubscriptionBuiltinTopicData>;
 
 } // namespace meridian::discovery

@@ -164,16 +164,6 @@ bool equal(const Value& a, const Value& b) {
     }
 }
 
-template <typename Qos>
-std::string first_change(const Qos& before, const Qos& after) {
-    std::string name;
-    for_each_field<Qos>([&](const auto& policy) {
-        if (policy.fixed && name.empty() && !equal(before.*policy.member, after.*policy.member))
-            name = policy.name;
-    });
-    return name;
-}
-
 } // namespace
 
 std::string check_consistency(const DDS_DomainParticipantQos& qos) {
@@ -254,24 +244,22 @@ std::string check_consistency(const DDS_DataWriterQos& qos) {
     return check.reason();
 }
 
-std::string changed_immutable_policy(const DDS_DomainParticipantQos& before,
-                                     const DDS_DomainParticipantQos& after) {
-    return first_change(before, after);
+template <typename Qos>
+std::string changed_immutable_policy(const Qos& before, const Qos& after) {
+    std::string name;
+    for_each_field<Qos>([&](const auto& policy) {
+        if (policy.fixed && name.empty() && !equal(before.*policy.member, after.*policy.member))
+            name = policy.name;
+    });
+    return name;
 }
-std::string changed_immutable_policy(const DDS_TopicQos& before, const DDS_TopicQos& after) {
-    return first_change(before, after);
-}
-std::string changed_immutable_policy(const DDS_SubscriberQos& before, const DDS_SubscriberQos& after) {
-    return first_change(before, after);
-}
-std::string changed_immutable_policy(const DDS_DataReaderQos& before, const DDS_DataReaderQos& after) {
-    return first_change(before, after);
-}
-std::string changed_immutable_policy(const DDS_PublisherQos& before, const DDS_PublisherQos& after) {
-    return first_change(before, after);
-}
-std::string changed_immutable_policy(const DDS_DataWriterQos& before, const DDS_DataWriterQos& after) {
-    return first_change(before, after);
-}
+
+template std::string changed_immutable_policy(const DDS_DomainParticipantQos&,
+                                              const DDS_DomainParticipantQos&);
+template std::string changed_immutable_policy(const DDS_TopicQos&, const DDS_TopicQos&);
+template std::string changed_immutable_policy(const DDS_SubscriberQos&, const DDS_SubscriberQos&);
+template std::string changed_immutable_policy(const DDS_DataReaderQos&, const DDS_DataReaderQos&);
+template std::string changed_immutable_policy(const DDS_PublisherQos&, const DDS_PublisherQos&);
+template std::string changed_immutable_policy(const DDS_DataWriterQos&, const DDS_DataWriterQos&);
 
 } // namespace meridian::qos

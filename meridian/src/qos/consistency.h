@@ -17,14 +17,9 @@ std::string check_consistency(const DDS_DataReaderQos& qos);
 std::string check_consistency(const DDS_PublisherQos& qos);
 std::string check_consistency(const DDS_DataWriterQos& qos);
 
-/// Has a policy that cannot change once the entity is enabled changed? Then its name, for
-/// DDS_RETCODE_IMMUTABLE_POLICY; else an empty string.
-std::string changed_immutable_policy(const DDS_DomainParticipantQos& before,
-                                     const DDS_DomainParticipantQos& after);
-std::string changed_immutable_policy(const DDS_TopicQos& before, const DDS_TopicQos& after);
-std::string changed_immutable_policy(const DDS_SubscriberQos& before, const DDS_SubscriberQos& after);
-std::string changed_immutable_policy(const DDS_DataReaderQos& before, const DDS_DataReaderQos& after);
-std::string changed_immutable_policy(const DDS_PublisherQos& before, const DDS_PublisherQos& after);
-std::string changed_immutable_policy(const DDS_DataWriterQos& before, const DDS_DataWriterQos& after);
+/// The name of a policy that cannot change once the entity is enabled and has changed, for
+/// DDS_RETCODE_IMMUTABLE_POLICY; else an empty string. For the same QoS records.
+template <typename Qos>
+std::string changed_immutable_policy(const Qos& before, const Qos& after);
 
 } // namespace meridian::qos

@@ -13,6 +13,8 @@ using meridian::test::make_participant;
 using meridian::test::make_prefix;
 using meridian::test::make_reader;
 using meridian::test::make_writer;
+using meridian::test::record;
+using meridian::test::shared;
 using rtps::GoneReason;
 
 using PublicationReader = DDSPublicationBuiltinTopicDataDataReader;
@@ -30,11 +32,13 @@ class BuiltinReaderTest : public FactoryTest {
         reader_ = PublicationReader::narrow(builtin->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME));
         subscriptions_ = DDSSubscriptionBuiltinTopicDataDataReader::narrow(
             builtin->lookup_datareader(DDS_SUBSCRIPTION_TOPIC_NAME));
-        store().participant_discovered(make_participant(1));
+        store().participant_discovered(shared(make_participant(1)));
     }
     discovery::DiscoveryStore& store() { return participant_->store(); }
-    void discover(uint32_t key) { store().endpoint_discovered(make_writer(1, key), kTime); }
-    void lose(uint32_t key) { store().endpoint_gone(make_writer(1, key), GoneReason::disposed, kTime); }
+    void discover(uint32_t key) { store().endpoint_discovered(record(make_writer(1, key), kTime)); }
+    void lose(uint32_t key) {
+        store().endpoint_gone(record(make_writer(1, key)), GoneReason::disposed, kTime);
+    }
 
     static DDS_ReturnCode_t take(PublicationReader* reader, PublicationSeq& data, DDS_SampleInfoSeq& infos,
                                  DDS_Long max_samples = DDS_LENGTH_UNLIMITED) {
@@ -53,7 +57,7 @@ class BuiltinReaderTest : public FactoryTest {
     DDS_SampleInfoSeq infos_;
 };
 
-TEST_F(BuiltinReaderTest, SamplesComeOnLoanWithoutACopy) {
+TEST_F(BuiltinReaderTest, SamplesComeOnLoan) {
     EXPECT_EQ(take(), DDS_RETCODE_NO_DATA);
     discover(1);
     discover(2);
@@ -107,11 +111,11 @@ TEST_F(BuiltinReaderTest, KeysAreThoseOfKnownEndpointsOnly) {
 TEST_F(BuiltinReaderTest, TheParticipantOfEverySampleJustTakenIsKnown) {
     discover(1);
     discover(2);
-    store().endpoint_discovered(make_reader(1, 3), kTime);
+    store().endpoint_discovered(record(make_reader(1, 3), kTime));
     for (uint32_t key : {1u, 2u})
         lose(key);
-    store().endpoint_gone(make_reader(1, 3), GoneReason::lease_expired, rtps::kTimeInvalid);
-    store().participant_gone(make_participant(1), GoneReason::lease_expired);
+    store().endpoint_gone(record(make_reader(1, 3)), GoneReason::lease_expired, rtps::kTimeInvalid);
+    store().participant_gone(shared(make_participant(1)), GoneReason::lease_expired);
     ASSERT_EQ(take(), DDS_RETCODE_OK);
     ASSERT_EQ(infos_.length(), 4);
     DDS_ParticipantBuiltinTopicData participant;
@@ -170,7 +174,7 @@ TEST_F(BuiltinReaderTest, TheLimitLeavesTheRestAndTheStatus) {
 
 TEST_F(BuiltinReaderTest, StatesSelect) {
     discover(1);
-    store().endpoint_changed(make_writer(1, 1), kTime);
+    store().endpoint_changed(record(make_writer(1, 1), kTime));
     lose(1);
     EXPECT_EQ(reader_->take(data_, infos_, DDS_LENGTH_UNLIMITED, DDS_READ_SAMPLE_STATE, DDS_ANY_VIEW_STATE,
                             DDS_ANY_INSTANCE_STATE),
@@ -229,7 +233,7 @@ TEST_F(BuiltinReaderTest, LoansStayReadableUntilTheParticipantIsDeleted) {
     discover(1);
     ASSERT_EQ(take(), DDS_RETCODE_OK);
     lose(1);
-    store().participant_gone(make_participant(1), GoneReason::disposed);
+    store().participant_gone(shared(make_participant(1)), GoneReason::disposed);
     EXPECT_EQ(participant_->delete_contained_entities(), DDS_RETCODE_OK);
     EXPECT_STREQ(data_[0].topic_name, "Topic1");
     EXPECT_EQ(factory()->delete_participant(participant_), DDS_RETCODE_OK); // the leak checker sees the rest

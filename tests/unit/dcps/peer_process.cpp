@@ -106,12 +106,12 @@ class Peer final : public PeerCommands {
     class KnownParticipants final : public rtps::Events {
       public:
         std::map<std::string, rtps::ParticipantData> participants;
-        void participant_discovered(const rtps::ParticipantData& data) override {
-            participants[rtps::to_string(data.guid.prefix)] = data;
+        void participant_discovered(const rtps::ParticipantRef& data) override {
+            participants[rtps::to_string(data->guid.prefix)] = *data;
         }
-        void participant_changed(const rtps::ParticipantData& data) override { participant_discovered(data); }
-        void participant_gone(const rtps::ParticipantData& data, rtps::GoneReason /*reason*/) override {
-            participants.erase(rtps::to_string(data.guid.prefix));
+        void participant_changed(const rtps::ParticipantRef& data) override { participant_discovered(data); }
+        void participant_gone(const rtps::ParticipantRef& data, rtps::GoneReason /*reason*/) override {
+            participants.erase(rtps::to_string(data->guid.prefix));
         }
     };
 

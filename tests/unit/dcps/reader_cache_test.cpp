@@ -49,6 +49,13 @@ class ReaderCacheTest : public ::testing::Test {
 
     ReaderCacheTest() { settings.history.depth = 8; }
 
+    bool knows_any() const {
+        for (int number = 0; number < 256; ++number) {
+            if (cache->knows_instance(key(static_cast<uint8_t>(number))))
+                return true;
+        }
+        return false;
+    }
     size_t missed_by(rtps::MonotonicTime when) {
         std::vector<DDS_InstanceHandle_t> missed;
         cache->on_timer(when, missed);
@@ -133,7 +140,7 @@ TEST_F(ReaderCacheTest, EveryDisposeIsReported) {
     dispose(7);
     dispose(7);
     EXPECT_EQ(take(), "D7 D7");
-    EXPECT_EQ(cache->instance_count(), 0u);
+    EXPECT_FALSE(knows_any());
 }
 
 TEST_F(ReaderCacheTest, InstanceHasNoWritersWhenTheLastOneUnregisters) {
@@ -161,7 +168,7 @@ TEST_F(ReaderCacheTest, WriterThatGoesLeavesItsInstancesWithoutWriters) {
     EXPECT_FALSE(cache->writer_gone(writer(1), DDS_Time_t{9, 0}, now));
     EXPECT_TRUE(cache->writer_gone(writer(2), DDS_Time_t{9, 0}, now));
     EXPECT_EQ(take(), "W3");
-    EXPECT_EQ(cache->instance_count(), 0u);
+    EXPECT_FALSE(knows_any());
 }
 
 TEST_F(ReaderCacheTest, DisposeWithUnregisterIsOneSample) {
@@ -186,7 +193,7 @@ TEST_F(ReaderCacheTest, DisposeKeepsTheDataThatCameWithIt) {
     EXPECT_EQ(cache->add(last), ReaderCache::Verdict::stored);
     EXPECT_EQ(take(), "D2=8");
     EXPECT_EQ(pool.released, (std::map<int, int>{{0, 1}, {7, 1}, {8, 1}}));
-    EXPECT_EQ(cache->instance_count(), 0u);
+    EXPECT_FALSE(knows_any());
 }
 
 TEST_F(ReaderCacheTest, TopicWithoutKeyHasOneInstance) {
@@ -413,7 +420,7 @@ TEST_F(ReaderCacheTest, InstancesThatEndedAreForgottenOnceTaken) {
         }
         take();
     }
-    EXPECT_EQ(cache->instance_count(), 0u);
+    EXPECT_FALSE(knows_any());
     EXPECT_EQ(cache->sample_count(), 0u);
 }
 

@@ -294,7 +294,7 @@ TEST_F(UserReaderTest, AnOwnerWhoseStrengthChangesKeepsOrLosesItsInstances) {
         rtps::EndpointData data;
         data.guid = {{}, rtps::EntityId{entity}};
         data.qos.ownership_strength = strength;
-        return data;
+        return *rtps::RecordMaker().make(std::move(data), rtps::kTimeInvalid);
     };
     const auto write = [&reader](uint32_t entity, char text) {
         const std::vector<uint8_t> bytes{0, 1, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, static_cast<uint8_t>(text), 0};
@@ -313,6 +313,82 @@ TEST_F(UserReaderTest, AnOwnerWhoseStrengthChangesKeepsOrLosesItsInstances) {
     write(0x102, 'c');
     write(0x202, 'd'); // weaker now
     EXPECT_EQ(take_all(face), "1 a, 1 c");
+}
+
+/// A reader, a remote writer, and an application that takes an interest in publications.
+class AnnouncementFirst : public UserReaderTest {
+  protected:
+    void SetUp() override {
+        UserReaderTest::SetUp();
+        publications_ = DDSPublicationBuiltinTopicDataDataReader::narrow(
+            participant().get_builtin_subscriber()->lookup_datareader(DDS_PUBLICATION_TOPIC_NAME));
+        EXPECT_EQ(take_publications(), DDS_RETCODE_NO_DATA);
+        reader_ = reader_of("Keyed", "reliable keep_all");
+    }
+    DDS_ReturnCode_t take_publications() {
+        return publications_->take(data_, infos_, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE,
+                                   DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+    }
+    void write_one() {
+        ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+        ASSERT_TRUE(await_match(*reader_, "w"));
+        ASSERT_EQ(ask("write w 1 a"), "0");
+        ASSERT_EQ(ask("write w 1 b"), "0");
+        delivered("w");
+    }
+
+    DDSPublicationBuiltinTopicDataDataReader* publications_ = nullptr;
+    TestReader* reader_ = nullptr;
+    DDS_PublicationBuiltinTopicDataSeq data_;
+    DDS_SampleInfoSeq infos_;
+};
+
+TEST_F(AnnouncementFirst, SamplesFollowTheAnnouncementOfTheirWriter) {
+    DDSReadCondition* condition =
+        reader_->create_readcondition(DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+    write_one();
+    EXPECT_EQ(take_all(*reader_), "");
+    ASSERT_EQ(take_publications(), DDS_RETCODE_OK);
+    EXPECT_EQ(take_all(*reader_), ""); // the application looks at it still
+    EXPECT_FALSE(condition->get_trigger_value());
+    EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
+    EXPECT_TRUE(condition->get_trigger_value());
+    EXPECT_EQ(take_all(*reader_), "1 a, 1 b");
+    ASSERT_EQ(ask("write w 1 c"), "0");
+    delivered("w");
+    EXPECT_EQ(take_all(*reader_), "1 c");
+    EXPECT_EQ(reader_->delete_readcondition(condition), DDS_RETCODE_OK);
+}
+
+TEST_F(AnnouncementFirst, SoDoesTheEndOfAWriterThatIsGoneAlready) {
+    write_one();
+    ASSERT_EQ(ask("delete w"), "0");
+    DDS_SubscriptionMatchedStatus matched;
+    const auto writers = [&] {
+        EXPECT_EQ(reader_->get_subscription_matched_status(matched), DDS_RETCODE_OK);
+        return matched.current_count;
+    };
+    ASSERT_EQ(eventually(0, writers), 0);
+    EXPECT_EQ(take_all(*reader_), "");
+    ASSERT_EQ(take_publications(), DDS_RETCODE_OK);
+    EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
+    EXPECT_EQ(take_all(*reader_), "1 a, 1 b, 1 no_writers");
+}
+
+TEST_F(AnnouncementFirst, TheyComeAnywayAfterASecond) {
+    const auto begin = std::chrono::steady_clock::now();
+    write_one();
+    EXPECT_EQ(take_all(*reader_), "");
+    EXPECT_EQ(taken(*reader_, "1 a, 1 b"), "1 a, 1 b");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(900));
+}
+
+TEST_F(AnnouncementFirst, WhatIsWithheldGoesWithItsReader) {
+    write_one();
+    EXPECT_EQ(reader_->get_subscriber()->delete_datareader(reader_), DDS_RETCODE_OK); // the pool is checked
+    reader_ = nullptr;
+    ASSERT_EQ(take_publications(), DDS_RETCODE_OK);
+    EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
 }
 
 TEST_F(UserReaderTest, OwnLossIsToldWhenItBeginsAndAtTheEnd) {

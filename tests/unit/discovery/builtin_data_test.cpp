@@ -16,6 +16,12 @@ rtps::Locator make_locator(int32_t kind, uint32_t port, uint8_t last) {
     return locator;
 }
 
+DDS_PublicationBuiltinTopicData publication(const rtps::EndpointData& data) {
+    DDS_PublicationBuiltinTopicData out;
+    fill(*test::record(data), out);
+    return out;
+}
+
 TEST(BuiltinData, ParticipantIsConvertedWhole) {
     rtps::ParticipantData data = test::make_participant(16, "A,B*");
     data.version = {2, 4};
@@ -85,7 +91,7 @@ TEST(BuiltinData, WriterIsConvertedWhole) {
     data.properties = {{"p", "v"}};
     data.type_information = {0xaa, 0xbb};
 
-    DDS_PublicationBuiltinTopicData first = to_publication_data(data);
+    DDS_PublicationBuiltinTopicData first = publication(data);
     const DDS_PublicationBuiltinTopicData out = first; // copies are deep
     first.topic_name[0] = 'X';
     EXPECT_EQ(out.key.value[3], 0x1202u);
@@ -124,7 +130,8 @@ TEST(BuiltinData, WriterIsConvertedWhole) {
 TEST(BuiltinData, ReaderHasATimeBasedFilterAndInfiniteTimesStayInfinite) {
     rtps::EndpointData data = test::make_reader(16, 0x12);
     data.qos.time_based_filter = {5, 0};
-    const DDS_SubscriptionBuiltinTopicData out = to_subscription_data(data);
+    DDS_SubscriptionBuiltinTopicData out;
+    fill(*test::record(data), out);
     EXPECT_EQ(out.time_based_filter.minimum_separation, (DDS_Duration_t{5, 0}));
     EXPECT_TRUE(DDS_Duration_is_infinite(out.deadline.period));
     EXPECT_EQ(out.deadline.period, DDS_DURATION_INFINITE);
@@ -134,8 +141,8 @@ TEST(BuiltinData, ReaderHasATimeBasedFilterAndInfiniteTimesStayInfinite) {
 }
 
 TEST(BuiltinData, AssignmentReplacesStrings) {
-    DDS_PublicationBuiltinTopicData target = to_publication_data(test::make_writer(16, 1));
-    target = to_publication_data(test::make_writer(16, 2));
+    DDS_PublicationBuiltinTopicData target = publication(test::make_writer(16, 1));
+    target = publication(test::make_writer(16, 2));
     EXPECT_STREQ(target.topic_name, "Topic2");
     const DDS_PublicationBuiltinTopicData& same = target;
     target = same;

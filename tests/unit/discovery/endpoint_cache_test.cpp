@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "discovery/builtin_data.h"
 #include "discovery/conversions.h"
 #include "samples.h"
 #include "support/logger_guard.h"
@@ -12,14 +11,16 @@
 namespace meridian::discovery {
 namespace {
 
-using Cache = EndpointCache<DDS_PublicationBuiltinTopicData>;
+using Cache = EndpointCache;
 using Changes = std::vector<Cache::Change>;
 constexpr size_t kAll = 1000000;
 
 class Observer final : public EndpointCacheObserver {
   public:
     void data_available(bool value) override { available = value; }
+    bool is_watched() override { return watched; }
     bool available = false;
+    bool watched = false;
 };
 
 class EndpointCacheTest : public ::testing::Test {
@@ -31,13 +32,12 @@ class EndpointCacheTest : public ::testing::Test {
         data.topic_name = topic;
         DDS_SampleInfo info;
         info.source_timestamp = {++clock_, 0};
-        cache_.put(data.guid, participant_,
-                   std::make_shared<DDS_PublicationBuiltinTopicData>(to_publication_data(data)), info);
+        cache_.put(test::record(std::move(data)), participant_, info);
     }
     void remove(uint32_t key) {
         DDS_SampleInfo info;
         info.source_timestamp = {++clock_, 0};
-        cache_.remove(guid_of(key), info);
+        cache_.remove(guid_of(key), participant_, info);
     }
     Changes take(size_t limit = kAll, bool on_loan = false) { return cache_.take(limit, {}, on_loan); }
 
@@ -56,8 +56,7 @@ class EndpointCacheTest : public ::testing::Test {
 
     Cache cache_{EndpointCacheLimits{4, 3}};
     Observer observer_;
-    std::shared_ptr<RemoteParticipant> participant_ =
-        std::make_shared<RemoteParticipant>(test::make_prefix(1), DDS_ParticipantBuiltinTopicData());
+    const rtps::ParticipantRef participant_ = test::shared(test::make_participant(1));
     DDS_Long clock_ = 0;
 };
 
@@ -72,8 +71,7 @@ TEST_F(EndpointCacheTest, AChangeCarriesTheStateItHadWhenItHappened) {
     EXPECT_EQ(changes[1].info.view_state, DDS_NOT_NEW_VIEW_STATE);
     EXPECT_EQ(changes[2].info.instance_state, DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
     EXPECT_EQ(changes[2].info.view_state, DDS_NOT_NEW_VIEW_STATE);
-    EXPECT_EQ(changes[2].data->key.value[3], 0x102u);
-    EXPECT_EQ(changes[2].data->topic_name, nullptr);
+    EXPECT_EQ(changes[2].endpoint->guid, guid_of(1));
     EXPECT_EQ(changes[0].info.source_timestamp.sec, 1);
     EXPECT_EQ(changes[2].info.source_timestamp.sec, 3);
     EXPECT_EQ(changes[0].info.sample_state, DDS_NOT_READ_SAMPLE_STATE);
@@ -107,9 +105,9 @@ TEST_F(EndpointCacheTest, ChangesOfDifferentEndpointsKeepTheirOrder) {
     put(1, "C");
     const Changes changes = take();
     ASSERT_EQ(changes.size(), 3u);
-    EXPECT_STREQ(changes[0].data->topic_name, "A");
-    EXPECT_STREQ(changes[1].data->topic_name, "B");
-    EXPECT_STREQ(changes[2].data->topic_name, "C");
+    EXPECT_EQ(changes[0].endpoint->topic_name, "A");
+    EXPECT_EQ(changes[1].endpoint->topic_name, "B");
+    EXPECT_EQ(changes[2].endpoint->topic_name, "C");
 }
 
 TEST_F(EndpointCacheTest, DataIsAvailableUntilItWasReadUnlessTheLimitLeftSome) {
@@ -193,8 +191,8 @@ TEST_F(EndpointCacheTest, ManyChangesOfOneEndpointLoseTheOldest) {
         put(1, std::to_string(i).c_str());
     const Changes changes = take();
     EXPECT_EQ(kinds(changes), (Kinds{"new", "changed", "changed", "changed"}));
-    EXPECT_STREQ(changes[0].data->topic_name, "6");
-    EXPECT_STREQ(changes[3].data->topic_name, "9");
+    EXPECT_EQ(changes[0].endpoint->topic_name, "6");
+    EXPECT_EQ(changes[3].endpoint->topic_name, "9");
     EXPECT_EQ(cache_.lost(), 6u);
 }
 
@@ -203,12 +201,9 @@ TEST(EndpointCache, SaysOnceThatItLosesAndAtItsEndHowMuch) {
     ::testing::internal::CaptureStderr();
     {
         Cache cache(EndpointCacheLimits{4, 3});
-        const auto participant =
-            std::make_shared<RemoteParticipant>(test::make_prefix(1), DDS_ParticipantBuiltinTopicData());
-        for (int i = 0; i < 10; ++i) {
-            cache.put(test::make_writer(1, 1).guid, participant,
-                      std::make_shared<DDS_PublicationBuiltinTopicData>(), DDS_SampleInfo());
-        }
+        for (int i = 0; i < 10; ++i)
+            cache.put(test::record(test::make_writer(1, 1)), test::shared(test::make_participant(1)),
+                      DDS_SampleInfo());
     }
     const std::string logged = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), 2) << logged;
@@ -252,6 +247,61 @@ TEST_F(EndpointCacheTest, EndpointsThatCameAndWentUnseenAreBounded) {
     EXPECT_EQ(changes[1].info.instance_handle, to_handle(guid_of(8)));
     EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
     EXPECT_EQ(cache_.participant_of(guid_of(100)), participant_);
+}
+
+/// Notes the announcements that the application was given.
+class Notes final : public AnnouncementObserver {
+  public:
+    void announcement_given(const rtps::Guid& endpoint) override { given.push_back(endpoint); }
+    std::vector<rtps::Guid> given;
+};
+
+TEST_F(EndpointCacheTest, AnAnnouncementIsGivenWhenItsLoanReturns) {
+    Notes notes;
+    EXPECT_TRUE(take().empty()); // the application takes an interest
+    put(1);
+    put(2);
+    ASSERT_TRUE(cache_.await_announcement(guid_of(1), notes));
+    const Changes loan = take(1, true);
+    EXPECT_TRUE(notes.given.empty());
+    put(1); // a change is no announcement
+    cache_.give_back(loan);
+    EXPECT_EQ(notes.given, std::vector<rtps::Guid>{guid_of(1)});
+    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes));
+    ASSERT_TRUE(cache_.await_announcement(guid_of(2), notes));
+    take(); // copies are given at once
+    EXPECT_EQ(notes.given.size(), 2u);
+    remove(1);
+    put(1); // another life
+    EXPECT_TRUE(cache_.await_announcement(guid_of(1), notes));
+    EXPECT_FALSE(cache_.await_announcement(guid_of(3), notes)); // not there
+}
+
+TEST_F(EndpointCacheTest, AReturnedLoanOfAnEarlierLifeIsNoAnnouncementOfThisOne) {
+    Notes notes;
+    put(1);
+    const Changes loan = take(kAll, true);
+    remove(1);
+    put(1);
+    ASSERT_TRUE(cache_.await_announcement(guid_of(1), notes));
+    cache_.give_back(loan);
+    EXPECT_TRUE(notes.given.empty());
+    take();
+    EXPECT_EQ(notes.given.size(), 1u);
+}
+
+TEST_F(EndpointCacheTest, NothingIsAwaitedOfAnApplicationThatTakesNothing) {
+    Notes notes;
+    put(1);
+    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes));
+    cache_.set_observer(&observer_);
+    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes));
+    observer_.watched = true;
+    EXPECT_TRUE(cache_.await_announcement(guid_of(1), notes));
+    cache_.forget(notes);
+    take();
+    EXPECT_TRUE(notes.given.empty());
+    cache_.set_observer(nullptr);
 }
 
 } // namespace

@@ -2,8 +2,11 @@
 
 // Remote participants and endpoints as the protocol would report them.
 
+#include <memory>
 #include <string>
+#include <utility>
 
+#include "rtps/protocol/events.h"
 #include "rtps/wire/discovery_data.h"
 
 namespace meridian::test {
@@ -37,6 +40,13 @@ inline rtps::EndpointData make_writer(uint8_t participant, uint32_t key) {
 }
 inline rtps::EndpointData make_reader(uint8_t participant, uint32_t key) {
     return make_endpoint(participant, key, rtps::kUserReaderNoKey);
+}
+
+inline rtps::ParticipantRef shared(rtps::ParticipantData data) {
+    return std::make_shared<const rtps::ParticipantData>(std::move(data));
+}
+inline rtps::RemoteEndpointRef record(rtps::EndpointData data, rtps::WireTime announced = {1000, 0}) {
+    return rtps::RecordMaker().make(std::move(data), announced);
 }
 
 } // namespace meridian::test

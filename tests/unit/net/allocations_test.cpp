@@ -27,7 +27,7 @@ struct CountingSink : ReaderSink {
         if (number == kLast)
             after = ::test::thread_allocations();
     }
-    void matched(const EndpointData&) override { is_matched = true; }
+    void matched(const RemoteEndpoint&) override { is_matched = true; }
 
     std::atomic<bool> is_matched{false};
     std::atomic<int> samples{0};
@@ -36,7 +36,7 @@ struct CountingSink : ReaderSink {
 };
 
 struct WriterSink : EndpointSink {
-    void matched(const EndpointData&) override { is_matched = true; }
+    void matched(const RemoteEndpoint&) override { is_matched = true; }
     std::atomic<bool> is_matched{false};
 };
 

@@ -27,18 +27,18 @@ using namespace std::chrono_literals;
 /// Keeps what it is told; called by the runtime's thread, read by the test's.
 class Recorder : public Events {
   public:
-    void participant_discovered(const ParticipantData& data) override {
+    void participant_discovered(const ParticipantRef& data) override {
         {
             const MutexLock lock(mutex_);
-            default_unicast_[data.name] = data.default_unicast;
+            default_unicast_[data->name] = data->default_unicast;
         }
-        note("+" + data.name);
+        note("+" + data->name);
     }
-    void participant_changed(const ParticipantData& data) override { note("~" + data.name); }
-    void participant_gone(const ParticipantData& data, GoneReason) override { note("-" + data.name); }
-    void endpoint_discovered(const EndpointData& data, WireTime) override { note("+" + data.topic_name); }
-    void endpoint_gone(const EndpointData& data, GoneReason, WireTime) override {
-        note("-" + data.topic_name);
+    void participant_changed(const ParticipantRef& data) override { note("~" + data->name); }
+    void participant_gone(const ParticipantRef& data, GoneReason) override { note("-" + data->name); }
+    void endpoint_discovered(const RemoteEndpointRef& endpoint) override { note("+" + endpoint->topic_name); }
+    void endpoint_gone(const RemoteEndpointRef& endpoint, GoneReason, WireTime) override {
+        note("-" + endpoint->topic_name);
     }
     void warning(const std::string& text) override { note("!" + text); }
 
@@ -189,7 +189,7 @@ TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
         std::atomic<int> samples{0};
         std::atomic<int> writers{0}; // matched at present
         void on_sample(const Sample&) override { ++samples; }
-        void matched(const EndpointData&) override { ++writers; }
+        void matched(const RemoteEndpoint&) override { ++writers; }
         void unmatched(const Guid&) override { --writers; }
     } sink;
     a.runtime->with_participant([&](Participant& participant, Now now) {
@@ -200,7 +200,7 @@ TEST(Runtime, WhatAWriterSentLastIsNotOvertakenByItsFarewell) {
         const EntityId writer{0x203u + (static_cast<uint32_t>(round) << 8)};
         struct WriterSink : EndpointSink {
             std::atomic<bool> is_matched{false};
-            void matched(const EndpointData&) override { is_matched = true; }
+            void matched(const RemoteEndpoint&) override { is_matched = true; }
         } writer_sink;
         b.runtime->with_participant([&](Participant& participant, Now now) {
             participant.add_writer(endpoint_of(*b.runtime, writer.value), WriterConfig{}, writer_sink, now);
@@ -231,12 +231,12 @@ TEST(Runtime, EachParticipantOfASharedSocketGetsWhatIsForIt) {
     struct Sink : ReaderSink {
         std::atomic<int> samples{0};
         std::atomic<int> writers{0};
-        void matched(const EndpointData&) override { ++writers; }
+        void matched(const RemoteEndpoint&) override { ++writers; }
         void on_sample(const Sample&) override { ++samples; }
     };
     struct WriterSink : EndpointSink {
         std::atomic<int> readers{0};
-        void matched(const EndpointData&) override { ++readers; }
+        void matched(const RemoteEndpoint&) override { ++readers; }
     };
     for (const Reliability reliability : {Reliability::best_effort, Reliability::reliable}) {
         Sink sinks[3];

@@ -146,9 +146,10 @@ class Storm {
                     const auto seen = recorder.endpoints.find(entry.second.guid);
                     if (seen == recorder.endpoints.end())
                         return pair + "no endpoint " + to_string(entry.second.guid);
-                    if (seen->second.name != entry.second.name ||
-                        seen->second.qos.partitions != entry.second.qos.partitions ||
-                        seen->second.qos.user_data != entry.second.qos.user_data)
+                    const RemoteEndpoint& record = *seen->second;
+                    if (record.name != entry.second.name ||
+                        record.qos->partitions != entry.second.qos.partitions ||
+                        record.qos->user_data != entry.second.qos.user_data)
                         return pair + "an old state of " + to_string(entry.second.guid);
                 }
             }

@@ -42,12 +42,12 @@ class CountingReader final : public Reader, public ReaderSink {
     void on_gap(const Guid&, const Gap&, MonotonicTime) override { ++touched; }
 
     void on_sample(const Sample&) override {}
-    void matched(const EndpointData&) override { ++touched; }
+    void matched(const RemoteEndpoint&) override { ++touched; }
     void unmatched(const Guid&) override { ++touched; }
-    void match_changed(const EndpointData&) override { ++touched; }
-    TypeMatch type_fits(const EndpointData&) override {
+    void match_changed(const RemoteEndpoint&) override { ++touched; }
+    bool accepts_type(const RemoteEndpoint&) override {
         ++touched;
-        return TypeMatch::fits;
+        return true;
     }
 
     int touched = 0;
@@ -137,13 +137,13 @@ class MessageRouterTest : public ::testing::Test,
     }
     void on_participant_changed(RemoteParticipant&, bool, Now) override {}
     void on_participant_gone(RemoteParticipant&, GoneReason, Now) override {}
-    void on_endpoint_discovered(RemoteEndpoint& endpoint) override {
+    void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override {
         locals.match_all(endpoint, now().monotonic);
     }
-    void on_endpoint_changed(RemoteEndpoint& endpoint) override {
+    void on_endpoint_changed(DiscoveredEndpoint& endpoint) override {
         locals.match_all(endpoint, now().monotonic, LocalEndpoints::Cause::remote_changed);
     }
-    void on_endpoint_gone(RemoteEndpoint& endpoint, GoneReason, WireTime) override {
+    void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason, WireTime) override {
         locals.part_all(endpoint);
     }
     void on_liveliness_changed(const Guid&, bool) override {}

@@ -263,7 +263,7 @@ TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
     send_data(2, entity::publications_writer, 2, encode(data)); // the same content: no event
     data.qos.partitions = {"A"};
     send_data(2, entity::publications_writer, 3, encode(data));
-    EXPECT_EQ(recorder.endpoints.at(data.guid).qos.partitions, (std::vector<std::string>{"A"}));
+    EXPECT_EQ(recorder.endpoints.at(data.guid)->qos->partitions, (std::vector<std::string>{"A"}));
     receive(2, [&](MessageWriter& writer) { // only a key hash, no payload, as Fast DDS disposes
         InlineQos qos;
         qos.key_hash = KeyHash{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 2};
@@ -516,12 +516,12 @@ TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
       public:
         Lines lines;
         void on_sample(const Sample&) override {}
-        void matched(const EndpointData&) override { lines.emplace_back("matched"); }
+        void matched(const RemoteEndpoint&) override { lines.emplace_back("matched"); }
         void unmatched(const Guid&) override { lines.emplace_back("unmatched"); }
-        void match_changed(const EndpointData& remote) override {
-            lines.push_back("strength " + std::to_string(remote.qos.ownership_strength));
+        void match_changed(const RemoteEndpoint& remote) override {
+            lines.push_back("strength " + std::to_string(remote.qos->ownership_strength));
         }
-        void incompatible(const EndpointData&, const std::vector<uint32_t>& policies) override {
+        void incompatible(const RemoteEndpoint&, const std::vector<uint32_t>& policies) override {
             lines.push_back("incompatible " + std::to_string(policies.at(0)));
         }
     };
@@ -553,14 +553,14 @@ TEST_F(ParticipantTest, QosDecidesAboutMatchesAndChangesOfIt) {
     EXPECT_EQ(told.lines.size(), 4u);
 }
 
-TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
+TEST_F(ParticipantTest, AReaderMatchesNoWriterWhoseTypeItRefuses) {
     class Doorkeeper final : public ReaderSink {
       public:
-        TypeMatch answer = TypeMatch::differs;
+        bool answer = false;
         Lines lines;
         int samples = 0;
-        TypeMatch type_fits(const EndpointData&) override { return answer; }
-        void matched(const EndpointData&) override { lines.emplace_back("matched"); }
+        bool accepts_type(const RemoteEndpoint&) override { return answer; }
+        void matched(const RemoteEndpoint&) override { lines.emplace_back("matched"); }
         void unmatched(const Guid&) override { lines.emplace_back("unmatched"); }
         void on_sample(const Sample&) override { ++samples; }
     };
@@ -570,29 +570,24 @@ TEST_F(ParticipantTest, MatchesNobodyWhoseTypeDoesNotFit) {
     EndpointData reader = publication(1, 0x107);
     reader.qos.reliability = Reliability::best_effort;
     ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
-    const EndpointData writer = publication(2);
+    EndpointData writer = publication(2);
     const ByteBuffer sample{0, 1, 0, 0, 1, 2, 3, 4};
     send_data(2, entity::publications_writer, 1, encode(writer));
     send_data(2, writer.guid.entity, 1, sample);
     EXPECT_EQ(sink.lines, Lines{});
     EXPECT_EQ(sink.samples, 0);
-    participant->match_again({prefix(3), writer.guid.entity}, now()); // unknown
-    sink.answer = TypeMatch::undecided;
-    participant->match_again(writer.guid, now());
-    send_data(2, writer.guid.entity, 2, sample); // kept until it is decided
-    EXPECT_EQ(sink.lines, Lines{});
-    EXPECT_EQ(sink.samples, 0);
-    sink.answer = TypeMatch::fits;
-    participant->match_again(writer.guid, now());
+    sink.answer = true;
+    writer.name = "of another type";
+    send_data(2, entity::publications_writer, 2, encode(writer));
     EXPECT_EQ(sink.lines, (Lines{"matched"}));
+    send_data(2, writer.guid.entity, 2, sample);
     EXPECT_EQ(sink.samples, 1);
-    send_data(2, writer.guid.entity, 3, sample);
-    EXPECT_EQ(sink.samples, 2);
-    sink.answer = TypeMatch::differs;
-    participant->match_again(writer.guid, now());
+    sink.answer = false;
+    writer.name = "of a third one";
+    send_data(2, entity::publications_writer, 3, encode(writer));
     EXPECT_EQ(sink.lines, (Lines{"matched", "unmatched"}));
-    send_data(2, writer.guid.entity, 4, sample);
-    EXPECT_EQ(sink.samples, 2);
+    send_data(2, writer.guid.entity, 3, sample);
+    EXPECT_EQ(sink.samples, 1);
 }
 
 TEST_F(ParticipantTest, ALostLivelinessIsToldToTheReadersOfTheWriter) {

@@ -48,7 +48,8 @@ class Recorder final : public Events {
     explicit Recorder(std::function<bool(const GuidPrefix&)> is_own) : is_own_(std::move(is_own)) {}
 
     std::map<GuidPrefix, ParticipantData> participants;
-    std::map<Guid, EndpointData> endpoints;
+    std::map<Guid, RemoteEndpointRef> endpoints;
+    std::vector<std::string> history;        // of endpoints, by their names: "+new", "~changed", "-gone"
     std::set<std::pair<Guid, Guid>> matches; // of the endpoints with a sink of sink_of
     std::vector<std::string> contradictions;
     std::vector<std::string> warnings;
@@ -60,34 +61,38 @@ class Recorder final : public Events {
         const auto at = participants.find(prefix);
         return !admit || at == participants.end() || admit(at->second);
     }
-    void participant_discovered(const ParticipantData& data) override {
-        check(!is_own_(data.guid.prefix), "own participant reported");
-        check(participants.emplace(data.guid.prefix, data).second, "participant discovered twice");
+    void participant_discovered(const ParticipantRef& data) override {
+        check(!is_own_(data->guid.prefix), "own participant reported");
+        check(participants.emplace(data->guid.prefix, *data).second, "participant discovered twice");
     }
-    void participant_changed(const ParticipantData& data) override {
-        const auto at = participants.find(data.guid.prefix);
+    void participant_changed(const ParticipantRef& data) override {
+        const auto at = participants.find(data->guid.prefix);
         check(at != participants.end(), "unknown participant changed");
         if (at != participants.end())
-            at->second = data;
+            at->second = *data;
     }
-    void participant_gone(const ParticipantData& data, GoneReason reason) override {
-        check(participants.erase(data.guid.prefix) == 1, "unknown participant gone");
+    void participant_gone(const ParticipantRef& data, GoneReason reason) override {
+        check(participants.erase(data->guid.prefix) == 1, "unknown participant gone");
         for (const auto& entry : endpoints)
-            check(entry.first.prefix != data.guid.prefix, "participant gone before its endpoints");
-        gone.emplace_back(data.guid.prefix, reason);
+            check(entry.first.prefix != data->guid.prefix, "participant gone before its endpoints");
+        gone.emplace_back(data->guid.prefix, reason);
     }
-    void endpoint_discovered(const EndpointData& data, WireTime) override {
-        check(participants.count(data.guid.prefix) == 1, "endpoint discovered before its participant");
-        check(endpoints.emplace(data.guid, data).second, "endpoint discovered twice");
+    void endpoint_discovered(const RemoteEndpointRef& endpoint) override {
+        check(participants.count(endpoint->guid.prefix) == 1, "endpoint discovered before its participant");
+        check(endpoint->type_state != TypeState::waiting, "endpoint discovered before its type is settled");
+        check(endpoints.emplace(endpoint->guid, endpoint).second, "endpoint discovered twice");
+        history.push_back("+" + endpoint->name);
     }
-    void endpoint_changed(const EndpointData& data, WireTime) override {
-        const auto at = endpoints.find(data.guid);
+    void endpoint_changed(const RemoteEndpointRef& endpoint) override {
+        const auto at = endpoints.find(endpoint->guid);
         check(at != endpoints.end(), "unknown endpoint changed");
         if (at != endpoints.end())
-            at->second = data;
+            at->second = endpoint;
+        history.push_back("~" + endpoint->name);
     }
-    void endpoint_gone(const EndpointData& data, GoneReason, WireTime) override {
-        check(endpoints.erase(data.guid) == 1, "unknown endpoint gone");
+    void endpoint_gone(const RemoteEndpointRef& endpoint, GoneReason, WireTime) override {
+        check(endpoints.erase(endpoint->guid) == 1, "unknown endpoint gone");
+        history.push_back("-" + endpoint->name);
     }
     void warning(const std::string& text) override { warnings.push_back(text); }
 
@@ -102,7 +107,7 @@ class Recorder final : public Events {
       public:
         Sink(Recorder& recorder, const Guid& local, ReaderSink* next)
             : recorder_(recorder), local_(local), next_(next) {}
-        void matched(const EndpointData& remote) override {
+        void matched(const RemoteEndpoint& remote) override {
             recorder_.check(recorder_.matches.emplace(local_, remote.guid).second, "matched twice");
             recorder_.check(recorder_.endpoints.count(remote.guid) == 1, "matched with an unknown endpoint");
         }

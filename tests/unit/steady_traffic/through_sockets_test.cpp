@@ -1,39 +1,17 @@
 // Steady traffic through real sockets takes nothing from the heap, neither on the thread that receives nor on
 // the one that delivers.
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <thread>
 
-#include "meridian/domain_participant.h"
-#include "meridian/domain_participant_factory.h"
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/subscriber.h"
-#include "steady_traffic/remote_peer.h"
-#include "support/allocation_counter.h"
+#include "steady_traffic/heap_fixture.h"
 #include "types/model/type.h"
 
 namespace meridian::test {
 namespace {
-
-using std::chrono::steady_clock;
-using namespace std::chrono_literals;
-
-constexpr auto kPatience = 60s;
-
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = steady_clock::now() + kPatience;
-    while (!condition()) {
-        if (steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(200us);
-    }
-    return true;
-}
 
 /// struct Small { @key uint32 id; uint32 value[8]; }, or without the key.
 types::TypeRef make_type(bool keyed) {
@@ -56,30 +34,6 @@ types::TypeRef make_type(bool keyed) {
     type->members = {id, value};
     return types::TypeRef::adopt(type);
 }
-
-/// An enabled participant that announces itself once: what it does of its own accord is not counted.
-class HeapTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        DDS_DomainParticipantQos qos;
-        qos.discovery_config.participant_liveliness_assert_period = {1000, 0};
-        qos.discovery_config.participant_liveliness_lease_duration = {3000, 0};
-        DDS_StringSeq_append(qos.partition.name, "*");
-        participant_ = factory()->create_participant(0, qos, nullptr, DDS_STATUS_MASK_NONE);
-        ASSERT_NE(participant_, nullptr);
-        ASSERT_EQ(participant_->enable(), DDS_RETCODE_OK);
-        std::this_thread::sleep_for(1s); // the burst of announcements at start
-    }
-    void TearDown() override {
-        EXPECT_EQ(participant_->delete_contained_entities(), DDS_RETCODE_OK);
-        EXPECT_EQ(factory()->delete_participant(participant_), DDS_RETCODE_OK);
-        EXPECT_EQ(DDSDomainParticipantFactory::finalize_instance(), DDS_RETCODE_OK);
-    }
-    static DDSDomainParticipantFactory* factory() { return DDSDomainParticipantFactory::get_instance(); }
-
-    DDSDomainParticipant* participant_ = nullptr;
-    RemotePeer peer_;
-};
 
 /// Takes what is there and gives it back at once, as the tool does.
 class Taker final : public DDSDataReaderListener {
@@ -151,15 +105,19 @@ class TrafficThroughSockets : public HeapTest {
         constexpr long kCounted = 5000;
         ::test::start_counting();
         write(kCounted);
+        uint64_t writes_counted = 0;
         for (const ::test::ThreadAllocations& thread : ::test::stop_counting()) {
-            if (thread.thread == getpid())
-                continue; // the thread that writes
+            if (thread.thread == getpid()) {
+                writes_counted = thread.count; // the thread that writes
+                continue;
+            }
             const std::string name = thread.thread == taker.thread ? "delivery" : "receive";
             EXPECT_LE(thread.count, kStray)
                 << static_cast<double>(thread.count) / kCounted << " allocations per sample on the " << name
                 << " thread (\"" << thread.name << "\"); the first one:\n"
                 << thread.first;
         }
+        EXPECT_GE(writes_counted, uint64_t{kCounted}) << "nothing is counted";
         EXPECT_EQ(subscriber->delete_datareader(reader), DDS_RETCODE_OK);
     }
 };

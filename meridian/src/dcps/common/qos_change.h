@@ -18,24 +18,18 @@ bool is_consistent(const Qos& qos, const char* what) {
     return false;
 }
 
-/// Why `wanted` cannot take the place of `current` in an entity, logged; DDS_RETCODE_OK when it can.
+/// `wanted` takes the place of `current` in an entity; where that is impossible the reason is logged.
 template <typename Qos>
-DDS_ReturnCode_t check_change(const Qos& current, const Qos& wanted, bool enabled, const char* what) {
+DDS_ReturnCode_t change_qos(Qos& current, const Qos& wanted, bool enabled, const char* what) {
     const std::string fixed = enabled ? qos::changed_immutable_policy(current, wanted) : "";
     if (!fixed.empty()) {
         MERIDIAN_LOG_ERROR("dcps", "QoS of the %s: %s cannot change any more", what, fixed.c_str());
         return DDS_RETCODE_IMMUTABLE_POLICY;
     }
-    return is_consistent(wanted, what) ? DDS_RETCODE_OK : DDS_RETCODE_INCONSISTENT_POLICY;
-}
-
-/// Changes `current` where that is possible.
-template <typename Qos>
-DDS_ReturnCode_t change_qos(Qos& current, const Qos& wanted, bool enabled, const char* what) {
-    const DDS_ReturnCode_t result = check_change(current, wanted, enabled, what);
-    if (result == DDS_RETCODE_OK)
-        current = wanted;
-    return result;
+    if (!is_consistent(wanted, what))
+        return DDS_RETCODE_INCONSISTENT_POLICY;
+    current = wanted;
+    return DDS_RETCODE_OK;
 }
 
 } // namespace meridian::dcps

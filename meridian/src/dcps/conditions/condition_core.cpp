@@ -34,6 +34,12 @@ void ConditionCore::close() {
     condition_ = nullptr;
 }
 
+bool ConditionCore::is_attached() const {
+    MutexLock lock(mutex_);
+    return std::any_of(wait_sets_.begin(), wait_sets_.end(),
+                       [](const auto& wait_set) { return !wait_set.expired(); });
+}
+
 bool ConditionCore::triggered() const {
     MutexLock lock(mutex_);
     return triggered_;

@@ -22,6 +22,9 @@ class ConditionCore : public std::enable_shared_from_this<ConditionCore> {
     /// The condition is about to be destroyed: detaches from every wait set.
     void close();
 
+    /// True while it is attached to a wait set.
+    bool is_attached() const;
+
     bool triggered() const;
     void set_triggered(bool triggered);
 

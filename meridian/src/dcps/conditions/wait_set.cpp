@@ -11,34 +11,48 @@ using meridian::dcps::ConditionCore;
 void DDSWaitSet::Impl::add(DDSCondition* condition, const std::shared_ptr<ConditionCore>& core,
                            bool triggered) {
     MutexLock lock(mutex_);
-    if (find(condition) != attached_.end())
+    const auto [place, fresh] = attached_.insert({condition, Attached{condition, core, attachments_}});
+    if (!fresh)
         return;
-    attached_.push_back({condition, core, triggered});
-    if (triggered)
-        woken_.notify_all();
+    ++attachments_;
+    set_triggered(place->second, triggered);
 }
 
 void DDSWaitSet::Impl::remove(const DDSCondition* condition) {
     MutexLock lock(mutex_);
-    const Iterator found = find(condition);
-    if (found != attached_.end())
-        attached_.erase(found);
+    const auto found = attached_.find(condition);
+    if (found == attached_.end())
+        return;
+    set_triggered(found->second, false);
+    attached_.erase(found);
 }
 
 void DDSWaitSet::Impl::set_triggered(const DDSCondition* condition, bool triggered) {
     MutexLock lock(mutex_);
-    const Iterator found = find(condition);
-    if (found == attached_.end())
+    const auto found = attached_.find(condition);
+    if (found != attached_.end())
+        set_triggered(found->second, triggered);
+}
+
+void DDSWaitSet::Impl::set_triggered(Attached& attached, bool triggered) {
+    if (triggered == attached.triggered)
         return;
-    found->triggered = triggered;
-    if (triggered)
+    attached.triggered = triggered;
+    if (triggered) {
+        attached.place = triggered_.size();
+        triggered_.push_back(&attached);
         woken_.notify_all();
+    } else {
+        triggered_.back()->place = attached.place;
+        triggered_[attached.place] = triggered_.back();
+        triggered_.pop_back();
+    }
 }
 
 std::shared_ptr<ConditionCore> DDSWaitSet::Impl::core_of(const DDSCondition* condition) {
     MutexLock lock(mutex_);
-    const Iterator found = find(condition);
-    return found != attached_.end() ? found->core : nullptr;
+    const auto found = attached_.find(condition);
+    return found != attached_.end() ? found->second.core : nullptr;
 }
 
 DDS_ReturnCode_t DDSWaitSet::Impl::wait(DDSConditionSeq& active, const DDS_Duration_t& timeout) {
@@ -50,24 +64,18 @@ DDS_ReturnCode_t DDSWaitSet::Impl::wait(DDSConditionSeq& active, const DDS_Durat
     if (waiting_)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     waiting_ = true;
-    while (!any_triggered() && woken_.wait_until(mutex_, deadline)) {
+    while (triggered_.empty() && woken_.wait_until(mutex_, deadline)) {
     }
     waiting_ = false;
-    for (const Attached& attached : attached_) {
-        if (attached.triggered && !active.append(attached.condition))
+    std::sort(triggered_.begin(), triggered_.end(),
+              [](const Attached* a, const Attached* b) { return a->order < b->order; });
+    for (size_t i = 0; i < triggered_.size(); ++i)
+        triggered_[i]->place = i;
+    for (const Attached* attached : triggered_) {
+        if (!active.append(attached->condition))
             return DDS_RETCODE_OUT_OF_RESOURCES;
     }
     return active.length() > 0 ? DDS_RETCODE_OK : DDS_RETCODE_TIMEOUT;
-}
-
-DDSWaitSet::Impl::Iterator DDSWaitSet::Impl::find(const DDSCondition* condition) {
-    return std::find_if(attached_.begin(), attached_.end(),
-                        [condition](const Attached& attached) { return attached.condition == condition; });
-}
-
-bool DDSWaitSet::Impl::any_triggered() const {
-    return std::any_of(attached_.begin(), attached_.end(),
-                       [](const Attached& attached) { return attached.triggered; });
 }
 
 DDSWaitSet::DDSWaitSet() : impl_(std::make_shared<Impl>()) {}

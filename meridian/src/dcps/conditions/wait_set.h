@@ -2,7 +2,9 @@
 
 // The inside of DDSWaitSet, for conditions that report to it.
 
+#include <cstdint>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "meridian/condition.h"
@@ -13,7 +15,8 @@ class ConditionCore;
 }
 
 /// Keeps the last known trigger value of each attached condition, so that a wait needs no lock but its own.
-/// Lock order: condition, wait set. Any thread.
+/// What a condition reports costs the same however many are attached. Lock order: condition, wait set. Any
+/// thread.
 class DDSWaitSet::Impl {
   public:
     /// What a condition reports about itself; called by its core with the core locked.
@@ -32,15 +35,17 @@ class DDSWaitSet::Impl {
     struct Attached {
         DDSCondition* condition;
         std::shared_ptr<meridian::dcps::ConditionCore> core;
-        bool triggered;
+        uint64_t order;
+        bool triggered = false;
+        size_t place = 0; // in triggered_
     };
-    using Iterator = std::vector<Attached>::iterator;
 
-    Iterator find(const DDSCondition* condition) MERIDIAN_REQUIRES(mutex_);
-    bool any_triggered() const MERIDIAN_REQUIRES(mutex_);
+    void set_triggered(Attached& attached, bool triggered) MERIDIAN_REQUIRES(mutex_);
 
     meridian::Mutex mutex_;
     meridian::ConditionVariable woken_;
-    std::vector<Attached> attached_ MERIDIAN_GUARDED_BY(mutex_); // in order of attachment
+    std::unordered_map<const DDSCondition*, Attached> attached_ MERIDIAN_GUARDED_BY(mutex_);
+    std::vector<Attached*> triggered_ MERIDIAN_GUARDED_BY(mutex_);
+    uint64_t attachments_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     bool waiting_ MERIDIAN_GUARDED_BY(mutex_) = false;
 };

@@ -84,6 +84,17 @@ std::string describe_policy(uint32_t id, const EndpointQos& offered, const Endpo
     return text;
 }
 
+/// The properties that are announced.
+std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
+    std::vector<rtps::Property> properties;
+    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
+        const DDS_Property_t& property = policy.value[i];
+        if (property.propagate)
+            properties.push_back({property.name, property.value != nullptr ? property.value : ""});
+    }
+    return properties;
+}
+
 template <typename Qos>
 EndpointQos announced(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
     EndpointQos out;
@@ -105,16 +116,6 @@ EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& group,
 
 EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
     return announced(qos, group, topic);
-}
-
-std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
-    std::vector<rtps::Property> properties;
-    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
-        const DDS_Property_t& property = policy.value[i];
-        if (property.propagate)
-            properties.push_back({property.name, property.value != nullptr ? property.value : ""});
-    }
-    return properties;
 }
 
 rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,

@@ -31,9 +31,6 @@ rtps::EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& 
 rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group,
                                   const DDS_TopicQos& topic);
 
-/// The properties that are announced.
-std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy);
-
 /// The name that an endpoint announces.
 inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataReaderQos& qos) {
     return qos.subscription_name;

@@ -10,7 +10,7 @@
 namespace meridian::dcps {
 
 /// An untyped reader or writer with the typed one around it that callers see, and its claim on the topic.
-/// Untyped has stop(), after which nobody is called any more; Face is DDSDataReader or DDSDataWriter.
+/// Untyped has stop(), after which it makes no callback any more; Face is DDSDataReader or DDSDataWriter.
 template <typename Untyped, typename Face>
 class OwnedEndpoint {
   public:

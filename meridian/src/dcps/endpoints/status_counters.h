@@ -17,6 +17,23 @@ Status taken(Status& status) {
     return copy;
 }
 
+/// One more matched endpoint, or one less.
+template <typename Status>
+void count_match(Status& status, bool matched) {
+    status.total_count += matched ? 1 : 0;
+    status.total_count_change += matched ? 1 : 0;
+    status.current_count += matched ? 1 : -1;
+    status.current_count_change += matched ? 1 : -1;
+}
+
+/// The status of matches as it is, after which its changes count from zero.
+template <typename Status>
+Status taken_match(Status& status) {
+    Status copy = taken(status);
+    status.current_count_change = 0;
+    return copy;
+}
+
 /// One more remote endpoint that these policies keep away.
 template <typename Status>
 void count_incompatible(Status& status, const std::vector<uint32_t>& policies) {

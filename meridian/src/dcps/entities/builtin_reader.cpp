@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "dcps/entities/participant.h"
+#include "discovery/builtin_data.h"
 #include "discovery/conversions.h"
 #include "platform/log.h"
 
@@ -12,10 +13,18 @@ namespace meridian::dcps {
 
 namespace {
 
-/// A sequence that neither owns memory nor refers to somebody else's.
+/// A sequence that neither owns memory nor has a loan.
 template <typename T>
 bool is_vacant(const DDS_Sequence<T>& sequence) {
     return sequence.has_ownership() && sequence.maximum() == 0;
+}
+
+template <typename Data>
+void fill_from(const discovery::EndpointCache::Change& change, Data& out) {
+    if (change.info.valid_data)
+        discovery::fill(*change.endpoint, out);
+    else
+        discovery::fill_keys(*change.endpoint, out);
 }
 
 bool is_own_loan(const void* token, const void* other_token) {
@@ -75,7 +84,7 @@ DDS_ReturnCode_t BuiltinReader<Data>::get_matched_publication_participant_data(
     if (!endpoint)
         return DDS_RETCODE_BAD_PARAMETER;
     if (const auto remote = cache_.participant_of(*endpoint)) {
-        data = *remote->data();
+        data = participant_.describe(*remote);
         return DDS_RETCODE_OK;
     }
     // The handle of the remote builtin writer, as in DDS_SampleInfo::publication_handle.
@@ -84,7 +93,7 @@ DDS_ReturnCode_t BuiltinReader<Data>::get_matched_publication_participant_data(
     const auto remote = participant_.store().find_participant(endpoint->prefix);
     if (remote == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
-    data = *remote;
+    data = participant_.describe(*remote);
     return DDS_RETCODE_OK;
 }
 
@@ -115,20 +124,23 @@ DDS_ReturnCode_t BuiltinReader<Data>::take(Sequence& data, DDS_SampleInfoSeq& in
         return DDS_RETCODE_OK;
     }
     for (const auto& change : changes) {
-        data.append(*change.data);
+        Data record;
+        fill_from(change, record);
+        data.append(record);
         infos.append(change.info);
     }
     return DDS_RETCODE_OK;
 }
 
 template <typename Data>
-void BuiltinReader<Data>::lend(std::vector<typename Cache::Change> changes, Sequence& data,
-                               DDS_SampleInfoSeq& infos) {
+void BuiltinReader<Data>::lend(std::vector<Cache::Change> changes, Sequence& data, DDS_SampleInfoSeq& infos) {
     auto loan = std::make_unique<Loan>();
     loan->changes = std::move(changes);
-    for (auto& change : loan->changes) {
-        loan->data.push_back(change.data.get());
-        loan->infos.push_back(&change.info);
+    loan->records.resize(loan->changes.size());
+    for (size_t i = 0; i < loan->changes.size(); ++i) {
+        fill_from(loan->changes[i], loan->records[i]);
+        loan->data.push_back(&loan->records[i]);
+        loan->infos.push_back(&loan->changes[i].info);
     }
     const auto count = static_cast<DDS_Long>(loan->changes.size());
     data.loan_discontiguous(loan->data.data(), count);
@@ -176,6 +188,11 @@ void BuiltinReader<Data>::data_available(bool available) {
         this->status_condition().set_changed(DDS_DATA_AVAILABLE_STATUS);
     else
         this->status_condition().set_read(DDS_DATA_AVAILABLE_STATUS);
+}
+
+template <typename Data>
+bool BuiltinReader<Data>::is_watched() {
+    return this->status_condition().core()->is_attached();
 }
 
 template class BuiltinReader<DDS_PublicationBuiltinTopicData>;

@@ -19,7 +19,7 @@ template <typename Data>
 class BuiltinReader final : public EntityImpl<DDSBuiltinTopicDataReader<Data>>,
                             public discovery::EndpointCacheObserver {
   public:
-    using Cache = discovery::EndpointCache<Data>;
+    using Cache = discovery::EndpointCache;
     using Sequence = DDS_Sequence<Data>;
 
     /// The cache, topic, subscriber and participant must outlive the reader.
@@ -44,16 +44,18 @@ class BuiltinReader final : public EntityImpl<DDSBuiltinTopicDataReader<Data>>,
     DDS_ReturnCode_t get_key_value(Data& holder, const DDS_InstanceHandle_t& handle) override;
 
     void data_available(bool available) override;
+    bool is_watched() override;
 
   private:
     /// What the sequences of one take point to.
     struct Loan {
-        std::vector<typename Cache::Change> changes;
+        std::vector<Cache::Change> changes;
+        std::vector<Data> records; // as many as changes
         std::vector<Data*> data;
         std::vector<DDS_SampleInfo*> infos;
     };
 
-    void lend(std::vector<typename Cache::Change> changes, Sequence& data, DDS_SampleInfoSeq& infos)
+    void lend(std::vector<Cache::Change> changes, Sequence& data, DDS_SampleInfoSeq& infos)
         MERIDIAN_EXCLUDES(mutex_);
 
     Cache& cache_;

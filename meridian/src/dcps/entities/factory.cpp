@@ -16,7 +16,7 @@ struct Singleton {
     std::unique_ptr<FactoryImpl> factory MERIDIAN_GUARDED_BY(mutex);
 };
 
-/// Never destroyed: a participant that nobody deleted must not be torn down while static objects are.
+/// Never destroyed: a participant that was not deleted must not be torn down while static objects are.
 Singleton& singleton() {
     static auto* instance = new Singleton;
     return *instance;

@@ -34,7 +34,7 @@ ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParti
       own_(std::move(own)),
       delivery_(std::move(delivery)),
       profiles_(profiles),
-      store_(static_cast<uint32_t>(domain_id), partitions_of(qos)),
+      store_(partitions_of(qos)),
       builtin_subscriber_(*this),
       qos_(qos) {}
 
@@ -100,7 +100,7 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
 
 bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
-    // Before anybody hears of this participant: without the thread no listener could be called.
+    // Before the participant is announced: without the thread no listener could be called.
     if (!wanted || !delivery_->start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
@@ -111,17 +111,9 @@ bool ParticipantImpl::open(std::string& error) {
     types.max_type_size =
         static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
     type_lookup_ = std::make_unique<types::TypeLookupClient>(
-        types,
-        [this, domain = runtime.get()](const rtps::Guid& publication, const types::TypeRef& type) {
-            store_.type_resolved(publication, type);
-            domain->defer([publication](rtps::Participant& participant, rtps::Now now) {
-                participant.match_again(publication, now);
-            });
-        },
-        [documents = profiles_.profiles()](const std::string& type_name) {
+        types, [documents = profiles_.profiles()](const std::string& type_name) {
             return documents->type(type_name);
         });
-    store_.set_types(type_lookup_.get());
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
     runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {
         for (const rtps::GuidPrefix& prefix : ignored)
@@ -249,8 +241,12 @@ DDS_ReturnCode_t ParticipantImpl::get_discovered_participant_data(DDS_Participan
     const auto known = store_.find_participant(wanted->prefix);
     if (known == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
-    data = *known;
+    data = describe(*known);
     return DDS_RETCODE_OK;
+}
+
+DDS_ParticipantBuiltinTopicData ParticipantImpl::describe(const rtps::ParticipantData& remote) const {
+    return discovery::to_participant_data(remote, static_cast<uint32_t>(domain_id_));
 }
 
 DDS_ReturnCode_t ParticipantImpl::get_current_time(DDS_Time_t& time) {

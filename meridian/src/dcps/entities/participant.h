@@ -30,10 +30,10 @@ class SubscriberImpl;
 
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
-/// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (under
-/// which the discovery store, readers and writers are called), topic, reader or writer, discovery store,
-/// endpoint cache, delivery thread, status condition, condition core, wait set. An operation that holds one
-/// of them may take later ones only.
+/// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (shared
+/// by the participants of a receive thread; under it the discovery store, readers and writers are called),
+/// topic, reader or writer, discovery store, endpoint cache, delivery thread, status condition, condition
+/// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
     /// Opens nothing. `own` and `delivery` are shared by all participants; `profiles` must outlive them.
@@ -49,6 +49,8 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
+    /// The record of the builtin topic of a remote participant.
+    DDS_ParticipantBuiltinTopicData describe(const rtps::ParticipantData& remote) const;
     DeliveryThread& delivery() { return *delivery_; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }

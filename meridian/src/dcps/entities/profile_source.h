@@ -6,7 +6,7 @@
 
 namespace meridian::dcps {
 
-/// Whoever holds the loaded QoS profiles. Any thread.
+/// The holder of the loaded QoS profiles. Any thread.
 class ProfileSource {
   public:
     /// As they are loaded now; never null. Loading others leaves it as it is.

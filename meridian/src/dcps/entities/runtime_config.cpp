@@ -27,7 +27,7 @@ constexpr const char* kKnownTransportProperties[] = {
     "dds.transport.UDPv6.builtin.parent.allow_interfaces_list",
     "dds.transport.UDPv6.builtin.parent.deny_interfaces_list",
 };
-/// They ask for the ways of older versions, which are none of this engine's.
+/// They ask for formats of older versions, which this engine does not write.
 constexpr const char* kIdleProperties[] = {
     "dds.data_writer.protocol.use_43_large_data_format",
     "dds.data_reader.protocol.use_43_large_data_format",

@@ -6,8 +6,8 @@
 
 namespace meridian::dcps {
 
-bool SubscriberImpl::type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const {
-    return participant_.store().find_type(publication, type);
+discovery::EndpointCache& SubscriberImpl::publications() const {
+    return participant_.store().publications();
 }
 
 DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
@@ -16,7 +16,7 @@ DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinT
     const auto known = guid ? participant_.store().find_participant(guid->prefix) : nullptr;
     if (known == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
-    data = *known;
+    data = participant_.describe(*known);
     return DDS_RETCODE_OK;
 }
 

@@ -30,7 +30,7 @@ class SubscriberImpl final : public EndpointGroup<ReaderTraits> {
         : EndpointGroup(participant, guid, qos) {}
     ~SubscriberImpl() override = default;
 
-    bool type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const override;
+    discovery::EndpointCache& publications() const override;
     DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                              const DDS_InstanceHandle_t& endpoint) override;
 

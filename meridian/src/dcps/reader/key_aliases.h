@@ -36,7 +36,7 @@ class KeyAliases {
 /// DDS 3 hashes in the XCDR2 form, and its disposes carry nothing else. Not thread-safe.
 class KeyForms {
   public:
-    /// Null for types without key, or whose keys everybody hashes alike: their samples need no further work.
+    /// Null for types without key, or whose keys all makers hash alike: their samples need no further work.
     static std::unique_ptr<KeyForms> of(const DDS_TypeCode* type);
 
     /// The writer sent a sample of instance `key` without hash. A payload that does not have this key by its

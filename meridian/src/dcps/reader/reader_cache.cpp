@@ -66,7 +66,7 @@ ReaderCache::~ReaderCache() {
 
 void ReaderCache::update(const Settings& settings) {
     if (settings.deadline != settings_.deadline) {
-        // The order by due time only holds for one period: everybody starts anew with the next sample.
+        // The order by due time only holds for one period: all start anew with the next sample.
         while (first_due_ != nullptr)
             expect_nothing(*first_due_);
     }
@@ -83,14 +83,12 @@ int32_t ReaderCache::strength_of(const rtps::Guid& writer) const {
 }
 
 bool ReaderCache::writer_gone(const rtps::Guid& writer, DDS_Time_t when, rtps::MonotonicTime now) {
-    strengths_.erase(writer);
     std::vector<Instance*> written;
     for (const auto& [key, instance] : instances_) {
         if (std::find(instance->writers.begin(), instance->writers.end(), writer) != instance->writers.end())
             written.push_back(instance.get());
     }
-    // The table has no order of its own; whoever reads the lines expects one that does not change from run to
-    // run.
+    // The table has no order of its own; reported lines must have one that is the same in every run.
     std::sort(written.begin(), written.end(),
               [](const Instance* a, const Instance* b) { return a->key < b->key; });
     bool stored = false;
@@ -413,7 +411,7 @@ void ReaderCache::on_timer(rtps::MonotonicTime now, std::vector<DDS_InstanceHand
     while (first_due_ != nullptr && first_due_->due <= now) {
         Instance& instance = *first_due_;
         missed.push_back(settings_.keyed ? instance_handle(instance.key) : DDS_HANDLE_NIL);
-        // Who misses the deadline does not own the instance any more: another writer may take over.
+        // A writer that misses the deadline owns the instance no more: another one may take over.
         instance.owner.reset();
         // A period of zero is missed at every look; the next one is a millisecond away, so that time goes on.
         const rtps::Duration period =

@@ -1,12 +1,11 @@
 #pragma once
 
-// What a reader has received and nobody has taken yet: samples in order of reception, and the instances they
-// belong to (OMG DDS 1.4, 2.2.2.5 and the reader's QoS policies of 2.2.3). A plain data structure: not
+// What a reader has received and what was not taken yet: samples in order of reception, and the instances
+// they belong to (OMG DDS 1.4, 2.2.2.5 and the reader's QoS policies of 2.2.3). A plain data structure: not
 // thread-safe, no clock, no locks; the reader that owns it serialises all calls and says what time it is.
 //
 // View and instance state are those of the moment at which the sample arrived, not of the moment at which it
-// is read: somebody who watches a topic wants to know which sample created the instance and which one
-// modified it.
+// is read: a watcher of the topic wants to know which sample created the instance and which one modified it.
 //
 // Samples are opaque here: pointers that come from the reader's type plugin and go back to SampleOwner.
 
@@ -105,7 +104,9 @@ class ReaderCache {
 
     /// A writer that matches now, with its ownership strength; a known one takes the new strength.
     void add_writer(const rtps::Guid& writer, int32_t strength);
-    /// The writer is gone or not alive: instances that nobody else writes lose their last writer, which is
+    /// The writer does not match any more: its strength is forgotten. writer_gone comes first.
+    void forget_writer(const rtps::Guid& writer) { strengths_.erase(writer); }
+    /// The writer is gone or not alive: instances without another writer lose their last one, which is
     /// one sample without data each. True when such a sample was stored.
     bool writer_gone(const rtps::Guid& writer, DDS_Time_t when, rtps::MonotonicTime now);
 
@@ -133,8 +134,7 @@ class ReaderCache {
     void on_timer(rtps::MonotonicTime now, std::vector<DDS_InstanceHandle_t>& missed);
 
     size_t sample_count() const { return stored_; }
-    size_t instance_count() const { return instances_.size(); }
-    /// Samples with data that later ones pushed out before anybody took them.
+    /// Samples with data that later ones pushed out before they were taken.
     uint64_t overwritten() const { return overwritten_; }
 
   private:
@@ -169,7 +169,7 @@ class ReaderCache {
     size_t stored_ = 0;
     size_t bytes_ = 0;
     uint64_t overwritten_ = 0;
-    // Alive instances in order of their deadline. All periods are equal, so whoever was fed last is due last.
+    // Alive instances in order of their deadline. All periods are equal, so the last one written is due last.
     Instance* first_due_ = nullptr;
     Instance* last_due_ = nullptr;
     std::deque<Entry> slab_; // grows only, so that addresses are stable

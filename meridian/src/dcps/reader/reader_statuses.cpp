@@ -19,10 +19,7 @@ void add(DDS_Long& counter, uint64_t count) {
 DDS_StatusMask ReaderStatuses::writer_matched(const rtps::Guid& writer) {
     if (!writers_.emplace(writer, true).second)
         return 0;
-    ++matched_.total_count;
-    ++matched_.total_count_change;
-    ++matched_.current_count;
-    ++matched_.current_count_change;
+    count_match(matched_, true);
     matched_.last_publication_handle = discovery::to_handle(writer);
     ++liveliness_.alive_count;
     ++liveliness_.alive_count_change;
@@ -34,8 +31,7 @@ DDS_StatusMask ReaderStatuses::writer_unmatched(const rtps::Guid& writer) {
     const auto known = writers_.find(writer);
     if (known == writers_.end())
         return 0;
-    --matched_.current_count;
-    --matched_.current_count_change;
+    count_match(matched_, false);
     matched_.last_publication_handle = discovery::to_handle(writer);
     liveliness_.last_publication_handle = matched_.last_publication_handle;
     DDS_Long& count = known->second ? liveliness_.alive_count : liveliness_.not_alive_count;
@@ -114,9 +110,7 @@ DDS_SampleRejectedStatus ReaderStatuses::take_rejected() {
 }
 
 DDS_SubscriptionMatchedStatus ReaderStatuses::take_matched() {
-    DDS_SubscriptionMatchedStatus copy = matched_;
-    matched_.total_count_change = matched_.current_count_change = 0;
-    return copy;
+    return taken_match(matched_);
 }
 
 } // namespace meridian::dcps

@@ -10,6 +10,7 @@
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "types/lookup/endpoint_type.h"
 
 namespace meridian::dcps {
 
@@ -56,6 +57,12 @@ UserReader::~UserReader() {
         if (received.change.sample != nullptr)
             stock_.release_sample(received.change.sample);
     }
+    for (const WithheldSamples::Withheld& withheld : withheld_.release_due(rtps::kNever)) {
+        for (const Change& change : withheld.changes) {
+            if (change.sample != nullptr)
+                stock_.release_sample(change.sample);
+        }
+    }
     tell_overwritten(true);
 }
 
@@ -67,6 +74,7 @@ bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
 
 void UserReader::stop() {
     membership_.leave();
+    subscriber_.publications().forget(*this);
     delivery_.remove(*this);
 }
 
@@ -124,6 +132,10 @@ void UserReader::store_received() {
     }
     received_.clear();
     stock_.collect();
+    stored(statuses);
+}
+
+void UserReader::stored(DDS_StatusMask statuses) {
     changed(statuses);
     if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0) {
         arm_timer();
@@ -139,6 +151,38 @@ void UserReader::tell_undecodable(const Change& change) {
 }
 
 DDS_StatusMask UserReader::store(const Change& change) {
+    switch (withheld_.empty() ? WithheldSamples::Added::no : withheld_.add(change)) {
+        case WithheldSamples::Added::no:
+            return store_now(change);
+        case WithheldSamples::Added::full:
+            return store_withheld(change.writer);
+        case WithheldSamples::Added::yes:
+            break;
+    }
+    return DDS_STATUS_MASK_NONE;
+}
+
+DDS_StatusMask UserReader::store_withheld(const rtps::Guid& writer) {
+    const auto withheld = withheld_.release(writer);
+    return withheld ? store_all(*withheld) : DDS_STATUS_MASK_NONE;
+}
+
+DDS_StatusMask UserReader::store_all(const WithheldSamples::Withheld& withheld) {
+    DDS_StatusMask statuses = DDS_STATUS_MASK_NONE;
+    for (const Change& change : withheld.changes)
+        statuses |= store_now(change);
+    if (withheld.end)
+        statuses |= store_end(withheld.writer, *withheld.end);
+    return statuses;
+}
+
+DDS_StatusMask UserReader::store_end(const rtps::Guid& writer, const WithheldSamples::End& end) {
+    const bool stored = cache_.writer_gone(writer, end.when, end.received);
+    cache_.forget_writer(writer);
+    return stored ? DDS_DATA_AVAILABLE_STATUS : DDS_STATUS_MASK_NONE;
+}
+
+DDS_StatusMask UserReader::store_now(const Change& change) {
     const ReaderCache::Verdict verdict = cache_.add(change);
     if (verdict == ReaderCache::Verdict::stored)
         return DDS_DATA_AVAILABLE_STATUS;
@@ -169,70 +213,77 @@ void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
     changed(statuses_.samples_lost(count));
 }
 
-void UserReader::matched(const rtps::EndpointData& remote) {
+void UserReader::matched(const rtps::RemoteEndpoint& remote) {
+    {
+        MutexLock lock(mutex_);
+        store_received();
+        stored(store_withheld(remote.guid)); // of an earlier life
+        cache_.add_writer(remote.guid, remote.qos->ownership_strength);
+        withheld_.begin(remote.guid, monotonic_now());
+        changed(statuses_.writer_matched(remote.guid));
+    }
+    const bool awaits = subscriber_.publications().await_announcement(remote.guid, *this);
     MutexLock lock(mutex_);
-    store_received();
-    strengths_[remote.guid] = remote.qos.ownership_strength;
-    cache_.add_writer(remote.guid, remote.qos.ownership_strength);
-    changed(statuses_.writer_matched(remote.guid));
+    if (awaits)
+        arm_timer();
+    else
+        stored(store_withheld(remote.guid));
 }
 
-void UserReader::match_changed(const rtps::EndpointData& remote) {
+void UserReader::match_changed(const rtps::RemoteEndpoint& remote) {
     MutexLock lock(mutex_);
     store_received();
-    strengths_[remote.guid] = remote.qos.ownership_strength;
-    cache_.add_writer(remote.guid, remote.qos.ownership_strength);
+    cache_.add_writer(remote.guid, remote.qos->ownership_strength);
 }
 
 void UserReader::unmatched(const rtps::Guid& remote) {
     decoder_.forget(remote);
     MutexLock lock(mutex_);
     store_received();
-    strengths_.erase(remote);
-    const bool stored = cache_.writer_gone(remote, wall_time(), monotonic_now());
-    changed(statuses_.writer_unmatched(remote) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
+    const WithheldSamples::End end{wall_time(), monotonic_now()};
+    if (!withheld_.add_end(remote, end))
+        stored(store_end(remote, end));
+    changed(statuses_.writer_unmatched(remote));
 }
 
-void UserReader::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
+void UserReader::announcement_given(const rtps::Guid& writer) {
+    MutexLock lock(mutex_);
+    stored(store_withheld(writer));
+}
+
+void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
     MutexLock lock(mutex_);
     const std::vector<uint32_t> counted = without_partition(policies);
     if (counted.empty())
         return;
     MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": writer %s does not match the reader: %s", topic_.get_name(),
                          rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(remote.qos, endpoint_qos(), counted).c_str());
+                         describe_incompatibility(*remote.qos, endpoint_qos(), counted).c_str());
     changed(statuses_.incompatible(counted));
 }
 
-rtps::TypeMatch UserReader::type_fits(const rtps::EndpointData& remote) {
+bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
     const DDS_TypeCode* const own = plugin().typeCode;
+    const DDS_TypeCode* const type = rtps::type_of(writer);
+    if (own == nullptr || type == nullptr)
+        return true;
     {
         MutexLock lock(mutex_);
-        if (own == nullptr || qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
-            return rtps::TypeMatch::fits;
+        if (qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
+            return true;
     }
-    const DDS_TypeCode* type = nullptr;
-    if (!subscriber_.type_of_publication(remote.guid, type))
-        return rtps::TypeMatch::undecided; // it is being looked up
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-    if (type == nullptr || own->equal(type, exception))
-        return rtps::TypeMatch::fits;
+    if (own->equal(type, exception))
+        return true;
     MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
-                       topic_.get_name(), topic_.get_type_name(), rtps::to_string(remote.guid).c_str());
-    return rtps::TypeMatch::differs;
+                       topic_.get_name(), topic_.get_type_name(), rtps::to_string(writer.guid).c_str());
+    return false;
 }
 
 void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
     MutexLock lock(mutex_);
     store_received();
-    const auto known = strengths_.find(remote);
-    if (known == strengths_.end())
-        return;
-    bool stored = false;
-    if (alive)
-        cache_.add_writer(remote, known->second);
-    else
-        stored = cache_.writer_gone(remote, wall_time(), monotonic_now());
+    const bool stored = !alive && cache_.writer_gone(remote, wall_time(), monotonic_now());
     changed(statuses_.writer_alive(remote, alive) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));
 }
 
@@ -245,7 +296,7 @@ void UserReader::changed(DDS_StatusMask statuses) {
 }
 
 void UserReader::arm_timer() {
-    const rtps::MonotonicTime due = cache_.next_deadline();
+    const rtps::MonotonicTime due = std::min(cache_.next_deadline(), withheld_.next_deadline());
     if (due >= armed_)
         return;
     armed_ = due;
@@ -276,6 +327,8 @@ void UserReader::deliver() {
         const rtps::MonotonicTime now = monotonic_now();
         if (armed_ <= now) {
             armed_ = rtps::kNever;
+            for (const WithheldSamples::Withheld& withheld : withheld_.release_due(now))
+                stored(store_all(withheld));
             cache_.on_timer(now, missed_);
             for (const DDS_InstanceHandle_t& instance : missed_)
                 notices_.changed_in_call(statuses_.deadline_missed(instance));

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "dcps/delivery/delivery_thread.h"
@@ -11,6 +10,8 @@
 #include "dcps/reader/reader_statuses.h"
 #include "dcps/reader/sample_decoder.h"
 #include "dcps/reader/sample_stock.h"
+#include "dcps/reader/withheld_samples.h"
+#include "discovery/endpoint_cache.h"
 #include "meridian/subscriber.h"
 #include "meridian/untyped_entities.h"
 
@@ -22,8 +23,8 @@ class UserReader;
 /// The subscriber as its readers see it.
 class ReaderOwner : public EndpointOwner<DDSSubscriber, UserReader> {
   public:
-    /// The type of a remote publication; false while it is being looked up. Null: none is known.
-    virtual bool type_of_publication(const rtps::Guid& publication, const DDS_TypeCode*& type) const = 0;
+    /// What the application is told of remote publications.
+    virtual discovery::EndpointCache& publications() const = 0;
     virtual DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                                      const DDS_InstanceHandle_t& endpoint) = 0;
 
@@ -38,6 +39,7 @@ class ReaderOwner : public EndpointOwner<DDSSubscriber, UserReader> {
 /// under it and never the other way round.
 class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReaderQos>,
                          public rtps::ReaderSink,
+                         public discovery::AnnouncementObserver,
                          private Deliverable {
   public:
     /// The subscriber, the topic and the delivery thread must outlive the reader. Null with a logged reason
@@ -87,14 +89,17 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void on_sample(const rtps::Sample& sample) override;
     void on_batch_end() override;
     void on_lost(const rtps::Guid& writer, uint64_t count) override;
-    void matched(const rtps::EndpointData& remote) override;
+    void matched(const rtps::RemoteEndpoint& remote) override;
     void unmatched(const rtps::Guid& remote) override;
-    void match_changed(const rtps::EndpointData& remote) override;
-    void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
+    void match_changed(const rtps::RemoteEndpoint& remote) override;
+    void incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) override;
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
     /// at all.
-    rtps::TypeMatch type_fits(const rtps::EndpointData& remote) override;
+    bool accepts_type(const rtps::RemoteEndpoint& writer) override;
+
+    // On a thread of the application, which takes the announcement of a writer.
+    void announcement_given(const rtps::Guid& writer) override;
 
   private:
     using Loan = std::unique_ptr<ReaderCache::Batch>;
@@ -111,7 +116,15 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     ReaderCache::Settings cache_settings(const DDS_DataReaderQos& qos) const;
     /// Stores what was received since the last time.
     void store_received() MERIDIAN_REQUIRES(mutex_);
+    /// Into the cache, unless its writer is withheld. Like the following, returns the statuses that changed;
+    /// they are still to be told by stored().
     DDS_StatusMask store(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    DDS_StatusMask store_now(const Change& change) MERIDIAN_REQUIRES(mutex_);
+    DDS_StatusMask store_withheld(const rtps::Guid& writer) MERIDIAN_REQUIRES(mutex_);
+    DDS_StatusMask store_all(const WithheldSamples::Withheld& withheld) MERIDIAN_REQUIRES(mutex_);
+    DDS_StatusMask store_end(const rtps::Guid& writer, const WithheldSamples::End& end)
+        MERIDIAN_REQUIRES(mutex_);
+    void stored(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
     void tell_undecodable(const Change& change) MERIDIAN_REQUIRES(mutex_);
     void tell_overwritten(bool at_end) MERIDIAN_REQUIRES(mutex_);
     void changed(DDS_StatusMask statuses) MERIDIAN_REQUIRES(mutex_);
@@ -137,7 +150,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
-    std::unordered_map<rtps::Guid, int32_t> strengths_ MERIDIAN_GUARDED_BY(mutex_); // of matched writers
+    WithheldSamples withheld_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::MonotonicTime armed_ MERIDIAN_GUARDED_BY(mutex_) = rtps::kNever;
     std::vector<DDS_InstanceHandle_t> missed_ MERIDIAN_GUARDED_BY(mutex_); // deadlines, of the last timer
     uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;

@@ -100,7 +100,7 @@ void return_sample(PRESTypePluginEndpointData data, void* sample) {
     PRESTypePluginDefaultEndpointData_returnSample(endpoint_of(data).samples, sample);
 }
 
-/// Keeps the bytes; they are decoded when they are printed. What cannot be decoded is a sample all the same.
+/// Keeps the bytes, which are decoded on access. A payload that cannot be decoded is a sample all the same.
 bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrStream* stream, bool,
                  bool deserialize_sample) {
     if (!deserialize_sample)

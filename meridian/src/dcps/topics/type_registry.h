@@ -3,11 +3,11 @@
 // The types of one participant: which plugin handles the samples of a type name.
 
 #include <atomic>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 
 #include "meridian/type_plugin.h"
 #include "meridian/type_support.h"
@@ -15,7 +15,7 @@
 namespace meridian::dcps {
 
 /// One registration. Topics, readers and writers of the type share it, so that the plugin's data live as long
-/// as anybody needs them.
+/// as the last of them.
 class RegisteredType {
   public:
     /// Attaches the plugin to the participant; adopts the type support, which may be null.
@@ -30,7 +30,7 @@ class RegisteredType {
     bool is_keyed() const {
         return plugin_.getKeyKind != nullptr && plugin_.getKeyKind() != PRES_TYPEPLUGIN_NO_KEY;
     }
-    /// Gives the type support back to the one who registered it, after a registration that failed.
+    /// Gives the type support back to the caller, after a registration that failed.
     void disown() { type_support_.release(); }
 
   private:
@@ -56,9 +56,9 @@ class TypeRegistry {
     DDS_ReturnCode_t unlock();
 
   private:
-    // Recursive: whoever holds the public lock registers and unregisters under it.
+    // Recursive: a thread that holds the public lock registers and unregisters under it.
     std::recursive_mutex mutex_;
-    std::map<std::string, Type> types_;
+    std::unordered_map<std::string, Type> types_;
     std::atomic<std::thread::id> holder_{};
     int depth_ = 0;
 };

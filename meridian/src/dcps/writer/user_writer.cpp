@@ -124,7 +124,7 @@ void UserWriter::changed(DDS_StatusMask status) {
         status_condition().set_changed(status);
 }
 
-void UserWriter::matched(const rtps::EndpointData& remote) {
+void UserWriter::matched(const rtps::RemoteEndpoint& remote) {
     MutexLock lock(mutex_);
     changed(statuses_.reader_matched(remote.guid));
 }
@@ -134,14 +134,14 @@ void UserWriter::unmatched(const rtps::Guid& remote) {
     changed(statuses_.reader_unmatched(remote));
 }
 
-void UserWriter::incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) {
+void UserWriter::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
     const std::vector<uint32_t> counted = without_partition(policies);
     if (counted.empty())
         return;
     MutexLock lock(mutex_);
     MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": reader %s does not match the writer: %s", topic_.get_name(),
                          rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(endpoint_qos(), remote.qos, counted).c_str());
+                         describe_incompatibility(endpoint_qos(), *remote.qos, counted).c_str());
     changed(statuses_.incompatible(counted));
 }
 

@@ -57,9 +57,9 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     DDS_InstanceHandle_t lookup_instance_untyped(const void* holder) override;
 
     // Under the lock of the runtime.
-    void matched(const rtps::EndpointData& remote) override;
+    void matched(const rtps::RemoteEndpoint& remote) override;
     void unmatched(const rtps::Guid& remote) override;
-    void incompatible(const rtps::EndpointData& remote, const std::vector<uint32_t>& policies) override;
+    void incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) override;
 
   private:
     class Buffer;

@@ -8,10 +8,7 @@ namespace meridian::dcps {
 DDS_StatusMask WriterStatuses::reader_matched(const rtps::Guid& reader) {
     if (!readers_.insert(reader).second)
         return 0;
-    ++matched_.total_count;
-    ++matched_.total_count_change;
-    ++matched_.current_count;
-    ++matched_.current_count_change;
+    count_match(matched_, true);
     matched_.last_subscription_handle = discovery::to_handle(reader);
     return DDS_PUBLICATION_MATCHED_STATUS;
 }
@@ -19,8 +16,7 @@ DDS_StatusMask WriterStatuses::reader_matched(const rtps::Guid& reader) {
 DDS_StatusMask WriterStatuses::reader_unmatched(const rtps::Guid& reader) {
     if (readers_.erase(reader) == 0)
         return 0;
-    --matched_.current_count;
-    --matched_.current_count_change;
+    count_match(matched_, false);
     matched_.last_subscription_handle = discovery::to_handle(reader);
     return DDS_PUBLICATION_MATCHED_STATUS;
 }
@@ -33,9 +29,7 @@ DDS_StatusMask WriterStatuses::incompatible(const std::vector<uint32_t>& policie
 }
 
 DDS_PublicationMatchedStatus WriterStatuses::take_matched() {
-    DDS_PublicationMatchedStatus copy = taken(matched_);
-    matched_.current_count_change = 0;
-    return copy;
+    return taken_match(matched_);
 }
 
 DDS_OfferedIncompatibleQosStatus WriterStatuses::take_incompatible() {

@@ -122,7 +122,7 @@ std::optional<IpAddress> address_of(const Locator& locator) {
     }
     if (locator.kind != kLocatorUdpV4)
         return std::nullopt;
-    // The upper bytes of an IPv4 locator are nobody's business; some senders leave rubbish there.
+    // The upper bytes of an IPv4 locator mean nothing; some senders do not clear them.
     std::copy(locator.address.begin() + kV4Offset, locator.address.end(), address.bytes.begin() + kV4Offset);
     return address;
 }

@@ -58,9 +58,9 @@ struct InterfaceFilter {
 std::vector<Interface> usable_interfaces(const std::vector<Interface>& all, Family family,
                                          const InterfaceFilter& filter);
 
-/// The addresses of one family to announce to everybody: global ones, in order; link-local ones only where
-/// there are no others; loopback ones only where there is nothing else: some peers send to all addresses that
-/// they are told, also to what is their own loopback.
+/// The addresses of one family to announce to all participants: global ones, in order; link-local ones only
+/// where there are no others; loopback ones only where there is nothing else: some peers send to all
+/// addresses that they are told, also to what is their own loopback.
 std::vector<IpAddress> announced_addresses(const std::vector<Interface>& usable, Family family);
 
 /// Tells by a readable descriptor that links or addresses may have changed. One thread.

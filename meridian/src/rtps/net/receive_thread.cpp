@@ -49,7 +49,7 @@ Now now() {
 
 std::shared_ptr<ReceiveThread> ReceiveThread::open(const TransportConfig& config, const OwnParticipants& own,
                                                    std::string& error) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-    // Nobody else knows the thread yet, so no lock is needed.
+    // No other thread knows it yet, so no lock is needed.
     std::shared_ptr<ReceiveThread> thread(new ReceiveThread(own));
     thread->wake_descriptor_ = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!thread->wake_descriptor_) {

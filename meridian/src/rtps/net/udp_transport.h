@@ -1,6 +1,6 @@
 #pragma once
 
-// UDP sockets of one participant, in one or both address families: unicast sockets of its own, and the
+// UDP sockets of one participant index, in one or both address families: unicast sockets of its own, and the
 // multicast ports that it shares with all others of the domain, joined on every usable interface.
 
 #include <cstdint>

@@ -33,10 +33,7 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
     }
     if (participants_.excludes(decoded->guid.prefix))
         return;
-    if (RemoteEndpoint* known = find_any(decoded->guid))
-        change(*known, std::move(*decoded), sample);
-    else
-        add(std::move(*decoded), sample);
+    take(std::move(*decoded), sample);
 }
 
 void EndpointDiscovery::note_announcer(const Guid& endpoint, const GuidPrefix& announcer) {
@@ -46,40 +43,65 @@ void EndpointDiscovery::note_announcer(const Guid& endpoint, const GuidPrefix& a
         announced_by_others_.erase(endpoint);
 }
 
-void EndpointDiscovery::add(EndpointData&& data, const Sample& sample) {
-    if (by_topic_.size() >= max_endpoints_) {
+void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
+    const Guid guid = data.guid;
+    const DiscoveredEndpoint* known = find(guid);
+    if (known == nullptr && count_ >= max_endpoints_) {
         warnings_.warn("endpoint limit", "more than " + std::to_string(max_endpoints_) +
                                              " endpoints in the domain; the others are not seen");
         return;
     }
-    const Guid guid = data.guid;
-    auto added = std::make_unique<RemoteEndpoint>();
-    RemoteEndpoint& endpoint = *added;
-    endpoint.data = std::move(data);
-    endpoint.announcement.assign(sample.payload.begin(), sample.payload.end());
-    endpoint.timestamp = sample.source_timestamp;
-    endpoint.visible = participants_.find(guid.prefix) != nullptr;
-    by_participant_[guid.prefix][guid.entity.value] = std::move(added);
-    by_topic_.insert(&endpoint);
     note_announcer(guid, sample.writer.prefix);
-    if (endpoint.visible)
-        listener_.on_endpoint_discovered(endpoint);
+    if (known != nullptr) {
+        const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
+        if (newest.announcement == hash_of(data))
+            return;
+    }
+    EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
+    std::unique_ptr<DiscoveredEndpoint>& endpoint = siblings.by_entity[guid.entity.value];
+    if (endpoint == nullptr) {
+        endpoint = std::make_unique<DiscoveredEndpoint>();
+        ++count_;
+    }
+    endpoint->waiting = siblings.records.make(std::move(data), sample.source_timestamp);
+    settle(*endpoint);
 }
 
-void EndpointDiscovery::change(RemoteEndpoint& endpoint, EndpointData&& data, const Sample& sample) {
-    const ByteBuffer& before = endpoint.announcement;
-    const bool same_bytes = before.size() == sample.payload.size &&
-                            std::equal(before.begin(), before.end(), sample.payload.begin());
-    const bool same = same_bytes || encode(endpoint.data) == encode(data);
-    note_announcer(data.guid, sample.writer.prefix);
-    if (same)
+void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
+    RemoteEndpoint& waiting = *endpoint.waiting;
+    const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
+    if (participant == nullptr)
         return;
-    by_topic_.erase(&endpoint);
-    endpoint.data = std::move(data);
+    if (settler_ != nullptr && waiting.guid.entity.is_writer()) {
+        TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
+        waiting.type_state = answer.state;
+        waiting.type = std::move(answer.type);
+    }
+    endpoint.is_settling = waiting.type_state == TypeState::waiting;
+    if (!endpoint.is_settling)
+        make_visible(endpoint);
+}
+
+void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeRef& type) {
+    DiscoveredEndpoint* endpoint = find(publication);
+    if (endpoint == nullptr || !endpoint->is_settling)
+        return;
+    endpoint->waiting->type_state = type != nullptr ? TypeState::known : TypeState::none;
+    endpoint->waiting->type = type;
+    make_visible(*endpoint);
+}
+
+void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
+    const bool is_new = endpoint.record == nullptr;
+    if (!is_new)
+        by_topic_.erase(&endpoint);
+    endpoint.record = std::move(endpoint.waiting);
+    endpoint.waiting = nullptr;
+    endpoint.is_settling = false;
     by_topic_.insert(&endpoint);
-    endpoint.announcement.assign(sample.payload.begin(), sample.payload.end());
-    endpoint.timestamp = sample.source_timestamp;
-    if (endpoint.visible)
+    if (is_new)
+        listener_.on_endpoint_discovered(endpoint);
+    else
         listener_.on_endpoint_changed(endpoint);
 }
 
@@ -94,34 +116,39 @@ void EndpointDiscovery::on_dispose(const Sample& sample) {
 }
 
 void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime timestamp) {
-    RemoteEndpoint* endpoint = find_any(guid);
+    DiscoveredEndpoint* endpoint = find(guid);
     if (endpoint == nullptr)
         return;
-    if (endpoint->visible)
+    if (endpoint->is_settling) {
+        endpoint->waiting->type_state = TypeState::none;
+        make_visible(*endpoint);
+    }
+    if (endpoint->record != nullptr) {
         listener_.on_endpoint_gone(*endpoint, reason, timestamp);
+        by_topic_.erase(endpoint);
+    }
     announced_by_others_.erase(guid);
-    by_topic_.erase(endpoint);
     const auto siblings = by_participant_.find(guid.prefix);
-    siblings->second.erase(guid.entity.value);
-    if (siblings->second.empty())
+    siblings->second.by_entity.erase(guid.entity.value);
+    if (siblings->second.by_entity.empty())
         by_participant_.erase(siblings);
+    --count_;
 }
 
 void EndpointDiscovery::clear() {
     by_topic_.clear();
     by_participant_.clear();
     announced_by_others_.clear();
+    count_ = 0;
 }
 
 void EndpointDiscovery::participant_discovered(const GuidPrefix& prefix) {
     const auto endpoints = by_participant_.find(prefix);
     if (endpoints == by_participant_.end())
         return;
-    for (const auto& entry : endpoints->second) {
-        if (entry.second->visible)
-            continue;
-        entry.second->visible = true;
-        listener_.on_endpoint_discovered(*entry.second);
+    for (const auto& entry : endpoints->second.by_entity) {
+        if (entry.second->waiting != nullptr && !entry.second->is_settling)
+            settle(*entry.second);
     }
 }
 
@@ -129,8 +156,8 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
     std::vector<Guid> gone;
     const auto endpoints = by_participant_.find(prefix);
     if (endpoints != by_participant_.end()) {
-        for (const auto& entry : endpoints->second)
-            gone.push_back(entry.second->data.guid);
+        for (const auto& entry : endpoints->second.by_entity)
+            gone.push_back({prefix, EntityId{entry.first}});
     }
     for (const auto& entry : announced_by_others_) {
         if (entry.second == prefix && entry.first.prefix != prefix)
@@ -139,19 +166,16 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
     std::sort(gone.begin(), gone.end());
     for (const Guid& guid : gone)
         remove(guid, reason, kTimeInvalid);
+    if (settler_ != nullptr)
+        settler_->participant_gone(prefix);
 }
 
-RemoteEndpoint* EndpointDiscovery::find_any(const Guid& guid) const {
+DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) const {
     const auto endpoints = by_participant_.find(guid.prefix);
     if (endpoints == by_participant_.end())
         return nullptr;
-    const auto at = endpoints->second.find(guid.entity.value);
-    return at != endpoints->second.end() ? at->second.get() : nullptr;
-}
-
-RemoteEndpoint* EndpointDiscovery::find(const Guid& guid) const {
-    RemoteEndpoint* endpoint = find_any(guid);
-    return endpoint != nullptr && endpoint->visible ? endpoint : nullptr;
+    const auto at = endpoints->second.by_entity.find(guid.entity.value);
+    return at != endpoints->second.by_entity.end() ? at->second.get() : nullptr;
 }
 
 void EndpointDiscovery::announce(ReliableWriter& builtin_writer, const EndpointData& data, Now now) {

@@ -3,6 +3,10 @@
 // Endpoint discovery (DDSI-RTPS 2.5, 8.5.4): the table of the endpoints of other participants, filled by the
 // builtin readers for publications and subscriptions, and the announcements of the own endpoints.
 //
+// What an endpoint announces becomes visible once its participant is known and its type is settled; what it
+// announces meanwhile replaces what waits. An endpoint that goes while it waits is settled as it stands, so
+// that it is told of before its end is.
+//
 // Endpoint data that comes before its participant is known is never lost: the builtin readers take data of
 // known participants only, and ask for all of it when one becomes known. What a known participant announces
 // on behalf of an unknown one waits here, unseen, for as long as its announcer is there.
@@ -16,21 +20,21 @@
 
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reliable_writer.h"
+#include "rtps/protocol/remote_endpoint.h"
 #include "rtps/protocol/sinks.h"
+#include "rtps/protocol/type_settler.h"
 #include "rtps/protocol/warn_once.h"
 
 namespace meridian::rtps {
 
 struct LocalEndpoint;
 
-struct RemoteEndpoint {
-    EndpointData data;
-    ByteBuffer announcement; // as it came
-    WireTime timestamp = kTimeInvalid;
-    bool visible = false; // its participant is known
-    // Kept by LocalEndpoints:
-    std::vector<LocalEndpoint*> matched;
-    bool undecided = false; // a local reader waits for the decision whether its type fits
+/// An entry of the table; at least one of the records is set.
+struct DiscoveredEndpoint {
+    RemoteEndpointRef record; // what is visible
+    std::shared_ptr<RemoteEndpoint> waiting;
+    bool is_settling = false;            // what waits does so for its type alone
+    std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
 };
 
 class EndpointDiscovery {
@@ -39,15 +43,21 @@ class EndpointDiscovery {
     class Listener {
       public:
         virtual ~Listener() = default;
-        virtual void on_endpoint_discovered(RemoteEndpoint& endpoint) = 0;
-        virtual void on_endpoint_changed(RemoteEndpoint& endpoint) = 0;
+        virtual void on_endpoint_discovered(DiscoveredEndpoint& endpoint) = 0;
+        virtual void on_endpoint_changed(DiscoveredEndpoint& endpoint) = 0;
         /// Called while the endpoint can still be found.
-        virtual void on_endpoint_gone(RemoteEndpoint& endpoint, GoneReason reason, WireTime timestamp) = 0;
+        virtual void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason,
+                                      WireTime timestamp) = 0;
     };
 
     /// The references must outlive the object.
     EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants, WarnOnce& warnings,
                       Listener& listener);
+
+    /// Without one publications have no types. Must outlive the object.
+    void set_type_settler(TypeSettler& settler) { settler_ = &settler; }
+    /// The answer to a question of which the settler said that it is waiting; null: there is no type.
+    void settle_type(const Guid& publication, const EndpointTypeRef& type);
 
     /// Samples of the builtin readers; writers: of the one for publications.
     void on_sample(const Sample& sample, bool writers);
@@ -57,8 +67,9 @@ class EndpointDiscovery {
     void participant_gone(const GuidPrefix& prefix, GoneReason reason);
     void clear();
 
-    /// Visible ones only, like the operations below.
-    RemoteEndpoint* find(const Guid& guid) const;
+    /// Those that wait included.
+    DiscoveredEndpoint* find(const Guid& guid) const;
+    /// The operations below pass over those that are not visible.
     template <typename Function>
     void for_each(Function function) const {
         for (const auto& entry : by_participant_)
@@ -74,10 +85,8 @@ class EndpointDiscovery {
     template <typename Function>
     void for_each_of_topic(const std::string& topic_name, Function function) const {
         const auto range = by_topic_.equal_range(topic_name);
-        for (auto at = range.first; at != range.second; ++at) {
-            if ((*at)->visible)
-                function(**at);
-        }
+        for (auto at = range.first; at != range.second; ++at)
+            function(**at);
     }
 
     /// The sample that announces a local endpoint through a builtin writer, and the one that disposes it.
@@ -85,33 +94,37 @@ class EndpointDiscovery {
     static void dispose(ReliableWriter& builtin_writer, const Guid& guid, Now now);
 
   private:
-    using Endpoints = std::unordered_map<uint32_t, std::unique_ptr<RemoteEndpoint>>; // by entity id
+    struct EndpointsOfParticipant {
+        std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>> by_entity;
+        RecordMaker records;
+    };
     /// By topic name, then GUID.
     struct TopicOrder {
         using is_transparent = void;
-        bool operator()(const RemoteEndpoint* a, const RemoteEndpoint* b) const {
-            const int order = a->data.topic_name.compare(b->data.topic_name);
-            return order != 0 ? order < 0 : a->data.guid < b->data.guid;
+        bool operator()(const DiscoveredEndpoint* a, const DiscoveredEndpoint* b) const {
+            const int order = a->record->topic_name.compare(b->record->topic_name);
+            return order != 0 ? order < 0 : a->record->guid < b->record->guid;
         }
-        bool operator()(const RemoteEndpoint* a, const std::string& b) const {
-            return a->data.topic_name < b;
+        bool operator()(const DiscoveredEndpoint* a, const std::string& b) const {
+            return a->record->topic_name < b;
         }
-        bool operator()(const std::string& a, const RemoteEndpoint* b) const {
-            return a < b->data.topic_name;
+        bool operator()(const std::string& a, const DiscoveredEndpoint* b) const {
+            return a < b->record->topic_name;
         }
     };
 
     template <typename Function>
-    static void for_each_of(const Endpoints& endpoints, Function& function) {
-        for (const auto& entry : endpoints) {
-            if (entry.second->visible)
+    static void for_each_of(const EndpointsOfParticipant& endpoints, Function& function) {
+        for (const auto& entry : endpoints.by_entity) {
+            if (entry.second->record != nullptr)
                 function(*entry.second);
         }
     }
-    RemoteEndpoint* find_any(const Guid& guid) const;
+    void take(EndpointData&& data, const Sample& sample);
     void note_announcer(const Guid& endpoint, const GuidPrefix& announcer);
-    void add(EndpointData&& data, const Sample& sample);
-    void change(RemoteEndpoint& endpoint, EndpointData&& data, const Sample& sample);
+    /// Asks for the type of what waits, if that is possible by now, and makes it visible if it is settled.
+    void settle(DiscoveredEndpoint& endpoint);
+    void make_visible(DiscoveredEndpoint& endpoint);
     void on_dispose(const Sample& sample);
     void remove(const Guid& guid, GoneReason reason, WireTime timestamp);
 
@@ -119,9 +132,11 @@ class EndpointDiscovery {
     const ParticipantDiscovery& participants_;
     WarnOnce& warnings_;
     Listener& listener_;
-    std::unordered_map<GuidPrefix, Endpoints> by_participant_;
-    std::set<RemoteEndpoint*, TopicOrder> by_topic_;
-    std::map<Guid, GuidPrefix> announced_by_others_; // and by whom
+    TypeSettler* settler_ = nullptr;
+    size_t count_ = 0;
+    std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
+    std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
+    std::map<Guid, GuidPrefix> announced_by_others_;     // and by whom
 };
 
 } // namespace meridian::rtps

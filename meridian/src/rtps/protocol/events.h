@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "rtps/protocol/remote_endpoint.h"
 #include "rtps/wire/discovery_data.h"
 
 namespace meridian::rtps {
@@ -14,8 +16,11 @@ enum class GoneReason {
     stopped,       // this side stopped
 };
 
+/// The last announcement of a participant; does not change, any thread may read it.
+using ParticipantRef = std::shared_ptr<const ParticipantData>;
+
 /// News of remote participants and endpoints, told during the call that caused it. An implementation must not
-/// call back into the participant, and the references are valid during the call only. Nothing about own
+/// call back into the participant; it may keep the records, which are never null. Nothing about own
 /// participants is ever told. Order: participant_discovered, then its endpoints; all its endpoints are gone
 /// before participant_gone. An endpoint that matches a local one is told here first, then to the sink of that
 /// one (see sinks.h).
@@ -23,10 +28,10 @@ class Events {
   public:
     virtual ~Events() = default;
 
-    virtual void participant_discovered(const ParticipantData&) {}
+    virtual void participant_discovered(const ParticipantRef&) {}
     /// An announcement with another content than before.
-    virtual void participant_changed(const ParticipantData&) {}
-    virtual void participant_gone(const ParticipantData&, GoneReason) {}
+    virtual void participant_changed(const ParticipantRef&) {}
+    virtual void participant_gone(const ParticipantRef&, GoneReason) {}
 
     /// Asked, not told: whether local endpoints may match those of this participant, which was told of
     /// before. One that is not admitted hears nothing of the endpoints here, while its own are told of all
@@ -34,11 +39,11 @@ class Events {
     /// announces of this one; what was announced to it before is not taken back then.
     virtual bool admits(const GuidPrefix&) const { return true; }
 
-    /// source_timestamp: INFO_TS of the announcement, kTimeInvalid where none was sent.
-    virtual void endpoint_discovered(const EndpointData&, WireTime /*source_timestamp*/) {}
-    virtual void endpoint_changed(const EndpointData&, WireTime /*source_timestamp*/) {}
+    /// Its type is settled.
+    virtual void endpoint_discovered(const RemoteEndpointRef&) {}
+    virtual void endpoint_changed(const RemoteEndpointRef&) {}
     /// source_timestamp: of the dispose; kTimeInvalid when the endpoint went with its participant.
-    virtual void endpoint_gone(const EndpointData&, GoneReason, WireTime /*source_timestamp*/) {}
+    virtual void endpoint_gone(const RemoteEndpointRef&, GoneReason, WireTime /*source_timestamp*/) {}
 
     /// Something an operator should know; each cause is told once, so this never floods.
     virtual void warning(const std::string& /*text*/) {}

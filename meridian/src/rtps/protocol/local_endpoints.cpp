@@ -9,7 +9,7 @@ namespace meridian::rtps {
 
 namespace {
 
-bool same_topic(const LocalEndpoint& local, const EndpointData& remote) {
+bool same_topic(const LocalEndpoint& local, const RemoteEndpoint& remote) {
     const EntityId own = local.data.guid.entity;
     const EntityId other = remote.guid.entity;
     return own.is_writer() == other.is_reader() && own.is_reader() == other.is_writer() &&
@@ -17,7 +17,7 @@ bool same_topic(const LocalEndpoint& local, const EndpointData& remote) {
            local.data.type_name == remote.type_name;
 }
 
-std::string describe_keys(const EndpointData& local, const EndpointData& remote) {
+std::string describe_keys(const EndpointData& local, const RemoteEndpoint& remote) {
     const auto kind = [](const Guid& guid) {
         return std::string(guid.entity.is_writer() ? "writer " : "reader ") + to_string(guid) +
                (guid.entity.has_key() ? " has a key" : " has none");
@@ -85,9 +85,9 @@ void LocalEndpoints::remove(EntityId id) {
     endpoints_.erase(at);
 }
 
-Route LocalEndpoints::route_to(const RemoteEndpoint& remote, const RemoteParticipant& participant) const {
-    Route route{participant.data.guid.prefix,
-                choose_locators(remote.data.unicast, participant.announced_from, output_)};
+Route LocalEndpoints::route_to(const DiscoveredEndpoint& remote, const RemoteParticipant& participant) const {
+    Route route{participant.data->guid.prefix,
+                choose_locators(*remote.record->unicast, participant.announced_from, output_)};
     if (route.locators.empty())
         route.locators = participant.user.locators;
     return route;
@@ -98,7 +98,8 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     if (local.reader) {
         const RemoteParticipant* participant = participants_.find(remote.prefix);
         local.reader->add_writer(
-            RemoteWriter{remote, route, participant != nullptr ? participant->data.vendor : VendorId{}}, now);
+            RemoteWriter{remote, route, participant != nullptr ? participant->data->vendor : VendorId{}},
+            now);
         return;
     }
     RemoteReader reader;
@@ -119,10 +120,10 @@ void LocalEndpoints::match_participant(const RemoteParticipant& remote, Monotoni
 
 void LocalEndpoints::match_participant(LocalEndpoint& local, const RemoteParticipant& remote,
                                        MonotonicTime now) {
-    const Guid guid{remote.data.guid.prefix, local.builtin_peer->remote};
+    const Guid guid{remote.data->guid.prefix, local.builtin_peer->remote};
     // A writer of its that believed to be matched would wait for acknowledgements that never come.
     const bool is_told = !announces_endpoints(local) || events_.admits(guid.prefix);
-    if ((remote.data.builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told)
+    if ((remote.data->builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told)
         disconnect(local, guid);
     else // builtin counterparts have the QoS of ours
         connect(local, guid, local.data.qos, false, remote.metatraffic, now);
@@ -135,10 +136,10 @@ void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
 
 // -- The others
 
-void LocalEndpoints::unmatch(LocalEndpoint& local, RemoteEndpoint& remote) {
+void LocalEndpoints::unmatch(LocalEndpoint& local, DiscoveredEndpoint& remote) {
     if (!contains(remote.matched, local))
         return;
-    const Guid& guid = remote.data.guid;
+    const Guid& guid = remote.record->guid;
     erase(remote.matched, local);
     disconnect(local, guid);
     if (local.reader && remote.matched.empty())
@@ -146,77 +147,74 @@ void LocalEndpoints::unmatch(LocalEndpoint& local, RemoteEndpoint& remote) {
     local.sink->unmatched(guid);
 }
 
-void LocalEndpoints::match(LocalEndpoint& local, RemoteEndpoint& remote, MonotonicTime now, Cause cause) {
-    const Guid& guid = remote.data.guid;
+void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, MonotonicTime now, Cause cause) {
+    const Guid& guid = remote.record->guid;
     const RemoteParticipant* participant = participants_.find(guid.prefix);
-    if (participant == nullptr || !same_topic(local, remote.data) || !events_.admits(guid.prefix)) {
+    if (participant == nullptr || !same_topic(local, *remote.record) || !events_.admits(guid.prefix)) {
         part(local, remote);
         return;
     }
     if (local.data.guid.entity.has_key() != guid.entity.has_key()) {
         part(local, remote);
-        warnings_.warn(to_string(local.data.guid) + to_string(guid), describe_keys(local.data, remote.data));
+        warnings_.warn(to_string(local.data.guid) + to_string(guid),
+                       describe_keys(local.data, *remote.record));
         return;
     }
     const std::vector<uint32_t> policies = local.writer
-                                               ? incompatible_policies(local.data.qos, remote.data.qos)
-                                               : incompatible_policies(remote.data.qos, local.data.qos);
+                                               ? incompatible_policies(local.data.qos, *remote.record->qos)
+                                               : incompatible_policies(*remote.record->qos, local.data.qos);
     if (!policies.empty()) {
         unmatch(local, remote);
         auto& told = refused_[{guid, local.data.guid.entity}];
         if (told != policies) {
             told = policies;
-            local.sink->incompatible(remote.data, policies);
+            local.sink->incompatible(*remote.record, policies);
         }
         return;
     }
     refused_.erase({guid, local.data.guid.entity});
-    const TypeMatch types =
-        local.reader_sink != nullptr ? local.reader_sink->type_fits(remote.data) : TypeMatch::fits;
-    remote.undecided = remote.undecided || types == TypeMatch::undecided;
-    if (types != TypeMatch::fits) {
+    if (local.reader_sink != nullptr && !local.reader_sink->accepts_type(*remote.record)) {
         unmatch(local, remote);
         return;
     }
     const bool is_new = !contains(remote.matched, local);
     if (is_new)
         remote.matched.push_back(&local);
-    connect(local, guid, remote.data.qos, remote.data.expects_inline_qos, route_to(remote, *participant),
-            now);
+    connect(local, guid, *remote.record->qos, remote.record->expects_inline_qos,
+            route_to(remote, *participant), now);
     if (local.reader)
-        liveliness_.add_remote(guid, remote.data.qos.liveliness,
-                               to_duration(remote.data.qos.liveliness_lease), now);
+        liveliness_.add_remote(guid, remote.record->qos->liveliness,
+                               to_duration(remote.record->qos->liveliness_lease), now);
     if (is_new)
-        local.sink->matched(remote.data);
+        local.sink->matched(*remote.record);
     else if (cause == Cause::remote_changed)
-        local.sink->match_changed(remote.data);
+        local.sink->match_changed(*remote.record);
 }
 
-void LocalEndpoints::match_all(RemoteEndpoint& remote, MonotonicTime now, Cause cause) {
-    remote.undecided = false;
+void LocalEndpoints::match_all(DiscoveredEndpoint& remote, MonotonicTime now, Cause cause) {
     const std::vector<LocalEndpoint*> before = remote.matched;
     for (LocalEndpoint* local : before) {
-        if (!same_topic(*local, remote.data)) // it has moved to another topic
+        if (!same_topic(*local, *remote.record)) // it has moved to another topic
             part(*local, remote);
     }
-    const auto topic = by_topic_.find(remote.data.topic_name);
+    const auto topic = by_topic_.find(remote.record->topic_name);
     if (topic == by_topic_.end())
         return;
     for (LocalEndpoint* local : topic->second)
         match(*local, remote, now, cause);
 }
 
-void LocalEndpoints::part(LocalEndpoint& local, RemoteEndpoint& remote) {
+void LocalEndpoints::part(LocalEndpoint& local, DiscoveredEndpoint& remote) {
     unmatch(local, remote);
-    refused_.erase({remote.data.guid, local.data.guid.entity});
+    refused_.erase({remote.record->guid, local.data.guid.entity});
 }
 
-void LocalEndpoints::part_all(RemoteEndpoint& remote) {
+void LocalEndpoints::part_all(DiscoveredEndpoint& remote) {
     while (!remote.matched.empty())
         unmatch(*remote.matched.back(), remote);
-    const auto first = refused_.lower_bound({remote.data.guid, EntityId{0}});
+    const auto first = refused_.lower_bound({remote.record->guid, EntityId{0}});
     auto last = first;
-    while (last != refused_.end() && last->first.first == remote.data.guid)
+    while (last != refused_.end() && last->first.first == remote.record->guid)
         ++last;
     refused_.erase(first, last);
 }

@@ -61,19 +61,20 @@ class LocalEndpoints {
 
     enum class Cause { news, remote_changed };
     /// Matches (or unmatches, or changes the route of) one pair, as both stand now.
-    void match(LocalEndpoint& local, RemoteEndpoint& remote, MonotonicTime now, Cause cause = Cause::news);
-    void match_all(RemoteEndpoint& remote, MonotonicTime now, Cause cause = Cause::news);
+    void match(LocalEndpoint& local, DiscoveredEndpoint& remote, MonotonicTime now,
+               Cause cause = Cause::news);
+    void match_all(DiscoveredEndpoint& remote, MonotonicTime now, Cause cause = Cause::news);
     /// Forgets what there was between the two.
-    void part(LocalEndpoint& local, RemoteEndpoint& remote);
-    void part_all(RemoteEndpoint& remote);
+    void part(LocalEndpoint& local, DiscoveredEndpoint& remote);
+    void part_all(DiscoveredEndpoint& remote);
 
   private:
     using Pair = std::pair<Guid, EntityId>; // remote, local
 
-    void unmatch(LocalEndpoint& local, RemoteEndpoint& remote);
+    void unmatch(LocalEndpoint& local, DiscoveredEndpoint& remote);
     void connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos, bool expects_inline_qos,
                  const Route& route, MonotonicTime now);
-    Route route_to(const RemoteEndpoint& remote, const RemoteParticipant& participant) const;
+    Route route_to(const DiscoveredEndpoint& remote, const RemoteParticipant& participant) const;
 
     const Output& output_;
     const ParticipantDiscovery& participants_;

@@ -15,15 +15,19 @@ MessageRouter::MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery&
       liveliness_(liveliness),
       warnings_(warnings) {}
 
-ReadStatus MessageRouter::take(ByteView datagram, const Locator& source) {
-    source_ = source;
-    checked_ = false;
-    return read_message(datagram, *this);
+ReadStatus MessageRouter::take(ByteView datagram, const Locator& source, bool is_replayed) {
+    // A replay may happen in the middle of a datagram.
+    const Datagram interrupted = std::exchange(datagram_, {});
+    datagram_.source = source;
+    datagram_.is_replayed = is_replayed;
+    const ReadStatus status = read_message(datagram, *this);
+    datagram_ = interrupted;
+    return status;
 }
 
 ReadStatus MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
     now_ = now;
-    const ReadStatus status = take(datagram, source);
+    const ReadStatus status = take(datagram, source, false);
     if (!unknown_writers_.empty()) {
         early_packets_.add(unknown_writers_, datagram, source, now.monotonic);
         unknown_writers_.clear();
@@ -38,7 +42,7 @@ void MessageRouter::replay(Now now) {
         newly_known_writers_.clear();
     for (const Guid& writer : std::exchange(newly_known_writers_, {})) {
         for (const EarlyPackets::Packet& packet : early_packets_.take(writer, now_.monotonic))
-            take(*packet.datagram, packet.source);
+            take(*packet.datagram, packet.source, true);
         unknown_writers_.clear(); // of others in the same packets, which are kept for them already
     }
 }
@@ -58,21 +62,23 @@ bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, co
         return true;
     if (local != entity::unknown)
         return locals_.find(local) != nullptr;
-    const RemoteEndpoint* endpoint = endpoints_.find(remote);
-    return endpoint == nullptr || endpoint->undecided || !endpoint->matched.empty();
+    const DiscoveredEndpoint* endpoint = endpoints_.find(remote);
+    return endpoint == nullptr || endpoint->record == nullptr || !endpoint->matched.empty();
 }
 
-bool MessageRouter::accepted(const MessageContext& context) {
+bool MessageRouter::accepted(const MessageContext& context, EntityId sender) {
     if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
         return false;
-    if (checked_ && checked_source_ == context.source)
-        return checked_result_;
-    checked_ = true;
-    checked_source_ = context.source;
-    checked_result_ = !participants_.excludes(context.source);
-    if (checked_result_)
+    if (datagram_.is_replayed && sender.is_builtin())
+        return false;
+    if (datagram_.is_checked && datagram_.checked == context.source)
+        return datagram_.accepted;
+    datagram_.is_checked = true;
+    datagram_.checked = context.source;
+    datagram_.accepted = !participants_.excludes(context.source);
+    if (datagram_.accepted)
         participants_.on_traffic(context.source, now_.monotonic);
-    return checked_result_;
+    return datagram_.accepted;
 }
 
 template <typename Function>
@@ -96,7 +102,7 @@ bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function fu
             known = (local->reader && hand_to(*local, function)) || known;
         return known;
     }
-    const RemoteEndpoint* remote = endpoints_.find(writer);
+    const DiscoveredEndpoint* remote = endpoints_.find(writer);
     if (remote == nullptr)
         return false;
     for (LocalEndpoint* local : remote->matched)
@@ -107,8 +113,8 @@ bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function fu
 void MessageRouter::note_unknown_writer(const Guid& writer) {
     if (writer.entity.is_builtin() || participants_.find(writer.prefix) == nullptr)
         return;
-    const RemoteEndpoint* remote = endpoints_.find(writer);
-    const bool may_be_matched_soon = remote == nullptr || remote->undecided;
+    const DiscoveredEndpoint* remote = endpoints_.find(writer);
+    const bool may_be_matched_soon = remote == nullptr || remote->record == nullptr;
     if (may_be_matched_soon &&
         std::find(unknown_writers_.begin(), unknown_writers_.end(), writer) == unknown_writers_.end())
         unknown_writers_.push_back(writer);
@@ -120,10 +126,10 @@ void MessageRouter::assert_liveliness(const Guid& writer) {
 }
 
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
-    if (!accepted(context))
+    if (!accepted(context, data.writer))
         return;
     if (data.writer == entity::participant_writer) {
-        participants_.on_data(context, data, source_, now_);
+        participants_.on_data(context, data, datagram_.source, now_);
         return;
     }
     const Guid writer{context.source, data.writer};
@@ -134,7 +140,7 @@ void MessageRouter::on_data(const MessageContext& context, const Data& data) {
 }
 
 void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& fragment) {
-    if (!accepted(context))
+    if (!accepted(context, fragment.writer))
         return;
     const Guid writer{context.source, fragment.writer};
     if (!for_readers(fragment.reader, writer,
@@ -144,19 +150,25 @@ void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& 
 }
 
 void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) {
-    if (!accepted(context))
+    if (!accepted(context, heartbeat.writer))
         return;
     const Guid writer{context.source, heartbeat.writer};
     for_readers(heartbeat.reader, writer, [&](Reader& reader) {
         reader.on_heartbeat(writer, heartbeat, now_.monotonic);
         return true;
     });
+    // Without it a reader that is matched later could not deliver what is kept for it.
+    if (!writer.entity.is_builtin()) {
+        const DiscoveredEndpoint* remote = endpoints_.find(writer);
+        if (remote != nullptr && remote->record == nullptr)
+            note_unknown_writer(writer);
+    }
     if (heartbeat.liveliness)
         assert_liveliness(writer);
 }
 
 void MessageRouter::on_heartbeat_frag(const MessageContext& context, const HeartbeatFrag& heartbeat) {
-    if (!accepted(context))
+    if (!accepted(context, heartbeat.writer))
         return;
     const Guid writer{context.source, heartbeat.writer};
     for_readers(heartbeat.reader, writer, [&](Reader& reader) {
@@ -166,7 +178,7 @@ void MessageRouter::on_heartbeat_frag(const MessageContext& context, const Heart
 }
 
 void MessageRouter::on_gap(const MessageContext& context, const Gap& gap) {
-    if (!accepted(context))
+    if (!accepted(context, gap.writer))
         return;
     const Guid writer{context.source, gap.writer};
     for_readers(gap.reader, writer, [&](Reader& reader) {
@@ -181,21 +193,21 @@ ReliableWriter* MessageRouter::writer_for(EntityId writer) const {
 }
 
 void MessageRouter::on_acknack(const MessageContext& context, const AckNack& acknack) {
-    if (!accepted(context))
+    if (!accepted(context, acknack.reader))
         return;
     if (ReliableWriter* writer = writer_for(acknack.writer))
         writer->on_acknack(Guid{context.source, acknack.reader}, acknack, now_.monotonic);
 }
 
 void MessageRouter::on_nack_frag(const MessageContext& context, const NackFrag& nack) {
-    if (!accepted(context))
+    if (!accepted(context, nack.reader))
         return;
     if (ReliableWriter* writer = writer_for(nack.writer))
         writer->on_nack_frag(Guid{context.source, nack.reader}, nack, now_.monotonic);
 }
 
 void MessageRouter::on_secured(const MessageContext& context, uint8_t) {
-    if (!accepted(context))
+    if (!accepted(context, entity::participant))
         return;
     ++secured_submessages_;
     warnings_.warn("secured messages " + to_string(context.source),

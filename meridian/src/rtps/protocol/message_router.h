@@ -30,7 +30,8 @@ class MessageRouter final : private MessageVisitor {
     /// See Participant::may_be_for.
     bool may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const;
 
-    /// This writer can be matched from now on: what it sent before is taken by the next replay.
+    /// This writer can be matched from now on: what it sent before is taken by the next replay, which happens
+    /// at the end of each datagram at the latest.
     void writer_known(const Guid& writer) { newly_known_writers_.push_back(writer); }
     void replay(Now now);
     /// Tells the readers that were handed something since the last time that no more comes for now.
@@ -48,10 +49,9 @@ class MessageRouter final : private MessageVisitor {
     void on_gap(const MessageContext& context, const Gap& gap) override;
     void on_secured(const MessageContext& context, uint8_t kind) override;
 
-    /// Takes a datagram whose context is set up.
-    ReadStatus take(ByteView datagram, const Locator& source);
+    ReadStatus take(ByteView datagram, const Locator& source, bool is_replayed);
     /// False for submessages that are not for us or come from those we do not hear.
-    bool accepted(const MessageContext& context);
+    bool accepted(const MessageContext& context, EntityId sender);
     /// Calls function for the readers that a submessage is meant for; false when none of them knows the
     /// writer.
     template <typename Function>
@@ -76,10 +76,14 @@ class MessageRouter final : private MessageVisitor {
     std::vector<Guid> unknown_writers_;     // of the datagram being received
     std::vector<Guid> newly_known_writers_; // since the last replay
     Now now_;                               // of the call in progress
-    Locator source_;                        // of the datagram being received
-    bool checked_ = false;                  // accepted() was asked for checked_source_ in this datagram
-    GuidPrefix checked_source_;
-    bool checked_result_ = false;
+    struct Datagram {
+        Locator source;
+        bool is_checked = false; // accepted() was asked for `checked`
+        GuidPrefix checked;
+        bool accepted = false;
+        bool is_replayed = false; // all but samples of user writers was taken when it came
+    };
+    Datagram datagram_; // being received
 };
 
 } // namespace meridian::rtps

@@ -180,7 +180,7 @@ void Participant::set_announcement(const std::string& name, const std::vector<Pr
     participants_.set_announced(data, now);
     for (const GuidPrefix& prefix : participants_.prefixes())
         locals_.match_participant(*participants_.find(prefix), now.monotonic);
-    endpoints_.for_each([&](RemoteEndpoint& endpoint) { locals_.match_all(endpoint, now.monotonic); });
+    endpoints_.for_each([&](DiscoveredEndpoint& endpoint) { locals_.match_all(endpoint, now.monotonic); });
     finish(now);
 }
 
@@ -238,7 +238,7 @@ void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
             locals_.match_participant(local, *participants_.find(prefix), now.monotonic);
     } else {
         EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
-        endpoints_.for_each_of_topic(local.data.topic_name, [&](RemoteEndpoint& remote) {
+        endpoints_.for_each_of_topic(local.data.topic_name, [&](DiscoveredEndpoint& remote) {
             locals_.match(local, remote, now.monotonic);
         });
     }
@@ -258,16 +258,14 @@ bool Participant::update_endpoint(const EndpointData& data, Now now) {
                             now.monotonic);
     EndpointDiscovery::announce(announcer_of(data.guid.entity), local->data, now);
     endpoints_.for_each_of_topic(
-        data.topic_name, [&](RemoteEndpoint& remote) { locals_.match(*local, remote, now.monotonic); });
+        data.topic_name, [&](DiscoveredEndpoint& remote) { locals_.match(*local, remote, now.monotonic); });
     finish(now);
     return true;
 }
 
-void Participant::match_again(const Guid& remote, Now now) {
+void Participant::settle_type(const Guid& publication, const EndpointTypeRef& type, Now now) {
     now_ = now;
-    if (RemoteEndpoint* endpoint = endpoints_.find(remote))
-        locals_.match_all(*endpoint, now.monotonic);
-    router_.writer_known(remote);
+    endpoints_.settle_type(publication, type);
     router_.replay(now);
     finish(now);
 }
@@ -280,7 +278,7 @@ bool Participant::remove_endpoint(EntityId entity, Now now) {
     if (!local->builtin_peer) {
         EndpointDiscovery::dispose(announcer_of(entity), local->data.guid, now);
         endpoints_.for_each_of_topic(local->data.topic_name,
-                                     [&](RemoteEndpoint& remote) { locals_.part(*local, remote); });
+                                     [&](DiscoveredEndpoint& remote) { locals_.part(*local, remote); });
     }
     liveliness_.remove_own(entity);
     router_.end_batch(); // which knows the endpoint
@@ -337,7 +335,7 @@ void Participant::assert_liveliness(EntityId writer, Now now) {
 }
 
 void Participant::on_liveliness_changed(const Guid& writer, bool alive) {
-    const RemoteEndpoint* remote = endpoints_.find(writer);
+    const DiscoveredEndpoint* remote = endpoints_.find(writer);
     if (remote == nullptr)
         return;
     for (const LocalEndpoint* local : remote->matched)
@@ -361,40 +359,41 @@ void Participant::on_oversized_sample(const Guid& writer, size_t size) {
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {
     events_.participant_discovered(remote.data);
     locals_.match_participant(remote, now.monotonic);
-    endpoints_.participant_discovered(remote.data.guid.prefix);
+    endpoints_.participant_discovered(remote.data->guid.prefix);
 }
 
 void Participant::on_participant_changed(RemoteParticipant& remote, bool content, Now now) {
     if (content)
         events_.participant_changed(remote.data);
     locals_.match_participant(remote, now.monotonic);
-    endpoints_.for_each_of_participant(remote.data.guid.prefix, [&](RemoteEndpoint& endpoint) {
+    endpoints_.for_each_of_participant(remote.data->guid.prefix, [&](DiscoveredEndpoint& endpoint) {
         locals_.match_all(endpoint, now.monotonic);
     });
 }
 
 void Participant::on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now) {
-    const GuidPrefix& prefix = remote.data.guid.prefix;
+    const GuidPrefix& prefix = remote.data->guid.prefix;
     endpoints_.participant_gone(prefix, reason);
     locals_.unmatch_participant(prefix);
     events_.participant_gone(remote.data, reason);
 }
 
-void Participant::on_endpoint_discovered(RemoteEndpoint& endpoint) {
-    events_.endpoint_discovered(endpoint.data, endpoint.timestamp);
+void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
+    events_.endpoint_discovered(endpoint.record);
     locals_.match_all(endpoint, now_.monotonic);
-    if (endpoint.data.is_writer())
-        router_.writer_known(endpoint.data.guid);
+    if (endpoint.record->guid.entity.is_writer())
+        router_.writer_known(endpoint.record->guid);
 }
 
-void Participant::on_endpoint_changed(RemoteEndpoint& endpoint) {
-    events_.endpoint_changed(endpoint.data, endpoint.timestamp);
+void Participant::on_endpoint_changed(DiscoveredEndpoint& endpoint) {
+    events_.endpoint_changed(endpoint.record);
     locals_.match_all(endpoint, now_.monotonic, LocalEndpoints::Cause::remote_changed);
 }
 
-void Participant::on_endpoint_gone(RemoteEndpoint& endpoint, GoneReason reason, WireTime timestamp) {
+void Participant::on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) {
+    router_.replay(now_); // what it wrote may still be waiting for its discovery
     locals_.part_all(endpoint);
-    events_.endpoint_gone(endpoint.data, reason, timestamp);
+    events_.endpoint_gone(endpoint.record, reason, timestamp);
 }
 
 } // namespace meridian::rtps

@@ -88,10 +88,14 @@ class Participant final : private ReaderObserver,
     /// Changes a local endpoint (its partitions, user data, deadline and other changeable QoS), announces it
     /// and matches again. False: it does not exist, or its topic is another one.
     bool update_endpoint(const EndpointData& data, Now now);
-    /// Something changed about a remote endpoint that ReaderSink::type_fits goes by.
-    void match_again(const Guid& remote, Now now);
     /// Disposes and forgets a local endpoint. False: it does not exist.
     bool remove_endpoint(EntityId entity, Now now);
+
+    /// Who finds the types of publications; without one they have none. Set before start; must outlive the
+    /// participant.
+    void set_type_settler(TypeSettler& settler) { endpoints_.set_type_settler(settler); }
+    /// The type that the settler was waiting for; null: there is none. Without effect for what does not wait.
+    void settle_type(const Guid& publication, const EndpointTypeRef& type, Now now);
 
     /// Writes one sample; nullopt when there is no such writer or its history is full of unacknowledged
     /// samples.
@@ -141,9 +145,9 @@ class Participant final : private ReaderObserver,
     void on_participant_discovered(RemoteParticipant& remote, Now now) override;
     void on_participant_changed(RemoteParticipant& remote, bool content, Now now) override;
     void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) override;
-    void on_endpoint_discovered(RemoteEndpoint& endpoint) override;
-    void on_endpoint_changed(RemoteEndpoint& endpoint) override;
-    void on_endpoint_gone(RemoteEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;
+    void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override;
+    void on_endpoint_changed(DiscoveredEndpoint& endpoint) override;
+    void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;
 
     ParticipantConfig config_;
     Events& events_;

@@ -148,7 +148,7 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
 
 bool ParticipantDiscovery::needs_unicast(const RemoteParticipant& remote) const {
     const bool multicasting = std::any_of(peers_.begin(), peers_.end(), is_multicast);
-    return remotes_.size() <= kFewParticipants || !multicasting || remote.data.metatraffic_multicast.empty();
+    return remotes_.size() <= kFewParticipants || !multicasting || remote.data->metatraffic_multicast.empty();
 }
 
 void ParticipantDiscovery::announce(Now now) {
@@ -217,12 +217,12 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
     const auto choose = [&](const LocatorList& announced, Route& route) {
         LocatorList chosen = choose_locators(announced, remote.announced_from, output_, route.locators);
         const bool changed = chosen != route.locators;
-        route.prefix = remote.data.guid.prefix;
+        route.prefix = remote.data->guid.prefix;
         route.locators = std::move(chosen);
         return changed;
     };
-    const bool metatraffic = choose(remote.data.metatraffic_unicast, remote.metatraffic);
-    return choose(remote.data.default_unicast, remote.user) || metatraffic;
+    const bool metatraffic = choose(remote.data->metatraffic_unicast, remote.metatraffic);
+    return choose(remote.data->default_unicast, remote.user) || metatraffic;
 }
 
 void ParticipantDiscovery::choose_routes_again(Now now) {
@@ -316,7 +316,7 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& m
             remove(prefix, GoneReason::replaced, now);
         return;
     }
-    if (remote != nullptr && another_life(remote->data, data)) {
+    if (remote != nullptr && another_life(*remote->data, data)) {
         remove(prefix, GoneReason::replaced, now);
         remote = nullptr;
     }
@@ -329,10 +329,10 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& m
     if (message.sequence_number == remote->sequence_number)
         return;
     remote->sequence_number = message.sequence_number;
-    const bool changed = !same_content(remote->data, data);
-    remote->data = std::move(data);
+    const bool changed = !same_content(*remote->data, data);
+    remote->data = std::make_shared<const ParticipantData>(std::move(data));
     remote->announcement.assign(payload.begin(), payload.end());
-    remote->lease = std::max(to_duration(remote->data.lease), kShortestLease);
+    remote->lease = std::max(to_duration(remote->data->lease), kShortestLease);
     renew(*remote, now.monotonic);
     if (!changed)
         return;
@@ -353,14 +353,14 @@ void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, Se
                        "participant " + to_string(data.guid.prefix) + " is secured; its data is not read");
     auto added = std::make_unique<RemoteParticipant>();
     RemoteParticipant& remote = *added;
-    remote.data = std::move(data);
+    remote.data = std::make_shared<const ParticipantData>(std::move(data));
     remote.announcement.assign(payload.begin(), payload.end());
     remote.sequence_number = sequence_number;
     remote.announced_from = source;
-    remote.lease = std::max(to_duration(remote.data.lease), kShortestLease);
+    remote.lease = std::max(to_duration(remote.data->lease), kShortestLease);
     choose_routes(remote);
     renew(remote, now.monotonic);
-    remotes_.emplace(remote.data.guid.prefix, std::move(added));
+    remotes_.emplace(remote.data->guid.prefix, std::move(added));
     // First, so that it knows us before it gets what the listener sends.
     ++sequence_number_;
     send_announcement(remote.metatraffic, now);
@@ -391,7 +391,7 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const RemoteParticipant* remote = find(prefix);
     if (remote == nullptr)
         return;
-    ParticipantData data = remote->data;
+    ParticipantData data = *remote->data;
     const ByteBuffer announcement = remote->announcement;
     const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;

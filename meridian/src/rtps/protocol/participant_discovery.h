@@ -22,7 +22,7 @@
 namespace meridian::rtps {
 
 struct RemoteParticipant {
-    ParticipantData data;
+    ParticipantRef data;
     ByteBuffer announcement;            // as it came: repetitions are recognised without decoding
     SequenceNumber sequence_number = 0; // of the announcement taken last
     Locator announced_from;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "rtps/protocol/remote_endpoint.h"
 #include "rtps/protocol/times.h"
 #include "rtps/wire/discovery_data.h"
 
@@ -32,16 +33,14 @@ class EndpointSink {
     virtual ~EndpointSink() = default;
 
     /// The endpoint and a compatible remote one found each other, or lost each other again.
-    virtual void matched(const EndpointData& /*remote*/) {}
+    virtual void matched(const RemoteEndpoint& /*remote*/) {}
     virtual void unmatched(const Guid& /*remote*/) {}
     /// A matched remote endpoint announced something else than before, and still matches.
-    virtual void match_changed(const EndpointData& /*remote*/) {}
+    virtual void match_changed(const RemoteEndpoint& /*remote*/) {}
     /// Same topic and type, but these QoS policies (DDS policy ids, see qos_matching.h) do not fit. Told once
     /// per pair and change.
-    virtual void incompatible(const EndpointData& /*remote*/, const std::vector<uint32_t>& /*policies*/) {}
+    virtual void incompatible(const RemoteEndpoint& /*remote*/, const std::vector<uint32_t>& /*policies*/) {}
 };
-
-enum class TypeMatch { fits, differs, undecided };
 
 /// Takes what a local reader receives. For reliable readers: every sample exactly once, in order of each
 /// writer. For best-effort readers: never twice and never out of order.
@@ -57,8 +56,8 @@ class ReaderSink : public EndpointSink {
     /// A matched writer missed its announced liveliness lease, or was heard again.
     virtual void liveliness_changed(const Guid& /*writer*/, bool /*alive*/) {}
     /// Asked before the reader is matched, or stays matched, with a writer that fits in all that the protocol
-    /// knows of. Undecided: not matched yet; Participant::match_again asks again, soon.
-    virtual TypeMatch type_fits(const EndpointData& /*remote*/) { return TypeMatch::fits; }
+    /// knows of: whether the type of its samples is one that the reader can take.
+    virtual bool accepts_type(const RemoteEndpoint& /*writer*/) { return true; }
 };
 
 } // namespace meridian::rtps

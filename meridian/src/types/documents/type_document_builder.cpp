@@ -67,33 +67,18 @@ pugi::xml_attribute DocumentBuilder::attribute_of(const pugi::xml_node& node,
 }
 
 bool DocumentBuilder::primitive_named(std::string_view name, DDS_TCKind& kind) {
-    static const std::map<std::string_view, DDS_TCKind> kKinds{{"boolean", DDS_TK_BOOLEAN},
-                                                               {"byte", DDS_TK_OCTET},
-                                                               {"octet", DDS_TK_OCTET},
-                                                               {"int8", DDS_TK_INT8},
-                                                               {"uint8", DDS_TK_UINT8},
-                                                               {"int16", DDS_TK_SHORT},
-                                                               {"uint16", DDS_TK_USHORT},
-                                                               {"int32", DDS_TK_LONG},
-                                                               {"uint32", DDS_TK_ULONG},
-                                                               {"int64", DDS_TK_LONGLONG},
-                                                               {"uint64", DDS_TK_ULONGLONG},
-                                                               {"float32", DDS_TK_FLOAT},
-                                                               {"float64", DDS_TK_DOUBLE},
-                                                               {"float128", DDS_TK_LONGDOUBLE},
-                                                               {"char8", DDS_TK_CHAR},
-                                                               {"char16", DDS_TK_WCHAR},
-                                                               {"short", DDS_TK_SHORT},
-                                                               {"unsignedShort", DDS_TK_USHORT},
-                                                               {"long", DDS_TK_LONG},
-                                                               {"unsignedLong", DDS_TK_ULONG},
-                                                               {"longLong", DDS_TK_LONGLONG},
-                                                               {"float", DDS_TK_FLOAT},
-                                                               {"unsignedLongLong", DDS_TK_ULONGLONG},
-                                                               {"double", DDS_TK_DOUBLE},
-                                                               {"longDouble", DDS_TK_LONGDOUBLE},
-                                                               {"char", DDS_TK_CHAR},
-                                                               {"wchar", DDS_TK_WCHAR}};
+    // clang-format off
+    static const std::map<std::string_view, DDS_TCKind> kKinds{
+        {"boolean", DDS_TK_BOOLEAN}, {"byte", DDS_TK_OCTET}, {"octet", DDS_TK_OCTET}, {"int8", DDS_TK_INT8},
+        {"uint8", DDS_TK_UINT8}, {"int16", DDS_TK_SHORT}, {"uint16", DDS_TK_USHORT}, {"int32", DDS_TK_LONG},
+        {"uint32", DDS_TK_ULONG}, {"int64", DDS_TK_LONGLONG}, {"uint64", DDS_TK_ULONGLONG},
+        {"float32", DDS_TK_FLOAT}, {"float64", DDS_TK_DOUBLE}, {"float128", DDS_TK_LONGDOUBLE},
+        {"char8", DDS_TK_CHAR}, {"char16", DDS_TK_WCHAR}, {"short", DDS_TK_SHORT},
+        {"unsignedShort", DDS_TK_USHORT}, {"long", DDS_TK_LONG}, {"unsignedLong", DDS_TK_ULONG},
+        {"longLong", DDS_TK_LONGLONG}, {"float", DDS_TK_FLOAT}, {"unsignedLongLong", DDS_TK_ULONGLONG},
+        {"double", DDS_TK_DOUBLE}, {"longDouble", DDS_TK_LONGDOUBLE}, {"char", DDS_TK_CHAR},
+        {"wchar", DDS_TK_WCHAR}};
+    // clang-format on
     const auto found = kKinds.find(name);
     if (found == kKinds.end())
         return false;

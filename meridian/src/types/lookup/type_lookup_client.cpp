@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <utility>
 
 #include "platform/log.h"
@@ -21,9 +22,8 @@ rtps::EndpointData service_endpoint(const rtps::GuidPrefix& prefix, rtps::Entity
 
 } // namespace
 
-TypeLookupClient::TypeLookupClient(const TypeResolver::Settings& settings, Resolved resolved,
-                                   Supplied supplied)
-    : resolver_(settings), resolved_(std::move(resolved)), supplied_(std::move(supplied)) {}
+TypeLookupClient::TypeLookupClient(const TypeResolver::Settings& settings, Supplied supplied)
+    : resolver_(settings), supplied_(std::move(supplied)) {}
 
 void TypeLookupClient::attach(rtps::net::Runtime& runtime, rtps::Participant& participant, rtps::Now now) {
     runtime_ = &runtime;
@@ -34,24 +34,37 @@ void TypeLookupClient::attach(rtps::net::Runtime& runtime, rtps::Participant& pa
     writer.builtin_peer = {rtps::entity::type_lookup_request_reader, rtps::kTypeLookupRequestReader};
     rtps::ReaderConfig reader;
     reader.builtin_peer = {rtps::entity::type_lookup_reply_writer, rtps::kTypeLookupReplyWriter};
+    participant.set_type_settler(*this);
     participant.add_writer(service_endpoint(prefix, rtps::entity::type_lookup_request_writer), writer, *this,
                            now);
     participant.add_reader(service_endpoint(prefix, rtps::entity::type_lookup_reply_reader), reader, *this,
                            now);
 }
 
-std::optional<TypeRef> TypeLookupClient::type_of(const rtps::EndpointData& publication, bool answers) {
+rtps::EndpointTypeRef TypeLookupClient::shared(TypeRef type, const std::string& type_name) {
+    if (!type && supplied_)
+        type = supplied_(type_name);
+    if (!type)
+        return nullptr;
+    rtps::EndpointTypeRef& known = shared_[type.get()];
+    if (known == nullptr)
+        known = std::make_shared<rtps::EndpointType>(type);
+    return known;
+}
+
+TypeLookupClient::Answer TypeLookupClient::type_of(const rtps::EndpointData& publication,
+                                                   const rtps::ParticipantData& participant) {
+    const bool answers = (participant.builtin_endpoints & rtps::kTypeLookupRequestReader) != 0;
     const TypeResolver::Answer answer =
         resolver_.resolve(publication, answers && runtime_ != nullptr, rtps::net::now().monotonic);
     pump();
     if (!answer) {
         waiting_[publication.guid] = publication.type_name;
-        return std::nullopt;
+        return {rtps::TypeState::waiting, nullptr};
     }
     waiting_.erase(publication.guid);
-    if (!*answer && supplied_)
-        return supplied_(publication.type_name);
-    return answer;
+    const rtps::EndpointTypeRef type = shared(*answer, publication.type_name);
+    return {type != nullptr ? rtps::TypeState::known : rtps::TypeState::none, type};
 }
 
 void TypeLookupClient::participant_gone(const rtps::GuidPrefix& participant) {
@@ -78,16 +91,17 @@ void TypeLookupClient::pump() {
         const auto waiting = waiting_.find(outcome.endpoint);
         if (waiting == waiting_.end())
             continue;
-        const std::string type_name = std::move(waiting->second);
+        const rtps::EndpointTypeRef type = shared(outcome.type, waiting->second);
         waiting_.erase(waiting);
-        const bool asks_user = !outcome.type && supplied_;
-        resolved_(outcome.endpoint, asks_user ? supplied_(type_name) : outcome.type);
+        // Not at once: this is the middle of an event of the participant.
+        runtime_->defer([endpoint = outcome.endpoint, type](rtps::Participant& own, rtps::Now now) {
+            own.settle_type(endpoint, type, now);
+        });
     }
     std::vector<TypeResolver::Request> requests = resolver_.take_requests();
     if (!requests.empty()) {
         const bool is_first = to_send_.empty();
         std::move(requests.begin(), requests.end(), std::back_inserter(to_send_));
-        // Not at once: this is the middle of an event of the participant.
         if (is_first)
             runtime_->defer(
                 [this](rtps::Participant& participant, rtps::Now now) { send(participant, now); });

@@ -1,0 +1,79 @@
+#include "rtps/protocol/remote_endpoint.h"
+
+#include <utility>
+
+namespace meridian::rtps {
+
+namespace {
+
+ByteBuffer encoded_qos(const EndpointData& data) {
+    EndpointData qos_alone;
+    qos_alone.guid.entity =
+        data.guid.entity.is_writer() ? EntityId{kUserWriterNoKey} : EntityId{kUserReaderNoKey};
+    qos_alone.qos = data.qos;
+    return encode(qos_alone);
+}
+
+/// The same object as before where the value is the same.
+template <typename T>
+std::shared_ptr<const T> shared(std::shared_ptr<const T>& last, T&& value) {
+    if (last == nullptr || *last != value)
+        last = std::make_shared<const T>(std::move(value));
+    return last;
+}
+
+} // namespace
+
+uint64_t hash_of(const EndpointData& data) {
+    EndpointData comparable = data;
+    comparable.raw_endianness = native_endianness(); // else what is undecoded would be left out
+    uint64_t hash = 14695981039346656037u;           // FNV-1a
+    for (const uint8_t byte : encode(comparable))
+        hash = (hash ^ byte) * 1099511628211u;
+    return hash;
+}
+
+std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime timestamp) {
+    Last& last = data.is_writer() ? writers_ : readers_;
+    auto record = std::make_shared<RemoteEndpoint>();
+    record->announcement = hash_of(data);
+    record->timestamp = timestamp;
+    record->type_state = TypeState::none;
+    ByteBuffer qos = encoded_qos(data);
+    if (last.qos == nullptr || qos != last.encoded_qos) {
+        last.encoded_qos = std::move(qos);
+        last.qos = std::make_shared<const EndpointQos>(std::move(data.qos));
+    }
+    record->qos = last.qos;
+    record->unicast = shared(last.unicast, std::move(data.unicast));
+    record->type_information = shared(last.type_information, std::move(data.type_information));
+    record->guid = data.guid;
+    record->participant = data.participant;
+    record->topic_name = std::move(data.topic_name);
+    record->type_name = std::move(data.type_name);
+    record->name = std::move(data.name);
+    record->raw_endianness = data.raw_endianness;
+    record->expects_inline_qos = data.expects_inline_qos;
+    record->properties = std::move(data.properties);
+    record->topic_name.shrink_to_fit();
+    record->type_name.shrink_to_fit();
+    return record;
+}
+
+EndpointData announced_data(const RemoteEndpoint& endpoint) {
+    EndpointData data;
+    data.guid = endpoint.guid;
+    data.participant = endpoint.participant;
+    data.topic_name = endpoint.topic_name;
+    data.type_name = endpoint.type_name;
+    data.qos = *endpoint.qos;
+    data.unicast = *endpoint.unicast;
+    data.expects_inline_qos = endpoint.expects_inline_qos;
+    data.name = endpoint.name;
+    data.type_information = *endpoint.type_information;
+    data.properties = endpoint.properties;
+    data.raw_endianness = endpoint.raw_endianness;
+    return data;
+}
+
+} // namespace meridian::rtps

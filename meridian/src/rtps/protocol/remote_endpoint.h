@@ -1,0 +1,70 @@
+#pragma once
+
+// The record of one endpoint of another participant. There is one per state that the endpoint announced,
+// shared by all layers, and it does not change once others can see it: a new announcement makes a new record.
+// Any thread may read it. What the endpoints of a participant have in common is shared by their records.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "rtps/wire/discovery_data.h"
+
+namespace meridian::rtps {
+
+/// The type of a publication; the layers above say what that is.
+class EndpointType;
+using EndpointTypeRef = std::shared_ptr<const EndpointType>;
+
+enum class TypeState {
+    waiting, // it is being looked up; the endpoint is not visible yet
+    none,    // none was announced, or none is to be had; likewise for subscriptions
+    known,
+};
+
+struct RemoteEndpoint {
+    Guid guid;
+    GuidPrefix participant;
+    std::string topic_name;
+    std::string type_name;
+    std::string name;
+    std::shared_ptr<const EndpointQos> qos;             // not null
+    std::shared_ptr<const LocatorList> unicast;         // not null
+    std::shared_ptr<const ByteBuffer> type_information; // not null
+    Endianness raw_endianness = native_endianness();    // of the type information
+    bool expects_inline_qos = false;                    // readers
+    std::vector<Property> properties;
+    uint64_t announcement = 0;         // a hash of the content
+    WireTime timestamp = kTimeInvalid; // of the announcement
+    TypeState type_state = TypeState::waiting;
+    EndpointTypeRef type; // set where type_state is known
+};
+using RemoteEndpointRef = std::shared_ptr<const RemoteEndpoint>;
+
+/// Lets records share what the endpoints of one participant have in common: equal parts of the last record of
+/// each kind are used again.
+class RecordMaker {
+  public:
+    /// The type is none in the record that is made, and its own to be changed until others see it.
+    std::shared_ptr<RemoteEndpoint> make(EndpointData&& data, WireTime timestamp);
+
+  private:
+    struct Last {
+        ByteBuffer encoded_qos;
+        std::shared_ptr<const EndpointQos> qos;
+        std::shared_ptr<const LocatorList> unicast;
+        std::shared_ptr<const ByteBuffer> type_information;
+    };
+    Last writers_;
+    Last readers_;
+};
+
+/// What was announced, but for what records do not keep: multicast locators, content filters, undecoded
+/// parameters.
+EndpointData announced_data(const RemoteEndpoint& endpoint);
+
+/// Equal for announcements of equal content, whatever their byte order; else different, as good as always.
+uint64_t hash_of(const EndpointData& data);
+
+} // namespace meridian::rtps
