@@ -64,12 +64,13 @@ class Output:
 
 
 class SlowOutput(harness.InteropTest):
-    def start(self, *arguments, terminal, rate=None):
+    def start(self, *arguments, terminal, rate=None, errors=subprocess.PIPE):
+        """errors=subprocess.STDOUT: messages go where the lines go."""
         output = Output(terminal, rate)
-        child = self.network.start([str(harness.options.tool), *arguments], stdout=output.writing,
-                                   stderr=subprocess.PIPE)
+        child = self.network.start([str(harness.options.tool), *arguments], stdout=output.writing, stderr=errors)
         os.close(output.writing)
-        self.addCleanup(child.stderr.close)
+        if child.stderr is not None:
+            self.addCleanup(child.stderr.close)
         self.addCleanup(child.wait)
         self.addCleanup(child.kill)
         output.wait_for("the start", lambda text: b"listening" in text)
@@ -127,6 +128,23 @@ class SlowOutput(harness.InteropTest):
                     self.assertEqual(status, 1)
                     self.check_text(output.whole_text())
 
+    def stop(self, output):
+        """Nothing is read any more, and no read is in progress."""
+        output.running.clear()
+        stopped_at = None
+        while stopped_at != len(output.text):
+            stopped_at = len(output.text)
+            time.sleep(0.3)
+
+    def test_messages_stand_still_too(self):
+        self.write_much()
+        for terminal in (True, False):
+            with self.subTest(terminal=terminal):
+                child, output = self.start("-printSample", "-verbosity", "5", terminal=terminal, errors=subprocess.STDOUT)
+                output.wait_for("samples", lambda text: text.count(b"New data") > 20)
+                self.stop(output)
+                self.assertEqual(self.end_in(child, END_LIMIT + TEXT_LIMIT, signal.SIGINT), 1)
+
     def test_standing_still(self):
         peer = self.write_much()
         for terminal in (True, False):
@@ -135,11 +153,7 @@ class SlowOutput(harness.InteropTest):
                     child, output = self.start("-printSample", terminal=terminal)
                     output.wait_for("samples", lambda text: text.count(b"New data") > 20)
                     peer.do("others count=7")
-                    output.running.clear()
-                    stopped_at = None
-                    while stopped_at != len(output.text):  # the thread may be in a read
-                        stopped_at = len(output.text)
-                        time.sleep(0.3)
+                    self.stop(output)
                     limit = END_LIMIT + (TEXT_LIMIT if len(signals) == 1 else 0)
                     self.assertEqual(self.end_in(child, limit, *signals), 1)
                     self.assertIn(b"output was lost", child.stderr.read())
