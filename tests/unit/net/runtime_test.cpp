@@ -231,12 +231,12 @@ TEST(Runtime, EachParticipantOfASharedSocketGetsWhatIsForIt) {
     struct Sink : ReaderSink {
         std::atomic<int> samples{0};
         std::atomic<int> writers{0};
-        void matched(const EndpointData&) override { ++writers; }
+        void matched(const RemoteEndpoint&) override { ++writers; }
         void on_sample(const Sample&) override { ++samples; }
     };
     struct WriterSink : EndpointSink {
         std::atomic<int> readers{0};
-        void matched(const EndpointData&) override { ++readers; }
+        void matched(const RemoteEndpoint&) override { ++readers; }
     };
     for (const Reliability reliability : {Reliability::best_effort, Reliability::reliable}) {
         Sink sinks[3];
