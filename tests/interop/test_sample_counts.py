@@ -27,6 +27,8 @@ class SampleCounts(harness.InteropTest):
                 peer.do("writer w topic=T type=keyed")
                 peer.do("matched w")
                 peer.do(f"write w count={RATE * SECONDS} rate={RATE} keys=100", limit=10 * SECONDS * harness.SLOWNESS)
+                # A writer that is deleted keeps nothing for readers that still miss something.
+                peer.do(f"acknowledged w timeout={60 * harness.SLOWNESS}", limit=70 * harness.SLOWNESS)
                 peer.do("delete w", limit=60 * harness.SLOWNESS)
                 # Lines of up to 100 instances without writers may come behind it.
                 peer.wait_for("the spy to hear the farewell", lambda: os.pread(output.fileno(), 65536, max(

@@ -34,8 +34,8 @@ class ProfileStore {
     /// profile; without line or element where there is none).
     bool load(const DDS_ProfileQosPolicy& sources, std::string& error);
 
-    /// Elements of profiles that are not known, one line each. A profile that holds one, or whose base does, can be named
-    /// but not be used.
+    /// Elements of profiles that are not known, one line each. A profile that holds one, or whose base does,
+    /// can be named but not be used.
     const std::vector<std::string>& warnings() const;
 
     /// In the order of the documents.

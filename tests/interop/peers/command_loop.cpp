@@ -210,6 +210,9 @@ std::string perform(Peer& peer, const Command& command) {
     if (command.verb == "matched") {
         return await_count(command, "matched", [&] { return peer.matches(command.name); });
     }
+    if (command.verb == "acknowledged") {
+        return await_count(command, "acknowledged", [&] { return peer.acknowledged(command.name); });
+    }
     if (command.verb == "received") {
         int total = 0;
         return await_count(command, "received", [&] {

@@ -80,6 +80,9 @@ class Peer {
     virtual std::string remove(const std::string& name) = 0;
     // Number of endpoints of others that the endpoint is matched with; negative for an unknown name.
     virtual int matches(const std::string& name) = 0;
+    // Whether all matched readers have acknowledged everything that a writer wrote; negative for an unknown
+    // name.
+    virtual int acknowledged(const std::string& name) = 0;
     // Takes what a reader has and counts the samples with data; negative for an unknown name.
     virtual int take(const std::string& name) = 0;
     // Participants of others that are known and alive, with their names.

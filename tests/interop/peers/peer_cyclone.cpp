@@ -160,6 +160,14 @@ class CyclonePeer final : public peers::Peer {
                                     : dds_get_matched_publications(found->second.entity, nullptr, 0);
     }
 
+    int acknowledged(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end() || !found->second.writer) {
+            return -1;
+        }
+        return dds_wait_for_acks(found->second.entity, DDS_MSECS(100)) == DDS_RETCODE_OK ? 1 : 0;
+    }
+
     int take(const std::string& name) override {
         const auto found = endpoints_.find(name);
         if (found == endpoints_.end() || found->second.writer) {

@@ -294,6 +294,15 @@ class FastPeer final : public peers::Peer {
         return status.current_count;
     }
 
+    int acknowledged(const std::string& name) override {
+        const auto found = endpoints_.find(name);
+        if (found == endpoints_.end() || found->second.writer == nullptr) {
+            return -1;
+        }
+        const ReturnCode_t result = found->second.writer->wait_for_acknowledgments({0, 100000000});
+        return result == ReturnCode_t::RETCODE_OK ? 1 : 0;
+    }
+
     int take(const std::string& name) override {
         const auto found = endpoints_.find(name);
         if (found == endpoints_.end() || found->second.reader == nullptr) {
