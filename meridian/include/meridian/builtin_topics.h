@@ -11,6 +11,10 @@
 // one new sample and one without data. The data-available status ends with a take, unless the take was cut
 // off by max_samples. The two readers have no listeners (DDS_RETCODE_UNSUPPORTED): wait on their status
 // conditions. Their QoS and that of their subscriber cannot be changed.
+//
+// An application that takes publications, or waits for them, knows a writer before it gets its samples: the
+// other readers of the participant hand them out once the loan with the writer's first sample here was given
+// back, or after a second.
 
 #include "meridian/data_reader.h"
 #include "meridian/locator.h"

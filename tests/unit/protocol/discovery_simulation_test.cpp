@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <utility>
+
 #include "protocol/silent_reader.h"
 #include "protocol/simulated_network.h"
 
@@ -12,9 +15,28 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+/// Lets publications wait for their types as chance has it.
+class LateTypes final : public TypeSettler {
+  public:
+    explicit LateTypes(Random& random) : random_(random) {}
+    Answer type_of(const EndpointData& publication, const ParticipantData&) override {
+        if (random_.percent(50))
+            return {TypeState::none, nullptr};
+        waiting.push_back(publication.guid);
+        return {TypeState::waiting, nullptr};
+    }
+    void participant_gone(const GuidPrefix&) override {}
+
+    std::vector<Guid> waiting;
+
+  private:
+    Random& random_;
+};
+
 /// A node and what it has told the network about itself.
 struct Actor {
     Node* node = nullptr;
+    std::shared_ptr<LateTypes> types;
     uint32_t life = 1;
     uint32_t next_entity = 1;
     std::map<EntityId, EndpointData> endpoints;
@@ -22,11 +44,15 @@ struct Actor {
 
 class Storm {
   public:
-    explicit Storm(uint64_t seed) : network(seed) {
+    explicit Storm(uint64_t seed, bool types_come_late = false) : network(seed) {
         const size_t count = 2 + network.random.below(3);
         for (size_t i = 0; i < count; ++i) {
             Actor actor;
             actor.node = &network.add_node();
+            if (types_come_late) {
+                actor.types = std::make_shared<LateTypes>(network.random);
+                actor.node->settler = actor.types.get();
+            }
             actors.push_back(actor);
         }
         network.conditions.loss_percent = network.random.below(50);
@@ -80,6 +106,20 @@ class Storm {
                     ->second;
     }
 
+    /// Tells some of the types that are waited for, or all.
+    void settle_types(uint64_t percent) {
+        for (Actor& actor : actors) {
+            if (actor.types == nullptr)
+                continue;
+            for (const Guid& publication : std::exchange(actor.types->waiting, {})) {
+                if (network.random.percent(percent))
+                    actor.node->participant->settle_type(publication, nullptr, network.now());
+                else
+                    actor.types->waiting.push_back(publication);
+            }
+        }
+    }
+
     void act() {
         Actor& actor = actors[network.random.below(actors.size())];
         const uint64_t dice = network.random.below(100);
@@ -116,11 +156,15 @@ class Storm {
         for (uint64_t i = 0; i < actions; ++i) {
             act();
             network.run_for(milliseconds(network.random.below(network.random.percent(5) ? 8000 : 300)));
+            settle_types(30);
         }
         network.island.clear();
         network.conditions = Conditions{};
         network.conditions.loss_percent = network.random.percent(50) ? 5 : 0;
-        network.run_for(seconds(20));
+        for (int i = 0; i < 4; ++i) {
+            network.run_for(seconds(5));
+            settle_types(100);
+        }
     }
 
     /// Empty when everybody sees everybody as they are.
@@ -181,6 +225,14 @@ class Storm {
 TEST(DiscoverySimulation, EverybodyAgreesAfterTheStorm) {
     for (uint64_t seed : seeds(1, 1000)) {
         Storm storm(seed);
+        storm.run();
+        ASSERT_EQ(storm.disagreement(), "") << "replay with FERRET_SIM_SEED=" << seed;
+    }
+}
+
+TEST(DiscoverySimulation, EverybodyAgreesThoughTypesComeLate) {
+    for (uint64_t seed : seeds(1, 300)) {
+        Storm storm(seed, true);
         storm.run();
         ASSERT_EQ(storm.disagreement(), "") << "replay with FERRET_SIM_SEED=" << seed;
     }

@@ -170,6 +170,7 @@ class Node final : public Output {
 
     std::unique_ptr<Recorder> recorder;
     std::unique_ptr<Participant> participant;
+    TypeSettler* settler = nullptr; // of the participants booted from now on
 
   private:
     SimulatedNetwork& network_;
@@ -328,6 +329,8 @@ inline void Node::boot(ParticipantConfig config) {
     const GuidPrefix own = config.prefix;
     recorder = std::make_unique<Recorder>([own](const GuidPrefix& prefix) { return prefix == own; });
     participant = std::make_unique<Participant>(std::move(config), *this, *recorder);
+    if (settler != nullptr)
+        participant->set_type_settler(*settler);
     participant->start(network_.now());
 }
 
