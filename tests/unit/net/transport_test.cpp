@@ -301,20 +301,28 @@ TEST(Transport, DatagramsBeyondTheReceiveBufferAreCountedAndToldOnce) {
     EXPECT_THAT(receiver.warnings, ElementsAre(_, HasSubstr("2 datagrams were larger")));
 }
 
+int option_of(const Station& station, size_t position, int option) {
+    int value = 0;
+    socklen_t length = sizeof value;
+    getsockopt(station.transport->descriptors()[position], SOL_SOCKET, option, &value, &length);
+    return value;
+}
+
+int receive_buffer_of(const Station& station, size_t position) {
+    return option_of(station, position, SO_RCVBUF);
+}
+
 TEST(Transport, BuffersAreAsConfiguredOrTold) {
-    const auto size_of = [](const Station& station, int option) {
-        int value = 0;
-        socklen_t length = sizeof value;
-        getsockopt(station.transport->descriptors()[0], SOL_SOCKET, option, &value, &length);
-        return value / 2;
-    };
+    const auto size_of = [](const Station& station, int option) { return option_of(station, 0, option) / 2; };
     TransportConfig config = with_mask(1);
-    config.v4.receive_socket_buffer_size = 30000;
+    config.v4.receive_socket_buffer_size = 2000000;
     config.v4.send_socket_buffer_size = 20000;
     const Station station(config);
-    EXPECT_EQ(size_of(station, SO_RCVBUF), 30000);
     EXPECT_EQ(size_of(station, SO_SNDBUF), 20000);
-    EXPECT_THAT(station.warnings, IsEmpty());
+    if (size_of(station, SO_RCVBUF) != 2000000)
+        EXPECT_THAT(station.warnings, ElementsAre(HasSubstr("net.core.rmem_max")));
+    else
+        EXPECT_THAT(station.warnings, IsEmpty());
 
     config.v4.receive_socket_buffer_size = 1 << 30;
     const Station greedy(config);
@@ -322,6 +330,17 @@ TEST(Transport, BuffersAreAsConfiguredOrTold) {
         EXPECT_THAT(greedy.warnings, ElementsAre(HasSubstr("net.core.rmem_max")));
     else
         EXPECT_THAT(greedy.warnings, IsEmpty());
+}
+
+TEST(Transport, ReceiveBuffersOfSocketsHoldBurstsWhateverIsAsked) {
+    TransportConfig config = with_mask(9);
+    config.v4.receive_socket_buffer_size = config.v6.receive_socket_buffer_size = 1400;
+    const Station small(config);
+    config.v4.receive_socket_buffer_size = config.v6.receive_socket_buffer_size = 1 << 20;
+    const Station floor(config);
+    ASSERT_EQ(small.transport->descriptors().size(), floor.transport->descriptors().size());
+    for (size_t i = 0; i < small.transport->descriptors().size(); ++i)
+        EXPECT_EQ(receive_buffer_of(small, i), receive_buffer_of(floor, i));
 }
 
 TEST(Transport, WhatCannotBeSentIsCountedAndToldOncePerDestination) {

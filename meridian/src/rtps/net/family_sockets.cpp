@@ -136,7 +136,8 @@ bool FamilySockets::open_multicast(const MulticastPorts& ports, std::string& err
 }
 
 void FamilySockets::configure(std::vector<std::string>& warnings) {
-    const auto wanted_receive = static_cast<size_t>(settings_.receive_socket_buffer_size);
+    const auto wanted_receive =
+        static_cast<size_t>(std::max(settings_.receive_socket_buffer_size, kSmallestReceiveSocketBuffer));
     const auto wanted_send = static_cast<size_t>(settings_.send_socket_buffer_size);
     size_t receive = SIZE_MAX;
     for (const FileDescriptor& socket : sockets_)

@@ -71,9 +71,6 @@ struct BuiltinPeer {
 
 struct ReaderConfig {
     std::optional<BuiltinPeer> builtin_peer; // set: matched by it, and not announced
-    /// Shortest time between two acknowledgements of one writer's heartbeats, against storms. The first is
-    /// immediate.
-    Duration heartbeat_suppression = std::chrono::milliseconds(1);
     /// A missing sample is asked for again when it did not come within this time.
     Duration nack_retry = std::chrono::milliseconds(50);
 };

@@ -10,6 +10,10 @@ namespace meridian::rtps {
 namespace {
 
 constexpr Duration kSameNackPause = std::chrono::milliseconds(10);
+constexpr Duration kNackPause = std::chrono::milliseconds(1);
+// Heartbeats that name nothing new are answered from a budget: so many at once, then one in each interval.
+constexpr int kRepeatedAnswers = 16;
+constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
 constexpr Duration kFirstPreemptivePause = std::chrono::milliseconds(100);
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 constexpr Duration kRestartProof = std::chrono::milliseconds(500);
@@ -66,9 +70,9 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     MonotonicTime retry_at = kNever;
     Duration preempt_pause = kFirstPreemptivePause;
     Duration retry_pause{0};
-    bool acknowledged = false;
-    MonotonicTime acknowledged_at{0};
-    MonotonicTime nacked_at{0};
+    SequenceNumber acknowledged_below = 0; // by the last answer; 0: there was none
+    MonotonicTime answers_paid_until{0};   // the budget for heartbeats that name nothing new
+    MonotonicTime nacked_at = -kSameNackPause;
     SequenceNumber nacked_base = 0; // 0: nothing asked for at present
     MonotonicTime fragments_nacked_at{0};
 };
@@ -386,11 +390,13 @@ void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
 }
 
 void ReliableReader::want_acknowledgement(WriterProxy& p, MonotonicTime now) {
+    // What has come is acknowledged at once: the writer may be waiting for it. Only what was said before
+    // waits.
     MonotonicTime when = now;
-    if (p.acknowledged)
-        when = std::max(when, p.acknowledged_at + config_.heartbeat_suppression);
-    if (p.next <= p.last_known && p.nacked_base == p.next)
-        when = std::max(when, p.nacked_at + kSameNackPause);
+    if (p.next <= p.last_known)
+        when = std::max(when, p.nacked_at + (p.nacked_base == p.next ? kSameNackPause : kNackPause));
+    else if (p.next == p.acknowledged_below)
+        when = std::max(when, p.answers_paid_until - kRepeatedAnswers * kRepeatedAnswerInterval);
     p.acknowledge_at = std::min(p.acknowledge_at, when);
     p.timer.wake_at(p.acknowledge_at);
 }
@@ -446,12 +452,13 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
     for (size_t i = 0; i < unfinished_count; ++i)
         nack_fragments(p, unfinished[i]);
     p.acknowledge_at = kNever;
-    p.acknowledged = true;
-    p.acknowledged_at = now;
+    if (p.next == p.acknowledged_below)
+        p.answers_paid_until = std::max(p.answers_paid_until, now) + kRepeatedAnswerInterval;
+    p.acknowledged_below = p.next;
     p.nacked_base = incomplete ? p.next : 0;
-    p.nacked_at = now;
     p.retry_at = kNever;
     if (incomplete) {
+        p.nacked_at = now;
         p.retry_pause =
             p.retry_pause == Duration(0) ? config_.nack_retry : std::min(p.retry_pause * 2, kLongestPause);
         p.retry_at = now + p.retry_pause;

@@ -7,9 +7,10 @@
 //   the first heartbeat of the writer.
 // - A volatile reader starts at that heartbeat: earlier samples are not asked for. Samples that came before
 //   it, after the match, are held and delivered.
-// - Heartbeats are answered at the end of the datagram they came in, at most once per heartbeat_suppression.
-//   The same samples are not asked for again within 10 ms. What does not come is asked for again with growing
-//   pauses.
+// - What a heartbeat names and is here is acknowledged at the end of the batch that it came in, without a
+//   pause: a reader must not be what a writer waits for. Heartbeats that name nothing new are answered from
+//   a budget, against storms. Requests for what is missing are paced: 1 ms between two, 10 ms for the same
+//   samples, and growing pauses for what does not come.
 // - Two heartbeats in a row with newer counts but lower last numbers, or three old-looking ones in a row over
 //   half a second, mean that the writer began anew.
 
