@@ -77,16 +77,24 @@ void QuixAgentOutput::wait_while(std::function<bool()> keeps_waiting) {
 void QuixAgentOutput::put(std::string_view text) {
     if (is_closed_)
         return;
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (text_ != nullptr) {
-        text_->append(text);
-        return;
+    const std::lock_guard<std::mutex> together(put_mutex_);
+    // Long texts in pieces: nobody needs a second copy of them.
+    while (text_ == nullptr && text.size() > kMaxPending) {
+        append(text.substr(0, kMaxPending));
+        text.remove_prefix(kMaxPending);
+        if (!flush())
+            text = text.back() == '\n' ? "\n" : "";
     }
-    pending_.append(text);
-    const bool is_much = pending_.size() > kMaxPending;
-    lock.unlock();
-    if (is_much)
+    if (append(text) > kMaxPending)
         flush();
+}
+
+/// How much is pending then.
+size_t QuixAgentOutput::append(std::string_view text) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::string& target = text_ != nullptr ? *text_ : pending_;
+    target.append(text);
+    return pending_.size();
 }
 
 void QuixAgentOutput::put_formatted(const char* format, va_list values) {

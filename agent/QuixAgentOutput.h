@@ -32,6 +32,8 @@ class QuixAgentOutput {
     QuixAgentOutput(const QuixAgentOutput&) = delete;
     QuixAgentOutput& operator=(const QuixAgentOutput&) = delete;
 
+    /// When waiting for the output is over, the rest of a text beyond kMaxPending is given up, but not its
+    /// line end.
     void put(std::string_view text);
     void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
     /// From verbosity 1 on, and flushed: why something failed. Always false.
@@ -65,6 +67,7 @@ class QuixAgentOutput {
     bool has_rest() const;
 
   private:
+    size_t append(std::string_view text);
     void put_formatted(const char* format, va_list values);
     bool write_leaving(std::unique_lock<std::mutex>& lock);
     ssize_t write_some(const char* text, size_t length);
@@ -80,6 +83,7 @@ class QuixAgentOutput {
     std::FILE* stream_ = nullptr;
     std::function<bool()> keeps_waiting_;
 
+    std::mutex put_mutex_; // held while one text is put; before mutex_
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::string pending_;     // guarded by mutex_

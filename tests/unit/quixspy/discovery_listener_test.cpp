@@ -255,6 +255,25 @@ TEST_F(DiscoveryListener, KnowsItsReaders) {
     EXPECT_EQ(report(stranger), "");
 }
 
+TEST_F(DiscoveryListener, EndsWithTheRun) {
+    QUIXSPY_INTERRUPTED = true;
+    EXPECT_EQ(report(sample<Publication>("Circle", "ShapeType"), info_of(kWriter)), "");
+    QUIXSPY_INTERRUPTED = false;
+    EXPECT_EQ(listener().discoveredWriters, 0U) << "the statistics count lines";
+    EXPECT_EQ(publications.loans, 0);
+}
+
+TEST_F(DiscoveryListener, ShowsWhatATerminalWouldObey) {
+    show_partition = true;
+    Publication data = sample<Publication>("Cir\ncle", "\x1b[2J");
+    data.entity_name = entity_name(nullptr, "\xff");
+    data.partition.name = string_seq({"\x7f"});
+    EXPECT_EQ(report(data, info_of(kWriter)),
+              "12:25:30 New writer        from 192.168.1.20    : topic=\"Cir\\x0acle\" type=\"\\x1b[2J\" "
+              "name=\"\\xff\" S  partition=\"\\x7f\"\n");
+    EXPECT_NE(report(Publication(), gone(kWriter)).find(" topic=\"Cir\\x0acle\" "), std::string::npos);
+}
+
 TEST_F(DiscoveryListener, IsSilentWithoutData) {
     EXPECT_EQ(report(publications), "");
     EXPECT_EQ(publications.loans, 0);
