@@ -337,6 +337,31 @@ TEST_F(ReliableReaderTest, AVolatileReaderKeepsWhatCameBeforeTheFirstHeartbeat) 
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{49, 50, 51}));
 }
 
+TEST_F(ReliableReaderTest, AVolatileReaderTakesWhatTheFirstHeartbeatOvertook) {
+    make(true);
+    sent();
+    heartbeat(1, 2);
+    data(1);
+    data(2);
+    data(3);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2, 3}));
+    EXPECT_EQ(sink.lost, 0u);
+}
+
+TEST_F(ReliableReaderTest, AVolatileReaderTakesNothingOlderLater) {
+    make(true);
+    sent();
+    heartbeat(1, 2);
+    data(3);
+    data(2);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{3})) << "out of order";
+    make(true);
+    heartbeat(1, 2);
+    now += milliseconds(201);
+    data(2);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{3})) << "sent again for others";
+}
+
 TEST_F(ReliableReaderTest, AWriterThatBeganAnewShowsByFreshHeartbeatsWithALowerEnd) {
     make(false);
     for (SequenceNumber n = 1; n <= 5; ++n)

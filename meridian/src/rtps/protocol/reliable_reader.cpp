@@ -11,6 +11,7 @@ namespace {
 
 constexpr Duration kSameNackPause = std::chrono::milliseconds(10);
 constexpr Duration kNackPause = std::chrono::milliseconds(1);
+constexpr Duration kStartOverlap = std::chrono::milliseconds(200);
 // Heartbeats that name nothing new are answered from a budget: so many at once, then one in each interval.
 constexpr int kRepeatedAnswers = 16;
 constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
@@ -50,6 +51,8 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     SequenceNumber next = 1;       // everything below was delivered, is irrelevant or lost
     SequenceNumber last_known = 0; // what the writer is known to have written
     bool synchronized = true;      // false: a volatile reader before the first heartbeat
+    SequenceNumber start = 0;      // where a volatile reader began; 0: it is past that
+    MonotonicTime started_at{0};
     std::map<SequenceNumber, HeldSample> held;
     FragmentAssembler fragments;
 
@@ -128,12 +131,24 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
     WriterProxy* proxy = find(Guid{context.source, data.writer});
     if (proxy == nullptr)
         return false;
-    if (data.sequence_number < proxy->next || !plausible(data.sequence_number))
+    if (is_old(*proxy, data.sequence_number, now) || !plausible(data.sequence_number))
         return true;
     Sample sample;
     const bool deliverable = make_sample(proxy->writer.guid, context, data, now, sample);
     accept(*proxy, sample, deliverable);
     return true;
+}
+
+/// A writer may announce a sample by the heartbeat that answers the match before it sends the sample itself:
+/// what comes right behind that heartbeat is new, as long as nothing later has been delivered.
+bool ReliableReader::is_old(WriterProxy& proxy, SequenceNumber number, MonotonicTime now) {
+    if (number >= proxy.next)
+        return false;
+    if (proxy.next != proxy.start || now > proxy.started_at + kStartOverlap)
+        return true;
+    proxy.start = 0;
+    proxy.next = std::max<SequenceNumber>(number, 1);
+    return false;
 }
 
 void ReliableReader::accept(WriterProxy& proxy, const Sample& sample, bool deliverable) {
@@ -244,7 +259,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     if (proxy == nullptr)
         return false;
     const SequenceNumber number = fragment.sequence_number;
-    if (number < proxy->next || !plausible(number) || proxy->held.count(number) != 0)
+    if (is_old(*proxy, number, now) || !plausible(number) || proxy->held.count(number) != 0)
         return true;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
     FragmentAssembler::Result result = proxy->fragments.add(fragment, timestamp, now);
@@ -312,6 +327,8 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         p.next = heartbeat.last + 1;
         if (!p.held.empty())
             p.next = std::min(p.next, p.held.begin()->first);
+        p.start = p.next;
+        p.started_at = now;
     }
     p.last_known = std::max(p.last_known, heartbeat.last);
     if (heartbeat.first > p.next)

@@ -6,7 +6,7 @@
 // - Right after a match it speaks first: an ACKNACK with an empty set that wants an answer, repeated until
 //   the first heartbeat of the writer.
 // - A volatile reader starts at that heartbeat: earlier samples are not asked for. Samples that came before
-//   it, after the match, are held and delivered.
+//   it, after the match, are held and delivered; so are those that come right behind it.
 // - What a heartbeat names and is here is acknowledged at the end of the batch that it came in, without a
 //   pause: a reader must not be what a writer waits for. Heartbeats that name nothing new are answered from
 //   a budget, against storms. Requests for what is missing are paced: 1 ms between two, 10 ms for the same
@@ -51,6 +51,7 @@ class ReliableReader final : public Reader {
     struct WriterProxy;
 
     WriterProxy* find(const Guid& writer);
+    bool is_old(WriterProxy& proxy, SequenceNumber number, MonotonicTime now);
     void accept(WriterProxy& proxy, const Sample& sample, bool deliverable);
     void hold(WriterProxy& proxy, const Sample* sample, SequenceNumber sequence_number);
     bool make_room(WriterProxy& proxy, SequenceNumber sequence_number, size_t bytes);
