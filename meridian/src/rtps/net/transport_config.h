@@ -23,8 +23,8 @@ enum TransportKind : uint32_t {
 constexpr int kLargestDatagram = 65507; // what fits an IPv4 packet
 constexpr int kSmallestDatagram = 576;  // what every host must take
 constexpr int kLargestReceiveBuffer = 65536;
-/// A socket gets a receive buffer of at least this size: one that holds few messages loses them in bursts, and
-/// makes writers send again what they need not.
+/// A socket gets a receive buffer of at least this size: one that holds few messages loses them in bursts,
+/// and makes writers send again what they need not.
 constexpr int kSmallestReceiveSocketBuffer = 1 << 20;
 
 /// Sizes in bytes. The defaults are those of meridian/transport.h.
