@@ -66,7 +66,7 @@ bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, co
     return endpoint == nullptr || endpoint->record == nullptr || !endpoint->matched.empty();
 }
 
-bool MessageRouter::accepted(const MessageContext& context, EntityId sender) {
+bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId sender) {
     if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
         return false;
     if (datagram_.is_replayed && sender.is_builtin())
@@ -126,8 +126,6 @@ void MessageRouter::assert_liveliness(const Guid& writer) {
 }
 
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
-    if (!accepted(context, data.writer))
-        return;
     if (data.writer == entity::participant_writer) {
         participants_.on_data(context, data, datagram_.source, now_);
         return;
@@ -140,8 +138,6 @@ void MessageRouter::on_data(const MessageContext& context, const Data& data) {
 }
 
 void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& fragment) {
-    if (!accepted(context, fragment.writer))
-        return;
     const Guid writer{context.source, fragment.writer};
     if (!for_readers(fragment.reader, writer,
                      [&](Reader& reader) { return reader.on_data_frag(context, fragment, now_.monotonic); }))
@@ -150,8 +146,6 @@ void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& 
 }
 
 void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) {
-    if (!accepted(context, heartbeat.writer))
-        return;
     const Guid writer{context.source, heartbeat.writer};
     for_readers(heartbeat.reader, writer, [&](Reader& reader) {
         reader.on_heartbeat(writer, heartbeat, now_.monotonic);
@@ -168,8 +162,6 @@ void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat&
 }
 
 void MessageRouter::on_heartbeat_frag(const MessageContext& context, const HeartbeatFrag& heartbeat) {
-    if (!accepted(context, heartbeat.writer))
-        return;
     const Guid writer{context.source, heartbeat.writer};
     for_readers(heartbeat.reader, writer, [&](Reader& reader) {
         reader.on_heartbeat_frag(writer, heartbeat, now_.monotonic);
@@ -178,8 +170,6 @@ void MessageRouter::on_heartbeat_frag(const MessageContext& context, const Heart
 }
 
 void MessageRouter::on_gap(const MessageContext& context, const Gap& gap) {
-    if (!accepted(context, gap.writer))
-        return;
     const Guid writer{context.source, gap.writer};
     for_readers(gap.reader, writer, [&](Reader& reader) {
         reader.on_gap(writer, gap, now_.monotonic);
@@ -193,21 +183,17 @@ ReliableWriter* MessageRouter::writer_for(EntityId writer) const {
 }
 
 void MessageRouter::on_acknack(const MessageContext& context, const AckNack& acknack) {
-    if (!accepted(context, acknack.reader))
-        return;
     if (ReliableWriter* writer = writer_for(acknack.writer))
         writer->on_acknack(Guid{context.source, acknack.reader}, acknack, now_.monotonic);
 }
 
 void MessageRouter::on_nack_frag(const MessageContext& context, const NackFrag& nack) {
-    if (!accepted(context, nack.reader))
-        return;
     if (ReliableWriter* writer = writer_for(nack.writer))
         writer->on_nack_frag(Guid{context.source, nack.reader}, nack, now_.monotonic);
 }
 
 void MessageRouter::on_secured(const MessageContext& context, uint8_t) {
-    if (!accepted(context, entity::participant))
+    if (!wants(context, entity::unknown, entity::participant))
         return;
     ++secured_submessages_;
     warnings_.warn("secured messages " + to_string(context.source),

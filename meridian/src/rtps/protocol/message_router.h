@@ -40,6 +40,8 @@ class MessageRouter final : private MessageVisitor {
     uint64_t secured_submessages() const { return secured_submessages_; }
 
   private:
+    /// False for submessages that are not for us or come from those we do not hear.
+    bool wants(const MessageContext& context, EntityId to, EntityId sender) override;
     void on_data(const MessageContext& context, const Data& data) override;
     void on_data_frag(const MessageContext& context, const DataFrag& fragment) override;
     void on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) override;
@@ -50,8 +52,6 @@ class MessageRouter final : private MessageVisitor {
     void on_secured(const MessageContext& context, uint8_t kind) override;
 
     ReadStatus take(ByteView datagram, const Locator& source, bool is_replayed);
-    /// False for submessages that are not for us or come from those we do not hear.
-    bool accepted(const MessageContext& context, EntityId sender);
     /// Calls function for the readers that a submessage is meant for; false when none of them knows the
     /// writer.
     template <typename Function>
@@ -78,7 +78,7 @@ class MessageRouter final : private MessageVisitor {
     Now now_;                               // of the call in progress
     struct Datagram {
         Locator source;
-        bool is_checked = false; // accepted() was asked for `checked`
+        bool is_checked = false; // wants() was asked for `checked`
         GuidPrefix checked;
         bool accepted = false;
         bool is_replayed = false; // all but samples of user writers was taken when it came

@@ -47,10 +47,13 @@ class Receiver {
     bool visit_data_frag(const SubmessageHeader& header, ByteReader& body);
     bool visit_heartbeat(const SubmessageHeader& header, ByteReader& body);
     bool visit_acknack(const SubmessageHeader& header, ByteReader& body);
+    template <typename Submessage>
+    using Operation = void (MessageVisitor::*)(const MessageContext&, const Submessage&);
+    template <typename Submessage>
+    void hand_over(const Submessage& submessage, Operation<Submessage> operation);
     /// A submessage that is no more than what its layout says, but for flags, which are set already.
     template <typename Submessage>
-    bool visit_element(ByteReader& body, Submessage submessage,
-                       void (MessageVisitor::*operation)(const MessageContext&, const Submessage&));
+    bool visit_element(ByteReader& body, Submessage submessage, Operation<Submessage> operation);
 
     ByteReader datagram_;
     MessageVisitor& visitor_;
@@ -143,12 +146,19 @@ bool Receiver::next() {
 }
 
 template <typename Submessage>
-bool Receiver::visit_element(ByteReader& body, Submessage submessage,
-                             void (MessageVisitor::*operation)(const MessageContext&, const Submessage&)) {
+void Receiver::hand_over(const Submessage& submessage, Operation<Submessage> operation) {
+    constexpr bool kToWriter = std::is_same_v<Submessage, AckNack> || std::is_same_v<Submessage, NackFrag>;
+    if (kToWriter ? visitor_.wants(context_, submessage.writer, submessage.reader)
+                  : visitor_.wants(context_, submessage.reader, submessage.writer))
+        (visitor_.*operation)(context_, submessage);
+}
+
+template <typename Submessage>
+bool Receiver::visit_element(ByteReader& body, Submessage submessage, Operation<Submessage> operation) {
     // Group information may follow in a HEARTBEAT and a GAP; nothing here needs it.
     if (!read_element(body, submessage) || !is_valid(submessage))
         return false;
-    (visitor_.*operation)(context_, submessage);
+    hand_over(submessage, operation);
     return true;
 }
 
@@ -304,7 +314,7 @@ bool Receiver::visit_data(const SubmessageHeader& header, ByteReader& body) {
     data.non_standard_payload = data.has_payload && header.has(kDataFlagNonStandard);
     if (data.has_payload && !body.read_view(body.remaining(), data.payload))
         return false;
-    visitor_.on_data(context_, data);
+    hand_over(data, &MessageVisitor::on_data);
     return true;
 }
 
@@ -330,7 +340,7 @@ bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body)
     const auto expected = static_cast<size_t>(std::min<uint64_t>(end, fragment.sample_size) - begin);
     if (!body.read_view(expected, fragment.payload))
         return false;
-    visitor_.on_data_frag(context_, fragment);
+    hand_over(fragment, &MessageVisitor::on_data_frag);
     return true;
 }
 
