@@ -49,7 +49,6 @@ class FamilySockets {
     bool uses_loopback() const;
     /// True when some usable interface is not loopback.
     bool leaves_host() const;
-    bool is_loopback_only() const { return filter_.loopback_only; }
     const std::vector<IpAddress>& groups() const { return groups_; }
 
     int metatraffic_unicast() const { return sockets_[kMetatrafficUnicast].get(); }

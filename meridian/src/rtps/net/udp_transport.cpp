@@ -137,15 +137,11 @@ OpenResult UdpTransport::open_unicast_pair(uint32_t index, std::string& error) {
     return OpenResult::ok;
 }
 
-FamilySockets* UdpTransport::sockets_of(Family family) {
+const FamilySockets* UdpTransport::sockets_of(Family family) const {
     const auto it = std::find_if(families_.begin(), families_.end(), [family](const FamilySockets& sockets) {
         return sockets.family() == family;
     });
     return it != families_.end() ? &*it : nullptr;
-}
-
-const FamilySockets* UdpTransport::sockets_of(Family family) const {
-    return const_cast<UdpTransport*>(this)->sockets_of(family);
 }
 
 OwnLocators UdpTransport::own_locators() const {
@@ -336,11 +332,6 @@ void UdpTransport::warn_once(const std::string& text) {
 void UdpTransport::warn_all(const std::vector<std::string>& texts) {
     for (const std::string& text : texts)
         warn_once(text);
-}
-
-void UdpTransport::note_errors(const ReceiveBatch& batch) {
-    if (batch.error_number() != 0)
-        drops_.note_receive_error(batch.error_number());
 }
 
 bool UdpTransport::take(const ReceivedDatagram& datagram, const Locator& source) {

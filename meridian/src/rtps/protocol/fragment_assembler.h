@@ -87,8 +87,11 @@ class FragmentAssembler {
         ByteBuffer bytes;
         std::vector<bool> have;
     };
-    std::vector<Partial>::iterator find(SequenceNumber sequence_number);
-    void release(Partial& partial);
+    using Place = std::vector<Partial>::iterator;
+    Place lower_bound(SequenceNumber sequence_number);
+    Place find(SequenceNumber sequence_number);
+    /// Gives its memory back. Returns the next one.
+    Place erase(Place at);
 
     MemoryBudget& budget_;
     size_t max_sample_size_;

@@ -151,22 +151,9 @@ void Participant::ignore_participant(const GuidPrefix& prefix, Now now) {
     finish(now);
 }
 
-void Participant::add_peer(const Locator& destination, Now now) {
-    participants_.add_peer(destination, now);
-    finish(now);
-}
-
 void Participant::set_locators(const OwnLocators& locators, Now now) {
     now_ = now;
-    config_.locators = locators;
-    ParticipantData data = participants_.announced();
-    data.metatraffic_unicast = locators.metatraffic_unicast;
-    data.metatraffic_multicast = locators.metatraffic_multicast;
-    data.default_unicast = locators.default_unicast;
-    data.default_multicast = locators.default_multicast;
-    participants_.choose_routes_again(now);
-    participants_.set_host_locators(locators);
-    participants_.set_announced(data, now);
+    participants_.set_locators(locators, now);
     finish(now);
 }
 

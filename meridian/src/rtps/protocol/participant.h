@@ -77,8 +77,6 @@ class Participant final : private ReaderObserver,
     /// Changes what is announced of this participant, announces it at once, and matches all endpoints again.
     void set_announcement(const std::string& name, const std::vector<Property>& properties,
                           const ByteBuffer& user_data, Now now);
-    /// One more destination of announcements; announces there at once. Known ones are not added twice.
-    void add_peer(const Locator& destination, Now now);
 
     /// Adds a local reader or writer, and announces it (unless it has a builtin peer). data.guid must have
     /// this participant's prefix and an entity id of the right kind that is not in use; false otherwise. The

@@ -250,22 +250,15 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     }
     if (result == FragmentAssembler::Result::stored)
         proxy->retry_pause = Duration(0);
-    Sample sample;
-    sample.writer = proxy->writer.guid;
-    sample.vendor = context.vendor;
-    sample.sequence_number = number;
-    sample.received = now;
     if (result == FragmentAssembler::Result::too_large) {
         observer_.on_oversized_sample(proxy->writer.guid, fragment.sample_size);
-        accept(*proxy, sample, false);
+        Sample lost;
+        lost.sequence_number = number;
+        accept(*proxy, lost, false);
     } else if (result == FragmentAssembler::Result::complete) {
         FragmentAssembler::Assembled whole = proxy->fragments.take(number);
-        sample.source_timestamp = whole.timestamp;
-        sample.inline_qos = whole.inline_qos;
-        sample.has_payload = true;
-        sample.payload_is_key = whole.payload_is_key;
-        sample.payload = whole.payload;
-        accept(*proxy, sample, !whole.inline_qos.refused);
+        accept(*proxy, make_sample(proxy->writer.guid, context.vendor, whole, now),
+               !whole.inline_qos.refused);
         proxy->fragments.recycle(std::move(whole.payload));
     }
     return true;

@@ -30,7 +30,6 @@ struct RemoteReader {
     Route route;
     bool reliable = true;
     bool transient_local = false;
-    bool expects_inline_qos = false;
 };
 
 class ReliableWriter final : private TimerQueue::Client {
@@ -56,7 +55,6 @@ class ReliableWriter final : private TimerQueue::Client {
     void assert_liveliness();
 
     bool all_acknowledged() const;
-    SequenceNumber last_sequence_number() const { return last_; }
     size_t kept_samples() const { return history_.size(); }
 
   private:
