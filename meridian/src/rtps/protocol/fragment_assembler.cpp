@@ -29,7 +29,7 @@ bool FragmentAssembler::has(SequenceNumber sequence_number) const {
 
 FragmentAssembler::Place FragmentAssembler::erase(Place at) {
     budget_.give_back(at->sample_size);
-    recycle(std::move(at->bytes));
+    recycle(std::move(at->payload));
     spare_have_ = std::move(at->have);
     return samples_.erase(at);
 }
@@ -80,11 +80,11 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         partial.total = static_cast<FragmentNumber>(total);
         partial.payload_is_key = fragment.payload_is_key;
         partial.timestamp = timestamp;
-        partial.bytes = std::move(spare_bytes_);
+        partial.payload = std::move(spare_bytes_);
         partial.have = std::move(spare_have_);
         spare_bytes_ = {};
         spare_have_ = {};
-        partial.bytes.resize(fragment.sample_size);
+        partial.payload.resize(fragment.sample_size);
         partial.have.assign(total, false);
         at = samples_.insert(lower_bound(fragment.sequence_number), std::move(partial));
     }
@@ -99,7 +99,7 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         ++at->received;
         news = true;
         const uint64_t from = i * step;
-        std::memcpy(at->bytes.data() + from, fragment.payload.data + (from - begin_byte),
+        std::memcpy(at->payload.data() + from, fragment.payload.data + (from - begin_byte),
                     std::min(size - from, step));
     }
     if (at->received == at->total)
@@ -108,16 +108,11 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
 }
 
 FragmentAssembler::Assembled FragmentAssembler::take(SequenceNumber sequence_number) {
-    Assembled result;
     const auto at = find(sequence_number);
     if (at == samples_.end())
-        return result;
-    result.sequence_number = sequence_number;
-    result.payload = std::move(at->bytes);
-    result.payload_is_key = at->payload_is_key;
-    result.inline_qos = at->inline_qos;
-    result.timestamp = at->timestamp;
-    at->bytes = {};
+        return {};
+    Assembled result = std::move(*at);
+    at->payload = {};
     erase(at);
     return result;
 }

@@ -74,17 +74,12 @@ class FragmentAssembler {
     void clear();
 
   private:
-    struct Partial {
-        SequenceNumber sequence_number = 0;
+    struct Partial : Assembled {
         uint32_t sample_size = 0;
         uint16_t fragment_size = 0;
         FragmentNumber total = 0;
         FragmentNumber received = 0;
-        bool payload_is_key = false;
-        InlineQos inline_qos;
-        WireTime timestamp = kTimeInvalid;
         MonotonicTime touched{0};
-        ByteBuffer bytes;
         std::vector<bool> have;
     };
     using Place = std::vector<Partial>::iterator;

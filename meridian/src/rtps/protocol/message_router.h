@@ -59,7 +59,15 @@ class MessageRouter final : private MessageVisitor {
     /// Hands a submessage to one reader.
     template <typename Function>
     bool hand_to(LocalEndpoint& local, Function& function);
-    ReliableWriter* writer_for(EntityId writer) const;
+    template <typename Sample>
+    void take_sample(const MessageContext& context, const Sample& sample,
+                     bool (Reader::*operation)(const MessageContext&, const Sample&, MonotonicTime));
+    template <typename Submessage>
+    void tell_readers(const MessageContext& context, const Submessage& submessage,
+                      void (Reader::*operation)(const Guid&, const Submessage&, MonotonicTime));
+    template <typename Submessage>
+    void tell_writer(const MessageContext& context, const Submessage& submessage,
+                     void (ReliableWriter::*operation)(const Guid&, const Submessage&, MonotonicTime));
     /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);
     void assert_liveliness(const Guid& writer);

@@ -13,14 +13,6 @@ namespace {
 
 constexpr size_t kSmallestMessage = 576;
 
-/// What all builtin endpoints except those for participants use (DDSI-RTPS 2.5, 8.4.13.3 and 8.5.4.2).
-EndpointQos builtin_qos() {
-    EndpointQos qos;
-    qos.reliability = Reliability::reliable;
-    qos.durability = Durability::transient_local;
-    return qos;
-}
-
 ParticipantConfig with_usable_sizes(ParticipantConfig config) {
     config.max_message_size = std::max(config.max_message_size, kSmallestMessage);
     return config;
@@ -53,22 +45,24 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
 
 Participant::~Participant() = default;
 
-void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink) {
+EndpointData Participant::builtin_data(EntityId id) const {
     EndpointData data;
     data.guid = {config_.prefix, id};
-    data.qos = builtin_qos();
+    data.qos.reliability = Reliability::reliable;
+    data.qos.durability = Durability::transient_local;
+    return data;
+}
+
+void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink) {
     ReaderConfig reader;
     reader.builtin_peer = peer;
-    add_reader(data, reader, sink, Now{});
+    add_reader(builtin_data(id), reader, sink, Now{});
 }
 
 void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
-    EndpointData data;
-    data.guid = {config_.prefix, id};
-    data.qos = builtin_qos();
     WriterConfig writer;
     writer.builtin_peer = peer;
-    add_writer(data, writer, no_news_, Now{});
+    add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 
 // -- Life

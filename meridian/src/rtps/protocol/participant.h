@@ -124,6 +124,8 @@ class Participant final : private ReaderObserver,
     void on_subscription(const Sample& sample) { endpoints_.on_sample(sample, false); }
     void on_participant_message(const Sample& sample);
 
+    /// What all builtin endpoints except those for participants are (DDSI-RTPS 2.5, 8.4.13.3 and 8.5.4.2).
+    EndpointData builtin_data(EntityId id) const;
     void add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink);
     void add_builtin_writer(EntityId id, BuiltinPeer peer);
     /// False where an endpoint with this id cannot be added.

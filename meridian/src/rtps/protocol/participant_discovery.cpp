@@ -228,12 +228,7 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
     return choose(remote.data->default_unicast, remote.user) || metatraffic;
 }
 
-RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) {
-    const auto at = remotes_.find(prefix);
-    return at != remotes_.end() ? at->second.get() : nullptr;
-}
-
-const RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) const {
+RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) const {
     const auto at = remotes_.find(prefix);
     return at != remotes_.end() ? at->second.get() : nullptr;
 }
@@ -251,11 +246,9 @@ void ParticipantDiscovery::renew(RemoteParticipant& remote, MonotonicTime now) {
     expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
 }
 
-RemoteParticipant* ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, MonotonicTime now) {
-    RemoteParticipant* remote = find(prefix);
-    if (remote != nullptr)
+void ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, MonotonicTime now) {
+    if (RemoteParticipant* remote = find(prefix))
         renew(*remote, now);
-    return remote;
 }
 
 bool ParticipantDiscovery::of_this_domain(const ParticipantData& data) const {

@@ -59,8 +59,8 @@ class ParticipantDiscovery {
 
     /// A DATA of a participant writer.
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
-    /// Any message of this participant came. nullptr: it is not known.
-    RemoteParticipant* on_traffic(const GuidPrefix& prefix, MonotonicTime now);
+    /// Any message of this participant came.
+    void on_traffic(const GuidPrefix& prefix, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// True for own and ignored participants: nothing of theirs is taken.
@@ -69,8 +69,8 @@ class ParticipantDiscovery {
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
 
-    RemoteParticipant* find(const GuidPrefix& prefix);
-    const RemoteParticipant* find(const GuidPrefix& prefix) const;
+    /// nullptr: it is not known.
+    RemoteParticipant* find(const GuidPrefix& prefix) const;
     std::vector<GuidPrefix> prefixes() const;
 
     MonotonicTime next_deadline() const;

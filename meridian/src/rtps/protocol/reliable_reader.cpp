@@ -355,9 +355,7 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
         return;
     p->fragments_nacked = true;
     p->fragments_nacked_at = now;
-    nackfrag_count_ = next_count(nackfrag_count_);
-    batcher_.add(p->writer.route,
-                 NackFrag{id_, writer.entity, heartbeat.sequence_number, missing, nackfrag_count_});
+    send_nack_frag(*p, heartbeat.sequence_number, missing);
 }
 
 void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
@@ -400,14 +398,11 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     p.preempt_pause = std::min(p.preempt_pause * 2, kLongestPause);
 }
 
-bool ReliableReader::nack_fragments(WriterProxy& p, SequenceNumber sequence_number) {
-    FragmentNumberSet missing;
-    if (!p.fragments.missing(sequence_number, missing) || missing.empty())
-        return false;
+void ReliableReader::send_nack_frag(WriterProxy& p, SequenceNumber sequence_number,
+                                    const FragmentNumberSet& missing) {
     nackfrag_count_ = next_count(nackfrag_count_);
     batcher_.add(p.writer.route,
                  NackFrag{id_, p.writer.guid.entity, sequence_number, missing, nackfrag_count_});
-    return true;
 }
 
 void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
@@ -436,8 +431,11 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
     acknack.final = !incomplete;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);
-    for (size_t i = 0; i < unfinished_count; ++i)
-        nack_fragments(p, unfinished[i]);
+    for (size_t i = 0; i < unfinished_count; ++i) {
+        FragmentNumberSet missing;
+        if (p.fragments.missing(unfinished[i], missing) && !missing.empty())
+            send_nack_frag(p, unfinished[i], missing);
+    }
     p.acknowledge_at = kNever;
     p.acknowledged = true;
     p.acknowledged_at = now;

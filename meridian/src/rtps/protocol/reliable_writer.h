@@ -39,8 +39,6 @@ class ReliableWriter final : private TimerQueue::Client {
                    TimerQueue& timers);
     ~ReliableWriter();
 
-    EntityId id() const { return id_; }
-
     /// A known reader only gets its route changed.
     void add_reader(const RemoteReader& reader, MonotonicTime now);
     void remove_reader(const Guid& reader);
@@ -80,6 +78,7 @@ class ReliableWriter final : private TimerQueue::Client {
     };
 
     void on_timer(MonotonicTime now) override;
+    std::vector<ReaderProxy>::iterator lower_bound(const Guid& reader);
     ReaderProxy* find(const Guid& reader);
     bool outstanding(const ReaderProxy& proxy) const;
     void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);

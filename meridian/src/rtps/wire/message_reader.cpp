@@ -245,19 +245,7 @@ bool Receiver::read_header_extension(const SubmessageHeader& header, ByteReader&
     // The rest is skipped, the checksum too: UDP has its own.
     size_t skipped =
         (header.has(kExtensionFlagUExtension) ? 4u : 0u) + (header.has(kExtensionFlagWExtension) ? 8u : 0u);
-    switch (header.flags & kExtensionChecksumMask) {
-        case kExtensionChecksumCrc32:
-            skipped += 4;
-            break;
-        case kExtensionChecksumCrc64:
-            skipped += 8;
-            break;
-        case kExtensionChecksumMd5:
-            skipped += 16;
-            break;
-        default:
-            break;
-    }
+    skipped += kExtensionChecksumSizes[header.flags >> kExtensionChecksumShift & 3];
     if (!body.skip(skipped))
         return false;
     if (!header.has(kExtensionFlagParameters))
