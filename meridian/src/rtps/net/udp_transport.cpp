@@ -97,7 +97,7 @@ bool UdpTransport::open(std::string& error) {
 bool UdpTransport::drop_missing_families(std::string& error) {
     for (auto it = families_.begin(); it != families_.end();) {
         // Any free port tells whether the family is there.
-        if (it->open_unicast(UnicastPorts{}, error) != OpenResult::unavailable) {
+        if (it->open_unicast(PortPair{}, error) != OpenResult::unavailable) {
             it->close_unicast();
             ++it;
             continue;

@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "rtps/protocol/best_effort_reader.h"
-#include "rtps/protocol/guid_key.h"
 #include "rtps/protocol/reliable_reader.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "rtps/protocol/guid_key.h"
 #include "rtps/protocol/locator_choice.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
 

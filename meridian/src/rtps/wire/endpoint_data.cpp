@@ -1,5 +1,6 @@
 // Writers and readers: DCPSPublication and DCPSSubscription samples (discovery_data.h).
 
+#include "rtps/wire/guid_key.h"
 #include "rtps/wire/parameter_values.h"
 
 namespace meridian::rtps {
@@ -160,11 +161,7 @@ std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness
         return keys.key_hash;
     InlineQos qos;
     decode_inline_qos(inline_qos, inline_endianness, qos);
-    if (!qos.key_hash)
-        return std::nullopt;
-    Guid guid;
-    ByteReader reader(ByteView(qos.key_hash->data(), qos.key_hash->size()), Endianness::big);
-    return read_element(reader, guid) ? std::optional<Guid>(guid) : std::nullopt;
+    return qos.key_hash ? std::optional<Guid>(guid_of(*qos.key_hash)) : std::nullopt;
 }
 
 } // namespace meridian::rtps
