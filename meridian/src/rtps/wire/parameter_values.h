@@ -85,9 +85,9 @@ void add_members(ParameterListWriter& list, uint16_t id, const Members&... membe
 
 /// How a parameter is read and written.
 enum class Rule {
-    always,   // refuses the record when it cannot be read
-    when_set, // the same; written only when there is something in it
-    lenient,  // stays at its default when it cannot be read; always written
+    always,   // always written; the record is refused when it cannot be read
+    when_set, // written when there is something in it; the record is refused likewise
+    lenient,  // always written; stays at its default when it cannot be read
     lenient_when_set,
 };
 
