@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "platform/clock.h"
@@ -57,21 +58,12 @@ void write_all(const std::string& line) {
 }
 
 std::string format_text(const char* format, va_list arguments) {
-    char buffer[512];
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
-    std::string text;
-    if (length < 0) {
-        text = format; // better than nothing
-    } else if (static_cast<size_t>(length) < sizeof buffer) {
-        text.assign(buffer, static_cast<size_t>(length));
-    } else {
-        text.resize(static_cast<size_t>(length) + 1);
-        std::vsnprintf(text.data(), text.size(), format, again);
-        text.pop_back();
-    }
-    va_end(again);
+    char* formatted = nullptr;
+    const int length = vasprintf(&formatted, format, arguments);
+    if (length < 0)
+        return format; // better than nothing
+    std::string text(formatted, static_cast<size_t>(length));
+    std::free(formatted);
     return text;
 }
 

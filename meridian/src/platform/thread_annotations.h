@@ -24,7 +24,6 @@
 #define MERIDIAN_RELEASE(...) MERIDIAN_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 /// On mutexes that are always taken in one order.
 #define MERIDIAN_ACQUIRED_BEFORE(...) MERIDIAN_THREAD_ATTRIBUTE(acquired_before(__VA_ARGS__))
-#define MERIDIAN_ACQUIRED_AFTER(...) MERIDIAN_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
 /// On a function that returns a reference to the mutex.
 #define MERIDIAN_RETURN_CAPABILITY(mutex) MERIDIAN_THREAD_ATTRIBUTE(lock_returned(mutex))
 /// The analysis cannot follow this function; say why beside it.

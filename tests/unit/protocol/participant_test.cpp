@@ -418,15 +418,6 @@ TEST_F(ParticipantTest, NewOwnAddressesAreAnnouncedAtOnce) {
     EXPECT_EQ(participant->announced().metatraffic_unicast, (LocatorList{udpv4(50)}));
 }
 
-TEST_F(ParticipantTest, AnAddedPeerIsAnnouncedToAtOnceAndOnlyOnce) {
-    start();
-    participant->add_peer(udpv4(30), now());
-    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(30)}));
-    output.messages.clear();
-    participant->add_peer(udpv4(30), now());
-    EXPECT_TRUE(output.messages.empty());
-}
-
 TEST_F(ParticipantTest, AFarewellDisposesEverything) {
     config.initial_announcements = 1;
     start();

@@ -88,7 +88,7 @@ FamilySockets::FamilySockets(Family family, const TransportConfig& config)
       filter_(make_filter(family, settings_, config)),
       groups_(groups_of(family)) {}
 
-OpenResult FamilySockets::open_unicast(const UnicastPorts& ports, std::string& error) {
+OpenResult FamilySockets::open_unicast(const PortPair& ports, std::string& error) {
     IpAddress local;
     local.family = family_;
     // Bound to loopback, nothing arrives from outside whatever the sender tries.
@@ -118,7 +118,7 @@ void FamilySockets::close_unicast() {
     sockets_[kUserUnicast].reset();
 }
 
-bool FamilySockets::open_multicast(const MulticastPorts& ports, std::string& error) {
+bool FamilySockets::open_multicast(const PortPair& ports, std::string& error) {
     IpAddress local; // a group as local address would do for one group only
     local.family = family_;
     const std::pair<SocketRole, uint16_t> wanted[] = {{kMetatrafficMulticast, ports.metatraffic},

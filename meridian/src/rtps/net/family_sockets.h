@@ -33,10 +33,10 @@ class FamilySockets {
     const std::vector<Interface>& usable() const { return usable_; }
 
     /// Opens the two unicast sockets. error is set unless ok.
-    OpenResult open_unicast(const UnicastPorts& ports, std::string& error);
+    OpenResult open_unicast(const PortPair& ports, std::string& error);
     void close_unicast();
     /// Opens the two multicast sockets, which belong to no interface yet.
-    bool open_multicast(const MulticastPorts& ports, std::string& error);
+    bool open_multicast(const PortPair& ports, std::string& error);
     /// Sets buffers and multicast options of all sockets. warnings gets what is not as asked for.
     void configure(std::vector<std::string>& warnings);
 
@@ -49,7 +49,6 @@ class FamilySockets {
     bool uses_loopback() const;
     /// True when some usable interface is not loopback.
     bool leaves_host() const;
-    bool is_loopback_only() const { return filter_.loopback_only; }
     const std::vector<IpAddress>& groups() const { return groups_; }
 
     int metatraffic_unicast() const { return sockets_[kMetatrafficUnicast].get(); }
@@ -79,7 +78,7 @@ class FamilySockets {
     UdpSettings settings_;
     InterfaceFilter filter_;
     std::vector<IpAddress> groups_;
-    UnicastPorts unicast_ports_;
+    PortPair unicast_ports_;
     std::array<FileDescriptor, kSocketCount> sockets_;
     std::vector<Interface> usable_;
     std::set<unsigned> joined_; // interface indexes

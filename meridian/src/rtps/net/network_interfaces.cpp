@@ -71,11 +71,6 @@ std::vector<Interface> apply(const std::vector<Interface>& all, Family family,
 
 } // namespace
 
-bool Interface::has_family(Family family) const {
-    return std::any_of(addresses.begin(), addresses.end(),
-                       [family](const InterfaceAddress& entry) { return entry.address.family == family; });
-}
-
 std::vector<Interface> enumerate_interfaces(std::string& error) {
     ifaddrs* list = nullptr;
     if (getifaddrs(&list) != 0) {

@@ -28,8 +28,6 @@ struct Interface {
     bool multicast = false;
     std::vector<InterfaceAddress> addresses; // both families, in the system's order
 
-    bool has_family(Family family) const;
-
     friend bool operator==(const Interface& a, const Interface& b) {
         return a.name == b.name && a.index == b.index && a.up == b.up && a.loopback == b.loopback &&
                a.multicast == b.multicast && a.addresses == b.addresses;

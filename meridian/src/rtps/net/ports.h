@@ -21,36 +21,31 @@ constexpr uint32_t kMaxDomainId = 232;
 /// Beyond it the ports of one domain would run into those of the next.
 constexpr uint32_t kMaxParticipantIndex = 119;
 
-/// What all participants of a domain listen on.
-struct MulticastPorts {
-    uint16_t metatraffic = 0;
-    uint16_t user = 0;
-};
-
-/// What one participant of a host listens on.
-struct UnicastPorts {
+/// A port for metatraffic and one for user data: unicast ones are of one participant of a host, multicast
+/// ones of all participants of a domain.
+struct PortPair {
     uint16_t metatraffic = 0;
     uint16_t user = 0;
 };
 
 /// nullopt: a domain above kMaxDomainId.
-constexpr std::optional<MulticastPorts> multicast_ports(uint32_t domain_id) {
+constexpr std::optional<PortPair> multicast_ports(uint32_t domain_id) {
     if (domain_id > kMaxDomainId)
         return std::nullopt;
     const uint32_t base = kPortBase + kDomainGain * domain_id;
-    return MulticastPorts{static_cast<uint16_t>(base + kMetatrafficMulticastOffset),
-                          static_cast<uint16_t>(base + kUserMulticastOffset)};
+    return PortPair{static_cast<uint16_t>(base + kMetatrafficMulticastOffset),
+                    static_cast<uint16_t>(base + kUserMulticastOffset)};
 }
 
 /// nullopt: a domain or index out of range, or (in the highest domain) ports above 65535.
-constexpr std::optional<UnicastPorts> unicast_ports(uint32_t domain_id, uint32_t participant_index) {
+constexpr std::optional<PortPair> unicast_ports(uint32_t domain_id, uint32_t participant_index) {
     if (domain_id > kMaxDomainId || participant_index > kMaxParticipantIndex)
         return std::nullopt;
     const uint32_t base = kPortBase + kDomainGain * domain_id + kParticipantGain * participant_index;
     if (base + kUserUnicastOffset > 65535)
         return std::nullopt;
-    return UnicastPorts{static_cast<uint16_t>(base + kMetatrafficUnicastOffset),
-                        static_cast<uint16_t>(base + kUserUnicastOffset)};
+    return PortPair{static_cast<uint16_t>(base + kMetatrafficUnicastOffset),
+                    static_cast<uint16_t>(base + kUserUnicastOffset)};
 }
 
 } // namespace meridian::rtps::net

@@ -42,16 +42,7 @@ class Recipients final : private MessageVisitor {
     };
 
     ReadStatus select(ByteView datagram);
-    /// local: the endpoint here that a submessage names, remote: the one that it comes from.
-    void select(const GuidPrefix& destination, EntityId local, const Guid& remote);
-
-    void on_data(const MessageContext& context, const Data& data) override;
-    void on_data_frag(const MessageContext& context, const DataFrag& fragment) override;
-    void on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) override;
-    void on_heartbeat_frag(const MessageContext& context, const HeartbeatFrag& heartbeat) override;
-    void on_acknack(const MessageContext& context, const AckNack& acknack) override;
-    void on_nack_frag(const MessageContext& context, const NackFrag& nack) override;
-    void on_gap(const MessageContext& context, const Gap& gap) override;
+    bool wants(const MessageContext& context, EntityId to, EntityId from) override;
     void on_secured(const MessageContext& context, uint8_t kind) override;
 
     std::vector<Entry> all_;

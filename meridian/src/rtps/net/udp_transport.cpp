@@ -31,6 +31,13 @@ bool loopback_is_an_addition(const std::vector<IpAddress>& addresses) {
     });
 }
 
+template <typename Predicate>
+bool any_address(const std::vector<Interface>& interfaces, Predicate predicate) {
+    return std::any_of(interfaces.begin(), interfaces.end(), [&](const Interface& interface) {
+        return std::any_of(interface.addresses.begin(), interface.addresses.end(), predicate);
+    });
+}
+
 size_t receive_buffer_size(const TransportConfig& config) {
     if (config.receive_buffer_size == 0)
         return kLargestReceiveBuffer;
@@ -90,7 +97,7 @@ bool UdpTransport::open(std::string& error) {
 bool UdpTransport::drop_missing_families(std::string& error) {
     for (auto it = families_.begin(); it != families_.end();) {
         // Any free port tells whether the family is there.
-        if (it->open_unicast(UnicastPorts{}, error) != OpenResult::unavailable) {
+        if (it->open_unicast(PortPair{}, error) != OpenResult::unavailable) {
             it->close_unicast();
             ++it;
             continue;
@@ -137,15 +144,11 @@ OpenResult UdpTransport::open_unicast_pair(uint32_t index, std::string& error) {
     return OpenResult::ok;
 }
 
-FamilySockets* UdpTransport::sockets_of(Family family) {
+const FamilySockets* UdpTransport::sockets_of(Family family) const {
     const auto it = std::find_if(families_.begin(), families_.end(), [family](const FamilySockets& sockets) {
         return sockets.family() == family;
     });
     return it != families_.end() ? &*it : nullptr;
-}
-
-const FamilySockets* UdpTransport::sockets_of(Family family) const {
-    return const_cast<UdpTransport*>(this)->sockets_of(family);
 }
 
 OwnLocators UdpTransport::own_locators() const {
@@ -187,13 +190,8 @@ std::string UdpTransport::describe() const {
 bool UdpTransport::is_own_address(const IpAddress& address) const {
     if (address.is_loopback())
         return true;
-    for (const Interface& interface : interfaces_) {
-        for (const InterfaceAddress& entry : interface.addresses) {
-            if (entry.address == address)
-                return true;
-        }
-    }
-    return false;
+    return any_address(interfaces_,
+                       [&address](const InterfaceAddress& entry) { return entry.address == address; });
 }
 
 UdpTransport::Neighbour UdpTransport::neighbour(const Locator& announced_from) const {
@@ -220,20 +218,14 @@ int UdpTransport::rate(const FamilySockets& sockets, const IpAddress& address, N
     if (address.family == Family::v6 && address.is_link_local())
         return kNeedsScope;
 
-    const auto in_network_of = [&address](const std::vector<Interface>& interfaces) {
-        for (const Interface& interface : interfaces) {
-            for (const InterfaceAddress& entry : interface.addresses) {
-                // Without a prefix length (point-to-point links may have none) the network is not known.
-                if (entry.prefix_length > 0 && same_network(entry.address, address, entry.prefix_length))
-                    return true;
-            }
-        }
-        return false;
+    const auto in_network = [&address](const InterfaceAddress& entry) {
+        // Without a prefix length (point-to-point links may have none) the network is not known.
+        return entry.prefix_length > 0 && same_network(entry.address, address, entry.prefix_length);
     };
-    if (in_network_of(sockets.usable()))
+    if (any_address(sockets.usable(), in_network))
         return kSameNetwork;
     // The routes would take it through an interface that is not to be used.
-    return in_network_of(interfaces_) ? kUnreachable : kRouted;
+    return any_address(interfaces_, in_network) ? kUnreachable : kRouted;
 }
 
 int UdpTransport::preference(const Locator& locator, const Locator& announced_from) const {
@@ -336,11 +328,6 @@ void UdpTransport::warn_once(const std::string& text) {
 void UdpTransport::warn_all(const std::vector<std::string>& texts) {
     for (const std::string& text : texts)
         warn_once(text);
-}
-
-void UdpTransport::note_errors(const ReceiveBatch& batch) {
-    if (batch.error_number() != 0)
-        drops_.note_receive_error(batch.error_number());
 }
 
 bool UdpTransport::take(const ReceivedDatagram& datagram, const Locator& source) {

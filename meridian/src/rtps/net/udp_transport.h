@@ -75,7 +75,8 @@ class UdpTransport final : public Output {
     template <typename Received>
     void dispatch(Traffic traffic, Received&& received) {
         const ReceiveBatch& batch = batch_of(traffic);
-        note_errors(batch);
+        if (batch.error_number() != 0)
+            drops_.note_receive_error(batch.error_number());
         for (size_t i = 0; i < batch.size(); ++i) {
             const ReceivedDatagram datagram = batch[i];
             const Locator source = to_locator(datagram.source);
@@ -99,7 +100,6 @@ class UdpTransport final : public Output {
     bool open_index(std::string& error);
     OpenResult open_unicast_pair(uint32_t index, std::string& error);
     bool drop_missing_families(std::string& error);
-    FamilySockets* sockets_of(Family family);
     const FamilySockets* sockets_of(Family family) const;
     bool is_own_address(const IpAddress& address) const;
     Neighbour neighbour(const Locator& announced_from) const;
@@ -113,7 +113,6 @@ class UdpTransport final : public Output {
     ReceiveBatch& batch_of(Traffic traffic) {
         return traffic == Traffic::data ? data_batch_ : discovery_batch_;
     }
-    void note_errors(const ReceiveBatch& batch);
     /// Counts a datagram and learns from its source. False when it is to be dropped.
     bool take(const ReceivedDatagram& datagram, const Locator& source);
     void warn_once(const std::string& text);

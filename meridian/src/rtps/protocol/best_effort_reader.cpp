@@ -91,17 +91,7 @@ bool BestEffortReader::on_data_frag(const MessageContext& context, const DataFra
         observer_.on_oversized_sample(known->guid, fragment.sample_size);
     } else if (result == FragmentAssembler::Result::complete) {
         FragmentAssembler::Assembled whole = known->fragments.take(fragment.sequence_number);
-        Sample sample;
-        sample.writer = known->guid;
-        sample.vendor = context.vendor;
-        sample.sequence_number = fragment.sequence_number;
-        sample.source_timestamp = whole.timestamp;
-        sample.received = now;
-        sample.inline_qos = whole.inline_qos;
-        sample.has_payload = true;
-        sample.payload_is_key = whole.payload_is_key;
-        sample.payload = whole.payload;
-        deliver(*known, sample, !whole.inline_qos.refused);
+        deliver(*known, make_sample(known->guid, context.vendor, whole, now), !whole.inline_qos.refused);
         known->fragments.recycle(std::move(whole.payload));
     }
     if (!known->fragments.empty())

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "rtps/protocol/guid_key.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
 

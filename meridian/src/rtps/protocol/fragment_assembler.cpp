@@ -12,10 +12,13 @@ FragmentAssembler::~FragmentAssembler() {
     clear();
 }
 
-std::vector<FragmentAssembler::Partial>::iterator FragmentAssembler::find(SequenceNumber sequence_number) {
-    const auto at =
-        std::lower_bound(samples_.begin(), samples_.end(), sequence_number,
-                         [](const Partial& p, SequenceNumber n) { return p.sequence_number < n; });
+FragmentAssembler::Place FragmentAssembler::lower_bound(SequenceNumber sequence_number) {
+    return std::lower_bound(samples_.begin(), samples_.end(), sequence_number,
+                            [](const Partial& p, SequenceNumber n) { return p.sequence_number < n; });
+}
+
+FragmentAssembler::Place FragmentAssembler::find(SequenceNumber sequence_number) {
+    const auto at = lower_bound(sequence_number);
     return at != samples_.end() && at->sequence_number == sequence_number ? at : samples_.end();
 }
 
@@ -24,10 +27,11 @@ bool FragmentAssembler::has(SequenceNumber sequence_number) const {
                        [&](const Partial& p) { return p.sequence_number == sequence_number; });
 }
 
-void FragmentAssembler::release(Partial& partial) {
-    budget_.give_back(partial.sample_size);
-    recycle(std::move(partial.bytes));
-    spare_have_ = std::move(partial.have);
+FragmentAssembler::Place FragmentAssembler::erase(Place at) {
+    budget_.give_back(at->sample_size);
+    recycle(std::move(at->payload));
+    spare_have_ = std::move(at->have);
+    return samples_.erase(at);
 }
 
 void FragmentAssembler::recycle(ByteBuffer&& buffer) {
@@ -57,8 +61,7 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
     if (at != samples_.end() &&
         (at->sample_size != fragment.sample_size || at->fragment_size != fragment.fragment_size)) {
         // The writer changed its mind about this sample: only the newer form can become whole.
-        release(*at);
-        samples_.erase(at);
+        erase(at);
         at = samples_.end();
     }
     if (at == samples_.end()) {
@@ -66,8 +69,7 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
             // The one closest to delivery stays: what comes later is asked for again.
             if (fragment.sequence_number > samples_.back().sequence_number)
                 return Result::no_memory;
-            release(samples_.back());
-            samples_.pop_back();
+            erase(std::prev(samples_.end()));
         }
         if (!budget_.take(fragment.sample_size))
             return Result::no_memory;
@@ -78,16 +80,13 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         partial.total = static_cast<FragmentNumber>(total);
         partial.payload_is_key = fragment.payload_is_key;
         partial.timestamp = timestamp;
-        partial.bytes = std::move(spare_bytes_);
+        partial.payload = std::move(spare_bytes_);
         partial.have = std::move(spare_have_);
         spare_bytes_ = {};
         spare_have_ = {};
-        partial.bytes.resize(fragment.sample_size);
+        partial.payload.resize(fragment.sample_size);
         partial.have.assign(total, false);
-        at = samples_.insert(
-            std::lower_bound(samples_.begin(), samples_.end(), fragment.sequence_number,
-                             [](const Partial& p, SequenceNumber n) { return p.sequence_number < n; }),
-            std::move(partial));
+        at = samples_.insert(lower_bound(fragment.sequence_number), std::move(partial));
     }
     if (!fragment.inline_qos.empty())
         decode_inline_qos(fragment.inline_qos, fragment.endianness, at->inline_qos);
@@ -100,7 +99,7 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         ++at->received;
         news = true;
         const uint64_t from = i * step;
-        std::memcpy(at->bytes.data() + from, fragment.payload.data + (from - begin_byte),
+        std::memcpy(at->payload.data() + from, fragment.payload.data + (from - begin_byte),
                     std::min(size - from, step));
     }
     if (at->received == at->total)
@@ -109,18 +108,12 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
 }
 
 FragmentAssembler::Assembled FragmentAssembler::take(SequenceNumber sequence_number) {
-    Assembled result;
     const auto at = find(sequence_number);
     if (at == samples_.end())
-        return result;
-    result.sequence_number = sequence_number;
-    result.payload = std::move(at->bytes);
-    result.payload_is_key = at->payload_is_key;
-    result.inline_qos = at->inline_qos;
-    result.timestamp = at->timestamp;
-    at->bytes = {};
-    release(*at);
-    samples_.erase(at);
+        return {};
+    Assembled result = std::move(*at);
+    at->payload = {};
+    erase(at);
     return result;
 }
 
@@ -143,50 +136,37 @@ bool FragmentAssembler::missing(SequenceNumber sequence_number, FragmentNumberSe
 
 void FragmentAssembler::drop(SequenceNumber sequence_number) {
     const auto at = find(sequence_number);
-    if (at == samples_.end())
-        return;
-    release(*at);
-    samples_.erase(at);
+    if (at != samples_.end())
+        erase(at);
 }
 
 void FragmentAssembler::drop_below(SequenceNumber sequence_number) {
-    while (!samples_.empty() && samples_.front().sequence_number < sequence_number) {
-        release(samples_.front());
-        samples_.erase(samples_.begin());
-    }
+    while (!samples_.empty() && samples_.front().sequence_number < sequence_number)
+        erase(samples_.begin());
 }
 
 bool FragmentAssembler::drop_lowest() {
     if (samples_.empty())
         return false;
-    release(samples_.front());
-    samples_.erase(samples_.begin());
+    erase(samples_.begin());
     return true;
 }
 
 bool FragmentAssembler::drop_highest_above(SequenceNumber sequence_number) {
     if (samples_.empty() || samples_.back().sequence_number <= sequence_number)
         return false;
-    release(samples_.back());
-    samples_.pop_back();
+    erase(std::prev(samples_.end()));
     return true;
 }
 
 void FragmentAssembler::drop_idle(MonotonicTime before) {
-    for (auto at = samples_.begin(); at != samples_.end();) {
-        if (at->touched >= before) {
-            ++at;
-            continue;
-        }
-        release(*at);
-        at = samples_.erase(at);
-    }
+    for (auto at = samples_.begin(); at != samples_.end();)
+        at = at->touched >= before ? std::next(at) : erase(at);
 }
 
 void FragmentAssembler::clear() {
-    for (Partial& partial : samples_)
-        release(partial);
-    samples_.clear();
+    while (drop_lowest()) {
+    }
 }
 
 } // namespace meridian::rtps

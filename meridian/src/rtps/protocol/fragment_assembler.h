@@ -74,21 +74,19 @@ class FragmentAssembler {
     void clear();
 
   private:
-    struct Partial {
-        SequenceNumber sequence_number = 0;
+    struct Partial : Assembled {
         uint32_t sample_size = 0;
         uint16_t fragment_size = 0;
         FragmentNumber total = 0;
         FragmentNumber received = 0;
-        bool payload_is_key = false;
-        InlineQos inline_qos;
-        WireTime timestamp = kTimeInvalid;
         MonotonicTime touched{0};
-        ByteBuffer bytes;
         std::vector<bool> have;
     };
-    std::vector<Partial>::iterator find(SequenceNumber sequence_number);
-    void release(Partial& partial);
+    using Place = std::vector<Partial>::iterator;
+    Place lower_bound(SequenceNumber sequence_number);
+    Place find(SequenceNumber sequence_number);
+    /// Gives its memory back. Returns the next one.
+    Place erase(Place at);
 
     MemoryBudget& budget_;
     size_t max_sample_size_;

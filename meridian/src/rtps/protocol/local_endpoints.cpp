@@ -94,7 +94,7 @@ Route LocalEndpoints::route_to(const DiscoveredEndpoint& remote, const RemotePar
 }
 
 void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos,
-                             bool expects_inline_qos, const Route& route, MonotonicTime now) {
+                             const Route& route, MonotonicTime now) {
     if (local.reader) {
         const RemoteParticipant* participant = participants_.find(remote.prefix);
         local.reader->add_writer(
@@ -107,7 +107,6 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     reader.route = route;
     reader.reliable = qos.reliability == Reliability::reliable;
     reader.transient_local = qos.durability != Durability::volatile_;
-    reader.expects_inline_qos = expects_inline_qos;
     local.writer->add_reader(reader, now);
 }
 
@@ -126,7 +125,7 @@ void LocalEndpoints::match_participant(LocalEndpoint& local, const RemotePartici
     if ((remote.data->builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told)
         disconnect(local, guid);
     else // builtin counterparts have the QoS of ours
-        connect(local, guid, local.data.qos, false, remote.metatraffic, now);
+        connect(local, guid, local.data.qos, remote.metatraffic, now);
 }
 
 void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
@@ -180,8 +179,7 @@ void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, Mon
     const bool is_new = !contains(remote.matched, local);
     if (is_new)
         remote.matched.push_back(&local);
-    connect(local, guid, *remote.record->qos, remote.record->expects_inline_qos,
-            route_to(remote, *participant), now);
+    connect(local, guid, *remote.record->qos, route_to(remote, *participant), now);
     if (local.reader)
         liveliness_.add_remote(guid, remote.record->qos->liveliness,
                                to_duration(remote.record->qos->liveliness_lease), now);

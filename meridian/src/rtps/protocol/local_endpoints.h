@@ -72,8 +72,8 @@ class LocalEndpoints {
     using Pair = std::pair<Guid, EntityId>; // remote, local
 
     void unmatch(LocalEndpoint& local, DiscoveredEndpoint& remote);
-    void connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos, bool expects_inline_qos,
-                 const Route& route, MonotonicTime now);
+    void connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos, const Route& route,
+                 MonotonicTime now);
     Route route_to(const DiscoveredEndpoint& remote, const RemoteParticipant& participant) const;
 
     const Output& output_;

@@ -15,6 +15,11 @@ constexpr size_t kOverhead = kHeaderSize + 16 + 12 + 40 + 8;
 
 struct MessageBatcher::Open {
     Open(const GuidPrefix& source, size_t max_size) : writer(source, max_size) {}
+    void clear() {
+        writer.clear();
+        prefix = kUnknownPrefix;
+        timestamp.reset();
+    }
 
     Locator destination;
     MessageWriter writer;
@@ -49,9 +54,7 @@ MessageBatcher::Open& MessageBatcher::open(const Locator& destination) {
 void MessageBatcher::send(Open& message) {
     if (!message.writer.empty())
         output_.send(message.writer.view(), message.destination);
-    message.writer.clear();
-    message.prefix = kUnknownPrefix;
-    message.timestamp.reset();
+    message.clear();
 }
 
 void MessageBatcher::flush() {
@@ -81,11 +84,8 @@ void MessageBatcher::append(const Route& to, const std::optional<WireTime>* time
         Open& message = open(locator);
         if (!try_append(message)) {
             send(message);
-            if (!try_append(message)) {
-                message.writer.clear(); // does not fit in any message
-                message.prefix = kUnknownPrefix;
-                message.timestamp.reset();
-            }
+            if (!try_append(message))
+                message.clear(); // does not fit in any message
         }
     }
 }

@@ -66,7 +66,7 @@ bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, co
     return endpoint == nullptr || endpoint->record == nullptr || !endpoint->matched.empty();
 }
 
-bool MessageRouter::accepted(const MessageContext& context, EntityId sender) {
+bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId sender) {
     if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
         return false;
     if (datagram_.is_replayed && sender.is_builtin())
@@ -125,38 +125,44 @@ void MessageRouter::assert_liveliness(const Guid& writer) {
         liveliness_.on_writer_asserted(writer, now_.monotonic);
 }
 
+template <typename Sample>
+void MessageRouter::take_sample(const MessageContext& context, const Sample& sample,
+                                bool (Reader::*operation)(const MessageContext&, const Sample&,
+                                                          MonotonicTime)) {
+    const Guid writer{context.source, sample.writer};
+    const bool known = for_readers(sample.reader, writer, [&](Reader& reader) {
+        return (reader.*operation)(context, sample, now_.monotonic);
+    });
+    if (!known)
+        note_unknown_writer(writer);
+    assert_liveliness(writer);
+}
+
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
-    if (!accepted(context, data.writer))
-        return;
     if (data.writer == entity::participant_writer) {
         participants_.on_data(context, data, datagram_.source, now_);
         return;
     }
-    const Guid writer{context.source, data.writer};
-    if (!for_readers(data.reader, writer,
-                     [&](Reader& reader) { return reader.on_data(context, data, now_.monotonic); }))
-        note_unknown_writer(writer);
-    assert_liveliness(writer);
+    take_sample(context, data, &Reader::on_data);
 }
 
 void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& fragment) {
-    if (!accepted(context, fragment.writer))
-        return;
-    const Guid writer{context.source, fragment.writer};
-    if (!for_readers(fragment.reader, writer,
-                     [&](Reader& reader) { return reader.on_data_frag(context, fragment, now_.monotonic); }))
-        note_unknown_writer(writer);
-    assert_liveliness(writer);
+    take_sample(context, fragment, &Reader::on_data_frag);
+}
+
+template <typename Submessage>
+void MessageRouter::tell_readers(const MessageContext& context, const Submessage& submessage,
+                                 void (Reader::*operation)(const Guid&, const Submessage&, MonotonicTime)) {
+    const Guid writer{context.source, submessage.writer};
+    for_readers(submessage.reader, writer, [&](Reader& reader) {
+        (reader.*operation)(writer, submessage, now_.monotonic);
+        return true;
+    });
 }
 
 void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) {
-    if (!accepted(context, heartbeat.writer))
-        return;
+    tell_readers(context, heartbeat, &Reader::on_heartbeat);
     const Guid writer{context.source, heartbeat.writer};
-    for_readers(heartbeat.reader, writer, [&](Reader& reader) {
-        reader.on_heartbeat(writer, heartbeat, now_.monotonic);
-        return true;
-    });
     // Without it a reader that is matched later could not deliver what is kept for it.
     if (!writer.entity.is_builtin()) {
         const DiscoveredEndpoint* remote = endpoints_.find(writer);
@@ -168,46 +174,32 @@ void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat&
 }
 
 void MessageRouter::on_heartbeat_frag(const MessageContext& context, const HeartbeatFrag& heartbeat) {
-    if (!accepted(context, heartbeat.writer))
-        return;
-    const Guid writer{context.source, heartbeat.writer};
-    for_readers(heartbeat.reader, writer, [&](Reader& reader) {
-        reader.on_heartbeat_frag(writer, heartbeat, now_.monotonic);
-        return true;
-    });
+    tell_readers(context, heartbeat, &Reader::on_heartbeat_frag);
 }
 
 void MessageRouter::on_gap(const MessageContext& context, const Gap& gap) {
-    if (!accepted(context, gap.writer))
-        return;
-    const Guid writer{context.source, gap.writer};
-    for_readers(gap.reader, writer, [&](Reader& reader) {
-        reader.on_gap(writer, gap, now_.monotonic);
-        return true;
-    });
+    tell_readers(context, gap, &Reader::on_gap);
 }
 
-ReliableWriter* MessageRouter::writer_for(EntityId writer) const {
-    const LocalEndpoint* local = locals_.find(writer);
-    return local != nullptr ? local->writer.get() : nullptr;
+template <typename Submessage>
+void MessageRouter::tell_writer(const MessageContext& context, const Submessage& submessage,
+                                void (ReliableWriter::*operation)(const Guid&, const Submessage&,
+                                                                  MonotonicTime)) {
+    const LocalEndpoint* local = locals_.find(submessage.writer);
+    if (local != nullptr && local->writer)
+        ((*local->writer).*operation)(Guid{context.source, submessage.reader}, submessage, now_.monotonic);
 }
 
 void MessageRouter::on_acknack(const MessageContext& context, const AckNack& acknack) {
-    if (!accepted(context, acknack.reader))
-        return;
-    if (ReliableWriter* writer = writer_for(acknack.writer))
-        writer->on_acknack(Guid{context.source, acknack.reader}, acknack, now_.monotonic);
+    tell_writer(context, acknack, &ReliableWriter::on_acknack);
 }
 
 void MessageRouter::on_nack_frag(const MessageContext& context, const NackFrag& nack) {
-    if (!accepted(context, nack.reader))
-        return;
-    if (ReliableWriter* writer = writer_for(nack.writer))
-        writer->on_nack_frag(Guid{context.source, nack.reader}, nack, now_.monotonic);
+    tell_writer(context, nack, &ReliableWriter::on_nack_frag);
 }
 
 void MessageRouter::on_secured(const MessageContext& context, uint8_t) {
-    if (!accepted(context, entity::participant))
+    if (!wants(context, entity::unknown, entity::participant))
         return;
     ++secured_submessages_;
     warnings_.warn("secured messages " + to_string(context.source),

@@ -40,6 +40,8 @@ class MessageRouter final : private MessageVisitor {
     uint64_t secured_submessages() const { return secured_submessages_; }
 
   private:
+    /// False for submessages that are not for us or come from those we do not hear.
+    bool wants(const MessageContext& context, EntityId to, EntityId sender) override;
     void on_data(const MessageContext& context, const Data& data) override;
     void on_data_frag(const MessageContext& context, const DataFrag& fragment) override;
     void on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) override;
@@ -50,8 +52,6 @@ class MessageRouter final : private MessageVisitor {
     void on_secured(const MessageContext& context, uint8_t kind) override;
 
     ReadStatus take(ByteView datagram, const Locator& source, bool is_replayed);
-    /// False for submessages that are not for us or come from those we do not hear.
-    bool accepted(const MessageContext& context, EntityId sender);
     /// Calls function for the readers that a submessage is meant for; false when none of them knows the
     /// writer.
     template <typename Function>
@@ -59,7 +59,15 @@ class MessageRouter final : private MessageVisitor {
     /// Hands a submessage to one reader.
     template <typename Function>
     bool hand_to(LocalEndpoint& local, Function& function);
-    ReliableWriter* writer_for(EntityId writer) const;
+    template <typename Sample>
+    void take_sample(const MessageContext& context, const Sample& sample,
+                     bool (Reader::*operation)(const MessageContext&, const Sample&, MonotonicTime));
+    template <typename Submessage>
+    void tell_readers(const MessageContext& context, const Submessage& submessage,
+                      void (Reader::*operation)(const Guid&, const Submessage&, MonotonicTime));
+    template <typename Submessage>
+    void tell_writer(const MessageContext& context, const Submessage& submessage,
+                     void (ReliableWriter::*operation)(const Guid&, const Submessage&, MonotonicTime));
     /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);
     void assert_liveliness(const Guid& writer);
@@ -78,7 +86,7 @@ class MessageRouter final : private MessageVisitor {
     Now now_;                               // of the call in progress
     struct Datagram {
         Locator source;
-        bool is_checked = false; // accepted() was asked for `checked`
+        bool is_checked = false; // wants() was asked for `checked`
         GuidPrefix checked;
         bool accepted = false;
         bool is_replayed = false; // all but samples of user writers was taken when it came

@@ -24,10 +24,6 @@ class Output {
     /// True when nothing sent there leaves this host. Such destinations are announced the loopback addresses
     /// too.
     virtual bool stays_on_host(const Locator& /*destination*/) const { return false; }
-
-    bool reachable(const Locator& locator, const Locator& announced_from) const {
-        return preference(locator, announced_from) > 0;
-    }
 };
 
 } // namespace meridian::rtps

@@ -4,22 +4,14 @@
 #include <utility>
 
 #include "rtps/protocol/best_effort_reader.h"
-#include "rtps/protocol/guid_key.h"
 #include "rtps/protocol/reliable_reader.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
 
 namespace {
 
 constexpr size_t kSmallestMessage = 576;
-
-/// What all builtin endpoints except those for participants use (DDSI-RTPS 2.5, 8.4.13.3 and 8.5.4.2).
-EndpointQos builtin_qos() {
-    EndpointQos qos;
-    qos.reliability = Reliability::reliable;
-    qos.durability = Durability::transient_local;
-    return qos;
-}
 
 ParticipantConfig with_usable_sizes(ParticipantConfig config) {
     config.max_message_size = std::max(config.max_message_size, kSmallestMessage);
@@ -53,22 +45,24 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
 
 Participant::~Participant() = default;
 
-void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink) {
+EndpointData Participant::builtin_data(EntityId id) const {
     EndpointData data;
     data.guid = {config_.prefix, id};
-    data.qos = builtin_qos();
+    data.qos.reliability = Reliability::reliable;
+    data.qos.durability = Durability::transient_local;
+    return data;
+}
+
+void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink) {
     ReaderConfig reader;
     reader.builtin_peer = peer;
-    add_reader(data, reader, sink, Now{});
+    add_reader(builtin_data(id), reader, sink, Now{});
 }
 
 void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
-    EndpointData data;
-    data.guid = {config_.prefix, id};
-    data.qos = builtin_qos();
     WriterConfig writer;
     writer.builtin_peer = peer;
-    add_writer(data, writer, no_news_, Now{});
+    add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 
 // -- Life
@@ -151,22 +145,9 @@ void Participant::ignore_participant(const GuidPrefix& prefix, Now now) {
     finish(now);
 }
 
-void Participant::add_peer(const Locator& destination, Now now) {
-    participants_.add_peer(destination, now);
-    finish(now);
-}
-
 void Participant::set_locators(const OwnLocators& locators, Now now) {
     now_ = now;
-    config_.locators = locators;
-    ParticipantData data = participants_.announced();
-    data.metatraffic_unicast = locators.metatraffic_unicast;
-    data.metatraffic_multicast = locators.metatraffic_multicast;
-    data.default_unicast = locators.default_unicast;
-    data.default_multicast = locators.default_multicast;
-    participants_.choose_routes_again(now);
-    participants_.set_host_locators(locators);
-    participants_.set_announced(data, now);
+    participants_.set_locators(locators, now);
     finish(now);
 }
 

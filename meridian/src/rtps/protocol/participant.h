@@ -77,8 +77,6 @@ class Participant final : private ReaderObserver,
     /// Changes what is announced of this participant, announces it at once, and matches all endpoints again.
     void set_announcement(const std::string& name, const std::vector<Property>& properties,
                           const ByteBuffer& user_data, Now now);
-    /// One more destination of announcements; announces there at once. Known ones are not added twice.
-    void add_peer(const Locator& destination, Now now);
 
     /// Adds a local reader or writer, and announces it (unless it has a builtin peer). data.guid must have
     /// this participant's prefix and an entity id of the right kind that is not in use; false otherwise. The
@@ -126,6 +124,8 @@ class Participant final : private ReaderObserver,
     void on_subscription(const Sample& sample) { endpoints_.on_sample(sample, false); }
     void on_participant_message(const Sample& sample);
 
+    /// What all builtin endpoints except those for participants are (DDSI-RTPS 2.5, 8.4.13.3 and 8.5.4.2).
+    EndpointData builtin_data(EntityId id) const;
     void add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& sink);
     void add_builtin_writer(EntityId id, BuiltinPeer peer);
     /// False where an endpoint with this id cannot be added.

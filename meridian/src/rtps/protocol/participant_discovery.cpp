@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "rtps/protocol/guid_key.h"
 #include "rtps/protocol/locator_choice.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
 
@@ -61,7 +61,6 @@ ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, cons
       batcher_(batcher),
       warnings_(warnings),
       listener_(listener),
-      peers_(config.initial_peers),
       random_(config.seed) {
     announced_.vendor = kOwnVendorId;
     announced_.guid = {config.prefix, entity::participant};
@@ -72,10 +71,6 @@ ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, cons
     announced_.domain_id = config.domain_id;
     announced_.domain_tag = config.domain_tag;
     announced_.lease = config.lease;
-    announced_.metatraffic_unicast = config.locators.metatraffic_unicast;
-    announced_.metatraffic_multicast = config.locators.metatraffic_multicast;
-    announced_.default_unicast = config.locators.default_unicast;
-    announced_.default_multicast = config.locators.default_multicast;
     announced_.name = config.name;
     announced_.user_data = config.user_data;
     announced_.properties = config.properties;
@@ -86,13 +81,26 @@ ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, cons
             parameter.value.push_back(static_cast<uint8_t>(config.incarnation >> shift));
         announced_.raw.push_back(parameter);
     }
-    set_host_locators(config.locators);
+    take_locators(config.locators);
     encode_announcements();
 }
 
-void ParticipantDiscovery::set_host_locators(const OwnLocators& locators) {
+void ParticipantDiscovery::take_locators(const OwnLocators& locators) {
+    announced_.metatraffic_unicast = locators.metatraffic_unicast;
+    announced_.metatraffic_multicast = locators.metatraffic_multicast;
+    announced_.default_unicast = locators.default_unicast;
+    announced_.default_multicast = locators.default_multicast;
     host_metatraffic_unicast_ = locators.host_metatraffic_unicast;
     host_default_unicast_ = locators.host_default_unicast;
+}
+
+void ParticipantDiscovery::set_locators(const OwnLocators& locators, Now now) {
+    for (auto& entry : remotes_) {
+        if (choose_routes(*entry.second))
+            listener_.on_participant_changed(*entry.second, false, now);
+    }
+    take_locators(locators);
+    announce_changes(now);
 }
 
 void ParticipantDiscovery::encode_announcements() {
@@ -147,14 +155,15 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
 }
 
 bool ParticipantDiscovery::needs_unicast(const RemoteParticipant& remote) const {
-    const bool multicasting = std::any_of(peers_.begin(), peers_.end(), is_multicast);
+    const bool multicasting =
+        std::any_of(config_.initial_peers.begin(), config_.initial_peers.end(), is_multicast);
     return remotes_.size() <= kFewParticipants || !multicasting || remote.data->metatraffic_multicast.empty();
 }
 
 void ParticipantDiscovery::announce(Now now) {
     ++sequence_number_;
     announced_at_ = now.monotonic;
-    send_announcement(Route{kUnknownPrefix, peers_}, now);
+    send_announcement(Route{kUnknownPrefix, config_.initial_peers}, now);
     for (const auto& entry : remotes_) {
         if (needs_unicast(*entry.second))
             send_announcement(entry.second->metatraffic, now);
@@ -187,7 +196,7 @@ void ParticipantDiscovery::stop(Now now) {
     data.has_payload = true;
     data.payload_is_key = true;
     data.payload = key;
-    batcher_.add(Route{kUnknownPrefix, peers_}, data, now.wall);
+    batcher_.add(Route{kUnknownPrefix, config_.initial_peers}, data, now.wall);
     for (const auto& entry : remotes_)
         batcher_.add(entry.second->metatraffic, data, now.wall);
     running_ = false;
@@ -198,19 +207,13 @@ void ParticipantDiscovery::stop(Now now) {
 
 void ParticipantDiscovery::set_announced(const ParticipantData& data, Now now) {
     announced_ = data;
+    announce_changes(now);
+}
+
+void ParticipantDiscovery::announce_changes(Now now) {
     encode_announcements();
     if (running_)
         announce(now);
-}
-
-void ParticipantDiscovery::add_peer(const Locator& destination, Now now) {
-    if (std::find(peers_.begin(), peers_.end(), destination) != peers_.end())
-        return;
-    peers_.push_back(destination);
-    if (!running_)
-        return;
-    ++sequence_number_;
-    send_announcement(Route{kUnknownPrefix, {destination}}, now);
 }
 
 bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
@@ -225,19 +228,7 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
     return choose(remote.data->default_unicast, remote.user) || metatraffic;
 }
 
-void ParticipantDiscovery::choose_routes_again(Now now) {
-    for (auto& entry : remotes_) {
-        if (choose_routes(*entry.second))
-            listener_.on_participant_changed(*entry.second, false, now);
-    }
-}
-
-RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) {
-    const auto at = remotes_.find(prefix);
-    return at != remotes_.end() ? at->second.get() : nullptr;
-}
-
-const RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) const {
+RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) const {
     const auto at = remotes_.find(prefix);
     return at != remotes_.end() ? at->second.get() : nullptr;
 }
@@ -255,11 +246,9 @@ void ParticipantDiscovery::renew(RemoteParticipant& remote, MonotonicTime now) {
     expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
 }
 
-RemoteParticipant* ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, MonotonicTime now) {
-    RemoteParticipant* remote = find(prefix);
-    if (remote != nullptr)
+void ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, MonotonicTime now) {
+    if (RemoteParticipant* remote = find(prefix))
         renew(*remote, now);
-    return remote;
 }
 
 bool ParticipantDiscovery::of_this_domain(const ParticipantData& data) const {

@@ -53,16 +53,14 @@ class ParticipantDiscovery {
     /// Disposes the own participant everywhere and forgets the others.
     void stop(Now now);
     void set_announced(const ParticipantData& data, Now now);
-    /// The addresses for destinations on this host only; takes effect with the next set_announced.
-    void set_host_locators(const OwnLocators& locators);
-    void add_peer(const Locator& destination, Now now);
-    /// The preferences of Output may have changed: chooses addresses again.
-    void choose_routes_again(Now now);
+    /// Announces these addresses, and chooses those of others again: the preferences of Output may have
+    /// changed with them.
+    void set_locators(const OwnLocators& locators, Now now);
 
     /// A DATA of a participant writer.
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
-    /// Any message of this participant came. nullptr: it is not known.
-    RemoteParticipant* on_traffic(const GuidPrefix& prefix, MonotonicTime now);
+    /// Any message of this participant came.
+    void on_traffic(const GuidPrefix& prefix, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// True for own and ignored participants: nothing of theirs is taken.
@@ -71,8 +69,8 @@ class ParticipantDiscovery {
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
 
-    RemoteParticipant* find(const GuidPrefix& prefix);
-    const RemoteParticipant* find(const GuidPrefix& prefix) const;
+    /// nullptr: it is not known.
+    RemoteParticipant* find(const GuidPrefix& prefix) const;
     std::vector<GuidPrefix> prefixes() const;
 
     MonotonicTime next_deadline() const;
@@ -87,7 +85,9 @@ class ParticipantDiscovery {
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_unicast(const RemoteParticipant& remote) const;
     void renew(RemoteParticipant& remote, MonotonicTime now);
+    void take_locators(const OwnLocators& locators);
     void encode_announcements();
+    void announce_changes(Now now);
     void announce(Now now);
     void send_announcement(const Route& route, Now now);
     void announce_soon(MonotonicTime now);
@@ -104,7 +104,6 @@ class ParticipantDiscovery {
     LocatorList host_default_unicast_;
     ByteBuffer host_announcement_; // empty: the same
     SequenceNumber sequence_number_ = 0;
-    LocatorList peers_;
     bool running_ = false;
     int burst_left_ = 0;
     MonotonicTime announce_at_ = kNever;

@@ -17,4 +17,19 @@ bool make_sample(const Guid& writer, const MessageContext& context, const Data& 
     return decode_inline_qos(data.inline_qos, data.endianness, out.inline_qos) && !out.inline_qos.refused;
 }
 
+Sample make_sample(const Guid& writer, VendorId vendor, const FragmentAssembler::Assembled& whole,
+                   MonotonicTime now) {
+    Sample sample;
+    sample.writer = writer;
+    sample.vendor = vendor;
+    sample.sequence_number = whole.sequence_number;
+    sample.source_timestamp = whole.timestamp;
+    sample.received = now;
+    sample.inline_qos = whole.inline_qos;
+    sample.has_payload = true;
+    sample.payload_is_key = whole.payload_is_key;
+    sample.payload = whole.payload;
+    return sample;
+}
+
 } // namespace meridian::rtps

@@ -3,6 +3,7 @@
 // What the reliable and the best-effort reader have in common: the operations by which the participant hands
 // them submessages of matched writers.
 
+#include "rtps/protocol/fragment_assembler.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/sinks.h"
 #include "rtps/wire/message.h"
@@ -45,5 +46,8 @@ class Reader {
 /// The sample of a DATA submessage. False when its inline QoS is malformed or asks to be refused.
 bool make_sample(const Guid& writer, const MessageContext& context, const Data& data, MonotonicTime now,
                  Sample& out);
+/// The sample that fragments have made up; its payload points into `whole`.
+Sample make_sample(const Guid& writer, VendorId vendor, const FragmentAssembler::Assembled& whole,
+                   MonotonicTime now);
 
 } // namespace meridian::rtps

@@ -269,22 +269,15 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     }
     if (result == FragmentAssembler::Result::stored)
         proxy->retry_pause = Duration(0);
-    Sample sample;
-    sample.writer = proxy->writer.guid;
-    sample.vendor = context.vendor;
-    sample.sequence_number = number;
-    sample.received = now;
     if (result == FragmentAssembler::Result::too_large) {
         observer_.on_oversized_sample(proxy->writer.guid, fragment.sample_size);
-        accept(*proxy, sample, false);
+        Sample lost;
+        lost.sequence_number = number;
+        accept(*proxy, lost, false);
     } else if (result == FragmentAssembler::Result::complete) {
         FragmentAssembler::Assembled whole = proxy->fragments.take(number);
-        sample.source_timestamp = whole.timestamp;
-        sample.inline_qos = whole.inline_qos;
-        sample.has_payload = true;
-        sample.payload_is_key = whole.payload_is_key;
-        sample.payload = whole.payload;
-        accept(*proxy, sample, !whole.inline_qos.refused);
+        accept(*proxy, make_sample(proxy->writer.guid, context.vendor, whole, now),
+               !whole.inline_qos.refused);
         proxy->fragments.recycle(std::move(whole.payload));
     }
     return true;
@@ -383,9 +376,7 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
         return;
     p->fragments_nacked = true;
     p->fragments_nacked_at = now;
-    nackfrag_count_ = next_count(nackfrag_count_);
-    batcher_.add(p->writer.route,
-                 NackFrag{id_, writer.entity, heartbeat.sequence_number, missing, nackfrag_count_});
+    send_nack_frag(*p, heartbeat.sequence_number, missing);
 }
 
 void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
@@ -430,14 +421,11 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     p.preempt_pause = std::min(p.preempt_pause * 2, kLongestPause);
 }
 
-bool ReliableReader::nack_fragments(WriterProxy& p, SequenceNumber sequence_number) {
-    FragmentNumberSet missing;
-    if (!p.fragments.missing(sequence_number, missing) || missing.empty())
-        return false;
+void ReliableReader::send_nack_frag(WriterProxy& p, SequenceNumber sequence_number,
+                                    const FragmentNumberSet& missing) {
     nackfrag_count_ = next_count(nackfrag_count_);
     batcher_.add(p.writer.route,
                  NackFrag{id_, p.writer.guid.entity, sequence_number, missing, nackfrag_count_});
-    return true;
 }
 
 void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
@@ -466,8 +454,11 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
     acknack.final = !incomplete;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);
-    for (size_t i = 0; i < unfinished_count; ++i)
-        nack_fragments(p, unfinished[i]);
+    for (size_t i = 0; i < unfinished_count; ++i) {
+        FragmentNumberSet missing;
+        if (p.fragments.missing(unfinished[i], missing) && !missing.empty())
+            send_nack_frag(p, unfinished[i], missing);
+    }
     p.acknowledge_at = kNever;
     if (p.next == p.acknowledged_below)
         p.answers_paid_until = std::max(p.answers_paid_until, now) + kRepeatedAnswerInterval;

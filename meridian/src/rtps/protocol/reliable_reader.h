@@ -65,7 +65,7 @@ class ReliableReader final : public Reader {
     void on_timer(WriterProxy& proxy, MonotonicTime now);
     void send_preemptive(WriterProxy& proxy, MonotonicTime now);
     void send_acknack(WriterProxy& proxy, MonotonicTime now);
-    bool nack_fragments(WriterProxy& proxy, SequenceNumber sequence_number);
+    void send_nack_frag(WriterProxy& proxy, SequenceNumber sequence_number, const FragmentNumberSet& missing);
 
     EntityId id_;
     bool is_volatile_;

@@ -30,10 +30,13 @@ ReliableWriter::ReliableWriter(EntityId id, const EndpointQos& qos, const Writer
 
 ReliableWriter::~ReliableWriter() = default;
 
+std::vector<ReliableWriter::ReaderProxy>::iterator ReliableWriter::lower_bound(const Guid& reader) {
+    return std::lower_bound(proxies_.begin(), proxies_.end(), reader,
+                            [](const ReaderProxy& p, const Guid& guid) { return p.reader.guid < guid; });
+}
+
 ReliableWriter::ReaderProxy* ReliableWriter::find(const Guid& reader) {
-    const auto at =
-        std::lower_bound(proxies_.begin(), proxies_.end(), reader,
-                         [](const ReaderProxy& p, const Guid& guid) { return p.reader.guid < guid; });
+    const auto at = lower_bound(reader);
     return at != proxies_.end() && at->reader.guid == reader ? &*at : nullptr;
 }
 
@@ -47,10 +50,7 @@ void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
     if (!transient_local_ || !reader.transient_local)
         proxy.first_relevant = last_ + 1;
     proxy.acknowledged_below = proxy.first_relevant;
-    const auto at =
-        std::lower_bound(proxies_.begin(), proxies_.end(), reader.guid,
-                         [](const ReaderProxy& p, const Guid& guid) { return p.reader.guid < guid; });
-    ReaderProxy& added = *proxies_.insert(at, proxy);
+    ReaderProxy& added = *proxies_.insert(lower_bound(reader.guid), proxy);
     if (reader.reliable) {
         send_heartbeat(added, false, false);
         restart_heartbeats(added, now);

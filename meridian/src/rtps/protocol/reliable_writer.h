@@ -30,7 +30,6 @@ struct RemoteReader {
     Route route;
     bool reliable = true;
     bool transient_local = false;
-    bool expects_inline_qos = false;
 };
 
 class ReliableWriter final : private TimerQueue::Client {
@@ -39,8 +38,6 @@ class ReliableWriter final : private TimerQueue::Client {
     ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config, MessageBatcher& batcher,
                    TimerQueue& timers);
     ~ReliableWriter();
-
-    EntityId id() const { return id_; }
 
     /// A known reader only gets its route changed.
     void add_reader(const RemoteReader& reader, MonotonicTime now);
@@ -56,7 +53,6 @@ class ReliableWriter final : private TimerQueue::Client {
     void assert_liveliness();
 
     bool all_acknowledged() const;
-    SequenceNumber last_sequence_number() const { return last_; }
     size_t kept_samples() const { return history_.size(); }
 
   private:
@@ -82,6 +78,7 @@ class ReliableWriter final : private TimerQueue::Client {
     };
 
     void on_timer(MonotonicTime now) override;
+    std::vector<ReaderProxy>::iterator lower_bound(const Guid& reader);
     ReaderProxy* find(const Guid& reader);
     bool outstanding(const ReaderProxy& proxy) const;
     void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);

@@ -1,17 +1,30 @@
 #pragma once
 
-// When which state machine wants to be called: a heap of times, so that a call costs nothing for those that
+// When which state machine wants to be called: times in order, so that a call costs nothing for those that
 // wait for nothing. Timers of equal time run in the order in which they were set.
 
-#include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <set>
 
 #include "rtps/protocol/times.h"
 
 namespace meridian::rtps {
 
 class TimerQueue {
+  public:
+    class Timer;
+
+  private:
+    struct Entry {
+        MonotonicTime due{0};
+        uint64_t order = 0; // of setting
+        Timer* timer = nullptr;
+        friend bool operator<(const Entry& a, const Entry& b) {
+            return a.due != b.due ? a.due < b.due : a.order < b.order;
+        }
+    };
+    using Entries = std::set<Entry>;
+
   public:
     class Client {
       public:
@@ -31,41 +44,29 @@ class TimerQueue {
         Timer& operator=(const Timer&) = delete;
 
         /// kNever when it is off.
-        MonotonicTime due() const;
+        MonotonicTime due() const { return is_on_ ? place_->due : kNever; }
         /// Due then, unless it is due earlier already. kNever changes nothing.
         void wake_at(MonotonicTime when);
         void cancel();
 
       private:
         friend class TimerQueue;
-        static constexpr size_t kOff = SIZE_MAX;
         TimerQueue& queue_;
         Client& client_;
-        size_t place_ = kOff; // in the heap
+        bool is_on_ = false;
+        Entries::iterator place_;   // while it is on
+        Entries::node_type unused_; // while it is off: setting it again allocates nothing
     };
 
-    MonotonicTime next_deadline() const { return heap_.empty() ? kNever : heap_.front().due; }
+    MonotonicTime next_deadline() const { return entries_.empty() ? kNever : entries_.begin()->due; }
     /// Calls the clients of all timers that are due. What they set meanwhile waits for the next call.
     void run(MonotonicTime now);
 
-    /// Timers set, moved within the heap or called, since the beginning: what the queue has cost.
+    /// Timers set or called, since the beginning: what the queue has cost.
     uint64_t operations() const { return operations_; }
 
   private:
-    struct Entry {
-        MonotonicTime due{0};
-        uint64_t order = 0; // of setting
-        Timer* timer = nullptr;
-        friend bool operator<(const Entry& a, const Entry& b) {
-            return a.due != b.due ? a.due < b.due : a.order < b.order;
-        }
-    };
-    void put(size_t place, const Entry& entry);
-    void rise(size_t place);
-    void descend(size_t place);
-    void remove(size_t place);
-
-    std::vector<Entry> heap_; // the children of i are 2i + 1 and 2i + 2; none is before its parent
+    Entries entries_;
     uint64_t order_ = 0;
     uint64_t operations_ = 0;
 };

@@ -9,6 +9,7 @@
 // ok() once. The reader does not own the bytes. One reader belongs to one thread; copies are independent
 // cursors.
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -30,36 +31,14 @@ constexpr size_t padding_to(size_t offset, size_t alignment) {
 
 namespace detail {
 
-template <size_t Size>
-struct UnsignedOfSize;
-template <>
-struct UnsignedOfSize<1> {
-    using type = uint8_t;
-};
-template <>
-struct UnsignedOfSize<2> {
-    using type = uint16_t;
-};
-template <>
-struct UnsignedOfSize<4> {
-    using type = uint32_t;
-};
-template <>
-struct UnsignedOfSize<8> {
-    using type = uint64_t;
-};
-
-inline uint8_t swap_bytes(uint8_t value) {
+/// The number with its bytes in the other order.
+template <typename T>
+T swap_bytes(T value) {
+    std::array<uint8_t, sizeof(T)> bytes;
+    std::memcpy(bytes.data(), &value, sizeof value);
+    std::reverse(bytes.begin(), bytes.end());
+    std::memcpy(&value, bytes.data(), sizeof value);
     return value;
-}
-inline uint16_t swap_bytes(uint16_t value) {
-    return __builtin_bswap16(value);
-}
-inline uint32_t swap_bytes(uint32_t value) {
-    return __builtin_bswap32(value);
-}
-inline uint64_t swap_bytes(uint64_t value) {
-    return __builtin_bswap64(value);
 }
 
 } // namespace detail
@@ -121,7 +100,7 @@ class ByteReader {
         position_ += count * sizeof(T);
         if (sizeof(T) > 1 && order_ != native_endianness()) {
             for (size_t i = 0; i < count; ++i)
-                swap(values[i]);
+                values[i] = detail::swap_bytes(values[i]);
         }
         return true;
     }
@@ -186,14 +165,6 @@ class ByteReader {
     }
 
   private:
-    template <typename T>
-    static void swap(T& value) {
-        typename detail::UnsignedOfSize<sizeof(T)>::type bits;
-        std::memcpy(&bits, &value, sizeof bits);
-        bits = detail::swap_bytes(bits);
-        std::memcpy(&value, &bits, sizeof bits);
-    }
-
     const uint8_t* data_ = nullptr;
     size_t position_ = 0;
     size_t end_ = 0;

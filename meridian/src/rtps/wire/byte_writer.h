@@ -55,11 +55,9 @@ class ByteWriter {
   private:
     template <typename T>
     void store(size_t position, T value) {
-        typename detail::UnsignedOfSize<sizeof(T)>::type bits;
-        std::memcpy(&bits, &value, sizeof bits);
         if (order_ != native_endianness())
-            bits = detail::swap_bytes(bits);
-        std::memcpy(bytes_.data() + position, &bits, sizeof bits);
+            value = detail::swap_bytes(value);
+        std::memcpy(bytes_.data() + position, &value, sizeof value);
     }
 
     ByteBuffer& bytes_;

@@ -105,6 +105,9 @@ struct Gap {
 class MessageVisitor {
   public:
     virtual ~MessageVisitor() = default;
+    /// Asked before each of the next seven: to is the endpoint that the submessage names (entity::unknown
+    /// where it names none), from the one that it comes from. False passes over it.
+    virtual bool wants(const MessageContext&, EntityId /*to*/, EntityId /*from*/) { return true; }
     virtual void on_data(const MessageContext&, const Data&) {}
     virtual void on_data_frag(const MessageContext&, const DataFrag&) {}
     virtual void on_heartbeat(const MessageContext&, const Heartbeat&) {}

@@ -39,36 +39,57 @@ class Receiver {
     bool read_header_extension(const SubmessageHeader& header, ByteReader& body);
     bool read_info_timestamp(const SubmessageHeader& header, ByteReader& body);
     bool read_info_source(ByteReader& body);
-    bool read_info_destination(ByteReader& body);
-    bool read_info_reply(const SubmessageHeader& header, ByteReader& body);
-    bool read_info_reply_ip4(const SubmessageHeader& header, ByteReader& body);
+    /// INFO_REPLY and INFO_REPLY_IP4: read_list(LocatorList&) reads one of their lists.
+    template <typename ReadList>
+    bool read_info_reply(const SubmessageHeader& header, ReadList read_list);
 
     bool visit_data(const SubmessageHeader& header, ByteReader& body);
     bool visit_data_frag(const SubmessageHeader& header, ByteReader& body);
     bool visit_heartbeat(const SubmessageHeader& header, ByteReader& body);
-    bool visit_heartbeat_frag(ByteReader& body);
     bool visit_acknack(const SubmessageHeader& header, ByteReader& body);
-    bool visit_nack_frag(ByteReader& body);
-    bool visit_gap(ByteReader& body);
+    template <typename Submessage>
+    using Operation = void (MessageVisitor::*)(const MessageContext&, const Submessage&);
+    template <typename Submessage>
+    void hand_over(const Submessage& submessage, Operation<Submessage> operation);
+    /// A submessage that is no more than what its layout says, but for flags, which are set already.
+    template <typename Submessage>
+    bool visit_element(ByteReader& body, Submessage submessage, Operation<Submessage> operation);
 
     ByteReader datagram_;
     MessageVisitor& visitor_;
     MessageContext context_;
 };
 
-bool read_entities(ByteReader& body, EntityId& reader, EntityId& writer) {
-    return read_entity_id(body, reader) && read_entity_id(body, writer);
+// Every submessage that names one sample needs a number from 1 on; SEQUENCENUMBER_UNKNOWN is negative.
+bool is_valid(const Heartbeat& heartbeat) {
+    return heartbeat.first > 0 && heartbeat.last >= heartbeat.first - 1;
 }
 
-/// Every submessage that names one sample needs a number from 1 on; SEQUENCENUMBER_UNKNOWN is negative.
-bool read_sample_number(ByteReader& body, SequenceNumber& number) {
-    return read_sequence_number(body, number) && (number > 0 || body.fail());
+bool is_valid(const HeartbeatFrag& heartbeat) {
+    return heartbeat.sequence_number > 0 && heartbeat.last_fragment != 0;
 }
 
-/// Moves to where octetsToInlineQos points, from behind the fixed fields that this version knows, which it
-/// counts too. A later minor version may have put more there.
-bool skip_to_inline_qos(ByteReader& body, uint16_t octets, uint16_t fixed) {
-    return octets >= fixed ? body.skip(size_t{octets} - fixed) : body.fail();
+bool is_valid(const AckNack& acknack) {
+    // The standard wants a base from 1 on; a reader that has seen nothing sends 0 in practice (Fast DDS).
+    return acknack.missing.base >= 0;
+}
+
+bool is_valid(const NackFrag& nack) {
+    return nack.sequence_number > 0 && nack.missing.base > 0;
+}
+
+bool is_valid(const Gap& gap) {
+    return gap.start > 0 && gap.list.base > 0;
+}
+
+/// DATA and DATA_FRAG up to their inline QoS. octetsToInlineQos points there from behind itself, fixed counts
+/// what this version knows in between; a later minor version may have put more there.
+template <typename Sample>
+bool read_sample_start(ByteReader& body, Sample& sample, uint16_t fixed) {
+    uint16_t extra_flags = 0;
+    uint16_t octets = 0;
+    return body.read(extra_flags) && body.read(octets) && read_element(body, sample) &&
+           sample.sequence_number > 0 && octets >= fixed && body.skip(size_t{octets} - fixed);
 }
 
 bool read_inline_qos(ByteReader& body, Endianness order, ByteView& list) {
@@ -97,8 +118,8 @@ bool Receiver::read_header() {
     std::array<uint8_t, 4> protocol{};
     return datagram_.read_bytes(protocol) && protocol == kProtocol &&
            datagram_.read(context_.version.major) && context_.version.major == kMajorVersion &&
-           datagram_.read(context_.version.minor) && datagram_.read_bytes(context_.vendor.bytes) &&
-           datagram_.read_bytes(context_.source.bytes);
+           datagram_.read(context_.version.minor) && read_element(datagram_, context_.vendor) &&
+           read_element(datagram_, context_.source);
 }
 
 bool Receiver::next() {
@@ -124,6 +145,48 @@ bool Receiver::next() {
     return body.ok() && visit(header, body);
 }
 
+template <typename Submessage>
+void Receiver::hand_over(const Submessage& submessage, Operation<Submessage> operation) {
+    constexpr bool kToWriter = std::is_same_v<Submessage, AckNack> || std::is_same_v<Submessage, NackFrag>;
+    if (kToWriter ? visitor_.wants(context_, submessage.writer, submessage.reader)
+                  : visitor_.wants(context_, submessage.reader, submessage.writer))
+        (visitor_.*operation)(context_, submessage);
+}
+
+template <typename Submessage>
+bool Receiver::visit_element(ByteReader& body, Submessage submessage, Operation<Submessage> operation) {
+    // Group information may follow in a HEARTBEAT and a GAP; nothing here needs it.
+    if (!read_element(body, submessage) || !is_valid(submessage))
+        return false;
+    hand_over(submessage, operation);
+    return true;
+}
+
+bool read_ip4_locator(ByteReader& body, LocatorList& list) {
+    uint32_t address = 0;
+    Locator locator;
+    if (!body.read(address) || !body.read(locator.port))
+        return false;
+    locator.kind = kLocatorUdpV4;
+    for (size_t i = 0; i < 4; ++i)
+        locator.address[12 + i] = static_cast<uint8_t>(address >> (24 - 8 * i) & 0xff);
+    // LOCATORUDPv4_INVALID has address and port 0.
+    if (address != 0 && locator.port != 0)
+        list.push_back(locator);
+    return true;
+}
+
+template <typename ReadList>
+bool Receiver::read_info_reply(const SubmessageHeader& header, ReadList read_list) {
+    LocatorList unicast;
+    LocatorList multicast;
+    if (!read_list(unicast) || (header.has(kInfoReplyFlagMulticast) && !read_list(multicast)))
+        return false;
+    context_.unicast_reply = std::move(unicast);
+    context_.multicast_reply = std::move(multicast);
+    return true;
+}
+
 bool Receiver::visit(const SubmessageHeader& header, ByteReader body) {
     switch (header.kind) {
         case kHeaderExtension:
@@ -133,21 +196,22 @@ bool Receiver::visit(const SubmessageHeader& header, ByteReader body) {
         case kHeartbeat:
             return visit_heartbeat(header, body);
         case kGap:
-            return visit_gap(body);
+            return visit_element(body, Gap(), &MessageVisitor::on_gap);
         case kInfoTimestamp:
             return read_info_timestamp(header, body);
         case kInfoSource:
             return read_info_source(body);
         case kInfoReplyIp4:
-            return read_info_reply_ip4(header, body);
+            return read_info_reply(header,
+                                   [&body](LocatorList& list) { return read_ip4_locator(body, list); });
         case kInfoDestination:
-            return read_info_destination(body);
+            return read_element(body, context_.destination);
         case kInfoReply:
-            return read_info_reply(header, body);
+            return read_info_reply(header, [&body](LocatorList& list) { return read_element(body, list); });
         case kNackFrag:
-            return visit_nack_frag(body);
+            return visit_element(body, NackFrag(), &MessageVisitor::on_nack_frag);
         case kHeartbeatFrag:
-            return visit_heartbeat_frag(body);
+            return visit_element(body, HeartbeatFrag(), &MessageVisitor::on_heartbeat_frag);
         case kData:
             return visit_data(header, body);
         case kDataFrag:
@@ -174,26 +238,14 @@ bool Receiver::read_header_extension(const SubmessageHeader& header, ByteReader&
     }
     if (header.has(kExtensionFlagTimestamp)) {
         WireTime sent;
-        if (!read_time(body, sent))
+        if (!read_element(body, sent))
             return false;
         context_.send_timestamp = sent == kTimeInvalid ? std::nullopt : std::optional<WireTime>(sent);
     }
     // The rest is skipped, the checksum too: UDP has its own.
     size_t skipped =
         (header.has(kExtensionFlagUExtension) ? 4u : 0u) + (header.has(kExtensionFlagWExtension) ? 8u : 0u);
-    switch (header.flags & kExtensionChecksumMask) {
-        case kExtensionChecksumCrc32:
-            skipped += 4;
-            break;
-        case kExtensionChecksumCrc64:
-            skipped += 8;
-            break;
-        case kExtensionChecksumMd5:
-            skipped += 16;
-            break;
-        default:
-            break;
-    }
+    skipped += kExtensionChecksumSizes[header.flags >> kExtensionChecksumShift & 3];
     if (!body.skip(skipped))
         return false;
     if (!header.has(kExtensionFlagParameters))
@@ -217,7 +269,7 @@ bool Receiver::read_info_timestamp(const SubmessageHeader& header, ByteReader& b
         return true;
     }
     WireTime time;
-    if (!read_time(body, time))
+    if (!read_element(body, time))
         return false;
     context_.timestamp = time == kTimeInvalid ? std::nullopt : std::optional<WireTime>(time);
     return true;
@@ -225,8 +277,8 @@ bool Receiver::read_info_timestamp(const SubmessageHeader& header, ByteReader& b
 
 bool Receiver::read_info_source(ByteReader& body) {
     MessageContext source;
-    if (!body.skip(4) || !body.read(source.version.major) || !body.read(source.version.minor) ||
-        !body.read_bytes(source.vendor.bytes) || !body.read_bytes(source.source.bytes))
+    if (!body.skip(4) || !read_element(body, source.version) || !read_element(body, source.vendor) ||
+        !read_element(body, source.source))
         return false;
     // 8.3.8.9.4: what the previous source said of time and replies does not hold for this one.
     source.destination = context_.destination;
@@ -235,52 +287,9 @@ bool Receiver::read_info_source(ByteReader& body) {
     return true;
 }
 
-bool Receiver::read_info_destination(ByteReader& body) {
-    return body.read_bytes(context_.destination.bytes);
-}
-
-bool Receiver::read_info_reply(const SubmessageHeader& header, ByteReader& body) {
-    LocatorList unicast;
-    LocatorList multicast;
-    if (!read_locator_list(body, unicast))
-        return false;
-    if (header.has(kInfoReplyFlagMulticast) && !read_locator_list(body, multicast))
-        return false;
-    context_.unicast_reply = std::move(unicast);
-    context_.multicast_reply = std::move(multicast);
-    return true;
-}
-
-bool Receiver::read_info_reply_ip4(const SubmessageHeader& header, ByteReader& body) {
-    const auto read_ip4 = [&body](LocatorList& list) {
-        uint32_t address = 0;
-        Locator locator;
-        if (!body.read(address) || !body.read(locator.port))
-            return false;
-        locator.kind = kLocatorUdpV4;
-        for (size_t i = 0; i < 4; ++i)
-            locator.address[12 + i] = static_cast<uint8_t>(address >> (24 - 8 * i) & 0xff);
-        // LOCATORUDPv4_INVALID has address and port 0.
-        if (address != 0 && locator.port != 0)
-            list.push_back(locator);
-        return true;
-    };
-    LocatorList unicast;
-    LocatorList multicast;
-    if (!read_ip4(unicast) || (header.has(kInfoReplyFlagMulticast) && !read_ip4(multicast)))
-        return false;
-    context_.unicast_reply = std::move(unicast);
-    context_.multicast_reply = std::move(multicast);
-    return true;
-}
-
 bool Receiver::visit_data(const SubmessageHeader& header, ByteReader& body) {
     Data data;
-    uint16_t extra_flags = 0;
-    uint16_t octets_to_inline_qos = 0;
-    if (!body.read(extra_flags) || !body.read(octets_to_inline_qos) ||
-        !read_entities(body, data.reader, data.writer) || !read_sample_number(body, data.sequence_number) ||
-        !skip_to_inline_qos(body, octets_to_inline_qos, kDataOctetsToInlineQos))
+    if (!read_sample_start(body, data, kDataOctetsToInlineQos))
         return false;
     data.endianness = header.order();
     if (header.has(kDataFlagInlineQos) && !read_inline_qos(body, data.endianness, data.inline_qos))
@@ -293,20 +302,13 @@ bool Receiver::visit_data(const SubmessageHeader& header, ByteReader& body) {
     data.non_standard_payload = data.has_payload && header.has(kDataFlagNonStandard);
     if (data.has_payload && !body.read_view(body.remaining(), data.payload))
         return false;
-    visitor_.on_data(context_, data);
+    hand_over(data, &MessageVisitor::on_data);
     return true;
 }
 
 bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body) {
     DataFrag fragment;
-    uint16_t extra_flags = 0;
-    uint16_t octets_to_inline_qos = 0;
-    if (!body.read(extra_flags) || !body.read(octets_to_inline_qos) ||
-        !read_entities(body, fragment.reader, fragment.writer) ||
-        !read_sample_number(body, fragment.sequence_number) || !body.read(fragment.first_fragment) ||
-        !body.read(fragment.fragment_count) || !body.read(fragment.fragment_size) ||
-        !body.read(fragment.sample_size) ||
-        !skip_to_inline_qos(body, octets_to_inline_qos, kDataFragOctetsToInlineQos))
+    if (!read_sample_start(body, fragment, kDataFragOctetsToInlineQos))
         return false;
     fragment.endianness = header.order();
     if (header.has(kDataFragFlagInlineQos) &&
@@ -326,63 +328,21 @@ bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body)
     const auto expected = static_cast<size_t>(std::min<uint64_t>(end, fragment.sample_size) - begin);
     if (!body.read_view(expected, fragment.payload))
         return false;
-    visitor_.on_data_frag(context_, fragment);
+    hand_over(fragment, &MessageVisitor::on_data_frag);
     return true;
 }
 
 bool Receiver::visit_heartbeat(const SubmessageHeader& header, ByteReader& body) {
     Heartbeat heartbeat;
-    // Group information may follow the count; nothing here needs it.
-    if (!read_entities(body, heartbeat.reader, heartbeat.writer) ||
-        !read_sequence_number(body, heartbeat.first) || !read_sequence_number(body, heartbeat.last) ||
-        !body.read(heartbeat.count))
-        return false;
-    if (heartbeat.first <= 0 || heartbeat.last < heartbeat.first - 1)
-        return false;
     heartbeat.final = header.has(kHeartbeatFlagFinal);
     heartbeat.liveliness = header.has(kHeartbeatFlagLiveliness);
-    visitor_.on_heartbeat(context_, heartbeat);
-    return true;
-}
-
-bool Receiver::visit_heartbeat_frag(ByteReader& body) {
-    HeartbeatFrag heartbeat;
-    if (!read_entities(body, heartbeat.reader, heartbeat.writer) ||
-        !read_sample_number(body, heartbeat.sequence_number) || !body.read(heartbeat.last_fragment) ||
-        !body.read(heartbeat.count) || heartbeat.last_fragment == 0)
-        return false;
-    visitor_.on_heartbeat_frag(context_, heartbeat);
-    return true;
+    return visit_element(body, heartbeat, &MessageVisitor::on_heartbeat);
 }
 
 bool Receiver::visit_acknack(const SubmessageHeader& header, ByteReader& body) {
     AckNack acknack;
-    // The standard wants a base from 1 on; a reader that has seen nothing sends 0 in practice (Fast DDS).
-    if (!read_entities(body, acknack.reader, acknack.writer) ||
-        !read_sequence_number_set(body, acknack.missing, 0) || !body.read(acknack.count))
-        return false;
     acknack.final = header.has(kAckNackFlagFinal);
-    visitor_.on_acknack(context_, acknack);
-    return true;
-}
-
-bool Receiver::visit_nack_frag(ByteReader& body) {
-    NackFrag nack;
-    if (!read_entities(body, nack.reader, nack.writer) || !read_sample_number(body, nack.sequence_number) ||
-        !read_fragment_number_set(body, nack.missing) || !body.read(nack.count))
-        return false;
-    visitor_.on_nack_frag(context_, nack);
-    return true;
-}
-
-bool Receiver::visit_gap(ByteReader& body) {
-    Gap gap;
-    // Group sequence numbers may follow the list; nothing here needs them.
-    if (!read_entities(body, gap.reader, gap.writer) || !read_sample_number(body, gap.start) ||
-        !read_sequence_number_set(body, gap.list, 1))
-        return false;
-    visitor_.on_gap(context_, gap);
-    return true;
+    return visit_element(body, acknack, &MessageVisitor::on_acknack);
 }
 
 } // namespace

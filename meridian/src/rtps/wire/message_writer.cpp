@@ -31,26 +31,43 @@ bool append(ByteBuffer& bytes, size_t max_size, uint8_t kind, uint8_t flags, Bod
     return true;
 }
 
+/// One that is no more than what its layout says.
+template <typename T>
+bool append_element(ByteBuffer& bytes, size_t max_size, uint8_t kind, uint8_t flags, const T& element) {
+    return append(bytes, max_size, kind, flags, [&](ByteWriter& writer) { write_element(writer, element); });
+}
+
 /// Spares the copy of a payload that cannot fit.
 bool hopeless(const ByteBuffer& bytes, size_t max_size, size_t more) {
     return more > max_size || bytes.size() > max_size - more;
 }
 
-void write_entities(ByteWriter& writer, EntityId reader, EntityId from) {
-    write_entity_id(writer, reader);
-    write_entity_id(writer, from);
+/// DATA and DATA_FRAG; what their layout names is followed by inline QoS and payload.
+template <typename Sample>
+bool append_sample(ByteBuffer& bytes, size_t max_size, uint8_t kind, uint8_t flags, const Sample& sample,
+                   uint16_t octets_to_inline_qos, ByteView payload) {
+    if (hopeless(bytes, max_size, sample.inline_qos.size + payload.size))
+        return false;
+    return append(
+        bytes, max_size, kind, flags,
+        [&](ByteWriter& writer) {
+            writer.write(uint16_t{0});
+            writer.write(octets_to_inline_qos);
+            write_element(writer, sample);
+            writer.write_bytes(sample.inline_qos);
+            writer.write_bytes(payload);
+        },
+        sample.endianness);
 }
 
 } // namespace
 
 MessageWriter::MessageWriter(const GuidPrefix& source, size_t max_size) : max_size_(max_size) {
-    constexpr ProtocolVersion kVersion;
     ByteWriter writer(bytes_);
     writer.write_bytes(std::array<uint8_t, 4>{'R', 'T', 'P', 'S'});
-    writer.write(kVersion.major);
-    writer.write(kVersion.minor);
-    writer.write_bytes(kOwnVendorId.bytes);
-    writer.write_bytes(source.bytes);
+    write_element(writer, ProtocolVersion());
+    write_element(writer, kOwnVendorId);
+    write_element(writer, source);
 }
 
 void MessageWriter::clear() {
@@ -58,13 +75,11 @@ void MessageWriter::clear() {
 }
 
 bool MessageWriter::add_info_destination(const GuidPrefix& destination) {
-    return append(bytes_, max_size_, kInfoDestination, 0,
-                  [&](ByteWriter& writer) { writer.write_bytes(destination.bytes); });
+    return append_element(bytes_, max_size_, kInfoDestination, 0, destination);
 }
 
 bool MessageWriter::add_info_timestamp(WireTime timestamp) {
-    return append(bytes_, max_size_, kInfoTimestamp, 0,
-                  [&](ByteWriter& writer) { write_time(writer, timestamp); });
+    return append_element(bytes_, max_size_, kInfoTimestamp, 0, timestamp);
 }
 
 bool MessageWriter::add_info_timestamp_invalid() {
@@ -72,85 +87,39 @@ bool MessageWriter::add_info_timestamp_invalid() {
 }
 
 bool MessageWriter::add_data(const Data& data) {
-    if (hopeless(bytes_, max_size_, data.inline_qos.size + data.payload.size))
-        return false;
     uint8_t flags = data.inline_qos.empty() ? 0 : kDataFlagInlineQos;
     if (data.has_payload) {
         flags = static_cast<uint8_t>(flags | (data.payload_is_key ? kDataFlagKey : kDataFlagPayload) |
                                      (data.non_standard_payload ? kDataFlagNonStandard : 0));
     }
-    return append(
-        bytes_, max_size_, kData, flags,
-        [&](ByteWriter& writer) {
-            writer.write(uint16_t{0});
-            writer.write(kDataOctetsToInlineQos);
-            write_entities(writer, data.reader, data.writer);
-            write_sequence_number(writer, data.sequence_number);
-            writer.write_bytes(data.inline_qos);
-            if (data.has_payload)
-                writer.write_bytes(data.payload);
-        },
-        data.endianness);
+    return append_sample(bytes_, max_size_, kData, flags, data, kDataOctetsToInlineQos,
+                         data.has_payload ? data.payload : ByteView());
 }
 
 bool MessageWriter::add_data_frag(const DataFrag& fragment) {
-    if (hopeless(bytes_, max_size_, fragment.inline_qos.size + fragment.payload.size))
-        return false;
     const auto flags = static_cast<uint8_t>((fragment.inline_qos.empty() ? 0 : kDataFragFlagInlineQos) |
                                             (fragment.payload_is_key ? kDataFragFlagKey : 0) |
                                             (fragment.non_standard_payload ? kDataFragFlagNonStandard : 0));
-    return append(
-        bytes_, max_size_, kDataFrag, flags,
-        [&](ByteWriter& writer) {
-            writer.write(uint16_t{0});
-            writer.write(kDataFragOctetsToInlineQos);
-            write_entities(writer, fragment.reader, fragment.writer);
-            write_sequence_number(writer, fragment.sequence_number);
-            writer.write(fragment.first_fragment);
-            writer.write(fragment.fragment_count);
-            writer.write(fragment.fragment_size);
-            writer.write(fragment.sample_size);
-            writer.write_bytes(fragment.inline_qos);
-            writer.write_bytes(fragment.payload);
-        },
-        fragment.endianness);
+    return append_sample(bytes_, max_size_, kDataFrag, flags, fragment, kDataFragOctetsToInlineQos,
+                         fragment.payload);
 }
 
 bool MessageWriter::add_heartbeat(const Heartbeat& heartbeat) {
     const auto flags = static_cast<uint8_t>((heartbeat.final ? kHeartbeatFlagFinal : 0) |
                                             (heartbeat.liveliness ? kHeartbeatFlagLiveliness : 0));
-    return append(bytes_, max_size_, kHeartbeat, flags, [&](ByteWriter& writer) {
-        write_entities(writer, heartbeat.reader, heartbeat.writer);
-        write_sequence_number(writer, heartbeat.first);
-        write_sequence_number(writer, heartbeat.last);
-        writer.write(heartbeat.count);
-    });
+    return append_element(bytes_, max_size_, kHeartbeat, flags, heartbeat);
 }
 
 bool MessageWriter::add_acknack(const AckNack& acknack) {
-    return append(bytes_, max_size_, kAckNack, acknack.final ? kAckNackFlagFinal : 0,
-                  [&](ByteWriter& writer) {
-                      write_entities(writer, acknack.reader, acknack.writer);
-                      write_sequence_number_set(writer, acknack.missing);
-                      writer.write(acknack.count);
-                  });
+    return append_element(bytes_, max_size_, kAckNack, acknack.final ? kAckNackFlagFinal : 0, acknack);
 }
 
 bool MessageWriter::add_nack_frag(const NackFrag& nack) {
-    return append(bytes_, max_size_, kNackFrag, 0, [&](ByteWriter& writer) {
-        write_entities(writer, nack.reader, nack.writer);
-        write_sequence_number(writer, nack.sequence_number);
-        write_fragment_number_set(writer, nack.missing);
-        writer.write(nack.count);
-    });
+    return append_element(bytes_, max_size_, kNackFrag, 0, nack);
 }
 
 bool MessageWriter::add_gap(const Gap& gap) {
-    return append(bytes_, max_size_, kGap, 0, [&](ByteWriter& writer) {
-        write_entities(writer, gap.reader, gap.writer);
-        write_sequence_number(writer, gap.start);
-        write_sequence_number_set(writer, gap.list);
-    });
+    return append_element(bytes_, max_size_, kGap, 0, gap);
 }
 
 } // namespace meridian::rtps

@@ -56,111 +56,46 @@ bool PayloadParameters::check_complete(std::string& error) const {
     return false;
 }
 
-bool read_duration(ByteReader& reader, WireDuration& duration) {
-    WireDuration read;
-    if (!read_time(reader, read) || read.seconds < 0)
+bool read_member(ByteReader& reader, WireDuration& duration) {
+    if (!read_element(reader, duration) || duration.seconds < 0)
         return false;
-    duration = read.seconds == kDurationInfinite.seconds ? kDurationInfinite : read;
+    if (duration.seconds == kDurationInfinite.seconds)
+        duration = kDurationInfinite;
     return true;
 }
 
-bool read_flag(const Parameter& parameter, bool& value) {
-    return parameter.reader().read_bool(value);
-}
-
-bool read_text(const Parameter& parameter, std::string& text) {
-    return parameter.reader().read_string(text);
-}
-
-bool read_texts(ByteReader& reader, std::vector<std::string>& texts) {
-    uint32_t count = 0;
-    if (!reader.read_length(count, sizeof(uint32_t)))
-        return false;
-    for (uint32_t i = 0; i < count; ++i) {
-        if (!reader.read_string(texts.emplace_back()))
-            return false;
-    }
-    return true;
-}
-
-bool read_octets(const Parameter& parameter, ByteBuffer& bytes) {
-    return parameter.reader().read_octets(bytes);
-}
-
-bool read_properties(const Parameter& parameter, std::vector<Property>& properties) {
-    return read_value(parameter, properties, [](ByteReader& reader, std::vector<Property>& list) {
-        uint32_t count = 0;
-        if (!reader.read_length(count, 2 * sizeof(uint32_t)))
-            return false;
-        // Binary properties may follow; nothing here needs them.
-        for (uint32_t i = 0; i < count; ++i) {
-            Property& property = list.emplace_back();
-            if (!reader.read_string(property.name) || !reader.read_string(property.value))
-                return false;
-        }
-        return true;
-    });
-}
-
-bool read_locator_into(const Parameter& parameter, LocatorList& list) {
-    ByteReader reader = parameter.reader();
+void ParameterDecoder::locators(uint16_t id, LocatorList& list) {
+    if (id != parameter_.base_id())
+        return;
     Locator locator;
-    if (!read_locator(reader, locator))
-        return false;
+    verdict_ = if_possible(read_members(parameter_, locator));
     const bool udp = locator.kind == kLocatorUdpV4 || locator.kind == kLocatorUdpV6;
-    if (!udp || (locator.port != 0 && locator.port <= kMaxPort))
+    if (verdict_ == Verdict::taken && (!udp || (locator.port != 0 && locator.port <= kMaxPort)))
         list.push_back(locator);
-    return true;
 }
 
-void add_text(ParameterListWriter& list, uint16_t id, const std::string& text) {
-    list.add(id, [&](ByteWriter& writer) { writer.write_string(text); });
-}
-
-void add_octets(ParameterListWriter& list, uint16_t id, const ByteBuffer& bytes) {
-    list.add(id, [&](ByteWriter& writer) { writer.write_octets(bytes); });
-}
-
-void add_guid(ParameterListWriter& list, uint16_t id, const Guid& guid) {
-    list.add(id, [&](ByteWriter& writer) { write_guid(writer, guid); });
-}
-
-void add_flag(ParameterListWriter& list, uint16_t id, bool value) {
-    list.add(id, [&](ByteWriter& writer) { writer.write_bool(value); });
-}
-
-void add_duration(ParameterListWriter& list, uint16_t id, WireDuration duration) {
-    list.add(id, [&](ByteWriter& writer) { write_time(writer, duration); });
-}
-
-void add_locators(ParameterListWriter& list, uint16_t id, const LocatorList& locators) {
-    for (const Locator& locator : locators)
-        list.add(id, [&](ByteWriter& writer) { write_locator(writer, locator); });
-}
-
-void add_properties(ParameterListWriter& list, const std::vector<Property>& properties) {
-    if (properties.empty())
+void ParameterDecoder::undecoded(uint16_t id, ByteBuffer& bytes) {
+    if (id != parameter_.base_id())
         return;
-    list.add(pid::property_list, [&](ByteWriter& writer) {
-        writer.write(static_cast<uint32_t>(properties.size()));
-        for (const Property& property : properties) {
-            writer.write_string(property.name);
-            writer.write_string(property.value);
-        }
-    });
+    bytes.assign(parameter_.value.begin(), parameter_.value.end());
+    verdict_ = Verdict::taken;
 }
 
-void write_texts(ByteWriter& writer, const std::vector<std::string>& texts) {
-    writer.write(static_cast<uint32_t>(texts.size()));
-    for (const std::string& text : texts)
-        writer.write_string(text);
+void ParameterEncoder::locators(uint16_t id, const LocatorList& list) {
+    for (const Locator& locator : list)
+        add_members(list_, id, locator);
 }
 
-void add_raw(ParameterListWriter& list, const std::vector<RawParameter>& raw, Endianness order) {
-    if (order != native_endianness())
-        return;
-    for (const RawParameter& parameter : raw)
-        list.add_bytes(parameter.id, parameter.value);
+void ParameterEncoder::undecoded(uint16_t id, const ByteBuffer& bytes) {
+    if (keeps_raw_ && !bytes.empty())
+        list_.add_bytes(id, bytes);
+}
+
+void ParameterEncoder::raw(const std::vector<RawParameter>& raw) {
+    for (const RawParameter& parameter : raw) {
+        if (keeps_raw_)
+            list_.add_bytes(parameter.id, parameter.value);
+    }
 }
 
 } // namespace meridian::rtps

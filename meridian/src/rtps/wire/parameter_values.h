@@ -60,53 +60,101 @@ class PayloadParameters {
     Endianness order_ = native_endianness();
 };
 
-/// Reads a whole value with a function of elements.h or below; value stays untouched when that fails.
-template <typename T, typename Read>
-bool read_value(const Parameter& parameter, T& value, Read read) {
-    ByteReader reader = parameter.reader();
-    T fresh{};
-    if (!read(reader, fresh))
-        return false;
-    value = std::move(fresh);
-    return true;
-}
-template <typename T>
-bool read_number(const Parameter& parameter, T& value) {
-    return parameter.reader().read(value);
-}
-/// An enumeration whose enumerators are lowest to highest without a hole.
-template <typename Enum>
-bool read_enum(ByteReader& reader, Enum& value, Enum lowest, Enum highest) {
-    uint32_t number = 0;
-    if (!reader.read(number) || number < static_cast<uint32_t>(lowest) ||
-        number > static_cast<uint32_t>(highest))
-        return false;
-    value = static_cast<Enum>(number);
-    return true;
-}
 /// Refuses negative durations. Some peers write the infinite one with another fraction: all of those become
 /// kDurationInfinite.
-bool read_duration(ByteReader& reader, WireDuration& duration);
-bool read_flag(const Parameter& parameter, bool& value);
-bool read_text(const Parameter& parameter, std::string& text);
-bool read_texts(ByteReader& reader, std::vector<std::string>& texts);
-bool read_octets(const Parameter& parameter, ByteBuffer& bytes);
-bool read_properties(const Parameter& parameter, std::vector<Property>& properties);
-/// Appends the locator. A UDP locator without a port, or with one above 65535, is not usable and is left
-/// out.
-bool read_locator_into(const Parameter& parameter, LocatorList& list);
+bool read_member(ByteReader& reader, WireDuration& duration);
+template <typename T>
+bool read_member(ByteReader& reader, T& value) {
+    return read_element(reader, value);
+}
 
-void add_text(ParameterListWriter& list, uint16_t id, const std::string& text);
-void add_octets(ParameterListWriter& list, uint16_t id, const ByteBuffer& bytes);
-void add_guid(ParameterListWriter& list, uint16_t id, const Guid& guid);
-void add_flag(ParameterListWriter& list, uint16_t id, bool value);
-void add_duration(ParameterListWriter& list, uint16_t id, WireDuration duration);
-void add_locators(ParameterListWriter& list, uint16_t id, const LocatorList& locators);
-void add_properties(ParameterListWriter& list, const std::vector<Property>& properties);
-void write_texts(ByteWriter& writer, const std::vector<std::string>& texts);
-/// Raw parameters mean something only in the byte order they came in; they are left out of a list in the
-/// other one.
-void add_raw(ParameterListWriter& list, const std::vector<RawParameter>& raw, Endianness order);
+/// The values that stand in a parameter one after the other; they stay untouched when one cannot be read.
+template <typename... Members>
+bool read_members(const Parameter& parameter, Members&... members) {
+    ByteReader reader = parameter.reader();
+    std::tuple<Members...> fresh;
+    if (!std::apply([&](auto&... value) { return (read_member(reader, value) && ...); }, fresh))
+        return false;
+    std::tie(members...) = std::move(fresh);
+    return true;
+}
+template <typename... Members>
+void add_members(ParameterListWriter& list, uint16_t id, const Members&... members) {
+    list.add(id, [&](ByteWriter& writer) { (write_element(writer, members), ...); });
+}
+
+/// How a parameter is read and written.
+enum class Rule {
+    always,   // always written; the record is refused when it cannot be read
+    when_set, // written when there is something in it; the record is refused likewise
+    lenient,  // always written; stays at its default when it cannot be read
+    lenient_when_set,
+};
+
+// A record describes its parameters once, as a function of a codec: either of the two below, which have the
+// same operations.
+
+/// Reads the member that is described for one parameter.
+class ParameterDecoder {
+  public:
+    explicit ParameterDecoder(const Parameter& parameter) : parameter_(parameter) {}
+
+    template <typename... Members>
+    void operator()(uint16_t id, Rule rule, Members&... members) {
+        if (id != parameter_.base_id())
+            return;
+        const bool read = read_members(parameter_, members...);
+        verdict_ = rule == Rule::always || rule == Rule::when_set ? required(read) : if_possible(read);
+    }
+    /// One parameter for each. A UDP locator without a port, or with one above 65535, is not usable and is
+    /// left out.
+    void locators(uint16_t id, LocatorList& list);
+    /// The whole value as it stands.
+    void undecoded(uint16_t id, ByteBuffer& bytes);
+
+    Verdict verdict() const { return verdict_; }
+
+  private:
+    const Parameter& parameter_;
+    Verdict verdict_ = Verdict::unused;
+};
+
+class ParameterEncoder {
+  public:
+    /// What is undecoded means something only in the byte order it came in; it is left out of a list in the
+    /// other one.
+    ParameterEncoder(ParameterListWriter& list, Endianness raw_order)
+        : list_(list), keeps_raw_(raw_order == native_endianness()) {}
+
+    template <typename... Members>
+    void operator()(uint16_t id, Rule rule, const Members&... members) {
+        if (rule == Rule::always || rule == Rule::lenient || (is_set(members) || ...))
+            add_members(list_, id, members...);
+    }
+    void locators(uint16_t id, const LocatorList& list);
+    void undecoded(uint16_t id, const ByteBuffer& bytes);
+    void raw(const std::vector<RawParameter>& raw);
+
+  private:
+    static bool is_set(const std::string& text) { return !text.empty(); }
+    template <typename T>
+    static bool is_set(const std::vector<T>& values) {
+        return !values.empty();
+    }
+    template <typename T>
+    static bool is_set(const std::optional<T>& value) {
+        return value.has_value();
+    }
+    template <typename T>
+    static bool is_set(const T& value) {
+        if constexpr (std::is_arithmetic_v<T>)
+            return value != 0;
+        return true;
+    }
+
+    ParameterListWriter& list_;
+    const bool keeps_raw_;
+};
 
 /// An encapsulation header, the parameters that fill(ParameterListWriter&) adds, and the sentinel.
 template <typename Fill>

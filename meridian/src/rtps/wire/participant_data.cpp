@@ -6,69 +6,50 @@ namespace meridian::rtps {
 
 namespace {
 
+/// Record is ParticipantData, constant where it is written.
+template <typename Codec, typename Record>
+void describe(Codec& codec, Record& data) {
+    codec(pid::protocol_version, Rule::always, data.version);
+    codec(pid::vendor_id, Rule::always, data.vendor);
+    codec(pid::participant_guid, Rule::always, data.guid);
+    codec(pid::builtin_endpoint_set, Rule::always, data.builtin_endpoints);
+    codec(pid::domain_id, Rule::when_set, data.domain_id); // unreadable: it may be of another domain
+    codec(pid::domain_tag, Rule::when_set, data.domain_tag);
+    // An impossible lease leaves the standard's default, so that the participant does not expire at once.
+    codec(pid::participant_lease_duration, Rule::lenient, data.lease);
+    codec.locators(pid::metatraffic_unicast_locator, data.metatraffic_unicast);
+    codec.locators(pid::metatraffic_multicast_locator, data.metatraffic_multicast);
+    codec.locators(pid::default_unicast_locator, data.default_unicast);
+    codec.locators(pid::default_multicast_locator, data.default_multicast);
+    codec(pid::expects_inline_qos, Rule::lenient_when_set, data.expects_inline_qos);
+    codec(pid::manual_liveliness_count, Rule::lenient_when_set, data.manual_liveliness_count);
+    codec(pid::entity_name, Rule::lenient_when_set, data.name);
+    codec(pid::user_data, Rule::lenient_when_set, data.user_data);
+    codec(pid::property_list, Rule::lenient_when_set, data.properties);
+}
+
 Verdict read_parameter(const Parameter& parameter, ParticipantData& data, std::optional<Guid>& key_hash) {
     switch (parameter.base_id()) {
-        case pid::protocol_version: {
-            ByteReader reader = parameter.reader();
-            return required(reader.read(data.version.major) && reader.read(data.version.minor));
-        }
-        case pid::vendor_id:
-            return required(parameter.reader().read_bytes(data.vendor.bytes));
-        case pid::participant_guid:
-            return required(read_value(parameter, data.guid, read_guid));
-        case pid::key_hash: {
-            Guid guid;
-            if (read_value(parameter, guid, read_guid))
-                key_hash = guid;
+        case pid::key_hash:
+            read_members(parameter, key_hash);
             return Verdict::taken;
-        }
-        case pid::builtin_endpoint_set:
-            return required(read_number(parameter, data.builtin_endpoints));
         case pid::participant_builtin_endpoints: {
             uint32_t older = 0;
-            if (!read_number(parameter, older))
+            if (!read_members(parameter, older))
                 return Verdict::unused;
             if (data.builtin_endpoints == 0)
                 data.builtin_endpoints = older;
             return Verdict::taken;
         }
-        case pid::domain_id: {
-            uint32_t id = 0;
-            if (!read_number(parameter, id))
-                return Verdict::refused; // it may be of another domain
-            data.domain_id = id;
-            return Verdict::taken;
-        }
-        case pid::domain_tag:
-            return required(read_text(parameter, data.domain_tag));
-        case pid::participant_lease_duration:
-            // An impossible lease leaves the standard's default, so that the participant does not expire at
-            // once.
-            return if_possible(read_value(parameter, data.lease, read_duration));
-        case pid::metatraffic_unicast_locator:
-            return if_possible(read_locator_into(parameter, data.metatraffic_unicast));
-        case pid::metatraffic_multicast_locator:
-            return if_possible(read_locator_into(parameter, data.metatraffic_multicast));
-        case pid::default_unicast_locator:
-            return if_possible(read_locator_into(parameter, data.default_unicast));
-        case pid::default_multicast_locator:
-            return if_possible(read_locator_into(parameter, data.default_multicast));
-        case pid::expects_inline_qos:
-            return if_possible(read_flag(parameter, data.expects_inline_qos));
-        case pid::manual_liveliness_count:
-            return if_possible(read_number(parameter, data.manual_liveliness_count));
-        case pid::entity_name:
-            return if_possible(read_text(parameter, data.name));
-        case pid::user_data:
-            return if_possible(read_octets(parameter, data.user_data));
-        case pid::property_list:
-            return if_possible(read_properties(parameter, data.properties));
         case pid::identity_token:
         case pid::permissions_token:
             data.secured = true;
             return Verdict::unused;
-        default:
-            return Verdict::unused;
+        default: {
+            ParameterDecoder codec(parameter);
+            describe(codec, data);
+            return codec.verdict();
+        }
     }
 }
 
@@ -95,40 +76,14 @@ std::optional<ParticipantData> decode_participant(ByteView payload, std::string&
 
 ByteBuffer encode(const ParticipantData& data) {
     return encode_payload([&](ParameterListWriter& list) {
-        list.add(pid::protocol_version, [&](ByteWriter& writer) {
-            writer.write(data.version.major);
-            writer.write(data.version.minor);
-        });
-        list.add(pid::vendor_id, [&](ByteWriter& writer) { writer.write_bytes(data.vendor.bytes); });
-        add_guid(list, pid::participant_guid, data.guid);
-        list.add(pid::builtin_endpoint_set,
-                 [&](ByteWriter& writer) { writer.write(data.builtin_endpoints); });
-        if (data.domain_id)
-            list.add(pid::domain_id, [&](ByteWriter& writer) { writer.write(*data.domain_id); });
-        if (!data.domain_tag.empty())
-            add_text(list, pid::domain_tag, data.domain_tag);
-        add_duration(list, pid::participant_lease_duration, data.lease);
-        add_locators(list, pid::metatraffic_unicast_locator, data.metatraffic_unicast);
-        add_locators(list, pid::metatraffic_multicast_locator, data.metatraffic_multicast);
-        add_locators(list, pid::default_unicast_locator, data.default_unicast);
-        add_locators(list, pid::default_multicast_locator, data.default_multicast);
-        if (data.expects_inline_qos)
-            add_flag(list, pid::expects_inline_qos, true);
-        if (data.manual_liveliness_count != 0) {
-            list.add(pid::manual_liveliness_count,
-                     [&](ByteWriter& writer) { writer.write(data.manual_liveliness_count); });
-        }
-        if (!data.name.empty())
-            add_text(list, pid::entity_name, data.name);
-        if (!data.user_data.empty())
-            add_octets(list, pid::user_data, data.user_data);
-        add_properties(list, data.properties);
-        add_raw(list, data.raw, data.raw_endianness);
+        ParameterEncoder codec(list, data.raw_endianness);
+        describe(codec, data);
+        codec.raw(data.raw);
     });
 }
 
 ByteBuffer encode_participant_key(const Guid& guid) {
-    return encode_payload([&](ParameterListWriter& list) { add_guid(list, pid::participant_guid, guid); });
+    return encode_payload([&](ParameterListWriter& list) { add_members(list, pid::participant_guid, guid); });
 }
 
 ByteBuffer encode(const ParticipantMessage& message) {

@@ -47,10 +47,9 @@ constexpr uint8_t kExtensionFlagLength = 0x02;
 constexpr uint8_t kExtensionFlagTimestamp = 0x04;
 constexpr uint8_t kExtensionFlagUExtension = 0x08; // 4 octets
 constexpr uint8_t kExtensionFlagWExtension = 0x10; // 8 octets
-constexpr uint8_t kExtensionChecksumMask = 0x60;
-constexpr uint8_t kExtensionChecksumCrc32 = 0x20;
-constexpr uint8_t kExtensionChecksumCrc64 = 0x40;
-constexpr uint8_t kExtensionChecksumMd5 = 0x60;
+// Two bits choose the checksum: none, CRC-32, CRC-64 or MD5.
+constexpr unsigned kExtensionChecksumShift = 5;
+constexpr size_t kExtensionChecksumSizes[] = {0, 4, 8, 16};
 constexpr uint8_t kExtensionFlagParameters = 0x80;
 
 // From after octetsToInlineQos to the inline QoS.
