@@ -1,7 +1,5 @@
 #include "rtps/wire/types.h"
 
-#include <arpa/inet.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -19,10 +17,36 @@ std::string hex(const uint8_t* bytes, size_t count) {
     return text;
 }
 
-/// bytes: as many as the family's addresses have.
-std::string ip_text(int family, const uint8_t* bytes) {
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(family, bytes, text, sizeof text);
+/// RFC 5952: lower case, the longest run of at least two zero groups (the first of equals) becomes "::".
+std::string ipv6_text(const std::array<uint8_t, 16>& address) {
+    std::array<unsigned, 8> groups{};
+    for (size_t i = 0; i < 8; ++i)
+        groups[i] = static_cast<unsigned>(address[2 * i] << 8 | address[2 * i + 1]);
+    size_t best = 8;
+    size_t best_length = 1;
+    for (size_t i = 0; i < 8;) {
+        size_t end = i;
+        while (end < 8 && groups[end] == 0)
+            ++end;
+        if (end - i > best_length) {
+            best = i;
+            best_length = end - i;
+        }
+        i = end + 1;
+    }
+    std::string text;
+    for (size_t i = 0; i < 8; ++i) {
+        if (i == best) {
+            text += "::";
+            i += best_length - 1;
+            continue;
+        }
+        if (!text.empty() && text.back() != ':')
+            text += ':';
+        char group[8];
+        std::snprintf(group, sizeof group, "%x", groups[i]);
+        text += group;
+    }
     return text;
 }
 
@@ -46,12 +70,14 @@ std::string to_string(const Guid& guid) {
 
 std::string to_string(const Locator& locator) {
     const std::string port = ':' + std::to_string(locator.port);
-    const uint8_t* bytes = locator.address.data();
-    if (locator.kind == kLocatorUdpV4)
-        return "udpv4:" + ip_text(AF_INET, bytes + 12) + port;
+    const auto& a = locator.address;
+    if (locator.kind == kLocatorUdpV4) {
+        return "udpv4:" + std::to_string(a[12]) + '.' + std::to_string(a[13]) + '.' + std::to_string(a[14]) +
+               '.' + std::to_string(a[15]) + port;
+    }
     if (locator.kind == kLocatorUdpV6)
-        return "udpv6:[" + ip_text(AF_INET6, bytes) + ']' + port;
-    return "kind " + std::to_string(locator.kind) + ':' + hex(bytes, locator.address.size()) + port;
+        return "udpv6:[" + ipv6_text(a) + ']' + port;
+    return "kind " + std::to_string(locator.kind) + ':' + hex(a.data(), a.size()) + port;
 }
 
 uint32_t fraction_from_nanoseconds(uint32_t nanoseconds) {
