@@ -141,7 +141,7 @@ bool CdrWalker::walk_bitset(ByteReader& reader, const Type& type, ValueSink* sin
         return false;
     if (sink == nullptr)
         return true;
-    if (!sink->begin_aggregate(type))
+    if (!sink->begin(type, 0))
         return false;
     const bool told = visit_members(type, [&](const Member& field) {
         Scalar part;
@@ -154,7 +154,7 @@ bool CdrWalker::walk_bitset(ByteReader& reader, const Type& type, ValueSink* sin
         }
         return sink->member(field) && sink->scalar(*field.type, part);
     });
-    return told && sink->end_aggregate(type);
+    return told && sink->end(type);
 }
 
 } // namespace meridian::types

@@ -70,8 +70,11 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
             return false;
         source = &body;
     }
-    if (located != nullptr)
+    if (located != nullptr) {
         located->add({&member, *source, true});
+        if (&member == last_located_)
+            return false; // nothing behind it is wanted
+    }
     return walk_member(*source, member, sink) && (source != &body || leave_member(body));
 }
 
@@ -196,24 +199,23 @@ bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, Locate
     }
 }
 
-bool CdrWalker::locate_members(ByteReader& reader, const Type& type, Located& members) {
-    switch (extensibility_of(type)) {
-        case DDS_MUTABLE_EXTENSIBILITY:
-            return find_mutable_members(reader, type, members);
-        case DDS_EXTENSIBLE_EXTENSIBILITY:
-            if (version_ == CdrVersion::xcdr2) {
-                ByteReader inner;
-                if (!enter_header(reader, inner))
-                    return false;
-                return walk_plain_members(inner, type, true, nullptr, &members);
-            }
-            [[fallthrough]];
-        default:
-            return walk_plain_members(reader, type, false, nullptr, &members);
+void CdrWalker::locate_members(ByteReader& reader, const Type& type, const Member* last, Located& members) {
+    const DDS_ExtensibilityKind extensibility = extensibility_of(type);
+    if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
+        find_mutable_members(reader, type, members);
+        return;
     }
+    last_located_ = key_only_ ? nullptr : last; // keys alone may be in another order
+    const bool delimited = extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2;
+    walk_within(delimited, reader, [&](ByteReader& body) {
+        return walk_plain_members(body, type, delimited, nullptr, &members);
+    });
 }
 
-bool CdrWalker::walk_located(Located& members, ValueSink* sink) {
+bool CdrWalker::walk_mutable_structure(ByteReader& reader, const Type& type, ValueSink* sink) {
+    Located members(buffers_.located);
+    if (!find_mutable_members(reader, type, members))
+        return false;
     for (size_t i = 0, count = members.size(); i < count; ++i) {
         LocatedMember located = members[i];
         if (located.present &&
@@ -221,25 +223,6 @@ bool CdrWalker::walk_located(Located& members, ValueSink* sink) {
             return false;
     }
     return true;
-}
-
-bool CdrWalker::walk_structure(ByteReader& reader, const Type& type, ValueSink* sink) {
-    if (sink != nullptr && !sink->begin_aggregate(type))
-        return false;
-    const DDS_ExtensibilityKind extensibility = extensibility_of(type);
-    bool done = false;
-    if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
-        Located members(buffers_.located);
-        done = find_mutable_members(reader, type, members) && walk_located(members, sink);
-    } else if (extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2) {
-        ByteReader inner;
-        if (!enter_header(reader, inner))
-            return false;
-        done = walk_plain_members(inner, type, true, sink, nullptr) && leave_header(inner);
-    } else {
-        done = walk_plain_members(reader, type, false, sink, nullptr);
-    }
-    return done && (sink == nullptr || sink->end_aggregate(type));
 }
 
 } // namespace meridian::types
