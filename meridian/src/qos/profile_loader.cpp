@@ -212,35 +212,25 @@ void ProfileLoader::fail(const Profile& profile, pugi::xml_node element, const s
     reader_.fail(element, reason);
 }
 
-void ProfileLoader::resolve_base(Profile& profile) {
-    if (!profile.element.attribute("base_name"))
+void ProfileLoader::resolve_base(Profile& profile, pugi::xml_node element, EntityQos* entity) {
+    if (!element.attribute("base_name"))
         return;
-    const std::string name = attribute(profile.element, "base_name");
+    const std::string name = attribute(element, "base_name");
     const std::vector<std::string> parts = split_name(name);
+    const bool names_element = entity != nullptr && parts.size() == 3;
+    Profile* base = nullptr;
     if (parts.size() == 1)
-        profile.base = set_.find(profile.library, parts[0]);
-    else if (parts.size() == 2)
-        profile.base = set_.find(parts[0], parts[1]);
-    if (profile.base == nullptr)
-        fail(profile, profile.element, "unknown base \"" + name + "\"");
-}
-
-void ProfileLoader::resolve_base(Profile& profile, EntityQos& entity) {
-    if (!entity.element.attribute("base_name"))
-        return;
-    const std::string name = attribute(entity.element, "base_name");
-    const std::vector<std::string> parts = split_name(name);
-    if (parts.size() == 1)
-        entity.base = set_.find(profile.library, parts[0]);
-    else if (parts.size() == 2 || parts.size() == 3)
-        entity.base = set_.find(parts[0], parts[1]);
-    if (entity.base != nullptr && parts.size() == 3) {
-        entity.base_element = parts[2];
-        if (entity.base->find(entity.kind, parts[2]) == nullptr)
-            entity.base = nullptr;
+        base = set_.find(profile.library, parts[0]);
+    else if (parts.size() == 2 || names_element)
+        base = set_.find(parts[0], parts[1]);
+    if (base != nullptr && names_element) {
+        entity->base_element = parts[2];
+        if (base->find(entity->kind, parts[2]) == nullptr)
+            base = nullptr;
     }
-    if (entity.base == nullptr)
-        fail(profile, entity.element, "unknown base \"" + name + "\"");
+    if (base == nullptr)
+        fail(profile, element, "unknown base \"" + name + "\"");
+    (entity != nullptr ? entity->base : profile.base) = base;
 }
 
 bool ProfileLoader::begin_height(Height& height) {
@@ -303,9 +293,9 @@ const Height& ProfileLoader::height_of(Profile& profile, EntityQos& entity) {
 bool ProfileLoader::finish(std::string& error) {
     for (const Library& library : set_.libraries) {
         for (const std::unique_ptr<Profile>& profile : library.profiles) {
-            resolve_base(*profile);
+            resolve_base(*profile, profile->element, nullptr);
             for (const std::unique_ptr<EntityQos>& entity : profile->entities)
-                resolve_base(*profile, *entity);
+                resolve_base(*profile, entity->element, entity.get());
         }
     }
     for (const Library& library : set_.libraries) {

@@ -33,8 +33,8 @@ class ProfileLoader {
     void keep_unknown(Profile& profile);
     std::string name_of(pugi::xml_node element);
     void fail(const Profile& profile, pugi::xml_node element, const std::string& reason);
-    void resolve_base(Profile& profile);
-    void resolve_base(Profile& profile, EntityQos& entity);
+    /// Of an element of the profile, or, without one, of the profile itself.
+    void resolve_base(Profile& profile, pugi::xml_node element, EntityQos* entity);
     bool begin_height(Height& height);
     void end_height(Height& height, int value);
     int height_over(const Profile& referrer, pugi::xml_node element, const Height& base);
