@@ -15,30 +15,7 @@ namespace {
 
 constexpr std::initializer_list<const char*> kStructureAttributes = {
     "name", "baseType", "baseClass", "extensibility", "autoid", "nested", "topLevel"};
-constexpr std::initializer_list<const char*> kMemberAttributes = {"name",
-                                                                  "type",
-                                                                  "nonBasicTypeName",
-                                                                  "stringMaxLength",
-                                                                  "sequenceMaxLength",
-                                                                  "mapKeyType",
-                                                                  "key_type",
-                                                                  "mapKeyNonBasicTypeName",
-                                                                  "mapKeyStringMaxLength",
-                                                                  "mapMaxLength",
-                                                                  "arrayDimensions",
-                                                                  "key",
-                                                                  "optional",
-                                                                  "mustUnderstand",
-                                                                  "external",
-                                                                  "id",
-                                                                  "hashid",
-                                                                  "hashId",
-                                                                  "default",
-                                                                  "min",
-                                                                  "max",
-                                                                  "unit",
-                                                                  "tryConstruct",
-                                                                  "visibility"};
+/// Of what has a name and a type.
 constexpr std::initializer_list<const char*> kTypedefAttributes = {"name",
                                                                    "type",
                                                                    "nonBasicTypeName",
@@ -54,6 +31,9 @@ constexpr std::initializer_list<const char*> kTypedefAttributes = {"name",
                                                                    "min",
                                                                    "max",
                                                                    "unit"};
+/// Of members beyond those.
+constexpr std::initializer_list<const char*> kMemberAttributes = {
+    "key", "optional", "mustUnderstand", "external", "id", "hashid", "hashId", "tryConstruct", "visibility"};
 
 } // namespace
 
@@ -336,7 +316,7 @@ bool DocumentBuilder::read_extensibility(Type& type, const pugi::xml_node& node)
 }
 
 bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, unsigned depth) {
-    if (!holds_only(node, kMemberAttributes, {}, "a member"))
+    if (!holds_only(node, kTypedefAttributes, {}, "a member", kMemberAttributes))
         return false;
     member.name = node.attribute("name").value();
     if (!is_identifier(member.name)) {
@@ -353,8 +333,9 @@ bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, un
 }
 
 bool DocumentBuilder::holds_only(const pugi::xml_node& node, std::initializer_list<const char*> attributes,
-                                 std::initializer_list<std::string_view> elements, const char* what) {
-    reader_.check_attributes(node, attributes);
+                                 std::initializer_list<std::string_view> elements, const char* what,
+                                 std::initializer_list<const char*> more_attributes) {
+    reader_.check_attributes(node, attributes, more_attributes);
     for (const pugi::xml_node& child : reader_.children(node, xml::ElementReader::Attributes::any)) {
         const std::string_view name = child.name();
         if (name != "annotate" && std::find(elements.begin(), elements.end(), name) == elements.end())
