@@ -85,36 +85,6 @@ bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, 
     return selected == nullptr || walk_member(branch, *selected, sink);
 }
 
-bool CdrWalker::walk_mutable_union(ByteReader& outer, const Type& type, ValueSink* sink) {
-    ByteReader inner;
-    ByteReader* reader = &outer;
-    if (version_ == CdrVersion::xcdr2) {
-        if (!enter_header(outer, inner))
-            return false;
-        reader = &inner;
-    }
-    // The discriminator comes first; peers give it different ids.
-    ByteReader parts[2];
-    size_t count = 0;
-    while (true) {
-        uint32_t id = 0;
-        bool must_understand = false;
-        bool end = false;
-        ByteReader body;
-        if (!read_mutable_header(*reader, id, must_understand, end, body))
-            return false;
-        if (end)
-            break;
-        if (count < 2)
-            parts[count++] = body;
-        else
-            return fail("a union with more than two members");
-    }
-    if (count == 0)
-        return fail("a union without a discriminator");
-    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member(parts[1]);
-}
-
 bool CdrWalker::walk_aggregate(ByteReader& reader, const Type& type, ValueSink* sink) {
     if (sink != nullptr && !sink->begin(type, 0))
         return false;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "rtps/wire/byte_reader.h"
+#include "rtps/wire/xcdr2_headers.h"
 #include "types/data/dialect.h"
 #include "types/data/members.h"
 #include "types/data/nesting.h"
@@ -137,8 +138,14 @@ class CdrWalker {
     bool measure_map(const rtps::ByteReader& header, const Member& member, rtps::ByteReader& reader,
                      rtps::ByteReader& body);
     bool find_mutable_members(rtps::ByteReader& reader, const Type& type, Located& members);
-    bool read_mutable_header(rtps::ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,
-                             rtps::ByteReader& body);
+    struct MutableMember : rtps::Xcdr2Member {
+        bool end = false; // no member: the list ends here
+    };
+    bool read_mutable_header(rtps::ByteReader& reader, MutableMember& member);
+    /// Calls visit(member, a reader that stands before its header, the reader behind it) for each member of a
+    /// mutable structure or union, until it returns false.
+    template <typename Visit>
+    bool visit_mutable_members(rtps::ByteReader& reader, Visit visit);
     bool walk_union_parts(rtps::ByteReader& discriminator, rtps::ByteReader& branch, const Type& type,
                           ValueSink* sink);
     bool walk_mutable_union(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
