@@ -97,7 +97,7 @@ class Check {
     void value(const std::string& policy, const Field& field, const Value& value) {
         const std::string name = policy + ": " + field.name;
         if constexpr (std::is_enum_v<Value>)
-            named(value, names_of(Of<Value>()), name);
+            named(value, kNames<Value>, name);
         else if constexpr (std::is_same_v<decltype(field.rule), Named>)
             named(value, field.rule.names, name);
         else if constexpr (std::is_same_v<Value, DDS_Duration_t>)

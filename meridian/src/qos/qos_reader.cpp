@@ -22,7 +22,7 @@ void read_record(QosReader& reader, Node element, Record& record);
 template <typename Enumeration, typename Rule>
 std::enable_if_t<std::is_enum_v<Enumeration>> read_value(QosReader& reader, Node element, Enumeration& value,
                                                          Rule) {
-    reader.enumerator(element, value, names_of(Of<Enumeration>()));
+    reader.enumerator(element, value, kNames<Enumeration>);
 }
 void read_value(QosReader& reader, Node element, bool& value, Plain) {
     reader.boolean(element, value);
