@@ -206,11 +206,8 @@ void ElementReader::mask(pugi::xml_node element, int32_t& value, Names names) {
         return;
     }
     bits = 0;
-    for (size_t start = 0; start <= all.size();) {
-        const size_t end = std::min(all.find('|', start), all.size());
-        bits |= parse_name(element, trimmed(all.substr(start, end - start)), 0, names);
-        start = end + 1;
-    }
+    for (const std::string& name : split(all, "|"))
+        bits |= parse_name(element, trimmed(name), 0, names);
     value = static_cast<int32_t>(bits);
 }
 

@@ -80,14 +80,8 @@ class JsonPrinter final : public ValueSink {
                                    find_enumerator(type, value.integer()) != nullptr;
                 return named ? text(type, value) : writer_.Int64(value.integer());
             }
-            case DDS_TK_USHORT:
-            case DDS_TK_ULONG:
-            case DDS_TK_ULONGLONG:
-            case DDS_TK_OCTET:
-            case DDS_TK_UINT8:
-                return writer_.Uint64(value.bits);
             default:
-                return writer_.Int64(value.integer());
+                return is_signed(type.kind) ? writer_.Int64(value.integer()) : writer_.Uint64(value.bits);
         }
     }
 

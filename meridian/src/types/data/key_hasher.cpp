@@ -176,6 +176,10 @@ class LargestKey {
 
   private:
     std::optional<size_t> end_of_kind(const Type& type, bool outermost, size_t offset) {
+        const bool has_bound =
+            type.kind == DDS_TK_STRING || type.kind == DDS_TK_WSTRING || type.kind == DDS_TK_SEQUENCE;
+        if (has_bound && type.bound == 0)
+            return std::nullopt;
         switch (type.kind) {
             case DDS_TK_STRUCT:
             case DDS_TK_VALUE:
@@ -193,14 +197,12 @@ class LargestKey {
                 return end_of_elements(type, offset, count);
             }
             case DDS_TK_STRING:
-                return type.bound == 0 ? std::nullopt : std::optional(number(offset, 4) + type.bound + 1);
+                return number(offset, 4) + type.bound + 1;
             case DDS_TK_WSTRING:
-                return type.bound == 0 ? std::nullopt
-                                       : std::optional(number(offset, 4) + 2 * size_t{type.bound});
+                return number(offset, 4) + 2 * size_t{type.bound};
             case DDS_TK_SEQUENCE:
-                return type.bound == 0 ? std::nullopt
-                                       : end_of_elements(type, number(offset, 4),
-                                                         std::min<uint64_t>(type.bound, kMaxPlainKey + 1));
+                return end_of_elements(type, number(offset, 4),
+                                       std::min<uint64_t>(type.bound, kMaxPlainKey + 1));
             case DDS_TK_UNION:
             case DDS_TK_MAP:
                 return std::nullopt; // all peers hash such keys

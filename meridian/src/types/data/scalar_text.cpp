@@ -93,15 +93,11 @@ void append_scalar(std::string& out, const Type& type, const Scalar& value) {
         case DDS_TK_BITMASK:
             append_bitmask(out, type, value.bits);
             break;
-        case DDS_TK_USHORT:
-        case DDS_TK_ULONG:
-        case DDS_TK_ULONGLONG:
-        case DDS_TK_OCTET:
-        case DDS_TK_UINT8:
-            append_number(out, value.bits);
-            break;
         default:
-            append_number(out, value.integer());
+            if (is_signed(type.kind))
+                append_number(out, value.integer());
+            else
+                append_number(out, value.bits);
             break;
     }
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/text.h"
 #include "types/documents/constant_expression.h"
 #include "types/model/md5.h"
 
@@ -143,10 +144,10 @@ bool DocumentBuilder::bound(const pugi::xml_node& node, std::initializer_list<co
 
 bool DocumentBuilder::dimensions(const pugi::xml_node& node, std::vector<uint32_t>& values) {
     const pugi::xml_attribute attribute = node.attribute("arrayDimensions");
-    const std::string list = attribute.value();
-    for (size_t start = 0; attribute && start <= list.size();) {
-        const size_t end = std::min(list.find(',', start), list.size());
-        const std::optional<int64_t> value = number(node, list.substr(start, end - start));
+    if (!attribute)
+        return true;
+    for (const std::string& part : split(attribute.value(), ",")) {
+        const std::optional<int64_t> value = number(node, part);
         if (!value)
             return false;
         if (*value <= 0 || *value > INT32_MAX || values.size() >= kMaxDimensions) {
@@ -154,7 +155,6 @@ bool DocumentBuilder::dimensions(const pugi::xml_node& node, std::vector<uint32_
             return false;
         }
         values.push_back(static_cast<uint32_t>(*value));
-        start = end + 1;
     }
     return true;
 }
@@ -254,22 +254,10 @@ const Type* DocumentBuilder::type_named(const std::string& full, unsigned depth)
     if (known != nodes_.end())
         return known->second;
     const Declaration& declaration = set_.types.at(full);
-    const std::string_view element = declaration.node.name();
     const DeclarationScope scope(*this, declaration);
-    DDS_TCKind kind = DDS_TK_STRUCT;
-    if (element == "union")
-        kind = DDS_TK_UNION;
-    else if (element == "enum")
-        kind = DDS_TK_ENUM;
-    else if (element == "typedef")
-        kind = DDS_TK_ALIAS;
-    else if (element == "bitmask")
-        kind = DDS_TK_BITMASK;
-    else if (element == "bitset")
-        kind = DDS_TK_BITSET;
     if (depth > kMaxTypeDepth)
         return fail(declaration.node, "types nest deeper than " + std::to_string(kMaxTypeDepth));
-    Type* made = node_of(kind, declaration.node);
+    Type* made = node_of(declared_kind(declaration.node.name()), declaration.node);
     if (made == nullptr)
         return nullptr;
     made->name = full;

@@ -89,6 +89,8 @@ class TypeBuilder {
     bool fill_enumerated(Type& type, const TypeObject& object);
     bool fill_bitset(Type& type, const TypeObject& object);
     bool fill_collection(Type& type, const TypeObject& object, unsigned depth);
+    /// The types of elements and, where there are keys, of those.
+    bool fill_parts(Type& type, const TypeIdentifier& element, const TypeIdentifier* key, unsigned depth);
     static Member member_of(const TypeObject& object, const TypeObjectMember& source, int64_t number);
 
     const TypeLibrary& library_;
@@ -205,15 +207,15 @@ const Type* TypeBuilder::collection(const TypeIdentifier& id, unsigned depth) {
         return nullptr;
     made->bound = id.bound;
     made->dimensions = id.dimensions;
-    made->content = type_of(*id.element, depth + 1);
-    if (made->content == nullptr)
-        return nullptr;
-    if (id.key != nullptr) {
-        made->key = type_of(*id.key, depth + 1);
-        if (made->key == nullptr)
-            return nullptr;
-    }
-    return made;
+    return fill_parts(*made, *id.element, id.key.get(), depth) ? made : nullptr;
+}
+
+bool TypeBuilder::fill_parts(Type& type, const TypeIdentifier& element, const TypeIdentifier* key,
+                             unsigned depth) {
+    type.content = type_of(element, depth + 1);
+    if (type.content != nullptr && key != nullptr)
+        type.key = type_of(*key, depth + 1);
+    return type.content != nullptr && (key == nullptr || type.key != nullptr);
 }
 
 const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
@@ -360,14 +362,8 @@ bool TypeBuilder::fill_collection(Type& type, const TypeObject& object, unsigned
     type.dimensions = object.dimensions;
     if (type.kind == DDS_TK_ARRAY && type.dimensions.empty())
         return false;
-    type.content = type_of(object.element, depth + 1);
-    if (type.content == nullptr)
+    if (!fill_parts(type, object.element, type.kind == DDS_TK_MAP ? &object.key : nullptr, depth))
         return false;
-    if (type.kind == DDS_TK_MAP) {
-        type.key = type_of(object.key, depth + 1);
-        if (type.key == nullptr)
-            return false;
-    }
     return type.kind != DDS_TK_ALIAS || resolve_alias(&type) != nullptr;
 }
 
