@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const rtps::ByteView bytes(data + 1, size - 1);
     TypeInformation information;
     if (decode(bytes, order, information) && information.best() != nullptr)
-        to_string(information.best()->type.id);
+        to_string(information.best()->type.id.hash);
     TypeLibrary library;
     rtps::ByteReader reader(bytes, order, rtps::kXcdr2MaxAlignment);
     std::vector<TypeObjectPair> pairs;

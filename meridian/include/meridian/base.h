@@ -6,14 +6,11 @@
 #include <cstdint>
 
 using DDS_Boolean = bool;
-using DDS_Char = char;
 using DDS_Octet = uint8_t;
 using DDS_Short = int16_t;
 using DDS_UnsignedShort = uint16_t;
 using DDS_Long = int32_t;
 using DDS_UnsignedLong = uint32_t;
-using DDS_LongLong = int64_t;
-using DDS_UnsignedLongLong = uint64_t;
 
 using DDS_DomainId_t = DDS_Long;
 

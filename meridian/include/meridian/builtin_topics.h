@@ -39,25 +39,23 @@ struct DDS_ParticipantBuiltinTopicData {
     DDS_Duration_t lease_duration{100, 0};
 };
 
-/// Members that publications and subscriptions share.
-struct DDS_EndpointBuiltinTopicData {
+/// Owned; never null in a sample with valid data.
+struct DDS_EndpointNames {
+    char* topic_name = nullptr;
+    char* type_name = nullptr;
+
+    DDS_EndpointNames() = default;
+    DDS_EndpointNames(const DDS_EndpointNames& other);
+    DDS_EndpointNames& operator=(const DDS_EndpointNames& other);
+    ~DDS_EndpointNames();
+};
+/// Members that publications and subscriptions share; the group policies are those of the publisher or
+/// subscriber.
+struct DDS_EndpointBuiltinTopicData : DDS_EndpointNames, DDS_EndpointPolicies, DDS_GroupPolicies {
     DDS_BuiltinTopicKey_t key{};
     DDS_BuiltinTopicKey_t participant_key{};
-    char* topic_name = nullptr; // owned, never null in a sample with valid data
-    char* type_name = nullptr;  // owned, likewise
-    DDS_DurabilityQosPolicy durability;
-    DDS_DeadlineQosPolicy deadline;
-    DDS_LatencyBudgetQosPolicy latency_budget;
-    DDS_LivelinessQosPolicy liveliness;
-    DDS_ReliabilityQosPolicy reliability;
-    DDS_OwnershipQosPolicy ownership;
-    DDS_DestinationOrderQosPolicy destination_order;
-    DDS_PresentationQosPolicy presentation;
-    DDS_PartitionQosPolicy partition; // of the publisher or subscriber
     DDS_UserDataQosPolicy user_data;
     DDS_TopicDataQosPolicy topic_data;
-    DDS_GroupDataQosPolicy group_data;
-    DDS_DataRepresentationQosPolicy representation;
     DDS_LocatorSeq unicast_locators;     // of the endpoint; its participant's default ones count when empty
     DDS_EntityNameQosPolicy entity_name; // publication or subscription name
     DDS_PropertyQosPolicy property;
@@ -67,11 +65,6 @@ struct DDS_EndpointBuiltinTopicData {
     /// The type information as the endpoint announced it (DDS-XTypes 1.3, 7.6.3.2.2), serialized; empty when
     /// it announced none.
     DDS_OctetSeq type_information;
-
-    DDS_EndpointBuiltinTopicData() = default;
-    DDS_EndpointBuiltinTopicData(const DDS_EndpointBuiltinTopicData& other);
-    DDS_EndpointBuiltinTopicData& operator=(const DDS_EndpointBuiltinTopicData& other);
-    ~DDS_EndpointBuiltinTopicData();
 };
 struct DDS_PublicationBuiltinTopicData : DDS_EndpointBuiltinTopicData {
     DDS_LifespanQosPolicy lifespan;

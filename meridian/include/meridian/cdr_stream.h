@@ -53,12 +53,10 @@ bool QUIXCdrStream_align(QUIXCdrStream* stream, DDS_UnsignedLong alignment);
 bool QUIXCdrStream_skip(QUIXCdrStream* stream, DDS_UnsignedLong count);
 
 /// Align to the size, read in the byte order of the stream and advance. False, and the position unchanged,
-/// when the bytes do not suffice. The 16-byte form (long double) aligns to 8 and delivers host byte order.
+/// when the bytes do not suffice.
 bool QUIXCdrStream_read1(QUIXCdrStream* stream, DDS_Octet* value);
 bool QUIXCdrStream_read2(QUIXCdrStream* stream, DDS_UnsignedShort* value);
 bool QUIXCdrStream_read4(QUIXCdrStream* stream, DDS_UnsignedLong* value);
-bool QUIXCdrStream_read8(QUIXCdrStream* stream, DDS_UnsignedLongLong* value);
-bool QUIXCdrStream_read16(QUIXCdrStream* stream, DDS_Octet value[16]);
 /// Copies `count` bytes as they stand.
 bool QUIXCdrStream_readBytes(QUIXCdrStream* stream, void* target, DDS_UnsignedLong count);
 /// A string with its 4-byte length, terminator included. *value points into the stream and is NUL-terminated

@@ -43,8 +43,6 @@ class DDSDomainParticipant : public DDSEntity {
     virtual DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) = 0;
     virtual DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) = 0;
-    virtual DDS_ReturnCode_t get_default_publisher_qos(DDS_PublisherQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_default_publisher_qos(const DDS_PublisherQos& qos) = 0;
     virtual DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) = 0;
     virtual DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) = 0;
     /// From a profile of the factory. DDS_RETCODE_ERROR when the profile does not exist.

@@ -27,8 +27,6 @@ class DDSPublisher : public DDSEntity {
     /// No other thread may use the writer any more. What readers have not acknowledged is lost to them.
     /// DDS_RETCODE_PRECONDITION_NOT_MET for a writer of another publisher.
     virtual DDS_ReturnCode_t delete_datawriter(DDSDataWriter* writer) = 0;
-    virtual DDS_ReturnCode_t get_default_datawriter_qos(DDS_DataWriterQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_default_datawriter_qos(const DDS_DataWriterQos& qos) = 0;
 
   protected:
     ~DDSPublisher() override = default;

@@ -52,11 +52,9 @@ constexpr DDS_QosPolicyId_t DDS_DEADLINE_QOS_POLICY_ID = 4;
 constexpr DDS_QosPolicyId_t DDS_LATENCYBUDGET_QOS_POLICY_ID = 5;
 constexpr DDS_QosPolicyId_t DDS_OWNERSHIP_QOS_POLICY_ID = 6;
 constexpr DDS_QosPolicyId_t DDS_LIVELINESS_QOS_POLICY_ID = 8;
-constexpr DDS_QosPolicyId_t DDS_PARTITION_QOS_POLICY_ID = 10;
 constexpr DDS_QosPolicyId_t DDS_RELIABILITY_QOS_POLICY_ID = 11;
 constexpr DDS_QosPolicyId_t DDS_DESTINATIONORDER_QOS_POLICY_ID = 12;
 constexpr DDS_QosPolicyId_t DDS_DATA_REPRESENTATION_QOS_POLICY_ID = 23;
-constexpr DDS_QosPolicyId_t DDS_TYPE_CONSISTENCY_ENFORCEMENT_QOS_POLICY_ID = 24;
 
 struct DDS_UserDataQosPolicy {
     DDS_OctetSeq value;
@@ -155,6 +153,31 @@ struct DDS_EntityNameQosPolicy {
     ~DDS_EntityNameQosPolicy();
 };
 
+// -- Policies that several entities have
+
+/// Of topics, readers and writers; endpoints announce them.
+struct DDS_EndpointPolicies {
+    DDS_DurabilityQosPolicy durability;
+    DDS_DeadlineQosPolicy deadline;
+    DDS_LatencyBudgetQosPolicy latency_budget;
+    DDS_LivelinessQosPolicy liveliness;
+    DDS_ReliabilityQosPolicy reliability;
+    DDS_DestinationOrderQosPolicy destination_order;
+    DDS_OwnershipQosPolicy ownership;
+    DDS_DataRepresentationQosPolicy representation;
+};
+/// Of what topics, readers and writers keep.
+struct DDS_HistoryPolicies {
+    DDS_HistoryQosPolicy history;
+    DDS_ResourceLimitsQosPolicy resource_limits;
+};
+/// Of publishers and subscribers; their endpoints announce them.
+struct DDS_GroupPolicies {
+    DDS_PresentationQosPolicy presentation;
+    DDS_PartitionQosPolicy partition;
+    DDS_GroupDataQosPolicy group_data;
+};
+
 // -- Factory
 
 /// Where QoS profiles come from. The string profile is one document cut into pieces that are joined as they
@@ -233,27 +256,14 @@ struct DDS_DomainParticipantQos {
 
 // -- Topic, subscriber, reader
 
-struct DDS_TopicQos {
+struct DDS_TopicQos : DDS_EndpointPolicies, DDS_HistoryPolicies {
     DDS_TopicDataQosPolicy topic_data;
-    DDS_DurabilityQosPolicy durability;
     DDS_DurabilityServiceQosPolicy durability_service;
-    DDS_DeadlineQosPolicy deadline;
-    DDS_LatencyBudgetQosPolicy latency_budget;
-    DDS_LivelinessQosPolicy liveliness;
-    DDS_ReliabilityQosPolicy reliability;
-    DDS_DestinationOrderQosPolicy destination_order;
-    DDS_HistoryQosPolicy history;
-    DDS_ResourceLimitsQosPolicy resource_limits;
     DDS_TransportPriorityQosPolicy transport_priority;
     DDS_LifespanQosPolicy lifespan;
-    DDS_OwnershipQosPolicy ownership;
-    DDS_DataRepresentationQosPolicy representation;
 };
 
-struct DDS_SubscriberQos {
-    DDS_PresentationQosPolicy presentation;
-    DDS_PartitionQosPolicy partition;
-    DDS_GroupDataQosPolicy group_data;
+struct DDS_SubscriberQos : DDS_GroupPolicies {
     DDS_EntityFactoryQosPolicy entity_factory;
     DDS_EntityNameQosPolicy subscriber_name;
 };
@@ -262,20 +272,11 @@ struct DDS_DataReaderResourceLimitsQosPolicy {
     DDS_Boolean dynamically_allocate_fragmented_samples = true;
 };
 
-struct DDS_DataReaderQos {
-    DDS_DurabilityQosPolicy durability;
-    DDS_DeadlineQosPolicy deadline;
-    DDS_LatencyBudgetQosPolicy latency_budget;
-    DDS_LivelinessQosPolicy liveliness;
-    DDS_ReliabilityQosPolicy reliability;
-    DDS_DestinationOrderQosPolicy destination_order;
-    DDS_HistoryQosPolicy history;
-    DDS_ResourceLimitsQosPolicy resource_limits;
+/// An empty representation of a reader stands for XCDR1 and XCDR2.
+struct DDS_DataReaderQos : DDS_EndpointPolicies, DDS_HistoryPolicies {
     DDS_UserDataQosPolicy user_data;
-    DDS_OwnershipQosPolicy ownership;
     DDS_TimeBasedFilterQosPolicy time_based_filter;
     DDS_ReaderDataLifecycleQosPolicy reader_data_lifecycle;
-    DDS_DataRepresentationQosPolicy representation; // empty: XCDR1 and XCDR2
     DDS_TypeConsistencyEnforcementQosPolicy type_consistency;
     DDS_DataReaderResourceLimitsQosPolicy reader_resource_limits;
     DDS_PropertyQosPolicy property;
@@ -284,31 +285,21 @@ struct DDS_DataReaderQos {
 
 // -- Publisher, writer
 
-struct DDS_PublisherQos {
-    DDS_PresentationQosPolicy presentation;
-    DDS_PartitionQosPolicy partition;
-    DDS_GroupDataQosPolicy group_data;
+struct DDS_PublisherQos : DDS_GroupPolicies {
     DDS_EntityFactoryQosPolicy entity_factory;
     DDS_EntityNameQosPolicy publisher_name;
 };
 
-struct DDS_DataWriterQos {
-    DDS_DurabilityQosPolicy durability;
+/// The first representation of a writer is written; empty stands for XCDR1.
+struct DDS_DataWriterQos : DDS_EndpointPolicies, DDS_HistoryPolicies {
+    DDS_DataWriterQos() { reliability.kind = DDS_RELIABLE_RELIABILITY_QOS; }
+
     DDS_DurabilityServiceQosPolicy durability_service; // no such service here: without effect
-    DDS_DeadlineQosPolicy deadline;
-    DDS_LatencyBudgetQosPolicy latency_budget;
-    DDS_LivelinessQosPolicy liveliness;
-    DDS_ReliabilityQosPolicy reliability{DDS_RELIABLE_RELIABILITY_QOS, {0, 100000000}};
-    DDS_DestinationOrderQosPolicy destination_order;
-    DDS_HistoryQosPolicy history;
-    DDS_ResourceLimitsQosPolicy resource_limits;
     DDS_TransportPriorityQosPolicy transport_priority; // without effect
     DDS_LifespanQosPolicy lifespan; // announced; readers apply it, the history of late joiners does not
     DDS_UserDataQosPolicy user_data;
-    DDS_OwnershipQosPolicy ownership;
     DDS_OwnershipStrengthQosPolicy ownership_strength;
     DDS_WriterDataLifecycleQosPolicy writer_data_lifecycle;
-    DDS_DataRepresentationQosPolicy representation; // the first one is written; empty: XCDR1
     DDS_PropertyQosPolicy property;
     DDS_EntityNameQosPolicy publication_name;
 };

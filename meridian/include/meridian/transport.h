@@ -20,8 +20,6 @@ struct QUIXTransport_UDP_Property {
     DDS_Long recv_socket_buffer_size = 4194304;
     DDS_Long multicast_ttl = 1;
 };
-using QUIXTransport_UDPv4_Property = QUIXTransport_UDP_Property;
-using QUIXTransport_UDPv6_Property = QUIXTransport_UDP_Property;
 
 struct QUIXTransport_Shmem_Property {
     DDS_Long message_size_max = 65507;

@@ -22,13 +22,12 @@ class DDSTypedDataReader : public DDSDataReader {
     DDS_ReturnCode_t read(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                           DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                           DDS_InstanceStateMask instance_states) {
-        return access(false, data, infos,
-                      by_states(max_samples, sample_states, view_states, instance_states));
+        return access(false, data, infos, {max_samples, sample_states, view_states, instance_states});
     }
     DDS_ReturnCode_t take(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                           DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                           DDS_InstanceStateMask instance_states) {
-        return access(true, data, infos, by_states(max_samples, sample_states, view_states, instance_states));
+        return access(true, data, infos, {max_samples, sample_states, view_states, instance_states});
     }
     DDS_ReturnCode_t read_w_condition(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                       DDSReadCondition* condition) {
@@ -54,15 +53,15 @@ class DDSTypedDataReader : public DDSDataReader {
                                    const DDS_InstanceHandle_t& instance, DDS_SampleStateMask sample_states,
                                    DDS_ViewStateMask view_states, DDS_InstanceStateMask instance_states) {
         return access(false, data, infos,
-                      of_instance(by_states(max_samples, sample_states, view_states, instance_states),
-                                  DDSSampleSelection::this_instance, instance));
+                      {max_samples, sample_states, view_states, instance_states, nullptr,
+                       DDSSampleSelection::this_instance, instance});
     }
     DDS_ReturnCode_t take_instance(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                    const DDS_InstanceHandle_t& instance, DDS_SampleStateMask sample_states,
                                    DDS_ViewStateMask view_states, DDS_InstanceStateMask instance_states) {
         return access(true, data, infos,
-                      of_instance(by_states(max_samples, sample_states, view_states, instance_states),
-                                  DDSSampleSelection::this_instance, instance));
+                      {max_samples, sample_states, view_states, instance_states, nullptr,
+                       DDSSampleSelection::this_instance, instance});
     }
     DDS_ReturnCode_t read_instance_w_condition(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                                const DDS_InstanceHandle_t& instance,
@@ -81,16 +80,16 @@ class DDSTypedDataReader : public DDSDataReader {
                                         DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                         DDS_InstanceStateMask instance_states) {
         return access(false, data, infos,
-                      of_instance(by_states(max_samples, sample_states, view_states, instance_states),
-                                  DDSSampleSelection::next_instance, previous));
+                      {max_samples, sample_states, view_states, instance_states, nullptr,
+                       DDSSampleSelection::next_instance, previous});
     }
     DDS_ReturnCode_t take_next_instance(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                         const DDS_InstanceHandle_t& previous,
                                         DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                         DDS_InstanceStateMask instance_states) {
         return access(true, data, infos,
-                      of_instance(by_states(max_samples, sample_states, view_states, instance_states),
-                                  DDSSampleSelection::next_instance, previous));
+                      {max_samples, sample_states, view_states, instance_states, nullptr,
+                       DDSSampleSelection::next_instance, previous});
     }
     DDS_ReturnCode_t read_next_instance_w_condition(Sequence& data, DDS_SampleInfoSeq& infos,
                                                     DDS_Long max_samples,
@@ -180,22 +179,6 @@ class DDSTypedDataReader : public DDSDataReader {
     DDSUntypedDataReader* untyped() const { return untyped_; }
 
   private:
-    static DDSSampleSelection by_states(DDS_Long max_samples, DDS_SampleStateMask sample_states,
-                                        DDS_ViewStateMask view_states,
-                                        DDS_InstanceStateMask instance_states) {
-        DDSSampleSelection selection;
-        selection.max_samples = max_samples;
-        selection.sample_states = sample_states;
-        selection.view_states = view_states;
-        selection.instance_states = instance_states;
-        return selection;
-    }
-    static DDSSampleSelection of_instance(DDSSampleSelection selection, DDSSampleSelection::Scope scope,
-                                          const DDS_InstanceHandle_t& instance) {
-        selection.scope = scope;
-        selection.instance = instance;
-        return selection;
-    }
     static void* element_of(void* sequence, DDS_Long index) {
         return &(*static_cast<Sequence*>(sequence))[index];
     }
@@ -206,10 +189,9 @@ class DDSTypedDataReader : public DDSDataReader {
                                         const DDS_InstanceHandle_t& instance) {
         if (condition == nullptr)
             return DDS_RETCODE_BAD_PARAMETER;
-        DDSSampleSelection selection;
-        selection.max_samples = max_samples;
-        selection.condition = condition;
-        return access(take, data, infos, of_instance(selection, scope, instance));
+        return access(take, data, infos,
+                      {max_samples, DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE,
+                       condition, scope, instance});
     }
 
     DDS_ReturnCode_t access(bool take, Sequence& data, DDS_SampleInfoSeq& infos,
@@ -245,9 +227,7 @@ class DDSTypedDataReader : public DDSDataReader {
         state.maximum = 1;
         state.element = [](void* sample, DDS_Long) { return sample; };
         state.sequence = &data;
-        DDSSampleSelection selection;
-        selection.max_samples = 1;
-        selection.sample_states = DDS_NOT_READ_SAMPLE_STATE;
+        const DDSSampleSelection selection{1, DDS_NOT_READ_SAMPLE_STATE};
         void** samples = nullptr;
         DDS_Long count = 0;
         DDS_SampleInfoSeq infos(1);

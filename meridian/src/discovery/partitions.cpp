@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/text.h"
 #include "rtps/protocol/qos_matching.h"
 
 namespace meridian::discovery {
@@ -32,16 +33,7 @@ std::string join_partitions(const PartitionList& names) {
 }
 
 PartitionList split_partitions(const std::string& text) {
-    PartitionList names;
-    if (text.empty())
-        return names;
-    size_t start = 0;
-    for (size_t comma = text.find(','); comma != std::string::npos; comma = text.find(',', start)) {
-        names.push_back(text.substr(start, comma - start));
-        start = comma + 1;
-    }
-    names.push_back(text.substr(start));
-    return names;
+    return text.empty() ? PartitionList() : split(text, ",");
 }
 
 PartitionList participant_partitions(const std::vector<rtps::Property>& properties) {

@@ -1,5 +1,7 @@
 #include "platform/text.h"
 
+#include <algorithm>
+
 namespace meridian {
 
 namespace {
@@ -46,6 +48,16 @@ std::string trimmed(std::string_view text) {
     if (first == std::string_view::npos)
         return {};
     return std::string(text.substr(first, text.find_last_not_of(kBlanks) - first + 1));
+}
+
+std::vector<std::string> split(std::string_view text, std::string_view separator) {
+    std::vector<std::string> parts;
+    for (size_t start = 0; start <= text.size();) {
+        const size_t end = std::min(text.find(separator, start), text.size());
+        parts.emplace_back(text.substr(start, end - start));
+        start = end + separator.size();
+    }
+    return parts;
 }
 
 void append_code_point(std::string& out, char32_t point) {

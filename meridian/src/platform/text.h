@@ -6,11 +6,14 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace meridian {
 
 /// Without blanks, tabs and line ends at both ends.
 std::string trimmed(std::string_view text);
+/// The parts between the separators, empty ones included; a text without separators is one part.
+std::vector<std::string> split(std::string_view text, std::string_view separator);
 
 /// Appends a character as UTF-8.
 void append_code_point(std::string& out, char32_t point);

@@ -97,7 +97,7 @@ class Check {
     void value(const std::string& policy, const Field& field, const Value& value) {
         const std::string name = policy + ": " + field.name;
         if constexpr (std::is_enum_v<Value>)
-            named(value, names_of(Of<Value>()), name);
+            named(value, kNames<Value>, name);
         else if constexpr (std::is_same_v<decltype(field.rule), Named>)
             named(value, field.rule.names, name);
         else if constexpr (std::is_same_v<Value, DDS_Duration_t>)
@@ -164,11 +164,11 @@ bool equal(const Value& a, const Value& b) {
     }
 }
 
-} // namespace
+/// What can be said of an entity beyond each value by itself and the groups of policies.
+template <typename Qos>
+void check_further(Check&, const Qos&) {}
 
-std::string check_consistency(const DDS_DomainParticipantQos& qos) {
-    Check check;
-    check.values(qos);
+void check_further(Check& check, const DDS_DomainParticipantQos& qos) {
     check.require(qos.wire_protocol.participant_id >= -1,
                   "wire_protocol: participant_id is " + std::to_string(qos.wire_protocol.participant_id) +
                       ", must be -1 (the first free one) or more");
@@ -201,46 +201,30 @@ std::string check_consistency(const DDS_DomainParticipantQos& qos) {
                       std::string("partition: the participant partition \"") + (name == nullptr ? "" : name) +
                           "\" holds a comma");
     }
-    return check.reason();
 }
 
-std::string check_consistency(const DDS_TopicQos& qos) {
-    Check check;
-    check.values(qos);
-    check.common(qos);
+void check_further(Check& check, const DDS_TopicQos& qos) {
     const DDS_DurabilityServiceQosPolicy& service = qos.durability_service;
     check.history("durability_service: ", service.history_kind, service.history_depth, service.max_samples,
                   service.max_instances, service.max_samples_per_instance);
-    return check.reason();
 }
 
-std::string check_consistency(const DDS_SubscriberQos& qos) {
-    Check check;
-    check.values(qos);
-    check.presentation(qos.presentation);
-    return check.reason();
-}
-
-std::string check_consistency(const DDS_DataReaderQos& qos) {
-    Check check;
-    check.values(qos);
-    check.common(qos);
+void check_further(Check& check, const DDS_DataReaderQos& qos) {
     check.require(!(qos.deadline.period < qos.time_based_filter.minimum_separation),
                   "deadline: period is below the minimum_separation of time_based_filter");
-    return check.reason();
 }
 
-std::string check_consistency(const DDS_PublisherQos& qos) {
-    Check check;
-    check.values(qos);
-    check.presentation(qos.presentation);
-    return check.reason();
-}
+} // namespace
 
-std::string check_consistency(const DDS_DataWriterQos& qos) {
+template <typename Qos>
+std::string check_consistency(const Qos& qos) {
     Check check;
     check.values(qos);
-    check.common(qos);
+    if constexpr (std::is_base_of_v<DDS_GroupPolicies, Qos>)
+        check.presentation(qos.presentation);
+    if constexpr (std::is_base_of_v<DDS_HistoryPolicies, Qos>)
+        check.common(qos);
+    check_further(check, qos);
     return check.reason();
 }
 
@@ -254,6 +238,12 @@ std::string changed_immutable_policy(const Qos& before, const Qos& after) {
     return name;
 }
 
+template std::string check_consistency(const DDS_DomainParticipantQos&);
+template std::string check_consistency(const DDS_TopicQos&);
+template std::string check_consistency(const DDS_SubscriberQos&);
+template std::string check_consistency(const DDS_DataReaderQos&);
+template std::string check_consistency(const DDS_PublisherQos&);
+template std::string check_consistency(const DDS_DataWriterQos&);
 template std::string changed_immutable_policy(const DDS_DomainParticipantQos&,
                                               const DDS_DomainParticipantQos&);
 template std::string changed_immutable_policy(const DDS_TopicQos&, const DDS_TopicQos&);

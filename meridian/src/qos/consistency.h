@@ -10,12 +10,9 @@
 
 namespace meridian::qos {
 
-std::string check_consistency(const DDS_DomainParticipantQos& qos);
-std::string check_consistency(const DDS_TopicQos& qos);
-std::string check_consistency(const DDS_SubscriberQos& qos);
-std::string check_consistency(const DDS_DataReaderQos& qos);
-std::string check_consistency(const DDS_PublisherQos& qos);
-std::string check_consistency(const DDS_DataWriterQos& qos);
+/// For the QoS of participants, topics, publishers, subscribers, readers and writers.
+template <typename Qos>
+std::string check_consistency(const Qos& qos);
 
 /// The name of a policy that cannot change once the entity is enabled and has changed, for
 /// DDS_RETCODE_IMMUTABLE_POLICY; else an empty string. For the same QoS records.

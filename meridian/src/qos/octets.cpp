@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "platform/text.h"
+
 namespace meridian::qos {
 
 namespace {
@@ -29,13 +31,11 @@ bool to_octet(std::string number, DDS_Octet& octet) {
 }
 
 std::string decode_list(const std::string& text, std::vector<DDS_Octet>& octets) {
-    for (size_t start = 0; start <= text.size();) {
-        const size_t end = std::min(text.find(',', start), text.size());
+    for (const std::string& number : split(text, ",")) {
         DDS_Octet octet = 0;
-        if (!to_octet(text.substr(start, end - start), octet))
+        if (!to_octet(number, octet))
             return "octet " + std::to_string(octets.size() + 1) + " is not a number from 0 to 255";
         octets.push_back(octet);
-        start = end + 1;
     }
     return {};
 }

@@ -94,31 +94,46 @@ struct IsRecord<T, std::void_t<decltype(fields_of(Of<T>()))>> : std::true_type {
 
 // -- Names of values
 
-inline constexpr NamedValue kDurabilities[] = {
+/// Those of an enumeration.
+template <typename Enumeration>
+inline constexpr Names kNames{};
+
+template <>
+inline constexpr NamedValue kNames<DDS_DurabilityQosPolicyKind>[] = {
     {"VOLATILE_DURABILITY_QOS", DDS_VOLATILE_DURABILITY_QOS},
     {"TRANSIENT_LOCAL_DURABILITY_QOS", DDS_TRANSIENT_LOCAL_DURABILITY_QOS},
     {"TRANSIENT_DURABILITY_QOS", DDS_TRANSIENT_DURABILITY_QOS},
     {"PERSISTENT_DURABILITY_QOS", DDS_PERSISTENT_DURABILITY_QOS}};
-inline constexpr NamedValue kLivelinesses[] = {
+template <>
+inline constexpr NamedValue kNames<DDS_LivelinessQosPolicyKind>[] = {
     {"AUTOMATIC_LIVELINESS_QOS", DDS_AUTOMATIC_LIVELINESS_QOS},
     {"MANUAL_BY_PARTICIPANT_LIVELINESS_QOS", DDS_MANUAL_BY_PARTICIPANT_LIVELINESS_QOS},
     {"MANUAL_BY_TOPIC_LIVELINESS_QOS", DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS}};
-inline constexpr NamedValue kReliabilities[] = {
+template <>
+inline constexpr NamedValue kNames<DDS_ReliabilityQosPolicyKind>[] = {
     {"BEST_EFFORT_RELIABILITY_QOS", DDS_BEST_EFFORT_RELIABILITY_QOS},
     {"RELIABLE_RELIABILITY_QOS", DDS_RELIABLE_RELIABILITY_QOS}};
-inline constexpr NamedValue kOwnerships[] = {{"SHARED_OWNERSHIP_QOS", DDS_SHARED_OWNERSHIP_QOS},
-                                             {"EXCLUSIVE_OWNERSHIP_QOS", DDS_EXCLUSIVE_OWNERSHIP_QOS}};
-inline constexpr NamedValue kDestinationOrders[] = {
+template <>
+inline constexpr NamedValue kNames<DDS_OwnershipQosPolicyKind>[] = {
+    {"SHARED_OWNERSHIP_QOS", DDS_SHARED_OWNERSHIP_QOS},
+    {"EXCLUSIVE_OWNERSHIP_QOS", DDS_EXCLUSIVE_OWNERSHIP_QOS}};
+template <>
+inline constexpr NamedValue kNames<DDS_DestinationOrderQosPolicyKind>[] = {
     {"BY_RECEPTION_TIMESTAMP_DESTINATIONORDER_QOS", DDS_BY_RECEPTION_TIMESTAMP_DESTINATIONORDER_QOS},
     {"BY_SOURCE_TIMESTAMP_DESTINATIONORDER_QOS", DDS_BY_SOURCE_TIMESTAMP_DESTINATIONORDER_QOS}};
-inline constexpr NamedValue kAccessScopes[] = {{"INSTANCE_PRESENTATION_QOS", DDS_INSTANCE_PRESENTATION_QOS},
-                                               {"TOPIC_PRESENTATION_QOS", DDS_TOPIC_PRESENTATION_QOS},
-                                               {"GROUP_PRESENTATION_QOS", DDS_GROUP_PRESENTATION_QOS}};
-inline constexpr NamedValue kHistories[] = {{"KEEP_LAST_HISTORY_QOS", DDS_KEEP_LAST_HISTORY_QOS},
-                                            {"KEEP_ALL_HISTORY_QOS", DDS_KEEP_ALL_HISTORY_QOS}};
-inline constexpr NamedValue kTypeConsistencies[] = {{"DISALLOW_TYPE_COERCION", DDS_DISALLOW_TYPE_COERCION},
-                                                    {"ALLOW_TYPE_COERCION", DDS_ALLOW_TYPE_COERCION},
-                                                    {"AUTO_TYPE_COERCION", DDS_AUTO_TYPE_COERCION}};
+template <>
+inline constexpr NamedValue kNames<DDS_PresentationQosPolicyAccessScopeKind>[] = {
+    {"INSTANCE_PRESENTATION_QOS", DDS_INSTANCE_PRESENTATION_QOS},
+    {"TOPIC_PRESENTATION_QOS", DDS_TOPIC_PRESENTATION_QOS},
+    {"GROUP_PRESENTATION_QOS", DDS_GROUP_PRESENTATION_QOS}};
+template <>
+inline constexpr NamedValue kNames<DDS_HistoryQosPolicyKind>[] = {
+    {"KEEP_LAST_HISTORY_QOS", DDS_KEEP_LAST_HISTORY_QOS}, {"KEEP_ALL_HISTORY_QOS", DDS_KEEP_ALL_HISTORY_QOS}};
+template <>
+inline constexpr NamedValue kNames<DDS_TypeConsistencyKind>[] = {
+    {"DISALLOW_TYPE_COERCION", DDS_DISALLOW_TYPE_COERCION},
+    {"ALLOW_TYPE_COERCION", DDS_ALLOW_TYPE_COERCION},
+    {"AUTO_TYPE_COERCION", DDS_AUTO_TYPE_COERCION}};
 inline constexpr NamedValue kRepresentations[] = {
     {"XCDR_DATA_REPRESENTATION", DDS_XCDR_DATA_REPRESENTATION},
     {"XML_DATA_REPRESENTATION", DDS_XML_DATA_REPRESENTATION},
@@ -135,31 +150,6 @@ inline constexpr NamedValue kDiscoveryPlugins[] = {
     {"SDP2", DDS_DISCOVERYCONFIG_BUILTIN_SDP2}};
 inline constexpr NamedValue kUnlimited[] = {{"LENGTH_UNLIMITED", DDS_LENGTH_UNLIMITED}};
 inline constexpr NamedValue kAutoId[] = {{"RTPS_AUTO_ID", DDS_RTPS_AUTO_ID}};
-
-constexpr Names names_of(Of<DDS_DurabilityQosPolicyKind>) {
-    return kDurabilities;
-}
-constexpr Names names_of(Of<DDS_LivelinessQosPolicyKind>) {
-    return kLivelinesses;
-}
-constexpr Names names_of(Of<DDS_ReliabilityQosPolicyKind>) {
-    return kReliabilities;
-}
-constexpr Names names_of(Of<DDS_OwnershipQosPolicyKind>) {
-    return kOwnerships;
-}
-constexpr Names names_of(Of<DDS_DestinationOrderQosPolicyKind>) {
-    return kDestinationOrders;
-}
-constexpr Names names_of(Of<DDS_PresentationQosPolicyAccessScopeKind>) {
-    return kAccessScopes;
-}
-constexpr Names names_of(Of<DDS_HistoryQosPolicyKind>) {
-    return kHistories;
-}
-constexpr Names names_of(Of<DDS_TypeConsistencyKind>) {
-    return kTypeConsistencies;
-}
 
 inline constexpr Number kAnyNumber{INT32_MIN, INT32_MAX, {}};
 inline constexpr Number kPositive{1, INT32_MAX, {}};

@@ -40,14 +40,9 @@ constexpr size_t kMaxEntities = 256;
 
 /// "a::b::c" into its parts; none when a part is empty.
 std::vector<std::string> split_name(const std::string& name) {
-    std::vector<std::string> parts;
-    for (size_t start = 0; start <= name.size();) {
-        const size_t end = std::min(name.find("::", start), name.size());
-        parts.push_back(name.substr(start, end - start));
-        if (parts.back().empty())
-            return {};
-        start = end + 2;
-    }
+    std::vector<std::string> parts = split(name, "::");
+    if (std::find(parts.begin(), parts.end(), "") != parts.end())
+        parts.clear();
     return parts;
 }
 
@@ -212,107 +207,74 @@ void ProfileLoader::fail(const Profile& profile, pugi::xml_node element, const s
     reader_.fail(element, reason);
 }
 
-void ProfileLoader::resolve_base(Profile& profile) {
-    if (!profile.element.attribute("base_name"))
+void ProfileLoader::resolve_base(Profile& profile, pugi::xml_node element, EntityQos* entity) {
+    if (!element.attribute("base_name"))
         return;
-    const std::string name = attribute(profile.element, "base_name");
+    const std::string name = attribute(element, "base_name");
     const std::vector<std::string> parts = split_name(name);
+    const bool names_element = entity != nullptr && parts.size() == 3;
+    Profile* base = nullptr;
     if (parts.size() == 1)
-        profile.base = set_.find(profile.library, parts[0]);
-    else if (parts.size() == 2)
-        profile.base = set_.find(parts[0], parts[1]);
-    if (profile.base == nullptr)
-        fail(profile, profile.element, "unknown base \"" + name + "\"");
-}
-
-void ProfileLoader::resolve_base(Profile& profile, EntityQos& entity) {
-    if (!entity.element.attribute("base_name"))
-        return;
-    const std::string name = attribute(entity.element, "base_name");
-    const std::vector<std::string> parts = split_name(name);
-    if (parts.size() == 1)
-        entity.base = set_.find(profile.library, parts[0]);
-    else if (parts.size() == 2 || parts.size() == 3)
-        entity.base = set_.find(parts[0], parts[1]);
-    if (entity.base != nullptr && parts.size() == 3) {
-        entity.base_element = parts[2];
-        if (entity.base->find(entity.kind, parts[2]) == nullptr)
-            entity.base = nullptr;
+        base = set_.find(profile.library, parts[0]);
+    else if (parts.size() == 2 || names_element)
+        base = set_.find(parts[0], parts[1]);
+    if (base != nullptr && names_element) {
+        entity->base_element = parts[2];
+        if (base->find(entity->kind, parts[2]) == nullptr)
+            base = nullptr;
     }
-    if (entity.base == nullptr)
-        fail(profile, entity.element, "unknown base \"" + name + "\"");
+    if (base == nullptr)
+        fail(profile, element, "unknown base \"" + name + "\"");
+    (entity != nullptr ? entity->base : profile.base) = base;
 }
 
-bool ProfileLoader::begin_height(Height& height) {
+const Height& ProfileLoader::height_of(Profile& profile, EntityKind kind, EntityQos* entity) {
+    Height& height = entity != nullptr ? entity->height : profile.height[static_cast<size_t>(kind)];
     if (height.state != Height::State::unknown || !reader_.ok())
-        return false;
+        return height;
     if (depth_ > kMaxRecursion) {
         height.value = kMaxHeight; // or more, which need not be known
-        return false;
+        return height;
     }
     height.state = Height::State::in_work;
     ++depth_;
-    return true;
-}
-
-void ProfileLoader::end_height(Height& height, int value) {
+    int value = 0;
+    const bool has_own_base = entity != nullptr && entity->base != nullptr;
+    if (Profile* base = has_own_base ? entity->base : profile.base) {
+        const pugi::xml_node element = has_own_base ? entity->element : profile.element;
+        EntityQos* base_entity =
+            has_own_base && !entity->base_element.empty() ? base->find(kind, entity->base_element) : nullptr;
+        const Height& over = height_of(*base, kind, base_entity);
+        if (over.state == Height::State::in_work)
+            fail(profile, element, "base \"" + attribute(element, "base_name") + "\" leads back to itself");
+        else if (over.value >= kMaxHeight)
+            fail(profile, element, "more than " + std::to_string(kMaxHeight) + " bases in a row");
+        value = over.value + 1;
+    }
+    if (entity == nullptr) {
+        for (const std::unique_ptr<EntityQos>& own : profile.entities) {
+            if (own->kind == kind)
+                value = std::max(value, height_of(profile, kind, own.get()).value);
+        }
+    }
     --depth_;
     height = {Height::State::known, value};
-}
-
-int ProfileLoader::height_over(const Profile& referrer, pugi::xml_node element, const Height& base) {
-    if (base.state == Height::State::in_work)
-        fail(referrer, element, "base \"" + attribute(element, "base_name") + "\" leads back to itself");
-    else if (base.value >= kMaxHeight)
-        fail(referrer, element, "more than " + std::to_string(kMaxHeight) + " bases in a row");
-    return base.value + 1;
-}
-
-const Height& ProfileLoader::height_of(Profile& profile, EntityKind kind) {
-    Height& height = profile.height[static_cast<size_t>(kind)];
-    if (!begin_height(height))
-        return height;
-    int value = 0;
-    if (profile.base != nullptr)
-        value = height_over(profile, profile.element, height_of(*profile.base, kind));
-    for (const std::unique_ptr<EntityQos>& entity : profile.entities) {
-        if (entity->kind == kind)
-            value = std::max(value, height_of(profile, *entity).value);
-    }
-    end_height(height, value);
     return height;
-}
-
-const Height& ProfileLoader::height_of(Profile& profile, EntityQos& entity) {
-    if (!begin_height(entity.height))
-        return entity.height;
-    int value = 0;
-    if (entity.base == nullptr) {
-        if (profile.base != nullptr)
-            value = height_over(profile, profile.element, height_of(*profile.base, entity.kind));
-    } else if (entity.base_element.empty()) {
-        value = height_over(profile, entity.element, height_of(*entity.base, entity.kind));
-    } else {
-        EntityQos* base = entity.base->find(entity.kind, entity.base_element);
-        value = height_over(profile, entity.element, height_of(*entity.base, *base));
-    }
-    end_height(entity.height, value);
-    return entity.height;
 }
 
 bool ProfileLoader::finish(std::string& error) {
     for (const Library& library : set_.libraries) {
         for (const std::unique_ptr<Profile>& profile : library.profiles) {
-            resolve_base(*profile);
+            resolve_base(*profile, profile->element, nullptr);
             for (const std::unique_ptr<EntityQos>& entity : profile->entities)
-                resolve_base(*profile, *entity);
+                resolve_base(*profile, entity->element, entity.get());
         }
     }
     for (const Library& library : set_.libraries) {
         for (const std::unique_ptr<Profile>& profile : library.profiles) {
             for (const EntityKind kind :
                  {EntityKind::participant, EntityKind::topic, EntityKind::subscriber, EntityKind::datareader})
-                height_of(*profile, kind);
+                height_of(*profile, kind, nullptr);
         }
     }
     error = reader_.error();

@@ -33,13 +33,10 @@ class ProfileLoader {
     void keep_unknown(Profile& profile);
     std::string name_of(pugi::xml_node element);
     void fail(const Profile& profile, pugi::xml_node element, const std::string& reason);
-    void resolve_base(Profile& profile);
-    void resolve_base(Profile& profile, EntityQos& entity);
-    bool begin_height(Height& height);
-    void end_height(Height& height, int value);
-    int height_over(const Profile& referrer, pugi::xml_node element, const Height& base);
-    const Height& height_of(Profile& profile, EntityKind kind);
-    const Height& height_of(Profile& profile, EntityQos& entity);
+    /// Of an element of the profile, or, without one, of the profile itself.
+    void resolve_base(Profile& profile, pugi::xml_node element, EntityQos* entity);
+    /// Of an element of the profile, or, without one, of all that the profile has of that kind.
+    const Height& height_of(Profile& profile, EntityKind kind, EntityQos* entity);
 
     ProfileSet& set_;
     const xml::Document* document_ = nullptr; // of the elements at hand

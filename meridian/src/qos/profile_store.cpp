@@ -19,15 +19,12 @@ namespace {
 /// The files of a URL profile, without "file://".
 std::vector<std::string> file_names(const char* url_list) {
     std::vector<std::string> names;
-    const std::string all = url_list == nullptr ? "" : url_list;
-    for (size_t start = 0; start <= all.size();) {
-        const size_t end = std::min(all.find(';', start), all.size());
-        std::string name = trimmed(all.substr(start, end - start));
+    for (const std::string& part : split(url_list == nullptr ? "" : url_list, ";")) {
+        std::string name = trimmed(part);
         if (name.compare(0, 7, "file://") == 0)
             name.erase(0, 7);
         if (!name.empty())
             names.push_back(name);
-        start = end + 1;
     }
     return names;
 }

@@ -22,7 +22,7 @@ void read_record(QosReader& reader, Node element, Record& record);
 template <typename Enumeration, typename Rule>
 std::enable_if_t<std::is_enum_v<Enumeration>> read_value(QosReader& reader, Node element, Enumeration& value,
                                                          Rule) {
-    reader.enumerator(element, value, names_of(Of<Enumeration>()));
+    reader.enumerator(element, value, kNames<Enumeration>);
 }
 void read_value(QosReader& reader, Node element, bool& value, Plain) {
     reader.boolean(element, value);
@@ -155,18 +155,14 @@ void read_record(QosReader& reader, Node element, Record& record) {
 
 } // namespace
 
-void QosReader::read(Node element, DDS_DomainParticipantQos& qos) {
+template <typename Qos>
+void QosReader::read(Node element, Qos& qos) {
     read_record(*this, element, qos);
 }
-void QosReader::read(Node element, DDS_TopicQos& qos) {
-    read_record(*this, element, qos);
-}
-void QosReader::read(Node element, DDS_SubscriberQos& qos) {
-    read_record(*this, element, qos);
-}
-void QosReader::read(Node element, DDS_DataReaderQos& qos) {
-    read_record(*this, element, qos);
-}
+template void QosReader::read(Node, DDS_DomainParticipantQos&);
+template void QosReader::read(Node, DDS_TopicQos&);
+template void QosReader::read(Node, DDS_SubscriberQos&);
+template void QosReader::read(Node, DDS_DataReaderQos&);
 
 void QosReader::duration(Node element, DDS_Duration_t& value) {
     DurationParts parts;

@@ -13,11 +13,9 @@ namespace meridian::qos {
 class QosReader : public xml::ElementReader {
   public:
     /// Reads the policies that are children of `element`, each at most once; what the element does not
-    /// mention stays.
-    void read(pugi::xml_node element, DDS_DomainParticipantQos& qos);
-    void read(pugi::xml_node element, DDS_TopicQos& qos);
-    void read(pugi::xml_node element, DDS_SubscriberQos& qos);
-    void read(pugi::xml_node element, DDS_DataReaderQos& qos);
+    /// mention stays. For the QoS of participants, topics, subscribers and readers.
+    template <typename Qos>
+    void read(pugi::xml_node element, Qos& qos);
 
     /// To read the QoS of another entity.
     void forget_durations() { stated_durations_.clear(); }

@@ -96,14 +96,16 @@ std::string ElementReader::forgive_unknown() {
     return std::exchange(is_unknown_, false) ? std::exchange(error_, {}) : std::string();
 }
 
-void ElementReader::check_attributes(pugi::xml_node element, std::initializer_list<const char*> known) {
+void ElementReader::check_attributes(pugi::xml_node element, std::initializer_list<const char*> known,
+                                     std::initializer_list<const char*> also_known) {
     std::set<std::string> seen;
     for (const pugi::xml_attribute attribute : element.attributes()) {
         const char* name = attribute.name();
-        const bool is_known = std::any_of(known.begin(), known.end(), [name](const char* candidate) {
-            return std::strcmp(candidate, name) == 0;
-        });
-        if (!is_known && !is_namespace_attribute(name))
+        const auto is_in = [name](std::initializer_list<const char*> list) {
+            return std::any_of(list.begin(), list.end(),
+                               [name](const char* candidate) { return std::strcmp(candidate, name) == 0; });
+        };
+        if (!is_in(known) && !is_in(also_known) && !is_namespace_attribute(name))
             return fail(element, std::string("unknown attribute ") + quoted(name));
         if (!seen.insert(name).second)
             return fail(element, std::string("attribute ") + quoted(name) + " appears twice");
@@ -204,11 +206,8 @@ void ElementReader::mask(pugi::xml_node element, int32_t& value, Names names) {
         return;
     }
     bits = 0;
-    for (size_t start = 0; start <= all.size();) {
-        const size_t end = std::min(all.find('|', start), all.size());
-        bits |= parse_name(element, trimmed(all.substr(start, end - start)), 0, names);
-        start = end + 1;
-    }
+    for (const std::string& name : split(all, "|"))
+        bits |= parse_name(element, trimmed(name), 0, names);
     value = static_cast<int32_t>(bits);
 }
 

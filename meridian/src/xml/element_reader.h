@@ -29,9 +29,10 @@ class ElementReader {
     /// When the first failure is an unknown element: its message, and the reader can go on. Else nothing.
     std::string forgive_unknown();
 
-    /// Fails for attributes that are not in the list, and for those that appear twice. Namespaces are
+    /// Fails for attributes that no list holds, and for those that appear twice. Namespaces are
     /// allowed.
-    void check_attributes(pugi::xml_node element, std::initializer_list<const char*> known);
+    void check_attributes(pugi::xml_node element, std::initializer_list<const char*> known,
+                          std::initializer_list<const char*> also_known = {});
 
     /// The value of an attribute, if there is one.
     void boolean_attribute(pugi::xml_node element, const char* name, bool& value);

@@ -205,8 +205,6 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
         return nullptr;
     }
     DDS_ReturnCode_t delete_publisher(DDSPublisher*) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t get_default_publisher_qos(DDS_PublisherQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_default_publisher_qos(const DDS_PublisherQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override {

@@ -21,7 +21,7 @@ using rtps::EndpointQos;
 /// "TRANSIENT_LOCAL" for TRANSIENT_LOCAL_DURABILITY_QOS.
 template <typename Kind>
 std::enable_if_t<std::is_enum_v<Kind>, std::string> text_of(Kind kind) {
-    for (const xml::NamedValue& known : names_of(qos::Of<Kind>())) {
+    for (const xml::NamedValue& known : qos::kNames<Kind>) {
         const std::string name = known.name;
         if (known.value == kind)
             return name.substr(0, name.rfind('_', name.rfind('_') - 1));

@@ -79,8 +79,6 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) override;
     DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override;
     DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) override;
-    DDS_ReturnCode_t get_default_publisher_qos(DDS_PublisherQos& qos) override;
-    DDS_ReturnCode_t set_default_publisher_qos(const DDS_PublisherQos& qos) override;
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override;
@@ -141,7 +139,6 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     TransportProperties transports_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_TopicQos default_topic_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_SubscriberQos default_subscriber_qos_ MERIDIAN_GUARDED_BY(mutex_);
-    DDS_PublisherQos default_publisher_qos_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
     Topics topics_ MERIDIAN_GUARDED_BY(mutex_);

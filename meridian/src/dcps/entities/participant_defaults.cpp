@@ -52,14 +52,6 @@ DDS_ReturnCode_t ParticipantImpl::set_default_subscriber_qos(const DDS_Subscribe
     return set_default(&ParticipantImpl::default_subscriber_qos_, qos, "subscriber");
 }
 
-DDS_ReturnCode_t ParticipantImpl::get_default_publisher_qos(DDS_PublisherQos& qos) {
-    return get_default(&ParticipantImpl::default_publisher_qos_, qos);
-}
-
-DDS_ReturnCode_t ParticipantImpl::set_default_publisher_qos(const DDS_PublisherQos& qos) {
-    return set_default(&ParticipantImpl::default_publisher_qos_, qos, "publisher");
-}
-
 DDS_ReturnCode_t ParticipantImpl::get_default_datareader_qos(DDS_DataReaderQos& qos) {
     return get_default(&ParticipantImpl::default_reader_qos_, qos);
 }

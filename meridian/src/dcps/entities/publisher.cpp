@@ -16,18 +16,4 @@ DDSDataWriter* PublisherImpl::create_datawriter(DDSTopic* description, const DDS
     return owned != nullptr ? adopt(std::move(owned)) : nullptr;
 }
 
-DDS_ReturnCode_t PublisherImpl::get_default_datawriter_qos(DDS_DataWriterQos& qos) {
-    MutexLock lock(mutex_);
-    qos = default_qos_;
-    return DDS_RETCODE_OK;
-}
-
-DDS_ReturnCode_t PublisherImpl::set_default_datawriter_qos(const DDS_DataWriterQos& qos) {
-    if (!is_consistent(qos, "writer"))
-        return DDS_RETCODE_INCONSISTENT_POLICY;
-    MutexLock lock(mutex_);
-    default_qos_ = qos;
-    return DDS_RETCODE_OK;
-}
-
 } // namespace meridian::dcps

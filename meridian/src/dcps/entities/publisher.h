@@ -33,11 +33,6 @@ class PublisherImpl final : public EndpointGroup<WriterTraits> {
     DDSDataWriter* create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos,
                                      DDSDataWriterListener* listener, DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_datawriter(DDSDataWriter* writer) override { return delete_endpoint(writer); }
-    DDS_ReturnCode_t get_default_datawriter_qos(DDS_DataWriterQos& qos) override;
-    DDS_ReturnCode_t set_default_datawriter_qos(const DDS_DataWriterQos& qos) override;
-
-  private:
-    DDS_DataWriterQos default_qos_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

@@ -86,22 +86,6 @@ bool QUIXCdrStream_read2(QUIXCdrStream* stream, DDS_UnsignedShort* value) {
 bool QUIXCdrStream_read4(QUIXCdrStream* stream, DDS_UnsignedLong* value) {
     return read(stream, value);
 }
-bool QUIXCdrStream_read8(QUIXCdrStream* stream, DDS_UnsignedLongLong* value) {
-    uint64_t number = 0;
-    if (!read(stream, &number))
-        return false;
-    *value = number;
-    return true;
-}
-
-bool QUIXCdrStream_read16(QUIXCdrStream* stream, DDS_Octet value[16]) {
-    const char* bytes = advance(*stream, 8, 16);
-    if (bytes == nullptr)
-        return false;
-    for (size_t i = 0; i < 16; ++i)
-        value[i] = static_cast<DDS_Octet>(bytes[stream->needByteSwap ? 15 - i : i]);
-    return true;
-}
 
 bool QUIXCdrStream_readBytes(QUIXCdrStream* stream, void* target, DDS_UnsignedLong count) {
     const char* bytes = advance(*stream, 1, count);

@@ -28,10 +28,6 @@ bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
     return enter_delimited(outer, inner) || fail("its length exceeds the sample");
 }
 
-bool CdrWalker::leave_header(const ByteReader& inner) {
-    return !strict_ || inner.remaining() == 0;
-}
-
 bool CdrWalker::leave_member(const ByteReader& body) {
     // XCDR1 allows the length of a member to include the padding behind it.
     const size_t padding = version_ == CdrVersion::xcdr1 ? 3 : 0;
@@ -62,14 +58,12 @@ bool CdrWalker::walk_value(ByteReader& reader, const Type* type, ValueSink* sink
     switch (type->kind) {
         case DDS_TK_STRUCT:
         case DDS_TK_VALUE:
-            return walk_structure(reader, *type, sink);
         case DDS_TK_UNION:
-            return walk_union(reader, *type, sink);
+            return walk_aggregate(reader, *type, sink);
         case DDS_TK_SEQUENCE:
         case DDS_TK_ARRAY:
-            return walk_collection(reader, *type, sink);
         case DDS_TK_MAP:
-            return walk_map(reader, *type, sink);
+            return walk_collection(reader, *type, sink);
         case DDS_TK_BITSET:
             return walk_bitset(reader, *type, sink);
         default:
@@ -91,52 +85,22 @@ bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, 
     return selected == nullptr || walk_member(branch, *selected, sink);
 }
 
-bool CdrWalker::walk_mutable_union(ByteReader& outer, const Type& type, ValueSink* sink) {
-    ByteReader inner;
-    ByteReader* reader = &outer;
-    if (version_ == CdrVersion::xcdr2) {
-        if (!enter_header(outer, inner))
-            return false;
-        reader = &inner;
-    }
-    // The discriminator comes first; peers give it different ids.
-    ByteReader parts[2];
-    size_t count = 0;
-    while (true) {
-        uint32_t id = 0;
-        bool must_understand = false;
-        bool end = false;
-        ByteReader body;
-        if (!read_mutable_header(*reader, id, must_understand, end, body))
-            return false;
-        if (end)
-            break;
-        if (count < 2)
-            parts[count++] = body;
-        else
-            return fail("a union with more than two members");
-    }
-    if (count == 0)
-        return fail("a union without a discriminator");
-    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member(parts[1]);
-}
-
-bool CdrWalker::walk_union(ByteReader& reader, const Type& type, ValueSink* sink) {
-    if (sink != nullptr && !sink->begin_aggregate(type))
+bool CdrWalker::walk_aggregate(ByteReader& reader, const Type& type, ValueSink* sink) {
+    if (sink != nullptr && !sink->begin(type, 0))
         return false;
     const DDS_ExtensibilityKind extensibility = extensibility_of(type);
+    const bool is_union = type.kind == DDS_TK_UNION;
     bool done = false;
     if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
-        done = walk_mutable_union(reader, type, sink);
-    } else if (extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2) {
-        ByteReader inner;
-        if (!enter_header(reader, inner))
-            return false;
-        done = walk_union_parts(inner, inner, type, sink) && leave_header(inner);
+        done = is_union ? walk_mutable_union(reader, type, sink) : walk_mutable_structure(reader, type, sink);
     } else {
-        done = walk_union_parts(reader, reader, type, sink);
+        const bool delimited = extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2;
+        done = walk_within(delimited, reader, [&](ByteReader& body) {
+            return is_union ? walk_union_parts(body, body, type, sink)
+                            : walk_plain_members(body, type, delimited, sink, nullptr);
+        });
     }
-    return done && (sink == nullptr || sink->end_aggregate(type));
+    return done && (sink == nullptr || sink->end(type));
 }
 
 bool CdrWalker::is_primitive_like(const Type* type) const {
@@ -200,54 +164,39 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
 }
 
 bool CdrWalker::walk_collection(ByteReader& outer, const Type& type, ValueSink* sink) {
-    ByteReader inner;
-    ByteReader* reader = &outer;
-    if (has_header(type)) {
-        if (!enter_header(outer, inner))
-            return false;
-        reader = &inner;
-    }
-    uint64_t count = 1;
-    if (type.kind == DDS_TK_SEQUENCE) {
-        uint32_t length = 0;
-        if (!reader->read(length))
-            return fail("the sample ends before its length");
-        count = length;
-    } else {
-        for (uint32_t dimension : type.dimensions) {
-            if (dimension != 0 && count > UINT64_MAX / dimension)
-                return fail("an array of more elements than can be counted");
-            count *= dimension;
-        }
-    }
-    return (sink == nullptr || sink->begin_collection(type, count)) &&
-           walk_elements(*reader, type, count, sink) && (reader != &inner || leave_header(inner)) &&
-           (sink == nullptr || sink->end_collection(type));
+    return walk_within(has_header(type), outer,
+                       [&](ByteReader& reader) {
+                           uint64_t count = 1;
+                           if (type.kind == DDS_TK_ARRAY) {
+                               for (uint32_t dimension : type.dimensions) {
+                                   if (dimension != 0 && count > UINT64_MAX / dimension)
+                                       return fail("an array of more elements than can be counted");
+                                   count *= dimension;
+                               }
+                           } else {
+                               uint32_t length = 0;
+                               if (!reader.read(length))
+                                   return fail("the sample ends before its length");
+                               count = length;
+                           }
+                           return (sink == nullptr || sink->begin(type, count)) &&
+                                  (type.kind == DDS_TK_MAP ? walk_entries(reader, type, count, sink)
+                                                           : walk_elements(reader, type, count, sink));
+                       }) &&
+           (sink == nullptr || sink->end(type));
 }
 
-bool CdrWalker::walk_map(ByteReader& outer, const Type& type, ValueSink* sink) {
-    ByteReader inner;
-    ByteReader* reader = &outer;
-    uint32_t count = 0;
-    if (has_header(type)) {
-        if (!enter_header(outer, inner))
-            return false;
-        reader = &inner;
-    }
-    if (!reader->read(count))
-        return fail("the sample ends before its length");
-    if (sink != nullptr && !sink->begin_map(type, count))
-        return false;
-    for (uint32_t i = 0; i < count; ++i) {
+bool CdrWalker::walk_entries(ByteReader& reader, const Type& type, uint64_t count, ValueSink* sink) {
+    for (uint64_t i = 0; i < count; ++i) {
         if (!descend({nullptr, i}))
             return false;
-        const bool done = (sink == nullptr || sink->key(i)) && walk_value(*reader, type.key, sink) &&
-                          (sink == nullptr || sink->mapped()) && walk_value(*reader, type.content, sink);
+        const bool done = (sink == nullptr || sink->key(i)) && walk_value(reader, type.key, sink) &&
+                          (sink == nullptr || sink->mapped()) && walk_value(reader, type.content, sink);
         leave();
         if (!done)
             return false;
     }
-    return (reader != &inner || leave_header(inner)) && (sink == nullptr || sink->end_map(type));
+    return true;
 }
 
 } // namespace meridian::types

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "rtps/wire/byte_reader.h"
+#include "rtps/wire/xcdr2_headers.h"
 #include "types/data/dialect.h"
 #include "types/data/members.h"
 #include "types/data/nesting.h"
@@ -67,9 +68,9 @@ class CdrWalker {
     bool walk(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
 
     using Located = ListEnd<LocatedMember>;
-    /// Finds the members of a structure, its bases' included, in the order of the type, and passes the
-    /// structure.
-    bool locate_members(rtps::ByteReader& reader, const Type& type, Located& members);
+    /// Finds the members of a structure, its bases' included, in the order of the type; of plain ones only
+    /// those up to `last`. What is found counts even when what follows cannot be decoded.
+    void locate_members(rtps::ByteReader& reader, const Type& type, const Member* last, Located& members);
 
     /// Tells that what is walked or located next is the value of a located member, until leave(). False when
     /// values nest too deeply; then there is nothing to leave.
@@ -106,7 +107,14 @@ class CdrWalker {
     bool fail(const char* reason);
     bool descend(const Step& step);
     bool enter_header(rtps::ByteReader& outer, rtps::ByteReader& inner);
-    bool leave_header(const rtps::ByteReader& inner);
+    /// Hands `walk` what the header of a delimited value says belongs to it, or, without a header, all.
+    template <typename Walk>
+    bool walk_within(bool has_header, rtps::ByteReader& outer, Walk walk) {
+        if (!has_header)
+            return walk(outer);
+        rtps::ByteReader inner;
+        return enter_header(outer, inner) && walk(inner) && (!strict_ || inner.remaining() == 0);
+    }
     bool leave_member(const rtps::ByteReader& body);
     bool walk_value(rtps::ByteReader& reader, const Type* type, ValueSink* sink);
     bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
@@ -117,7 +125,9 @@ class CdrWalker {
     bool read_long_double(rtps::ByteReader& reader, Scalar& value);
     bool walk_bitset(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
 
-    bool walk_structure(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    /// A structure or union.
+    bool walk_aggregate(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool walk_mutable_structure(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool walk_plain_members(rtps::ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
                             Located* located);
     bool walk_plain_member(rtps::ByteReader& reader, const Member& member, ValueSink* sink, Located* located);
@@ -128,10 +138,14 @@ class CdrWalker {
     bool measure_map(const rtps::ByteReader& header, const Member& member, rtps::ByteReader& reader,
                      rtps::ByteReader& body);
     bool find_mutable_members(rtps::ByteReader& reader, const Type& type, Located& members);
-    bool walk_located(Located& members, ValueSink* sink);
-    bool read_mutable_header(rtps::ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,
-                             rtps::ByteReader& body);
-    bool walk_union(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    struct MutableMember : rtps::Xcdr2Member {
+        bool end = false; // no member: the list ends here
+    };
+    bool read_mutable_header(rtps::ByteReader& reader, MutableMember& member);
+    /// Calls visit(member, a reader that stands before its header, the reader behind it) for each member of a
+    /// mutable structure or union, until it returns false.
+    template <typename Visit>
+    bool visit_mutable_members(rtps::ByteReader& reader, Visit visit);
     bool walk_union_parts(rtps::ByteReader& discriminator, rtps::ByteReader& branch, const Type& type,
                           ValueSink* sink);
     bool walk_mutable_union(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
@@ -140,7 +154,7 @@ class CdrWalker {
     bool walk_collection(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool walk_elements(rtps::ByteReader& reader, const Type& type, uint64_t count, ValueSink* sink);
     bool skip_primitives(rtps::ByteReader& reader, size_t size, uint64_t count);
-    bool walk_map(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    bool walk_entries(rtps::ByteReader& reader, const Type& map, uint64_t count, ValueSink* sink);
     bool has_header(const Type& collection) const;
     bool is_primitive_like(const Type* type) const;
 
@@ -168,6 +182,7 @@ class CdrWalker {
     bool zeros_behind_wide_text_ = false;
     bool has_outer_ = false;
     DDS_ExtensibilityKind outer_ = DDS_FINAL_EXTENSIBILITY;
+    const Member* last_located_ = nullptr;
     NestingStack<Step> path_;
     std::string failure_;
 };

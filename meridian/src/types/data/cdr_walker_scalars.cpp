@@ -6,14 +6,6 @@ namespace meridian::types {
 
 using rtps::ByteReader;
 
-namespace {
-
-bool is_signed_kind(DDS_TCKind kind) {
-    return kind == DDS_TK_SHORT || kind == DDS_TK_LONG || kind == DDS_TK_LONGLONG || kind == DDS_TK_INT8;
-}
-
-} // namespace
-
 bool CdrWalker::walk_scalar(ByteReader& reader, const Type& type, ValueSink* sink) {
     Scalar value;
     return read_scalar(reader, type, value) && (sink == nullptr || sink->scalar(type, value));
@@ -130,7 +122,7 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
         default: {
             const size_t size = primitive_size(type.kind);
             return size == 0 ? fail("its type has no values")
-                             : read_integer(reader, size, is_signed_kind(type.kind), value.bits);
+                             : read_integer(reader, size, is_signed(type.kind), value.bits);
         }
     }
 }
@@ -141,7 +133,7 @@ bool CdrWalker::walk_bitset(ByteReader& reader, const Type& type, ValueSink* sin
         return false;
     if (sink == nullptr)
         return true;
-    if (!sink->begin_aggregate(type))
+    if (!sink->begin(type, 0))
         return false;
     const bool told = visit_members(type, [&](const Member& field) {
         Scalar part;
@@ -149,12 +141,12 @@ bool CdrWalker::walk_bitset(ByteReader& reader, const Type& type, ValueSink* sin
         if (field.bits < 64) {
             part.bits &= (uint64_t{1} << field.bits) - 1;
             // A signed field carries its sign in its highest bit.
-            if (is_signed_kind(field.type->kind) && (part.bits >> (field.bits - 1) & 1) != 0)
+            if (is_signed(field.type->kind) && (part.bits >> (field.bits - 1) & 1) != 0)
                 part.bits |= ~uint64_t{0} << field.bits;
         }
         return sink->member(field) && sink->scalar(*field.type, part);
     });
-    return told && sink->end_aggregate(type);
+    return told && sink->end(type);
 }
 
 } // namespace meridian::types

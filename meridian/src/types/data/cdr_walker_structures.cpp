@@ -70,8 +70,11 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
             return false;
         source = &body;
     }
-    if (located != nullptr)
+    if (located != nullptr) {
         located->add({&member, *source, true});
+        if (&member == last_located_)
+            return false; // nothing behind it is wanted
+    }
     return walk_member(*source, member, sink) && (source != &body || leave_member(body));
 }
 
@@ -100,27 +103,59 @@ bool CdrWalker::walk_plain_members(ByteReader& reader, const Type& type, bool ma
                          [&](const Member& member) { return (!whole && !member.key) || walk_one(member); });
 }
 
-bool CdrWalker::read_mutable_header(ByteReader& reader, uint32_t& id, bool& must_understand, bool& end,
-                                    ByteReader& body) {
+bool CdrWalker::read_mutable_header(ByteReader& reader, MutableMember& member) {
     if (version_ == CdrVersion::xcdr1) {
         Xcdr1Header header;
         if (!read_xcdr1_header(reader, header))
             return false;
-        id = header.id;
-        must_understand = header.must_understand;
-        end = header.end;
-        return end || take_xcdr1_body(reader, header.size, body);
+        member.id = header.id;
+        member.must_understand = header.must_understand;
+        member.end = header.end;
+        return header.end || take_xcdr1_body(reader, header.size, member.body);
     }
-    end = reader.remaining() < 4;
-    if (end)
+    member.end = reader.remaining() < 4;
+    return member.end || next_member(reader, member) || fail("a member longer than the sample");
+}
+
+template <typename Visit>
+bool CdrWalker::visit_mutable_members(ByteReader& outer, Visit visit) {
+    ByteReader inner;
+    ByteReader* reader = &outer;
+    if (version_ == CdrVersion::xcdr2) {
+        if (!enter_header(outer, inner))
+            return false;
+        reader = &inner;
+    }
+    while (true) {
+        MutableMember member;
+        const ByteReader header = *reader;
+        if (budget_ == 0)
+            return fail("more members than a sample of this size can hold");
+        --budget_;
+        if (!read_mutable_header(*reader, member))
+            return false;
+        if (member.end)
+            return true;
+        if (!visit(member, header, *reader))
+            return false;
+    }
+}
+
+bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSink* sink) {
+    // The discriminator comes first; peers give it different ids.
+    ByteReader parts[2];
+    size_t count = 0;
+    const auto keep = [&](const MutableMember& member, const ByteReader&, ByteReader&) {
+        if (count == 2)
+            return fail("a union with more than two members");
+        parts[count++] = member.body;
         return true;
-    rtps::Xcdr2Member member;
-    if (!next_member(reader, member))
-        return fail("a member longer than the sample");
-    id = member.id;
-    must_understand = member.must_understand;
-    body = member.body;
-    return true;
+    };
+    if (!visit_mutable_members(reader, keep))
+        return false;
+    if (count == 0)
+        return fail("a union without a discriminator");
+    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member(parts[1]);
 }
 
 bool CdrWalker::has_open_end(const Member& member) const {
@@ -146,74 +181,52 @@ bool CdrWalker::measure_map(const ByteReader& header, const Member& member, Byte
 }
 
 bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, Located& members) {
-    ByteReader inner;
-    ByteReader* reader = &outer;
-    if (version_ == CdrVersion::xcdr2) {
-        if (!enter_header(outer, inner))
-            return false;
-        reader = &inner;
-    }
     visit_members(type, [&members](const Member& member) {
         members.add({&member, {}, false});
         return true;
     });
     const size_t known = members.size();
     size_t expected = 0;
-    while (true) {
-        uint32_t id = 0;
-        bool must_understand = false;
-        bool end = false;
-        ByteReader body;
-        const ByteReader header = *reader;
-        if (budget_ == 0)
-            return fail("more members than a sample of this size can hold");
-        --budget_;
-        if (!read_mutable_header(*reader, id, must_understand, end, body))
-            return false;
-        if (end)
-            return true;
+    return visit_mutable_members(outer, [&](MutableMember& found, const ByteReader& header,
+                                            ByteReader& reader) {
         // Members mostly come in the order of the type.
         size_t index = expected;
-        if (index >= known || members[index].member->id != id) {
-            for (index = 0; index < known && members[index].member->id != id;)
+        if (index >= known || members[index].member->id != found.id) {
+            for (index = 0; index < known && members[index].member->id != found.id;)
                 ++index;
         }
-        if (index >= known) {
-            if (must_understand)
-                return fail("the type lacks a member that must be understood");
-            continue;
-        }
+        if (index >= known)
+            return !found.must_understand || fail("the type lacks a member that must be understood");
         const Member& member = *members[index].member;
-        if (has_open_end(member) && !measure_map(header, member, *reader, body))
+        if (has_open_end(member) && !measure_map(header, member, reader, found.body))
             return false;
         // As among plain members, size 0 of an optional one means absent.
-        if (version_ == CdrVersion::xcdr1 && member.optional && body.remaining() == 0)
-            continue;
-        if (!members[index].present) {
-            members[index] = {&member, body, true};
+        const bool absent = version_ == CdrVersion::xcdr1 && member.optional && found.body.remaining() == 0;
+        if (!absent && !members[index].present) {
+            members[index] = {&member, found.body, true};
             expected = index + 1;
         }
-    }
+        return true;
+    });
 }
 
-bool CdrWalker::locate_members(ByteReader& reader, const Type& type, Located& members) {
-    switch (extensibility_of(type)) {
-        case DDS_MUTABLE_EXTENSIBILITY:
-            return find_mutable_members(reader, type, members);
-        case DDS_EXTENSIBLE_EXTENSIBILITY:
-            if (version_ == CdrVersion::xcdr2) {
-                ByteReader inner;
-                if (!enter_header(reader, inner))
-                    return false;
-                return walk_plain_members(inner, type, true, nullptr, &members);
-            }
-            [[fallthrough]];
-        default:
-            return walk_plain_members(reader, type, false, nullptr, &members);
+void CdrWalker::locate_members(ByteReader& reader, const Type& type, const Member* last, Located& members) {
+    const DDS_ExtensibilityKind extensibility = extensibility_of(type);
+    if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
+        find_mutable_members(reader, type, members);
+        return;
     }
+    last_located_ = key_only_ ? nullptr : last; // keys alone may be in another order
+    const bool delimited = extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2;
+    walk_within(delimited, reader, [&](ByteReader& body) {
+        return walk_plain_members(body, type, delimited, nullptr, &members);
+    });
 }
 
-bool CdrWalker::walk_located(Located& members, ValueSink* sink) {
+bool CdrWalker::walk_mutable_structure(ByteReader& reader, const Type& type, ValueSink* sink) {
+    Located members(buffers_.located);
+    if (!find_mutable_members(reader, type, members))
+        return false;
     for (size_t i = 0, count = members.size(); i < count; ++i) {
         LocatedMember located = members[i];
         if (located.present &&
@@ -221,25 +234,6 @@ bool CdrWalker::walk_located(Located& members, ValueSink* sink) {
             return false;
     }
     return true;
-}
-
-bool CdrWalker::walk_structure(ByteReader& reader, const Type& type, ValueSink* sink) {
-    if (sink != nullptr && !sink->begin_aggregate(type))
-        return false;
-    const DDS_ExtensibilityKind extensibility = extensibility_of(type);
-    bool done = false;
-    if (extensibility == DDS_MUTABLE_EXTENSIBILITY) {
-        Located members(buffers_.located);
-        done = find_mutable_members(reader, type, members) && walk_located(members, sink);
-    } else if (extensibility == DDS_EXTENSIBLE_EXTENSIBILITY && version_ == CdrVersion::xcdr2) {
-        ByteReader inner;
-        if (!enter_header(reader, inner))
-            return false;
-        done = walk_plain_members(inner, type, true, sink, nullptr) && leave_header(inner);
-    } else {
-        done = walk_plain_members(reader, type, false, sink, nullptr);
-    }
-    return done && (sink == nullptr || sink->end_aggregate(type));
 }
 
 } // namespace meridian::types

@@ -64,7 +64,6 @@ class JsonPrinter final : public ValueSink {
             case DDS_TK_BOOLEAN:
                 return writer_.Bool(value.bits != 0);
             case DDS_TK_FLOAT:
-                return real(type, value, std::isfinite(value.real));
             case DDS_TK_DOUBLE:
                 return real(type, value, std::isfinite(value.real));
             case DDS_TK_LONGDOUBLE:
@@ -81,33 +80,40 @@ class JsonPrinter final : public ValueSink {
                                    find_enumerator(type, value.integer()) != nullptr;
                 return named ? text(type, value) : writer_.Int64(value.integer());
             }
-            case DDS_TK_USHORT:
-            case DDS_TK_ULONG:
-            case DDS_TK_ULONGLONG:
-            case DDS_TK_OCTET:
-            case DDS_TK_UINT8:
-                return writer_.Uint64(value.bits);
             default:
-                return writer_.Int64(value.integer());
+                return is_signed(type.kind) ? writer_.Int64(value.integer()) : writer_.Uint64(value.bits);
         }
     }
 
-    bool begin_aggregate(const Type&) override { return writer_.StartObject(); }
+    /// Keys that are no scalars cannot be names of an object's members: such a map is an array of key and
+    /// value.
+    bool begin(const Type& type, uint64_t count) override {
+        const bool is_collection = type.kind == DDS_TK_SEQUENCE || type.kind == DDS_TK_ARRAY;
+        const bool has_rows = type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1 && count != 0;
+        const bool has_names = !is_collection && (type.kind != DDS_TK_MAP || is_scalar(type.key));
+        return open_.push({has_rows ? &type : nullptr, has_names, count}) &&
+               (has_names ? writer_.StartObject() : writer_.StartArray());
+    }
+    bool end(const Type& type) override {
+        const Open open = open_.back();
+        open_.pop();
+        for (size_t i = 1; open.array != nullptr && i < open.array->dimensions.size(); ++i)
+            writer_.EndArray();
+        if (open.has_names)
+            return writer_.EndObject();
+        const bool ends_entry = type.kind == DDS_TK_MAP && open.count != 0;
+        return (!ends_entry || writer_.EndObject()) && writer_.EndArray();
+    }
+
     bool discriminator() override { return writer_.Key("_d", 2, false); }
     bool member(const Member& member) override {
         text_.clear();
         append_utf8(text_, member.name); // peers may announce anything as a name
         return writer_.Key(text_.data(), size(), false);
     }
-    bool end_aggregate(const Type&) override { return writer_.EndObject(); }
-
-    bool begin_collection(const Type& type, uint64_t count) override {
-        const bool nested = type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1 && count != 0;
-        return arrays_.push(nested ? &type : nullptr) && writer_.StartArray();
-    }
     /// An array of several dimensions is written as arrays in arrays.
     bool element(uint64_t index) override {
-        const Type* array = arrays_.back();
+        const Type* array = open_.back().array;
         if (array == nullptr)
             return true;
         const size_t starting = rows_starting(*array, index);
@@ -117,37 +123,14 @@ class JsonPrinter final : public ValueSink {
             writer_.StartArray();
         return true;
     }
-    bool end_collection(const Type&) override {
-        if (const Type* array = arrays_.back()) {
-            for (size_t i = 1; i < array->dimensions.size(); ++i)
-                writer_.EndArray();
-        }
-        arrays_.pop();
-        return writer_.EndArray();
-    }
-
-    /// Keys that are no scalars cannot be names of an object's members: such a map is an array of key and
-    /// value.
-    bool begin_map(const Type& type, uint64_t count) override {
-        if (!maps_.push({is_scalar(type.key), count}))
-            return false;
-        return maps_.back().is_object ? writer_.StartObject() : writer_.StartArray();
-    }
     bool key(uint64_t index) override {
-        if (!maps_.back().is_object)
+        if (!open_.back().has_names)
             return (index == 0 || writer_.EndObject()) && writer_.StartObject() &&
                    writer_.Key("key", 3, false);
         in_key_ = true;
         return true;
     }
-    bool mapped() override { return maps_.back().is_object || writer_.Key("value", 5, false); }
-    bool end_map(const Type&) override {
-        const OpenMap map = maps_.back();
-        maps_.pop();
-        if (map.is_object)
-            return writer_.EndObject();
-        return (map.entries == 0 || writer_.EndObject()) && writer_.EndArray();
-    }
+    bool mapped() override { return open_.back().has_names || writer_.Key("value", 5, false); }
 
   private:
     rapidjson::SizeType size() const { return static_cast<rapidjson::SizeType>(text_.size()); }
@@ -165,9 +148,10 @@ class JsonPrinter final : public ValueSink {
         return starting;
     }
 
-    struct OpenMap {
-        bool is_object;
-        uint64_t entries;
+    struct Open {
+        const Type* array; // of several dimensions
+        bool has_names;    // is written as an object
+        uint64_t count;
     };
 
     bool text(const Type& type, const Scalar& value) {
@@ -186,8 +170,7 @@ class JsonPrinter final : public ValueSink {
     Writer& writer_;
     JsonStyle style_;
     std::string& text_;
-    NestingStack<const Type*> arrays_; // null for those of one dimension
-    NestingStack<OpenMap> maps_;
+    NestingStack<Open> open_;
     bool in_key_ = false;
 };
 

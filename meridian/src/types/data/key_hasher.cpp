@@ -52,37 +52,31 @@ class KeyWriter final : public ValueSink {
         }
     }
 
-    bool begin_aggregate(const Type&) override { return true; }
-    bool discriminator() override { return true; }
-    bool member(const Member&) override { return true; }
-    bool end_aggregate(const Type&) override { return true; }
-
-    bool begin_collection(const Type& type, uint64_t count) override {
-        if (!begin_header(primitive_size(content_kind(type)) != 0))
-            return false;
-        if (type.kind == DDS_TK_SEQUENCE)
+    /// Structures have no headers here, unions none of their own.
+    bool begin(const Type& type, uint64_t count) override {
+        const bool is_map = type.kind == DDS_TK_MAP;
+        const bool is_collection = is_map || type.kind == DDS_TK_SEQUENCE || type.kind == DDS_TK_ARRAY;
+        const bool header =
+            xcdr2_ && is_collection && !(is_primitive(type.content) && (!is_map || is_primitive(type.key)));
+        if (header)
+            writer_.write(uint32_t{0});
+        const size_t start = header ? writer_.position() : 0;
+        if (is_map || type.kind == DDS_TK_SEQUENCE)
             writer_.write(static_cast<uint32_t>(count));
+        return headers_.push(start);
+    }
+    bool end(const Type&) override {
+        const size_t start = headers_.back();
+        headers_.pop();
+        if (start != 0)
+            writer_.patch(start - 4, static_cast<uint32_t>(writer_.position() - start));
         return true;
     }
-    bool element(uint64_t) override { return true; }
-    bool end_collection(const Type&) override { return end_header(); }
-
-    bool begin_map(const Type& type, uint64_t count) override {
-        const Type* key = resolve_alias(type.key);
-        if (!begin_header(primitive_size(content_kind(type)) != 0 && key != nullptr &&
-                          primitive_size(key->kind) != 0))
-            return false;
-        writer_.write(static_cast<uint32_t>(count));
-        return true;
-    }
-    bool key(uint64_t) override { return true; }
-    bool mapped() override { return true; }
-    bool end_map(const Type&) override { return end_header(); }
 
   private:
-    static DDS_TCKind content_kind(const Type& type) {
-        const Type* content = resolve_alias(type.content);
-        return content == nullptr ? DDS_TK_NULL : content->kind;
+    static bool is_primitive(const Type* type) {
+        type = resolve_alias(type);
+        return type != nullptr && primitive_size(type->kind) != 0;
     }
     static size_t wire_size(const Type& type) {
         const size_t size = primitive_size(type.kind);
@@ -106,23 +100,9 @@ class KeyWriter final : public ValueSink {
         }
     }
 
-    bool begin_header(bool primitive) {
-        const bool header = xcdr2_ && !primitive;
-        if (header)
-            writer_.write(uint32_t{0});
-        return headers_.push(header ? writer_.position() : 0);
-    }
-    bool end_header() {
-        const size_t start = headers_.back();
-        headers_.pop();
-        if (start != 0)
-            writer_.patch(start - 4, static_cast<uint32_t>(writer_.position() - start));
-        return true;
-    }
-
     ByteWriter& writer_;
     bool xcdr2_;
-    NestingStack<size_t> headers_; // where the contents of each open collection with a header start
+    NestingStack<size_t> headers_; // where what follows the header of each open value starts; 0: no header
 };
 
 /// Writes the key members of the structures that a payload consists of.
@@ -136,12 +116,18 @@ class KeyWalk {
             return false;
         if (!type.is_aggregate())
             return walker_.walk(reader, type, &writer_);
-        // A sample that cannot be decoded to its end belongs to its instance all the same when its key
-        // members stand before that; if they do not, one of them is missing below.
-        CdrWalker::Located located(buffers_.located);
-        walker_.locate_members(reader, type, located);
         ListEnd<KeyMember> members(buffers_.key_members);
         append_key_members(type, depth == 0, members.list());
+        size_t last = 0;
+        for (size_t i = 1; i < members.size(); ++i) {
+            if (members[i].place > members[last].place)
+                last = i;
+        }
+        // Nothing behind the last of them is looked at: most keys stand at the start of their samples, and a
+        // sample that cannot be decoded to its end belongs to its instance all the same. A key member that is
+        // not there is missed below.
+        CdrWalker::Located located(buffers_.located);
+        walker_.locate_members(reader, type, members.size() == 0 ? nullptr : members[last].member, located);
         for (size_t i = 0, count = members.size(); i < count; ++i) {
             if (!write_member(*members[i].member, located, depth))
                 return false;
@@ -190,11 +176,15 @@ class LargestKey {
 
   private:
     std::optional<size_t> end_of_kind(const Type& type, bool outermost, size_t offset) {
+        const bool has_bound =
+            type.kind == DDS_TK_STRING || type.kind == DDS_TK_WSTRING || type.kind == DDS_TK_SEQUENCE;
+        if (has_bound && type.bound == 0)
+            return std::nullopt;
         switch (type.kind) {
             case DDS_TK_STRUCT:
             case DDS_TK_VALUE:
-                for (const Member* member : key_members(type, outermost)) {
-                    const std::optional<size_t> end = end_of_part(member->type, offset);
+                for (const KeyMember& entry : key_members(type, outermost)) {
+                    const std::optional<size_t> end = end_of_part(entry.member->type, offset);
                     if (!end)
                         return std::nullopt;
                     offset = *end;
@@ -207,14 +197,12 @@ class LargestKey {
                 return end_of_elements(type, offset, count);
             }
             case DDS_TK_STRING:
-                return type.bound == 0 ? std::nullopt : std::optional(number(offset, 4) + type.bound + 1);
+                return number(offset, 4) + type.bound + 1;
             case DDS_TK_WSTRING:
-                return type.bound == 0 ? std::nullopt
-                                       : std::optional(number(offset, 4) + 2 * size_t{type.bound});
+                return number(offset, 4) + 2 * size_t{type.bound};
             case DDS_TK_SEQUENCE:
-                return type.bound == 0 ? std::nullopt
-                                       : end_of_elements(type, number(offset, 4),
-                                                         std::min<uint64_t>(type.bound, kMaxPlainKey + 1));
+                return end_of_elements(type, number(offset, 4),
+                                       std::min<uint64_t>(type.bound, kMaxPlainKey + 1));
             case DDS_TK_UNION:
             case DDS_TK_MAP:
                 return std::nullopt; // all peers hash such keys
@@ -263,9 +251,8 @@ bool is_written_alike(const Type* type, std::set<const Type*>& seen) {
         return false;
     if (!type->is_aggregate() && type->kind != DDS_TK_UNION)
         return true;
-    const std::vector<const Member*> members = all_members(*type);
-    return std::all_of(members.begin(), members.end(),
-                       [&seen](const Member* member) { return is_written_alike(member->type, seen); });
+    return visit_members(*type,
+                         [&seen](const Member& member) { return is_written_alike(member.type, seen); });
 }
 
 rtps::KeyHash padded(const rtps::ByteBuffer& key) {
@@ -277,17 +264,15 @@ rtps::KeyHash padded(const rtps::ByteBuffer& key) {
 } // namespace
 
 KeyHasher::KeyHasher(const SampleReader& reader)
-    : reader_(reader),
-      fixed_(FixedKey::of(reader.type())),
-      keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
+    : reader_(reader), keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
     const auto xcdr1 = LargestKey(rtps::kXcdr1MaxAlignment).end_of(reader.type(), true, 0);
     const auto xcdr2 = LargestKey(rtps::kXcdr2MaxAlignment).end_of(reader.type(), true, 0);
     digest_xcdr1_ = !xcdr1;
     digest_xcdr2_ = !xcdr2;
     forms_agree_ = digest_xcdr1_ == digest_xcdr2_;
     std::set<const Type*> seen;
-    for (const Member* member : key_members(reader.type(), true))
-        forms_agree_ = forms_agree_ && is_written_alike(member->type, seen);
+    for (const KeyMember& entry : key_members(reader.type(), true))
+        forms_agree_ = forms_agree_ && is_written_alike(entry.member->type, seen);
 }
 
 bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, const SampleSource& source,
@@ -300,9 +285,6 @@ bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, cons
     key.clear();
     ByteWriter writer(key, rtps::Endianness::big,
                       xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
-    if (fixed_ && !key_only && fixed_->write(payload, writer))
-        return true;
-    key.clear();
     std::optional<SampleReader::Start> start = reader_.start(payload, key_only, source, buffers, failure);
     if (!start)
         return false;

@@ -8,11 +8,9 @@
 // XCDR1 and XCDR2 align 8-octet members differently, so there are two forms, and peers use either: an
 // instance can be known by both.
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "types/data/fixed_key.h"
 #include "types/data/sample_reader.h"
 
 namespace meridian::types {
@@ -54,7 +52,6 @@ class KeyHasher {
                    WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const;
 
     const SampleReader& reader_;
-    std::optional<FixedKey> fixed_;
     bool keyed_;
     bool forms_agree_ = false;
     bool digest_xcdr1_ = true;

@@ -5,15 +5,6 @@
 
 namespace meridian::types {
 
-std::vector<const Member*> all_members(const Type& type) {
-    std::vector<const Member*> members;
-    visit_members(type, [&members](const Member& member) {
-        members.push_back(&member);
-        return true;
-    });
-    return members;
-}
-
 bool has_key_members(const Type& type) {
     return !visit_members(type, [](const Member& member) { return !member.key; });
 }
@@ -33,13 +24,9 @@ void append_key_members(const Type& type, bool outermost, std::vector<KeyMember>
               });
 }
 
-std::vector<const Member*> key_members(const Type& type, bool outermost) {
-    std::vector<KeyMember> ordered;
-    append_key_members(type, outermost, ordered);
-    std::vector<const Member*> members;
-    members.reserve(ordered.size());
-    for (const KeyMember& entry : ordered)
-        members.push_back(entry.member);
+std::vector<KeyMember> key_members(const Type& type, bool outermost) {
+    std::vector<KeyMember> members;
+    append_key_members(type, outermost, members);
     return members;
 }
 

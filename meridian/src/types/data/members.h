@@ -18,20 +18,17 @@ bool visit_members(const Type& type, Visit visit) {
     return std::all_of(type.members.begin(), type.members.end(), visit);
 }
 
-/// All members in that order.
-std::vector<const Member*> all_members(const Type& type);
 /// Whether a structure, or one of its bases, has key members.
 bool has_key_members(const Type& type);
-/// The members of a structure that belong to a key, in order of their ids. A structure inside a key that has
-/// no key members of its own belongs to it whole.
-std::vector<const Member*> key_members(const Type& type, bool outermost);
-
 /// A member in the order of a key.
 struct KeyMember {
     const Member* member;
     size_t place; // in the order of the wire, for members of the same id
 };
-/// Appends what key_members tells.
+/// Appends the members of a structure that belong to a key, in order of their ids. A structure inside a key
+/// that has no key members of its own belongs to it whole.
 void append_key_members(const Type& type, bool outermost, std::vector<KeyMember>& members);
+/// The same as a list.
+std::vector<KeyMember> key_members(const Type& type, bool outermost);
 
 } // namespace meridian::types

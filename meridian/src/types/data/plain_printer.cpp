@@ -74,8 +74,9 @@ bool PlainPrinter::scalar(const Type& type, const Scalar& value) {
     return true;
 }
 
-bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
-    if (!open_.push({collection, scalar_keys}))
+bool PlainPrinter::begin(const Type& type, uint64_t) {
+    const bool has_rows = type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1;
+    if (!open_.push({has_rows ? &type : nullptr, type.kind == DDS_TK_MAP && is_scalar(type.key)}))
         return false;
     // The outermost value has no label and its parts are not indented further.
     if (open_.size() > 1)
@@ -83,43 +84,31 @@ bool PlainPrinter::begin(const Type* collection, bool scalar_keys) {
     return true;
 }
 
-bool PlainPrinter::end(const char* when_empty) {
+bool PlainPrinter::end(const Type& type) {
     open_.pop();
     if (!open_.empty())
         --level_;
     if (lead_ == Lead::label) {
-        out_ += when_empty;
-        out_ += '\n';
+        out_ += type.kind == DDS_TK_SEQUENCE || type.kind == DDS_TK_ARRAY ? " []\n" : " {}\n";
         lead_ = Lead::none;
     }
     return true;
 }
 
-bool PlainPrinter::begin_aggregate(const Type&) {
-    return begin(nullptr, false);
-}
-
-bool PlainPrinter::discriminator() {
+bool PlainPrinter::label(std::string_view text) {
     start_line();
-    out_ += "_d:";
-    lead_ = Lead::label;
-    return true;
-}
-
-bool PlainPrinter::member(const Member& member) {
-    start_line();
-    append_utf8(out_, member.name);
+    append_utf8(out_, text);
     out_ += ':';
     lead_ = Lead::label;
     return true;
 }
 
-bool PlainPrinter::end_aggregate(const Type&) {
-    return end(" {}");
+bool PlainPrinter::discriminator() {
+    return label("_d");
 }
 
-bool PlainPrinter::begin_collection(const Type& type, uint64_t) {
-    return begin(type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1 ? &type : nullptr, false);
+bool PlainPrinter::member(const Member& member) {
+    return label(member.name);
 }
 
 bool PlainPrinter::element(uint64_t index) {
@@ -145,21 +134,9 @@ bool PlainPrinter::element(uint64_t index) {
     return true;
 }
 
-bool PlainPrinter::end_collection(const Type&) {
-    return end(" []");
-}
-
-bool PlainPrinter::begin_map(const Type& type, uint64_t) {
-    return begin(nullptr, is_scalar(type.key));
-}
-
 bool PlainPrinter::key(uint64_t) {
-    if (!open_.back().scalar_keys) {
-        start_line();
-        out_ += "key:";
-        lead_ = Lead::label;
-        return true;
-    }
+    if (!open_.back().scalar_keys)
+        return label("key");
     start_line();
     out_ += '[';
     lead_ = Lead::key;
@@ -167,16 +144,7 @@ bool PlainPrinter::key(uint64_t) {
 }
 
 bool PlainPrinter::mapped() {
-    if (open_.back().scalar_keys)
-        return true;
-    start_line();
-    out_ += "value:";
-    lead_ = Lead::label;
-    return true;
-}
-
-bool PlainPrinter::end_map(const Type&) {
-    return end(" {}");
+    return open_.back().scalar_keys || label("value");
 }
 
 void PlainPrinter::close() {

@@ -17,17 +17,13 @@ class PlainPrinter final : public ValueSink {
         : out_(buffers.text), value_(buffers.value), level_(indent < 0 ? 0 : indent) {}
 
     bool scalar(const Type& type, const Scalar& value) override;
-    bool begin_aggregate(const Type& type) override;
+    bool begin(const Type& type, uint64_t count) override;
+    bool end(const Type& type) override;
     bool discriminator() override;
     bool member(const Member& member) override;
-    bool end_aggregate(const Type& type) override;
-    bool begin_collection(const Type& type, uint64_t count) override;
     bool element(uint64_t index) override;
-    bool end_collection(const Type& type) override;
-    bool begin_map(const Type& type, uint64_t count) override;
     bool key(uint64_t index) override;
     bool mapped() override;
-    bool end_map(const Type& type) override;
 
     /// Ends the line that a failure left open.
     void close();
@@ -37,8 +33,7 @@ class PlainPrinter final : public ValueSink {
     enum class Lead { none, label, key };
 
     void start_line();
-    bool begin(const Type* collection, bool scalar_keys);
-    bool end(const char* when_empty);
+    bool label(std::string_view text);
     void put_value(const Type& type, const Scalar& value);
 
     struct Level {

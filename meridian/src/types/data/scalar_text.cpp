@@ -1,47 +1,10 @@
 #include "types/data/scalar_text.h"
 
-#include <charconv>
 #include <cmath>
 
 #include "platform/text.h"
 
 namespace meridian::types {
-
-namespace {
-
-template <typename Number>
-void append_chars(std::string& out, Number value) {
-    char buffer[64];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    out.append(buffer, result.ptr);
-}
-
-/// to_chars tells the sign of a NaN, which means nothing.
-template <typename Number>
-void append_real(std::string& out, Number value) {
-    if (std::isnan(value))
-        out += "nan";
-    else
-        append_chars(out, value);
-}
-
-} // namespace
-
-void append_number(std::string& out, float value) {
-    append_real(out, value);
-}
-void append_number(std::string& out, double value) {
-    append_real(out, value);
-}
-void append_number(std::string& out, long double value) {
-    append_real(out, value);
-}
-void append_number(std::string& out, int64_t value) {
-    append_chars(out, value);
-}
-void append_number(std::string& out, uint64_t value) {
-    append_chars(out, value);
-}
 
 long double to_long_double(const std::array<uint8_t, 16>& octets) {
     const auto number = [&octets](size_t first, size_t count) {
@@ -74,6 +37,8 @@ long double to_long_double(const std::array<uint8_t, 16>& octets) {
     return sign * (high + std::ldexp(static_cast<long double>(number(0, 8)), scale - 112));
 }
 
+namespace {
+
 void append_bitmask(std::string& out, const Type& type, uint64_t bits) {
     const char* separator = "";
     for (const Member& flag : type.members) {
@@ -86,14 +51,14 @@ void append_bitmask(std::string& out, const Type& type, uint64_t bits) {
         separator = " | ";
     }
     if (bits != 0 || *separator == '\0') {
-        char buffer[20];
-        const auto result = std::to_chars(buffer, buffer + sizeof buffer, bits, 16);
         out += separator;
         if (bits != 0)
             out += "0x";
-        out.append(buffer, result.ptr);
+        append_chars(out, bits, 16);
     }
 }
+
+} // namespace
 
 void append_scalar(std::string& out, const Type& type, const Scalar& value) {
     switch (type.kind) {
@@ -128,15 +93,11 @@ void append_scalar(std::string& out, const Type& type, const Scalar& value) {
         case DDS_TK_BITMASK:
             append_bitmask(out, type, value.bits);
             break;
-        case DDS_TK_USHORT:
-        case DDS_TK_ULONG:
-        case DDS_TK_ULONGLONG:
-        case DDS_TK_OCTET:
-        case DDS_TK_UINT8:
-            append_number(out, value.bits);
-            break;
         default:
-            append_number(out, value.integer());
+            if (is_signed(type.kind))
+                append_number(out, value.integer());
+            else
+                append_number(out, value.bits);
             break;
     }
 }

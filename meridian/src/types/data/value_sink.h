@@ -29,25 +29,19 @@ class ValueSink {
 
     virtual bool scalar(const Type& type, const Scalar& value) = 0;
 
-    /// A structure (with the members of its bases first), union or bit set. Absent members are not told.
-    virtual bool begin_aggregate(const Type& type) = 0;
-    /// The next value is the union's discriminator.
-    virtual bool discriminator() = 0;
-    /// The next value is this member.
-    virtual bool member(const Member& member) = 0;
-    virtual bool end_aggregate(const Type& type) = 0;
+    /// A value with parts, until end(): a structure (the members of its bases come first), union or bit set,
+    /// of which absent members are not told; a sequence, or an array of any number of dimensions, of `count`
+    /// elements in the order of memory; a map of `count` entries.
+    virtual bool begin(const Type& type, uint64_t count) = 0;
+    virtual bool end(const Type& type) = 0;
 
-    /// A sequence, or an array of any number of dimensions, whose elements follow in the order of memory.
-    virtual bool begin_collection(const Type& type, uint64_t count) = 0;
-    /// The next value is the element of that number.
-    virtual bool element(uint64_t index) = 0;
-    virtual bool end_collection(const Type& type) = 0;
-
-    /// A map: for each entry key() and its value, then mapped() and its value.
-    virtual bool begin_map(const Type& type, uint64_t count) = 0;
-    virtual bool key(uint64_t index) = 0;
-    virtual bool mapped() = 0;
-    virtual bool end_map(const Type& type) = 0;
+    // What the next value is: the discriminator of a union, a member, the element of that number, the key of
+    // the map's entry of that number, the value that belongs to it.
+    virtual bool discriminator() { return true; }
+    virtual bool member(const Member&) { return true; }
+    virtual bool element(uint64_t) { return true; }
+    virtual bool key(uint64_t) { return true; }
+    virtual bool mapped() { return true; }
 };
 
 } // namespace meridian::types

@@ -27,8 +27,6 @@ class Collector {
 
   private:
     void collect_one(const pugi::xml_node& node, const std::string& scope) {
-        static const std::set<std::string_view> kTypes{"struct",  "valuetype", "union", "enum",
-                                                       "typedef", "bitmask",   "bitset"};
         // Included documents are loaded by now; the other elements declare nothing.
         static const std::set<std::string_view> kIgnored{"include", "forward_dcl", "annotation", "directive"};
         const std::string_view element = node.name();
@@ -42,7 +40,7 @@ class Collector {
             reader_.check_attributes(node, {"name"});
         else if (element == "const")
             reader_.check_attributes(node, {"name", "type", "nonBasicTypeName", "stringMaxLength", "value"});
-        else if (kTypes.count(element) == 0)
+        else if (declared_kind(element) == DDS_TK_NULL)
             reader_.fail(node, "not an element of types");
         if (reader_.ok() && !is_identifier(name))
             reader_.fail(node, "\"" + name + "\" is not a valid name");
@@ -87,6 +85,15 @@ bool collect_declarations(const xml::Documents& documents, DeclarationSet& set, 
             return false;
     }
     return true;
+}
+
+DDS_TCKind declared_kind(std::string_view element) {
+    static const std::map<std::string_view, DDS_TCKind> kKinds{
+        {"struct", DDS_TK_STRUCT}, {"valuetype", DDS_TK_STRUCT}, {"union", DDS_TK_UNION},
+        {"enum", DDS_TK_ENUM},     {"typedef", DDS_TK_ALIAS},    {"bitmask", DDS_TK_BITMASK},
+        {"bitset", DDS_TK_BITSET}};
+    const auto found = kKinds.find(element);
+    return found == kKinds.end() ? DDS_TK_NULL : found->second;
 }
 
 std::string qualified_name(const std::string& scope, const std::string& name) {

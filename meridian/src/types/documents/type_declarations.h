@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "meridian/type_code.h"
 #include "xml/documents.h"
 
 namespace meridian::types {
@@ -28,6 +29,8 @@ struct DeclarationSet {
 /// Adds the declarations of all documents. False, with one line in `error`, at the first that cannot be one.
 bool collect_declarations(const xml::Documents& documents, DeclarationSet& set, std::string& error);
 
+/// The kind of type that an element of that name declares; DDS_TK_NULL: none.
+DDS_TCKind declared_kind(std::string_view element);
 /// "scope::name", or the name alone outside of modules.
 std::string qualified_name(const std::string& scope, const std::string& name);
 /// Whether the text is an identifier.

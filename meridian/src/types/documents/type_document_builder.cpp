@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/text.h"
 #include "types/documents/constant_expression.h"
 #include "types/model/md5.h"
 
@@ -15,30 +16,7 @@ namespace {
 
 constexpr std::initializer_list<const char*> kStructureAttributes = {
     "name", "baseType", "baseClass", "extensibility", "autoid", "nested", "topLevel"};
-constexpr std::initializer_list<const char*> kMemberAttributes = {"name",
-                                                                  "type",
-                                                                  "nonBasicTypeName",
-                                                                  "stringMaxLength",
-                                                                  "sequenceMaxLength",
-                                                                  "mapKeyType",
-                                                                  "key_type",
-                                                                  "mapKeyNonBasicTypeName",
-                                                                  "mapKeyStringMaxLength",
-                                                                  "mapMaxLength",
-                                                                  "arrayDimensions",
-                                                                  "key",
-                                                                  "optional",
-                                                                  "mustUnderstand",
-                                                                  "external",
-                                                                  "id",
-                                                                  "hashid",
-                                                                  "hashId",
-                                                                  "default",
-                                                                  "min",
-                                                                  "max",
-                                                                  "unit",
-                                                                  "tryConstruct",
-                                                                  "visibility"};
+/// Of what has a name and a type.
 constexpr std::initializer_list<const char*> kTypedefAttributes = {"name",
                                                                    "type",
                                                                    "nonBasicTypeName",
@@ -54,6 +32,9 @@ constexpr std::initializer_list<const char*> kTypedefAttributes = {"name",
                                                                    "min",
                                                                    "max",
                                                                    "unit"};
+/// Of members beyond those.
+constexpr std::initializer_list<const char*> kMemberAttributes = {
+    "key", "optional", "mustUnderstand", "external", "id", "hashid", "hashId", "tryConstruct", "visibility"};
 
 } // namespace
 
@@ -163,10 +144,10 @@ bool DocumentBuilder::bound(const pugi::xml_node& node, std::initializer_list<co
 
 bool DocumentBuilder::dimensions(const pugi::xml_node& node, std::vector<uint32_t>& values) {
     const pugi::xml_attribute attribute = node.attribute("arrayDimensions");
-    const std::string list = attribute.value();
-    for (size_t start = 0; attribute && start <= list.size();) {
-        const size_t end = std::min(list.find(',', start), list.size());
-        const std::optional<int64_t> value = number(node, list.substr(start, end - start));
+    if (!attribute)
+        return true;
+    for (const std::string& part : split(attribute.value(), ",")) {
+        const std::optional<int64_t> value = number(node, part);
         if (!value)
             return false;
         if (*value <= 0 || *value > INT32_MAX || values.size() >= kMaxDimensions) {
@@ -174,7 +155,6 @@ bool DocumentBuilder::dimensions(const pugi::xml_node& node, std::vector<uint32_
             return false;
         }
         values.push_back(static_cast<uint32_t>(*value));
-        start = end + 1;
     }
     return true;
 }
@@ -274,22 +254,10 @@ const Type* DocumentBuilder::type_named(const std::string& full, unsigned depth)
     if (known != nodes_.end())
         return known->second;
     const Declaration& declaration = set_.types.at(full);
-    const std::string_view element = declaration.node.name();
     const DeclarationScope scope(*this, declaration);
-    DDS_TCKind kind = DDS_TK_STRUCT;
-    if (element == "union")
-        kind = DDS_TK_UNION;
-    else if (element == "enum")
-        kind = DDS_TK_ENUM;
-    else if (element == "typedef")
-        kind = DDS_TK_ALIAS;
-    else if (element == "bitmask")
-        kind = DDS_TK_BITMASK;
-    else if (element == "bitset")
-        kind = DDS_TK_BITSET;
     if (depth > kMaxTypeDepth)
         return fail(declaration.node, "types nest deeper than " + std::to_string(kMaxTypeDepth));
-    Type* made = node_of(kind, declaration.node);
+    Type* made = node_of(declared_kind(declaration.node.name()), declaration.node);
     if (made == nullptr)
         return nullptr;
     made->name = full;
@@ -336,7 +304,7 @@ bool DocumentBuilder::read_extensibility(Type& type, const pugi::xml_node& node)
 }
 
 bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, unsigned depth) {
-    if (!holds_only(node, kMemberAttributes, {}, "a member"))
+    if (!holds_only(node, kTypedefAttributes, {}, "a member", kMemberAttributes))
         return false;
     member.name = node.attribute("name").value();
     if (!is_identifier(member.name)) {
@@ -353,8 +321,9 @@ bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, un
 }
 
 bool DocumentBuilder::holds_only(const pugi::xml_node& node, std::initializer_list<const char*> attributes,
-                                 std::initializer_list<std::string_view> elements, const char* what) {
-    reader_.check_attributes(node, attributes);
+                                 std::initializer_list<std::string_view> elements, const char* what,
+                                 std::initializer_list<const char*> more_attributes) {
+    reader_.check_attributes(node, attributes, more_attributes);
     for (const pugi::xml_node& child : reader_.children(node, xml::ElementReader::Attributes::any)) {
         const std::string_view name = child.name();
         if (name != "annotate" && std::find(elements.begin(), elements.end(), name) == elements.end())

@@ -91,7 +91,8 @@ class DocumentBuilder {
     bool fill(Type& type, const pugi::xml_node& node, unsigned depth);
     /// Refuses text, and attributes and elements that are not in the lists, but for annotations.
     bool holds_only(const pugi::xml_node& node, std::initializer_list<const char*> attributes,
-                    std::initializer_list<std::string_view> elements, const char* what);
+                    std::initializer_list<std::string_view> elements, const char* what,
+                    std::initializer_list<const char*> more_attributes = {});
     /// The type, or a part of it, whose values hold values of the same type without end; else null.
     const Type* endless_part(const Type& type);
     bool fill_structure(Type& type, const pugi::xml_node& node, unsigned depth);

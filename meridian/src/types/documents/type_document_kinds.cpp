@@ -1,7 +1,6 @@
 // Unions, enumerations, bit masks and bit sets.
 
 #include <algorithm>
-#include <limits>
 
 #include "types/documents/type_document_builder.h"
 
@@ -16,28 +15,12 @@ struct Range {
 
 /// The values of a discriminator that is not an enumeration.
 Range range_of(DDS_TCKind kind) {
-    switch (kind) {
-        case DDS_TK_BOOLEAN:
-            return {0, 1};
-        case DDS_TK_INT8:
-            return {INT8_MIN, INT8_MAX};
-        case DDS_TK_OCTET:
-        case DDS_TK_UINT8:
-        case DDS_TK_CHAR:
-            return {0, UINT8_MAX};
-        case DDS_TK_SHORT:
-            return {INT16_MIN, INT16_MAX};
-        case DDS_TK_USHORT:
-        case DDS_TK_WCHAR:
-            return {0, UINT16_MAX};
-        case DDS_TK_LONG:
-            return {INT32_MIN, INT32_MAX};
-        case DDS_TK_ULONG:
-        case DDS_TK_ULONGLONG: // labels have 32 bits
-            return {0, UINT32_MAX};
-        default:
-            return {INT32_MIN, UINT32_MAX};
-    }
+    const size_t size = primitive_size(kind);
+    if (size == 0 || kind == DDS_TK_LONGLONG)
+        return {INT32_MIN, UINT32_MAX};
+    const int64_t beyond =
+        kind == DDS_TK_BOOLEAN ? 2 : int64_t{1} << 8 * std::min<size_t>(size, 4); // labels have 32 bits
+    return is_signed(kind) ? Range{-beyond / 2, beyond / 2 - 1} : Range{0, beyond - 1};
 }
 
 bool is_whole_number(DDS_TCKind kind) {

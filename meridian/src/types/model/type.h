@@ -70,6 +70,10 @@ const Type* resolve_alias(const Type* type);
 
 /// Size of a primitive value on the wire: 1, 2, 4, 8 or 16; 0 for other kinds. Wide characters count as 2.
 size_t primitive_size(DDS_TCKind kind);
+/// Whether the values of a primitive kind are whole numbers with a sign.
+constexpr bool is_signed(DDS_TCKind kind) {
+    return kind == DDS_TK_SHORT || kind == DDS_TK_LONG || kind == DDS_TK_LONGLONG || kind == DDS_TK_INT8;
+}
 /// Whether values of the type, behind its aliases, have no parts.
 bool is_scalar(const Type* type);
 /// Octets that hold an enumeration, bit mask or bit set of so many bits.

@@ -2,6 +2,7 @@
 
 #include <tuple>
 
+#include "platform/text.h"
 #include "rtps/wire/xcdr2_headers.h"
 #include "types/model/type.h"
 
@@ -23,10 +24,6 @@ TypeIdentifier TypeIdentifier::of(const TypeHash& hash) {
 }
 
 namespace {
-
-bool same(const std::shared_ptr<const TypeIdentifier>& a, const std::shared_ptr<const TypeIdentifier>& b) {
-    return a == b || (a != nullptr && b != nullptr && *a == *b);
-}
 
 bool is_large(uint8_t kind) {
     return (kind & 1) != 0;
@@ -122,23 +119,7 @@ void write_bound(ByteWriter& writer, bool large, uint32_t bound) {
         writer.write(static_cast<uint8_t>(bound));
 }
 
-std::string hex(const std::array<uint8_t, 14>& bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (uint8_t byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
-}
-
 } // namespace
-
-bool operator==(const TypeIdentifier& a, const TypeIdentifier& b) {
-    return a.kind == b.kind && a.equivalence == b.equivalence && a.element_flags == b.element_flags &&
-           a.key_flags == b.key_flags && a.bound == b.bound && a.dimensions == b.dimensions &&
-           a.hash == b.hash && same(a.element, b.element) && same(a.key, b.key);
-}
 
 bool read(ByteReader& reader, TypeIdentifier& id) {
     id = TypeIdentifier();
@@ -186,20 +167,12 @@ void collect_hashes(const TypeIdentifier& id, std::vector<TypeHash>& hashes) {
 }
 
 std::string to_string(const TypeHash& hash) {
-    std::string text = (hash.kind == tk::kMinimal ? "minimal " : "complete ") + hex(hash.bytes);
+    std::string text = hash.kind == tk::kMinimal ? "minimal " : "complete ";
+    for (const uint8_t byte : hash.bytes)
+        append_hex(text, byte);
     if (hash.component_length != 0)
         text += " #" + std::to_string(hash.component_index) + "/" + std::to_string(hash.component_length);
     return text;
-}
-
-std::string to_string(const TypeIdentifier& id) {
-    if (id.is_hashed())
-        return to_string(id.hash);
-    if (id.key != nullptr)
-        return "map of " + to_string(*id.key) + " to " + to_string(*id.element);
-    if (id.element != nullptr)
-        return (id.dimensions.empty() ? "sequence of " : "array of ") + to_string(*id.element);
-    return "kind " + std::to_string(id.kind);
 }
 
 } // namespace meridian::types

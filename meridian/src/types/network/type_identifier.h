@@ -57,7 +57,6 @@ constexpr uint8_t kPlainMapLarge = 0xa1;
 constexpr uint8_t kStronglyConnected = 0xb0;
 constexpr uint8_t kMinimal = 0xf1;
 constexpr uint8_t kComplete = 0xf2;
-constexpr uint8_t kBoth = 0xf3;
 } // namespace tk
 
 /// What stands for a type object: its hash, or its place in a set of types that refer to each other in
@@ -94,8 +93,6 @@ struct TypeIdentifier {
         return kind == tk::kMinimal || kind == tk::kComplete || kind == tk::kStronglyConnected;
     }
     static TypeIdentifier of(const TypeHash& hash);
-
-    friend bool operator==(const TypeIdentifier& a, const TypeIdentifier& b);
 };
 
 /// False when it is malformed; the reader has then failed. The reader must be set to XCDR2's
@@ -106,8 +103,7 @@ void write(rtps::ByteWriter& writer, const TypeIdentifier& id);
 /// The hashes that an identifier rests on: its own, or those of its elements and keys.
 void collect_hashes(const TypeIdentifier& id, std::vector<TypeHash>& hashes);
 
-/// "complete 0123...", "sequence of ..." and the like, for messages.
+/// "complete 0123..." and the like, for messages.
 std::string to_string(const TypeHash& hash);
-std::string to_string(const TypeIdentifier& id);
 
 } // namespace meridian::types

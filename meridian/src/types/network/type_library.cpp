@@ -1,5 +1,7 @@
 #include "types/network/type_library.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "platform/text.h"
@@ -83,9 +85,12 @@ class TypeBuilder {
     bool fill(Type& type, const TypeObject& object, unsigned depth);
     bool fill_structure(Type& type, const TypeObject& object, unsigned depth);
     bool fill_union(Type& type, const TypeObject& object, unsigned depth);
+    bool fill_typed_members(Type& type, const TypeObject& object, unsigned depth);
     bool fill_enumerated(Type& type, const TypeObject& object);
     bool fill_bitset(Type& type, const TypeObject& object);
     bool fill_collection(Type& type, const TypeObject& object, unsigned depth);
+    /// The types of elements and, where there are keys, of those.
+    bool fill_parts(Type& type, const TypeIdentifier& element, const TypeIdentifier* key, unsigned depth);
     static Member member_of(const TypeObject& object, const TypeObjectMember& source, int64_t number);
 
     const TypeLibrary& library_;
@@ -96,56 +101,28 @@ class TypeBuilder {
 
 namespace {
 
-bool primitive_kind(uint8_t wire, DDS_TCKind& kind) {
-    switch (wire) {
-        case tk::kBoolean:
-            kind = DDS_TK_BOOLEAN;
-            return true;
-        case tk::kByte:
-            kind = DDS_TK_OCTET;
-            return true;
-        case tk::kInt8:
-            kind = DDS_TK_INT8;
-            return true;
-        case tk::kUint8:
-            kind = DDS_TK_UINT8;
-            return true;
-        case tk::kInt16:
-            kind = DDS_TK_SHORT;
-            return true;
-        case tk::kInt32:
-            kind = DDS_TK_LONG;
-            return true;
-        case tk::kInt64:
-            kind = DDS_TK_LONGLONG;
-            return true;
-        case tk::kUint16:
-            kind = DDS_TK_USHORT;
-            return true;
-        case tk::kUint32:
-            kind = DDS_TK_ULONG;
-            return true;
-        case tk::kUint64:
-            kind = DDS_TK_ULONGLONG;
-            return true;
-        case tk::kFloat32:
-            kind = DDS_TK_FLOAT;
-            return true;
-        case tk::kFloat64:
-            kind = DDS_TK_DOUBLE;
-            return true;
-        case tk::kFloat128:
-            kind = DDS_TK_LONGDOUBLE;
-            return true;
-        case tk::kChar8:
-            kind = DDS_TK_CHAR;
-            return true;
-        case tk::kChar16:
-            kind = DDS_TK_WCHAR;
-            return true;
-        default:
-            return false;
-    }
+struct WireKind {
+    uint8_t wire;
+    DDS_TCKind kind;
+};
+constexpr WireKind kPrimitives[] = {
+    {tk::kBoolean, DDS_TK_BOOLEAN},     {tk::kByte, DDS_TK_OCTET},    {tk::kInt8, DDS_TK_INT8},
+    {tk::kUint8, DDS_TK_UINT8},         {tk::kInt16, DDS_TK_SHORT},   {tk::kInt32, DDS_TK_LONG},
+    {tk::kInt64, DDS_TK_LONGLONG},      {tk::kUint16, DDS_TK_USHORT}, {tk::kUint32, DDS_TK_ULONG},
+    {tk::kUint64, DDS_TK_ULONGLONG},    {tk::kFloat32, DDS_TK_FLOAT}, {tk::kFloat64, DDS_TK_DOUBLE},
+    {tk::kFloat128, DDS_TK_LONGDOUBLE}, {tk::kChar8, DDS_TK_CHAR},    {tk::kChar16, DDS_TK_WCHAR}};
+/// Of type objects; annotations are not among them, as they have no values.
+constexpr WireKind kConstructed[] = {
+    {tk::kAlias, DDS_TK_ALIAS},   {tk::kStructure, DDS_TK_STRUCT},  {tk::kUnion, DDS_TK_UNION},
+    {tk::kBitset, DDS_TK_BITSET}, {tk::kSequence, DDS_TK_SEQUENCE}, {tk::kArray, DDS_TK_ARRAY},
+    {tk::kMap, DDS_TK_MAP},       {tk::kEnum, DDS_TK_ENUM},         {tk::kBitmask, DDS_TK_BITMASK}};
+
+/// DDS_TK_NULL for what is not among the kinds.
+template <size_t count>
+DDS_TCKind kind_among(const WireKind (&kinds)[count], uint8_t wire) {
+    const auto* found = std::find_if(std::begin(kinds), std::end(kinds),
+                                     [wire](const WireKind& known) { return known.wire == wire; });
+    return found == std::end(kinds) ? DDS_TK_NULL : found->kind;
 }
 
 DDS_ExtensibilityKind extensibility_of(uint16_t flags) {
@@ -155,28 +132,8 @@ DDS_ExtensibilityKind extensibility_of(uint16_t flags) {
 }
 
 DDS_TCKind kind_of(const TypeObject& object) {
-    switch (object.kind) {
-        case tk::kAlias:
-            return DDS_TK_ALIAS;
-        case tk::kStructure:
-            return object.base.is_none() ? DDS_TK_STRUCT : DDS_TK_VALUE;
-        case tk::kUnion:
-            return DDS_TK_UNION;
-        case tk::kBitset:
-            return DDS_TK_BITSET;
-        case tk::kSequence:
-            return DDS_TK_SEQUENCE;
-        case tk::kArray:
-            return DDS_TK_ARRAY;
-        case tk::kMap:
-            return DDS_TK_MAP;
-        case tk::kEnum:
-            return DDS_TK_ENUM;
-        case tk::kBitmask:
-            return DDS_TK_BITMASK;
-        default:
-            return DDS_TK_NULL; // annotations have no values
-    }
+    const DDS_TCKind kind = kind_among(kConstructed, object.kind);
+    return kind == DDS_TK_STRUCT && !object.base.is_none() ? DDS_TK_VALUE : kind;
 }
 
 /// Longer names are not valid (DDS-XTypes 1.3: MemberName, QualifiedTypeName), and would make long texts of
@@ -230,8 +187,7 @@ const Type* TypeBuilder::type_of(const TypeIdentifier& id, unsigned depth) {
         return hashed(id.hash, depth);
     if (id.element != nullptr)
         return collection(id, depth);
-    DDS_TCKind kind = DDS_TK_NULL;
-    if (primitive_kind(id.kind, kind))
+    if (const DDS_TCKind kind = kind_among(kPrimitives, id.kind); kind != DDS_TK_NULL)
         return graph_.primitive(kind);
     if (id.kind == tk::kString8Small || id.kind == tk::kString8Large)
         return string(DDS_TK_STRING, id.bound);
@@ -251,15 +207,15 @@ const Type* TypeBuilder::collection(const TypeIdentifier& id, unsigned depth) {
         return nullptr;
     made->bound = id.bound;
     made->dimensions = id.dimensions;
-    made->content = type_of(*id.element, depth + 1);
-    if (made->content == nullptr)
-        return nullptr;
-    if (id.key != nullptr) {
-        made->key = type_of(*id.key, depth + 1);
-        if (made->key == nullptr)
-            return nullptr;
-    }
-    return made;
+    return fill_parts(*made, *id.element, id.key.get(), depth) ? made : nullptr;
+}
+
+bool TypeBuilder::fill_parts(Type& type, const TypeIdentifier& element, const TypeIdentifier* key,
+                             unsigned depth) {
+    type.content = type_of(element, depth + 1);
+    if (type.content != nullptr && key != nullptr)
+        type.key = type_of(*key, depth + 1);
+    return type.content != nullptr && (key == nullptr || type.key != nullptr);
 }
 
 const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
@@ -296,6 +252,7 @@ bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {
         fail("more than " + std::to_string(kMaxGraphMembers) + " members");
         return false;
     }
+    type.members.reserve(object.members.size());
     switch (type.kind) {
         case DDS_TK_STRUCT:
         case DDS_TK_VALUE:
@@ -338,30 +295,23 @@ bool TypeBuilder::fill_structure(Type& type, const TypeObject& object, unsigned 
                 return false;
         }
     }
-    type.members.reserve(object.members.size());
-    for (const TypeObjectMember& source : object.members) {
-        Member member = member_of(object, source, source.id);
-        member.type = type_of(source.type, depth + 1);
-        if (member.type == nullptr)
-            return false;
-        type.members.push_back(std::move(member));
-    }
-    return true;
+    return fill_typed_members(type, object, depth);
 }
 
 bool TypeBuilder::fill_union(Type& type, const TypeObject& object, unsigned depth) {
     type.discriminator = type_of(object.discriminator, depth + 1);
     type.discriminator_key = (object.discriminator_flags & kMemberIsKey) != 0;
-    if (type.discriminator == nullptr)
-        return false;
-    type.members.reserve(object.members.size());
+    return type.discriminator != nullptr && fill_typed_members(type, object, depth);
+}
+
+bool TypeBuilder::fill_typed_members(Type& type, const TypeObject& object, unsigned depth) {
     for (const TypeObjectMember& source : object.members) {
         Member member = member_of(object, source, source.id);
         member.type = type_of(source.type, depth + 1);
         if (member.type == nullptr)
             return false;
         member.labels = source.labels;
-        if ((source.flags & kMemberIsDefault) != 0)
+        if (type.kind == DDS_TK_UNION && (source.flags & kMemberIsDefault) != 0)
             type.default_index = static_cast<int32_t>(type.members.size());
         type.members.push_back(std::move(member));
     }
@@ -375,7 +325,6 @@ bool TypeBuilder::fill_enumerated(Type& type, const TypeObject& object) {
     type.bit_bound = object.bit_bound;
     type.extensibility =
         DDS_FINAL_EXTENSIBILITY; // has no effect on the wire, and peers announce it differently
-    type.members.reserve(object.members.size());
     for (const TypeObjectMember& source : object.members) {
         if (type.kind == DDS_TK_BITMASK && (source.value < 0 || source.value >= object.bit_bound))
             return false;
@@ -390,8 +339,8 @@ bool TypeBuilder::fill_bitset(Type& type, const TypeObject& object) {
     unsigned used = 0;
     for (const TypeObjectMember& source : object.members) {
         Member member = member_of(object, source, source.value);
-        DDS_TCKind holder = DDS_TK_NULL;
-        if (source.bit_count == 0 || !primitive_kind(source.holder, holder))
+        const DDS_TCKind holder = kind_among(kPrimitives, source.holder);
+        if (source.bit_count == 0 || holder == DDS_TK_NULL)
             return false;
         const unsigned end = static_cast<unsigned>(source.value) + source.bit_count;
         if (source.value < 0 || end > 64)
@@ -413,14 +362,8 @@ bool TypeBuilder::fill_collection(Type& type, const TypeObject& object, unsigned
     type.dimensions = object.dimensions;
     if (type.kind == DDS_TK_ARRAY && type.dimensions.empty())
         return false;
-    type.content = type_of(object.element, depth + 1);
-    if (type.content == nullptr)
+    if (!fill_parts(type, object.element, type.kind == DDS_TK_MAP ? &object.key : nullptr, depth))
         return false;
-    if (type.kind == DDS_TK_MAP) {
-        type.key = type_of(object.key, depth + 1);
-        if (type.key == nullptr)
-            return false;
-    }
     return type.kind != DDS_TK_ALIAS || resolve_alias(&type) != nullptr;
 }
 

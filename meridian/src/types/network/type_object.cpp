@@ -84,29 +84,21 @@ class Decoder {
         if (equivalence != tk::kMinimal && equivalence != tk::kComplete)
             return false;
         object_.complete = equivalence == tk::kComplete;
+        skip_disputed_header(reader);
+        if (!reader.read(object_.flags) || !read_header(reader))
+            return false;
         switch (object_.kind) {
             case tk::kAlias:
-                return decode_alias(reader);
-            case tk::kAnnotation:
-                return decode_annotation(reader);
-            case tk::kStructure:
-                return decode_structure(reader);
-            case tk::kUnion:
-                return decode_union(reader);
-            case tk::kBitset:
-                return decode_maybe_delimited(reader, &Decoder::decode_bitset);
             case tk::kSequence:
-                return decode_sequence(reader);
             case tk::kArray:
-                return decode_maybe_delimited(reader, &Decoder::decode_array);
+                return read_element(reader, object_.element);
             case tk::kMap:
-                return decode_map(reader);
-            case tk::kEnum:
-                return decode_enumeration(reader);
-            case tk::kBitmask:
-                return decode_maybe_delimited(reader, &Decoder::decode_bitmask);
+                return read_element(reader, object_.key) && read_element(reader, object_.element);
+            case tk::kUnion:
+                return read_element(reader, object_.discriminator, &object_.discriminator_flags) &&
+                       read_members(reader);
             default:
-                return false;
+                return read_members(reader);
         }
     }
 
@@ -114,34 +106,73 @@ class Decoder {
     /// Peers disagree which of these types are appendable (with a DHEADER) and which are final. A DHEADER
     /// here always announces all that is left; the flags and the next DHEADER of the final form never add up
     /// to that.
-    bool decode_maybe_delimited(ByteReader& reader, bool (Decoder::*decode_body)(ByteReader&)) {
+    void skip_disputed_header(ByteReader& reader) const {
+        if (object_.kind != tk::kBitset && object_.kind != tk::kArray && object_.kind != tk::kBitmask)
+            return;
         ByteReader probe = reader;
         uint32_t size = 0;
         if (probe.read(size) && size == probe.remaining())
-            return (this->*decode_body)(probe);
-        return (this->*decode_body)(reader);
+            reader = probe;
     }
 
     bool read_type_detail(ByteReader& reader) {
         return skip_annotations(reader) && reader.read_string(object_.name);
     }
 
-    /// The header of a type that consists of a complete type's detail only.
-    bool read_plain_header(ByteReader& outer) {
+    bool read_header(ByteReader& outer) {
         ByteReader reader;
-        return enter_delimited(outer, reader) && (!object_.complete || read_type_detail(reader));
+        if (!enter_delimited(outer, reader) || !read_own_header(reader))
+            return false;
+        if (!object_.complete)
+            return true;
+        switch (object_.kind) {
+            case tk::kAnnotation:
+                return reader.read_string(object_.name);
+            case tk::kSequence:
+            case tk::kMap:
+                return skip_optional(reader, [this](ByteReader& detail) { return read_type_detail(detail); });
+            default:
+                return read_type_detail(reader);
+        }
     }
 
-    bool read_member_detail(ByteReader& reader, TypeObjectMember& member) {
-        if (!object_.complete)
-            return reader.read_bytes(member.name_hash);
-        return reader.read_string(member.name) && skip_annotations(reader);
+    /// What headers of that kind of type hold before the detail of complete types.
+    bool read_own_header(ByteReader& reader) {
+        uint32_t count = 0;
+        switch (object_.kind) {
+            case tk::kAlias:
+            case tk::kAnnotation:
+            case tk::kUnion:
+            case tk::kBitset:
+                return true;
+            case tk::kStructure:
+                return read(reader, object_.base);
+            case tk::kSequence:
+            case tk::kMap:
+                return reader.read(object_.bound);
+            case tk::kEnum:
+            case tk::kBitmask:
+                return reader.read(object_.bit_bound);
+            case tk::kArray:
+                if (!reader.read_length(count, 4) || count > kMaxDimensions)
+                    return false;
+                object_.dimensions.resize(count);
+                return reader.read_array(object_.dimensions.data(), count);
+            default:
+                return false;
+        }
+    }
+
+    bool read_element(ByteReader& outer, TypeIdentifier& id, uint16_t* flags = nullptr) {
+        ByteReader reader;
+        uint16_t unused = 0;
+        return enter_delimited(outer, reader) && reader.read(flags != nullptr ? *flags : unused) &&
+               read(reader, id);
     }
 
     /// A delimited sequence of delimited members. The smallest member of any kind takes 8 bytes, so a length
     /// that cannot be is refused before anything is allocated.
-    template <typename ReadMember>
-    bool read_members(ByteReader& outer, ReadMember read_member) {
+    bool read_members(ByteReader& outer) {
         ByteReader reader;
         uint32_t count = 0;
         if (!enter_delimited(outer, reader) || !reader.read_length(count, 8) || count > kMaxGraphMembers)
@@ -149,140 +180,47 @@ class Decoder {
         for (uint32_t i = 0; i < count; ++i) {
             ByteReader body;
             TypeObjectMember member;
-            if (!enter_delimited(reader, body) || !read_member(body, member))
+            if (!enter_delimited(reader, body) || !read_member(body, member) || !read_name(body, member))
                 return false;
             object_.members.push_back(std::move(member));
         }
         return true;
     }
 
-    bool decode_alias(ByteReader& reader) {
-        ByteReader body;
-        uint16_t related_flags = 0;
-        return reader.read(object_.flags) && read_plain_header(reader) && enter_delimited(reader, body) &&
-               body.read(related_flags) && read(body, object_.element);
+    /// What members of that kind of type hold before their names.
+    bool read_member(ByteReader& body, TypeObjectMember& member) const {
+        uint16_t position = 0;
+        uint32_t labels = 0;
+        ByteReader common;
+        switch (object_.kind) {
+            case tk::kAnnotation:
+                return body.read(member.flags) && read(body, member.type);
+            case tk::kStructure:
+                return body.read(member.id) && body.read(member.flags) && read(body, member.type);
+            case tk::kUnion:
+                if (!body.read(member.id) || !body.read(member.flags) || !read(body, member.type) ||
+                    !body.read_length(labels, 4))
+                    return false;
+                member.labels.resize(labels);
+                return body.read_array(member.labels.data(), labels);
+            case tk::kEnum:
+                return enter_delimited(body, common) && common.read(member.value) &&
+                       common.read(member.flags);
+            default: // bit sets and bit masks
+                if (!body.read(position) || !body.read(member.flags))
+                    return false;
+                member.value = position;
+                return object_.kind == tk::kBitmask ||
+                       (body.read(member.bit_count) && body.read(member.holder));
+        }
     }
 
-    bool decode_annotation(ByteReader& reader) {
-        ByteReader header;
-        if (!reader.read(object_.flags) || !enter_delimited(reader, header))
-            return false;
-        if (object_.complete && !header.read_string(object_.name))
-            return false;
-        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
-            if (!body.read(member.flags) || !read(body, member.type))
-                return false;
-            const bool named =
-                object_.complete ? body.read_string(member.name) : body.read_bytes(member.name_hash);
+    bool read_name(ByteReader& body, TypeObjectMember& member) const {
+        const bool named =
+            object_.complete ? body.read_string(member.name) : body.read_bytes(member.name_hash);
+        if (object_.kind == tk::kAnnotation)
             return named && skip_annotation_value(body);
-        });
-    }
-
-    bool decode_structure(ByteReader& reader) {
-        ByteReader header;
-        if (!reader.read(object_.flags) || !enter_delimited(reader, header) || !read(header, object_.base))
-            return false;
-        if (object_.complete && !read_type_detail(header))
-            return false;
-        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
-            return body.read(member.id) && body.read(member.flags) && read(body, member.type) &&
-                   read_member_detail(body, member);
-        });
-    }
-
-    bool decode_union(ByteReader& reader) {
-        ByteReader discriminator;
-        if (!reader.read(object_.flags) || !read_plain_header(reader) ||
-            !enter_delimited(reader, discriminator) || !discriminator.read(object_.discriminator_flags) ||
-            !read(discriminator, object_.discriminator))
-            return false;
-        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
-            uint32_t labels = 0;
-            if (!body.read(member.id) || !body.read(member.flags) || !read(body, member.type) ||
-                !body.read_length(labels, 4))
-                return false;
-            member.labels.resize(labels);
-            return body.read_array(member.labels.data(), labels) && read_member_detail(body, member);
-        });
-    }
-
-    bool decode_bitset(ByteReader& reader) {
-        if (!reader.read(object_.flags) || !read_plain_header(reader))
-            return false;
-        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
-            uint16_t position = 0;
-            if (!body.read(position) || !body.read(member.flags) || !body.read(member.bit_count) ||
-                !body.read(member.holder))
-                return false;
-            member.value = position;
-            return read_member_detail(body, member);
-        });
-    }
-
-    bool read_collection_header(ByteReader& outer) {
-        ByteReader reader;
-        if (!enter_delimited(outer, reader) || !reader.read(object_.bound))
-            return false;
-        return !object_.complete ||
-               skip_optional(reader, [this](ByteReader& detail) { return read_type_detail(detail); });
-    }
-
-    bool read_element(ByteReader& outer, TypeIdentifier& id) {
-        ByteReader reader;
-        uint16_t flags = 0;
-        return enter_delimited(outer, reader) && reader.read(flags) && read(reader, id);
-    }
-
-    bool decode_sequence(ByteReader& reader) {
-        return reader.read(object_.flags) && read_collection_header(reader) &&
-               read_element(reader, object_.element);
-    }
-
-    bool decode_array(ByteReader& reader) {
-        ByteReader header;
-        uint32_t count = 0;
-        if (!reader.read(object_.flags) || !enter_delimited(reader, header) ||
-            !header.read_length(count, 4) || count > kMaxDimensions)
-            return false;
-        object_.dimensions.resize(count);
-        if (!header.read_array(object_.dimensions.data(), count))
-            return false;
-        if (object_.complete && !read_type_detail(header))
-            return false;
-        return read_element(reader, object_.element);
-    }
-
-    bool decode_map(ByteReader& reader) {
-        return reader.read(object_.flags) && read_collection_header(reader) &&
-               read_element(reader, object_.key) && read_element(reader, object_.element);
-    }
-
-    bool read_bit_bound_header(ByteReader& outer) {
-        ByteReader reader;
-        return enter_delimited(outer, reader) && reader.read(object_.bit_bound) &&
-               (!object_.complete || read_type_detail(reader));
-    }
-
-    bool decode_enumeration(ByteReader& reader) {
-        if (!reader.read(object_.flags) || !read_bit_bound_header(reader))
-            return false;
-        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
-            ByteReader common;
-            return enter_delimited(body, common) && common.read(member.value) && common.read(member.flags) &&
-                   read_member_detail(body, member);
-        });
-    }
-
-    bool decode_bitmask(ByteReader& reader) {
-        if (!reader.read(object_.flags) || !read_bit_bound_header(reader))
-            return false;
-        return read_members(reader, [this](ByteReader& body, TypeObjectMember& member) {
-            uint16_t position = 0;
-            if (!body.read(position) || !body.read(member.flags))
-                return false;
-            member.value = position;
-            return read_member_detail(body, member);
-        });
+        return named && (!object_.complete || skip_annotations(body));
     }
 
     TypeObject& object_;

@@ -19,7 +19,6 @@ constexpr uint16_t kMemberIsMustUnderstand = 0x0010;
 constexpr uint16_t kMemberIsKey = 0x0020;
 constexpr uint16_t kMemberIsDefault = 0x0040;
 /// Bits of type flags.
-constexpr uint16_t kTypeIsFinal = 0x0001;
 constexpr uint16_t kTypeIsAppendable = 0x0002;
 constexpr uint16_t kTypeIsMutable = 0x0004;
 constexpr uint16_t kTypeIsNested = 0x0008;
