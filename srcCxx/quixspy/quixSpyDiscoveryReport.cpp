@@ -54,12 +54,6 @@ __attribute__((format(printf, 2, 3))) void append(std::string& line, const char*
     line += text;
 }
 
-void append_field(std::string& line, const char* field, const char* text) {
-    line.append(field).append("=\"");
-    QUIXSpy_appendText(line, text);
-    line += '"';
-}
-
 } // namespace
 
 bool QuixSpyDiscoveryListenerHelper_getIpv4Address(char (&out)[QUIXSPY_IP_SIZE],
@@ -156,17 +150,12 @@ void QuixSpyDiscoveryListener::print_discovery_data(const QuixSpyEndpointInfo& r
     append(line, " from %-*.*s:", 16, 16, record.ip);
     line += QUIXSpy_formatTopicField(record.topicName != nullptr ? record.topicName : "", _topicWidth,
                                      record.typeName != nullptr ? record.typeName : "", _typeWidth);
-    if (_showHandle) {
-        append(line, " guid=\"0x%08X,0x%08X,0x%08X:0x%08X\"", record.guid.hostId, record.guid.appId,
-               record.guid.instanceId, record.guid.entityId);
-    }
-    if (record.name != nullptr)
-        append_field(line, " name", record.name);
+    if (_showHandle)
+        QUIXSpy_appendGuid(line, " guid", record.guid);
+    QUIXSpy_appendField(line, " name", record.name);
     if (_showPartition) {
-        if (record.participantPartition != nullptr)
-            append_field(line, " DP partition", record.participantPartition);
-        if (record.endpointPartition != nullptr)
-            append_field(line, isWriter ? " S  partition" : " P  partition", record.endpointPartition);
+        QUIXSpy_appendField(line, " DP partition", record.participantPartition);
+        QUIXSpy_appendField(line, isWriter ? " S  partition" : " P  partition", record.endpointPartition);
     }
     line += '\n';
     agent_->output().put(line);
