@@ -216,10 +216,6 @@ PRESTypePluginParticipantData DynamicTypePlugin_on_participant_attached(void*, c
     return PRESTypePluginDefaultParticipantData_new(typeCode);
 }
 
-void DynamicTypePlugin_on_participant_detached(PRESTypePluginParticipantData participantData) {
-    PRESTypePluginDefaultParticipantData_delete(participantData);
-}
-
 PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(
     PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info) {
     return attach_endpoint(
@@ -231,10 +227,6 @@ PRESTypePluginEndpointData KeyedDynamicTypePlugin_on_endpoint_attached(
     return attach_endpoint(
         participantData, info, []() -> void* { return KeyedDynamicTypePluginSupport_create_data(); },
         []() -> void* { return KeyedDynamicTypePluginSupport_create_key(); });
-}
-
-void DynamicTypePlugin_on_endpoint_detached(PRESTypePluginEndpointData endpointData) {
-    PRESTypePluginDefaultEndpointData_delete(endpointData);
 }
 
 bool DynamicTypePlugin_copy_sample(PRESTypePluginEndpointData, void* target, const void* source) {

@@ -108,10 +108,11 @@ inline constexpr auto& KeyedDynamicTypePluginSupport_destroy_key = DynamicTypePl
 
 PRESTypePluginParticipantData DynamicTypePlugin_on_participant_attached(void* registrationData,
                                                                         const DDS_TypeCode* typeCode);
-void DynamicTypePlugin_on_participant_detached(PRESTypePluginParticipantData participantData);
+inline constexpr auto& DynamicTypePlugin_on_participant_detached =
+    PRESTypePluginDefaultParticipantData_delete;
 PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(
     PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info);
-void DynamicTypePlugin_on_endpoint_detached(PRESTypePluginEndpointData endpointData);
+inline constexpr auto& DynamicTypePlugin_on_endpoint_detached = PRESTypePluginDefaultEndpointData_delete;
 bool DynamicTypePlugin_copy_sample(PRESTypePluginEndpointData endpointData, void* target, const void* source);
 /// Writes nothing: samples of these types are not meant to be sent.
 bool DynamicTypePlugin_serialize(PRESTypePluginEndpointData endpointData, const void* sample,

@@ -1,7 +1,9 @@
 // The report of one discovery event: address, registry, agent and line.
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <string>
 
 #include "agent/QuixAgent.h"
@@ -15,17 +17,10 @@
 namespace {
 
 bool is_ipv4(DDS_Long kind) {
-    switch (kind) {
-        case DDS_LOCATOR_KIND_UDPv4:
-        case DDS_LOCATOR_KIND_UDPv4_WAN:
-        case DDS_LOCATOR_KIND_TCPV4_LAN:
-        case DDS_LOCATOR_KIND_TCPV4_WAN:
-        case DDS_LOCATOR_KIND_TLSV4_LAN:
-        case DDS_LOCATOR_KIND_TLSV4_WAN:
-            return true;
-        default:
-            return false;
-    }
+    constexpr DDS_Long kKinds[] = {DDS_LOCATOR_KIND_UDPv4,     DDS_LOCATOR_KIND_UDPv4_WAN,
+                                   DDS_LOCATOR_KIND_TCPV4_LAN, DDS_LOCATOR_KIND_TCPV4_WAN,
+                                   DDS_LOCATOR_KIND_TLSV4_LAN, DDS_LOCATOR_KIND_TLSV4_WAN};
+    return std::find(std::begin(kKinds), std::end(kKinds), kind) != std::end(kKinds);
 }
 
 /// The participant that an endpoint belongs to: the endpoint's prefix with the entity id of participants.

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <optional>
 
 #include "agent/QuixAgentOutput.h"
@@ -58,24 +59,11 @@ const DDS_TypeCode* behind_aliases(const DDS_TypeCode* code) {
 
 /// Kinds whose collections have no header of their own in XCDR2.
 bool is_primitive(DDS_TCKind kind) {
-    switch (kind) {
-        case DDS_TK_SHORT:
-        case DDS_TK_LONG:
-        case DDS_TK_USHORT:
-        case DDS_TK_ULONG:
-        case DDS_TK_FLOAT:
-        case DDS_TK_DOUBLE:
-        case DDS_TK_BOOLEAN:
-        case DDS_TK_CHAR:
-        case DDS_TK_OCTET:
-        case DDS_TK_LONGLONG:
-        case DDS_TK_ULONGLONG:
-        case DDS_TK_LONGDOUBLE:
-        case DDS_TK_WCHAR:
-            return true;
-        default:
-            return false;
-    }
+    constexpr DDS_TCKind kPrimitives[] = {DDS_TK_SHORT, DDS_TK_LONG,     DDS_TK_USHORT,    DDS_TK_ULONG,
+                                          DDS_TK_FLOAT, DDS_TK_DOUBLE,   DDS_TK_BOOLEAN,   DDS_TK_CHAR,
+                                          DDS_TK_OCTET, DDS_TK_LONGLONG, DDS_TK_ULONGLONG, DDS_TK_LONGDOUBLE,
+                                          DDS_TK_WCHAR};
+    return std::find(std::begin(kPrimitives), std::end(kPrimitives), kind) != std::end(kPrimitives);
 }
 
 // Reading
