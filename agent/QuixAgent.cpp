@@ -96,26 +96,26 @@ bool QuixAgent::initialize(int argc, const char** argv) {
     return true;
 }
 
+namespace {
+
+/// Without a revision that is 0.
+std::string text_of(const QUIXConfigProductVersion& version) {
+    std::string text = std::to_string(version.major) + "." + std::to_string(version.minor) + "." +
+                       std::to_string(version.release);
+    return version.revision != 0 ? text + "." + std::to_string(version.revision) : text;
+}
+
+} // namespace
+
 void QuixAgent::printHeader() {
     const QUIXConfigProductVersion version = QUIXConfigVersion::get_instance().get_product_version();
-    if (version.revision != 0) {
-        output_.print("\n%s built with DDS version: %d.%d.%d.%d\n", title, version.major, version.minor,
-                      version.release, version.revision);
-    } else {
-        output_.print("\n%s built with DDS version: %d.%d.%d\n", title, version.major, version.minor,
-                      version.release);
-    }
+    output_.print("\n%s built with DDS version: %s\n", title, text_of(version).c_str());
     output_.put("~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~~\n");
 }
 
 void QuixAgent::printVersion() {
     const QUIXConfigVersion& library = QUIXConfigVersion::get_instance();
     const QUIXConfigProductVersion version = library.get_product_version();
-    if (version.revision != 0) {
-        output_.print("Kvo QUIXAGENT built with DDS version: %d.%d.%d.%d (%s)\n", version.major,
-                      version.minor, version.release, version.revision, library.to_string());
-    } else {
-        output_.print("Kvo QUIXAGENT built with DDS version: %d.%d.%d (%s)\n", version.major, version.minor,
-                      version.release, library.to_string());
-    }
+    output_.print("Kvo QUIXAGENT built with DDS version: %s (%s)\n", text_of(version).c_str(),
+                  library.to_string());
 }

@@ -47,8 +47,10 @@ struct QuixOption {
     constexpr QuixOption(const char* option, bool Agent::*field, bool on = true)
         : name(option), value(QuixOptionValue::kNone), flag(field), setting(on) {}
     /// A whole number that goes to a field as it is read, even when it is then refused.
-    constexpr QuixOption(const char* option, QuixOptionValue kind, int32_t Agent::*field)
-        : name(option), value(kind), number(field) {}
+    /// `handler`, unless null, is called when it is in range.
+    constexpr QuixOption(const char* option, QuixOptionValue kind, int32_t Agent::*field,
+                         int (*handler)(Step&) = nullptr)
+        : name(option), value(kind), number(field), handle(handler) {}
     /// The same for seconds. `refusal` tells why, with the value in place of "%f".
     constexpr QuixOption(const char* option, float Agent::*field, const char* refusal_text)
         : name(option), value(QuixOptionValue::kSeconds), seconds(field), refusal(refusal_text) {}
@@ -58,52 +60,38 @@ struct QuixOption {
 
     /// What the number may be. `refusal_text` tells why another one is refused, with the value in place of
     /// "%d"; without it the nearest that may be is taken.
-    constexpr QuixOption range(int32_t from, int32_t to, const char* refusal_text) const {
-        QuixOption row = *this;
-        row.least = from;
-        row.most = to;
-        row.refusal = refusal_text;
-        return row;
-    }
-    /// What is called when the value was stored and is in range.
-    constexpr QuixOption then(int (*handler)(Step&)) const {
-        QuixOption row = *this;
-        row.handle = handler;
-        return row;
+    constexpr QuixOption& range(int32_t from, int32_t to, const char* refusal_text) {
+        least = from;
+        most = to;
+        refusal = refusal_text;
+        return *this;
     }
     /// The entry of the usage page: see QuixAgent::printOption. "%d" in the note stands for the number in the
     /// field. `further_lines` are separated by line ends.
-    constexpr QuixOption help(const char* text_of_option, const char* value_of_option = nullptr,
-                              const char* note_of_option = nullptr, std::string_view further_lines = {},
-                              QuixOptionPage page_of_option = QuixOptionPage::kUsage) const {
-        QuixOption row = *this;
-        row.description = text_of_option;
-        row.value_name = value_of_option;
-        row.note = note_of_option;
-        row.lines = further_lines;
-        row.page = page_of_option;
-        return row;
-    }
-    /// The same for the page of hidden options.
-    constexpr QuixOption hidden_help(const char* text_of_option, std::string_view further_lines) const {
-        return help(text_of_option, nullptr, nullptr, further_lines, QuixOptionPage::kHiddenUsage);
+    constexpr QuixOption& help(const char* text_of_option, const char* value_of_option = nullptr,
+                               const char* note_of_option = nullptr, std::string_view further_lines = {},
+                               QuixOptionPage page_of_option = QuixOptionPage::kUsage) {
+        description = text_of_option;
+        value_name = value_of_option;
+        note = note_of_option;
+        lines = further_lines;
+        page = page_of_option;
+        return *this;
     }
     /// The line of the summary, at this place of it, 1 the first: what `show_setting` prints.
-    constexpr QuixOption summary(int at, void (*show_setting)(const Agent&)) const {
-        QuixOption row = *this;
-        row.place = at;
-        row.show = show_setting;
-        return row;
+    constexpr QuixOption& summary(int at, void (*show_setting)(const Agent&)) {
+        place = at;
+        show = show_setting;
+        return *this;
     }
     /// The same for a number: label, number, and a remark where it is the default.
-    constexpr QuixOption summary(int at, const char* text_before, int32_t usual,
-                                 const char* remark_on_usual) const {
-        QuixOption row = *this;
-        row.place = at;
-        row.label = text_before;
-        row.default_number = usual;
-        row.remark = remark_on_usual;
-        return row;
+    constexpr QuixOption& summary(int at, const char* text_before, int32_t usual,
+                                  const char* remark_on_usual) {
+        place = at;
+        label = text_before;
+        default_number = usual;
+        remark = remark_on_usual;
+        return *this;
     }
 
     const char* name;

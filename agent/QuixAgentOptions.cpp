@@ -201,9 +201,8 @@ const Option kOptions[] = {
     Option("-appId", Value::kNumber, set_app_id)
         .help("Sets the application id", "application id", "default 0 --> auto")
         .summary(5, show_app_id),
-    Option("-verbosity", Value::kNumber, &QuixAgent::verbosity)
+    Option("-verbosity", Value::kNumber, &QuixAgent::verbosity, limit_verbosity)
         .range(0, INT32_MAX, "Invalid verbosity value: %d (must be >=0, and <= 5)\n")
-        .then(limit_verbosity)
         .help("Sets verbosity level", "level", "default 1 --> error", "Possible values 0..5")
         .summary(1, show_verbosity),
     Option("-LogFormat", Value::kNumber, &QuixAgent::logFormat)

@@ -15,6 +15,11 @@ void begin_step(const QuixAgent& agent, const char* text) {
     agent.output().flush();
 }
 
+/// True for DDS_RETCODE_OK; else false, with a message that says which operation failed.
+bool check(const QuixAgent& agent, DDS_ReturnCode_t result, const char* operation) {
+    return result == DDS_RETCODE_OK || agent.output().fail("%s %d\n", operation, result);
+}
+
 /// The names of a profile, each cut to what the buffers hold.
 struct ProfileName {
     char library[255];
@@ -44,9 +49,8 @@ bool has_profile(DDSDomainParticipantFactory& factory, const char* library, cons
 
 bool set_up_factory(const QuixAgent& agent, DDSDomainParticipantFactory& factory) {
     DDS_DomainParticipantFactoryQos qos;
-    const DDS_ReturnCode_t result = factory.get_qos(qos);
-    if (result != DDS_RETCODE_OK)
-        return agent.output().fail("get_qos on DomainParticipantFactory error %d\n", result);
+    if (!check(agent, factory.get_qos(qos), "get_qos on DomainParticipantFactory error"))
+        return false;
     DDS_StringSeq_from_array(qos.profile.string_profile, QUIX_AGENT_QOS_FRAGMENTS,
                              QUIX_AGENT_QOS_FRAGMENT_COUNT);
     if (agent.qosFile != nullptr) {
@@ -76,8 +80,7 @@ ProfileName choose_profile(const QuixAgent& agent, DDSDomainParticipantFactory& 
 }
 
 bool check_property(const QuixAgent& agent, DDS_ReturnCode_t result) {
-    return result == DDS_RETCODE_OK ||
-           agent.output().fail("DDS_PropertyQosPolicyHelper_add_property error %d\n", result);
+    return check(agent, result, "DDS_PropertyQosPolicyHelper_add_property error");
 }
 
 /// Sets a property to "1" unless the profile has a value for it.
@@ -123,20 +126,19 @@ bool build_qos(const QuixAgent& agent, const QuixAgentParticipantRequest& reques
                DDSDomainParticipantFactory& factory, const ProfileName& profile,
                DDS_DomainParticipantQos& qos) {
     begin_step(agent, "loading QoS ...");
-    DDS_ReturnCode_t result = factory.get_participant_qos_from_profile(qos, profile.library, profile.profile);
-    if (result != DDS_RETCODE_OK)
-        return agent.output().fail("get_participant_qos_from_profile error %d\n", result);
-    if (!set_properties(agent, qos.property))
+    if (!check(agent, factory.get_participant_qos_from_profile(qos, profile.library, profile.profile),
+               "get_participant_qos_from_profile error") ||
+        !set_properties(agent, qos.property))
         return false;
     apply_settings(agent, request, qos);
     if (!removeMonitoringProperties(qos.property, agent.output()))
         return agent.output().fail("removeMonitoringProperties error\n");
-    if (agent.domainTag != nullptr) {
-        result = DDS_PropertyQosPolicyHelper_assert_property(
-            qos.property, "dds.domain_participant.domain_tag", agent.domainTag, false);
-        if (result != DDS_RETCODE_OK)
-            return agent.output().fail("QUIXAgent: set domainTag %d\n", result);
-    }
+    if (agent.domainTag != nullptr &&
+        !check(agent,
+               DDS_PropertyQosPolicyHelper_assert_property(qos.property, "dds.domain_participant.domain_tag",
+                                                           agent.domainTag, false),
+               "QUIXAgent: set domainTag"))
+        return false;
     if (request.participantPartitionCount > 0) {
         DDS_StringSeq_from_array(qos.partition.name, request.participantPartitions,
                                  request.participantPartitionCount);
@@ -147,17 +149,13 @@ bool build_qos(const QuixAgent& agent, const QuixAgentParticipantRequest& reques
 /// Everything that must happen between the creation and the enabling of the participant.
 bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, const ProfileName& profile,
              DDSDomainParticipant& participant) {
-    DDS_ReturnCode_t result =
-        participant.set_default_topic_qos_with_profile(profile.library, profile.profile);
-    if (result != DDS_RETCODE_OK)
-        return agent.output().fail("QUIXAgent: set_default_topic_qos_with_profile %d\n", result);
-    result = participant.set_default_subscriber_qos_with_profile(profile.library, profile.profile);
-    if (result != DDS_RETCODE_OK)
-        return agent.output().fail("QUIXAgent: set_default_subscriber_qos_with_profile %d\n", result);
-    result = participant.set_default_datareader_qos_with_profile(profile.library, profile.profile);
-    if (result != DDS_RETCODE_OK)
-        return agent.output().fail("QUIXAgent: set_default_datareader_qos_with_profile %d\n", result);
-    if (!QuixAgentTransports_adjust(agent, middleware, &participant))
+    if (!check(agent, participant.set_default_topic_qos_with_profile(profile.library, profile.profile),
+               "QUIXAgent: set_default_topic_qos_with_profile") ||
+        !check(agent, participant.set_default_subscriber_qos_with_profile(profile.library, profile.profile),
+               "QUIXAgent: set_default_subscriber_qos_with_profile") ||
+        !check(agent, participant.set_default_datareader_qos_with_profile(profile.library, profile.profile),
+               "QUIXAgent: set_default_datareader_qos_with_profile") ||
+        !QuixAgentTransports_adjust(agent, middleware, &participant))
         return false;
 
     // The builtin readers exist from their first look-up on: nothing that is announced after the enabling is
@@ -174,23 +172,16 @@ bool prepare(const QuixAgent& agent, const QuixAgentMiddleware& middleware, cons
 
 void destroy(const QuixAgent& agent, DDSDomainParticipantFactory& factory,
              DDSDomainParticipant& participant) {
-    DDS_ReturnCode_t result = participant.delete_contained_entities();
-    if (result != DDS_RETCODE_OK)
-        agent.output().fail("delete_contained_entities error %d\n", result);
-    result = factory.delete_participant(&participant);
-    if (result != DDS_RETCODE_OK)
-        agent.output().fail("delete_participant error %d\n", result);
+    check(agent, participant.delete_contained_entities(), "delete_contained_entities error");
+    check(agent, factory.delete_participant(&participant), "delete_participant error");
 }
 
 DDSSubscriber* create_subscriber(const QuixAgent& agent, const QuixAgentParticipantRequest& request,
                                  DDSDomainParticipant& participant) {
     begin_step(agent, "Creating subscriber...");
     DDS_SubscriberQos qos;
-    const DDS_ReturnCode_t result = participant.get_default_subscriber_qos(qos);
-    if (result != DDS_RETCODE_OK) {
-        agent.output().fail("get_default_subscriber_qos error %d\n", result);
+    if (!check(agent, participant.get_default_subscriber_qos(qos), "get_default_subscriber_qos error"))
         return nullptr;
-    }
     if (request.subscriberPartitionCount > 0) {
         DDS_StringSeq_from_array(qos.partition.name, request.subscriberPartitions,
                                  request.subscriberPartitionCount);
@@ -201,12 +192,7 @@ DDSSubscriber* create_subscriber(const QuixAgent& agent, const QuixAgentParticip
         return nullptr;
     }
     // A profile may say that entities are not enabled when they are created.
-    const DDS_ReturnCode_t enabled = subscriber->enable();
-    if (enabled != DDS_RETCODE_OK) {
-        agent.output().fail("QUIXAgent: Subscriber::enable error %d\n", enabled);
-        return nullptr;
-    }
-    return subscriber;
+    return check(agent, subscriber->enable(), "QUIXAgent: Subscriber::enable error") ? subscriber : nullptr;
 }
 
 } // namespace
@@ -250,9 +236,7 @@ DDSDomainParticipant* QuixAgentParticipant_create(const QuixAgent& agent,
         request.existing->ignore_participant(participant->get_instance_handle());
     if (!prepare(agent, middleware, profile, *participant))
         return nullptr;
-    const DDS_ReturnCode_t result = participant->enable();
-    if (result != DDS_RETCODE_OK) {
-        agent.output().fail("QUIXAgent: DomainParticipant::enable error %d\n", result);
+    if (!check(agent, participant->enable(), "QUIXAgent: DomainParticipant::enable error")) {
         destroy(agent, factory, *participant);
         return nullptr;
     }

@@ -85,13 +85,6 @@ T* create(const char* name, bool allocate_pointers, bool allocate_memory) {
     return record;
 }
 
-void destroy(DynamicType* record, bool delete_pointers) {
-    if (record == nullptr)
-        return;
-    DynamicType_finalize_ex(record, delete_pointers);
-    QUIXHeap_free(record);
-}
-
 void print(const DynamicType* sample, const char* description, int indent, const char* what) {
     for (int level = 0; level < indent; ++level)
         QUIXLog_print("   ");
@@ -104,7 +97,7 @@ PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData partici
                                            PRESTypePluginCreateFunction createSample,
                                            PRESTypePluginCreateFunction createKey) {
     const PRESTypePluginDestroyFunction drop = [](void* record) {
-        destroy(static_cast<DynamicType*>(record), true);
+        DynamicTypePluginSupport_destroy_data(static_cast<DynamicType*>(record));
     };
     PRESTypePluginEndpointData data = PRESTypePluginDefaultEndpointData_new(
         participantData, info, createSample, drop, createKey, createKey ? drop : nullptr);
@@ -152,28 +145,8 @@ bool DynamicType_initialize_ex(DynamicType* sample, bool, bool) {
     return true;
 }
 
-bool DynamicType_initialize_w_params(DynamicType* sample, const DDS_TypeAllocationParams_t* params) {
-    return DynamicType_initialize_ex(sample, params->allocate_pointers, params->allocate_memory);
-}
-
-bool DynamicType_initialize(DynamicType* sample) {
-    return DynamicType_initialize_ex(sample, true, true);
-}
-
 void DynamicType_finalize_ex(DynamicType* sample, bool) {
     release(&sample->stream);
-}
-
-void DynamicType_finalize_w_params(DynamicType* sample, const DDS_TypeDeallocationParams_t* params) {
-    DynamicType_finalize_ex(sample, params->delete_pointers);
-}
-
-void DynamicType_finalize(DynamicType* sample) {
-    DynamicType_finalize_ex(sample, true);
-}
-
-bool DynamicType_copy(DynamicType*, const DynamicType*) {
-    return false;
 }
 
 bool DynamicType_copy_cdr_stream(QUIXCdrStream** target, QUIXCdrStream* source, bool readEncapsulation) {
@@ -209,25 +182,11 @@ DynamicType* DynamicTypePluginSupport_create_data_ex(bool allocatePointers) {
     return create<DynamicType>(DynamicTypeTYPENAME, allocatePointers, true);
 }
 
-DynamicType* DynamicTypePluginSupport_create_data() {
-    return DynamicTypePluginSupport_create_data_ex(true);
-}
-
-void DynamicTypePluginSupport_destroy_data_w_params(DynamicType* sample,
-                                                    const DDS_TypeDeallocationParams_t* params) {
-    destroy(sample, params->delete_pointers);
-}
-
 void DynamicTypePluginSupport_destroy_data_ex(DynamicType* sample, bool deletePointers) {
-    destroy(sample, deletePointers);
-}
-
-void DynamicTypePluginSupport_destroy_data(DynamicType* sample) {
-    destroy(sample, true);
-}
-
-bool DynamicTypePluginSupport_copy_data(DynamicType* target, const DynamicType* source) {
-    return DynamicType_copy(target, source);
+    if (sample == nullptr)
+        return;
+    DynamicType_finalize_ex(sample, deletePointers);
+    QUIXHeap_free(sample);
 }
 
 void DynamicTypePluginSupport_print_data(const DynamicType* sample, const char* description, int indent) {
@@ -244,10 +203,6 @@ KeyedDynamicType* KeyedDynamicTypePluginSupport_create_data_ex(bool allocatePoin
     return create<KeyedDynamicType>(KeyedDynamicTypeTYPENAME, allocatePointers, true);
 }
 
-KeyedDynamicType* KeyedDynamicTypePluginSupport_create_data() {
-    return KeyedDynamicTypePluginSupport_create_data_ex(true);
-}
-
 void KeyedDynamicTypePluginSupport_print_data(const KeyedDynamicType* sample, const char* description,
                                               int indent) {
     print(sample, description, indent, "Can not print opaque stream");
@@ -257,24 +212,8 @@ KeyedDynamicTypeKeyHolder* KeyedDynamicTypePluginSupport_create_key_ex(bool allo
     return create<KeyedDynamicTypeKeyHolder>("KeyedDynamicTypeKeyHolder", allocatePointers, true);
 }
 
-KeyedDynamicTypeKeyHolder* KeyedDynamicTypePluginSupport_create_key() {
-    return KeyedDynamicTypePluginSupport_create_key_ex(true);
-}
-
-void KeyedDynamicTypePluginSupport_destroy_key_ex(KeyedDynamicTypeKeyHolder* key, bool deletePointers) {
-    destroy(key, deletePointers);
-}
-
-void KeyedDynamicTypePluginSupport_destroy_key(KeyedDynamicTypeKeyHolder* key) {
-    destroy(key, true);
-}
-
 PRESTypePluginParticipantData DynamicTypePlugin_on_participant_attached(void*, const DDS_TypeCode* typeCode) {
     return PRESTypePluginDefaultParticipantData_new(typeCode);
-}
-
-void DynamicTypePlugin_on_participant_detached(PRESTypePluginParticipantData participantData) {
-    PRESTypePluginDefaultParticipantData_delete(participantData);
 }
 
 PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(
@@ -288,10 +227,6 @@ PRESTypePluginEndpointData KeyedDynamicTypePlugin_on_endpoint_attached(
     return attach_endpoint(
         participantData, info, []() -> void* { return KeyedDynamicTypePluginSupport_create_data(); },
         []() -> void* { return KeyedDynamicTypePluginSupport_create_key(); });
-}
-
-void DynamicTypePlugin_on_endpoint_detached(PRESTypePluginEndpointData endpointData) {
-    PRESTypePluginDefaultEndpointData_delete(endpointData);
 }
 
 bool DynamicTypePlugin_copy_sample(PRESTypePluginEndpointData, void* target, const void* source) {
@@ -322,19 +257,6 @@ DDS_UnsignedLong DynamicTypePlugin_get_serialized_sample_max_size(PRESTypePlugin
     return kSerializedSampleMaxSize;
 }
 
-PRESTypePluginKeyKind DynamicTypePlugin_get_key_kind() {
-    return PRES_TYPEPLUGIN_NO_KEY;
-}
-
-PRESTypePluginKeyKind KeyedDynamicTypePlugin_get_key_kind() {
-    return PRES_TYPEPLUGIN_USER_KEY;
-}
-
-bool DynamicTypePlugin_serialize_key(PRESTypePluginEndpointData, const void*, QUIXCdrStream*, bool,
-                                     DDS_UnsignedShort, bool) {
-    return true;
-}
-
 bool DynamicTypePlugin_deserialize_key(PRESTypePluginEndpointData, void**, bool*, QUIXCdrStream*, bool,
                                        bool) {
     return true;
@@ -346,10 +268,6 @@ DDS_UnsignedLong KeyedDynamicTypePlugin_get_serialized_key_max_size(PRESTypePlug
 }
 
 bool KeyedDynamicTypePlugin_instance_to_key(PRESTypePluginEndpointData, void*, const void*) {
-    return true;
-}
-
-bool KeyedDynamicTypePlugin_key_to_instance(PRESTypePluginEndpointData, void*, const void*) {
     return true;
 }
 

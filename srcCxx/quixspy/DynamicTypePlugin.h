@@ -26,13 +26,23 @@ extern bool DynamicTypePlugin_g_use42Alignment;
 // -- Samples
 
 bool DynamicType_initialize_ex(DynamicType* sample, bool allocatePointers, bool allocateMemory);
-bool DynamicType_initialize_w_params(DynamicType* sample, const DDS_TypeAllocationParams_t* params);
-bool DynamicType_initialize(DynamicType* sample);
+inline bool DynamicType_initialize_w_params(DynamicType* sample, const DDS_TypeAllocationParams_t* params) {
+    return DynamicType_initialize_ex(sample, params->allocate_pointers, params->allocate_memory);
+}
+inline bool DynamicType_initialize(DynamicType* sample) {
+    return DynamicType_initialize_ex(sample, true, true);
+}
 void DynamicType_finalize_ex(DynamicType* sample, bool deletePointers);
-void DynamicType_finalize_w_params(DynamicType* sample, const DDS_TypeDeallocationParams_t* params);
-void DynamicType_finalize(DynamicType* sample);
+inline void DynamicType_finalize_w_params(DynamicType* sample, const DDS_TypeDeallocationParams_t* params) {
+    DynamicType_finalize_ex(sample, params->delete_pointers);
+}
+inline void DynamicType_finalize(DynamicType* sample) {
+    DynamicType_finalize_ex(sample, true);
+}
 /// Not supported: always false.
-bool DynamicType_copy(DynamicType* target, const DynamicType* source);
+inline bool DynamicType_copy(DynamicType*, const DynamicType*) {
+    return false;
+}
 /// Copies the bytes from the source's position to its end into *target, which is made where it is null and
 /// whose buffer is reused where it suffices. readEncapsulation: the bytes begin with an encapsulation header,
 /// which is not copied but read; otherwise kind and options come from the source's fields. A null source
@@ -54,19 +64,29 @@ inline constexpr auto& KeyedDynamicType_copy_cdr_stream = DynamicType_copy_cdr_s
 /// Null when memory is short or the sample cannot be initialised.
 DynamicType* DynamicTypePluginSupport_create_data_w_params(const DDS_TypeAllocationParams_t* params);
 DynamicType* DynamicTypePluginSupport_create_data_ex(bool allocatePointers);
-DynamicType* DynamicTypePluginSupport_create_data();
-void DynamicTypePluginSupport_destroy_data_w_params(DynamicType* sample,
-                                                    const DDS_TypeDeallocationParams_t* params);
+inline DynamicType* DynamicTypePluginSupport_create_data() {
+    return DynamicTypePluginSupport_create_data_ex(true);
+}
 void DynamicTypePluginSupport_destroy_data_ex(DynamicType* sample, bool deletePointers);
-void DynamicTypePluginSupport_destroy_data(DynamicType* sample);
-bool DynamicTypePluginSupport_copy_data(DynamicType* target, const DynamicType* source);
+inline void DynamicTypePluginSupport_destroy_data_w_params(DynamicType* sample,
+                                                           const DDS_TypeDeallocationParams_t* params) {
+    DynamicTypePluginSupport_destroy_data_ex(sample, params->delete_pointers);
+}
+inline void DynamicTypePluginSupport_destroy_data(DynamicType* sample) {
+    DynamicTypePluginSupport_destroy_data_ex(sample, true);
+}
+inline bool DynamicTypePluginSupport_copy_data(DynamicType* target, const DynamicType* source) {
+    return DynamicType_copy(target, source);
+}
 /// Prints that the sample cannot be printed, behind `indent` levels of three blanks; description may be null.
 void DynamicTypePluginSupport_print_data(const DynamicType* sample, const char* description, int indent);
 
 KeyedDynamicType* KeyedDynamicTypePluginSupport_create_data_w_params(
     const DDS_TypeAllocationParams_t* params);
 KeyedDynamicType* KeyedDynamicTypePluginSupport_create_data_ex(bool allocatePointers);
-KeyedDynamicType* KeyedDynamicTypePluginSupport_create_data();
+inline KeyedDynamicType* KeyedDynamicTypePluginSupport_create_data() {
+    return KeyedDynamicTypePluginSupport_create_data_ex(true);
+}
 inline constexpr auto& KeyedDynamicTypePluginSupport_destroy_data_w_params =
     DynamicTypePluginSupport_destroy_data_w_params;
 inline constexpr auto& KeyedDynamicTypePluginSupport_destroy_data_ex =
@@ -77,18 +97,22 @@ void KeyedDynamicTypePluginSupport_print_data(const KeyedDynamicType* sample, co
                                               int indent);
 
 KeyedDynamicTypeKeyHolder* KeyedDynamicTypePluginSupport_create_key_ex(bool allocatePointers);
-KeyedDynamicTypeKeyHolder* KeyedDynamicTypePluginSupport_create_key();
-void KeyedDynamicTypePluginSupport_destroy_key_ex(KeyedDynamicTypeKeyHolder* key, bool deletePointers);
-void KeyedDynamicTypePluginSupport_destroy_key(KeyedDynamicTypeKeyHolder* key);
+inline KeyedDynamicTypeKeyHolder* KeyedDynamicTypePluginSupport_create_key() {
+    return KeyedDynamicTypePluginSupport_create_key_ex(true);
+}
+inline constexpr auto& KeyedDynamicTypePluginSupport_destroy_key_ex =
+    DynamicTypePluginSupport_destroy_data_ex;
+inline constexpr auto& KeyedDynamicTypePluginSupport_destroy_key = DynamicTypePluginSupport_destroy_data;
 
 // -- Plugin operations; see PRESTypePlugin for what the middleware expects of each
 
 PRESTypePluginParticipantData DynamicTypePlugin_on_participant_attached(void* registrationData,
                                                                         const DDS_TypeCode* typeCode);
-void DynamicTypePlugin_on_participant_detached(PRESTypePluginParticipantData participantData);
+inline constexpr auto& DynamicTypePlugin_on_participant_detached =
+    PRESTypePluginDefaultParticipantData_delete;
 PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(
     PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info);
-void DynamicTypePlugin_on_endpoint_detached(PRESTypePluginEndpointData endpointData);
+inline constexpr auto& DynamicTypePlugin_on_endpoint_detached = PRESTypePluginDefaultEndpointData_delete;
 bool DynamicTypePlugin_copy_sample(PRESTypePluginEndpointData endpointData, void* target, const void* source);
 /// Writes nothing: samples of these types are not meant to be sent.
 bool DynamicTypePlugin_serialize(PRESTypePluginEndpointData endpointData, const void* sample,
@@ -101,10 +125,10 @@ DDS_UnsignedLong DynamicTypePlugin_get_serialized_sample_max_size(PRESTypePlugin
                                                                   bool includeEncapsulation,
                                                                   DDS_UnsignedShort encapsulationId,
                                                                   DDS_UnsignedLong alignment);
-PRESTypePluginKeyKind DynamicTypePlugin_get_key_kind();
-bool DynamicTypePlugin_serialize_key(PRESTypePluginEndpointData endpointData, const void* sample,
-                                     QUIXCdrStream* stream, bool serializeEncapsulation,
-                                     DDS_UnsignedShort encapsulationId, bool serializeSample);
+inline PRESTypePluginKeyKind DynamicTypePlugin_get_key_kind() {
+    return PRES_TYPEPLUGIN_NO_KEY;
+}
+inline constexpr auto& DynamicTypePlugin_serialize_key = DynamicTypePlugin_serialize;
 bool DynamicTypePlugin_deserialize_key(PRESTypePluginEndpointData endpointData, void** sample,
                                        bool* dropSample, QUIXCdrStream* stream, bool deserializeEncapsulation,
                                        bool deserializeSample);
@@ -121,7 +145,9 @@ inline constexpr auto& KeyedDynamicTypePlugin_serialize = DynamicTypePlugin_seri
 inline constexpr auto& KeyedDynamicTypePlugin_deserialize = DynamicTypePlugin_deserialize;
 inline constexpr auto& KeyedDynamicTypePlugin_get_serialized_sample_max_size =
     DynamicTypePlugin_get_serialized_sample_max_size;
-PRESTypePluginKeyKind KeyedDynamicTypePlugin_get_key_kind();
+inline PRESTypePluginKeyKind KeyedDynamicTypePlugin_get_key_kind() {
+    return PRES_TYPEPLUGIN_USER_KEY;
+}
 inline constexpr auto& KeyedDynamicTypePlugin_serialize_key = DynamicTypePlugin_serialize_key;
 inline constexpr auto& KeyedDynamicTypePlugin_deserialize_key = DynamicTypePlugin_deserialize;
 DDS_UnsignedLong KeyedDynamicTypePlugin_get_serialized_key_max_size(PRESTypePluginEndpointData endpointData,
@@ -130,8 +156,7 @@ DDS_UnsignedLong KeyedDynamicTypePlugin_get_serialized_key_max_size(PRESTypePlug
                                                                     DDS_UnsignedLong alignment);
 bool KeyedDynamicTypePlugin_instance_to_key(PRESTypePluginEndpointData endpointData, void* key,
                                             const void* instance);
-bool KeyedDynamicTypePlugin_key_to_instance(PRESTypePluginEndpointData endpointData, void* instance,
-                                            const void* key);
+inline constexpr auto& KeyedDynamicTypePlugin_key_to_instance = KeyedDynamicTypePlugin_instance_to_key;
 /// The all-zero hash: what the key is, these types do not know.
 bool KeyedDynamicTypePlugin_instance_to_keyhash(PRESTypePluginEndpointData endpointData, PRESKeyHash* keyHash,
                                                 const void* instance);

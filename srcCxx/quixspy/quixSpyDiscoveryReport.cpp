@@ -1,7 +1,9 @@
 // The report of one discovery event: address, registry, agent and line.
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <string>
 
 #include "agent/QuixAgent.h"
@@ -15,17 +17,10 @@
 namespace {
 
 bool is_ipv4(DDS_Long kind) {
-    switch (kind) {
-        case DDS_LOCATOR_KIND_UDPv4:
-        case DDS_LOCATOR_KIND_UDPv4_WAN:
-        case DDS_LOCATOR_KIND_TCPV4_LAN:
-        case DDS_LOCATOR_KIND_TCPV4_WAN:
-        case DDS_LOCATOR_KIND_TLSV4_LAN:
-        case DDS_LOCATOR_KIND_TLSV4_WAN:
-            return true;
-        default:
-            return false;
-    }
+    constexpr DDS_Long kKinds[] = {DDS_LOCATOR_KIND_UDPv4,     DDS_LOCATOR_KIND_UDPv4_WAN,
+                                   DDS_LOCATOR_KIND_TCPV4_LAN, DDS_LOCATOR_KIND_TCPV4_WAN,
+                                   DDS_LOCATOR_KIND_TLSV4_LAN, DDS_LOCATOR_KIND_TLSV4_WAN};
+    return std::find(std::begin(kKinds), std::end(kKinds), kind) != std::end(kKinds);
 }
 
 /// The participant that an endpoint belongs to: the endpoint's prefix with the entity id of participants.
@@ -52,12 +47,6 @@ __attribute__((format(printf, 2, 3))) void append(std::string& line, const char*
     std::vsnprintf(text, sizeof text, format, values);
     va_end(values);
     line += text;
-}
-
-void append_field(std::string& line, const char* field, const char* text) {
-    line.append(field).append("=\"");
-    QUIXSpy_appendText(line, text);
-    line += '"';
 }
 
 } // namespace
@@ -156,17 +145,12 @@ void QuixSpyDiscoveryListener::print_discovery_data(const QuixSpyEndpointInfo& r
     append(line, " from %-*.*s:", 16, 16, record.ip);
     line += QUIXSpy_formatTopicField(record.topicName != nullptr ? record.topicName : "", _topicWidth,
                                      record.typeName != nullptr ? record.typeName : "", _typeWidth);
-    if (_showHandle) {
-        append(line, " guid=\"0x%08X,0x%08X,0x%08X:0x%08X\"", record.guid.hostId, record.guid.appId,
-               record.guid.instanceId, record.guid.entityId);
-    }
-    if (record.name != nullptr)
-        append_field(line, " name", record.name);
+    if (_showHandle)
+        QUIXSpy_appendGuid(line, " guid", record.guid);
+    QUIXSpy_appendField(line, " name", record.name);
     if (_showPartition) {
-        if (record.participantPartition != nullptr)
-            append_field(line, " DP partition", record.participantPartition);
-        if (record.endpointPartition != nullptr)
-            append_field(line, isWriter ? " S  partition" : " P  partition", record.endpointPartition);
+        QUIXSpy_appendField(line, " DP partition", record.participantPartition);
+        QUIXSpy_appendField(line, isWriter ? " S  partition" : " P  partition", record.endpointPartition);
     }
     line += '\n';
     agent_->output().put(line);

@@ -30,6 +30,12 @@ bool duplicate(char*& target, const char* source) {
     return source == nullptr || target != nullptr;
 }
 
+/// The same, with a message; `what` stands in front of the text.
+bool store_text(QuixAgentOutput& output, char*& target, const char* source, const char* what) {
+    return duplicate(target, source) ||
+           output.fail("ferret: Failed to allocate memory for %s%s'\n", what, QUIXSpy_text(source).c_str());
+}
+
 const char* or_empty(const char* text) {
     return text != nullptr ? text : "";
 }
@@ -82,22 +88,11 @@ bool QuixSpyEndpointInfo::copy_from(const QuixSpyEndpointInfo& source, QuixAgent
     clear(*this, source.guid);
     if (!copy_ip(*this, source.ip))
         return output.fail("ferret: Failed to copy IP '%.*s'\n", QUIXSPY_IP_SIZE, source.ip);
-    if (!duplicate(topicName, source.topicName))
-        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n",
-                           QUIXSpy_text(source.topicName).c_str());
-    if (!duplicate(typeName, source.typeName))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                           QUIXSpy_text(source.typeName).c_str());
-    if (!duplicate(name, source.name))
-        return output.fail("ferret: Failed to allocate memory for name '%s:%s'\n", "",
-                           QUIXSpy_text(source.name).c_str());
-    if (!duplicate(participantPartition, source.participantPartition))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                           QUIXSpy_text(source.participantPartition).c_str());
-    if (!duplicate(endpointPartition, source.endpointPartition))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                           QUIXSpy_text(source.endpointPartition).c_str());
-    return true;
+    return store_text(output, topicName, source.topicName, "topicName '") &&
+           store_text(output, typeName, source.typeName, "typeName '") &&
+           store_text(output, name, source.name, "name ':") &&
+           store_text(output, participantPartition, source.participantPartition, "typeName '") &&
+           store_text(output, endpointPartition, source.endpointPartition, "typeName '");
 }
 
 namespace {
@@ -108,13 +103,9 @@ bool fill(QuixAgentOutput& output, QuixSpyEndpointInfo& info, const RtpsGuid& gu
     clear(info, guid);
     if (!copy_ip(info, ip))
         return output.fail("ferret: Failed to copy IP '%s'\n", ip);
-    if (!duplicate(info.topicName, topic_name))
-        return output.fail("ferret: Failed to allocate memory for topicName '%s'\n",
-                           QUIXSpy_text(topic_name).c_str());
-    if (!duplicate(info.typeName, type_name))
-        return output.fail("ferret: Failed to allocate memory for typeName '%s'\n",
-                           QUIXSpy_text(type_name).c_str());
-    return store_name(output, info, entity_name) &&
+    return store_text(output, info.topicName, topic_name, "topicName '") &&
+           store_text(output, info.typeName, type_name, "typeName '") &&
+           store_name(output, info, entity_name) &&
            store_partitions(output, info.participantPartition, participant_partitions) &&
            store_partitions(output, info.endpointPartition, endpoint_partitions);
 }

@@ -255,13 +255,15 @@ const Option kOptions[] = {
               "sample is received."),
     Option("-maxSizeSerialized", Value::kText, set_max_size_serialized),
     Option("-use43LargeDataFormat", &QuixSpyAgent::use43LargeDataFormat)
-        .hidden_help("Use Kvo Data Distribution 4.3 large data format",
-                     "This option should be used when compatibility\n"
-                     "with 4.3 is required and fragmented data is sent.\n"
-                     "This is the same as setting the corresponding\n"
-                     "properties in PropertyQosPolicy."),
+        .help("Use Kvo Data Distribution 4.3 large data format", nullptr, nullptr,
+              "This option should be used when compatibility\n"
+              "with 4.3 is required and fragmented data is sent.\n"
+              "This is the same as setting the corresponding\n"
+              "properties in PropertyQosPolicy.",
+              QuixOptionPage::kHiddenUsage),
     Option("-use510CompatibleLocatorKinds", &QuixSpyAgent::use510CompatibleLocatorKinds)
-        .hidden_help("Use Meridian DDS 5.1.0 locator kinds for", "SHMEM and UDPv6."),
+        .help("Use Meridian DDS 5.1.0 locator kinds for", nullptr, nullptr, "SHMEM and UDPv6.",
+              QuixOptionPage::kHiddenUsage),
     Option("-noDynamicData", &QuixSpyAgent::_useDynamicData, false),
 };
 

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <optional>
 
 #include "agent/QuixAgentOutput.h"
@@ -58,24 +59,11 @@ const DDS_TypeCode* behind_aliases(const DDS_TypeCode* code) {
 
 /// Kinds whose collections have no header of their own in XCDR2.
 bool is_primitive(DDS_TCKind kind) {
-    switch (kind) {
-        case DDS_TK_SHORT:
-        case DDS_TK_LONG:
-        case DDS_TK_USHORT:
-        case DDS_TK_ULONG:
-        case DDS_TK_FLOAT:
-        case DDS_TK_DOUBLE:
-        case DDS_TK_BOOLEAN:
-        case DDS_TK_CHAR:
-        case DDS_TK_OCTET:
-        case DDS_TK_LONGLONG:
-        case DDS_TK_ULONGLONG:
-        case DDS_TK_LONGDOUBLE:
-        case DDS_TK_WCHAR:
-            return true;
-        default:
-            return false;
-    }
+    constexpr DDS_TCKind kPrimitives[] = {DDS_TK_SHORT, DDS_TK_LONG,     DDS_TK_USHORT,    DDS_TK_ULONG,
+                                          DDS_TK_FLOAT, DDS_TK_DOUBLE,   DDS_TK_BOOLEAN,   DDS_TK_CHAR,
+                                          DDS_TK_OCTET, DDS_TK_LONGLONG, DDS_TK_ULONGLONG, DDS_TK_LONGDOUBLE,
+                                          DDS_TK_WCHAR};
+    return std::find(std::begin(kPrimitives), std::end(kPrimitives), kind) != std::end(kPrimitives);
 }
 
 // Reading
@@ -91,10 +79,13 @@ bool read(QUIXCdrStream& stream, uint32_t& value) {
     return QUIXCdrStream_read4(&stream, &value);
 }
 
-/// Values of 8 and 16 bytes, in host byte order.
 template <size_t kSize>
-bool read(QUIXCdrStream& stream, std::array<uint8_t, kSize>& octets) {
-    if (!QUIXCdrStream_align(&stream, is_xcdr2(stream) ? 4 : 8) ||
+using Octets = std::array<uint8_t, kSize>;
+
+/// One octet, or a value of 8 or 16 bytes in host byte order.
+template <size_t kSize>
+bool read(QUIXCdrStream& stream, Octets<kSize>& octets) {
+    if ((kSize > 1 && !QUIXCdrStream_align(&stream, is_xcdr2(stream) ? 4 : 8)) ||
         !QUIXCdrStream_readBytes(&stream, octets.data(), kSize))
         return false;
     if (stream.needByteSwap)
@@ -156,16 +147,52 @@ void put_decimal(std::string& text, Integer number) {
     text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
+/// `bits` as they are read hold a number of type Number.
+template <typename Number, typename Bits>
+void put_number(std::string& text, Bits bits) {
+    put_decimal(text, static_cast<Number>(bits));
+}
+
 /// The lowest `digits` hexadecimal digits.
 void put_hex(std::string& text, uint32_t number, unsigned digits) {
     while (digits-- > 0)
         text += "0123456789abcdef"[number >> (4 * digits) & 15];
 }
 
-void put_real(std::string& text, double number) {
+/// `bits` hold a number of type Number.
+template <typename Number, typename Bits>
+void put_real(std::string& text, Bits bits) {
+    Number number = 0;
+    static_assert(sizeof number == sizeof bits);
+    std::memcpy(&number, &bits, sizeof number);
     char digits[512]; // the largest double has 309 digits in front of the point
-    const int length = std::snprintf(digits, sizeof digits, "%f", number);
+    const int length = std::snprintf(digits, sizeof digits, "%f", static_cast<double>(number));
     text.append(digits, static_cast<size_t>(length));
+}
+
+void put_boolean(std::string& text, uint8_t octet) {
+    text += octet == 0 ? "false" : "true";
+}
+
+void put_character(std::string& text, uint8_t octet) {
+    const char character = static_cast<char>(octet);
+    text += '\'';
+    QUIXSpy_appendText(text, {&character, 1});
+    text += '\'';
+}
+
+void put_wide_character(std::string& text, uint16_t character) {
+    text += '<';
+    put_hex(text, character, 8);
+    text += '>';
+}
+
+template <size_t kSize>
+void put_octets(std::string& text, Octets<kSize> octets) {
+    text += '<';
+    for (const uint8_t octet : octets)
+        put_hex(text, octet, 2);
+    text += '>';
 }
 
 void put_label(std::string& text, const char* name) {
@@ -186,33 +213,303 @@ class Walk {
     /// Whether the value is the sample, or a part of it that may have a header of its own.
     enum class Place : uint8_t { outermost, nested };
 
-    bool print(const DDS_TypeCode* code, int32_t indent, Place place);
-    bool print_primitive(const DDS_TypeCode* code);
+    bool print(const DDS_TypeCode* code, int32_t indent, Place place) {
+        if (code == nullptr || budget_ == 0 || depth_ >= QUIXSPY_RAW_PRINTER_MAX_DEPTH)
+            return false;
+        --budget_;
+        ++depth_;
+        const bool done = print_value(*code, indent, place);
+        --depth_;
+        return done;
+    }
+
+    bool print_primitive(const DDS_TypeCode* alias) {
+        const DDS_TypeCode* const code = behind_aliases(alias);
+        if (code == nullptr)
+            return false;
+        switch (*ask(*code, &DDS_TypeCode::kind)) {
+            case DDS_TK_SHORT:
+                return print_as<uint16_t>(put_number<int16_t, uint16_t>);
+            case DDS_TK_LONG:
+                return print_as<uint32_t>(put_number<int32_t, uint32_t>);
+            case DDS_TK_USHORT:
+                return print_as<uint16_t>(put_number<uint16_t, uint16_t>);
+            case DDS_TK_ULONG:
+                return print_as<uint32_t>(put_number<uint32_t, uint32_t>);
+            case DDS_TK_FLOAT:
+                return print_as<uint32_t>(put_real<float, uint32_t>);
+            case DDS_TK_DOUBLE:
+                return print_as<Octets<8>>(put_real<double, Octets<8>>);
+            case DDS_TK_BOOLEAN:
+                return print_as<uint8_t>(put_boolean);
+            case DDS_TK_CHAR:
+                return print_as<uint8_t>(put_character);
+            case DDS_TK_OCTET:
+                return print_as<Octets<1>>(put_octets<1>);
+            case DDS_TK_ENUM:
+                return print_enumerator(*code);
+            case DDS_TK_STRING:
+                return print_string(*code);
+            case DDS_TK_LONGLONG:
+            case DDS_TK_ULONGLONG:
+                return print_as<Octets<8>>(put_octets<8>);
+            case DDS_TK_LONGDOUBLE:
+                return print_as<Octets<16>>(put_octets<16>);
+            case DDS_TK_WCHAR:
+                return print_as<uint16_t>(put_wide_character);
+            case DDS_TK_WSTRING:
+                return print_wide_string(*code);
+            default:
+                return false;
+        }
+    }
 
   private:
-    bool print_value(const DDS_TypeCode& code, int32_t indent, Place place);
-    bool print_structure(const DDS_TypeCode& code, DDS_TCKind kind, int32_t indent, Place place);
-    bool print_member(const DDS_TypeCode& code, uint32_t index, int32_t indent);
-    bool print_union(const DDS_TypeCode& code, int32_t indent, Place place);
-    bool print_branch(const DDS_TypeCode& code, const char* name, uint32_t index, int32_t indent);
-    bool print_sequence(const DDS_TypeCode& code, int32_t indent);
-    bool print_array(const DDS_TypeCode& code, int32_t indent);
+    void end_line() {
+        text_ += '\n';
+        if (output_ != nullptr && text_.size() > kSpillLength) {
+            output_->put(text_);
+            text_.clear();
+        }
+    }
 
-    template <typename Wire, typename Number>
-    bool print_number();
-    template <size_t kSize>
-    bool print_octets();
-    bool print_float();
-    bool print_double();
-    template <typename Print>
-    bool print_octet(Print print);
-    bool print_enumerator(const DDS_TypeCode& code);
-    bool print_string(const DDS_TypeCode& code);
-    bool print_wide_string(const DDS_TypeCode& code);
+    /// Of a structure or union, by its extensibility: for the outermost one the encapsulation decides.
+    bool may_have_header(const DDS_TypeCode& code, Place place) const {
+        if (place == Place::outermost)
+            return false;
+        const auto extensibility = ask(code, &DDS_TypeCode::extensibility_kind);
+        return !extensibility || *extensibility == DDS_MUTABLE_EXTENSIBILITY ||
+               (is_xcdr2(stream_) && *extensibility != DDS_FINAL_EXTENSIBILITY);
+    }
 
-    bool may_have_header(const DDS_TypeCode& code, Place place) const;
-    const DDS_TypeCode* content_without_header(const DDS_TypeCode& collection) const;
-    void end_line();
+    /// The type of the elements; null when it cannot be told or the collection starts with a header.
+    const DDS_TypeCode* content_without_header(const DDS_TypeCode& collection) const {
+        const DDS_TypeCode* const content = ask_type(collection, &DDS_TypeCode::content_type);
+        if (content == nullptr || !is_xcdr2(stream_))
+            return content;
+        const DDS_TypeCode* const element = behind_aliases(content);
+        return element != nullptr && is_primitive(*ask(*element, &DDS_TypeCode::kind)) ? content : nullptr;
+    }
+
+    bool print_value(const DDS_TypeCode& code, int32_t indent, Place place) {
+        const auto kind = ask(code, &DDS_TypeCode::kind);
+        if (!kind)
+            return false;
+        switch (*kind) {
+            case DDS_TK_STRUCT:
+            case DDS_TK_VALUE:
+                return print_structure(code, *kind, indent, place);
+            case DDS_TK_UNION:
+                return print_union(code, indent, place);
+            case DDS_TK_SEQUENCE:
+                return print_sequence(code, indent);
+            case DDS_TK_ARRAY:
+                return print_array(code, indent);
+            case DDS_TK_ALIAS:
+                return print(ask_type(code, &DDS_TypeCode::content_type), indent, place);
+            default:
+                return print_primitive(&code);
+        }
+    }
+
+    // -- Values with parts
+
+    bool print_structure(const DDS_TypeCode& code, DDS_TCKind kind, int32_t indent, Place place) {
+        if (may_have_header(code, place))
+            return false;
+        if (kind == DDS_TK_VALUE) {
+            const auto base = ask(code, &DDS_TypeCode::concrete_base_type);
+            // Members of the base are members of this structure: they have no header of their own.
+            if (!base || (*base != nullptr && !print(*base, indent, Place::outermost)))
+                return false;
+        }
+        end_line();
+        const auto count = ask(code, &DDS_TypeCode::member_count);
+        if (!count)
+            return false;
+        for (uint32_t i = 0; i < *count; ++i) {
+            if (i > 0)
+                end_line();
+            if (!print_member(code, i, indent))
+                return false;
+        }
+        return true;
+    }
+
+    bool print_member(const DDS_TypeCode& code, uint32_t index, int32_t indent) {
+        const auto bits = ask(code, &DDS_TypeCode::member_bitfield_bits, index);
+        const auto optional = ask(code, &DDS_TypeCode::is_member_optional, index);
+        if (!bits || *bits < DDS_TYPECODE_NOT_BITFIELD || optional.value_or(true))
+            return false;
+        const char* const name = ask(code, &DDS_TypeCode::member_name, index).value_or(nullptr);
+        if (name == nullptr)
+            return false;
+        put_indent(text_, indent);
+        put_label(text_, name);
+        return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + 1, Place::nested);
+    }
+
+    bool print_union(const DDS_TypeCode& code, int32_t indent, Place place) {
+        if (may_have_header(code, place))
+            return false;
+        end_line();
+        put_indent(text_, indent);
+        put_label(text_, "_d");
+        const DDS_TypeCode* const discriminator = ask_type(code, &DDS_TypeCode::discriminator_type);
+        const DDS_TypeCode* const discriminator_kind = behind_aliases(discriminator);
+        QUIXCdrStream ahead = stream_;
+        int32_t value = 0;
+        if (discriminator_kind == nullptr || !read_discriminator(ahead, *discriminator_kind, value) ||
+            !print_primitive(discriminator))
+            return false;
+        end_line();
+
+        const auto default_index = ask(code, &DDS_TypeCode::default_index);
+        const auto count = ask(code, &DDS_TypeCode::member_count);
+        if (!default_index || !count)
+            return false;
+        for (uint32_t i = 0; i < *count; ++i) {
+            if (static_cast<int64_t>(i) == *default_index)
+                continue;
+            const auto labels = ask(code, &DDS_TypeCode::member_label_count, i);
+            if (!labels)
+                return false;
+            for (uint32_t k = 0; k < *labels; ++k) {
+                const auto label = ask(code, &DDS_TypeCode::member_label, i, k);
+                if (!label)
+                    return false;
+                if (*label == value)
+                    return print_branch(code, ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr), i,
+                                        indent);
+            }
+        }
+        // Without a default member no member has this index, and the query of its type fails.
+        return print_branch(code, "default", static_cast<uint32_t>(*default_index), indent);
+    }
+
+    bool print_branch(const DDS_TypeCode& code, const char* name, uint32_t index, int32_t indent) {
+        if (name == nullptr)
+            return false;
+        put_indent(text_, indent);
+        put_label(text_, name);
+        return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + 2, Place::nested);
+    }
+
+    bool print_sequence(const DDS_TypeCode& code, int32_t indent) {
+        const DDS_TypeCode* const content = content_without_header(code);
+        uint32_t count = 0;
+        if (content == nullptr || !read(stream_, count))
+            return false;
+        for (uint32_t k = 0; k < count; ++k) {
+            end_line(); // in front of the first, and between two
+            put_indent(text_, indent);
+            text_ += '[';
+            put_decimal(text_, k);
+            text_ += "]: ";
+            if (!print(content, indent + 1, Place::nested))
+                return false;
+        }
+        return true;
+    }
+
+    bool print_array(const DDS_TypeCode& code, int32_t indent) {
+        end_line();
+        const auto dimension_count = ask(code, &DDS_TypeCode::array_dimension_count);
+        const DDS_TypeCode* const content = content_without_header(code);
+        if (content == nullptr || !dimension_count || *dimension_count > QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS)
+            return false;
+        uint32_t dimensions[QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS] = {};
+        for (uint32_t i = 0; i < *dimension_count; ++i) {
+            const auto dimension = ask(code, &DDS_TypeCode::array_dimension, i);
+            if (!dimension)
+                return false;
+            dimensions[i] = *dimension;
+        }
+        uint32_t* const end = dimensions + *dimension_count;
+        if (std::find(dimensions, end, 0u) != end)
+            return true;
+
+        uint32_t index[QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS] = {};
+        while (true) {
+            put_indent(text_, indent);
+            for (uint32_t i = 0; i < *dimension_count; ++i) {
+                text_ += '[';
+                put_decimal(text_, index[i]);
+                text_ += ']';
+            }
+            text_ += ": ";
+            if (!print(content, indent + 1, Place::nested))
+                return false;
+            // The last dimension runs fastest; when the first overflows, that was the last element.
+            uint32_t turning = *dimension_count;
+            while (turning > 0 && ++index[turning - 1] == dimensions[turning - 1])
+                index[--turning] = 0;
+            if (turning == 0)
+                return true;
+            end_line();
+        }
+    }
+
+    // -- Values without parts
+
+    template <typename Wire, typename Put>
+    bool print_as(Put put) {
+        Wire value{};
+        if (!read(stream_, value))
+            return false;
+        put(text_, value);
+        return true;
+    }
+
+    bool print_enumerator(const DDS_TypeCode& code) {
+        int32_t value = 0;
+        const auto count = ask(code, &DDS_TypeCode::member_count);
+        if (!count || !read_enumerator(stream_, code, value))
+            return false;
+        for (uint32_t i = 0; i < *count; ++i) {
+            const auto ordinal = ask(code, &DDS_TypeCode::member_ordinal, i);
+            if (!ordinal)
+                return false;
+            if (*ordinal != value)
+                continue;
+            const char* const name = ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr);
+            if (name == nullptr)
+                return false;
+            QUIXSpy_appendText(text_, name);
+            break;
+        }
+        return true;
+    }
+
+    bool print_string(const DDS_TypeCode& code) {
+        const auto bound = ask(code, &DDS_TypeCode::length);
+        const char* characters = nullptr;
+        if (!bound || !QUIXCdrStream_readString(&stream_, &characters, *bound + 1))
+            return false;
+        text_ += '"';
+        QUIXSpy_appendText(text_, characters);
+        text_ += '"';
+        return true;
+    }
+
+    bool print_wide_string(const DDS_TypeCode& code) {
+        const auto bound = ask(code, &DDS_TypeCode::length);
+        uint32_t count = 0;
+        if (!bound || !QUIXCdrStream_readWideStringLength(&stream_, &count, *bound + 1))
+            return false;
+        text_ += '<';
+        bool ended = false; // some serializers send a terminator
+        for (; count > 0; --count) {
+            uint16_t character = 0;
+            if (!read(stream_, character))
+                return false;
+            ended = ended || character == 0;
+            if (!ended)
+                put_hex(text_, character, 8);
+        }
+        text_ += '>';
+        return true;
+    }
 
     std::string& text_;
     QuixAgentOutput* output_;
@@ -220,364 +517,6 @@ class Walk {
     uint64_t budget_;
     unsigned depth_ = 0;
 };
-
-void Walk::end_line() {
-    text_ += '\n';
-    if (output_ != nullptr && text_.size() > kSpillLength) {
-        output_->put(text_);
-        text_.clear();
-    }
-}
-
-/// Of a structure or union, by its extensibility: for the outermost one the encapsulation decides.
-bool Walk::may_have_header(const DDS_TypeCode& code, Place place) const {
-    if (place == Place::outermost)
-        return false;
-    const auto extensibility = ask(code, &DDS_TypeCode::extensibility_kind);
-    return !extensibility || *extensibility == DDS_MUTABLE_EXTENSIBILITY ||
-           (is_xcdr2(stream_) && *extensibility != DDS_FINAL_EXTENSIBILITY);
-}
-
-/// The type of the elements; null when it cannot be told or the collection starts with a header.
-const DDS_TypeCode* Walk::content_without_header(const DDS_TypeCode& collection) const {
-    const DDS_TypeCode* const content = ask_type(collection, &DDS_TypeCode::content_type);
-    if (content == nullptr || !is_xcdr2(stream_))
-        return content;
-    const DDS_TypeCode* const element = behind_aliases(content);
-    return element != nullptr && is_primitive(*ask(*element, &DDS_TypeCode::kind)) ? content : nullptr;
-}
-
-bool Walk::print(const DDS_TypeCode* code, int32_t indent, Place place) {
-    if (code == nullptr || budget_ == 0 || depth_ >= QUIXSPY_RAW_PRINTER_MAX_DEPTH)
-        return false;
-    --budget_;
-    ++depth_;
-    const bool done = print_value(*code, indent, place);
-    --depth_;
-    return done;
-}
-
-bool Walk::print_value(const DDS_TypeCode& code, int32_t indent, Place place) {
-    const auto kind = ask(code, &DDS_TypeCode::kind);
-    if (!kind)
-        return false;
-    switch (*kind) {
-        case DDS_TK_STRUCT:
-        case DDS_TK_VALUE:
-            return print_structure(code, *kind, indent, place);
-        case DDS_TK_UNION:
-            return print_union(code, indent, place);
-        case DDS_TK_SEQUENCE:
-            return print_sequence(code, indent);
-        case DDS_TK_ARRAY:
-            return print_array(code, indent);
-        case DDS_TK_ALIAS:
-            return print(ask_type(code, &DDS_TypeCode::content_type), indent, place);
-        default:
-            return print_primitive(&code);
-    }
-}
-
-// Values with parts
-// --------------------------------------------------------------------------------------------------
-
-bool Walk::print_structure(const DDS_TypeCode& code, DDS_TCKind kind, int32_t indent, Place place) {
-    if (may_have_header(code, place))
-        return false;
-    if (kind == DDS_TK_VALUE) {
-        const auto base = ask(code, &DDS_TypeCode::concrete_base_type);
-        // Members of the base are members of this structure: they have no header of their own.
-        if (!base || (*base != nullptr && !print(*base, indent, Place::outermost)))
-            return false;
-    }
-    end_line();
-    const auto count = ask(code, &DDS_TypeCode::member_count);
-    if (!count)
-        return false;
-    for (uint32_t i = 0; i < *count; ++i) {
-        if (i > 0)
-            end_line();
-        if (!print_member(code, i, indent))
-            return false;
-    }
-    return true;
-}
-
-bool Walk::print_member(const DDS_TypeCode& code, uint32_t index, int32_t indent) {
-    const auto bits = ask(code, &DDS_TypeCode::member_bitfield_bits, index);
-    const auto optional = ask(code, &DDS_TypeCode::is_member_optional, index);
-    if (!bits || *bits < DDS_TYPECODE_NOT_BITFIELD || optional.value_or(true))
-        return false;
-    const char* const name = ask(code, &DDS_TypeCode::member_name, index).value_or(nullptr);
-    if (name == nullptr)
-        return false;
-    put_indent(text_, indent);
-    put_label(text_, name);
-    return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + 1, Place::nested);
-}
-
-bool Walk::print_union(const DDS_TypeCode& code, int32_t indent, Place place) {
-    if (may_have_header(code, place))
-        return false;
-    end_line();
-    put_indent(text_, indent);
-    put_label(text_, "_d");
-    const DDS_TypeCode* const discriminator = ask_type(code, &DDS_TypeCode::discriminator_type);
-    const DDS_TypeCode* const discriminator_kind = behind_aliases(discriminator);
-    QUIXCdrStream ahead = stream_;
-    int32_t value = 0;
-    if (discriminator_kind == nullptr || !read_discriminator(ahead, *discriminator_kind, value) ||
-        !print_primitive(discriminator))
-        return false;
-    end_line();
-
-    const auto default_index = ask(code, &DDS_TypeCode::default_index);
-    const auto count = ask(code, &DDS_TypeCode::member_count);
-    if (!default_index || !count)
-        return false;
-    for (uint32_t i = 0; i < *count; ++i) {
-        if (static_cast<int64_t>(i) == *default_index)
-            continue;
-        const auto labels = ask(code, &DDS_TypeCode::member_label_count, i);
-        if (!labels)
-            return false;
-        for (uint32_t k = 0; k < *labels; ++k) {
-            const auto label = ask(code, &DDS_TypeCode::member_label, i, k);
-            if (!label)
-                return false;
-            if (*label == value)
-                return print_branch(code, ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr), i,
-                                    indent);
-        }
-    }
-    // Without a default member no member has this index, and the query of its type fails.
-    return print_branch(code, "default", static_cast<uint32_t>(*default_index), indent);
-}
-
-bool Walk::print_branch(const DDS_TypeCode& code, const char* name, uint32_t index, int32_t indent) {
-    if (name == nullptr)
-        return false;
-    put_indent(text_, indent);
-    put_label(text_, name);
-    return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + 2, Place::nested);
-}
-
-bool Walk::print_sequence(const DDS_TypeCode& code, int32_t indent) {
-    const DDS_TypeCode* const content = content_without_header(code);
-    uint32_t count = 0;
-    if (content == nullptr || !read(stream_, count))
-        return false;
-    for (uint32_t k = 0; k < count; ++k) {
-        end_line(); // in front of the first, and between two
-        put_indent(text_, indent);
-        text_ += '[';
-        put_decimal(text_, k);
-        text_ += "]: ";
-        if (!print(content, indent + 1, Place::nested))
-            return false;
-    }
-    return true;
-}
-
-bool Walk::print_array(const DDS_TypeCode& code, int32_t indent) {
-    end_line();
-    const auto dimension_count = ask(code, &DDS_TypeCode::array_dimension_count);
-    const DDS_TypeCode* const content = content_without_header(code);
-    if (content == nullptr || !dimension_count || *dimension_count > QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS)
-        return false;
-    uint32_t dimensions[QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS] = {};
-    for (uint32_t i = 0; i < *dimension_count; ++i) {
-        const auto dimension = ask(code, &DDS_TypeCode::array_dimension, i);
-        if (!dimension)
-            return false;
-        dimensions[i] = *dimension;
-    }
-    uint32_t* const end = dimensions + *dimension_count;
-    if (std::find(dimensions, end, 0u) != end)
-        return true;
-
-    uint32_t index[QUIXSPY_RAW_PRINTER_MAX_DIMENSIONS] = {};
-    while (true) {
-        put_indent(text_, indent);
-        for (uint32_t i = 0; i < *dimension_count; ++i) {
-            text_ += '[';
-            put_decimal(text_, index[i]);
-            text_ += ']';
-        }
-        text_ += ": ";
-        if (!print(content, indent + 1, Place::nested))
-            return false;
-        // The last dimension runs fastest; when the first overflows, that was the last element.
-        uint32_t turning = *dimension_count;
-        while (turning > 0 && ++index[turning - 1] == dimensions[turning - 1])
-            index[--turning] = 0;
-        if (turning == 0)
-            return true;
-        end_line();
-    }
-}
-
-// Values without parts
-// -----------------------------------------------------------------------------------------------
-
-template <typename Wire, typename Number>
-bool Walk::print_number() {
-    Wire bits = 0;
-    if (!read(stream_, bits))
-        return false;
-    put_decimal(text_, static_cast<Number>(bits));
-    return true;
-}
-
-template <size_t kSize>
-bool Walk::print_octets() {
-    std::array<uint8_t, kSize> octets{};
-    if (!read(stream_, octets))
-        return false;
-    text_ += '<';
-    for (const uint8_t octet : octets)
-        put_hex(text_, octet, 2);
-    text_ += '>';
-    return true;
-}
-
-bool Walk::print_float() {
-    uint32_t bits = 0;
-    float number = 0;
-    static_assert(sizeof number == sizeof bits);
-    if (!read(stream_, bits))
-        return false;
-    std::memcpy(&number, &bits, sizeof number);
-    put_real(text_, static_cast<double>(number));
-    return true;
-}
-
-bool Walk::print_double() {
-    std::array<uint8_t, 8> octets{};
-    double number = 0;
-    static_assert(sizeof number == sizeof octets);
-    if (!read(stream_, octets))
-        return false;
-    std::memcpy(&number, octets.data(), sizeof number);
-    put_real(text_, number);
-    return true;
-}
-
-template <typename Print>
-bool Walk::print_octet(Print print) {
-    uint8_t octet = 0;
-    if (!read(stream_, octet))
-        return false;
-    print(octet);
-    return true;
-}
-
-bool Walk::print_enumerator(const DDS_TypeCode& code) {
-    int32_t value = 0;
-    const auto count = ask(code, &DDS_TypeCode::member_count);
-    if (!count || !read_enumerator(stream_, code, value))
-        return false;
-    for (uint32_t i = 0; i < *count; ++i) {
-        const auto ordinal = ask(code, &DDS_TypeCode::member_ordinal, i);
-        if (!ordinal)
-            return false;
-        if (*ordinal != value)
-            continue;
-        const char* const name = ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr);
-        if (name == nullptr)
-            return false;
-        QUIXSpy_appendText(text_, name);
-        break;
-    }
-    return true;
-}
-
-bool Walk::print_string(const DDS_TypeCode& code) {
-    const auto bound = ask(code, &DDS_TypeCode::length);
-    const char* characters = nullptr;
-    if (!bound || !QUIXCdrStream_readString(&stream_, &characters, *bound + 1))
-        return false;
-    text_ += '"';
-    QUIXSpy_appendText(text_, characters);
-    text_ += '"';
-    return true;
-}
-
-bool Walk::print_wide_string(const DDS_TypeCode& code) {
-    const auto bound = ask(code, &DDS_TypeCode::length);
-    uint32_t count = 0;
-    if (!bound || !QUIXCdrStream_readWideStringLength(&stream_, &count, *bound + 1))
-        return false;
-    text_ += '<';
-    bool ended = false; // some serializers send a terminator
-    for (; count > 0; --count) {
-        uint16_t character = 0;
-        if (!read(stream_, character))
-            return false;
-        ended = ended || character == 0;
-        if (!ended)
-            put_hex(text_, character, 8);
-    }
-    text_ += '>';
-    return true;
-}
-
-bool Walk::print_primitive(const DDS_TypeCode* alias) {
-    const DDS_TypeCode* const code = behind_aliases(alias);
-    if (code == nullptr)
-        return false;
-    switch (*ask(*code, &DDS_TypeCode::kind)) {
-        case DDS_TK_SHORT:
-            return print_number<uint16_t, int16_t>();
-        case DDS_TK_LONG:
-            return print_number<uint32_t, int32_t>();
-        case DDS_TK_USHORT:
-            return print_number<uint16_t, uint16_t>();
-        case DDS_TK_ULONG:
-            return print_number<uint32_t, uint32_t>();
-        case DDS_TK_FLOAT:
-            return print_float();
-        case DDS_TK_DOUBLE:
-            return print_double();
-        case DDS_TK_BOOLEAN:
-            return print_octet([this](uint8_t octet) { text_ += octet == 0 ? "false" : "true"; });
-        case DDS_TK_CHAR:
-            return print_octet([this](uint8_t octet) {
-                text_ += '\'';
-                const char character = static_cast<char>(octet);
-                QUIXSpy_appendText(text_, {&character, 1});
-                text_ += '\'';
-            });
-        case DDS_TK_OCTET:
-            return print_octet([this](uint8_t octet) {
-                text_ += '<';
-                put_hex(text_, octet, 2);
-                text_ += '>';
-            });
-        case DDS_TK_ENUM:
-            return print_enumerator(*code);
-        case DDS_TK_STRING:
-            return print_string(*code);
-        case DDS_TK_LONGLONG:
-        case DDS_TK_ULONGLONG:
-            return print_octets<8>();
-        case DDS_TK_LONGDOUBLE:
-            return print_octets<16>();
-        case DDS_TK_WCHAR: {
-            uint16_t character = 0;
-            if (!read(stream_, character))
-                return false;
-            text_ += '<';
-            put_hex(text_, character, 8);
-            text_ += '>';
-            return true;
-        }
-        case DDS_TK_WSTRING:
-            return print_wide_string(*code);
-        default:
-            return false;
-    }
-}
 
 } // namespace
 

@@ -25,25 +25,12 @@ void append_decimal(std::string& line, Integer number) {
     line.append(text, std::to_chars(text, text + sizeof text, number).ptr);
 }
 
-void append_guid(std::string& line, const char* field, const RtpsGuid& guid) {
-    line += field;
-    line += "=\"0x";
-    append_hex(line, guid.hostId, kUpperDigits);
-    line += ",0x";
-    append_hex(line, guid.appId, kUpperDigits);
-    line += ",0x";
-    append_hex(line, guid.instanceId, kUpperDigits);
-    line += ":0x";
-    append_hex(line, guid.entityId, kUpperDigits);
-    line += '"';
-}
-
 void append_virtual_guid(std::string& line, const char* field, const DDS_GUID_t& guid) {
     if (guid == DDS_GUID_UNKNOWN)
         return;
     RtpsGuid words;
     DDS_GUID_copy_to_pres_guid(guid, &words);
-    append_guid(line, field, words);
+    QUIXSpy_appendGuid(line, field, words);
 }
 
 void append_sequence_number(std::string& line, const char* field, const DDS_SequenceNumber_t& number) {
@@ -55,15 +42,6 @@ void append_sequence_number(std::string& line, const char* field, const DDS_Sequ
     line += ", ";
     append_decimal(line, number.low);
     line += ')';
-}
-
-void append_text(std::string& line, const char* field, const char* text) {
-    if (text == nullptr)
-        return;
-    line += field;
-    line += "=\"";
-    QUIXSpy_appendText(line, text);
-    line += '"';
 }
 
 void append_event(std::string& line, const DDS_SampleInfo& info, bool is_keyed) {
@@ -122,6 +100,28 @@ void append_flags(std::string& line, uint32_t flags) {
 
 } // namespace
 
+void QUIXSpy_appendField(std::string& line, const char* field, const char* text) {
+    if (text == nullptr)
+        return;
+    line += field;
+    line += "=\"";
+    QUIXSpy_appendText(line, text);
+    line += '"';
+}
+
+void QUIXSpy_appendGuid(std::string& line, const char* field, const RtpsGuid& guid) {
+    line += field;
+    line += "=\"0x";
+    append_hex(line, guid.hostId, kUpperDigits);
+    line += ",0x";
+    append_hex(line, guid.appId, kUpperDigits);
+    line += ",0x";
+    append_hex(line, guid.instanceId, kUpperDigits);
+    line += ":0x";
+    append_hex(line, guid.entityId, kUpperDigits);
+    line += '"';
+}
+
 RtpsGuid QUIXSpy_writerGuid(const DDS_SampleInfo& info) {
     DDS_GUID_t guid;
     std::memcpy(guid.value, info.publication_handle.keyHash, sizeof guid.value);
@@ -150,7 +150,7 @@ void QUIXSpy_formatSampleLine(std::string& line, const QuixSpySampleLineFields& 
     line += topicField;
     if (fields.showHandle && fields.isKeyed) {
         append_key(line, info.instance_handle);
-        append_guid(line, " guid", QUIXSpy_writerGuid(info));
+        QUIXSpy_appendGuid(line, " guid", QUIXSpy_writerGuid(info));
     }
     if (fields.showSampleFlags)
         append_flags(line, info.flag);
@@ -163,9 +163,9 @@ void QUIXSpy_formatSampleLine(std::string& line, const QuixSpySampleLineFields& 
         append_sequence_number(line, " related_virtual_sn", related.sequence_number);
     }
     if (is_writer_known && fields.showEntityName)
-        append_text(line, " name", writer.name);
+        QUIXSpy_appendField(line, " name", writer.name);
     if (is_writer_known && fields.showPartition) {
-        append_text(line, " DP partition", writer.participantPartition);
-        append_text(line, " S partition", writer.endpointPartition);
+        QUIXSpy_appendField(line, " DP partition", writer.participantPartition);
+        QUIXSpy_appendField(line, " S partition", writer.endpointPartition);
     }
 }

@@ -21,6 +21,11 @@ struct QuixSpySampleLineFields {
 /// The GUID that a reader names as the writer of a sample.
 RtpsGuid QUIXSpy_writerGuid(const DDS_SampleInfo& info);
 
+/// Appends field="text", nothing for a null text.
+void QUIXSpy_appendField(std::string& line, const char* field, const char* text);
+/// Appends a field whose text is a GUID.
+void QUIXSpy_appendGuid(std::string& line, const char* field, const RtpsGuid& guid);
+
 /// The field that names the topic and its type, both cut at their widths. The same for every line of a topic.
 std::string QUIXSpy_formatTopicField(const char* topicName, int32_t topicWidth, const char* typeName,
                                      int32_t typeWidth);

@@ -18,14 +18,8 @@ class OpaqueTypeSeq {
     static constexpr DDS_Long kLargestMaximum = 2147483647;
 
     OpaqueTypeSeq() { initialize(); }
-    explicit OpaqueTypeSeq(DDS_Long new_maximum) {
-        initialize();
-        maximum(new_maximum);
-    }
-    OpaqueTypeSeq(const OpaqueTypeSeq& other) {
-        initialize();
-        copy(other);
-    }
+    explicit OpaqueTypeSeq(DDS_Long new_maximum) : OpaqueTypeSeq() { maximum(new_maximum); }
+    OpaqueTypeSeq(const OpaqueTypeSeq& other) : OpaqueTypeSeq() { copy(other); }
     OpaqueTypeSeq& operator=(const OpaqueTypeSeq& other) {
         if (this != &other)
             copy(other);
