@@ -119,59 +119,22 @@ rtps::WriterConfig UserWriter::config() {
 
 // -- Statuses
 
-void UserWriter::changed(DDS_StatusMask status) {
-    if (status != 0)
-        status_condition().set_changed(status);
-}
-
 void UserWriter::matched(const rtps::RemoteEndpoint& remote) {
     MutexLock lock(mutex_);
-    changed(statuses_.reader_matched(remote.guid));
+    if (statuses_.matched(remote.guid))
+        status_condition().set_changed(DDS_PUBLICATION_MATCHED_STATUS);
 }
 
 void UserWriter::unmatched(const rtps::Guid& remote) {
     MutexLock lock(mutex_);
-    changed(statuses_.reader_unmatched(remote));
+    if (statuses_.unmatched(remote))
+        status_condition().set_changed(DDS_PUBLICATION_MATCHED_STATUS);
 }
 
 void UserWriter::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
-    const std::vector<uint32_t> counted = without_partition(policies);
-    if (counted.empty())
-        return;
     MutexLock lock(mutex_);
-    MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": reader %s does not match the writer: %s", topic_.get_name(),
-                         rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(endpoint_qos(), *remote.qos, counted).c_str());
-    changed(statuses_.incompatible(counted));
-}
-
-template <typename Status>
-DDS_ReturnCode_t UserWriter::read_status(Status& status, Status (WriterStatuses::*take)(),
-                                         DDS_StatusMask bit) {
-    MutexLock lock(mutex_);
-    status = (statuses_.*take)();
-    status_condition().set_read(bit);
-    return DDS_RETCODE_OK;
-}
-
-DDS_ReturnCode_t UserWriter::get_publication_matched_status(DDS_PublicationMatchedStatus& status) {
-    return read_status(status, &WriterStatuses::take_matched, DDS_PUBLICATION_MATCHED_STATUS);
-}
-
-DDS_ReturnCode_t UserWriter::get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) {
-    return read_status(status, &WriterStatuses::take_incompatible, DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
-}
-
-DDS_ReturnCode_t UserWriter::get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) {
-    if (!subscriptions.has_ownership())
-        return DDS_RETCODE_BAD_PARAMETER;
-    MutexLock lock(mutex_);
-    subscriptions.length(0);
-    for (const rtps::Guid& reader : statuses_.readers()) {
-        if (!subscriptions.append(discovery::to_handle(reader)))
-            return DDS_RETCODE_OUT_OF_RESOURCES;
-    }
-    return DDS_RETCODE_OK;
+    if (count_incompatible(remote, policies))
+        status_condition().set_changed(DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
 }
 
 // -- Writing
