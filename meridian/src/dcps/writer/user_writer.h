@@ -87,11 +87,13 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     DDS_ReturnCode_t prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
                              rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
     /// Waits for room as long as the reliability allows.
-    DDS_ReturnCode_t send(const rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
-    /// Calls `done(runtime)` until it is true, at first and then every millisecond. False at the deadline, or
-    /// when the writer has stopped.
+    DDS_ReturnCode_t send(const rtps::WriteRequest& request, const DDS_Duration_t& longest)
+        MERIDIAN_REQUIRES(writing_);
+    /// Calls `done(participant, now)` until it is true, at first and then every millisecond.
+    /// DDS_RETCODE_TIMEOUT when it was not in that time, DDS_RETCODE_ALREADY_DELETED when the writer has
+    /// stopped.
     template <typename Done>
-    bool poll(std::chrono::nanoseconds deadline, Done done) MERIDIAN_EXCLUDES(mutex_);
+    DDS_ReturnCode_t poll(const DDS_Duration_t& longest, Done done) MERIDIAN_EXCLUDES(mutex_);
     template <typename Status>
     DDS_ReturnCode_t read_status(Status& status, DDS_StatusMask bit) MERIDIAN_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
