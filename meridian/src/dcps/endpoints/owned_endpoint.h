@@ -18,10 +18,9 @@ class OwnedEndpoint {
 
     /// A null face: callers see the untyped endpoint itself. `destroy` is how the type support drops the
     /// face.
-    OwnedEndpoint(std::unique_ptr<Untyped> untyped, std::unique_ptr<TopicUse> topic, Face* face,
+    OwnedEndpoint(std::unique_ptr<Untyped> untyped, std::shared_ptr<TopicImpl> topic, Face* face,
                   Destroy destroy)
         : topic_(std::move(topic)),
-          type_(topic_->topic().type()),
           untyped_(std::move(untyped)),
           face_(face != nullptr ? face : untyped_.get()),
           destroy_(destroy) {}
@@ -29,19 +28,18 @@ class OwnedEndpoint {
     ~OwnedEndpoint() {
         untyped_->stop();
         if (face_ != untyped_.get())
-            (type_->type_support()->*destroy_)(face_);
+            (topic_->type()->type_support()->*destroy_)(face_);
     }
     OwnedEndpoint(const OwnedEndpoint&) = delete;
     OwnedEndpoint& operator=(const OwnedEndpoint&) = delete;
 
     Untyped& untyped() { return *untyped_; }
-    TopicImpl& topic() { return topic_->topic(); }
+    TopicImpl& topic() { return *topic_; }
     Face* face() { return face_; }
 
   private:
     // In the order in which the one needs the other.
-    const std::unique_ptr<TopicUse> topic_;
-    const TypeRegistry::Type type_;
+    const std::shared_ptr<TopicImpl> topic_;
     const std::unique_ptr<Untyped> untyped_;
     Face* const face_;
     const Destroy destroy_;

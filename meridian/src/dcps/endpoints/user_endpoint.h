@@ -2,13 +2,16 @@
 
 // What the readers and writers behind the public interface have in common.
 
+#include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "dcps/common/entity_impl.h"
 #include "dcps/common/qos_change.h"
 #include "dcps/endpoints/endpoint_membership.h"
 #include "dcps/endpoints/endpoint_qos.h"
+#include "dcps/endpoints/endpoint_statuses.h"
 #include "dcps/topics/topic.h"
 #include "dcps/topics/type_registry.h"
 #include "platform/log.h"
@@ -27,9 +30,9 @@ class EndpointOwner : public Interface {
     ~EndpointOwner() override = default;
 };
 
-/// Topic, type, QoS and membership of one endpoint. Interface is DDSUntypedDataReader with DDS_DataReaderQos,
-/// or DDSUntypedDataWriter with DDS_DataWriterQos.
-template <typename Interface, typename Qos>
+/// Topic, type, QoS, statuses and membership of one endpoint. Interface is DDSUntypedDataReader with
+/// DDS_DataReaderQos, or DDSUntypedDataWriter with DDS_DataWriterQos; Statuses are EndpointStatuses.
+template <typename Interface, typename Qos, typename Statuses>
 class UserEndpoint : public EntityImpl<Interface> {
   public:
     TopicImpl& topic() const { return topic_; }
@@ -109,12 +112,41 @@ class UserEndpoint : public EntityImpl<Interface> {
         return to_endpoint_data(this->guid(), topic_, endpoint_qos(), name_of(qos_), qos_.property);
     }
 
+    /// Counts and logs a remote endpoint that these policies keep away. False where none of them counts: a
+    /// difference of partitions is not a mistake.
+    bool count_incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies)
+        MERIDIAN_REQUIRES(mutex_) {
+        const std::vector<uint32_t> counted = without_partition(policies);
+        if (counted.empty())
+            return false;
+        const rtps::EndpointQos own = endpoint_qos();
+        const std::string difference = kIsReader ? describe_incompatibility(*remote.qos, own, counted)
+                                                 : describe_incompatibility(own, *remote.qos, counted);
+        MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": %s %s does not match the %s: %s", topic_.get_name(),
+                             kIsReader ? "writer" : "reader", rtps::to_string(remote.guid).c_str(), kKind,
+                             difference.c_str());
+        statuses_.incompatible(counted);
+        return true;
+    }
+    DDS_ReturnCode_t get_matched(DDS_InstanceHandleSeq& remotes) MERIDIAN_EXCLUDES(mutex_) {
+        if (!remotes.has_ownership())
+            return DDS_RETCODE_BAD_PARAMETER;
+        MutexLock lock(mutex_);
+        remotes.length(0);
+        for (const auto& [remote, alive] : statuses_.remotes()) {
+            if (!remotes.append(discovery::to_handle(remote)))
+                return DDS_RETCODE_OUT_OF_RESOURCES;
+        }
+        return DDS_RETCODE_OK;
+    }
+
     TopicImpl& topic_;
     const TypeRegistry::Type type_;
     const bool keyed_;
     EndpointMembership membership_;
     Mutex mutex_;
     Qos qos_ MERIDIAN_GUARDED_BY(mutex_);
+    Statuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
 
   private:
     static constexpr bool kIsReader = std::is_same_v<Qos, DDS_DataReaderQos>;

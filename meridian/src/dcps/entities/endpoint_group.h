@@ -25,6 +25,7 @@ namespace meridian::dcps {
 template <typename Traits>
 class EndpointGroup : public EntityImpl<typename Traits::Owner> {
   public:
+    using Kind = Traits;
     using Qos = typename Traits::Qos;
     using Untyped = typename Traits::Untyped;
     using Face = typename Traits::Face;
@@ -85,16 +86,16 @@ class EndpointGroup : public EntityImpl<typename Traits::Owner> {
     template <typename EndpointQos, typename Make>
     std::unique_ptr<Owned> make_endpoint(DDSTopicDescription* description, const EndpointQos& qos,
                                          Make make) {
-        std::unique_ptr<TopicUse> topic = participant_.use_topic(description);
+        std::shared_ptr<TopicImpl> topic = participant_.use_topic(description);
         if (topic == nullptr) {
             QUIXLog_badParameter(Traits::kCreate, "topic");
             return nullptr;
         }
         if (!is_consistent(qos, Traits::kEndpointName))
             return nullptr;
-        const TypeRegistry::Type& type = topic->topic().type();
+        const TypeRegistry::Type& type = topic->type();
         const rtps::EntityKind kind = type->is_keyed() ? Traits::kWithKey : Traits::kNoKey;
-        std::unique_ptr<Untyped> untyped = make(topic->topic(), type, participant_.new_guid(kind));
+        std::unique_ptr<Untyped> untyped = make(*topic, type, participant_.new_guid(kind));
         if (untyped == nullptr)
             return nullptr;
         DDSTypeSupport* support = type->type_support();

@@ -138,7 +138,8 @@ std::unique_ptr<ParticipantImpl> FactoryImpl::make_participant(DDS_DomainId_t do
                                                                std::string& error) {
     const DDS_WireProtocolQosPolicy& wire = qos.wire_protocol;
     const rtps::GuidPrefix prefix = own_->choose(wire.rtps_host_id, wire.rtps_app_id, wire.rtps_instance_id);
-    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_, *this);
+    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_,
+                                                  [this] { return profiles(); });
     return made->check(error) ? std::move(made) : nullptr;
 }
 

@@ -4,14 +4,13 @@
 #include <vector>
 
 #include "dcps/entities/participant.h"
-#include "dcps/entities/profile_source.h"
 #include "meridian/domain_participant_factory.h"
 #include "platform/mutex.h"
 
 namespace meridian::dcps {
 
 /// The factory behind DDSDomainParticipantFactory.
-class FactoryImpl final : public DDSDomainParticipantFactory, public ProfileSource {
+class FactoryImpl final : public DDSDomainParticipantFactory {
   public:
     FactoryImpl();
     /// Deletes what participants are left.
@@ -29,9 +28,8 @@ class FactoryImpl final : public DDSDomainParticipantFactory, public ProfileSour
                                              DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_participant(DDSDomainParticipant* participant) override;
 
-    std::shared_ptr<const qos::ProfileStore> profiles() override;
-
   private:
+    std::shared_ptr<const qos::ProfileStore> profiles() MERIDIAN_EXCLUDES(profiles_mutex_);
     /// Null and a text in `error` when the QoS cannot be used.
     std::unique_ptr<ParticipantImpl> make_participant(DDS_DomainId_t domain_id,
                                                       const DDS_DomainParticipantQos& qos,

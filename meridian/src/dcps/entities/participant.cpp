@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "dcps/common/qos_change.h"
 #include "dcps/entities/publisher.h"
 #include "dcps/entities/subscriber.h"
 #include "discovery/builtin_data.h"
@@ -15,9 +14,6 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr uint32_t kPublisherKind = 0x08;
-constexpr uint32_t kSubscriberKind = 0x09;
-
 bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQosPolicy& b) {
     return a.rtps_host_id == b.rtps_host_id && a.rtps_app_id == b.rtps_app_id &&
            a.rtps_instance_id == b.rtps_instance_id;
@@ -28,12 +24,12 @@ bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQ
 ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                  const rtps::GuidPrefix& prefix,
                                  std::shared_ptr<rtps::net::OwnParticipants> own,
-                                 std::shared_ptr<DeliveryThread> delivery, ProfileSource& profiles)
+                                 std::shared_ptr<DeliveryThread> delivery, ProfileSource profiles)
     : EntityImpl(discovery::participant_guid(prefix)),
       domain_id_(domain_id),
       own_(std::move(own)),
       delivery_(std::move(delivery)),
-      profiles_(profiles),
+      profiles_(std::move(profiles)),
       store_(partitions_of(qos)),
       builtin_subscriber_(*this),
       qos_(qos) {}
@@ -50,7 +46,7 @@ bool ParticipantImpl::check(std::string& error) {
 
 bool ParticipantImpl::has_entities() {
     MutexLock lock(mutex_);
-    return !subscribers_.empty() || !publishers_.empty() || !topics_.empty();
+    return !subscribers_.all.empty() || !publishers_.all.empty() || !topics_.empty();
 }
 
 TransportProperties ParticipantImpl::transport_properties() {
@@ -90,9 +86,9 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
     set_enabled();
     builtin_subscriber_.enable();
     if (qos_.entity_factory.autoenable_created_entities) {
-        for (const auto& subscriber : subscribers_)
+        for (const auto& subscriber : subscribers_.all)
             subscriber->enable();
-        for (const auto& publisher : publishers_)
+        for (const auto& publisher : publishers_.all)
             publisher->enable();
     }
     return DDS_RETCODE_OK;
@@ -111,9 +107,8 @@ bool ParticipantImpl::open(std::string& error) {
     types.max_type_size =
         static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
     type_lookup_ = std::make_unique<types::TypeLookupClient>(
-        types, [documents = profiles_.profiles()](const std::string& type_name) {
-            return documents->type(type_name);
-        });
+        types,
+        [documents = profiles_()](const std::string& type_name) { return documents->type(type_name); });
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
     runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {
         for (const rtps::GuidPrefix& prefix : ignored)
@@ -156,62 +151,56 @@ DDS_ReturnCode_t ParticipantImpl::set_qos(const DDS_DomainParticipantQos& qos) {
     return DDS_RETCODE_OK;
 }
 
-DDSSubscriber* ParticipantImpl::create_subscriber(const DDS_SubscriberQos& qos,
-                                                  DDSSubscriberListener* listener, DDS_StatusMask /*mask*/) {
-    if (listener != nullptr) {
-        QUIXLog_badParameter("create_subscriber", "listener");
+template <typename Group>
+Group* ParticipantImpl::create_group(Groups<Group> ParticipantImpl::*groups, const typename Group::Qos& qos,
+                                     bool has_listener) {
+    using Kind = typename Group::Kind;
+    if (has_listener) {
+        QUIXLog_badParameter(Kind::kCreateGroup, "listener");
         return nullptr;
     }
-    if (!is_consistent(qos, "subscriber"))
+    if (!is_consistent(qos, Kind::kName))
         return nullptr;
     MutexLock lock(mutex_);
-    const rtps::EntityId entity{++subscribers_made_ << 8 | kSubscriberKind};
-    subscribers_.push_back(std::make_unique<SubscriberImpl>(*this, rtps::Guid{guid().prefix, entity}, qos));
+    auto& [all, made] = this->*groups;
+    const rtps::EntityId entity{++made << 8 | Kind::kGroupKind};
+    all.push_back(std::make_unique<Group>(*this, rtps::Guid{guid().prefix, entity}, qos));
     if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
-        subscribers_.back()->enable();
-    return subscribers_.back().get();
+        all.back()->enable();
+    return all.back().get();
+}
+
+template <typename Group>
+DDS_ReturnCode_t ParticipantImpl::delete_group(Groups<Group> ParticipantImpl::*groups,
+                                               const DDSEntity* group) {
+    if (group == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    auto& all = (this->*groups).all;
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [group](const auto& candidate) { return candidate.get() == group; });
+    if (found == all.end() || (*found)->has_endpoints())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    all.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+DDSSubscriber* ParticipantImpl::create_subscriber(const DDS_SubscriberQos& qos,
+                                                  DDSSubscriberListener* listener, DDS_StatusMask /*mask*/) {
+    return create_group(&ParticipantImpl::subscribers_, qos, listener != nullptr);
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
-    if (subscriber == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    MutexLock lock(mutex_);
-    const auto found =
-        std::find_if(subscribers_.begin(), subscribers_.end(),
-                     [subscriber](const auto& candidate) { return candidate.get() == subscriber; });
-    if (found == subscribers_.end() || (*found)->has_endpoints())
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-    subscribers_.erase(found);
-    return DDS_RETCODE_OK;
+    return delete_group(&ParticipantImpl::subscribers_, subscriber);
 }
 
 DDSPublisher* ParticipantImpl::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
                                                 DDS_StatusMask /*mask*/) {
-    if (listener != nullptr) {
-        QUIXLog_badParameter("create_publisher", "listener");
-        return nullptr;
-    }
-    if (!is_consistent(qos, "publisher"))
-        return nullptr;
-    MutexLock lock(mutex_);
-    const rtps::EntityId entity{++publishers_made_ << 8 | kPublisherKind};
-    publishers_.push_back(std::make_unique<PublisherImpl>(*this, rtps::Guid{guid().prefix, entity}, qos));
-    if (is_enabled() && qos_.entity_factory.autoenable_created_entities)
-        publishers_.back()->enable();
-    return publishers_.back().get();
+    return create_group(&ParticipantImpl::publishers_, qos, listener != nullptr);
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_publisher(DDSPublisher* publisher) {
-    if (publisher == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    MutexLock lock(mutex_);
-    const auto found =
-        std::find_if(publishers_.begin(), publishers_.end(),
-                     [publisher](const auto& candidate) { return candidate.get() == publisher; });
-    if (found == publishers_.end() || (*found)->has_endpoints())
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-    publishers_.erase(found);
-    return DDS_RETCODE_OK;
+    return delete_group(&ParticipantImpl::publishers_, publisher);
 }
 
 DDS_ReturnCode_t ParticipantImpl::ignore_participant(const DDS_InstanceHandle_t& handle) {
@@ -261,8 +250,8 @@ DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
     std::vector<std::unique_ptr<SubscriberImpl>> subscribers;
     {
         MutexLock lock(mutex_);
-        subscribers.swap(subscribers_);
-        publishers.swap(publishers_);
+        subscribers.swap(subscribers_.all);
+        publishers.swap(publishers_.all);
         topics.swap(topics_);
         topics_by_name_.clear();
     }
@@ -280,7 +269,6 @@ DDS_ReturnCode_t ParticipantImpl::delete_contained_entities() {
     MutexLock lock(mutex_);
     std::move(lent.begin(), lent.end(), std::back_inserter(departed_readers_));
     std::move(subscribers.begin(), subscribers.end(), std::back_inserter(departed_subscribers_));
-    departed_topics_.push_back(std::move(topics));
     return DDS_RETCODE_OK;
 }
 

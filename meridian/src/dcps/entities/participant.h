@@ -1,17 +1,21 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "dcps/common/entity_impl.h"
+#include "dcps/common/qos_change.h"
 #include "dcps/delivery/delivery_thread.h"
 #include "dcps/endpoints/owned_endpoint.h"
 #include "dcps/entities/builtin_subscriber.h"
-#include "dcps/entities/profile_source.h"
 #include "dcps/entities/runtime_config.h"
 #include "dcps/reader/user_reader.h"
 #include "dcps/topics/topic.h"
@@ -28,6 +32,9 @@ namespace meridian::dcps {
 class PublisherImpl;
 class SubscriberImpl;
 
+/// The QoS profiles as they are loaded now; never null. Loading others leaves them as they are. Any thread.
+using ProfileSource = std::function<std::shared_ptr<const qos::ProfileStore>()>;
+
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
 /// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (shared
@@ -36,10 +43,10 @@ class SubscriberImpl;
 /// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
-    /// Opens nothing. `own` and `delivery` are shared by all participants; `profiles` must outlive them.
+    /// Opens nothing. `own` and `delivery` are shared by all participants.
     ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                     const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
-                    std::shared_ptr<DeliveryThread> delivery, ProfileSource& profiles);
+                    std::shared_ptr<DeliveryThread> delivery, ProfileSource profiles);
     /// Leaves the domain.
     ~ParticipantImpl() override;
 
@@ -56,8 +63,9 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
     /// For a new reader or writer.
     rtps::Guid new_guid(rtps::EntityKind kind);
-    /// A claim on the topic behind a description, or null when it is not one of this participant.
-    std::unique_ptr<TopicUse> use_topic(DDSTopicDescription* description);
+    /// The topic behind a description, which cannot be deleted as long as the caller keeps it; null when it
+    /// is not one of this participant.
+    std::shared_ptr<TopicImpl> use_topic(DDSTopicDescription* description);
     DDS_ReturnCode_t default_datareader_qos_of_topic(DDS_DataReaderQos& qos, const char* topic_name);
     TransportProperties transport_properties();
     /// DDS_RETCODE_ILLEGAL_OPERATION once enabled, DDS_RETCODE_BAD_PARAMETER (and a logged reason) for values
@@ -75,17 +83,29 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
                                    DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) override;
-    DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) override;
-    DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) override;
-    DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override;
-    DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) override;
-    DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
-    DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override;
+    DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) override { return get_default(qos); }
+    DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) override {
+        return set_default(qos, "topic");
+    }
+    DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override { return get_default(qos); }
+    DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) override {
+        return set_default(qos, "subscriber");
+    }
+    DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override { return get_default(qos); }
+    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override {
+        return set_default(qos, "reader");
+    }
+    DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override {
+        return set_default_from_profile<DDS_TopicQos>(library, profile, "topic");
+    }
     DDS_ReturnCode_t set_default_subscriber_qos_with_profile(const char* library,
-                                                             const char* profile) override;
+                                                             const char* profile) override {
+        return set_default_from_profile<DDS_SubscriberQos>(library, profile, "subscriber");
+    }
     DDS_ReturnCode_t set_default_datareader_qos_with_profile(const char* library,
-                                                             const char* profile) override;
+                                                             const char* profile) override {
+        return set_default_from_profile<DDS_DataReaderQos>(library, profile, "reader");
+    }
     DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
                                    DDSTypeSupport* type_support) override;
     DDS_ReturnCode_t unregister_type(const char* type_name) override;
@@ -104,30 +124,59 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_ReturnCode_t delete_contained_entities() override;
 
   private:
-    using Topics = std::unordered_map<const DDSTopicDescription*, std::unique_ptr<TopicImpl>>;
+    using Topics = std::unordered_map<const DDSTopicDescription*, std::shared_ptr<TopicImpl>>;
     using OwnedReader = std::unique_ptr<OwnedEndpoint<UserReader, DDSDataReader>>;
 
-    /// Where the default reader QoS came from, for the readers of single topics.
-    struct ReaderProfile {
+    /// A profile in the documents from which it was asked for.
+    struct Profile {
         std::shared_ptr<const qos::ProfileStore> store;
         std::string library;
-        std::string profile;
+        std::string name;
+
+        /// Logs why it cannot be read.
+        template <typename Qos>
+        DDS_ReturnCode_t read(const char* topic_name, Qos& qos) const;
+    };
+    template <typename Group>
+    struct Groups {
+        std::vector<std::unique_ptr<Group>> all;
+        uint32_t made = 0;
     };
 
     std::optional<rtps::net::RuntimeConfig> config(const TransportProperties& transports, std::string& error)
         MERIDIAN_REQUIRES(mutex_);
     bool open(std::string& error) MERIDIAN_REQUIRES(mutex_);
     TopicImpl* find_topic(const char* topic_name) MERIDIAN_REQUIRES(mutex_);
-    template <typename Qos>
-    DDS_ReturnCode_t get_default(Qos ParticipantImpl::*source, Qos& qos) MERIDIAN_EXCLUDES(mutex_);
-    template <typename Qos>
-    DDS_ReturnCode_t set_default(Qos ParticipantImpl::*target, const Qos& qos, const char* what)
+    template <typename Group>
+    Group* create_group(Groups<Group> ParticipantImpl::*groups, const typename Group::Qos& qos,
+                        bool has_listener) MERIDIAN_EXCLUDES(mutex_);
+    template <typename Group>
+    DDS_ReturnCode_t delete_group(Groups<Group> ParticipantImpl::*groups, const DDSEntity* group)
         MERIDIAN_EXCLUDES(mutex_);
+    template <typename Qos>
+    DDS_ReturnCode_t get_default(Qos& qos) MERIDIAN_EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        qos = std::get<Qos>(defaults_);
+        return DDS_RETCODE_OK;
+    }
+    template <typename Qos>
+    DDS_ReturnCode_t set_default(const Qos& qos, const char* what, std::optional<Profile> source = {})
+        MERIDIAN_EXCLUDES(mutex_) {
+        if (!is_consistent(qos, what))
+            return DDS_RETCODE_INCONSISTENT_POLICY;
+        MutexLock lock(mutex_);
+        std::get<Qos>(defaults_) = qos;
+        if constexpr (std::is_same_v<Qos, DDS_DataReaderQos>)
+            reader_profile_ = std::move(source);
+        return DDS_RETCODE_OK;
+    }
+    template <typename Qos>
+    DDS_ReturnCode_t set_default_from_profile(const char* library, const char* profile, const char* what);
 
     const DDS_DomainId_t domain_id_;
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     const std::shared_ptr<DeliveryThread> delivery_;
-    ProfileSource& profiles_;
+    const ProfileSource profiles_;
     discovery::DiscoveryStore store_;
     std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on
     TypeRegistry types_;
@@ -137,21 +186,17 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     Mutex mutex_;
     DDS_DomainParticipantQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     TransportProperties transports_ MERIDIAN_GUARDED_BY(mutex_);
-    DDS_TopicQos default_topic_qos_ MERIDIAN_GUARDED_BY(mutex_);
-    DDS_SubscriberQos default_subscriber_qos_ MERIDIAN_GUARDED_BY(mutex_);
-    DDS_DataReaderQos default_reader_qos_ MERIDIAN_GUARDED_BY(mutex_);
-    std::optional<ReaderProfile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
+    std::tuple<DDS_TopicQos, DDS_SubscriberQos, DDS_DataReaderQos> defaults_ MERIDIAN_GUARDED_BY(mutex_);
+    /// Where the default reader QoS came from, for the readers of single topics.
+    std::optional<Profile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
     Topics topics_ MERIDIAN_GUARDED_BY(mutex_);
     std::unordered_map<std::string, TopicImpl*> topics_by_name_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
-    std::vector<std::unique_ptr<SubscriberImpl>> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
-    std::vector<std::unique_ptr<PublisherImpl>> publishers_ MERIDIAN_GUARDED_BY(mutex_);
+    Groups<SubscriberImpl> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
+    Groups<PublisherImpl> publishers_ MERIDIAN_GUARDED_BY(mutex_);
     /// Deleted with the rest, but kept because samples are still on loan.
-    std::vector<Topics> departed_topics_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<SubscriberImpl>> departed_subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<OwnedReader> departed_readers_ MERIDIAN_GUARDED_BY(mutex_);
-    uint32_t subscribers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
-    uint32_t publishers_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     std::vector<rtps::GuidPrefix> ignored_ MERIDIAN_GUARDED_BY(mutex_);       // asked for before enabling
     std::unique_ptr<rtps::net::Runtime> runtime_ MERIDIAN_GUARDED_BY(mutex_); // null until enabled
 };

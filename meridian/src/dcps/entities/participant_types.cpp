@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "dcps/common/qos_change.h"
 #include "dcps/entities/participant.h"
 
 namespace meridian::dcps {
@@ -35,10 +34,10 @@ const DDS_TypeCode* ParticipantImpl::get_typecode(const char* type_name) {
     return type != nullptr ? type->plugin().typeCode : nullptr;
 }
 
-std::unique_ptr<TopicUse> ParticipantImpl::use_topic(DDSTopicDescription* description) {
+std::shared_ptr<TopicImpl> ParticipantImpl::use_topic(DDSTopicDescription* description) {
     MutexLock lock(mutex_);
     const auto found = topics_.find(description);
-    return found == topics_.end() ? nullptr : std::make_unique<TopicUse>(*found->second);
+    return found == topics_.end() ? nullptr : found->second;
 }
 
 DDSTopicDescription* ParticipantImpl::lookup_topicdescription(const char* topic_name) {
@@ -78,7 +77,7 @@ DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type
         return nullptr;
     }
     const rtps::EntityId entity{++topics_made_ << 8 | kTopicKind};
-    auto made = std::make_unique<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name, type_name,
+    auto made = std::make_shared<TopicImpl>(*this, rtps::Guid{guid().prefix, entity}, topic_name, type_name,
                                             qos, std::move(type));
     TopicImpl* topic = made.get();
     topics_.emplace(topic, std::move(made));
@@ -88,12 +87,12 @@ DDSTopic* ParticipantImpl::create_topic(const char* topic_name, const char* type
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_topic(DDSTopic* topic) {
-    std::unique_ptr<TopicImpl> removed; // ends outside of the lock
+    std::shared_ptr<TopicImpl> removed; // ends outside of the lock
     MutexLock lock(mutex_);
     const auto found = topics_.find(topic);
     if (found == topics_.end())
         return DDS_RETCODE_BAD_PARAMETER;
-    if (found->second->in_use())
+    if (found->second.use_count() > 1)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     removed = std::move(found->second);
     topics_by_name_.erase(removed->get_name());

@@ -12,6 +12,8 @@ struct WriterTraits {
     using Untyped = UserWriter;
     using Face = DDSDataWriter;
     static constexpr const char* kName = "publisher";
+    static constexpr const char* kCreateGroup = "create_publisher";
+    static constexpr uint32_t kGroupKind = 0x08;
     static constexpr const char* kEndpointName = "writer";
     static constexpr const char* kCreate = "create_datawriter";
     static constexpr const char* kFaceName = "TDataWriter";

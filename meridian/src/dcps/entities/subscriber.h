@@ -14,6 +14,8 @@ struct ReaderTraits {
     using Untyped = UserReader;
     using Face = DDSDataReader;
     static constexpr const char* kName = "subscriber";
+    static constexpr const char* kCreateGroup = "create_subscriber";
+    static constexpr uint32_t kGroupKind = 0x09;
     static constexpr const char* kEndpointName = "reader";
     static constexpr const char* kCreate = "create_datareader";
     static constexpr const char* kFaceName = "TDataReader";

@@ -21,6 +21,20 @@ bool is_possible(const QUIXTransport_Shmem_Property& shmem) {
     return false;
 }
 
+/// Hands the two records that the kind of `property` means to `use`.
+template <typename Properties, typename Property, typename Use>
+DDS_ReturnCode_t with_kind(Properties& properties, Property& property, Use use) {
+    switch (property.kind) {
+        case DDS_TRANSPORT_KIND_UDPv4:
+            return use(properties.udpv4, property.udp);
+        case DDS_TRANSPORT_KIND_UDPv6:
+            return use(properties.udpv6, property.udp);
+        case DDS_TRANSPORT_KIND_SHMEM:
+            return use(properties.shmem, property.shmem);
+    }
+    return DDS_RETCODE_BAD_PARAMETER;
+}
+
 } // namespace
 
 DDS_ReturnCode_t QUIXTransportSupport::get_builtin_transport_property(DDSDomainParticipant* participant,
@@ -29,18 +43,10 @@ DDS_ReturnCode_t QUIXTransportSupport::get_builtin_transport_property(DDSDomainP
     if (owner == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     const TransportProperties current = owner->transport_properties();
-    switch (property.kind) {
-        case DDS_TRANSPORT_KIND_UDPv4:
-            property.udp = current.udpv4;
-            return DDS_RETCODE_OK;
-        case DDS_TRANSPORT_KIND_UDPv6:
-            property.udp = current.udpv6;
-            return DDS_RETCODE_OK;
-        case DDS_TRANSPORT_KIND_SHMEM:
-            property.shmem = current.shmem;
-            return DDS_RETCODE_OK;
-    }
-    return DDS_RETCODE_BAD_PARAMETER;
+    return with_kind(current, property, [](const auto& in_use, auto& out) {
+        out = in_use;
+        return DDS_RETCODE_OK;
+    });
 }
 
 DDS_ReturnCode_t QUIXTransportSupport::set_builtin_transport_property(
@@ -49,17 +55,9 @@ DDS_ReturnCode_t QUIXTransportSupport::set_builtin_transport_property(
     if (owner == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     TransportProperties wanted = owner->transport_properties();
-    switch (property.kind) {
-        case DDS_TRANSPORT_KIND_UDPv4:
-            wanted.udpv4 = property.udp;
-            return owner->set_transport_properties(wanted);
-        case DDS_TRANSPORT_KIND_UDPv6:
-            wanted.udpv6 = property.udp;
-            return owner->set_transport_properties(wanted);
-        case DDS_TRANSPORT_KIND_SHMEM:
-            wanted.shmem = property.shmem;
-            return is_possible(property.shmem) ? owner->set_transport_properties(wanted)
-                                               : DDS_RETCODE_BAD_PARAMETER;
-    }
-    return DDS_RETCODE_BAD_PARAMETER;
+    return with_kind(wanted, property, [owner, &wanted](auto& target, const auto& value) {
+        target = value;
+        return is_possible(wanted.shmem) ? owner->set_transport_properties(wanted)
+                                         : DDS_RETCODE_BAD_PARAMETER;
+    });
 }

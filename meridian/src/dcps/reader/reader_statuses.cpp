@@ -2,9 +2,6 @@
 
 #include <limits>
 
-#include "dcps/endpoints/status_counters.h"
-#include "discovery/conversions.h"
-
 namespace meridian::dcps {
 
 namespace {
@@ -16,101 +13,65 @@ void add(DDS_Long& counter, uint64_t count) {
 
 } // namespace
 
+void ReaderStatuses::count_alive(const rtps::Guid& writer, DDS_Long alive, DDS_Long not_alive) {
+    auto& liveliness = of<DDS_LivelinessChangedStatus>();
+    liveliness.alive_count += alive;
+    liveliness.alive_count_change += alive;
+    liveliness.not_alive_count += not_alive;
+    liveliness.not_alive_count_change += not_alive;
+    liveliness.last_publication_handle = discovery::to_handle(writer);
+}
+
 DDS_StatusMask ReaderStatuses::writer_matched(const rtps::Guid& writer) {
-    if (!writers_.emplace(writer, true).second)
+    if (!matched(writer))
         return 0;
-    count_match(matched_, true);
-    matched_.last_publication_handle = discovery::to_handle(writer);
-    ++liveliness_.alive_count;
-    ++liveliness_.alive_count_change;
-    liveliness_.last_publication_handle = matched_.last_publication_handle;
+    count_alive(writer, 1, 0);
     return DDS_SUBSCRIPTION_MATCHED_STATUS | DDS_LIVELINESS_CHANGED_STATUS;
 }
 
 DDS_StatusMask ReaderStatuses::writer_unmatched(const rtps::Guid& writer) {
-    const auto known = writers_.find(writer);
-    if (known == writers_.end())
+    const auto known = remotes_.find(writer);
+    if (known == remotes_.end())
         return 0;
-    count_match(matched_, false);
-    matched_.last_publication_handle = discovery::to_handle(writer);
-    liveliness_.last_publication_handle = matched_.last_publication_handle;
-    DDS_Long& count = known->second ? liveliness_.alive_count : liveliness_.not_alive_count;
-    DDS_Long& change = known->second ? liveliness_.alive_count_change : liveliness_.not_alive_count_change;
-    --count;
-    --change;
-    writers_.erase(known);
+    const bool was_alive = known->second;
+    unmatched(writer);
+    count_alive(writer, was_alive ? -1 : 0, was_alive ? 0 : -1);
     return DDS_SUBSCRIPTION_MATCHED_STATUS | DDS_LIVELINESS_CHANGED_STATUS;
 }
 
 DDS_StatusMask ReaderStatuses::writer_alive(const rtps::Guid& writer, bool alive) {
-    const auto known = writers_.find(writer);
-    if (known == writers_.end() || known->second == alive)
+    const auto known = remotes_.find(writer);
+    if (known == remotes_.end() || known->second == alive)
         return 0;
     known->second = alive;
-    const DDS_Long up = alive ? 1 : -1;
-    liveliness_.alive_count += up;
-    liveliness_.alive_count_change += up;
-    liveliness_.not_alive_count -= up;
-    liveliness_.not_alive_count_change -= up;
-    liveliness_.last_publication_handle = discovery::to_handle(writer);
+    count_alive(writer, alive ? 1 : -1, alive ? -1 : 1);
     return DDS_LIVELINESS_CHANGED_STATUS;
 }
 
-DDS_StatusMask ReaderStatuses::incompatible(const std::vector<uint32_t>& policies) {
-    if (policies.empty())
-        return 0;
-    count_incompatible(incompatible_, policies);
-    return DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS;
-}
-
 DDS_StatusMask ReaderStatuses::deadline_missed(const DDS_InstanceHandle_t& instance) {
-    ++deadline_.total_count;
-    ++deadline_.total_count_change;
-    deadline_.last_instance_handle = instance;
+    auto& deadline = of<DDS_RequestedDeadlineMissedStatus>();
+    ++deadline.total_count;
+    ++deadline.total_count_change;
+    deadline.last_instance_handle = instance;
     return DDS_REQUESTED_DEADLINE_MISSED_STATUS;
 }
 
 DDS_StatusMask ReaderStatuses::samples_lost(uint64_t count) {
     if (count == 0)
         return 0;
-    add(lost_.total_count, count);
-    add(lost_.total_count_change, count);
+    add(of<DDS_SampleLostStatus>().total_count, count);
+    add(of<DDS_SampleLostStatus>().total_count_change, count);
     return DDS_SAMPLE_LOST_STATUS;
 }
 
 DDS_StatusMask ReaderStatuses::sample_rejected(DDS_SampleRejectedStatusKind reason,
                                                const DDS_InstanceHandle_t& instance) {
-    add(rejected_.total_count, 1);
-    add(rejected_.total_count_change, 1);
-    rejected_.last_reason = reason;
-    rejected_.last_instance_handle = instance;
+    auto& rejected = of<DDS_SampleRejectedStatus>();
+    add(rejected.total_count, 1);
+    add(rejected.total_count_change, 1);
+    rejected.last_reason = reason;
+    rejected.last_instance_handle = instance;
     return DDS_SAMPLE_REJECTED_STATUS;
-}
-
-DDS_RequestedDeadlineMissedStatus ReaderStatuses::take_deadline_missed() {
-    return taken(deadline_);
-}
-
-DDS_RequestedIncompatibleQosStatus ReaderStatuses::take_incompatible() {
-    return taken(incompatible_);
-}
-
-DDS_LivelinessChangedStatus ReaderStatuses::take_liveliness() {
-    DDS_LivelinessChangedStatus copy = liveliness_;
-    liveliness_.alive_count_change = liveliness_.not_alive_count_change = 0;
-    return copy;
-}
-
-DDS_SampleLostStatus ReaderStatuses::take_lost() {
-    return taken(lost_);
-}
-
-DDS_SampleRejectedStatus ReaderStatuses::take_rejected() {
-    return taken(rejected_);
-}
-
-DDS_SubscriptionMatchedStatus ReaderStatuses::take_matched() {
-    return taken_match(matched_);
 }
 
 } // namespace meridian::dcps

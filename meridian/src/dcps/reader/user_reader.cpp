@@ -253,13 +253,8 @@ void UserReader::announcement_given(const rtps::Guid& writer) {
 
 void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
     MutexLock lock(mutex_);
-    const std::vector<uint32_t> counted = without_partition(policies);
-    if (counted.empty())
-        return;
-    MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": writer %s does not match the reader: %s", topic_.get_name(),
-                         rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(*remote.qos, endpoint_qos(), counted).c_str());
-    changed(statuses_.incompatible(counted));
+    if (count_incompatible(remote, policies))
+        changed(DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
 }
 
 bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {

@@ -37,7 +37,7 @@ class ReaderOwner : public EndpointOwner<DDSSubscriber, UserReader> {
 ///
 /// Samples and events of the protocol arrive under the lock of the runtime; the reader's own lock is taken
 /// under it and never the other way round.
-class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReaderQos>,
+class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReaderQos, ReaderStatuses>,
                          public rtps::ReaderSink,
                          public discovery::AnnouncementObserver,
                          private Deliverable {
@@ -66,14 +66,29 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDSSubscriber* get_subscriber() override { return &subscriber_; }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
                                                               const DDS_InstanceHandle_t& handle) override;
-    DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) override;
+    DDS_ReturnCode_t get_requested_deadline_missed_status(
+        DDS_RequestedDeadlineMissedStatus& status) override {
+        return read_status(status, DDS_REQUESTED_DEADLINE_MISSED_STATUS);
+    }
     DDS_ReturnCode_t get_requested_incompatible_qos_status(
-        DDS_RequestedIncompatibleQosStatus& status) override;
-    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) override;
-    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override;
-    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) override;
-    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override;
-    DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override;
+        DDS_RequestedIncompatibleQosStatus& status) override {
+        return read_status(status, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
+    }
+    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) override {
+        return read_status(status, DDS_LIVELINESS_CHANGED_STATUS);
+    }
+    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
+        return read_status(status, DDS_SAMPLE_LOST_STATUS);
+    }
+    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) override {
+        return read_status(status, DDS_SAMPLE_REJECTED_STATUS);
+    }
+    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
+        return read_status(status, DDS_SUBSCRIPTION_MATCHED_STATUS);
+    }
+    DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
+        return get_matched(publications);
+    }
 
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) override;
@@ -137,7 +152,12 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
                               DDS_SampleInfoSeq& infos);
     void end_loan(Loan loan) MERIDIAN_REQUIRES(mutex_);
     template <typename Status>
-    DDS_ReturnCode_t read_status(Status& status, Status (ReaderStatuses::*take)(), DDS_StatusMask bit);
+    DDS_ReturnCode_t read_status(Status& status, DDS_StatusMask bit) MERIDIAN_EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        status = statuses_.take<Status>();
+        notices_.read(bit);
+        return DDS_RETCODE_OK;
+    }
 
     ReaderOwner& subscriber_;
     DeliveryThread& delivery_;
@@ -148,7 +168,6 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     std::vector<Received> received_; // not stored yet
 
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
-    ReaderStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
     WithheldSamples withheld_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::MonotonicTime armed_ MERIDIAN_GUARDED_BY(mutex_) = rtps::kNever;

@@ -5,7 +5,6 @@
 #include "dcps/common/instance_keys.h"
 #include "dcps/reader/read_condition.h"
 #include "dcps/reader/user_reader.h"
-#include "discovery/conversions.h"
 
 namespace meridian::dcps {
 
@@ -38,47 +37,6 @@ DDSDataReaderListener* UserReader::get_listener() {
 DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
                                                                       const DDS_InstanceHandle_t& handle) {
     return subscriber_.participant_of_endpoint(data, handle);
-}
-
-template <typename Status>
-DDS_ReturnCode_t UserReader::read_status(Status& status, Status (ReaderStatuses::*take)(),
-                                         DDS_StatusMask bit) {
-    MutexLock lock(mutex_);
-    status = (statuses_.*take)();
-    notices_.read(bit);
-    return DDS_RETCODE_OK;
-}
-
-DDS_ReturnCode_t UserReader::get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) {
-    return read_status(status, &ReaderStatuses::take_deadline_missed, DDS_REQUESTED_DEADLINE_MISSED_STATUS);
-}
-DDS_ReturnCode_t UserReader::get_requested_incompatible_qos_status(
-    DDS_RequestedIncompatibleQosStatus& status) {
-    return read_status(status, &ReaderStatuses::take_incompatible, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
-}
-DDS_ReturnCode_t UserReader::get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) {
-    return read_status(status, &ReaderStatuses::take_liveliness, DDS_LIVELINESS_CHANGED_STATUS);
-}
-DDS_ReturnCode_t UserReader::get_sample_lost_status(DDS_SampleLostStatus& status) {
-    return read_status(status, &ReaderStatuses::take_lost, DDS_SAMPLE_LOST_STATUS);
-}
-DDS_ReturnCode_t UserReader::get_sample_rejected_status(DDS_SampleRejectedStatus& status) {
-    return read_status(status, &ReaderStatuses::take_rejected, DDS_SAMPLE_REJECTED_STATUS);
-}
-DDS_ReturnCode_t UserReader::get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
-    return read_status(status, &ReaderStatuses::take_matched, DDS_SUBSCRIPTION_MATCHED_STATUS);
-}
-
-DDS_ReturnCode_t UserReader::get_matched_publications(DDS_InstanceHandleSeq& publications) {
-    MutexLock lock(mutex_);
-    if (!publications.has_ownership())
-        return DDS_RETCODE_BAD_PARAMETER;
-    publications.length(0);
-    for (const auto& [writer, alive] : statuses_.writers()) {
-        if (!publications.append(discovery::to_handle(writer)))
-            return DDS_RETCODE_OUT_OF_RESOURCES;
-    }
-    return DDS_RETCODE_OK;
 }
 
 DDSReadCondition* UserReader::create_readcondition(DDS_SampleStateMask sample_states,

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <string>
 
 #include "dcps/common/entity_impl.h"
@@ -11,8 +10,8 @@
 
 namespace meridian::dcps {
 
-/// A topic of a participant, which owns it. Topics have nothing to switch on: they are enabled with their
-/// participant.
+/// A topic of a participant, which shares it with its readers and writers. Topics have nothing to switch on:
+/// they are enabled with their participant.
 class TopicImpl final : public EntityImpl<DDSTopic> {
   public:
     using Participant = EntityImpl<DDSDomainParticipant>;
@@ -23,7 +22,6 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     ~TopicImpl() override = default;
 
     const TypeRegistry::Type& type() const { return type_; }
-    bool in_use() const { return users_ != 0; }
 
     DDS_ReturnCode_t enable() override;
     const char* get_name() override { return name_.c_str(); }
@@ -33,29 +31,12 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     DDS_ReturnCode_t set_qos(const DDS_TopicQos& qos) override;
 
   private:
-    friend class TopicUse;
-
     Participant& participant_;
     const std::string name_;
     const std::string type_name_;
     const TypeRegistry::Type type_;
-    std::atomic<int> users_{0};
     Mutex mutex_;
     DDS_TopicQos qos_ MERIDIAN_GUARDED_BY(mutex_);
-};
-
-/// The claim of a reader or writer: while it lives the topic cannot be deleted.
-class TopicUse {
-  public:
-    explicit TopicUse(TopicImpl& topic) : topic_(topic) { ++topic_.users_; }
-    ~TopicUse() { --topic_.users_; }
-    TopicUse(const TopicUse&) = delete;
-    TopicUse& operator=(const TopicUse&) = delete;
-
-    TopicImpl& topic() { return topic_; }
-
-  private:
-    TopicImpl& topic_;
 };
 
 } // namespace meridian::dcps

@@ -119,59 +119,22 @@ rtps::WriterConfig UserWriter::config() {
 
 // -- Statuses
 
-void UserWriter::changed(DDS_StatusMask status) {
-    if (status != 0)
-        status_condition().set_changed(status);
-}
-
 void UserWriter::matched(const rtps::RemoteEndpoint& remote) {
     MutexLock lock(mutex_);
-    changed(statuses_.reader_matched(remote.guid));
+    if (statuses_.matched(remote.guid))
+        status_condition().set_changed(DDS_PUBLICATION_MATCHED_STATUS);
 }
 
 void UserWriter::unmatched(const rtps::Guid& remote) {
     MutexLock lock(mutex_);
-    changed(statuses_.reader_unmatched(remote));
+    if (statuses_.unmatched(remote))
+        status_condition().set_changed(DDS_PUBLICATION_MATCHED_STATUS);
 }
 
 void UserWriter::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
-    const std::vector<uint32_t> counted = without_partition(policies);
-    if (counted.empty())
-        return;
     MutexLock lock(mutex_);
-    MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": reader %s does not match the writer: %s", topic_.get_name(),
-                         rtps::to_string(remote.guid).c_str(),
-                         describe_incompatibility(endpoint_qos(), *remote.qos, counted).c_str());
-    changed(statuses_.incompatible(counted));
-}
-
-template <typename Status>
-DDS_ReturnCode_t UserWriter::read_status(Status& status, Status (WriterStatuses::*take)(),
-                                         DDS_StatusMask bit) {
-    MutexLock lock(mutex_);
-    status = (statuses_.*take)();
-    status_condition().set_read(bit);
-    return DDS_RETCODE_OK;
-}
-
-DDS_ReturnCode_t UserWriter::get_publication_matched_status(DDS_PublicationMatchedStatus& status) {
-    return read_status(status, &WriterStatuses::take_matched, DDS_PUBLICATION_MATCHED_STATUS);
-}
-
-DDS_ReturnCode_t UserWriter::get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) {
-    return read_status(status, &WriterStatuses::take_incompatible, DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
-}
-
-DDS_ReturnCode_t UserWriter::get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) {
-    if (!subscriptions.has_ownership())
-        return DDS_RETCODE_BAD_PARAMETER;
-    MutexLock lock(mutex_);
-    subscriptions.length(0);
-    for (const rtps::Guid& reader : statuses_.readers()) {
-        if (!subscriptions.append(discovery::to_handle(reader)))
-            return DDS_RETCODE_OUT_OF_RESOURCES;
-    }
-    return DDS_RETCODE_OK;
+    if (count_incompatible(remote, policies))
+        status_condition().set_changed(DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
 }
 
 // -- Writing
@@ -231,35 +194,25 @@ DDS_ReturnCode_t UserWriter::fill_in(const DDS_WriteParams_t& params, const rtps
 }
 
 template <typename Done>
-bool UserWriter::poll(std::chrono::nanoseconds deadline, Done done) {
-    while (true) {
-        rtps::net::Runtime* runtime = membership_.runtime();
-        if (runtime == nullptr)
-            return false;
-        if (done(*runtime))
-            return true;
+DDS_ReturnCode_t UserWriter::poll(const DDS_Duration_t& longest, Done done) {
+    const std::chrono::nanoseconds deadline = deadline_after(monotonic_now(), longest);
+    while (rtps::net::Runtime* runtime = membership_.runtime()) {
+        if (runtime->with_participant(done))
+            return DDS_RETCODE_OK;
         const std::chrono::nanoseconds now = monotonic_now();
         if (now >= deadline)
-            return false;
+            return DDS_RETCODE_TIMEOUT;
         MutexLock lock(mutex_);
         if (membership_.runtime() != nullptr)
             stopped_.wait_until(mutex_, std::min(deadline, now + kPollPeriod));
     }
+    return DDS_RETCODE_ALREADY_DELETED;
 }
 
-DDS_ReturnCode_t UserWriter::send(const rtps::WriteRequest& request) {
-    DDS_DataWriterQos qos;
-    get_qos(qos);
-    const bool sent = poll(
-        deadline_after(monotonic_now(), qos.reliability.max_blocking_time),
-        [this, &request](rtps::net::Runtime& runtime) {
-            return runtime.with_participant([this, &request](rtps::Participant& participant, rtps::Now now) {
-                return participant.write(guid().entity, request, now).has_value();
-            });
-        });
-    if (sent)
-        return DDS_RETCODE_OK;
-    return membership_.runtime() != nullptr ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_ALREADY_DELETED;
+DDS_ReturnCode_t UserWriter::send(const rtps::WriteRequest& request, const DDS_Duration_t& longest) {
+    return poll(longest, [this, &request](rtps::Participant& participant, rtps::Now now) {
+        return participant.write(guid().entity, request, now).has_value();
+    });
 }
 
 DDS_ReturnCode_t UserWriter::prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
@@ -288,7 +241,7 @@ DDS_ReturnCode_t UserWriter::write_untyped(const void* sample, const DDS_WritePa
     if (!buffer.fill(plugin().serialize, sample, encapsulation))
         return DDS_RETCODE_ERROR;
     request.payload = buffer.view();
-    return send(request);
+    return send(request, qos.reliability.max_blocking_time);
 }
 
 DDS_InstanceHandle_t UserWriter::register_instance_untyped(const void* sample,
@@ -344,7 +297,7 @@ DDS_ReturnCode_t UserWriter::write_end(const void* sample, const DDS_WriteParams
         return DDS_RETCODE_ERROR;
     request.payload = buffer.view(); // empty: the key hash says it all
     request.payload_is_key = true;
-    result = send(request);
+    result = send(request, qos.reliability.max_blocking_time);
     if (result == DDS_RETCODE_OK && unregister)
         instances_.erase(key);
     return result;
@@ -367,15 +320,9 @@ DDS_InstanceHandle_t UserWriter::lookup_instance_untyped(const void* holder) {
 DDS_ReturnCode_t UserWriter::wait_for_acknowledgments(const DDS_Duration_t& max_wait) {
     if (!is_enabled())
         return DDS_RETCODE_NOT_ENABLED;
-    const bool acknowledged =
-        poll(deadline_after(monotonic_now(), max_wait), [this](rtps::net::Runtime& runtime) {
-            return runtime.with_participant([this](rtps::Participant& participant, rtps::Now /*now*/) {
-                return participant.all_acknowledged(guid().entity);
-            });
-        });
-    if (acknowledged)
-        return DDS_RETCODE_OK;
-    return membership_.runtime() != nullptr ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_ALREADY_DELETED;
+    return poll(max_wait, [this](rtps::Participant& participant, rtps::Now /*now*/) {
+        return participant.all_acknowledged(guid().entity);
+    });
 }
 
 DDS_ReturnCode_t UserWriter::assert_liveliness() {

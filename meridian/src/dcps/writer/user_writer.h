@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "dcps/endpoints/user_endpoint.h"
-#include "dcps/writer/writer_statuses.h"
 #include "meridian/publisher.h"
 #include "meridian/untyped_entities.h"
 
@@ -17,13 +16,14 @@ namespace meridian::dcps {
 
 class UserWriter;
 using WriterOwner = EndpointOwner<DDSPublisher, UserWriter>;
+using WriterStatuses = EndpointStatuses<DDS_PublicationMatchedStatus, DDS_OfferedIncompatibleQosStatus>;
 
 /// The writer of a topic: has the type plugin serialize each sample and hands the bytes to the protocol,
 /// which copies them.
 ///
 /// Two locks: one makes calls of the writing operations wait for each other, and is taken before the
 /// runtime's; the other guards what the events of the protocol change, and is taken under it.
-class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWriterQos>,
+class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWriterQos, WriterStatuses>,
                          public rtps::EndpointSink {
   public:
     /// The publisher and the topic must outlive the writer. Null with a logged reason when the plugin refuses
@@ -43,9 +43,15 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     DDSPublisher* get_publisher() override { return &publisher_; }
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override;
     DDS_ReturnCode_t assert_liveliness() override;
-    DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override;
-    DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override;
-    DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) override;
+    DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
+        return read_status(status, DDS_PUBLICATION_MATCHED_STATUS);
+    }
+    DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
+        return read_status(status, DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
+    }
+    DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) override {
+        return get_matched(subscriptions);
+    }
 
     DDS_ReturnCode_t write_untyped(const void* sample, const DDS_WriteParams_t& params) override;
     DDS_InstanceHandle_t register_instance_untyped(const void* sample,
@@ -81,14 +87,20 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     DDS_ReturnCode_t prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
                              rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
     /// Waits for room as long as the reliability allows.
-    DDS_ReturnCode_t send(const rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
-    /// Calls `done(runtime)` until it is true, at first and then every millisecond. False at the deadline, or
-    /// when the writer has stopped.
+    DDS_ReturnCode_t send(const rtps::WriteRequest& request, const DDS_Duration_t& longest)
+        MERIDIAN_REQUIRES(writing_);
+    /// Calls `done(participant, now)` until it is true, at first and then every millisecond.
+    /// DDS_RETCODE_TIMEOUT when it was not in that time, DDS_RETCODE_ALREADY_DELETED when the writer has
+    /// stopped.
     template <typename Done>
-    bool poll(std::chrono::nanoseconds deadline, Done done) MERIDIAN_EXCLUDES(mutex_);
-    void changed(DDS_StatusMask status) MERIDIAN_REQUIRES(mutex_);
+    DDS_ReturnCode_t poll(const DDS_Duration_t& longest, Done done) MERIDIAN_EXCLUDES(mutex_);
     template <typename Status>
-    DDS_ReturnCode_t read_status(Status& status, Status (WriterStatuses::*take)(), DDS_StatusMask bit);
+    DDS_ReturnCode_t read_status(Status& status, DDS_StatusMask bit) MERIDIAN_EXCLUDES(mutex_) {
+        MutexLock lock(mutex_);
+        status = statuses_.take<Status>();
+        status_condition().set_read(bit);
+        return DDS_RETCODE_OK;
+    }
 
     WriterOwner& publisher_;
 
@@ -96,7 +108,6 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     std::set<rtps::KeyHash> instances_ MERIDIAN_GUARDED_BY(writing_); // registered
 
     ConditionVariable stopped_; // with mutex_
-    WriterStatuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps
