@@ -35,6 +35,19 @@ void QuixSpyParticipantListNode::add_topic(QuixSpyDataListenerNode* node) {
     topicsByType.insert(node, topicsByType.hash(listener.typeName, ""));
 }
 
+void QuixSpyParticipantListNode::delete_topics() {
+    for (QuixSpyDataListenerNode* topic = dataListeners.head(); topic != nullptr;) {
+        QuixSpyDataListenerNode* const following = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
+        delete topic->listener;
+        delete topic->typeSupport;
+        QUIXHeap_free(topic);
+        topic = following;
+    }
+    dataListeners = {};
+    topicsByName.free();
+    topicsByType.free();
+}
+
 QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_topic(const char* topicName,
                                                                 const char* typeName) const {
     return topicsByName.find(topicsByName.hash(topicName, typeName),
@@ -83,15 +96,7 @@ QuixSpyAgent::~QuixSpyAgent() {
 
 void QuixSpyAgent::delete_participant(QuixSpyParticipantListNode* node) {
     // Listeners go first: no callback may run while the readers are taken apart.
-    for (QuixSpyDataListenerNode* topic = node->dataListeners.head(); topic != nullptr;) {
-        QuixSpyDataListenerNode* const following = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
-        delete topic->listener;
-        delete topic->typeSupport;
-        QUIXHeap_free(topic);
-        topic = following;
-    }
-    node->topicsByName.free();
-    node->topicsByType.free();
+    node->delete_topics();
     lastRetcode = node->participant->delete_contained_entities();
     if (lastRetcode != DDS_RETCODE_OK)
         output().print("delete_contained_entities error %d\n", lastRetcode);

@@ -48,6 +48,8 @@ struct QuixSpyParticipantListNode : QuixSpyListLink<QuixSpyParticipantListNode> 
 
     /// Appends a node, which has its listener.
     void add_topic(QuixSpyDataListenerNode* node);
+    /// Deletes all nodes with their listeners and type supports. No callback runs when this returns.
+    void delete_topics();
     /// The topic of these names; null when it is not watched.
     QuixSpyDataListenerNode* find_topic(const char* topicName, const char* typeName) const;
     /// A topic of this type; null without one.

@@ -57,13 +57,7 @@ class SubscribingAgent : public QuixSpyAgent {
     ~SubscribingAgent() override {
         for (auto* node = _participantList.head(); node != nullptr;) {
             auto* const following = QuixSpyList<QuixSpyParticipantListNode>::next(node);
-            for (auto* topic = node->dataListeners.head(); topic != nullptr;) {
-                auto* const after = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
-                delete topic->listener;
-                delete topic->typeSupport;
-                QUIXHeap_free(topic);
-                topic = after;
-            }
+            node->delete_topics();
             if (node != &worlds[0].node)
                 QUIXHeap_free(node);
             node = following;

@@ -151,12 +151,33 @@ void __wrap_free(void* memory) {
 
 } // extern "C"
 
-// The other forms of the standard library call these.
+// The forms for aligned memory are not counted.
 void* operator new(size_t size) {
     void* memory = __wrap_malloc(size != 0 ? size : 1);
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
+}
+
+// Sanitizers have forms of their own for these.
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return __wrap_malloc(size != 0 ? size : 1);
+}
+
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+
+void* operator new[](size_t size, const std::nothrow_t& form) noexcept {
+    return operator new(size, form);
+}
+
+void operator delete[](void* memory) noexcept {
+    __wrap_free(memory);
+}
+
+void operator delete[](void* memory, size_t) noexcept {
+    __wrap_free(memory);
 }
 
 void operator delete(void* memory) noexcept {
