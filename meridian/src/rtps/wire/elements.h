@@ -18,71 +18,75 @@ namespace meridian::rtps {
 
 /// The members of a structure in the order of the wire; of a submessage those with a fixed place.
 template <typename T>
-constexpr std::nullptr_t kMembers = nullptr; // without a description it cannot be read or written
+inline constexpr std::nullptr_t kMembers = nullptr; // without a description it cannot be read or written
 template <>
-constexpr auto kMembers<ProtocolVersion> = std::tuple(&ProtocolVersion::major, &ProtocolVersion::minor);
+inline constexpr auto kMembers<ProtocolVersion> = std::tuple(&ProtocolVersion::major,
+                                                             &ProtocolVersion::minor);
 template <>
-constexpr auto kMembers<VendorId> = std::tuple(&VendorId::bytes);
+inline constexpr auto kMembers<VendorId> = std::tuple(&VendorId::bytes);
 template <>
-constexpr auto kMembers<GuidPrefix> = std::tuple(&GuidPrefix::bytes);
+inline constexpr auto kMembers<GuidPrefix> = std::tuple(&GuidPrefix::bytes);
 template <>
-constexpr auto kMembers<Guid> = std::tuple(&Guid::prefix, &Guid::entity);
+inline constexpr auto kMembers<Guid> = std::tuple(&Guid::prefix, &Guid::entity);
 template <>
-constexpr auto kMembers<WireTime> = std::tuple(&WireTime::seconds, &WireTime::fraction);
+inline constexpr auto kMembers<WireTime> = std::tuple(&WireTime::seconds, &WireTime::fraction);
 template <>
-constexpr auto kMembers<Locator> = std::tuple(&Locator::kind, &Locator::port, &Locator::address);
+inline constexpr auto kMembers<Locator> = std::tuple(&Locator::kind, &Locator::port, &Locator::address);
 template <>
-constexpr auto kMembers<Property> = std::tuple(&Property::name, &Property::value);
+inline constexpr auto kMembers<Property> = std::tuple(&Property::name, &Property::value);
 template <>
-constexpr auto kMembers<ContentFilter> = std::tuple(&ContentFilter::filter_name,
-                                                    &ContentFilter::related_topic,
-                                                    &ContentFilter::filter_class, &ContentFilter::expression,
-                                                    &ContentFilter::parameters);
+inline constexpr auto kMembers<ContentFilter> = std::tuple(&ContentFilter::filter_name,
+                                                           &ContentFilter::related_topic,
+                                                           &ContentFilter::filter_class,
+                                                           &ContentFilter::expression,
+                                                           &ContentFilter::parameters);
 template <>
-constexpr auto kMembers<Data> = std::tuple(&Data::reader, &Data::writer, &Data::sequence_number);
+inline constexpr auto kMembers<Data> = std::tuple(&Data::reader, &Data::writer, &Data::sequence_number);
 template <>
-constexpr auto kMembers<DataFrag> = std::tuple(&DataFrag::reader, &DataFrag::writer,
-                                               &DataFrag::sequence_number, &DataFrag::first_fragment,
-                                               &DataFrag::fragment_count, &DataFrag::fragment_size,
-                                               &DataFrag::sample_size);
+inline constexpr auto kMembers<DataFrag> = std::tuple(&DataFrag::reader, &DataFrag::writer,
+                                                      &DataFrag::sequence_number, &DataFrag::first_fragment,
+                                                      &DataFrag::fragment_count, &DataFrag::fragment_size,
+                                                      &DataFrag::sample_size);
 template <>
-constexpr auto kMembers<Heartbeat> = std::tuple(&Heartbeat::reader, &Heartbeat::writer, &Heartbeat::first,
-                                                &Heartbeat::last, &Heartbeat::count);
+inline constexpr auto kMembers<Heartbeat> = std::tuple(&Heartbeat::reader, &Heartbeat::writer,
+                                                       &Heartbeat::first, &Heartbeat::last,
+                                                       &Heartbeat::count);
 template <>
-constexpr auto kMembers<HeartbeatFrag> = std::tuple(&HeartbeatFrag::reader, &HeartbeatFrag::writer,
-                                                    &HeartbeatFrag::sequence_number,
-                                                    &HeartbeatFrag::last_fragment, &HeartbeatFrag::count);
+inline constexpr auto kMembers<HeartbeatFrag> = std::tuple(&HeartbeatFrag::reader, &HeartbeatFrag::writer,
+                                                           &HeartbeatFrag::sequence_number,
+                                                           &HeartbeatFrag::last_fragment,
+                                                           &HeartbeatFrag::count);
 template <>
-constexpr auto kMembers<AckNack> = std::tuple(&AckNack::reader, &AckNack::writer, &AckNack::missing,
-                                              &AckNack::count);
+inline constexpr auto kMembers<AckNack> = std::tuple(&AckNack::reader, &AckNack::writer, &AckNack::missing,
+                                                     &AckNack::count);
 template <>
-constexpr auto kMembers<NackFrag> = std::tuple(&NackFrag::reader, &NackFrag::writer,
-                                               &NackFrag::sequence_number, &NackFrag::missing,
-                                               &NackFrag::count);
+inline constexpr auto kMembers<NackFrag> = std::tuple(&NackFrag::reader, &NackFrag::writer,
+                                                      &NackFrag::sequence_number, &NackFrag::missing,
+                                                      &NackFrag::count);
 template <>
-constexpr auto kMembers<Gap> = std::tuple(&Gap::reader, &Gap::writer, &Gap::start, &Gap::list);
+inline constexpr auto kMembers<Gap> = std::tuple(&Gap::reader, &Gap::writer, &Gap::start, &Gap::list);
 
 /// The last enumerator of an enumeration that has no hole; the first one is 0 where it is not named.
 template <typename Enum>
-constexpr Enum kFirst = Enum{0};
+inline constexpr Enum kFirst = Enum{0};
 template <>
-constexpr auto kFirst<Reliability> = Reliability::best_effort;
+inline constexpr auto kFirst<Reliability> = Reliability::best_effort;
 template <typename Enum>
-constexpr std::nullptr_t kLast = nullptr;
+inline constexpr std::nullptr_t kLast = nullptr;
 template <>
-constexpr auto kLast<Durability> = Durability::persistent;
+inline constexpr auto kLast<Durability> = Durability::persistent;
 template <>
-constexpr auto kLast<Reliability> = Reliability::reliable;
+inline constexpr auto kLast<Reliability> = Reliability::reliable;
 template <>
-constexpr auto kLast<LivelinessKind> = LivelinessKind::manual_by_topic;
+inline constexpr auto kLast<LivelinessKind> = LivelinessKind::manual_by_topic;
 template <>
-constexpr auto kLast<Ownership> = Ownership::exclusive;
+inline constexpr auto kLast<Ownership> = Ownership::exclusive;
 template <>
-constexpr auto kLast<DestinationOrder> = DestinationOrder::by_source;
+inline constexpr auto kLast<DestinationOrder> = DestinationOrder::by_source;
 template <>
-constexpr auto kLast<PresentationScope> = PresentationScope::group;
+inline constexpr auto kLast<PresentationScope> = PresentationScope::group;
 template <>
-constexpr auto kLast<HistoryKind> = HistoryKind::keep_all;
+inline constexpr auto kLast<HistoryKind> = HistoryKind::keep_all;
 
 bool read_element(ByteReader& reader, EntityId& id);
 bool read_element(ByteReader& reader, SequenceNumber& number);
