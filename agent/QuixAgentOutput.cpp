@@ -78,7 +78,7 @@ void QuixAgentOutput::put(std::string_view text) {
     if (is_closed_)
         return;
     const std::lock_guard<std::mutex> together(put_mutex_);
-    // Long texts in pieces: nobody needs a second copy of them.
+    // Long texts go in pieces: a second copy of them is not needed.
     while (text_ == nullptr && text.size() > kMaxPending) {
         append(text.substr(0, kMaxPending));
         text.remove_prefix(kMaxPending);

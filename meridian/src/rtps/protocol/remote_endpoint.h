@@ -46,7 +46,7 @@ using RemoteEndpointRef = std::shared_ptr<const RemoteEndpoint>;
 /// each kind are used again.
 class RecordMaker {
   public:
-    /// The type is none in the record that is made, and its own to be changed until others see it.
+    /// The record that is made has no type. It belongs to the caller, who may change it until others see it.
     std::shared_ptr<RemoteEndpoint> make(EndpointData&& data, WireTime timestamp);
 
   private:
