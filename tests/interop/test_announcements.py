@@ -182,6 +182,9 @@ class Announcements(harness.InteropTest):
                 spy, mine = self.observe("-transport", mask, network=self.here)
                 tap.wait_for("announcements of each family",
                              lambda: {datagram.family for datagram in tap.arrived("eth0")} >= families)
+                # What the other host has heard may not be on record here yet.
+                mine.wait_for("the record of each family",
+                              lambda: {datagram.family for datagram in mine.sent()} >= families)
                 self.drop(spy)
                 self.assertEqual({datagram.family for datagram in mine.sent()}, families)
                 parameters = mine.wait_for("an announcement", lambda: mine.announcements("eth0"))[0].parameters
