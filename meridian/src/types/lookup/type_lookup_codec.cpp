@@ -4,6 +4,7 @@
 
 #include "rtps/wire/byte_reader.h"
 #include "rtps/wire/byte_writer.h"
+#include "rtps/wire/elements.h"
 #include "rtps/wire/encapsulation.h"
 #include "rtps/wire/xcdr2_headers.h"
 #include "types/model/md5.h"
@@ -36,32 +37,6 @@ class Length {
     ByteWriter& writer_;
     size_t start_ = 0;
 };
-
-void write_guid(ByteWriter& writer, const rtps::Guid& guid) {
-    writer.write_bytes(guid.prefix.bytes);
-    for (int shift = 24; shift >= 0; shift -= 8)
-        writer.write(static_cast<uint8_t>(guid.entity.value >> shift));
-}
-
-bool read_guid(ByteReader& reader, rtps::Guid& guid) {
-    std::array<uint8_t, 4> entity{};
-    if (!reader.read_bytes(guid.prefix.bytes) || !reader.read_bytes(entity))
-        return false;
-    guid.entity.value = 0;
-    for (const uint8_t byte : entity)
-        guid.entity.value = guid.entity.value << 8 | byte;
-    return true;
-}
-
-bool read_identity(ByteReader& reader, rtps::Guid& writer, rtps::SequenceNumber& number) {
-    int32_t high = 0;
-    uint32_t low = 0;
-    if (!read_guid(reader, writer) || !reader.read(high) || !reader.read(low))
-        return false;
-    number =
-        static_cast<rtps::SequenceNumber>(static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32 | low);
-    return true;
-}
 
 bool begin(rtps::ByteView payload, ByteReader& reader) {
     rtps::Encapsulation encapsulation;
@@ -118,9 +93,8 @@ rtps::ByteBuffer encode(const TypeLookupRequest& request) {
     rtps::ByteBuffer bytes;
     rtps::write_encapsulation(bytes, rtps::Encoding::cdr2, Endianness::little);
     ByteWriter writer(bytes, Endianness::little, rtps::kXcdr2MaxAlignment);
-    write_guid(writer, request.writer);
-    writer.write(static_cast<int32_t>(request.sequence_number >> 32));
-    writer.write(static_cast<uint32_t>(request.sequence_number & 0xffffffff));
+    write_element(writer, request.writer);
+    write_element(writer, request.sequence_number);
     writer.write_string(type_lookup_instance_name(request.asked));
 
     const Length call(writer);
@@ -141,7 +115,8 @@ bool decode(rtps::ByteView payload, TypeLookupReply& reply) {
         return false;
     reply = {};
     reply.endianness = reader.endianness();
-    if (!read_identity(reader, reply.request_writer, reply.request_number) || !reader.read(reply.exception))
+    if (!read_element(reader, reply.request_writer) || !read_element(reader, reply.request_number) ||
+        !reader.read(reply.exception))
         return false;
     if (reply.exception != 0)
         return true;
