@@ -53,7 +53,7 @@ class FragmentAssemblerTest : public ::testing::Test {
     }
 
     MonotonicTime now = seconds(1);
-    MemoryBudget budget{1000, 0};
+    AssemblyBudget budget{1000, 0};
     FragmentAssembler assembler{budget, 500};
 };
 

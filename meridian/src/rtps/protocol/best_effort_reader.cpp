@@ -13,7 +13,7 @@ constexpr Duration kFragmentTimeout = std::chrono::seconds(3);
 
 /// How far one matched writer has come.
 struct BestEffortReader::WriterProgress {
-    WriterProgress(const Guid& writer, MemoryBudget& budget, size_t max_sample_size)
+    WriterProgress(const Guid& writer, AssemblyBudget& budget, size_t max_sample_size)
         : guid(writer), fragments(budget, max_sample_size) {}
 
     Guid guid;

@@ -34,7 +34,7 @@ class BestEffortReader final : public Reader, private TimerQueue::Client {
     size_t max_sample_size_;
     ReaderSink& sink_;
     ReaderObserver& observer_;
-    MemoryBudget budget_;
+    AssemblyBudget budget_;
     std::unordered_map<Guid, std::unique_ptr<WriterProgress>> writers_;
     WriterProgress* last_used_ = nullptr; // packets of one writer come in rows
     TimerQueue::Timer timer_;

@@ -5,7 +5,7 @@
 
 namespace meridian::rtps {
 
-FragmentAssembler::FragmentAssembler(MemoryBudget& budget, size_t max_sample_size)
+FragmentAssembler::FragmentAssembler(AssemblyBudget& budget, size_t max_sample_size)
     : budget_(budget), max_sample_size_(max_sample_size) {}
 
 FragmentAssembler::~FragmentAssembler() {

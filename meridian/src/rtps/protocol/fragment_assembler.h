@@ -15,7 +15,7 @@
 namespace meridian::rtps {
 
 /// Memory that all assemblers and out-of-order buffers of one reader share.
-struct MemoryBudget {
+struct AssemblyBudget {
     size_t limit = 0;
     size_t used = 0;
     bool take(size_t bytes) {
@@ -49,7 +49,7 @@ class FragmentAssembler {
     static constexpr size_t kMaxSamples = 64;
 
     /// budget must outlive the assembler.
-    FragmentAssembler(MemoryBudget& budget, size_t max_sample_size);
+    FragmentAssembler(AssemblyBudget& budget, size_t max_sample_size);
     ~FragmentAssembler();
     FragmentAssembler(const FragmentAssembler&) = delete;
     FragmentAssembler& operator=(const FragmentAssembler&) = delete;
@@ -88,7 +88,7 @@ class FragmentAssembler {
     /// Gives its memory back. Returns the next one.
     Place erase(Place at);
 
-    MemoryBudget& budget_;
+    AssemblyBudget& budget_;
     size_t max_sample_size_;
     std::vector<Partial> samples_; // ascending sequence numbers
     ByteBuffer spare_bytes_;       // kept so that equal samples in a row allocate nothing

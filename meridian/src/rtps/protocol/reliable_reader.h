@@ -75,7 +75,7 @@ class ReliableReader final : public Reader {
     ReaderObserver& observer_;
     MessageBatcher& batcher_;
     TimerQueue& timers_;
-    MemoryBudget budget_;
+    AssemblyBudget budget_;
     std::unordered_map<Guid, std::unique_ptr<WriterProxy>> proxies_;
     // Of the reader, not of one writer: they must still grow when a writer is lost and found again.
     Count acknack_count_ = 0;
