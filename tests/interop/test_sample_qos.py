@@ -91,8 +91,11 @@ class SampleQos(harness.InteropTest):
             spies = {case: self.spy(*(word for name in case for word in ("-subscriberPartition", name)), mode=None)
                      for case in cases}
             peer = self.peer(make, *(f"{name} topic={name} type=keyed {offer}" for name, offer in offers.items()))
+            readers = {name: sum(name in topics for topics in cases.values()) for name in offers}
+            if make == self.fastdds:  # it takes two patterns for a match where one matches the other's text
+                readers["D"] = sum(any("X" in name or "*" in name for name in case) for case in cases)
             for name in offers:
-                peer.do(f"matched {name} count={sum(name in topics for topics in cases.values())}")
+                peer.do(f"matched {name} count={readers[name]}")
                 peer.do(f"write {name}")
             for case, topics in cases.items():
                 for topic in topics:
