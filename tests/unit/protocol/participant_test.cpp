@@ -10,6 +10,7 @@
 #include "protocol/captured_output.h"
 #include "protocol/silent_reader.h"
 #include "protocol/simulated_network.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps::test {
 namespace {
@@ -64,12 +65,25 @@ class ParticipantTest : public ::testing::Test {
             writer.add_data(data);
         });
     }
+    /// The end of what has this key.
+    static void add_end(MessageWriter& writer, EntityId writer_id, SequenceNumber number, const Guid& key) {
+        InlineQos qos;
+        qos.key_hash = key_hash_of(key);
+        qos.status_info = kDisposed | kUnregistered;
+        const ByteBuffer inline_qos = encode(qos);
+        Data data;
+        data.writer = writer_id;
+        data.sequence_number = number;
+        data.inline_qos = inline_qos;
+        writer.add_data(data);
+    }
     void announce(const ParticipantData& data) {
         send_data(data.guid.prefix.bytes[11], entity::participant_writer, ++announcements, encode(data));
     }
     EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
         EndpointData data;
         data.guid = {prefix(participant_id), EntityId{entity}};
+        data.participant = data.guid.prefix;
         data.topic_name = "Square";
         data.type_name = "Shape";
         data.qos.reliability = Reliability::reliable;
@@ -264,17 +278,8 @@ TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
     data.qos.partitions = {"A"};
     send_data(2, entity::publications_writer, 3, encode(data));
     EXPECT_EQ(recorder.endpoints.at(data.guid)->qos->partitions, (std::vector<std::string>{"A"}));
-    receive(2, [&](MessageWriter& writer) { // only a key hash, no payload, as Fast DDS disposes
-        InlineQos qos;
-        qos.key_hash = KeyHash{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 2};
-        qos.status_info = 3;
-        const ByteBuffer inline_qos = encode(qos);
-        Data d;
-        d.writer = entity::publications_writer;
-        d.sequence_number = 4;
-        d.inline_qos = inline_qos;
-        writer.add_data(d);
-    });
+    // Only a key hash, no payload, as Fast DDS disposes.
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 4, data.guid); });
     EXPECT_TRUE(recorder.endpoints.empty());
     EXPECT_TRUE(recorder.contradictions.empty());
 }
@@ -296,16 +301,39 @@ TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnow
     EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {1}"}));
 }
 
-TEST_F(ParticipantTest, WhatOneParticipantTellsOfAnotherWaitsForThatOne) {
+TEST_F(ParticipantTest, EverybodySpeaksForItselfAlone) {
     start();
     announce(remote(2));
-    send_data(2, entity::publications_writer, 1, encode(publication(3)));
-    EXPECT_TRUE(recorder.endpoints.empty());
     announce(remote(3));
-    EXPECT_EQ(recorder.endpoints.size(), 1u);
-    participant->ignore_participant(prefix(2), now()); // the one who told it goes
-    EXPECT_TRUE(recorder.endpoints.empty());
-    EXPECT_TRUE(recorder.contradictions.empty());
+    const EndpointData theirs = publication(3);
+    send_data(3, entity::publications_writer, 1, encode(theirs));
+    ASSERT_EQ(recorder.history, (Lines{"+"}));
+
+    EndpointData changed = theirs;
+    changed.name = "changed";
+    send_data(2, entity::publications_writer, 1, encode(changed));
+    send_data(2, entity::publications_writer, 2, encode(publication(3, 0x202)));
+    EndpointData moved = publication(2, 0x302);
+    moved.participant = prefix(3);
+    send_data(2, entity::publications_writer, 3, encode(moved));
+    moved.participant = prefix(77);
+    send_data(2, entity::publications_writer, 4, encode(moved));
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 5, theirs.guid); });
+    receive(2, [&](MessageWriter& writer) {
+        add_end(writer, entity::participant_writer, 6, {prefix(3), entity::participant});
+    });
+    ParticipantData renamed = remote(3);
+    renamed.name = "renamed";
+    send_data(2, entity::participant_writer, 7, encode(renamed));
+    send_data(2, entity::participant_writer, 8, encode(remote(4)));
+    EXPECT_EQ(recorder.history, (Lines{"+"}));
+    EXPECT_EQ(known_participants(), (std::vector<GuidPrefix>{prefix(2), prefix(3)}));
+    EXPECT_EQ(recorder.participants.at(prefix(3)).name, "");
+    EXPECT_EQ(recorder.warnings.size(), 1u); // of announcements of endpoints
+
+    send_data(3, entity::publications_writer, 2, encode(changed));
+    receive(3, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 3, theirs.guid); });
+    EXPECT_EQ(recorder.history, (Lines{"+", "~changed", "-changed"}));
 }
 
 TEST_F(ParticipantTest, MalformedEndpointDataIsToldOncePerCauseAndTheNextOneCounts) {

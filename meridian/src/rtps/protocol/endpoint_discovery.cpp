@@ -19,11 +19,7 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
         return;
     std::string error;
     std::optional<EndpointData> decoded = decode_endpoint(sample.payload, writers, error);
-    if (decoded && decoded->is_writer() != writers) {
-        error = "the entity id " + to_string(decoded->guid) + " is of another kind";
-        decoded.reset();
-    }
-    if (!decoded) {
+    if (!decoded || !is_acceptable(*decoded, sample, writers, error)) {
         const char* what = writers ? "publication" : "subscription";
         warnings_.warn("endpoint " + to_string(sample.writer) + error,
                        std::string("a ") + what + " of participant " + to_string(sample.writer.prefix) +
@@ -31,16 +27,17 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
-    if (participants_.excludes(decoded->guid.prefix))
-        return;
     take(std::move(*decoded), sample);
 }
 
-void EndpointDiscovery::note_announcer(const Guid& endpoint, const GuidPrefix& announcer) {
-    if (announcer != endpoint.prefix)
-        announced_by_others_[endpoint] = announcer;
-    else if (!announced_by_others_.empty())
-        announced_by_others_.erase(endpoint);
+bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
+                                      std::string& error) const {
+    if (data.is_writer() != writers)
+        error = "the entity id " + to_string(data.guid) + " is of another kind";
+    else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix) ||
+             data.participant != data.guid.prefix)
+        error = "it is said to be of another participant";
+    return error.empty();
 }
 
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
@@ -51,7 +48,6 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
                                              " endpoints in the domain; the others are not seen");
         return;
     }
-    note_announcer(guid, sample.writer.prefix);
     if (known != nullptr) {
         const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
         if (newest.announcement == hash_of(data))
@@ -70,21 +66,18 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
 void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     RemoteEndpoint& waiting = *endpoint.waiting;
     const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
-    if (participant == nullptr)
-        return;
-    if (settler_ != nullptr && waiting.guid.entity.is_writer()) {
+    if (participant != nullptr && settler_ != nullptr && waiting.guid.entity.is_writer()) {
         TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }
-    endpoint.is_settling = waiting.type_state == TypeState::waiting;
-    if (!endpoint.is_settling)
+    if (waiting.type_state != TypeState::waiting)
         make_visible(endpoint);
 }
 
 void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeRef& type) {
     DiscoveredEndpoint* endpoint = find(publication);
-    if (endpoint == nullptr || !endpoint->is_settling)
+    if (endpoint == nullptr || endpoint->waiting == nullptr)
         return;
     endpoint->waiting->type_state = type != nullptr ? TypeState::known : TypeState::none;
     endpoint->waiting->type = type;
@@ -97,7 +90,6 @@ void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
         by_topic_.erase(&endpoint);
     endpoint.record = std::move(endpoint.waiting);
     endpoint.waiting = nullptr;
-    endpoint.is_settling = false;
     by_topic_.insert(&endpoint);
     if (is_new)
         listener_.on_endpoint_discovered(endpoint);
@@ -111,7 +103,7 @@ void EndpointDiscovery::on_dispose(const Sample& sample) {
         key = guid_of(*sample.inline_qos.key_hash);
     else
         key = decode_key(sample.payload, {}, native_endianness());
-    if (key)
+    if (key && participants_.speaks_for(sample.writer.prefix, key->prefix))
         remove(*key, GoneReason::disposed, sample.source_timestamp);
 }
 
@@ -119,7 +111,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     DiscoveredEndpoint* endpoint = find(guid);
     if (endpoint == nullptr)
         return;
-    if (endpoint->is_settling) {
+    if (endpoint->waiting != nullptr) {
         endpoint->waiting->type_state = TypeState::none;
         make_visible(*endpoint);
     }
@@ -127,7 +119,6 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
         listener_.on_endpoint_gone(*endpoint, reason, timestamp);
         by_topic_.erase(endpoint);
     }
-    announced_by_others_.erase(guid);
     const auto siblings = by_participant_.find(guid.prefix);
     siblings->second.by_entity.erase(guid.entity.value);
     if (siblings->second.by_entity.empty())
@@ -138,18 +129,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
 void EndpointDiscovery::clear() {
     by_topic_.clear();
     by_participant_.clear();
-    announced_by_others_.clear();
     count_ = 0;
-}
-
-void EndpointDiscovery::participant_discovered(const GuidPrefix& prefix) {
-    const auto endpoints = by_participant_.find(prefix);
-    if (endpoints == by_participant_.end())
-        return;
-    for (const auto& entry : endpoints->second.by_entity) {
-        if (entry.second->waiting != nullptr && !entry.second->is_settling)
-            settle(*entry.second);
-    }
 }
 
 void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason reason) {
@@ -158,10 +138,6 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
     if (endpoints != by_participant_.end()) {
         for (const auto& entry : endpoints->second.by_entity)
             gone.push_back({prefix, EntityId{entry.first}});
-    }
-    for (const auto& entry : announced_by_others_) {
-        if (entry.second == prefix && entry.first.prefix != prefix)
-            gone.push_back(entry.first);
     }
     std::sort(gone.begin(), gone.end());
     for (const Guid& guid : gone)

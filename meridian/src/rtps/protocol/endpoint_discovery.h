@@ -8,10 +8,9 @@
 // that it is told of before its end is.
 //
 // Endpoint data that comes before its participant is known is never lost: the builtin readers take data of
-// known participants only, and ask for all of it when one becomes known. What a known participant announces
-// on behalf of an unknown one waits here, unseen, for as long as its announcer is there.
+// known participants only, and ask for all of it when one becomes known. An endpoint is announced, changed
+// and ended by its own participant only (see ParticipantDiscovery::speaks_for).
 
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -33,7 +32,6 @@ struct LocalEndpoint;
 struct DiscoveredEndpoint {
     RemoteEndpointRef record; // what is visible
     std::shared_ptr<RemoteEndpoint> waiting;
-    bool is_settling = false;            // what waits does so for its type alone
     std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
 };
 
@@ -62,8 +60,7 @@ class EndpointDiscovery {
     /// Samples of the builtin readers; writers: of the one for publications.
     void on_sample(const Sample& sample, bool writers);
 
-    void participant_discovered(const GuidPrefix& prefix);
-    /// Removes its endpoints, and those it announced for others.
+    /// Removes its endpoints.
     void participant_gone(const GuidPrefix& prefix, GoneReason reason);
     void clear();
 
@@ -121,8 +118,9 @@ class EndpointDiscovery {
         }
     }
     void take(EndpointData&& data, const Sample& sample);
-    void note_announcer(const Guid& endpoint, const GuidPrefix& announcer);
-    /// Asks for the type of what waits, if that is possible by now, and makes it visible if it is settled.
+    /// False for what an endpoint cannot be, with the reason in error.
+    bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers, std::string& error) const;
+    /// Asks for the type of what waits, and makes it visible if it is settled.
     void settle(DiscoveredEndpoint& endpoint);
     void make_visible(DiscoveredEndpoint& endpoint);
     void on_dispose(const Sample& sample);
@@ -136,7 +134,6 @@ class EndpointDiscovery {
     size_t count_ = 0;
     std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
-    std::map<Guid, GuidPrefix> announced_by_others_;     // and by whom
 };
 
 } // namespace meridian::rtps

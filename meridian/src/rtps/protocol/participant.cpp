@@ -340,7 +340,6 @@ void Participant::on_oversized_sample(const Guid& writer, size_t size) {
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {
     events_.participant_discovered(remote.data);
     locals_.match_participant(remote, now.monotonic);
-    endpoints_.participant_discovered(remote.data->guid.prefix);
 }
 
 void Participant::on_participant_changed(RemoteParticipant& remote, bool content, Now now) {

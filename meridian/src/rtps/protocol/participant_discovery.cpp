@@ -268,7 +268,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     }
     if ((qos.status_info & (kDisposed | kUnregistered)) != 0) {
         const std::optional<Guid> key = decode_key(data.payload, data.inline_qos, data.endianness);
-        if (key)
+        if (key && speaks_for(context.source, key->prefix))
             remove(key->prefix, GoneReason::disposed, now);
         return;
     }
@@ -290,15 +290,14 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
             "announcement of participant " + to_string(context.source) + " not understood: " + error);
         return;
     }
-    on_announcement(std::move(*decoded), data, source, now);
+    if (speaks_for(context.source, decoded->guid.prefix))
+        on_announcement(std::move(*decoded), data, source, now);
 }
 
 void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& message, const Locator& source,
                                            Now now) {
     const ByteView payload = message.payload;
     const GuidPrefix prefix = data.guid.prefix;
-    if (excludes(prefix))
-        return;
     RemoteParticipant* remote = find(prefix);
     if (!of_this_domain(data)) {
         if (remote != nullptr)

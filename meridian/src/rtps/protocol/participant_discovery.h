@@ -65,6 +65,11 @@ class ParticipantDiscovery {
     void ignore(const GuidPrefix& prefix, Now now);
     /// True for own and ignored participants: nothing of theirs is taken.
     bool excludes(const GuidPrefix& prefix) const;
+    /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
+    /// alone: whoever could end what others have could hide it.
+    bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const {
+        return announcer == subject;
+    }
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
