@@ -10,6 +10,8 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
 
 std::vector<std::string> texts(const LocatorList& locators) {
     std::vector<std::string> result;
@@ -27,17 +29,16 @@ TransportConfig with_mask(uint32_t mask, uint32_t domain_id = 0) {
 }
 
 std::vector<std::string> resolved(const std::vector<std::string>& peers, uint32_t mask = 3) {
-    std::string error;
-    const auto locators = resolve_peers(peers, with_mask(mask), error);
-    EXPECT_TRUE(locators) << error;
-    return locators ? texts(*locators) : std::vector<std::string>{};
+    const Peers result = resolve_peers(peers, with_mask(mask));
+    EXPECT_THAT(result.unusable, IsEmpty());
+    return texts(result.destinations);
 }
 
 std::string refused(const std::string& peer, uint32_t mask = 3) {
-    std::string error;
-    EXPECT_FALSE(resolve_peers({"127.0.0.1", peer}, with_mask(mask), error)) << peer;
-    EXPECT_THAT(error, HasSubstr("'" + peer + "'"));
-    return error;
+    const Peers result = resolve_peers({"0@10.0.0.1", peer}, with_mask(mask | 1));
+    EXPECT_THAT(texts(result.destinations), ElementsAre("udpv4:10.0.0.1:7410")) << peer;
+    EXPECT_THAT(result.unusable, ElementsAre(HasSubstr("'" + peer + "'")));
+    return result.unusable.empty() ? "" : result.unusable.front();
 }
 
 TEST(Peers, AddressGetsThePortsOfTheFirstParticipants) {
@@ -53,13 +54,10 @@ TEST(Peers, IndexLimitStandsInFront) {
 }
 
 TEST(Peers, PortsFollowTheDomain) {
-    std::string error;
-    const auto locators = resolve_peers({"0@10.0.0.9", "239.255.0.7"}, with_mask(1, 2), error);
-    ASSERT_TRUE(locators) << error;
-    EXPECT_THAT(texts(*locators),
+    EXPECT_THAT(texts(resolve_peers({"0@10.0.0.9", "239.255.0.7"}, with_mask(1, 2)).destinations),
                 ElementsAre("udpv4:10.0.0.9:7910", "host udpv4:239.255.0.7:7900", "udpv4:239.255.0.7:7900"));
     // The highest domain has ports for 63 participants only.
-    EXPECT_EQ(resolve_peers({"119@10.0.0.9"}, with_mask(1, 232), error)->size(), 63u);
+    EXPECT_EQ(resolve_peers({"119@10.0.0.9"}, with_mask(1, 232)).destinations.size(), 63u);
 }
 
 TEST(Peers, TransportPrefixes) {
@@ -87,6 +85,23 @@ TEST(Peers, MulticastGroupsGetTheMulticastPort) {
 TEST(Peers, NamesAreLookedUp) {
     // "localhost" is known without asking anybody.
     EXPECT_THAT(resolved({"0@udpv4://localhost"}), ElementsAre("udpv4:127.0.0.1:7410"));
+}
+
+TEST(Peers, APortOfItsOwn) {
+    EXPECT_THAT(resolved({"10.0.0.9:11811"}), ElementsAre("udpv4:10.0.0.9:11811"));
+    EXPECT_THAT(resolved({"udpv4://localhost:11811"}), ElementsAre("udpv4:127.0.0.1:11811"));
+    EXPECT_THAT(resolved({"[fd00::1]:65535"}, 8), ElementsAre("udpv6:[fd00::1]:65535"));
+    EXPECT_THAT(resolved({"0@fd00::1:1181"}, 8), ElementsAre("udpv6:[fd00::1:1181]:7410"));
+    EXPECT_THAT(texts(resolve_peers({"10.0.0.9:11811", "0@10.0.0.8"}, with_mask(3)).with_port),
+                ElementsAre("udpv4:10.0.0.9:11811"));
+    for (const char* peer : {"10.0.0.9:", "10.0.0.9:0", "10.0.0.9:65536", "10.0.0.9:x", "10.0.0.9:-1"})
+        EXPECT_THAT(refused(peer), HasSubstr("port")) << peer;
+}
+
+TEST(Peers, NoneIsLeft) {
+    const Peers result = resolve_peers({"no such host", "x@10.0.0.1"}, with_mask(3));
+    EXPECT_THAT(result.destinations, IsEmpty());
+    EXPECT_THAT(result.unusable, SizeIs(2));
 }
 
 TEST(Peers, EachDestinationOnce) {

@@ -18,6 +18,7 @@ struct PeerText {
     std::optional<Family> family; // as the prefix says; without one any enabled family
     bool this_host = false;
     std::string host;
+    std::optional<uint32_t> port; // without one those of the participants
 };
 
 /// Removes prefix from the front of text; false (and no change) where it does not begin with it.
@@ -61,6 +62,24 @@ bool parse_transport(std::string& text, PeerText& peer, std::string& error) {
     return true;
 }
 
+/// Takes ":port" off the end of text: behind brackets, or the only colon.
+bool parse_port(std::string& text, std::optional<uint32_t>& port, std::string& error) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos || (colon != text.find(':') && text[colon - 1] != ']'))
+        return true;
+    const std::string digits = text.substr(colon + 1);
+    const bool valid = !digits.empty() && digits.size() <= 5 &&
+                       digits.find_first_not_of("0123456789") == std::string::npos &&
+                       std::stoul(digits) >= 1 && std::stoul(digits) <= 65535;
+    if (!valid) {
+        error = "'" + digits + "' is not a port from 1 to 65535";
+        return false;
+    }
+    port = static_cast<uint32_t>(std::stoul(digits));
+    text.erase(colon);
+    return true;
+}
+
 std::optional<PeerText> parse_peer(std::string text, std::string& error) {
     PeerText peer;
     const size_t at = text.find('@');
@@ -73,6 +92,8 @@ std::optional<PeerText> parse_peer(std::string text, std::string& error) {
         return std::nullopt;
     if (peer.this_host)
         return peer;
+    if (!parse_port(text, peer.port, error))
+        return std::nullopt;
     if (text.size() >= 2 && text.front() == '[' && text.back() == ']')
         text = text.substr(1, text.size() - 2);
     // A scope has no place in a locator; link-local peers are tried on every interface.
@@ -166,14 +187,14 @@ class DestinationList {
         }
     }
 
-    LocatorList take() { return std::move(list_); }
-
-  private:
     void add(const Locator& locator) {
         if (known_.insert(locator).second)
             list_.push_back(locator);
     }
 
+    LocatorList take() { return std::move(list_); }
+
+  private:
     uint32_t domain_id_;
     std::set<Locator> known_;
     LocatorList list_;
@@ -181,22 +202,27 @@ class DestinationList {
 
 } // namespace
 
-std::optional<LocatorList> resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config,
-                                         std::string& error) {
+Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config) {
+    Peers result;
     DestinationList destinations(config.domain_id);
     for (const std::string& text : peers) {
         std::string reason;
         const std::optional<PeerText> peer = parse_peer(text, reason);
         const std::vector<IpAddress> addresses =
             peer ? addresses_of(*peer, config, reason) : std::vector<IpAddress>{};
-        if (addresses.empty()) {
-            error = "peer '" + text + "' cannot be used: " + reason;
-            return std::nullopt;
+        if (addresses.empty())
+            result.unusable.push_back("peer '" + text + "' cannot be used: " + reason);
+        for (const IpAddress& address : addresses) {
+            if (!peer->port) {
+                destinations.add(address, peer->index_limit);
+                continue;
+            }
+            result.with_port.push_back(to_locator(address, *peer->port));
+            destinations.add(result.with_port.back());
         }
-        for (const IpAddress& address : addresses)
-            destinations.add(address, peer->index_limit);
     }
-    return destinations.take();
+    result.destinations = destinations.take();
+    return result;
 }
 
 LocatorList default_peers(const TransportConfig& config) {
