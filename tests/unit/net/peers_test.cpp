@@ -31,7 +31,7 @@ TransportConfig with_mask(uint32_t mask, uint32_t domain_id = 0) {
 std::vector<std::string> resolved(const std::vector<std::string>& peers, uint32_t mask = 3) {
     const Peers result = resolve_peers(peers, with_mask(mask));
     EXPECT_THAT(result.unusable, IsEmpty());
-    return texts(result.destinations);
+    return texts(result.destinations.empty() ? result.with_port : result.destinations);
 }
 
 std::string refused(const std::string& peer, uint32_t mask = 3) {

@@ -213,12 +213,10 @@ Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig
         if (addresses.empty())
             result.unusable.push_back("peer '" + text + "' cannot be used: " + reason);
         for (const IpAddress& address : addresses) {
-            if (!peer->port) {
+            if (peer->port)
+                result.with_port.push_back(to_locator(address, *peer->port));
+            else
                 destinations.add(address, peer->index_limit);
-                continue;
-            }
-            result.with_port.push_back(to_locator(address, *peer->port));
-            destinations.add(result.with_port.back());
         }
     }
     result.destinations = destinations.take();

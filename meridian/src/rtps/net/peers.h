@@ -17,7 +17,7 @@ constexpr unsigned kDefaultPeerIndexLimit = 4;
 struct Peers {
     /// Each once, in order; for a multicast group its host locator (see address.h) before the plain one.
     LocatorList destinations;
-    /// Those of them that the user gave a port of their own: a discovery server may listen there.
+    /// The others, which have a port of their own: a discovery server may listen there.
     LocatorList with_port;
     /// For each peer that cannot be used a text that names it and the reason.
     std::vector<std::string> unusable;

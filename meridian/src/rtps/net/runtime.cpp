@@ -18,7 +18,7 @@ bool find_peers(const RuntimeConfig& config, Peers& peers, std::string& error) {
         peers.destinations = default_peers(config.transport);
     else
         peers = resolve_peers(config.peers, config.transport);
-    if (!peers.destinations.empty())
+    if (!peers.destinations.empty() || !peers.with_port.empty())
         return true;
     for (const std::string& reason : peers.unusable)
         error += (error.empty() ? "" : "; ") + reason;

@@ -6,9 +6,10 @@
 
 namespace meridian::rtps {
 
-EndpointDiscovery::EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants,
-                                     WarnOnce& warnings, Listener& listener)
-    : max_endpoints_(max_endpoints), participants_(participants), warnings_(warnings), listener_(listener) {}
+EndpointDiscovery::EndpointDiscovery(const ParticipantConfig& config,
+                                     const ParticipantDiscovery& participants, WarnOnce& warnings,
+                                     Listener& listener)
+    : config_(config), participants_(participants), warnings_(warnings), listener_(listener) {}
 
 void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
     if ((sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0) {
@@ -43,36 +44,62 @@ bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sa
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const Guid guid = data.guid;
     const DiscoveredEndpoint* known = find(guid);
-    if (known == nullptr && count_ >= max_endpoints_) {
-        warnings_.warn("endpoint limit", "more than " + std::to_string(max_endpoints_) +
-                                             " endpoints in the domain; the others are not seen");
-        return;
-    }
     if (known != nullptr) {
         const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
         if (newest.announcement == hash_of(data))
             return;
     }
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
-    std::unique_ptr<DiscoveredEndpoint>& endpoint = siblings.by_entity[guid.entity.value];
+    const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
+    std::shared_ptr<RemoteEndpoint> record;
+    if (known == nullptr && siblings.by_entity.size() >= part)
+        warnings_.error("endpoint limit", "participant " + to_string(guid.prefix) + " has more than " +
+                                              std::to_string(siblings.by_entity.size()) +
+                                              " endpoints; the others are not seen");
+    else if (record = siblings.records.make(std::move(data), sample.source_timestamp);
+             !siblings.memory.take(record->memory))
+        warnings_.error("endpoint memory", "endpoints of participant " + to_string(guid.prefix) +
+                                               " take too much memory; some are not seen");
+    else
+        put(siblings, std::move(record));
+    if (siblings.by_entity.empty())
+        by_participant_.erase(guid.prefix);
+}
+
+void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record) {
+    std::unique_ptr<DiscoveredEndpoint>& endpoint = siblings.by_entity[record->guid.entity.value];
     if (endpoint == nullptr) {
         endpoint = std::make_unique<DiscoveredEndpoint>();
         ++count_;
     }
-    endpoint->waiting = siblings.records.make(std::move(data), sample.source_timestamp);
+    if (endpoint->waiting != nullptr)
+        siblings.memory.give_back(endpoint->waiting->memory);
+    endpoint->waiting = std::move(record);
     settle(*endpoint);
 }
 
 void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     RemoteEndpoint& waiting = *endpoint.waiting;
     const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
-    if (participant != nullptr && settler_ != nullptr && waiting.guid.entity.is_writer()) {
+    if (participant == nullptr)
+        return; // a discovery server told of the endpoint first
+    if (settler_ != nullptr && waiting.guid.entity.is_writer()) {
         TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }
     if (waiting.type_state != TypeState::waiting)
         make_visible(endpoint);
+}
+
+void EndpointDiscovery::participant_known(const GuidPrefix& prefix) {
+    const auto endpoints = by_participant_.find(prefix);
+    if (endpoints == by_participant_.end())
+        return;
+    for (const auto& entry : endpoints->second.by_entity) {
+        if (entry.second->waiting != nullptr)
+            settle(*entry.second);
+    }
 }
 
 void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeRef& type) {
@@ -86,8 +113,10 @@ void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeR
 
 void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
     const bool is_new = endpoint.record == nullptr;
-    if (!is_new)
+    if (!is_new) {
+        by_participant_.find(endpoint.record->guid.prefix)->second.memory.give_back(endpoint.record->memory);
         by_topic_.erase(&endpoint);
+    }
     endpoint.record = std::move(endpoint.waiting);
     endpoint.waiting = nullptr;
     by_topic_.insert(&endpoint);
@@ -98,11 +127,7 @@ void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
 }
 
 void EndpointDiscovery::on_dispose(const Sample& sample) {
-    std::optional<Guid> key;
-    if (sample.inline_qos.key_hash)
-        key = guid_of(*sample.inline_qos.key_hash);
-    else
-        key = decode_key(sample.payload, {}, native_endianness());
+    const std::optional<Guid> key = subject_of(sample);
     if (key && participants_.speaks_for(sample.writer.prefix, key->prefix))
         remove(*key, GoneReason::disposed, sample.source_timestamp);
 }
@@ -115,11 +140,10 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
         endpoint->waiting->type_state = TypeState::none;
         make_visible(*endpoint);
     }
-    if (endpoint->record != nullptr) {
-        listener_.on_endpoint_gone(*endpoint, reason, timestamp);
-        by_topic_.erase(endpoint);
-    }
+    listener_.on_endpoint_gone(*endpoint, reason, timestamp);
+    by_topic_.erase(endpoint);
     const auto siblings = by_participant_.find(guid.prefix);
+    siblings->second.memory.give_back(endpoint->record->memory);
     siblings->second.by_entity.erase(guid.entity.value);
     if (siblings->second.by_entity.empty())
         by_participant_.erase(siblings);

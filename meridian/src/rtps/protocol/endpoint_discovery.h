@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reliable_writer.h"
 #include "rtps/protocol/remote_endpoint.h"
@@ -49,8 +50,8 @@ class EndpointDiscovery {
     };
 
     /// The references must outlive the object.
-    EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants, WarnOnce& warnings,
-                      Listener& listener);
+    EndpointDiscovery(const ParticipantConfig& config, const ParticipantDiscovery& participants,
+                      WarnOnce& warnings, Listener& listener);
 
     /// Without one publications have no types. Must outlive the object.
     void set_type_settler(TypeSettler& settler) { settler_ = &settler; }
@@ -60,6 +61,8 @@ class EndpointDiscovery {
     /// Samples of the builtin readers; writers: of the one for publications.
     void on_sample(const Sample& sample, bool writers);
 
+    /// What a discovery server told of its endpoints before can be seen now.
+    void participant_known(const GuidPrefix& prefix);
     /// Removes its endpoints.
     void participant_gone(const GuidPrefix& prefix, GoneReason reason);
     void clear();
@@ -94,6 +97,7 @@ class EndpointDiscovery {
     struct EndpointsOfParticipant {
         std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>> by_entity;
         RecordMaker records;
+        MemoryShare memory{MemoryBudget::of_process()}; // for all records
     };
     /// By topic name, then GUID.
     struct TopicOrder {
@@ -118,15 +122,17 @@ class EndpointDiscovery {
         }
     }
     void take(EndpointData&& data, const Sample& sample);
+    void put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record);
     /// False for what an endpoint cannot be, with the reason in error.
-    bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers, std::string& error) const;
+    bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
+                       std::string& error) const;
     /// Asks for the type of what waits, and makes it visible if it is settled.
     void settle(DiscoveredEndpoint& endpoint);
     void make_visible(DiscoveredEndpoint& endpoint);
     void on_dispose(const Sample& sample);
     void remove(const Guid& guid, GoneReason reason, WireTime timestamp);
 
-    size_t max_endpoints_;
+    const ParticipantConfig& config_;
     const ParticipantDiscovery& participants_;
     WarnOnce& warnings_;
     Listener& listener_;

@@ -67,18 +67,19 @@ bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, co
 }
 
 bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId sender) {
+    using Hearing = ParticipantDiscovery::Hearing;
     if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
         return false;
     if (datagram_.is_replayed && sender.is_builtin())
         return false;
-    if (datagram_.is_checked && datagram_.checked == context.source)
-        return datagram_.accepted;
-    datagram_.is_checked = true;
-    datagram_.checked = context.source;
-    datagram_.accepted = !participants_.excludes(context.source);
-    if (datagram_.accepted)
-        participants_.on_traffic(context.source, now_.monotonic);
-    return datagram_.accepted;
+    if (!datagram_.is_checked || datagram_.checked != context.source) {
+        datagram_.is_checked = true;
+        datagram_.checked = context.source;
+        datagram_.hearing = participants_.hear(context.source, sender, datagram_.source,
+                                               context.destination == own_prefix_, now_.monotonic);
+    }
+    return datagram_.hearing == Hearing::everything ||
+           (datagram_.hearing == Hearing::announcements && sender == entity::participant_writer);
 }
 
 template <typename Function>
@@ -138,8 +139,13 @@ void MessageRouter::take_sample(const MessageContext& context, const Sample& sam
     assert_liveliness(writer);
 }
 
+bool MessageRouter::from_server(const MessageContext& context) const {
+    const RemoteParticipant* remote = participants_.find(context.source);
+    return remote != nullptr && remote->is_server;
+}
+
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
-    if (data.writer == entity::participant_writer) {
+    if (data.writer == entity::participant_writer && !from_server(context)) {
         participants_.on_data(context, data, datagram_.source, now_);
         return;
     }

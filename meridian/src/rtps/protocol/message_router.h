@@ -69,6 +69,7 @@ class MessageRouter final : private MessageVisitor {
     void tell_writer(const MessageContext& context, const Submessage& submessage,
                      void (ReliableWriter::*operation)(const Guid&, const Submessage&, MonotonicTime));
     /// Notes a writer of the present datagram that may be matched soon.
+    bool from_server(const MessageContext& context) const;
     void note_unknown_writer(const Guid& writer);
     void assert_liveliness(const Guid& writer);
 
@@ -88,7 +89,7 @@ class MessageRouter final : private MessageVisitor {
         Locator source;
         bool is_checked = false; // wants() was asked for `checked`
         GuidPrefix checked;
-        bool accepted = false;
+        ParticipantDiscovery::Hearing hearing = ParticipantDiscovery::Hearing::nothing;
         bool is_replayed = false; // all but samples of user writers was taken when it came
     };
     Datagram datagram_; // being received

@@ -26,7 +26,7 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
       batcher_(config_.prefix, config_.max_message_size, output),
       warnings_(events),
       participants_(config_, output, batcher_, warnings_, *this),
-      endpoints_(config_.max_remote_endpoints, participants_, warnings_, *this),
+      endpoints_(config_, participants_, warnings_, *this),
       liveliness_(*this),
       locals_(output, participants_, liveliness_, events, warnings_),
       router_(config_.prefix, participants_, endpoints_, locals_, liveliness_, warnings_) {
@@ -41,6 +41,11 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
     add_builtin_writer(entity::subscriptions_writer, {entity::subscriptions_reader, kSubscriptionsDetector});
     add_builtin_writer(entity::participant_message_writer,
                        {entity::participant_message_reader, kParticipantMessageReader});
+    if (!config_.servers.empty()) {
+        add_builtin_reader(entity::participant_reader, {entity::participant_writer, kParticipantAnnouncer},
+                           relays_);
+        add_builtin_writer(entity::participant_writer, {entity::participant_reader, kParticipantDetector});
+    }
 }
 
 Participant::~Participant() = default;
@@ -72,6 +77,7 @@ void Participant::start(Now now) {
         return;
     running_ = true;
     now_ = now;
+    tell_servers(now);
     participants_.start(now);
     finish(now);
 }
@@ -148,6 +154,7 @@ void Participant::ignore_participant(const GuidPrefix& prefix, Now now) {
 void Participant::set_locators(const OwnLocators& locators, Now now) {
     now_ = now;
     participants_.set_locators(locators, now);
+    tell_servers(now);
     finish(now);
 }
 
@@ -159,6 +166,7 @@ void Participant::set_announcement(const std::string& name, const std::vector<Pr
     data.properties = properties;
     data.user_data = user_data;
     participants_.set_announced(data, now);
+    tell_servers(now);
     for (const GuidPrefix& prefix : participants_.prefixes())
         locals_.match_participant(*participants_.find(prefix), now.monotonic);
     endpoints_.for_each([&](DiscoveredEndpoint& endpoint) { locals_.match_all(endpoint, now.monotonic); });
@@ -337,9 +345,25 @@ void Participant::on_oversized_sample(const Guid& writer, size_t size) {
                        "; dropped");
 }
 
+void Participant::tell_servers(Now now) {
+    if (config_.servers.empty())
+        return;
+    ReliableWriter& writer = builtin_writer(entity::participant_writer);
+    WriteRequest request;
+    request.payload = participants_.announcement_to_servers();
+    request.instance = key_hash_of(guid());
+    // The numbers of what is sent to servers without and with this writer must agree.
+    for (std::optional<SequenceNumber> number; !number || *number < participants_.announced_version();) {
+        number = writer.write(request, now);
+        if (!number)
+            return;
+    }
+}
+
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {
     events_.participant_discovered(remote.data);
     locals_.match_participant(remote, now.monotonic);
+    endpoints_.participant_known(remote.data->guid.prefix);
 }
 
 void Participant::on_participant_changed(RemoteParticipant& remote, bool content, Now now) {
@@ -356,6 +380,13 @@ void Participant::on_participant_gone(RemoteParticipant& remote, GoneReason reas
     endpoints_.participant_gone(prefix, reason);
     locals_.unmatch_participant(prefix);
     events_.participant_gone(remote.data, reason);
+}
+
+void Participant::on_participant_doubted(RemoteParticipant& remote) {
+    for (const LocalEndpoint* local : locals_.builtin()) {
+        if (local->writer)
+            local->writer->ask({remote.data->guid.prefix, local->builtin_peer->remote});
+    }
 }
 
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
