@@ -257,6 +257,47 @@ TEST_F(ParticipantTest, AReaderAnnouncedAsAWriterIsRefused) {
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
+TEST_F(ParticipantTest, EntitiesOfOtherKindsAreToldOfAndNeverMatched) {
+    SilentReader sink;
+    start();
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, recorder.sink_of(reader.guid), now()));
+    announce(remote(2));
+    SequenceNumber number = 0;
+    for (const uint32_t kind : {0x01u, 0x0bu, 0x0cu, 0x0du, 0x0eu, 0x3cu, 0x3du}) {
+        const EndpointData data = publication(2, 0x900 | kind);
+        send_data(2, entity::publications_writer, ++number, encode(data));
+        ASSERT_EQ(recorder.endpoints.count(data.guid), 1u);
+        EXPECT_TRUE(recorder.endpoints.at(data.guid)->is_writer);
+    }
+    const EndpointData data = publication(2, 0x901);
+    send_data(2, entity::subscriptions_writer, 1, encode(data)); // the same as a reader
+    EXPECT_TRUE(recorder.endpoints.at(data.guid)->is_writer);
+    EXPECT_TRUE(recorder.matches.empty());
+    EXPECT_TRUE(recorder.contradictions.empty());
+    receive(
+        2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, ++number, data.guid); });
+    EXPECT_EQ(recorder.endpoints.size(), 6u);
+}
+
+TEST_F(ParticipantTest, AddressesThatReachNobodyAreShownAndNotUsed) {
+    start();
+    ParticipantData data = remote(2);
+    data.metatraffic_unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2)};
+    announce(data);
+    EXPECT_EQ(recorder.participants.at(prefix(2)).metatraffic_unicast, data.metatraffic_unicast);
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(2)}));
+    output.messages.clear();
+    SilentReader sink;
+    ASSERT_TRUE(participant->add_reader(publication(1, 0x107), {}, sink, now()));
+    output.messages.clear();
+    EndpointData writer = publication(2);
+    writer.unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2, 5555)};
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    EXPECT_EQ(*recorder.endpoints.at(writer.guid)->unicast, writer.unicast);
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(2, 5555)}));
+}
+
 TEST_F(ParticipantTest, AnIgnoredParticipantIsGoneForGood) {
     start();
     announce(remote(2));

@@ -368,7 +368,7 @@ void Participant::on_participant_doubted(RemoteParticipant& remote) {
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
     events_.endpoint_discovered(endpoint.record);
     locals_.match_all(endpoint, now_.monotonic);
-    if (endpoint.record->guid.entity.is_writer())
+    if (endpoint.record->is_writer)
         router_.writer_known(endpoint.record->guid);
 }
 

@@ -20,11 +20,17 @@ constexpr Duration kFirstPackets = std::chrono::milliseconds(500);
 constexpr Duration kListPause = std::chrono::seconds(1);
 constexpr size_t kMaxOtherSources = 4;
 constexpr int kRefusals = 2;
+// What is kept of a participant: its places in tables, and of its announcement per byte at most.
+constexpr size_t kPlaces = 2048;
+constexpr size_t kKeptPerByte = 6;
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
 // What Fast DDS announces of the process a participant is in.
 constexpr const char* kProcessProperty = "fastdds.physical_data.process";
+
+constexpr const char* kNoMemory =
+    "the announcements of participants take too much memory: those that were not heard again are forgotten";
 
 const std::string* process(const ParticipantData& data) {
     for (const Property& property : data.properties) {
@@ -108,12 +114,19 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     bool is_steady = false;    // it announced itself from that address more than once
     LocatorList other_sources; // it was heard from there too, while nothing was in doubt
     std::unique_ptr<Doubt> doubt;
+    MemoryShare memory{MemoryBudget::of_process()};
 
-    void set_data(const ParticipantRef& announced, ByteView payload, MonotonicTime now) {
+    /// False where there is no memory for it; nothing changes then.
+    bool set_data(const ParticipantRef& announced, ByteView payload, MonotonicTime now) {
+        const size_t needed = kPlaces + kKeptPerByte * payload.size;
+        if (!memory.take(needed))
+            return false;
+        memory.give_back(memory.held() - needed);
         data = announced;
         announcement.assign(payload.begin(), payload.end());
         lease = std::max(to_duration(data->lease), kShortestLease);
         renew(now);
+        return true;
     }
     void renew(MonotonicTime now) {
         expires = later(now, lease);
@@ -447,9 +460,13 @@ void ParticipantDiscovery::take(Remote& remote, const ParticipantRef& data, Byte
     remote.doubt = nullptr;
     remote.sequence_number = sequence_number;
     const bool changed = !same_content(*remote.data, *data);
-    remote.set_data(data, payload, now.monotonic);
-    if (!changed)
-        return;
+    if (!remote.set_data(data, payload, now.monotonic))
+        warnings_.error("participant memory", kNoMemory);
+    else if (changed)
+        on_change(remote, source, now);
+}
+
+void ParticipantDiscovery::on_change(Remote& remote, const Locator& source, Now now) {
     remote.announced_from = source;
     choose_routes(remote);
     listener_.on_participant_changed(remote, true, now);
@@ -514,12 +531,7 @@ void ParticipantDiscovery::on_timer_of(Remote& remote) {
         settle_doubt(remote, now_); // last: it may remove it
 }
 
-bool ParticipantDiscovery::make_room(Now now) {
-    if (remotes_.size() < config_.max_remote_participants)
-        return true;
-    warnings_.error("participant limit",
-                    "there are more than " + std::to_string(config_.max_remote_participants) +
-                        " participants in the domain: those that were not heard again are forgotten");
+bool ParticipantDiscovery::forget_one(Now now) {
     const RemoteList& candidates = strangers_.empty() ? acquaintances_ : strangers_;
     if (candidates.empty())
         return false;
@@ -532,8 +544,13 @@ bool ParticipantDiscovery::make_room(Now now) {
 
 void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
                                     SequenceNumber sequence_number, const Locator& source, Now now) {
-    if (!make_room(now))
-        return;
+    if (remotes_.size() >= config_.max_remote_participants) {
+        warnings_.error("participant limit",
+                        "there are more than " + std::to_string(config_.max_remote_participants) +
+                            " participants in the domain: those that were not heard again are forgotten");
+        if (!forget_one(now))
+            return;
+    }
     if (data->secured)
         warnings_.warn("secured " + to_string(data->guid.prefix),
                        "participant " + to_string(data->guid.prefix) + " is secured; its data is not read");
@@ -542,7 +559,11 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
     remote.sequence_number = sequence_number;
     remote.announced_from = source;
     remote.discovered_at = now.monotonic;
-    remote.set_data(data, payload, now.monotonic);
+    while (!remote.set_data(data, payload, now.monotonic)) {
+        warnings_.error("participant memory", kNoMemory);
+        if (!forget_one(now))
+            return;
+    }
     choose_routes(remote);
     remote.place = strangers_.insert(strangers_.end(), &remote);
     remotes_.emplace(remote.prefix(), std::move(added));

@@ -22,6 +22,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/events.h"
 #include "rtps/protocol/message_batcher.h"
@@ -117,7 +118,9 @@ class ParticipantDiscovery {
     void on_timer_of(Remote& remote);
     void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
                   const Locator& source, Now now);
-    bool make_room(Now now);
+    void on_change(Remote& remote, const Locator& source, Now now);
+    /// False where all are needed.
+    bool forget_one(Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;

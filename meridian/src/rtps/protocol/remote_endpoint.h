@@ -26,6 +26,7 @@ enum class TypeState {
 struct RemoteEndpoint {
     Guid guid;
     GuidPrefix participant;
+    bool is_writer = false; // the kind of its entity need not say so
     std::string topic_name;
     std::string type_name;
     std::string name;
