@@ -41,6 +41,7 @@ class DiscoveryStore final : public rtps::Events {
     void endpoint_gone(const rtps::RemoteEndpointRef& endpoint, rtps::GoneReason reason,
                        rtps::WireTime source_timestamp) override;
     void warning(const std::string& text) override;
+    void error(const std::string& text) override;
 
   private:
     struct ByGuid {
@@ -63,7 +64,7 @@ class DiscoveryStore final : public rtps::Events {
     void report_gone(const Participant& participant, const rtps::RemoteEndpoint& endpoint,
                      rtps::WireTime when) MERIDIAN_REQUIRES(mutex_);
     EndpointCache& cache_of(const rtps::RemoteEndpoint& endpoint) {
-        return endpoint.guid.entity.is_writer() ? publications_ : subscriptions_;
+        return endpoint.is_writer ? publications_ : subscriptions_;
     }
 
     EndpointCache publications_;

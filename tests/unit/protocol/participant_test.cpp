@@ -1,116 +1,18 @@
 // One participant against hand-made messages of others.
 
-#include "rtps/protocol/participant.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "protocol/captured_output.h"
+#include "protocol/participant_fixture.h"
 #include "protocol/silent_reader.h"
-#include "protocol/simulated_network.h"
 
 namespace meridian::rtps::test {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-class ParticipantTest : public ::testing::Test {
-  protected:
-    ParticipantTest() {
-        config.prefix = prefix(1);
-        config.domain_id = 3;
-        config.is_own = [](const GuidPrefix& p) { return p == prefix(1) || p == prefix(100); };
-        config.initial_peers = {SimulatedNetwork::group()};
-        config.locators.metatraffic_unicast = {udpv4(1)};
-        config.locators.default_unicast = {udpv4(1, 7411)};
-    }
-    void start() {
-        participant = std::make_unique<Participant>(config, output, recorder);
-        participant->start(now());
-        output.messages.clear();
-    }
-    Now now() const { return {time, {100, 0}}; }
-
-    ParticipantData remote(uint8_t id) {
-        ParticipantData data;
-        data.vendor = VendorId{{0x01, 0x10}};
-        data.guid = {prefix(id), entity::participant};
-        data.builtin_endpoints = 0xc3f;
-        data.domain_id = 3;
-        data.lease = {10, 0};
-        data.metatraffic_unicast = {udpv4(id)};
-        data.default_unicast = {udpv4(id, 7411)};
-        data.metatraffic_multicast = {SimulatedNetwork::group()};
-        return data;
-    }
-    void receive(uint8_t from, const std::function<void(MessageWriter&)>& fill, bool directed = false) {
-        MessageWriter writer(prefix(from), 60000);
-        if (directed)
-            writer.add_info_destination(prefix(1));
-        fill(writer);
-        participant->receive(writer.view(), udpv4(from, 50000), now());
-    }
-    void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
-        receive(from, [&](MessageWriter& writer) {
-            Data data;
-            data.writer = writer_id;
-            data.sequence_number = number;
-            data.has_payload = true;
-            data.payload = payload;
-            writer.add_info_timestamp({77, 0});
-            writer.add_data(data);
-        });
-    }
-    void announce(const ParticipantData& data) {
-        send_data(data.guid.prefix.bytes[11], entity::participant_writer, ++announcements, encode(data));
-    }
-    EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
-        EndpointData data;
-        data.guid = {prefix(participant_id), EntityId{entity}};
-        data.topic_name = "Square";
-        data.type_name = "Shape";
-        data.qos.reliability = Reliability::reliable;
-        return data;
-    }
-    /// Locators of what was sent since the messages were last cleared.
-    std::set<Locator> destinations() const {
-        std::set<Locator> result;
-        for (const auto& message : output.messages)
-            result.insert(message.destination);
-        return result;
-    }
-    Lines sent_to(const Locator& locator) const {
-        CapturedOutput part;
-        for (const auto& message : output.messages) {
-            if (message.destination == locator)
-                part.messages.push_back(message);
-        }
-        return part.take();
-    }
-    std::vector<GuidPrefix> known_participants() const {
-        std::vector<GuidPrefix> result;
-        for (const auto& entry : recorder.participants)
-            result.push_back(entry.first);
-        return result;
-    }
-    void run_until(MonotonicTime end) {
-        while (participant->next_deadline() <= end) {
-            time = std::max(time, participant->next_deadline());
-            participant->on_timer(now());
-        }
-        time = end;
-    }
-
-    MonotonicTime time = seconds(1);
-    SequenceNumber announcements = 0;
-    ParticipantConfig config;
-    CapturedOutput output;
-    Recorder recorder{[this](const GuidPrefix& p) { return config.is_own(p); }};
-    std::unique_ptr<Participant> participant;
-};
 
 TEST_F(ParticipantTest, AnnouncesInABurstThenPeriodically) {
     participant = std::make_unique<Participant>(config, output, recorder);
@@ -264,17 +166,8 @@ TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
     data.qos.partitions = {"A"};
     send_data(2, entity::publications_writer, 3, encode(data));
     EXPECT_EQ(recorder.endpoints.at(data.guid)->qos->partitions, (std::vector<std::string>{"A"}));
-    receive(2, [&](MessageWriter& writer) { // only a key hash, no payload, as Fast DDS disposes
-        InlineQos qos;
-        qos.key_hash = KeyHash{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 2};
-        qos.status_info = 3;
-        const ByteBuffer inline_qos = encode(qos);
-        Data d;
-        d.writer = entity::publications_writer;
-        d.sequence_number = 4;
-        d.inline_qos = inline_qos;
-        writer.add_data(d);
-    });
+    // Only a key hash, no payload, as Fast DDS disposes.
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 4, data.guid); });
     EXPECT_TRUE(recorder.endpoints.empty());
     EXPECT_TRUE(recorder.contradictions.empty());
 }
@@ -296,16 +189,39 @@ TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnow
     EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {1}"}));
 }
 
-TEST_F(ParticipantTest, WhatOneParticipantTellsOfAnotherWaitsForThatOne) {
+TEST_F(ParticipantTest, EverybodySpeaksForItselfAlone) {
     start();
     announce(remote(2));
-    send_data(2, entity::publications_writer, 1, encode(publication(3)));
-    EXPECT_TRUE(recorder.endpoints.empty());
     announce(remote(3));
-    EXPECT_EQ(recorder.endpoints.size(), 1u);
-    participant->ignore_participant(prefix(2), now()); // the one who told it goes
-    EXPECT_TRUE(recorder.endpoints.empty());
-    EXPECT_TRUE(recorder.contradictions.empty());
+    const EndpointData theirs = publication(3);
+    send_data(3, entity::publications_writer, 1, encode(theirs));
+    ASSERT_EQ(recorder.history, (Lines{"+"}));
+
+    EndpointData changed = theirs;
+    changed.name = "changed";
+    send_data(2, entity::publications_writer, 1, encode(changed));
+    send_data(2, entity::publications_writer, 2, encode(publication(3, 0x202)));
+    EndpointData moved = publication(2, 0x302);
+    moved.participant = prefix(3);
+    send_data(2, entity::publications_writer, 3, encode(moved));
+    moved.participant = prefix(77);
+    send_data(2, entity::publications_writer, 4, encode(moved));
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 5, theirs.guid); });
+    receive(2, [&](MessageWriter& writer) {
+        add_end(writer, entity::participant_writer, 6, {prefix(3), entity::participant});
+    });
+    ParticipantData renamed = remote(3);
+    renamed.name = "renamed";
+    send_data(2, entity::participant_writer, 7, encode(renamed));
+    send_data(2, entity::participant_writer, 8, encode(remote(4)));
+    EXPECT_EQ(recorder.history, (Lines{"+"}));
+    EXPECT_EQ(known_participants(), (std::vector<GuidPrefix>{prefix(2), prefix(3)}));
+    EXPECT_EQ(recorder.participants.at(prefix(3)).name, "");
+    EXPECT_EQ(recorder.warnings.size(), 1u); // of announcements of endpoints
+
+    send_data(3, entity::publications_writer, 2, encode(changed));
+    receive(3, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 3, theirs.guid); });
+    EXPECT_EQ(recorder.history, (Lines{"+", "~changed", "-changed"}));
 }
 
 TEST_F(ParticipantTest, MalformedEndpointDataIsToldOncePerCauseAndTheNextOneCounts) {
@@ -339,6 +255,47 @@ TEST_F(ParticipantTest, AReaderAnnouncedAsAWriterIsRefused) {
     send_data(2, entity::publications_writer, 1, encode(publication(2, 0x107)));
     EXPECT_TRUE(recorder.endpoints.empty());
     EXPECT_EQ(recorder.warnings.size(), 1u);
+}
+
+TEST_F(ParticipantTest, EntitiesOfOtherKindsAreToldOfAndNeverMatched) {
+    SilentReader sink;
+    start();
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, recorder.sink_of(reader.guid), now()));
+    announce(remote(2));
+    SequenceNumber number = 0;
+    for (const uint32_t kind : {0x01u, 0x0bu, 0x0cu, 0x0du, 0x0eu, 0x3cu, 0x3du}) {
+        const EndpointData data = publication(2, 0x900 | kind);
+        send_data(2, entity::publications_writer, ++number, encode(data));
+        ASSERT_EQ(recorder.endpoints.count(data.guid), 1u);
+        EXPECT_TRUE(recorder.endpoints.at(data.guid)->is_writer);
+    }
+    const EndpointData data = publication(2, 0x901);
+    send_data(2, entity::subscriptions_writer, 1, encode(data)); // the same as a reader
+    EXPECT_TRUE(recorder.endpoints.at(data.guid)->is_writer);
+    EXPECT_TRUE(recorder.matches.empty());
+    EXPECT_TRUE(recorder.contradictions.empty());
+    receive(
+        2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, ++number, data.guid); });
+    EXPECT_EQ(recorder.endpoints.size(), 6u);
+}
+
+TEST_F(ParticipantTest, AddressesThatReachNobodyAreShownAndNotUsed) {
+    start();
+    ParticipantData data = remote(2);
+    data.metatraffic_unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2)};
+    announce(data);
+    EXPECT_EQ(recorder.participants.at(prefix(2)).metatraffic_unicast, data.metatraffic_unicast);
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(2)}));
+    output.messages.clear();
+    SilentReader sink;
+    ASSERT_TRUE(participant->add_reader(publication(1, 0x107), {}, sink, now()));
+    output.messages.clear();
+    EndpointData writer = publication(2);
+    writer.unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2, 5555)};
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    EXPECT_EQ(*recorder.endpoints.at(writer.guid)->unicast, writer.unicast);
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(2, 5555)}));
 }
 
 TEST_F(ParticipantTest, AnIgnoredParticipantIsGoneForGood) {
@@ -379,33 +336,6 @@ TEST_F(ParticipantTest, AChangedAnnouncementIsAnEventAndARepeatedOneIsNot) {
     announce(data);
     EXPECT_EQ(recorder.participants.at(prefix(2)).name, "new name");
     EXPECT_TRUE(recorder.gone.empty());
-}
-
-TEST_F(ParticipantTest, OtherSocketsUnderTheSamePrefixAreAnotherLife) {
-    start();
-    ParticipantData data = remote(2);
-    announce(data);
-    send_data(2, entity::publications_writer, 1, encode(publication(2)));
-    data.metatraffic_unicast = {udpv4(2, 9999)};
-    announce(data);
-    ASSERT_EQ(recorder.gone.size(), 1u);
-    EXPECT_EQ(recorder.gone[0].second, GoneReason::replaced);
-    EXPECT_EQ(recorder.participants.size(), 1u);
-    EXPECT_TRUE(recorder.endpoints.empty());
-    EXPECT_TRUE(recorder.contradictions.empty());
-}
-
-TEST_F(ParticipantTest, ANewAddressOfTheSameSocketsIsAChange) {
-    start();
-    ParticipantData data = remote(2);
-    announce(data);
-    output.messages.clear();
-    data.metatraffic_unicast = {udpv4(22)};
-    announce(data);
-    EXPECT_TRUE(recorder.gone.empty());
-    run_until(time + milliseconds(150));
-    EXPECT_EQ(sent_to(udpv4(2)), Lines{});
-    EXPECT_FALSE(sent_to(udpv4(22)).empty()); // what repeats goes to the new address
 }
 
 TEST_F(ParticipantTest, NewOwnAddressesAreAnnouncedAtOnce) {
@@ -641,19 +571,6 @@ TEST_F(ParticipantTest, JunkIsHarmlessAndCalledWhatItIs) {
     ByteBuffer cut(writer.view().begin(), writer.view().end());
     cut.resize(cut.size() - 4);
     EXPECT_EQ(participant->receive(cut, udpv4(2), now()), ReadStatus::malformed);
-}
-
-TEST_F(ParticipantTest, TablesHaveLimits) {
-    config.max_remote_participants = 2;
-    config.max_remote_endpoints = 3;
-    start();
-    for (uint8_t id = 2; id < 6; ++id)
-        announce(remote(id));
-    EXPECT_EQ(recorder.participants.size(), 2u);
-    for (uint32_t i = 1; i <= 5; ++i)
-        send_data(2, entity::publications_writer, i, encode(publication(2, i << 8 | 2)));
-    EXPECT_EQ(recorder.endpoints.size(), 3u);
-    EXPECT_EQ(recorder.warnings.size(), 2u);
 }
 
 TEST_F(ParticipantTest, SecuredParticipantsAreReportedAndTheirMessagesCounted) {

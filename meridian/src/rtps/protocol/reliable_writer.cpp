@@ -224,6 +224,11 @@ void ReliableWriter::restart_heartbeats(ReaderProxy& proxy, MonotonicTime now) {
     timer_.wake_at(proxy.heartbeat_at);
 }
 
+void ReliableWriter::ask(const Guid& reader) {
+    if (ReaderProxy* proxy = find(reader))
+        send_heartbeat(*proxy, false, false);
+}
+
 void ReliableWriter::assert_liveliness() {
     for (ReaderProxy& p : proxies_) {
         if (p.reader.reliable)

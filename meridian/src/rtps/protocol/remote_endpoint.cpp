@@ -8,8 +8,7 @@ namespace {
 
 ByteBuffer encoded_qos(const EndpointData& data) {
     EndpointData qos_alone;
-    qos_alone.guid.entity =
-        data.guid.entity.is_writer() ? EntityId{kUserWriterNoKey} : EntityId{kUserReaderNoKey};
+    qos_alone.guid.entity = data.is_writer() ? EntityId{kUserWriterNoKey} : EntityId{kUserReaderNoKey};
     qos_alone.qos = data.qos;
     return encode(qos_alone);
 }
@@ -20,6 +19,26 @@ std::shared_ptr<const T> shared(std::shared_ptr<const T>& last, T&& value) {
     if (last == nullptr || *last != value)
         last = std::make_shared<const T>(std::move(value));
     return last;
+}
+
+// The tables that an endpoint stands in.
+constexpr size_t kPlaces = 512;
+
+size_t memory_of(const std::string& text) {
+    return sizeof text + text.size();
+}
+
+size_t memory_of(const RemoteEndpoint& record) {
+    size_t memory = kPlaces + sizeof record + sizeof *record.qos + memory_of(record.topic_name) +
+                    memory_of(record.type_name) + memory_of(record.name) +
+                    record.unicast->size() * sizeof(Locator) + record.type_information->size() +
+                    record.qos->user_data.size() + record.qos->topic_data.size() +
+                    record.qos->group_data.size() + record.qos->representations.size() * sizeof(int16_t);
+    for (const std::string& name : record.qos->partitions)
+        memory += memory_of(name);
+    for (const Property& property : record.properties)
+        memory += memory_of(property.name) + memory_of(property.value);
+    return memory;
 }
 
 } // namespace
@@ -49,6 +68,7 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->type_information = shared(last.type_information, std::move(data.type_information));
     record->guid = data.guid;
     record->participant = data.participant;
+    record->is_writer = data.is_writer();
     record->topic_name = std::move(data.topic_name);
     record->type_name = std::move(data.type_name);
     record->name = std::move(data.name);
@@ -57,6 +77,7 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->properties = std::move(data.properties);
     record->topic_name.shrink_to_fit();
     record->type_name.shrink_to_fit();
+    record->memory = memory_of(*record);
     return record;
 }
 
@@ -64,6 +85,7 @@ EndpointData announced_data(const RemoteEndpoint& endpoint) {
     EndpointData data;
     data.guid = endpoint.guid;
     data.participant = endpoint.participant;
+    data.announced_as_writer = endpoint.is_writer;
     data.topic_name = endpoint.topic_name;
     data.type_name = endpoint.type_name;
     data.qos = *endpoint.qos;
