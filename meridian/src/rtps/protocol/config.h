@@ -53,9 +53,6 @@ struct ParticipantConfig {
     uint64_t seed = 1; // for the jitter of periodic announcements
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
-    /// All fragments and out-of-order samples held for one reader together; beyond it nothing new is held,
-    /// and reliable ones are asked for again later.
-    size_t max_reassembly_memory = size_t{64} << 20;
     /// Discovered participants beyond this many are not taken (a guard against hostile networks), likewise
     /// endpoints.
     size_t max_remote_participants = 10000;
