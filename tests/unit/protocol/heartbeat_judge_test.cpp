@@ -47,6 +47,17 @@ TEST_F(HeartbeatJudgeTest, ACountFromFarAheadChangesNothing) {
     EXPECT_EQ(after(milliseconds(1), 101, 11), Verdict::believed);
 }
 
+TEST_F(HeartbeatJudgeTest, ACountThatIsSomewhatAheadIsNoNewLife) {
+    after(seconds(0), 100, 10);
+    EXPECT_EQ(after(milliseconds(1), 100, 1000), Verdict::believed);
+    Verdict verdict = Verdict::ignored;
+    for (Count count = 11; count < 20 && verdict != Verdict::believed; ++count) {
+        verdict = after(milliseconds(100), 100 + count, count);
+        EXPECT_NE(verdict, Verdict::began_anew);
+    }
+    EXPECT_EQ(verdict, Verdict::believed);
+}
+
 TEST_F(HeartbeatJudgeTest, AJumpThatTheWriterStandsByIsBelieved) {
     after(seconds(0), 100, 10);
     EXPECT_EQ(after(seconds(10), 5000000, 200000), Verdict::doubtful);

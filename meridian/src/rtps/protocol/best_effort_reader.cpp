@@ -13,6 +13,9 @@ namespace {
 // sends now.
 constexpr int kReturnSamples = 3;
 constexpr Duration kReturnProof = std::chrono::milliseconds(300);
+// Fewer in a row are lost every day, and may come late. Jumps in quick succession are one.
+constexpr SequenceNumber kFew = 32;
+constexpr Duration kOneJump = std::chrono::seconds(5);
 
 } // namespace
 
@@ -27,9 +30,12 @@ struct BestEffortReader::WriterProgress {
     FragmentAssembler fragments;
     SequenceNumber claim = 0;   // a number far ahead that is not believed yet
     SequenceNumber refused = 0; // the last one that was told
-    /// Below next, never delivered: what lies behind the latest jump.
-    SequenceNumber undelivered_from = 1;
-    int low = 0; // samples in a row from there
+    // Little in between was delivered; 0: nothing to return to.
+    SequenceNumber jumped_from = 0;
+    SequenceNumber jumped_to = 0;
+    MonotonicTime jumped_at{0};
+    SequenceNumber delivered_end = 0; // after a return: from jumped_to on, this far, all was delivered
+    int low = 0;                      // samples in a row from in between
     SequenceNumber low_last = 0;
     MonotonicTime low_since{0};
 };
@@ -73,6 +79,8 @@ bool BestEffortReader::expects(WriterProgress& writer, SequenceNumber number, Mo
         return false;
     if (number < writer.next)
         return returns_to(writer, number, now);
+    if (number >= writer.jumped_to && number < writer.delivered_end)
+        return false;
     writer.low = 0;
     if (writer.next == 0 || number - writer.next <= kFarAhead) {
         writer.claim = 0;
@@ -85,7 +93,7 @@ bool BestEffortReader::expects(WriterProgress& writer, SequenceNumber number, Mo
 }
 
 bool BestEffortReader::returns_to(WriterProgress& writer, SequenceNumber number, MonotonicTime now) {
-    if (number < writer.undelivered_from || writer.next - number <= kFarAhead)
+    if (writer.jumped_from == 0 || number < writer.jumped_from || number >= writer.jumped_to)
         return false;
     if (writer.low == 0 || number < writer.low_last) {
         writer.low = 1;
@@ -97,6 +105,8 @@ bool BestEffortReader::returns_to(WriterProgress& writer, SequenceNumber number,
     if (writer.low < kReturnSamples || now - writer.low_since < kReturnProof)
         return false;
     writer.low = 0;
+    writer.jumped_from = 0;
+    writer.delivered_end = writer.next;
     writer.next = number;
     return true;
 }
@@ -117,8 +127,14 @@ void BestEffortReader::deliver(WriterProgress& writer, const Sample& sample, boo
     uint64_t lost = deliverable ? 0 : 1;
     if (expected != 0)
         lost += static_cast<uint64_t>(sample.sequence_number - expected);
-    if (sample.sequence_number - expected > kFarAhead)
-        writer.undelivered_from = std::max<SequenceNumber>(expected, 1);
+    if (sample.sequence_number - expected > (expected == 0 ? kFarAhead : kFew)) {
+        if (writer.jumped_from == 0 || sample.received - writer.jumped_at > kOneJump) {
+            writer.jumped_from = std::max<SequenceNumber>(expected, 1);
+            writer.jumped_at = sample.received;
+        }
+        writer.jumped_to = sample.sequence_number;
+        writer.delivered_end = 0;
+    }
     if (lost > 0)
         sink_.on_lost(writer.guid, lost);
     if (deliverable)

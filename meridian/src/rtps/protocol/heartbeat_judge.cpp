@@ -43,8 +43,11 @@ HeartbeatJudge::Verdict HeartbeatJudge::judge_old(const Heartbeat& heartbeat, Mo
     old_count_ = heartbeat.count;
     ++old_;
     // Delayed and repeated packets look old too, but not for so long while nothing newer comes.
-    if (old_ >= kRestartHeartbeats && now - old_since_ >= kRestartProof && now - time_ >= kRestartProof)
-        return believe(heartbeat, Verdict::began_anew, now);
+    if (old_ >= kRestartHeartbeats && now - old_since_ >= kRestartProof && now - time_ >= kRestartProof) {
+        // Or one count was not the writer's, and it goes on where it was.
+        const bool goes_on = newer(heartbeat.count, count_before_) && heartbeat.last >= last_;
+        return believe(heartbeat, goes_on ? Verdict::believed : Verdict::began_anew, now);
+    }
     return now - time_ >= kLongestDelay ? Verdict::doubtful : Verdict::ignored;
 }
 
@@ -59,6 +62,7 @@ HeartbeatJudge::Verdict HeartbeatJudge::judge_claim(const Heartbeat& heartbeat, 
 
 HeartbeatJudge::Verdict HeartbeatJudge::believe(const Heartbeat& heartbeat, Verdict verdict,
                                                 MonotonicTime now) {
+    count_before_ = heard_ ? count_ : heartbeat.count;
     heard_ = true;
     count_ = heartbeat.count;
     last_ = heartbeat.last;

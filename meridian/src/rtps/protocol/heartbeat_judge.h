@@ -37,6 +37,7 @@ class HeartbeatJudge {
 
     bool heard_ = false;
     Count count_ = 0;
+    Count count_before_ = 0; // of the one believed before that one
     SequenceNumber last_ = 0;
     MonotonicTime time_{0};
     // In a row, with counts that are old but grow among themselves.

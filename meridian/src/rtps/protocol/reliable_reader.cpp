@@ -278,7 +278,8 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     if (proxy == nullptr)
         return false;
     const SequenceNumber number = fragment.sequence_number;
-    if (is_old(*proxy, number, now) || !plausible(number) || proxy->held.count(number) != 0)
+    if (is_old(*proxy, number, now) || !plausible(number) || proxy->held.count(number) != 0 ||
+        proxy->irrelevant.first_outside(number) != number)
         return true;
     using Result = FragmentAssembler::Result;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
@@ -455,6 +456,9 @@ void ReliableReader::want_acknowledgement(WriterProxy& p, MonotonicTime now) {
         when = std::max(when, p.nacked_at + (p.nacked_base == p.next ? kSameNackPause : kNackPause));
     else if (p.next == p.acknowledged_below)
         when = std::max(when, p.answers_paid_until - kRepeatedAnswers * kRepeatedAnswerInterval);
+    // What was jumped over is acknowledged when nothing spoke against the jump.
+    if (p.jumped_from != 0)
+        when = std::max(when, p.jumped_at + kAskPause);
     p.acknowledge_at = std::min(p.acknowledge_at, when);
     p.timer.wake_at(p.acknowledge_at);
 }
