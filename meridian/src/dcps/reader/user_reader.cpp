@@ -64,6 +64,7 @@ UserReader::~UserReader() {
         }
     }
     tell_overwritten(true);
+    not_taken_.tell_totals(topic_.get_name());
 }
 
 bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
@@ -211,6 +212,10 @@ void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
     MERIDIAN_LOG_ALL("dcps", "topic \"%s\": %llu samples of %s were lost", topic_.get_name(),
                      static_cast<unsigned long long>(count), rtps::to_string(writer).c_str());
     changed(statuses_.samples_lost(count));
+}
+
+void UserReader::on_not_taken(const rtps::Guid&, rtps::NotTaken reason, uint64_t count) {
+    not_taken_.add(topic_.get_name(), reason, count);
 }
 
 void UserReader::matched(const rtps::RemoteEndpoint& remote) {

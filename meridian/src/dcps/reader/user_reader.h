@@ -5,6 +5,7 @@
 
 #include "dcps/delivery/delivery_thread.h"
 #include "dcps/endpoints/user_endpoint.h"
+#include "dcps/reader/not_taken_report.h"
 #include "dcps/reader/reader_cache.h"
 #include "dcps/reader/reader_notices.h"
 #include "dcps/reader/reader_statuses.h"
@@ -104,6 +105,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void on_sample(const rtps::Sample& sample) override;
     void on_batch_end() override;
     void on_lost(const rtps::Guid& writer, uint64_t count) override;
+    void on_not_taken(const rtps::Guid& writer, rtps::NotTaken reason, uint64_t count) override;
     void matched(const rtps::RemoteEndpoint& remote) override;
     void unmatched(const rtps::Guid& remote) override;
     void match_changed(const rtps::RemoteEndpoint& remote) override;
@@ -165,6 +167,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     SampleStock stock_;
     // Under the lock of the runtime.
     SampleDecoder decoder_;
+    NotTakenReport not_taken_;
     std::vector<Received> received_; // not stored yet
 
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);

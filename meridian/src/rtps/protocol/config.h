@@ -53,9 +53,6 @@ struct ParticipantConfig {
     uint64_t seed = 1; // for the jitter of periodic announcements
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
-    /// All fragments and out-of-order samples held for one reader together; beyond it nothing new is held,
-    /// and reliable ones are asked for again later.
-    size_t max_reassembly_memory = size_t{64} << 20;
     /// Guards against hostile networks. Where there are more participants, some are forgotten (see
     /// participant_discovery.h). No participant gets more endpoints than are left for all others afterwards.
     size_t max_remote_participants = 10000;

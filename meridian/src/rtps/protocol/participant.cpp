@@ -182,13 +182,14 @@ bool Participant::add_reader(const EndpointData& data, const ReaderConfig& confi
     endpoint->sink = endpoint->reader_sink = &sink;
     ReaderObserver& observer = *this;
     if (data.qos.reliability == Reliability::reliable) {
-        const ReliableReader::Limits limits{config_.max_sample_size, config_.max_reassembly_memory};
+        ReliableReader::Limits limits;
+        limits.max_sample_size = config_.max_sample_size;
         endpoint->reader =
             std::make_unique<ReliableReader>(data.guid.entity, data.qos.durability == Durability::volatile_,
                                              config, limits, sink, observer, batcher_, timers_);
     } else {
         endpoint->reader = std::make_unique<BestEffortReader>(
-            config_.max_sample_size, config_.max_reassembly_memory, sink, observer, timers_);
+            config_.max_sample_size, MemoryBudget::of_process(), sink, observer, timers_);
     }
     add(std::move(endpoint), now);
     return true;
@@ -330,11 +331,10 @@ void Participant::on_writer_restarted(const Guid& writer) {
         restarted_.push_back(writer.prefix);
 }
 
-void Participant::on_oversized_sample(const Guid& writer, size_t size) {
+void Participant::on_oversized_sample(const Guid& writer, size_t size, size_t limit) {
     warnings_.warn("oversized " + to_string(writer),
                    "a sample of writer " + to_string(writer) + " has " + std::to_string(size) +
-                       " bytes, more than the limit of " + std::to_string(config_.max_sample_size) +
-                       "; dropped");
+                       " bytes, more than the limit of " + std::to_string(limit) + "; dropped");
 }
 
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {
