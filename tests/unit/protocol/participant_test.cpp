@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <numeric>
 #include <utility>
 
 #include "protocol/captured_output.h"
@@ -51,6 +53,7 @@ class ParticipantTest : public ::testing::Test {
         if (directed)
             writer.add_info_destination(prefix(1));
         fill(writer);
+        received_bytes += writer.size();
         participant->receive(writer.view(), udpv4(from, 50000), now());
     }
     void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
@@ -64,8 +67,32 @@ class ParticipantTest : public ::testing::Test {
             writer.add_data(data);
         });
     }
+    Count acknowledgements = 0;
     void announce(const ParticipantData& data) {
         send_data(data.guid.prefix.bytes[11], entity::participant_writer, ++announcements, encode(data));
+    }
+    /// All subscriptions below this number, or asks again for some of them.
+    void acknowledge(uint8_t from, SequenceNumber base, const std::vector<SequenceNumber>& missing = {},
+                     int times = 1) {
+        receive(from, [&](MessageWriter& writer) {
+            AckNack acknack;
+            acknack.reader = entity::subscriptions_reader;
+            acknack.writer = entity::subscriptions_writer;
+            acknack.missing.base = base;
+            for (const SequenceNumber number : missing)
+                acknack.missing.insert(number);
+            acknack.final = missing.empty();
+            for (int i = 0; i < times; ++i) {
+                acknack.count = ++acknowledgements;
+                writer.add_acknack(acknack);
+            }
+        });
+    }
+    size_t bytes_sent_to(const Locator& locator) const {
+        size_t bytes = 0;
+        for (const auto& message : output.messages)
+            bytes += message.destination == locator ? message.bytes.size() : 0;
+        return bytes;
     }
     EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
         EndpointData data;
@@ -106,6 +133,7 @@ class ParticipantTest : public ::testing::Test {
 
     MonotonicTime time = seconds(1);
     SequenceNumber announcements = 0;
+    size_t received_bytes = 0;
     ParticipantConfig config;
     CapturedOutput output;
     Recorder recorder{[this](const GuidPrefix& p) { return config.is_own(p); }};
@@ -187,6 +215,110 @@ TEST_F(ParticipantTest, ANewParticipantIsAnsweredAtOnceAndAskedForItsEndpoints) 
     output.messages.clear();
     announce(remote(2)); // known: no answer
     EXPECT_TRUE(output.messages.empty());
+}
+
+class UnansweredAddress : public ParticipantTest {
+  protected:
+    /// With so many readers to tell of, and a participant whose address is that of another.
+    void start_with_readers(uint32_t count) {
+        config.secret = 4711;
+        start();
+        run_until(time + seconds(1));
+        for (uint32_t i = 0; i < count; ++i)
+            EXPECT_TRUE(participant->add_reader(publication(1, (i << 8) + 7), {}, sink, now()));
+        output.messages.clear();
+        received_bytes = 0;
+        ParticipantData data = remote(2);
+        data.lease = kDurationInfinite;
+        announce(data);
+    }
+    SilentReader sink;
+};
+
+TEST_F(UnansweredAddress, GetsAtMostThreeTimesWhatCameAndThenNothing) {
+    start_with_readers(100);
+    run_until(time + seconds(600));
+    EXPECT_GT(bytes_sent_to(udpv4(2)), 0u);
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    output.messages.clear();
+    run_until(time + seconds(600));
+    EXPECT_EQ(bytes_sent_to(udpv4(2)), 0u);
+}
+
+TEST_F(UnansweredAddress, GetsNoMoreForRequestsThatNameNothingOfWhatWasSent) {
+    start_with_readers(100);
+    std::vector<SequenceNumber> all(256);
+    std::iota(all.begin(), all.end(), 1);
+    acknowledge(2, 1, all, 1000);
+    acknowledge(2, 1);
+    acknowledge(2, 101);
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 4000u);
+}
+
+TEST_F(UnansweredAddress, IsConfirmedByAnAcknowledgementOfWhatWasSent) {
+    start_with_readers(100);
+    acknowledge(2, 4712);
+    output.messages.clear();
+    std::vector<SequenceNumber> all(100);
+    std::iota(all.begin(), all.end(), 4712);
+    acknowledge(2, 4712, all);
+    EXPECT_GT(bytes_sent_to(udpv4(2)), 10000u);
+    output.messages.clear();
+    acknowledge(2, 4712, all, 1000);
+    run_until(time + milliseconds(99));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 1000u);
+}
+
+TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
+    start_with_readers(100);
+    const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {
+        receive(2, [&](MessageWriter& writer) {
+            Heartbeat submessage;
+            submessage.writer = entity::publications_writer;
+            submessage.first = first;
+            submessage.last = last;
+            submessage.count = count;
+            writer.add_heartbeat(submessage);
+        });
+    };
+    for (Count i = 1; i < 200; i += 2) {
+        heartbeat(1, 10, i);
+        heartbeat(1, 0, i + 1);
+    }
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+}
+
+TEST_F(ParticipantTest, WhatOneAnswerCostsDoesNotGrowWithTheParticipants) {
+    config.secret = 4711;
+    const auto seconds_for = [this](uint32_t others) {
+        start();
+        for (uint32_t i = 0; i < others; ++i) {
+            ParticipantData data = remote(2);
+            data.guid.prefix.bytes[1] = static_cast<uint8_t>(1 + i / 250);
+            data.guid.prefix.bytes[2] = static_cast<uint8_t>(1 + i % 250);
+            data.lease = kDurationInfinite;
+            MessageWriter writer(data.guid.prefix, 60000);
+            const ByteBuffer payload = encode(data);
+            Data announcement;
+            announcement.writer = entity::participant_writer;
+            announcement.sequence_number = 1;
+            announcement.has_payload = true;
+            announcement.payload = payload;
+            writer.add_data(announcement);
+            participant->receive(writer.view(), udpv4(2), now());
+        }
+        announce(remote(3));
+        output.messages.clear();
+        const auto begin = std::chrono::steady_clock::now();
+        for (int i = 0; i < 20000; ++i)
+            acknowledge(3, 4712);
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+    const double few = seconds_for(10);
+    EXPECT_LT(seconds_for(5000), 10 * few);
 }
 
 TEST_F(ParticipantTest, OnlyTheBuiltinEndpointsThatItHasAreTalkedTo) {
@@ -422,6 +554,7 @@ TEST_F(ParticipantTest, AFarewellDisposesEverything) {
     config.initial_announcements = 1;
     start();
     announce(remote(2));
+    acknowledge(2, 1);
     SilentReader sink;
     EndpointData data = publication(1, 0x107);
     ASSERT_TRUE(participant->add_reader(data, {}, sink, now()));

@@ -19,6 +19,7 @@ ReadStatus MessageRouter::take(ByteView datagram, const Locator& source, bool is
     // A replay may happen in the middle of a datagram.
     const Datagram interrupted = std::exchange(datagram_, {});
     datagram_.source = source;
+    datagram_.uncounted = is_replayed ? 0 : datagram.size;
     datagram_.is_replayed = is_replayed;
     const ReadStatus status = read_message(datagram, *this);
     datagram_ = interrupted;
@@ -77,7 +78,7 @@ bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId send
     datagram_.checked = context.source;
     datagram_.accepted = !participants_.excludes(context.source);
     if (datagram_.accepted)
-        participants_.on_traffic(context.source, now_.monotonic);
+        participants_.on_traffic(context.source, std::exchange(datagram_.uncounted, 0), now_.monotonic);
     return datagram_.accepted;
 }
 

@@ -202,8 +202,11 @@ bool Participant::add_writer(const EndpointData& data, const WriterConfig& confi
     endpoint->data = data;
     endpoint->builtin_peer = config.builtin_peer;
     endpoint->sink = &sink;
+    WriterConfig writer = config;
+    if (config.builtin_peer)
+        writer.numbers_begin_after = config_.secret;
     endpoint->writer =
-        std::make_unique<ReliableWriter>(data.guid.entity, data.qos, config, batcher_, timers_);
+        std::make_unique<ReliableWriter>(data.guid.entity, data.qos, writer, batcher_, timers_);
     liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                         now.monotonic);
     add(std::move(endpoint), now);

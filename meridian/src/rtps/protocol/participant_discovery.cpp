@@ -13,6 +13,7 @@ constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
+constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
@@ -150,7 +151,7 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
     }
     for (const Locator& destination : route.locators) {
         data.payload = output_.stays_on_host(destination) ? host_announcement_ : announcement_;
-        batcher_.add(Route{route.prefix, {destination}}, data, now.wall);
+        batcher_.add(Route{route.prefix, {destination}, route.credit}, data, now.wall);
     }
 }
 
@@ -221,6 +222,7 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
         LocatorList chosen = choose_locators(announced, remote.announced_from, output_, route.locators);
         const bool changed = chosen != route.locators;
         route.prefix = remote.data->guid.prefix;
+        route.credit = remote.credit;
         route.locators = std::move(chosen);
         return changed;
     };
@@ -246,9 +248,11 @@ void ParticipantDiscovery::renew(RemoteParticipant& remote, MonotonicTime now) {
     expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
 }
 
-void ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, MonotonicTime now) {
-    if (RemoteParticipant* remote = find(prefix))
+void ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, size_t bytes, MonotonicTime now) {
+    if (RemoteParticipant* remote = find(prefix)) {
         renew(*remote, now);
+        remote->credit->earn(bytes);
+    }
 }
 
 bool ParticipantDiscovery::of_this_domain(const ParticipantData& data) const {
@@ -310,7 +314,9 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& m
         remote = nullptr;
     }
     if (remote == nullptr) {
-        discover(std::move(data), payload, message.sequence_number, source, now);
+        auto credit = std::make_shared<Credit>();
+        credit->earn(kDataHeaderSize + payload.size);
+        discover(std::move(data), payload, message.sequence_number, source, std::move(credit), now);
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
@@ -331,7 +337,7 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& m
 }
 
 void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, SequenceNumber sequence_number,
-                                    const Locator& source, Now now) {
+                                    const Locator& source, std::shared_ptr<Credit> credit, Now now) {
     if (remotes_.size() >= config_.max_remote_participants) {
         warnings_.warn("participant limit", "more than " + std::to_string(config_.max_remote_participants) +
                                                 " participants in the domain; the others are not seen");
@@ -346,6 +352,7 @@ void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, Se
     remote.announcement.assign(payload.begin(), payload.end());
     remote.sequence_number = sequence_number;
     remote.announced_from = source;
+    remote.credit = std::move(credit);
     remote.lease = std::max(to_duration(remote.data->lease), kShortestLease);
     choose_routes(remote);
     renew(remote, now.monotonic);
@@ -384,8 +391,9 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const ByteBuffer announcement = remote->announcement;
     const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;
+    std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);
-    discover(std::move(data), announcement, sequence_number, source, now);
+    discover(std::move(data), announcement, sequence_number, source, std::move(credit), now);
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {

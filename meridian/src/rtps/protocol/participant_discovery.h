@@ -28,8 +28,9 @@ struct RemoteParticipant {
     Locator announced_from;
     Duration lease{0};
     MonotonicTime expires = kNever;
-    Route metatraffic; // chosen from what it announces
-    Route user;        // for endpoints without locators of their own
+    Route metatraffic;              // chosen from what it announces
+    Route user;                     // for endpoints without locators of their own
+    std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
 };
 
 class ParticipantDiscovery {
@@ -59,8 +60,8 @@ class ParticipantDiscovery {
 
     /// A DATA of a participant writer.
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
-    /// Any message of this participant came.
-    void on_traffic(const GuidPrefix& prefix, MonotonicTime now);
+    /// Any message of this participant came; bytes: of it that were not told before.
+    void on_traffic(const GuidPrefix& prefix, size_t bytes, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// True for own and ignored participants: nothing of theirs is taken.
@@ -79,7 +80,7 @@ class ParticipantDiscovery {
   private:
     void on_announcement(ParticipantData&& data, const Data& message, const Locator& source, Now now);
     void discover(ParticipantData&& data, ByteView payload, SequenceNumber sequence_number,
-                  const Locator& source, Now now);
+                  const Locator& source, std::shared_ptr<Credit> credit, Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;
