@@ -221,7 +221,7 @@ class UnansweredAddress : public ParticipantTest {
   protected:
     /// With so many readers to tell of, and a participant whose address is that of another.
     void start_with_readers(uint32_t count) {
-        config.secret = 4711;
+        config.secret_begin = 4711;
         start();
         run_until(time + seconds(1));
         for (uint32_t i = 0; i < count; ++i)
@@ -271,6 +271,14 @@ TEST_F(UnansweredAddress, IsConfirmedByAnAcknowledgementOfWhatWasSent) {
     EXPECT_LE(bytes_sent_to(udpv4(2)), 1000u);
 }
 
+TEST_F(UnansweredAddress, IsNotConfirmedByGuesses) {
+    start_with_readers(100);
+    for (SequenceNumber guess = 4700; guess < 4720; ++guess)
+        acknowledge(2, guess);
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+}
+
 TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
     start_with_readers(100);
     const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {
@@ -292,7 +300,7 @@ TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
 }
 
 TEST_F(ParticipantTest, WhatOneAnswerCostsDoesNotGrowWithTheParticipants) {
-    config.secret = 4711;
+    config.secret_begin = 4711;
     const auto seconds_for = [this](uint32_t others) {
         start();
         for (uint32_t i = 0; i < others; ++i) {

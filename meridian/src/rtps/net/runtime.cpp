@@ -28,9 +28,6 @@ size_t max_message_size(const TransportConfig& config) {
     return static_cast<size_t>(size);
 }
 
-/// Hard enough to guess, and small beside the numbers that readers hold for possible.
-constexpr uint32_t kSecretMask = 0xfffff;
-
 uint64_t seed_from(const GuidPrefix& prefix) {
     return std::hash<GuidPrefix>{}(prefix);
 }
@@ -57,7 +54,7 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     participant.initial_peers = *peers;
     participant.max_message_size = max_message_size(config.transport);
     participant.seed = seed_from(participant.prefix);
-    participant.secret = 1 + (random_word() & kSecretMask);
+    participant.secret_begin = 1000 + random_word() % 1024;
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     const TurnstileLock lock(thread->mutex()); // the sockets may be in use already

@@ -26,12 +26,14 @@ class Credit {
     /// Who has this address, whatever the port, reads what is sent there, and answers in the participant's
     /// name.
     void confirm(const Locator& address) {
-        if (is_confirmed(address))
+        if (is_confirmed(address) || doubts_ >= kMostDoubts)
             return;
         if (confirmed_.size() == kMostAddresses)
             confirmed_.erase(confirmed_.begin());
         confirmed_.push_back(address);
     }
+    /// An answer was wrong: who guesses for long enough is right in the end.
+    void doubt() { doubts_ = std::min(doubts_ + 1, kMostDoubts); }
     bool is_confirmed(const Locator& address) const {
         return std::any_of(confirmed_.begin(), confirmed_.end(), [&address](const Locator& one) {
             return one.kind == address.kind && one.address == address.address;
@@ -43,7 +45,9 @@ class Credit {
     static constexpr size_t kMost =
         65536; // else who sends much and then names another address could do much harm
     static constexpr size_t kMostAddresses = 4;
+    static constexpr int kMostDoubts = 4;
     size_t left_ = 0;
+    int doubts_ = 0;
     LocatorList confirmed_;
 };
 

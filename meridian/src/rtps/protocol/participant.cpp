@@ -62,6 +62,9 @@ void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& 
 void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     WriterConfig writer;
     writer.builtin_peer = peer;
+    // Every participant reads it, and it has the most to tell.
+    if (id == entity::subscriptions_writer)
+        writer.secret_begin = config_.secret_begin;
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 
@@ -202,11 +205,8 @@ bool Participant::add_writer(const EndpointData& data, const WriterConfig& confi
     endpoint->data = data;
     endpoint->builtin_peer = config.builtin_peer;
     endpoint->sink = &sink;
-    WriterConfig writer = config;
-    if (config.builtin_peer)
-        writer.numbers_begin_after = config_.secret;
     endpoint->writer =
-        std::make_unique<ReliableWriter>(data.guid.entity, data.qos, writer, batcher_, timers_);
+        std::make_unique<ReliableWriter>(data.guid.entity, data.qos, config, batcher_, timers_);
     liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                         now.monotonic);
     add(std::move(endpoint), now);

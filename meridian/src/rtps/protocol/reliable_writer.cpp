@@ -14,6 +14,10 @@ constexpr Duration kLongestPause = std::chrono::seconds(2);
 constexpr Duration kLongestUnconfirmedPause = std::chrono::seconds(10);
 constexpr size_t kKeptDisposals = 1000;
 
+bool is_preemptive(const AckNack& acknack) {
+    return acknack.missing.base <= 1 && acknack.missing.empty() && !acknack.final;
+}
+
 bool says_something(const InlineQos& qos) {
     return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer;
 }
@@ -29,7 +33,7 @@ ReliableWriter::ReliableWriter(EntityId id, const EndpointQos& qos, const Writer
       config_(config),
       batcher_(batcher),
       timers_(timers),
-      last_(config.numbers_begin_after) {}
+      last_(config.secret_begin.value_or(0)) {}
 
 ReliableWriter::~ReliableWriter() = default;
 
@@ -270,10 +274,17 @@ void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<Seque
     }
 }
 
-/// It acknowledges what can only be known from the reader's heartbeats and samples.
-bool ReliableWriter::shows_address(const AckNack& acknack) const {
-    return config_.builtin_peer && acknack.missing.base > config_.numbers_begin_after &&
-           (acknack.final || !acknack.missing.empty() || acknack.missing.base > 1);
+void ReliableWriter::judge_address(const Route& route, const AckNack& acknack) {
+    if (!config_.secret_begin || route.credit == nullptr)
+        return;
+    const bool knows_a_number =
+        acknack.missing.base > *config_.secret_begin && acknack.missing.base <= last_ + 1;
+    if (knows_a_number && !is_preemptive(acknack)) {
+        for (const Locator& address : route.locators)
+            route.credit->confirm(address);
+    } else if (acknack.missing.base > 1) {
+        route.credit->doubt();
+    }
 }
 
 void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {
@@ -281,16 +292,13 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
     // A reader that began anew counts from the start again; it shows by its pre-emptive form.
-    const bool preemptive = acknack.missing.base <= 1 && acknack.missing.empty() && !acknack.final;
+    const bool preemptive = is_preemptive(acknack);
     if (proxy->heard && !newer(acknack.count, proxy->acknack_count) && !preemptive)
         return;
+    const Route& route = proxy->reader.route;
+    judge_address(route, acknack);
     if (acknack.missing.base > last_ + 1)
         return; // it thinks of an earlier life of this writer: heartbeats go on until it notices
-    const Route& route = proxy->reader.route;
-    if (route.credit != nullptr && shows_address(acknack)) {
-        for (const Locator& address : route.locators)
-            route.credit->confirm(address);
-    }
     const SequenceNumber before = proxy->acknowledged_below;
     const bool progress = !proxy->heard || acknack.missing.base > before;
     proxy->heard = true;

@@ -103,7 +103,8 @@ class ReliableWriter final {
     void restart_heartbeats(ReaderProxy& proxy, MonotonicTime now);
     /// At once, or at the end of the period where one was asked for in it before.
     void answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now);
-    bool shows_address(const AckNack& acknack) const;
+    /// Learns from it whether the addresses of the route are the reader's.
+    void judge_address(const Route& route, const AckNack& acknack);
     void send_gaps(const ReaderProxy& proxy, const std::vector<SequenceNumber>& irrelevant);
     SequenceNumber first_available(const ReaderProxy& proxy) const;
     bool make_room(const WriteRequest& request);
