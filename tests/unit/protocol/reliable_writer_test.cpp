@@ -206,8 +206,39 @@ TEST_F(ReliableWriterTest, RepeatedAndOldAcknowledgementsAreIgnored) {
     acknack_with_count(reader_guid(2), 1, {1}, false, 5);
     acknack_with_count(reader_guid(2), 1, {1}, false, 4);
     EXPECT_EQ(sent(), Lines{});
+    now += milliseconds(100);
     acknack_with_count(reader_guid(2), 1, {1}, false, 6);
     EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
+}
+
+TEST_F(ReliableWriterTest, WhatIsAskedForAgainAndAgainIsSentOncePerPeriod) {
+    make(Durability::transient_local);
+    for (int i = 0; i < 4; ++i)
+        write();
+    add_reader(reader_guid(2), true);
+    sent();
+    const Lines answer{"DATA 1", "DATA 2", "HEARTBEAT 1..4"};
+    for (int i = 0; i < 1000; ++i)
+        acknack(reader_guid(2), 1, {1, 2}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "DATA 2", "HEARTBEAT 1..4", "HEARTBEAT 1..4"}));
+    // What was not asked for yet does not wait.
+    acknack(reader_guid(2), 1, {1, 2, 3}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 3", "HEARTBEAT 1..4"}));
+    now += milliseconds(100);
+    sent();
+    acknack(reader_guid(2), 1, {1, 2}, false);
+    EXPECT_EQ(sent(), answer);
+}
+
+TEST_F(ReliableWriterTest, RequestsForAHeartbeatAreAnsweredOncePerPeriod) {
+    make(Durability::transient_local);
+    write();
+    add_reader(reader_guid(2), true);
+    sent();
+    for (int i = 0; i < 1000; ++i)
+        acknack(reader_guid(2), 1, {}, false);
+    EXPECT_EQ(sent(), (Lines{"HEARTBEAT 1..1"}));
+    EXPECT_EQ(sent_after(milliseconds(100)), (Lines{"HEARTBEAT 1..1"}));
 }
 
 TEST_F(ReliableWriterTest, AcknowledgementCountsWrapAround) {
@@ -216,6 +247,7 @@ TEST_F(ReliableWriterTest, AcknowledgementCountsWrapAround) {
     add_reader(reader_guid(2), true);
     sent();
     acknack_with_count(reader_guid(2), 1, {1}, false, 0x7fffffff);
+    now += milliseconds(100);
     acknack_with_count(reader_guid(2), 1, {1}, false, static_cast<Count>(0x80000000u));
     EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1", "DATA 1", "HEARTBEAT 1..1"}));
 }

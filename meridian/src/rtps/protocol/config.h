@@ -51,6 +51,9 @@ struct ParticipantConfig {
     /// of this library notice at once. 0: not announced.
     uint64_t incarnation = 0;
     uint64_t seed = 1; // for the jitter of periodic announcements
+    /// Where the numbers of the writer for subscriptions begin. Others must not know it: see Credit. Small,
+    /// because there are readers that count up to where a writer begins.
+    SequenceNumber secret_begin = 0;
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
     /// Guards against hostile networks. Where there are more participants, some are forgotten (see
@@ -76,6 +79,9 @@ struct ReaderConfig {
 struct WriterConfig {
     std::optional<BuiltinPeer> builtin_peer;                    // set: matched by it, and not announced
     Duration heartbeat_period = std::chrono::milliseconds(100); // while something is unacknowledged
+    /// Set: the first sample has the number behind this one, which nobody else knows. So an acknowledgement
+    /// shows that who sends it reads what is sent to the reader's address.
+    std::optional<SequenceNumber> secret_begin;
     /// Samples that wait for acknowledgement (or are kept for late joiners) at most; write fails beyond it.
     /// With keep-last history older samples of the instance make room first.
     size_t max_samples = 100000;

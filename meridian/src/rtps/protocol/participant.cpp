@@ -62,6 +62,9 @@ void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& 
 void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     WriterConfig writer;
     writer.builtin_peer = peer;
+    // Every participant reads it, and it has the most to tell.
+    if (id == entity::subscriptions_writer)
+        writer.secret_begin = config_.secret_begin;
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 

@@ -23,6 +23,7 @@ constexpr int kRefusals = 2;
 // What is kept of a participant: its places in tables, and of its announcement per byte at most.
 constexpr size_t kPlaces = 2048;
 constexpr size_t kKeptPerByte = 6;
+constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
@@ -233,7 +234,7 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
     }
     for (const Locator& destination : route.locators) {
         data.payload = output_.stays_on_host(destination) ? host_announcement_ : announcement_;
-        batcher_.add(Route{route.prefix, {destination}}, data, now.wall);
+        batcher_.add(Route{route.prefix, {destination}, route.credit}, data, now.wall);
     }
 }
 
@@ -313,6 +314,7 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
         LocatorList chosen = choose_locators(announced, remote.announced_from, output_, route.locators);
         const bool changed = chosen != route.locators;
         route.prefix = remote.data->guid.prefix;
+        route.credit = remote.credit;
         route.locators = std::move(chosen);
         return changed;
     };
@@ -338,7 +340,7 @@ std::vector<GuidPrefix> ParticipantDiscovery::prefixes() const {
 }
 
 ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefix, EntityId sender,
-                                                         const Locator& source, bool is_to_us,
+                                                         const Locator& source, bool is_to_us, size_t bytes,
                                                          MonotonicTime now) {
     if (excludes(prefix))
         return Hearing::nothing;
@@ -354,6 +356,7 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
     remote->renew(now);
+    remote->credit->earn(bytes);
     if (remote->is_stranger && (is_to_us || now - remote->discovered_at >= kFirstPackets)) {
         remote->is_stranger = false;
         acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
@@ -432,8 +435,11 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& announced, const Da
     const auto data = std::make_shared<const ParticipantData>(std::move(announced));
     Remote* remote = find_remote(data->guid.prefix);
     if (remote == nullptr) {
-        if (of_this_domain(*data))
-            discover(data, message.payload, message.sequence_number, source, now);
+        if (!of_this_domain(*data))
+            return;
+        auto credit = std::make_shared<Credit>();
+        credit->earn(kDataHeaderSize + message.payload.size);
+        discover(data, message.payload, message.sequence_number, source, std::move(credit), now);
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
@@ -452,9 +458,10 @@ void ParticipantDiscovery::take(Remote& remote, const ParticipantRef& data, Byte
                                 Now now) {
     const bool is_here = of_this_domain(*data);
     if (!is_here || is_other_process || another_life(*remote.data, *data)) {
+        std::shared_ptr<Credit> credit = remote.credit;
         remove(remote.prefix(), GoneReason::replaced, now);
         if (is_here)
-            discover(data, payload, sequence_number, source, now);
+            discover(data, payload, sequence_number, source, std::move(credit), now);
         return;
     }
     remote.doubt = nullptr;
@@ -543,7 +550,8 @@ bool ParticipantDiscovery::forget_one(Now now) {
 }
 
 void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
-                                    SequenceNumber sequence_number, const Locator& source, Now now) {
+                                    SequenceNumber sequence_number, const Locator& source,
+                                    std::shared_ptr<Credit> credit, Now now) {
     if (remotes_.size() >= config_.max_remote_participants) {
         warnings_.error("participant limit",
                         "there are more than " + std::to_string(config_.max_remote_participants) +
@@ -558,6 +566,7 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
     Remote& remote = *added;
     remote.sequence_number = sequence_number;
     remote.announced_from = source;
+    remote.credit = std::move(credit);
     remote.discovered_at = now.monotonic;
     while (!remote.set_data(data, payload, now.monotonic)) {
         warnings_.error("participant memory", kNoMemory);
@@ -602,8 +611,9 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const ByteBuffer announcement = remote->announcement;
     const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;
+    std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);
-    discover(data, announcement, sequence_number, source, now);
+    discover(data, announcement, sequence_number, source, std::move(credit), now);
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {

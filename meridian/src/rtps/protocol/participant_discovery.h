@@ -37,8 +37,9 @@ struct RemoteParticipant {
     ByteBuffer announcement;            // as it came: repetitions are recognised without decoding
     SequenceNumber sequence_number = 0; // of the announcement taken last
     Locator announced_from;
-    Route metatraffic; // chosen from what it announces
-    Route user;        // for endpoints without locators of their own
+    Route metatraffic;              // chosen from what it announces
+    Route user;                     // for endpoints without locators of their own
+    std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
 };
 
 class ParticipantDiscovery {
@@ -76,10 +77,10 @@ class ParticipantDiscovery {
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
     enum class Hearing { nothing, announcements, everything };
     /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
-    /// it names this participant. What of it is taken: nothing of own and ignored participants, and of an
-    /// address that is in doubt its announcements only.
+    /// it names this participant; bytes: of it that were not told before. What of it is taken: nothing of own
+    /// and ignored participants, and of an address that is in doubt its announcements only.
     Hearing hear(const GuidPrefix& prefix, EntityId sender, const Locator& source, bool is_to_us,
-                 MonotonicTime now);
+                 size_t bytes, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
@@ -117,7 +118,7 @@ class ParticipantDiscovery {
     void settle_doubt(Remote& remote, Now now);
     void on_timer_of(Remote& remote);
     void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
-                  const Locator& source, Now now);
+                  const Locator& source, std::shared_ptr<Credit> credit, Now now);
     void on_change(Remote& remote, const Locator& source, Now now);
     /// False where all are needed.
     bool forget_one(Now now);
