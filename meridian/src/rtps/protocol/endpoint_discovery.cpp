@@ -1,6 +1,7 @@
 #include "rtps/protocol/endpoint_discovery.h"
 
 #include <algorithm>
+#include <map>
 
 #include "rtps/wire/guid_key.h"
 
@@ -146,10 +147,14 @@ void EndpointDiscovery::participant_discovered(const GuidPrefix& prefix) {
     const auto endpoints = by_participant_.find(prefix);
     if (endpoints == by_participant_.end())
         return;
+    // In an order that is the same in every run.
+    std::map<uint32_t, DiscoveredEndpoint*> waiting;
     for (const auto& entry : endpoints->second.by_entity) {
         if (entry.second->waiting != nullptr && !entry.second->is_settling)
-            settle(*entry.second);
+            waiting.emplace(entry.first, entry.second.get());
     }
+    for (const auto& entry : waiting)
+        settle(*entry.second);
 }
 
 void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason reason) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "platform/seeded_hash.h"
 #include "rtps/protocol/events.h"
 
 namespace meridian::rtps {
@@ -24,7 +25,7 @@ class WarnOnce {
   private:
     static constexpr size_t kMaxCauses = 500;
     Events& events_;
-    std::unordered_set<std::string> told_;
+    std::unordered_set<std::string, SeededHash> told_;
 };
 
 } // namespace meridian::rtps
