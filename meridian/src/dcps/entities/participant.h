@@ -23,6 +23,7 @@
 #include "discovery/discovery_store.h"
 #include "meridian/domain_participant.h"
 #include "platform/mutex.h"
+#include "platform/seeded_hash.h"
 #include "qos/profile_store.h"
 #include "rtps/net/runtime.h"
 #include "types/lookup/type_lookup_client.h"
@@ -190,7 +191,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// Where the default reader QoS came from, for the readers of single topics.
     std::optional<Profile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
     Topics topics_ MERIDIAN_GUARDED_BY(mutex_);
-    std::unordered_map<std::string, TopicImpl*> topics_by_name_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_map<std::string, TopicImpl*, SeededHash> topics_by_name_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     Groups<SubscriberImpl> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     Groups<PublisherImpl> publishers_ MERIDIAN_GUARDED_BY(mutex_);

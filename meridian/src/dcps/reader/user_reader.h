@@ -164,15 +164,18 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     ReaderOwner& subscriber_;
     DeliveryThread& delivery_;
     DDSDataReader* face_ = nullptr;
+    /// What the stock, the cache and the withheld samples take. Used with the reader locked.
+    MemoryShare share_;
     SampleStock stock_;
     // Under the lock of the runtime.
     SampleDecoder decoder_;
     NotTakenReport not_taken_;
     std::vector<Received> received_; // not stored yet
+    size_t bytes_received_ = 0;      // of those
 
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
-    ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
     WithheldSamples withheld_ MERIDIAN_GUARDED_BY(mutex_);
+    ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::MonotonicTime armed_ MERIDIAN_GUARDED_BY(mutex_) = rtps::kNever;
     std::vector<DDS_InstanceHandle_t> missed_ MERIDIAN_GUARDED_BY(mutex_); // deadlines, of the last timer
     uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;
