@@ -288,6 +288,31 @@ TEST_F(TypeResolverTest, ObjectThatIsNotWhatItsHashSaysIsRefused) {
     EXPECT_TRUE(equal(*outcomes[0].type, *test::build_type(type("corpus::Integers"))));
 }
 
+TEST_F(TypeResolverTest, ObjectWithGarbageInItsPaddingIsTaken) {
+    create();
+    ASSERT_FALSE(announce("corpus::Integers", 1));
+    const auto request = resolver->take_requests();
+    TypeLookupReply reply;
+    test::read_objects(type("corpus::Integers"), reply.types);
+    std::vector<rtps::ByteBuffer> objects;
+    for (TypeObjectPair& pair : reply.types) {
+        objects.emplace_back(pair.object.begin(), pair.object.end());
+        // The first name ends with one octet of padding behind it, before the length of the members.
+        const std::string name = "corpus::Integers";
+        const auto at = std::search(objects.back().begin(), objects.back().end(), name.begin(), name.end());
+        if (at != objects.back().end()) {
+            const size_t end = static_cast<size_t>(at - objects.back().begin()) + name.size() + 1;
+            ASSERT_NE(end % 4, 0u);
+            objects.back()[end] = 0x5a;
+        }
+        pair.object = objects.back();
+    }
+    resolver->take(reply, now);
+    const auto outcomes = resolver->take_outcomes();
+    ASSERT_EQ(outcomes.size(), 1u);
+    EXPECT_TRUE(outcomes[0].type);
+}
+
 TEST_F(TypeResolverTest, TypeThatIsLargerThanAnnouncedIsGivenUpAtOnce) {
     // Nothing is announced of its size.
     auto nested = std::find_if(corpus.begin(), corpus.end(),

@@ -16,12 +16,15 @@ rtps::ByteBuffer key_of(const TypeIdentifier& id) {
     return bytes;
 }
 
-/// Whether an object is the one that its hash was made of. The hash is that of the little-endian form, and
-/// that of a strongly connected component covers more than the object: those are taken as they are.
+/// Whether an object is the one that its hash was made of; that of a strongly connected component covers
+/// more than the object.
 bool is_genuine(const TypeObjectPair& pair, rtps::Endianness endianness) {
-    if (endianness != rtps::Endianness::little || pair.id.kind == tk::kStronglyConnected)
+    if (pair.id.kind == tk::kStronglyConnected)
         return true;
-    return hash_of(pair.object, pair.id.kind == tk::kComplete) == pair.id.hash;
+    const bool complete = pair.id.kind == tk::kComplete;
+    // As it came first: peers may know annotations that are not understood here.
+    return (endianness == rtps::Endianness::little && hash_of(pair.object, complete) == pair.id.hash) ||
+           hash_of(canonical(pair.object, endianness), complete) == pair.id.hash;
 }
 
 } // namespace
