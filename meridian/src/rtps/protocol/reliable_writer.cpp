@@ -124,6 +124,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
     change.payload_is_key = request.payload_is_key;
     change.timestamp = request.source_timestamp.value_or(now.wall);
     change.instance = request.instance.value_or(KeyHash{});
+    change.only_for = request.only_for;
     const SequenceNumber number = ++last_;
 
     for (size_t i = 0; i < proxies_.size();) {
@@ -131,11 +132,12 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         size_t end = i + 1;
         while (end < proxies_.size() && proxies_[end].reader.route == reader.route)
             ++end;
-        send_change(reader.route, end - i == 1 ? reader.guid.entity : entity::unknown, number, change);
+        if (change.concerns(reader))
+            send_change(reader.route, end - i == 1 ? reader.guid.entity : entity::unknown, number, change);
         i = end;
     }
     instances_[change.instance].push_back(number);
-    history_.emplace(number, std::move(change));
+    const Change& kept = history_.emplace(number, std::move(change)).first->second;
     if (transient_local_ && (request.inline_qos.status_info & kUnregistered) != 0) {
         disposals_.push_back(number);
         if (disposals_.size() > kKeptDisposals) {
@@ -147,6 +149,12 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         if (!p.reader.reliable)
             continue;
         const bool first_unacknowledged = p.acknowledged_below == number;
+        if (!kept.concerns(p.reader)) {
+            // Its next heartbeat begins behind this sample. A gap tells, where others are open before it.
+            if (first_unacknowledged)
+                p.acknowledged_below = p.first_relevant = number + 1;
+            continue;
+        }
         if (first_unacknowledged || ++p.since_heartbeat >= kSamplesPerHeartbeat)
             send_heartbeat(p, false, false);
         if (first_unacknowledged || p.heartbeat_at == kNever)
@@ -274,7 +282,8 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
         if (number < 1 || number > last_ || !acknack.missing.contains(number))
             continue;
         const auto change = history_.find(number);
-        if (number < proxy->first_relevant || change == history_.end()) {
+        if (number < proxy->first_relevant || change == history_.end() ||
+            !change->second.concerns(proxy->reader)) {
             irrelevant.push_back(number);
         } else {
             send_change(proxy->reader.route, reader.entity, number, change->second);

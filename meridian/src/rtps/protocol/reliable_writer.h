@@ -62,6 +62,11 @@ class ReliableWriter final : private TimerQueue::Client {
         bool payload_is_key = false;
         WireTime timestamp;
         KeyHash instance{};
+        std::optional<GuidPrefix> only_for;
+
+        bool concerns(const RemoteReader& reader) const {
+            return !only_for || *only_for == reader.guid.prefix;
+        }
     };
     /// What is known of one matched reader.
     struct ReaderProxy {

@@ -331,6 +331,26 @@ TypeHash hash_of(ByteView bytes, bool complete) {
     return hash;
 }
 
+namespace {
+
+size_t memory_of(const TypeIdentifier& id) {
+    const auto pointed = [](const TypeIdentifier* to) {
+        return to != nullptr ? sizeof(TypeIdentifier) + memory_of(*to) : 0;
+    };
+    return sizeof(uint32_t) * id.dimensions.size() + pointed(id.element.get()) + pointed(id.key.get());
+}
+
+} // namespace
+
+size_t memory_of(const TypeObject& object) {
+    size_t sum = object.name.size() + memory_of(object.base) + memory_of(object.discriminator) +
+                 memory_of(object.element) + memory_of(object.key);
+    for (const TypeObjectMember& member : object.members)
+        sum += sizeof member + member.name.size() + sizeof(int32_t) * member.labels.size() +
+               memory_of(member.type);
+    return sum;
+}
+
 void collect_hashes(const TypeObject& object, std::vector<TypeHash>& hashes) {
     collect_hashes(object.base, hashes);
     collect_hashes(object.discriminator, hashes);

@@ -72,6 +72,9 @@ rtps::ByteBuffer canonical(rtps::ByteView bytes, rtps::Endianness order);
 /// canonical.
 TypeHash hash_of(rtps::ByteView bytes, bool complete);
 
+/// Bytes that it takes in memory, but for itself.
+size_t memory_of(const TypeObject& object);
+
 /// The identifiers that a type object refers to.
 void collect_hashes(const TypeObject& object, std::vector<TypeHash>& hashes);
 
