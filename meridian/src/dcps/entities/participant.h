@@ -44,10 +44,11 @@ using ProfileSource = std::function<std::shared_ptr<const qos::ProfileStore>()>;
 /// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
-    /// Opens nothing. `own` and `delivery` are shared by all participants.
+    /// Opens nothing. `own`, `delivery` and `type_resolvers` are shared by all participants.
     ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                     const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
-                    std::shared_ptr<DeliveryThread> delivery, ProfileSource profiles);
+                    std::shared_ptr<DeliveryThread> delivery,
+                    std::shared_ptr<types::SharedTypeResolvers> type_resolvers, ProfileSource profiles);
     /// Leaves the domain.
     ~ParticipantImpl() override;
 
@@ -177,6 +178,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     const DDS_DomainId_t domain_id_;
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     const std::shared_ptr<DeliveryThread> delivery_;
+    const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
     const ProfileSource profiles_;
     discovery::DiscoveryStore store_;
     std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on

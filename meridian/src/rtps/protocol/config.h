@@ -95,6 +95,7 @@ struct WriteRequest {
     std::optional<KeyHash> instance;
     InlineQos inline_qos;                     // sent where anything in it is set
     std::optional<WireTime> source_timestamp; // default: Now::wall
+    std::optional<GuidPrefix> only_for;       // readers of this participant; no other is told anything
 };
 
 } // namespace meridian::rtps

@@ -142,6 +142,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
     change.payload_is_key = request.payload_is_key;
     change.timestamp = request.source_timestamp.value_or(now.wall);
     change.instance = request.instance.value_or(KeyHash{});
+    change.only_for = request.only_for;
     const SequenceNumber number = ++last_;
 
     for (auto at = proxies_.begin(); at != proxies_.end();) {
@@ -149,10 +150,11 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
         while (at != proxies_.end() && at->second.reader.route == reader.route)
             ++at;
-        send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change);
+        if (change.concerns(reader))
+            send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change);
     }
     instances_[change.instance].push_back(number);
-    history_.emplace(number, std::move(change));
+    const Change& kept = history_.emplace(number, std::move(change)).first->second;
     if (transient_local_ && (request.inline_qos.status_info & kUnregistered) != 0) {
         disposals_.push_back(number);
         if (disposals_.size() > kKeptDisposals) {
@@ -164,6 +166,12 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         if (!p.reader.reliable)
             continue;
         const bool first_unacknowledged = p.acknowledged_below == number;
+        if (!kept.concerns(p.reader)) {
+            // Its next heartbeat begins behind this sample. A gap tells, where others are open before it.
+            if (first_unacknowledged)
+                p.acknowledged_below = p.first_relevant = number + 1;
+            continue;
+        }
         if (first_unacknowledged || ++p.since_heartbeat >= kSamplesPerHeartbeat)
             send_heartbeat(p, false, false);
         if (first_unacknowledged || p.heartbeat_timer.due() == kNever)
@@ -321,7 +329,8 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
             !proxy->may_answer(number, now))
             continue;
         const auto change = history_.find(number);
-        if (number < proxy->first_relevant || change == history_.end()) {
+        if (number < proxy->first_relevant || change == history_.end() ||
+            !change->second.concerns(proxy->reader)) {
             irrelevant.push_back(number);
         } else {
             send_change(route, reader.entity, number, change->second);

@@ -68,6 +68,11 @@ class ReliableWriter final {
         bool payload_is_key = false;
         WireTime timestamp;
         KeyHash instance{};
+        std::optional<GuidPrefix> only_for;
+
+        bool concerns(const RemoteReader& reader) const {
+            return !only_for || *only_for == reader.guid.prefix;
+        }
     };
     static constexpr FragmentNumber kAllFragments = UINT32_MAX;
     /// What is known of one matched reader.
