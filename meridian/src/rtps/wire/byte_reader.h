@@ -63,12 +63,22 @@ class ByteReader {
     void set_endianness(Endianness order) { order_ = order; }
     /// Alignment counts from the present position from now on.
     void set_origin() { origin_ = position_; }
+    /// Alignment counts from where it counts in another reader of the same bytes.
+    void set_origin_of(const ByteReader& other) { origin_ = other.origin_; }
+    bool has_origin_of(const ByteReader& other) const { return origin_ == other.origin_; }
 
     /// Skips the padding before a value of that natural alignment; alignments above max_alignment count as
     /// that.
-    bool align(size_t alignment) {
-        const size_t wanted = alignment < max_alignment_ ? alignment : max_alignment_;
-        return skip(padding_to(position_ - origin_, wanted));
+    bool align(size_t alignment) { return skip(padding(alignment)); }
+    /// How much that is.
+    size_t padding(size_t alignment) const {
+        return padding_to(position_ - origin_, alignment < max_alignment_ ? alignment : max_alignment_);
+    }
+    /// Whether the next count bytes are zeros, as far as they are there.
+    bool zeros_follow(size_t count) const {
+        const uint8_t* const next = data_ + position_;
+        return std::all_of(next, next + std::min(count, remaining()),
+                           [](uint8_t octet) { return octet == 0; });
     }
     bool skip(size_t count) {
         if (failed_ || count > remaining())
