@@ -63,6 +63,9 @@ class ByteReader {
     void set_endianness(Endianness order) { order_ = order; }
     /// Alignment counts from the present position from now on.
     void set_origin() { origin_ = position_; }
+    /// Alignment counts from where it counts in another reader of the same bytes.
+    void set_origin_of(const ByteReader& other) { origin_ = other.origin_; }
+    bool has_origin_of(const ByteReader& other) const { return origin_ == other.origin_; }
     /// A copy of the bytes, which reading makes canonical from here on: numbers become little-endian, padding
     /// becomes zero. What is not read, or only skipped, stays as it is.
     void set_canonical_copy(uint8_t* copy) { canonical_ = copy; }
@@ -70,11 +73,20 @@ class ByteReader {
     /// Skips the padding before a value of that natural alignment; alignments above max_alignment count as
     /// that.
     bool align(size_t alignment) {
-        const size_t wanted = alignment < max_alignment_ ? alignment : max_alignment_;
-        const size_t padding = padding_to(position_ - origin_, wanted);
-        if (canonical_ != nullptr && padding <= remaining())
-            std::fill_n(canonical_ + position_, padding, uint8_t{0});
-        return skip(padding);
+        const size_t count = padding(alignment);
+        if (canonical_ != nullptr && count <= remaining())
+            std::fill_n(canonical_ + position_, count, uint8_t{0});
+        return skip(count);
+    }
+    /// How much that is.
+    size_t padding(size_t alignment) const {
+        return padding_to(position_ - origin_, alignment < max_alignment_ ? alignment : max_alignment_);
+    }
+    /// Whether the next count bytes are zeros, as far as they are there.
+    bool zeros_follow(size_t count) const {
+        const uint8_t* const next = data_ + position_;
+        return std::all_of(next, next + std::min(count, remaining()),
+                           [](uint8_t octet) { return octet == 0; });
     }
     bool skip(size_t count) {
         if (failed_ || count > remaining())

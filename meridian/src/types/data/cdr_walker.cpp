@@ -7,7 +7,7 @@ namespace meridian::types {
 using rtps::ByteReader;
 
 bool CdrWalker::fail(const char* reason) {
-    if (strict_ || !failure_.empty())
+    if (trial_ || !failure_.empty())
         return false;
     std::string path;
     for (const Step& step : path_) {
@@ -28,10 +28,20 @@ bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
     return enter_delimited(outer, inner) || fail("its length exceeds the sample");
 }
 
+bool CdrWalker::leave_delimited(const ByteReader& inner, size_t padding) {
+    object(inner.remaining() > padding, kManyObjections);
+    return true;
+}
+
 bool CdrWalker::leave_member(const ByteReader& body) {
     // XCDR1 allows the length of a member to include the padding behind it.
-    const size_t padding = version_ == CdrVersion::xcdr1 ? 3 : 0;
-    return !strict_ || body.remaining() <= padding;
+    return leave_delimited(body, version_ == CdrVersion::xcdr1 ? 3 : 0);
+}
+
+bool CdrWalker::leave_member_of(ByteReader& outer, const ByteReader& body) {
+    if (version_ == CdrVersion::xcdr1 && dialect_.one_origin)
+        outer.set_origin_of(body);
+    return leave_member(body);
 }
 
 DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
@@ -82,6 +92,7 @@ bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, 
     if (key_only_ && type.discriminator_key)
         return true;
     const Member* selected = select_union_member(type, value.integer());
+    object(selected == nullptr);
     return selected == nullptr || walk_member(branch, *selected, sink);
 }
 
@@ -128,6 +139,7 @@ bool CdrWalker::has_header(const Type& collection) const {
 bool CdrWalker::skip_primitives(ByteReader& reader, size_t size, uint64_t count) {
     if (count == 0)
         return true;
+    object_to_padding(reader, size);
     if (!reader.align(size) || count > reader.remaining() / size ||
         !reader.skip(static_cast<size_t>(count) * size))
         return fail("more elements than the sample holds");
@@ -141,7 +153,7 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
     size_t size = primitive_size(content->kind);
     if (content->kind == DDS_TK_WCHAR && dialect_.wide_text == CdrDialect::WideText::quads)
         size = 4;
-    if (size != 0 && sink == nullptr)
+    if (size != 0 && sink == nullptr && content->kind != DDS_TK_LONGDOUBLE)
         return skip_primitives(reader, size, count);
     if (size != 0 && count > reader.remaining() / size)
         return fail("more elements than the sample holds");
