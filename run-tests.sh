@@ -1,14 +1,14 @@
 #!/bin/sh
 # Builds ferret and runs all of its tests, on Debian 12 or 13, from nothing. CI runs exactly this.
 #
-#   ./run-tests.sh                 every leg; the release tests come last and their summary tells about all legs
-#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz
+#   ./run-tests.sh                 every leg of CI; the release tests come last and their summary tells about all legs
+#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz faults-long
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
 # Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads)
 # run the same tests under sanitizers, with the test peers of the release build; "clang" compiles library and tool with
 # the thread-safety analysis; "fuzz" runs each fuzz target for a short time. The exit status is 0 only if everything
-# passed.
+# passed. "faults-long" is no leg of CI: the fault tests with all rows, wider windows and larger storms, half an hour.
 set -u
 cd "$(dirname "$0")" || exit 1
 
@@ -25,9 +25,9 @@ install=yes
 for argument in "$@"; do
     case "$argument" in
         --no-install) install=no ;;
-        release | asan | tsan | clang | fuzz) legs="$legs $argument" ;;
+        release | asan | tsan | clang | fuzz | faults-long) legs="$legs $argument" ;;
         *)
-            sed -n 's/^# \{0,1\}//; 2,8p' "$0"
+            sed -n 's/^# \{0,1\}//; 2,9p' "$0"
             exit 2
             ;;
     esac
@@ -88,6 +88,10 @@ fuzz_leg() {
     configure fuzz && build fuzz --target fuzzers && run_ctest fuzz -L fuzz
 }
 
+faults_long_leg() {
+    run_ctest release -C Long -L faults-long
+}
+
 if [ "$install" = yes ]; then
     cmake/install-packages.sh $PACKAGES || exit 1
 fi
@@ -96,7 +100,7 @@ failed=0
 
 # The release build comes first, since the sanitizer legs use its test peers; its tests come last, for the summary.
 reported=
-for leg in asan tsan clang fuzz; do
+for leg in asan tsan clang fuzz faults-long; do
     if wanted $leg; then
         reported="$reported;$leg"
         echo "not run" > build/legs/$leg
@@ -107,13 +111,14 @@ if ! configure release -DFERRET_LEGS="${reported#;}" || ! build release; then
     exit 1
 fi
 
-for leg in asan tsan clang fuzz; do
+for leg in asan tsan clang fuzz faults-long; do
     wanted $leg || continue
     say "$leg"
     case $leg in
         asan | tsan) sanitizer_leg $leg ;;
         clang) clang_leg ;;
         fuzz) fuzz_leg ;;
+        faults-long) faults_long_leg ;;
     esac
     if [ $? -eq 0 ]; then
         echo passed > build/legs/$leg
