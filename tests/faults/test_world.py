@@ -194,6 +194,11 @@ class Resources(faults.FaultTest):
 
     ENDS = (0, 1)
 
+    def setUp(self):
+        super().setUp()
+        if harness.SLOWNESS > 1:
+            self.skipTest("sanitizers need more than what is denied here")
+
     def run_limited(self, *prefix, arguments=("-timeout", "1"), tool=None):
         """Runs the tool beside a writer until it ends; returns what it said on standard error."""
         process = self.keep(harness.Process(self.network, [*prefix, str(tool or harness.options.tool), *arguments]))
