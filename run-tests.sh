@@ -2,18 +2,19 @@
 # Builds ferret and runs all of its tests, on Debian 12 or 13, from nothing. CI runs exactly this.
 #
 #   ./run-tests.sh                 every leg of CI; the release tests come last and their summary tells about all legs
-#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz faults-long
+#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz install faults-long
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
 # Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads)
 # run the same tests under sanitizers, with the test peers of the release build; "clang" compiles library and tool with
-# the thread-safety analysis; "fuzz" runs each fuzz target for a short time. The exit status is 0 only if everything
-# passed. "faults-long" is no leg of CI: the fault tests with all rows, wider windows and larger storms, half an hour.
+# the thread-safety analysis; "fuzz" runs each fuzz target for a short time; "install" builds the Debian package and the
+# static binary and tries them in bare trees of Debian 12 and 13, where debootstrap is installed. The exit status is 0 only if
+# everything passed. "faults-long" is no leg of CI: the fault tests with all rows, wider windows and larger storms.
 set -u
 cd "$(dirname "$0")" || exit 1
 
 PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 iproute2
-    util-linux ccache cyclonedds-tools cyclonedds-dev"
+    util-linux ccache cyclonedds-tools cyclonedds-dev mandoc"
 # Fast DDS 2.x is a second peer, and clang-format 14 is the one that .clang-format was made for; later Debian releases hold
 # other versions, and the tests do without them.
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then
@@ -25,14 +26,14 @@ install=yes
 for argument in "$@"; do
     case "$argument" in
         --no-install) install=no ;;
-        release | asan | tsan | clang | fuzz | faults-long) legs="$legs $argument" ;;
+        release | asan | tsan | clang | fuzz | install | faults-long) legs="$legs $argument" ;;
         *)
-            sed -n 's/^# \{0,1\}//; 2,9p' "$0"
+            sed -n 's/^# \{0,1\}//; 2,6p' "$0"
             exit 2
             ;;
     esac
 done
-legs=${legs:-"release asan tsan clang fuzz"}
+legs=${legs:-"release asan tsan clang fuzz install"}
 
 jobs=$(nproc)
 # Not status 1, which is the tool's success, nor 0.
@@ -92,6 +93,16 @@ faults_long_leg() {
     run_ctest release -C Long -L faults-long
 }
 
+install_leg() {
+    flag=--no-install
+    [ "$install" = yes ] && flag=
+    packaging/make-deb.sh $flag && configure static && build static || return 1
+    for suite in bookworm trixie; do
+        tests/packaging/bare_tree.sh $suite build/package/*.deb build/static/ferret build/bare
+        case $? in 0 | 77) ;; *) return 1 ;; esac
+    done
+}
+
 if [ "$install" = yes ]; then
     cmake/install-packages.sh $PACKAGES || exit 1
 fi
@@ -100,7 +111,7 @@ failed=0
 
 # The release build comes first, since the sanitizer legs use its test peers; its tests come last, for the summary.
 reported=
-for leg in asan tsan clang fuzz faults-long; do
+for leg in asan tsan clang fuzz install faults-long; do
     if wanted $leg; then
         reported="$reported;$leg"
         echo "not run" > build/legs/$leg
@@ -111,13 +122,14 @@ if ! configure release -DFERRET_LEGS="${reported#;}" || ! build release; then
     exit 1
 fi
 
-for leg in asan tsan clang fuzz faults-long; do
+for leg in asan tsan clang fuzz install faults-long; do
     wanted $leg || continue
     say "$leg"
     case $leg in
         asan | tsan) sanitizer_leg $leg ;;
         clang) clang_leg ;;
         fuzz) fuzz_leg ;;
+        install) install_leg ;;
         faults-long) faults_long_leg ;;
     esac
     if [ $? -eq 0 ]; then

@@ -61,7 +61,7 @@ EXCEPTIONS = {
     ("type_registry.h", "mutex"),  # the public interface promises a lock that may be nested; platform's may not
 }
 FOREIGN_HEADER = re.compile(r"(dds|fastdds|fastrtps|fastcdr|ddscxx|org/eclipse/cyclonedds|OpenDDS|opendds)/.*|cyclonedds/.*")
-MAY_INCLUDE_FOREIGN = ("tests/", "demo/")
+MAY_INCLUDE_FOREIGN = ("tests/", "demo/", "bench/floors/")
 
 
 def resolve(root, source, name):
