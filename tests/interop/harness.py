@@ -482,6 +482,7 @@ def main():
     if INSIDE not in sys.argv:
         _enter_namespaces()
     sys.argv.remove(INSIDE)
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)  # under nohup it is ignored, and everything started would inherit that
     for field in ("tool", "peer_cyclone", "peer_fastdds", "ddsperf"):
         flag = "--" + field.replace("_", "-")
         if flag in sys.argv:
