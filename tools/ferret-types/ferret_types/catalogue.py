@@ -49,9 +49,9 @@ class Catalogue:
             for declaration in [self._types[name] for name in self._types if name not in looked_at]:
                 looked_at.add(declaration.name)
                 for used, place in declaration.uses():
-                    if not self._is_there(used):
-                        self._report.error(place, f'there is no type "{used.replace("::", "/") if is_ros_name(used) else used}"'
-                                                  ' in the files and folders given')
+                    if not self._is_there(used) and used not in self._report.broken:
+                        name = used.replace("::", "/") if is_ros_name(used) else used
+                        self._report.error(place, f'there is no type "{name}" in the files and folders given')
 
     def shown(self):
         """The declarations of the document. Plain names for what IDL files declare, names on the wire for ROS types."""

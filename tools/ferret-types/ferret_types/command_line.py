@@ -90,7 +90,7 @@ def main(arguments=None):
     run = Run(options.paths, options.folders)
     for line in run.report.lines():
         print(line, file=sys.stderr)
-    if run.report.errors:
+    if run.report.has_errors:
         return EXIT_ERRORS
     try:
         if options.output:

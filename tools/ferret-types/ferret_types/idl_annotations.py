@@ -50,11 +50,15 @@ class Annotations:
     def __contains__(self, name):
         return name in self._found
 
+    def _problem(self, name, text):
+        tree = self._found[name]
+        return self._reader.problem(tree, f"@{self._reader.text_of(tree.children[0])} {text}")
+
     def _parameter(self, name):
         """The tree of the parameter, or None."""
         parameters = [child for child in self._found[name].children[1:] if child is not None]
         if len(parameters) > 1:
-            raise self._reader.problem(self._found[name], f"@{name} has more than one parameter")
+            raise self._problem(name, "has more than one parameter")
         if not parameters:
             return None
         return parameters[0].children[1] if parameters[0].data == "parameter" else parameters[0]
@@ -63,7 +67,7 @@ class Annotations:
         tree = self._parameter(name)
         value = None if tree is None else self._reader.value(tree)
         if type(value) is not kind:
-            raise self._reader.problem(self._found[name], f"@{name} needs {what}")
+            raise self._problem(name, f"needs {what}")
         return value
 
     def is_set(self, name):
@@ -76,7 +80,7 @@ class Annotations:
             return None
         value = self._value(name, int, "a number")
         if not least <= value <= most:
-            raise self._reader.problem(self._found[name], f"@{name}({value}) is not between {least} and {most}")
+            raise self._problem(name, f"{value} is not between {least} and {most}")
         return value
 
     def word(self, name, words, otherwise):
@@ -84,7 +88,7 @@ class Annotations:
         tree = self._parameter(name)
         text = otherwise if tree is None else self._reader.text_of(tree) if tree.data == "scoped_name" else None
         if text not in words:
-            raise self._reader.problem(self._found[name], f"@{name} is one of {', '.join(words)}")
+            raise self._problem(name, f"is one of {', '.join(words)}")
         return text.lower()
 
     def extensibility(self):

@@ -30,6 +30,7 @@ class Declarations(Names):
                 made = make[symbol.kind](symbol)
             except Problem as problem:
                 self._report.add(problem)
+                self._report.broken.add(symbol.name)
                 continue
             result += [*self._made, made] if made else []
             self._made.clear()
@@ -51,9 +52,9 @@ class Declarations(Names):
         return value
 
     def _use(self, tree, declarator, owner):
-        """A type with the dimensions of its declarator. `owner` is a name for what has to be made beside it."""
+        """A type with the dimensions of its declarator. `owner` begins the name of what has to be made beside it."""
         name, *dimensions = declarator.children
-        use = self._undimensioned(tree, f"{owner}_{plain(name)}")
+        use = self._undimensioned(tree, owner + plain(name))
         return TypeUse(use.name, use.string_bound, use.collection, tuple(self._size(size) for size in dimensions))
 
     def _undimensioned(self, tree, owner):
@@ -96,7 +97,7 @@ class Declarations(Names):
         return Member(plain(declarator.children[0]), use, self.place(declarator.children[0]), annotations.member_traits())
 
     def _struct(self, symbol):
-        owner = symbol.name.rpartition("::")[2]
+        owner = symbol.name.rpartition("::")[2] + "_"
         bases = parts_of(symbol.tree, "scoped_name")
         base = self.find_type(bases[0]) if bases else None
         if base and self.base_of(bases[0]) not in ("struct", "interface"):
@@ -109,14 +110,30 @@ class Declarations(Names):
                 self._new(members, member.name, declarator, f'a second member "{member.name}"')
                 members[member.name] = member
         self._mark_keys(symbol, members)
-        return Struct(symbol.name, symbol.place, tuple(members.values()), base and base.name, self._aggregate_traits(symbol))
+        struct = Struct(symbol.name, symbol.place, tuple(members.values()), base and base.name, self._aggregate_traits(symbol))
+        self._check_ids(struct)
+        return struct
 
     def _new(self, known, what, at, text):
         if what in known:
             raise self.problem(at, text)
 
+    def _check_ids(self, struct):
+        """Two members cannot have the same id. Those of a base are not looked at, nor those that are hashes."""
+        known = {}
+        following = 0 if struct.base is None and ("autoid", "hash") not in struct.traits else None
+        for member in struct.members:
+            traits = dict(member.traits)
+            number = int(traits["id"]) if "id" in traits else None if "hashid" in traits else following
+            if number is None:
+                continue
+            if number in known:
+                raise Problem(member.place, f'"{member.name}" has the id {number}, as "{known[number]}" has')
+            known[number] = member.name
+            following = number + 1 if following is not None else None
+
     def _union(self, symbol):
-        owner = symbol.name.rpartition("::")[2]
+        owner = symbol.name.rpartition("::")[2] + "_"
         head = parts_of(symbol.tree, "discriminator")[0]
         kind = self._type_of(head)
         if self.base_of(kind) not in (*WHOLE_NUMBERS, "boolean", "char8", "char16", "enum"):
@@ -229,10 +246,7 @@ class Declarations(Names):
         return [BitField(name, width, kind) for name in names or [None]]
 
     def _typedef(self, symbol):
-        declarator = symbol.declarator
-        return Typedef(symbol.name, symbol.place,
-                       self._use(symbol.tree.children[0], declarator, symbol.name.rpartition("::")[2].removesuffix(
-                           f"_{plain(declarator.children[0])}")))
+        return Typedef(symbol.name, symbol.place, self._use(symbol.tree.children[0], symbol.declarator, ""))
 
     # --- keys as older compilers have them
 

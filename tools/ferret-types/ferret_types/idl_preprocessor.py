@@ -71,8 +71,10 @@ class Preprocessor:
 
     def _condition(self, place, word, text, conditions):
         if word in ("if", "ifdef", "ifndef"):
-            holds = self._holds(place, word, text)
-            conditions.append((place, holds, holds))
+            # Inside of what does not hold nothing is looked at, and no branch comes to hold.
+            is_read = all(holds for _, holds, _ in conditions)
+            holds = is_read and self._holds(place, word, text)
+            conditions.append((place, holds, holds or not is_read))
             return
         if not conditions:
             raise Problem(place, f"#{word} without #if")

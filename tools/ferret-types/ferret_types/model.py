@@ -32,7 +32,7 @@ class Map:
 
 @dataclass(frozen=True)
 class TypeUse:
-    """What a member, typedef or discriminator is: something basic or named, perhaps in a collection, perhaps in an array of that."""
+    """What a member, typedef or discriminator is: something basic or named, perhaps in a collection, perhaps in an array."""
 
     name: str
     string_bound: int | None = None

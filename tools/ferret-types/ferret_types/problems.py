@@ -23,25 +23,27 @@ class Problem(Exception):
 
 
 class Report:
-    """Collects errors, so that one run names all of them, and warnings. Each is kept once: files that include the same
-    one find the same mistakes."""
+    """Collects errors, so that one run names all of them, and warnings. Each is kept once: files that include the same one find
+    the same mistakes. `broken` has the names of types that could not be made, so that their users are not blamed too."""
 
     def __init__(self):
-        self.errors = []
-        self.warnings = []
+        self._errors = set()
+        self._warnings = set()
+        self.broken = set()
 
     def add(self, problem):
-        if str(problem) not in map(str, self.errors):
-            self.errors.append(problem)
+        self._errors.add((problem.place, str(problem)))
 
     def error(self, place, text):
         self.add(Problem(place, text))
 
     def warn(self, place, text):
-        line = f"{place}: warning: {text}"
-        if line not in self.warnings:
-            self.warnings.append(line)
+        self._warnings.add((place, f"{place}: warning: {text}"))
+
+    @property
+    def has_errors(self):
+        return bool(self._errors)
 
     def lines(self):
-        """All messages, the errors in the order of files and lines."""
-        return self.warnings + [str(problem) for problem in sorted(self.errors, key=lambda problem: (problem.place, str(problem)))]
+        """All messages in the order of files and lines."""
+        return [line for _, line in sorted(self._errors | self._warnings)]
