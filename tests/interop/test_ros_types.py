@@ -122,6 +122,22 @@ class RosTypes(harness.InteropTest):
         spy, _ = self.publish("COMPACT")
         self.assertEqual([line for line in spy.lines if "sample=" in line], [], spy.story())
 
+    def test_patterns_for_topics(self):
+        """A star stands for slashes, too."""
+        feedback = "rt/fibonacci/_action/feedback"
+        for pattern, topics in (("rt/*", set(MESSAGES.values()) - {"rq/addRequest"}), ("r?/fibonacci/*", {feedback})):
+            spy = self.spy("-topicRegex", pattern, mode="USER")
+            peer = self.ros()
+            for name in MESSAGES:
+                peer.do(f"writer {name}")
+            for name in (name for name, topic in MESSAGES.items() if topic in topics):
+                peer.do(f"matched {name}")
+            for name in MESSAGES:
+                peer.do(f"write {name}")
+            spy.wait_for("samples of all these topics", lambda: {sample.topic for sample in spy.samples()} >= topics)
+            self.end(spy)
+            self.assertEqual({sample.topic for sample in spy.samples()}, topics, spy.story())
+
 
 if __name__ == "__main__":
     harness.main()

@@ -2,6 +2,8 @@
 """Runs ferret-types on the cases of this folder; README.md says how they are written."""
 
 import pathlib
+import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -89,6 +91,16 @@ class CommandLine(unittest.TestCase):
         result = run_types(self.folder, "--version")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertRegex(result.stdout, r"^ferret-types \d+\.\d+\.\d+\n$")
+
+    def test_the_manual_page(self):
+        page = PROGRAM.with_name("ferret-types.1")
+        options = set(re.findall(r"^  (?:(-\w), )?(--?[\w-]+)", run_types(self.folder, "-h").stdout, re.MULTILINE))
+        documented = set(re.findall(r"^\.It Fl (?:Fl (\w+)|(\w))", page.read_text(), re.MULTILINE))
+        self.assertEqual({(short or long).lstrip("-") for short, long in options}, {short or long for short, long in documented})
+        if shutil.which("mandoc") is None:
+            self.skipTest("mandoc is not installed")
+        lint = subprocess.run(["mandoc", "-Tlint", page], capture_output=True, text=True).stdout.splitlines()
+        self.assertEqual([line for line in lint if "referenced manual not found" not in line], [])
 
     def test_wrong_usage(self):
         for arguments in ((), ("-x", "p"), ("-I",), ("p", "-o"), ("--vers",)):
