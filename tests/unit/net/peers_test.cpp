@@ -35,7 +35,7 @@ std::vector<std::string> resolved(const std::vector<std::string>& peers, uint32_
 
 std::string refused(const std::string& peer, uint32_t mask = 3) {
     std::string error;
-    EXPECT_FALSE(resolve_peers({"127.0.0.1", peer}, with_mask(mask), error)) << peer;
+    EXPECT_FALSE(resolve_peers({peer}, with_mask(mask), error)) << peer;
     EXPECT_THAT(error, HasSubstr("'" + peer + "'"));
     return error;
 }
@@ -92,6 +92,32 @@ TEST(Peers, NamesAreLookedUp) {
 TEST(Peers, EachDestinationOnce) {
     EXPECT_THAT(resolved({"0@10.0.0.9", "1@10.0.0.9"}),
                 ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412"));
+}
+
+TEST(Peers, PortsAreThoseThatAreGiven) {
+    EXPECT_THAT(resolved({"10.0.0.9:11811", "3@udpv4://10.0.0.8:7410"}),
+                ElementsAre("udpv4:10.0.0.9:11811", "udpv4:10.0.0.8:7410"));
+    EXPECT_THAT(resolved({"localhost:7"}), ElementsAre("udpv4:127.0.0.1:7"));
+    EXPECT_THAT(resolved({"[fd00::1]:7500", "[fe80::7%eth0]:7501", "0@fd00::1:7500"}, 8),
+                ElementsAre("udpv6:[fd00::1]:7500", "udpv6:[fe80::7]:7501", "udpv6:[fd00::1:7500]:7410"));
+    EXPECT_THAT(resolved({"239.255.0.9:7900"}),
+                ElementsAre("host udpv4:239.255.0.9:7900", "udpv4:239.255.0.9:7900"));
+    for (const char* peer : {"10.0.0.9:", "10.0.0.9:0", "10.0.0.9:65536", "10.0.0.9:x", "[fd00::1]:x"})
+        EXPECT_THAT(refused(peer, 9), HasSubstr("is not a port")) << peer;
+    EXPECT_THAT(refused(":7410"), HasSubstr("no host"));
+}
+
+TEST(Peers, OthersAreUsedWhereSomeCannotBe) {
+    std::string error;
+    const auto locators =
+        resolve_peers({"x@10.0.0.7", "0@10.0.0.9", "tcpv4://10.0.0.8"}, with_mask(3), error);
+    ASSERT_TRUE(locators);
+    EXPECT_THAT(texts(*locators), ElementsAre("udpv4:10.0.0.9:7410"));
+    EXPECT_THAT(error, HasSubstr("'x@10.0.0.7'"));
+    EXPECT_THAT(error, HasSubstr("'tcpv4://10.0.0.8'"));
+    EXPECT_FALSE(resolve_peers({"x@10.0.0.7", "tcpv4://10.0.0.8"}, with_mask(3), error));
+    EXPECT_THAT(error, HasSubstr("'x@10.0.0.7'"));
+    EXPECT_THAT(error, HasSubstr("'tcpv4://10.0.0.8'"));
 }
 
 TEST(Peers, UnusableOnesAreNamed) {

@@ -270,10 +270,12 @@ void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vec
 bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
     const DDS_TypeCode* const own = plugin().typeCode;
     const DDS_TypeCode* const type = rtps::type_of(writer);
-    if (own == nullptr || type == nullptr)
+    if (own == nullptr)
         return true;
     {
         MutexLock lock(mutex_);
+        if (type == nullptr)
+            return !qos_.type_consistency.force_type_validation;
         if (qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
             return true;
     }

@@ -41,12 +41,18 @@ bool Runtime::check(const RuntimeConfig& config, std::string& error) {
 std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, std::string& error) {
     assert(config.own_participants);
     const std::shared_ptr<OwnParticipants> own = std::move(config.own_participants);
-    const std::optional<LocatorList> peers = destinations(config, error);
-    if (!peers)
+    std::string unusable;
+    const std::optional<LocatorList> peers = destinations(config, unusable);
+    if (!peers) {
+        error = unusable;
         return nullptr;
+    }
     const std::shared_ptr<ReceiveThread> thread = own->receive_thread(config.transport, error);
     if (!thread)
         return nullptr;
+    // Not again for further participants of the process.
+    if (!unusable.empty() && thread.use_count() == 1)
+        MERIDIAN_LOG_ERROR("net", "%s; the others are used", unusable.c_str());
 
     ParticipantConfig participant = std::move(config.participant);
     participant.is_own = [own](const GuidPrefix& prefix) { return own->contains(prefix); };
