@@ -1,20 +1,20 @@
 #!/bin/sh
 # Builds ferret and runs all of its tests, on Debian 12 or 13, from nothing. CI runs exactly this.
 #
-#   ./run-tests.sh                 every leg; the release tests come last and their summary tells about all legs
-#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz install
+#   ./run-tests.sh                 every leg of CI; the release tests come last and their summary tells about all legs
+#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz install faults-long
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
 # Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads)
 # run the same tests under sanitizers, with the test peers of the release build; "clang" compiles library and tool with
 # the thread-safety analysis; "fuzz" runs each fuzz target for a short time; "install" builds the Debian package and the
 # static binary and tries them in bare trees of Debian 12 and 13, where debootstrap is installed. The exit status is 0 only if
-# everything passed.
+# everything passed. "faults-long" is no leg of CI: the fault tests with all rows, wider windows and larger storms.
 set -u
 cd "$(dirname "$0")" || exit 1
 
-PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 iproute2
-    util-linux ccache cyclonedds-tools cyclonedds-dev mandoc"
+PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 python3-lark
+    iproute2 util-linux ccache cyclonedds-tools cyclonedds-dev mandoc"
 # Fast DDS 2.x is a second peer, and clang-format 14 is the one that .clang-format was made for; later Debian releases hold
 # other versions, and the tests do without them.
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then
@@ -26,7 +26,7 @@ install=yes
 for argument in "$@"; do
     case "$argument" in
         --no-install) install=no ;;
-        release | asan | tsan | clang | fuzz | install) legs="$legs $argument" ;;
+        release | asan | tsan | clang | fuzz | install | faults-long) legs="$legs $argument" ;;
         *)
             sed -n 's/^# \{0,1\}//; 2,6p' "$0"
             exit 2
@@ -89,6 +89,10 @@ fuzz_leg() {
     configure fuzz && build fuzz --target fuzzers && run_ctest fuzz -L fuzz
 }
 
+faults_long_leg() {
+    run_ctest release -C Long -L faults-long
+}
+
 install_leg() {
     flag=--no-install
     [ "$install" = yes ] && flag=
@@ -107,7 +111,7 @@ failed=0
 
 # The release build comes first, since the sanitizer legs use its test peers; its tests come last, for the summary.
 reported=
-for leg in asan tsan clang fuzz install; do
+for leg in asan tsan clang fuzz install faults-long; do
     if wanted $leg; then
         reported="$reported;$leg"
         echo "not run" > build/legs/$leg
@@ -118,7 +122,7 @@ if ! configure release -DFERRET_LEGS="${reported#;}" || ! build release; then
     exit 1
 fi
 
-for leg in asan tsan clang fuzz install; do
+for leg in asan tsan clang fuzz install faults-long; do
     wanted $leg || continue
     say "$leg"
     case $leg in
@@ -126,6 +130,7 @@ for leg in asan tsan clang fuzz install; do
         clang) clang_leg ;;
         fuzz) fuzz_leg ;;
         install) install_leg ;;
+        faults-long) faults_long_leg ;;
     esac
     if [ $? -eq 0 ]; then
         echo passed > build/legs/$leg

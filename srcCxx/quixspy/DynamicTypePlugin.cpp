@@ -58,6 +58,9 @@ void release(QUIXCdrStream** stream) {
     *stream = nullptr;
 }
 
+/// Larger buffers are given back when a sample needs less than a quarter of them: many may wait.
+constexpr DDS_UnsignedLong kKeptCapacity = 4096;
+
 /// Makes *target a stream with a buffer of at least `length` bytes; the buffer is kept where it suffices.
 bool prepare(QUIXCdrStream** target, DDS_UnsignedLong length) {
     if (*target == nullptr) {
@@ -66,11 +69,14 @@ bool prepare(QUIXCdrStream** target, DDS_UnsignedLong length) {
             return false;
     }
     QUIXCdrStream& stream = **target;
-    if (stream.buffer != nullptr && length <= stream.bufferLength)
+    const bool is_fit =
+        length <= stream.capacity && (stream.capacity <= kKeptCapacity || stream.capacity / 4 <= length);
+    if (stream.buffer != nullptr && is_fit)
         return true;
     delete[] stream.buffer;
-    stream.bufferLength = 0;
+    stream.bufferLength = stream.capacity = 0;
     stream.buffer = new (std::nothrow) char[length];
+    stream.capacity = stream.buffer != nullptr ? length : 0;
     return stream.buffer != nullptr;
 }
 
@@ -126,6 +132,7 @@ PRESTypePlugin* new_plugin(const char* type_name) {
     plugin->deleteSample = PRESTypePluginDefaultEndpointData_deleteSample;
     plugin->getSample = PRESTypePluginDefaultEndpointData_getSample;
     plugin->returnSample = PRESTypePluginDefaultEndpointData_returnSample;
+    plugin->getSampleMemory = DynamicTypePlugin_get_sample_memory;
     plugin->getBuffer = PRESTypePluginDefaultEndpointData_getBuffer;
     plugin->returnBuffer = PRESTypePluginDefaultEndpointData_returnBuffer;
     plugin->serialize = DynamicTypePlugin_serialize;
@@ -163,9 +170,11 @@ bool DynamicType_copy_cdr_stream(QUIXCdrStream** target, QUIXCdrStream* source, 
         return false;
     QUIXCdrStream& stream = **target;
     char* const buffer = stream.buffer;
+    const DDS_UnsignedLong capacity = stream.capacity;
     if (length > 0)
         std::memcpy(buffer, source->currentPosition, length);
     QUIXCdrStream_set(&stream, buffer, length);
+    stream.capacity = capacity;
     QUIXCdrStream_setEndian(&stream, byte_order(header.kind, *source));
     stream.encapsulationKind = header.kind;
     stream.encapsulationOptions = header.options;
@@ -227,6 +236,13 @@ PRESTypePluginEndpointData KeyedDynamicTypePlugin_on_endpoint_attached(
     return attach_endpoint(
         participantData, info, []() -> void* { return KeyedDynamicTypePluginSupport_create_data(); },
         []() -> void* { return KeyedDynamicTypePluginSupport_create_key(); });
+}
+
+size_t DynamicTypePlugin_get_sample_memory(const void* sample) {
+    // With what the allocator adds to each of the three.
+    const QUIXCdrStream* const stream = static_cast<const DynamicType*>(sample)->stream;
+    const size_t own = sizeof(DynamicType) + 2 * sizeof(void*);
+    return stream == nullptr ? own : own + sizeof *stream + stream->capacity + 4 * sizeof(void*);
 }
 
 bool DynamicTypePlugin_copy_sample(PRESTypePluginEndpointData, void* target, const void* source) {

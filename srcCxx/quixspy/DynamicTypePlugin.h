@@ -114,6 +114,7 @@ PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(
     PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info);
 inline constexpr auto& DynamicTypePlugin_on_endpoint_detached = PRESTypePluginDefaultEndpointData_delete;
 bool DynamicTypePlugin_copy_sample(PRESTypePluginEndpointData endpointData, void* target, const void* source);
+size_t DynamicTypePlugin_get_sample_memory(const void* sample);
 /// Writes nothing: samples of these types are not meant to be sent.
 bool DynamicTypePlugin_serialize(PRESTypePluginEndpointData endpointData, const void* sample,
                                  QUIXCdrStream* stream, bool serializeEncapsulation,

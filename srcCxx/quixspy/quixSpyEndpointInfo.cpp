@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "agent/QuixAgentOutput.h"
 #include "meridian/heap.h"
@@ -57,12 +58,18 @@ bool store_name(QuixAgentOutput& output, QuixSpyEndpointInfo& info,
                        QUIXSpy_text(name).c_str());
 }
 
+/// All in one go: an announcement may hold thousands of names.
 bool store_partitions(QuixAgentOutput& output, char*& field, const DDS_StringSeq& names) {
+    if (names.length() == 0)
+        return true;
+    std::string text;
     for (DDS_Long i = 0; i < names.length(); ++i) {
-        if ((i > 0 && !DDS_String_append(&field, ",")) || !DDS_String_append(&field, or_empty(names[i])))
-            return output.fail("ferret: Failed to allocate memory for partitions\n");
+        if (i > 0)
+            text += ',';
+        text += or_empty(names[i]);
     }
-    return true;
+    return duplicate(field, text.c_str()) ||
+           output.fail("ferret: Failed to allocate memory for partitions\n");
 }
 
 } // namespace

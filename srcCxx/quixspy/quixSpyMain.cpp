@@ -1,6 +1,8 @@
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -46,6 +48,12 @@ void tell_of_lost_output(QuixAgentOutput& output) {
         std::fprintf(stderr, "ferret: output was lost: its reader does not read\n");
 }
 
+/// Whoever wants memory may hold any lock: nothing more can be done in order, not even a farewell.
+void end_without_memory() {
+    std::fputs("ferret: no memory is left\n", stderr);
+    std::_Exit(0);
+}
+
 /// As other filters do whose reader has gone, now that everything is in order.
 void end_by_closed_pipe() {
     std::signal(SIGPIPE, SIG_DFL);
@@ -60,6 +68,7 @@ void end_by_closed_pipe() {
 
 /// The exit status is 1 after a completed run and 0 otherwise.
 int main(int argc, char** argv) {
+    std::set_new_handler(end_without_memory);
     occupy_standard_streams();
     std::signal(SIGPIPE, SIG_IGN); // the output notices when its reader is gone, and the run ends in order
     make_nonblocking(STDOUT_FILENO);

@@ -2,32 +2,12 @@
 
 // Types made of fuzzer input, so that the walkers of serialized data meet every combination of types.
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <string>
 
+#include "input.h"
 #include "types/model/type.h"
 
 namespace fuzz {
-
-/// Takes bytes from the front of the input; zeros when it is used up.
-class Input {
-  public:
-    Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-    uint8_t next() {
-        if (size_ == 0)
-            return 0;
-        --size_;
-        return *data_++;
-    }
-    size_t size() const { return size_; }
-    const uint8_t* data() const { return data_; }
-
-  private:
-    const uint8_t* data_;
-    size_t size_;
-};
 
 class TypeMaker {
   public:

@@ -409,26 +409,27 @@ class Contents(harness.InteropTest):
         peer = self.publisher(self.cyclone, "w topic=T type=keyed")
         peer.do("matched w")
         silent = self.keep(harness.Process(self.network, [sys.executable, "-c", SEND]))
-        packets = list(announcements(["Silent", "Silent too"]))
-        for count, packet in enumerate(packets, 1):
+        begin = time.monotonic()
+        for count, packet in enumerate(announcements(["Silent", "Silent too"]), 1):
             silent.write(packet.hex())
             silent.wait_for(f"{count} packets", lambda: silent.lines.count("sent") == count)
-        begin = time.monotonic()
-        self.assert_compact(spy, "T", peer.do("write w show"))
+        facts = peer.do("write w show")
         peer.do("writer v topic=U type=keyed")
+        self.assert_compact(spy, "T", facts)
         spy.wait_for_event("New writer", topic="U")
-        self.assertEqual(spy.having(topic="Silent"), [], "the others do not wait")
+        busy = time.monotonic() - begin
+        silent_ones = spy.having(topic="Silent")
         spy.wait_for_event("New writer", topic="Silent")
         spy.wait_for_event("New writer", topic="Silent too", type="corpus::Integers")
-        duration = time.monotonic() - begin
-        self.assertGreater(duration, 1.5, "it was asked")
-        self.assertLess(duration, 2 + 0.5 * harness.SLOWNESS)
+        self.assertGreater(time.monotonic() - begin, 1.9, "it was asked")
+        if busy < 1.9:  # on a machine that is not too busy to tell
+            self.assertEqual(silent_ones, [], "the others do not wait")
         # Another writer of that type need not wait again.
-        for packet in list(announcements(["Silent", "Silent too", "Late"]))[-1:]:
-            silent.write(packet.hex())
+        late = list(announcements(["Silent", "Silent too", "Late"]))[-1]
         begin = time.monotonic()
+        silent.write(late.hex())
         spy.wait_for_event("New writer", topic="Late")
-        self.assertLess(time.monotonic() - begin, 0.5 * harness.SLOWNESS)
+        self.assertLess(time.monotonic() - begin, 1.9, "it was asked again")
         self.end(spy)
 
     # --- types from documents

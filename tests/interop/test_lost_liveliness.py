@@ -6,9 +6,9 @@ import time
 
 import harness
 
-LEASE = 3.0
-# Its last announcement can be older than the kill by one period, so the lease can end that much sooner after it.
-SLACK = 1.5 * harness.SLOWNESS
+# Cyclone DDS announces itself each 0.8 of it: what is left is how long a busy machine may keep it from that.
+LEASE = 6.0
+SLACK = 3 * harness.SLOWNESS
 
 
 class LostLiveliness(harness.InteropTest):
@@ -22,17 +22,17 @@ class LostLiveliness(harness.InteropTest):
             spy.wait_for_event("New reader" if name == "r" else "New writer", guid=peer.guids[name])
         # Alive for longer than its lease: announcements that come in time keep it.
         begin = time.monotonic()
-        spy.wait_for("more than a lease to pass", lambda: time.monotonic() - begin > LEASE * 1.5, LEASE * 3)
+        spy.wait_for("more than a lease to pass", lambda: time.monotonic() - begin > LEASE * 1.5, LEASE * 6)
         self.assertEqual([event for event in spy.events if event.event == "Deleted"], [], spy.story())
 
         killed = time.monotonic()
-        peer.kill()
+        peer.kill()  # its last announcement can be older than that by one period, and the lease end so much sooner
         for name in names:
             event = spy.wait_for_event("Deleted reader" if name == "r" else "Deleted writer", guid=peer.guids[name])
             self.assertEqual(event.address, "127.0.0.1")
         waited = time.monotonic() - killed
         print(f"gone after {waited:.2f} s of a lease of {LEASE:g} s", end=" ", flush=True)
-        self.assertGreater(waited, LEASE - period - 0.2)
+        self.assertGreater(waited, LEASE - period - 0.5)
         self.assertLess(waited, LEASE + SLACK)
         self.end(spy)
         self.assertEqual(len([event for event in spy.events if event.event == "Deleted"]), len(names), spy.story())

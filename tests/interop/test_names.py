@@ -63,9 +63,10 @@ class Names(harness.InteropTest):
             return [line for line in spy.lines if re.match(r"\d\d:\d\d:\d\d ", line)]
 
         spy.wait_for("both writers", lambda: len(lines()) == 2)
+        shown = forged.decode().replace("\n", r"\x0a")
+        spy.wait_for("the topic", lambda: f"ferret: Creating topic... {shown}" in spy.lines)
         self.end(spy)
         told = lines()
-        shown = forged.decode().replace("\n", r"\x0a")
         self.assertTrue(told[0].endswith(
             rf' topic="{shown}" type="\x1b[2J\x7f" name="\x9b31m\x0d" S  partition="\xff\xfe\"'), told[0])
         # 50 octets hold 16 characters of three and no half of the next.

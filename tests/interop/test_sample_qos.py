@@ -152,6 +152,7 @@ class SampleQos(harness.InteropTest):
             peer = self.peer(make, "w topic=T type=unkeyed deadline=0.2")
             peer.do("matched w")
             peer.do("write w count=5 rate=10")
+            spy.wait_for_samples(5)
             spy.wait_for_line(r'^ferret: Deadline number 000001 missed for Topic "T"\.$')
             spy.wait_for_line(r'^ferret: Deadline number 000002 missed for Topic "T"\.$')
             self.end(spy)

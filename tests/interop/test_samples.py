@@ -87,7 +87,7 @@ class Samples(harness.InteropTest):
 
     def test_no_writers_after_a_crash(self):
         """The instances of an application that died have no writers once its lease is over."""
-        peer, spy = self.watched(lambda: self.cyclone(lease=1), "w topic=T type=keyed")
+        peer, spy = self.watched(lambda: self.cyclone(lease=5), "w topic=T type=keyed")
         peer.do("write w count=2 keys=2")
         spy.wait_for_samples(2)
         peer.kill()

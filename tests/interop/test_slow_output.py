@@ -14,6 +14,7 @@ import harness
 
 END_LIMIT = 1.5 * harness.SLOWNESS
 TEXT_LIMIT = 3 * harness.SLOWNESS  # for which it waits for an output that takes nothing
+FAREWELL_LIMIT = 3  # sooner than the lease ends of one that says none, and announced itself 2 s ago
 STATISTICS = re.compile(rb"---- Statistics ----\r?\nDiscovered \d+ DataWriters and \d+ DataReaders\r?\n")
 DROPPED = re.compile(rb"^(\d+) samples were not printed\r?$", re.MULTILINE)
 
@@ -157,7 +158,7 @@ class SlowOutput(harness.InteropTest):
                     limit = END_LIMIT + (TEXT_LIMIT if len(signals) == 1 else 0)
                     self.assertEqual(self.end_in(child, limit, *signals), 1)
                     self.assertIn(b"output was lost", child.stderr.read())
-                    peer.do(f"others count=6 timeout={harness.SLOWNESS}")
+                    peer.do(f"others count=6 timeout={FAREWELL_LIMIT}")
 
     def test_goes_on_reading_in_time(self):
         """What stood still while the run ended gets all of it: no line is cut."""
@@ -215,7 +216,7 @@ class Signals(harness.InteropTest):
                 self.assertEqual(spy.wait(), 1, spy.story())
                 self.assertLess(time.monotonic() - begin, END_LIMIT)
                 self.assertEqual(spy.statistics(), (1, 0))
-                peer.do(f"others count=0 timeout={harness.SLOWNESS}")
+                peer.do(f"others count=0 timeout={FAREWELL_LIMIT}")
 
     def test_hang_up_that_was_ignored(self):
         """As by nohup."""
@@ -239,7 +240,7 @@ class Signals(harness.InteropTest):
         spy.wait_for_line("built with")
         spy.wait_for("the end", lambda: f"ended {128 + signal.SIGPIPE}" in spy.errors)
         self.assertEqual(len(spy.errors), 1, spy.errors)
-        peer.do(f"others count=0 timeout={harness.SLOWNESS}")
+        peer.do(f"others count=0 timeout={FAREWELL_LIMIT}")
 
 
 if __name__ == "__main__":

@@ -33,6 +33,9 @@ struct QUIXCdrStream {
     DDS_UnsignedLong nestingLevel;
     /// Of a received sample, during the call that hands out the stream; else null.
     const QUIXCdrSource* source;
+    /// Bytes that the owner of the buffer has there, which may be more than the stream is of. For the owner
+    /// alone; 0 in a fresh stream.
+    DDS_UnsignedLong capacity;
 };
 
 /// A zeroed stream object without a buffer, with the native byte order set; null when memory is short.

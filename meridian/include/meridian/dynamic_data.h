@@ -29,9 +29,11 @@ constexpr DDS_PrintFormatProperty DDS_PRINT_FORMAT_PROPERTY_DEFAULT{DDS_DEFAULT_
 struct DDS_DynamicDataTypeSerializationProperty_t {
     /// A longer serialized sample is refused; all bits set: no limit.
     DDS_UnsignedLong max_size_serialized;
-    /// Room that a sample has from the start, so that smaller ones never allocate.
+    /// Room that is never given back once a sample has taken it. A sample that waits takes no more than it
+    /// needs, so none has it from the start.
     DDS_UnsignedLong min_size_serialized;
-    /// Whether room that a large sample took is given back when later ones need less than a quarter of it.
+    /// Whether more room than that, which a large sample took, is given back when later ones need less than a
+    /// quarter of it.
     DDS_Boolean trim_to_size;
 };
 struct DDS_DynamicDataTypeProperty_t {

@@ -5,6 +5,8 @@
 //
 // Plugin functions run on the receive thread of the participant, one call at a time per endpoint.
 
+#include <cstddef>
+
 #include "meridian/base.h"
 #include "meridian/cdr_stream.h"
 #include "meridian/guid.h"
@@ -67,6 +69,8 @@ struct PRESTypePlugin {
     /// A sample from the endpoint's pool, and back into it.
     void* (*getSample)(PRESTypePluginEndpointData endpointData);
     void (*returnSample)(PRESTypePluginEndpointData endpointData, void* sample);
+    /// Bytes that a sample takes, with what belongs to it. Null: its serialized size is counted.
+    size_t (*getSampleMemory)(const void* sample);
 
     /// A buffer of at least `size` bytes for a writer, and back.
     char* (*getBuffer)(PRESTypePluginEndpointData endpointData, DDS_UnsignedLong size);

@@ -5,6 +5,8 @@
 #include "types/lookup/endpoint_type.h"
 
 #include <algorithm>
+#include <map>
+#include <string_view>
 
 namespace meridian::qos {
 
@@ -48,9 +50,18 @@ DDS_LocatorSeq to_locator_seq(const rtps::LocatorList& locators) {
 /// Everything that comes from a peer was announced, so it is marked as propagated.
 DDS_PropertyQosPolicy to_properties(const std::vector<rtps::Property>& properties) {
     DDS_PropertyQosPolicy policy;
-    for (const rtps::Property& property : properties)
-        DDS_PropertyQosPolicyHelper_assert_property(policy, property.name.c_str(), property.value.c_str(),
-                                                    true);
+    std::map<std::string_view, DDS_Long> places; // of what may be thousands
+    for (const rtps::Property& property : properties) {
+        const auto [place, is_new] = places.emplace(property.name, policy.value.length());
+        DDS_Property_t announced;
+        announced.name = DDS_String_dup(property.name.c_str());
+        announced.value = DDS_String_dup(property.value.c_str());
+        announced.propagate = true;
+        if (is_new)
+            policy.value.append(announced);
+        else
+            policy.value[place->second] = announced;
+    }
     return policy;
 }
 

@@ -11,13 +11,13 @@ namespace meridian::discovery {
 
 namespace {
 
-DDS_SampleInfo sample_info(const rtps::Guid& endpoint, rtps::WireTime when) {
+DDS_SampleInfo sample_info(const rtps::RemoteEndpoint& endpoint, rtps::WireTime when) {
     DDS_SampleInfo info;
     // Where the remote sent no time stamp, the time of reception stands in.
     info.source_timestamp = when == rtps::kTimeInvalid ? wall_time() : to_time(when);
     const rtps::EntityId announcer =
-        endpoint.entity.is_writer() ? rtps::entity::publications_writer : rtps::entity::subscriptions_writer;
-    info.publication_handle = to_handle({endpoint.prefix, announcer});
+        endpoint.is_writer ? rtps::entity::publications_writer : rtps::entity::subscriptions_writer;
+    info.publication_handle = to_handle({endpoint.guid.prefix, announcer});
     return info;
 }
 
@@ -160,13 +160,12 @@ void DiscoveryStore::match(Participant& participant) {
 }
 
 void DiscoveryStore::report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint) {
-    cache_of(*endpoint).put(endpoint, participant.announced,
-                            sample_info(endpoint->guid, endpoint->timestamp));
+    cache_of(*endpoint).put(endpoint, participant.announced, sample_info(*endpoint, endpoint->timestamp));
 }
 
 void DiscoveryStore::report_gone(const Participant& participant, const rtps::RemoteEndpoint& endpoint,
                                  rtps::WireTime when) {
-    cache_of(endpoint).remove(endpoint.guid, participant.announced, sample_info(endpoint.guid, when));
+    cache_of(endpoint).remove(endpoint.guid, participant.announced, sample_info(endpoint, when));
 }
 
 } // namespace meridian::discovery

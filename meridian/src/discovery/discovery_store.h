@@ -64,7 +64,7 @@ class DiscoveryStore final : public rtps::Events {
     void report_gone(const Participant& participant, const rtps::RemoteEndpoint& endpoint,
                      rtps::WireTime when) MERIDIAN_REQUIRES(mutex_);
     EndpointCache& cache_of(const rtps::RemoteEndpoint& endpoint) {
-        return endpoint.guid.entity.is_writer() ? publications_ : subscriptions_;
+        return endpoint.is_writer ? publications_ : subscriptions_;
     }
 
     EndpointCache publications_;

@@ -62,6 +62,7 @@ class MemoryShare {
         budget_->used_.fetch_sub(bytes, std::memory_order_relaxed);
     }
     size_t held() const { return held_; }
+    const MemoryBudget& budget() const { return *budget_; }
 
   private:
     MemoryBudget* budget_;

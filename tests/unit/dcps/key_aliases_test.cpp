@@ -36,17 +36,43 @@ TEST(KeyAliases, TheLatestSampleCounts) {
     EXPECT_EQ(aliases.instance_of(kWriter, hash(1)), hash(1));
 }
 
-TEST(KeyAliases, WritersAreForgottenAndHeldToALimit) {
+TEST(KeyAliases, LongestUnusedIsForgottenAtTheLimit) {
     KeyAliases aliases;
+    const auto most = static_cast<uint32_t>(KeyAliases::kMost);
+    for (uint32_t i = 0; i < most; ++i)
+        aliases.note(i % 2 == 0 ? kWriter : kOther, hash(i + 1000), hash(1));
+    aliases.note(kWriter, hash(1000), hash(1)); // used again
+    aliases.note(kWriter, hash(10), hash(1));
+    aliases.note(kWriter, hash(11), hash(1));
+    EXPECT_EQ(aliases.instance_of(kWriter, hash(1000)), hash(1));
+    EXPECT_EQ(aliases.instance_of(kOther, hash(1001)), hash(1001)) << "pushed out";
+    EXPECT_EQ(aliases.instance_of(kWriter, hash(1002)), hash(1002)) << "pushed out";
+    EXPECT_EQ(aliases.instance_of(kOther, hash(1003)), hash(1));
+    EXPECT_EQ(aliases.instance_of(kWriter, hash(11)), hash(1));
+}
+
+TEST(KeyAliases, WritersAreForgotten) {
+    MemoryBudget budget(1 << 20);
+    KeyAliases aliases(budget);
     aliases.note(kOther, hash(1), hash(2));
-    for (uint32_t i = 0; i <= KeyAliases::kMaxPerWriter; ++i)
+    const size_t of_other = budget.used();
+    EXPECT_GT(of_other, 0u);
+    for (uint32_t i = 0; i < 100; ++i)
         aliases.note(kWriter, hash(i + 1000), hash(1));
-    EXPECT_EQ(aliases.instance_of(kWriter, hash(1000)), hash(1000)) << "pushed out";
-    const uint32_t last = KeyAliases::kMaxPerWriter + 1000;
-    EXPECT_EQ(aliases.instance_of(kWriter, hash(last)), hash(1));
-    EXPECT_EQ(aliases.instance_of(kOther, hash(1)), hash(2));
     aliases.forget(kWriter);
-    EXPECT_EQ(aliases.instance_of(kWriter, hash(last)), hash(last));
+    EXPECT_EQ(aliases.instance_of(kWriter, hash(1000)), hash(1000));
+    EXPECT_EQ(aliases.instance_of(kOther, hash(1)), hash(2));
+    EXPECT_EQ(budget.used(), of_other);
+}
+
+TEST(KeyAliases, NoMoreAreKeptThanTheBudgetAllows) {
+    MemoryBudget budget(20000);
+    KeyAliases aliases(budget);
+    for (uint32_t i = 0; i < 1000; ++i)
+        aliases.note(kWriter, hash(i + 1000), hash(1));
+    EXPECT_LE(budget.used(), 10000u);
+    EXPECT_EQ(aliases.instance_of(kWriter, hash(1000)), hash(1000));
+    EXPECT_EQ(aliases.instance_of(kWriter, hash(1999)), hash(1));
 }
 
 } // namespace

@@ -12,15 +12,17 @@ namespace {
 
 using std::chrono::milliseconds;
 
-rtps::KeyHash key(uint8_t number) {
+rtps::KeyHash key(uint32_t number) {
     rtps::KeyHash hash{};
-    hash[3] = number;
+    for (size_t i = 0; i < 4; ++i)
+        hash[3 - i] = static_cast<uint8_t>(number >> 8 * i);
     return hash;
 }
 
-rtps::Guid writer(uint8_t number) {
+rtps::Guid writer(uint32_t number) {
     rtps::Guid guid;
-    guid.prefix.bytes[0] = number;
+    guid.prefix.bytes[0] = static_cast<uint8_t>(number);
+    guid.prefix.bytes[1] = static_cast<uint8_t>(number >> 8);
     guid.entity.value = 0x00000102;
     return guid;
 }
@@ -43,6 +45,8 @@ class ReaderCacheTest : public ::testing::Test {
   protected:
     ReaderCache::Settings settings;
     Pool pool;
+    std::unique_ptr<MemoryBudget> budget;
+    std::unique_ptr<MemoryShare> share;
     std::unique_ptr<ReaderCache> cache;
     rtps::MonotonicTime now{0};
     int next = 0;
@@ -62,9 +66,16 @@ class ReaderCacheTest : public ::testing::Test {
         return missed.size();
     }
 
-    void create() { cache = std::make_unique<ReaderCache>(settings, pool); }
+    /// One holder alone gets half of a budget.
+    void create(size_t memory = MemoryBudget::kDefaultLimit / 2) {
+        cache.reset();
+        share.reset();
+        budget = std::make_unique<MemoryBudget>(2 * memory);
+        share = std::make_unique<MemoryShare>(*budget);
+        cache = std::make_unique<ReaderCache>(settings, pool, *share);
+    }
 
-    Change change(ChangeKind kind, uint8_t instance, uint8_t from = 1) {
+    Change change(ChangeKind kind, uint32_t instance, uint32_t from = 1) {
         Change made;
         made.kind = kind;
         made.writer = writer(from);
@@ -78,13 +89,13 @@ class ReaderCacheTest : public ::testing::Test {
         ++next;
         return made;
     }
-    ReaderCache::Verdict data(uint8_t instance, uint8_t from = 1) {
+    ReaderCache::Verdict data(uint32_t instance, uint32_t from = 1) {
         return cache->add(change(ChangeKind::alive, instance, from));
     }
-    ReaderCache::Verdict dispose(uint8_t instance, uint8_t from = 1) {
+    ReaderCache::Verdict dispose(uint32_t instance, uint32_t from = 1) {
         return cache->add(change(ChangeKind::disposed, instance, from));
     }
-    ReaderCache::Verdict unregister(uint8_t instance, uint8_t from = 1) {
+    ReaderCache::Verdict unregister(uint32_t instance, uint32_t from = 1) {
         return cache->add(change(ChangeKind::unregistered, instance, from));
     }
 
@@ -320,13 +331,140 @@ TEST_F(ReaderCacheTest, ResourceLimitsRejectAndNameTheLimit) {
 }
 
 TEST_F(ReaderCacheTest, MemoryLimitDropsTheOldestOfAll) {
-    settings.maximum_bytes = 250;
-    create();
-    data(1);
-    data(2);
-    data(3);
+    create(30000);
+    settings.history.depth = 8192;
+    cache->update(settings);
+    for (int i = 0; i < 1000; ++i)
+        data(1);
+    const uint64_t overwritten = cache->overwritten();
+    EXPECT_GT(overwritten, 850u);
+    EXPECT_LT(overwritten, 950u) << "a sample of 100 bytes takes about 300";
+    EXPECT_EQ(cache->sample_count() + overwritten, 1000u);
+    ReaderCache::Batch batch;
+    ASSERT_TRUE(cache->take({}, batch));
+    EXPECT_EQ(*static_cast<int*>(batch.samples.front()), static_cast<int>(overwritten));
+    EXPECT_EQ(*static_cast<int*>(batch.samples.back()), 999);
+    EXPECT_LE(share->held(), 30000u);
+    EXPECT_GT(share->held(), 25000u) << "what is on loan still takes its memory";
+    cache->return_batch(batch);
+}
+
+TEST_F(ReaderCacheTest, SampleThatFindsNoMemoryAtAllIsLostAndCounted) {
+    create(1000);
+    Change large = change(ChangeKind::alive, 1);
+    large.bytes = 2000;
+    EXPECT_EQ(cache->add(large), ReaderCache::Verdict::lost);
     EXPECT_EQ(cache->overwritten(), 1u);
-    EXPECT_EQ(take(), "N2=1 N3=2");
+    EXPECT_TRUE(pool.released.empty()) << "it stays the caller's";
+    EXPECT_FALSE(knows_any());
+    EXPECT_EQ(data(1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "N1=1");
+}
+
+TEST_F(ReaderCacheTest, InstancesGoBeforeSamplesWhenMemoryIsShort) {
+    create(10000);
+    for (uint32_t i = 0; i < 200; ++i) {
+        data(i);
+        take();
+    }
+    EXPECT_TRUE(cache->knows_instance(key(199)));
+    EXPECT_FALSE(cache->knows_instance(key(0)));
+    EXPECT_EQ(cache->overwritten(), 0u);
+}
+
+TEST_F(ReaderCacheTest, AllMemoryIsGivenBack) {
+    create();
+    for (uint32_t i = 0; i < 5000; ++i)
+        data(i % 3000, i % 7);
+    ReaderCache::Batch batch;
+    ReaderCache::Selection some;
+    some.max_samples = 2000;
+    ASSERT_TRUE(cache->take(some, batch));
+    cache.reset();
+    EXPECT_EQ(share->held(), 0u);
+}
+
+TEST_F(ReaderCacheTest, PeakOfWaitingSamplesIsNotKept) {
+    settings.history.depth = 100000;
+    create();
+    for (uint32_t i = 0; i < 50000; ++i)
+        data(1);
+    const size_t peak = share->held();
+    EXPECT_GT(peak, 50000u * 250);
+    ReaderCache::Batch batch;
+    ASSERT_TRUE(cache->take({}, batch));
+    cache->return_batch(batch);
+    EXPECT_LT(share->held(), peak / 20);
+    EXPECT_LT(batch.infos.capacity(), 5000u);
+}
+
+TEST_F(ReaderCacheTest, LongestUnusedInstancesAreForgottenAndThenNewAgain) {
+    create();
+    const auto most = static_cast<uint32_t>(Instances::kMost);
+    for (uint32_t i = 0; i < most; ++i) {
+        data(i);
+        take();
+    }
+    EXPECT_EQ(data(0), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take().substr(0, 2), "M0") << "used again: instance 1 is the longest unused now";
+    const size_t before = share->held();
+    for (uint32_t i = 0; i < 1000; ++i) {
+        data(most + i);
+        take();
+    }
+    EXPECT_EQ(share->held(), before);
+    EXPECT_TRUE(cache->knows_instance(key(0)));
+    EXPECT_FALSE(cache->knows_instance(key(1)));
+    EXPECT_FALSE(cache->knows_instance(key(1000)));
+    EXPECT_TRUE(cache->knows_instance(key(1001)));
+    const int number = next;
+    data(1);
+    EXPECT_EQ(take(), "N1=" + std::to_string(number));
+}
+
+TEST_F(ReaderCacheTest, InstancesWithSamplesThatWaitAreNotForgotten) {
+    create();
+    const auto most = static_cast<uint32_t>(Instances::kMost);
+    data(0);
+    for (uint32_t i = 1; i <= most; ++i)
+        data(i);
+    EXPECT_TRUE(cache->knows_instance(key(0)));
+    EXPECT_EQ(cache->sample_count(), most + 1u);
+    take();
+    EXPECT_FALSE(cache->knows_instance(key(0))) << "it was taken first";
+    EXPECT_TRUE(cache->knows_instance(key(1)));
+}
+
+TEST_F(ReaderCacheTest, InstanceThatIsForgottenMissesNoDeadlineAndHasNoWriters) {
+    settings.deadline = milliseconds(100);
+    create();
+    const auto most = static_cast<uint32_t>(Instances::kMost);
+    data(0, 2);
+    take();
+    now = milliseconds(50);
+    for (uint32_t i = 1; i <= most; ++i) {
+        data(i);
+        take();
+    }
+    EXPECT_EQ(cache->next_deadline(), milliseconds(150));
+    EXPECT_FALSE(cache->writer_gone(writer(2), DDS_Time_t{9, 0}, now));
+}
+
+TEST_F(ReaderCacheTest, OnlyTheLatestWritersOfAnInstanceAreRemembered) {
+    create();
+    const auto most = static_cast<uint32_t>(Instances::kMostWritersOfInstance);
+    for (uint32_t i = 0; i <= most; ++i)
+        data(1, i);
+    take();
+    const size_t held = share->held();
+    data(1, most + 1);
+    take();
+    EXPECT_EQ(share->held(), held);
+    for (uint32_t i = 2; i <= most; ++i)
+        cache->writer_gone(writer(i), DDS_Time_t{9, 0}, now);
+    EXPECT_EQ(take(), "");
+    cache->writer_gone(writer(most + 1), DDS_Time_t{9, 0}, now);
+    EXPECT_EQ(take(), "W1");
 }
 
 TEST_F(ReaderCacheTest, OnlyTheStrongestWriterIsHeardUnderExclusiveOwnership) {
@@ -448,10 +586,10 @@ TEST_F(ReaderCacheTest, RandomHistoriesAreConsistentAndLeakNothing) {
         now = milliseconds(0);
         settings.history.depth = static_cast<DDS_Long>(1 + random() % 4);
         settings.deadline = random() % 2 == 0 ? rtps::kNever : milliseconds(5);
-        settings.maximum_bytes = random() % 2 == 0 ? 1000 : 100000;
-        create();
+        create(random() % 2 == 0 ? 2500 : 100000);
         std::set<int> stored;
         uint64_t delivered = 0;
+        uint64_t lost = 0;
         std::vector<ReaderCache::Batch> loans;
         for (int operation = 0; operation < 400; ++operation) {
             now += milliseconds(random() % 3);
@@ -487,8 +625,10 @@ TEST_F(ReaderCacheTest, RandomHistoriesAreConsistentAndLeakNothing) {
                     break;
                 default: {
                     const int number = next;
-                    if (data(instance, from) == ReaderCache::Verdict::stored)
+                    const ReaderCache::Verdict verdict = data(instance, from);
+                    if (verdict == ReaderCache::Verdict::stored)
                         stored.insert(number);
+                    lost += verdict == ReaderCache::Verdict::lost ? 1 : 0;
                 }
             }
         }
@@ -499,9 +639,10 @@ TEST_F(ReaderCacheTest, RandomHistoriesAreConsistentAndLeakNothing) {
         cache->return_batch(rest);
         for (ReaderCache::Batch& loan : loans)
             cache->return_batch(loan);
-        EXPECT_EQ(delivered + cache->overwritten(), stored.size());
+        EXPECT_EQ(delivered + cache->overwritten(), stored.size() + lost);
         EXPECT_EQ(cache->sample_count(), 0u);
         cache.reset();
+        EXPECT_EQ(share->held(), 0u);
         EXPECT_EQ(pool.released.size(), stored.size());
         for (const auto& [number, times] : pool.released)
             EXPECT_EQ(times, 1) << number;

@@ -47,7 +47,6 @@ TEST_F(RuntimeConfigTest, PoliciesReachTheLayersBelow) {
     EXPECT_EQ(config.peers, (std::vector<std::string>{"127.0.0.1", "2@::1"}));
     EXPECT_EQ(config.own_participants, own_);
     EXPECT_GE(config.participant.max_sample_size, 64000000U);
-    EXPECT_GE(config.participant.max_reassembly_memory, 3 * config.participant.max_sample_size);
 }
 
 TEST_F(RuntimeConfigTest, TransportPropertiesReachTheirFamily) {

@@ -409,6 +409,23 @@ TEST_F(UserReaderTest, OwnLossIsToldWhenItBeginsAndAtTheEnd) {
     EXPECT_NE(end.find("topic \"Square\": 8 samples were overwritten"), std::string::npos) << end;
 }
 
+TEST_F(UserReaderTest, SamplesThatCannotBeTakenAreToldWhenItBeginsAndAtTheEnd) {
+    TestReader* reader = reader_of("Keyless", "best_effort");
+    rtps::ReaderSink& sink = *dynamic_cast<UserReader*>(reader->untyped());
+    CaptureStderr();
+    sink.on_not_taken({}, rtps::NotTaken::incomplete, 1);
+    sink.on_not_taken({}, rtps::NotTaken::incomplete, 4);
+    const std::string begin = GetCapturedStderr();
+    const size_t first = begin.find("topic \"Square\": samples come incomplete");
+    EXPECT_NE(first, std::string::npos) << begin;
+    EXPECT_EQ(begin.find("incomplete", first + 40), std::string::npos) << begin;
+    CaptureStderr();
+    EXPECT_EQ(reader->get_subscriber()->delete_datareader(reader), DDS_RETCODE_OK);
+    const std::string end = GetCapturedStderr();
+    EXPECT_NE(end.find("topic \"Square\": 5 samples came incomplete"), std::string::npos) << end;
+    EXPECT_EQ(end.find("too large"), std::string::npos) << end;
+}
+
 TEST_F(UserReaderTest, StatusesOfMatchesLivelinessAndIncompatibility) {
     TestReader* reader = reader_of("Keyed", "reliable manual_by_topic lease=1500 transient_local");
     CaptureStderr();

@@ -11,7 +11,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 std::vector<std::string> texts(const LocatorList& locators) {
     std::vector<std::string> result;
@@ -87,26 +86,36 @@ TEST(Peers, NamesAreLookedUp) {
     EXPECT_THAT(resolved({"0@udpv4://localhost"}), ElementsAre("udpv4:127.0.0.1:7410"));
 }
 
-TEST(Peers, APortOfItsOwn) {
-    EXPECT_THAT(resolved({"10.0.0.9:11811"}), ElementsAre("udpv4:10.0.0.9:11811"));
-    EXPECT_THAT(resolved({"udpv4://localhost:11811"}), ElementsAre("udpv4:127.0.0.1:11811"));
-    EXPECT_THAT(resolved({"[fd00::1]:65535"}, 8), ElementsAre("udpv6:[fd00::1]:65535"));
-    EXPECT_THAT(resolved({"0@fd00::1:1181"}, 8), ElementsAre("udpv6:[fd00::1:1181]:7410"));
-    EXPECT_THAT(texts(resolve_peers({"10.0.0.9:11811", "0@10.0.0.8"}, with_mask(3)).with_port),
-                ElementsAre("udpv4:10.0.0.9:11811"));
-    for (const char* peer : {"10.0.0.9:", "10.0.0.9:0", "10.0.0.9:65536", "10.0.0.9:x", "10.0.0.9:-1"})
-        EXPECT_THAT(refused(peer), HasSubstr("port")) << peer;
-}
-
-TEST(Peers, NoneIsLeft) {
-    const Peers result = resolve_peers({"no such host", "x@10.0.0.1"}, with_mask(3));
-    EXPECT_THAT(result.destinations, IsEmpty());
-    EXPECT_THAT(result.unusable, SizeIs(2));
+TEST(Peers, AtAPortOfItsOwnMayBeADiscoveryServer) {
+    const Peers peers = resolve_peers({"10.0.0.9:11811", "0@10.0.0.8", "239.255.0.9:7900"}, with_mask(3));
+    EXPECT_THAT(texts(peers.with_port), ElementsAre("udpv4:10.0.0.9:11811"));
+    EXPECT_THAT(texts(peers.destinations),
+                ElementsAre("udpv4:10.0.0.8:7410", "host udpv4:239.255.0.9:7900", "udpv4:239.255.0.9:7900"));
 }
 
 TEST(Peers, EachDestinationOnce) {
     EXPECT_THAT(resolved({"0@10.0.0.9", "1@10.0.0.9"}),
                 ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412"));
+}
+
+TEST(Peers, PortsAreThoseThatAreGiven) {
+    EXPECT_THAT(resolved({"10.0.0.9:11811", "3@udpv4://10.0.0.8:7410"}),
+                ElementsAre("udpv4:10.0.0.9:11811", "udpv4:10.0.0.8:7410"));
+    EXPECT_THAT(resolved({"localhost:7"}), ElementsAre("udpv4:127.0.0.1:7"));
+    EXPECT_THAT(resolved({"[fd00::1]:7500", "[fe80::7%eth0]:7501", "0@fd00::1:7500"}, 8),
+                ElementsAre("udpv6:[fd00::1]:7500", "udpv6:[fe80::7]:7501", "udpv6:[fd00::1:7500]:7410"));
+    EXPECT_THAT(resolved({"239.255.0.9:7900"}),
+                ElementsAre("host udpv4:239.255.0.9:7900", "udpv4:239.255.0.9:7900"));
+    for (const char* peer : {"10.0.0.9:", "10.0.0.9:0", "10.0.0.9:65536", "10.0.0.9:x", "[fd00::1]:x"})
+        EXPECT_THAT(refused(peer, 9), HasSubstr("is not a port")) << peer;
+    EXPECT_THAT(refused(":7410"), HasSubstr("no host"));
+}
+
+TEST(Peers, OthersAreUsedWhereSomeCannotBe) {
+    const Peers peers = resolve_peers({"x@10.0.0.7", "0@10.0.0.9", "tcpv4://10.0.0.8"}, with_mask(3));
+    EXPECT_THAT(texts(peers.destinations), ElementsAre("udpv4:10.0.0.9:7410"));
+    EXPECT_THAT(peers.unusable, ElementsAre(HasSubstr("'x@10.0.0.7'"), HasSubstr("'tcpv4://10.0.0.8'")));
+    EXPECT_THAT(resolve_peers({"x@10.0.0.7", "no such host"}, with_mask(3)).destinations, IsEmpty());
 }
 
 TEST(Peers, UnusableOnesAreNamed) {

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <cstring>
 
 #include "common/private_network.h"
@@ -433,6 +434,27 @@ TEST_F(TwoHosts, AllAddressesButLoopbackAreAnnounced) {
                 ElementsAre("udpv4:239.255.0.1:7401", "udpv6:[ff02::ffff:efff:1]:7401"));
 }
 
+TEST_F(TwoHosts, WhatWaitsForAbsentHostsHoldsUpNothing) {
+    Station here(with_mask(1));
+    const auto there = station_there(with_mask(1));
+    there->transport->send(kMessage, locator("10.1.0.1", 7410));
+    ASSERT_EQ(here.receive(1), 1u);
+
+    // Each waits in its socket for the answer to who has the address: some seconds.
+    const auto begin = std::chrono::steady_clock::now();
+    const ByteBuffer announcement(400);
+    for (int round = 0; round < 10; ++round) {
+        for (int host = 50; host < 200; ++host)
+            here.transport->send(announcement, locator("10.1.0." + std::to_string(host), 7410));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+    for (int i = 0; i < 20; ++i) {
+        here.transport->send(kMessage, locator("10.1.0.2", 7410));
+        here.transport->send(kMessage, locator("239.255.0.1", 7400)); // over two wires
+    }
+    EXPECT_EQ(there->receive(60, 1000), 60u);
+}
+
 TEST_F(TwoHosts, MulticastGoesOutOnEachInterface) {
     Station here(with_mask(9));
     const auto there = station_there(with_mask(9));
@@ -591,7 +613,8 @@ TEST_F(TwoHosts, LinkLocalPeersAreReachedWhereTheyWereHeard) {
         here.transport->send(kMessage, link_local);
         there->receive(1, 100);
     }
-    EXPECT_THAT(texts(there->sources), Contains("udpv6:[fe80::21]:7410"));
+    // From the socket for hosts that were not heard of.
+    EXPECT_THAT(texts(there->sources), Contains("udpv6:[fe80::21]:7411"));
     EXPECT_THAT(here.warnings, IsEmpty());
 
     there->transport->send(kMessage, locator("ff02::ffff:efff:1", 7400));

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "protocol/captured_output.h"
 
 namespace meridian::rtps::test {
@@ -20,8 +22,11 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
         vendors.push_back(sample.vendor);
     }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
+    void on_not_taken(const Guid&, NotTaken reason, uint64_t count) override {
+        not_taken[static_cast<size_t>(reason)] += count;
+    }
     void on_writer_restarted(const Guid&) override {}
-    void on_oversized_sample(const Guid&, size_t) override { ++oversized; }
+    void on_oversized_sample(const Guid&, size_t, size_t) override { ++oversized; }
 
     void data(SequenceNumber number) {
         Data d;
@@ -42,6 +47,8 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
         reader.on_data_frag(context, d, now);
     }
 
+    uint64_t told(NotTaken reason) const { return not_taken[static_cast<size_t>(reason)]; }
+
     static constexpr EntityId kWriter{0x102};
     MonotonicTime now = seconds(10);
     MessageContext context;
@@ -49,8 +56,10 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     std::vector<VendorId> vendors;
     uint64_t lost = 0;
     int oversized = 0;
+    std::array<uint64_t, static_cast<size_t>(NotTaken::count)> not_taken{};
     TimerQueue timers;
-    BestEffortReader reader{100, 45, *this, *this, timers};
+    MemoryBudget memory{100000};
+    BestEffortReader reader{50000, memory, *this, *this, timers};
 };
 
 TEST_F(BestEffortReaderTest, DeliversWhatComesAndCountsWhatDoesNot) {
@@ -92,13 +101,35 @@ TEST_F(BestEffortReaderTest, FragmentsThatComeTooLateAreDropped) {
 }
 
 TEST_F(BestEffortReaderTest, WithoutMemoryTheOldestUnfinishedSampleGivesWay) {
+    MemoryShare others(memory);
+    ASSERT_TRUE(others.take(20000));
+    fragment(1, 1, 30000);
+    fragment(2, 1, 30000);
+    EXPECT_EQ(told(NotTaken::incomplete), 1u);
+    MemoryShare more(memory);
+    ASSERT_TRUE(more.take(20000));
+    fragment(3, 1, 40000);
+    EXPECT_EQ(told(NotTaken::incomplete), 2u);
+    EXPECT_EQ(told(NotTaken::no_memory), 1u);
+    fragment(3, 2, 40000);
+    EXPECT_EQ(told(NotTaken::no_memory), 1u) << "once a sample";
+    fragment(4, 1);
+    fragment(4, 2);
+    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{4}));
+}
+
+TEST_F(BestEffortReaderTest, IncompleteSamplesAreCountedWhateverEndsThem) {
     fragment(1, 1);
     fragment(2, 1);
-    fragment(3, 1); // 3 times 20 bytes do not fit in 45
-    fragment(1, 2);
-    EXPECT_TRUE(numbers.empty());
-    fragment(3, 2);
-    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{3}));
+    fragment(3, 1);
+    fragment(2, 2);
+    EXPECT_EQ(told(NotTaken::incomplete), 1u) << "passed by a later one";
+    now += seconds(4);
+    timers.run(now);
+    EXPECT_EQ(told(NotTaken::incomplete), 2u) << "given up";
+    fragment(4, 1);
+    reader.remove_writer({prefix(2), kWriter});
+    EXPECT_EQ(told(NotTaken::incomplete), 3u) << "parted from";
 }
 
 TEST_F(BestEffortReaderTest, UnfinishedSamplesAreGivenUpAfterAWhile) {
@@ -111,9 +142,84 @@ TEST_F(BestEffortReaderTest, UnfinishedSamplesAreGivenUpAfterAWhile) {
     EXPECT_TRUE(numbers.empty());
 }
 
+constexpr SequenceNumber kFar = SequenceNumber{1} << 40;
+
+TEST_F(BestEffortReaderTest, OneNumberFarAheadHidesNothing) {
+    data(1);
+    data(kFar);
+    data(kFar);
+    fragment(kFar, 1, 10);
+    data(2);
+    data(kFar + 6);
+    data(3);
+    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{1, 2, 3}));
+    EXPECT_EQ(lost, 0u);
+}
+
+TEST_F(BestEffortReaderTest, ARealJumpIsFollowed) {
+    data(1000000000);
+    data(1003000000);
+    data(1003000001);
+    fragment(1013000000, 1);
+    fragment(1013000000, 2);
+    fragment(1013000001, 1);
+    fragment(1013000001, 2);
+    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{1000000000, 1003000001, 1013000001}));
+}
+
+TEST_F(BestEffortReaderTest, AReaderThatWasLedAstrayReturns) {
+    data(1);
+    data(kFar);
+    data(kFar + 1);
+    ASSERT_EQ(numbers.back(), kFar + 1);
+    for (SequenceNumber n = 2; n <= 6; ++n) {
+        now += std::chrono::milliseconds(200);
+        data(n);
+        data(1); // was delivered
+    }
+    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{1, kFar + 1, 4, 5, 6}));
+}
+
+TEST_F(BestEffortReaderTest, AFirstNumberFarAheadDoesNotStay) {
+    data(kFar);
+    for (SequenceNumber n = 7; n <= 10; ++n) {
+        now += std::chrono::milliseconds(200);
+        data(n);
+    }
+    EXPECT_EQ(numbers, (std::vector<SequenceNumber>{kFar, 9, 10}));
+}
+
+TEST_F(BestEffortReaderTest, AShortJumpDoesNotStayEither) {
+    data(1);
+    data(500);
+    data(1000);
+    for (SequenceNumber n = 2; n <= 1005; ++n) {
+        now += std::chrono::milliseconds(100);
+        data(n);
+    }
+    EXPECT_EQ(numbers.size(), 3u + (1005 - 4) - 1);
+    EXPECT_EQ(std::count(numbers.begin(), numbers.end(), 1000), 1) << "nothing twice";
+}
+
+TEST_F(BestEffortReaderTest, RepeatedPacketsDoNotBringItBack) {
+    for (SequenceNumber n = 1; n <= 10; ++n)
+        data(n);
+    for (SequenceNumber n = 3000000; n <= 3000010; ++n)
+        data(n);
+    const std::vector<SequenceNumber> before = numbers;
+    for (SequenceNumber n = 1; n <= 10; ++n) {
+        now += std::chrono::milliseconds(200);
+        data(n);
+        data(3000000 + n);
+    }
+    EXPECT_EQ(numbers, before);
+}
+
 TEST_F(BestEffortReaderTest, OversizedSamplesAreToldAndSkipped) {
-    fragment(1, 1, 101);
-    EXPECT_EQ(oversized, 1);
+    fragment(1, 1, 50001);
+    fragment(1, 2, 50001);
+    EXPECT_GE(oversized, 1);
+    EXPECT_EQ(told(NotTaken::too_large), 1u);
     data(2);
     EXPECT_EQ(numbers, (std::vector<SequenceNumber>{2}));
 }

@@ -51,6 +51,7 @@ class ParticipantTest : public ::testing::Test {
         if (directed)
             writer.add_info_destination(prefix(1));
         fill(writer);
+        received_bytes += writer.size();
         participant->receive(writer.view(), udpv4(from, source_port), now());
     }
     void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
@@ -78,6 +79,29 @@ class ParticipantTest : public ::testing::Test {
     }
     void announce(const ParticipantData& data) {
         send_data(data.guid.prefix.bytes[11], entity::participant_writer, ++announcements, encode(data));
+    }
+    /// All subscriptions below this number, or asks again for some of them.
+    void acknowledge(uint8_t from, SequenceNumber base, const std::vector<SequenceNumber>& missing = {},
+                     int times = 1) {
+        receive(from, [&](MessageWriter& writer) {
+            AckNack acknack;
+            acknack.reader = entity::subscriptions_reader;
+            acknack.writer = entity::subscriptions_writer;
+            acknack.missing.base = base;
+            for (const SequenceNumber number : missing)
+                acknack.missing.insert(number);
+            acknack.final = missing.empty();
+            for (int i = 0; i < times; ++i) {
+                acknack.count = ++acknowledgements;
+                writer.add_acknack(acknack);
+            }
+        });
+    }
+    size_t bytes_sent_to(const Locator& locator) const {
+        size_t bytes = 0;
+        for (const auto& message : output.messages)
+            bytes += message.destination == locator ? message.bytes.size() : 0;
+        return bytes;
     }
     EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
         EndpointData data;
@@ -119,6 +143,8 @@ class ParticipantTest : public ::testing::Test {
 
     MonotonicTime time = std::chrono::seconds(1);
     SequenceNumber announcements = 0;
+    Count acknowledgements = 0;
+    size_t received_bytes = 0;
     uint32_t source_port = 50000; // that others send from
     ParticipantConfig config;
     CapturedOutput output;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <numeric>
 #include <utility>
 
 #include "protocol/participant_fixture.h"
@@ -89,6 +91,118 @@ TEST_F(ParticipantTest, ANewParticipantIsAnsweredAtOnceAndAskedForItsEndpoints) 
     output.messages.clear();
     announce(remote(2)); // known: no answer
     EXPECT_TRUE(output.messages.empty());
+}
+
+class UnansweredAddress : public ParticipantTest {
+  protected:
+    /// With so many readers to tell of, and a participant whose address is that of another.
+    void start_with_readers(uint32_t count) {
+        config.secret_begin = 4711;
+        start();
+        run_until(time + seconds(1));
+        for (uint32_t i = 0; i < count; ++i)
+            EXPECT_TRUE(participant->add_reader(publication(1, (i << 8) + 7), {}, sink, now()));
+        output.messages.clear();
+        received_bytes = 0;
+        ParticipantData data = remote(2);
+        data.lease = kDurationInfinite;
+        announce(data);
+    }
+    SilentReader sink;
+};
+
+TEST_F(UnansweredAddress, GetsAtMostThreeTimesWhatCameAndThenNothing) {
+    start_with_readers(100);
+    run_until(time + seconds(600));
+    EXPECT_GT(bytes_sent_to(udpv4(2)), 0u);
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    output.messages.clear();
+    run_until(time + seconds(600));
+    EXPECT_EQ(bytes_sent_to(udpv4(2)), 0u);
+}
+
+TEST_F(UnansweredAddress, GetsNoMoreForRequestsThatNameNothingOfWhatWasSent) {
+    start_with_readers(100);
+    std::vector<SequenceNumber> all(256);
+    std::iota(all.begin(), all.end(), 1);
+    acknowledge(2, 1, all, 1000);
+    acknowledge(2, 1);
+    acknowledge(2, 101);
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 4000u);
+}
+
+TEST_F(UnansweredAddress, IsConfirmedByAnAcknowledgementOfWhatWasSent) {
+    start_with_readers(100);
+    acknowledge(2, 4712);
+    output.messages.clear();
+    std::vector<SequenceNumber> all(100);
+    std::iota(all.begin(), all.end(), 4712);
+    acknowledge(2, 4712, all);
+    EXPECT_GT(bytes_sent_to(udpv4(2)), 10000u);
+    output.messages.clear();
+    acknowledge(2, 4712, all, 1000);
+    run_until(time + milliseconds(99));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 1000u);
+}
+
+TEST_F(UnansweredAddress, IsNotConfirmedByGuesses) {
+    start_with_readers(100);
+    for (SequenceNumber guess = 4700; guess < 4720; ++guess)
+        acknowledge(2, guess);
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+}
+
+TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
+    start_with_readers(100);
+    const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {
+        receive(2, [&](MessageWriter& writer) {
+            Heartbeat submessage;
+            submessage.writer = entity::publications_writer;
+            submessage.first = first;
+            submessage.last = last;
+            submessage.count = count;
+            writer.add_heartbeat(submessage);
+        });
+    };
+    for (Count i = 1; i < 200; i += 2) {
+        heartbeat(1, 10, i);
+        heartbeat(1, 0, i + 1);
+    }
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+}
+
+TEST_F(ParticipantTest, WhatOneAnswerCostsDoesNotGrowWithTheParticipants) {
+    config.secret_begin = 4711;
+    const auto seconds_for = [this](uint32_t others) {
+        start();
+        for (uint32_t i = 0; i < others; ++i) {
+            ParticipantData data = remote(2);
+            data.guid.prefix.bytes[1] = static_cast<uint8_t>(1 + i / 250);
+            data.guid.prefix.bytes[2] = static_cast<uint8_t>(1 + i % 250);
+            data.lease = kDurationInfinite;
+            MessageWriter writer(data.guid.prefix, 60000);
+            const ByteBuffer payload = encode(data);
+            Data announcement;
+            announcement.writer = entity::participant_writer;
+            announcement.sequence_number = 1;
+            announcement.has_payload = true;
+            announcement.payload = payload;
+            writer.add_data(announcement);
+            participant->receive(writer.view(), udpv4(2), now());
+        }
+        announce(remote(3));
+        output.messages.clear();
+        const auto begin = std::chrono::steady_clock::now();
+        for (int i = 0; i < 20000; ++i)
+            acknowledge(3, 4712);
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+    const double few = seconds_for(10);
+    EXPECT_LT(seconds_for(5000), 10 * few);
 }
 
 TEST_F(ParticipantTest, OnlyTheBuiltinEndpointsThatItHasAreTalkedTo) {
@@ -257,6 +371,47 @@ TEST_F(ParticipantTest, AReaderAnnouncedAsAWriterIsRefused) {
     EXPECT_EQ(recorder.warnings.size(), 1u);
 }
 
+TEST_F(ParticipantTest, EntitiesOfOtherKindsAreToldOfAndNeverMatched) {
+    SilentReader sink;
+    start();
+    EndpointData reader = publication(1, 0x107);
+    ASSERT_TRUE(participant->add_reader(reader, {}, recorder.sink_of(reader.guid), now()));
+    announce(remote(2));
+    SequenceNumber number = 0;
+    for (const uint32_t kind : {0x01u, 0x0bu, 0x0cu, 0x0du, 0x0eu, 0x3cu, 0x3du}) {
+        const EndpointData data = publication(2, 0x900 | kind);
+        send_data(2, entity::publications_writer, ++number, encode(data));
+        ASSERT_EQ(recorder.endpoints.count(data.guid), 1u);
+        EXPECT_TRUE(recorder.endpoints.at(data.guid)->is_writer);
+    }
+    const EndpointData data = publication(2, 0x901);
+    send_data(2, entity::subscriptions_writer, 1, encode(data)); // the same as a reader
+    EXPECT_TRUE(recorder.endpoints.at(data.guid)->is_writer);
+    EXPECT_TRUE(recorder.matches.empty());
+    EXPECT_TRUE(recorder.contradictions.empty());
+    receive(
+        2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, ++number, data.guid); });
+    EXPECT_EQ(recorder.endpoints.size(), 6u);
+}
+
+TEST_F(ParticipantTest, AddressesThatReachNobodyAreShownAndNotUsed) {
+    start();
+    ParticipantData data = remote(2);
+    data.metatraffic_unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2)};
+    announce(data);
+    EXPECT_EQ(recorder.participants.at(prefix(2)).metatraffic_unicast, data.metatraffic_unicast);
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(2)}));
+    output.messages.clear();
+    SilentReader sink;
+    ASSERT_TRUE(participant->add_reader(publication(1, 0x107), {}, sink, now()));
+    output.messages.clear();
+    EndpointData writer = publication(2);
+    writer.unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2, 5555)};
+    send_data(2, entity::publications_writer, 1, encode(writer));
+    EXPECT_EQ(*recorder.endpoints.at(writer.guid)->unicast, writer.unicast);
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(2, 5555)}));
+}
+
 TEST_F(ParticipantTest, AnIgnoredParticipantIsGoneForGood) {
     start();
     announce(remote(2));
@@ -311,6 +466,7 @@ TEST_F(ParticipantTest, AFarewellDisposesEverything) {
     config.initial_announcements = 1;
     start();
     announce(remote(2));
+    acknowledge(2, 1);
     SilentReader sink;
     EndpointData data = publication(1, 0x107);
     ASSERT_TRUE(participant->add_reader(data, {}, sink, now()));

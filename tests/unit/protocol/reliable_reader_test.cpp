@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/captured_output.h"
+#include "support/allocation_counter.h"
 
 namespace meridian::rtps::test {
 namespace {
@@ -32,14 +33,15 @@ class Observer final : public ReaderObserver {
     int restarts = 0;
     std::vector<size_t> oversized;
     void on_writer_restarted(const Guid&) override { ++restarts; }
-    void on_oversized_sample(const Guid&, size_t size) override { oversized.push_back(size); }
+    void on_oversized_sample(const Guid&, size_t size, size_t) override { oversized.push_back(size); }
 };
 
 class ReliableReaderTest : public ::testing::Test {
   protected:
-    void make(bool is_volatile, ReliableReader::Limits limits = {}, VendorId vendor = {}) {
-        reader = std::make_unique<ReliableReader>(kReader, is_volatile, ReaderConfig{}, limits, sink,
-                                                  observer, batcher, timers);
+    void make(bool is_volatile, ReliableReader::Limits limits = {}, VendorId vendor = {},
+              const ReaderConfig& config = {}) {
+        reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
+                                                  batcher, timers);
         reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor}, now);
     }
     void data(SequenceNumber number, size_t size = 8) {
@@ -108,6 +110,7 @@ class ReliableReaderTest : public ::testing::Test {
     TimerQueue timers;
     Sink sink;
     Observer observer;
+    MemoryBudget memory{20000};
     std::unique_ptr<ReliableReader> reader;
 };
 
@@ -255,6 +258,8 @@ TEST_F(ReliableReaderTest, HeartbeatCountsWrapAround) {
     heartbeat_with_count(1, 0, 0x7fffffff, true);
     heartbeat_with_count(1, 1, static_cast<Count>(0x80000000u));
     EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {1}"}));
+    make(false);
+    sent();
     heartbeat_with_count(1, 2, -1);
     EXPECT_EQ(sent_after(milliseconds(10)), (Lines{"ACKNACK 1 {1 2}"}));
     heartbeat_with_count(1, 3, 0);
@@ -298,6 +303,7 @@ TEST_F(ReliableReaderTest, GapsMoveOnWithoutLoss) {
 
 TEST_F(ReliableReaderTest, AGapAheadCountsWhenItsTurnComes) {
     make(false);
+    heartbeat(1, 4);
     gap(2, 4);
     data(4);
     EXPECT_TRUE(sink.numbers.empty());
@@ -305,12 +311,35 @@ TEST_F(ReliableReaderTest, AGapAheadCountsWhenItsTurnComes) {
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 4}));
 }
 
-TEST_F(ReliableReaderTest, AHugeGapFarAheadCostsLittle) {
-    make(false);
+TEST_F(ReliableReaderTest, GapsCostNothingForTheirNumbers) {
+    make(false, ReliableReader::Limits{5000, &memory});
+    heartbeat(1, SequenceNumber{1} << 40);
+    sent();
+    const uint64_t before = ::test::thread_allocations();
+    for (SequenceNumber n = 2000; n > 0; --n)
+        gap(10000 * n, 10000 * n + 4096, {10000 * n + 4098, 10000 * n + 4100});
+    EXPECT_LE(::test::thread_allocations() - before, 2050u) << "2000 of them are the test's own";
     gap(2, SequenceNumber{1} << 40);
     data(1);
-    heartbeat(1, SequenceNumber{1} << 40);
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1}));
+    data(SequenceNumber{1} << 40);
+    EXPECT_EQ(sink.numbers.size(), 2u) << "all between was a gap";
+    EXPECT_EQ(memory.used(), 0u);
+}
+
+TEST_F(ReliableReaderTest, GapsThatWereForgottenAreAskedForAgain) {
+    make(false);
+    heartbeat(1, 2000);
+    sent();
+    for (SequenceNumber n = 1000; n > 0; --n)
+        gap(2 * n, 2 * n + 1);
+    for (SequenceNumber n = 1; n < 2000; n += 2)
+        data(n);
+    EXPECT_EQ(sink.numbers.back(), 2 * SequenceNumber{NumberIntervals::kMost} + 1);
+    heartbeat(1, 2000);
+    const Lines lines = sent_after(milliseconds(10));
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].rfind("ACKNACK 514 {514 516 ", 0), 0u) << lines[0];
 }
 
 TEST_F(ReliableReaderTest, AVolatileReaderStartsAtTheFirstHeartbeat) {
@@ -452,7 +481,7 @@ TEST_F(ReliableReaderTest, AHeartbeatFragIsAnsweredForWhatWasSent) {
 }
 
 TEST_F(ReliableReaderTest, AnOversizedSampleIsLostAndTheNextOneComes) {
-    make(false, ReliableReader::Limits{100, 1000});
+    make(false, ReliableReader::Limits{100, &memory});
     fragment(1, 1, 101);
     EXPECT_EQ(observer.oversized, (std::vector<size_t>{101}));
     EXPECT_EQ(sink.lost, 1u);
@@ -461,7 +490,7 @@ TEST_F(ReliableReaderTest, AnOversizedSampleIsLostAndTheNextOneComes) {
 }
 
 TEST_F(ReliableReaderTest, MemoryIsBoundedAndNothingIsLostByIt) {
-    make(false, ReliableReader::Limits{5000, 10000});
+    make(false, ReliableReader::Limits{5000, &memory});
     sent();
     for (SequenceNumber n = 2; n <= 100; ++n)
         data(n, 1000);
@@ -477,6 +506,54 @@ TEST_F(ReliableReaderTest, MemoryIsBoundedAndNothingIsLostByIt) {
         data(n, 1000);
     EXPECT_EQ(sink.numbers.size(), 100u);
     EXPECT_EQ(sink.lost, 0u);
+}
+
+TEST_F(ReliableReaderTest, UnfinishedSamplesAreGivenUpAndAskedForAgain) {
+    make(false, ReliableReader::Limits{5000, &memory});
+    fragment(1, 1);
+    heartbeat(1, 1);
+    EXPECT_EQ(sent_after(seconds(2)), (Lines{"ACKNACK 1 {}", "NACK_FRAG 1 {2 3}"}));
+    fragment(1, 1, 26);
+    EXPECT_EQ(sent_after(seconds(1)), (Lines{"ACKNACK 1 {1}"})) << "all of it";
+    EXPECT_LE(memory.used(), 1000u);
+    for (FragmentNumber n = 1; n <= 3; ++n)
+        fragment(1, n, 26);
+    EXPECT_EQ(sink.sizes, (std::vector<size_t>{26}));
+}
+
+TEST_F(ReliableReaderTest, SamplesOutOfOrderAreMovedAndNotCopied) {
+    make(false);
+    for (FragmentNumber number = 1; number <= 3; ++number)
+        fragment(2, number, 150000, 50000);
+    data(1);
+    EXPECT_EQ(sink.sizes, (std::vector<size_t>{8, 150000}));
+}
+
+TEST_F(ReliableReaderTest, ABuiltinReaderHoldsLittle) {
+    ReaderConfig config;
+    config.builtin_peer = BuiltinPeer{};
+    make(false, {}, {}, config);
+    const size_t before = MemoryBudget::of_process().used();
+    const size_t heap = ::test::heap_bytes();
+    for (SequenceNumber n = 2; n < 3000; ++n)
+        data(n, 1000);
+    EXPECT_LE(::test::heap_bytes() - heap, ReliableReader::kBuiltinMemory);
+    EXPECT_EQ(MemoryBudget::of_process().used(), before);
+    fragment(1, 1, ReliableReader::kLargestAnnouncement + 1, 50000);
+    EXPECT_EQ(observer.oversized.size(), 1u) << "nothing waits for it";
+    EXPECT_GT(sink.numbers.size(), 100u);
+}
+
+TEST_F(ReliableReaderTest, TheLargestAnnouncementFindsRoom) {
+    ReaderConfig config;
+    config.builtin_peer = BuiltinPeer{};
+    make(false, {}, {}, config);
+    for (SequenceNumber n = 2; n < 3000; ++n)
+        data(n, 1000);
+    for (FragmentNumber n = 1; n * 50000 < ReliableReader::kLargestAnnouncement + 50000; ++n)
+        fragment(1, n, ReliableReader::kLargestAnnouncement, 50000);
+    ASSERT_FALSE(sink.sizes.empty());
+    EXPECT_EQ(sink.sizes[0], ReliableReader::kLargestAnnouncement);
 }
 
 TEST_F(ReliableReaderTest, ASampleThatMustNotBeReadIsLost) {
@@ -510,6 +587,138 @@ TEST_F(ReliableReaderTest, NumbersBeyondReasonAreNotBelieved) {
     EXPECT_EQ(sent_after(milliseconds(1)), Lines{});
     data(1);
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1}));
+}
+
+constexpr SequenceNumber kFar = SequenceNumber{1} << 40;
+
+TEST_F(ReliableReaderTest, OneMessageFarAheadHidesNothing) {
+    for (const bool is_volatile : {false, true}) {
+        make(is_volatile);
+        sink = {};
+        count = 0;
+        heartbeat(1, 0);
+        data(1);
+        heartbeat(1, 1);
+        sent_after(milliseconds(100));
+        data(kFar);
+        fragment(kFar, 1, 10);
+        gap(1, kFar);
+        gap(2, kFar, {kFar + 1});
+        heartbeat_with_count(kFar, kFar, 1 << 30);
+        for (const std::string& line : sent_after(milliseconds(100)))
+            EXPECT_EQ(line, "ACKNACK 1 {}") << "asks, and acknowledges nothing that it has not got";
+        for (SequenceNumber n = 2; n <= 10; ++n) {
+            data(n);
+            heartbeat(1, n);
+            EXPECT_EQ(sent_after(milliseconds(100)),
+                      (Lines{"ACKNACK " + std::to_string(n + 1) + " {} final"}));
+        }
+        EXPECT_EQ(sink.numbers.size(), 10u);
+        EXPECT_EQ(sink.lost, 0u);
+        EXPECT_EQ(sent_after(seconds(10)), Lines{});
+    }
+    EXPECT_EQ(observer.restarts, 0);
+}
+
+TEST_F(ReliableReaderTest, TheWriterIsAskedWhenAHeartbeatIsInDoubt) {
+    make(false);
+    heartbeat(1, 1);
+    data(1);
+    sent_after(milliseconds(1));
+    heartbeat_with_count(kFar, kFar, 1 << 30);
+    EXPECT_EQ(sent_after(milliseconds(100)), (Lines{"ACKNACK 1 {}"}));
+    heartbeat_with_count(kFar, kFar, 1 << 30);
+    EXPECT_EQ(sent_after(milliseconds(1)), Lines{}) << "not more often than it is sensible";
+    EXPECT_EQ(sent_after(milliseconds(100)), (Lines{"ACKNACK 1 {}"}));
+    heartbeat(1, 1, true);
+    EXPECT_EQ(sent_after(seconds(10)), Lines{}) << "answered";
+    heartbeat_with_count(kFar, kFar, 1 << 30);
+    size_t asked = 0;
+    for (int i = 0; i < 100; ++i)
+        asked += sent_after(milliseconds(100)).size();
+    EXPECT_GE(asked, 5u);
+    EXPECT_LE(asked, 11u) << "not for ever";
+    EXPECT_EQ(timers.next_deadline(), kNever);
+}
+
+TEST_F(ReliableReaderTest, WhatIsKnownCanFallAgain) {
+    make(false);
+    heartbeat(1, 0);
+    heartbeat(1, 5000);
+    EXPECT_EQ(sent().size(), 1u);
+    heartbeat(1, 0);
+    EXPECT_LE(sent_after(milliseconds(100)).size(), 2u);
+    heartbeat(1, 0, true);
+    EXPECT_EQ(observer.restarts, 1);
+    sent_after(milliseconds(100));
+    EXPECT_EQ(sent_after(seconds(10)), Lines{});
+}
+
+TEST_F(ReliableReaderTest, AReaderThatWasLedAstrayReturns) {
+    for (const bool is_volatile : {false, true}) {
+        make(is_volatile);
+        sink = {};
+        count = 0;
+        heartbeat(1, 0);
+        data(1);
+        heartbeat(1, 1);
+        // Numbers that a writer may well reach.
+        heartbeat_with_count(1000, 1000, count + 3);
+        sent_after(milliseconds(1));
+        for (SequenceNumber n = 2; n <= 40; ++n) {
+            data(n);
+            heartbeat(1, n);
+            sent_after(milliseconds(100));
+        }
+        // The reader asks for what it did not take.
+        for (SequenceNumber n = 2; n <= 40; ++n)
+            data(n);
+        ASSERT_EQ(sink.numbers.size(), 40u);
+        EXPECT_TRUE(std::is_sorted(sink.numbers.begin(), sink.numbers.end()));
+    }
+    EXPECT_EQ(observer.restarts, 0);
+}
+
+TEST_F(ReliableReaderTest, ARealJumpIsFollowed) {
+    make(true);
+    heartbeat(1, 1000000000);
+    data(1000000001);
+    now += seconds(10);
+    count += 100000;
+    heartbeat(1003000000, 1003000010);
+    heartbeat(1003000000, 1003000010);
+    sent_after(milliseconds(100));
+    heartbeat(1003000000, 1003000010);
+    for (SequenceNumber n = 1003000000; n <= 1003000010; ++n)
+        data(n);
+    EXPECT_EQ(sink.numbers.size(), 12u);
+    EXPECT_EQ(sink.lost, 2999998u);
+}
+
+TEST_F(ReliableReaderTest, EverySampleOfASecondLifeIsTaken) {
+    for (const bool is_volatile : {false, true}) {
+        make(is_volatile);
+        sink = {};
+        count = 0;
+        heartbeat(1, 0);
+        for (SequenceNumber n = 1; n <= 500; ++n) {
+            data(n);
+            heartbeat(1, n, true);
+        }
+        const MonotonicTime begun = now += seconds(3);
+        observer.restarts = 0;
+        Count second = 0;
+        for (SequenceNumber n = 1; observer.restarts == 0; ++n) {
+            data(n);
+            heartbeat_with_count(1, n, ++second);
+            sent_after(milliseconds(100));
+            ASSERT_LT(now, begun + seconds(1));
+        }
+        const SequenceNumber written = second;
+        for (SequenceNumber n = 1; n <= written; ++n)
+            data(n);
+        EXPECT_EQ(static_cast<SequenceNumber>(sink.numbers.size()), 500 + written);
+    }
 }
 
 TEST_F(ReliableReaderTest, ARemovedWriterIsForgotten) {

@@ -42,6 +42,11 @@ class ReliableWriterTest : public ::testing::Test {
         request.inline_qos.status_info = status;
         return writer->write(request, Now{now, {1, 0}}).value_or(0);
     }
+    SequenceNumber write_for(uint8_t participant) {
+        WriteRequest request;
+        request.only_for = prefix(participant);
+        return writer->write(request, Now{now, {1, 0}}).value_or(0);
+    }
     void acknack(const Guid& reader, SequenceNumber base, std::vector<SequenceNumber> missing = {},
                  bool final = true) {
         acknack_with_count(reader, base, missing, final, ++count);
@@ -206,8 +211,39 @@ TEST_F(ReliableWriterTest, RepeatedAndOldAcknowledgementsAreIgnored) {
     acknack_with_count(reader_guid(2), 1, {1}, false, 5);
     acknack_with_count(reader_guid(2), 1, {1}, false, 4);
     EXPECT_EQ(sent(), Lines{});
+    now += milliseconds(100);
     acknack_with_count(reader_guid(2), 1, {1}, false, 6);
     EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
+}
+
+TEST_F(ReliableWriterTest, WhatIsAskedForAgainAndAgainIsSentOncePerPeriod) {
+    make(Durability::transient_local);
+    for (int i = 0; i < 4; ++i)
+        write();
+    add_reader(reader_guid(2), true);
+    sent();
+    const Lines answer{"DATA 1", "DATA 2", "HEARTBEAT 1..4"};
+    for (int i = 0; i < 1000; ++i)
+        acknack(reader_guid(2), 1, {1, 2}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "DATA 2", "HEARTBEAT 1..4", "HEARTBEAT 1..4"}));
+    // What was not asked for yet does not wait.
+    acknack(reader_guid(2), 1, {1, 2, 3}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 3", "HEARTBEAT 1..4"}));
+    now += milliseconds(100);
+    sent();
+    acknack(reader_guid(2), 1, {1, 2}, false);
+    EXPECT_EQ(sent(), answer);
+}
+
+TEST_F(ReliableWriterTest, RequestsForAHeartbeatAreAnsweredOncePerPeriod) {
+    make(Durability::transient_local);
+    write();
+    add_reader(reader_guid(2), true);
+    sent();
+    for (int i = 0; i < 1000; ++i)
+        acknack(reader_guid(2), 1, {}, false);
+    EXPECT_EQ(sent(), (Lines{"HEARTBEAT 1..1"}));
+    EXPECT_EQ(sent_after(milliseconds(100)), (Lines{"HEARTBEAT 1..1"}));
 }
 
 TEST_F(ReliableWriterTest, AcknowledgementCountsWrapAround) {
@@ -216,6 +252,7 @@ TEST_F(ReliableWriterTest, AcknowledgementCountsWrapAround) {
     add_reader(reader_guid(2), true);
     sent();
     acknack_with_count(reader_guid(2), 1, {1}, false, 0x7fffffff);
+    now += milliseconds(100);
     acknack_with_count(reader_guid(2), 1, {1}, false, static_cast<Count>(0x80000000u));
     EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1", "DATA 1", "HEARTBEAT 1..1"}));
 }
@@ -349,6 +386,33 @@ TEST_F(ReliableWriterTest, LivelinessIsAssertedByAHeartbeat) {
     sent();
     writer->assert_liveliness();
     EXPECT_EQ(sent(), (Lines{"HEARTBEAT 1..0 final liveliness"}));
+}
+
+TEST_F(ReliableWriterTest, WhatIsForOneParticipantReachesNoOther) {
+    make(Durability::volatile_, HistoryKind::keep_last, 2);
+    add_reader(reader_guid(2));
+    add_reader(reader_guid(3));
+    acknack(reader_guid(2), 1);
+    acknack(reader_guid(3), 1);
+    sent();
+    EXPECT_EQ(write_for(2), 1);
+    batcher.flush();
+    ASSERT_EQ(output.messages.size(), 1u);
+    EXPECT_EQ(output.messages[0].destination, udpv4(2));
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
+    // The first stays unacknowledged; the next is the first that the other one hears of.
+    EXPECT_EQ(write_for(3), 2);
+    batcher.flush();
+    ASSERT_EQ(output.messages.size(), 1u);
+    EXPECT_EQ(output.messages[0].destination, udpv4(3));
+    EXPECT_EQ(sent(), (Lines{"DATA 2", "HEARTBEAT 2..2"}));
+    acknack(reader_guid(3), 3);
+    EXPECT_EQ(sent(), Lines{});
+    acknack(reader_guid(2), 1, {1, 2});
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "GAP 2..2 {}", "HEARTBEAT 1..2"}));
+    for (int i = 0; i < 5; ++i)
+        write_for(2);
+    EXPECT_EQ(writer->kept_samples(), 2u) << "those that nobody acknowledges make room";
 }
 
 } // namespace

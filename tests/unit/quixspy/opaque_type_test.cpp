@@ -121,6 +121,21 @@ TEST(OpaqueSample, ReusesItsBufferWhileTheNextCopyFits) {
     EXPECT_EQ(sample.record.stream->bufferLength, 100u);
 }
 
+TEST(OpaqueSample, TellsWhatItTakesAndGivesALargeBufferBack) {
+    Sample sample;
+    const size_t empty = DynamicTypePlugin_get_sample_memory(&sample.record);
+    ASSERT_TRUE(sample.copy(Bytes(12, 0)));
+    const size_t small = DynamicTypePlugin_get_sample_memory(&sample.record);
+    EXPECT_GT(small, empty);
+    EXPECT_LT(small, 250u);
+    ASSERT_TRUE(sample.copy(Bytes(60000, 0)));
+    EXPECT_GT(DynamicTypePlugin_get_sample_memory(&sample.record), 59000u);
+    ASSERT_TRUE(sample.copy(Bytes(20000, 0)));
+    EXPECT_GT(DynamicTypePlugin_get_sample_memory(&sample.record), 59000u) << "the buffer is kept";
+    ASSERT_TRUE(sample.copy(Bytes(12, 0)));
+    EXPECT_EQ(DynamicTypePlugin_get_sample_memory(&sample.record), small);
+}
+
 TEST(OpaqueSample, NullSourceEmptiesIt) {
     Sample sample;
     EXPECT_TRUE(DynamicType_copy_cdr_stream(&sample.record.stream, nullptr, true));

@@ -211,6 +211,22 @@ TEST(Contents, KeepWithinTheSizesOfTheType) {
     EXPECT_TRUE(sample.payload().empty());
 }
 
+TEST(Contents, SamplesThatWaitTakeLittleMoreThanTheirBytes) {
+    DDS_DynamicDataTypeProperty_t property = DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT;
+    property.serialization.min_size_serialized = 4096;
+    property.serialization.trim_to_size = true;
+    const auto corpus = test::read_corpus("cyclone.corpus");
+    const auto context =
+        std::make_shared<DynamicContext>(test::build_type(corpus.front()), "topic", property);
+    DynamicSample sample;
+    ASSERT_TRUE(sample.assign(context, rtps::ByteBuffer(12)));
+    EXPECT_LT(sample.memory(), 200u);
+    ASSERT_TRUE(sample.assign(context, rtps::ByteBuffer(60000)));
+    EXPECT_GT(sample.memory(), 60000u);
+    ASSERT_TRUE(sample.assign(context, rtps::ByteBuffer(12)));
+    EXPECT_LT(sample.memory(), 200u);
+}
+
 // Samples of applications that announce no type are shown through a document as if they had announced it.
 TEST(Contents, AreTheSameThroughATypeDocument) {
     TypeDocuments documents;

@@ -130,8 +130,14 @@ class RecordedPeer : public ::testing::TestWithParam<const char*> {
             for (const TypeHash& asked : requests[0].hashes)
                 EXPECT_EQ(count_of(asked, recording.replies[i]), 1) << "round " << i;
             EXPECT_TRUE(resolver->take_outcomes().empty()) << "round " << i;
-            resolver->take(recording.replies[i], now);
+            reply(i, requests[0].number);
         }
+    }
+    /// The reply of the recording, to that request.
+    void reply(size_t i, int64_t request) {
+        TypeLookupReply copy = recording.replies[i];
+        copy.request_number = request;
+        resolver->take(copy, recording.publication.participant, now);
     }
     void expect_found() {
         EXPECT_TRUE(resolver->take_requests().empty());
@@ -173,14 +179,16 @@ TEST_P(RecordedPeer, ALostRequestIsRepeatedInEveryRound) {
         for (size_t i = 0; i < recording.replies.size(); ++i) {
             auto requests = resolver->take_requests();
             ASSERT_EQ(requests.size(), 1u);
+            int64_t number = requests[0].number;
             if (i == lost) {
                 now += milliseconds(200);
                 resolver->on_timer(now);
                 const auto again = resolver->take_requests();
                 ASSERT_EQ(again.size(), 1u) << "round " << i;
                 EXPECT_EQ(again[0].hashes, requests[0].hashes);
+                number = again[0].number;
             }
-            resolver->take(recording.replies[i], now);
+            reply(i, number);
         }
         expect_found();
     }
@@ -189,9 +197,9 @@ TEST_P(RecordedPeer, ALostRequestIsRepeatedInEveryRound) {
 TEST_P(RecordedPeer, AReplyThatComesTwiceDoesNoHarm) {
     create();
     EXPECT_FALSE(announce());
-    for (const TypeLookupReply& reply : recording.replies) {
-        resolver->take(reply, now);
-        resolver->take(reply, now);
+    for (size_t i = 0; i < recording.replies.size(); ++i) {
+        reply(i, static_cast<int64_t>(i) + 1);
+        reply(i, static_cast<int64_t>(i) + 1);
     }
     resolver->take_requests();
     expect_found();
@@ -204,7 +212,7 @@ TEST_P(RecordedPeer, APeerThatFallsSilentIsGivenUpAfterTwoSeconds) {
         EXPECT_FALSE(announce());
         const rtps::MonotonicTime begin = now;
         for (size_t i = 0; i < answers; ++i)
-            resolver->take(recording.replies[i], now);
+            reply(i, static_cast<int64_t>(i) + 1);
         while (now < begin + milliseconds(1900)) {
             now += milliseconds(100);
             resolver->on_timer(now);

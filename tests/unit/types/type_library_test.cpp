@@ -124,6 +124,50 @@ TEST(TypeLibrary, TypesThatReferToEachOther) {
     }
 }
 
+TEST(TypeLibrary, TheHashOfACycleCoversAllOfIt) {
+    // First with zeros where the two refer to each other, since that is what their hash is made of.
+    const auto objects = [](const TypeHash& base, rtps::Endianness order) {
+        TypeHash first = base;
+        TypeHash second = base;
+        first.component_index = 1;
+        second.component_index = 2;
+        return std::vector<ByteBuffer>{
+            structure("First", {{"seconds", sequence_of(TypeIdentifier::of(second))}}, {}, order),
+            structure("Second", {{"first", sequence_of(TypeIdentifier::of(first))}}, {}, order)};
+    };
+    TypeHash hash = in_cycle(1);
+    hash.bytes = {};
+    const auto unnamed = objects(hash, rtps::Endianness::little);
+    ByteBuffer all;
+    ByteWriter writer(all, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
+    delimited(writer, [&] {
+        writer.write(uint32_t{2});
+        for (const ByteBuffer& object : unnamed) {
+            writer.align(4);
+            writer.write_bytes(object);
+        }
+    });
+    // Some peers leave the length out.
+    for (const size_t start : {size_t{0}, size_t{4}}) {
+        const auto digest = md5({all.data() + start, all.size() - start});
+        std::copy_n(digest.begin(), hash.bytes.size(), hash.bytes.begin());
+        for (rtps::Endianness order : {rtps::Endianness::little, rtps::Endianness::big}) {
+            TypeLibrary library;
+            const auto named = objects(hash, order);
+            for (int32_t index : {1, 2}) {
+                hash.component_index = index;
+                EXPECT_EQ(library.add_genuine(hash, named[static_cast<size_t>(index) - 1], order),
+                          TypeLibrary::Added::yes);
+            }
+            EXPECT_TRUE(library.forged_cycles(TypeIdentifier::of(hash)).empty());
+            library.remove(hash);
+            library.add_genuine(hash, structure("Third", {{"first", sequence_of(TypeIdentifier::of(hash))}}),
+                                rtps::Endianness::little);
+            EXPECT_EQ(library.forged_cycles(TypeIdentifier::of(hash)), std::vector<TypeHash>{hash});
+        }
+    }
+}
+
 TEST(TypeLibrary, TheSameObjectIsKeptOnce) {
     TypeLibrary library;
     const ByteBuffer bytes = structure("S", {{"a", primitive(tk::kByte)}});

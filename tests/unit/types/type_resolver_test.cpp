@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 #include "types/corpus.h"
 
@@ -31,20 +33,37 @@ class TypeResolverTest : public ::testing::Test {
     }
 
     TypeResolver::Answer announce(const std::string& name, uint8_t from, uint32_t entity = 0x103,
-                                  bool answers = true) {
+                                  bool answers = true, TypeResolver::Asker asker = 0) {
         rtps::EndpointData data;
         data.guid = {participant(from), rtps::EntityId{entity}};
         data.participant = data.guid.prefix;
         data.type_name = name;
         data.type_information = type(name).information;
         data.raw_endianness = rtps::Endianness::little;
-        return resolver->resolve(data, answers, now);
+        return resolver->resolve(data, answers, now, asker);
+    }
+    /// A publication with a type of its own.
+    TypeResolver::Answer announce_unknown(uint8_t from, uint32_t number, uint32_t size = 100) {
+        rtps::EndpointData data;
+        data.guid = {participant(from), rtps::EntityId{3 + ((number + 1) << 8)}};
+        data.participant = data.guid.prefix;
+        data.type_name = "Unknown";
+        data.type_information = type("corpus::Integers").information;
+        const std::array<uint8_t, 2> complete{0xf2, 0x0c};
+        const auto at = std::search(data.type_information.begin(), data.type_information.end(),
+                                    complete.begin(), complete.end());
+        EXPECT_NE(at, data.type_information.end());
+        std::memcpy(&*at + 1, &number, sizeof number);
+        std::memcpy(&*at + 16, &size, sizeof size);
+        data.raw_endianness = rtps::Endianness::little;
+        return resolver->resolve(data, true, now);
     }
 
     /// Answers a request with those objects of the corpus that it names, one reply for each where
     /// `one_by_one`.
     void answer(const TypeResolver::Request& request, bool one_by_one = false) {
         TypeLookupReply reply;
+        reply.request_number = request.number;
         for (const TypeHash& hash : request.hashes) {
             for (const test::CorpusType& entry : corpus) {
                 std::vector<TypeObjectPair> pairs;
@@ -58,11 +77,11 @@ class TypeResolverTest : public ::testing::Test {
                 break;
             }
             if (one_by_one) {
-                resolver->take(reply, now);
-                reply = {};
+                resolver->take(reply, request.asked, now);
+                reply.types.clear();
             }
         }
-        resolver->take(reply, now);
+        resolver->take(reply, request.asked, now);
     }
 
     /// Answers everything until there is nothing left to ask; the number of requests.
@@ -163,7 +182,7 @@ TEST_F(TypeResolverTest, EachParticipantThatAnnouncesTheTypeIsAskedInTurn) {
     now += milliseconds(200);
     resolver->on_timer(now);
     EXPECT_EQ(resolver->take_requests().at(0).asked, participant(2));
-    resolver->participant_gone(participant(2));
+    resolver->participant_gone(participant(2), now);
     now += milliseconds(200);
     resolver->on_timer(now);
     EXPECT_EQ(resolver->take_requests().at(0).asked, participant(1));
@@ -186,7 +205,7 @@ TEST_F(TypeResolverTest, SilentPeerIsGivenUpAfterTwoSecondsAndNotAskedAgain) {
     ASSERT_TRUE(later) << "an update of the publication does not wait again";
     EXPECT_FALSE(*later);
     // A restarted participant gets a new chance.
-    resolver->participant_gone(participant(1));
+    resolver->participant_gone(participant(1), now);
     EXPECT_FALSE(announce("corpus::Integers", 1));
 }
 
@@ -219,7 +238,7 @@ TEST_F(TypeResolverTest, PublicationsStopWaitingWhenAllParticipantsThatAnswerAre
     create();
     EXPECT_FALSE(announce("corpus::Integers", 1));
     EXPECT_FALSE(announce("corpus::Integers", 2, 0x103, false)); // waits for what 1 says
-    resolver->participant_gone(participant(1));
+    resolver->participant_gone(participant(1), now);
     EXPECT_TRUE(announce("corpus::Integers", 3, 0x103, false));
     now += std::chrono::seconds(2);
     resolver->on_timer(now);
@@ -257,13 +276,15 @@ TEST_F(TypeResolverTest, TypeAboveTheLimitIsRefusedOnceAndSaysSo) {
 TEST_F(TypeResolverTest, ObjectsThatWereNotAskedForAreNotKept) {
     create();
     TypeLookupReply all;
+    all.request_number = 1;
     test::read_objects(type("corpus::Nested"), all.types);
-    resolver->take(all, now);
+    resolver->take(all, participant(1), now);
     ASSERT_FALSE(announce("corpus::Nested", 1));
     const auto root = resolver->take_requests();
     ASSERT_EQ(root.size(), 1u);
+    EXPECT_EQ(root[0].number, 1);
     EXPECT_EQ(root[0].hashes.size(), 1u);
-    resolver->take(all, now);
+    resolver->take(all, participant(1), now);
     const auto rest = resolver->take_requests();
     ASSERT_EQ(rest.size(), 1u) << "what the root rests on was not asked for yet";
     EXPECT_EQ(rest[0].hashes.size(), 2u);
@@ -276,16 +297,43 @@ TEST_F(TypeResolverTest, ObjectThatIsNotWhatItsHashSaysIsRefused) {
     ASSERT_FALSE(announce("corpus::Integers", 1));
     const auto request = resolver->take_requests();
     TypeLookupReply forged;
+    forged.request_number = request.at(0).number;
     test::read_objects(type("corpus::Floats"), forged.types);
     for (TypeObjectPair& pair : forged.types)
         pair.id = TypeIdentifier::of(request.at(0).hashes.at(0));
-    resolver->take(forged, now);
+    resolver->take(forged, participant(1), now);
     EXPECT_TRUE(resolver->take_outcomes().empty());
     answer(request[0]);
     const auto outcomes = resolver->take_outcomes();
     ASSERT_EQ(outcomes.size(), 1u);
     ASSERT_TRUE(outcomes[0].type);
     EXPECT_TRUE(equal(*outcomes[0].type, *test::build_type(type("corpus::Integers"))));
+}
+
+TEST_F(TypeResolverTest, ObjectWithGarbageInItsPaddingIsTaken) {
+    create();
+    ASSERT_FALSE(announce("corpus::Integers", 1));
+    const auto request = resolver->take_requests();
+    TypeLookupReply reply;
+    reply.request_number = request.at(0).number;
+    test::read_objects(type("corpus::Integers"), reply.types);
+    std::vector<rtps::ByteBuffer> objects;
+    for (TypeObjectPair& pair : reply.types) {
+        objects.emplace_back(pair.object.begin(), pair.object.end());
+        // The first name ends with one octet of padding behind it, before the length of the members.
+        const std::string name = "corpus::Integers";
+        const auto at = std::search(objects.back().begin(), objects.back().end(), name.begin(), name.end());
+        if (at != objects.back().end()) {
+            const size_t end = static_cast<size_t>(at - objects.back().begin()) + name.size() + 1;
+            ASSERT_NE(end % 4, 0u);
+            objects.back()[end] = 0x5a;
+        }
+        pair.object = objects.back();
+    }
+    resolver->take(reply, participant(1), now);
+    const auto outcomes = resolver->take_outcomes();
+    ASSERT_EQ(outcomes.size(), 1u);
+    EXPECT_TRUE(outcomes[0].type);
 }
 
 TEST_F(TypeResolverTest, TypeThatIsLargerThanAnnouncedIsGivenUpAtOnce) {
@@ -328,6 +376,123 @@ TEST_F(TypeResolverTest, TypeThatIsLargerThanAnnouncedIsGivenUpAtOnce) {
         ASSERT_EQ(outcomes.size(), 1u);
         EXPECT_FALSE(outcomes[0].type);
     }
+}
+
+TEST_F(TypeResolverTest, AnswersCountFromWhoWasAskedOnly) {
+    create();
+    ASSERT_FALSE(announce("corpus::Integers", 1));
+    const auto requests = resolver->take_requests();
+    ASSERT_EQ(requests.size(), 1u);
+    TypeResolver::Request other = requests[0];
+    other.asked = participant(2);
+    answer(other);
+    other = requests[0];
+    ++other.number;
+    answer(other);
+    EXPECT_TRUE(resolver->take_outcomes().empty());
+    answer(requests[0]);
+    EXPECT_EQ(resolver->take_outcomes().size(), 1u);
+}
+
+TEST_F(TypeResolverTest, UnknownTypesOfOneParticipantDoNotKeepOthersWaiting) {
+    create();
+    size_t most = 0;
+    size_t sent = 0;
+    std::vector<TypeResolver::Request> requests;
+    const auto collect = [&](std::chrono::milliseconds time) {
+        for (const auto end = now + time; now < end; now += milliseconds(20)) {
+            resolver->on_timer(now);
+            auto more = resolver->take_requests();
+            most = std::max(most, more.size());
+            sent += more.size();
+            requests.insert(requests.end(), more.begin(), more.end());
+        }
+    };
+    for (uint32_t i = 0; i < 12000; ++i)
+        announce_unknown(1, i);
+    collect(milliseconds(0));
+    EXPECT_FALSE(announce("corpus::Integers", 2));
+    EXPECT_LE(resolver->take_requests().size(), RequestPacer::kFirstWindow + 1u);
+    collect(milliseconds(4000));
+    EXPECT_LE(sent, 200u) << "one that never answers is asked ever less";
+    EXPECT_TRUE(std::any_of(requests.begin(), requests.end(),
+                            [](const auto& request) { return request.asked == participant(2); }));
+    EXPECT_GE(resolver->take_outcomes().size(), 12000u);
+    EXPECT_EQ(resolver->next_deadline(), rtps::kNever);
+    resolver->participant_gone(participant(1), now);
+    EXPECT_FALSE(announce("corpus::Floats", 2));
+    ASSERT_EQ(resolver->take_requests().size(), 1u);
+}
+
+TEST_F(TypeResolverTest, ManySilentParticipantsShareALimit) {
+    create();
+    size_t sent = 0;
+    for (uint32_t i = 0; i < 200; ++i) {
+        for (uint32_t type = 0; type < 20; ++type)
+            announce_unknown(static_cast<uint8_t>(10 + i), 1000 * i + type);
+    }
+    sent += resolver->take_requests().size();
+    EXPECT_LE(sent, size_t{RequestPacer::kMostUnderWay});
+    for (const auto end = now + milliseconds(1000); now < end; now += milliseconds(5)) {
+        resolver->on_timer(now);
+        sent += resolver->take_requests().size();
+    }
+    EXPECT_LE(sent, 1000u + RequestPacer::kBurst);
+}
+
+TEST_F(TypeResolverTest, MemoryIsGivenBack) {
+    const size_t before = MemoryBudget::of_process().used();
+    create();
+    for (uint32_t i = 0; i < 1000; ++i)
+        announce_unknown(1, i);
+    for (const test::CorpusType& entry : corpus) {
+        announce(entry.name, 2);
+        answer_all();
+    }
+    EXPECT_GT(MemoryBudget::of_process().used(), before + 500000);
+    resolver->participant_gone(participant(2), now);
+    EXPECT_FALSE(announce("corpus::Nested", 3)) << "who told it is gone, and the type with it";
+    resolver->participant_gone(participant(3), now);
+    resolver->participant_gone(participant(1), now);
+    now += std::chrono::seconds(3);
+    resolver->on_timer(now);
+    EXPECT_EQ(MemoryBudget::of_process().used(), before);
+}
+
+TEST_F(TypeResolverTest, ParticipantsOfThisProcessShareWhatWasFound) {
+    create();
+    EXPECT_FALSE(announce("corpus::Integers", 1, 0x103, true, 1));
+    EXPECT_FALSE(announce("corpus::Integers", 1, 0x103, true, 2));
+    EXPECT_FALSE(announce("corpus::Integers", 1, 0x103, true, 3));
+    resolver->asker_gone(2, now);
+    const auto requests = resolver->take_requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].asker, 1u);
+    answer(requests[0]);
+    const auto outcomes = resolver->take_outcomes();
+    ASSERT_EQ(outcomes.size(), 2u);
+    EXPECT_EQ(outcomes[0].asker, 1u);
+    EXPECT_EQ(outcomes[1].asker, 3u);
+    resolver->participant_gone(participant(1), now, 1);
+    EXPECT_TRUE(announce("corpus::Integers", 1, 0x203, true, 3)) << "3 still knows the participant";
+    resolver->asker_gone(1, now);
+    EXPECT_TRUE(announce("corpus::Integers", 1, 0x303, true, 3));
+    resolver->participant_gone(participant(1), now, 3);
+    EXPECT_FALSE(announce("corpus::Integers", 1, 0x103, true, 3));
+}
+
+TEST_F(TypeResolverTest, TypesThatAreTooLargeAreToldAFewTimesAndCounted) {
+    create();
+    ::testing::internal::CaptureStderr();
+    for (uint32_t i = 0; i < 4000; ++i)
+        announce_unknown(1, i, 1000000);
+    now += std::chrono::seconds(61);
+    resolver->on_timer(now);
+    announce_unknown(1, 4000, 1000000);
+    resolver->participant_gone(participant(1), now);
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 7) << log;
+    EXPECT_NE(log.find(" 3995 more types of participant"), std::string::npos) << log;
 }
 
 TEST_F(TypeResolverTest, PartialAnswersAddUp) {

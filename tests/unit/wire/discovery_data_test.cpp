@@ -357,7 +357,7 @@ TEST(EndpointData, InfiniteDurationsOfAllSortsAreOne) {
     EXPECT_EQ(decoded->qos.lifespan, kDurationInfinite);
 }
 
-TEST(EndpointData, UdpLocatorsThatReachNobodyAreLeftOut) {
+TEST(EndpointData, LocatorsAreThoseThatWereAnnounced) {
     const ByteBuffer payload = minimal_endpoint(kWriterGuid, [](ParameterListWriter& list) {
         add_words(list, pid::unicast_locator, {0, 0, 0, 0, 0, 0});
         for (const uint32_t port : {0u, 65535u, 65536u}) {
@@ -371,9 +371,84 @@ TEST(EndpointData, UdpLocatorsThatReachNobodyAreLeftOut) {
     std::string error;
     const auto decoded = decode_endpoint(payload, true, error);
     ASSERT_TRUE(decoded) << error;
-    ASSERT_EQ(decoded->unicast.size(), 2u);
+    ASSERT_EQ(decoded->unicast.size(), 4u);
     EXPECT_EQ(decoded->unicast[0].kind, kLocatorReserved);
-    EXPECT_EQ(decoded->unicast[1], udp4(1, 2, 3, 4, 65535));
+    EXPECT_EQ(decoded->unicast[1], udp4(1, 2, 3, 4, 0));
+    EXPECT_EQ(decoded->unicast[2], udp4(1, 2, 3, 4, 65535));
+    EXPECT_EQ(decoded->unicast[3].port, 65536u);
+}
+
+TEST(EndpointData, EntitiesOfOtherKindsAreWhatTheyAreAnnouncedAs) {
+    std::string error;
+    for (const uint32_t kind : {0x01u, 0x0bu, 0x0cu, 0x0du, 0x0eu, 0x3cu, 0x3du}) {
+        const Guid guid{kWriterGuid.prefix, EntityId{0x100 | kind}};
+        for (const bool is_writer : {true, false}) {
+            const auto decoded = decode_endpoint(minimal_endpoint(guid, [](auto&) {}), is_writer, error);
+            ASSERT_TRUE(decoded) << error;
+            EXPECT_EQ(decoded->is_writer(), is_writer);
+        }
+    }
+    EXPECT_FALSE(decode_endpoint(minimal_endpoint(kWriterGuid, [](auto&) {}), false, error));
+    EXPECT_FALSE(decode_endpoint(minimal_endpoint(kParticipantGuid, [](auto&) {}), true, error));
+}
+
+/// The bytes that a list of values takes beside itself.
+template <typename T>
+size_t kept_by(const std::vector<T>& values) {
+    return values.capacity() * sizeof(T);
+}
+
+// What a few bytes announce must not take many times as many for as long as its announcer lives.
+TEST(EndpointData, WideAnnouncementsAreKeptInAFewTimesTheirBytes) {
+    std::string error;
+    const auto strings_of = [](uint16_t id, uint32_t count, const ByteBuffer& each) {
+        return [=](ParameterListWriter& list) {
+            list.add(id, [&](ByteWriter& writer) {
+                writer.write(count);
+                for (uint32_t i = 0; i < count; ++i)
+                    writer.write_bytes(each);
+            });
+        };
+    };
+    const ByteBuffer nothing(4);
+    const ByteBuffer empty{1, 0, 0, 0, 0, 0, 0, 0};
+    for (const auto& [count, each] : {std::pair(15000u, nothing), std::pair(7500u, empty)}) {
+        const ByteBuffer names =
+            minimal_endpoint(kWriterGuid, strings_of(pid::partition, count, each), Endianness::little);
+        const auto decoded = decode_endpoint(names, true, error);
+        ASSERT_TRUE(decoded) << error;
+        EXPECT_EQ(decoded->qos.partitions, (std::vector<std::string>{""}));
+        const ByteBuffer properties =
+            minimal_endpoint(kWriterGuid,
+                             strings_of(pid::property_list, count / 2,
+                                        [&] {
+                                            ByteBuffer both = each;
+                                            both.insert(both.end(), each.begin(), each.end());
+                                            return both;
+                                        }()),
+                             Endianness::little);
+        const auto with_properties = decode_endpoint(properties, true, error);
+        ASSERT_TRUE(with_properties) << error;
+        EXPECT_TRUE(with_properties->properties.empty());
+    }
+    ByteBuffer names = minimal_endpoint(kWriterGuid, [](ParameterListWriter& list) {
+        list.add(pid::partition, [](ByteWriter& writer) {
+            writer.write(7400u);
+            for (uint32_t i = 0; i < 7400; ++i)
+                writer.write_string(std::to_string(i % 1000));
+        });
+    });
+    const auto distinct = decode_endpoint(names, true, error);
+    ASSERT_TRUE(distinct) << error;
+    EXPECT_EQ(distinct->qos.partitions.size(), 1000u);
+    EXPECT_EQ(distinct->qos.partitions[999], "999");
+    const ByteBuffer unknown = minimal_endpoint(kWriterGuid, [](ParameterListWriter& list) {
+        for (int i = 0; i < 15000; ++i)
+            list.add_bytes(0x8123, ByteView());
+    });
+    const auto raw = decode_endpoint(unknown, true, error);
+    ASSERT_TRUE(raw) << error;
+    EXPECT_LE(kept_by(raw->raw), unknown.size());
 }
 
 TEST(EndpointData, OversizedParametersAreLeftOutOfTheList) {

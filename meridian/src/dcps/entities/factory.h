@@ -38,6 +38,7 @@ class FactoryImpl final : public DDSDomainParticipantFactory {
 
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     const std::shared_ptr<DeliveryThread> delivery_;
+    const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
     Mutex mutex_;
     DDS_DomainParticipantFactoryQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<ParticipantImpl>> participants_ MERIDIAN_GUARDED_BY(mutex_);

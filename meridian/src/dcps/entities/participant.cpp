@@ -1,6 +1,7 @@
 #include "dcps/entities/participant.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "dcps/entities/publisher.h"
@@ -24,11 +25,14 @@ bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQ
 ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                  const rtps::GuidPrefix& prefix,
                                  std::shared_ptr<rtps::net::OwnParticipants> own,
-                                 std::shared_ptr<DeliveryThread> delivery, ProfileSource profiles)
+                                 std::shared_ptr<DeliveryThread> delivery,
+                                 std::shared_ptr<types::SharedTypeResolvers> type_resolvers,
+                                 ProfileSource profiles)
     : EntityImpl(discovery::participant_guid(prefix)),
       domain_id_(domain_id),
       own_(std::move(own)),
       delivery_(std::move(delivery)),
+      type_resolvers_(std::move(type_resolvers)),
       profiles_(std::move(profiles)),
       store_(partitions_of(qos)),
       builtin_subscriber_(*this),
@@ -36,6 +40,8 @@ ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParti
 
 ParticipantImpl::~ParticipantImpl() {
     delete_contained_entities();
+    if (type_lookup_ != nullptr)
+        type_lookup_->detach();
 }
 
 bool ParticipantImpl::check(std::string& error) {
@@ -104,10 +110,11 @@ bool ParticipantImpl::open(std::string& error) {
     if (runtime == nullptr)
         return false;
     types::TypeResolver::Settings types;
-    types.max_type_size =
-        static_cast<uint64_t>(std::max(qos_.resource_limits.type_code_max_serialized_length, 0));
+    const DDS_Long limit = qos_.resource_limits.type_code_max_serialized_length;
+    types.max_type_size = limit == DDS_LENGTH_UNLIMITED ? std::numeric_limits<uint64_t>::max()
+                                                        : static_cast<uint64_t>(std::max(limit, 0));
     type_lookup_ = std::make_unique<types::TypeLookupClient>(
-        types,
+        type_resolvers_->with(types),
         [documents = profiles_()](const std::string& type_name) { return documents->type(type_name); });
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
     runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {
@@ -115,8 +122,10 @@ bool ParticipantImpl::open(std::string& error) {
             participant.ignore_participant(prefix, now);
         type_lookup_->attach(*runtime, participant, now);
     });
-    if (!runtime->start(error))
+    if (!runtime->start(error)) {
+        type_lookup_->detach();
         return false;
+    }
     runtime_ = std::move(runtime);
     running_.store(runtime_.get(), std::memory_order_release);
     MERIDIAN_LOG_LOCAL("dcps", "participant %s of domain %d, index %u, on %s",

@@ -23,6 +23,7 @@
 #include "discovery/discovery_store.h"
 #include "meridian/domain_participant.h"
 #include "platform/mutex.h"
+#include "platform/seeded_hash.h"
 #include "qos/profile_store.h"
 #include "rtps/net/runtime.h"
 #include "types/lookup/type_lookup_client.h"
@@ -43,10 +44,11 @@ using ProfileSource = std::function<std::shared_ptr<const qos::ProfileStore>()>;
 /// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
-    /// Opens nothing. `own` and `delivery` are shared by all participants.
+    /// Opens nothing. `own`, `delivery` and `type_resolvers` are shared by all participants.
     ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                     const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
-                    std::shared_ptr<DeliveryThread> delivery, ProfileSource profiles);
+                    std::shared_ptr<DeliveryThread> delivery,
+                    std::shared_ptr<types::SharedTypeResolvers> type_resolvers, ProfileSource profiles);
     /// Leaves the domain.
     ~ParticipantImpl() override;
 
@@ -176,6 +178,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     const DDS_DomainId_t domain_id_;
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     const std::shared_ptr<DeliveryThread> delivery_;
+    const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
     const ProfileSource profiles_;
     discovery::DiscoveryStore store_;
     std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on
@@ -190,7 +193,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// Where the default reader QoS came from, for the readers of single topics.
     std::optional<Profile> reader_profile_ MERIDIAN_GUARDED_BY(mutex_);
     Topics topics_ MERIDIAN_GUARDED_BY(mutex_);
-    std::unordered_map<std::string, TopicImpl*> topics_by_name_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unordered_map<std::string, TopicImpl*, SeededHash> topics_by_name_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t topics_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     Groups<SubscriberImpl> subscribers_ MERIDIAN_GUARDED_BY(mutex_);
     Groups<PublisherImpl> publishers_ MERIDIAN_GUARDED_BY(mutex_);

@@ -15,7 +15,6 @@ namespace {
 /// User samples of tens of megabytes (images, point clouds) are common enough; a few of them may be on their
 /// way to one reader at the same time.
 constexpr size_t kLargestSample = size_t{64} << 20;
-constexpr size_t kReassemblyMemory = size_t{256} << 20;
 
 constexpr const char* kDomainTagProperty = "dds.domain_participant.domain_tag";
 constexpr const char* kTransportPropertyPrefix = "dds.transport.";
@@ -121,7 +120,6 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
     participant.announce_period =
         rtps::to_duration(discovery::to_wire(qos.discovery_config.participant_liveliness_assert_period));
     participant.max_sample_size = kLargestSample;
-    participant.max_reassembly_memory = kReassemblyMemory;
     config.peers = discovery::to_strings(qos.discovery.initial_peers);
     config.own_participants = own;
     return config;

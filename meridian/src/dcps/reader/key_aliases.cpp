@@ -1,31 +1,57 @@
 #include "dcps/reader/key_aliases.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 #include <utility>
 
 namespace meridian::dcps {
 
-size_t KeyAliases::Hasher::operator()(const rtps::KeyHash& key) const noexcept {
-    // What differs is mostly a digest, so that any part of it spreads.
-    size_t part = 0;
-    std::memcpy(&part, key.data(), sizeof part);
-    return part;
-}
-
 void KeyAliases::note(const rtps::Guid& writer, const rtps::KeyHash& sent, const rtps::KeyHash& key) {
-    const auto known = writers_.find(writer);
+    const auto of_writer = writers_.find(writer);
+    Alias* alias = nullptr;
+    if (of_writer != writers_.end()) {
+        const auto known = of_writer->second.find(sent);
+        alias = known != of_writer->second.end() ? &known->second : nullptr;
+    }
     if (sent == key) {
         // Nothing to keep, unless the hash meant something else before.
-        if (known != writers_.end())
-            known->second.erase(sent);
+        if (alias != nullptr)
+            drop(*alias);
         return;
     }
-    auto& aliases = known != writers_.end() ? known->second : writers_[writer];
-    if (aliases.size() >= kMaxPerWriter && aliases.count(sent) == 0)
-        aliases.clear();
-    aliases[sent] = key;
+    if (alias != nullptr) {
+        by_use_.remove(*alias, &Alias::by_use);
+    } else {
+        while (count_ >= kMost || !share_.take(kBytes)) {
+            if (count_ == 0)
+                return;
+            drop(*by_use_.first());
+        }
+        OfWriter& aliases = writers_[writer];
+        const auto made = aliases.try_emplace(sent).first;
+        alias = &made->second;
+        alias->sent = &made->first;
+        alias->of_writer = &aliases;
+        ++count_;
+    }
+    alias->key = key;
+    by_use_.append(*alias, &Alias::by_use);
+}
+
+void KeyAliases::drop(Alias& alias) {
+    by_use_.remove(alias, &Alias::by_use);
+    alias.of_writer->erase(rtps::KeyHash(*alias.sent));
+    share_.give_back(kBytes);
+    --count_;
+}
+
+void KeyAliases::forget(const rtps::Guid& writer) {
+    const auto known = writers_.find(writer);
+    if (known == writers_.end())
+        return;
+    while (!known->second.empty())
+        drop(known->second.begin()->second);
+    writers_.erase(known);
 }
 
 rtps::KeyHash KeyAliases::instance_of(const rtps::Guid& writer, const rtps::KeyHash& sent) const {
@@ -33,7 +59,7 @@ rtps::KeyHash KeyAliases::instance_of(const rtps::Guid& writer, const rtps::KeyH
     if (known == writers_.end())
         return sent;
     const auto alias = known->second.find(sent);
-    return alias == known->second.end() ? sent : alias->second;
+    return alias == known->second.end() ? sent : alias->second.key;
 }
 
 std::unique_ptr<KeyForms> KeyForms::of(const DDS_TypeCode* type) {

@@ -9,6 +9,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dcps/reader/instances.h"
+#include "platform/memory_budget.h"
+#include "platform/seeded_hash.h"
 #include "rtps/wire/types.h"
 #include "types/data/key_hasher.h"
 
@@ -16,20 +19,36 @@ namespace meridian::dcps {
 
 class KeyAliases {
   public:
-    /// Kept for each writer; a writer with more starts anew.
-    static constexpr size_t kMaxPerWriter = size_t{1} << 18;
+    /// Kept for one reader, as many as instances; the longest unused one is forgotten for a further one, or
+    /// when memory is short. It goes when its instance does: both are used by the same samples.
+    static constexpr size_t kMost = Instances::kMost;
+
+    /// The budget must outlive this.
+    explicit KeyAliases(MemoryBudget& budget = MemoryBudget::of_process()) : share_(budget) {}
 
     /// The writer sent a sample of instance `key` with a hash of its own.
     void note(const rtps::Guid& writer, const rtps::KeyHash& sent, const rtps::KeyHash& key);
     /// The instance that the writer means by a hash: `sent` itself when nothing else is known.
     rtps::KeyHash instance_of(const rtps::Guid& writer, const rtps::KeyHash& sent) const;
-    void forget(const rtps::Guid& writer) { writers_.erase(writer); }
+    void forget(const rtps::Guid& writer);
 
   private:
-    struct Hasher {
-        size_t operator()(const rtps::KeyHash& key) const noexcept;
+    struct Alias;
+    using OfWriter = std::unordered_map<rtps::KeyHash, Alias, SeededHash>;
+    struct Alias {
+        rtps::KeyHash key{};
+        const rtps::KeyHash* sent = nullptr;
+        OfWriter* of_writer = nullptr;
+        Links<Alias> by_use;
     };
-    std::unordered_map<rtps::Guid, std::unordered_map<rtps::KeyHash, rtps::KeyHash, Hasher>> writers_;
+    static constexpr size_t kBytes = sizeof(rtps::KeyHash) + sizeof(Alias) + 4 * sizeof(void*);
+
+    void drop(Alias& alias);
+
+    MemoryShare share_;
+    std::unordered_map<rtps::Guid, OfWriter> writers_;
+    Chain<Alias> by_use_;
+    size_t count_ = 0;
 };
 
 /// The hashes by which a writer may know the instances of its samples although it sends none with them: Fast

@@ -7,17 +7,18 @@
 // View and instance state are those of the moment at which the sample arrived, not of the moment at which it
 // is read: a watcher of the topic wants to know which sample created the instance and which one modified it.
 //
-// Samples are opaque here: pointers that come from the reader's type plugin and go back to SampleOwner.
+// Samples are opaque here: pointers that come from the reader's type plugin and go back to SampleOwner. All
+// that is kept is taken from the reader's share of memory; where that is used up, the longest unused
+// instances are forgotten first, and then the oldest samples.
 
-#include <array>
-#include <deque>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
+#include "dcps/reader/instances.h"
 #include "meridian/qos.h"
 #include "meridian/sample_info.h"
+#include "platform/memory_budget.h"
 #include "rtps/protocol/times.h"
 
 namespace meridian::dcps {
@@ -47,7 +48,7 @@ struct Change {
     DDS_SampleIdentity_t related_identity;
     DDS_UnsignedLong flag = 0;
     void* sample = nullptr; // adopted by the cache when it stores the change; null without data
-    size_t bytes = 0;       // serialized size of the sample, for the limit on memory
+    size_t bytes = 0;       // that the sample takes
 };
 
 class ReaderCache {
@@ -60,20 +61,18 @@ class ReaderCache {
         DDS_DestinationOrderQosPolicyKind destination_order = DDS_BY_RECEPTION_TIMESTAMP_DESTINATIONORDER_QOS;
         rtps::Duration minimum_separation{0}; // of the samples of one instance
         rtps::Duration deadline = rtps::kNever;
-        /// Serialized bytes held at most; beyond it the oldest samples go, however deep the history is. A
-        /// terminal that stands still must not make the process eat all memory.
-        size_t maximum_bytes = size_t{256} << 20;
     };
 
     enum class Verdict {
         stored,
         filtered,         // not for this reader: time-based filter, ownership, destination order, nothing new
+        lost,             // no memory, even without all that waited; counted as overwritten
         rejected_samples, // resource limits; the sample is lost
         rejected_instances,
         rejected_samples_per_instance,
     };
 
-    struct Entry;
+    using Entry = CacheEntry;
 
     /// Samples handed to a caller, in order of reception. `samples[i]` is null where infos[i] has no valid
     /// data.
@@ -92,8 +91,8 @@ class ReaderCache {
         std::optional<rtps::KeyHash> instance; // only samples of this one
     };
 
-    /// `owner` must outlive the cache.
-    ReaderCache(const Settings& settings, SampleOwner& owner);
+    /// `owner` and `share` must outlive the cache.
+    ReaderCache(const Settings& settings, SampleOwner& owner, MemoryShare& share);
     /// Releases all samples, those of batches that were never returned included.
     ~ReaderCache();
     ReaderCache(const ReaderCache&) = delete;
@@ -103,9 +102,11 @@ class ReaderCache {
     void update(const Settings& settings);
 
     /// A writer that matches now, with its ownership strength; a known one takes the new strength.
-    void add_writer(const rtps::Guid& writer, int32_t strength);
+    void add_writer(const rtps::Guid& writer, int32_t strength) {
+        instances_.writer(writer).strength = strength;
+    }
     /// The writer does not match any more: its strength is forgotten. writer_gone comes first.
-    void forget_writer(const rtps::Guid& writer) { strengths_.erase(writer); }
+    void forget_writer(const rtps::Guid& writer) { instances_.forget_writer(writer); }
     /// The writer is gone or not alive: instances without another writer lose their last one, which is
     /// one sample without data each. True when such a sample was stored.
     bool writer_gone(const rtps::Guid& writer, DDS_Time_t when, rtps::MonotonicTime now);
@@ -122,7 +123,8 @@ class ReaderCache {
     /// The samples of the batch may be released; the batch is empty afterwards.
     void return_batch(Batch& batch);
 
-    bool knows_instance(const rtps::KeyHash& key) const { return instances_.count(key) != 0; }
+    /// False also for one that was forgotten: its next sample is new again.
+    bool knows_instance(const rtps::KeyHash& key) const { return instances_.knows(key); }
     /// The instance after `previous` (or the first one) in the order of their keys that holds a sample of
     /// `selection`.
     std::optional<rtps::KeyHash> next_instance(const std::optional<rtps::KeyHash>& previous,
@@ -133,47 +135,42 @@ class ReaderCache {
     /// Puts the instances that missed their deadline by now into `missed`, once per period.
     void on_timer(rtps::MonotonicTime now, std::vector<DDS_InstanceHandle_t>& missed);
 
-    size_t sample_count() const { return stored_; }
-    /// Samples with data that later ones pushed out before they were taken.
+    size_t sample_count() const { return count_; }
+    /// Samples with data that later ones pushed out before they were taken, or that found no memory.
     uint64_t overwritten() const { return overwritten_; }
 
   private:
-    struct Instance;
-    struct KeyHasher {
-        size_t operator()(const rtps::KeyHash& key) const noexcept;
-    };
-
-    Instance* find_or_create(const rtps::KeyHash& key);
-    bool admits(const Change& change, Instance& instance);
-    bool wins_ownership(const rtps::Guid& writer, Instance& instance);
+    bool take_memory(size_t bytes, const Instance* spared);
+    Instance* find_or_create(const rtps::KeyHash& key, Verdict& failure);
+    Verdict store(const Change& change, Instance& instance);
+    bool admits(const Change& change, Instance& instance, InstanceWriter& writer);
+    bool wins_ownership(const InstanceWriter& writer, Instance& instance);
     std::optional<Verdict> exceeded_limit(const Instance& instance) const;
-    void make_room(Instance& instance, size_t bytes);
-    Entry& append(Instance& instance, const Change& change, DDS_InstanceStateMask state);
+    void make_room(Instance& instance);
+    Entry* new_entry(size_t bytes, const Instance& instance);
+    bool append(Instance& instance, const Change& change, DDS_InstanceStateMask state);
     bool unregister(Instance& instance, const Change& change);
     void unlink(Entry& entry);
     void recycle(Entry& entry);
     void drop_oldest_of(Entry* entry);
-    void forget_if_idle(Instance& instance);
+    void settle(Instance& instance);
+    void forget(Instance& instance);
     bool collect(const Selection& selection, Batch& batch, bool remove);
     bool matches(const Entry& entry, const Selection& selection) const;
-    int32_t strength_of(const rtps::Guid& writer) const;
     void expect_next(Instance& instance, rtps::MonotonicTime due);
     void expect_nothing(Instance& instance);
 
     Settings settings_;
     SampleOwner& owner_;
-    std::unordered_map<rtps::KeyHash, std::unique_ptr<Instance>, KeyHasher> instances_;
-    std::unordered_map<rtps::Guid, int32_t> strengths_;
-    Entry* oldest_ = nullptr;
-    Entry* newest_ = nullptr;
-    size_t stored_ = 0;
-    size_t bytes_ = 0;
+    MemoryShare& share_;
+    Instances instances_;
+    Chain<Entry> stored_; // in order of reception
+    Chain<Entry> loaned_; // that were taken and not given back
+    size_t count_ = 0;    // of those that are stored
     uint64_t overwritten_ = 0;
     // Alive instances in order of their deadline. All periods are equal, so the last one written is due last.
-    Instance* first_due_ = nullptr;
-    Instance* last_due_ = nullptr;
-    std::deque<Entry> slab_; // grows only, so that addresses are stable
-    std::vector<Entry*> free_entries_;
+    Chain<Instance> by_due_;
+    std::vector<std::unique_ptr<Entry>> spare_entries_;
 };
 
 } // namespace meridian::dcps

@@ -73,6 +73,8 @@ SampleDecoder::Result SampleDecoder::decode(const rtps::Sample& sample, Change& 
         return Result::decoded;
     if (!deserialize(sample, change.sample))
         return Result::undecodable;
+    if (change.sample != nullptr)
+        change.bytes = stock_.memory_of(change.sample, change.bytes);
     return alive && change.sample == nullptr ? Result::ignored : Result::decoded;
 }
 

@@ -19,6 +19,7 @@ namespace {
 constexpr DDS_Long kInitialSamples = 16;
 /// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
 constexpr size_t kMostReceived = 64;
+constexpr size_t kMostBytesReceived = size_t{1} << 20;
 
 /// For one status: reads it and tells the listener.
 template <typename Status>
@@ -45,9 +46,11 @@ UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::
     : UserEndpoint(topic, std::move(type), guid, qos, kInitialSamples),
       subscriber_(subscriber),
       delivery_(delivery),
-      stock_(plugin(), plugin_data()),
+      share_(MemoryBudget::of_process()),
+      stock_(plugin(), plugin_data(), share_),
       decoder_(*type_, plugin_data(), stock_),
-      cache_(cache_settings(qos), stock_),
+      cache_(cache_settings(qos), stock_, share_),
+      withheld_(share_),
       notices_(status_condition(), delivery, *this) {}
 
 UserReader::~UserReader() {
@@ -64,6 +67,7 @@ UserReader::~UserReader() {
         }
     }
     tell_overwritten(true);
+    not_taken_.tell_totals(topic_.get_name());
 }
 
 bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
@@ -105,9 +109,10 @@ void UserReader::on_sample(const rtps::Sample& sample) {
     Received& received = received_.emplace_back();
     const SampleDecoder::Result result = decoder_.decode(sample, received.change);
     received.undecodable = result == SampleDecoder::Result::undecodable;
+    bytes_received_ += received.change.bytes;
     if (result == SampleDecoder::Result::ignored)
         received_.pop_back();
-    else if (received_.size() >= kMostReceived)
+    else if (received_.size() >= kMostReceived || bytes_received_ >= kMostBytesReceived)
         on_batch_end();
 }
 
@@ -131,6 +136,7 @@ void UserReader::store_received() {
             statuses |= store(received.change);
     }
     received_.clear();
+    bytes_received_ = 0;
     stock_.collect();
     stored(statuses);
 }
@@ -155,7 +161,7 @@ DDS_StatusMask UserReader::store(const Change& change) {
         case WithheldSamples::Added::no:
             return store_now(change);
         case WithheldSamples::Added::full:
-            return store_withheld(change.writer);
+            return store_withheld(change.writer) | store_now(change);
         case WithheldSamples::Added::yes:
             break;
     }
@@ -213,6 +219,10 @@ void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
     changed(statuses_.samples_lost(count));
 }
 
+void UserReader::on_not_taken(const rtps::Guid&, rtps::NotTaken reason, uint64_t count) {
+    not_taken_.add(topic_.get_name(), reason, count);
+}
+
 void UserReader::matched(const rtps::RemoteEndpoint& remote) {
     {
         MutexLock lock(mutex_);
@@ -260,10 +270,12 @@ void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vec
 bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
     const DDS_TypeCode* const own = plugin().typeCode;
     const DDS_TypeCode* const type = rtps::type_of(writer);
-    if (own == nullptr || type == nullptr)
+    if (own == nullptr)
         return true;
     {
         MutexLock lock(mutex_);
+        if (type == nullptr)
+            return !qos_.type_consistency.force_type_validation;
         if (qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
             return true;
     }

@@ -5,6 +5,7 @@
 
 #include "dcps/delivery/delivery_thread.h"
 #include "dcps/endpoints/user_endpoint.h"
+#include "dcps/reader/not_taken_report.h"
 #include "dcps/reader/reader_cache.h"
 #include "dcps/reader/reader_notices.h"
 #include "dcps/reader/reader_statuses.h"
@@ -104,13 +105,14 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void on_sample(const rtps::Sample& sample) override;
     void on_batch_end() override;
     void on_lost(const rtps::Guid& writer, uint64_t count) override;
+    void on_not_taken(const rtps::Guid& writer, rtps::NotTaken reason, uint64_t count) override;
     void matched(const rtps::RemoteEndpoint& remote) override;
     void unmatched(const rtps::Guid& remote) override;
     void match_changed(const rtps::RemoteEndpoint& remote) override;
     void incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) override;
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
-    /// at all.
+    /// at all. Where types must be validated, it must be known.
     bool accepts_type(const rtps::RemoteEndpoint& writer) override;
 
     // On a thread of the application, which takes the announcement of a writer.
@@ -162,14 +164,18 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     ReaderOwner& subscriber_;
     DeliveryThread& delivery_;
     DDSDataReader* face_ = nullptr;
+    /// What the stock, the cache and the withheld samples take. Used with the reader locked.
+    MemoryShare share_;
     SampleStock stock_;
     // Under the lock of the runtime.
     SampleDecoder decoder_;
+    NotTakenReport not_taken_;
     std::vector<Received> received_; // not stored yet
+    size_t bytes_received_ = 0;      // of those
 
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
-    ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
     WithheldSamples withheld_ MERIDIAN_GUARDED_BY(mutex_);
+    ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::MonotonicTime armed_ MERIDIAN_GUARDED_BY(mutex_) = rtps::kNever;
     std::vector<DDS_InstanceHandle_t> missed_ MERIDIAN_GUARDED_BY(mutex_); // deadlines, of the last timer
     uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;

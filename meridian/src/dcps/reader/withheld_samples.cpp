@@ -17,8 +17,12 @@ WithheldSamples::Added WithheldSamples::add(const Change& change) {
     if (found == writers_.end())
         return Added::no;
     Withheld& withheld = found->second;
+    const size_t bytes = sizeof change + change.bytes;
+    if (withheld.changes.size() >= kMost || !share_.take(bytes))
+        return Added::full;
+    withheld.bytes += bytes;
     withheld.changes.push_back(change);
-    return withheld.changes.size() < kMost ? Added::yes : Added::full;
+    return Added::yes;
 }
 
 bool WithheldSamples::add_end(const rtps::Guid& writer, const End& end) {
@@ -34,6 +38,7 @@ std::optional<WithheldSamples::Withheld> WithheldSamples::release(const rtps::Gu
     if (found == writers_.end())
         return std::nullopt;
     Withheld withheld = std::move(found->second);
+    share_.give_back(withheld.bytes);
     writers_.erase(found);
     if (writers_.empty())
         next_ = rtps::kNever;
@@ -45,6 +50,7 @@ std::vector<WithheldSamples::Withheld> WithheldSamples::release_due(rtps::Monoto
     next_ = rtps::kNever;
     for (auto writer = writers_.begin(); writer != writers_.end();) {
         if (writer->second.until <= now) {
+            share_.give_back(writer->second.bytes);
             due.push_back(std::move(writer->second));
             writer = writers_.erase(writer);
         } else {

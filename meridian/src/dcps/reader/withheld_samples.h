@@ -4,6 +4,7 @@
 // it gets its samples. A plain data structure: not thread-safe; the reader that owns it locks.
 
 #include <chrono>
+#include <deque>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -19,6 +20,12 @@ class WithheldSamples {
     /// Beyond this many samples of one writer they come all the same.
     static constexpr size_t kMost = 10000;
 
+    /// What is withheld is taken from the share, which must outlive this.
+    explicit WithheldSamples(MemoryShare& share) : share_(share) {}
+    ~WithheldSamples() { release_due(rtps::kNever); }
+    WithheldSamples(const WithheldSamples&) = delete;
+    WithheldSamples& operator=(const WithheldSamples&) = delete;
+
     struct End {
         DDS_Time_t when = DDS_TIME_INVALID;
         rtps::MonotonicTime received{0};
@@ -26,7 +33,8 @@ class WithheldSamples {
     /// Of one writer, in the order in which it happened.
     struct Withheld {
         rtps::Guid writer;
-        std::vector<Change> changes;
+        std::deque<Change> changes;
+        size_t bytes = 0;
         std::optional<End> end; // the writer is gone
         rtps::MonotonicTime until = rtps::kNever;
     };
@@ -37,7 +45,7 @@ class WithheldSamples {
     enum class Added {
         no, // the writer is not withheld
         yes,
-        full, // yes; the caller is to release it
+        full, // no; the caller is to release the writer, and what is added comes behind
     };
     Added add(const Change& change);
     /// Likewise for the end of the writer; true when it is withheld.
@@ -51,6 +59,7 @@ class WithheldSamples {
     rtps::MonotonicTime next_deadline() const { return next_; }
 
   private:
+    MemoryShare& share_;
     std::unordered_map<rtps::Guid, Withheld> writers_;
     rtps::MonotonicTime next_ = rtps::kNever;
 };

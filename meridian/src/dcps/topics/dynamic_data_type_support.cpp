@@ -99,6 +99,10 @@ void* get_sample(PRESTypePluginEndpointData data) {
 void return_sample(PRESTypePluginEndpointData data, void* sample) {
     PRESTypePluginDefaultEndpointData_returnSample(endpoint_of(data).samples, sample);
 }
+size_t sample_memory(const void* sample) {
+    return sizeof(DDS_DynamicData) + 2 * sizeof(void*) +
+           static_cast<const DDS_DynamicData*>(sample)->impl().memory();
+}
 
 /// Keeps the bytes, which are decoded on access. A payload that cannot be decoded is a sample all the same.
 bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrStream* stream, bool,
@@ -171,6 +175,7 @@ PRESTypePlugin plugin_of(Registration& registration) {
     plugin.deleteSample = delete_sample;
     plugin.getSample = get_sample;
     plugin.returnSample = return_sample;
+    plugin.getSampleMemory = sample_memory;
     plugin.deserialize = deserialize;
     plugin.deserializeKey = deserialize;
     const meridian::types::SampleReader reader(registration.type);

@@ -11,6 +11,7 @@
 
 #include "meridian/type_plugin.h"
 #include "meridian/type_support.h"
+#include "platform/seeded_hash.h"
 
 namespace meridian::dcps {
 
@@ -58,7 +59,7 @@ class TypeRegistry {
   private:
     // Recursive: a thread that holds the public lock registers and unregisters under it.
     std::recursive_mutex mutex_;
-    std::unordered_map<std::string, Type> types_;
+    std::unordered_map<std::string, Type, SeededHash> types_;
     std::atomic<std::thread::id> holder_{};
     int depth_ = 0;
 };

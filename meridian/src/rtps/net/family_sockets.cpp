@@ -1,7 +1,5 @@
 #include "rtps/net/family_sockets.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,9 +8,6 @@
 namespace meridian::rtps::net {
 
 namespace {
-
-/// How long a sender waits for room in the socket's buffer before it drops the datagram.
-constexpr int kSendPatienceMilliseconds = 5;
 
 InterfaceFilter make_filter(Family family, const UdpSettings& settings, const TransportConfig& config) {
     InterfaceFilter filter;
@@ -142,7 +137,9 @@ void FamilySockets::configure(std::vector<std::string>& warnings) {
     size_t receive = SIZE_MAX;
     for (const FileDescriptor& socket : sockets_)
         receive = std::min(receive, set_receive_buffer(socket.get(), wanted_receive));
-    const size_t send = set_send_buffer(metatraffic_unicast(), wanted_send);
+    size_t send = SIZE_MAX;
+    for (const int socket : {metatraffic_unicast(), user_unicast()})
+        send = std::min(send, set_send_buffer(socket, wanted_send));
 
     const auto told = [&](const char* which, size_t wanted, size_t given, const char* limit) {
         if (given < wanted) {
@@ -210,7 +207,7 @@ const Interface* FamilySockets::find_usable(unsigned interface_index) const {
 }
 
 int FamilySockets::send(ByteView message, const IpAddress& destination, uint16_t port,
-                        const Interface* interface) const {
+                        const Interface* interface, SendThrough through) const {
     const unsigned scope = interface != nullptr ? interface->index : 0;
     SocketAddress address = to_socket_address(destination, port, scope);
     iovec part{};
@@ -225,14 +222,7 @@ int FamilySockets::send(ByteView message, const IpAddress& destination, uint16_t
     if (interface != nullptr)
         choice.emplace(header, *interface, family_);
 
-    const int socket = metatraffic_unicast();
-    int error_number = send_once(socket, header);
-    if (error_number == EAGAIN) {
-        pollfd waiting{socket, POLLOUT, 0};
-        if (poll(&waiting, 1, kSendPatienceMilliseconds) > 0)
-            error_number = send_once(socket, header);
-    }
-    return error_number;
+    return send_once(through == SendThrough::first ? metatraffic_unicast() : user_unicast(), header);
 }
 
 } // namespace meridian::rtps::net

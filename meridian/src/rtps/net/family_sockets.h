@@ -23,6 +23,10 @@ enum class OpenResult {
     failed,
 };
 
+/// Which socket a datagram leaves through. Those to hosts that may not exist wait for the answer to that in
+/// the buffer of their socket, and must not take the room of the others.
+enum class SendThrough { first, second };
+
 /// Not thread-safe.
 class FamilySockets {
   public:
@@ -58,8 +62,10 @@ class FamilySockets {
     uint16_t metatraffic_unicast_port() const { return unicast_ports_.metatraffic; }
     uint16_t user_unicast_port() const { return unicast_ports_.user; }
 
-    /// Sends one datagram through a usable interface (null: as the routes say). 0, or an errno value.
-    int send(ByteView message, const IpAddress& destination, uint16_t port, const Interface* interface) const;
+    /// Sends one datagram through a usable interface (null: as the routes say), without waiting. 0, or an
+    /// errno value: EAGAIN where the socket's buffer is full.
+    int send(ByteView message, const IpAddress& destination, uint16_t port, const Interface* interface,
+             SendThrough through = SendThrough::first) const;
     /// nullptr: not usable.
     const Interface* find_usable(unsigned interface_index) const;
 

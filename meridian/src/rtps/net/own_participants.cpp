@@ -13,13 +13,6 @@ namespace meridian::rtps::net {
 
 namespace {
 
-uint32_t random_word() {
-    uint32_t word = 0;
-    if (getrandom(&word, sizeof word, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof word))
-        return word;
-    return static_cast<uint32_t>(std::chrono::system_clock::now().time_since_epoch().count());
-}
-
 /// The same for all processes of one host, and most likely another on another host.
 uint16_t host_hash() {
     std::string identity;
@@ -39,6 +32,13 @@ void put_word(GuidPrefix& prefix, size_t index, uint32_t word) {
 }
 
 } // namespace
+
+uint32_t random_word() {
+    uint32_t word = 0;
+    if (getrandom(&word, sizeof word, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof word))
+        return word;
+    return static_cast<uint32_t>(std::chrono::system_clock::now().time_since_epoch().count());
+}
 
 OwnParticipants::OwnParticipants() : next_instance_(random_word()) {}
 OwnParticipants::~OwnParticipants() = default;

@@ -59,6 +59,9 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     const std::shared_ptr<ReceiveThread> thread = own->receive_thread(config.transport, error);
     if (!thread)
         return nullptr;
+    // Not again for further participants of the process.
+    if (!unusable.empty() && thread.use_count() == 1)
+        MERIDIAN_LOG_ERROR("net", "%s; the others are used", unusable.c_str());
 
     ParticipantConfig participant = std::move(config.participant);
     participant.is_own = [own](const GuidPrefix& prefix) { return own->contains(prefix); };
@@ -67,6 +70,7 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     participant.servers = peers.with_port;
     participant.max_message_size = max_message_size(config.transport);
     participant.seed = seed_from(participant.prefix);
+    participant.secret_begin = 1000 + random_word() % 1024;
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     const TurnstileLock lock(thread->mutex()); // the sockets may be in use already

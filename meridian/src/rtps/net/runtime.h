@@ -23,8 +23,8 @@ namespace meridian::rtps::net {
 
 struct RuntimeConfig {
     /// prefix (from OwnParticipants::choose), name, tag, properties, user data, lease, periods and limits
-    /// count; is_own, domain_id, locators, initial_peers, max_message_size, seed and incarnation are filled
-    /// in by the runtime.
+    /// count; is_own, domain_id, locators, initial_peers, max_message_size, seed, secret_begin and
+    /// incarnation are filled in by the runtime.
     ParticipantConfig participant;
     TransportConfig transport; // the domain id stands here
     /// As resolve_peers takes them; empty: default_peers.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/clock.h"
 #include "rtps/net/ports.h"
 
 namespace meridian::rtps::net {
@@ -287,21 +288,23 @@ void UdpTransport::send_multicast(const FamilySockets& sockets, ByteView message
 
 void UdpTransport::send_unicast(const FamilySockets& sockets, ByteView message, const IpAddress& address,
                                 uint16_t port) {
+    const bool is_there = is_own_address(address) || heard_.contains(address, monotonic_now());
+    const SendThrough through = is_there ? SendThrough::first : SendThrough::second;
     if (address.family == Family::v4 || !address.is_link_local()) {
-        sent(sockets.send(message, address, port, nullptr), address, port);
+        sent(sockets.send(message, address, port, nullptr, through), address, port);
         return;
     }
     const auto known = scopes_.find(address);
     const Interface* behind = known != scopes_.end() ? sockets.find_usable(known->second) : nullptr;
     if (behind != nullptr) {
-        sent(sockets.send(message, address, port, behind), address, port);
+        sent(sockets.send(message, address, port, behind, through), address, port);
         return;
     }
     // Not heard of yet, so any link may be its link: that it is not on most of them is no news.
     int error_number = ENETUNREACH;
     for (const Interface& interface : sockets.usable()) {
         if (!interface.loopback)
-            error_number = std::min(error_number, sockets.send(message, address, port, &interface));
+            error_number = std::min(error_number, sockets.send(message, address, port, &interface, through));
     }
     sent(error_number, address, port);
 }
@@ -338,6 +341,8 @@ bool UdpTransport::take(const ReceivedDatagram& datagram, const Locator& source)
         return false;
     }
     const std::optional<IpAddress> address = address_of(source);
+    if (address)
+        heard_.note(*address);
     if (address && address->family == Family::v6 && address->is_link_local() &&
         (scopes_.size() < kMostScopes || scopes_.count(*address) != 0)) {
         scopes_[*address] = reinterpret_cast<const sockaddr_in6*>(datagram.source)->sin6_scope_id;

@@ -13,6 +13,7 @@
 
 #include "rtps/net/drop_report.h"
 #include "rtps/net/family_sockets.h"
+#include "rtps/net/heard_addresses.h"
 #include "rtps/net/network_interfaces.h"
 #include "rtps/net/receive_batch.h"
 #include "rtps/net/transport_config.h"
@@ -128,6 +129,7 @@ class UdpTransport final : public Output {
     std::vector<Interface> interfaces_; // all, used or not
     /// The interface behind which a link-local IPv6 address was seen: locators cannot say it.
     std::map<IpAddress, unsigned> scopes_;
+    HeardAddresses heard_;
     TransportStatistics statistics_;
     DropReport drops_;
     ReceiveBatch discovery_batch_;

@@ -2,6 +2,11 @@
 
 // A best-effort reader (DDSI-RTPS 2.5, 8.4.12.1): delivers what comes, never twice and never out of order,
 // and counts what passed it by.
+//
+// - A number far ahead is believed when a second one follows it.
+// - Where the writer goes on at numbers far below, that were never delivered, the reader returns to them:
+// what
+//   came in between was not the writer's word.
 
 #include <memory>
 #include <unordered_map>
@@ -15,7 +20,7 @@ namespace meridian::rtps {
 class BestEffortReader final : public Reader, private TimerQueue::Client {
   public:
     /// The references must outlive the reader.
-    BestEffortReader(size_t max_sample_size, size_t max_memory, ReaderSink& sink, ReaderObserver& observer,
+    BestEffortReader(size_t max_sample_size, MemoryBudget& memory, ReaderSink& sink, ReaderObserver& observer,
                      TimerQueue& timers);
     ~BestEffortReader() override;
 
@@ -29,12 +34,16 @@ class BestEffortReader final : public Reader, private TimerQueue::Client {
     /// Gives the memory of samples back whose fragments stopped coming.
     void on_timer(MonotonicTime now) override;
     WriterProgress* find(const Guid& writer);
+    static bool expects(WriterProgress& writer, SequenceNumber number, MonotonicTime now);
+    static bool returns_to(WriterProgress& writer, SequenceNumber number, MonotonicTime now);
+    void not_taken(WriterProgress& writer, NotTaken reason, SequenceNumber number);
+    void tell_incomplete(const WriterProgress& writer, size_t count);
     void deliver(WriterProgress& writer, const Sample& sample, bool deliverable);
 
     size_t max_sample_size_;
     ReaderSink& sink_;
     ReaderObserver& observer_;
-    AssemblyBudget budget_;
+    MemoryBudget& memory_;
     std::unordered_map<Guid, std::unique_ptr<WriterProgress>> writers_;
     WriterProgress* last_used_ = nullptr; // packets of one writer come in rows
     TimerQueue::Timer timer_;

@@ -54,11 +54,11 @@ struct ParticipantConfig {
     /// of this library notice at once. 0: not announced.
     uint64_t incarnation = 0;
     uint64_t seed = 1; // for the jitter of periodic announcements
+    /// Where the numbers of the writer for subscriptions begin. Others must not know it: see Credit. Small,
+    /// because there are readers that count up to where a writer begins.
+    SequenceNumber secret_begin = 0;
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
-    /// All fragments and out-of-order samples held for one reader together; beyond it nothing new is held,
-    /// and reliable ones are asked for again later.
-    size_t max_reassembly_memory = size_t{64} << 20;
     /// Guards against hostile networks. Where there are more participants, some are forgotten (see
     /// participant_discovery.h). No participant gets more endpoints than are left for all others afterwards.
     size_t max_remote_participants = 10000;
@@ -82,6 +82,9 @@ struct ReaderConfig {
 struct WriterConfig {
     std::optional<BuiltinPeer> builtin_peer;                    // set: matched by it, and not announced
     Duration heartbeat_period = std::chrono::milliseconds(100); // while something is unacknowledged
+    /// Set: the first sample has the number behind this one, which nobody else knows. So an acknowledgement
+    /// shows that who sends it reads what is sent to the reader's address.
+    std::optional<SequenceNumber> secret_begin;
     /// Samples that wait for acknowledgement (or are kept for late joiners) at most; write fails beyond it.
     /// With keep-last history older samples of the instance make room first.
     size_t max_samples = 100000;
@@ -95,6 +98,7 @@ struct WriteRequest {
     std::optional<KeyHash> instance;
     InlineQos inline_qos;                     // sent where anything in it is set
     std::optional<WireTime> source_timestamp; // default: Now::wall
+    std::optional<GuidPrefix> only_for;       // readers of this participant; no other is told anything
 };
 
 } // namespace meridian::rtps

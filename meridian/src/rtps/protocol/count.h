@@ -16,6 +16,9 @@ inline Count next_count(Count count) {
     return static_cast<Count>(static_cast<uint32_t>(count) + 1);
 }
 
+/// A jump over more numbers than a writer writes while others do not hear it is not believed at once.
+constexpr SequenceNumber kFarAhead = SequenceNumber{1} << 20;
+
 constexpr SequenceNumber kHighestSequenceNumber = SequenceNumber{1} << 62;
 
 inline bool plausible(SequenceNumber number) {

@@ -33,8 +33,12 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
 
 bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
                                       std::string& error) const {
-    if (data.is_writer() != writers)
-        error = "the entity id " + to_string(data.guid) + " is of another kind";
+    const DiscoveredEndpoint* known = find(data.guid);
+    const RemoteEndpoint* record = known == nullptr           ? nullptr
+                                   : known->record != nullptr ? known->record.get()
+                                                              : known->waiting.get();
+    if (record != nullptr && record->is_writer != writers)
+        error = "the entity id " + to_string(data.guid) + " is that of the other kind already";
     else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix) ||
              data.participant != data.guid.prefix)
         error = "it is said to be of another participant";
@@ -83,7 +87,7 @@ void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
     if (participant == nullptr)
         return; // a discovery server told of the endpoint first
-    if (settler_ != nullptr && waiting.guid.entity.is_writer()) {
+    if (settler_ != nullptr && waiting.is_writer) {
         TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);

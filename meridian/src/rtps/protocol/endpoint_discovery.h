@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/memory_budget.h"
+#include "platform/seeded_hash.h"
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reliable_writer.h"
 #include "rtps/protocol/remote_endpoint.h"
@@ -95,7 +96,7 @@ class EndpointDiscovery {
 
   private:
     struct EndpointsOfParticipant {
-        std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>> by_entity;
+        std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>, SeededHash> by_entity;
         RecordMaker records;
         MemoryShare memory{MemoryBudget::of_process()}; // for all records
     };

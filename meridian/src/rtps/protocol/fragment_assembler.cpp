@@ -5,38 +5,93 @@
 
 namespace meridian::rtps {
 
-FragmentAssembler::FragmentAssembler(AssemblyBudget& budget, size_t max_sample_size)
-    : budget_(budget), max_sample_size_(max_sample_size) {}
+namespace {
+
+// A spare of at most this part of the budget is kept, and none while half of the budget is used.
+constexpr size_t kSparePart = 256;
+
+/// So many bytes may be had of a sample once so many of them have come.
+uint64_t reach(uint64_t received_bytes) {
+    return 4 * received_bytes + FragmentAssembler::kHeadStart;
+}
+
+} // namespace
+
+FragmentAssembler::FragmentAssembler(MemoryShare& share, size_t max_sample_size)
+    : share_(share), max_sample_size_(max_sample_size) {}
 
 FragmentAssembler::~FragmentAssembler() {
     clear();
+    if (spare_)
+        share_.give_back(spare_->charged);
 }
 
-FragmentAssembler::Place FragmentAssembler::lower_bound(SequenceNumber sequence_number) {
-    return std::lower_bound(samples_.begin(), samples_.end(), sequence_number,
-                            [](const Partial& p, SequenceNumber n) { return p.sequence_number < n; });
+FragmentAssembler::Samples::difference_type FragmentAssembler::place(SequenceNumber sequence_number) const {
+    return std::lower_bound(
+               samples_.begin(), samples_.end(), sequence_number,
+               [](const std::unique_ptr<Partial>& p, SequenceNumber n) { return p->sequence_number < n; }) -
+           samples_.begin();
 }
 
-FragmentAssembler::Place FragmentAssembler::find(SequenceNumber sequence_number) {
-    const auto at = lower_bound(sequence_number);
-    return at != samples_.end() && at->sequence_number == sequence_number ? at : samples_.end();
+FragmentAssembler::Partial* FragmentAssembler::find(SequenceNumber sequence_number) const {
+    const auto at = samples_.begin() + place(sequence_number);
+    return at != samples_.end() && (*at)->sequence_number == sequence_number ? at->get() : nullptr;
 }
 
-bool FragmentAssembler::has(SequenceNumber sequence_number) const {
-    return std::any_of(samples_.begin(), samples_.end(),
-                       [&](const Partial& p) { return p.sequence_number == sequence_number; });
+void FragmentAssembler::retire(std::unique_ptr<Partial> partial) {
+    const MemoryBudget& budget = share_.budget();
+    if (!spare_ && partial->charged <= budget.limit() / kSparePart && budget.used() < budget.limit() / 2)
+        spare_ = std::move(partial);
+    else
+        share_.give_back(partial->charged);
 }
 
-FragmentAssembler::Place FragmentAssembler::erase(Place at) {
-    budget_.give_back(at->sample_size);
-    recycle(std::move(at->payload));
-    spare_have_ = std::move(at->have);
-    return samples_.erase(at);
+void FragmentAssembler::erase(Samples::difference_type place) {
+    retire(std::move(samples_[static_cast<size_t>(place)]));
+    samples_.erase(samples_.begin() + place);
 }
 
-void FragmentAssembler::recycle(ByteBuffer&& buffer) {
-    if (buffer.capacity() > spare_bytes_.capacity())
-        spare_bytes_ = std::move(buffer);
+std::unique_ptr<FragmentAssembler::Partial> FragmentAssembler::begin(const DataFrag& fragment,
+                                                                     WireTime timestamp) {
+    std::unique_ptr<Partial> partial = std::move(spare_);
+    if (!partial)
+        partial = std::make_unique<Partial>();
+    static_cast<Assembled&>(*partial) = {};
+    partial->sequence_number = fragment.sequence_number;
+    partial->payload_is_key = fragment.payload_is_key;
+    partial->timestamp = timestamp;
+    partial->sample_size = fragment.sample_size;
+    partial->fragment_size = fragment.fragment_size;
+    partial->total = (fragment.sample_size - 1) / fragment.fragment_size + 1;
+    partial->received = 0;
+    partial->first_missing = 0;
+    partial->received_bytes = 0;
+    partial->have.clear();
+    return partial;
+}
+
+FragmentAssembler::Result FragmentAssembler::make_room(Partial& partial, uint64_t first, uint64_t end) {
+    const uint64_t size = partial.sample_size;
+    const uint64_t step = partial.fragment_size;
+    const uint64_t end_byte = std::min(size, end * step);
+    if (end_byte <= partial.bytes.capacity() && end <= partial.have.size())
+        return Result::stored;
+    const uint64_t bytes = std::min(size, reach(partial.received_bytes + end_byte - first * step));
+    if (end_byte > bytes)
+        return Result::too_far;
+    const size_t fragments = (bytes + step - 1) / step;
+    const size_t capacity = std::max<size_t>(partial.bytes.capacity(), bytes);
+    // Vectors take up to twice of what they hold.
+    const size_t charge = sizeof(Partial) + capacity + fragments / 4;
+    if (charge > partial.charged) {
+        if (!share_.take(charge - partial.charged))
+            return Result::no_memory;
+        partial.charged = charge;
+    }
+    if (!partial.bytes.grow(capacity))
+        return Result::no_memory;
+    partial.have.resize(std::max(partial.have.size(), fragments));
+    return Result::stored;
 }
 
 FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireTime timestamp,
@@ -47,121 +102,125 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         return Result::malformed;
     if (size > max_sample_size_)
         return Result::too_large;
-    const uint64_t total = (size + step - 1) / step;
     const uint64_t first = fragment.first_fragment - uint64_t{1};
     const uint64_t end = first + fragment.fragment_count;
-    if (end > total)
+    if (end > (size + step - 1) / step)
         return Result::malformed;
     const uint64_t begin_byte = first * step;
-    const uint64_t end_byte = std::min(size, end * step);
-    if (fragment.payload.size < end_byte - begin_byte)
+    if (fragment.payload.size < std::min(size, end * step) - begin_byte)
         return Result::malformed;
 
-    auto at = find(fragment.sequence_number);
-    if (at != samples_.end() &&
-        (at->sample_size != fragment.sample_size || at->fragment_size != fragment.fragment_size)) {
-        // The writer changed its mind about this sample: only the newer form can become whole.
-        erase(at);
-        at = samples_.end();
+    Partial* known = find(fragment.sequence_number);
+    std::unique_ptr<Partial> begun;
+    if (known == nullptr) {
+        // The one closest to delivery stays: what comes later is asked for again.
+        if (samples_.size() == kMaxSamples && fragment.sequence_number > samples_.back()->sequence_number)
+            return Result::too_many;
+        begun = begin(fragment, timestamp);
+    } else if (known->sample_size != fragment.sample_size || known->fragment_size != fragment.fragment_size) {
+        // What came first stands: who is right is not known, and starting over would be expensive.
+        return Result::malformed;
     }
-    if (at == samples_.end()) {
-        if (samples_.size() == kMaxSamples) {
-            // The one closest to delivery stays: what comes later is asked for again.
-            if (fragment.sequence_number > samples_.back().sequence_number)
-                return Result::no_memory;
-            erase(std::prev(samples_.end()));
-        }
-        if (!budget_.take(fragment.sample_size))
-            return Result::no_memory;
-        Partial partial;
-        partial.sequence_number = fragment.sequence_number;
-        partial.sample_size = fragment.sample_size;
-        partial.fragment_size = fragment.fragment_size;
-        partial.total = static_cast<FragmentNumber>(total);
-        partial.payload_is_key = fragment.payload_is_key;
-        partial.timestamp = timestamp;
-        partial.payload = std::move(spare_bytes_);
-        partial.have = std::move(spare_have_);
-        spare_bytes_ = {};
-        spare_have_ = {};
-        partial.payload.resize(fragment.sample_size);
-        partial.have.assign(total, false);
-        at = samples_.insert(lower_bound(fragment.sequence_number), std::move(partial));
+    Partial& partial = begun ? *begun : *known;
+    if (const Result room = make_room(partial, first, end); room != Result::stored) {
+        if (begun)
+            retire(std::move(begun));
+        return room;
+    }
+    if (begun) {
+        if (samples_.size() == kMaxSamples)
+            drop_highest_above(fragment.sequence_number);
+        samples_.insert(samples_.begin() + place(fragment.sequence_number), std::move(begun));
     }
     if (!fragment.inline_qos.empty())
-        decode_inline_qos(fragment.inline_qos, fragment.endianness, at->inline_qos);
-    at->touched = now;
+        decode_inline_qos(fragment.inline_qos, fragment.endianness, partial.inline_qos);
     bool news = false;
     for (uint64_t i = first; i < end; ++i) {
-        if (at->have[i])
+        if (partial.have[i])
             continue;
-        at->have[i] = true;
-        ++at->received;
+        partial.have[i] = true;
+        ++partial.received;
         news = true;
         const uint64_t from = i * step;
-        std::memcpy(at->payload.data() + from, fragment.payload.data + (from - begin_byte),
-                    std::min(size - from, step));
+        const uint64_t bytes = std::min(size - from, step);
+        partial.received_bytes += bytes;
+        std::memcpy(partial.bytes.data() + from, fragment.payload.data + (from - begin_byte), bytes);
     }
-    if (at->received == at->total)
-        return Result::complete;
-    return news ? Result::stored : Result::duplicate;
+    if (!news)
+        return Result::duplicate;
+    partial.touched = now;
+    if (partial.received < partial.total)
+        return Result::stored;
+    partial.payload = {partial.bytes.data(), partial.sample_size};
+    return Result::complete;
 }
 
-FragmentAssembler::Assembled FragmentAssembler::take(SequenceNumber sequence_number) {
-    const auto at = find(sequence_number);
-    if (at == samples_.end())
-        return {};
-    Assembled result = std::move(*at);
-    at->payload = {};
-    erase(at);
-    return result;
+bool FragmentAssembler::is_whole(SequenceNumber sequence_number) const {
+    const Partial* partial = find(sequence_number);
+    return partial != nullptr && partial->received == partial->total;
 }
 
-bool FragmentAssembler::missing(SequenceNumber sequence_number, FragmentNumberSet& out) const {
-    const auto at = std::find_if(samples_.begin(), samples_.end(),
-                                 [&](const Partial& p) { return p.sequence_number == sequence_number; });
-    if (at == samples_.end())
+GrowingBuffer FragmentAssembler::take(SequenceNumber sequence_number) {
+    Partial& partial = *find(sequence_number);
+    GrowingBuffer bytes = std::move(partial.bytes);
+    partial.charged -= bytes.capacity();
+    drop(sequence_number);
+    return bytes;
+}
+
+bool FragmentAssembler::missing(SequenceNumber sequence_number, FragmentNumberSet& out) {
+    Partial* const partial = find(sequence_number);
+    if (partial == nullptr)
         return false;
+    const std::vector<bool>& have = partial->have;
+    while (partial->first_missing < have.size() && have[partial->first_missing])
+        ++partial->first_missing;
     out = {};
-    for (FragmentNumber i = 0; i < at->total; ++i) {
-        if (at->have[i])
-            continue;
-        if (out.num_bits == 0)
-            out.base = i + 1;
-        if (!out.insert(i + 1))
+    out.base = partial->first_missing + 1;
+    for (FragmentNumber i = partial->first_missing; i < partial->total; ++i) {
+        if ((i >= have.size() || !have[i]) && !out.insert(i + 1))
             break;
     }
     return true;
 }
 
 void FragmentAssembler::drop(SequenceNumber sequence_number) {
-    const auto at = find(sequence_number);
-    if (at != samples_.end())
-        erase(at);
+    if (has(sequence_number))
+        erase(place(sequence_number));
 }
 
-void FragmentAssembler::drop_below(SequenceNumber sequence_number) {
-    while (!samples_.empty() && samples_.front().sequence_number < sequence_number)
-        erase(samples_.begin());
+size_t FragmentAssembler::drop_below(SequenceNumber sequence_number) {
+    size_t unfinished = 0;
+    while (!samples_.empty() && samples_.front()->sequence_number < sequence_number) {
+        unfinished += samples_.front()->received < samples_.front()->total ? 1u : 0u;
+        drop_lowest();
+    }
+    return unfinished;
 }
 
 bool FragmentAssembler::drop_lowest() {
     if (samples_.empty())
         return false;
-    erase(samples_.begin());
+    erase(0);
     return true;
 }
 
 bool FragmentAssembler::drop_highest_above(SequenceNumber sequence_number) {
-    if (samples_.empty() || samples_.back().sequence_number <= sequence_number)
+    if (samples_.empty() || samples_.back()->sequence_number <= sequence_number)
         return false;
-    erase(std::prev(samples_.end()));
+    erase(samples_.end() - samples_.begin() - 1);
     return true;
 }
 
-void FragmentAssembler::drop_idle(MonotonicTime before) {
-    for (auto at = samples_.begin(); at != samples_.end();)
-        at = at->touched >= before ? std::next(at) : erase(at);
+size_t FragmentAssembler::drop_idle(MonotonicTime before) {
+    size_t count = 0;
+    for (size_t i = samples_.size(); i-- > 0;) {
+        if (samples_[i]->touched > before)
+            continue;
+        erase(static_cast<Samples::difference_type>(i));
+        ++count;
+    }
+    return count;
 }
 
 void FragmentAssembler::clear() {

@@ -4,42 +4,33 @@
 // come in any order, several times, and of several samples at once.
 
 #include <cstddef>
-#include <optional>
-#include <string>
+#include <memory>
 #include <vector>
 
+#include "platform/memory_budget.h"
+#include "rtps/protocol/growing_buffer.h"
 #include "rtps/protocol/times.h"
 #include "rtps/wire/discovery_data.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {
 
-/// Memory that all assemblers and out-of-order buffers of one reader share.
-struct AssemblyBudget {
-    size_t limit = 0;
-    size_t used = 0;
-    bool take(size_t bytes) {
-        if (bytes > limit || used > limit - bytes)
-            return false;
-        used += bytes;
-        return true;
-    }
-    void give_back(size_t bytes) { used -= bytes; }
-};
-
+/// Memory comes as fragments come, not as they are announced, and all of it is charged to a share.
 class FragmentAssembler {
   public:
     enum class Result {
         stored,    // something new, not complete yet
-        complete,  // the sample is whole: take it
+        complete,  // the sample is whole
         duplicate, // nothing new
         too_large, // beyond max_sample_size
-        no_memory, // the budget is used up
-        malformed, // fragment numbers, sizes and payload contradict each other
+        too_many,  // kMaxSamples are unfinished, all of them before this one
+        too_far,   // too far behind what has come of the sample
+        no_memory, // the share gives no more
+        malformed, // fragment numbers, sizes and payload contradict each other or what came first
     };
     struct Assembled {
         SequenceNumber sequence_number = 0;
-        ByteBuffer payload;
+        ByteView payload;
         bool payload_is_key = false;
         InlineQos inline_qos;
         WireTime timestamp = kTimeInvalid;
@@ -47,30 +38,36 @@ class FragmentAssembler {
     /// At most this many unfinished samples of one writer; beyond it the lowest sequence numbers stay, since
     /// they are delivered first.
     static constexpr size_t kMaxSamples = 64;
+    /// A fragment is taken when at least a quarter of what is before its end has come, but for this much:
+    /// so one packet cannot take the memory of a large sample.
+    static constexpr size_t kHeadStart = size_t{64} << 10;
 
-    /// budget must outlive the assembler.
-    FragmentAssembler(AssemblyBudget& budget, size_t max_sample_size);
+    /// The share must outlive the assembler. It is charged with what is really taken.
+    FragmentAssembler(MemoryShare& share, size_t max_sample_size);
     ~FragmentAssembler();
     FragmentAssembler(const FragmentAssembler&) = delete;
     FragmentAssembler& operator=(const FragmentAssembler&) = delete;
 
     Result add(const DataFrag& fragment, WireTime timestamp, MonotonicTime now);
-    /// The whole sample after add said complete; its buffer comes back with recycle to be used again.
-    Assembled take(SequenceNumber sequence_number);
-    void recycle(ByteBuffer&& buffer);
+    /// After add said complete, until the sample is dropped.
+    const Assembled& whole(SequenceNumber sequence_number) const { return *find(sequence_number); }
+    bool is_whole(SequenceNumber sequence_number) const;
+    /// The bytes of a whole sample, which is dropped. The caller gives their capacity back to the share.
+    GrowingBuffer take(SequenceNumber sequence_number);
 
-    bool has(SequenceNumber sequence_number) const;
+    bool has(SequenceNumber sequence_number) const { return find(sequence_number) != nullptr; }
     bool empty() const { return samples_.empty(); }
     /// The missing fragments of an unfinished sample, from the first missing one; false when there is no such
     /// sample.
-    bool missing(SequenceNumber sequence_number, FragmentNumberSet& out) const;
+    bool missing(SequenceNumber sequence_number, FragmentNumberSet& out);
     void drop(SequenceNumber sequence_number);
-    void drop_below(SequenceNumber sequence_number);
+    /// Those that drop samples say how many of these were unfinished.
+    size_t drop_below(SequenceNumber sequence_number);
     /// Drops the unfinished sample with the lowest or highest number; false when there is none.
     bool drop_lowest();
     bool drop_highest_above(SequenceNumber sequence_number);
     /// Drops samples to which nothing was added since before.
-    void drop_idle(MonotonicTime before);
+    size_t drop_idle(MonotonicTime before);
     void clear();
 
   private:
@@ -79,20 +76,28 @@ class FragmentAssembler {
         uint16_t fragment_size = 0;
         FragmentNumber total = 0;
         FragmentNumber received = 0;
+        FragmentNumber first_missing = 0; // those below have come
+        uint64_t received_bytes = 0;
         MonotonicTime touched{0};
-        std::vector<bool> have;
+        GrowingBuffer bytes;
+        std::vector<bool> have; // as far as fragments have come
+        size_t charged = 0;
     };
-    using Place = std::vector<Partial>::iterator;
-    Place lower_bound(SequenceNumber sequence_number);
-    Place find(SequenceNumber sequence_number);
-    /// Gives its memory back. Returns the next one.
-    Place erase(Place at);
+    using Samples = std::vector<std::unique_ptr<Partial>>;
+    /// Where it is, or belongs.
+    Samples::difference_type place(SequenceNumber sequence_number) const;
+    Partial* find(SequenceNumber sequence_number) const;
+    std::unique_ptr<Partial> begin(const DataFrag& fragment, WireTime timestamp);
+    /// Room for fragments [first, end) of it; `stored` when there is.
+    Result make_room(Partial& partial, uint64_t first, uint64_t end);
+    /// Gives its memory back, or keeps it for the next sample.
+    void retire(std::unique_ptr<Partial> partial);
+    void erase(Samples::difference_type place);
 
-    AssemblyBudget& budget_;
+    MemoryShare& share_;
     size_t max_sample_size_;
-    std::vector<Partial> samples_; // ascending sequence numbers
-    ByteBuffer spare_bytes_;       // kept so that equal samples in a row allocate nothing
-    std::vector<bool> spare_have_;
+    Samples samples_;                // ascending sequence numbers
+    std::unique_ptr<Partial> spare_; // kept so that equal samples in a row allocate nothing
 };
 
 } // namespace meridian::rtps

@@ -97,7 +97,8 @@ void LocalEndpoints::remove(EntityId id) {
 
 Route LocalEndpoints::route_to(const DiscoveredEndpoint& remote, const RemoteParticipant& participant) const {
     Route route{participant.data->guid.prefix,
-                choose_locators(*remote.record->unicast, participant.announced_from, output_)};
+                choose_locators(*remote.record->unicast, participant.announced_from, output_),
+                participant.credit};
     if (route.locators.empty())
         route.locators = participant.user.locators;
     return route;

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/seeded_hash.h"
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/endpoint_discovery.h"
 #include "rtps/protocol/events.h"
@@ -83,7 +84,8 @@ class LocalEndpoints {
     WarnOnce& warnings_;
     std::unordered_map<uint32_t, std::unique_ptr<LocalEndpoint>> endpoints_; // by entity id
     std::vector<LocalEndpoint*> builtin_;
-    std::unordered_map<std::string, std::vector<LocalEndpoint*>> by_topic_; // those without a builtin peer
+    std::unordered_map<std::string, std::vector<LocalEndpoint*>, SeededHash>
+        by_topic_;                                  // those without a builtin peer
     std::map<Pair, std::vector<uint32_t>> refused_; // pairs that do not fit, and the policies told
 };
 

@@ -21,6 +21,19 @@ struct MessageBatcher::Open {
         timestamp.reset();
     }
 
+    /// A state to return to.
+    struct Mark {
+        size_t size;
+        GuidPrefix prefix;
+        std::optional<WireTime> timestamp;
+    };
+    Mark mark() const { return {writer.size(), prefix, timestamp}; }
+    void return_to(const Mark& mark) {
+        writer.cut(mark.size);
+        prefix = mark.prefix;
+        timestamp = mark.timestamp;
+    }
+
     Locator destination;
     MessageWriter writer;
     GuidPrefix prefix;                 // of the INFO_DST in force
@@ -80,14 +93,25 @@ void MessageBatcher::append(const Route& to, const std::optional<WireTime>* time
         }
         return append_to(message.writer);
     };
-    for (const Locator& locator : to.locators) {
-        Open& message = open(locator);
+    for (const Locator& locator : to.locators)
+        append_to_one(to, locator, try_append);
+}
+
+template <typename TryAppend>
+void MessageBatcher::append_to_one(const Route& to, const Locator& locator, TryAppend try_append) {
+    Open& message = open(locator);
+    Open::Mark before = message.mark();
+    if (!try_append(message)) {
+        send(message);
+        before = message.mark();
         if (!try_append(message)) {
-            send(message);
-            if (!try_append(message))
-                message.clear(); // does not fit in any message
+            message.clear(); // does not fit in any message
+            return;
         }
     }
+    const size_t header = before.size == kHeaderSize ? kHeaderSize : 0;
+    if (to.credit != nullptr && !to.credit->spend(header + message.writer.size() - before.size, locator))
+        message.return_to(before);
 }
 
 void MessageBatcher::add(const Route& to, const Data& data, std::optional<WireTime> timestamp) {

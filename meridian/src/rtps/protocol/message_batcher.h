@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "rtps/protocol/credit.h"
 #include "rtps/protocol/output.h"
 #include "rtps/wire/message.h"
 
@@ -16,6 +17,7 @@ namespace meridian::rtps {
 struct Route {
     GuidPrefix prefix;
     LocatorList locators;
+    std::shared_ptr<Credit> credit = nullptr; // null: no limit
     friend bool operator==(const Route& a, const Route& b) {
         return a.prefix == b.prefix && a.locators == b.locators;
     }
@@ -27,7 +29,8 @@ class MessageBatcher {
     MessageBatcher(const GuidPrefix& source, size_t max_size, Output& output);
     ~MessageBatcher();
 
-    /// Submessages that exceed a whole message are dropped; use max_payload to avoid that.
+    /// Submessages that exceed a whole message are dropped; use max_payload to avoid that. So are those for
+    /// which there is no credit.
     void add(const Route& to, const Data& data, std::optional<WireTime> timestamp);
     void add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp);
     void add(const Route& to, const Heartbeat& heartbeat);
@@ -45,6 +48,8 @@ class MessageBatcher {
     struct Open;
 
     Open& open(const Locator& destination);
+    template <typename TryAppend>
+    void append_to_one(const Route& to, const Locator& locator, TryAppend try_append);
     void send(Open& message);
     template <typename Append>
     void append(const Route& to, const std::optional<WireTime>* timestamp, Append append_to);

@@ -19,6 +19,7 @@ ReadStatus MessageRouter::take(ByteView datagram, const Locator& source, bool is
     // A replay may happen in the middle of a datagram.
     const Datagram interrupted = std::exchange(datagram_, {});
     datagram_.source = source;
+    datagram_.uncounted = is_replayed ? 0 : datagram.size;
     datagram_.is_replayed = is_replayed;
     const ReadStatus status = read_message(datagram, *this);
     datagram_ = interrupted;
@@ -75,8 +76,9 @@ bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId send
     if (!datagram_.is_checked || datagram_.checked != context.source) {
         datagram_.is_checked = true;
         datagram_.checked = context.source;
-        datagram_.hearing = participants_.hear(context.source, sender, datagram_.source,
-                                               context.destination == own_prefix_, now_.monotonic);
+        datagram_.hearing =
+            participants_.hear(context.source, sender, datagram_.source, context.destination == own_prefix_,
+                               std::exchange(datagram_.uncounted, 0), now_.monotonic);
     }
     return datagram_.hearing == Hearing::everything ||
            (datagram_.hearing == Hearing::announcements && sender == entity::participant_writer);

@@ -68,8 +68,8 @@ class MessageRouter final : private MessageVisitor {
     template <typename Submessage>
     void tell_writer(const MessageContext& context, const Submessage& submessage,
                      void (ReliableWriter::*operation)(const Guid&, const Submessage&, MonotonicTime));
-    /// Notes a writer of the present datagram that may be matched soon.
     bool from_server(const MessageContext& context) const;
+    /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);
     void assert_liveliness(const Guid& writer);
 
@@ -87,6 +87,7 @@ class MessageRouter final : private MessageVisitor {
     Now now_;                               // of the call in progress
     struct Datagram {
         Locator source;
+        size_t uncounted = 0;    // bytes, as long as nobody was found in whose name they came
         bool is_checked = false; // wants() was asked for `checked`
         GuidPrefix checked;
         ParticipantDiscovery::Hearing hearing = ParticipantDiscovery::Hearing::nothing;

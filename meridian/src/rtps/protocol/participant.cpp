@@ -67,6 +67,9 @@ void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& 
 void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     WriterConfig writer;
     writer.builtin_peer = peer;
+    // Every participant reads it, and it has the most to tell.
+    if (id == entity::subscriptions_writer)
+        writer.secret_begin = config_.secret_begin;
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 
@@ -190,13 +193,14 @@ bool Participant::add_reader(const EndpointData& data, const ReaderConfig& confi
     endpoint->sink = endpoint->reader_sink = &sink;
     ReaderObserver& observer = *this;
     if (data.qos.reliability == Reliability::reliable) {
-        const ReliableReader::Limits limits{config_.max_sample_size, config_.max_reassembly_memory};
+        ReliableReader::Limits limits;
+        limits.max_sample_size = config_.max_sample_size;
         endpoint->reader =
             std::make_unique<ReliableReader>(data.guid.entity, data.qos.durability == Durability::volatile_,
                                              config, limits, sink, observer, batcher_, timers_);
     } else {
         endpoint->reader = std::make_unique<BestEffortReader>(
-            config_.max_sample_size, config_.max_reassembly_memory, sink, observer, timers_);
+            config_.max_sample_size, MemoryBudget::of_process(), sink, observer, timers_);
     }
     add(std::move(endpoint), now);
     return true;
@@ -338,11 +342,10 @@ void Participant::on_writer_restarted(const Guid& writer) {
         restarted_.push_back(writer.prefix);
 }
 
-void Participant::on_oversized_sample(const Guid& writer, size_t size) {
+void Participant::on_oversized_sample(const Guid& writer, size_t size, size_t limit) {
     warnings_.warn("oversized " + to_string(writer),
                    "a sample of writer " + to_string(writer) + " has " + std::to_string(size) +
-                       " bytes, more than the limit of " + std::to_string(config_.max_sample_size) +
-                       "; dropped");
+                       " bytes, more than the limit of " + std::to_string(limit) + "; dropped");
 }
 
 void Participant::tell_servers(Now now) {
@@ -392,7 +395,7 @@ void Participant::on_participant_doubted(RemoteParticipant& remote) {
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
     events_.endpoint_discovered(endpoint.record);
     locals_.match_all(endpoint, now_.monotonic);
-    if (endpoint.record->guid.entity.is_writer())
+    if (endpoint.record->is_writer)
         router_.writer_known(endpoint.record->guid);
 }
 

@@ -20,11 +20,18 @@ constexpr Duration kFirstPackets = std::chrono::milliseconds(500);
 constexpr Duration kListPause = std::chrono::seconds(1);
 constexpr size_t kMaxOtherSources = 4;
 constexpr int kRefusals = 2;
+// What is kept of a participant: its places in tables, and of its announcement per byte at most.
+constexpr size_t kPlaces = 2048;
+constexpr size_t kKeptPerByte = 6;
+constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
 // What Fast DDS announces of the process a participant is in.
 constexpr const char* kProcessProperty = "fastdds.physical_data.process";
+
+constexpr const char* kNoMemory =
+    "the announcements of participants take too much memory: those that were not heard again are forgotten";
 
 // What a participant is to a discovery server, in the words of Fast DDS.
 constexpr const char* kParticipantType = "PARTICIPANT_TYPE";
@@ -83,6 +90,12 @@ bool same_content(const ParticipantData& a, const ParticipantData& b) {
     return encode(left) == encode(right);
 }
 
+std::shared_ptr<Credit> first_credit(ByteView announcement) {
+    auto credit = std::make_shared<Credit>();
+    credit->earn(kDataHeaderSize + announcement.size);
+    return credit;
+}
+
 /// What is said in the name of a participant from an address that it was not heard from.
 struct Doubt {
     Locator source;
@@ -113,13 +126,20 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     bool is_steady = false;    // it announced itself from that address more than once
     LocatorList other_sources; // it was heard from there too, while nothing was in doubt
     std::unique_ptr<Doubt> doubt;
+    MemoryShare memory{MemoryBudget::of_process()};
 
-    void set_data(const ParticipantRef& announced, ByteView payload, MonotonicTime now) {
+    /// False where there is no memory for it; nothing changes then.
+    bool set_data(const ParticipantRef& announced, ByteView payload, MonotonicTime now) {
+        const size_t needed = kPlaces + kKeptPerByte * payload.size;
+        if (!memory.take(needed))
+            return false;
+        memory.give_back(memory.held() - needed);
         data = announced;
         announcement.assign(payload.begin(), payload.end());
         // The server watches over those that it tells of.
         lease = is_relayed ? kNever : std::max(to_duration(data->lease), kShortestLease);
         renew(now);
+        return true;
     }
     void renew(MonotonicTime now) {
         expires = later(now, lease);
@@ -235,7 +255,7 @@ void ParticipantDiscovery::send_announcement(const Route& route, SequenceNumber 
     }
     for (const Locator& destination : route.locators) {
         data.payload = output_.stays_on_host(destination) ? host_announcement_ : announcement_;
-        batcher_.add(Route{route.prefix, {destination}}, data, now.wall);
+        batcher_.add(Route{route.prefix, {destination}, route.credit}, data, now.wall);
     }
 }
 
@@ -317,6 +337,7 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
         LocatorList chosen = choose_locators(announced, remote.announced_from, output_, route.locators);
         const bool changed = chosen != route.locators;
         route.prefix = remote.data->guid.prefix;
+        route.credit = remote.credit;
         route.locators = std::move(chosen);
         return changed;
     };
@@ -372,7 +393,7 @@ bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator&
 }
 
 ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefix, EntityId sender,
-                                                         const Locator& source, bool is_to_us,
+                                                         const Locator& source, bool is_to_us, size_t bytes,
                                                          MonotonicTime now) {
     if (excludes(prefix))
         return Hearing::nothing;
@@ -388,6 +409,7 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
     remote->renew(now);
+    remote->credit->earn(bytes);
     if (remote->is_stranger && (is_to_us || now - remote->discovered_at >= kFirstPackets)) {
         remote->is_stranger = false;
         acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
@@ -464,7 +486,8 @@ void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
     if (Remote* remote = find_remote(data->guid.prefix))
         take(*remote, data, sample.payload, sample.sequence_number, source, false, now);
     else if (of_this_domain(*data))
-        discover(data, sample.payload, sample.sequence_number, source, true, now);
+        discover(data, sample.payload, sample.sequence_number, source, true, first_credit(sample.payload),
+                 now);
 }
 
 void ParticipantDiscovery::await_relays(Now now) {
@@ -501,7 +524,8 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& announced, const Da
     Remote* remote = find_remote(data->guid.prefix);
     if (remote == nullptr) {
         if (of_this_domain(*data))
-            discover(data, message.payload, message.sequence_number, source, false, now);
+            discover(data, message.payload, message.sequence_number, source, false,
+                     first_credit(message.payload), now);
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
@@ -521,17 +545,22 @@ void ParticipantDiscovery::take(Remote& remote, const ParticipantRef& data, Byte
     const bool is_here = of_this_domain(*data);
     if (!is_here || is_other_process || another_life(*remote.data, *data)) {
         const bool is_relayed = remote.is_relayed;
+        std::shared_ptr<Credit> credit = remote.credit;
         remove(remote.prefix(), GoneReason::replaced, now);
         if (is_here)
-            discover(data, payload, sequence_number, source, is_relayed, now);
+            discover(data, payload, sequence_number, source, is_relayed, std::move(credit), now);
         return;
     }
     remote.doubt = nullptr;
     remote.sequence_number = sequence_number;
     const bool changed = !same_content(*remote.data, *data);
-    remote.set_data(data, payload, now.monotonic);
-    if (!changed)
-        return;
+    if (!remote.set_data(data, payload, now.monotonic))
+        warnings_.error("participant memory", kNoMemory);
+    else if (changed)
+        on_change(remote, source, now);
+}
+
+void ParticipantDiscovery::on_change(Remote& remote, const Locator& source, Now now) {
     remote.announced_from = source;
     choose_routes(remote);
     listener_.on_participant_changed(remote, true, now);
@@ -596,12 +625,7 @@ void ParticipantDiscovery::on_timer_of(Remote& remote) {
         settle_doubt(remote, now_); // last: it may remove it
 }
 
-bool ParticipantDiscovery::make_room(Now now) {
-    if (remotes_.size() < config_.max_remote_participants)
-        return true;
-    warnings_.error("participant limit",
-                    "there are more than " + std::to_string(config_.max_remote_participants) +
-                        " participants in the domain: those that were not heard again are forgotten");
+bool ParticipantDiscovery::forget_one(Now now) {
     const RemoteList& candidates = strangers_.empty() ? acquaintances_ : strangers_;
     if (candidates.empty())
         return false;
@@ -614,9 +638,14 @@ bool ParticipantDiscovery::make_room(Now now) {
 
 void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
                                     SequenceNumber sequence_number, const Locator& source, bool is_relayed,
-                                    Now now) {
-    if (!make_room(now))
-        return;
+                                    std::shared_ptr<Credit> credit, Now now) {
+    if (remotes_.size() >= config_.max_remote_participants) {
+        warnings_.error("participant limit",
+                        "there are more than " + std::to_string(config_.max_remote_participants) +
+                            " participants in the domain: those that were not heard again are forgotten");
+        if (!forget_one(now))
+            return;
+    }
     if (data->secured)
         warnings_.warn("secured " + to_string(data->guid.prefix),
                        "participant " + to_string(data->guid.prefix) + " is secured; its data is not read");
@@ -624,10 +653,15 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
     Remote& remote = *added;
     remote.sequence_number = sequence_number;
     remote.announced_from = source;
+    remote.credit = std::move(credit);
     remote.discovered_at = now.monotonic;
     remote.is_relayed = is_relayed;
     remote.is_server = !is_relayed && is_server(*data, source);
-    remote.set_data(data, payload, now.monotonic);
+    while (!remote.set_data(data, payload, now.monotonic)) {
+        warnings_.error("participant memory", kNoMemory);
+        if (!forget_one(now))
+            return;
+    }
     choose_routes(remote);
     remote.place = strangers_.insert(strangers_.end(), &remote);
     remotes_.emplace(remote.prefix(), std::move(added));
@@ -670,8 +704,9 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;
     const bool is_relayed = remote->is_relayed;
+    std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);
-    discover(data, announcement, sequence_number, source, is_relayed, now);
+    discover(data, announcement, sequence_number, source, is_relayed, std::move(credit), now);
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {

@@ -23,6 +23,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/events.h"
 #include "rtps/protocol/message_batcher.h"
@@ -38,10 +39,11 @@ struct RemoteParticipant {
     ByteBuffer announcement;            // as it came: repetitions are recognised without decoding
     SequenceNumber sequence_number = 0; // of the announcement taken last
     Locator announced_from;
-    Route metatraffic;       // chosen from what it announces
-    Route user;              // for endpoints without locators of their own
-    bool is_server = false;  // a discovery server that the user named
-    bool is_relayed = false; // known from such a server only
+    Route metatraffic;              // chosen from what it announces
+    Route user;                     // for endpoints without locators of their own
+    std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
+    bool is_server = false;         // a discovery server that the user named
+    bool is_relayed = false;        // known from such a server only
 };
 
 /// Which participant or endpoint a sample of a builtin writer disposes of.
@@ -87,10 +89,10 @@ class ParticipantDiscovery {
     SequenceNumber announced_version() const { return version_; }
     enum class Hearing { nothing, announcements, everything };
     /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
-    /// it names this participant. What of it is taken: nothing of own and ignored participants, and of an
-    /// address that is in doubt its announcements only.
+    /// it names this participant; bytes: of it that were not told before. What of it is taken: nothing of own
+    /// and ignored participants, and of an address that is in doubt its announcements only.
     Hearing hear(const GuidPrefix& prefix, EntityId sender, const Locator& source, bool is_to_us,
-                 MonotonicTime now);
+                 size_t bytes, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
@@ -127,11 +129,13 @@ class ParticipantDiscovery {
     void settle_doubt(Remote& remote, Now now);
     void on_timer_of(Remote& remote);
     void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
-                  const Locator& source, bool is_relayed, Now now);
+                  const Locator& source, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
     bool is_server(const ParticipantData& data, const Locator& source) const;
     /// The server has come back: those that it does not name again have gone meanwhile.
     void await_relays(Now now);
-    bool make_room(Now now);
+    void on_change(Remote& remote, const Locator& source, Now now);
+    /// False where all are needed.
+    bool forget_one(Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;

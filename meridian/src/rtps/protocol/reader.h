@@ -10,6 +10,9 @@
 
 namespace meridian::rtps {
 
+/// An unfinished sample to which no fragment was added for this long is given up.
+constexpr Duration kFragmentTimeout = std::chrono::seconds(3);
+
 /// A matched writer, as a reader needs to know it.
 struct RemoteWriter {
     Guid guid;
@@ -23,7 +26,7 @@ class ReaderObserver {
     virtual ~ReaderObserver() = default;
     /// The writer began anew with the same GUID: its sequence numbers start over, and so did delivery.
     virtual void on_writer_restarted(const Guid& writer) = 0;
-    virtual void on_oversized_sample(const Guid& writer, size_t size) = 0;
+    virtual void on_oversized_sample(const Guid& writer, size_t size, size_t limit) = 0;
 };
 
 class Reader {

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "rtps/protocol/count.h"
+#include "rtps/protocol/heartbeat_judge.h"
 
 namespace meridian::rtps {
 
@@ -17,11 +18,12 @@ constexpr int kRepeatedAnswers = 16;
 constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
 constexpr Duration kFirstPreemptivePause = std::chrono::milliseconds(100);
 constexpr Duration kLongestPause = std::chrono::seconds(2);
-constexpr Duration kRestartProof = std::chrono::milliseconds(500);
-constexpr int kRestartHeartbeats = 3;
-constexpr int kRestartLowerEnds = 2;
-constexpr size_t kHeldOverhead = 256;
-constexpr SequenceNumber kMaxGapMarks = 4096;
+// A writer in doubt is asked so often, for so long.
+constexpr Duration kAskPause = kFirstPreemptivePause;
+constexpr Duration kAskFor = std::chrono::seconds(1);
+// For so long after a jump the reader can return; jumps in quick succession are one.
+constexpr Duration kJumpDoubt = std::chrono::seconds(30);
+constexpr Duration kOneJump = std::chrono::seconds(1);
 constexpr int kMaxNackFrags = 8;
 // Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others refuse
 // base 0.
@@ -29,12 +31,15 @@ constexpr VendorId kFastDds{{0x01, 0x0f}};
 
 } // namespace
 
-/// A sample, or the knowledge that it will not come, that waits for those before it.
+/// A sample that waits for those before it.
 struct ReliableReader::HeldSample {
-    bool deliverable = false;
-    Sample sample; // its payload view is not used
-    ByteBuffer payload;
+    Sample sample; // its payload points into the other one
+    GrowingBuffer payload;
+
+    size_t charge() const { return kOverhead + payload.capacity(); }
+    static const size_t kOverhead;
 };
+const size_t ReliableReader::HeldSample::kOverhead = sizeof(HeldSample) + 64; // with its place in the map
 
 /// What is known of one matched writer.
 struct ReliableReader::WriterProxy final : TimerQueue::Client {
@@ -42,34 +47,34 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
         : reader(owner),
           writer(remote),
           timer(owner.timers_, *this),
-          fragments(owner.budget_, owner.limits_.max_sample_size) {}
+          memory(*owner.limits_.memory),
+          fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
 
     ReliableReader& reader;
     RemoteWriter writer;
     TimerQueue::Timer timer;
     SequenceNumber next = 1;       // everything below was delivered, is irrelevant or lost
-    SequenceNumber last_known = 0; // what the writer is known to have written
+    SequenceNumber last_known = 0; // what the writer has written by its latest heartbeat
     bool synchronized = true;      // false: a volatile reader before the first heartbeat
     SequenceNumber start = 0;      // where a volatile reader began; 0: it is past that
     MonotonicTime started_at{0};
+    MemoryShare memory;
     std::map<SequenceNumber, HeldSample> held;
     FragmentAssembler fragments;
+    NumberIntervals irrelevant; // and not to be waited for
+    MonotonicTime fragments_checked_at = kNever;
 
-    bool heard = false; // a heartbeat came
-    Count heartbeat_count = 0;
-    SequenceNumber heartbeat_last = 0;
-    MonotonicTime heartbeat_time{0};
+    HeartbeatJudge heartbeats;
+    SequenceNumber jumped_from = 0; // where the latest jump began; 0: there was none
+    MonotonicTime jumped_at{0};
     bool heard_fragments = false;
     Count fragment_heartbeat_count = 0;
-    int old_heartbeats = 0; // in a row, with counts that grow among themselves
-    Count old_heartbeat_count = 0;
-    MonotonicTime old_since{0};
-    int lower_ends = 0; // heartbeats in a row that end below an earlier one
-
     bool fragments_nacked = false;
     MonotonicTime acknowledge_at = kNever;
     MonotonicTime preempt_at = kNever;
+    MonotonicTime preempted_at = -kAskPause;
+    MonotonicTime asked_until{0};
     MonotonicTime retry_at = kNever;
     Duration preempt_pause = kFirstPreemptivePause;
     Duration retry_pause{0};
@@ -91,7 +96,10 @@ ReliableReader::ReliableReader(EntityId id, bool is_volatile, const ReaderConfig
       observer_(observer),
       batcher_(batcher),
       timers_(timers) {
-    budget_.limit = limits.max_memory;
+    if (config.builtin_peer) {
+        limits_.memory = &builtin_memory_;
+        limits_.max_sample_size = std::min(limits_.max_sample_size, kLargestAnnouncement);
+    }
 }
 
 ReliableReader::~ReliableReader() = default;
@@ -118,13 +126,8 @@ void ReliableReader::add_writer(const RemoteWriter& writer, MonotonicTime now) {
 }
 
 void ReliableReader::remove_writer(const Guid& writer) {
-    const auto at = proxies_.find(writer);
-    if (at == proxies_.end())
-        return;
-    for (const auto& held : at->second->held)
-        release(held.second);
     last_used_ = nullptr;
-    proxies_.erase(at);
+    proxies_.erase(writer);
 }
 
 bool ReliableReader::on_data(const MessageContext& context, const Data& data, MonotonicTime now) {
@@ -140,10 +143,13 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
 }
 
 /// A writer may announce a sample by the heartbeat that answers the match before it sends the sample itself:
-/// what comes right behind that heartbeat is new, as long as nothing later has been delivered.
+/// what comes right behind that heartbeat is new, as long as nothing later has been delivered. What is
+/// further ahead than any writer would be is not taken either: a heartbeat must name it first.
 bool ReliableReader::is_old(WriterProxy& proxy, SequenceNumber number, MonotonicTime now) {
     if (number >= proxy.next)
-        return false;
+        return proxy.heartbeats.heard() && number - proxy.next > kFarAhead;
+    if (proxy.jumped_from != 0 && number >= proxy.jumped_from && now - proxy.jumped_at < kJumpDoubt)
+        ask(proxy, now); // it was jumped over, and comes all the same
     if (proxy.next != proxy.start || now > proxy.started_at + kStartOverlap)
         return true;
     proxy.start = 0;
@@ -154,7 +160,10 @@ bool ReliableReader::is_old(WriterProxy& proxy, SequenceNumber number, Monotonic
 void ReliableReader::accept(WriterProxy& proxy, const Sample& sample, bool deliverable) {
     const SequenceNumber number = sample.sequence_number;
     if (!proxy.synchronized || number != proxy.next) {
-        hold(proxy, deliverable ? &sample : nullptr, number);
+        if (deliverable)
+            hold(proxy, sample);
+        else
+            mark_irrelevant(proxy, number, number + 1);
         return;
     }
     ++proxy.next;
@@ -164,93 +173,103 @@ void ReliableReader::accept(WriterProxy& proxy, const Sample& sample, bool deliv
         sink_.on_sample(sample);
     else
         sink_.on_lost(proxy.writer.guid, 1);
-    if (!proxy.held.empty() || !proxy.fragments.empty())
+    if (!proxy.held.empty() || !proxy.irrelevant.empty() || !proxy.fragments.empty())
         drain(proxy);
 }
 
-void ReliableReader::release(const HeldSample& held) {
-    budget_.give_back(held.payload.size() + kHeldOverhead);
-}
-
-bool ReliableReader::make_room(WriterProxy& proxy, SequenceNumber sequence_number, size_t bytes) {
-    while (!budget_.take(bytes)) {
-        // What is furthest from delivery gives way; it is asked for again when its turn comes.
-        if (!proxy.held.empty() && proxy.held.rbegin()->first > sequence_number) {
-            const auto last = std::prev(proxy.held.end());
-            release(last->second);
-            proxy.held.erase(last);
-        } else if (!proxy.fragments.drop_highest_above(sequence_number)) {
-            return false;
-        }
+/// What is furthest from delivery gives way; it is asked for again when its turn comes.
+bool ReliableReader::give_way(WriterProxy& proxy, SequenceNumber sequence_number) {
+    if (!proxy.held.empty() && proxy.held.rbegin()->first > sequence_number) {
+        drop_held_from(proxy, proxy.held.rbegin()->first);
+        return true;
     }
-    return true;
+    return proxy.fragments.drop_highest_above(sequence_number);
 }
 
-void ReliableReader::hold(WriterProxy& proxy, const Sample* sample, SequenceNumber sequence_number) {
-    proxy.last_known = std::max(proxy.last_known, sequence_number);
-    if (proxy.held.count(sequence_number) != 0)
-        return;
-    const size_t size = sample != nullptr ? sample->payload.size : 0;
-    if (!make_room(proxy, sequence_number, size + kHeldOverhead))
-        return;
-    HeldSample& held = proxy.held[sequence_number];
-    proxy.fragments.drop(sequence_number);
-    if (sample == nullptr)
-        return;
-    held.deliverable = true;
-    held.sample = *sample;
-    held.payload.assign(sample->payload.begin(), sample->payload.end());
+void ReliableReader::drop_held_from(WriterProxy& proxy, SequenceNumber sequence_number) {
+    while (!proxy.held.empty() && proxy.held.rbegin()->first >= sequence_number) {
+        const auto last = std::prev(proxy.held.end());
+        proxy.memory.give_back(last->second.charge());
+        proxy.held.erase(last);
+    }
 }
 
-void ReliableReader::deliver_held(WriterProxy& proxy, HeldSample& held, SequenceNumber sequence_number) {
-    proxy.next = sequence_number + 1;
-    proxy.retry_pause = Duration(0);
-    release(held);
-    if (!held.deliverable)
+void ReliableReader::hold(WriterProxy& proxy, const Sample& sample) {
+    const SequenceNumber number = sample.sequence_number;
+    if (proxy.held.count(number) != 0)
         return;
-    held.sample.payload = held.payload;
-    sink_.on_sample(held.sample);
+    const bool is_assembled = proxy.fragments.is_whole(number);
+    const size_t bytes = HeldSample::kOverhead + (is_assembled ? 0 : sample.payload.size);
+    while (!proxy.memory.take(bytes)) {
+        if (!give_way(proxy, number))
+            return;
+    }
+    GrowingBuffer payload;
+    if (is_assembled) {
+        payload = proxy.fragments.take(number);
+    } else if (!payload.grow(sample.payload.size)) {
+        proxy.memory.give_back(bytes);
+        return;
+    } else {
+        std::copy(sample.payload.begin(), sample.payload.end(), payload.data());
+        proxy.fragments.drop(number);
+    }
+    HeldSample& held = proxy.held[number];
+    held.sample = sample;
+    held.payload = std::move(payload);
+    held.sample.payload.data = held.payload.data();
+}
+
+void ReliableReader::mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber end) {
+    irrelevant_.assign(1, {from, end});
+    proxy.irrelevant.add(irrelevant_);
+}
+
+/// Or drops it where its number has been passed.
+void ReliableReader::deliver_first_held(WriterProxy& proxy) {
+    const auto first = proxy.held.begin();
+    if (first->first >= proxy.next) {
+        proxy.next = first->first + 1;
+        proxy.retry_pause = Duration(0);
+        sink_.on_sample(first->second.sample);
+    }
+    proxy.memory.give_back(first->second.charge());
+    proxy.held.erase(first);
 }
 
 void ReliableReader::drain(WriterProxy& proxy) {
-    while (!proxy.held.empty() && proxy.held.begin()->first <= proxy.next) {
-        const auto first = proxy.held.begin();
-        if (first->first == proxy.next)
-            deliver_held(proxy, first->second, first->first);
-        else
-            release(first->second);
-        proxy.held.erase(first);
+    for (;;) {
+        const SequenceNumber relevant = proxy.irrelevant.first_outside(proxy.next);
+        if (!proxy.held.empty() && proxy.held.begin()->first <= proxy.next) {
+            deliver_first_held(proxy);
+        } else if (relevant > proxy.next) {
+            proxy.next = relevant;
+            proxy.retry_pause = Duration(0);
+        } else {
+            break;
+        }
     }
+    proxy.irrelevant.remove_below(proxy.next);
     proxy.fragments.drop_below(proxy.next);
 }
 
 void ReliableReader::advance(WriterProxy& proxy, SequenceNumber to, bool count_losses) {
     uint64_t lost = 0;
-    while (!proxy.held.empty() && proxy.held.begin()->first < to) {
-        const auto first = proxy.held.begin();
-        if (first->first >= proxy.next) {
-            lost += static_cast<uint64_t>(first->first - proxy.next);
-            deliver_held(proxy, first->second, first->first);
-        } else {
-            release(first->second);
+    while (proxy.next < to) {
+        const SequenceNumber held = proxy.held.empty() ? to : proxy.held.begin()->first;
+        if (held <= proxy.next) {
+            deliver_first_held(proxy);
+            continue;
         }
-        proxy.held.erase(first);
-    }
-    if (proxy.next < to) {
-        lost += static_cast<uint64_t>(to - proxy.next);
-        proxy.next = to;
+        const SequenceNumber known = proxy.irrelevant.first_inside(proxy.next, to);
+        const SequenceNumber lost_end = std::min({held, known, to});
+        lost += static_cast<uint64_t>(lost_end - proxy.next);
+        proxy.next = std::min(std::max(lost_end, proxy.irrelevant.first_outside(lost_end)), to);
         proxy.retry_pause = Duration(0);
     }
     if (count_losses && lost > 0)
         sink_.on_lost(proxy.writer.guid, lost);
     drain(proxy);
-}
-
-void ReliableReader::mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber to) {
-    // A gap far ahead is not noted in full: what is forgotten is asked for later, and told again.
-    to = std::min(to, from + kMaxGapMarks);
-    for (SequenceNumber number = std::max(from, proxy.next); number < to; ++number)
-        hold(proxy, nullptr, number);
 }
 
 bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag& fragment,
@@ -259,28 +278,43 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     if (proxy == nullptr)
         return false;
     const SequenceNumber number = fragment.sequence_number;
-    if (is_old(*proxy, number, now) || !plausible(number) || proxy->held.count(number) != 0)
+    if (is_old(*proxy, number, now) || !plausible(number) || proxy->held.count(number) != 0 ||
+        proxy->irrelevant.first_outside(number) != number)
         return true;
+    using Result = FragmentAssembler::Result;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
-    FragmentAssembler::Result result = proxy->fragments.add(fragment, timestamp, now);
-    if (result == FragmentAssembler::Result::no_memory && make_room(*proxy, number, fragment.sample_size)) {
-        budget_.give_back(fragment.sample_size);
+    Result result = proxy->fragments.add(fragment, timestamp, now);
+    while (result == Result::no_memory && give_way(*proxy, number))
         result = proxy->fragments.add(fragment, timestamp, now);
-    }
-    if (result == FragmentAssembler::Result::stored)
+    if (result == Result::stored) {
         proxy->retry_pause = Duration(0);
-    if (result == FragmentAssembler::Result::too_large) {
-        observer_.on_oversized_sample(proxy->writer.guid, fragment.sample_size);
+        if (proxy->fragments_checked_at == kNever) {
+            proxy->fragments_checked_at = now + kFragmentTimeout;
+            proxy->timer.wake_at(proxy->fragments_checked_at);
+        }
+    } else if (result == Result::too_large) {
+        observer_.on_oversized_sample(proxy->writer.guid, fragment.sample_size, limits_.max_sample_size);
+        sink_.on_not_taken(proxy->writer.guid, NotTaken::too_large, 1);
         Sample lost;
         lost.sequence_number = number;
         accept(*proxy, lost, false);
-    } else if (result == FragmentAssembler::Result::complete) {
-        FragmentAssembler::Assembled whole = proxy->fragments.take(number);
+    } else if (result == Result::complete) {
+        const FragmentAssembler::Assembled& whole = proxy->fragments.whole(number);
         accept(*proxy, make_sample(proxy->writer.guid, context.vendor, whole, now),
                !whole.inline_qos.refused);
-        proxy->fragments.recycle(std::move(whole.payload));
+        proxy->fragments.drop(number); // where it could not be held
     }
     return true;
+}
+
+/// Fragments that nobody completes must not keep their memory, nor a first one that contradicts the others
+/// keep these out.
+void ReliableReader::drop_idle_fragments(WriterProxy& p, MonotonicTime now) {
+    if (p.fragments.drop_idle(now - kFragmentTimeout) > 0 && p.next <= p.last_known) {
+        p.retry_pause = Duration(0);
+        p.retry_at = now;
+    }
+    p.fragments_checked_at = p.fragments.empty() ? kNever : now + kFragmentTimeout / 3;
 }
 
 void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) {
@@ -289,32 +323,20 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         heartbeat.last > kHighestSequenceNumber)
         return;
     WriterProxy& p = *proxy;
-    if (p.heard && !newer(heartbeat.count, p.heartbeat_count)) {
-        if (p.old_heartbeats == 0)
-            p.old_since = now;
-        else if (!newer(heartbeat.count, p.old_heartbeat_count))
+    const bool first_contact = !p.heartbeats.heard();
+    switch (p.heartbeats.judge(heartbeat, std::max(p.last_known, p.next - 1), now)) {
+        case HeartbeatJudge::Verdict::believed:
+            break;
+        case HeartbeatJudge::Verdict::ignored:
             return;
-        p.old_heartbeat_count = heartbeat.count;
-        ++p.old_heartbeats;
-        // Delayed and repeated packets look old too, but not for so long while nothing newer comes.
-        if (p.old_heartbeats < kRestartHeartbeats || now - p.old_since < kRestartProof ||
-            now - p.heartbeat_time < kRestartProof)
+        case HeartbeatJudge::Verdict::doubtful:
+            ask(p, now);
             return;
-        restart(p, heartbeat, now);
-        return;
+        case HeartbeatJudge::Verdict::began_anew:
+            begin_anew(p, heartbeat, now);
+            return;
     }
-    p.lower_ends = p.heard && heartbeat.last < p.heartbeat_last ? p.lower_ends + 1 : 0;
-    if (p.lower_ends >= kRestartLowerEnds) {
-        restart(p, heartbeat, now);
-        return;
-    }
-    const bool first_contact = !p.heard;
-    p.heard = true;
     p.preempt_at = kNever;
-    p.old_heartbeats = 0;
-    p.heartbeat_count = heartbeat.count;
-    p.heartbeat_last = std::max(p.heartbeat_last, heartbeat.last);
-    p.heartbeat_time = now;
     if (!p.synchronized) {
         p.synchronized = true;
         p.next = heartbeat.last + 1;
@@ -323,7 +345,13 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         p.start = p.next;
         p.started_at = now;
     }
-    p.last_known = std::max(p.last_known, heartbeat.last);
+    if (!first_contact && heartbeat.first > std::max(p.last_known + 1, p.next) &&
+        (p.jumped_from == 0 || now - p.jumped_at > kOneJump)) {
+        p.jumped_from = p.next;
+        p.jumped_at = now;
+    }
+    p.last_known = heartbeat.last;
+    drop_held_from(p, heartbeat.last + kFarAhead);
     if (heartbeat.first > p.next)
         advance(p, heartbeat.first, !first_contact);
     else
@@ -332,23 +360,35 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         want_acknowledgement(p, now);
 }
 
-void ReliableReader::restart(WriterProxy& p, const Heartbeat& heartbeat, MonotonicTime now) {
-    for (const auto& held : p.held)
-        release(held.second);
-    p.held.clear();
+/// The writer's numbers are lower than was believed: it began anew, or never had come so far.
+void ReliableReader::begin_anew(WriterProxy& p, const Heartbeat& heartbeat, MonotonicTime now) {
+    const bool returns =
+        p.jumped_from != 0 && now - p.jumped_at < kJumpDoubt && heartbeat.last >= p.jumped_from - 1;
+    drop_held_from(p, 0);
     p.fragments.clear();
-    p.next = is_volatile_ ? heartbeat.last + 1 : heartbeat.first;
+    p.irrelevant.clear();
+    // It was matched all the time, so everything of its new life is for this reader.
+    p.next = returns ? std::max(p.jumped_from, heartbeat.first) : heartbeat.first;
     p.last_known = heartbeat.last;
-    p.heartbeat_count = heartbeat.count;
-    p.heartbeat_last = heartbeat.last;
-    p.heartbeat_time = now;
+    p.jumped_from = 0;
+    p.start = 0;
+    p.preempt_at = kNever;
     p.heard_fragments = false;
-    p.old_heartbeats = 0;
-    p.lower_ends = 0;
     p.nacked_base = 0;
     p.retry_pause = Duration(0);
     want_acknowledgement(p, now);
-    observer_.on_writer_restarted(p.writer.guid); // last: it may remove this writer
+    if (!returns)
+        observer_.on_writer_restarted(p.writer.guid); // last: it may remove this writer
+}
+
+/// Wants a heartbeat of the writer, whatever its state is.
+void ReliableReader::ask(WriterProxy& p, MonotonicTime now) {
+    p.asked_until = now + kAskFor;
+    if (p.preempt_at != kNever)
+        return;
+    p.preempt_pause = kAskPause;
+    p.preempt_at = std::max(now, p.preempted_at + kAskPause);
+    p.timer.wake_at(p.preempt_at);
 }
 
 void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& heartbeat,
@@ -356,6 +396,8 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
     WriterProxy* p = find(writer);
     if (p == nullptr || !p->synchronized || heartbeat.sequence_number < p->next ||
         p->held.count(heartbeat.sequence_number) != 0)
+        return;
+    if (p->heartbeats.heard() && heartbeat.sequence_number - p->next > kFarAhead)
         return;
     if (p->heard_fragments && !newer(heartbeat.count, p->fragment_heartbeat_count))
         return;
@@ -381,19 +423,28 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
 
 void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
     WriterProxy* p = find(writer);
-    // Before the first heartbeat a volatile reader has no position that a gap could move.
-    if (p == nullptr || !p->synchronized || !plausible(gap.start) || !plausible(gap.list.base) ||
-        gap.list.base < gap.start)
+    // Beyond what a heartbeat has named there is nothing to leave out; it is told again when it is asked for.
+    if (p == nullptr || !p->heartbeats.heard() || !plausible(gap.start) || !plausible(gap.list.base))
         return;
-    if (gap.start <= p->next)
-        advance(*p, std::max(p->next, gap.list.base), false);
-    else
-        mark_irrelevant(*p, gap.start, gap.list.base);
-    for (uint32_t bit = 0; bit < gap.list.num_bits; ++bit) {
-        const SequenceNumber number = gap.list.base + bit;
-        if (number >= p->next && gap.list.contains(number))
-            hold(*p, nullptr, number);
+    irrelevant_.clear();
+    const auto add = [&](SequenceNumber first, SequenceNumber end) {
+        first = std::max(first, p->next);
+        end = std::min(end, p->last_known + 1);
+        if (first >= end)
+            return;
+        if (!irrelevant_.empty() && irrelevant_.back().end == first)
+            irrelevant_.back().end = end;
+        else
+            irrelevant_.push_back({first, end});
+    };
+    add(gap.start, gap.list.base);
+    for (uint32_t bit = 0; bit < gap.list.num_bits && gap.list.base + bit <= p->last_known; ++bit) {
+        if (gap.list.contains(gap.list.base + bit))
+            add(gap.list.base + bit, gap.list.base + bit + 1);
     }
+    if (irrelevant_.empty())
+        return;
+    p->irrelevant.add(irrelevant_);
     drain(*p);
 }
 
@@ -405,6 +456,9 @@ void ReliableReader::want_acknowledgement(WriterProxy& p, MonotonicTime now) {
         when = std::max(when, p.nacked_at + (p.nacked_base == p.next ? kSameNackPause : kNackPause));
     else if (p.next == p.acknowledged_below)
         when = std::max(when, p.answers_paid_until - kRepeatedAnswers * kRepeatedAnswerInterval);
+    // What was jumped over is acknowledged when nothing spoke against the jump.
+    if (p.jumped_from != 0)
+        when = std::max(when, p.jumped_at + kAskPause);
     p.acknowledge_at = std::min(p.acknowledge_at, when);
     p.timer.wake_at(p.acknowledge_at);
 }
@@ -417,8 +471,10 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);
+    p.preempted_at = now;
     p.preempt_at = now + p.preempt_pause;
-    p.preempt_pause = std::min(p.preempt_pause * 2, kLongestPause);
+    if (!p.heartbeats.heard())
+        p.preempt_pause = std::min(p.preempt_pause * 2, kLongestPause);
 }
 
 void ReliableReader::send_nack_frag(WriterProxy& p, SequenceNumber sequence_number,
@@ -440,7 +496,7 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
     for (SequenceNumber number = p.next; number <= end; ++number) {
         while (held != p.held.end() && held->first < number)
             ++held;
-        if (held != p.held.end() && held->first == number)
+        if ((held != p.held.end() && held->first == number) || p.irrelevant.first_outside(number) != number)
             continue;
         if (!p.fragments.empty() && p.fragments.has(number)) {
             // Its fragments are asked for one by one; when there are too many such samples, later.
@@ -474,13 +530,17 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
 }
 
 void ReliableReader::on_timer(WriterProxy& p, MonotonicTime now) {
+    if (p.preempt_at <= now && p.heartbeats.heard() && p.asked_until <= now)
+        p.preempt_at = kNever;
     if (p.preempt_at <= now)
         send_preemptive(p, now);
+    if (p.fragments_checked_at <= now)
+        drop_idle_fragments(p, now);
     if (p.retry_at <= now && p.next > p.last_known)
         p.retry_at = kNever;
     if (p.acknowledge_at <= now || p.retry_at <= now)
         send_acknack(p, now);
-    p.timer.wake_at(std::min({p.preempt_at, p.acknowledge_at, p.retry_at}));
+    p.timer.wake_at(std::min({p.preempt_at, p.acknowledge_at, p.retry_at, p.fragments_checked_at}));
 }
 
 } // namespace meridian::rtps

@@ -11,8 +11,13 @@
 //   pause: a reader must not be what a writer waits for. Heartbeats that name nothing new are answered from
 //   a budget, against storms. Requests for what is missing are paced: 1 ms between two, 10 ms for the same
 //   samples, and growing pauses for what does not come.
-// - Two heartbeats in a row with newer counts but lower last numbers, or three old-looking ones in a row over
-//   half a second, mean that the writer began anew.
+// - Which heartbeats are believed is decided in heartbeat_judge.h. A heartbeat in doubt makes the reader ask
+// the
+//   writer for another one, in a way that acknowledges nothing.
+// - What the writer has written is what its latest heartbeat says: gaps and data beyond it move nothing.
+// Where
+//   a heartbeat moved the reader over numbers that no earlier one had named, and later ones show that this
+//   was not the writer's word, the reader returns to where it was.
 
 #include <map>
 #include <memory>
@@ -20,6 +25,7 @@
 
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/fragment_assembler.h"
+#include "rtps/protocol/number_intervals.h"
 #include "rtps/protocol/reader.h"
 #include "rtps/protocol/timer_queue.h"
 
@@ -29,8 +35,14 @@ class ReliableReader final : public Reader {
   public:
     struct Limits {
         size_t max_sample_size = size_t{16} << 20;
-        size_t max_memory = size_t{64} << 20; // out-of-order samples and fragments together
+        /// For fragments and samples out of order of all writers. Builtin readers take of their own: see
+        /// kBuiltinMemory.
+        MemoryBudget* memory = &MemoryBudget::of_process();
     };
+    /// Announcements are small: a builtin reader holds at most this much, and takes no larger ones than
+    /// kLargestAnnouncement, so that one of them always finds room.
+    static constexpr size_t kBuiltinMemory = size_t{1} << 20;
+    static constexpr size_t kLargestAnnouncement = kBuiltinMemory * 3 / 8;
 
     /// The references must outlive the reader. is_volatile: the durability of this reader.
     ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config, const Limits& limits,
@@ -53,14 +65,16 @@ class ReliableReader final : public Reader {
     WriterProxy* find(const Guid& writer);
     bool is_old(WriterProxy& proxy, SequenceNumber number, MonotonicTime now);
     void accept(WriterProxy& proxy, const Sample& sample, bool deliverable);
-    void hold(WriterProxy& proxy, const Sample* sample, SequenceNumber sequence_number);
-    bool make_room(WriterProxy& proxy, SequenceNumber sequence_number, size_t bytes);
-    void deliver_held(WriterProxy& proxy, HeldSample& held, SequenceNumber sequence_number);
+    void hold(WriterProxy& proxy, const Sample& sample);
+    void mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber end);
+    bool give_way(WriterProxy& proxy, SequenceNumber sequence_number);
+    void deliver_first_held(WriterProxy& proxy);
+    void drop_held_from(WriterProxy& proxy, SequenceNumber sequence_number);
     void drain(WriterProxy& proxy);
     void advance(WriterProxy& proxy, SequenceNumber to, bool count_losses);
-    void mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber to);
-    void release(const HeldSample& held);
-    void restart(WriterProxy& proxy, const Heartbeat& heartbeat, MonotonicTime now);
+    void begin_anew(WriterProxy& proxy, const Heartbeat& heartbeat, MonotonicTime now);
+    void ask(WriterProxy& proxy, MonotonicTime now);
+    void drop_idle_fragments(WriterProxy& proxy, MonotonicTime now);
     void want_acknowledgement(WriterProxy& proxy, MonotonicTime now);
     void on_timer(WriterProxy& proxy, MonotonicTime now);
     void send_preemptive(WriterProxy& proxy, MonotonicTime now);
@@ -75,12 +89,13 @@ class ReliableReader final : public Reader {
     ReaderObserver& observer_;
     MessageBatcher& batcher_;
     TimerQueue& timers_;
-    AssemblyBudget budget_;
+    MemoryBudget builtin_memory_{kBuiltinMemory};
     std::unordered_map<Guid, std::unique_ptr<WriterProxy>> proxies_;
     // Of the reader, not of one writer: they must still grow when a writer is lost and found again.
     Count acknack_count_ = 0;
     Count nackfrag_count_ = 0;
-    WriterProxy* last_used_ = nullptr; // packets of one writer come in rows
+    std::vector<NumberIntervals::Interval> irrelevant_; // of one submessage; kept for its memory
+    WriterProxy* last_used_ = nullptr;                  // packets of one writer come in rows
 };
 
 } // namespace meridian::rtps

@@ -1,6 +1,7 @@
 #include "rtps/protocol/reliable_writer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "rtps/protocol/count.h"
 
@@ -10,7 +11,12 @@ namespace {
 
 constexpr unsigned kSamplesPerHeartbeat = 16;
 constexpr Duration kLongestPause = std::chrono::seconds(2);
+constexpr Duration kLongestUnconfirmedPause = std::chrono::seconds(10);
 constexpr size_t kKeptDisposals = 1000;
+
+bool is_preemptive(const AckNack& acknack) {
+    return acknack.missing.base <= 1 && acknack.missing.empty() && !acknack.final;
+}
 
 bool says_something(const InlineQos& qos) {
     return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer;
@@ -26,18 +32,32 @@ ReliableWriter::ReliableWriter(EntityId id, const EndpointQos& qos, const Writer
       depth_(qos.history_depth > 0 ? static_cast<size_t>(qos.history_depth) : 1),
       config_(config),
       batcher_(batcher),
-      timer_(timers, *this) {}
+      timers_(timers),
+      last_(config.secret_begin.value_or(0)) {}
 
 ReliableWriter::~ReliableWriter() = default;
 
-std::vector<ReliableWriter::ReaderProxy>::iterator ReliableWriter::lower_bound(const Guid& reader) {
-    return std::lower_bound(proxies_.begin(), proxies_.end(), reader,
-                            [](const ReaderProxy& p, const Guid& guid) { return p.reader.guid < guid; });
+ReliableWriter::ReaderProxy* ReliableWriter::find(const Guid& reader) {
+    const auto at = proxies_.find(reader);
+    return at != proxies_.end() ? &at->second : nullptr;
 }
 
-ReliableWriter::ReaderProxy* ReliableWriter::find(const Guid& reader) {
-    const auto at = lower_bound(reader);
-    return at != proxies_.end() && at->reader.guid == reader ? &*at : nullptr;
+void ReliableWriter::ReaderProxy::renew_period(MonotonicTime now) {
+    if (now < period_end)
+        return;
+    period_end = later(now, writer.config_.heartbeat_period);
+    answered = {0, 0};
+    answered_with_heartbeat = false;
+}
+
+bool ReliableWriter::ReaderProxy::may_answer(SequenceNumber number, MonotonicTime now,
+                                             FragmentNumber fragment) {
+    renew_period(now);
+    const std::pair<SequenceNumber, FragmentNumber> asked{number, fragment};
+    if (asked <= answered)
+        return false;
+    answered = asked;
+    return true;
 }
 
 void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
@@ -45,12 +65,13 @@ void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
         known->reader = reader;
         return;
     }
-    ReaderProxy proxy;
-    proxy.reader = reader;
+    ReaderProxy& added = proxies_
+                             .emplace(std::piecewise_construct, std::forward_as_tuple(reader.guid),
+                                      std::forward_as_tuple(*this, reader))
+                             .first->second;
     if (!transient_local_ || !reader.transient_local)
-        proxy.first_relevant = last_ + 1;
-    proxy.acknowledged_below = proxy.first_relevant;
-    ReaderProxy& added = *proxies_.insert(lower_bound(reader.guid), proxy);
+        added.first_relevant = last_ + 1;
+    added.acknowledged_below = added.first_relevant;
     if (reader.reliable) {
         send_heartbeat(added, false, false);
         restart_heartbeats(added, now);
@@ -58,11 +79,8 @@ void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
 }
 
 void ReliableWriter::remove_reader(const Guid& reader) {
-    ReaderProxy* proxy = find(reader);
-    if (proxy == nullptr)
-        return;
-    proxies_.erase(proxies_.begin() + (proxy - proxies_.data()));
-    forget_acknowledged();
+    if (proxies_.erase(reader) != 0)
+        forget_acknowledged();
 }
 
 bool ReliableWriter::outstanding(const ReaderProxy& proxy) const {
@@ -70,8 +88,8 @@ bool ReliableWriter::outstanding(const ReaderProxy& proxy) const {
 }
 
 bool ReliableWriter::all_acknowledged() const {
-    return std::none_of(proxies_.begin(), proxies_.end(), [this](const ReaderProxy& p) {
-        return p.reader.reliable && p.acknowledged_below <= last_;
+    return std::none_of(proxies_.begin(), proxies_.end(), [this](const auto& entry) {
+        return entry.second.reader.reliable && entry.second.acknowledged_below <= last_;
     });
 }
 
@@ -90,10 +108,10 @@ void ReliableWriter::forget(SequenceNumber number) {
 }
 
 void ReliableWriter::forget_acknowledged() {
-    if (transient_local_)
+    if (transient_local_ || history_.empty())
         return;
     SequenceNumber end = last_ + 1;
-    for (const ReaderProxy& p : proxies_) {
+    for (const auto& [guid, p] : proxies_) {
         if (p.reader.reliable)
             end = std::min(end, p.acknowledged_below);
     }
@@ -124,18 +142,19 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
     change.payload_is_key = request.payload_is_key;
     change.timestamp = request.source_timestamp.value_or(now.wall);
     change.instance = request.instance.value_or(KeyHash{});
+    change.only_for = request.only_for;
     const SequenceNumber number = ++last_;
 
-    for (size_t i = 0; i < proxies_.size();) {
-        const RemoteReader& reader = proxies_[i].reader;
-        size_t end = i + 1;
-        while (end < proxies_.size() && proxies_[end].reader.route == reader.route)
-            ++end;
-        send_change(reader.route, end - i == 1 ? reader.guid.entity : entity::unknown, number, change);
-        i = end;
+    for (auto at = proxies_.begin(); at != proxies_.end();) {
+        const RemoteReader& reader = at->second.reader;
+        const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
+        while (at != proxies_.end() && at->second.reader.route == reader.route)
+            ++at;
+        if (change.concerns(reader))
+            send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change);
     }
     instances_[change.instance].push_back(number);
-    history_.emplace(number, std::move(change));
+    const Change& kept = history_.emplace(number, std::move(change)).first->second;
     if (transient_local_ && (request.inline_qos.status_info & kUnregistered) != 0) {
         disposals_.push_back(number);
         if (disposals_.size() > kKeptDisposals) {
@@ -143,13 +162,19 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
             disposals_.pop_front();
         }
     }
-    for (ReaderProxy& p : proxies_) {
+    for (auto& [guid, p] : proxies_) {
         if (!p.reader.reliable)
             continue;
         const bool first_unacknowledged = p.acknowledged_below == number;
+        if (!kept.concerns(p.reader)) {
+            // Its next heartbeat begins behind this sample. A gap tells, where others are open before it.
+            if (first_unacknowledged)
+                p.acknowledged_below = p.first_relevant = number + 1;
+            continue;
+        }
         if (first_unacknowledged || ++p.since_heartbeat >= kSamplesPerHeartbeat)
             send_heartbeat(p, false, false);
-        if (first_unacknowledged || p.heartbeat_at == kNever)
+        if (first_unacknowledged || p.heartbeat_timer.due() == kNever)
             restart_heartbeats(p, now.monotonic);
     }
     forget_acknowledged();
@@ -220,8 +245,16 @@ void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool livelin
 
 void ReliableWriter::restart_heartbeats(ReaderProxy& proxy, MonotonicTime now) {
     proxy.heartbeat_pause = config_.heartbeat_period;
-    proxy.heartbeat_at = later(now, proxy.heartbeat_pause);
-    timer_.wake_at(proxy.heartbeat_at);
+    proxy.heartbeat_timer.cancel();
+    proxy.heartbeat_timer.wake_at(later(now, proxy.heartbeat_pause));
+}
+
+void ReliableWriter::answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now) {
+    proxy.renew_period(now);
+    if (at_once || !std::exchange(proxy.answered_with_heartbeat, true))
+        send_heartbeat(proxy, final, false);
+    else
+        proxy.heartbeat_timer.wake_at(proxy.period_end);
 }
 
 void ReliableWriter::ask(const Guid& reader) {
@@ -230,7 +263,7 @@ void ReliableWriter::ask(const Guid& reader) {
 }
 
 void ReliableWriter::assert_liveliness() {
-    for (ReaderProxy& p : proxies_) {
+    for (auto& [guid, p] : proxies_) {
         if (p.reader.reliable)
             send_heartbeat(p, true, true);
     }
@@ -254,17 +287,33 @@ void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<Seque
     }
 }
 
+void ReliableWriter::judge_address(const Route& route, const AckNack& acknack) {
+    if (!config_.secret_begin || route.credit == nullptr)
+        return;
+    const bool knows_a_number =
+        acknack.missing.base > *config_.secret_begin && acknack.missing.base <= last_ + 1;
+    if (knows_a_number && !is_preemptive(acknack)) {
+        for (const Locator& address : route.locators)
+            route.credit->confirm(address);
+    } else if (acknack.missing.base > 1) {
+        route.credit->doubt();
+    }
+}
+
 void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {
     ReaderProxy* proxy = find(reader);
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
     // A reader that began anew counts from the start again; it shows by its pre-emptive form.
-    const bool preemptive = acknack.missing.base <= 1 && acknack.missing.empty() && !acknack.final;
+    const bool preemptive = is_preemptive(acknack);
     if (proxy->heard && !newer(acknack.count, proxy->acknack_count) && !preemptive)
         return;
+    const Route& route = proxy->reader.route;
+    judge_address(route, acknack);
     if (acknack.missing.base > last_ + 1)
         return; // it thinks of an earlier life of this writer: heartbeats go on until it notices
-    const bool progress = !proxy->heard || acknack.missing.base > proxy->acknowledged_below;
+    const SequenceNumber before = proxy->acknowledged_below;
+    const bool progress = !proxy->heard || acknack.missing.base > before;
     proxy->heard = true;
     proxy->acknack_count = acknack.count;
     if (preemptive)
@@ -276,28 +325,32 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     bool sent = false;
     for (uint32_t bit = 0; bit < acknack.missing.num_bits; ++bit) {
         const SequenceNumber number = acknack.missing.base + bit;
-        if (number < 1 || number > last_ || !acknack.missing.contains(number))
+        if (number < 1 || number > last_ || !acknack.missing.contains(number) ||
+            !proxy->may_answer(number, now))
             continue;
         const auto change = history_.find(number);
-        if (number < proxy->first_relevant || change == history_.end()) {
+        if (number < proxy->first_relevant || change == history_.end() ||
+            !change->second.concerns(proxy->reader)) {
             irrelevant.push_back(number);
         } else {
-            send_change(proxy->reader.route, reader.entity, number, change->second);
+            send_change(route, reader.entity, number, change->second);
             sent = true;
         }
     }
     send_gaps(*proxy, irrelevant);
     const bool open = proxy->acknowledged_below <= last_;
-    if (sent || !irrelevant.empty() || !acknack.final)
-        send_heartbeat(*proxy, !open, false);
     if (!open)
-        proxy->heartbeat_at = kNever;
+        proxy->heartbeat_timer.cancel();
     else if (progress || sent)
         restart_heartbeats(*proxy, now);
-    forget_acknowledged();
+    const bool answers = sent || !irrelevant.empty();
+    if (answers || !acknack.final)
+        answer_with_heartbeat(*proxy, !open, answers, now);
+    if (!history_.empty() && before <= history_.begin()->first)
+        forget_acknowledged(); // else somebody else keeps the oldest
 }
 
-void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime) {
+void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now) {
     ReaderProxy* proxy = find(reader);
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
@@ -309,30 +362,36 @@ void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, Mono
     if (nack.sequence_number < 1 || nack.sequence_number > last_)
         return;
     if (change == history_.end() || nack.sequence_number < proxy->first_relevant) {
-        send_gaps(*proxy, {nack.sequence_number});
+        if (proxy->may_answer(nack.sequence_number, now))
+            send_gaps(*proxy, {nack.sequence_number});
         return;
     }
+    FragmentNumberSet wanted;
+    wanted.base = nack.missing.base;
+    for (uint32_t bit = 0; bit < nack.missing.num_bits; ++bit) {
+        const FragmentNumber fragment = nack.missing.base + bit;
+        if (nack.missing.contains(fragment) && proxy->may_answer(nack.sequence_number, now, fragment))
+            wanted.insert(fragment);
+    }
+    if (wanted.empty())
+        return;
     if (change->second.payload.size() > batcher_.max_payload(change->second.inline_qos.size()))
-        send_fragments(proxy->reader.route, reader.entity, nack.sequence_number, change->second,
-                       &nack.missing);
+        send_fragments(proxy->reader.route, reader.entity, nack.sequence_number, change->second, &wanted);
     else
         send_change(proxy->reader.route, reader.entity, nack.sequence_number, change->second);
     send_heartbeat(*proxy, false, false);
 }
 
-void ReliableWriter::on_timer(MonotonicTime now) {
-    for (ReaderProxy& p : proxies_) {
-        if (p.heartbeat_at <= now) {
-            p.heartbeat_at = kNever;
-            if (outstanding(p)) {
-                send_heartbeat(p, false, false);
-                p.heartbeat_at = later(now, p.heartbeat_pause);
-                p.heartbeat_pause =
-                    std::min(p.heartbeat_pause * 2, std::max(kLongestPause, config_.heartbeat_period));
-            }
-        }
-        timer_.wake_at(p.heartbeat_at);
-    }
+void ReliableWriter::on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now) {
+    if (!outstanding(proxy))
+        return;
+    send_heartbeat(proxy, false, false);
+    proxy.heartbeat_timer.wake_at(later(now, proxy.heartbeat_pause));
+    const Route& route = proxy.reader.route;
+    const bool is_unconfirmed = route.credit != nullptr && !route.locators.empty() &&
+                                !route.credit->is_confirmed(route.locators.front());
+    const Duration longest = is_unconfirmed ? kLongestUnconfirmedPause : kLongestPause;
+    proxy.heartbeat_pause = std::min(proxy.heartbeat_pause * 2, std::max(longest, config_.heartbeat_period));
 }
 
 } // namespace meridian::rtps

@@ -6,15 +6,19 @@
 //
 // - New samples go out at once; a heartbeat goes with the first unacknowledged one and with every 16th. While
 //   anything is unacknowledged, heartbeats follow with pauses that double up to 2 s, anew after progress.
+// - What is asked for again is sent at most once per heartbeat period to one reader, however often it asks.
+// - While nothing shows that the address of a reader is right, the pauses between heartbeats grow up to 10 s.
 // - Readers of one participant at the same address share one copy.
 // - A reader that joins late and is volatile gets heartbeats that begin after what was written before it, and
 //   gaps when it asks for that all the same. A transient-local one asks for what it wants.
 // - Of disposed instances the last 1000 stay for late joiners too: a reader may still be there that this side
 //   had lost when the instance was disposed, and only the disposal ends the instance for it.
 
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "rtps/protocol/config.h"
@@ -32,7 +36,7 @@ struct RemoteReader {
     bool transient_local = false;
 };
 
-class ReliableWriter final : private TimerQueue::Client {
+class ReliableWriter final {
   public:
     /// qos: durability, history and reliability of the writer. batcher and timers must outlive it.
     ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config, MessageBatcher& batcher,
@@ -64,9 +68,23 @@ class ReliableWriter final : private TimerQueue::Client {
         bool payload_is_key = false;
         WireTime timestamp;
         KeyHash instance{};
+        std::optional<GuidPrefix> only_for;
+
+        bool concerns(const RemoteReader& reader) const {
+            return !only_for || *only_for == reader.guid.prefix;
+        }
     };
+    static constexpr FragmentNumber kAllFragments = UINT32_MAX;
     /// What is known of one matched reader.
-    struct ReaderProxy {
+    struct ReaderProxy final : TimerQueue::Client {
+        ReaderProxy(ReliableWriter& owner, const RemoteReader& remote)
+            : writer(owner), reader(remote), heartbeat_timer(owner.timers_, *this) {}
+        void on_timer(MonotonicTime now) override { writer.on_heartbeat_due(*this, now); }
+        /// False where a later sample or fragment, or this one, was sent again in the present period.
+        bool may_answer(SequenceNumber number, MonotonicTime now, FragmentNumber fragment = kAllFragments);
+        void renew_period(MonotonicTime now);
+
+        ReliableWriter& writer;
         RemoteReader reader;
         SequenceNumber first_relevant = 1;
         SequenceNumber acknowledged_below = 1; // everything below is acknowledged
@@ -74,13 +92,15 @@ class ReliableWriter final : private TimerQueue::Client {
         Count acknack_count = 0;
         bool heard_fragments = false;
         Count nackfrag_count = 0;
-        MonotonicTime heartbeat_at = kNever;
+        TimerQueue::Timer heartbeat_timer;
         Duration heartbeat_pause{0};
         unsigned since_heartbeat = 0; // samples written
+        MonotonicTime period_end{0};
+        std::pair<SequenceNumber, FragmentNumber> answered{0, 0}; // the last, in the period
+        bool answered_with_heartbeat = false;                     // in the period
     };
 
-    void on_timer(MonotonicTime now) override;
-    std::vector<ReaderProxy>::iterator lower_bound(const Guid& reader);
+    void on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now);
     ReaderProxy* find(const Guid& reader);
     bool outstanding(const ReaderProxy& proxy) const;
     void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);
@@ -88,6 +108,10 @@ class ReliableWriter final : private TimerQueue::Client {
                         const FragmentNumberSet* wanted);
     void send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness);
     void restart_heartbeats(ReaderProxy& proxy, MonotonicTime now);
+    /// At once, or at the end of the period where one was asked for in it before.
+    void answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now);
+    /// Learns from it whether the addresses of the route are the reader's.
+    void judge_address(const Route& route, const AckNack& acknack);
     void send_gaps(const ReaderProxy& proxy, const std::vector<SequenceNumber>& irrelevant);
     SequenceNumber first_available(const ReaderProxy& proxy) const;
     bool make_room(const WriteRequest& request);
@@ -101,13 +125,13 @@ class ReliableWriter final : private TimerQueue::Client {
     size_t depth_;
     WriterConfig config_;
     MessageBatcher& batcher_;
-    SequenceNumber last_ = 0;
+    TimerQueue& timers_;
+    SequenceNumber last_;
     std::map<SequenceNumber, Change> history_;
     std::map<KeyHash, std::deque<SequenceNumber>> instances_;
     std::deque<SequenceNumber> disposals_;
-    std::vector<ReaderProxy> proxies_; // sorted by GUID, so those of one participant stand together
+    std::map<Guid, ReaderProxy> proxies_; // so those of one participant stand together
     Count heartbeat_count_ = 0;
-    TimerQueue::Timer timer_;
 };
 
 } // namespace meridian::rtps

@@ -8,8 +8,7 @@ namespace {
 
 ByteBuffer encoded_qos(const EndpointData& data) {
     EndpointData qos_alone;
-    qos_alone.guid.entity =
-        data.guid.entity.is_writer() ? EntityId{kUserWriterNoKey} : EntityId{kUserReaderNoKey};
+    qos_alone.guid.entity = data.is_writer() ? EntityId{kUserWriterNoKey} : EntityId{kUserReaderNoKey};
     qos_alone.qos = data.qos;
     return encode(qos_alone);
 }
@@ -69,6 +68,7 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->type_information = shared(last.type_information, std::move(data.type_information));
     record->guid = data.guid;
     record->participant = data.participant;
+    record->is_writer = data.is_writer();
     record->topic_name = std::move(data.topic_name);
     record->type_name = std::move(data.type_name);
     record->name = std::move(data.name);
@@ -85,6 +85,7 @@ EndpointData announced_data(const RemoteEndpoint& endpoint) {
     EndpointData data;
     data.guid = endpoint.guid;
     data.participant = endpoint.participant;
+    data.announced_as_writer = endpoint.is_writer;
     data.topic_name = endpoint.topic_name;
     data.type_name = endpoint.type_name;
     data.qos = *endpoint.qos;

@@ -19,13 +19,14 @@ using EndpointTypeRef = std::shared_ptr<const EndpointType>;
 
 enum class TypeState {
     waiting, // it is being looked up; the endpoint is not visible yet
-    none,    // none was announced, or none is to be had; likewise for subscriptions
-    known,
+    none,    // nothing is known of it; likewise for subscriptions
+    known,   // the record has it, or why there is none
 };
 
 struct RemoteEndpoint {
     Guid guid;
     GuidPrefix participant;
+    bool is_writer = false; // the kind of its entity need not say so
     std::string topic_name;
     std::string type_name;
     std::string name;

@@ -42,6 +42,14 @@ class EndpointSink {
     virtual void incompatible(const RemoteEndpoint& /*remote*/, const std::vector<uint32_t>& /*policies*/) {}
 };
 
+/// Why a sample that came was not delivered, although its writer has done its part.
+enum class NotTaken {
+    incomplete, // not all of its fragments came
+    too_large,  // beyond ParticipantConfig::max_sample_size
+    no_memory,  // what all may hold together is used up
+    count
+};
+
 /// Takes what a local reader receives. For reliable readers: every sample exactly once, in order of each
 /// writer. For best-effort readers: never twice and never out of order.
 class ReaderSink : public EndpointSink {
@@ -53,6 +61,9 @@ class ReaderSink : public EndpointSink {
     virtual void on_batch_end() {}
     /// count samples of this writer will never come (the writer no longer has them, or they passed us by).
     virtual void on_lost(const Guid& /*writer*/, uint64_t /*count*/) {}
+    /// count samples came and were not taken. Best-effort readers tell them as lost too, once a later one
+    /// comes.
+    virtual void on_not_taken(const Guid& /*writer*/, NotTaken /*reason*/, uint64_t /*count*/) {}
     /// A matched writer missed its announced liveliness lease, or was heard again.
     virtual void liveliness_changed(const Guid& /*writer*/, bool /*alive*/) {}
     /// Asked before the reader is matched, or stays matched, with a writer that fits in all that the protocol

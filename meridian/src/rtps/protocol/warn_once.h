@@ -5,6 +5,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "platform/seeded_hash.h"
 #include "rtps/protocol/events.h"
 
 namespace meridian::rtps {
@@ -29,8 +30,8 @@ class WarnOnce {
   private:
     static constexpr size_t kMaxCauses = 500;
     Events& events_;
-    std::unordered_set<std::string> told_;
-    std::unordered_set<std::string> told_errors_;
+    std::unordered_set<std::string, SeededHash> told_;
+    std::unordered_set<std::string, SeededHash> told_errors_;
 };
 
 } // namespace meridian::rtps

@@ -23,4 +23,9 @@ bool ByteReader::read_string(std::string& text) {
     return true;
 }
 
+void ByteReader::reverse_into_copy(size_t size, size_t count) {
+    for (size_t at = position_; count > 0; --count, at += size)
+        std::reverse_copy(data_ + at, data_ + at + size, canonical_ + at);
+}
+
 } // namespace meridian::rtps

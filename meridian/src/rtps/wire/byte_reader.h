@@ -63,12 +63,30 @@ class ByteReader {
     void set_endianness(Endianness order) { order_ = order; }
     /// Alignment counts from the present position from now on.
     void set_origin() { origin_ = position_; }
+    /// Alignment counts from where it counts in another reader of the same bytes.
+    void set_origin_of(const ByteReader& other) { origin_ = other.origin_; }
+    bool has_origin_of(const ByteReader& other) const { return origin_ == other.origin_; }
+    /// A copy of the bytes, which reading makes canonical from here on: numbers become little-endian, padding
+    /// becomes zero. What is not read, or only skipped, stays as it is.
+    void set_canonical_copy(uint8_t* copy) { canonical_ = copy; }
 
     /// Skips the padding before a value of that natural alignment; alignments above max_alignment count as
     /// that.
     bool align(size_t alignment) {
-        const size_t wanted = alignment < max_alignment_ ? alignment : max_alignment_;
-        return skip(padding_to(position_ - origin_, wanted));
+        const size_t count = padding(alignment);
+        if (canonical_ != nullptr && count <= remaining())
+            std::fill_n(canonical_ + position_, count, uint8_t{0});
+        return skip(count);
+    }
+    /// How much that is.
+    size_t padding(size_t alignment) const {
+        return padding_to(position_ - origin_, alignment < max_alignment_ ? alignment : max_alignment_);
+    }
+    /// Whether the next count bytes are zeros, as far as they are there.
+    bool zeros_follow(size_t count) const {
+        const uint8_t* const next = data_ + position_;
+        return std::all_of(next, next + std::min(count, remaining()),
+                           [](uint8_t octet) { return octet == 0; });
     }
     bool skip(size_t count) {
         if (failed_ || count > remaining())
@@ -97,6 +115,8 @@ class ByteReader {
             return fail();
         }
         std::memcpy(values, data_ + position_, count * sizeof(T));
+        if (canonical_ != nullptr && order_ == Endianness::big)
+            reverse_into_copy(sizeof(T), count);
         position_ += count * sizeof(T);
         if (sizeof(T) > 1 && order_ != native_endianness()) {
             for (size_t i = 0; i < count; ++i)
@@ -165,7 +185,10 @@ class ByteReader {
     }
 
   private:
+    void reverse_into_copy(size_t size, size_t count);
+
     const uint8_t* data_ = nullptr;
+    uint8_t* canonical_ = nullptr;
     size_t position_ = 0;
     size_t end_ = 0;
     size_t origin_ = 0;

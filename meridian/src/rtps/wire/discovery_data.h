@@ -126,7 +126,8 @@ struct EndpointData {
     Endianness raw_endianness = native_endianness();
     std::vector<RawParameter> raw;
 
-    bool is_writer() const { return guid.entity.is_writer(); }
+    std::optional<bool> announced_as_writer; // decoded ones: where the kind of the entity does not say it
+    bool is_writer() const { return announced_as_writer.value_or(guid.entity.is_writer()); }
 };
 
 /// Serialized payloads: encapsulation header, parameters, sentinel. What cannot stand in a list is left out:

@@ -129,6 +129,7 @@ bool read_element(ByteReader& reader, std::vector<T>& values) {
         if (!read_element(reader, values.emplace_back()))
             return false;
     }
+    values.shrink_to_fit(); // it may be kept for long
     return true;
 }
 template <typename T>

@@ -1,5 +1,7 @@
 // Writers and readers: DCPSPublication and DCPSSubscription samples (discovery_data.h).
 
+#include <set>
+
 #include "rtps/wire/guid_key.h"
 #include "rtps/wire/parameter_values.h"
 
@@ -58,6 +60,21 @@ void describe(Codec& codec, Record& data, bool is_writer) {
     codec.undecoded(pid::type_object, data.type_object);
 }
 
+// So many names are kept as they stand. Beyond them those that were there already are left out: they mean
+// nothing, and a name takes many times the bytes that announce an empty one.
+constexpr size_t kFewPartitions = 64;
+
+void keep_distinct(std::vector<std::string>& names) {
+    std::set<std::string> seen;
+    std::vector<std::string> distinct;
+    for (std::string& name : names) {
+        if (seen.insert(name).second)
+            distinct.push_back(std::move(name));
+    }
+    distinct.shrink_to_fit();
+    names = std::move(distinct);
+}
+
 bool read_reliability(const Parameter& parameter, EndpointQos& qos) {
     if (!read_members(parameter, qos.reliability))
         return false;
@@ -113,8 +130,15 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
         data.guid = *keys.endpoint;
     data.participant = keys.participant ? keys.participant->prefix : data.guid.prefix;
     // A kind of entity that contradicts the topic it was announced on would be matched, and reported,
-    // wrongly.
-    const bool kind_fits = is_writer ? data.guid.entity.is_writer() : data.guid.entity.is_reader();
+    // wrongly. Kinds that say neither are reported, and never matched.
+    const EntityId id = data.guid.entity;
+    const bool is_of_other_kind = is_writer ? id.is_reader() : id.is_writer();
+    const bool says_what_it_is = id.is_writer() || id.is_reader();
+    const bool kind_fits = !is_of_other_kind && (says_what_it_is || !id.is_builtin());
+    data.announced_as_writer = is_writer;
+    drop_unnamed(data.properties);
+    if (data.qos.partitions.size() > kFewPartitions)
+        keep_distinct(data.qos.partitions);
     if (data.guid.prefix == kUnknownPrefix || !kind_fits) {
         error = std::string("endpoint GUID is missing or not that of a ") +
                 (is_writer ? "writer" : "reader") + ": " + to_string(data.guid);

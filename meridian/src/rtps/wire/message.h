@@ -149,6 +149,8 @@ class MessageWriter {
     bool empty() const { return bytes_.size() == kHeaderSize; }
     size_t size() const { return bytes_.size(); }
     ByteView view() const { return bytes_; }
+    /// Takes back what was added since the message had this size.
+    void cut(size_t size) { bytes_.resize(size); }
     /// Starts the next message with the same header, keeping the memory.
     void clear();
 

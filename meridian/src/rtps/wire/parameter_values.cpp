@@ -1,12 +1,14 @@
 #include "rtps/wire/parameter_values.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace meridian::rtps {
 
 namespace {
 
-constexpr uint32_t kMaxPort = 65535;
+// Unknown parameters beyond so many are skipped: each takes many times its bytes.
+constexpr size_t kMaxRaw = 256;
 
 std::string hex16(unsigned value) {
     char text[8];
@@ -35,7 +37,8 @@ bool PayloadParameters::open(ByteView payload, PayloadParameters& list, std::str
 Verdict PayloadParameters::keep(const Parameter& parameter, std::vector<RawParameter>& raw) {
     if (parameter.not_understood())
         return Verdict::refused;
-    raw.push_back({parameter.id, ByteBuffer(parameter.value.begin(), parameter.value.end())});
+    if (raw.size() < kMaxRaw)
+        raw.push_back({parameter.id, ByteBuffer(parameter.value.begin(), parameter.value.end())});
     return Verdict::taken;
 }
 
@@ -56,6 +59,15 @@ bool PayloadParameters::check_complete(std::string& error) const {
     return false;
 }
 
+void drop_unnamed(std::vector<Property>& properties) {
+    const auto unnamed = [](const Property& property) { return property.name.empty(); };
+    const auto rest = std::remove_if(properties.begin(), properties.end(), unnamed);
+    if (rest == properties.end())
+        return;
+    properties.erase(rest, properties.end());
+    properties.shrink_to_fit();
+}
+
 bool read_member(ByteReader& reader, WireDuration& duration) {
     if (!read_element(reader, duration) || duration.seconds < 0)
         return false;
@@ -69,8 +81,7 @@ void ParameterDecoder::locators(uint16_t id, LocatorList& list) {
         return;
     Locator locator;
     verdict_ = if_possible(read_members(parameter_, locator));
-    const bool udp = locator.kind == kLocatorUdpV4 || locator.kind == kLocatorUdpV6;
-    if (verdict_ == Verdict::taken && (!udp || (locator.port != 0 && locator.port <= kMaxPort)))
+    if (verdict_ == Verdict::taken)
         list.push_back(locator);
 }
 

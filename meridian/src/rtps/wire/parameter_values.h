@@ -60,6 +60,9 @@ class PayloadParameters {
     Endianness order_ = native_endianness();
 };
 
+/// A property without a name means nothing, and takes many times the bytes that announce it.
+void drop_unnamed(std::vector<Property>& properties);
+
 /// Refuses negative durations. Some peers write the infinite one with another fraction: all of those become
 /// kDurationInfinite.
 bool read_member(ByteReader& reader, WireDuration& duration);
@@ -106,8 +109,7 @@ class ParameterDecoder {
         const bool read = read_members(parameter_, members...);
         verdict_ = rule == Rule::always || rule == Rule::when_set ? required(read) : if_possible(read);
     }
-    /// One parameter for each. A UDP locator without a port, or with one above 65535, is not usable and is
-    /// left out.
+    /// One parameter for each, also those that reach nobody: what was announced is shown.
     void locators(uint16_t id, LocatorList& list);
     /// The whole value as it stands.
     void undecoded(uint16_t id, ByteBuffer& bytes);

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/seeded_hash.h"
+
 namespace meridian::rtps {
 
 namespace {
@@ -50,11 +52,6 @@ std::string ipv6_text(const std::array<uint8_t, 16>& address) {
     return text;
 }
 
-size_t mix(size_t hash, uint64_t word) {
-    const uint64_t mixed = (hash ^ word) * 0x9e3779b97f4a7c15u;
-    return static_cast<size_t>(mixed ^ mixed >> 32);
-}
-
 } // namespace
 
 std::string to_string(const GuidPrefix& prefix) {
@@ -96,13 +93,12 @@ uint32_t nanoseconds_from_fraction(uint32_t fraction) {
 
 size_t std::hash<meridian::rtps::GuidPrefix>::operator()(
     const meridian::rtps::GuidPrefix& prefix) const noexcept {
-    uint64_t first = 0;
-    uint32_t last = 0;
-    std::memcpy(&first, prefix.bytes.data(), sizeof first);
-    std::memcpy(&last, prefix.bytes.data() + sizeof first, sizeof last);
-    return meridian::rtps::mix(meridian::rtps::mix(0, first), last);
+    return meridian::seeded_hash(prefix.bytes.data(), prefix.bytes.size());
 }
 
 size_t std::hash<meridian::rtps::Guid>::operator()(const meridian::rtps::Guid& guid) const noexcept {
-    return meridian::rtps::mix(std::hash<meridian::rtps::GuidPrefix>()(guid.prefix), guid.entity.value);
+    std::array<uint8_t, 16> bytes{};
+    std::memcpy(bytes.data(), guid.prefix.bytes.data(), 12);
+    std::memcpy(bytes.data() + 12, &guid.entity.value, 4);
+    return meridian::seeded_hash(bytes.data(), bytes.size());
 }

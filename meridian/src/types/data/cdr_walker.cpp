@@ -7,7 +7,7 @@ namespace meridian::types {
 using rtps::ByteReader;
 
 bool CdrWalker::fail(const char* reason) {
-    if (strict_ || !failure_.empty())
+    if (trial_ || !failure_.empty())
         return false;
     std::string path;
     for (const Step& step : path_) {
@@ -28,10 +28,20 @@ bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
     return enter_delimited(outer, inner) || fail("its length exceeds the sample");
 }
 
+bool CdrWalker::leave_delimited(const ByteReader& inner, size_t padding) {
+    object(inner.remaining() > padding, kManyObjections);
+    return true;
+}
+
 bool CdrWalker::leave_member(const ByteReader& body) {
     // XCDR1 allows the length of a member to include the padding behind it.
-    const size_t padding = version_ == CdrVersion::xcdr1 ? 3 : 0;
-    return !strict_ || body.remaining() <= padding;
+    return leave_delimited(body, version_ == CdrVersion::xcdr1 ? 3 : 0);
+}
+
+bool CdrWalker::leave_member_of(ByteReader& outer, const ByteReader& body) {
+    if (version_ == CdrVersion::xcdr1 && dialect_.one_origin)
+        outer.set_origin_of(body);
+    return leave_member(body);
 }
 
 DDS_ExtensibilityKind CdrWalker::extensibility_of(const Type& type) const {
@@ -55,19 +65,28 @@ bool CdrWalker::walk_value(ByteReader& reader, const Type* type, ValueSink* sink
     if (budget_ == 0)
         return fail("more values than a sample of this size can hold");
     --budget_;
-    switch (type->kind) {
+    const size_t before = reader.remaining();
+    if (!walk_known(reader, *type, sink))
+        return false;
+    const bool is_empty = reader.remaining() == before;
+    return !is_empty || empty_values_++ < kMostEmptyValues ||
+           fail("more values than a sample of this size can hold");
+}
+
+bool CdrWalker::walk_known(ByteReader& reader, const Type& type, ValueSink* sink) {
+    switch (type.kind) {
         case DDS_TK_STRUCT:
         case DDS_TK_VALUE:
         case DDS_TK_UNION:
-            return walk_aggregate(reader, *type, sink);
+            return walk_aggregate(reader, type, sink);
         case DDS_TK_SEQUENCE:
         case DDS_TK_ARRAY:
         case DDS_TK_MAP:
-            return walk_collection(reader, *type, sink);
+            return walk_collection(reader, type, sink);
         case DDS_TK_BITSET:
-            return walk_bitset(reader, *type, sink);
+            return walk_bitset(reader, type, sink);
         default:
-            return walk_scalar(reader, *type, sink);
+            return walk_scalar(reader, type, sink);
     }
 }
 
@@ -82,6 +101,7 @@ bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, 
     if (key_only_ && type.discriminator_key)
         return true;
     const Member* selected = select_union_member(type, value.integer());
+    object(selected == nullptr);
     return selected == nullptr || walk_member(branch, *selected, sink);
 }
 
@@ -128,6 +148,7 @@ bool CdrWalker::has_header(const Type& collection) const {
 bool CdrWalker::skip_primitives(ByteReader& reader, size_t size, uint64_t count) {
     if (count == 0)
         return true;
+    object_to_padding(reader, size);
     if (!reader.align(size) || count > reader.remaining() / size ||
         !reader.skip(static_cast<size_t>(count) * size))
         return fail("more elements than the sample holds");
@@ -141,7 +162,7 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
     size_t size = primitive_size(content->kind);
     if (content->kind == DDS_TK_WCHAR && dialect_.wide_text == CdrDialect::WideText::quads)
         size = 4;
-    if (size != 0 && sink == nullptr)
+    if (size != 0 && sink == nullptr && content->kind != DDS_TK_LONGDOUBLE)
         return skip_primitives(reader, size, count);
     if (size != 0 && count > reader.remaining() / size)
         return fail("more elements than the sample holds");

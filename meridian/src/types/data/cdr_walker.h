@@ -60,7 +60,7 @@ class CdrWalker {
     CdrWalker(CdrVersion version, const CdrDialect& dialect, size_t payload_size, WalkBuffers& buffers)
         : version_(version),
           dialect_(dialect),
-          budget_(16 * uint64_t{payload_size} + 4096),
+          budget_(4 * uint64_t{payload_size} + 4096),
           buffers_(buffers) {}
 
     /// Reads one value; with a null sink it is only passed. False when the bytes do not make one, or the sink
@@ -88,12 +88,11 @@ class CdrWalker {
         has_outer_ = true;
     }
 
-    /// Refuses what no serializer writes, though it could be read: delimited values that do not fill their
-    /// length, flags that are neither 0 nor 1. For trials: no reason is told.
-    void set_strict() { strict_ = true; }
-    /// Refuses wide strings with anything but zeros up to the next four octets as well: the rest of a text
-    /// whose length was taken for octets, though it counts characters, looks like padding.
-    void set_zeros_behind_wide_text() { zeros_behind_wide_text_ = true; }
+    /// Counts what speaks against the dialect, and tells no reason of a failure: for trials.
+    void set_trial() { trial_ = true; }
+    /// Values that no serializer writes, though they could be read, count few; delimited values that do not
+    /// fill their length, as only newer versions of a type have them, count many.
+    uint32_t objections() const { return objections_; }
 
     /// Where and why the first failure happened: "member a.b[3]: reason".
     const std::string& failure() const { return failure_; }
@@ -104,6 +103,8 @@ class CdrWalker {
         uint64_t index;
     };
 
+    static constexpr uint32_t kManyObjections = 1000;
+
     bool fail(const char* reason);
     bool descend(const Step& step);
     bool enter_header(rtps::ByteReader& outer, rtps::ByteReader& inner);
@@ -113,15 +114,22 @@ class CdrWalker {
         if (!has_header)
             return walk(outer);
         rtps::ByteReader inner;
-        return enter_header(outer, inner) && walk(inner) && (!strict_ || inner.remaining() == 0);
+        return enter_header(outer, inner) && walk(inner) && leave_delimited(inner, 0);
     }
+    void object(bool objected, uint32_t weight = 1) { objections_ += objected ? weight : 0; }
+    bool leave_delimited(const rtps::ByteReader& inner, size_t padding);
     bool leave_member(const rtps::ByteReader& body);
+    bool leave_member_of(rtps::ByteReader& outer, const rtps::ByteReader& body);
     bool walk_value(rtps::ByteReader& reader, const Type* type, ValueSink* sink);
+    bool walk_known(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
     bool read_integer(rtps::ByteReader& reader, size_t size, bool is_signed, uint64_t& bits);
     bool read_wide_text(rtps::ByteReader& reader, Scalar& value);
-    bool stands_before_zeros(const rtps::ByteReader& reader);
+    void object_to(const Type& type, const Scalar& value);
+    /// Octets behind a text or bit set that only fill up to the next value are mostly zeros; in another
+    /// dialect they are the rest of it.
+    void object_to_padding(const rtps::ByteReader& reader, size_t size);
     bool read_long_double(rtps::ByteReader& reader, Scalar& value);
     bool walk_bitset(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
 
@@ -131,16 +139,17 @@ class CdrWalker {
     bool walk_plain_members(rtps::ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
                             Located* located);
     bool walk_plain_member(rtps::ByteReader& reader, const Member& member, ValueSink* sink, Located* located);
-    /// Whether the number in the header of a mutable member tells nothing about where the member ends: Fast
-    /// CDR 2 puts the count of a map there.
-    bool has_open_end(const Member& member) const;
-    /// Finds the end of such a member by walking it. `header` stands at its header.
-    bool measure_map(const rtps::ByteReader& header, const Member& member, rtps::ByteReader& reader,
-                     rtps::ByteReader& body);
-    bool find_mutable_members(rtps::ByteReader& reader, const Type& type, Located& members);
     struct MutableMember : rtps::Xcdr2Member {
-        bool end = false; // no member: the list ends here
+        bool end = false;    // no member: the list ends here
+        bool beyond = false; // its number reaches beyond the sample
     };
+    /// Whether the number in the header of a mutable member tells nothing about where the member ends: Fast
+    /// CDR 2 puts the count of a map there, and counts wide characters as four octets.
+    bool has_open_end(const Member& member) const;
+    /// Finds the end of such a member by walking it. `header` stands at its header. Null for an unknown one.
+    bool find_end(MutableMember& found, const Member* member, const rtps::ByteReader& header,
+                  rtps::ByteReader& reader);
+    bool find_mutable_members(rtps::ByteReader& reader, const Type& type, Located& members);
     bool read_mutable_header(rtps::ByteReader& reader, MutableMember& member);
     /// Calls visit(member, a reader that stands before its header, the reader behind it) for each member of a
     /// mutable structure or union, until it returns false.
@@ -173,13 +182,16 @@ class CdrWalker {
 
     CdrVersion version_;
     CdrDialect dialect_;
-    /// Values that may still be visited: types whose values take no bytes must not make endless work of a
-    /// short sample.
+    /// Values that may still be visited: types whose values take few bytes or none must not make endless work
+    /// of a short sample.
     uint64_t budget_;
+    static constexpr unsigned kMostEmptyValues = 4096;
+    unsigned empty_values_ = 0;
     WalkBuffers& buffers_;
     bool key_only_ = false;
-    bool strict_ = false;
-    bool zeros_behind_wide_text_ = false;
+    bool trial_ = false;
+    bool behind_disputed_ = false; // the reader stands behind a wide text or bit set
+    uint32_t objections_ = 0;
     bool has_outer_ = false;
     DDS_ExtensibilityKind outer_ = DDS_FINAL_EXTENSIBILITY;
     const Member* last_located_ = nullptr;

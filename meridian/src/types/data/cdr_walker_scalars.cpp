@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "types/data/cdr_walker.h"
+#include "types/data/scalar_text.h"
 
 namespace meridian::types {
 
@@ -8,7 +9,33 @@ using rtps::ByteReader;
 
 bool CdrWalker::walk_scalar(ByteReader& reader, const Type& type, ValueSink* sink) {
     Scalar value;
-    return read_scalar(reader, type, value) && (sink == nullptr || sink->scalar(type, value));
+    if (!read_scalar(reader, type, value))
+        return false;
+    if (trial_)
+        object_to(type, value);
+    return sink == nullptr || sink->scalar(type, value);
+}
+
+void CdrWalker::object_to(const Type& type, const Scalar& value) {
+    switch (type.kind) {
+        case DDS_TK_BOOLEAN:
+            object(value.bits > 1);
+            break;
+        case DDS_TK_ENUM:
+            object(find_enumerator(type, value.integer()) == nullptr);
+            break;
+        case DDS_TK_LONGDOUBLE:
+            object(!is_plausible_long_double(value));
+            break;
+        default:
+            break;
+    }
+}
+
+void CdrWalker::object_to_padding(const ByteReader& reader, size_t size) {
+    if (behind_disputed_ && size != 0)
+        object(!reader.zeros_follow(reader.padding(std::min<size_t>(size, 8))));
+    behind_disputed_ = false;
 }
 
 bool CdrWalker::read_integer(ByteReader& reader, size_t size, bool is_signed, uint64_t& bits) {
@@ -67,21 +94,12 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
             wide += static_cast<char16_t>(point);
         }
     }
-    if (zeros_behind_wide_text_ && !stands_before_zeros(reader))
-        return false;
     const size_t end = wide.find(u'\0');
     value.wide_text = std::u16string_view(wide).substr(0, end);
-    return true;
-}
-
-bool CdrWalker::stands_before_zeros(const ByteReader& reader) {
-    ByteReader padded = reader;
-    if (!padded.align(4))
-        return true; // the sample ends here
-    ByteReader probe = reader;
-    for (uint8_t octet = 0; probe.position() < padded.position();) {
-        if (!probe.read(octet) || octet != 0)
-            return false;
+    if (trial_) {
+        object(end != std::u16string::npos && wide.find_first_not_of(u'\0', end) != std::u16string::npos);
+        object(!reader.zeros_follow(reader.padding(4)));
+        behind_disputed_ = true;
     }
     return true;
 }
@@ -91,10 +109,13 @@ bool CdrWalker::read_long_double(ByteReader& reader, Scalar& value) {
         return fail("the sample ends within it");
     if (reader.endianness() == rtps::Endianness::big)
         std::reverse(value.octets.begin(), value.octets.end());
+    value.x86 = dialect_.x86_long_double;
+    object(value.x86 && reader.endianness() == rtps::Endianness::big);
     return true;
 }
 
 bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value) {
+    object_to_padding(reader, primitive_size(type.kind));
     switch (type.kind) {
         case DDS_TK_FLOAT: {
             float narrow = 0;
@@ -114,8 +135,14 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
         case DDS_TK_ENUM:
             return read_integer(reader, size_of_bits(type.bit_bound), true, value.bits);
         case DDS_TK_BITMASK:
-        case DDS_TK_BITSET:
             return read_integer(reader, size_of_bits(type.bit_bound), false, value.bits);
+        case DDS_TK_BITSET: {
+            const size_t size = std::max<size_t>(size_of_bits(type.bit_bound), dialect_.bitset_octets);
+            if (!read_integer(reader, size, false, value.bits))
+                return false;
+            behind_disputed_ = trial_;
+            return true;
+        }
         case DDS_TK_WCHAR:
             return read_integer(reader, dialect_.wide_text == CdrDialect::WideText::quads ? 4 : 2, false,
                                 value.bits);

@@ -29,13 +29,10 @@ bool CdrWalker::read_xcdr1_header(ByteReader& reader, Xcdr1Header& header) {
 }
 
 bool CdrWalker::take_xcdr1_body(ByteReader& reader, uint32_t size, ByteReader& body) {
-    if (dialect_.origin_stays) {
+    if (dialect_.one_origin)
         reader.set_origin();
-        body = reader.take(size);
-    } else {
-        body = reader.take(size);
-        body.set_origin();
-    }
+    body = reader.take(size);
+    body.set_origin(); // where take() left it, at the start of the member
     return body.ok() || fail("a member longer than the sample");
 }
 
@@ -54,20 +51,22 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
     const bool optional = member.optional && dialect_.optional_headers;
     if (optional && version_ == CdrVersion::xcdr2) {
         uint8_t present = 0;
-        if (!reader.read(present) || (strict_ && present > 1))
+        if (!reader.read(present))
             return fail("the sample ends before its presence flag");
+        object(present > 1, kManyObjections);
         if (present == 0)
             return true;
     } else if (optional) {
         Xcdr1Header header;
         if (!read_xcdr1_header(reader, header))
             return false;
-        if (header.size == 0 && !header.end)
-            return true;
-        if (header.end || header.id != member.id)
+        if (header.end || (header.id != member.id && header.size != 0))
             return fail("the header names another member");
+        object(header.id != member.id);
         if (!take_xcdr1_body(reader, header.size, body))
             return false;
+        if (header.size == 0)
+            return true;
         source = &body;
     }
     if (located != nullptr) {
@@ -75,7 +74,7 @@ bool CdrWalker::walk_plain_member(ByteReader& reader, const Member& member, Valu
         if (&member == last_located_)
             return false; // nothing behind it is wanted
     }
-    return walk_member(*source, member, sink) && (source != &body || leave_member(body));
+    return walk_member(*source, member, sink) && (source != &body || leave_member_of(reader, body));
 }
 
 bool CdrWalker::walk_plain_members(ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
@@ -114,7 +113,19 @@ bool CdrWalker::read_mutable_header(ByteReader& reader, MutableMember& member) {
         return header.end || take_xcdr1_body(reader, header.size, member.body);
     }
     member.end = reader.remaining() < 4;
-    return member.end || next_member(reader, member) || fail("a member longer than the sample");
+    if (member.end)
+        return true;
+    ByteReader value = reader;
+    if (next_member(reader, member))
+        return true;
+    // A number that tells no length may reach beyond the sample.
+    uint32_t bits = 0;
+    if (dialect_.headers != CdrDialect::Headers::few || !value.read(bits) || !rtps::shares_length(bits))
+        return fail("a member longer than the sample");
+    member.beyond = true;
+    member.body = value.take(value.remaining());
+    reader = value;
+    return true;
 }
 
 template <typename Visit>
@@ -145,9 +156,18 @@ bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSi
     // The discriminator comes first; peers give it different ids.
     ByteReader parts[2];
     size_t count = 0;
-    const auto keep = [&](const MutableMember& member, const ByteReader&, ByteReader&) {
+    const auto branch = [&]() -> const Member* {
+        ByteReader discriminator = parts[0];
+        const Type* kind = resolve_alias(type.discriminator);
+        Scalar value;
+        const bool known = count == 1 && kind != nullptr && read_scalar(discriminator, *kind, value);
+        return known ? select_union_member(type, value.integer()) : nullptr;
+    };
+    const auto keep = [&](MutableMember& member, const ByteReader& header, ByteReader& rest) {
         if (count == 2)
             return fail("a union with more than two members");
+        if (!find_end(member, branch(), header, rest))
+            return false;
         parts[count++] = member.body;
         return true;
     };
@@ -155,17 +175,23 @@ bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSi
         return false;
     if (count == 0)
         return fail("a union without a discriminator");
-    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member(parts[1]);
+    return walk_union_parts(parts[0], parts[1], type, sink) && leave_member_of(reader, parts[count - 1]);
 }
 
 bool CdrWalker::has_open_end(const Member& member) const {
     const Type* type = resolve_alias(member.type);
-    return version_ == CdrVersion::xcdr2 && dialect_.headers == CdrDialect::Headers::few && type != nullptr &&
-           type->kind == DDS_TK_MAP && !has_header(*type);
+    if (version_ == CdrVersion::xcdr1 || dialect_.headers != CdrDialect::Headers::few || type == nullptr)
+        return false;
+    if (type->kind == DDS_TK_MAP)
+        return !has_header(*type);
+    const Type* content = resolve_alias(type->content);
+    return type->kind == DDS_TK_SEQUENCE && content != nullptr && content->kind == DDS_TK_WCHAR;
 }
 
-bool CdrWalker::measure_map(const ByteReader& header, const Member& member, ByteReader& reader,
-                            ByteReader& body) {
+bool CdrWalker::find_end(MutableMember& found, const Member* member, const ByteReader& header,
+                         ByteReader& reader) {
+    if (member == nullptr || !has_open_end(*member))
+        return !found.beyond || fail("a member longer than the sample");
     ByteReader start = header;
     uint32_t bits = 0;
     if (!start.read(bits))
@@ -173,9 +199,9 @@ bool CdrWalker::measure_map(const ByteReader& header, const Member& member, Byte
     if (!rtps::shares_length(bits))
         return true; // with a length of its own, which is right
     ByteReader end = start;
-    if (!walk_member(end, member, nullptr))
+    if (!walk_member(end, *member, nullptr))
         return false;
-    body = start.take(start.remaining() - end.remaining());
+    found.body = start.take(start.remaining() - end.remaining());
     reader = end;
     return true;
 }
@@ -195,11 +221,11 @@ bool CdrWalker::find_mutable_members(ByteReader& outer, const Type& type, Locate
             for (index = 0; index < known && members[index].member->id != found.id;)
                 ++index;
         }
+        if (!find_end(found, index < known ? members[index].member : nullptr, header, reader))
+            return false;
         if (index >= known)
             return !found.must_understand || fail("the type lacks a member that must be understood");
         const Member& member = *members[index].member;
-        if (has_open_end(member) && !measure_map(header, member, reader, found.body))
-            return false;
         // As among plain members, size 0 of an optional one means absent.
         const bool absent = version_ == CdrVersion::xcdr1 && member.optional && found.body.remaining() == 0;
         if (!absent && !members[index].present) {
@@ -229,8 +255,12 @@ bool CdrWalker::walk_mutable_structure(ByteReader& reader, const Type& type, Val
         return false;
     for (size_t i = 0, count = members.size(); i < count; ++i) {
         LocatedMember located = members[i];
-        if (located.present &&
-            !(walk_member(located.body, *located.member, sink) && leave_member(located.body)))
+        if (!located.present)
+            continue;
+        // The last one on the wire leaves the origin to what follows.
+        const bool is_last = reader.has_origin_of(located.body);
+        if (!walk_member(located.body, *located.member, sink) ||
+            !(is_last ? leave_member_of(reader, located.body) : leave_member(located.body)))
             return false;
     }
     return true;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
+#include <utility>
 
 namespace meridian::types {
 
@@ -24,11 +26,11 @@ void visit_types(const Type* root, Visit visit) {
     }
 }
 
-/// Whether collections of such elements have a header in one dialect only.
+/// Whether the headers of collections of such elements differ.
 bool is_disputed_element(const Type* type) {
     type = resolve_alias(type);
-    return type != nullptr &&
-           (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_ARRAY);
+    return type != nullptr && (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK ||
+                               type->kind == DDS_TK_ARRAY || type->kind == DDS_TK_WCHAR);
 }
 
 /// What a type contains that serializers write differently.
@@ -37,6 +39,8 @@ struct Disputed {
     bool headers = false;
     bool lists = false;
     bool optionals = false;
+    bool long_doubles = false;
+    bool bitsets = false;
 };
 
 Disputed find_disputed(const Type& root) {
@@ -45,6 +49,8 @@ Disputed find_disputed(const Type& root) {
         const bool optionals = std::any_of(type.members.begin(), type.members.end(),
                                            [](const Member& member) { return member.optional; });
         disputed.wide_text |= type.kind == DDS_TK_WSTRING || type.kind == DDS_TK_WCHAR;
+        disputed.long_doubles |= type.kind == DDS_TK_LONGDOUBLE;
+        disputed.bitsets |= type.kind == DDS_TK_BITSET && size_of_bits(type.bit_bound) < 8;
         disputed.optionals |= optionals;
         disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
         disputed.headers |=
@@ -54,58 +60,125 @@ Disputed find_disputed(const Type& root) {
     return disputed;
 }
 
-std::vector<CdrDialect> dialects_of_samples(CdrVersion version, const Disputed& disputed) {
-    using WideText = CdrDialect::WideText;
+/// A serializer.
+struct Row {
+    Maker maker; // unknown: the standard's form, or one of several makers
+    CdrDialect dialect;
+    bool xcdr2 = true; // it knows that version
+};
+
+CdrDialect dialect_of(CdrDialect::WideText wide_text, CdrDialect::Headers headers, bool one_origin,
+                      bool optional_headers = true, bool lists = true) {
+    CdrDialect dialect;
+    dialect.wide_text = wide_text;
+    dialect.headers = headers;
+    dialect.one_origin = one_origin;
+    dialect.optional_headers = optional_headers;
+    dialect.lists = lists;
+    return dialect;
+}
+
+const std::vector<Row>& serializers() {
+    using Wide = CdrDialect::WideText;
     using Headers = CdrDialect::Headers;
+    static const std::vector<Row> kRows{
+        {Maker::unknown, dialect_of(Wide::octets, Headers::standard, true)},
+        {Maker::cyclone_dds, dialect_of(Wide::octets, Headers::flat, false)},
+        {Maker::fast_dds, dialect_of(Wide::units, Headers::few, true)}, // Fast CDR 2
+        {Maker::fast_dds, dialect_of(Wide::units, Headers::few, true, false)},
+        {Maker::fast_dds, dialect_of(Wide::quads, Headers::few, true, false, false), false}, // Fast CDR 1
+        {Maker::unknown, dialect_of(Wide::octets, Headers::few, true)},
+        {Maker::unknown, dialect_of(Wide::units, Headers::standard, true)},
+    };
+    return kRows;
+}
+
+/// The same where it makes no difference for samples of the type.
+CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disputed& disputed) {
+    const CdrDialect standard;
     const bool xcdr1 = version == CdrVersion::xcdr1;
-    // Each list starts with the standard's form.
-    std::vector<WideText> wide_texts{WideText::octets};
-    std::vector<Headers> headers{Headers::standard};
-    if (disputed.wide_text)
-        wide_texts.push_back(WideText::units);
-    if (disputed.wide_text && xcdr1)
-        wide_texts.push_back(WideText::quads);
-    if (disputed.headers && !xcdr1)
-        headers.insert(headers.end(), {Headers::flat, Headers::few});
-    std::vector<CdrDialect> result;
-    for (WideText wide_text : wide_texts) {
-        for (Headers header : headers) {
-            CdrDialect dialect;
-            dialect.wide_text = wide_text;
-            dialect.headers = header;
-            result.push_back(dialect);
-            if (xcdr1 && disputed.lists) {
-                dialect.origin_stays = false;
-                result.push_back(dialect);
-                dialect.origin_stays = true;
-            }
-            if (disputed.optionals) {
-                dialect.optional_headers = false;
-                result.push_back(dialect);
-            }
-            if (xcdr1 && disputed.lists) {
-                dialect.optional_headers = false;
-                dialect.lists = false;
-                result.push_back(dialect);
+    if (!disputed.wide_text)
+        dialect.wide_text = standard.wide_text;
+    if (!disputed.headers || xcdr1)
+        dialect.headers = standard.headers;
+    if (!disputed.lists || !xcdr1)
+        dialect.one_origin = standard.one_origin;
+    if (!disputed.lists || !xcdr1)
+        dialect.lists = standard.lists;
+    if (!disputed.optionals)
+        dialect.optional_headers = standard.optional_headers;
+    return dialect;
+}
+
+class DialectList {
+  public:
+    DialectList(const Type& type, CdrVersion version, bool key_only)
+        : disputed_(find_disputed(type)), version_(version), key_only_(key_only) {}
+
+    void add(const Row& row, bool x86_first, bool expected) {
+        if (version_ == CdrVersion::xcdr2 && !row.xcdr2)
+            return;
+        CdrDialect dialect = without_undisputed(row.dialect, version_, disputed_);
+        for (const bool x86 : {x86_first, !x86_first}) {
+            dialect.x86_long_double = x86 && disputed_.long_doubles;
+            for (uint8_t shift = 0; shift < (disputed_.bitsets ? 4 : 1); ++shift) {
+                dialect.bitset_octets = static_cast<uint8_t>(1u << shift);
+                add_for_keys(dialect, expected);
             }
         }
     }
-    return result;
-}
+    std::vector<PossibleDialect> take() { return std::move(list_); }
+
+  private:
+    void add_for_keys(CdrDialect dialect, bool expected) {
+        if (key_only_) {
+            dialect.flat_keys = true;
+            add_new(dialect, expected);
+            dialect.flat_keys = false;
+        }
+        add_new(dialect, expected);
+    }
+    void add_new(const CdrDialect& dialect, bool expected) {
+        const bool known = std::any_of(list_.begin(), list_.end(), [&](const PossibleDialect& other) {
+            return other.dialect == dialect;
+        });
+        if (!known && list_.size() < UINT8_MAX)
+            list_.push_back({dialect, expected});
+    }
+
+    const Disputed disputed_;
+    const CdrVersion version_;
+    const bool key_only_;
+    std::vector<PossibleDialect> list_;
+};
 
 } // namespace
 
-std::vector<CdrDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only) {
-    std::vector<CdrDialect> result;
-    for (CdrDialect dialect : dialects_of_samples(version, find_disputed(type))) {
-        if (key_only) {
-            CdrDialect flat = dialect;
-            flat.flat_keys = true;
-            result.push_back(flat);
+bool operator==(const CdrDialect& a, const CdrDialect& b) {
+    const auto values = [](const CdrDialect& d) {
+        return std::tie(d.wide_text, d.headers, d.one_origin, d.optional_headers, d.lists, d.x86_long_double,
+                        d.bitset_octets, d.flat_keys);
+    };
+    return values(a) == values(b);
+}
+
+Maker maker_of(rtps::VendorId vendor) {
+    if (vendor == rtps::VendorId{{0x01, 0x0f}})
+        return Maker::fast_dds;
+    return vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds : Maker::unknown;
+}
+
+std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
+                                               Maker maker) {
+    DialectList list(type, version, key_only);
+    const bool is_known = maker != Maker::unknown;
+    for (const bool own : {true, false}) {
+        for (const Row& row : serializers()) {
+            if ((row.maker == maker || !is_known) == own)
+                list.add(row, maker == Maker::fast_dds, own);
         }
-        result.push_back(dialect);
     }
-    return result;
+    return list.take();
 }
 
 std::optional<DialectMemory::Choice> DialectMemory::expected(const SampleSource& source, size_t list) const {

@@ -1,7 +1,8 @@
 #pragma once
 
-// Where serializers of the same version of CDR differ, and which of the ways each writer uses. To teach the
-// reader another quirk of a vendor, add it to CdrDialect and to possible_dialects, and obey it in CdrWalker.
+// Where serializers of the same version of CDR differ. Each serializer that is known is one row of a table in
+// dialect.cpp. To teach the reader another quirk, add it to CdrDialect, to the rows and to where forms that a
+// type does not tell apart are left out, and obey it in CdrWalker.
 
 #include <array>
 #include <cstdint>
@@ -32,22 +33,40 @@ struct CdrDialect {
              // CDR 2
     };
     Headers headers = Headers::standard;
-    /// XCDR1: whether alignment still counts from the start of an optional or mutable member after it ended.
-    bool origin_stays = true;
+    /// XCDR1: the header of an optional or mutable member, of an absent one too, moves the origin of
+    /// alignment for all that follows it: Fast CDR 2. Else only for the member.
+    bool one_origin = true;
     /// Optional members are sent as if they were not: dynamic types of Fast DDS 3.1.
     bool optional_headers = true;
     /// XCDR1: mutable types are sent as if they were final, by serializers that know no parameter lists: Fast
     /// CDR 1.
     bool lists = true;
+    /// A long double is the 80 bits of an x86 processor, and whatever stood in the six octets behind: Fast
+    /// CDR.
+    bool x86_long_double = false;
+    /// Bit sets take at least so many octets: Fast DDS does not announce fields without a name.
+    uint8_t bitset_octets = 1;
     /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS.
     bool flat_keys = false;
+
+    friend bool operator==(const CdrDialect& a, const CdrDialect& b);
 };
 
 enum class CdrVersion : uint8_t { xcdr1, xcdr2 };
 
-/// The dialects in which a serializer may have written payloads of a type, the most likely first. `key_only`
-/// payloads consist of the key members alone.
-std::vector<CdrDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only);
+/// Who may have made a serializer, as the vendor of a writer tells.
+enum class Maker : uint8_t { unknown, fast_dds, cyclone_dds };
+constexpr size_t kMakers = 3;
+Maker maker_of(rtps::VendorId vendor);
+
+struct PossibleDialect {
+    CdrDialect dialect;
+    bool expected = true; // the maker is known to write so
+};
+/// The dialects in which payloads of a type may be written, the most likely first. `key_only` payloads
+/// consist of the key members alone.
+std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
+                                               Maker maker);
 
 /// Who sent a payload; the default when that is not known.
 struct SampleSource {
@@ -64,10 +83,10 @@ class DialectMemory {
     static constexpr size_t kMaxWriters = 4096;
 
     struct Choice {
-        uint8_t dialect = 0; // index in the list of possible ones
-        bool zeros = true;   // the payload was padded with zeros only
+        uint8_t dialect = 0; // index in the list of its maker's possible ones
+        bool clean = true;   // nothing in the payload spoke against it
         friend bool operator==(const Choice& a, const Choice& b) {
-            return a.dialect == b.dialect && a.zeros == b.zeros;
+            return a.dialect == b.dialect && a.clean == b.clean;
         }
     };
 

@@ -1,7 +1,5 @@
 #include "types/data/dynamic_sample.h"
 
-#include <algorithm>
-
 namespace meridian::types {
 
 namespace {
@@ -17,10 +15,9 @@ bool DynamicSample::assign(std::shared_ptr<const DynamicContext> context, rtps::
     const auto& limits = context->serialization;
     if (payload.size > limits.max_size_serialized)
         return false;
-    const size_t least = std::max<size_t>(limits.min_size_serialized, payload.size);
-    if (limits.trim_to_size && payload_.capacity() / 4 > least)
+    if (limits.trim_to_size && payload_.capacity() > limits.min_size_serialized &&
+        payload_.capacity() / 4 > payload.size)
         payload_.shrink_to_fit(); // it is empty
-    payload_.reserve(least);
     payload_.assign(payload.begin(), payload.end());
     context_ = std::move(context);
     source_ = source;

@@ -41,6 +41,9 @@ class DynamicSample {
                 const SampleSource& source = {});
     void clear();
 
+    /// Bytes of this object and of what it holds, with what the allocator adds.
+    size_t memory() const { return sizeof *this + payload_.capacity() + 4 * sizeof(void*); }
+
     const DynamicContext* context() const { return context_.get(); }
     rtps::ByteView payload() const { return payload_; }
     const SampleSource& source() const { return source_; }

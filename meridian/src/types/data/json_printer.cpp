@@ -68,7 +68,7 @@ class JsonPrinter final : public ValueSink {
                 return real(type, value, std::isfinite(value.real));
             case DDS_TK_LONGDOUBLE:
                 // Many parsers refuse numbers beyond the range of double.
-                return real(type, value, std::isfinite(static_cast<double>(to_long_double(value.octets))));
+                return real(type, value, std::isfinite(static_cast<double>(to_long_double(value))));
             case DDS_TK_CHAR:
             case DDS_TK_WCHAR:
             case DDS_TK_STRING:

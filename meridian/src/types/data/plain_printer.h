@@ -14,7 +14,7 @@ class PlainPrinter final : public ValueSink {
   public:
     /// Appends to the text of `buffers`, which must outlive the printer.
     PlainPrinter(PrintBuffers& buffers, int indent)
-        : out_(buffers.text), value_(buffers.value), level_(indent < 0 ? 0 : indent) {}
+        : out_(buffers.text), value_(buffers.value), start_(out_.size()), level_(indent < 0 ? 0 : indent) {}
 
     bool scalar(const Type& type, const Scalar& value) override;
     bool begin(const Type& type, uint64_t count) override;
@@ -24,6 +24,7 @@ class PlainPrinter final : public ValueSink {
     bool element(uint64_t index) override;
     bool key(uint64_t index) override;
     bool mapped() override;
+    void retract() override { out_.resize(start_); }
 
     /// Ends the line that a failure left open.
     void close();
@@ -43,6 +44,7 @@ class PlainPrinter final : public ValueSink {
 
     std::string& out_;
     std::string& value_;
+    const size_t start_; // of what is printed
     int level_;
     Lead lead_ = Lead::none;
     NestingStack<Level> open_;

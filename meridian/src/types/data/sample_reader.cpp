@@ -15,16 +15,6 @@ namespace {
 /// A payload is padded to a multiple of four octets.
 constexpr size_t kMaxPadding = 3;
 
-/// Whether what a walk left can only be padding.
-bool is_padding(ByteReader reader, bool zeros) {
-    if (reader.remaining() > kMaxPadding)
-        return false;
-    uint8_t octet = 0;
-    while (zeros && octet == 0 && reader.remaining() != 0)
-        reader.read(octet);
-    return octet == 0;
-}
-
 /// Which list of dialects counts.
 constexpr size_t list_of(CdrVersion version, bool key_only) {
     return (version == CdrVersion::xcdr2 ? 2u : 0u) + (key_only ? 1u : 0u);
@@ -43,9 +33,12 @@ struct SampleReader::Body {
 };
 
 SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
-    for (const CdrVersion version : {CdrVersion::xcdr1, CdrVersion::xcdr2}) {
-        for (const bool key_only : {false, true})
-            dialects_[list_of(version, key_only)] = possible_dialects(*type_, version, key_only);
+    for (const Maker maker : {Maker::unknown, Maker::fast_dds, Maker::cyclone_dds}) {
+        for (const CdrVersion version : {CdrVersion::xcdr1, CdrVersion::xcdr2}) {
+            for (const bool key_only : {false, true})
+                dialects_[static_cast<size_t>(maker)][list_of(version, key_only)] =
+                    possible_dialects(*type_, version, key_only, maker);
+        }
     }
 }
 
@@ -92,33 +85,47 @@ SampleReader::Start SampleReader::start_in(const Body& body, const CdrDialect& d
     return start;
 }
 
-bool SampleReader::fits(const Body& body, const CdrDialect& dialect, bool zeros, WalkBuffers& buffers) const {
-    Start trial = start_in(body, dialect, buffers);
-    trial.walker.set_strict();
-    if (zeros)
-        trial.walker.set_zeros_behind_wide_text();
-    return trial.walker.walk(trial.reader, *type_, nullptr) && is_padding(trial.reader, zeros);
+std::optional<uint32_t> SampleReader::objections(const Body& body, const PossibleDialect& dialect,
+                                                 WalkBuffers& buffers) const {
+    constexpr uint32_t kUnexpected = 1u << 20;
+    Start trial = start_in(body, dialect.dialect, buffers);
+    trial.walker.set_trial();
+    if (!trial.walker.walk(trial.reader, *type_, nullptr) || trial.reader.remaining() > kMaxPadding)
+        return std::nullopt;
+    const bool zeros = trial.reader.zeros_follow(kMaxPadding);
+    return trial.walker.objections() + (zeros ? 0 : 1) + (dialect.expected ? 0 : kUnexpected);
 }
 
-uint8_t SampleReader::find_dialect(const Body& body, const SampleSource& source, WalkBuffers& buffers) const {
-    const std::vector<CdrDialect>& dialects = dialects_[body.list()];
-    if (dialects.size() == 1)
-        return 0;
-    const std::optional<DialectMemory::Choice> expected = memory_.expected(source, body.list());
-    if (expected && fits(body, dialects[expected->dialect], expected->zeros, buffers))
-        return expected->dialect;
-    // The right dialect uses up the sample exactly: up to zeros that pad it and its wide strings, or, where
-    // no dialect fits so, up to padding of any kind.
-    for (bool zeros : {true, false}) {
-        for (uint8_t i = 0; i < dialects.size(); ++i) {
-            const DialectMemory::Choice choice{i, zeros};
-            if (expected == choice || !fits(body, dialects[i], zeros, buffers))
-                continue;
-            memory_.note(source, body.list(), choice);
-            return i;
+const std::vector<PossibleDialect>& SampleReader::dialects(const Body& body,
+                                                           const SampleSource& source) const {
+    return dialects_[static_cast<size_t>(maker_of(source.vendor))][body.list()];
+}
+
+SampleReader::Found SampleReader::find_dialect(const Body& body, const SampleSource& source,
+                                               WalkBuffers& buffers) const {
+    const std::vector<PossibleDialect>& possible = dialects(body, source);
+    if (possible.size() == 1)
+        return {};
+    const std::optional<DialectMemory::Choice> last = memory_.expected(source, body.list());
+    if (last) {
+        const auto count = objections(body, possible[last->dialect], buffers);
+        if (count && (*count == 0 || !last->clean))
+            return {last->dialect};
+    }
+    std::optional<uint32_t> least;
+    DialectMemory::Choice best;
+    for (uint8_t i = 0; i < possible.size() && least != 0u; ++i) {
+        const auto count = objections(body, possible[i], buffers);
+        if (count && (!least || *count < *least)) {
+            least = count;
+            best = {i, *count == 0};
         }
     }
-    return expected ? expected->dialect : 0;
+    if (!least)
+        return {last ? last->dialect : uint8_t{0}, last.has_value()};
+    if (!(last == best))
+        memory_.note(source, body.list(), best);
+    return {best.dialect};
 }
 
 std::optional<SampleReader::Start> SampleReader::start(ByteView payload, bool key_only,
@@ -127,19 +134,29 @@ std::optional<SampleReader::Start> SampleReader::start(ByteView payload, bool ke
     Body body;
     if (!open(payload, key_only, body, failure))
         return std::nullopt;
-    const uint8_t dialect = find_dialect(body, source, buffers);
-    return start_in(body, dialects_[body.list()][dialect], buffers);
+    const Found found = find_dialect(body, source, buffers);
+    return start_in(body, dialects(body, source)[found.dialect].dialect, buffers);
 }
 
 bool SampleReader::walk(ByteView payload, ValueSink* sink, std::string& failure,
                         const SampleSource& source) const {
     const Borrowed<WalkBuffers> buffers(buffers_);
-    std::optional<Start> begin = start(payload, false, source, *buffers, failure);
-    if (!begin)
+    Body body;
+    if (!open(payload, false, body, failure))
         return false;
-    if (begin->walker.walk(begin->reader, *type_, sink))
+    const Found found = find_dialect(body, source, *buffers);
+    Start begin = start_in(body, dialects(body, source)[found.dialect].dialect, *buffers);
+    if (!begin.walker.walk(begin.reader, *type_, found.is_sure ? sink : nullptr)) {
+        failure = begin.walker.failure();
+        return false;
+    }
+    const size_t left = begin.reader.remaining();
+    if (left <= kMaxPadding && found.is_sure)
         return true;
-    failure = begin->walker.failure();
+    if (sink != nullptr)
+        sink->retract();
+    failure = (left > kMaxPadding ? std::to_string(left) + " octets are left" : "some octets fit no value") +
+              ": the type is not what was sent";
     return false;
 }
 

@@ -22,7 +22,8 @@ class SampleReader {
     const Type& type() const { return *type_; }
 
     /// Tells the values of a payload (encapsulation included) to `sink`; null checks only. False with the
-    /// reason in `failure`; the sink was then told what stands before it.
+    /// reason in `failure`; the sink was then told what stands before it, or, where the payload is not what
+    /// the type says and all of that may be wrong, nothing that it was not told to retract.
     bool walk(rtps::ByteView payload, ValueSink* sink, std::string& failure,
               const SampleSource& source = {}) const;
 
@@ -31,22 +32,31 @@ class SampleReader {
         CdrWalker walker;
         rtps::ByteReader reader;
     };
-    /// For the dialect that a payload is in: the first that fits, beginning with the one that its writer's
-    /// last sample was in; where none fits, that one. Nothing for an unknown encapsulation. `key_only`
-    /// payloads consist of the key members alone.
+    /// For the dialect that a payload is in: of those that fit, beginning with those that its writer's vendor
+    /// is known for, the one that the least speaks against; the one that the writer's last sample was in, as
+    /// long as it fits; where none fits, that one, or the most likely. Nothing for an unknown encapsulation.
+    /// `key_only` payloads consist of the key members alone.
     std::optional<Start> start(rtps::ByteView payload, bool key_only, const SampleSource& source,
                                WalkBuffers& buffers, std::string& failure) const;
 
   private:
     struct Body;
+    struct Found {
+        uint8_t dialect = 0;
+        bool is_sure = true; // it fits, or the writer's last sample was in it, or there is no other
+    };
 
     static bool open(rtps::ByteView payload, bool key_only, Body& body, std::string& failure);
     Start start_in(const Body& body, const CdrDialect& dialect, WalkBuffers& buffers) const;
-    bool fits(const Body& body, const CdrDialect& dialect, bool zeros, WalkBuffers& buffers) const;
-    uint8_t find_dialect(const Body& body, const SampleSource& source, WalkBuffers& buffers) const;
+    /// What speaks against the dialect; nothing where it does not fit.
+    std::optional<uint32_t> objections(const Body& body, const PossibleDialect& dialect,
+                                       WalkBuffers& buffers) const;
+    Found find_dialect(const Body& body, const SampleSource& source, WalkBuffers& buffers) const;
+    const std::vector<PossibleDialect>& dialects(const Body& body, const SampleSource& source) const;
 
     TypeRef type_;
-    std::array<std::vector<CdrDialect>, DialectMemory::kLists> dialects_; // see Body::list
+    std::array<std::array<std::vector<PossibleDialect>, DialectMemory::kLists>, kMakers>
+        dialects_; // see Body::list
     mutable DialectMemory memory_;
     Spares<WalkBuffers> buffers_;
 };

@@ -6,35 +6,48 @@
 
 namespace meridian::types {
 
-long double to_long_double(const std::array<uint8_t, 16>& octets) {
-    const auto number = [&octets](size_t first, size_t count) {
-        uint64_t value = 0;
-        for (size_t i = count; i-- > 0;)
-            value = value << 8 | octets[first + i];
-        return value;
-    };
-    // Peers on x86 send the 80 bits of their processor and whatever stood in the six octets behind. Such a
-    // number shows its leading one, and read as a binary128 it is mostly out of all proportion.
-    const auto is_plausible = [](uint64_t sign_and_exponent) {
-        const uint64_t exponent = sign_and_exponent & 0x7fff;
-        return exponent > 16383 - 4096 && exponent < 16383 + 4096;
-    };
-    const bool extended =
-        is_plausible(number(8, 2)) && (octets[7] & 0x80) != 0 && !is_plausible(number(14, 2));
-    const uint64_t head = extended ? number(8, 2) : number(14, 2);
+namespace {
+
+/// The number in some octets of a long double.
+uint64_t number(const Scalar& value, size_t first, size_t count) {
+    uint64_t result = 0;
+    for (size_t i = count; i-- > 0;)
+        result = result << 8 | value.octets[first + i];
+    return result;
+}
+
+uint64_t sign_and_exponent(const Scalar& value) {
+    return number(value, value.x86 ? 8 : 14, 2);
+}
+
+} // namespace
+
+bool is_plausible_long_double(const Scalar& value) {
+    const uint64_t exponent = sign_and_exponent(value) & 0x7fff;
+    // The 80-bit format shows the leading one of every number but zero.
+    const bool leading = !value.x86 || (value.octets[7] & 0x80) != 0;
+    if (exponent == 0)
+        return number(value, 0, 8) == 0 && (value.x86 || number(value, 8, 6) == 0);
+    return leading && (exponent == 0x7fff || (exponent > 16383 - 4096 && exponent < 16383 + 4096));
+}
+
+long double to_long_double(const Scalar& value) {
+    const bool extended = value.x86;
+    const uint64_t head = sign_and_exponent(value);
     const int exponent = static_cast<int>(head & 0x7fff);
     const long double sign = (head & 0x8000) != 0 ? -1.0L : 1.0L;
     if (exponent == 0x7fff) {
         // An 80-bit number shows its leading one, a 128-bit one does not.
-        const bool is_nan = extended ? (number(0, 8) << 1) != 0 : number(0, 8) != 0 || number(8, 6) != 0;
+        const bool is_nan =
+            extended ? (number(value, 0, 8) << 1) != 0 : number(value, 0, 8) != 0 || number(value, 8, 6) != 0;
         return is_nan ? std::nanl("") : sign * HUGE_VALL;
     }
     const int scale = (exponent == 0 ? 1 : exponent) - 16383;
     if (extended)
-        return sign * std::ldexp(static_cast<long double>(number(0, 8)), scale - 63);
+        return sign * std::ldexp(static_cast<long double>(number(value, 0, 8)), scale - 63);
     const uint64_t leading = exponent == 0 ? 0 : uint64_t{1} << 48;
-    const long double high = std::ldexp(static_cast<long double>(number(8, 6) | leading), scale - 48);
-    return sign * (high + std::ldexp(static_cast<long double>(number(0, 8)), scale - 112));
+    const long double high = std::ldexp(static_cast<long double>(number(value, 8, 6) | leading), scale - 48);
+    return sign * (high + std::ldexp(static_cast<long double>(number(value, 0, 8)), scale - 112));
 }
 
 namespace {
@@ -82,7 +95,7 @@ void append_scalar(std::string& out, const Type& type, const Scalar& value) {
             append_number(out, value.real);
             break;
         case DDS_TK_LONGDOUBLE:
-            append_number(out, to_long_double(value.octets));
+            append_number(out, to_long_double(value));
             break;
         case DDS_TK_ENUM:
             if (const Member* enumerator = find_enumerator(type, value.integer()))

@@ -28,10 +28,11 @@ void append_number(std::string& out, Number value) {
         append_chars(out, value);
 }
 
-/// A long double as it was sent, as near as this machine's long double comes to it. The standard's IEEE
-/// binary128 and the 80 bits that peers on x86 send instead are told apart by which of them makes a number of
-/// a plausible size.
-long double to_long_double(const std::array<uint8_t, 16>& octets);
+/// A long double, as near as this machine's comes to it.
+long double to_long_double(const Scalar& value);
+/// Whether it is zero, no number, or a number of a size that occurs: octets of the other format mostly are
+/// not.
+bool is_plausible_long_double(const Scalar& value);
 
 /// Any scalar as plain text without quotes: also the form of map keys in JSON. Of a bit mask the names of the
 /// flags that are set, joined by " | "; unnamed bits in hexadecimal; "0" when none is set.

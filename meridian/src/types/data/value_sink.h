@@ -17,6 +17,7 @@ struct Scalar {
     std::string_view text; // string, as it was sent: not necessarily UTF-8
     std::u16string_view wide_text;
     std::array<uint8_t, 16> octets{}; // long double, least significant octet first
+    bool x86 = false;                 // of which ten count, as an x86 processor has it; else IEEE binary128
 
     int64_t integer() const { return static_cast<int64_t>(bits); }
 };
@@ -42,6 +43,9 @@ class ValueSink {
     virtual bool element(uint64_t) { return true; }
     virtual bool key(uint64_t) { return true; }
     virtual bool mapped() { return true; }
+
+    /// What was told is not what was sent.
+    virtual void retract() {}
 };
 
 } // namespace meridian::types

@@ -1,9 +1,23 @@
 #pragma once
 
+#include <memory>
 #include <utility>
 
 #include "rtps/protocol/remote_endpoint.h"
 #include "types/model/type.h"
+
+namespace meridian::types {
+
+/// Why a publication has no type.
+enum class NoType {
+    not_announced, // only its name was told
+    not_told,      // nobody who was asked sent it in time
+    not_genuine,   // what was sent is not what its hash says
+    too_large,     // for type_code_max_serialized_length
+    unusable,      // the logger says why
+};
+
+} // namespace meridian::types
 
 namespace meridian::rtps {
 
@@ -11,11 +25,16 @@ namespace meridian::rtps {
 class EndpointType {
   public:
     explicit EndpointType(types::TypeRef type) : type_(std::move(type)) {}
-    /// Not null.
+    explicit EndpointType(types::NoType why) : why_(why) {}
+    static EndpointTypeRef none(types::NoType why) { return std::make_shared<EndpointType>(why); }
+
+    /// Null where there is none.
     const types::Type* get() const { return type_.get(); }
+    types::NoType why_none() const { return why_; }
 
   private:
     types::TypeRef type_;
+    types::NoType why_ = types::NoType::not_announced;
 };
 
 /// Null where the endpoint has no type.

@@ -1,8 +1,6 @@
 #include "types/lookup/type_lookup_client.h"
 
-#include <algorithm>
 #include <iterator>
-#include <memory>
 #include <utility>
 
 #include "platform/log.h"
@@ -10,6 +8,9 @@
 namespace meridian::types {
 
 namespace {
+
+/// For repetitions that readers ask for.
+constexpr int32_t kKeptRequests = 64;
 
 rtps::EndpointData service_endpoint(const rtps::GuidPrefix& prefix, rtps::EntityId entity) {
     rtps::EndpointData data;
@@ -22,8 +23,8 @@ rtps::EndpointData service_endpoint(const rtps::GuidPrefix& prefix, rtps::Entity
 
 } // namespace
 
-TypeLookupClient::TypeLookupClient(const TypeResolver::Settings& settings, Supplied supplied)
-    : resolver_(settings), supplied_(std::move(supplied)) {}
+TypeLookupClient::TypeLookupClient(std::shared_ptr<SharedTypeResolver> resolver, Supplied supplied)
+    : resolver_(std::move(resolver)), supplied_(std::move(supplied)) {}
 
 void TypeLookupClient::attach(rtps::net::Runtime& runtime, rtps::Participant& participant, rtps::Now now) {
     runtime_ = &runtime;
@@ -32,43 +33,59 @@ void TypeLookupClient::attach(rtps::net::Runtime& runtime, rtps::Participant& pa
 
     rtps::WriterConfig writer;
     writer.builtin_peer = {rtps::entity::type_lookup_request_reader, rtps::kTypeLookupRequestReader};
+    rtps::EndpointData requests = service_endpoint(prefix, rtps::entity::type_lookup_request_writer);
+    // Requests are repeated anyway: those to participants that do not acknowledge make room for others.
+    requests.qos.history = rtps::HistoryKind::keep_last;
+    requests.qos.history_depth = kKeptRequests;
     rtps::ReaderConfig reader;
     reader.builtin_peer = {rtps::entity::type_lookup_reply_writer, rtps::kTypeLookupReplyWriter};
     participant.set_type_settler(*this);
-    participant.add_writer(service_endpoint(prefix, rtps::entity::type_lookup_request_writer), writer, *this,
-                           now);
+    participant.add_writer(requests, writer, *this, now);
     participant.add_reader(service_endpoint(prefix, rtps::entity::type_lookup_reply_reader), reader, *this,
                            now);
+    asker_ = resolver_->add(*this);
 }
 
-rtps::EndpointTypeRef TypeLookupClient::shared(TypeRef type, const std::string& type_name) {
+void TypeLookupClient::detach() {
+    const SharedTypeResolver::Asker asker = asker_.exchange(0);
+    if (asker != 0)
+        resolver_->remove(asker, rtps::net::now().monotonic);
+}
+
+rtps::EndpointTypeRef TypeLookupClient::shared(TypeRef type, NoType why, const std::string& type_name) {
     if (!type && supplied_)
         type = supplied_(type_name);
     if (!type)
-        return nullptr;
-    rtps::EndpointTypeRef& known = shared_[type.get()];
-    if (known == nullptr)
-        known = std::make_shared<rtps::EndpointType>(type);
-    return known;
+        return rtps::EndpointType::none(why);
+    std::weak_ptr<const rtps::EndpointType>& known = shared_[type.get()];
+    rtps::EndpointTypeRef result = known.lock();
+    if (result == nullptr)
+        known = result = std::make_shared<rtps::EndpointType>(type);
+    return result;
 }
 
 TypeLookupClient::Answer TypeLookupClient::type_of(const rtps::EndpointData& publication,
                                                    const rtps::ParticipantData& participant) {
     const bool answers = (participant.builtin_endpoints & rtps::kTypeLookupRequestReader) != 0;
+    const SharedTypeResolver::Asker asker = asker_;
+    if (asker == 0)
+        return {rtps::TypeState::none, nullptr};
     const TypeResolver::Answer answer =
-        resolver_.resolve(publication, answers && runtime_ != nullptr, rtps::net::now().monotonic);
-    pump();
+        resolver_->resolve(publication, answers, rtps::net::now().monotonic, asker);
     if (!answer) {
         waiting_[publication.guid] = publication.type_name;
         return {rtps::TypeState::waiting, nullptr};
     }
     waiting_.erase(publication.guid);
-    const rtps::EndpointTypeRef type = shared(*answer, publication.type_name);
-    return {type != nullptr ? rtps::TypeState::known : rtps::TypeState::none, type};
+    return {rtps::TypeState::known, shared(answer->type, answer->why, publication.type_name)};
 }
 
 void TypeLookupClient::participant_gone(const rtps::GuidPrefix& participant) {
-    resolver_.participant_gone(participant);
+    for (auto type = shared_.begin(); type != shared_.end();)
+        type = type->second.expired() ? shared_.erase(type) : std::next(type);
+    const SharedTypeResolver::Asker asker = asker_;
+    if (asker != 0)
+        resolver_->participant_gone(participant, rtps::net::now().monotonic, asker);
 }
 
 void TypeLookupClient::on_sample(const rtps::Sample& sample) {
@@ -81,59 +98,41 @@ void TypeLookupClient::on_sample(const rtps::Sample& sample) {
                            rtps::to_string(sample.writer.prefix).c_str(), sample.payload.size);
         return;
     }
-    // Replies to other participants hold the same types, so they are used as well.
-    resolver_.take(reply, rtps::net::now().monotonic);
-    pump();
+    // Some peers name themselves as the writer of the request. Replies to others that come here too do not
+    // hold what was asked for.
+    resolver_->take(reply, sample.writer.prefix, rtps::net::now().monotonic);
 }
 
-void TypeLookupClient::pump() {
-    for (const TypeResolver::Outcome& outcome : resolver_.take_outcomes()) {
+// Not at once: these may come in the middle of an event of this participant or of another.
+
+void TypeLookupClient::settle(const TypeResolver::Outcome& outcome) {
+    runtime_->defer([this, outcome](rtps::Participant& own, rtps::Now now) {
         const auto waiting = waiting_.find(outcome.endpoint);
         if (waiting == waiting_.end())
-            continue;
-        const rtps::EndpointTypeRef type = shared(outcome.type, waiting->second);
+            return;
+        const rtps::EndpointTypeRef type = shared(outcome.type, outcome.why, waiting->second);
         waiting_.erase(waiting);
-        // Not at once: this is the middle of an event of the participant.
-        runtime_->defer([endpoint = outcome.endpoint, type](rtps::Participant& own, rtps::Now now) {
-            own.settle_type(endpoint, type, now);
-        });
-    }
-    std::vector<TypeResolver::Request> requests = resolver_.take_requests();
-    if (!requests.empty()) {
-        const bool is_first = to_send_.empty();
-        std::move(requests.begin(), requests.end(), std::back_inserter(to_send_));
-        if (is_first)
-            runtime_->defer(
-                [this](rtps::Participant& participant, rtps::Now now) { send(participant, now); });
-    }
-    arm_timer();
+        own.settle_type(outcome.endpoint, type, now);
+    });
 }
 
-void TypeLookupClient::send(rtps::Participant& participant, rtps::Now now) {
-    for (TypeResolver::Request& request : std::exchange(to_send_, {})) {
+void TypeLookupClient::send(TypeResolver::Request request) {
+    runtime_->defer([this, request = std::move(request)](rtps::Participant& participant, rtps::Now now) {
         TypeLookupRequest message;
         message.writer = writer_;
-        message.sequence_number = ++sent_;
+        message.sequence_number = request.number;
         message.asked = request.asked;
-        message.hashes = std::move(request.hashes);
+        message.hashes = request.hashes;
         const rtps::ByteBuffer payload = encode(message);
         rtps::WriteRequest write;
         write.payload = payload;
+        write.only_for = request.asked;
         participant.write(writer_.entity, write, now);
-    }
+    });
 }
 
-void TypeLookupClient::arm_timer() {
-    const rtps::MonotonicTime next = resolver_.next_deadline();
-    if (next >= armed_)
-        return;
-    armed_ = next;
-    runtime_->run_at(next, [this, next](rtps::Participant&, rtps::Now now) {
-        if (armed_ == next)
-            armed_ = rtps::kNever;
-        resolver_.on_timer(now.monotonic);
-        pump();
-    });
+void TypeLookupClient::wake_at(rtps::MonotonicTime time) {
+    runtime_->run_at(time, [this](rtps::Participant&, rtps::Now now) { resolver_->on_timer(now.monotonic); });
 }
 
 } // namespace meridian::types

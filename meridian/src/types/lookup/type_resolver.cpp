@@ -1,6 +1,7 @@
 #include "types/lookup/type_resolver.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "platform/log.h"
@@ -9,6 +10,16 @@ namespace meridian::types {
 
 namespace {
 
+/// Requests that are remembered for late answers.
+constexpr size_t kRemembered = 1024;
+/// Types of a participant that are told to be too large, one by one; the rest of a minute is counted.
+constexpr unsigned kToldTooLarge = 5;
+/// So often a type is asked for anew because a cycle in it was not what its hash says.
+constexpr unsigned kMostForged = 5;
+constexpr rtps::Duration kMinute = std::chrono::minutes(1);
+/// What an entry of the tables here takes beside its key, name and type; rather more than less.
+constexpr size_t kEntrySize = 512;
+
 rtps::ByteBuffer key_of(const TypeIdentifier& id) {
     rtps::ByteBuffer bytes;
     rtps::ByteWriter writer(bytes, rtps::Endianness::little, rtps::kXcdr2MaxAlignment);
@@ -16,240 +27,420 @@ rtps::ByteBuffer key_of(const TypeIdentifier& id) {
     return bytes;
 }
 
-/// Whether an object is the one that its hash was made of. The hash is that of the little-endian form, and
-/// that of a strongly connected component covers more than the object: those are taken as they are.
-bool is_genuine(const TypeObjectPair& pair, rtps::Endianness endianness) {
-    if (endianness != rtps::Endianness::little || pair.id.kind == tk::kStronglyConnected)
-        return true;
-    return hash_of(pair.object, pair.id.kind == tk::kComplete) == pair.id.hash;
-}
-
 } // namespace
 
+TypeResolver::Peer::Peer() : share(std::make_shared<MemoryShare>(MemoryBudget::of_process())) {}
+
+TypeResolver::Charge TypeResolver::charge(const Peer& peer, size_t bytes) {
+    if (!peer.share->take(bytes))
+        return nullptr;
+    return {peer.share.get(), [share = peer.share, bytes](void*) { share->give_back(bytes); }};
+}
+
+// -- Publications
+
 TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
-                                           rtps::MonotonicTime now) {
+                                           rtps::MonotonicTime now, Asker asker) {
+    const Waiter waiter{publication.guid, asker};
     TypeInformation information;
     if (publication.type_information.empty() ||
         !decode(publication.type_information, publication.raw_endianness, information) ||
         information.best() == nullptr) {
-        forget(publication.guid);
-        return TypeRef();
+        forget(waiter);
+        return Result{{}, NoType::not_announced};
     }
     const TypeIdentifierWithDependencies& announced = *information.best();
     const Key key = key_of(announced.type.id);
-    const bool can_be_asked = answers && silent_.count({key, publication.participant}) == 0;
+    const rtps::GuidPrefix& participant = publication.guid.prefix;
+    Peer& peer = peers_[participant];
+    peer.askers.insert(asker);
+    const bool can_be_asked = answers && peer.silent.count(key) == 0;
 
     // A wait that is under way goes on, and does not begin anew.
-    const auto awaited = pending_.find(key);
-    if (awaited != pending_.end() && awaited->second.is_awaited_by(publication.guid)) {
+    const auto known = by_key_.find(key);
+    const auto wait = waits_.find(waiter);
+    if (wait != waits_.end() && known != by_key_.end() && wait->second.lookup == known->second) {
         if (can_be_asked)
-            awaited->second.add_answering(publication.participant);
+            add_source(known->second, lookups_.at(known->second), participant);
         return std::nullopt;
     }
-    forget(publication.guid);
+    forget(waiter);
 
     const auto resolved = resolved_.find(key);
     if (resolved != resolved_.end())
-        return resolved->second;
-    if (is_too_large(announced.total_size(), publication.type_name, key))
-        return TypeRef();
+        return resolved->second.result;
+    if (is_too_large(announced.total_size(), publication.type_name, participant, now))
+        return keep(key, participant, {{}, NoType::too_large});
 
-    const auto [at, is_new] = pending_.try_emplace(key);
-    Pending& pending = at->second;
+    const auto again = by_key_.find(key); // it may have ended with its last waiter
+    const bool is_new = again == by_key_.end();
+    const LookupId id = is_new ? ++last_lookup_ : again->second;
+    Lookup& lookup = lookups_[id];
     if (is_new) {
-        pending.root = announced.type.id;
-        pending.name = publication.type_name;
+        lookup.key = key;
+        lookup.root = announced.type.id;
+        lookup.name = publication.type_name;
+        lookup.announcer = participant;
+        lookup.charge = charge(peer, kEntrySize + 2 * key.size() + lookup.name.size());
+        by_key_[key] = id;
     }
-    if (can_be_asked)
-        pending.add_answering(publication.participant);
+    if (can_be_asked && lookup.charge != nullptr)
+        add_source(id, lookup, participant);
+    lookup.waiting.insert(waiter);
+    waits_[waiter] = {id, rtps::later(now, settings_.give_up)};
+    give_ups_.emplace(waits_[waiter].until, waiter);
     // Nothing needs to be requested where the identifier is the whole type, or its parts are known from
     // other types.
-    if (is_new && advance(key, pending, now)) {
-        pending_.erase(at);
-        return resolved_[key];
-    }
-    if (pending.answering.empty()) {
-        finish(pending, TypeRef()); // the participants that offer it left meanwhile
-        pending_.erase(at);
-        return TypeRef();
-    }
-    pending.waiting.push_back({publication.guid, rtps::later(now, settings_.give_up)});
-    return std::nullopt;
+    if (is_new && !advance(id, now))
+        send(now);
+    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty())
+        finish(id, {{}, NoType::not_told}); // nobody offers it, or they left meanwhile
+    if (waits_.count(waiter) != 0)
+        return std::nullopt;
+    const auto own = std::find_if(outcomes_.rbegin(), outcomes_.rend(), [&waiter](const Outcome& outcome) {
+        return Waiter(outcome.endpoint, outcome.asker) == waiter;
+    });
+    Result result{own->type, own->why};
+    outcomes_.erase(std::next(own).base());
+    return result;
 }
 
-bool TypeResolver::Pending::is_awaited_by(const rtps::Guid& endpoint) const {
-    return std::any_of(waiting.begin(), waiting.end(),
-                       [&endpoint](const Waiting& entry) { return entry.endpoint == endpoint; });
+void TypeResolver::add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant) {
+    if (std::find(lookup.sources.begin(), lookup.sources.end(), participant) != lookup.sources.end())
+        return;
+    lookup.sources.push_back(participant);
+    peers_[participant].lookups.insert(id);
 }
 
-void TypeResolver::Pending::add_answering(const rtps::GuidPrefix& participant) {
-    if (std::find(answering.begin(), answering.end(), participant) == answering.end())
-        answering.push_back(participant);
+void TypeResolver::forget(const Waiter& waiter) {
+    const auto wait = waits_.find(waiter);
+    if (wait == waits_.end())
+        return;
+    const LookupId id = wait->second.lookup;
+    give_ups_.erase({wait->second.until, waiter});
+    waits_.erase(wait);
+    Lookup& lookup = lookups_.at(id);
+    lookup.waiting.erase(waiter);
+    if (lookup.waiting.empty())
+        drop(id);
 }
 
-bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const Key& key) {
+TypeResolver::Result TypeResolver::keep(const Key& key, const rtps::GuidPrefix& participant, Result result) {
+    const auto peer = peers_.find(participant);
+    if (peer == peers_.end())
+        return result;
+    const size_t size = result.type ? result.type->graph->memory() : 0;
+    Charge charged = charge(peer->second, kEntrySize + 2 * key.size() + size);
+    if (charged == nullptr)
+        return {{}, result.type ? NoType::unusable : result.why};
+    peer->second.resolved.push_back(key);
+    resolved_[key] = {result, std::move(charged)};
+    return result;
+}
+
+bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const rtps::GuidPrefix& participant,
+                                rtps::MonotonicTime now) {
     if (size <= settings_.max_type_size)
         return false;
-    MERIDIAN_LOG_ERROR("discovery",
-                       "type \"%s\" takes %llu bytes, more than the %llu of type_code_max_serialized_length "
-                       "(-tcMaxSize): it is not used",
-                       name.c_str(), static_cast<unsigned long long>(size),
-                       static_cast<unsigned long long>(settings_.max_type_size));
-    resolved_[key] = TypeRef();
+    const auto peer = peers_.find(participant);
+    if (peer == peers_.end())
+        return true;
+    if (peer->second.too_large++ == 0)
+        counts_.emplace_back(rtps::later(now, kMinute), participant);
+    if (peer->second.too_large <= kToldTooLarge)
+        MERIDIAN_LOG_ERROR(
+            "discovery",
+            "type \"%s\" takes %llu bytes, more than the %llu of type_code_max_serialized_length "
+            "(-tcMaxSize): it is not used",
+            name.c_str(), static_cast<unsigned long long>(size),
+            static_cast<unsigned long long>(settings_.max_type_size));
     return true;
 }
 
-bool TypeResolver::advance(const Key& key, Pending& pending, rtps::MonotonicTime now) {
-    if (is_too_large(library_.closure_size(pending.root), pending.name, key)) {
-        finish(pending, TypeRef());
+void TypeResolver::tell_too_large(const rtps::GuidPrefix& participant, Peer& peer) {
+    if (peer.too_large > kToldTooLarge)
+        MERIDIAN_LOG_ERROR("discovery", "%u more types of participant %s are larger than -tcMaxSize allows",
+                           peer.too_large - kToldTooLarge, rtps::to_string(participant).c_str());
+    peer.too_large = 0;
+}
+
+// -- Requests
+
+void TypeResolver::ask(LookupId id, Lookup& lookup) {
+    if (lookup.queued || lookup.request != 0 || lookup.sources.empty())
+        return;
+    lookup.queued = true;
+    pacer_.enqueue(lookup.source(), id);
+}
+
+void TypeResolver::send(rtps::MonotonicTime now) {
+    while (const auto turn = pacer_.next(now)) {
+        Lookup& lookup = lookups_.at(turn->lookup);
+        const std::vector<TypeHash> missing = library_.missing(lookup.root);
+        lookup.queued = false;
+        lookup.request = ++last_number_;
+        lookup.asked.insert(turn->asked);
+        sent_.push_back(
+            {turn->asked, turn->lookup, {missing.begin(), missing.end()}, rtps::later(now, settings_.retry)});
+        retries_.emplace(sent_.back().retry_at, last_number_);
+        if (missing.empty()) { // what others told was enough
+            end(last_number_, true);
+            advance(turn->lookup, now);
+        } else {
+            const Asker asker = *peers_.at(turn->asked).askers.begin();
+            requests_.push_back({last_number_, asker, turn->asked, missing});
+        }
+    }
+    while (sent_.size() > kRemembered && !sent_.front().under_way)
+        sent_.pop_front();
+}
+
+TypeResolver::Sent* TypeResolver::find_sent(int64_t number) {
+    const int64_t first = last_number_ - static_cast<int64_t>(sent_.size()) + 1;
+    return number >= first && number <= last_number_ ? &sent_[static_cast<size_t>(number - first)] : nullptr;
+}
+
+void TypeResolver::end(int64_t number, bool answered) {
+    Sent* sent = find_sent(number);
+    if (sent == nullptr || !sent->under_way)
+        return;
+    sent->under_way = false;
+    retries_.erase({sent->retry_at, number});
+    pacer_.ended(sent->asked, answered);
+    const auto lookup = lookups_.find(sent->lookup);
+    if (lookup != lookups_.end() && lookup->second.request == number)
+        lookup->second.request = 0;
+}
+
+void TypeResolver::time_out(int64_t number, rtps::MonotonicTime now) {
+    const LookupId id = find_sent(number)->lookup;
+    end(number, false);
+    const auto lookup = lookups_.find(id);
+    if (lookup == lookups_.end() || lookup->second.request != 0)
+        return;
+    ++lookup->second.turn;
+    advance(id, now);
+}
+
+void TypeResolver::take(const TypeLookupReply& reply, const rtps::GuidPrefix& from, rtps::MonotonicTime now) {
+    const Sent* const sent = find_sent(reply.request_number);
+    if (sent == nullptr || sent->asked != from)
+        return;
+    for (const TypeObjectPair& pair : reply.types)
+        take(pair, reply.endianness, *sent, now);
+    const auto is_here = [this](const TypeHash& hash) { return library_.has(hash); };
+    if (std::all_of(sent->hashes.begin(), sent->hashes.end(), is_here)) {
+        const LookupId id = sent->lookup;
+        const auto lookup = lookups_.find(id);
+        const bool is_current = lookup != lookups_.end() && lookup->second.request == reply.request_number;
+        end(reply.request_number, true);
+        if (is_current)
+            advance(id, now);
+    }
+    send(now);
+}
+
+void TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness, const Sent& sent,
+                        rtps::MonotonicTime now) {
+    const TypeHash& hash = pair.id.hash;
+    const auto peer = peers_.find(sent.asked);
+    if (!pair.id.is_hashed() || sent.hashes.count(hash) == 0 || library_.has(hash) || peer == peers_.end())
+        return;
+    const auto lookup = lookups_.find(sent.lookup);
+    const bool is_awaited = lookup != lookups_.end();
+    if (is_awaited && is_too_large(library_.closure_size(lookup->second.root) + pair.object.size,
+                                   lookup->second.name, sent.asked, now)) {
+        finish(sent.lookup, keep(Key(lookup->second.key), sent.asked, {{}, NoType::too_large}));
+        return;
+    }
+    const char* problem = nullptr;
+    switch (library_.add_genuine(hash, pair.object, endianness)) {
+        case TypeLibrary::Added::yes:
+        case TypeLibrary::Added::known:
+            break;
+        case TypeLibrary::Added::malformed:
+            problem = "is malformed";
+            break;
+        case TypeLibrary::Added::too_large:
+            problem = "is too large";
+            break;
+        case TypeLibrary::Added::not_genuine:
+            problem = "does not match its hash";
+            if (is_awaited)
+                lookup->second.was_refused = true;
+            break;
+    }
+    Charge charged = charge(peer->second, kEntrySize + library_.memory_of(hash));
+    if (problem == nullptr && charged == nullptr)
+        problem = "finds no memory any more";
+    if (problem != nullptr) {
+        library_.remove(hash);
+        MERIDIAN_LOG_WARNING("discovery", "type object %s of participant %s %s", to_string(hash).c_str(),
+                             rtps::to_string(sent.asked).c_str(), problem);
+        return;
+    }
+    peer->second.objects[hash] = std::move(charged);
+}
+
+bool TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
+    Lookup& lookup = lookups_.at(id);
+    if (is_too_large(library_.closure_size(lookup.root), lookup.name, lookup.announcer, now)) {
+        finish(id, keep(Key(lookup.key), lookup.announcer, {{}, NoType::too_large}));
         return true;
     }
-    if (!library_.missing(pending.root).empty()) {
-        ask(pending, now);
+    if (library_.missing(lookup.root).empty())
+        refuse_forged_cycles(lookup);
+    if (lookup.forged > kMostForged) {
+        finish(id, {{}, NoType::not_genuine});
+        return true;
+    }
+    if (!library_.missing(lookup.root).empty()) {
+        ask(id, lookup);
         return false;
     }
     std::string error;
-    TypeRef type = library_.build(pending.root, error);
-    if (!type)
-        MERIDIAN_LOG_WARNING("discovery", "type \"%s\" cannot be used: %s", pending.name.c_str(),
+    Result result{library_.build(lookup.root, error), NoType::unusable};
+    if (!result)
+        MERIDIAN_LOG_WARNING("discovery", "type \"%s\" cannot be used: %s", lookup.name.c_str(),
                              error.c_str());
-    resolved_[key] = type;
-    finish(pending, type);
+    finish(id, keep(Key(lookup.key), lookup.announcer, result));
     return true;
 }
 
-void TypeResolver::ask(Pending& pending, rtps::MonotonicTime now) {
-    if (pending.answering.empty())
+void TypeResolver::refuse_forged_cycles(Lookup& lookup) {
+    const std::vector<TypeHash> forged = library_.forged_cycles(lookup.root);
+    if (forged.empty())
         return;
-    const std::vector<TypeHash> missing = library_.missing(pending.root);
-    pending.asked_for = std::set<TypeHash>(missing.begin(), missing.end());
-    unanswered_.insert(missing.begin(), missing.end());
-    pending.retry_at = rtps::later(now, settings_.retry);
-    const rtps::GuidPrefix& asked = pending.answering[pending.next_asked++ % pending.answering.size()];
-    requests_.push_back({asked, missing});
+    // Which of them is the false one cannot be told, nor who sent it.
+    for (const TypeHash& hash : forged) {
+        library_.remove(hash);
+        for (auto& [participant, peer] : peers_)
+            peer.objects.erase(hash);
+    }
+    MERIDIAN_LOG_WARNING("discovery", "type object %s and those of its cycle do not match their hash",
+                         to_string(forged.front()).c_str());
+    lookup.was_refused = true;
+    ++lookup.forged;
+    ++lookup.turn;
 }
 
-void TypeResolver::finish(Pending& pending, const TypeRef& type) {
-    for (const Waiting& waiting : pending.waiting)
-        outcomes_.push_back({waiting.endpoint, type});
-    pending.waiting.clear();
+// -- Ends
+
+void TypeResolver::finish(LookupId id, const Result& result) {
+    for (const Waiter& waiter : lookups_.at(id).waiting) {
+        const auto wait = waits_.find(waiter);
+        give_ups_.erase({wait->second.until, waiter});
+        waits_.erase(wait);
+        outcomes_.push_back({waiter.first, waiter.second, result.type, result.why});
+    }
+    drop(id);
 }
 
-void TypeResolver::forget(const rtps::Guid& endpoint) {
-    for (auto& [key, pending] : pending_) {
-        auto& waiting = pending.waiting;
-        waiting.erase(
-            std::remove_if(waiting.begin(), waiting.end(),
-                           [&endpoint](const Waiting& entry) { return entry.endpoint == endpoint; }),
-            waiting.end());
+void TypeResolver::give_up(const Waiter& waiter) {
+    const LookupId id = waits_.at(waiter).lookup;
+    Lookup& lookup = lookups_.at(id);
+    const auto peer = peers_.find(waiter.first.prefix);
+    if (peer != peers_.end() && lookup.asked.count(waiter.first.prefix) != 0) {
+        Charge charged = charge(peer->second, kEntrySize + lookup.key.size());
+        if (charged != nullptr)
+            peer->second.silent[lookup.key] = std::move(charged);
     }
+    if (!std::exchange(lookup.gave_up, true))
+        MERIDIAN_LOG_WARNING("discovery",
+                             "type \"%s\": no participant sent its definition; its contents are unknown",
+                             lookup.name.c_str());
+    outcomes_.push_back(
+        {waiter.first, waiter.second, {}, lookup.was_refused ? NoType::not_genuine : NoType::not_told});
+    forget(waiter);
 }
 
-void TypeResolver::participant_gone(const rtps::GuidPrefix& participant) {
-    for (auto& [key, pending] : pending_) {
-        auto& answering = pending.answering;
-        answering.erase(std::remove(answering.begin(), answering.end(), participant), answering.end());
+void TypeResolver::drop(LookupId id) {
+    const auto at = lookups_.find(id);
+    const Lookup& lookup = at->second;
+    for (const rtps::GuidPrefix& source : lookup.sources) {
+        if (lookup.queued)
+            pacer_.withdraw(source, id);
+        peers_.at(source).lookups.erase(id);
     }
-    for (auto silent = silent_.begin(); silent != silent_.end();)
-        silent = silent->second == participant ? silent_.erase(silent) : std::next(silent);
-    if (pending_.empty() && silent_.empty())
-        unanswered_.clear();
+    by_key_.erase(lookup.key);
+    lookups_.erase(at);
 }
 
-bool TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness) {
-    const TypeHash& hash = pair.id.hash;
-    if (!pair.id.is_hashed() || unanswered_.count(hash) == 0)
-        return false;
-    if (!is_genuine(pair, endianness)) {
-        MERIDIAN_LOG_WARNING("discovery", "type object %s does not match its hash", to_string(hash).c_str());
-        return false;
-    }
-    if (pair.object.size > settings_.max_type_size) {
-        refuse(hash, pair.object.size);
-        return false;
-    }
-    switch (library_.add(hash, pair.object, endianness)) {
-        case TypeLibrary::Added::yes:
-            unanswered_.erase(hash);
-            return true;
-        case TypeLibrary::Added::known:
-            unanswered_.erase(hash);
-            break;
-        case TypeLibrary::Added::malformed:
-            MERIDIAN_LOG_WARNING("discovery", "type object %s is malformed", to_string(hash).c_str());
-            break;
-        case TypeLibrary::Added::too_large:
-            MERIDIAN_LOG_WARNING("discovery", "type object %s is too large", to_string(hash).c_str());
-            break;
-    }
-    return false;
-}
-
-void TypeResolver::refuse(const TypeHash& hash, uint64_t size) {
-    unanswered_.erase(hash);
-    for (auto at = pending_.begin(); at != pending_.end();) {
-        Pending& pending = at->second;
-        if (pending.asked_for.count(hash) != 0 &&
-            is_too_large(library_.closure_size(pending.root) + size, pending.name, at->first)) {
-            finish(pending, TypeRef());
-            at = pending_.erase(at);
-        } else {
-            ++at;
-        }
-    }
-}
-
-void TypeResolver::take(const TypeLookupReply& reply, rtps::MonotonicTime now) {
-    bool news = false;
-    for (const TypeObjectPair& pair : reply.types)
-        news = take(pair, reply.endianness) || news;
-    if (!news)
+void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::MonotonicTime now,
+                                    Asker asker) {
+    const auto at = peers_.find(participant);
+    if (at == peers_.end())
         return;
-    for (auto pending = pending_.begin(); pending != pending_.end();) {
-        // A type that waits for other objects goes on waiting for the answer that is under way.
-        const auto& asked_for = pending->second.asked_for;
-        const bool answered = std::any_of(asked_for.begin(), asked_for.end(),
-                                          [this](const TypeHash& hash) { return library_.has(hash); });
-        pending = answered && advance(pending->first, pending->second, now) ? pending_.erase(pending)
-                                                                            : std::next(pending);
+    Peer& peer = at->second;
+    peer.askers.erase(asker);
+    if (!peer.askers.empty())
+        return;
+    tell_too_large(participant, peer);
+    std::vector<int64_t> unanswered;
+    for (const auto& [time, number] : retries_) {
+        if (find_sent(number)->asked == participant)
+            unanswered.push_back(number);
     }
+    for (const int64_t number : unanswered)
+        end(number, false);
+    pacer_.forget(participant);
+    for (const LookupId id : peer.lookups) {
+        Lookup& lookup = lookups_.at(id);
+        lookup.queued = lookup.queued && lookup.source() != participant;
+        if (lookup.queued)
+            pacer_.withdraw(lookup.source(), id); // whose turn it is, changes
+        lookup.queued = false;
+        lookup.sources.erase(std::find(lookup.sources.begin(), lookup.sources.end(), participant));
+        if (lookup.announcer == participant && !lookup.sources.empty())
+            lookup.announcer = lookup.sources.front();
+        ask(id, lookup);
+    }
+    for (const auto& [hash, charged] : peer.objects)
+        library_.remove(hash);
+    for (const Key& key : peer.resolved)
+        resolved_.erase(key);
+    peers_.erase(at);
+    send(now);
+}
+
+void TypeResolver::asker_gone(Asker asker, rtps::MonotonicTime now) {
+    std::vector<Waiter> waiters;
+    for (const auto& [waiter, wait] : waits_) {
+        if (waiter.second == asker)
+            waiters.push_back(waiter);
+    }
+    for (const Waiter& waiter : waiters)
+        forget(waiter);
+    std::vector<rtps::GuidPrefix> participants;
+    for (const auto& [participant, peer] : peers_) {
+        if (peer.askers.count(asker) != 0)
+            participants.push_back(participant);
+    }
+    for (const rtps::GuidPrefix& participant : participants)
+        participant_gone(participant, now, asker);
 }
 
 void TypeResolver::on_timer(rtps::MonotonicTime now) {
-    for (auto at = pending_.begin(); at != pending_.end();) {
-        Pending& pending = at->second;
-        auto& waiting = pending.waiting;
-        const auto expired = std::stable_partition(waiting.begin(), waiting.end(),
-                                                   [now](const Waiting& entry) { return entry.until > now; });
-        for (auto entry = expired; entry != waiting.end(); ++entry) {
-            const rtps::GuidPrefix& silent = entry->endpoint.prefix;
-            if (std::count(pending.answering.begin(), pending.answering.end(), silent) != 0)
-                silent_.insert({at->first, silent});
-            outcomes_.push_back({entry->endpoint, TypeRef()});
-        }
-        if (expired != waiting.end())
-            MERIDIAN_LOG_WARNING("discovery",
-                                 "type \"%s\": no participant sent its definition; its contents are unknown",
-                                 pending.name.c_str());
-        waiting.erase(expired, waiting.end());
-        if (waiting.empty()) {
-            at = pending_.erase(at);
-            continue;
-        }
-        if (pending.retry_at <= now)
-            ask(pending, now);
-        ++at;
+    while (!give_ups_.empty() && give_ups_.begin()->first <= now)
+        give_up(Waiter(give_ups_.begin()->second));
+    while (!retries_.empty() && retries_.begin()->first <= now)
+        time_out(retries_.begin()->second, now);
+    for (; !counts_.empty() && counts_.front().first <= now; counts_.pop_front()) {
+        const auto peer = peers_.find(counts_.front().second);
+        if (peer != peers_.end())
+            tell_too_large(peer->first, peer->second);
     }
+    send(now);
 }
 
 rtps::MonotonicTime TypeResolver::next_deadline() const {
-    rtps::MonotonicTime next = rtps::kNever;
-    for (const auto& [key, pending] : pending_) {
-        for (const Waiting& waiting : pending.waiting)
-            next = std::min(next, waiting.until);
-        if (!pending.waiting.empty() && !pending.answering.empty())
-            next = std::min(next, pending.retry_at);
-    }
+    rtps::MonotonicTime next = pacer_.next_time();
+    if (!give_ups_.empty())
+        next = std::min(next, give_ups_.begin()->first);
+    if (!retries_.empty())
+        next = std::min(next, retries_.begin()->first);
+    if (!counts_.empty())
+        next = std::min(next, counts_.front().first);
     return next;
 }
 

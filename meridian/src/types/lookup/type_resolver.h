@@ -1,22 +1,28 @@
 #pragma once
 
-// Finds the types of remote publications: which type objects to request from which participant, how long to
-// wait, and what was found. A pure state machine: announcements, replies and times go in, requests and
-// outcomes come out. Not thread-safe.
+// Finds the types of remote publications for the participants of this process: which type objects to request
+// from which participant, how long to wait, and what was found. A pure state machine: announcements, replies
+// and times go in, requests and outcomes come out. Not thread-safe.
 //
-// A type is asked for once, however many publications have it. Each participant that announces it may be
-// asked in turn.
+// A type is asked for once, however many publications have it and however many participants of this process
+// hear of it: first from the participant that announced it first, then from the others that announce it, one
+// by one. How many requests go out, see request_pacer.h. What is kept is charged to the participant that made
+// it necessary (memory_budget.h), and ends with it.
 
-#include <functional>
+#include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/protocol/times.h"
 #include "rtps/wire/discovery_data.h"
+#include "types/lookup/endpoint_type.h"
+#include "types/lookup/request_pacer.h"
 #include "types/lookup/type_lookup_codec.h"
 #include "types/network/type_information.h"
 #include "types/network/type_library.h"
@@ -25,34 +31,49 @@ namespace meridian::types {
 
 class TypeResolver {
   public:
+    /// A participant of this process.
+    using Asker = uint32_t;
     struct Settings {
-        /// Summed size of the type objects of a type above which it is not used; the logger says so once per
-        /// type.
+        /// Summed size of the type objects of a type above which it is not used. The logger says so, a few
+        /// times a minute for each participant.
         uint64_t max_type_size = 4096;
         rtps::Duration give_up = std::chrono::seconds(2); // for each publication
         rtps::Duration retry = std::chrono::milliseconds(200);
     };
     struct Request {
+        int64_t number = 0; // counts from 1
+        Asker asker = 0;
         rtps::GuidPrefix asked;
         std::vector<TypeHash> hashes;
     };
+    struct Result {
+        TypeRef type; // empty: see why
+        NoType why = NoType::not_announced;
+        explicit operator bool() const { return static_cast<bool>(type); }
+    };
     struct Outcome {
         rtps::Guid endpoint;
-        TypeRef type; // empty: it could not be had
+        Asker asker = 0;
+        TypeRef type; // empty: see why
+        NoType why = NoType::not_announced;
     };
-    /// Nothing: the publication waits, and an Outcome will come. Else the type, empty when it has none.
-    using Answer = std::optional<TypeRef>;
+    /// Nothing: the publication waits, and an Outcome will come.
+    using Answer = std::optional<Result>;
 
     explicit TypeResolver(const Settings& settings) : settings_(settings) {}
 
-    /// A publication was announced (or announced anew). `answers`: its participant offers the type lookup
-    /// service. Announcing it anew with the same type does not prolong the wait.
-    Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now);
-    /// It is asked no longer. Its waiting publications may still be resolved by other participants.
-    void participant_gone(const rtps::GuidPrefix& participant);
-    /// Takes the type objects that were requested, also from replies to other participants. Objects that are
-    /// not what their hashes say, or alone exceed the limit of a type, are refused.
-    void take(const TypeLookupReply& reply, rtps::MonotonicTime now);
+    /// A publication was announced (or announced anew) to `asker`. `answers`: its participant offers the type
+    /// lookup service. Announcing it anew with the same type does not prolong the wait.
+    Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now,
+                   Asker asker = 0);
+    /// It is asked no longer, when all askers said so, and what it told is forgotten. Its waiting
+    /// publications may still be resolved by other participants.
+    void participant_gone(const rtps::GuidPrefix& participant, rtps::MonotonicTime now, Asker asker = 0);
+    /// The participant of this process is gone, with all that it knew of. It has no outcomes any more.
+    void asker_gone(Asker asker, rtps::MonotonicTime now);
+    /// Takes the type objects that were requested from that participant by the request that the reply names.
+    /// Objects that are not what their hashes say, or alone exceed the limit of a type, are refused.
+    void take(const TypeLookupReply& reply, const rtps::GuidPrefix& from, rtps::MonotonicTime now);
     void on_timer(rtps::MonotonicTime now);
 
     rtps::MonotonicTime next_deadline() const;
@@ -63,41 +84,96 @@ class TypeResolver {
   private:
     /// A type identifier as the bytes that it is announced with.
     using Key = rtps::ByteBuffer;
-    struct Waiting {
-        rtps::Guid endpoint;
-        rtps::MonotonicTime until;
-    };
-    struct Pending {
+    using Waiter = std::pair<rtps::Guid, Asker>;
+    using LookupId = RequestPacer::Lookup;
+    /// Memory that was taken from the share of a participant, which gets it back when the last owner goes.
+    using Charge = std::shared_ptr<void>;
+
+    /// A type that is being looked up.
+    struct Lookup {
+        Key key;
         TypeIdentifier root;
-        std::string name; // of the type, for messages
-        std::vector<Waiting> waiting;
-        std::vector<rtps::GuidPrefix> answering; // participants that can be asked
-        size_t next_asked = 0;
-        std::set<TypeHash> asked_for; // in the request that is under way
-        rtps::MonotonicTime retry_at{0};
+        std::string name;           // of the type, for messages
+        rtps::GuidPrefix announcer; // who pays
+        std::set<Waiter> waiting;
+        std::vector<rtps::GuidPrefix> sources; // participants that can be asked
+        std::set<rtps::GuidPrefix> asked;
+        size_t turn = 0; // of the sources
+        bool queued = false;
+        int64_t request = 0; // that is under way; 0: none
+        bool was_refused = false;
+        unsigned forged = 0; // so often a cycle of types did not match its hash
+        bool gave_up = false;
+        Charge charge;
 
-        bool is_awaited_by(const rtps::Guid& endpoint) const;
-        void add_answering(const rtps::GuidPrefix& participant);
+        const rtps::GuidPrefix& source() const { return sources[turn % sources.size()]; }
+    };
+    struct Wait {
+        LookupId lookup = 0;
+        rtps::MonotonicTime until{0};
+    };
+    /// A request that was sent. It is remembered for a while after its time, since late answers are welcome.
+    struct Sent {
+        rtps::GuidPrefix asked;
+        LookupId lookup = 0;
+        std::set<TypeHash> hashes;
+        rtps::MonotonicTime retry_at{0};
+        bool under_way = true;
+    };
+    struct Resolved {
+        Result result;
+        Charge charge;
+    };
+    struct Peer {
+        Peer();
+        std::set<Asker> askers; // that know of it
+        std::set<LookupId> lookups;
+        std::map<Key, Charge> silent; // types that it was asked for and did not tell in time
+        std::vector<Key> resolved;    // by what it told
+        std::map<TypeHash, Charge> objects;
+        std::shared_ptr<MemoryShare> share;
+        unsigned too_large = 0; // types since the last count
     };
 
+    static Charge charge(const Peer& peer, size_t bytes);
+    void add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant);
     /// No outcome comes any more of what it waited for.
-    void forget(const rtps::Guid& endpoint);
-    void ask(Pending& pending, rtps::MonotonicTime now);
-    /// True when the pending type is done, one way or the other.
-    bool advance(const Key& key, Pending& pending, rtps::MonotonicTime now);
-    void finish(Pending& pending, const TypeRef& type);
-    /// True when the object is new.
-    bool take(const TypeObjectPair& pair, rtps::Endianness endianness);
-    /// Gives up the types that wait for an object that is too large.
-    void refuse(const TypeHash& hash, uint64_t size);
-    bool is_too_large(uint64_t size, const std::string& name, const Key& key);
+    void forget(const Waiter& waiter);
+    void ask(LookupId id, Lookup& lookup);
+    /// Makes requests as long as they may go out.
+    void send(rtps::MonotonicTime now);
+    void end(int64_t number, bool answered);
+    /// Nothing came in time: the next one is asked.
+    void time_out(int64_t number, rtps::MonotonicTime now);
+    Sent* find_sent(int64_t number);
+    /// True when the lookup is done, one way or the other, and gone.
+    bool advance(LookupId id, rtps::MonotonicTime now);
+    void refuse_forged_cycles(Lookup& lookup);
+    void finish(LookupId id, const Result& result);
+    void give_up(const Waiter& waiter);
+    void drop(LookupId id);
+    void take(const TypeObjectPair& pair, rtps::Endianness endianness, const Sent& sent,
+              rtps::MonotonicTime now);
+    /// Keeps what became of a type, if there is memory for it.
+    Result keep(const Key& key, const rtps::GuidPrefix& participant, Result result);
+    bool is_too_large(uint64_t size, const std::string& name, const rtps::GuidPrefix& participant,
+                      rtps::MonotonicTime now);
+    void tell_too_large(const rtps::GuidPrefix& participant, Peer& peer);
 
     const Settings settings_;
+    RequestPacer pacer_;
     TypeLibrary library_;
-    std::map<Key, TypeRef> resolved_; // empty: cannot be used
-    std::map<Key, Pending> pending_;
-    std::set<std::pair<Key, rtps::GuidPrefix>> silent_; // were asked for the type and did not answer in time
-    std::set<TypeHash> unanswered_; // was asked for; the answer may also come after all gave up
+    std::map<Key, Resolved> resolved_;
+    std::map<LookupId, Lookup> lookups_;
+    std::map<Key, LookupId> by_key_;
+    std::map<Waiter, Wait> waits_;
+    std::set<std::pair<rtps::MonotonicTime, Waiter>> give_ups_;
+    std::map<rtps::GuidPrefix, Peer> peers_;
+    std::deque<Sent> sent_; // the last ones, the newest with number last_number_
+    std::set<std::pair<rtps::MonotonicTime, int64_t>> retries_;
+    std::deque<std::pair<rtps::MonotonicTime, rtps::GuidPrefix>> counts_; // of types that are too large
+    int64_t last_number_ = 0;
+    LookupId last_lookup_ = 0;
     std::vector<Request> requests_;
     std::vector<Outcome> outcomes_;
 };

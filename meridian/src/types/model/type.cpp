@@ -69,10 +69,9 @@ bool is_scalar(const Type* type) {
 }
 
 const Member* select_union_member(const Type& type, int64_t discriminator) {
-    // Labels are announced as int32: those of an uint32 from 0x80000000 up as negative numbers.
-    const Type* kind = resolve_alias(type.discriminator);
-    if (kind != nullptr && kind->kind == DDS_TK_ULONG)
-        discriminator = static_cast<int32_t>(static_cast<uint32_t>(discriminator));
+    // Labels are announced as int32, so only the lower 32 bits of others: those from 2^31 on as negative
+    // ones.
+    discriminator = static_cast<int32_t>(static_cast<uint32_t>(discriminator));
     for (const Member& member : type.members) {
         if (std::find(member.labels.begin(), member.labels.end(), discriminator) != member.labels.end())
             return &member;

@@ -110,6 +110,8 @@ class TypeGraph {
         return members_ <= kMaxGraphMembers;
     }
     size_t size() const { return nodes_.size(); }
+    /// Bytes that it takes in memory, but for names.
+    size_t memory() const { return nodes_.size() * sizeof(Type) + members_ * sizeof(Member); }
 
     void acquire() const { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() const {

@@ -19,6 +19,12 @@ bool skip_string(ByteReader& reader) {
     return reader.read_octets(view);
 }
 
+template <typename Number>
+bool skip_number(ByteReader& reader) {
+    Number unused{};
+    return reader.read(unused);
+}
+
 /// An optional member of a final or appendable structure: a flag, then the value where the flag is set.
 template <typename Skip>
 bool skip_optional(ByteReader& reader, Skip skip) {
@@ -26,50 +32,96 @@ bool skip_optional(ByteReader& reader, Skip skip) {
     return reader.read_bool(present) && (!present || skip(reader));
 }
 
-/// Anything with a DHEADER: appendable structures and sequences of constructed elements.
-bool skip_delimited(ByteReader& reader) {
+/// Anything with a DHEADER: appendable structures and sequences of constructed elements. What stands in it is
+/// read as far as `content` understands it, which is for its canonical form only.
+template <typename Content>
+bool skip_delimited(ByteReader& reader, Content content) {
     ByteReader inner;
-    return enter_delimited(reader, inner);
+    if (!enter_delimited(reader, inner))
+        return false;
+    content(inner);
+    return true;
+}
+
+template <typename Element>
+bool skip_sequence(ByteReader& reader, Element element) {
+    return skip_delimited(reader, [element](ByteReader& inner) {
+        uint32_t count = 0;
+        bool good = inner.read_length(count, 4);
+        for (uint32_t i = 0; good && i < count; ++i)
+            good = skip_delimited(inner, element);
+    });
 }
 
 bool skip_annotation_value(ByteReader& reader) {
     uint8_t kind = 0;
     if (!reader.read(kind))
         return false;
-    const auto skip_number = [&reader](size_t size) { return reader.align(size) && reader.skip(size); };
     switch (kind) {
         case tk::kBoolean:
         case tk::kByte:
         case tk::kInt8:
         case tk::kUint8:
         case tk::kChar8:
-            return skip_number(1);
+            return reader.skip(1);
         case tk::kInt16:
         case tk::kUint16:
         case tk::kChar16:
-            return skip_number(2);
+            return skip_number<uint16_t>(reader);
         case tk::kInt32:
         case tk::kUint32:
         case tk::kFloat32:
         case tk::kEnum:
-            return skip_number(4);
+            return skip_number<uint32_t>(reader);
         case tk::kInt64:
         case tk::kUint64:
         case tk::kFloat64:
-            return skip_number(8);
+            return skip_number<uint64_t>(reader);
         case tk::kFloat128:
             return reader.align(8) && reader.skip(16);
         case tk::kString8:
         case tk::kString16: // its length counts bytes
             return skip_string(reader);
-        default:
-            return skip_delimited(reader); // extended values are mutable
+        default: // extended values are mutable, and nobody defined any
+            return skip_delimited(reader, [](ByteReader&) {});
     }
 }
 
+void skip_parameter(ByteReader& reader) {
+    std::array<uint8_t, 4> name_hash;
+    if (reader.read_bytes(name_hash))
+        skip_annotation_value(reader);
+}
+
+void skip_custom_annotation(ByteReader& reader) {
+    TypeIdentifier id;
+    if (read(reader, id))
+        skip_optional(reader, [](ByteReader& list) { return skip_sequence(list, skip_parameter); });
+}
+
+/// The unit, limits and hashed name of a member.
+void skip_member_annotations(ByteReader& reader) {
+    if (skip_optional(reader, skip_string) && skip_optional(reader, skip_annotation_value) &&
+        skip_optional(reader, skip_annotation_value))
+        skip_optional(reader, skip_string);
+}
+
+/// A text for some place and language.
+void skip_type_annotations(ByteReader& reader) {
+    skip_optional(reader, [](ByteReader& detail) {
+        return skip_delimited(detail, [](ByteReader& verbatim) {
+            while (verbatim.remaining() > 0 && skip_string(verbatim)) {
+            }
+        });
+    });
+}
+
 /// The two optional lists after a name or element: built-in and custom annotations, both delimited.
-bool skip_annotations(ByteReader& reader) {
-    return skip_optional(reader, skip_delimited) && skip_optional(reader, skip_delimited);
+template <typename Builtin>
+bool skip_annotations(ByteReader& reader, Builtin builtin) {
+    return skip_optional(reader, [builtin](ByteReader& list) { return skip_delimited(list, builtin); }) &&
+           skip_optional(reader,
+                         [](ByteReader& list) { return skip_sequence(list, skip_custom_annotation); });
 }
 
 class Decoder {
@@ -116,7 +168,7 @@ class Decoder {
     }
 
     bool read_type_detail(ByteReader& reader) {
-        return skip_annotations(reader) && reader.read_string(object_.name);
+        return skip_annotations(reader, skip_type_annotations) && reader.read_string(object_.name);
     }
 
     bool read_header(ByteReader& outer) {
@@ -166,8 +218,12 @@ class Decoder {
     bool read_element(ByteReader& outer, TypeIdentifier& id, uint16_t* flags = nullptr) {
         ByteReader reader;
         uint16_t unused = 0;
-        return enter_delimited(outer, reader) && reader.read(flags != nullptr ? *flags : unused) &&
-               read(reader, id);
+        if (!enter_delimited(outer, reader) || !reader.read(flags != nullptr ? *flags : unused) ||
+            !read(reader, id))
+            return false;
+        if (object_.complete)
+            skip_annotations(reader, flags != nullptr ? skip_type_annotations : skip_member_annotations);
+        return true;
     }
 
     /// A delimited sequence of delimited members. The smallest member of any kind takes 8 bytes, so a length
@@ -220,7 +276,7 @@ class Decoder {
             object_.complete ? body.read_string(member.name) : body.read_bytes(member.name_hash);
         if (object_.kind == tk::kAnnotation)
             return named && skip_annotation_value(body);
-        return named && (!object_.complete || skip_annotations(body));
+        return named && (!object_.complete || skip_annotations(body, skip_member_annotations));
     }
 
     TypeObject& object_;
@@ -257,12 +313,42 @@ bool read_pairs(ByteReader& outer, std::vector<TypeObjectPair>& pairs) {
     return true;
 }
 
+rtps::ByteBuffer canonical(ByteView bytes, rtps::Endianness order) {
+    rtps::ByteBuffer copy(bytes.begin(), bytes.end());
+    ByteReader reader(bytes, order, rtps::kXcdr2MaxAlignment);
+    reader.set_canonical_copy(copy.data());
+    TypeObject object;
+    if (!read(reader, object))
+        copy.clear();
+    return copy;
+}
+
 TypeHash hash_of(ByteView bytes, bool complete) {
     TypeHash hash;
     hash.kind = complete ? tk::kComplete : tk::kMinimal;
     const auto digest = md5(bytes);
     std::copy_n(digest.begin(), hash.bytes.size(), hash.bytes.begin());
     return hash;
+}
+
+namespace {
+
+size_t memory_of(const TypeIdentifier& id) {
+    const auto pointed = [](const TypeIdentifier* to) {
+        return to != nullptr ? sizeof(TypeIdentifier) + memory_of(*to) : 0;
+    };
+    return sizeof(uint32_t) * id.dimensions.size() + pointed(id.element.get()) + pointed(id.key.get());
+}
+
+} // namespace
+
+size_t memory_of(const TypeObject& object) {
+    size_t sum = object.name.size() + memory_of(object.base) + memory_of(object.discriminator) +
+                 memory_of(object.element) + memory_of(object.key);
+    for (const TypeObjectMember& member : object.members)
+        sum += sizeof member + member.name.size() + sizeof(int32_t) * member.labels.size() +
+               memory_of(member.type);
+    return sum;
 }
 
 void collect_hashes(const TypeObject& object, std::vector<TypeHash>& hashes) {

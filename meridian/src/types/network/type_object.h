@@ -1,7 +1,7 @@
 #pragma once
 
 // Type objects, minimal and complete, of every kind (OMG DDS-XTypes 1.3, 7.3.4.3 and annex B), decoded into
-// one flat record. Applied annotations are checked and skipped: none of them changes how data looks on the
+// one flat record. Applied annotations are passed over: none of them changes how data looks on the
 // wire beyond what the flags already say.
 
 #include <optional>
@@ -65,9 +65,15 @@ struct TypeObjectPair {
 /// Reads a sequence of them, as replies of the type lookup service hold one. False when it is malformed.
 bool read_pairs(rtps::ByteReader& reader, std::vector<TypeObjectPair>& pairs);
 
+/// The form of a serialized type object that its hash is made of: little-endian, with zeros for padding,
+/// where some peers send what was in their memory. Empty when it is malformed.
+rtps::ByteBuffer canonical(rtps::ByteView bytes, rtps::Endianness order);
 /// The hash of a serialized type object (7.3.4.5): what its identifier should be. `bytes` must be
-/// little-endian.
+/// canonical.
 TypeHash hash_of(rtps::ByteView bytes, bool complete);
+
+/// Bytes that it takes in memory, but for itself.
+size_t memory_of(const TypeObject& object);
 
 /// The identifiers that a type object refers to.
 void collect_hashes(const TypeObject& object, std::vector<TypeHash>& hashes);
