@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""An application that dies without a word is gone when its own lease is over, no sooner and hardly later."""
+"""An application that dies without a word is gone when its own lease is over, no sooner and hardly later; one that comes back
+with the same GUID before that is a new one at once."""
 
 import time
 
@@ -56,6 +57,54 @@ class LostLiveliness(harness.InteropTest):
         living.do("writer after topic=T")
         spy.wait_for_event("New writer", guid=living.guids["after"])
         self.assertEqual(spy.having(guid=living.guids["w"]), spy.having("New writer", guid=living.guids["w"]))
+
+
+class SecondLives(harness.InteropTest):
+    """A process that is killed, and starts again with the same GUID on the same ports, as an application with a fixed prefix
+    does that a watchdog starts again."""
+
+    LIVES = 9
+    SAMPLES = 5
+
+    def next_life(self, writer):
+        peer = self.fastdds()
+        peer.do("participant prefix=01.0f.77.01.02.03.04.05.06.07.08.09")
+        peer.do(f"writer w {writer}")
+        return peer
+
+    def check(self, types):
+        """Restarts right after the death, later, and after the first announcements are over. A new life is told of within
+        1 s, after the end of the one before, and every sample of it is shown."""
+        spy = self.spy("-useFirstPublicationQos", mode=None)
+        slowest = 0
+        for life in range(self.LIVES):
+            kind = types[life % len(types)]
+            begin = time.monotonic()
+            peer = self.next_life(f"topic=T type={kind} transient_local")
+            spy.wait_for_event("New writer", count=life + 1)
+            if life > 0:
+                slowest = max(slowest, time.monotonic() - begin)
+            peer.do(f"write w count={self.SAMPLES}")
+            spy.wait_for("the samples", lambda: sum(sample.what != "No writers" for sample in spy.samples()) ==
+                         self.SAMPLES * (life + 1))
+            for topic_kind, event in zip([types[n % len(types)] for n in range(life + 1)], spy.having("New writer")):
+                self.assertEqual(event.type, "peers::" + topic_kind.capitalize())
+            if life < self.LIVES - 1:
+                pause = 0 if life % 3 == 0 else life % 3 + 1
+                rest = time.monotonic()
+                spy.wait_for("a pause", lambda: time.monotonic() - rest >= pause)
+            peer.kill()
+        print(f"a new life is told of after {slowest:.2f} s at most", end=" ", flush=True)
+        events = [event.what for event in spy.having(guid=None) if event.topic == "T"]
+        self.assertEqual(events, ["New writer"] + ["Deleted writer", "New writer"] * (self.LIVES - 1), spy.story())
+        self.assertLess(slowest, 1.2 * harness.SLOWNESS)
+        self.end(spy)
+
+    def test_the_same_writer(self):
+        self.check(["keyed"])
+
+    def test_another_type_on_the_same_topic(self):
+        self.check(["keyed", "unkeyed"])
 
 
 if __name__ == "__main__":

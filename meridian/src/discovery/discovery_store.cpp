@@ -31,6 +31,8 @@ const char* text_of(rtps::GoneReason reason) {
             return "it is ignored";
         case rtps::GoneReason::replaced:
             return "it was replaced";
+        case rtps::GoneReason::forgotten:
+            return "it was not heard again";
         case rtps::GoneReason::stopped:
             return "this participant stopped";
     }
@@ -110,6 +112,10 @@ void DiscoveryStore::endpoint_gone(const rtps::RemoteEndpointRef& endpoint, rtps
 
 void DiscoveryStore::warning(const std::string& text) {
     MERIDIAN_LOG_WARNING("discovery", "%s", text.c_str());
+}
+
+void DiscoveryStore::error(const std::string& text) {
+    MERIDIAN_LOG_ERROR("discovery", "%s", text.c_str());
 }
 
 void DiscoveryStore::put_participant(const rtps::ParticipantRef& announced) {

@@ -41,6 +41,7 @@ class DiscoveryStore final : public rtps::Events {
     void endpoint_gone(const rtps::RemoteEndpointRef& endpoint, rtps::GoneReason reason,
                        rtps::WireTime source_timestamp) override;
     void warning(const std::string& text) override;
+    void error(const std::string& text) override;
 
   private:
     struct ByGuid {

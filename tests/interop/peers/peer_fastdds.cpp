@@ -18,6 +18,7 @@
 #include <cstring>
 #include <mutex>
 #include <numeric>
+#include <sstream>
 
 #include "command_loop.h"
 #include "json.h"
@@ -146,6 +147,9 @@ class FastPeer final : public peers::Peer {
         dds::DomainParticipantQos qos;
         qos.name(command.text("name", ""));
         fill_discovery(qos, command);
+        if (command.has("prefix")) { // another process may have it after this one
+            std::istringstream(command.text("prefix")) >> qos.wire_protocol().prefix;
+        }
         qos.transport().use_builtin_transports = false;
         const std::string transport = command.text("transport", "udpv4");
         if (transport == "udpv4" || transport == "both") {

@@ -137,6 +137,7 @@ class MessageRouterTest : public ::testing::Test,
     }
     void on_participant_changed(RemoteParticipant&, bool, Now) override {}
     void on_participant_gone(RemoteParticipant&, GoneReason, Now) override {}
+    void on_participant_doubted(RemoteParticipant&) override {}
     void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override {
         locals.match_all(endpoint, now().monotonic);
     }
@@ -158,7 +159,7 @@ class MessageRouterTest : public ::testing::Test,
     MessageBatcher batcher{prefix(1), 1400, output};
     WarnOnce warnings{events};
     ParticipantDiscovery participants{config, output, batcher, warnings, *this};
-    EndpointDiscovery endpoints{100000, participants, warnings, *this};
+    EndpointDiscovery endpoints{config, participants, warnings, *this};
     Liveliness liveliness{*this};
     LocalEndpoints locals{output, participants, liveliness, events, warnings};
     MessageRouter router{prefix(1), participants, endpoints, locals, liveliness, warnings};

@@ -1,144 +1,18 @@
 // One participant against hand-made messages of others.
 
-#include "rtps/protocol/participant.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <numeric>
 #include <utility>
 
-#include "protocol/captured_output.h"
+#include "protocol/participant_fixture.h"
 #include "protocol/silent_reader.h"
-#include "protocol/simulated_network.h"
 
 namespace meridian::rtps::test {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-class ParticipantTest : public ::testing::Test {
-  protected:
-    ParticipantTest() {
-        config.prefix = prefix(1);
-        config.domain_id = 3;
-        config.is_own = [](const GuidPrefix& p) { return p == prefix(1) || p == prefix(100); };
-        config.initial_peers = {SimulatedNetwork::group()};
-        config.locators.metatraffic_unicast = {udpv4(1)};
-        config.locators.default_unicast = {udpv4(1, 7411)};
-    }
-    void start() {
-        participant = std::make_unique<Participant>(config, output, recorder);
-        participant->start(now());
-        output.messages.clear();
-    }
-    Now now() const { return {time, {100, 0}}; }
-
-    ParticipantData remote(uint8_t id) {
-        ParticipantData data;
-        data.vendor = VendorId{{0x01, 0x10}};
-        data.guid = {prefix(id), entity::participant};
-        data.builtin_endpoints = 0xc3f;
-        data.domain_id = 3;
-        data.lease = {10, 0};
-        data.metatraffic_unicast = {udpv4(id)};
-        data.default_unicast = {udpv4(id, 7411)};
-        data.metatraffic_multicast = {SimulatedNetwork::group()};
-        return data;
-    }
-    void receive(uint8_t from, const std::function<void(MessageWriter&)>& fill, bool directed = false) {
-        MessageWriter writer(prefix(from), 60000);
-        if (directed)
-            writer.add_info_destination(prefix(1));
-        fill(writer);
-        received_bytes += writer.size();
-        participant->receive(writer.view(), udpv4(from, 50000), now());
-    }
-    void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
-        receive(from, [&](MessageWriter& writer) {
-            Data data;
-            data.writer = writer_id;
-            data.sequence_number = number;
-            data.has_payload = true;
-            data.payload = payload;
-            writer.add_info_timestamp({77, 0});
-            writer.add_data(data);
-        });
-    }
-    Count acknowledgements = 0;
-    void announce(const ParticipantData& data) {
-        send_data(data.guid.prefix.bytes[11], entity::participant_writer, ++announcements, encode(data));
-    }
-    /// All subscriptions below this number, or asks again for some of them.
-    void acknowledge(uint8_t from, SequenceNumber base, const std::vector<SequenceNumber>& missing = {},
-                     int times = 1) {
-        receive(from, [&](MessageWriter& writer) {
-            AckNack acknack;
-            acknack.reader = entity::subscriptions_reader;
-            acknack.writer = entity::subscriptions_writer;
-            acknack.missing.base = base;
-            for (const SequenceNumber number : missing)
-                acknack.missing.insert(number);
-            acknack.final = missing.empty();
-            for (int i = 0; i < times; ++i) {
-                acknack.count = ++acknowledgements;
-                writer.add_acknack(acknack);
-            }
-        });
-    }
-    size_t bytes_sent_to(const Locator& locator) const {
-        size_t bytes = 0;
-        for (const auto& message : output.messages)
-            bytes += message.destination == locator ? message.bytes.size() : 0;
-        return bytes;
-    }
-    EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
-        EndpointData data;
-        data.guid = {prefix(participant_id), EntityId{entity}};
-        data.topic_name = "Square";
-        data.type_name = "Shape";
-        data.qos.reliability = Reliability::reliable;
-        return data;
-    }
-    /// Locators of what was sent since the messages were last cleared.
-    std::set<Locator> destinations() const {
-        std::set<Locator> result;
-        for (const auto& message : output.messages)
-            result.insert(message.destination);
-        return result;
-    }
-    Lines sent_to(const Locator& locator) const {
-        CapturedOutput part;
-        for (const auto& message : output.messages) {
-            if (message.destination == locator)
-                part.messages.push_back(message);
-        }
-        return part.take();
-    }
-    std::vector<GuidPrefix> known_participants() const {
-        std::vector<GuidPrefix> result;
-        for (const auto& entry : recorder.participants)
-            result.push_back(entry.first);
-        return result;
-    }
-    void run_until(MonotonicTime end) {
-        while (participant->next_deadline() <= end) {
-            time = std::max(time, participant->next_deadline());
-            participant->on_timer(now());
-        }
-        time = end;
-    }
-
-    MonotonicTime time = seconds(1);
-    SequenceNumber announcements = 0;
-    size_t received_bytes = 0;
-    ParticipantConfig config;
-    CapturedOutput output;
-    Recorder recorder{[this](const GuidPrefix& p) { return config.is_own(p); }};
-    std::unique_ptr<Participant> participant;
-};
 
 TEST_F(ParticipantTest, AnnouncesInABurstThenPeriodically) {
     participant = std::make_unique<Participant>(config, output, recorder);
@@ -217,118 +91,6 @@ TEST_F(ParticipantTest, ANewParticipantIsAnsweredAtOnceAndAskedForItsEndpoints) 
     EXPECT_TRUE(output.messages.empty());
 }
 
-class UnansweredAddress : public ParticipantTest {
-  protected:
-    /// With so many readers to tell of, and a participant whose address is that of another.
-    void start_with_readers(uint32_t count) {
-        config.secret_begin = 4711;
-        start();
-        run_until(time + seconds(1));
-        for (uint32_t i = 0; i < count; ++i)
-            EXPECT_TRUE(participant->add_reader(publication(1, (i << 8) + 7), {}, sink, now()));
-        output.messages.clear();
-        received_bytes = 0;
-        ParticipantData data = remote(2);
-        data.lease = kDurationInfinite;
-        announce(data);
-    }
-    SilentReader sink;
-};
-
-TEST_F(UnansweredAddress, GetsAtMostThreeTimesWhatCameAndThenNothing) {
-    start_with_readers(100);
-    run_until(time + seconds(600));
-    EXPECT_GT(bytes_sent_to(udpv4(2)), 0u);
-    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
-    output.messages.clear();
-    run_until(time + seconds(600));
-    EXPECT_EQ(bytes_sent_to(udpv4(2)), 0u);
-}
-
-TEST_F(UnansweredAddress, GetsNoMoreForRequestsThatNameNothingOfWhatWasSent) {
-    start_with_readers(100);
-    std::vector<SequenceNumber> all(256);
-    std::iota(all.begin(), all.end(), 1);
-    acknowledge(2, 1, all, 1000);
-    acknowledge(2, 1);
-    acknowledge(2, 101);
-    run_until(time + seconds(10));
-    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
-    EXPECT_LE(bytes_sent_to(udpv4(2)), 4000u);
-}
-
-TEST_F(UnansweredAddress, IsConfirmedByAnAcknowledgementOfWhatWasSent) {
-    start_with_readers(100);
-    acknowledge(2, 4712);
-    output.messages.clear();
-    std::vector<SequenceNumber> all(100);
-    std::iota(all.begin(), all.end(), 4712);
-    acknowledge(2, 4712, all);
-    EXPECT_GT(bytes_sent_to(udpv4(2)), 10000u);
-    output.messages.clear();
-    acknowledge(2, 4712, all, 1000);
-    run_until(time + milliseconds(99));
-    EXPECT_LE(bytes_sent_to(udpv4(2)), 1000u);
-}
-
-TEST_F(UnansweredAddress, IsNotConfirmedByGuesses) {
-    start_with_readers(100);
-    for (SequenceNumber guess = 4700; guess < 4720; ++guess)
-        acknowledge(2, guess);
-    run_until(time + seconds(10));
-    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
-}
-
-TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
-    start_with_readers(100);
-    const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {
-        receive(2, [&](MessageWriter& writer) {
-            Heartbeat submessage;
-            submessage.writer = entity::publications_writer;
-            submessage.first = first;
-            submessage.last = last;
-            submessage.count = count;
-            writer.add_heartbeat(submessage);
-        });
-    };
-    for (Count i = 1; i < 200; i += 2) {
-        heartbeat(1, 10, i);
-        heartbeat(1, 0, i + 1);
-    }
-    run_until(time + seconds(10));
-    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
-}
-
-TEST_F(ParticipantTest, WhatOneAnswerCostsDoesNotGrowWithTheParticipants) {
-    config.secret_begin = 4711;
-    const auto seconds_for = [this](uint32_t others) {
-        start();
-        for (uint32_t i = 0; i < others; ++i) {
-            ParticipantData data = remote(2);
-            data.guid.prefix.bytes[1] = static_cast<uint8_t>(1 + i / 250);
-            data.guid.prefix.bytes[2] = static_cast<uint8_t>(1 + i % 250);
-            data.lease = kDurationInfinite;
-            MessageWriter writer(data.guid.prefix, 60000);
-            const ByteBuffer payload = encode(data);
-            Data announcement;
-            announcement.writer = entity::participant_writer;
-            announcement.sequence_number = 1;
-            announcement.has_payload = true;
-            announcement.payload = payload;
-            writer.add_data(announcement);
-            participant->receive(writer.view(), udpv4(2), now());
-        }
-        announce(remote(3));
-        output.messages.clear();
-        const auto begin = std::chrono::steady_clock::now();
-        for (int i = 0; i < 20000; ++i)
-            acknowledge(3, 4712);
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    };
-    const double few = seconds_for(10);
-    EXPECT_LT(seconds_for(5000), 10 * few);
-}
-
 TEST_F(ParticipantTest, OnlyTheBuiltinEndpointsThatItHasAreTalkedTo) {
     start();
     ParticipantData data = remote(2);
@@ -404,17 +166,8 @@ TEST_F(ParticipantTest, EndpointsComeAndChangeAndGo) {
     data.qos.partitions = {"A"};
     send_data(2, entity::publications_writer, 3, encode(data));
     EXPECT_EQ(recorder.endpoints.at(data.guid)->qos->partitions, (std::vector<std::string>{"A"}));
-    receive(2, [&](MessageWriter& writer) { // only a key hash, no payload, as Fast DDS disposes
-        InlineQos qos;
-        qos.key_hash = KeyHash{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 2};
-        qos.status_info = 3;
-        const ByteBuffer inline_qos = encode(qos);
-        Data d;
-        d.writer = entity::publications_writer;
-        d.sequence_number = 4;
-        d.inline_qos = inline_qos;
-        writer.add_data(d);
-    });
+    // Only a key hash, no payload, as Fast DDS disposes.
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 4, data.guid); });
     EXPECT_TRUE(recorder.endpoints.empty());
     EXPECT_TRUE(recorder.contradictions.empty());
 }
@@ -436,16 +189,39 @@ TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnow
     EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {1}"}));
 }
 
-TEST_F(ParticipantTest, WhatOneParticipantTellsOfAnotherWaitsForThatOne) {
+TEST_F(ParticipantTest, EverybodySpeaksForItselfAlone) {
     start();
     announce(remote(2));
-    send_data(2, entity::publications_writer, 1, encode(publication(3)));
-    EXPECT_TRUE(recorder.endpoints.empty());
     announce(remote(3));
-    EXPECT_EQ(recorder.endpoints.size(), 1u);
-    participant->ignore_participant(prefix(2), now()); // the one who told it goes
-    EXPECT_TRUE(recorder.endpoints.empty());
-    EXPECT_TRUE(recorder.contradictions.empty());
+    const EndpointData theirs = publication(3);
+    send_data(3, entity::publications_writer, 1, encode(theirs));
+    ASSERT_EQ(recorder.history, (Lines{"+"}));
+
+    EndpointData changed = theirs;
+    changed.name = "changed";
+    send_data(2, entity::publications_writer, 1, encode(changed));
+    send_data(2, entity::publications_writer, 2, encode(publication(3, 0x202)));
+    EndpointData moved = publication(2, 0x302);
+    moved.participant = prefix(3);
+    send_data(2, entity::publications_writer, 3, encode(moved));
+    moved.participant = prefix(77);
+    send_data(2, entity::publications_writer, 4, encode(moved));
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 5, theirs.guid); });
+    receive(2, [&](MessageWriter& writer) {
+        add_end(writer, entity::participant_writer, 6, {prefix(3), entity::participant});
+    });
+    ParticipantData renamed = remote(3);
+    renamed.name = "renamed";
+    send_data(2, entity::participant_writer, 7, encode(renamed));
+    send_data(2, entity::participant_writer, 8, encode(remote(4)));
+    EXPECT_EQ(recorder.history, (Lines{"+"}));
+    EXPECT_EQ(known_participants(), (std::vector<GuidPrefix>{prefix(2), prefix(3)}));
+    EXPECT_EQ(recorder.participants.at(prefix(3)).name, "");
+    EXPECT_EQ(recorder.warnings.size(), 1u); // of announcements of endpoints
+
+    send_data(3, entity::publications_writer, 2, encode(changed));
+    receive(3, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 3, theirs.guid); });
+    EXPECT_EQ(recorder.history, (Lines{"+", "~changed", "-changed"}));
 }
 
 TEST_F(ParticipantTest, MalformedEndpointDataIsToldOncePerCauseAndTheNextOneCounts) {
@@ -519,33 +295,6 @@ TEST_F(ParticipantTest, AChangedAnnouncementIsAnEventAndARepeatedOneIsNot) {
     announce(data);
     EXPECT_EQ(recorder.participants.at(prefix(2)).name, "new name");
     EXPECT_TRUE(recorder.gone.empty());
-}
-
-TEST_F(ParticipantTest, OtherSocketsUnderTheSamePrefixAreAnotherLife) {
-    start();
-    ParticipantData data = remote(2);
-    announce(data);
-    send_data(2, entity::publications_writer, 1, encode(publication(2)));
-    data.metatraffic_unicast = {udpv4(2, 9999)};
-    announce(data);
-    ASSERT_EQ(recorder.gone.size(), 1u);
-    EXPECT_EQ(recorder.gone[0].second, GoneReason::replaced);
-    EXPECT_EQ(recorder.participants.size(), 1u);
-    EXPECT_TRUE(recorder.endpoints.empty());
-    EXPECT_TRUE(recorder.contradictions.empty());
-}
-
-TEST_F(ParticipantTest, ANewAddressOfTheSameSocketsIsAChange) {
-    start();
-    ParticipantData data = remote(2);
-    announce(data);
-    output.messages.clear();
-    data.metatraffic_unicast = {udpv4(22)};
-    announce(data);
-    EXPECT_TRUE(recorder.gone.empty());
-    run_until(time + milliseconds(150));
-    EXPECT_EQ(sent_to(udpv4(2)), Lines{});
-    EXPECT_FALSE(sent_to(udpv4(22)).empty()); // what repeats goes to the new address
 }
 
 TEST_F(ParticipantTest, NewOwnAddressesAreAnnouncedAtOnce) {
@@ -782,19 +531,6 @@ TEST_F(ParticipantTest, JunkIsHarmlessAndCalledWhatItIs) {
     ByteBuffer cut(writer.view().begin(), writer.view().end());
     cut.resize(cut.size() - 4);
     EXPECT_EQ(participant->receive(cut, udpv4(2), now()), ReadStatus::malformed);
-}
-
-TEST_F(ParticipantTest, TablesHaveLimits) {
-    config.max_remote_participants = 2;
-    config.max_remote_endpoints = 3;
-    start();
-    for (uint8_t id = 2; id < 6; ++id)
-        announce(remote(id));
-    EXPECT_EQ(recorder.participants.size(), 2u);
-    for (uint32_t i = 1; i <= 5; ++i)
-        send_data(2, entity::publications_writer, i, encode(publication(2, i << 8 | 2)));
-    EXPECT_EQ(recorder.endpoints.size(), 3u);
-    EXPECT_EQ(recorder.warnings.size(), 2u);
 }
 
 TEST_F(ParticipantTest, SecuredParticipantsAreReportedAndTheirMessagesCounted) {

@@ -53,6 +53,7 @@ class Recorder final : public Events {
     std::set<std::pair<Guid, Guid>> matches; // of the endpoints with a sink of sink_of
     std::vector<std::string> contradictions;
     std::vector<std::string> warnings;
+    std::vector<std::string> errors;
     std::vector<std::pair<GuidPrefix, GoneReason>> gone;
 
     std::function<bool(const ParticipantData&)> admit; // empty: everybody
@@ -95,6 +96,7 @@ class Recorder final : public Events {
         history.push_back("-" + endpoint->name);
     }
     void warning(const std::string& text) override { warnings.push_back(text); }
+    void error(const std::string& text) override { errors.push_back(text); }
 
     /// Keeps the matches of a local endpoint; next gets the samples, if it is given.
     ReaderSink& sink_of(const Guid& local, ReaderSink* next = nullptr) {

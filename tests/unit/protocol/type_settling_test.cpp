@@ -46,6 +46,7 @@ class TypeSettlingTest : public ::testing::Test {
   protected:
     TypeSettlingTest() {
         writer.guid = {prefix(2), EntityId{0x103}};
+        writer.participant = writer.guid.prefix;
         writer.topic_name = "Square";
         writer.type_name = "Shape";
         writer.name = "a";
@@ -185,18 +186,6 @@ TEST_F(TypeSettlingTest, OneWhoseParticipantGoesMeanwhileIsToldToo) {
     EXPECT_EQ(recorder.history, (History{"+a", "-a"}));
     EXPECT_EQ(settler.gone, 1);
     EXPECT_TRUE(recorder.contradictions.empty());
-}
-
-TEST_F(TypeSettlingTest, NothingIsAskedBeforeTheParticipantIsKnown) {
-    EndpointData foreign = writer;
-    foreign.guid.prefix = foreign.participant = prefix(3);
-    foreign.name = "foreign";
-    announce(foreign);
-    EXPECT_EQ(settler.asked, 1);
-    announce(3);
-    EXPECT_EQ(settler.asked, 2);
-    participant.settle_type(foreign.guid, type, now);
-    EXPECT_EQ(recorder.history, (History{"+foreign"}));
 }
 
 } // namespace

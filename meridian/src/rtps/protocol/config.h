@@ -59,10 +59,11 @@ struct ParticipantConfig {
     /// All fragments and out-of-order samples held for one reader together; beyond it nothing new is held,
     /// and reliable ones are asked for again later.
     size_t max_reassembly_memory = size_t{64} << 20;
-    /// Discovered participants beyond this many are not taken (a guard against hostile networks), likewise
-    /// endpoints.
+    /// Guards against hostile networks. Where there are more participants, some are forgotten (see
+    /// participant_discovery.h). No participant gets more endpoints than are left for all others afterwards.
     size_t max_remote_participants = 10000;
     size_t max_remote_endpoints = 200000;
+    size_t max_endpoints_of_participant = 10000;
 };
 
 /// The counterpart of a builtin endpoint that is not announced through endpoint discovery: it exists where a

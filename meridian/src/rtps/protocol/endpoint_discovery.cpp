@@ -6,9 +6,10 @@
 
 namespace meridian::rtps {
 
-EndpointDiscovery::EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants,
-                                     WarnOnce& warnings, Listener& listener)
-    : max_endpoints_(max_endpoints), participants_(participants), warnings_(warnings), listener_(listener) {}
+EndpointDiscovery::EndpointDiscovery(const ParticipantConfig& config,
+                                     const ParticipantDiscovery& participants, WarnOnce& warnings,
+                                     Listener& listener)
+    : config_(config), participants_(participants), warnings_(warnings), listener_(listener) {}
 
 void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
     if ((sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0) {
@@ -19,11 +20,7 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
         return;
     std::string error;
     std::optional<EndpointData> decoded = decode_endpoint(sample.payload, writers, error);
-    if (decoded && decoded->is_writer() != writers) {
-        error = "the entity id " + to_string(decoded->guid) + " is of another kind";
-        decoded.reset();
-    }
-    if (!decoded) {
+    if (!decoded || !is_acceptable(*decoded, sample, writers, error)) {
         const char* what = writers ? "publication" : "subscription";
         warnings_.warn("endpoint " + to_string(sample.writer) + error,
                        std::string("a ") + what + " of participant " + to_string(sample.writer.prefix) +
@@ -31,60 +28,71 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
-    if (participants_.excludes(decoded->guid.prefix))
-        return;
     take(std::move(*decoded), sample);
 }
 
-void EndpointDiscovery::note_announcer(const Guid& endpoint, const GuidPrefix& announcer) {
-    if (announcer != endpoint.prefix)
-        announced_by_others_[endpoint] = announcer;
-    else if (!announced_by_others_.empty())
-        announced_by_others_.erase(endpoint);
+bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
+                                      std::string& error) const {
+    if (data.is_writer() != writers)
+        error = "the entity id " + to_string(data.guid) + " is of another kind";
+    else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix) ||
+             data.participant != data.guid.prefix)
+        error = "it is said to be of another participant";
+    return error.empty();
 }
 
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const Guid guid = data.guid;
     const DiscoveredEndpoint* known = find(guid);
-    if (known == nullptr && count_ >= max_endpoints_) {
-        warnings_.warn("endpoint limit", "more than " + std::to_string(max_endpoints_) +
-                                             " endpoints in the domain; the others are not seen");
-        return;
-    }
-    note_announcer(guid, sample.writer.prefix);
     if (known != nullptr) {
         const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
         if (newest.announcement == hash_of(data))
             return;
     }
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
-    std::unique_ptr<DiscoveredEndpoint>& endpoint = siblings.by_entity[guid.entity.value];
+    const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
+    std::shared_ptr<RemoteEndpoint> record;
+    if (known == nullptr && siblings.by_entity.size() >= part)
+        warnings_.error("endpoint limit", "participant " + to_string(guid.prefix) + " has more than " +
+                                              std::to_string(siblings.by_entity.size()) +
+                                              " endpoints; the others are not seen");
+    else if (record = siblings.records.make(std::move(data), sample.source_timestamp);
+             !siblings.memory.take(record->memory))
+        warnings_.error("endpoint memory", "endpoints of participant " + to_string(guid.prefix) +
+                                               " take too much memory; some are not seen");
+    else
+        put(siblings, std::move(record));
+    if (siblings.by_entity.empty())
+        by_participant_.erase(guid.prefix);
+}
+
+void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record) {
+    std::unique_ptr<DiscoveredEndpoint>& endpoint = siblings.by_entity[record->guid.entity.value];
     if (endpoint == nullptr) {
         endpoint = std::make_unique<DiscoveredEndpoint>();
         ++count_;
     }
-    endpoint->waiting = siblings.records.make(std::move(data), sample.source_timestamp);
+    if (endpoint->waiting != nullptr)
+        siblings.memory.give_back(endpoint->waiting->memory);
+    endpoint->waiting = std::move(record);
     settle(*endpoint);
 }
 
 void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     RemoteEndpoint& waiting = *endpoint.waiting;
     const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
-    if (participant == nullptr)
-        return;
-    if (settler_ != nullptr && waiting.guid.entity.is_writer()) {
+    if (participant != nullptr && settler_ != nullptr && waiting.guid.entity.is_writer()) {
         TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }
-    endpoint.is_settling = waiting.type_state == TypeState::waiting;
-    if (!endpoint.is_settling)
+    if (waiting.type_state != TypeState::waiting)
         make_visible(endpoint);
 }
 
 void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeRef& type) {
     DiscoveredEndpoint* endpoint = find(publication);
-    if (endpoint == nullptr || !endpoint->is_settling)
+    if (endpoint == nullptr || endpoint->waiting == nullptr)
         return;
     endpoint->waiting->type_state = type != nullptr ? TypeState::known : TypeState::none;
     endpoint->waiting->type = type;
@@ -93,11 +101,12 @@ void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeR
 
 void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
     const bool is_new = endpoint.record == nullptr;
-    if (!is_new)
+    if (!is_new) {
+        by_participant_.find(endpoint.record->guid.prefix)->second.memory.give_back(endpoint.record->memory);
         by_topic_.erase(&endpoint);
+    }
     endpoint.record = std::move(endpoint.waiting);
     endpoint.waiting = nullptr;
-    endpoint.is_settling = false;
     by_topic_.insert(&endpoint);
     if (is_new)
         listener_.on_endpoint_discovered(endpoint);
@@ -111,7 +120,7 @@ void EndpointDiscovery::on_dispose(const Sample& sample) {
         key = guid_of(*sample.inline_qos.key_hash);
     else
         key = decode_key(sample.payload, {}, native_endianness());
-    if (key)
+    if (key && participants_.speaks_for(sample.writer.prefix, key->prefix))
         remove(*key, GoneReason::disposed, sample.source_timestamp);
 }
 
@@ -119,16 +128,14 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     DiscoveredEndpoint* endpoint = find(guid);
     if (endpoint == nullptr)
         return;
-    if (endpoint->is_settling) {
+    if (endpoint->waiting != nullptr) {
         endpoint->waiting->type_state = TypeState::none;
         make_visible(*endpoint);
     }
-    if (endpoint->record != nullptr) {
-        listener_.on_endpoint_gone(*endpoint, reason, timestamp);
-        by_topic_.erase(endpoint);
-    }
-    announced_by_others_.erase(guid);
+    listener_.on_endpoint_gone(*endpoint, reason, timestamp);
+    by_topic_.erase(endpoint);
     const auto siblings = by_participant_.find(guid.prefix);
+    siblings->second.memory.give_back(endpoint->record->memory);
     siblings->second.by_entity.erase(guid.entity.value);
     if (siblings->second.by_entity.empty())
         by_participant_.erase(siblings);
@@ -138,18 +145,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
 void EndpointDiscovery::clear() {
     by_topic_.clear();
     by_participant_.clear();
-    announced_by_others_.clear();
     count_ = 0;
-}
-
-void EndpointDiscovery::participant_discovered(const GuidPrefix& prefix) {
-    const auto endpoints = by_participant_.find(prefix);
-    if (endpoints == by_participant_.end())
-        return;
-    for (const auto& entry : endpoints->second.by_entity) {
-        if (entry.second->waiting != nullptr && !entry.second->is_settling)
-            settle(*entry.second);
-    }
 }
 
 void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason reason) {
@@ -158,10 +154,6 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
     if (endpoints != by_participant_.end()) {
         for (const auto& entry : endpoints->second.by_entity)
             gone.push_back({prefix, EntityId{entry.first}});
-    }
-    for (const auto& entry : announced_by_others_) {
-        if (entry.second == prefix && entry.first.prefix != prefix)
-            gone.push_back(entry.first);
     }
     std::sort(gone.begin(), gone.end());
     for (const Guid& guid : gone)

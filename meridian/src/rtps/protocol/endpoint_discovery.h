@@ -8,16 +8,16 @@
 // that it is told of before its end is.
 //
 // Endpoint data that comes before its participant is known is never lost: the builtin readers take data of
-// known participants only, and ask for all of it when one becomes known. What a known participant announces
-// on behalf of an unknown one waits here, unseen, for as long as its announcer is there.
+// known participants only, and ask for all of it when one becomes known. An endpoint is announced, changed
+// and ended by its own participant only (see ParticipantDiscovery::speaks_for).
 
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reliable_writer.h"
 #include "rtps/protocol/remote_endpoint.h"
@@ -33,7 +33,6 @@ struct LocalEndpoint;
 struct DiscoveredEndpoint {
     RemoteEndpointRef record; // what is visible
     std::shared_ptr<RemoteEndpoint> waiting;
-    bool is_settling = false;            // what waits does so for its type alone
     std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
 };
 
@@ -51,8 +50,8 @@ class EndpointDiscovery {
     };
 
     /// The references must outlive the object.
-    EndpointDiscovery(size_t max_endpoints, const ParticipantDiscovery& participants, WarnOnce& warnings,
-                      Listener& listener);
+    EndpointDiscovery(const ParticipantConfig& config, const ParticipantDiscovery& participants,
+                      WarnOnce& warnings, Listener& listener);
 
     /// Without one publications have no types. Must outlive the object.
     void set_type_settler(TypeSettler& settler) { settler_ = &settler; }
@@ -62,8 +61,7 @@ class EndpointDiscovery {
     /// Samples of the builtin readers; writers: of the one for publications.
     void on_sample(const Sample& sample, bool writers);
 
-    void participant_discovered(const GuidPrefix& prefix);
-    /// Removes its endpoints, and those it announced for others.
+    /// Removes its endpoints.
     void participant_gone(const GuidPrefix& prefix, GoneReason reason);
     void clear();
 
@@ -97,6 +95,7 @@ class EndpointDiscovery {
     struct EndpointsOfParticipant {
         std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>> by_entity;
         RecordMaker records;
+        MemoryShare memory{MemoryBudget::of_process()}; // for all records
     };
     /// By topic name, then GUID.
     struct TopicOrder {
@@ -121,14 +120,17 @@ class EndpointDiscovery {
         }
     }
     void take(EndpointData&& data, const Sample& sample);
-    void note_announcer(const Guid& endpoint, const GuidPrefix& announcer);
-    /// Asks for the type of what waits, if that is possible by now, and makes it visible if it is settled.
+    void put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record);
+    /// False for what an endpoint cannot be, with the reason in error.
+    bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
+                       std::string& error) const;
+    /// Asks for the type of what waits, and makes it visible if it is settled.
     void settle(DiscoveredEndpoint& endpoint);
     void make_visible(DiscoveredEndpoint& endpoint);
     void on_dispose(const Sample& sample);
     void remove(const Guid& guid, GoneReason reason, WireTime timestamp);
 
-    size_t max_endpoints_;
+    const ParticipantConfig& config_;
     const ParticipantDiscovery& participants_;
     WarnOnce& warnings_;
     Listener& listener_;
@@ -136,7 +138,6 @@ class EndpointDiscovery {
     size_t count_ = 0;
     std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
-    std::map<Guid, GuidPrefix> announced_by_others_;     // and by whom
 };
 
 } // namespace meridian::rtps

@@ -13,6 +13,7 @@ enum class GoneReason {
     lease_expired, // it was silent for longer than its lease
     ignored,       // ignore_participant was called for it
     replaced,      // the same prefix came back as another participant (other endpoints, other process)
+    forgotten,     // it was not heard again, and others needed its place
     stopped,       // this side stopped
 };
 
@@ -47,6 +48,8 @@ class Events {
 
     /// Something an operator should know; each cause is told once, so this never floods.
     virtual void warning(const std::string& /*text*/) {}
+    /// Likewise, of what an operator must know: something is not seen.
+    virtual void error(const std::string& /*text*/) {}
 };
 
 } // namespace meridian::rtps

@@ -68,18 +68,20 @@ bool MessageRouter::may_be_for(const GuidPrefix& destination, EntityId local, co
 }
 
 bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId sender) {
+    using Hearing = ParticipantDiscovery::Hearing;
     if (context.destination != kUnknownPrefix && context.destination != own_prefix_)
         return false;
     if (datagram_.is_replayed && sender.is_builtin())
         return false;
-    if (datagram_.is_checked && datagram_.checked == context.source)
-        return datagram_.accepted;
-    datagram_.is_checked = true;
-    datagram_.checked = context.source;
-    datagram_.accepted = !participants_.excludes(context.source);
-    if (datagram_.accepted)
-        participants_.on_traffic(context.source, std::exchange(datagram_.uncounted, 0), now_.monotonic);
-    return datagram_.accepted;
+    if (!datagram_.is_checked || datagram_.checked != context.source) {
+        datagram_.is_checked = true;
+        datagram_.checked = context.source;
+        datagram_.hearing =
+            participants_.hear(context.source, sender, datagram_.source, context.destination == own_prefix_,
+                               std::exchange(datagram_.uncounted, 0), now_.monotonic);
+    }
+    return datagram_.hearing == Hearing::everything ||
+           (datagram_.hearing == Hearing::announcements && sender == entity::participant_writer);
 }
 
 template <typename Function>

@@ -89,7 +89,7 @@ class MessageRouter final : private MessageVisitor {
         size_t uncounted = 0;    // bytes, as long as nobody was found in whose name they came
         bool is_checked = false; // wants() was asked for `checked`
         GuidPrefix checked;
-        bool accepted = false;
+        ParticipantDiscovery::Hearing hearing = ParticipantDiscovery::Hearing::nothing;
         bool is_replayed = false; // all but samples of user writers was taken when it came
     };
     Datagram datagram_; // being received

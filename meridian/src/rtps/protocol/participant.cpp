@@ -26,7 +26,7 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
       batcher_(config_.prefix, config_.max_message_size, output),
       warnings_(events),
       participants_(config_, output, batcher_, warnings_, *this),
-      endpoints_(config_.max_remote_endpoints, participants_, warnings_, *this),
+      endpoints_(config_, participants_, warnings_, *this),
       liveliness_(*this),
       locals_(output, participants_, liveliness_, events, warnings_),
       router_(config_.prefix, participants_, endpoints_, locals_, liveliness_, warnings_) {
@@ -343,7 +343,6 @@ void Participant::on_oversized_sample(const Guid& writer, size_t size) {
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {
     events_.participant_discovered(remote.data);
     locals_.match_participant(remote, now.monotonic);
-    endpoints_.participant_discovered(remote.data->guid.prefix);
 }
 
 void Participant::on_participant_changed(RemoteParticipant& remote, bool content, Now now) {
@@ -360,6 +359,13 @@ void Participant::on_participant_gone(RemoteParticipant& remote, GoneReason reas
     endpoints_.participant_gone(prefix, reason);
     locals_.unmatch_participant(prefix);
     events_.participant_gone(remote.data, reason);
+}
+
+void Participant::on_participant_doubted(RemoteParticipant& remote) {
+    for (const LocalEndpoint* local : locals_.builtin()) {
+        if (local->writer)
+            local->writer->ask({remote.data->guid.prefix, local->builtin_peer->remote});
+    }
 }
 
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {

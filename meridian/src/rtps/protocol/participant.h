@@ -145,6 +145,7 @@ class Participant final : private ReaderObserver,
     void on_participant_discovered(RemoteParticipant& remote, Now now) override;
     void on_participant_changed(RemoteParticipant& remote, bool content, Now now) override;
     void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) override;
+    void on_participant_doubted(RemoteParticipant& remote) override;
     void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override;
     void on_endpoint_changed(DiscoveredEndpoint& endpoint) override;
     void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;

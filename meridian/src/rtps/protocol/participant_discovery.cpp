@@ -14,8 +14,26 @@ constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
 constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
+// Participants that were not heard again yet and get periodic announcements of their own, at most.
+constexpr size_t kFewStrangers = 32;
+// What is heard of a participant so long after it was discovered is more than its first packets.
+constexpr Duration kFirstPackets = std::chrono::milliseconds(500);
+constexpr Duration kListPause = std::chrono::seconds(1);
+constexpr size_t kMaxOtherSources = 4;
+constexpr int kRefusals = 2;
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
+
+// What Fast DDS announces of the process a participant is in.
+constexpr const char* kProcessProperty = "fastdds.physical_data.process";
+
+const std::string* process(const ParticipantData& data) {
+    for (const Property& property : data.properties) {
+        if (property.name == kProcessProperty)
+            return &property.value;
+    }
+    return nullptr;
+}
 
 const ByteBuffer* incarnation(const ParticipantData& data) {
     if (!(data.vendor == kOwnVendorId))
@@ -33,12 +51,20 @@ bool shares_a_port(const LocatorList& a, const LocatorList& b) {
     });
 }
 
-/// True when b cannot be the same process as a: another incarnation, another vendor, or other sockets.
+bool contains(const LocatorList& list, const Locator& locator) {
+    return std::find(list.begin(), list.end(), locator) != list.end();
+}
+
+/// True when b cannot be the same process as a: another incarnation, process or vendor, or other sockets.
 bool another_life(const ParticipantData& a, const ParticipantData& b) {
     const ByteBuffer* first = incarnation(a);
     const ByteBuffer* second = incarnation(b);
     if (first != nullptr && second != nullptr)
         return *first != *second;
+    const std::string* process_before = process(a);
+    const std::string* process_after = process(b);
+    if (process_before != nullptr && process_after != nullptr && *process_before != *process_after)
+        return true;
     if (!(a.vendor == b.vendor))
         return true;
     return !a.metatraffic_unicast.empty() && !b.metatraffic_unicast.empty() &&
@@ -53,7 +79,50 @@ bool same_content(const ParticipantData& a, const ParticipantData& b) {
     return encode(left) == encode(right);
 }
 
+/// What is said in the name of a participant from an address that it was not heard from.
+struct Doubt {
+    Locator source;
+    ParticipantRef data; // null: a farewell
+    ByteBuffer announcement;
+    SequenceNumber sequence_number = 0;
+    int asked = 0;
+    int refusals = 0;
+    bool answered = false; // the address it has spoke since it was asked first
+    MonotonicTime ask_at{0};
+};
+
 } // namespace
+
+struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Client {
+    explicit Remote(ParticipantDiscovery& owner) : discovery(owner), timer(owner.timers_, *this) {}
+    void on_timer(MonotonicTime) override { discovery.on_timer_of(*this); }
+    const GuidPrefix& prefix() const { return data->guid.prefix; }
+
+    ParticipantDiscovery& discovery;
+    TimerQueue::Timer timer;
+    Duration lease{0};
+    MonotonicTime expires = kNever;
+    MonotonicTime discovered_at{0};
+    bool is_stranger = true;
+    RemoteList::iterator place; // in the list of its kind
+    MonotonicTime placed_at{0};
+    bool is_steady = false;    // it announced itself from that address more than once
+    LocatorList other_sources; // it was heard from there too, while nothing was in doubt
+    std::unique_ptr<Doubt> doubt;
+
+    void set_data(const ParticipantRef& announced, ByteView payload, MonotonicTime now) {
+        data = announced;
+        announcement.assign(payload.begin(), payload.end());
+        lease = std::max(to_duration(data->lease), kShortestLease);
+        renew(now);
+    }
+    void renew(MonotonicTime now) {
+        expires = later(now, lease);
+        timer.wake_at(expires); // it is not put off: on_timer looks again
+    }
+};
+
+ParticipantDiscovery::~ParticipantDiscovery() = default;
 
 ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, const Output& output,
                                            MessageBatcher& batcher, WarnOnce& warnings, Listener& listener)
@@ -62,6 +131,7 @@ ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, cons
       batcher_(batcher),
       warnings_(warnings),
       listener_(listener),
+      multicasting_(std::any_of(config.initial_peers.begin(), config.initial_peers.end(), is_multicast)),
       random_(config.seed) {
     announced_.vendor = kOwnVendorId;
     announced_.guid = {config.prefix, entity::participant};
@@ -156,19 +226,28 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
 }
 
 bool ParticipantDiscovery::needs_unicast(const RemoteParticipant& remote) const {
-    const bool multicasting =
-        std::any_of(config_.initial_peers.begin(), config_.initial_peers.end(), is_multicast);
-    return remotes_.size() <= kFewParticipants || !multicasting || remote.data->metatraffic_multicast.empty();
+    return remotes_.size() <= kFewParticipants || !multicasting_ ||
+           remote.data->metatraffic_multicast.empty();
+}
+
+void ParticipantDiscovery::announce_to_group(Now now) {
+    ++sequence_number_;
+    announced_at_ = now.monotonic;
+    announce_to_group_at_ = kNever;
+    send_announcement(Route{kUnknownPrefix, config_.initial_peers}, now);
 }
 
 void ParticipantDiscovery::announce(Now now) {
-    ++sequence_number_;
-    announced_at_ = now.monotonic;
-    send_announcement(Route{kUnknownPrefix, config_.initial_peers}, now);
-    for (const auto& entry : remotes_) {
-        if (needs_unicast(*entry.second))
-            send_announcement(entry.second->metatraffic, now);
-    }
+    announce_to_group(now);
+    const auto tell = [&](const Remote& remote) {
+        if (needs_unicast(remote))
+            send_announcement(remote.metatraffic, now);
+    };
+    for (const Remote* remote : acquaintances_)
+        tell(*remote);
+    size_t strangers = 0;
+    for (auto at = strangers_.rbegin(); at != strangers_.rend() && ++strangers <= kFewStrangers; ++at)
+        tell(**at);
     if (burst_left_ > 0)
         --burst_left_;
     announce_at_ = later(now.monotonic, burst_left_ > 0 ? config_.initial_announcement_period
@@ -177,8 +256,8 @@ void ParticipantDiscovery::announce(Now now) {
 
 void ParticipantDiscovery::announce_soon(MonotonicTime now) {
     if (running_)
-        announce_at_ =
-            std::min(announce_at_, std::max(now + kAnswerPause, announced_at_ + kShortestAnnouncePause));
+        announce_to_group_at_ = std::min(
+            announce_to_group_at_, std::max(now + kAnswerPause, announced_at_ + kShortestAnnouncePause));
 }
 
 void ParticipantDiscovery::stop(Now now) {
@@ -201,7 +280,7 @@ void ParticipantDiscovery::stop(Now now) {
     for (const auto& entry : remotes_)
         batcher_.add(entry.second->metatraffic, data, now.wall);
     running_ = false;
-    announce_at_ = kNever;
+    announce_at_ = announce_to_group_at_ = kNever;
     for (const GuidPrefix& prefix : prefixes())
         remove(prefix, GoneReason::stopped, now);
 }
@@ -231,6 +310,10 @@ bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
 }
 
 RemoteParticipant* ParticipantDiscovery::find(const GuidPrefix& prefix) const {
+    return find_remote(prefix);
+}
+
+ParticipantDiscovery::Remote* ParticipantDiscovery::find_remote(const GuidPrefix& prefix) const {
     const auto at = remotes_.find(prefix);
     return at != remotes_.end() ? at->second.get() : nullptr;
 }
@@ -243,16 +326,33 @@ std::vector<GuidPrefix> ParticipantDiscovery::prefixes() const {
     return result;
 }
 
-void ParticipantDiscovery::renew(RemoteParticipant& remote, MonotonicTime now) {
-    remote.expires = later(now, remote.lease);
-    expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
-}
-
-void ParticipantDiscovery::on_traffic(const GuidPrefix& prefix, size_t bytes, MonotonicTime now) {
-    if (RemoteParticipant* remote = find(prefix)) {
-        renew(*remote, now);
-        remote->credit->earn(bytes);
+ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefix, EntityId sender,
+                                                         const Locator& source, bool is_to_us, size_t bytes,
+                                                         MonotonicTime now) {
+    if (excludes(prefix))
+        return Hearing::nothing;
+    Remote* remote = find_remote(prefix);
+    if (remote == nullptr)
+        return Hearing::everything;
+    remote->credit->earn(bytes);
+    const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
+    if (remote->doubt != nullptr && remote->doubt->source == source)
+        return is_known ? Hearing::everything : Hearing::announcements;
+    if (is_known && remote->doubt != nullptr)
+        remote->doubt->answered = true;
+    else if (!is_known && remote->doubt == nullptr && sender != entity::participant_writer &&
+             remote->other_sources.size() < kMaxOtherSources)
+        remote->other_sources.push_back(source);
+    remote->renew(now);
+    if (remote->is_stranger && (is_to_us || now - remote->discovered_at >= kFirstPackets)) {
+        remote->is_stranger = false;
+        acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
+        remote->placed_at = now;
+    } else if (!remote->is_stranger && now - remote->placed_at >= kListPause) {
+        acquaintances_.splice(acquaintances_.end(), acquaintances_, remote->place);
+        remote->placed_at = now;
     }
+    return Hearing::everything;
 }
 
 bool ParticipantDiscovery::of_this_domain(const ParticipantData& data) const {
@@ -270,20 +370,21 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
         if (!readable || qos.refused)
             return;
     }
+    Remote* remote = find_remote(context.source);
     if ((qos.status_info & (kDisposed | kUnregistered)) != 0) {
         const std::optional<Guid> key = decode_key(data.payload, data.inline_qos, data.endianness);
-        if (key)
-            remove(key->prefix, GoneReason::disposed, now);
+        if (key && remote != nullptr && speaks_for(context.source, key->prefix))
+            on_farewell(*remote, data, source, now);
         return;
     }
     if (!data.has_payload || data.payload_is_key)
         return;
-    if (RemoteParticipant* remote = find(context.source)) {
+    if (remote != nullptr) {
         const ByteBuffer& before = remote->announcement;
         if (before.size() == data.payload.size &&
             std::equal(before.begin(), before.end(), data.payload.begin())) {
-            remote->sequence_number = data.sequence_number;
-            return; // on_traffic has renewed it
+            on_repetition(*remote, data, source, now);
+            return;
         }
     }
     std::string error;
@@ -294,69 +395,166 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
             "announcement of participant " + to_string(context.source) + " not understood: " + error);
         return;
     }
-    on_announcement(std::move(*decoded), data, source, now);
+    if (speaks_for(context.source, decoded->guid.prefix))
+        on_announcement(std::move(*decoded), data, source, now);
 }
 
-void ParticipantDiscovery::on_announcement(ParticipantData&& data, const Data& message, const Locator& source,
-                                           Now now) {
-    const ByteView payload = message.payload;
-    const GuidPrefix prefix = data.guid.prefix;
-    if (excludes(prefix))
-        return;
-    RemoteParticipant* remote = find(prefix);
-    if (!of_this_domain(data)) {
-        if (remote != nullptr)
-            remove(prefix, GoneReason::replaced, now);
-        return;
+void ParticipantDiscovery::on_farewell(Remote& remote, const Data& message, const Locator& source, Now now) {
+    if (source == remote.announced_from)
+        remove(remote.prefix(), GoneReason::disposed, now);
+    else
+        doubt(remote, nullptr, message, source, now);
+}
+
+void ParticipantDiscovery::on_repetition(Remote& remote, const Data& message, const Locator& source,
+                                         Now now) {
+    if (source == remote.announced_from) {
+        remote.is_steady = true;
+        remote.sequence_number = message.sequence_number;
+    } else if (remote.is_steady && source.kind == remote.announced_from.kind &&
+               source.address == remote.announced_from.address && !contains(remote.other_sources, source)) {
+        doubt(remote, remote.data, message, source, now); // another socket of the same host
     }
-    if (remote != nullptr && another_life(*remote->data, data)) {
-        remove(prefix, GoneReason::replaced, now);
-        remote = nullptr;
-    }
+}
+
+void ParticipantDiscovery::on_announcement(ParticipantData&& announced, const Data& message,
+                                           const Locator& source, Now now) {
+    const auto data = std::make_shared<const ParticipantData>(std::move(announced));
+    Remote* remote = find_remote(data->guid.prefix);
     if (remote == nullptr) {
-        auto credit = std::make_shared<Credit>();
-        credit->earn(kDataHeaderSize + payload.size);
-        discover(std::move(data), payload, message.sequence_number, source, std::move(credit), now);
+        if (of_this_domain(*data))
+            discover(data, message.payload, message.sequence_number, source, now);
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
     // first that arrives counts: taking turns would look like changes.
-    if (message.sequence_number == remote->sequence_number)
+    if (message.sequence_number == remote->sequence_number && of_this_domain(*data) &&
+        !another_life(*remote->data, *data))
         return;
-    remote->sequence_number = message.sequence_number;
-    const bool changed = !same_content(*remote->data, data);
-    remote->data = std::make_shared<const ParticipantData>(std::move(data));
-    remote->announcement.assign(payload.begin(), payload.end());
-    remote->lease = std::max(to_duration(remote->data->lease), kShortestLease);
-    renew(*remote, now.monotonic);
-    if (!changed)
-        return;
-    remote->announced_from = source;
-    choose_routes(*remote);
-    listener_.on_participant_changed(*remote, true, now);
+    if (source == remote->announced_from)
+        take(*remote, data, message.payload, message.sequence_number, source, false, now);
+    else if (!same_content(*remote->data, *data))
+        doubt(*remote, data, message, source, now);
 }
 
-void ParticipantDiscovery::discover(ParticipantData&& data, ByteView payload, SequenceNumber sequence_number,
-                                    const Locator& source, std::shared_ptr<Credit> credit, Now now) {
-    if (remotes_.size() >= config_.max_remote_participants) {
-        warnings_.warn("participant limit", "more than " + std::to_string(config_.max_remote_participants) +
-                                                " participants in the domain; the others are not seen");
+void ParticipantDiscovery::take(Remote& remote, const ParticipantRef& data, ByteView payload,
+                                SequenceNumber sequence_number, const Locator& source, bool is_other_process,
+                                Now now) {
+    const bool is_here = of_this_domain(*data);
+    if (!is_here || is_other_process || another_life(*remote.data, *data)) {
+        remove(remote.prefix(), GoneReason::replaced, now);
+        if (is_here)
+            discover(data, payload, sequence_number, source, now);
         return;
     }
-    if (data.secured)
-        warnings_.warn("secured " + to_string(data.guid.prefix),
-                       "participant " + to_string(data.guid.prefix) + " is secured; its data is not read");
-    auto added = std::make_unique<RemoteParticipant>();
-    RemoteParticipant& remote = *added;
-    remote.data = std::make_shared<const ParticipantData>(std::move(data));
-    remote.announcement.assign(payload.begin(), payload.end());
+    remote.doubt = nullptr;
+    remote.sequence_number = sequence_number;
+    const bool changed = !same_content(*remote.data, *data);
+    remote.set_data(data, payload, now.monotonic);
+    if (!changed)
+        return;
+    remote.announced_from = source;
+    choose_routes(remote);
+    listener_.on_participant_changed(remote, true, now);
+}
+
+void ParticipantDiscovery::doubt(Remote& remote, const ParticipantRef& data, const Data& message,
+                                 const Locator& source, Now now) {
+    const bool is_new = remote.doubt == nullptr;
+    if (is_new)
+        remote.doubt = std::make_unique<Doubt>();
+    else if (remote.doubt->source != source)
+        return; // one at a time
+    Doubt& doubt = *remote.doubt;
+    doubt.source = source;
+    doubt.data = data;
+    doubt.announcement.assign(message.payload.begin(), message.payload.end());
+    doubt.sequence_number = message.sequence_number;
+    if (is_new)
+        ask(remote, now);
+}
+
+void ParticipantDiscovery::ask(Remote& remote, Now now) {
+    ++remote.doubt->asked;
+    remote.doubt->ask_at = now.monotonic + kAskPause;
+    remote.timer.wake_at(remote.doubt->ask_at);
+    // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
+    send_announcement(remote.metatraffic, now);
+    listener_.on_participant_doubted(remote);
+}
+
+void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
+    Doubt& doubt = *remote.doubt;
+    if (doubt.answered && ++doubt.refusals >= kRefusals) {
+        if (remote.other_sources.size() < kMaxOtherSources)
+            remote.other_sources.push_back(doubt.source);
+        remote.doubt = nullptr;
+    } else if (doubt.answered || doubt.asked < kAskTimes) {
+        if (doubt.answered)
+            doubt.asked = 0; // it may have been one of its last packets
+        doubt.answered = false;
+        ask(remote, now);
+    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt); settled->data == nullptr) {
+        remove(remote.prefix(), GoneReason::disposed, now);
+    } else {
+        const bool is_other_socket = settled->source.address == remote.announced_from.address &&
+                                     settled->source.port != remote.announced_from.port;
+        take(remote, settled->data, settled->announcement, settled->sequence_number, settled->source,
+             is_other_socket, now);
+    }
+}
+
+void ParticipantDiscovery::on_timer_of(Remote& remote) {
+    if (remote.expires <= now_.monotonic) {
+        remove(remote.prefix(), GoneReason::lease_expired, now_);
+        return;
+    }
+    remote.timer.wake_at(remote.expires);
+    if (remote.doubt == nullptr)
+        return;
+    remote.timer.wake_at(remote.doubt->ask_at);
+    if (remote.doubt->ask_at <= now_.monotonic)
+        settle_doubt(remote, now_); // last: it may remove it
+}
+
+bool ParticipantDiscovery::make_room(Now now) {
+    if (remotes_.size() < config_.max_remote_participants)
+        return true;
+    warnings_.error("participant limit",
+                    "there are more than " + std::to_string(config_.max_remote_participants) +
+                        " participants in the domain: those that were not heard again are forgotten");
+    const RemoteList& candidates = strangers_.empty() ? acquaintances_ : strangers_;
+    if (candidates.empty())
+        return false;
+    const Remote& oldest = *candidates.front();
+    if (!oldest.is_stranger && now.monotonic - oldest.placed_at < kLongSilence)
+        return false;
+    remove(GuidPrefix(oldest.prefix()), GoneReason::forgotten, now);
+    return true;
+}
+
+void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
+                                    SequenceNumber sequence_number, const Locator& source, Now now,
+                                    std::shared_ptr<Credit> credit) {
+    if (!make_room(now))
+        return;
+    if (credit == nullptr) {
+        credit = std::make_shared<Credit>();
+        credit->earn(kDataHeaderSize + payload.size);
+    }
+    if (data->secured)
+        warnings_.warn("secured " + to_string(data->guid.prefix),
+                       "participant " + to_string(data->guid.prefix) + " is secured; its data is not read");
+    auto added = std::make_unique<Remote>(*this);
+    Remote& remote = *added;
     remote.sequence_number = sequence_number;
     remote.announced_from = source;
     remote.credit = std::move(credit);
-    remote.lease = std::max(to_duration(remote.data->lease), kShortestLease);
+    remote.discovered_at = now.monotonic;
+    remote.set_data(data, payload, now.monotonic);
     choose_routes(remote);
-    renew(remote, now.monotonic);
-    remotes_.emplace(remote.data->guid.prefix, std::move(added));
+    remote.place = strangers_.insert(strangers_.end(), &remote);
+    remotes_.emplace(remote.prefix(), std::move(added));
     // First, so that it knows us before it gets what the listener sends.
     ++sequence_number_;
     send_announcement(remote.metatraffic, now);
@@ -368,7 +566,8 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     const auto at = remotes_.find(prefix);
     if (at == remotes_.end())
         return;
-    const std::unique_ptr<RemoteParticipant> remote = std::move(at->second);
+    const std::unique_ptr<Remote> remote = std::move(at->second);
+    (remote->is_stranger ? strangers_ : acquaintances_).erase(remote->place);
     remotes_.erase(at);
     listener_.on_participant_gone(*remote, reason, now);
 }
@@ -387,35 +586,26 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const RemoteParticipant* remote = find(prefix);
     if (remote == nullptr)
         return;
-    ParticipantData data = *remote->data;
+    const ParticipantRef data = remote->data;
     const ByteBuffer announcement = remote->announcement;
     const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;
     std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);
-    discover(std::move(data), announcement, sequence_number, source, std::move(credit), now);
+    discover(data, announcement, sequence_number, source, now, std::move(credit));
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {
-    return std::min(announce_at_, expiry_check_at_);
+    return std::min({announce_at_, announce_to_group_at_, timers_.next_deadline()});
 }
 
 void ParticipantDiscovery::on_timer(Now now) {
+    now_ = now;
     if (announce_at_ <= now.monotonic)
         announce(now);
-    if (now.monotonic < expiry_check_at_)
-        return;
-    expiry_check_at_ = kNever;
-    std::vector<GuidPrefix> expired;
-    for (const auto& entry : remotes_) {
-        if (entry.second->expires <= now.monotonic)
-            expired.push_back(entry.first);
-        else
-            expiry_check_at_ = std::min(expiry_check_at_, entry.second->expires);
-    }
-    std::sort(expired.begin(), expired.end());
-    for (const GuidPrefix& prefix : expired)
-        remove(prefix, GoneReason::lease_expired, now);
+    if (announce_to_group_at_ <= now.monotonic)
+        announce_to_group(now);
+    timers_.run(now.monotonic);
 }
 
 } // namespace meridian::rtps

@@ -7,7 +7,16 @@
 // multicast may not reach (those that announce no multicast address, and all while there are few) get
 // periodic ones at their own address too, since only those keep our lease alive there. Any traffic of a
 // participant renews its lease. Participants of another domain id or tag are not seen at all.
+//
+// What is said in the name of a known participant from another address than it announced itself from needs a
+// second word: it is put aside, the participant is asked at the address it has, and it counts only where that
+// stays silent. So one forged message ends and changes nothing, while a participant with a new address, or a
+// process that was killed and came back with the same prefix, is taken after kAskPause times kAskTimes.
+//
+// The table has a limit. When it is reached, those make room that were never heard again after their first
+// packets, the oldest first; then those that are silent for kLongSilence.
 
+#include <list>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
@@ -16,6 +25,7 @@
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/events.h"
 #include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/timer_queue.h"
 #include "rtps/protocol/warn_once.h"
 #include "rtps/wire/message.h"
 
@@ -26,8 +36,6 @@ struct RemoteParticipant {
     ByteBuffer announcement;            // as it came: repetitions are recognised without decoding
     SequenceNumber sequence_number = 0; // of the announcement taken last
     Locator announced_from;
-    Duration lease{0};
-    MonotonicTime expires = kNever;
     Route metatraffic;              // chosen from what it announces
     Route user;                     // for endpoints without locators of their own
     std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
@@ -43,11 +51,17 @@ class ParticipantDiscovery {
         /// content: what it announces changed; otherwise only the choice of addresses did.
         virtual void on_participant_changed(RemoteParticipant& remote, bool content, Now now) = 0;
         virtual void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) = 0;
+        /// An answer of it is wanted, as a sign of life.
+        virtual void on_participant_doubted(RemoteParticipant& remote) = 0;
     };
+    static constexpr Duration kAskPause = std::chrono::milliseconds(200);
+    static constexpr int kAskTimes = 3;
+    static constexpr Duration kLongSilence = std::chrono::seconds(10);
 
     /// All references must outlive the object. config gives everything but what set_announced changes later.
     ParticipantDiscovery(const ParticipantConfig& config, const Output& output, MessageBatcher& batcher,
                          WarnOnce& warnings, Listener& listener);
+    ~ParticipantDiscovery();
 
     const ParticipantData& announced() const { return announced_; }
     void start(Now now);
@@ -60,12 +74,19 @@ class ParticipantDiscovery {
 
     /// A DATA of a participant writer.
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
-    /// Any message of this participant came; bytes: of it that were not told before.
-    void on_traffic(const GuidPrefix& prefix, size_t bytes, MonotonicTime now);
+    enum class Hearing { nothing, announcements, everything };
+    /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
+    /// it names this participant. What of it is taken: nothing of own and ignored participants, and of an
+    /// address that is in doubt its announcements only. bytes: those of it that were not told before.
+    Hearing hear(const GuidPrefix& prefix, EntityId sender, const Locator& source, bool is_to_us,
+                 size_t bytes, MonotonicTime now);
 
     void ignore(const GuidPrefix& prefix, Now now);
-    /// True for own and ignored participants: nothing of theirs is taken.
-    bool excludes(const GuidPrefix& prefix) const;
+    /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
+    /// alone: whoever could end what others have could hide it.
+    bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const {
+        return announcer == subject;
+    }
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
@@ -78,18 +99,35 @@ class ParticipantDiscovery {
     void on_timer(Now now);
 
   private:
+    struct Remote;
+    using RemoteList = std::list<Remote*>;
+
+    Remote* find_remote(const GuidPrefix& prefix) const;
+    bool excludes(const GuidPrefix& prefix) const;
+    void on_farewell(Remote& remote, const Data& message, const Locator& source, Now now);
+    /// The same announcement as before.
+    void on_repetition(Remote& remote, const Data& message, const Locator& source, Now now);
     void on_announcement(ParticipantData&& data, const Data& message, const Locator& source, Now now);
-    void discover(ParticipantData&& data, ByteView payload, SequenceNumber sequence_number,
-                  const Locator& source, std::shared_ptr<Credit> credit, Now now);
+    /// What the participant announced; is_other_process: by what is known beyond the announcement.
+    void take(Remote& remote, const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
+              const Locator& source, bool is_other_process, Now now);
+    void doubt(Remote& remote, const ParticipantRef& data, const Data& message, const Locator& source,
+               Now now);
+    void ask(Remote& remote, Now now);
+    void settle_doubt(Remote& remote, Now now);
+    void on_timer_of(Remote& remote);
+    void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
+                  const Locator& source, Now now, std::shared_ptr<Credit> credit = nullptr);
+    bool make_room(Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_unicast(const RemoteParticipant& remote) const;
-    void renew(RemoteParticipant& remote, MonotonicTime now);
     void take_locators(const OwnLocators& locators);
     void encode_announcements();
     void announce_changes(Now now);
     void announce(Now now);
+    void announce_to_group(Now now);
     void send_announcement(const Route& route, Now now);
     void announce_soon(MonotonicTime now);
     Duration jittered(Duration period);
@@ -109,9 +147,15 @@ class ParticipantDiscovery {
     int burst_left_ = 0;
     MonotonicTime announce_at_ = kNever;
     MonotonicTime announced_at_{0};
-    MonotonicTime expiry_check_at_ = kNever;
+    MonotonicTime announce_to_group_at_ = kNever;
+    const bool multicasting_;
     uint64_t random_;
-    std::unordered_map<GuidPrefix, std::unique_ptr<RemoteParticipant>> remotes_;
+    TimerQueue timers_;
+    Now now_; // of on_timer
+    std::unordered_map<GuidPrefix, std::unique_ptr<Remote>> remotes_;
+    // Each is in one of the two. Not heard again after their first packets, the oldest first:
+    RemoteList strangers_;
+    RemoteList acquaintances_; // the longest silent first, to a second
     std::unordered_set<GuidPrefix> ignored_;
 };
 

@@ -249,6 +249,11 @@ void ReliableWriter::answer_with_heartbeat(ReaderProxy& proxy, bool final, bool 
         proxy.heartbeat_timer.wake_at(proxy.period_end);
 }
 
+void ReliableWriter::ask(const Guid& reader) {
+    if (ReaderProxy* proxy = find(reader))
+        send_heartbeat(*proxy, false, false);
+}
+
 void ReliableWriter::assert_liveliness() {
     for (auto& [guid, p] : proxies_) {
         if (p.reader.reliable)

@@ -53,6 +53,8 @@ class ReliableWriter final {
     void on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now);
     void on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now);
 
+    /// A heartbeat to this reader, if it is matched: it answers with an acknowledgement.
+    void ask(const Guid& reader);
     /// A heartbeat with the liveliness flag to every reliable reader.
     void assert_liveliness();
 

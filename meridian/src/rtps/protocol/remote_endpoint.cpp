@@ -22,6 +22,26 @@ std::shared_ptr<const T> shared(std::shared_ptr<const T>& last, T&& value) {
     return last;
 }
 
+// The tables that an endpoint stands in.
+constexpr size_t kPlaces = 512;
+
+size_t memory_of(const std::string& text) {
+    return sizeof text + text.size();
+}
+
+size_t memory_of(const RemoteEndpoint& record) {
+    size_t memory = kPlaces + sizeof record + sizeof *record.qos + memory_of(record.topic_name) +
+                    memory_of(record.type_name) + memory_of(record.name) +
+                    record.unicast->size() * sizeof(Locator) + record.type_information->size() +
+                    record.qos->user_data.size() + record.qos->topic_data.size() +
+                    record.qos->group_data.size() + record.qos->representations.size() * sizeof(int16_t);
+    for (const std::string& name : record.qos->partitions)
+        memory += memory_of(name);
+    for (const Property& property : record.properties)
+        memory += memory_of(property.name) + memory_of(property.value);
+    return memory;
+}
+
 } // namespace
 
 uint64_t hash_of(const EndpointData& data) {
@@ -57,6 +77,7 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->properties = std::move(data.properties);
     record->topic_name.shrink_to_fit();
     record->type_name.shrink_to_fit();
+    record->memory = memory_of(*record);
     return record;
 }
 

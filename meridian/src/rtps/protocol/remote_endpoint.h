@@ -36,6 +36,7 @@ struct RemoteEndpoint {
     bool expects_inline_qos = false;                    // readers
     std::vector<Property> properties;
     uint64_t announcement = 0;         // a hash of the content
+    size_t memory = 0;                 // bytes that it keeps, about, with all that it shares
     WireTime timestamp = kTimeInvalid; // of the announcement
     TypeState type_state = TypeState::waiting;
     EndpointTypeRef type; // set where type_state is known

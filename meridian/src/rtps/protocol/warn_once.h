@@ -20,11 +20,17 @@ class WarnOnce {
         events_.warning(
             told_.size() > kMaxCauses ? "more problems with discovery; they are not listed any more" : text);
     }
+    /// For the few causes that are no other participant's choice.
+    void error(const char* cause, const std::string& text) {
+        if (told_errors_.insert(cause).second)
+            events_.error(text);
+    }
 
   private:
     static constexpr size_t kMaxCauses = 500;
     Events& events_;
     std::unordered_set<std::string> told_;
+    std::unordered_set<std::string> told_errors_;
 };
 
 } // namespace meridian::rtps

@@ -1,0 +1,133 @@
+// The tables of participants and endpoints when they are full.
+
+#include <gtest/gtest.h>
+
+#include "protocol/participant_fixture.h"
+
+namespace meridian::rtps::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class ParticipantTableTest : public ParticipantTest {
+  protected:
+    ParticipantTableTest() { config.max_remote_participants = 4; }
+    ParticipantData immortal(uint8_t id) {
+        ParticipantData data = remote(id);
+        data.lease = kDurationInfinite;
+        return data;
+    }
+    void hear(uint8_t id, bool directed = false) {
+        receive(
+            id, [](MessageWriter& writer) { writer.add_heartbeat(Heartbeat{}); }, directed);
+    }
+    std::vector<GuidPrefix> prefixes(const std::vector<uint8_t>& ids) {
+        std::vector<GuidPrefix> result;
+        for (const uint8_t id : ids)
+            result.push_back(prefix(id));
+        return result;
+    }
+};
+
+TEST_F(ParticipantTableTest, ThoseNeverHeardAgainMakeRoomTheOldestFirst) {
+    start();
+    for (uint8_t id = 2; id <= 5; ++id)
+        announce(immortal(id));
+    hear(2, true);
+    time += seconds(1);
+    hear(4);
+    EXPECT_TRUE(recorder.errors.empty());
+    announce(immortal(6));
+    EXPECT_EQ(known_participants(), prefixes({2, 4, 5, 6}));
+    announce(immortal(7));
+    announce(immortal(8));
+    announce(immortal(9));
+    EXPECT_EQ(known_participants(), prefixes({2, 4, 8, 9}));
+    ASSERT_EQ(recorder.errors.size(), 1u);
+    EXPECT_NE(recorder.errors[0].find("more than 4 participants"), std::string::npos);
+    ASSERT_EQ(recorder.gone.size(), 4u);
+    EXPECT_EQ(recorder.gone[0], std::make_pair(prefix(3), GoneReason::forgotten));
+}
+
+TEST_F(ParticipantTableTest, ThenThoseThatAreSilentForLong) {
+    start();
+    for (uint8_t id = 2; id <= 5; ++id) {
+        announce(immortal(id));
+        hear(id, true);
+    }
+    announce(immortal(6));
+    EXPECT_EQ(known_participants(), prefixes({2, 3, 4, 5}));
+    for (int second = 0; second < 11; ++second) {
+        time += seconds(1);
+        for (const uint8_t id : std::vector<uint8_t>{2, 4, 5})
+            hear(id);
+    }
+    announce(immortal(6));
+    EXPECT_EQ(known_participants(), prefixes({2, 4, 5, 6}));
+}
+
+TEST_F(ParticipantTableTest, AnAnnouncementCostsTheSameHoweverManyThereAre) {
+    config.max_remote_participants = 10000;
+    start();
+    run_until(time + seconds(1));
+    const auto announce_strangers = [&](uint32_t from, uint32_t count) {
+        output.messages.clear();
+        for (uint32_t i = from; i < from + count; ++i) {
+            ParticipantData data = immortal(2);
+            data.metatraffic_multicast.clear();
+            for (size_t byte = 0; byte < 4; ++byte)
+                data.guid.prefix.bytes[byte + 4] = static_cast<uint8_t>(i >> (8 * byte));
+            MessageWriter writer(data.guid.prefix, 60000);
+            const ByteBuffer payload = encode(data);
+            Data message;
+            message.writer = entity::participant_writer;
+            message.sequence_number = 1;
+            message.has_payload = true;
+            message.payload = payload;
+            writer.add_data(message);
+            participant->receive(writer.view(), udpv4(2, 50000), now());
+            run_until(time + milliseconds(10));
+        }
+        return output.messages.size();
+    };
+    const size_t first = announce_strangers(1, 200);
+    announce_strangers(1000, 2000);
+    EXPECT_LT(announce_strangers(5000, 200), 2 * first);
+}
+
+TEST_F(ParticipantTableTest, OneWithManyEndpointsTakesNoPlaceOfOthers) {
+    config.max_remote_endpoints = 100;
+    config.max_endpoints_of_participant = 20;
+    start();
+    announce(remote(2));
+    announce(remote(3));
+    const auto announce_writers = [&](uint8_t id, uint32_t count) {
+        for (uint32_t i = 1; i <= count; ++i)
+            send_data(id, entity::publications_writer, i, encode(publication(id, i << 8 | 2)));
+    };
+    announce_writers(2, 50);
+    EXPECT_EQ(recorder.endpoints.size(), 20u);
+    ASSERT_EQ(recorder.errors.size(), 1u);
+    EXPECT_NE(recorder.errors[0].find(to_string(prefix(2))), std::string::npos);
+    announce_writers(3, 10);
+    EXPECT_EQ(recorder.endpoints.size(), 30u);
+}
+
+TEST_F(ParticipantTableTest, HoweverManyAnnounceTooMuchANewOneGetsSomething) {
+    config.max_remote_endpoints = 100;
+    config.max_endpoints_of_participant = 80;
+    start();
+    for (uint8_t id = 2; id <= 5; ++id) {
+        announce(remote(id));
+        for (uint32_t i = 1; i <= 100; ++i)
+            send_data(id, entity::publications_writer, i, encode(publication(id, i << 8 | 2)));
+        const auto of_it = std::count_if(recorder.endpoints.begin(), recorder.endpoints.end(),
+                                         [&](const auto& entry) { return entry.first.prefix == prefix(id); });
+        EXPECT_GE(of_it, 100 >> id);
+    }
+    EXPECT_LT(recorder.endpoints.size(), 100u);
+}
+
+} // namespace
+} // namespace meridian::rtps::test
