@@ -35,6 +35,7 @@ bool are_equal(const DDS_ProfileQosPolicy& a, const DDS_ProfileQosPolicy& b) {
 FactoryImpl::FactoryImpl()
     : own_(std::make_shared<rtps::net::OwnParticipants>()),
       delivery_(std::make_shared<DeliveryThread>()),
+      publications_(std::make_shared<discovery::PublicationCaches>()),
       profiles_(std::make_shared<const qos::ProfileStore>()) {}
 
 std::shared_ptr<const qos::ProfileStore> FactoryImpl::profiles() {
@@ -138,7 +139,7 @@ std::unique_ptr<ParticipantImpl> FactoryImpl::make_participant(DDS_DomainId_t do
                                                                std::string& error) {
     const DDS_WireProtocolQosPolicy& wire = qos.wire_protocol;
     const rtps::GuidPrefix prefix = own_->choose(wire.rtps_host_id, wire.rtps_app_id, wire.rtps_instance_id);
-    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_,
+    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_, publications_,
                                                   [this] { return profiles(); });
     return made->check(error) ? std::move(made) : nullptr;
 }

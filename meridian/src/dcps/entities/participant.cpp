@@ -24,13 +24,16 @@ bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQ
 ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                  const rtps::GuidPrefix& prefix,
                                  std::shared_ptr<rtps::net::OwnParticipants> own,
-                                 std::shared_ptr<DeliveryThread> delivery, ProfileSource profiles)
+                                 std::shared_ptr<DeliveryThread> delivery,
+                                 std::shared_ptr<discovery::PublicationCaches> publications,
+                                 ProfileSource profiles)
     : EntityImpl(discovery::participant_guid(prefix)),
       domain_id_(domain_id),
       own_(std::move(own)),
       delivery_(std::move(delivery)),
       profiles_(std::move(profiles)),
       store_(partitions_of(qos)),
+      announcements_(std::move(publications), domain_id, store_.publications()),
       builtin_subscriber_(*this),
       qos_(qos) {}
 
