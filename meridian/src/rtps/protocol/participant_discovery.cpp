@@ -13,10 +13,6 @@ constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
-<<<<<<< HEAD
-=======
-constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
->>>>>>> room/net
 // Participants that were not heard again yet and get periodic announcements of their own, at most.
 constexpr size_t kFewStrangers = 32;
 // What is heard of a participant so long after it was discovered is more than its first packets.
@@ -24,13 +20,10 @@ constexpr Duration kFirstPackets = std::chrono::milliseconds(500);
 constexpr Duration kListPause = std::chrono::seconds(1);
 constexpr size_t kMaxOtherSources = 4;
 constexpr int kRefusals = 2;
-<<<<<<< HEAD
 // What is kept of a participant: its places in tables, and of its announcement per byte at most.
 constexpr size_t kPlaces = 2048;
 constexpr size_t kKeptPerByte = 6;
 constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
-=======
->>>>>>> room/net
 // Vendor-specific parameter of this library: which life of its prefix a participant is in.
 constexpr uint16_t kIncarnationParameter = 0x8e01;
 
@@ -354,7 +347,6 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     Remote* remote = find_remote(prefix);
     if (remote == nullptr)
         return Hearing::everything;
-    remote->credit->earn(bytes);
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
     if (remote->doubt != nullptr && remote->doubt->source == source)
         return is_known ? Hearing::everything : Hearing::announcements;
@@ -443,16 +435,11 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& announced, const Da
     const auto data = std::make_shared<const ParticipantData>(std::move(announced));
     Remote* remote = find_remote(data->guid.prefix);
     if (remote == nullptr) {
-<<<<<<< HEAD
         if (!of_this_domain(*data))
             return;
         auto credit = std::make_shared<Credit>();
         credit->earn(kDataHeaderSize + message.payload.size);
         discover(data, message.payload, message.sequence_number, source, std::move(credit), now);
-=======
-        if (of_this_domain(*data))
-            discover(data, message.payload, message.sequence_number, source, now);
->>>>>>> room/net
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
@@ -474,11 +461,7 @@ void ParticipantDiscovery::take(Remote& remote, const ParticipantRef& data, Byte
         std::shared_ptr<Credit> credit = remote.credit;
         remove(remote.prefix(), GoneReason::replaced, now);
         if (is_here)
-<<<<<<< HEAD
             discover(data, payload, sequence_number, source, std::move(credit), now);
-=======
-            discover(data, payload, sequence_number, source, now);
->>>>>>> room/net
         return;
     }
     remote.doubt = nullptr;
@@ -567,7 +550,6 @@ bool ParticipantDiscovery::forget_one(Now now) {
 }
 
 void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
-<<<<<<< HEAD
                                     SequenceNumber sequence_number, const Locator& source,
                                     std::shared_ptr<Credit> credit, Now now) {
     if (remotes_.size() >= config_.max_remote_participants) {
@@ -576,15 +558,6 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
                             " participants in the domain: those that were not heard again are forgotten");
         if (!forget_one(now))
             return;
-=======
-                                    SequenceNumber sequence_number, const Locator& source, Now now,
-                                    std::shared_ptr<Credit> credit) {
-    if (!make_room(now))
-        return;
-    if (credit == nullptr) {
-        credit = std::make_shared<Credit>();
-        credit->earn(kDataHeaderSize + payload.size);
->>>>>>> room/net
     }
     if (data->secured)
         warnings_.warn("secured " + to_string(data->guid.prefix),
@@ -595,15 +568,11 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
     remote.announced_from = source;
     remote.credit = std::move(credit);
     remote.discovered_at = now.monotonic;
-<<<<<<< HEAD
     while (!remote.set_data(data, payload, now.monotonic)) {
         warnings_.error("participant memory", kNoMemory);
         if (!forget_one(now))
             return;
     }
-=======
-    remote.set_data(data, payload, now.monotonic);
->>>>>>> room/net
     choose_routes(remote);
     remote.place = strangers_.insert(strangers_.end(), &remote);
     remotes_.emplace(remote.prefix(), std::move(added));
@@ -644,11 +613,7 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const Locator source = remote->announced_from;
     std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);
-<<<<<<< HEAD
     discover(data, announcement, sequence_number, source, std::move(credit), now);
-=======
-    discover(data, announcement, sequence_number, source, now, std::move(credit));
->>>>>>> room/net
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {
