@@ -33,6 +33,7 @@ struct QUIXCdrStream {
     DDS_UnsignedLong nestingLevel;
     /// Of a received sample, during the call that hands out the stream; else null.
     const QUIXCdrSource* source;
+    DDS_Octet vendorId[2]; // of the writer, for those who keep a copy without `source`; zero: not known
 };
 
 /// A zeroed stream object without a buffer, with the native byte order set; null when memory is short.
