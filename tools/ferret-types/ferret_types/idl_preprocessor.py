@@ -8,10 +8,10 @@ from .problems import Place, Problem
 
 # Texts and characters are matched so that what looks like a comment in them is none.
 _COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|/\*', re.DOTALL)
-_WORD_OR_TEXT = re.compile(r'"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|[A-Za-z_]\w*')
+_WORD_OR_TEXT = re.compile(r'"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|[A-Za-z_]\w*', re.ASCII)
 _DIRECTIVE = re.compile(r"\s*#\s*(\w*)\s*(.*?)\s*")
 _INCLUDE = re.compile(r'"([^"]+)"|<([^>]+)>')
-_DEFINE = re.compile(r"([A-Za-z_]\w*)(\()?\s*(.*)")
+_DEFINE = re.compile(r"([A-Za-z_]\w*)(\()?\s*(.*)", re.ASCII)
 _CONDITION = re.compile(r"(!?)\s*(?:defined\s*\(\s*(\w+)\s*\)|defined\s+(\w+)|([01]))")
 _MAX_INCLUDES = 100
 

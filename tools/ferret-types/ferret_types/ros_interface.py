@@ -13,8 +13,8 @@ _SEPARATOR = "---"
 # The structures that the parts of a file become.
 _PARTS = {"msg": ("",), "srv": ("_Request", "_Response"), "action": ("_Goal", "_Result", "_Feedback")}
 
-_TYPE = re.compile(r"(?P<name>[A-Za-z]\w*(?:/[A-Za-z]\w*)?)(?:<=(?P<string>\d+))?(?:\[(?P<bounded><=)?(?P<size>\d*)\])?")
-_NAME = re.compile(r"[A-Za-z]\w*")
+_TYPE = re.compile(r"(?P<name>[A-Za-z]\w*(?:/[A-Za-z]\w*)?)(?:<=(?P<string>\d+))?(?:\[(?P<bounded><=)?(?P<size>\d*)\])?", re.ASCII)
+_NAME = re.compile(r"[A-Za-z]\w*", re.ASCII)
 
 
 def read_interface(interface, report):
@@ -25,6 +25,10 @@ def read_interface(interface, report):
     except (OSError, UnicodeDecodeError) as error:
         report.error(Place(file), f"cannot be read: {error}")
         return []
+    for name in (interface.package, interface.name):
+        if not _NAME.fullmatch(name):
+            report.error(Place(file), f'"{name}" cannot be the name of a package or an interface')
+            return []
     suffixes = _PARTS[interface.path.suffix[1:]]
     parts = [[]]
     for number, line in enumerate(lines, 1):
