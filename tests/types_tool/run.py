@@ -149,16 +149,28 @@ class CommandLine(unittest.TestCase):
         result = run_types(self.folder, "p", "-o", "none/out.xml")
         self.assertEqual((result.returncode, result.stderr), (1, "none/out.xml: cannot be written: No such file or directory\n"))
         with open("/dev/full", "w") as full:
-            result = subprocess.run([sys.executable, PROGRAM, "p"], cwd=self.folder, stdout=full, stderr=subprocess.PIPE, text=True)
+            result = subprocess.run([sys.executable, PROGRAM, "p"], cwd=self.folder, stdout=full, stderr=subprocess.PIPE,
+                                    text=True)
         self.assertEqual(result.returncode, 1)
         self.assertTrue(result.stderr.startswith("standard output: cannot be written: No space left on device\n"), result.stderr)
 
-    def test_what_is_no_text(self):
-        (self.folder / "p/msg/M.msg").write_bytes(b"int32 a\xff\n")
-        (self.folder / "q.idl").write_bytes(b"struct a\xff\n")
+    def test_other_characters(self):
+        """ROS files are UTF-8; IDL files may be ISO Latin-1."""
+        (self.folder / "p/msg/M.msg").write_bytes(b"int32 a # \xff\n")
+        (self.folder / "q.idl").write_bytes(b"struct S { long a; }; // \xff\r\n")
+        (self.folder / "r.idl").write_bytes(b"struct \xff { long a; };\n")
         result = run_types(self.folder, ".")
         self.assertEqual((result.returncode, result.stdout), (1, ""))
-        self.assertRegex(result.stderr, r"^p/msg/M\.msg: cannot be read: .*\nq\.idl: cannot be read: .*\n$")
+        self.assertEqual(result.stderr, 'p/msg/M.msg: is not UTF-8\nr.idl:1: "\xff" is not understood here\n')
+
+    def test_what_cannot_be_read(self):
+        for name in ("a.idl", "p/msg/N.msg"):
+            (self.folder / name).symlink_to("nowhere")
+        (self.folder / "b.idl").symlink_to("p")
+        result = run_types(self.folder, "p", "a.idl", ".")
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertEqual(result.stderr, "a.idl: cannot be read: No such file or directory\n"
+                                        "p/msg/N.msg: cannot be read: No such file or directory\n")
 
     def test_the_same_text_again(self):
         for name in "ZYXA":
