@@ -62,6 +62,8 @@ class QuixSpyAgent : public QuixAgent {
   public:
     static constexpr int kMaxPatterns = 512;
     static constexpr int kMaxPartitions = 256;
+    /// Each takes what is known of all endpoints once more, and types that conflict cost others nothing.
+    static constexpr int kMostParticipants = 256;
 
     QuixSpyAgent(const char* programName, QuixAgentOutput& output);
     /// Deletes listeners, then the participants with what they contain. Failures are printed at any

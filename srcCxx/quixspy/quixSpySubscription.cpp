@@ -395,6 +395,12 @@ bool QuixSpyAgent::on_publication_discovered(const char* ip, const RtpsGuid& gui
                 break;
         }
     }
+    if (_participantList.count >= kMostParticipants) {
+        tell_unread(
+            guid, topicName,
+            std::to_string(kMostParticipants) + " participants of this tool read other types already");
+        return false;
+    }
     ParticipantNode* const added = add_participant(*this);
     return added != nullptr && subscribe(*this, *added, publication);
 }

@@ -501,6 +501,19 @@ TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {
     EXPECT_THAT(all, ::testing::HasSubstr("further ones are not told"));
 }
 
+TEST_F(Subscription, ParticipantsAreNotMadeWithoutEnd) {
+    // The limit counts nodes, whatever they are of.
+    const int before = agent._participantList.count;
+    agent._participantList.count = QuixSpyAgent::kMostParticipants;
+    discover({});
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(discover({"Circle", "Other"}), "");
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("is not read: 256 participants of this tool read other types already"));
+    EXPECT_EQ(agent.created, 0);
+    agent._participantList.count = before;
+}
+
 TEST_F(Subscription, HistoryGivesWayToTheLimitsOfTheProfile) {
     DDS_DataReaderQos& qos = agent.worlds[0].subscriber.default_reader_qos;
     qos.resource_limits.max_samples_per_instance = 100;
