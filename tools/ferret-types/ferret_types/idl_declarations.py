@@ -1,7 +1,7 @@
 """Makes declarations of the tree of an IDL file."""
 
 from .idl_annotations import Annotations
-from .idl_names import Names, parts_of, plain, qualified
+from .idl_names import Names, Symbol, parts_of, plain, qualified
 from .model import (BASIC, STRINGS, WHOLE_NUMBERS, BitField, BitMask, BitSet, Case, Enum, Literal, Map, Member, Sequence, Struct,
                     Typedef, TypeUse, Union)
 from .problems import Problem
@@ -83,6 +83,7 @@ class Declarations(Names):
         if use.collection is None:
             return use
         name = self.unused(qualified(self._scope, owner))
+        self._declare(Symbol(name, "made", self.place(tree)))
         self._made.append(Typedef(name, self.place(tree), use))
         return TypeUse(name)
 
