@@ -95,7 +95,8 @@ class QuixSpyAgent : public QuixAgent {
                                    DDS_DurabilityQosPolicyKind durability, bool keyed,
                                    const DDS_TypeCode* typeCode, const DDS_EntityNameQosPolicy& entityName,
                                    const DDS_StringSeq& endpointPartitions,
-                                   const DDS_StringSeq& participantPartitions);
+                                   const DDS_StringSeq& participantPartitions,
+                                   DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED);
 
     // Settings: written while the options are parsed, read-only from then on. Strings are owned (DDS_String).
     int32_t _topicRegexCount = 0;
