@@ -58,7 +58,8 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     const rtps::GuidPrefix& participant = publication.guid.prefix;
     Peer& peer = peers_[participant];
     peer.askers.insert(asker);
-    const bool can_be_asked = answers && peer.silent.count(key) == 0;
+    const auto silent = peer.silent.find(key);
+    const bool can_be_asked = answers && silent == peer.silent.end();
 
     // A wait that is under way goes on, and does not begin anew.
     const auto known = by_key_.find(key);
@@ -97,8 +98,10 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     // other types.
     if (is_new && !advance(id, now))
         send(now);
-    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty())
-        finish(id, {{}, DDS_TYPE_CODE_NOT_TOLD}); // nobody offers it, or they left meanwhile
+    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty()) {
+        // Nobody offers it, or they left meanwhile.
+        finish(id, {{}, silent != peer.silent.end() ? silent->second.why : DDS_TYPE_CODE_NOT_TOLD});
+    }
     if (waits_.count(waiter) != 0)
         return std::nullopt;
     const auto own = std::find_if(outcomes_.rbegin(), outcomes_.rend(), [&waiter](const Outcome& outcome) {
@@ -366,20 +369,18 @@ void TypeResolver::finish(LookupId id, const Result& result) {
 void TypeResolver::give_up(const Waiter& waiter) {
     const LookupId id = waits_.at(waiter).lookup;
     Lookup& lookup = lookups_.at(id);
+    const NoType why = lookup.was_refused ? DDS_TYPE_CODE_NOT_GENUINE : DDS_TYPE_CODE_NOT_TOLD;
     const auto peer = peers_.find(waiter.first.prefix);
     if (peer != peers_.end() && lookup.asked.count(waiter.first.prefix) != 0) {
         Charge charged = charge(peer->second, kEntrySize + lookup.key.size());
         if (charged != nullptr)
-            peer->second.silent[lookup.key] = std::move(charged);
+            peer->second.silent[lookup.key] = {why, std::move(charged)};
     }
     if (!std::exchange(lookup.gave_up, true))
         MERIDIAN_LOG_WARNING("discovery",
                              "type \"%s\": no participant sent its definition; its contents are unknown",
                              lookup.name.c_str());
-    outcomes_.push_back({waiter.first,
-                         waiter.second,
-                         {},
-                         lookup.was_refused ? DDS_TYPE_CODE_NOT_GENUINE : DDS_TYPE_CODE_NOT_TOLD});
+    outcomes_.push_back({waiter.first, waiter.second, {}, why});
     forget(waiter);
 }
 

@@ -124,12 +124,16 @@ class TypeResolver {
         Result result;
         Charge charge;
     };
+    struct Silence {
+        NoType why = DDS_TYPE_CODE_NOT_TOLD;
+        Charge charge;
+    };
     struct Peer {
         Peer();
         std::set<Asker> askers; // that know of it
         std::set<LookupId> lookups;
-        std::map<Key, Charge> silent; // types that it was asked for and did not tell in time
-        std::vector<Key> resolved;    // by what it told
+        std::map<Key, Silence> silent; // types that it was asked for and did not tell in time
+        std::vector<Key> resolved;     // by what it told
         std::map<TypeHash, Charge> objects;
         std::shared_ptr<MemoryShare> share;
         unsigned too_large = 0; // types since the last count
