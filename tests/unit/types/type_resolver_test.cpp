@@ -248,6 +248,21 @@ TEST_F(TypeResolverTest, PublicationsStopWaitingWhenAllParticipantsThatAnswerAre
               1);
 }
 
+TEST_F(TypeResolverTest, WhoComesAfterAllOthersLeftIsAsked) {
+    create();
+    EXPECT_FALSE(announce("corpus::Integers", 1));
+    EXPECT_FALSE(announce("corpus::Integers", 2, 0x103, false)); // waits for what 1 says
+    resolver->take_requests();
+    resolver->participant_gone(participant(1), now);
+    EXPECT_TRUE(resolver->take_requests().empty());
+    EXPECT_FALSE(announce("corpus::Integers", 3));
+    const auto requests = resolver->take_requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].asked, participant(3));
+    answer(requests[0]);
+    EXPECT_EQ(resolver->take_outcomes().size(), 3u);
+}
+
 TEST_F(TypeResolverTest, AnnouncingAnewDoesNotProlongTheWait) {
     create();
     EXPECT_FALSE(announce("corpus::Integers", 1));

@@ -65,8 +65,12 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     const auto known = by_key_.find(key);
     const auto wait = waits_.find(waiter);
     if (wait != waits_.end() && known != by_key_.end() && wait->second.lookup == known->second) {
-        if (can_be_asked)
-            add_source(known->second, lookups_.at(known->second), participant);
+        if (can_be_asked) {
+            Lookup& lookup = lookups_.at(known->second);
+            add_source(known->second, lookup, participant);
+            ask(known->second, lookup);
+            send(now);
+        }
         return std::nullopt;
     }
     forget(waiter);
@@ -96,8 +100,11 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     give_ups_.emplace(waits_[waiter].until, waiter);
     // Nothing needs to be requested where the identifier is the whole type, or its parts are known from
     // other types.
-    if (is_new && !advance(id, now))
-        send(now);
+    if (is_new)
+        advance(id, now);
+    else
+        ask(id, lookup); // all who could be asked may have left
+    send(now);
     if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty()) {
         // Nobody offers it, or they left meanwhile.
         finish(id, {{}, silent != peer.silent.end() ? silent->second.why : DDS_TYPE_CODE_NOT_TOLD});
