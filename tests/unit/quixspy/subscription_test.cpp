@@ -104,6 +104,7 @@ class Subscription : public ::testing::Test {
         DDS_ReliabilityQosPolicyKind reliability = DDS_BEST_EFFORT_RELIABILITY_QOS;
         DDS_DurabilityQosPolicyKind durability = DDS_VOLATILE_DURABILITY_QOS;
         RtpsGuid guid{};
+        DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED;
     };
 
     /// A writer, each time another one unless it brings its GUID. Returns what was printed.
@@ -114,7 +115,7 @@ class Subscription : public ::testing::Test {
             subscribed = agent.on_publication_discovered(
                 "10.1.2.3", writer.guid, writer.topic, writer.type, writer.ownership, writer.reliability,
                 writer.durability, writer.keyed, writer.type_code, entity_name("role", "name"),
-                string_seq({"A"}), string_seq({"P"}));
+                string_seq({"A"}), string_seq({"P"}), writer.absence);
         });
     }
     std::vector<RequestedReader>& readers(int world = 0) { return agent.worlds[world].subscriber.requested; }
@@ -195,6 +196,22 @@ TEST_F(Subscription, BothNamesHaveToPass) {
     EXPECT_TRUE(subscribed);
     discover({"Square", "ShapeX"});
     EXPECT_TRUE(subscribed);
+}
+
+TEST_F(Subscription, SaysOnceForEachTopicWhyThereAreNoContents) {
+    Writer writer;
+    EXPECT_EQ(discover(writer), "") << "nobody asked for contents";
+    agent._printSample = PRINT_SAMPLE_COMPACT;
+    writer.topic = "Square";
+    EXPECT_EQ(discover(writer),
+              "ferret: topic 'Square' is shown without contents: type 'ShapeType' is unknown, as "
+              "only its name is announced (a <types> document can tell it)\n");
+    writer.absence = DDS_TYPE_CODE_NOT_TOLD;
+    EXPECT_EQ(discover(writer), "");
+    writer.topic = "Triangle";
+    EXPECT_EQ(discover(writer),
+              "ferret: topic 'Triangle' is shown without contents: type 'ShapeType' is unknown, as "
+              "no application told it in time\n");
 }
 
 TEST_F(Subscription, FurtherWritersOfATopicAreOnlyRecorded) {
