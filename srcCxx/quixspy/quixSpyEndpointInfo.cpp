@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "agent/QuixAgentOutput.h"
 #include "meridian/heap.h"
@@ -58,11 +59,13 @@ bool store_name(QuixAgentOutput& output, QuixSpyEndpointInfo& info,
 }
 
 bool store_partitions(QuixAgentOutput& output, char*& field, const DDS_StringSeq& names) {
-    for (DDS_Long i = 0; i < names.length(); ++i) {
-        if ((i > 0 && !DDS_String_append(&field, ",")) || !DDS_String_append(&field, or_empty(names[i])))
-            return output.fail("ferret: Failed to allocate memory for partitions\n");
-    }
-    return true;
+    if (names.length() == 0)
+        return true;
+    std::string joined; // of what may be thousands
+    for (DDS_Long i = 0; i < names.length(); ++i)
+        joined.append(i > 0 ? "," : "").append(or_empty(names[i]));
+    return duplicate(field, joined.c_str()) ||
+           output.fail("ferret: Failed to allocate memory for partitions\n");
 }
 
 } // namespace
