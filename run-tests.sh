@@ -13,8 +13,8 @@
 set -u
 cd "$(dirname "$0")" || exit 1
 
-PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 iproute2
-    util-linux ccache cyclonedds-tools cyclonedds-dev mandoc"
+PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 python3-lark
+    iproute2 util-linux ccache cyclonedds-tools cyclonedds-dev mandoc"
 # Fast DDS 2.x is a second peer, and clang-format 14 is the one that .clang-format was made for; later Debian releases hold
 # other versions, and the tests do without them.
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then

@@ -1,5 +1,6 @@
 #include "quixspy/quixSpyAgent.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <new>
@@ -8,9 +9,11 @@
 #include "meridian/domain_participant_factory.h"
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
+#include "meridian/logger.h"
 #include "meridian/string.h"
 #include "quixspy/quixSpyDataListener.h"
 #include "quixspy/quixSpyDiscoveryListener.h"
+#include "quixspy/quixSpySampleLine.h"
 #include "quixspy/quixSpyText.h"
 
 std::atomic<bool> QUIXSPY_INTERRUPTED{false};
@@ -211,7 +214,7 @@ bool QuixSpyAgent::initialize_spy() {
     if (theVerbosity >= 3)
         output().put("Initializing spy application...\n");
     catch_signals(); // first: who was told of the participant is told of its end as well
-    if (!create_semaphore() || !create_participant())
+    if (!create_semaphore() || !create_participant() || !check_reader_qos())
         return false;
 
     DDSSubscriber* const builtin = _participantNode->participant->get_builtin_subscriber();
@@ -238,6 +241,64 @@ bool QuixSpyAgent::initialize_spy() {
     if (_discoveryListener == nullptr || _waitSet == nullptr)
         return false;
     return watch(*publications, *subscriptions);
+}
+
+namespace {
+
+int64_t nanoseconds(const DDS_Duration_t& duration) {
+    return int64_t{duration.sec} * 1000000000 + duration.nanosec;
+}
+
+} // namespace
+
+int32_t QuixSpyAgent::history_depth(const DDS_DataReaderQos& reader) const {
+    const DDS_ResourceLimitsQosPolicy& limits = reader.resource_limits;
+    int32_t depth = _historyDepth;
+    if (reader.history.kind != DDS_KEEP_LAST_HISTORY_QOS)
+        return depth;
+    for (const DDS_Long limit : {limits.max_samples_per_instance, limits.max_samples}) {
+        if (limit != DDS_LENGTH_UNLIMITED && limit > 0)
+            depth = std::min(depth, limit);
+    }
+    return depth;
+}
+
+/// Options that contradict the profile would make every topic fail.
+bool QuixSpyAgent::check_reader_qos() {
+    DDS_DataReaderQos qos;
+    if (_participantNode->subscriber->get_default_datareader_qos(qos) != DDS_RETCODE_OK)
+        return true;
+    const int32_t depth = history_depth(qos);
+    if (depth < _historyDepth) {
+        const std::string text = "max_samples_per_instance or max_samples of the QoS profile is " +
+                                 std::to_string(depth) + ", less than the history of " +
+                                 std::to_string(_historyDepth) +
+                                 " samples (-history): " + std::to_string(depth) + " are kept";
+        QUIXLog_error("qos", text.c_str());
+    }
+    const bool has_filter = _timeFilter > 0.0F;
+    const bool has_deadline = _deadline >= 0.0F;
+    if (has_filter)
+        convertFromFloat(qos.time_based_filter.minimum_separation, _timeFilter);
+    if (has_deadline)
+        convertFromFloat(qos.deadline.period, _deadline);
+    if (nanoseconds(qos.deadline.period) >= nanoseconds(qos.time_based_filter.minimum_separation))
+        return true;
+    return output().fail("ferret: %s contradicts %s: a deadline cannot be shorter than the time filter\n",
+                         has_deadline ? "-deadline" : "the deadline of the QoS profile",
+                         has_filter ? "-timeFilter" : "the time filter of the QoS profile");
+}
+
+void QuixSpyAgent::tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason) {
+    constexpr uint64_t kMostTold = 50;
+    if (++unreadWriters_ > kMostTold)
+        return;
+    std::string text = "writer";
+    QUIXSpy_appendGuid(text, " guid", writer);
+    text += " of topic \"" + QUIXSpy_text(topicName) + "\" is not read: " + reason;
+    if (unreadWriters_ == kMostTold)
+        text += "; further ones are not told";
+    QUIXLog_error("subscription", text.c_str());
 }
 
 bool QuixSpyAgent::watch(DDSDataReader& publications, DDSDataReader& subscriptions) {

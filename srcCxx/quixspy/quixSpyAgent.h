@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "agent/QuixAgent.h"
 #include "meridian/condition.h"
@@ -33,6 +34,7 @@ void stopHandler(int signal);
 struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     QuixSpyDataListener* listener;
     DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
+    DDSDataReader* reader;                  // of the participant; null when it could not be made
     QuixSpyIndexLink<QuixSpyDataListenerNode> byName;
     QuixSpyIndexLink<QuixSpyDataListenerNode> byType;
 };
@@ -97,6 +99,11 @@ class QuixSpyAgent : public QuixAgent {
                                    const DDS_StringSeq& endpointPartitions,
                                    const DDS_StringSeq& participantPartitions);
 
+    /// Says, for the first of them, why a writer that was announced is not read; the rest is counted.
+    void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);
+    /// That of the options, or what the reader's limits leave of it.
+    int32_t history_depth(const DDS_DataReaderQos& reader) const;
+
     // Settings: written while the options are parsed, read-only from then on. Strings are owned (DDS_String).
     int32_t _topicRegexCount = 0;
     char* _topicRegex[kMaxPatterns] = {};
@@ -139,6 +146,7 @@ class QuixSpyAgent : public QuixAgent {
     QuixSpyEnding _ending{[this] { return is_over(); }};
 
   private:
+    bool check_reader_qos();
     bool initialize_spy();
     void catch_signals();
     template <typename Function>
@@ -147,4 +155,6 @@ class QuixSpyAgent : public QuixAgent {
     bool create_participant();
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);
     void delete_participant(QuixSpyParticipantListNode* node);
+
+    uint64_t unreadWriters_ = 0;
 };

@@ -3,7 +3,9 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <new>
+#include <string>
 
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
@@ -146,12 +148,52 @@ bool record_writer(const QuixSpyAgent& agent, QuixSpyDataListener& listener, con
                                QUIXSpy_text(publication.topicName).c_str());
 }
 
+const char* text_of(DDS_DurabilityQosPolicyKind kind) {
+    constexpr const char* kTexts[] = {"volatile", "transient-local", "transient", "persistent"};
+    return static_cast<size_t>(kind) < std::size(kTexts) ? kTexts[kind] : "unknown";
+}
+
+/// Why a topic's reader is never matched with a writer, though no other reader will be; empty when it is, as
+/// far as can be told from here.
+std::string reason_not_to_read(const TopicNode* topic, const Publication& publication,
+                               const char* type_of_topic) {
+    if (topic == nullptr)
+        return std::string("the topic is read as type \"") + QUIXSpy_text(type_of_topic) +
+               "\", which is equal but has another name";
+    const QuixSpyDataListener& listener = *topic->listener;
+    if (listener.is_keyed() != publication.keyed)
+        return publication.keyed ? "the topic is read as one without key, as its first writer announced it"
+                                 : "the topic is read as one with key, as its first writer announced it";
+    DDS_DataReaderQos qos;
+    if (topic->reader == nullptr || topic->reader->get_qos(qos) != DDS_RETCODE_OK)
+        return "";
+    if (qos.ownership.kind != publication.ownership)
+        return qos.ownership.kind == DDS_SHARED_OWNERSHIP_QOS
+                   ? "its ownership is exclusive, and that of the first writer is shared"
+                   : "its ownership is shared, and that of the first writer is exclusive";
+    if (publication.durability < qos.durability.kind)
+        return std::string("its durability is ") + text_of(publication.durability) +
+               ", and the reader asks for " + text_of(qos.durability.kind);
+    if (publication.reliability == DDS_BEST_EFFORT_RELIABILITY_QOS &&
+        qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS)
+        return "it is best-effort, and the reader asks for a reliable one";
+    return "";
+}
+
 /// One more writer of a topic that has its reader already.
-void add_writer(const QuixSpyAgent& agent, const ParticipantNode& participant,
-                const Publication& publication) {
+void add_writer(QuixSpyAgent& agent, const ParticipantNode& participant, const Publication& publication) {
     const TopicNode* const topic = participant.find_topic(publication.topicName, publication.typeName);
+    const bool is_new = topic == nullptr || !topic->listener->knows_writer(publication.guid);
     if (topic != nullptr)
         record_writer(agent, *topic->listener, publication);
+    if (!is_new)
+        return;
+    DDSTopicDescription* const description =
+        participant.participant->lookup_topicdescription(publication.topicName);
+    const std::string reason =
+        reason_not_to_read(topic, publication, description != nullptr ? description->get_type_name() : "");
+    if (!reason.empty())
+        agent.tell_unread(publication.guid, publication.topicName, reason);
 }
 
 /// The type as dynamic data; null, with the reasons told, where the opaque type must do.
@@ -216,6 +258,18 @@ QuixSpyDataListenerSettings settings_of(QuixSpyAgent& agent, const Publication& 
     return settings;
 }
 
+/// Whether a participant before this one watches the topic under the same type name. It then reads the
+/// writers that announce no type.
+bool is_watched_before(const QuixSpyAgent& agent, const ParticipantNode& node,
+                       const Publication& publication) {
+    for (const ParticipantNode* before = agent._participantList.head(); before != nullptr && before != &node;
+         before = QuixSpyList<ParticipantNode>::next(before)) {
+        if (before->find_topic(publication.topicName, publication.typeName) != nullptr)
+            return true;
+    }
+    return false;
+}
+
 bool build_reader_qos(const QuixSpyAgent& agent, const ParticipantNode& node, const Publication& publication,
                       DDS_DataReaderQos& qos) {
     node.subscriber->get_default_datareader_qos_w_topic_name(qos, publication.topicName);
@@ -225,12 +279,13 @@ bool build_reader_qos(const QuixSpyAgent& agent, const ParticipantNode& node, co
         QuixAgent::convertFromFloat(qos.deadline.period, agent._deadline);
     qos.ownership.kind = publication.ownership;
     qos.reader_resource_limits.dynamically_allocate_fragmented_samples = true;
-    qos.history.depth = agent._historyDepth;
+    qos.history.depth = agent.history_depth(qos);
     if (agent._useFirstPublicationQos) {
         qos.reliability.kind = publication.reliability;
         qos.durability.kind = publication.durability;
     }
     qos.type_consistency.kind = DDS_DISALLOW_TYPE_COERCION;
+    qos.type_consistency.force_type_validation = is_watched_before(agent, node, publication);
     const DDS_ReturnCode_t result = DDS_PropertyQosPolicyHelper_assert_property(
         qos.property, "dds.data_reader.history.memory_manager.fast_pool.pool_buffer_max_size", "4096", false);
     return result == DDS_RETCODE_OK ||
@@ -303,6 +358,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL);
     if (reader == nullptr)
         return agent.output().fail("ferret: Create_datareader error\n");
+    topic_node->reader = reader;
     // A profile may say that entities are not enabled when they are created.
     DDS_ReturnCode_t enabled = topic->enable();
     if (enabled == DDS_RETCODE_OK)

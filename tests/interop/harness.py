@@ -433,6 +433,12 @@ class InteropTest(unittest.TestCase):
             self.skipTest("built without Fast DDS 2.x")
         return self.keep(Peer(network or self.network, options.peer_fastdds))
 
+    def ros(self, network=None):
+        """A publisher of ROS 2 messages on Fast DDS 2.x; see peers/peer_ros.cpp."""
+        if options.peer_ros is None:
+            self.skipTest("built without Fast DDS 2.x")
+        return self.keep(Peer(network or self.network, options.peer_ros))
+
     def ddsperf(self, *arguments, network=None):
         if options.ddsperf is None:
             self.skipTest("ddsperf is not installed")
@@ -456,6 +462,7 @@ class Options:
     tool = None
     peer_cyclone = None
     peer_fastdds = None
+    peer_ros = None
     ddsperf = None
 
 
@@ -477,13 +484,13 @@ def _enter_namespaces():
 
 
 def main():
-    """Runs the tests of the calling file: FILE --tool PATH [--peer-cyclone PATH] [--peer-fastdds PATH] [--ddsperf PATH]
-    [unittest's own arguments, for example the name of one test]."""
+    """Runs the tests of the calling file: FILE --tool PATH [--peer-cyclone PATH] [--peer-fastdds PATH] [--peer-ros PATH]
+    [--ddsperf PATH] [unittest's own arguments, for example the name of one test]."""
     if INSIDE not in sys.argv:
         _enter_namespaces()
     sys.argv.remove(INSIDE)
     signal.signal(signal.SIGHUP, signal.SIG_DFL)  # under nohup it is ignored, and everything started would inherit that
-    for field in ("tool", "peer_cyclone", "peer_fastdds", "ddsperf"):
+    for field in ("tool", "peer_cyclone", "peer_fastdds", "peer_ros", "ddsperf"):
         flag = "--" + field.replace("_", "-")
         if flag in sys.argv:
             at = sys.argv.index(flag)

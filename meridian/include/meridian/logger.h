@@ -40,5 +40,7 @@ void QUIXLog_badParameter(const char* operation, const char* parameter);
 void QUIXLog_creationFailure(const char* operation, const char* what);
 /// Logs that `what` failed within `operation` (error level).
 void QUIXLog_failure(const char* operation, const char* what);
+/// Logs a message of the application, told to come from its part `part` (error level).
+void QUIXLog_error(const char* part, const char* text);
 /// Plain text of printing operations, to standard output.
 void QUIXLog_print(const char* format, ...) __attribute__((format(printf, 1, 2)));

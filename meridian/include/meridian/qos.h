@@ -140,6 +140,8 @@ struct DDS_DataRepresentationQosPolicy {
 };
 struct DDS_TypeConsistencyEnforcementQosPolicy {
     DDS_TypeConsistencyKind kind = DDS_AUTO_TYPE_COERCION;
+    /// A reader of a known type does not match writers that announce none (OMG DDS-XTypes 1.3, 7.6.3.7).
+    DDS_Boolean force_type_validation = false;
 };
 
 /// Name and role of an entity; both strings are owned and may be null.

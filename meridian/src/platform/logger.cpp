@@ -127,6 +127,11 @@ void QUIXLog_failure(const char* operation, const char* what) {
     meridian::log::write_api_error(operation, what, "failed");
 }
 
+void QUIXLog_error(const char* part, const char* text) {
+    if (meridian::log::is_enabled(meridian::log::Level::error))
+        meridian::log::write(meridian::log::Level::error, "ferret", part, "%s", text);
+}
+
 void QUIXLog_print(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -255,7 +255,9 @@ constexpr auto fields_of(Of<DDS_DataRepresentationQosPolicy>) {
     return std::tuple(field("value", &DDS_DataRepresentationQosPolicy::value).as(&Wire::representations, ""));
 }
 constexpr auto fields_of(Of<DDS_TypeConsistencyEnforcementQosPolicy>) {
-    return std::tuple(field("kind", &DDS_TypeConsistencyEnforcementQosPolicy::kind));
+    using Policy = DDS_TypeConsistencyEnforcementQosPolicy;
+    return std::tuple(field("kind", &Policy::kind),
+                      field("force_type_validation", &Policy::force_type_validation));
 }
 constexpr auto fields_of(Of<DDS_EntityNameQosPolicy>) {
     using P = DDS_EntityNameQosPolicy;

@@ -1,7 +1,10 @@
 // Which participant watches the topic of a discovered writer, and with what reader; on participants that only
 // pretend.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
@@ -434,6 +437,78 @@ TEST_F(Subscription, OptionsChangeTheReaderQos) {
     EXPECT_EQ(readers().at(1).qos.deadline.period, (DDS_Duration_t{2, 250000000}));
     EXPECT_EQ(readers().at(1).qos.reliability.kind, DDS_BEST_EFFORT_RELIABILITY_QOS);
     EXPECT_EQ(readers().at(1).qos.durability.kind, DDS_VOLATILE_DURABILITY_QOS);
+}
+
+TEST_F(Subscription, WritersThatAnnounceNoTypeAreReadByTheFirstReaderOfTheirName) {
+    const TypeRef keyed = structure("ShapeType");
+    const TypeRef keyless = structure("ShapeType", false);
+    const DDS_TypeCode* const code = keyed.get();
+    const DDS_TypeCode* const other = keyless.get();
+    discover({"Circle", "ShapeType", true, code});
+    participant(0).type_codes["ShapeType"] = code;
+    discover({"Circle", "ShapeType", false, other});
+    participant(1).type_codes["ShapeType"] = other;
+    discover({"Circle", "Shape2", false, other});
+    EXPECT_FALSE(readers(0).at(0).qos.type_consistency.force_type_validation);
+    EXPECT_TRUE(readers(1).at(0).qos.type_consistency.force_type_validation);
+    ASSERT_EQ(agent.created, 1) << "an equal type is watched already";
+}
+
+TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {
+    const TypeRef type = structure("ShapeType");
+    const DDS_TypeCode* const code = type.get();
+    DDS_DataReaderQos& qos = agent.worlds[0].reader.qos;
+    qos.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    Writer first{"Circle", "ShapeType", true, code};
+    first.durability = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    first.reliability = DDS_RELIABLE_RELIABILITY_QOS;
+    const auto told_of = [this](Writer writer) {
+        ::testing::internal::CaptureStderr();
+        EXPECT_EQ(discover(writer), "");
+        const std::string told = ::testing::internal::GetCapturedStderr();
+        return told.empty() ? told : told.substr(told.find("error"));
+    };
+    EXPECT_EQ(told_of(first), "");
+    participant().type_codes["ShapeType"] = code;
+    EXPECT_EQ(told_of(first), "");
+    Writer volatile_one = first;
+    volatile_one.guid = {1, 2, 3, 0x102};
+    volatile_one.durability = DDS_VOLATILE_DURABILITY_QOS;
+    EXPECT_EQ(
+        told_of(volatile_one),
+        "error ferret subscription: writer guid=\"0x00000001,0x00000002,0x00000003:0x00000102\" of topic "
+        "\"Circle\" is not read: its durability is volatile, and the reader asks for transient-local\n");
+    EXPECT_EQ(told_of(volatile_one), "") << "an update";
+    Writer exclusive = first;
+    exclusive.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    EXPECT_THAT(told_of(exclusive), ::testing::HasSubstr("its ownership is exclusive"));
+    Writer best_effort = first;
+    best_effort.reliability = DDS_BEST_EFFORT_RELIABILITY_QOS;
+    EXPECT_THAT(told_of(best_effort), ::testing::HasSubstr("it is best-effort"));
+    Writer renamed = first;
+    renamed.type = "Shape2";
+    EXPECT_THAT(told_of(renamed), ::testing::HasSubstr("is read as type \"ShapeType\", which is equal"));
+    Writer keyless = first;
+    keyless.type_code = nullptr;
+    keyless.keyed = false;
+    EXPECT_THAT(told_of(keyless), ::testing::HasSubstr("is read as one with key"));
+    EXPECT_EQ(agent.created, 0);
+    std::string all;
+    for (int i = 0; i < 100; ++i)
+        all += told_of(exclusive);
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 45);
+    EXPECT_THAT(all, ::testing::HasSubstr("further ones are not told"));
+}
+
+TEST_F(Subscription, HistoryGivesWayToTheLimitsOfTheProfile) {
+    DDS_DataReaderQos& qos = agent.worlds[0].subscriber.default_reader_qos;
+    qos.resource_limits.max_samples_per_instance = 100;
+    discover({});
+    EXPECT_EQ(readers().at(0).qos.history.depth, 100);
+    qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    discover({"Square"});
+    EXPECT_EQ(readers().at(1).qos.history.depth, 8192);
 }
 
 TEST_F(Subscription, OptionsReachTheLines) {

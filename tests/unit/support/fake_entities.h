@@ -41,7 +41,10 @@ struct RequestedReader {
 /// Stands for a reader that nobody uses.
 class FakeReader : public FakeEntity<DDSDataReader> {
   public:
-    DDS_ReturnCode_t get_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
+    DDS_ReturnCode_t get_qos(DDS_DataReaderQos& out) override {
+        out = qos;
+        return DDS_RETCODE_OK;
+    }
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_listener(DDSDataReaderListener*, DDS_StatusMask) override { return DDS_RETCODE_OK; }
     DDSDataReaderListener* get_listener() override { return nullptr; }
@@ -53,6 +56,7 @@ class FakeReader : public FakeEntity<DDSDataReader> {
     }
 
     DDSTopicDescription* topic = nullptr;
+    DDS_DataReaderQos qos;
 };
 
 class FakeTopic : public FakeEntity<DDSTopic> {

@@ -166,6 +166,9 @@ TEST(CdrWalker, EndlessValuesEnd) {
         structure("final", "<member name='s' type='nonBasic' nonBasicTypeName='E' sequenceMaxLength='-1'/>");
     EXPECT_NE(decode(empty, "00010000 ffffffff").find("more values than a sample of this size can hold"),
               std::string::npos);
+    // However long the sample is
+    EXPECT_EQ(decode(empty, "00010000 a0bb0d00" + std::string(120000, '0')),
+              "failed: member s[4096]: more values than a sample of this size can hold");
     // A union that holds itself
     const std::string self =
         "<union name='T' extensibility='final'><discriminator type='byte'/><case>"

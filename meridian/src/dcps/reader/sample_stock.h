@@ -31,7 +31,7 @@ class SampleStock final : public SampleOwner {
 
     /// Bytes that a sample takes which was made of `serialized` ones.
     size_t memory_of(const void* sample, size_t serialized) const {
-        return plugin_.getSampleMemory != nullptr ? plugin_.getSampleMemory(sample) : serialized;
+        return plugin_.getSampleMemory != nullptr ? plugin_.getSampleMemory(sample) : serialized + kObject;
     }
 
     /// On the thread that receives. Null when memory is short.
@@ -49,7 +49,8 @@ class SampleStock final : public SampleOwner {
     void release_sample(void* sample) override {
         const size_t bytes = memory_of(sample, 0);
         if ((kept_ > 0 && kept_ + bytes > kMostKept) || !share_.take(bytes)) {
-            plugin_.deleteSample(endpoint_, sample);
+            (plugin_.deleteSample != nullptr ? plugin_.deleteSample : plugin_.returnSample)(endpoint_,
+                                                                                            sample);
             return;
         }
         kept_ += bytes;
@@ -68,6 +69,7 @@ class SampleStock final : public SampleOwner {
 
   private:
     static constexpr size_t kMostKept = size_t{4} << 20; // bytes
+    static constexpr size_t kObject = 64;                // about what an object takes with its allocator
 
     const PRESTypePlugin& plugin_;
     const PRESTypePluginEndpointData endpoint_;

@@ -18,6 +18,7 @@ struct PeerText {
     std::optional<Family> family; // as the prefix says; without one any enabled family
     bool this_host = false;
     std::string host;
+    uint16_t port = 0; // 0: those of the participant indexes
 };
 
 /// Removes prefix from the front of text; false (and no change) where it does not begin with it.
@@ -61,6 +62,40 @@ bool parse_transport(std::string& text, PeerText& peer, std::string& error) {
     return true;
 }
 
+bool parse_port(const std::string& digits, uint16_t& port, std::string& error) {
+    const bool valid = !digits.empty() && digits.size() <= 5 &&
+                       digits.find_first_not_of("0123456789") == std::string::npos &&
+                       std::stoul(digits) > 0 && std::stoul(digits) <= 65535;
+    if (valid)
+        port = static_cast<uint16_t>(std::stoul(digits));
+    else
+        error = "'" + digits + "' is not a port from 1 to 65535";
+    return valid;
+}
+
+/// host, host:port, [address] or [address]:port; IPv6 addresses have several colons of their own.
+bool parse_host(std::string text, PeerText& peer, std::string& error) {
+    const bool in_brackets = !text.empty() && text.front() == '[' && text.find(']') != std::string::npos;
+    const size_t end = in_brackets ? text.find(']') + 1 : std::min(text.find(':'), text.size());
+    const bool has_port =
+        end < text.size() && text[end] == ':' && text.find(':', end + 1) == std::string::npos;
+    if (has_port && !parse_port(text.substr(end + 1), peer.port, error))
+        return false;
+    if (has_port)
+        text.erase(end);
+    if (text.size() >= 2 && text.front() == '[' && text.back() == ']')
+        text = text.substr(1, text.size() - 2);
+    // A scope has no place in a locator; link-local peers are tried on every interface.
+    if (text.find(':') != std::string::npos)
+        text = text.substr(0, text.find('%'));
+    if (text.empty()) {
+        error = "it has no host";
+        return false;
+    }
+    peer.host = std::move(text);
+    return true;
+}
+
 std::optional<PeerText> parse_peer(std::string text, std::string& error) {
     PeerText peer;
     const size_t at = text.find('@');
@@ -71,18 +106,8 @@ std::optional<PeerText> parse_peer(std::string text, std::string& error) {
     }
     if (!parse_transport(text, peer, error))
         return std::nullopt;
-    if (peer.this_host)
-        return peer;
-    if (text.size() >= 2 && text.front() == '[' && text.back() == ']')
-        text = text.substr(1, text.size() - 2);
-    // A scope has no place in a locator; link-local peers are tried on every interface.
-    if (text.find(':') != std::string::npos)
-        text = text.substr(0, text.find('%'));
-    if (text.empty()) {
-        error = "it has no host";
+    if (!peer.this_host && !parse_host(std::move(text), peer, error))
         return std::nullopt;
-    }
-    peer.host = std::move(text);
     return peer;
 }
 
@@ -150,13 +175,17 @@ class DestinationList {
   public:
     explicit DestinationList(uint32_t domain_id) : domain_id_(domain_id) {}
 
-    void add(const IpAddress& address, unsigned index_limit) {
+    /// Port 0: the well-known one. A unicast address has those of the participants.
+    void add(const IpAddress& address, unsigned index_limit, uint16_t port = 0) {
         if (address.is_multicast()) {
-            if (const auto ports = multicast_ports(domain_id_)) {
+            const auto ports = multicast_ports(domain_id_);
+            if (port == 0 && ports)
+                port = ports->metatraffic;
+            if (port != 0) {
                 // Loopback first: of an announcement that comes twice, the first counts, and it says more
                 // there.
-                add(to_host_locator(address, ports->metatraffic));
-                add(to_locator(address, ports->metatraffic));
+                add(to_host_locator(address, port));
+                add(to_locator(address, port));
             }
             return;
         }
@@ -181,22 +210,25 @@ class DestinationList {
 
 } // namespace
 
-std::optional<LocatorList> resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config,
-                                         std::string& error) {
+Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config) {
+    Peers result;
     DestinationList destinations(config.domain_id);
     for (const std::string& text : peers) {
         std::string reason;
         const std::optional<PeerText> peer = parse_peer(text, reason);
         const std::vector<IpAddress> addresses =
             peer ? addresses_of(*peer, config, reason) : std::vector<IpAddress>{};
-        if (addresses.empty()) {
-            error = "peer '" + text + "' cannot be used: " + reason;
-            return std::nullopt;
+        if (addresses.empty())
+            result.unusable.push_back("peer '" + text + "' cannot be used: " + reason);
+        for (const IpAddress& address : addresses) {
+            if (peer->port != 0 && !address.is_multicast())
+                result.with_port.push_back(to_locator(address, peer->port));
+            else
+                destinations.add(address, peer->index_limit, peer->port);
         }
-        for (const IpAddress& address : addresses)
-            destinations.add(address, peer->index_limit);
     }
-    return destinations.take();
+    result.destinations = destinations.take();
+    return result;
 }
 
 LocatorList default_peers(const TransportConfig& config) {

@@ -65,19 +65,28 @@ bool CdrWalker::walk_value(ByteReader& reader, const Type* type, ValueSink* sink
     if (budget_ == 0)
         return fail("more values than a sample of this size can hold");
     --budget_;
-    switch (type->kind) {
+    const size_t before = reader.remaining();
+    if (!walk_known(reader, *type, sink))
+        return false;
+    const bool is_empty = reader.remaining() == before;
+    return !is_empty || empty_values_++ < kMostEmptyValues ||
+           fail("more values than a sample of this size can hold");
+}
+
+bool CdrWalker::walk_known(ByteReader& reader, const Type& type, ValueSink* sink) {
+    switch (type.kind) {
         case DDS_TK_STRUCT:
         case DDS_TK_VALUE:
         case DDS_TK_UNION:
-            return walk_aggregate(reader, *type, sink);
+            return walk_aggregate(reader, type, sink);
         case DDS_TK_SEQUENCE:
         case DDS_TK_ARRAY:
         case DDS_TK_MAP:
-            return walk_collection(reader, *type, sink);
+            return walk_collection(reader, type, sink);
         case DDS_TK_BITSET:
-            return walk_bitset(reader, *type, sink);
+            return walk_bitset(reader, type, sink);
         default:
-            return walk_scalar(reader, *type, sink);
+            return walk_scalar(reader, type, sink);
     }
 }
 
@@ -157,6 +166,12 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
         return skip_primitives(reader, size, count);
     if (size != 0 && count > reader.remaining() / size)
         return fail("more elements than the sample holds");
+    const bool as_usual = size == primitive_size(content->kind); // not four octets for a wide character
+    if (size != 0 && as_usual && count != 0 && sink != nullptr && sink->takes_primitives(*content, count)) {
+        if (!reader.align(size) || count > reader.remaining() / size)
+            return fail("more elements than the sample holds");
+        return sink->primitives(*content, reader, count);
+    }
     for (uint64_t i = 0; i < count; ++i) {
         if (sink != nullptr && !sink->element(i))
             return false;

@@ -60,7 +60,7 @@ class CdrWalker {
     CdrWalker(CdrVersion version, const CdrDialect& dialect, size_t payload_size, WalkBuffers& buffers)
         : version_(version),
           dialect_(dialect),
-          budget_(16 * uint64_t{payload_size} + 4096),
+          budget_(4 * uint64_t{payload_size} + 4096),
           buffers_(buffers) {}
 
     /// Reads one value; with a null sink it is only passed. False when the bytes do not make one, or the sink
@@ -121,6 +121,7 @@ class CdrWalker {
     bool leave_member(const rtps::ByteReader& body);
     bool leave_member_of(rtps::ByteReader& outer, const rtps::ByteReader& body);
     bool walk_value(rtps::ByteReader& reader, const Type* type, ValueSink* sink);
+    bool walk_known(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
     bool read_integer(rtps::ByteReader& reader, size_t size, bool is_signed, uint64_t& bits);
@@ -181,9 +182,11 @@ class CdrWalker {
 
     CdrVersion version_;
     CdrDialect dialect_;
-    /// Values that may still be visited: types whose values take no bytes must not make endless work of a
-    /// short sample.
+    /// Values that may still be visited: types whose values take few bytes or none must not make endless work
+    /// of a short sample.
     uint64_t budget_;
+    static constexpr unsigned kMostEmptyValues = 4096;
+    unsigned empty_values_ = 0;
     WalkBuffers& buffers_;
     bool key_only_ = false;
     bool trial_ = false;
