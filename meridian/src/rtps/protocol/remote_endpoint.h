@@ -34,6 +34,7 @@ struct RemoteEndpoint {
     std::shared_ptr<const EndpointQos> qos;             // not null
     std::shared_ptr<const LocatorList> unicast;         // not null
     std::shared_ptr<const ByteBuffer> type_information; // not null
+    std::shared_ptr<const ByteBuffer> type_object;      // likewise
     Endianness raw_endianness = native_endianness();    // of the type information
     bool expects_inline_qos = false;                    // readers
     std::vector<Property> properties;
@@ -60,6 +61,7 @@ class RecordMaker {
         std::shared_ptr<const EndpointQos> qos;
         std::shared_ptr<const LocatorList> unicast;
         std::shared_ptr<const ByteBuffer> type_information;
+        std::shared_ptr<const ByteBuffer> type_object;
     };
     Last writers_;
     Last readers_;
