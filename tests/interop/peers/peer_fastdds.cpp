@@ -338,8 +338,8 @@ class FastPeer final : public peers::Peer {
         qos.partition().setNames(partitions); // takes no constant list
     }
 
-    // "server=PORT" makes a discovery server on the loopback interface, "client=PORT" or "client=ADDRESS:PORT" one of
-    // its clients, which speaks to nobody else until the server tells it to.
+    // "server=PORT" makes a discovery server on the loopback interface, "client=PORT" or
+    // "client=ADDRESS:PORT" one of its clients, which speaks to nobody else until the server tells it to.
     static void fill_server(dds::DomainParticipantQos& qos, const Command& command) {
         constexpr const char* kServerPrefix = "44.53.00.5f.45.50.52.4f.53.49.4d.41";
         auto& builtin = qos.wire_protocol().builtin;
@@ -348,7 +348,8 @@ class FastPeer final : public peers::Peer {
         const size_t colon = text.find(':');
         rtps::IPLocator::setIPv4(locator, colon == std::string::npos ? "127.0.0.1" : text.substr(0, colon));
         rtps::IPLocator::setPhysicalPort(
-            locator, static_cast<uint16_t>(std::stoi(text.substr(colon == std::string::npos ? 0 : colon + 1))));
+            locator,
+            static_cast<uint16_t>(std::stoi(text.substr(colon == std::string::npos ? 0 : colon + 1))));
         if (command.has("server")) {
             builtin.discovery_config.discoveryProtocol = rtps::DiscoveryProtocol_t::SERVER;
             std::istringstream(kServerPrefix) >> qos.wire_protocol().prefix;

@@ -19,7 +19,9 @@ rtps::Locator make_locator(int32_t kind, uint32_t port, uint8_t last) {
 
 DDS_PublicationBuiltinTopicData publication(const rtps::EndpointData& data) {
     DDS_PublicationBuiltinTopicData out;
-    rtps::RemoteEndpoint endpoint = *test::record(data);
+    const std::shared_ptr<rtps::RemoteEndpoint> record =
+        rtps::RecordMaker().make(rtps::EndpointData(data), {1000, 0});
+    rtps::RemoteEndpoint& endpoint = *record;
     endpoint.type = rtps::EndpointType::none(DDS_TYPE_CODE_TOO_LARGE);
     fill(endpoint, out);
     return out;

@@ -70,6 +70,8 @@ void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     // Every participant reads the two, and one of them has something to tell where anything is to be sent.
     if (id == entity::subscriptions_writer || id == entity::publications_writer)
         writer.secret_begin = config_.secret_begin;
+    if (!config_.servers.empty())
+        writer.identity = Guid{config_.prefix, id};
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 

@@ -35,6 +35,7 @@ constexpr const char* kNoMemory =
 
 // What a participant is to a discovery server, in the words of Fast DDS.
 constexpr const char* kParticipantType = "PARTICIPANT_TYPE";
+constexpr VendorId kFastDdsVendorId{{0x01, 0x0f}};
 // So long a discovery server that has come back has to name those that it knew.
 constexpr Duration kRelayPatience = std::chrono::seconds(20);
 
@@ -208,19 +209,26 @@ void ParticipantDiscovery::set_locators(const OwnLocators& locators, Now now) {
 
 void ParticipantDiscovery::encode_announcements() {
     ++version_;
-    ParticipantData data = announced_;
-    if (!config_.servers.empty())
-        data.properties.push_back({kParticipantType, "SUPER_CLIENT"});
-    announcement_ = encode(data);
-    host_announcement_.clear();
-    if (host_metatraffic_unicast_.empty() && host_default_unicast_.empty())
-        return;
     const auto append = [](LocatorList& list, const LocatorList& more) {
         list.insert(list.end(), more.begin(), more.end());
     };
+    announcement_ = encode(announced_);
+    host_announcement_.clear();
+    ParticipantData data = announced_;
     append(data.metatraffic_unicast, host_metatraffic_unicast_);
     append(data.default_unicast, host_default_unicast_);
-    host_announcement_ = encode(data);
+    if (!host_metatraffic_unicast_.empty() || !host_default_unicast_.empty())
+        host_announcement_ = encode(data);
+    if (config_.servers.empty())
+        return;
+    const bool all_here = std::all_of(config_.servers.begin(), config_.servers.end(),
+                                      [&](const Locator& server) { return output_.stays_on_host(server); });
+    if (!all_here)
+        data = announced_;
+    // The servers of this vendor pass over participants of others.
+    data.vendor = kFastDdsVendorId;
+    data.properties.push_back({kParticipantType, "SUPER_CLIENT"});
+    server_announcement_ = encode(data);
 }
 
 Duration ParticipantDiscovery::jittered(Duration period) {
@@ -260,6 +268,23 @@ void ParticipantDiscovery::send_announcement(const Route& route, SequenceNumber 
     }
 }
 
+void ParticipantDiscovery::announce_to_servers(Now now) {
+    if (config_.servers.empty())
+        return;
+    InlineQos qos; // they pass over what does not name its writer and number
+    qos.related_writer = Guid{config_.prefix, entity::participant_writer};
+    qos.related_sequence_number = version_;
+    const ByteBuffer inline_qos = encode(qos);
+    Data data;
+    data.reader = entity::participant_reader;
+    data.writer = entity::participant_writer;
+    data.sequence_number = version_;
+    data.inline_qos = inline_qos;
+    data.has_payload = true;
+    data.payload = server_announcement_;
+    batcher_.add(Route{kUnknownPrefix, config_.servers}, data, now.wall);
+}
+
 bool ParticipantDiscovery::needs_announcements(const RemoteParticipant& remote) const {
     return !remote.is_server && !remote.is_relayed &&
            (remotes_.size() <= kFewParticipants || !multicasting_ ||
@@ -271,7 +296,7 @@ void ParticipantDiscovery::announce_to_group(Now now) {
     announced_at_ = now.monotonic;
     announce_to_group_at_ = kNever;
     send_announcement(Route{kUnknownPrefix, config_.initial_peers}, sequence_number_, now);
-    send_announcement(Route{kUnknownPrefix, config_.servers}, version_, now);
+    announce_to_servers(now);
 }
 
 void ParticipantDiscovery::announce(Now now) {
@@ -361,12 +386,6 @@ std::vector<GuidPrefix> ParticipantDiscovery::prefixes() const {
         result.push_back(entry.first);
     std::sort(result.begin(), result.end());
     return result;
-}
-
-ByteView ParticipantDiscovery::announcement_to_servers() const {
-    const bool all_here = std::all_of(config_.servers.begin(), config_.servers.end(),
-                                      [&](const Locator& server) { return output_.stays_on_host(server); });
-    return all_here && !host_announcement_.empty() ? host_announcement_ : announcement_;
 }
 
 bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const {

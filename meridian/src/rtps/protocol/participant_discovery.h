@@ -85,7 +85,7 @@ class ParticipantDiscovery {
     /// What a discovery server tells, of itself and of others: samples of its participant writer.
     void on_relayed(const Sample& sample, Now now);
     /// What is announced to discovery servers, and the number of this state of it; they want each once.
-    ByteView announcement_to_servers() const;
+    ByteView announcement_to_servers() const { return server_announcement_; }
     SequenceNumber announced_version() const { return version_; }
     enum class Hearing { nothing, announcements, everything };
     /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
@@ -145,6 +145,7 @@ class ParticipantDiscovery {
     void announce_changes(Now now);
     void announce(Now now);
     void announce_to_group(Now now);
+    void announce_to_servers(Now now);
     void send_announcement(const Route& route, SequenceNumber number, Now now);
     void announce_soon(MonotonicTime now);
     Duration jittered(Duration period);
@@ -159,6 +160,7 @@ class ParticipantDiscovery {
     LocatorList host_metatraffic_unicast_;
     LocatorList host_default_unicast_;
     ByteBuffer host_announcement_; // empty: the same
+    ByteBuffer server_announcement_;
     SequenceNumber sequence_number_ = 0;
     SequenceNumber version_ = 0;
     bool running_ = false;

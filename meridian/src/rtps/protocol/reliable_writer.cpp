@@ -137,8 +137,13 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         return std::nullopt;
     Change change;
     change.payload.assign(request.payload.begin(), request.payload.end());
-    if (says_something(request.inline_qos))
-        change.inline_qos = encode(request.inline_qos);
+    InlineQos inline_qos = request.inline_qos;
+    if (config_.identity) {
+        inline_qos.related_writer = config_.identity;
+        inline_qos.related_sequence_number = last_ + 1;
+    }
+    if (says_something(inline_qos))
+        change.inline_qos = encode(inline_qos);
     change.payload_is_key = request.payload_is_key;
     change.timestamp = request.source_timestamp.value_or(now.wall);
     change.instance = request.instance.value_or(KeyHash{});
