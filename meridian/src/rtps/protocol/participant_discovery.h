@@ -38,7 +38,7 @@ struct RemoteParticipant {
     Locator announced_from;
     Route metatraffic;              // chosen from what it announces
     Route user;                     // for endpoints without locators of their own
-    std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
+    std::shared_ptr<Credit> credit; // of all its addresses; null: no limit
 };
 
 class ParticipantDiscovery {
@@ -67,6 +67,10 @@ class ParticipantDiscovery {
     void start(Now now);
     /// Disposes the own participant everywhere and forgets the others.
     void stop(Now now);
+    /// Announces the participant under the prefix that the configuration has now, as if it had just started;
+    /// the others stay known. say_farewell was called under the old prefix.
+    void join_again(const OwnLocators& locators, Now now);
+    void say_farewell(Now now);
     void set_announced(const ParticipantData& data, Now now);
     /// Announces these addresses, and chooses those of others again: the preferences of Output may have
     /// changed with them.
@@ -124,7 +128,11 @@ class ParticipantDiscovery {
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_unicast(const RemoteParticipant& remote) const;
     void take_locators(const OwnLocators& locators);
+    /// They are left shorter than they should be where they do not fit a message.
     void encode_announcements();
+    void encode_announcements(const ParticipantData& data);
+    bool announcements_fit() const;
+    void tell_if_unreachable(const RemoteParticipant& remote);
     void announce_changes(Now now);
     void announce(Now now);
     void announce_to_group(Now now);

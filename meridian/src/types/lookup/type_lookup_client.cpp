@@ -112,7 +112,7 @@ void TypeLookupClient::pump() {
 void TypeLookupClient::send(rtps::Participant& participant, rtps::Now now) {
     for (TypeResolver::Request& request : std::exchange(to_send_, {})) {
         TypeLookupRequest message;
-        message.writer = writer_;
+        message.writer = {participant.guid().prefix, writer_.entity};
         message.sequence_number = ++sent_;
         message.asked = request.asked;
         message.hashes = std::move(request.hashes);
