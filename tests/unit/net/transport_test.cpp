@@ -38,8 +38,9 @@ std::vector<std::string> texts(const LocatorList& locators) {
 /// A transport whose warnings and received datagrams are kept.
 struct Station {
     explicit Station(const TransportConfig& config = {}) {
-        transport = UdpTransport::open(
-            config, [this](const std::string& text) { warnings.push_back(text); }, error);
+        const auto keep = [this](const std::string& text) { warnings.push_back(text); };
+        const auto keep_error = [this](const std::string& text) { errors.push_back(text); };
+        transport = UdpTransport::open(config, Messages{keep, keep_error}, error);
     }
 
     /// Receives until count datagrams came, or nothing more for the time.
@@ -72,6 +73,7 @@ struct Station {
     std::unique_ptr<UdpTransport> transport;
     std::string error;
     std::vector<std::string> warnings;
+    std::vector<std::string> errors;
     std::vector<ByteBuffer> received;
     std::vector<Locator> sources;
 };
@@ -296,10 +298,10 @@ TEST(Transport, DatagramsBeyondTheReceiveBufferAreCountedAndToldOnce) {
         sender.transport->send(*message, locator("127.0.0.1", 7412));
     EXPECT_EQ(receiver.receive_only(1), 1u);
     EXPECT_EQ(receiver.received[0], fits);
-    EXPECT_THAT(receiver.warnings, ElementsAre(HasSubstr("2000 bytes")));
+    EXPECT_THAT(receiver.errors, ElementsAre(HasSubstr("2000 bytes")));
     EXPECT_EQ(receiver.transport->drops().count(DropReport::Kind::truncated), 2u);
     receiver.transport->drops().tell_totals();
-    EXPECT_THAT(receiver.warnings, ElementsAre(_, HasSubstr("2 datagrams were larger")));
+    EXPECT_THAT(receiver.errors, ElementsAre(_, HasSubstr("2 datagrams were larger")));
 }
 
 int option_of(const Station& station, size_t position, int option) {
@@ -504,6 +506,13 @@ TEST_F(TwoHosts, LoopbackIsToldToThisHostOnly) {
     EXPECT_THAT(texts(link_local.host_default_unicast), IsEmpty());
 }
 
+TEST_F(TwoHosts, AListThatAllowsNoInterfaceIsAnError) {
+    TransportConfig config = with_mask(3);
+    config.v4.allow_interfaces = {"wlan77"};
+    const Station here(config);
+    EXPECT_THAT(here.errors, ElementsAre(HasSubstr("only the loopback interface is used")));
+}
+
 TEST_F(TwoHosts, AllowedInterfacesOnly) {
     TransportConfig config = with_mask(1);
     config.v4.allow_interfaces = {"wire2"};
@@ -664,7 +673,7 @@ TEST(InterfaceChanges, AHostWithoutAddressesStartsAndComesToLife) {
         test::shell("ip addr flush dev lo");
         Station station(with_mask(1));
         ASSERT_TRUE(station.transport) << station.error;
-        EXPECT_THAT(station.warnings, ElementsAre(HasSubstr("no network interface")));
+        EXPECT_THAT(station.errors, ElementsAre(HasSubstr("no network interface")));
         EXPECT_EQ(station.transport->describe(), "none");
         EXPECT_THAT(station.transport->own_locators().default_unicast, IsEmpty());
         test::shell("ip addr add 127.0.0.1/8 dev lo");

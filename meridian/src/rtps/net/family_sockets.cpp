@@ -28,10 +28,6 @@ std::vector<IpAddress> groups_of(Family family) {
     return {groups.begin(), groups.end()};
 }
 
-const char* name_of(Family family) {
-    return family == Family::v4 ? "UDPv4" : "UDPv6";
-}
-
 /// The ancillary data that makes a datagram leave through one interface.
 class InterfaceChoice {
   public:
@@ -76,6 +72,10 @@ int send_once(int socket, const msghdr& message) {
 }
 
 } // namespace
+
+const char* name_of(Family family) {
+    return family == Family::v4 ? "UDPv4" : "UDPv6";
+}
 
 FamilySockets::FamilySockets(Family family, const TransportConfig& config)
     : family_(family),
@@ -158,6 +158,9 @@ void FamilySockets::configure(std::vector<std::string>& warnings) {
 
 bool FamilySockets::set_interfaces(const std::vector<Interface>& all, std::vector<std::string>& warnings) {
     std::vector<Interface> usable = usable_interfaces(all, family_, filter_);
+    InterfaceFilter listed = filter_;
+    listed.loopback_as_last_resort = false;
+    allows_none_ = !filter_.allow.empty() && usable_interfaces(all, family_, listed).empty();
     std::set<unsigned> present;
     for (const Interface& interface : usable) {
         present.insert(interface.index);

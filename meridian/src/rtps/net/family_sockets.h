@@ -27,6 +27,8 @@ enum class OpenResult {
 /// the buffer of their socket, and must not take the room of the others.
 enum class SendThrough { first, second };
 
+const char* name_of(Family family);
+
 /// Not thread-safe.
 class FamilySockets {
   public:
@@ -50,6 +52,8 @@ class FamilySockets {
 
     /// True when multicast works on at least one interface.
     bool has_multicast() const { return !joined_.empty(); }
+    /// There is a list of allowed interfaces, and none that is up is in it.
+    bool allows_none() const { return allows_none_; }
     bool uses_loopback() const;
     /// True when some usable interface is not loopback.
     bool leaves_host() const;
@@ -87,6 +91,7 @@ class FamilySockets {
     PortPair unicast_ports_;
     std::array<FileDescriptor, kSocketCount> sockets_;
     std::vector<Interface> usable_;
+    bool allows_none_ = false;
     std::set<unsigned> joined_; // interface indexes
 };
 

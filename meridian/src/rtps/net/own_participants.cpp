@@ -31,6 +31,13 @@ void put_word(GuidPrefix& prefix, size_t index, uint32_t word) {
         prefix.bytes[index * 4 + i] = static_cast<uint8_t>(word >> (24 - 8 * i));
 }
 
+uint32_t word(const GuidPrefix& prefix, size_t index) {
+    uint32_t result = 0;
+    for (size_t i = 0; i < 4; ++i)
+        result = result << 8 | prefix.bytes[index * 4 + i];
+    return result;
+}
+
 } // namespace
 
 uint32_t random_word() {
@@ -62,6 +69,10 @@ GuidPrefix OwnParticipants::choose(uint32_t host_id, uint32_t app_id, uint32_t i
     }
     prefixes_.insert(prefix);
     return prefix;
+}
+
+GuidPrefix OwnParticipants::another(const GuidPrefix& prefix) {
+    return choose(word(prefix, 0), word(prefix, 1), 0);
 }
 
 bool OwnParticipants::contains(const GuidPrefix& prefix) const {

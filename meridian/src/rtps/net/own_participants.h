@@ -33,6 +33,8 @@ class OwnParticipants {
     /// what makes the participant unique. Where the given words repeat an own prefix, it is returned again:
     /// the caller asked for it.
     GuidPrefix choose(uint32_t host_id, uint32_t app_id, uint32_t instance_id);
+    /// A prefix for the same participant when others are to take it for a new one: the third word is another.
+    GuidPrefix another(const GuidPrefix& prefix);
     /// Prefixes stay own after their participant has gone: its last messages may still be under way.
     bool contains(const GuidPrefix& prefix) const;
 

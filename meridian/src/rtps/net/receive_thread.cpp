@@ -34,6 +34,25 @@ void warn(const std::string& text) {
     MERIDIAN_LOG_WARNING("net", "%s", text.c_str());
 }
 
+void tell_error(const std::string& text) {
+    MERIDIAN_LOG_ERROR("net", "%s", text.c_str());
+}
+
+LocatorList beyond_this_host(LocatorList locators) {
+    const auto is_loopback = [](const Locator& locator) {
+        const std::optional<IpAddress> address = address_of(locator);
+        return address && address->is_loopback();
+    };
+    locators.erase(std::remove_if(locators.begin(), locators.end(), is_loopback), locators.end());
+    return locators;
+}
+
+bool includes(const LocatorList& all, const LocatorList& some) {
+    return std::all_of(some.begin(), some.end(), [&all](const Locator& locator) {
+        return std::find(all.begin(), all.end(), locator) != all.end();
+    });
+}
+
 GuidPrefix sender_of(ByteView datagram) {
     GuidPrefix prefix;
     if (datagram.size >= kHeaderSize)
@@ -47,7 +66,7 @@ Now now() {
     return {monotonic_now(), to_wire_time(wall_now())};
 }
 
-std::shared_ptr<ReceiveThread> ReceiveThread::open(const TransportConfig& config, const OwnParticipants& own,
+std::shared_ptr<ReceiveThread> ReceiveThread::open(const TransportConfig& config, OwnParticipants& own,
                                                    std::string& error) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
     // No other thread knows it yet, so no lock is needed.
     std::shared_ptr<ReceiveThread> thread(new ReceiveThread(own));
@@ -56,7 +75,7 @@ std::shared_ptr<ReceiveThread> ReceiveThread::open(const TransportConfig& config
         error = describe_error("cannot make an event descriptor", errno);
         return nullptr;
     }
-    thread->transport_ = UdpTransport::open(config, warn, error);
+    thread->transport_ = UdpTransport::open(config, Messages{warn, tell_error}, error);
     if (!thread->transport_)
         return nullptr;
     thread->participant_index_ = thread->transport_->participant_index();
@@ -81,6 +100,8 @@ bool ReceiveThread::start(std::string& error) {
 }
 
 void ReceiveThread::add(Participant& participant, TaskSource& tasks) {
+    if (recipients_.size() == 0)
+        known_addresses_ = beyond_this_host(transport_->own_locators().default_unicast);
     recipients_.add(participant);
     task_sources_.push_back(&tasks);
     wake();
@@ -193,8 +214,24 @@ void ReceiveThread::take_interface_changes() {
         return;
     MERIDIAN_LOG_LOCAL("net", "the network interfaces changed; in use: %s", transport_->describe().c_str());
     const OwnLocators locators = transport_->own_locators();
+    const LocatorList present = beyond_this_host(locators.default_unicast);
+    const bool lost = !includes(present, known_addresses_);
+    const bool joins_again = lost && !present.empty();
     const Now at = now();
-    recipients_.for_all([&](Participant& participant) { participant.set_locators(locators, at); });
+    recipients_.for_all([&](Participant& participant) {
+        if (joins_again)
+            participant.join_again(own_.another(participant.guid().prefix), locators, at);
+        else if (!lost) // else what the others know is all there is until an address comes back
+            participant.set_locators(locators, at);
+    });
+    if (joins_again)
+        tell_error("the addresses of this host changed, in use now: " + transport_->describe() +
+                   "; left the domain and joined it again, since others would go on sending to the old ones");
+    else if (lost)
+        tell_error(
+            "no network interface but loopback has an address; nothing comes from other hosts until one has");
+    if (!present.empty())
+        known_addresses_ = present; // an address that comes back is as good as before
 }
 
 std::optional<MonotonicTime> ReceiveThread::run_due() {

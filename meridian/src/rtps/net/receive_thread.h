@@ -38,7 +38,7 @@ class ReceiveThread {
   public:
     /// Opens the sockets; nothing is received before start. nullptr with a text in error: see
     /// UdpTransport::open. own must outlive the thread.
-    static std::shared_ptr<ReceiveThread> open(const TransportConfig& config, const OwnParticipants& own,
+    static std::shared_ptr<ReceiveThread> open(const TransportConfig& config, OwnParticipants& own,
                                                std::string& error);
     /// Ends the thread and tells what was dropped; all participants must have been removed.
     ~ReceiveThread();
@@ -63,20 +63,22 @@ class ReceiveThread {
     void wake();
 
   private:
-    explicit ReceiveThread(const OwnParticipants& own) : own_(own) {}
+    explicit ReceiveThread(OwnParticipants& own) : own_(own) {}
 
     void run();
     /// Takes what waits on the data sockets, up to a bound that holds more than their buffers do.
     void drain_data();
     void dispatch(UdpTransport::Traffic traffic);
     void receive(ByteView datagram, const Locator& source, Now now) MERIDIAN_REQUIRES(mutex_);
+    /// Others go on sending to an address that this host had: then the participants leave and join again, as
+    /// new ones.
     void take_interface_changes();
     /// Runs what is due and returns when to wake next; nullopt: stop.
     std::optional<MonotonicTime> run_due();
     /// The sockets may be read without the lock: see UdpTransport::fetch.
     UdpTransport& sockets() MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { return *transport_; }
 
-    const OwnParticipants& own_;
+    OwnParticipants& own_;
     FileDescriptor wake_descriptor_;
     uint32_t participant_index_ = 0;
 
@@ -86,6 +88,8 @@ class ReceiveThread {
     std::unique_ptr<UdpTransport> transport_ MERIDIAN_PT_GUARDED_BY(mutex_); // set once, by open
     Recipients recipients_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<TaskSource*> task_sources_ MERIDIAN_GUARDED_BY(mutex_);
+    /// What others know, beyond this host.
+    LocatorList known_addresses_ MERIDIAN_GUARDED_BY(mutex_);
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
     MonotonicTime sleeping_until_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
 

@@ -48,18 +48,18 @@ size_t receive_buffer_size(const TransportConfig& config) {
 
 } // namespace
 
-UdpTransport::UdpTransport(const TransportConfig& config, Warning warning)
+UdpTransport::UdpTransport(const TransportConfig& config, Messages messages)
     : config_(config),
-      warning_(std::move(warning)),
-      drops_(receive_buffer_size(config), warning_),
+      messages_(std::move(messages)),
+      drops_(receive_buffer_size(config), messages_),
       discovery_batch_(kBatchCapacity, receive_buffer_size(config)),
       data_batch_(kBatchCapacity, receive_buffer_size(config)) {}
 
-std::unique_ptr<UdpTransport> UdpTransport::open(const TransportConfig& config, Warning warning,
+std::unique_ptr<UdpTransport> UdpTransport::open(const TransportConfig& config, Messages messages,
                                                  std::string& error) {
     if (!check(config, error))
         return nullptr;
-    std::unique_ptr<UdpTransport> transport(new UdpTransport(config, std::move(warning)));
+    std::unique_ptr<UdpTransport> transport(new UdpTransport(config, std::move(messages)));
     return transport->open(error) ? std::move(transport) : nullptr;
 }
 
@@ -325,7 +325,7 @@ void UdpTransport::refuse(const std::string& reason, const Locator& destination)
 
 void UdpTransport::warn_once(const std::string& text) {
     if (told_.size() < kMostWarnings && told_.insert(text).second)
-        warning_(text);
+        messages_.warning(text);
 }
 
 void UdpTransport::warn_all(const std::vector<std::string>& texts) {
@@ -355,21 +355,41 @@ bool UdpTransport::update_interfaces() {
     std::string error;
     std::vector<Interface> present = enumerate_interfaces(error);
     if (!error.empty()) {
-        warn_once(error);
+        messages_.error(error +
+                        "; nothing is sent or received (is the limit of open files, ulimit -n, too low?)");
         return false;
     }
     interfaces_ = std::move(present);
     bool changed = false;
-    bool any = false;
     std::vector<std::string> warnings;
-    for (FamilySockets& sockets : families_) {
+    for (FamilySockets& sockets : families_)
         changed = sockets.set_interfaces(interfaces_, warnings) || changed;
-        any = any || !sockets.usable().empty();
-    }
     warn_all(warnings);
-    if (!any)
-        warn_once("no network interface is usable at present");
+    tell_what_is_not_usable();
     return changed;
+}
+
+void UdpTransport::tell_what_is_not_usable() {
+    std::string text;
+    bool any = false;
+    for (const FamilySockets& sockets : families_) {
+        any = any || !sockets.usable().empty();
+        if (sockets.allows_none())
+            text = std::string("the list of allowed interfaces of ") + name_of(sockets.family()) +
+                   " matches none that is up" +
+                   (sockets.usable().empty() ? "" : "; only the loopback interface is used");
+    }
+    if (!any) {
+        const bool both = families_.size() > 1;
+        text = std::string("no network interface is usable for ") +
+               (both ? "UDP" : name_of(families_.front().family())) +
+               ": nothing is sent or received until one is up, has an address of that kind and passes the "
+               "lists of "
+               "allowed and denied interfaces";
+    }
+    if (!text.empty() && text != told_not_usable_)
+        messages_.error(text);
+    told_not_usable_ = text;
 }
 
 bool UdpTransport::fetch(size_t position) {

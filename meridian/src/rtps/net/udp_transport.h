@@ -33,12 +33,10 @@ struct TransportStatistics {
 /// counted, and told once per cause through the warning function.
 class UdpTransport final : public Output {
   public:
-    using Warning = std::function<void(const std::string&)>;
-
     /// Opens the sockets. nullptr with a text in error where it is not possible: an index in use, no free
     /// index, a configuration that check() refuses. A family that the host does not have is left out with a
     /// warning where another one remains.
-    static std::unique_ptr<UdpTransport> open(const TransportConfig& config, Warning warning,
+    static std::unique_ptr<UdpTransport> open(const TransportConfig& config, Messages messages,
                                               std::string& error);
     UdpTransport(const UdpTransport&) = delete;
     UdpTransport& operator=(const UdpTransport&) = delete;
@@ -96,7 +94,7 @@ class UdpTransport final : public Output {
     /// Whether a peer lives on this host, as far as the source of its announcements tells.
     enum class Neighbour { unknown, this_host, other_host };
 
-    UdpTransport(const TransportConfig& config, Warning warning);
+    UdpTransport(const TransportConfig& config, Messages messages);
     bool open(std::string& error);
     bool open_index(std::string& error);
     OpenResult open_unicast_pair(uint32_t index, std::string& error);
@@ -117,10 +115,11 @@ class UdpTransport final : public Output {
     /// Counts a datagram and learns from its source. False when it is to be dropped.
     bool take(const ReceivedDatagram& datagram, const Locator& source);
     void warn_once(const std::string& text);
+    void tell_what_is_not_usable();
     void warn_all(const std::vector<std::string>& texts);
 
     const TransportConfig config_;
-    const Warning warning_;
+    const Messages messages_;
     uint32_t participant_index_ = 0;
     std::vector<FamilySockets> families_;
     std::vector<int> descriptors_;
@@ -135,6 +134,7 @@ class UdpTransport final : public Output {
     ReceiveBatch discovery_batch_;
     ReceiveBatch data_batch_;
     std::set<std::string> told_;
+    std::string told_not_usable_; // last
 };
 
 } // namespace meridian::rtps::net

@@ -54,8 +54,9 @@ struct ParticipantConfig {
     /// of this library notice at once. 0: not announced.
     uint64_t incarnation = 0;
     uint64_t seed = 1; // for the jitter of periodic announcements
-    /// Where the numbers of the writers for endpoints begin. Others must not know it: see Credit. Small,
-    /// because there are readers that count up to where a writer begins.
+    /// Where the numbers of the writers for endpoints begin. Others must not know it: see Credit. 0:
+    /// addresses cannot be confirmed, and what is sent to them has no limit. Small, because there are readers
+    /// that count up to where a writer begins.
     SequenceNumber secret_begin = 0;
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
@@ -99,7 +100,9 @@ struct WriteRequest {
     bool payload_is_key = false;
     /// The instance, for keep-last history; without it all samples are of one instance.
     std::optional<KeyHash> instance;
-    InlineQos inline_qos;                     // sent where anything in it is set
+    InlineQos inline_qos; // sent where anything in it is set
+    /// Not for readers that are not answerable (see RemoteReader); they are told that it is irrelevant.
+    bool expects_answers = false;
     std::optional<WireTime> source_timestamp; // default: Now::wall
     std::optional<GuidPrefix> only_for;       // readers of this participant; no other is told anything
 };

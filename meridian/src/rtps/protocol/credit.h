@@ -18,7 +18,8 @@ class Credit {
     bool spend(size_t bytes, const Locator& to) {
         if (is_confirmed(to))
             return true;
-        if (bytes > left_)
+        // The last of it is for what gets an answer, heartbeats above all.
+        if (bytes + (bytes > kSmall ? kReserve : 0) > left_)
             return false;
         left_ -= bytes;
         return true;
@@ -49,8 +50,10 @@ class Credit {
     static constexpr size_t kFactor = 3;
     static constexpr size_t kMost =
         65536; // else who sends much and then names another address could do much harm
+    static constexpr size_t kSmall = 128;
+    static constexpr size_t kReserve = 128;
     static constexpr size_t kMostAddresses = 4;
-    static constexpr int kMostDoubts = 100;
+    static constexpr int kMostDoubts = 1000;
     size_t left_ = 0;
     int doubts_ = 0;
     LocatorList confirmed_;

@@ -196,6 +196,7 @@ void EndpointDiscovery::announce(ReliableWriter& builtin_writer, const EndpointD
     WriteRequest request;
     request.payload = payload;
     request.instance = key_hash_of(data.guid);
+    request.expects_answers = !data.is_writer() && data.qos.reliability == Reliability::reliable;
     builtin_writer.write(request, now);
 }
 

@@ -26,6 +26,20 @@ std::string describe_keys(const EndpointData& local, const RemoteEndpoint& remot
            " and " + kind(local.guid) + "; they do not match";
 }
 
+/// Endpoints of Fast DDS hear what comes to their own addresses only; those of others what comes to any of
+/// their participant.
+bool hears_own_addresses_only(const RemoteParticipant& participant) {
+    return participant.data->vendor == VendorId{{0x01, 0x0f}};
+}
+
+/// Over UDP, whether or not it can be gone from here at present.
+bool announces_way_to(const RemoteEndpoint& remote, const RemoteParticipant& participant) {
+    if (announces_udp(*remote.unicast))
+        return true;
+    const bool has_other_addresses = !remote.unicast->empty() && hears_own_addresses_only(participant);
+    return !has_other_addresses && announces_udp(participant.data->default_unicast);
+}
+
 bool announces_endpoints(const LocalEndpoint& local) {
     const EntityId id = local.data.guid.entity;
     return id == entity::publications_writer || id == entity::subscriptions_writer;
@@ -99,9 +113,25 @@ Route LocalEndpoints::route_to(const DiscoveredEndpoint& remote, const RemotePar
     Route route{participant.data->guid.prefix,
                 choose_locators(*remote.record->unicast, participant.announced_from, output_),
                 participant.credit};
-    if (route.locators.empty())
+    if (route.locators.empty() && announces_way_to(*remote.record, participant))
         route.locators = participant.user.locators;
+    else if (route.locators.empty() && !hears_own_addresses_only(participant))
+        route.locators = participant.metatraffic.locators;
     return route;
+}
+
+bool LocalEndpoints::is_answerable(const RemoteParticipant& participant) {
+    return announces_udp(participant.data->default_unicast) || !hears_own_addresses_only(participant);
+}
+
+void LocalEndpoints::tell_of_detour(const RemoteEndpoint& remote, const Route& route) {
+    warnings_.error_of_others(
+        "detour " + to_string(remote.guid),
+        "topic \"" + remote.topic_name + "\": writer " + to_string(remote.guid) +
+            " announces no UDP address that leads to it, perhaps shared memory or TCP only; " +
+            (route.locators.empty()
+                 ? "it is not read reliably, since it would wait for answers"
+                 : "it is answered at the address that its participant has for discovery"));
 }
 
 void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos,
@@ -118,6 +148,8 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     reader.route = route;
     reader.reliable = qos.reliability == Reliability::reliable;
     reader.transient_local = qos.durability != Durability::volatile_;
+    const RemoteParticipant* participant = participants_.find(remote.prefix);
+    reader.answerable = participant == nullptr || is_answerable(*participant);
     local.writer->add_reader(reader, now);
 }
 
@@ -188,10 +220,20 @@ void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, Mon
         unmatch(local, remote);
         return;
     }
+    const Route route = route_to(remote, *participant);
+    const bool acknowledges = local.data.qos.reliability == Reliability::reliable;
+    const bool no_address_leads_to_it = local.reader && !announces_way_to(*remote.record, *participant);
+    if (acknowledges && no_address_leads_to_it) {
+        tell_of_detour(*remote.record, route);
+        if (route.locators.empty()) {
+            unmatch(local, remote);
+            return;
+        }
+    }
     const bool is_new = !contains(remote.matched, local);
     if (is_new)
         remote.matched.push_back(&local);
-    connect(local, guid, *remote.record->qos, route_to(remote, *participant), now);
+    connect(local, guid, *remote.record->qos, route, now);
     if (local.reader)
         liveliness_.add_remote(guid, remote.record->qos->liveliness,
                                to_duration(remote.record->qos->liveliness_lease), now);

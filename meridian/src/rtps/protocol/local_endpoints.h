@@ -73,8 +73,12 @@ class LocalEndpoints {
     using Pair = std::pair<Guid, EntityId>; // remote, local
 
     void unmatch(LocalEndpoint& local, DiscoveredEndpoint& remote);
+    /// Whether writers of the participant get answers from here, as far as is known.
+    static bool is_answerable(const RemoteParticipant& participant);
+    void tell_of_detour(const RemoteEndpoint& remote, const Route& route);
     void connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos, const Route& route,
                  MonotonicTime now);
+    /// Empty where the endpoint cannot be reached.
     Route route_to(const DiscoveredEndpoint& remote, const RemoteParticipant& participant) const;
 
     const Output& output_;

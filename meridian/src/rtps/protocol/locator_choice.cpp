@@ -10,6 +10,12 @@ bool is_multicast(const Locator& locator) {
     return locator.kind == kLocatorUdpV6 && locator.address[0] == 0xff;
 }
 
+bool announces_udp(const LocatorList& locators) {
+    return std::any_of(locators.begin(), locators.end(), [](const Locator& locator) {
+        return locator.kind == kLocatorUdpV4 || locator.kind == kLocatorUdpV6;
+    });
+}
+
 LocatorList choose_locators(const LocatorList& announced, const Locator& announced_from, const Output& output,
                             const LocatorList& current) {
     const Locator* best = nullptr;

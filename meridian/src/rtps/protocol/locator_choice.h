@@ -13,6 +13,9 @@ namespace meridian::rtps {
 LocatorList choose_locators(const LocatorList& announced, const Locator& announced_from, const Output& output,
                             const LocatorList& current = {});
 
+/// Whether any of them is of UDP, whoever can reach it.
+bool announces_udp(const LocatorList& locators);
+
 bool is_multicast(const Locator& locator);
 
 } // namespace meridian::rtps

@@ -45,6 +45,11 @@ MessageBatcher::MessageBatcher(const GuidPrefix& source, size_t max_size, Output
 
 MessageBatcher::~MessageBatcher() = default;
 
+void MessageBatcher::set_source(const GuidPrefix& source) {
+    source_ = source;
+    messages_.clear();
+}
+
 size_t MessageBatcher::max_payload(size_t inline_qos_size) const {
     const size_t overhead = kOverhead + inline_qos_size;
     return max_size_ > overhead ? max_size_ - overhead : 0;

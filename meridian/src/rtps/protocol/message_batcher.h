@@ -41,6 +41,9 @@ class MessageBatcher {
     /// Largest payload of a DATA or DATA_FRAG with that much inline QoS.
     size_t max_payload(size_t inline_qos_size) const;
 
+    /// From whom messages are from now on. Nothing may be collected.
+    void set_source(const GuidPrefix& source);
+
     /// Sends everything collected.
     void flush();
 

@@ -73,7 +73,7 @@ class MessageRouter final : private MessageVisitor {
     void note_unknown_writer(const Guid& writer);
     void assert_liveliness(const Guid& writer);
 
-    const GuidPrefix own_prefix_;
+    const GuidPrefix& own_prefix_;
     ParticipantDiscovery& participants_;
     const EndpointDiscovery& endpoints_;
     const LocalEndpoints& locals_;

@@ -22,6 +22,7 @@ ParticipantConfig with_usable_sizes(ParticipantConfig config) {
 
 Participant::Participant(ParticipantConfig config, Output& output, Events& events)
     : config_(with_usable_sizes(std::move(config))),
+      given_prefix_(config_.prefix),
       events_(events),
       batcher_(config_.prefix, config_.max_message_size, output),
       warnings_(events),
@@ -163,6 +164,25 @@ void Participant::set_locators(const OwnLocators& locators, Now now) {
     finish(now);
 }
 
+void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locators, Now now) {
+    now_ = now;
+    participants_.say_farewell(now);
+    batcher_.flush();
+    config_.prefix = prefix;
+    batcher_.set_source(prefix);
+    locals_.for_each([&](LocalEndpoint& local) { local.data.guid.prefix = local.data.participant = prefix; });
+    participants_.join_again(locators, now);
+    locals_.for_each([&](LocalEndpoint& local) {
+        if (local.writer)
+            local.writer->begin_anew(local.builtin_peer.has_value(), now.monotonic);
+    });
+    locals_.for_each([&](LocalEndpoint& local) {
+        if (!local.builtin_peer)
+            EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
+    });
+    finish(now);
+}
+
 void Participant::set_announcement(const std::string& name, const std::vector<Property>& properties,
                                    const ByteBuffer& user_data, Now now) {
     now_ = now;
@@ -181,7 +201,7 @@ void Participant::set_announcement(const std::string& name, const std::vector<Pr
 // -- Endpoints
 
 bool Participant::can_add(const Guid& guid, bool is_reader) const {
-    return guid.prefix == config_.prefix && (is_reader ? guid.entity.is_reader() : guid.entity.is_writer()) &&
+    return guid.prefix == given_prefix_ && (is_reader ? guid.entity.is_reader() : guid.entity.is_writer()) &&
            locals_.find(guid.entity) == nullptr;
 }
 
@@ -226,7 +246,7 @@ bool Participant::add_writer(const EndpointData& data, const WriterConfig& confi
 
 void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
     now_ = now;
-    endpoint->data.participant = config_.prefix;
+    endpoint->data.guid.prefix = endpoint->data.participant = config_.prefix;
     LocalEndpoint& local = locals_.add(std::move(endpoint));
     if (local.builtin_peer) {
         for (const GuidPrefix& prefix : participants_.prefixes())
@@ -242,12 +262,12 @@ void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
 
 bool Participant::update_endpoint(const EndpointData& data, Now now) {
     LocalEndpoint* local = locals_.find(data.guid.entity);
-    if (local == nullptr || local->builtin_peer || data.guid.prefix != config_.prefix ||
+    if (local == nullptr || local->builtin_peer || data.guid.prefix != given_prefix_ ||
         data.topic_name != local->data.topic_name)
         return false;
     now_ = now;
     local->data = data;
-    local->data.participant = config_.prefix;
+    local->data.guid.prefix = local->data.participant = config_.prefix;
     if (local->writer)
         liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                             now.monotonic);

@@ -74,6 +74,10 @@ class Participant final : private ReaderObserver,
     void ignore_participant(const GuidPrefix& prefix, Now now);
     /// The interfaces changed: announces the new addresses at once.
     void set_locators(const OwnLocators& locators, Now now);
+    /// Others know addresses that this host has no more: says farewell and joins again as another participant
+    /// for them, with these addresses and all endpoints. What is known of the others stays, and nothing is
+    /// told of it again. Callers go on naming their endpoints as before.
+    void join_again(const GuidPrefix& prefix, const OwnLocators& locators, Now now);
     /// Changes what is announced of this participant, announces it at once, and matches all endpoints again.
     void set_announcement(const std::string& name, const std::vector<Property>& properties,
                           const ByteBuffer& user_data, Now now);
@@ -153,6 +157,7 @@ class Participant final : private ReaderObserver,
     void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;
 
     ParticipantConfig config_;
+    const GuidPrefix given_prefix_; // which callers use, whatever it has become since
     Events& events_;
     TimerQueue timers_;
     MessageBatcher batcher_;

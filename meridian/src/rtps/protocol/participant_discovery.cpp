@@ -91,12 +91,6 @@ bool same_content(const ParticipantData& a, const ParticipantData& b) {
     return encode(left) == encode(right);
 }
 
-std::shared_ptr<Credit> first_credit(ByteView announcement) {
-    auto credit = std::make_shared<Credit>();
-    credit->earn(kDataHeaderSize + announcement.size);
-    return credit;
-}
-
 /// What is said in the name of a participant from an address that it was not heard from.
 struct Doubt {
     Locator source;
@@ -207,14 +201,40 @@ void ParticipantDiscovery::set_locators(const OwnLocators& locators, Now now) {
     announce_changes(now);
 }
 
+bool ParticipantDiscovery::announcements_fit() const {
+    return std::max(announcement_.size(), host_announcement_.size()) <= batcher_.max_payload(0);
+}
+
 void ParticipantDiscovery::encode_announcements() {
     ++version_;
+    encode_announcements(announced_);
+    if (announcements_fit())
+        return;
+    const size_t size = std::max(announcement_.size(), host_announcement_.size());
+    ParticipantData shorter = announced_;
+    std::string left_out = "user data";
+    shorter.user_data.clear();
+    encode_announcements(shorter);
+    if (!announcements_fit()) {
+        left_out += ", properties and name";
+        shorter.properties.clear();
+        shorter.name.clear();
+        encode_announcements(shorter);
+    }
+    // Not in fragments: there are participants that do not take an announcement so.
+    warnings_.error("size of announcement",
+                    "the announcement of this participant has " + std::to_string(size) +
+                        " bytes, more than the " + std::to_string(batcher_.max_payload(0)) +
+                        " that fit a message: it is announced without its " + left_out + " (-msgMaxSize)");
+}
+
+void ParticipantDiscovery::encode_announcements(const ParticipantData& announced) {
     const auto append = [](LocatorList& list, const LocatorList& more) {
         list.insert(list.end(), more.begin(), more.end());
     };
-    announcement_ = encode(announced_);
+    announcement_ = encode(announced);
     host_announcement_.clear();
-    ParticipantData data = announced_;
+    ParticipantData data = announced;
     append(data.metatraffic_unicast, host_metatraffic_unicast_);
     append(data.default_unicast, host_default_unicast_);
     if (!host_metatraffic_unicast_.empty() || !host_default_unicast_.empty())
@@ -224,7 +244,7 @@ void ParticipantDiscovery::encode_announcements() {
     const bool all_here = std::all_of(config_.servers.begin(), config_.servers.end(),
                                       [&](const Locator& server) { return output_.stays_on_host(server); });
     if (!all_here)
-        data = announced_;
+        data = announced;
     // The servers of this vendor pass over participants of others.
     data.vendor = kFastDdsVendorId;
     data.properties.push_back({kParticipantType, "SUPER_CLIENT"});
@@ -322,9 +342,7 @@ void ParticipantDiscovery::announce_soon(MonotonicTime now) {
             announce_to_group_at_, std::max(now + kAnswerPause, announced_at_ + kShortestAnnouncePause));
 }
 
-void ParticipantDiscovery::stop(Now now) {
-    if (!running_)
-        return;
+void ParticipantDiscovery::say_farewell(Now now) {
     InlineQos qos;
     qos.key_hash = key_hash_of(announced_.guid);
     qos.status_info = kDisposed | kUnregistered;
@@ -341,6 +359,18 @@ void ParticipantDiscovery::stop(Now now) {
     batcher_.add(Route{kUnknownPrefix, config_.initial_peers}, data, now.wall);
     for (const auto& entry : remotes_)
         batcher_.add(entry.second->metatraffic, data, now.wall);
+}
+
+void ParticipantDiscovery::join_again(const OwnLocators& locators, Now now) {
+    announced_.guid.prefix = config_.prefix;
+    burst_left_ = std::max(1, config_.initial_announcements);
+    set_locators(locators, now);
+}
+
+void ParticipantDiscovery::stop(Now now) {
+    if (!running_)
+        return;
+    say_farewell(now);
     running_ = false;
     announce_at_ = announce_to_group_at_ = kNever;
     for (const GuidPrefix& prefix : prefixes())
@@ -356,6 +386,19 @@ void ParticipantDiscovery::announce_changes(Now now) {
     encode_announcements();
     if (running_)
         announce(now);
+}
+
+void ParticipantDiscovery::tell_if_unreachable(const RemoteParticipant& remote) {
+    if (!remote.metatraffic.locators.empty())
+        return;
+    const std::string name = remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"";
+    const char* reason = announces_udp(remote.data->metatraffic_unicast)
+                             ? "no interface in use leads to the addresses that it announces"
+                             : "it announces no UDP address, perhaps shared memory or TCP only";
+    warnings_.error_of_others("not reachable " + to_string(remote.data->guid.prefix),
+                              "participant " + to_string(remote.data->guid.prefix) + name +
+                                  " is seen but not reachable: " + reason +
+                                  "; its endpoints are not discovered");
 }
 
 bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
@@ -420,6 +463,8 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     Remote* remote = find_remote(prefix);
     if (remote == nullptr)
         return Hearing::everything;
+    if (remote->credit != nullptr)
+        remote->credit->earn(bytes);
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
     if (remote->doubt != nullptr && remote->doubt->source == source)
         return is_known ? Hearing::everything : Hearing::announcements;
@@ -429,7 +474,6 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
     remote->renew(now);
-    remote->credit->earn(bytes);
     if (remote->is_stranger && (is_to_us || now - remote->discovered_at >= kFirstPackets)) {
         remote->is_stranger = false;
         acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
@@ -661,6 +705,14 @@ bool ParticipantDiscovery::forget_one(Now now) {
     return true;
 }
 
+std::shared_ptr<Credit> ParticipantDiscovery::first_credit(ByteView announcement) const {
+    if (config_.secret_begin == 0)
+        return nullptr;
+    auto credit = std::make_shared<Credit>();
+    credit->earn(kDataHeaderSize + announcement.size);
+    return credit;
+}
+
 void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
                                     SequenceNumber sequence_number, const Locator& source, bool is_relayed,
                                     std::shared_ptr<Credit> credit, Now now) {
@@ -688,6 +740,7 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
             return;
     }
     choose_routes(remote);
+    tell_if_unreachable(remote);
     remote.place = strangers_.insert(strangers_.end(), &remote);
     remotes_.emplace(remote.prefix(), std::move(added));
     if (remote.is_server)

@@ -41,7 +41,7 @@ struct RemoteParticipant {
     Locator announced_from;
     Route metatraffic;              // chosen from what it announces
     Route user;                     // for endpoints without locators of their own
-    std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
+    std::shared_ptr<Credit> credit; // of all its addresses; null: no limit
     bool is_server = false;         // a discovery server that the user named
     bool is_relayed = false;        // known from such a server only
 };
@@ -75,6 +75,10 @@ class ParticipantDiscovery {
     void start(Now now);
     /// Disposes the own participant everywhere and forgets the others.
     void stop(Now now);
+    /// Announces the participant under the prefix that the configuration has now, as if it had just started;
+    /// the others stay known. say_farewell was called under the old prefix.
+    void join_again(const OwnLocators& locators, Now now);
+    void say_farewell(Now now);
     void set_announced(const ParticipantData& data, Now now);
     /// Announces these addresses, and chooses those of others again: the preferences of Output may have
     /// changed with them.
@@ -130,6 +134,7 @@ class ParticipantDiscovery {
     void on_timer_of(Remote& remote);
     void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
                   const Locator& source, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
+    std::shared_ptr<Credit> first_credit(ByteView announcement) const;
     bool is_server(const ParticipantData& data, const Locator& source) const;
     /// The server has come back: those that it does not name again have gone meanwhile.
     void await_relays(Now now);
@@ -141,7 +146,11 @@ class ParticipantDiscovery {
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_announcements(const RemoteParticipant& remote) const;
     void take_locators(const OwnLocators& locators);
+    /// They are left shorter than they should be where they do not fit a message.
     void encode_announcements();
+    void encode_announcements(const ParticipantData& data);
+    bool announcements_fit() const;
+    void tell_if_unreachable(const RemoteParticipant& remote);
     void announce_changes(Now now);
     void announce(Now now);
     void announce_to_group(Now now);

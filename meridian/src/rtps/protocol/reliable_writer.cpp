@@ -11,11 +11,16 @@ namespace {
 
 constexpr unsigned kSamplesPerHeartbeat = 16;
 constexpr Duration kLongestPause = std::chrono::seconds(2);
-constexpr Duration kLongestUnconfirmedPause = std::chrono::seconds(10);
 constexpr size_t kKeptDisposals = 1000;
+constexpr size_t kOverhead = 64; // of a message with one sample
+constexpr unsigned kMostGapAnswers = 4;
 
 bool is_preemptive(const AckNack& acknack) {
     return acknack.missing.base <= 1 && acknack.missing.empty() && !acknack.final;
+}
+
+size_t size_of(const ByteBuffer& payload) {
+    return kOverhead + payload.size();
 }
 
 bool says_something(const InlineQos& qos) {
@@ -46,18 +51,22 @@ void ReliableWriter::ReaderProxy::renew_period(MonotonicTime now) {
     if (now < period_end)
         return;
     period_end = later(now, writer.config_.heartbeat_period);
-    answered = {0, 0};
+    answered_bytes = 0;
+    gap_answers = 0;
     answered_with_heartbeat = false;
 }
 
-bool ReliableWriter::ReaderProxy::may_answer(SequenceNumber number, MonotonicTime now,
-                                             FragmentNumber fragment) {
+bool ReliableWriter::ReaderProxy::may_answer(size_t bytes, MonotonicTime now) {
     renew_period(now);
-    const std::pair<SequenceNumber, FragmentNumber> asked{number, fragment};
-    if (asked <= answered)
+    if (answered_bytes + bytes > writer.history_bytes_)
         return false;
-    answered = asked;
+    answered_bytes += bytes;
     return true;
+}
+
+bool ReliableWriter::ReaderProxy::may_answer_with_gaps(MonotonicTime now) {
+    renew_period(now);
+    return ++gap_answers <= kMostGapAnswers;
 }
 
 void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
@@ -83,6 +92,23 @@ void ReliableWriter::remove_reader(const Guid& reader) {
         forget_acknowledged();
 }
 
+void ReliableWriter::begin_anew(bool forgets, MonotonicTime now) {
+    if (forgets) {
+        history_.clear();
+        history_bytes_ = 0;
+        instances_.clear();
+        disposals_.clear();
+    }
+    for (auto& [guid, proxy] : proxies_) {
+        proxy.acknowledged_below = proxy.first_relevant = first_available(proxy);
+        proxy.heard = proxy.heard_fragments = false;
+        if (proxy.reader.reliable) {
+            send_heartbeat(proxy, false, false);
+            restart_heartbeats(proxy, now);
+        }
+    }
+}
+
 bool ReliableWriter::outstanding(const ReaderProxy& proxy) const {
     return proxy.reader.reliable && (!proxy.heard || proxy.acknowledged_below <= last_);
 }
@@ -104,6 +130,7 @@ void ReliableWriter::forget(SequenceNumber number) {
         if (numbers.empty())
             instances_.erase(instance);
     }
+    history_bytes_ -= size_of(at->second.payload);
     history_.erase(at);
 }
 
@@ -145,6 +172,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
     if (says_something(inline_qos))
         change.inline_qos = encode(inline_qos);
     change.payload_is_key = request.payload_is_key;
+    change.expects_answers = request.expects_answers;
     change.timestamp = request.source_timestamp.value_or(now.wall);
     change.instance = request.instance.value_or(KeyHash{});
     change.only_for = request.only_for;
@@ -155,10 +183,11 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
         while (at != proxies_.end() && at->second.reader.route == reader.route)
             ++at;
-        if (change.concerns(reader))
+        if (is_for(reader, change))
             send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change);
     }
     instances_[change.instance].push_back(number);
+    history_bytes_ += size_of(change.payload);
     const Change& kept = history_.emplace(number, std::move(change)).first->second;
     if (transient_local_ && (request.inline_qos.status_info & kUnregistered) != 0) {
         disposals_.push_back(number);
@@ -330,18 +359,19 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     bool sent = false;
     for (uint32_t bit = 0; bit < acknack.missing.num_bits; ++bit) {
         const SequenceNumber number = acknack.missing.base + bit;
-        if (number < 1 || number > last_ || !acknack.missing.contains(number) ||
-            !proxy->may_answer(number, now))
+        if (number < 1 || number > last_ || !acknack.missing.contains(number))
             continue;
         const auto change = history_.find(number);
         if (number < proxy->first_relevant || change == history_.end() ||
-            !change->second.concerns(proxy->reader)) {
+            !is_for(proxy->reader, change->second)) {
             irrelevant.push_back(number);
-        } else {
+        } else if (proxy->may_answer(size_of(change->second.payload), now)) {
             send_change(route, reader.entity, number, change->second);
             sent = true;
         }
     }
+    if (!irrelevant.empty() && !proxy->may_answer_with_gaps(now))
+        irrelevant.clear();
     send_gaps(*proxy, irrelevant);
     const bool open = proxy->acknowledged_below <= last_;
     if (!open)
@@ -366,8 +396,9 @@ void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, Mono
     const auto change = history_.find(nack.sequence_number);
     if (nack.sequence_number < 1 || nack.sequence_number > last_)
         return;
-    if (change == history_.end() || nack.sequence_number < proxy->first_relevant) {
-        if (proxy->may_answer(nack.sequence_number, now))
+    if (change == history_.end() || nack.sequence_number < proxy->first_relevant ||
+        !is_for(proxy->reader, change->second)) {
+        if (proxy->may_answer_with_gaps(now))
             send_gaps(*proxy, {nack.sequence_number});
         return;
     }
@@ -375,7 +406,10 @@ void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, Mono
     wanted.base = nack.missing.base;
     for (uint32_t bit = 0; bit < nack.missing.num_bits; ++bit) {
         const FragmentNumber fragment = nack.missing.base + bit;
-        if (nack.missing.contains(fragment) && proxy->may_answer(nack.sequence_number, now, fragment))
+        const size_t from = (size_t{fragment} - 1) * fragment_size(change->second);
+        const size_t size = change->second.payload.size();
+        if (nack.missing.contains(fragment) && from < size &&
+            proxy->may_answer(std::min(fragment_size(change->second), size - from), now))
             wanted.insert(fragment);
     }
     if (wanted.empty())
@@ -392,11 +426,8 @@ void ReliableWriter::on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now) {
         return;
     send_heartbeat(proxy, false, false);
     proxy.heartbeat_timer.wake_at(later(now, proxy.heartbeat_pause));
-    const Route& route = proxy.reader.route;
-    const bool is_unconfirmed = route.credit != nullptr && !route.locators.empty() &&
-                                !route.credit->is_confirmed(route.locators.front());
-    const Duration longest = is_unconfirmed ? kLongestUnconfirmedPause : kLongestPause;
-    proxy.heartbeat_pause = std::min(proxy.heartbeat_pause * 2, std::max(longest, config_.heartbeat_period));
+    proxy.heartbeat_pause =
+        std::min(proxy.heartbeat_pause * 2, std::max(kLongestPause, config_.heartbeat_period));
 }
 
 } // namespace meridian::rtps

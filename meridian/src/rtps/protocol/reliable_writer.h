@@ -6,8 +6,7 @@
 //
 // - New samples go out at once; a heartbeat goes with the first unacknowledged one and with every 16th. While
 //   anything is unacknowledged, heartbeats follow with pauses that double up to 2 s, anew after progress.
-// - What is asked for again is sent at most once per heartbeat period to one reader, however often it asks.
-// - While nothing shows that the address of a reader is right, the pauses between heartbeats grow up to 10 s.
+// - What is asked for is sent again, but in one heartbeat period no more to one reader than all that is kept.
 // - Readers of one participant at the same address share one copy.
 // - A reader that joins late and is volatile gets heartbeats that begin after what was written before it, and
 //   gaps when it asks for that all the same. A transient-local one asks for what it wants.
@@ -34,6 +33,9 @@ struct RemoteReader {
     Route route;
     bool reliable = true;
     bool transient_local = false;
+    /// What its participant's writers ask of readers here can be answered. A reliable reader that never
+    /// acknowledges would keep them waiting: such participants are not told of it.
+    bool answerable = true;
 };
 
 class ReliableWriter final {
@@ -46,6 +48,9 @@ class ReliableWriter final {
     /// A known reader only gets its route changed.
     void add_reader(const RemoteReader& reader, MonotonicTime now);
     void remove_reader(const Guid& reader);
+    /// This writer is another one for all readers, which know nothing of it. forgets: nor has it written
+    /// anything.
+    void begin_anew(bool forgets, MonotonicTime now);
 
     /// nullopt when max_samples are kept and none may go.
     std::optional<SequenceNumber> write(const WriteRequest& request, Now now);
@@ -66,6 +71,7 @@ class ReliableWriter final {
         ByteBuffer payload;
         ByteBuffer inline_qos;
         bool payload_is_key = false;
+        bool expects_answers = false;
         WireTime timestamp;
         KeyHash instance{};
         std::optional<GuidPrefix> only_for;
@@ -74,14 +80,14 @@ class ReliableWriter final {
             return !only_for || *only_for == reader.guid.prefix;
         }
     };
-    static constexpr FragmentNumber kAllFragments = UINT32_MAX;
     /// What is known of one matched reader.
     struct ReaderProxy final : TimerQueue::Client {
         ReaderProxy(ReliableWriter& owner, const RemoteReader& remote)
             : writer(owner), reader(remote), heartbeat_timer(owner.timers_, *this) {}
         void on_timer(MonotonicTime now) override { writer.on_heartbeat_due(*this, now); }
-        /// False where a later sample or fragment, or this one, was sent again in the present period.
-        bool may_answer(SequenceNumber number, MonotonicTime now, FragmentNumber fragment = kAllFragments);
+        /// False where so many bytes more are too many for the present period.
+        bool may_answer(size_t bytes, MonotonicTime now);
+        bool may_answer_with_gaps(MonotonicTime now);
         void renew_period(MonotonicTime now);
 
         ReliableWriter& writer;
@@ -96,12 +102,16 @@ class ReliableWriter final {
         Duration heartbeat_pause{0};
         unsigned since_heartbeat = 0; // samples written
         MonotonicTime period_end{0};
-        std::pair<SequenceNumber, FragmentNumber> answered{0, 0}; // the last, in the period
-        bool answered_with_heartbeat = false;                     // in the period
+        size_t answered_bytes = 0;            // in the period
+        unsigned gap_answers = 0;             // in the period
+        bool answered_with_heartbeat = false; // in the period
     };
 
     void on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now);
     ReaderProxy* find(const Guid& reader);
+    static bool is_for(const RemoteReader& reader, const Change& change) {
+        return (reader.answerable || !change.expects_answers) && change.concerns(reader);
+    }
     bool outstanding(const ReaderProxy& proxy) const;
     void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);
     void send_fragments(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
@@ -128,6 +138,7 @@ class ReliableWriter final {
     TimerQueue& timers_;
     SequenceNumber last_;
     std::map<SequenceNumber, Change> history_;
+    size_t history_bytes_ = 0; // as may_answer counts them
     std::map<KeyHash, std::deque<SequenceNumber>> instances_;
     std::deque<SequenceNumber> disposals_;
     std::map<Guid, ReaderProxy> proxies_; // so those of one participant stand together

@@ -27,8 +27,18 @@ class WarnOnce {
             events_.error(text);
     }
 
+    /// For what others cause; only the first few are told.
+    void error_of_others(const std::string& cause, const std::string& text) {
+        if (told_errors_.size() > kMaxErrors || !told_errors_.insert(cause).second)
+            return;
+        events_.error(told_errors_.size() > kMaxErrors
+                          ? "more of others is not seen; it is not listed any more"
+                          : text);
+    }
+
   private:
     static constexpr size_t kMaxCauses = 500;
+    static constexpr size_t kMaxErrors = 20;
     Events& events_;
     std::unordered_set<std::string, SeededHash> told_;
     std::unordered_set<std::string, SeededHash> told_errors_;

@@ -119,7 +119,7 @@ void TypeLookupClient::settle(const TypeResolver::Outcome& outcome) {
 void TypeLookupClient::send(TypeResolver::Request request) {
     runtime_->defer([this, request = std::move(request)](rtps::Participant& participant, rtps::Now now) {
         TypeLookupRequest message;
-        message.writer = writer_;
+        message.writer = {participant.guid().prefix, writer_.entity};
         message.sequence_number = request.number;
         message.asked = request.asked;
         message.hashes = request.hashes;
