@@ -39,6 +39,16 @@ constexpr const char* kTypes = R"(<types>
   <member name="is_bigendian" type="boolean"/><member name="point_step" type="uint32"/>
   <member name="row_step" type="uint32"/><member name="data" type="byte" sequenceMaxLength="-1"/>
   <member name="is_dense" type="boolean"/></struct>
+<struct name="Image"><member name="header" type="nonBasic" nonBasicTypeName="Header"/>
+  <member name="height" type="uint32"/><member name="width" type="uint32"/>
+  <member name="encoding" type="string"/><member name="is_bigendian" type="uint8"/>
+  <member name="step" type="uint32"/><member name="data" type="uint8" sequenceMaxLength="-1"/></struct>
+<enum name="Mode"><enumerator name="IDLE"/><enumerator name="MOVING"/><enumerator name="FAULT"/></enum>
+<struct name="Mixed"><member name="id" type="uint32"/><member name="active" type="boolean"/>
+  <member name="mode" type="nonBasic" nonBasicTypeName="Mode"/><member name="name" type="string"/>
+  <member name="stamp" type="int64"/><member name="x" type="float64"/><member name="y" type="float64"/>
+  <member name="speed" type="float32"/><member name="count" type="int16"/><member name="flags" type="byte"/>
+  <member name="grade" type="char8"/><member name="total" type="uint64"/></struct>
 </types>)";
 
 /// A cloud of so many points of four floats.
@@ -67,6 +77,45 @@ rtps::ByteBuffer point_cloud(uint32_t points) {
     for (uint32_t i = 0; i < 16 * points; ++i)
         writer.write(static_cast<uint8_t>(i * 37));
     writer.write_bool(true);
+    return bytes;
+}
+
+/// A picture of 2000 by 1000 pixels of three octets.
+rtps::ByteBuffer image() {
+    rtps::ByteBuffer bytes;
+    rtps::write_encapsulation(bytes, rtps::Encoding::cdr, rtps::native_endianness());
+    rtps::ByteWriter writer(bytes, rtps::native_endianness());
+    writer.write(int32_t{1700000000});
+    writer.write(uint32_t{5});
+    writer.write_string("camera");
+    writer.write(uint32_t{1000});
+    writer.write(uint32_t{2000});
+    writer.write_string("rgb8");
+    writer.write(uint8_t{0});
+    writer.write(uint32_t{6000});
+    writer.write(uint32_t{6000000});
+    for (uint32_t i = 0; i < 6000000; ++i)
+        writer.write(static_cast<uint8_t>(i * 37));
+    return bytes;
+}
+
+/// Twelve members of as many kinds.
+rtps::ByteBuffer mixed() {
+    rtps::ByteBuffer bytes;
+    rtps::write_encapsulation(bytes, rtps::Encoding::cdr, rtps::native_endianness());
+    rtps::ByteWriter writer(bytes, rtps::native_endianness());
+    writer.write(uint32_t{4711});
+    writer.write_bool(true);
+    writer.write(uint32_t{1});
+    writer.write_string("robot_7");
+    writer.write(int64_t{1700000000123456789});
+    writer.write(12.345);
+    writer.write(-0.5);
+    writer.write(1.25f);
+    writer.write(int16_t{-3});
+    writer.write(uint8_t{200});
+    writer.write(uint8_t{'A'});
+    writer.write(uint64_t{123456789012});
     return bytes;
 }
 
@@ -148,6 +197,9 @@ int main(int argc, char** argv) {
     if (!documents.add_text("bench", kTypes, error) || !make_types(documents, types, error))
         give_up(error);
     compare("32-byte sample", types["Small"], ferret::bench::small_sample(), 5000, rounds);
-    compare("Point cloud", types["PointCloud"], point_cloud(2000), 10, rounds);
+    compare("12 mixed members", types["Mixed"], mixed(), 5000, rounds);
+    compare("Point cloud of 32 KB", types["PointCloud"], point_cloud(2000), 10, rounds);
+    compare("Point cloud of 1 MB", types["PointCloud"], point_cloud(62500), 1, rounds);
+    compare("Camera image of 6 MB", types["Image"], image(), 1, rounds);
     return 0;
 }

@@ -178,6 +178,8 @@ bool DynamicType_copy_cdr_stream(QUIXCdrStream** target, QUIXCdrStream* source, 
     QUIXCdrStream_setEndian(&stream, byte_order(header.kind, *source));
     stream.encapsulationKind = header.kind;
     stream.encapsulationOptions = header.options;
+    const DDS_Octet* const vendor = source->source != nullptr ? source->source->vendorId : source->vendorId;
+    std::memcpy(stream.vendorId, vendor, sizeof stream.vendorId);
     if (DynamicTypePlugin_g_use42Alignment)
         stream.alignmentOrigin = buffer - 4;
     return true;

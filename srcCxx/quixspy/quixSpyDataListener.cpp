@@ -1,5 +1,8 @@
 #include "quixspy/quixSpyDataListener.h"
 
+#include <new>
+#include <string_view>
+
 #include "agent/QuixAgent.h"
 #include "meridian/data_reader.h"
 #include "meridian/dynamic_data_type_support.h"
@@ -13,6 +16,8 @@
 namespace {
 
 constexpr DDS_Duration_t kOutputWait{3, 0};
+/// Memory of longer lines is not kept for the next one.
+constexpr size_t kMostKept = 256 * 1024;
 
 const char* topic_of(DDSDataReader* reader) {
     DDSTopicDescription* const topic = reader != nullptr ? reader->get_topicdescription() : nullptr;
@@ -46,7 +51,6 @@ QuixSpyDataListener::~QuixSpyDataListener() {
     }
     DDS_String_free(topicName);
     DDS_String_free(typeName);
-    DDS_String_free(printBuffer_);
     lastWriter_.finalize();
 }
 
@@ -183,6 +187,8 @@ void QuixSpyDataListener::report(const DDS_SampleInfo& info, const void* sample)
 void QuixSpyDataListener::put_line() {
     output_.put(line_);
     line_.clear();
+    if (line_.capacity() > kMostKept)
+        line_.shrink_to_fit();
 }
 
 void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* sample) {
@@ -203,6 +209,8 @@ bool QuixSpyDataListener::print_sample(const DynamicType& sample, const DDS_Type
 }
 
 bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t indent) {
+    if (sample.is_too_large())
+        return true; // the middleware told it
     switch (settings_.printSample) {
         case PRINT_SAMPLE_PLAIN:
             return print_plain(sample, indent);
@@ -226,22 +234,20 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
     format.pretty_print = false;
     DDS_UnsignedLong length = 0;
     DDS_ReturnCode_t result = sample.to_string(nullptr, length, format);
-    if (result == DDS_RETCODE_OK && printBufferCapacity_ < length) {
-        DDS_String_free(printBuffer_);
-        printBuffer_ = DDS_String_alloc(length);
-        if (printBuffer_ == nullptr) {
-            put_line(); // what is said stands behind the fields of the line
-            return output_.fail("Error allocating string for printing sample.\n");
-        }
-    }
-    if (result == DDS_RETCODE_OK)
-        result = sample.to_string(printBuffer_, length, format);
-    if (result != DDS_RETCODE_OK) {
+    if (result != DDS_RETCODE_OK)
         return fail_compact(result);
+    constexpr std::string_view kLabel = " sample=";
+    const size_t end = line_.size();
+    try {
+        line_.resize(end + kLabel.size() + length);
+    } catch (const std::bad_alloc&) {
+        put_line(); // what is said stands behind the fields of the line
+        return output_.fail("Error allocating string for printing sample.\n");
     }
-    line_ += " sample=";
-    line_ += printBuffer_;
-    return true;
+    kLabel.copy(line_.data() + end, kLabel.size());
+    result = sample.to_string(line_.data() + end + kLabel.size(), length, format);
+    line_.resize(result == DDS_RETCODE_OK ? line_.size() - 1 : end); // without the terminator
+    return result == DDS_RETCODE_OK || fail_compact(result);
 }
 
 /// What the compact form cannot show is told behind the fields of the line.

@@ -102,9 +102,7 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     QuixAgentOutput& output_;
     DDSDataReader* reader_ = nullptr; // the one that has called; its calls are one at a time
     const std::string topicField_;
-    std::string line_;            // the line being made; its memory is used again
-    char* printBuffer_ = nullptr; // owned (DDS_String): text of contents in the compact form
-    uint32_t printBufferCapacity_ = 0;
+    std::string line_; // the line being made; its memory is used again
 
     QuixSpyEndpointInfo lastWriter_{}; // owned; a copy, for the thread that reports samples
     uint64_t lastWriterVersion_ = 0;   // the version of writerList_ that it was copied from

@@ -57,6 +57,17 @@ const DDS_TypeCode* behind_aliases(const DDS_TypeCode* code) {
     return nullptr;
 }
 
+/// What the length of a wide string counts, and what a wide character takes.
+enum class WideText : uint8_t {
+    octets, // as the standard has it
+    units,  // characters of two octets: Fast CDR 2
+    quads,  // characters of four octets, also for one alone: Fast CDR 1
+    unknown,
+};
+
+/// A payload is padded to a multiple of four octets.
+constexpr DDS_UnsignedLong kMaxPadding = 3;
+
 /// Kinds whose collections have no header of their own in XCDR2.
 bool is_primitive(DDS_TCKind kind) {
     constexpr DDS_TCKind kPrimitives[] = {DDS_TK_SHORT, DDS_TK_LONG,     DDS_TK_USHORT,    DDS_TK_ULONG,
@@ -177,11 +188,11 @@ void put_boolean(std::string& text, uint8_t octet) {
 void put_character(std::string& text, uint8_t octet) {
     const char character = static_cast<char>(octet);
     text += '\'';
-    QUIXSpy_appendText(text, {&character, 1});
+    QUIXSpy_appendText(text, {&character, 1}, std::string_view::npos, true);
     text += '\'';
 }
 
-void put_wide_character(std::string& text, uint16_t character) {
+void put_wide_character(std::string& text, uint32_t character) {
     text += '<';
     put_hex(text, character, 8);
     text += '>';
@@ -203,12 +214,18 @@ void put_label(std::string& text, const char* name) {
 /// One walk over one sample.
 class Walk {
   public:
-    Walk(std::string& text, QuixAgentOutput* output, QUIXCdrStream& stream)
+    Walk(std::string& text, QuixAgentOutput* output, QUIXCdrStream& stream, WideText wide_text,
+         bool is_trial = false)
         : text_(text),
           output_(output),
           stream_(stream),
+          wide_text_(wide_text),
+          is_trial_(is_trial),
           budget_(QUIXSPY_RAW_PRINTER_VALUES_PER_BYTE * QUIXCdrStream_remaining(&stream) +
                   QUIXSPY_RAW_PRINTER_VALUES_PER_SAMPLE) {}
+
+    /// Whether something was read that the form of wide text mostly has not.
+    bool is_doubtful() const { return is_doubtful_; }
 
     /// Whether the value is the sample, or a part of it that may have a header of its own.
     enum class Place : uint8_t { outermost, nested };
@@ -256,7 +273,7 @@ class Walk {
             case DDS_TK_LONGDOUBLE:
                 return print_as<Octets<16>>(put_octets<16>);
             case DDS_TK_WCHAR:
-                return print_as<uint16_t>(put_wide_character);
+                return print_wide_character();
             case DDS_TK_WSTRING:
                 return print_wide_string(*code);
             default:
@@ -267,6 +284,8 @@ class Walk {
   private:
     void end_line() {
         text_ += '\n';
+        if (is_trial_)
+            text_.clear();
         if (output_ != nullptr && text_.size() > kSpillLength) {
             output_->put(text_);
             text_.clear();
@@ -487,26 +506,52 @@ class Walk {
         if (!bound || !QUIXCdrStream_readString(&stream_, &characters, *bound + 1))
             return false;
         text_ += '"';
-        QUIXSpy_appendText(text_, characters);
+        QUIXSpy_appendText(text_, characters, std::string_view::npos, true);
         text_ += '"';
         return true;
     }
 
-    bool print_wide_string(const DDS_TypeCode& code) {
+    bool read_wide(uint32_t& character) {
+        if (wide_text_ == WideText::quads)
+            return read(stream_, character) && character <= 0x10ffff;
+        uint16_t unit = 0;
+        const bool done = wide_text_ != WideText::unknown && read(stream_, unit);
+        character = unit;
+        return done;
+    }
+
+    bool print_wide_character() {
+        uint32_t character = 0;
+        if (!read_wide(character))
+            return false;
+        put_wide_character(text_, character);
+        return true;
+    }
+
+    bool read_wide_length(const DDS_TypeCode& code, uint32_t& count) {
         const auto bound = ask(code, &DDS_TypeCode::length);
+        if (!bound)
+            return false;
+        if (wide_text_ == WideText::octets)
+            return QUIXCdrStream_readWideStringLength(&stream_, &count, *bound + 1);
+        return read(stream_, count) && count <= *bound + 1 && count <= QUIXCdrStream_remaining(&stream_) / 2;
+    }
+
+    bool print_wide_string(const DDS_TypeCode& code) {
         uint32_t count = 0;
-        if (!bound || !QUIXCdrStream_readWideStringLength(&stream_, &count, *bound + 1))
+        if (wide_text_ == WideText::unknown || !read_wide_length(code, count))
             return false;
         text_ += '<';
         bool ended = false; // some serializers send a terminator
         for (; count > 0; --count) {
-            uint16_t character = 0;
-            if (!read(stream_, character))
+            uint32_t character = 0;
+            if (!read_wide(character))
                 return false;
             ended = ended || character == 0;
             if (!ended)
                 put_hex(text_, character, 8);
         }
+        is_doubtful_ = is_doubtful_ || ended;
         text_ += '>';
         return true;
     }
@@ -514,9 +559,34 @@ class Walk {
     std::string& text_;
     QuixAgentOutput* output_;
     QUIXCdrStream& stream_;
+    const WideText wide_text_;
+    const bool is_trial_;
+    bool is_doubtful_ = false;
     uint64_t budget_;
     unsigned depth_ = 0;
 };
+
+/// How a sample has wide text.
+WideText wide_text_of(const QUIXCdrStream& stream, const DDS_TypeCode* code) {
+    constexpr DDS_Octet kFastDds[] = {0x01, 0x0f};
+    if (!std::equal(std::begin(kFastDds), std::end(kFastDds), stream.vendorId))
+        return WideText::octets;
+    if (is_xcdr2(stream))
+        return WideText::units; // Fast CDR 1 does not know that version
+    WideText doubtful = WideText::unknown;
+    for (const WideText form : {WideText::units, WideText::quads}) {
+        std::string text;
+        QUIXCdrStream ahead = stream;
+        Walk trial(text, nullptr, ahead, form, true);
+        if (!trial.print(code, 0, Walk::Place::outermost) || QUIXCdrStream_remaining(&ahead) > kMaxPadding)
+            continue;
+        if (!trial.is_doubtful())
+            return form;
+        if (doubtful == WideText::unknown)
+            doubtful = form;
+    }
+    return doubtful;
+}
 
 } // namespace
 
@@ -528,12 +598,14 @@ bool QuixSpyRawPrinter::print_sample(const DynamicType& sample, const DDS_TypeCo
                                      int32_t indent) {
     if (typeCode == nullptr || sample.stream == nullptr || !is_plain(*sample.stream))
         return false;
-    return Walk(text_, output_, *sample.stream).print(typeCode, indent, Walk::Place::outermost);
+    const WideText wide_text = wide_text_of(*sample.stream, typeCode);
+    return Walk(text_, output_, *sample.stream, wide_text).print(typeCode, indent, Walk::Place::outermost);
 }
 
 bool QuixSpyRawPrinter::print_primitive_sample(const DynamicType& sample, const DDS_TypeCode* typeCode) {
     return sample.stream != nullptr && is_plain(*sample.stream) &&
-           Walk(text_, output_, *sample.stream).print_primitive(typeCode);
+           Walk(text_, output_, *sample.stream, wide_text_of(*sample.stream, typeCode))
+               .print_primitive(typeCode);
 }
 
 bool QuixSpyRawPrinter::get_discriminator_value(const DynamicType& sample, const DDS_TypeCode* typeCode,

@@ -12,8 +12,9 @@
 // - mutable types inside others; in XCDR2 also appendable ones, and collections of anything but primitives,
 //   which have a header there. What the outermost type says of itself does not count: the encapsulation tells
 //   how it was written.
-// Wide strings are read as the standard has them, with a length in octets. Serializers that count characters
-// instead are not told apart; dynamic data does that.
+// Wide strings are read as the standard has them, with a length in octets, unless the writer's vendor is
+// known to count characters instead. Where that vendor has two forms, the one that uses up the sample is
+// taken; where none does, the walk fails in front of the first wide text.
 
 #include <cstdint>
 #include <string>

@@ -34,23 +34,28 @@ bool is_control(uint32_t number) {
     return number < 0x20 || (number >= 0x7f && number < 0xa0);
 }
 
+/// Ends lines, or turns the direction of what stands around it.
+bool is_format(uint32_t number) {
+    return (number >= 0x2028 && number <= 0x202e) || (number >= 0x2066 && number <= 0x2069);
+}
+
 void append_number(std::string& line, uint32_t number) {
     constexpr char kDigits[] = "0123456789abcdef";
-    line += "\\x";
-    line += kDigits[number >> 4 & 15];
-    line += kDigits[number & 15];
+    line += number > 0xff ? "\\u" : "\\x";
+    for (int shift = number > 0xff ? 12 : 4; shift >= 0; shift -= 4)
+        line += kDigits[number >> shift & 15];
 }
 
 } // namespace
 
-void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width) {
+void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width, bool isContents) {
     for (size_t at = 0; at < text.size() && at < width;) {
         const Character character = first_character(text.substr(at));
         if (character.length > width - at)
             return;
         if (character.length == 0)
             append_number(line, static_cast<uint8_t>(text[at]));
-        else if (is_control(character.number))
+        else if (is_control(character.number) || (isContents && is_format(character.number)))
             append_number(line, character.number);
         else
             line.append(text, at, character.length);

@@ -368,16 +368,24 @@ class Contents(harness.InteropTest):
         self.assertEqual([line.plain for line in lines_of(spy)], [['color: "COLOR0"', "x: 0", "y: 0", "shapesize: 30"]])
 
     def test_largest_serialized_size(self):
-        """Larger samples are left out, and the reader goes on."""
-        spy = self.spy("-printSample", "COMPACT", "-maxSizeSerialized", "1000", mode=None)
-        peer = self.publisher(self.cyclone, "w topic=T type=keyed")
-        fits = peer.do("write w size=900 show")
-        peer.do("write w size=1001 value=1")
-        peer.do("write w size=70000 value=2")
-        fits += peer.do("write w size=900 value=3 show")
-        self.assert_compact(spy, "T", fits)
-        self.end(spy)
-        self.assertEqual(len(lines_of(spy)), 2, spy.story())
+        """Larger samples are lines without contents, told once and counted, and the reader goes on."""
+        for form in ("COMPACT", "PLAIN"):
+            with self.subTest(form=form):
+                spy = self.spy("-printSample", form, "-maxSizeSerialized", "1000", mode=None)
+                peer = self.publisher(self.cyclone, "w topic=T type=keyed")
+                peer.do("write w size=900")
+                peer.do("write w size=1001 value=1")
+                peer.do("write w size=70000 value=2")
+                peer.do("write w size=900 value=3")
+                lines = wait_for_lines(spy, 4, topic="T")
+                shown = [line.plain if form == "PLAIN" else line.compact for line in lines]
+                self.assertEqual([bool(contents) for contents in shown], [True, False, False, True], spy.story())
+                peer.close()
+                errors = self.end_with_errors(spy)
+                self.assertEqual(len(errors), 2, spy.story())
+                self.assertRegex(errors[0], r'topic "T": a sample of \d+ bytes exceeds the largest serialized size, 1000')
+                self.assertRegex(errors[1], r'topic "T": 2 samples exceeded the largest serialized size')
+                self.assertTrue(any("\t4, 0, 0" in line for line in spy.lines), spy.story())
 
     def test_a_type_that_is_too_large(self):
         spy = self.spy("-printSample", "COMPACT", "-tcMaxSize", "100", mode=None)

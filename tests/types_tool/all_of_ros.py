@@ -52,7 +52,8 @@ def main():
             sys.exit(f"not accepted: {complaint}")
 
     names = names_in(result.stdout)
-    interfaces = [path for folder in options.folders for kind in SUFFIXES for path in pathlib.Path(folder).rglob(f"{kind}/*.{kind}")]
+    interfaces = [path for folder in options.folders for kind in SUFFIXES
+                  for path in pathlib.Path(folder).rglob(f"{kind}/*.{kind}")]
     missing = [path for path in interfaces for suffix in SUFFIXES[path.suffix[1:]]
                if not any(name.endswith(f"::{path.suffix[1:]}::dds_::{path.stem}{suffix}_") for name in names)]
     print(f"{len(interfaces)} interfaces, {len(names)} structures, {len(result.stdout)} bytes")

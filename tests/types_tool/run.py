@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Runs ferret-types on the cases of this folder; README.md says how they are written."""
 
+import contextlib
+import io
 import pathlib
 import re
 import shutil
@@ -25,8 +27,24 @@ tool = None
 
 
 def run_types(folder, *arguments):
+    """The program, as users start it."""
     return subprocess.run([sys.executable, PROGRAM, *arguments], cwd=folder, capture_output=True, text=True, encoding="utf-8",
                           timeout=60)
+
+
+def read_in_here(files, arguments):
+    """What the program makes of these files, in this process: (exit status, document or None, standard error)."""
+    from ferret_types.command_line import main as ferret_types
+    with tempfile.TemporaryDirectory() as folder, contextlib.chdir(folder):
+        for name, text in files.items():
+            path = pathlib.Path(name)
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text, encoding="utf-8")
+        errors = io.StringIO()
+        with contextlib.redirect_stderr(errors):
+            status = ferret_types([*arguments, "-o", "document.xml"])
+        document = pathlib.Path("document.xml")
+        return status, document.read_text(encoding="utf-8") if document.exists() else None, errors.getvalue()
 
 
 def complaint_of_ferret(document):
@@ -56,19 +74,27 @@ class Case(unittest.TestCase):
         self.assertFalse(unknown, "unknown keys in the case")
         messages = "".join(f"{line}\n" for line in self.case.get("messages", []))
         types = self.case.get("types")
-        with tempfile.TemporaryDirectory() as folder:
-            for name, text in self.case["files"].items():
-                path = pathlib.Path(folder, name)
-                path.parent.mkdir(parents=True, exist_ok=True)
-                path.write_text(text, encoding="utf-8")
-            result = run_types(folder, *self.case.get("arguments", ["."]))
-            self.assertEqual(result.stderr, messages)
-            self.assertEqual(result.stdout, "" if types is None else FRAME.format(textwrap.indent(types, "    ")) if types else EMPTY)
-            self.assertEqual(result.returncode, self.case.get("status", 1 if messages and types is None else 0))
-            if types is not None and tool:
-                document = pathlib.Path(folder, "document.xml")
-                document.write_text(result.stdout, encoding="utf-8")
-                self.assertIsNone(complaint_of_ferret(document))
+        status, document, errors = read_in_here(self.case["files"], self.case.get("arguments", ["."]))
+        self.assertEqual(errors, messages)
+        self.assertEqual(document, types and FRAME.format(textwrap.indent(types, "    ")) if types != "" else EMPTY)
+        self.assertEqual(status, self.case.get("status", 1 if messages and types is None else 0))
+        if types is not None and tool:
+            with tempfile.TemporaryDirectory() as folder:
+                file = pathlib.Path(folder, "document.xml")
+                file.write_text(document, encoding="utf-8")
+                self.assertIsNone(complaint_of_ferret(file))
+
+
+class Broken(unittest.TestCase):
+    """Files that end anywhere are told of, and break nothing."""
+
+    def test_every_line_and_some_places_in_it(self):
+        for case in all_cases().values():
+            for name, text in case["files"].items():
+                for at in [*range(0, len(text), 37), *(found.end() for found in re.finditer("\n", text))]:
+                    status, document, errors = read_in_here({**case["files"], name: text[:at]}, case.get("arguments", ["."]))
+                    said = [line for line in errors.splitlines() if ": warning: " not in line]
+                    self.assertEqual((status, document is None), (1, True) if said else (0, False), (name, text[:at], errors))
 
 
 class CommandLine(unittest.TestCase):
@@ -123,16 +149,28 @@ class CommandLine(unittest.TestCase):
         result = run_types(self.folder, "p", "-o", "none/out.xml")
         self.assertEqual((result.returncode, result.stderr), (1, "none/out.xml: cannot be written: No such file or directory\n"))
         with open("/dev/full", "w") as full:
-            result = subprocess.run([sys.executable, PROGRAM, "p"], cwd=self.folder, stdout=full, stderr=subprocess.PIPE, text=True)
+            result = subprocess.run([sys.executable, PROGRAM, "p"], cwd=self.folder, stdout=full, stderr=subprocess.PIPE,
+                                    text=True)
         self.assertEqual(result.returncode, 1)
         self.assertTrue(result.stderr.startswith("standard output: cannot be written: No space left on device\n"), result.stderr)
 
-    def test_what_is_no_text(self):
-        (self.folder / "p/msg/M.msg").write_bytes(b"int32 a\xff\n")
-        (self.folder / "q.idl").write_bytes(b"struct a\xff\n")
+    def test_other_characters(self):
+        """ROS files are UTF-8; IDL files may be ISO Latin-1."""
+        (self.folder / "p/msg/M.msg").write_bytes(b"int32 a # \xff\n")
+        (self.folder / "q.idl").write_bytes(b"struct S { long a; }; // \xff\r\n")
+        (self.folder / "r.idl").write_bytes(b"struct \xff { long a; };\n")
         result = run_types(self.folder, ".")
         self.assertEqual((result.returncode, result.stdout), (1, ""))
-        self.assertRegex(result.stderr, r"^p/msg/M\.msg: cannot be read: .*\nq\.idl: cannot be read: .*\n$")
+        self.assertEqual(result.stderr, 'p/msg/M.msg: is not UTF-8\nr.idl:1: "\xff" is not understood here\n')
+
+    def test_what_cannot_be_read(self):
+        for name in ("a.idl", "p/msg/N.msg"):
+            (self.folder / name).symlink_to("nowhere")
+        (self.folder / "b.idl").symlink_to("p")
+        result = run_types(self.folder, "p", "a.idl", ".")
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertEqual(result.stderr, "a.idl: cannot be read: No such file or directory\n"
+                                        "p/msg/N.msg: cannot be read: No such file or directory\n")
 
     def test_the_same_text_again(self):
         for name in "ZYXA":
@@ -145,9 +183,14 @@ class CommandLine(unittest.TestCase):
         self.assertEqual((result.returncode, result.stderr), (1, "deep.idl: expressions or types nest too deep\n"))
 
 
+def all_cases():
+    """Each case by its theme and name."""
+    files = sorted((HERE / "cases").glob("*.toml"))
+    return {(file.stem, case["name"]): case for file in files for case in tomllib.loads(file.read_text(encoding="utf-8"))["case"]}
+
+
 def load_tests(loader, tests, _):
-    for file in sorted((HERE / "cases").glob("*.toml")):
-        tests.addTests(Case(file.stem, case) for case in tomllib.loads(file.read_text(encoding="utf-8"))["case"])
+    tests.addTests(Case(theme, case) for (theme, _), case in all_cases().items())
     return tests
 
 
@@ -162,6 +205,7 @@ def main():
     except ModuleNotFoundError:
         print("skipped: the Python module lark (python3-lark) is not installed")
         sys.exit(SKIPPED)
+    sys.path.insert(0, str(PROGRAM.parent))
     unittest.main(verbosity=2)
 
 

@@ -36,6 +36,7 @@ struct QUIXCdrStream {
     /// Bytes that the owner of the buffer has there, which may be more than the stream is of. For the owner
     /// alone; 0 in a fresh stream.
     DDS_UnsignedLong capacity;
+    DDS_Octet vendorId[2]; // of the writer, for those who keep a copy without `source`; zero: not known
 };
 
 /// A zeroed stream object without a buffer, with the native byte order set; null when memory is short.

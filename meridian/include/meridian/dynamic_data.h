@@ -27,7 +27,7 @@ constexpr DDS_PrintFormatProperty DDS_PRINT_FORMAT_PROPERTY_DEFAULT{DDS_DEFAULT_
 
 /// How samples are kept.
 struct DDS_DynamicDataTypeSerializationProperty_t {
-    /// A longer serialized sample is refused; all bits set: no limit.
+    /// A longer serialized sample is kept without its contents; all bits set: no limit.
     DDS_UnsignedLong max_size_serialized;
     /// Room that is never given back once a sample has taken it. A sample that waits takes no more than it
     /// needs, so none has it from the start.
@@ -53,17 +53,20 @@ class DDS_DynamicData {
     DDS_DynamicData& operator=(DDS_DynamicData other) noexcept;
     ~DDS_DynamicData();
 
+    /// Whether it holds no contents because more was received than the type's properties allow.
+    DDS_Boolean is_too_large() const;
+
     /// Writes the contents as lines, each ended, indented by three blanks per level of `indent`. What stands
-    /// before a value that cannot be decoded is written before DDS_RETCODE_ERROR is returned and the logger
-    /// has told the topic, the member and the reason. DDS_RETCODE_PRECONDITION_NOT_MET for a sample that
-    /// holds nothing, DDS_RETCODE_BAD_PARAMETER for a null file, DDS_RETCODE_ERROR also when the file takes
-    /// no more.
+    /// before a value that cannot be decoded is written before DDS_RETCODE_ERROR is returned; the logger
+    /// tells the topic, the member and the reason of a topic's first one. DDS_RETCODE_PRECONDITION_NOT_MET
+    /// for a sample that holds nothing, DDS_RETCODE_BAD_PARAMETER for a null file, DDS_RETCODE_ERROR also
+    /// when the file takes no more.
     DDS_ReturnCode_t print(FILE* file, DDS_Long indent) const;
 
     /// The contents as text. `size` counts the terminator: with a null `buffer` it is set to what is needed;
     /// else it tells the room in `buffer` and is set to what was needed, with DDS_RETCODE_OUT_OF_RESOURCES
     /// (and nothing written) when the room does not suffice. A value that cannot be decoded gives
-    /// DDS_RETCODE_ERROR and no text, and the logger tells topic, member and reason. DDS_RETCODE_UNSUPPORTED
+    /// DDS_RETCODE_ERROR and no text, and the logger tells of the topic's first one. DDS_RETCODE_UNSUPPORTED
     /// for a format that is not offered.
     DDS_ReturnCode_t to_string(char* buffer, DDS_UnsignedLong& size,
                                const DDS_PrintFormatProperty& property) const;

@@ -221,15 +221,29 @@ void EndpointCache::mark_given(const Change& change, Told& told) {
     awaited_.erase(first, last);
 }
 
-bool EndpointCache::await_announcement(const rtps::Guid& endpoint, AnnouncementObserver& observer) {
+bool EndpointCache::is_of_interest() const {
     MutexLock lock(mutex_);
-    if (!was_taken_from_ && (observer_ == nullptr || !observer_->is_watched()))
+    return has_interest();
+}
+
+bool EndpointCache::await_announcement(const rtps::Guid& endpoint, AnnouncementObserver& observer,
+                                       bool may_come) {
+    MutexLock lock(mutex_);
+    if (!has_interest())
         return false;
     const auto found = instances_.find(endpoint);
-    if (found == instances_.end() || !found->second->alive || found->second->given)
+    const bool is_there = found != instances_.end() && found->second->alive;
+    if (is_there ? found->second->given : !may_come)
         return false;
     awaited_.emplace(endpoint, &observer);
     return true;
+}
+
+void EndpointCache::give_up(const rtps::Guid& endpoint, const AnnouncementObserver& observer) {
+    MutexLock lock(mutex_);
+    const auto [first, last] = awaited_.equal_range(endpoint);
+    for (auto awaited = first; awaited != last;)
+        awaited = awaited->second == &observer ? awaited_.erase(awaited) : std::next(awaited);
 }
 
 void EndpointCache::forget(const AnnouncementObserver& observer) {

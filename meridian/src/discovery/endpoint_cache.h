@@ -90,10 +90,15 @@ class EndpointCache {
     /// whose end was among the last changes taken or is on loan. Null for others.
     rtps::ParticipantRef participant_of(const rtps::Guid& endpoint) const;
 
-    /// True when the application is still to be given the first change of an endpoint that is there; the
-    /// observer is then told of it once. Always false while the application takes no interest in the changes:
-    /// it never took any, and does not wait for them.
-    bool await_announcement(const rtps::Guid& endpoint, AnnouncementObserver& observer);
+    /// Whether the application takes changes, or waits for them.
+    bool is_of_interest() const;
+    /// True when the application is still to be given the first change of an endpoint that is there, or, with
+    /// `may_come`, is not there yet; the observer is then told of it once. Always false while the application
+    /// takes no interest in the changes.
+    bool await_announcement(const rtps::Guid& endpoint, AnnouncementObserver& observer,
+                            bool may_come = false);
+    /// The observer does not await that one any more; it may just be told all the same.
+    void give_up(const rtps::Guid& endpoint, const AnnouncementObserver& observer);
     /// The observer is not called any more when this returns.
     void forget(const AnnouncementObserver& observer);
 
@@ -110,6 +115,9 @@ class EndpointCache {
     void drop_oldest(Instance& instance) MERIDIAN_REQUIRES(mutex_);
     void drop_unseen() MERIDIAN_REQUIRES(mutex_);
     void mark_seen(Instance& instance) MERIDIAN_REQUIRES(mutex_);
+    bool has_interest() const MERIDIAN_REQUIRES(mutex_) {
+        return was_taken_from_ || (observer_ != nullptr && observer_->is_watched());
+    }
     /// Moves those who await this change to `told`.
     void mark_given(const Change& change, Told& told) MERIDIAN_REQUIRES(mutex_);
     void forget_taken() MERIDIAN_REQUIRES(mutex_);

@@ -89,6 +89,19 @@ size_t control_at(std::string_view text, size_t at) {
     return octet == 0xc2 && next >= 0x80 && next <= 0x9f ? 2 : 0;
 }
 
+size_t plain_length(std::string_view text) {
+    return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), is_plain) - text.begin());
+}
+
+uint16_t format_at(std::string_view text, size_t at) {
+    if (text[at] != '\xe2' || at + 2 >= text.size())
+        return 0;
+    const auto number = static_cast<uint16_t>(0x2000 | (static_cast<uint8_t>(text[at + 1]) & 0x3f) << 6 |
+                                              (static_cast<uint8_t>(text[at + 2]) & 0x3f));
+    const bool found = (number >= 0x2028 && number <= 0x202e) || (number >= 0x2066 && number <= 0x2069);
+    return found ? number : uint16_t{0};
+}
+
 void append_utf8(std::string& out, std::string_view text) {
     while (!text.empty()) {
         bool valid = false;
@@ -110,6 +123,15 @@ void append_utf16(std::string& out, std::u16string_view text) {
                           pair ? 0x10000 + ((unit - 0xd800) << 10) + (char32_t{text[i + 1]} - 0xdc00) : unit);
         if (pair)
             ++i;
+    }
+}
+
+void append_utf16_of(std::u16string& out, char32_t point) {
+    if (point > 0xffff) {
+        out += static_cast<char16_t>(0xd7c0 + (point >> 10));
+        out += static_cast<char16_t>(0xdc00 + (point & 0x3ff));
+    } else {
+        out += static_cast<char16_t>(point);
     }
 }
 

@@ -338,8 +338,35 @@ class FastPeer final : public peers::Peer {
         qos.partition().setNames(partitions); // takes no constant list
     }
 
+    // "server=PORT" makes a discovery server on the loopback interface, "client=PORT" or "client=ADDRESS:PORT" one of
+    // its clients, which speaks to nobody else until the server tells it to.
+    static void fill_server(dds::DomainParticipantQos& qos, const Command& command) {
+        constexpr const char* kServerPrefix = "44.53.00.5f.45.50.52.4f.53.49.4d.41";
+        auto& builtin = qos.wire_protocol().builtin;
+        rtps::Locator_t locator;
+        const std::string text = command.text(command.has("server") ? "server" : "client");
+        const size_t colon = text.find(':');
+        rtps::IPLocator::setIPv4(locator, colon == std::string::npos ? "127.0.0.1" : text.substr(0, colon));
+        rtps::IPLocator::setPhysicalPort(
+            locator, static_cast<uint16_t>(std::stoi(text.substr(colon == std::string::npos ? 0 : colon + 1))));
+        if (command.has("server")) {
+            builtin.discovery_config.discoveryProtocol = rtps::DiscoveryProtocol_t::SERVER;
+            std::istringstream(kServerPrefix) >> qos.wire_protocol().prefix;
+            builtin.metatrafficUnicastLocatorList.push_back(locator);
+        } else {
+            builtin.discovery_config.discoveryProtocol = rtps::DiscoveryProtocol_t::CLIENT;
+            rtps::RemoteServerAttributes server;
+            server.ReadguidPrefix(kServerPrefix);
+            server.metatrafficUnicastLocatorList.push_back(locator);
+            builtin.discovery_config.m_DiscoveryServers.push_back(server);
+        }
+    }
+
     static void fill_discovery(dds::DomainParticipantQos& qos, const Command& command) {
         auto& discovery = qos.wire_protocol().builtin.discovery_config;
+        if (command.has("server") || command.has("client")) {
+            fill_server(qos, command);
+        }
         if (command.has("lease")) {
             const double lease = command.seconds("lease", 20);
             discovery.leaseDuration = Duration_t(static_cast<long double>(lease));

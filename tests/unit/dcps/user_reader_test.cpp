@@ -6,7 +6,9 @@
 #include "dcps/entities/subscriber.h"
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
+#include "meridian/dynamic_data_type_support.h"
 #include "support/no_threads.h"
+#include "types/model/type.h"
 
 namespace meridian::dcps::test {
 namespace {
@@ -375,6 +377,31 @@ TEST_F(AnnouncementFirst, SoDoesTheEndOfAWriterThatIsGoneAlready) {
     EXPECT_EQ(take_all(*reader_), "1 a, 1 b, 1 no_writers");
 }
 
+TEST_F(AnnouncementFirst, SoDoSamplesOfReadersOfFurtherParticipants) {
+    ParticipantImpl* const other = create();
+    ASSERT_TRUE(register_test_types(*other));
+    ASSERT_EQ(other->enable(), DDS_RETCODE_OK);
+    TestReader* const reader =
+        make_reader(*other, "Square", "Keyed", "reliable keep_all", nullptr, DDS_STATUS_MASK_NONE);
+    ASSERT_NE(reader, nullptr);
+    ASSERT_EQ(ask("writer w Square Keyed keep_all"), "ok");
+    ASSERT_EQ(matched_to("w", "2"), "2");
+    const auto writers = [reader] {
+        DDS_InstanceHandleSeq matched;
+        EXPECT_EQ(reader->get_matched_publications(matched), DDS_RETCODE_OK);
+        return matched.length();
+    };
+    ASSERT_EQ(eventually(1, writers), 1);
+    ASSERT_EQ(ask("write w 1 a"), "0");
+    delivered("w");
+    EXPECT_EQ(take_all(*reader), "");
+    ASSERT_EQ(take_publications(), DDS_RETCODE_OK);
+    EXPECT_EQ(take_all(*reader), "");
+    EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
+    EXPECT_EQ(take_all(*reader), "1 a");
+    EXPECT_EQ(other->delete_contained_entities(), DDS_RETCODE_OK);
+}
+
 TEST_F(AnnouncementFirst, TheyComeAnywayAfterASecond) {
     const auto begin = std::chrono::steady_clock::now();
     write_one();
@@ -389,6 +416,29 @@ TEST_F(AnnouncementFirst, WhatIsWithheldGoesWithItsReader) {
     reader_ = nullptr;
     ASSERT_EQ(take_publications(), DDS_RETCODE_OK);
     EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
+}
+
+TEST_F(UserReaderTest, OnlyWritersThatAnnounceATypeMatchAReaderThatValidatesTypes) {
+    types::TypeGraph* const graph = types::TypeGraph::create();
+    types::Type* const type = graph->add();
+    type->kind = DDS_TK_STRUCT;
+    type->name = "Typed";
+    const types::TypeRef owner = types::TypeRef::adopt(type);
+    DDSDynamicDataTypeSupport support(owner.get(), DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT);
+    ASSERT_EQ(support.register_type(&participant(), "Typed"), DDS_RETCODE_OK);
+    DDSTopic* const topic = participant().create_topic("T", "Typed", {}, nullptr, DDS_STATUS_MASK_NONE);
+    DDSSubscriber* const subscriber = participant().create_subscriber({}, nullptr, DDS_STATUS_MASK_NONE);
+    rtps::RemoteEndpoint without_type;
+    for (const bool validates : {false, true}) {
+        DDS_DataReaderQos qos;
+        qos.type_consistency.kind = DDS_DISALLOW_TYPE_COERCION;
+        qos.type_consistency.force_type_validation = validates;
+        auto* const reader = dynamic_cast<DDSDynamicDataReader*>(
+            subscriber->create_datareader(topic, qos, nullptr, DDS_STATUS_MASK_NONE));
+        ASSERT_NE(reader, nullptr);
+        auto* const user_reader = dynamic_cast<UserReader*>(reader->untyped());
+        EXPECT_EQ(user_reader->accepts_type(without_type), !validates);
+    }
 }
 
 TEST_F(UserReaderTest, OwnLossIsToldWhenItBeginsAndAtTheEnd) {

@@ -1,4 +1,5 @@
 #include "discovery/endpoint_cache.h"
+#include "discovery/announcement_watch.h"
 
 #include <gtest/gtest.h>
 
@@ -286,6 +287,47 @@ TEST_F(EndpointCacheTest, AReturnedLoanOfAnEarlierLifeIsNoAnnouncementOfThisOne)
     ASSERT_TRUE(cache_.await_announcement(guid_of(1), notes));
     cache_.give_back(loan);
     EXPECT_TRUE(notes.given.empty());
+    take();
+    EXPECT_EQ(notes.given.size(), 1u);
+}
+
+TEST_F(EndpointCacheTest, AnAnnouncementMayBeAwaitedBeforeItCame) {
+    Notes notes;
+    Notes others;
+    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes, true)) << "nobody takes it";
+    take();
+    EXPECT_TRUE(cache_.await_announcement(guid_of(1), notes, true));
+    EXPECT_TRUE(cache_.await_announcement(guid_of(1), others, true));
+    EXPECT_TRUE(cache_.await_announcement(guid_of(2), notes, true));
+    cache_.give_up(guid_of(1), others);
+    put(1);
+    EXPECT_TRUE(notes.given.empty());
+    take();
+    EXPECT_EQ(notes.given, std::vector<rtps::Guid>{guid_of(1)});
+    EXPECT_TRUE(others.given.empty());
+    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes, true));
+}
+
+TEST_F(EndpointCacheTest, ReadersOfAParticipantAwaitWhatAnotherOneGives) {
+    const auto caches = std::make_shared<PublicationCaches>();
+    EndpointCache second;
+    AnnouncementWatch first_watch(caches, 7, cache_);
+    AnnouncementWatch watch(caches, 7, second);
+    EndpointCache third;
+    AnnouncementWatch elsewhere(caches, 8, third);
+    Notes notes;
+    EXPECT_FALSE(watch.begin(guid_of(1), notes)) << "the application takes no announcements";
+    take();
+    EXPECT_FALSE(elsewhere.begin(guid_of(1), notes)) << "another domain";
+    EXPECT_TRUE(watch.begin(guid_of(1), notes));
+    EXPECT_FALSE(first_watch.begin(guid_of(1), notes)) << "its own participant knows no such writer";
+    put(1);
+    take();
+    EXPECT_EQ(notes.given, std::vector<rtps::Guid>{guid_of(1)});
+    EXPECT_FALSE(watch.begin(guid_of(1), notes));
+    EXPECT_TRUE(watch.begin(guid_of(2), notes));
+    watch.forget(notes);
+    put(2);
     take();
     EXPECT_EQ(notes.given.size(), 1u);
 }

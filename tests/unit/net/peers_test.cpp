@@ -10,6 +10,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 std::vector<std::string> texts(const LocatorList& locators) {
     std::vector<std::string> result;
@@ -27,17 +28,16 @@ TransportConfig with_mask(uint32_t mask, uint32_t domain_id = 0) {
 }
 
 std::vector<std::string> resolved(const std::vector<std::string>& peers, uint32_t mask = 3) {
-    std::string error;
-    const auto locators = resolve_peers(peers, with_mask(mask), error);
-    EXPECT_TRUE(locators) << error;
-    return locators ? texts(*locators) : std::vector<std::string>{};
+    const Peers result = resolve_peers(peers, with_mask(mask));
+    EXPECT_THAT(result.unusable, IsEmpty());
+    return texts(result.destinations.empty() ? result.with_port : result.destinations);
 }
 
 std::string refused(const std::string& peer, uint32_t mask = 3) {
-    std::string error;
-    EXPECT_FALSE(resolve_peers({peer}, with_mask(mask), error)) << peer;
-    EXPECT_THAT(error, HasSubstr("'" + peer + "'"));
-    return error;
+    const Peers result = resolve_peers({"0@10.0.0.1", peer}, with_mask(mask | 1));
+    EXPECT_THAT(texts(result.destinations), ElementsAre("udpv4:10.0.0.1:7410")) << peer;
+    EXPECT_THAT(result.unusable, ElementsAre(HasSubstr("'" + peer + "'")));
+    return result.unusable.empty() ? "" : result.unusable.front();
 }
 
 TEST(Peers, AddressGetsThePortsOfTheFirstParticipants) {
@@ -53,13 +53,10 @@ TEST(Peers, IndexLimitStandsInFront) {
 }
 
 TEST(Peers, PortsFollowTheDomain) {
-    std::string error;
-    const auto locators = resolve_peers({"0@10.0.0.9", "239.255.0.7"}, with_mask(1, 2), error);
-    ASSERT_TRUE(locators) << error;
-    EXPECT_THAT(texts(*locators),
+    EXPECT_THAT(texts(resolve_peers({"0@10.0.0.9", "239.255.0.7"}, with_mask(1, 2)).destinations),
                 ElementsAre("udpv4:10.0.0.9:7910", "host udpv4:239.255.0.7:7900", "udpv4:239.255.0.7:7900"));
     // The highest domain has ports for 63 participants only.
-    EXPECT_EQ(resolve_peers({"119@10.0.0.9"}, with_mask(1, 232), error)->size(), 63u);
+    EXPECT_EQ(resolve_peers({"119@10.0.0.9"}, with_mask(1, 232)).destinations.size(), 63u);
 }
 
 TEST(Peers, TransportPrefixes) {
@@ -89,6 +86,13 @@ TEST(Peers, NamesAreLookedUp) {
     EXPECT_THAT(resolved({"0@udpv4://localhost"}), ElementsAre("udpv4:127.0.0.1:7410"));
 }
 
+TEST(Peers, AtAPortOfItsOwnMayBeADiscoveryServer) {
+    const Peers peers = resolve_peers({"10.0.0.9:11811", "0@10.0.0.8", "239.255.0.9:7900"}, with_mask(3));
+    EXPECT_THAT(texts(peers.with_port), ElementsAre("udpv4:10.0.0.9:11811"));
+    EXPECT_THAT(texts(peers.destinations),
+                ElementsAre("udpv4:10.0.0.8:7410", "host udpv4:239.255.0.9:7900", "udpv4:239.255.0.9:7900"));
+}
+
 TEST(Peers, EachDestinationOnce) {
     EXPECT_THAT(resolved({"0@10.0.0.9", "1@10.0.0.9"}),
                 ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412"));
@@ -108,16 +112,10 @@ TEST(Peers, PortsAreThoseThatAreGiven) {
 }
 
 TEST(Peers, OthersAreUsedWhereSomeCannotBe) {
-    std::string error;
-    const auto locators =
-        resolve_peers({"x@10.0.0.7", "0@10.0.0.9", "tcpv4://10.0.0.8"}, with_mask(3), error);
-    ASSERT_TRUE(locators);
-    EXPECT_THAT(texts(*locators), ElementsAre("udpv4:10.0.0.9:7410"));
-    EXPECT_THAT(error, HasSubstr("'x@10.0.0.7'"));
-    EXPECT_THAT(error, HasSubstr("'tcpv4://10.0.0.8'"));
-    EXPECT_FALSE(resolve_peers({"x@10.0.0.7", "tcpv4://10.0.0.8"}, with_mask(3), error));
-    EXPECT_THAT(error, HasSubstr("'x@10.0.0.7'"));
-    EXPECT_THAT(error, HasSubstr("'tcpv4://10.0.0.8'"));
+    const Peers peers = resolve_peers({"x@10.0.0.7", "0@10.0.0.9", "tcpv4://10.0.0.8"}, with_mask(3));
+    EXPECT_THAT(texts(peers.destinations), ElementsAre("udpv4:10.0.0.9:7410"));
+    EXPECT_THAT(peers.unusable, ElementsAre(HasSubstr("'x@10.0.0.7'"), HasSubstr("'tcpv4://10.0.0.8'")));
+    EXPECT_THAT(resolve_peers({"x@10.0.0.7", "no such host"}, with_mask(3)).destinations, IsEmpty());
 }
 
 TEST(Peers, UnusableOnesAreNamed) {

@@ -94,13 +94,14 @@ TEST_F(HeartbeatJudgeTest, RepeatedOnesAreNoReasonToAsk) {
     EXPECT_EQ(after(milliseconds(50), 100, 10), Verdict::ignored);
 }
 
-TEST_F(HeartbeatJudgeTest, LowerEndsWithNewerCountsAreANewLifeWhenThereAreTwo) {
+TEST_F(HeartbeatJudgeTest, LowerEndsWithNewerCountsAreANewLifeWhenNothingSpeaksAgainst) {
     after(seconds(0), 100, 10);
-    EXPECT_EQ(after(milliseconds(1), 3, 11), Verdict::doubtful);
-    EXPECT_EQ(after(milliseconds(1), 100, 12), Verdict::believed);
-    EXPECT_EQ(after(milliseconds(1), 3, 13), Verdict::doubtful);
-    EXPECT_EQ(after(milliseconds(1), 3, 13), Verdict::ignored) << "repeated";
-    EXPECT_EQ(after(milliseconds(1), 3, 14), Verdict::began_anew);
+    for (Count count = 11; count < 30; ++count)
+        EXPECT_EQ(after(milliseconds(1), 3, count), Verdict::doubtful);
+    EXPECT_EQ(after(milliseconds(1), 100, 11), Verdict::believed) << "whatever the others' counts were";
+    EXPECT_EQ(after(milliseconds(200), 3, 12), Verdict::doubtful);
+    EXPECT_EQ(after(milliseconds(100), 4, 13), Verdict::began_anew);
+    EXPECT_EQ(after(milliseconds(1), 5, 14), Verdict::believed);
 }
 
 } // namespace

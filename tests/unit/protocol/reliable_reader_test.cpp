@@ -398,6 +398,7 @@ TEST_F(ReliableReaderTest, AWriterThatBeganAnewShowsByFreshHeartbeatsWithALowerE
     heartbeat(1, 5);
     heartbeat(1, 2);
     EXPECT_EQ(observer.restarts, 0);
+    now += milliseconds(100);
     heartbeat(1, 2);
     EXPECT_EQ(observer.restarts, 1);
     EXPECT_EQ(sent_after(milliseconds(1)), (Lines{"ACKNACK 1 {1 2}"}));
@@ -676,6 +677,25 @@ TEST_F(ReliableReaderTest, AReaderThatWasLedAstrayReturns) {
         ASSERT_EQ(sink.numbers.size(), 40u);
         EXPECT_TRUE(std::is_sorted(sink.numbers.begin(), sink.numbers.end()));
     }
+    EXPECT_EQ(observer.restarts, 0);
+}
+
+TEST_F(ReliableReaderTest, AnIdleWriterIsAskedWhetherItJumped) {
+    make(false);
+    heartbeat(1, 0);
+    data(1);
+    heartbeat(1, 1, true);
+    sent_after(milliseconds(100));
+    heartbeat_with_count(1000, 1000, 500);
+    // The writer says something only when it is asked.
+    for (int i = 0; i < 20; ++i) {
+        for (const std::string& line : sent_after(milliseconds(50))) {
+            if (line == "ACKNACK 1 {}")
+                heartbeat(1, 1);
+        }
+    }
+    data(2);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2}));
     EXPECT_EQ(observer.restarts, 0);
 }
 

@@ -20,6 +20,7 @@
 #include "support/test_output.h"
 #include "support/type_documents.h"
 #include "support/verbosity_guard.h"
+#include "types/data/dynamic_sample.h"
 
 namespace {
 
@@ -211,6 +212,26 @@ TEST_P(DataListener, SaysBehindTheFieldsThatContentsCannotBeShown) {
         EXPECT_EQ(printed_by(print), fields + message + "\n");
         const VerbosityGuard silent(0);
         EXPECT_EQ(printed_by(print), fields + (wanted == PRINT_SAMPLE_PLAIN ? "\n\n" : "\n"));
+    }
+}
+
+TEST_P(DataListener, ShowsSamplesThatAreTooLargeWithoutContents) {
+    settings.useDynamicData = true;
+    DDS_DynamicDataTypeProperty_t limits = DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT;
+    limits.serialization.max_size_serialized = 7;
+    DDS_DynamicData large;
+    meridian::types::TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load("doc", "<types><struct name='T'/></types>", error)) << error;
+    large.impl().assign(
+        std::make_shared<meridian::types::DynamicContext>(documents.find("T"), "Circle", limits),
+        meridian::rtps::ByteBuffer(8));
+    for (const PrintSample wanted : {PRINT_SAMPLE_COMPACT, PRINT_SAMPLE_PLAIN}) {
+        settings.printSample = wanted;
+        QuixSpyDataListener dynamic("Circle", "ShapeType", nullptr, settings);
+        EXPECT_EQ(printed_by([&] { dynamic.print_user_data(sample(), &large); }),
+                  "12:25:30 New data         " + kUnknown);
+        EXPECT_EQ(dynamic.dataSampleCount, 1u);
     }
 }
 

@@ -378,6 +378,44 @@ TEST_F(RawPrinter, BoundsStrings) {
         text, [](Payload& payload) { payload.put<uint32_t>(0x80000000u); }, "!");
 }
 
+// What Fast DDS writes: characters are counted, of two octets by its newer serializer, of four by its older
+// one.
+TEST_F(RawPrinter, ReadsWideTextAsItsVendorWritesIt) {
+    const Type* const type = define(R"(<struct name="W" extensibility="final"><member name="n" type="int32"/>
+        <member name="w" type="wstring"/><member name="c" type="char16"/><member name="d" type="float64"/></struct>)",
+                                    "W");
+    const QUIXCdrSource fast_dds{{}, {1, 15}};
+    const auto print = [&](const Bytes& payload, const QUIXCdrSource& vendor) {
+        test::RawSample sample;
+        EXPECT_TRUE(sample.set(payload, vendor));
+        std::string text;
+        const bool done = QuixSpyRawPrinter(text).print_sample(sample.record, type, 0);
+        return text + (done ? "" : "!");
+    };
+    const std::string whole = "\nn: 1\nw: <0000006100000062>\nc: <00000063>\nd: 1.500000";
+    const Bytes begin{0, 1, 0, 0, 1, 0, 0, 0};
+    const Bytes end{0, 0, 0, 0, 0, 0, 0xf8, 0x3f};
+    const auto payload = [&](const Bytes& text) {
+        Bytes bytes = begin;
+        bytes.insert(bytes.end(), text.begin(), text.end());
+        bytes.insert(bytes.end(), end.begin(), end.end());
+        return bytes;
+    };
+    const Bytes units = payload({2, 0, 0, 0, 'a', 0, 'b', 0, 'c', 0, 0xee, 0xee});
+    const Bytes quads = payload({2, 0, 0, 0, 'a', 0, 0, 0, 'b', 0, 0, 0, 'c', 0, 0, 0, 0, 0, 0, 0});
+    const Bytes octets = payload({4, 0, 0, 0, 'a', 0, 'b', 0, 'c', 0, 0, 0});
+    EXPECT_EQ(print(units, fast_dds), whole);
+    EXPECT_EQ(print(quads, fast_dds), whole);
+    EXPECT_EQ(print(octets, {}), whole);
+    EXPECT_EQ(print(Bytes(units.begin(), units.end() - 4), fast_dds), "\nn: 1\nw: !") << "in no form whole";
+}
+
+TEST_F(RawPrinter, EscapesCharactersThatTurnText) {
+    expect(
+        node(DDS_TK_STRING), [](Payload& payload) { payload.text("a\u202eb\u2028\u2069c\u2030"); },
+        "\"a\\u202eb\\u2028\\u2069c\u2030\"");
+}
+
 TEST_F(RawPrinter, BoundsWideStrings) {
     Type* const text = node(DDS_TK_WSTRING);
     text->bound = 2;

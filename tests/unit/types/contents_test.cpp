@@ -209,6 +209,9 @@ TEST(Contents, KeepWithinTheSizesOfTheType) {
     EXPECT_FALSE(sample.assign(context, longer));
     EXPECT_EQ(sample.context(), nullptr);
     EXPECT_TRUE(sample.payload().empty());
+    EXPECT_TRUE(sample.is_too_large());
+    EXPECT_TRUE(sample.assign(context, payload));
+    EXPECT_FALSE(sample.is_too_large());
 }
 
 TEST(Contents, SamplesThatWaitTakeLittleMoreThanTheirBytes) {

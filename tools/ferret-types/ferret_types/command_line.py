@@ -70,7 +70,8 @@ class Run:
             if (folder / name).is_file():
                 return ros_interface_file(folder / name, self.report) or folder / name
         key = pathlib.PurePosixPath(name).with_suffix("").parts
-        return self._given.get(key) or self._library.find(key)
+        interface = self._given.get(key) or self._library.find(key)
+        return interface.path if interface and interface.path.suffix == ".idl" else interface
 
 
 def main(arguments=None):

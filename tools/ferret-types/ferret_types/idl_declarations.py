@@ -1,7 +1,7 @@
 """Makes declarations of the tree of an IDL file."""
 
 from .idl_annotations import Annotations
-from .idl_names import Names, Symbol, parts_of, plain, qualified
+from .idl_names import Names, parts_of, plain, qualified
 from .model import (BASIC, STRINGS, WHOLE_NUMBERS, BitField, BitMask, BitSet, Case, Enum, Literal, Map, Member, Sequence, Struct,
                     Typedef, TypeUse, Union)
 from .problems import Problem
@@ -170,8 +170,9 @@ class Declarations(Names):
         return str(value).lower()
 
     def _enumerator_label(self, expression, kind):
-        enumeration = self._enumeration_of(kind)
-        literals = {plain(name): value for name, value, _ in self.literals_of(enumeration)}
+        enumeration = self.behind(kind)
+        with self.inside(enumeration):
+            literals = {plain(name): value for name, value, _ in self.literals_of(enumeration.tree)}
         # Compilers take the enumerators of the discriminator's type wherever that type stands.
         written = self.text_of(expression) if expression.data == "scoped_name" else None
         if written in literals:
@@ -181,14 +182,6 @@ class Declarations(Names):
             if known == value and type(value) is int:
                 return name
         raise self.problem(expression, f"{value!r} is not an enumerator of the discriminator")
-
-    def _enumeration_of(self, tree):
-        symbol = self.find_type(tree)
-        while symbol.kind == "typedef":
-            self_scope, self._scope = self._scope, symbol.scope
-            symbol = self.find_type(symbol.tree.children[0])
-            self._scope = self_scope
-        return symbol.tree
 
     # --- enumerations and bits
 
@@ -225,7 +218,8 @@ class Declarations(Names):
             if base.kind != "bitset" or base.name in (symbol.name, *derived):
                 raise self.problem(bases[0], f'"{base.name}" is not another bit set')
             # The document knows no inheritance of bit sets; the fields of the base come first.
-            fields += self._bitset(base, symbol.name, *derived).fields
+            with self.inside(base):
+                fields += self._bitset(base, symbol.name, *derived).fields
         for tree in parts_of(symbol.tree, "bitfield"):
             fields += self._bit_fields(tree)
         names = [field.name for field in fields if field.name]

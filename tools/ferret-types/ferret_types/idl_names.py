@@ -1,5 +1,6 @@
 """The names that an IDL file declares, what a name means in a scope, and the values of constants."""
 
+import contextlib
 import itertools
 from dataclasses import dataclass
 
@@ -108,6 +109,15 @@ class Names:
             for literal in parts_of(tree, "enumerator"):
                 declare(literal.children[-1], "enumerator")
 
+    @contextlib.contextmanager
+    def inside(self, symbol):
+        """Looks for names where this symbol is declared."""
+        around, self._scope = self._scope, symbol.scope
+        try:
+            yield
+        finally:
+            self._scope = around
+
     def find(self, tree):
         """The symbol that a scoped_name stands for in the scope of what is being read, or None."""
         written = self.text_of(tree)
@@ -155,14 +165,12 @@ class Names:
             raise ExpressionError(f'"{self.text_of(tree)}" is neither a constant nor an enumerator')
         if symbol.name in self._evaluating:
             raise ExpressionError(f'the value of "{symbol.name}" depends on itself')
-        around = self._scope
         self._evaluating.append(symbol.name)
-        self._scope = symbol.scope
         try:
-            return self._value_of_symbol(symbol)
+            with self.inside(symbol):
+                return self._value_of_symbol(symbol)
         finally:
             self._evaluating.pop()
-            self._scope = around
 
     def _value_of_symbol(self, symbol):
         if symbol.kind == "enumerator":
@@ -184,13 +192,20 @@ class Names:
             raise self.problem(expression, f"{value!r} is no value for this type")
         return float(value) if base in REALS else value
 
-    def base_of(self, tree):
-        """What a type is behind its typedefs: the rule of its declaration, or of the type itself."""
+    def behind(self, tree):
+        """What a type is behind its typedefs: the symbol of a declaration, or the tree of a type without a name."""
         seen = set()
-        while tree.data == "scoped_name":
-            symbol = self.find_type(tree)
-            if symbol.kind != "typedef" or symbol.name in seen or len(symbol.declarator.children) > 1:
-                return symbol.kind
-            seen.add(symbol.name)
-            tree = symbol.tree.children[0]
-        return tree.data
+        with contextlib.ExitStack() as scopes:
+            while tree.data == "scoped_name":
+                symbol = self.find_type(tree)
+                if symbol.kind != "typedef" or symbol.name in seen or len(symbol.declarator.children) > 1:
+                    return symbol
+                seen.add(symbol.name)
+                scopes.enter_context(self.inside(symbol))
+                tree = symbol.tree.children[0]
+            return tree
+
+    def base_of(self, tree):
+        """The name of that: of the rule of a declaration, or of a basic type."""
+        found = self.behind(tree)
+        return found.kind if isinstance(found, Symbol) else found.data

@@ -8,10 +8,10 @@ from .problems import Place, Problem
 
 # Texts and characters are matched so that what looks like a comment in them is none.
 _COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|/\*', re.DOTALL)
-_WORD_OR_TEXT = re.compile(r'"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|[A-Za-z_]\w*')
+_WORD_OR_TEXT = re.compile(r'"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|[A-Za-z_]\w*', re.ASCII)
 _DIRECTIVE = re.compile(r"\s*#\s*(\w*)\s*(.*?)\s*")
 _INCLUDE = re.compile(r'"([^"]+)"|<([^>]+)>')
-_DEFINE = re.compile(r"([A-Za-z_]\w*)(\()?\s*(.*)")
+_DEFINE = re.compile(r"([A-Za-z_]\w*)(\()?\s*(.*)", re.ASCII)
 _CONDITION = re.compile(r"(!?)\s*(?:defined\s*\(\s*(\w+)\s*\)|defined\s+(\w+)|([01]))")
 _MAX_INCLUDES = 100
 
@@ -19,12 +19,14 @@ _MAX_INCLUDES = 100
 @dataclass
 class Unit:
     """An IDL file with all that it includes: lines without directives and comments, and where each came from. `keys` are the
-    pragmas that name key members: (place, words). `interfaces` are included files that ROS has in another form."""
+    pragmas that name key members: (place, words). `interfaces` are included files that ROS has in another form. `passed_over`
+    is what says something in other languages than this one: (place, text)."""
 
     lines: list[str] = field(default_factory=list)
     places: list[Place] = field(default_factory=list)
     keys: list[tuple[Place, list[str]]] = field(default_factory=list)
     interfaces: list[object] = field(default_factory=list)
+    passed_over: list[tuple[Place, str]] = field(default_factory=list)
 
     def place(self, line):
         """Where line number `line` (from 1) came from; the last one for the end of the text."""
@@ -53,7 +55,7 @@ class Preprocessor:
         if path.resolve() in self._once:
             return
         conditions = []  # of each #if around a line: (place, it holds, one of its branches held before)
-        for place, line in _lines_of(path):
+        for place, line in self._lines_of(path):
             found = _DIRECTIVE.fullmatch(line)
             if found and found[1] in ("if", "ifdef", "ifndef", "elif", "else", "endif"):
                 self._condition(place, found[1], found[2], conditions)
@@ -124,6 +126,8 @@ class Preprocessor:
                 self._unit.keys.append((place, words[1:]))
             elif words == ["once"]:
                 self._once.add(path.resolve())
+            else:
+                self._unit.passed_over.append((place, f"#pragma {text}"))
         elif word:
             raise Problem(place, f"#{word} is not understood")
 
@@ -135,24 +139,35 @@ class Preprocessor:
                 self._macros[word], place, (*inside, word))
         return _WORD_OR_TEXT.sub(replacement, line) if self._macros else line
 
+    def _lines_of(self, path):
+        """(place, line) of a file: comments taken out, lines that end with a backslash joined with the next ones."""
+        text = _text_of(path)
 
-def _lines_of(path):
-    """(place, line) of a file: comments taken out, lines that end with a backslash joined with the next ones."""
-    try:
-        text = path.read_text(encoding="utf-8-sig")
-    except (OSError, UnicodeDecodeError) as error:
-        raise Problem(Place(str(path)), f"cannot be read: {error}") from None
+        def without_comment(found):
+            comment = found[0]
+            place = Place(str(path), text.count("\n", 0, found.start()) + 1)
+            if comment == "/*":
+                raise Problem(place, "a comment without end")
+            if comment.startswith("//@"):  # older compilers read such comments
+                self._unit.passed_over.append((place, comment.strip()))
+            return " " + "\n" * comment.count("\n") if comment.startswith("/") else comment
 
-    def without_comment(found):
-        if found[0] == "/*":
-            raise Problem(Place(str(path), text.count("\n", 0, found.start()) + 1), "a comment without end")
-        return " " + "\n" * found[0].count("\n") if found[0].startswith("/") else found[0]
-
-    number, lines = 0, _COMMENT_OR_TEXT.sub(without_comment, text).split("\n")
-    while number < len(lines):
-        first, line = number, lines[number]
-        while line.endswith("\\") and number + 1 < len(lines):
+        number, lines = 0, _COMMENT_OR_TEXT.sub(without_comment, text).split("\n")
+        while number < len(lines):
+            first, line = number, lines[number]
+            while line.endswith("\\") and number + 1 < len(lines):
+                number += 1
+                line = line[:-1] + lines[number]
+            yield Place(str(path), first + 1), line
             number += 1
-            line = line[:-1] + lines[number]
-        yield Place(str(path), first + 1), line
-        number += 1
+
+
+def _text_of(path):
+    """The standard's character set is ISO Latin-1; most files are UTF-8."""
+    try:
+        try:
+            return path.read_text(encoding="utf-8-sig")
+        except UnicodeDecodeError:
+            return path.read_text(encoding="latin-1")
+    except OSError as error:
+        raise Problem(Place(str(path)), f"cannot be read: {error.strerror}") from None

@@ -22,6 +22,8 @@ def read_idl(path, find_include, report):
     """The declarations of an IDL file and of all that it includes, and the ROS interfaces among those (see Preprocessor)."""
     try:
         unit = Preprocessor(find_include).run(path)
+        for place, text in unit.passed_over:
+            report.warn(place, f"{text} is not known, and is passed over")
         return Declarations(unit, _parse(unit), report).read(), unit.interfaces
     except Problem as problem:
         report.add(problem)

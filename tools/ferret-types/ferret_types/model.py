@@ -43,6 +43,11 @@ class TypeUse:
     def is_basic(self):
         return self.name in BASIC
 
+    @property
+    def is_part(self):
+        """Whether each value has one of a declared type in it: collections may be empty."""
+        return not self.is_basic and self.collection is None
+
     def named_types(self):
         """The names of all types in it that are declared somewhere."""
         keys = self.collection.key.named_types() if isinstance(self.collection, Map) else []
@@ -75,6 +80,10 @@ class Declaration:
         """(name of a declared type, place) for each use of one."""
         return []
 
+    def parts(self):
+        """The names of declared types that each of its values holds."""
+        return []
+
     def renamed(self, name, rename):
         """The same declaration with this name, and with other names for the types that it uses."""
         return dataclasses.replace(self, name=name)
@@ -96,6 +105,10 @@ class Struct(Declaration):
 
     def uses(self):
         return [(self.base, self.place)] * (self.base is not None) + _uses(self.members)
+
+    def parts(self):
+        held = [member.type for member in self.members if ("optional", "true") not in member.traits]
+        return [self.base] * (self.base is not None) + [use.name for use in held if use.is_part]
 
     def renamed(self, name, rename):
         return dataclasses.replace(self, name=name, base=self.base and rename(self.base),
@@ -165,6 +178,9 @@ class Typedef(Declaration):
 
     def uses(self):
         return [(name, self.place) for name in self.type.named_types()]
+
+    def parts(self):
+        return [self.type.name] if self.type.is_part else []
 
     def renamed(self, name, rename):
         return dataclasses.replace(self, name=name, type=self.type.renamed(rename))

@@ -13,8 +13,9 @@ _SEPARATOR = "---"
 # The structures that the parts of a file become.
 _PARTS = {"msg": ("",), "srv": ("_Request", "_Response"), "action": ("_Goal", "_Result", "_Feedback")}
 
-_TYPE = re.compile(r"(?P<name>[A-Za-z]\w*(?:/[A-Za-z]\w*)?)(?:<=(?P<string>\d+))?(?:\[(?P<bounded><=)?(?P<size>\d*)\])?")
-_NAME = re.compile(r"[A-Za-z]\w*")
+_TYPE = re.compile(r"(?P<name>[A-Za-z]\w*(?:/[A-Za-z]\w*)?)(?:<=(?P<string>\d+))?"
+                   r"(?:\[(?P<bounded><=)?(?P<size>\d*)\])?", re.ASCII)
+_NAME = re.compile(r"[A-Za-z]\w*", re.ASCII)
 
 
 def read_interface(interface, report):
@@ -22,9 +23,16 @@ def read_interface(interface, report):
     file = str(interface.path)
     try:
         lines = interface.path.read_text(encoding="utf-8-sig").splitlines()
-    except (OSError, UnicodeDecodeError) as error:
-        report.error(Place(file), f"cannot be read: {error}")
+    except OSError as error:
+        report.error(Place(file), f"cannot be read: {error.strerror}")
         return []
+    except UnicodeDecodeError:
+        report.error(Place(file), "is not UTF-8")
+        return []
+    for name in (interface.package, interface.name):
+        if not _NAME.fullmatch(name):
+            report.error(Place(file), f'"{name}" cannot be the name of a package or an interface')
+            return []
     suffixes = _PARTS[interface.path.suffix[1:]]
     parts = [[]]
     for number, line in enumerate(lines, 1):

@@ -68,8 +68,11 @@ def _package_name(path, report):
     return name
 
 
-def _files_below(folder):
-    for parent, folders, files in os.walk(folder):
+def _files_below(folder, report):
+    def cannot_be_read(error):
+        report.error(Place(error.filename), f"cannot be read: {error.strerror}")
+
+    for parent, folders, files in os.walk(folder, onerror=cannot_be_read):
         folders[:] = sorted(name for name in folders if not name.startswith("."))
         yield from (pathlib.Path(parent, name) for name in sorted(files))
 
@@ -83,7 +86,7 @@ def search(argument, report):
         reason = "neither a folder nor a .msg, .srv, .action or .idl file" if path.exists() else "no such file or folder"
         report.error(Place(argument), reason)
         return [], []
-    found = [file for file in _files_below(path) if ros_original(file) is None] if is_folder else [path]
+    found = [file for file in _files_below(path, report) if ros_original(file) is None] if is_folder else [path]
     top = (path if is_folder else path.parent.parent).absolute()
     interfaces = [interface_of(file, top, report) for file in found if file.suffix[1:] in ROS_KINDS]
     documents = [file for file in found if file.suffix == ".idl"]

@@ -36,6 +36,7 @@ FactoryImpl::FactoryImpl()
     : own_(std::make_shared<rtps::net::OwnParticipants>()),
       delivery_(std::make_shared<DeliveryThread>()),
       type_resolvers_(std::make_shared<types::SharedTypeResolvers>()),
+      publications_(std::make_shared<discovery::PublicationCaches>()),
       profiles_(std::make_shared<const qos::ProfileStore>()) {}
 
 std::shared_ptr<const qos::ProfileStore> FactoryImpl::profiles() {
@@ -140,7 +141,7 @@ std::unique_ptr<ParticipantImpl> FactoryImpl::make_participant(DDS_DomainId_t do
     const DDS_WireProtocolQosPolicy& wire = qos.wire_protocol;
     const rtps::GuidPrefix prefix = own_->choose(wire.rtps_host_id, wire.rtps_app_id, wire.rtps_instance_id);
     auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_, type_resolvers_,
-                                                  [this] { return profiles(); });
+                                                  publications_, [this] { return profiles(); });
     return made->check(error) ? std::move(made) : nullptr;
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "dcps/entities/participant.h"
+#include "discovery/announcement_watch.h"
 #include "meridian/domain_participant_factory.h"
 #include "platform/mutex.h"
 
@@ -39,6 +40,7 @@ class FactoryImpl final : public DDSDomainParticipantFactory {
     const std::shared_ptr<rtps::net::OwnParticipants> own_;
     const std::shared_ptr<DeliveryThread> delivery_;
     const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
+    const std::shared_ptr<discovery::PublicationCaches> publications_;
     Mutex mutex_;
     DDS_DomainParticipantFactoryQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<ParticipantImpl>> participants_ MERIDIAN_GUARDED_BY(mutex_);

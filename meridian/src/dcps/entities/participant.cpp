@@ -27,6 +27,7 @@ ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParti
                                  std::shared_ptr<rtps::net::OwnParticipants> own,
                                  std::shared_ptr<DeliveryThread> delivery,
                                  std::shared_ptr<types::SharedTypeResolvers> type_resolvers,
+                                 std::shared_ptr<discovery::PublicationCaches> publications,
                                  ProfileSource profiles)
     : EntityImpl(discovery::participant_guid(prefix)),
       domain_id_(domain_id),
@@ -35,6 +36,7 @@ ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParti
       type_resolvers_(std::move(type_resolvers)),
       profiles_(std::move(profiles)),
       store_(partitions_of(qos)),
+      announcements_(std::move(publications), domain_id, store_.publications()),
       builtin_subscriber_(*this),
       qos_(qos) {}
 

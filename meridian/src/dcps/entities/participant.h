@@ -20,6 +20,7 @@
 #include "dcps/reader/user_reader.h"
 #include "dcps/topics/topic.h"
 #include "dcps/topics/type_registry.h"
+#include "discovery/announcement_watch.h"
 #include "discovery/discovery_store.h"
 #include "meridian/domain_participant.h"
 #include "platform/mutex.h"
@@ -44,11 +45,12 @@ using ProfileSource = std::function<std::shared_ptr<const qos::ProfileStore>()>;
 /// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
-    /// Opens nothing. `own`, `delivery` and `type_resolvers` are shared by all participants.
+    /// Opens nothing. The shared objects serve all participants.
     ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                     const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
                     std::shared_ptr<DeliveryThread> delivery,
-                    std::shared_ptr<types::SharedTypeResolvers> type_resolvers, ProfileSource profiles);
+                    std::shared_ptr<types::SharedTypeResolvers> type_resolvers,
+                    std::shared_ptr<discovery::PublicationCaches> publications, ProfileSource profiles);
     /// Leaves the domain.
     ~ParticipantImpl() override;
 
@@ -58,6 +60,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     /// True while subscribers, publishers or topics exist.
     bool has_entities();
     discovery::DiscoveryStore& store() { return store_; }
+    discovery::AnnouncementWatch& announcements() { return announcements_; }
     /// The record of the builtin topic of a remote participant.
     DDS_ParticipantBuiltinTopicData describe(const rtps::ParticipantData& remote) const;
     DeliveryThread& delivery() { return *delivery_; }
@@ -181,6 +184,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
     const ProfileSource profiles_;
     discovery::DiscoveryStore store_;
+    discovery::AnnouncementWatch announcements_;
     std::unique_ptr<types::TypeLookupClient> type_lookup_; // from enabling on
     TypeRegistry types_;
     BuiltinSubscriber builtin_subscriber_;

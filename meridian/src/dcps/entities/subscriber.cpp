@@ -6,8 +6,8 @@
 
 namespace meridian::dcps {
 
-discovery::EndpointCache& SubscriberImpl::publications() const {
-    return participant_.store().publications();
+discovery::AnnouncementWatch& SubscriberImpl::announcements() const {
+    return participant_.announcements();
 }
 
 DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,

@@ -32,7 +32,7 @@ class SubscriberImpl final : public EndpointGroup<ReaderTraits> {
         : EndpointGroup(participant, guid, qos) {}
     ~SubscriberImpl() override = default;
 
-    discovery::EndpointCache& publications() const override;
+    discovery::AnnouncementWatch& announcements() const override;
     DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                              const DDS_InstanceHandle_t& endpoint) override;
 

@@ -1,7 +1,8 @@
 #pragma once
 
-// Tells of samples that came and could not be taken: when it begins, and how many they were at the end. As
-// errors, since what is reported is not all there was, which must show at every verbosity but silence.
+// Tells of samples that came and could not be taken: as a warning when it begins, and how many they were at
+// the end as an error, since what was reported is not all there was, which must show at every verbosity but
+// silence.
 
 #include <array>
 #include <cstdint>
@@ -20,7 +21,7 @@ class NotTakenReport {
             "no memory is left for samples that come in fragments; they are dropped"};
         uint64_t& total = totals_[static_cast<size_t>(reason)];
         if (total == 0)
-            MERIDIAN_LOG_ERROR("dcps", "topic \"%s\": %s", topic, kFirst[static_cast<size_t>(reason)]);
+            MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": %s", topic, kFirst[static_cast<size_t>(reason)]);
         total += count;
     }
     void tell_totals(const char* topic) const {

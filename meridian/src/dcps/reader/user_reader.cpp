@@ -78,7 +78,7 @@ bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
 
 void UserReader::stop() {
     membership_.leave();
-    subscriber_.publications().forget(*this);
+    subscriber_.announcements().forget(*this);
     delivery_.remove(*this);
 }
 
@@ -232,7 +232,7 @@ void UserReader::matched(const rtps::RemoteEndpoint& remote) {
         withheld_.begin(remote.guid, monotonic_now());
         changed(statuses_.writer_matched(remote.guid));
     }
-    const bool awaits = subscriber_.publications().await_announcement(remote.guid, *this);
+    const bool awaits = subscriber_.announcements().begin(remote.guid, *this);
     MutexLock lock(mutex_);
     if (awaits)
         arm_timer();
@@ -329,13 +329,16 @@ void UserReader::tell_overwritten(bool at_end) {
 
 void UserReader::deliver() {
     ReaderNotices::Call call;
+    std::vector<rtps::Guid> given_up;
     {
         MutexLock lock(mutex_);
         const rtps::MonotonicTime now = monotonic_now();
         if (armed_ <= now) {
             armed_ = rtps::kNever;
-            for (const WithheldSamples::Withheld& withheld : withheld_.release_due(now))
+            for (const WithheldSamples::Withheld& withheld : withheld_.release_due(now)) {
                 stored(store_all(withheld));
+                given_up.push_back(withheld.writer);
+            }
             cache_.on_timer(now, missed_);
             for (const DDS_InstanceHandle_t& instance : missed_)
                 notices_.changed_in_call(statuses_.deadline_missed(instance));
@@ -343,6 +346,8 @@ void UserReader::deliver() {
         }
         call = notices_.next_call();
     }
+    for (const rtps::Guid& writer : given_up)
+        subscriber_.announcements().give_up(writer, *this);
     if (call.link == nullptr || call.statuses == 0)
         return;
     if (DDSDataReaderListener* listener = call.link->enter()) {

@@ -12,7 +12,7 @@
 #include "dcps/reader/sample_decoder.h"
 #include "dcps/reader/sample_stock.h"
 #include "dcps/reader/withheld_samples.h"
-#include "discovery/endpoint_cache.h"
+#include "discovery/announcement_watch.h"
 #include "meridian/subscriber.h"
 #include "meridian/untyped_entities.h"
 
@@ -25,7 +25,7 @@ class UserReader;
 class ReaderOwner : public EndpointOwner<DDSSubscriber, UserReader> {
   public:
     /// What the application is told of remote publications.
-    virtual discovery::EndpointCache& publications() const = 0;
+    virtual discovery::AnnouncementWatch& announcements() const = 0;
     virtual DDS_ReturnCode_t participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                                      const DDS_InstanceHandle_t& endpoint) = 0;
 

@@ -104,20 +104,23 @@ size_t sample_memory(const void* sample) {
            static_cast<const DDS_DynamicData*>(sample)->impl().memory();
 }
 
-/// Keeps the bytes, which are decoded on access. A payload that cannot be decoded is a sample all the same.
+/// Keeps the bytes, which are decoded on access. A payload that cannot be decoded is a sample all the same,
+/// and so is one that is too large: it holds nothing.
 bool deserialize(PRESTypePluginEndpointData data, void** sample, bool*, QUIXCdrStream* stream, bool,
                  bool deserialize_sample) {
     if (!deserialize_sample)
         return true;
-    Endpoint& endpoint = endpoint_of(data);
+    const DynamicContext& context = *endpoint_of(data).context;
     const ByteView payload = rest_of(*stream);
-    if (static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint.context, payload, source_of(*stream)))
-        return true;
-    MERIDIAN_LOG_WARNING("dcps",
-                         "topic \"%s\": a sample of %zu bytes exceeds the largest serialized size, %u",
-                         endpoint.context->topic_name.c_str(), payload.size,
-                         endpoint.context->serialization.max_size_serialized);
-    return false;
+    if (!static_cast<DDS_DynamicData*>(*sample)->impl().assign(endpoint_of(data).context, payload,
+                                                               source_of(*stream)) &&
+        context.too_large.is_first())
+        MERIDIAN_LOG_ERROR("dcps",
+                           "topic \"%s\": a sample of %zu bytes exceeds the largest serialized size, %u: its "
+                           "contents are not shown",
+                           context.topic_name.c_str(), payload.size,
+                           context.serialization.max_size_serialized);
+    return true;
 }
 
 bool compute_key_hash(Endpoint& endpoint, ByteView payload, const SampleSource& source, bool key_only,

@@ -175,7 +175,7 @@ class DestinationList {
   public:
     explicit DestinationList(uint32_t domain_id) : domain_id_(domain_id) {}
 
-    /// Port 0: the well-known ones.
+    /// Port 0: the well-known one. A unicast address has those of the participants.
     void add(const IpAddress& address, unsigned index_limit, uint16_t port = 0) {
         if (address.is_multicast()) {
             const auto ports = multicast_ports(domain_id_);
@@ -187,10 +187,6 @@ class DestinationList {
                 add(to_host_locator(address, port));
                 add(to_locator(address, port));
             }
-            return;
-        }
-        if (port != 0) {
-            add(to_locator(address, port));
             return;
         }
         for (unsigned index = 0; index <= index_limit; ++index) {
@@ -214,24 +210,25 @@ class DestinationList {
 
 } // namespace
 
-std::optional<LocatorList> resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config,
-                                         std::string& error) {
+Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config) {
+    Peers result;
     DestinationList destinations(config.domain_id);
-    bool any = false;
-    error.clear();
     for (const std::string& text : peers) {
         std::string reason;
         const std::optional<PeerText> peer = parse_peer(text, reason);
         const std::vector<IpAddress> addresses =
             peer ? addresses_of(*peer, config, reason) : std::vector<IpAddress>{};
         if (addresses.empty())
-            error += (error.empty() ? "peer '" : "; peer '") + text + "' cannot be used: " + reason;
-        else
-            any = true;
-        for (const IpAddress& address : addresses)
-            destinations.add(address, peer->index_limit, peer->port);
+            result.unusable.push_back("peer '" + text + "' cannot be used: " + reason);
+        for (const IpAddress& address : addresses) {
+            if (peer->port != 0 && !address.is_multicast())
+                result.with_port.push_back(to_locator(address, peer->port));
+            else
+                destinations.add(address, peer->index_limit, peer->port);
+        }
     }
-    return any || peers.empty() ? std::optional<LocatorList>(destinations.take()) : std::nullopt;
+    result.destinations = destinations.take();
+    return result;
 }
 
 LocatorList default_peers(const TransportConfig& config) {

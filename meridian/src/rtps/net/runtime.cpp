@@ -12,10 +12,17 @@ namespace meridian::rtps::net {
 
 namespace {
 
-std::optional<LocatorList> destinations(const RuntimeConfig& config, std::string& error) {
+/// False with the reasons where no peer is left.
+bool find_peers(const RuntimeConfig& config, Peers& peers, std::string& error) {
     if (config.peers.empty())
-        return default_peers(config.transport);
-    return resolve_peers(config.peers, config.transport, error);
+        peers.destinations = default_peers(config.transport);
+    else
+        peers = resolve_peers(config.peers, config.transport);
+    if (!peers.destinations.empty() || !peers.with_port.empty())
+        return true;
+    for (const std::string& reason : peers.unusable)
+        error += (error.empty() ? "" : "; ") + reason;
+    return false;
 }
 
 /// The transports carry messages of one size, since a message may go to peers of both families.
@@ -35,17 +42,19 @@ uint64_t seed_from(const GuidPrefix& prefix) {
 } // namespace
 
 bool Runtime::check(const RuntimeConfig& config, std::string& error) {
-    return net::check(config.transport, error) && destinations(config, error).has_value();
+    Peers peers;
+    return net::check(config.transport, error) && find_peers(config, peers, error);
 }
 
 std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, std::string& error) {
     assert(config.own_participants);
     const std::shared_ptr<OwnParticipants> own = std::move(config.own_participants);
-    std::string unusable;
-    const std::optional<LocatorList> peers = destinations(config, unusable);
-    if (!peers) {
-        error = unusable;
+    Peers peers;
+    if (!find_peers(config, peers, error))
         return nullptr;
+    for (const std::string& reason : peers.unusable) {
+        if (own->is_news(reason))
+            MERIDIAN_LOG_ERROR("net", "%s", reason.c_str());
     }
     const std::shared_ptr<ReceiveThread> thread = own->receive_thread(config.transport, error);
     if (!thread)
@@ -57,7 +66,8 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     ParticipantConfig participant = std::move(config.participant);
     participant.is_own = [own](const GuidPrefix& prefix) { return own->contains(prefix); };
     participant.domain_id = config.transport.domain_id;
-    participant.initial_peers = *peers;
+    participant.initial_peers = peers.destinations;
+    participant.servers = peers.with_port;
     participant.max_message_size = max_message_size(config.transport);
     participant.seed = seed_from(participant.prefix);
     participant.secret_begin = 1000 + random_word() % 1024;

@@ -41,6 +41,9 @@ struct ParticipantConfig {
     OwnLocators locators;
     /// Where participant announcements go: multicast groups and unicast peers, with their ports.
     LocatorList initial_peers;
+    /// Further ones, where a discovery server may listen: a participant there that says it is one speaks for
+    /// others.
+    LocatorList servers;
     /// Largest datagram sent; larger samples go as fragments. At least 576.
     size_t max_message_size = 14720;
     /// Builtin endpoints beyond those that this class always has (participants, publications, subscriptions

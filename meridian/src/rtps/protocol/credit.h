@@ -26,13 +26,18 @@ class Credit {
     /// Who has this address, whatever the port, reads what is sent there, and answers in the participant's
     /// name.
     void confirm(const Locator& address) {
-        if (is_confirmed(address) || doubts_ >= kMostDoubts)
+        if (is_confirmed(address))
             return;
+        if (doubts_ > 0) {
+            --doubts_;
+            return;
+        }
         if (confirmed_.size() == kMostAddresses)
             confirmed_.erase(confirmed_.begin());
         confirmed_.push_back(address);
     }
-    /// An answer was wrong: who guesses for long enough is right in the end.
+    /// An answer was wrong, and one more right one is needed: who guesses for long enough is right in the
+    /// end.
     void doubt() { doubts_ = std::min(doubts_ + 1, kMostDoubts); }
     bool is_confirmed(const Locator& address) const {
         return std::any_of(confirmed_.begin(), confirmed_.end(), [&address](const Locator& one) {
@@ -45,7 +50,7 @@ class Credit {
     static constexpr size_t kMost =
         65536; // else who sends much and then names another address could do much harm
     static constexpr size_t kMostAddresses = 4;
-    static constexpr int kMostDoubts = 4;
+    static constexpr int kMostDoubts = 100;
     size_t left_ = 0;
     int doubts_ = 0;
     LocatorList confirmed_;

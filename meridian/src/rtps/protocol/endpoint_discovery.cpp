@@ -85,13 +85,25 @@ void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<Re
 void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     RemoteEndpoint& waiting = *endpoint.waiting;
     const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
-    if (participant != nullptr && settler_ != nullptr && waiting.is_writer) {
+    if (participant == nullptr)
+        return; // a discovery server told of the endpoint first
+    if (settler_ != nullptr && waiting.is_writer) {
         TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }
     if (waiting.type_state != TypeState::waiting)
         make_visible(endpoint);
+}
+
+void EndpointDiscovery::participant_known(const GuidPrefix& prefix) {
+    const auto endpoints = by_participant_.find(prefix);
+    if (endpoints == by_participant_.end())
+        return;
+    for (const auto& entry : endpoints->second.by_entity) {
+        if (entry.second->waiting != nullptr)
+            settle(*entry.second);
+    }
 }
 
 void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeRef& type) {
@@ -119,11 +131,7 @@ void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
 }
 
 void EndpointDiscovery::on_dispose(const Sample& sample) {
-    std::optional<Guid> key;
-    if (sample.inline_qos.key_hash)
-        key = guid_of(*sample.inline_qos.key_hash);
-    else
-        key = decode_key(sample.payload, {}, native_endianness());
+    const std::optional<Guid> key = subject_of(sample);
     if (key && participants_.speaks_for(sample.writer.prefix, key->prefix))
         remove(*key, GoneReason::disposed, sample.source_timestamp);
 }

@@ -62,6 +62,8 @@ class EndpointDiscovery {
     /// Samples of the builtin readers; writers: of the one for publications.
     void on_sample(const Sample& sample, bool writers);
 
+    /// What a discovery server told of its endpoints before can be seen now.
+    void participant_known(const GuidPrefix& prefix);
     /// Removes its endpoints.
     void participant_gone(const GuidPrefix& prefix, GoneReason reason);
     void clear();

@@ -10,7 +10,6 @@ namespace {
 
 constexpr Duration kRestartProof = std::chrono::milliseconds(500);
 constexpr int kRestartHeartbeats = 3;
-constexpr int kRestartLowerEnds = 2;
 // Packets are delayed by less than this; heartbeats that look old later than this are worth a question.
 constexpr Duration kLongestDelay = std::chrono::milliseconds(100);
 constexpr Duration kClaimProof = std::chrono::milliseconds(100);
@@ -25,14 +24,9 @@ HeartbeatJudge::Verdict HeartbeatJudge::judge(const Heartbeat& heartbeat, Sequen
     const uint32_t steps = static_cast<uint32_t>(heartbeat.count) - static_cast<uint32_t>(count_);
     if (!newer(heartbeat.count, count_))
         return judge_old(heartbeat, now);
-    if (steps > kFarCount || heartbeat.last > known + kFarAhead)
+    if (steps > kFarCount || heartbeat.last > known + kFarAhead || heartbeat.last < last_)
         return judge_claim(heartbeat, now);
-    if (heartbeat.last >= last_)
-        return believe(heartbeat, Verdict::believed, now);
-    count_ = heartbeat.count;
-    if (++lower_ends_ < kRestartLowerEnds)
-        return Verdict::doubtful;
-    return believe(heartbeat, Verdict::began_anew, now);
+    return believe(heartbeat, Verdict::believed, now);
 }
 
 HeartbeatJudge::Verdict HeartbeatJudge::judge_old(const Heartbeat& heartbeat, MonotonicTime now) {
@@ -51,13 +45,13 @@ HeartbeatJudge::Verdict HeartbeatJudge::judge_old(const Heartbeat& heartbeat, Mo
     return now - time_ >= kLongestDelay ? Verdict::doubtful : Verdict::ignored;
 }
 
-/// A jump is believed when later heartbeats agree with it and none speaks against it.
+/// A jump forward or back is believed when later heartbeats agree with it and none speaks against it.
 HeartbeatJudge::Verdict HeartbeatJudge::judge_claim(const Heartbeat& heartbeat, MonotonicTime now) {
     if (!claim_ || !newer(heartbeat.count, claim_->count) || heartbeat.last < claim_->last)
         claim_ = Claim{heartbeat.count, heartbeat.last, now};
     if (now - claim_->since < kClaimProof)
         return Verdict::doubtful;
-    return believe(heartbeat, Verdict::believed, now);
+    return believe(heartbeat, heartbeat.last < last_ ? Verdict::began_anew : Verdict::believed, now);
 }
 
 HeartbeatJudge::Verdict HeartbeatJudge::believe(const Heartbeat& heartbeat, Verdict verdict,
@@ -68,7 +62,6 @@ HeartbeatJudge::Verdict HeartbeatJudge::believe(const Heartbeat& heartbeat, Verd
     last_ = heartbeat.last;
     time_ = now;
     old_ = 0;
-    lower_ends_ = 0;
     claim_.reset();
     return verdict;
 }

@@ -44,8 +44,7 @@ class HeartbeatJudge {
     int old_ = 0;
     Count old_count_ = 0;
     MonotonicTime old_since_{0};
-    int lower_ends_ = 0; // in a row, that end below an earlier one
-    std::optional<Claim> claim_;
+    std::optional<Claim> claim_; // of a newer count, not believed yet
 };
 
 } // namespace meridian::rtps

@@ -31,6 +31,16 @@ bool announces_endpoints(const LocalEndpoint& local) {
     return id == entity::publications_writer || id == entity::subscriptions_writer;
 }
 
+/// Participants are told reliably by discovery servers only, and these tell of the endpoints of all whom they
+/// know.
+bool speak_with_each_other(const LocalEndpoint& local, const RemoteParticipant& remote) {
+    const EntityId id = local.data.guid.entity;
+    if (id == entity::participant_writer || id == entity::participant_reader)
+        return remote.is_server;
+    return !remote.is_relayed || !(announces_endpoints(local) || id == entity::publications_reader ||
+                                   id == entity::subscriptions_reader);
+}
+
 bool contains(const std::vector<LocalEndpoint*>& list, const LocalEndpoint& endpoint) {
     return std::find(list.begin(), list.end(), &endpoint) != list.end();
 }
@@ -123,7 +133,8 @@ void LocalEndpoints::match_participant(LocalEndpoint& local, const RemotePartici
     const Guid guid{remote.data->guid.prefix, local.builtin_peer->remote};
     // A writer of its that believed to be matched would wait for acknowledgements that never come.
     const bool is_told = !announces_endpoints(local) || events_.admits(guid.prefix);
-    if ((remote.data->builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told)
+    if ((remote.data->builtin_endpoints & local.builtin_peer->remote_bit) == 0 || !is_told ||
+        !speak_with_each_other(local, remote))
         disconnect(local, guid);
     else // builtin counterparts have the QoS of ours
         connect(local, guid, local.data.qos, remote.metatraffic, now);

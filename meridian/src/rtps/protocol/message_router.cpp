@@ -141,8 +141,13 @@ void MessageRouter::take_sample(const MessageContext& context, const Sample& sam
     assert_liveliness(writer);
 }
 
+bool MessageRouter::from_server(const MessageContext& context) const {
+    const RemoteParticipant* remote = participants_.find(context.source);
+    return remote != nullptr && remote->is_server;
+}
+
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
-    if (data.writer == entity::participant_writer) {
+    if (data.writer == entity::participant_writer && !from_server(context)) {
         participants_.on_data(context, data, datagram_.source, now_);
         return;
     }

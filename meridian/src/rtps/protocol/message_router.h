@@ -68,6 +68,7 @@ class MessageRouter final : private MessageVisitor {
     template <typename Submessage>
     void tell_writer(const MessageContext& context, const Submessage& submessage,
                      void (ReliableWriter::*operation)(const Guid&, const Submessage&, MonotonicTime));
+    bool from_server(const MessageContext& context) const;
     /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);
     void assert_liveliness(const Guid& writer);

@@ -41,6 +41,11 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
     add_builtin_writer(entity::subscriptions_writer, {entity::subscriptions_reader, kSubscriptionsDetector});
     add_builtin_writer(entity::participant_message_writer,
                        {entity::participant_message_reader, kParticipantMessageReader});
+    if (!config_.servers.empty()) {
+        add_builtin_reader(entity::participant_reader, {entity::participant_writer, kParticipantAnnouncer},
+                           relays_);
+        add_builtin_writer(entity::participant_writer, {entity::participant_reader, kParticipantDetector});
+    }
 }
 
 Participant::~Participant() = default;
@@ -75,6 +80,7 @@ void Participant::start(Now now) {
         return;
     running_ = true;
     now_ = now;
+    tell_servers(now);
     participants_.start(now);
     finish(now);
 }
@@ -151,6 +157,7 @@ void Participant::ignore_participant(const GuidPrefix& prefix, Now now) {
 void Participant::set_locators(const OwnLocators& locators, Now now) {
     now_ = now;
     participants_.set_locators(locators, now);
+    tell_servers(now);
     finish(now);
 }
 
@@ -162,6 +169,7 @@ void Participant::set_announcement(const std::string& name, const std::vector<Pr
     data.properties = properties;
     data.user_data = user_data;
     participants_.set_announced(data, now);
+    tell_servers(now);
     for (const GuidPrefix& prefix : participants_.prefixes())
         locals_.match_participant(*participants_.find(prefix), now.monotonic);
     endpoints_.for_each([&](DiscoveredEndpoint& endpoint) { locals_.match_all(endpoint, now.monotonic); });
@@ -340,9 +348,25 @@ void Participant::on_oversized_sample(const Guid& writer, size_t size, size_t li
                        " bytes, more than the limit of " + std::to_string(limit) + "; dropped");
 }
 
+void Participant::tell_servers(Now now) {
+    if (config_.servers.empty())
+        return;
+    ReliableWriter& writer = builtin_writer(entity::participant_writer);
+    WriteRequest request;
+    request.payload = participants_.announcement_to_servers();
+    request.instance = key_hash_of(guid());
+    // The numbers of what is sent to servers without and with this writer must agree.
+    for (std::optional<SequenceNumber> number; !number || *number < participants_.announced_version();) {
+        number = writer.write(request, now);
+        if (!number)
+            return;
+    }
+}
+
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {
     events_.participant_discovered(remote.data);
     locals_.match_participant(remote, now.monotonic);
+    endpoints_.participant_known(remote.data->guid.prefix);
 }
 
 void Participant::on_participant_changed(RemoteParticipant& remote, bool content, Now now) {

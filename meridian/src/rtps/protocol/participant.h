@@ -123,6 +123,8 @@ class Participant final : private ReaderObserver,
     void on_publication(const Sample& sample) { endpoints_.on_sample(sample, true); }
     void on_subscription(const Sample& sample) { endpoints_.on_sample(sample, false); }
     void on_participant_message(const Sample& sample);
+    void on_relayed(const Sample& sample) { participants_.on_relayed(sample, now_); }
+    void tell_servers(Now now);
 
     /// What all builtin endpoints except those for participants are (DDSI-RTPS 2.5, 8.4.13.3 and 8.5.4.2).
     EndpointData builtin_data(EntityId id) const;
@@ -163,6 +165,7 @@ class Participant final : private ReaderObserver,
     BuiltinSink publications_{*this, &Participant::on_publication};
     BuiltinSink subscriptions_{*this, &Participant::on_subscription};
     BuiltinSink participant_messages_{*this, &Participant::on_participant_message};
+    BuiltinSink relays_{*this, &Participant::on_relayed};
     EndpointSink no_news_;
     bool running_ = false;
     bool in_batch_ = false;

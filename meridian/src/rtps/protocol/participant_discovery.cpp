@@ -33,9 +33,14 @@ constexpr const char* kProcessProperty = "fastdds.physical_data.process";
 constexpr const char* kNoMemory =
     "the announcements of participants take too much memory: those that were not heard again are forgotten";
 
-const std::string* process(const ParticipantData& data) {
+// What a participant is to a discovery server, in the words of Fast DDS.
+constexpr const char* kParticipantType = "PARTICIPANT_TYPE";
+// So long a discovery server that has come back has to name those that it knew.
+constexpr Duration kRelayPatience = std::chrono::seconds(20);
+
+const std::string* property(const ParticipantData& data, const char* name) {
     for (const Property& property : data.properties) {
-        if (property.name == kProcessProperty)
+        if (property.name == name)
             return &property.value;
     }
     return nullptr;
@@ -67,8 +72,8 @@ bool another_life(const ParticipantData& a, const ParticipantData& b) {
     const ByteBuffer* second = incarnation(b);
     if (first != nullptr && second != nullptr)
         return *first != *second;
-    const std::string* process_before = process(a);
-    const std::string* process_after = process(b);
+    const std::string* process_before = property(a, kProcessProperty);
+    const std::string* process_after = property(b, kProcessProperty);
     if (process_before != nullptr && process_after != nullptr && *process_before != *process_after)
         return true;
     if (!(a.vendor == b.vendor))
@@ -83,6 +88,12 @@ bool same_content(const ParticipantData& a, const ParticipantData& b) {
     ParticipantData right = b;
     left.manual_liveliness_count = right.manual_liveliness_count = 0;
     return encode(left) == encode(right);
+}
+
+std::shared_ptr<Credit> first_credit(ByteView announcement) {
+    auto credit = std::make_shared<Credit>();
+    credit->earn(kDataHeaderSize + announcement.size);
+    return credit;
 }
 
 /// What is said in the name of a participant from an address that it was not heard from.
@@ -125,7 +136,8 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
         memory.give_back(memory.held() - needed);
         data = announced;
         announcement.assign(payload.begin(), payload.end());
-        lease = std::max(to_duration(data->lease), kShortestLease);
+        // The server watches over those that it tells of.
+        lease = is_relayed ? kNever : std::max(to_duration(data->lease), kShortestLease);
         renew(now);
         return true;
     }
@@ -134,6 +146,12 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
         timer.wake_at(expires); // it is not put off: on_timer looks again
     }
 };
+
+std::optional<Guid> subject_of(const Sample& disposal) {
+    if (disposal.inline_qos.key_hash)
+        return guid_of(*disposal.inline_qos.key_hash);
+    return decode_key(disposal.payload, {}, native_endianness());
+}
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
 
@@ -188,11 +206,14 @@ void ParticipantDiscovery::set_locators(const OwnLocators& locators, Now now) {
 }
 
 void ParticipantDiscovery::encode_announcements() {
-    announcement_ = encode(announced_);
+    ++version_;
+    ParticipantData data = announced_;
+    if (!config_.servers.empty())
+        data.properties.push_back({kParticipantType, "SUPER_CLIENT"});
+    announcement_ = encode(data);
     host_announcement_.clear();
     if (host_metatraffic_unicast_.empty() && host_default_unicast_.empty())
         return;
-    ParticipantData data = announced_;
     const auto append = [](LocatorList& list, const LocatorList& more) {
         list.insert(list.end(), more.begin(), more.end());
     };
@@ -219,13 +240,13 @@ void ParticipantDiscovery::start(Now now) {
     on_timer(now);
 }
 
-void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
+void ParticipantDiscovery::send_announcement(const Route& route, SequenceNumber number, Now now) {
     if (route.locators.empty())
         return;
     Data data;
     data.reader = entity::unknown;
     data.writer = entity::participant_writer;
-    data.sequence_number = sequence_number_;
+    data.sequence_number = number;
     data.has_payload = true;
     if (host_announcement_.empty()) {
         data.payload = announcement_;
@@ -238,23 +259,25 @@ void ParticipantDiscovery::send_announcement(const Route& route, Now now) {
     }
 }
 
-bool ParticipantDiscovery::needs_unicast(const RemoteParticipant& remote) const {
-    return remotes_.size() <= kFewParticipants || !multicasting_ ||
-           remote.data->metatraffic_multicast.empty();
+bool ParticipantDiscovery::needs_announcements(const RemoteParticipant& remote) const {
+    return !remote.is_server && !remote.is_relayed &&
+           (remotes_.size() <= kFewParticipants || !multicasting_ ||
+            remote.data->metatraffic_multicast.empty());
 }
 
 void ParticipantDiscovery::announce_to_group(Now now) {
     ++sequence_number_;
     announced_at_ = now.monotonic;
     announce_to_group_at_ = kNever;
-    send_announcement(Route{kUnknownPrefix, config_.initial_peers}, now);
+    send_announcement(Route{kUnknownPrefix, config_.initial_peers}, sequence_number_, now);
+    send_announcement(Route{kUnknownPrefix, config_.servers}, version_, now);
 }
 
 void ParticipantDiscovery::announce(Now now) {
     announce_to_group(now);
     const auto tell = [&](const Remote& remote) {
-        if (needs_unicast(remote))
-            send_announcement(remote.metatraffic, now);
+        if (needs_announcements(remote))
+            send_announcement(remote.metatraffic, sequence_number_, now);
     };
     for (const Remote* remote : acquaintances_)
         tell(*remote);
@@ -339,6 +362,36 @@ std::vector<GuidPrefix> ParticipantDiscovery::prefixes() const {
     return result;
 }
 
+ByteView ParticipantDiscovery::announcement_to_servers() const {
+    const bool all_here = std::all_of(config_.servers.begin(), config_.servers.end(),
+                                      [&](const Locator& server) { return output_.stays_on_host(server); });
+    return all_here && !host_announcement_.empty() ? host_announcement_ : announcement_;
+}
+
+bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const {
+    if (announcer == subject)
+        return true;
+    const Remote* server = find_remote(announcer);
+    if (server == nullptr || !server->is_server)
+        return false;
+    const Remote* remote = find_remote(subject);
+    return remote == nullptr || remote->is_relayed;
+}
+
+bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
+    const std::string* type = property(data, kParticipantType);
+    if (type == nullptr || (*type != "SERVER" && *type != "BACKUP"))
+        return false;
+    // It may announce other addresses than the one that the user knows, but the port is what it listens at.
+    return std::any_of(config_.servers.begin(), config_.servers.end(), [&](const Locator& server) {
+        return std::any_of(data.metatraffic_unicast.begin(), data.metatraffic_unicast.end(),
+                           [&](const Locator& own) {
+                               return own.port == server.port &&
+                                      (own.address == server.address || source.address == server.address);
+                           });
+    });
+}
+
 ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefix, EntityId sender,
                                                          const Locator& source, bool is_to_us, size_t bytes,
                                                          MonotonicTime now) {
@@ -386,7 +439,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     Remote* remote = find_remote(context.source);
     if ((qos.status_info & (kDisposed | kUnregistered)) != 0) {
         const std::optional<Guid> key = decode_key(data.payload, data.inline_qos, data.endianness);
-        if (key && remote != nullptr && speaks_for(context.source, key->prefix))
+        if (key && remote != nullptr && context.source == key->prefix)
             on_farewell(*remote, data, source, now);
         return;
     }
@@ -408,8 +461,43 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
             "announcement of participant " + to_string(context.source) + " not understood: " + error);
         return;
     }
-    if (speaks_for(context.source, decoded->guid.prefix))
+    if (context.source == decoded->guid.prefix)
         on_announcement(std::move(*decoded), data, source, now);
+}
+
+void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
+    const Remote* server = find_remote(sample.writer.prefix);
+    if (!running_ || server == nullptr || !server->is_server)
+        return;
+    const GuidPrefix server_prefix = server->prefix();
+    const Locator source = server->announced_from;
+    if ((sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0) {
+        const std::optional<Guid> key = subject_of(sample);
+        if (key && speaks_for(server_prefix, key->prefix))
+            remove(key->prefix, GoneReason::disposed, now);
+        return;
+    }
+    std::string error;
+    std::optional<ParticipantData> decoded =
+        sample.has_payload ? decode_participant(sample.payload, error) : std::nullopt;
+    if (!decoded || excludes(decoded->guid.prefix) || !speaks_for(server_prefix, decoded->guid.prefix))
+        return;
+    const auto data = std::make_shared<const ParticipantData>(std::move(*decoded));
+    if (Remote* remote = find_remote(data->guid.prefix))
+        take(*remote, data, sample.payload, sample.sequence_number, source, false, now);
+    else if (of_this_domain(*data))
+        discover(data, sample.payload, sample.sequence_number, source, true, first_credit(sample.payload),
+                 now);
+}
+
+void ParticipantDiscovery::await_relays(Now now) {
+    for (const auto& entry : remotes_) {
+        Remote& remote = *entry.second;
+        if (!remote.is_relayed)
+            continue;
+        remote.expires = now.monotonic + kRelayPatience;
+        remote.timer.wake_at(remote.expires);
+    }
 }
 
 void ParticipantDiscovery::on_farewell(Remote& remote, const Data& message, const Locator& source, Now now) {
@@ -435,11 +523,9 @@ void ParticipantDiscovery::on_announcement(ParticipantData&& announced, const Da
     const auto data = std::make_shared<const ParticipantData>(std::move(announced));
     Remote* remote = find_remote(data->guid.prefix);
     if (remote == nullptr) {
-        if (!of_this_domain(*data))
-            return;
-        auto credit = std::make_shared<Credit>();
-        credit->earn(kDataHeaderSize + message.payload.size);
-        discover(data, message.payload, message.sequence_number, source, std::move(credit), now);
+        if (of_this_domain(*data))
+            discover(data, message.payload, message.sequence_number, source, false,
+                     first_credit(message.payload), now);
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
@@ -458,10 +544,11 @@ void ParticipantDiscovery::take(Remote& remote, const ParticipantRef& data, Byte
                                 Now now) {
     const bool is_here = of_this_domain(*data);
     if (!is_here || is_other_process || another_life(*remote.data, *data)) {
+        const bool is_relayed = remote.is_relayed;
         std::shared_ptr<Credit> credit = remote.credit;
         remove(remote.prefix(), GoneReason::replaced, now);
         if (is_here)
-            discover(data, payload, sequence_number, source, std::move(credit), now);
+            discover(data, payload, sequence_number, source, is_relayed, std::move(credit), now);
         return;
     }
     remote.doubt = nullptr;
@@ -500,7 +587,7 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
     remote.doubt->ask_at = now.monotonic + kAskPause;
     remote.timer.wake_at(remote.doubt->ask_at);
     // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
-    send_announcement(remote.metatraffic, now);
+    send_announcement(remote.metatraffic, sequence_number_, now);
     listener_.on_participant_doubted(remote);
 }
 
@@ -550,7 +637,7 @@ bool ParticipantDiscovery::forget_one(Now now) {
 }
 
 void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload,
-                                    SequenceNumber sequence_number, const Locator& source,
+                                    SequenceNumber sequence_number, const Locator& source, bool is_relayed,
                                     std::shared_ptr<Credit> credit, Now now) {
     if (remotes_.size() >= config_.max_remote_participants) {
         warnings_.error("participant limit",
@@ -568,6 +655,8 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
     remote.announced_from = source;
     remote.credit = std::move(credit);
     remote.discovered_at = now.monotonic;
+    remote.is_relayed = is_relayed;
+    remote.is_server = !is_relayed && is_server(*data, source);
     while (!remote.set_data(data, payload, now.monotonic)) {
         warnings_.error("participant memory", kNoMemory);
         if (!forget_one(now))
@@ -576,10 +665,13 @@ void ParticipantDiscovery::discover(const ParticipantRef& data, ByteView payload
     choose_routes(remote);
     remote.place = strangers_.insert(strangers_.end(), &remote);
     remotes_.emplace(remote.prefix(), std::move(added));
-    // First, so that it knows us before it gets what the listener sends.
-    ++sequence_number_;
-    send_announcement(remote.metatraffic, now);
-    announce_soon(now.monotonic);
+    if (remote.is_server)
+        await_relays(now);
+    if (!remote.is_server && !remote.is_relayed) {
+        // First, so that it knows us before it gets what the listener sends.
+        send_announcement(remote.metatraffic, ++sequence_number_, now);
+        announce_soon(now.monotonic);
+    }
     listener_.on_participant_discovered(remote, now);
 }
 
@@ -611,9 +703,10 @@ void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
     const ByteBuffer announcement = remote->announcement;
     const SequenceNumber sequence_number = remote->sequence_number;
     const Locator source = remote->announced_from;
+    const bool is_relayed = remote->is_relayed;
     std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);
-    discover(data, announcement, sequence_number, source, std::move(credit), now);
+    discover(data, announcement, sequence_number, source, is_relayed, std::move(credit), now);
 }
 
 MonotonicTime ParticipantDiscovery::next_deadline() const {

@@ -18,6 +18,7 @@
 
 #include <list>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -26,6 +27,7 @@
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/events.h"
 #include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/sinks.h"
 #include "rtps/protocol/timer_queue.h"
 #include "rtps/protocol/warn_once.h"
 #include "rtps/wire/message.h"
@@ -40,7 +42,12 @@ struct RemoteParticipant {
     Route metatraffic;              // chosen from what it announces
     Route user;                     // for endpoints without locators of their own
     std::shared_ptr<Credit> credit; // of all addresses that it or its endpoints announce
+    bool is_server = false;         // a discovery server that the user named
+    bool is_relayed = false;        // known from such a server only
 };
+
+/// Which participant or endpoint a sample of a builtin writer disposes of.
+std::optional<Guid> subject_of(const Sample& disposal);
 
 class ParticipantDiscovery {
   public:
@@ -75,6 +82,11 @@ class ParticipantDiscovery {
 
     /// A DATA of a participant writer.
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
+    /// What a discovery server tells, of itself and of others: samples of its participant writer.
+    void on_relayed(const Sample& sample, Now now);
+    /// What is announced to discovery servers, and the number of this state of it; they want each once.
+    ByteView announcement_to_servers() const;
+    SequenceNumber announced_version() const { return version_; }
     enum class Hearing { nothing, announcements, everything };
     /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
     /// it names this participant; bytes: of it that were not told before. What of it is taken: nothing of own
@@ -84,10 +96,9 @@ class ParticipantDiscovery {
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
-    /// alone: whoever could end what others have could hide it.
-    bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const {
-        return announcer == subject;
-    }
+    /// alone: whoever could end what others have could hide it. Only a discovery server speaks for those that
+    /// do not speak for themselves.
+    bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const;
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
@@ -118,20 +129,23 @@ class ParticipantDiscovery {
     void settle_doubt(Remote& remote, Now now);
     void on_timer_of(Remote& remote);
     void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
-                  const Locator& source, std::shared_ptr<Credit> credit, Now now);
+                  const Locator& source, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
+    bool is_server(const ParticipantData& data, const Locator& source) const;
+    /// The server has come back: those that it does not name again have gone meanwhile.
+    void await_relays(Now now);
     void on_change(Remote& remote, const Locator& source, Now now);
     /// False where all are needed.
     bool forget_one(Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;
-    bool needs_unicast(const RemoteParticipant& remote) const;
+    bool needs_announcements(const RemoteParticipant& remote) const;
     void take_locators(const OwnLocators& locators);
     void encode_announcements();
     void announce_changes(Now now);
     void announce(Now now);
     void announce_to_group(Now now);
-    void send_announcement(const Route& route, Now now);
+    void send_announcement(const Route& route, SequenceNumber number, Now now);
     void announce_soon(MonotonicTime now);
     Duration jittered(Duration period);
 
@@ -146,6 +160,7 @@ class ParticipantDiscovery {
     LocatorList host_default_unicast_;
     ByteBuffer host_announcement_; // empty: the same
     SequenceNumber sequence_number_ = 0;
+    SequenceNumber version_ = 0;
     bool running_ = false;
     int burst_left_ = 0;
     MonotonicTime announce_at_ = kNever;

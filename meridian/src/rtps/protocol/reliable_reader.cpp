@@ -349,6 +349,7 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         (p.jumped_from == 0 || now - p.jumped_at > kOneJump)) {
         p.jumped_from = p.next;
         p.jumped_at = now;
+        ask(p, now);
     }
     p.last_known = heartbeat.last;
     drop_held_from(p, heartbeat.last + kFarAhead);

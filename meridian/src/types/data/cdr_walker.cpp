@@ -166,6 +166,12 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
         return skip_primitives(reader, size, count);
     if (size != 0 && count > reader.remaining() / size)
         return fail("more elements than the sample holds");
+    const bool as_usual = size == primitive_size(content->kind); // not four octets for a wide character
+    if (size != 0 && as_usual && count != 0 && sink != nullptr && sink->takes_primitives(*content, count)) {
+        if (!reader.align(size) || count > reader.remaining() / size)
+            return fail("more elements than the sample holds");
+        return sink->primitives(*content, reader, count);
+    }
     for (uint64_t i = 0; i < count; ++i) {
         if (sink != nullptr && !sink->element(i))
             return false;

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "platform/text.h"
 #include "types/data/cdr_walker.h"
 #include "types/data/scalar_text.h"
 
@@ -83,16 +84,9 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
         uint16_t unit = 0;
         if (quads ? !reader.read(point) : !reader.read(unit))
             return fail("the sample ends within it");
-        if (!quads) {
-            wide += static_cast<char16_t>(unit);
-        } else if (point > 0x10ffff) {
+        if (point > 0x10ffff)
             return fail("a wide character beyond Unicode");
-        } else if (point > 0xffff) {
-            wide += static_cast<char16_t>(0xd7c0 + (point >> 10));
-            wide += static_cast<char16_t>(0xdc00 + (point & 0x3ff));
-        } else {
-            wide += static_cast<char16_t>(point);
-        }
+        append_utf16_of(wide, quads ? point : char32_t{unit});
     }
     const size_t end = wide.find(u'\0');
     value.wide_text = std::u16string_view(wide).substr(0, end);

@@ -1,5 +1,6 @@
 #include "meridian/dynamic_data.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -24,21 +25,70 @@ class SampleWalk final : public JsonWalk {
   private:
     bool decode(ValueSink& sink) const { // the logger tells its name
         std::string failure;
-        if (sample_.context()->reader.walk(sample_.payload(), &sink, failure, sample_.source()))
+        const DynamicContext& context = *sample_.context();
+        if (context.reader.walk(sample_.payload(), &sink, failure, sample_.source()))
             return true;
-        MERIDIAN_LOG_ERROR("types", "topic \"%s\": a sample cannot be decoded: %s",
-                           sample_.context()->topic_name.c_str(), failure.c_str());
+        if (!failure.empty() && context.undecodable.is_first()) // empty: the printer had enough
+            MERIDIAN_LOG_ERROR("types", "topic \"%s\": a sample cannot be decoded: %s",
+                               context.topic_name.c_str(), failure.c_str());
         return false;
     }
 
     const DynamicSample& sample_;
 };
 
-bool print_plain(const DynamicSample& sample, DDS_Long indent, PrintBuffers& buffers) {
-    PlainPrinter printer(buffers, indent);
-    const bool done = SampleWalk(sample)(printer);
+class FileSpill final : public TextSpill {
+  public:
+    explicit FileSpill(FILE* file) : file_(file) {}
+    void take(std::string_view text) override {
+        failed_ = std::fwrite(text.data(), 1, text.size(), file_) != text.size() || failed_;
+    }
+    bool failed() const { return failed_; }
+
+  private:
+    FILE* const file_;
+    bool failed_ = false;
+};
+
+/// Counts, for a text that is asked for its length only and would take much memory.
+class CountSpill final : public TextSpill {
+  public:
+    void take(std::string_view text) override { size += text.size(); }
+    uint64_t size = 0;
+};
+
+/// Fills a buffer with all behind the first octet.
+class BufferSpill final : public TextSpill {
+  public:
+    BufferSpill(char* buffer, size_t room) : buffer_(buffer), room_(room) {}
+    void take(std::string_view text) override {
+        if (is_first_ && !text.empty())
+            text.remove_prefix(1);
+        is_first_ = false;
+        const size_t length = std::min(text.size(), room_);
+        std::memcpy(buffer_, text.data(), length);
+        buffer_ += length;
+        room_ -= length;
+    }
+
+  private:
+    char* buffer_;
+    size_t room_;
+    bool is_first_ = true;
+};
+
+bool print_plain(const DynamicSample& sample, DDS_Long indent, TextSpill* spill) {
+    PlainPrinter printer(sample.text(), indent, {spill, text_limit(sample.payload().size)});
+    const bool done = SampleWalk(sample)(printer) || printer.is_cut();
     printer.close();
     return done;
+}
+
+bool print_as(const DynamicSample& sample, const DDS_PrintFormatProperty& property, TextSpill* spill) {
+    if (property.kind != DDS_JSON_PRINT_FORMAT)
+        return print_plain(sample, 0, spill);
+    const JsonStyle style{property.pretty_print, property.enum_as_int};
+    return print_json(SampleWalk(sample), style, sample.text(), {spill, text_limit(sample.payload().size)});
 }
 
 } // namespace
@@ -52,17 +102,22 @@ DDS_DynamicData& DDS_DynamicData::operator=(DDS_DynamicData other) noexcept {
 }
 DDS_DynamicData::~DDS_DynamicData() = default;
 
+DDS_Boolean DDS_DynamicData::is_too_large() const {
+    return impl_->is_too_large();
+}
+
 DDS_ReturnCode_t DDS_DynamicData::print(FILE* file, DDS_Long indent) const {
     if (file == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     if (impl_->context() == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
+    FileSpill spill(file);
     std::string& text = impl_->text().text;
     text.clear();
-    const bool decoded = print_plain(*impl_, indent, impl_->text());
-    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    const bool decoded = print_plain(*impl_, indent, &spill);
+    spill.take(text);
     impl_->drop_text();
-    return decoded && written ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+    return decoded && !spill.failed() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
 }
 
 DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size,
@@ -72,32 +127,41 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
     if (property.kind != DDS_DEFAULT_PRINT_FORMAT && property.kind != DDS_JSON_PRINT_FORMAT)
         return DDS_RETCODE_UNSUPPORTED;
     std::string& text = impl_->text().text;
-    // The first octet tells which format the text that is kept has; a change of format makes it anew.
+    // The first octet tells which format the text that is kept has; a change of format makes it anew. Its
+    // place counts for the terminator.
     const char tag = static_cast<char>('0' + property.kind * 4 + (property.pretty_print ? 2 : 0) +
                                        (property.enum_as_int ? 1 : 0));
+    CountSpill counted;
     if (text.empty() || text.front() != tag) {
         text.assign(1, tag);
-        JsonStyle style;
-        style.pretty = property.pretty_print;
-        style.numeric_enumerators = property.enum_as_int;
-        const bool decoded = property.kind == DDS_JSON_PRINT_FORMAT
-                                 ? print_json(SampleWalk(*impl_), style, impl_->text())
-                                 : print_plain(*impl_, 0, impl_->text());
-        if (!decoded) {
+        if (!print_as(*impl_, property, &counted)) {
             impl_->drop_text();
             return DDS_RETCODE_ERROR;
         }
     }
-    const DDS_UnsignedLong room = size;
-    if (text.size() > UINT32_MAX)
+    const uint64_t needed = counted.size + text.size();
+    if (needed > UINT32_MAX) {
+        impl_->drop_text();
         return DDS_RETCODE_OUT_OF_RESOURCES;
-    size = static_cast<DDS_UnsignedLong>(text.size()); // the tag stands for the terminator
+    }
+    const DDS_UnsignedLong room = size;
+    size = static_cast<DDS_UnsignedLong>(needed);
+    const bool is_whole = counted.size == 0;
+    if (!is_whole) // what is left of it is of no use
+        text.clear();
     if (buffer == nullptr)
         return DDS_RETCODE_OK;
     if (room < size)
         return DDS_RETCODE_OUT_OF_RESOURCES;
-    std::memcpy(buffer, text.data() + 1, text.size() - 1);
-    buffer[text.size() - 1] = '\0';
+    if (is_whole) {
+        std::memcpy(buffer, text.data() + 1, text.size() - 1);
+    } else {
+        BufferSpill filled(buffer, size);
+        text.assign(1, tag);
+        print_as(*impl_, property, &filled);
+        filled.take(text);
+    }
+    buffer[size - 1] = '\0';
     impl_->drop_text();
     return DDS_RETCODE_OK;
 }

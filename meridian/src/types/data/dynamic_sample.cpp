@@ -1,5 +1,7 @@
 #include "types/data/dynamic_sample.h"
 
+#include "platform/log.h"
+
 namespace meridian::types {
 
 namespace {
@@ -9,11 +11,23 @@ constexpr size_t kMaxKeptText = size_t{1} << 20;
 
 } // namespace
 
+DynamicContext::~DynamicContext() {
+    tell_total(undecodable, "could not be decoded");
+    tell_total(too_large, "exceeded the largest serialized size");
+}
+
+void DynamicContext::tell_total(const Tally& tally, const char* what) const {
+    if (tally.count() > 1)
+        MERIDIAN_LOG_ERROR("types", "topic \"%s\": %llu samples %s", topic_name.c_str(),
+                           static_cast<unsigned long long>(tally.count()), what);
+}
+
 bool DynamicSample::assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload,
                            const SampleSource& source) {
     clear();
     const auto& limits = context->serialization;
-    if (payload.size > limits.max_size_serialized)
+    is_too_large_ = payload.size > limits.max_size_serialized;
+    if (is_too_large_)
         return false;
     if (limits.trim_to_size && payload_.capacity() > limits.min_size_serialized &&
         payload_.capacity() / 4 > payload.size)
@@ -28,6 +42,7 @@ void DynamicSample::clear() {
     drop_text();
     context_.reset();
     payload_.clear();
+    is_too_large_ = false;
 }
 
 PrintBuffers& DynamicSample::text() const {
@@ -39,7 +54,7 @@ PrintBuffers& DynamicSample::text() const {
 void DynamicSample::drop_text() const {
     if (text_ == nullptr)
         return;
-    for (std::string* room : {&text_->text, &text_->value}) {
+    for (std::string* room : {&text_->text, &text_->value, &text_->characters}) {
         room->clear();
         if (room->capacity() > kMaxKeptText)
             room->shrink_to_fit();

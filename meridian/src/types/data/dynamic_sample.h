@@ -2,6 +2,7 @@
 
 // What a DDS_DynamicData consists of.
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <utility>
@@ -13,16 +14,34 @@
 
 namespace meridian::types {
 
-/// What all samples of one reader share.
+/// Counts samples of which the first one alone is told when it comes. Any thread.
+class Tally {
+  public:
+    bool is_first() const { return count_.fetch_add(1, std::memory_order_relaxed) == 0; }
+    uint64_t count() const { return count_.load(std::memory_order_relaxed); }
+
+  private:
+    mutable std::atomic<uint64_t> count_{0};
+};
+
+/// What all samples of one reader share. At its end it tells how many could not be shown.
 struct DynamicContext {
     DynamicContext(TypeRef type, std::string topic,
                    const DDS_DynamicDataTypeProperty_t& property = DDS_DYNAMIC_DATA_TYPE_PROPERTY_DEFAULT)
         : reader(std::move(type)), topic_name(std::move(topic)), serialization(property.serialization) {}
+    ~DynamicContext();
+    DynamicContext(const DynamicContext&) = delete;
+    DynamicContext& operator=(const DynamicContext&) = delete;
 
     SampleReader reader;
     std::string topic_name; // for messages
     DDS_DynamicDataTypeSerializationProperty_t serialization;
     Spares<PrintBuffers> print_buffers;
+    Tally undecodable;
+    Tally too_large;
+
+  private:
+    void tell_total(const Tally& tally, const char* what) const;
 };
 
 class DynamicSample {
@@ -30,7 +49,10 @@ class DynamicSample {
     DynamicSample() = default;
     /// Deep, but without a text that was kept.
     DynamicSample(const DynamicSample& other)
-        : context_(other.context_), payload_(other.payload_), source_(other.source_) {}
+        : context_(other.context_),
+          payload_(other.payload_),
+          source_(other.source_),
+          is_too_large_(other.is_too_large_) {}
     DynamicSample& operator=(const DynamicSample&) = delete;
     ~DynamicSample() { drop_text(); }
 
@@ -47,6 +69,8 @@ class DynamicSample {
     const DynamicContext* context() const { return context_.get(); }
     rtps::ByteView payload() const { return payload_; }
     const SampleSource& source() const { return source_; }
+    /// Whether the last payload was larger than the type's properties allow.
+    bool is_too_large() const { return is_too_large_; }
 
     /// Room for a text, empty at first and kept until drop_text: what to_string makes when it is asked for
     /// the length need not be made twice. The sample must hold something.
@@ -57,6 +81,7 @@ class DynamicSample {
     std::shared_ptr<const DynamicContext> context_;
     rtps::ByteBuffer payload_;
     SampleSource source_;
+    bool is_too_large_ = false;
     mutable std::unique_ptr<PrintBuffers> text_; // of the context's
 };
 

@@ -1,13 +1,11 @@
 #include "types/data/json_printer.h"
 
-#include <rapidjson/allocators.h>
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/writer.h>
-
+#include <array>
 #include <cmath>
-#include <cstddef>
+#include <cstring>
 
 #include "platform/text.h"
+#include "types/data/nesting.h"
 #include "types/data/plain_printer.h"
 #include "types/data/scalar_text.h"
 
@@ -15,73 +13,135 @@ namespace meridian::types {
 
 namespace {
 
-/// The stream that RapidJSON writes to: a string.
-struct StringStream {
-    using Ch = char;
-    explicit StringStream(std::string& target) : out(target) {}
-    /// Escapes what terminals obey and the writers leave as it is: U+007F to U+009F. Such characters stand in
-    /// strings only.
-    void Put(char c) {
-        const auto octet = static_cast<uint8_t>(c);
-        if (in_pair && octet <= 0x9f) {
-            escape(octet);
-            in_pair = false;
-            return;
-        }
-        if (in_pair)
-            out += '\xc2';
-        in_pair = octet == 0xc2;
-        if (octet == 0x7f)
-            escape(octet);
-        else if (!in_pair)
-            out += c;
-    }
-    void Flush() {}
+constexpr char kUpper[] = "0123456789ABCDEF";
 
-    void escape(uint8_t octet) {
-        out += "\\u00";
-        append_hex(out, octet);
-    }
-
-    std::string& out;
-    bool in_pair = false; // behind the first octet of U+0080 to U+00BF, which is still to be written
+/// An octet with a comma behind it, as it stands in an array.
+struct OctetText {
+    char text[4];
+    uint8_t length;
 };
 
-template <typename Writer>
-class JsonPrinter final : public ValueSink {
+constexpr std::array<OctetText, 256> octet_texts() {
+    std::array<OctetText, 256> table{};
+    for (unsigned i = 0; i < 256; ++i) {
+        OctetText& entry = table[i];
+        if (i >= 100)
+            entry.text[entry.length++] = static_cast<char>('0' + i / 100);
+        if (i >= 10)
+            entry.text[entry.length++] = static_cast<char>('0' + i / 10 % 10);
+        entry.text[entry.length++] = static_cast<char>('0' + i % 10);
+        entry.text[entry.length++] = ',';
+    }
+    return table;
+}
+
+constexpr std::array<OctetText, 256> kOctetTexts = octet_texts();
+
+void append_escape(std::string& out, uint16_t number) {
+    out += "\\u";
+    append_hex(out, static_cast<uint8_t>(number >> 8));
+    append_hex(out, static_cast<uint8_t>(number & 0xff));
+}
+
+/// The letter of the short escape of a character; 0 without one.
+char short_escape(char c) {
+    switch (c) {
+        case '\b':
+            return 'b';
+        case '\f':
+            return 'f';
+        case '\n':
+            return 'n';
+        case '\r':
+            return 'r';
+        case '\t':
+            return 't';
+        case '"':
+        case '\\':
+            return c;
+        default:
+            return '\0';
+    }
+}
+
+/// One octet of valid UTF-8 that may need an escape, or the whole character; `at` moves to its last octet.
+void append_special(std::string& out, std::string_view text, size_t& at) {
+    const auto octet = static_cast<uint8_t>(text[at]);
+    if (const char letter = short_escape(text[at]); letter != '\0') {
+        out += '\\';
+        out += letter;
+    } else if (octet < 0x20) {
+        out += "\\u00";
+        out += kUpper[octet >> 4];
+        out += kUpper[octet & 15];
+    } else if (const uint16_t format = format_at(text, at); format != 0) {
+        at += 2;
+        append_escape(out, format);
+    } else if (const size_t control = control_at(text, at); control != 0) {
+        at += control - 1;
+        append_escape(out, static_cast<uint8_t>(text[at])); // terminals obey them
+    } else {
+        out += text[at];
+    }
+}
+
+/// A string of valid UTF-8 in quotes.
+void append_string(std::string& out, std::string_view text) {
+    out += '"';
+    while (!text.empty()) {
+        const size_t plain = plain_length(text);
+        out.append(text.data(), plain);
+        size_t at = plain;
+        if (at < text.size())
+            append_special(out, text, at);
+        text.remove_prefix(std::min(at + 1, text.size()));
+    }
+    out += '"';
+}
+
+class JsonPrinter final : public Printer {
   public:
-    JsonPrinter(Writer& writer, const JsonStyle& style, std::string& value)
-        : writer_(writer), style_(style), text_(value) {}
+    JsonPrinter(const JsonStyle& style, PrintBuffers& buffers, const TextTarget& target)
+        : Printer(buffers, target), style_(style) {}
 
     bool scalar(const Type& type, const Scalar& value) override {
         if (in_key_) {
             in_key_ = false;
-            text_.clear();
-            append_scalar(text_, type, value);
-            return writer_.Key(text_.data(), size(), false);
+            value_.clear();
+            append_scalar(value_, type, value);
+            item();
+            key(value_);
+            return true;
         }
         switch (type.kind) {
-            case DDS_TK_BOOLEAN:
-                return writer_.Bool(value.bits != 0);
             case DDS_TK_FLOAT:
             case DDS_TK_DOUBLE:
-                return real(type, value, std::isfinite(value.real));
+                return number_or_text(type, value, std::isfinite(value.real));
             case DDS_TK_LONGDOUBLE:
                 // Many parsers refuse numbers beyond the range of double.
-                return real(type, value, std::isfinite(static_cast<double>(to_long_double(value))));
+                return number_or_text(type, value, std::isfinite(static_cast<double>(to_long_double(value))));
+            case DDS_TK_STRING:
+                if (plain_length(value.text) == value.text.size()) {
+                    append_string(out_, value.text);
+                    return true;
+                }
+                return number_or_text(type, value, false);
             case DDS_TK_CHAR:
             case DDS_TK_WCHAR:
-            case DDS_TK_STRING:
             case DDS_TK_WSTRING:
             case DDS_TK_BITMASK:
-                return text(type, value);
+                return number_or_text(type, value, false);
             case DDS_TK_ENUM: {
                 const bool named = !style_.numeric_enumerators && !type.nameless &&
                                    find_enumerator(type, value.integer()) != nullptr;
-                return named ? text(type, value) : writer_.Int64(value.integer());
+                if (named)
+                    return number_or_text(type, value, false);
+                append_number(out_, value.integer());
+                return true;
             }
             default:
-                return is_signed(type.kind) ? writer_.Int64(value.integer()) : writer_.Uint64(value.bits);
+                append_scalar(out_, type, value);
+                return true;
         }
     }
 
@@ -91,49 +151,84 @@ class JsonPrinter final : public ValueSink {
         const bool is_collection = type.kind == DDS_TK_SEQUENCE || type.kind == DDS_TK_ARRAY;
         const bool has_rows = type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1 && count != 0;
         const bool has_names = !is_collection && (type.kind != DDS_TK_MAP || is_scalar(type.key));
-        return open_.push({has_rows ? &type : nullptr, has_names, count}) &&
-               (has_names ? writer_.StartObject() : writer_.StartArray());
+        if (!open_.push({has_rows ? &type : nullptr, has_names, type.kind == DDS_TK_MAP, true}))
+            return false;
+        open(has_names ? '{' : '[');
+        return true;
     }
-    bool end(const Type& type) override {
-        const Open open = open_.back();
-        open_.pop();
-        for (size_t i = 1; open.array != nullptr && i < open.array->dimensions.size(); ++i)
-            writer_.EndArray();
-        if (open.has_names)
-            return writer_.EndObject();
-        const bool ends_entry = type.kind == DDS_TK_MAP && open.count != 0;
-        return (!ends_entry || writer_.EndObject()) && writer_.EndArray();
+    bool end(const Type&) override {
+        close_last();
+        return true;
     }
 
-    bool discriminator() override { return writer_.Key("_d", 2, false); }
+    bool discriminator() override {
+        item();
+        key("_d");
+        return true;
+    }
     bool member(const Member& member) override {
-        text_.clear();
-        append_utf8(text_, member.name); // peers may announce anything as a name
-        return writer_.Key(text_.data(), size(), false);
+        item();
+        if (plain_length(member.name) == member.name.size()) {
+            key(member.name);
+        } else {
+            value_.clear();
+            append_utf8(value_, member.name); // peers may announce anything as a name
+            key(value_);
+        }
+        return goes_on() || cut_value();
     }
     /// An array of several dimensions is written as arrays in arrays.
     bool element(uint64_t index) override {
         const Type* array = open_.back().array;
-        if (array == nullptr)
-            return true;
-        const size_t starting = rows_starting(*array, index);
+        const size_t starting = array == nullptr ? 0 : rows_starting(*array, index);
         for (size_t i = 0; i < starting && index != 0; ++i)
-            writer_.EndArray();
-        for (size_t i = 0; i < starting; ++i)
-            writer_.StartArray();
-        return true;
+            close(false);
+        item();
+        for (size_t i = 0; i < starting; ++i) {
+            open('[');
+            line();
+        }
+        return goes_on() || cut_value();
     }
     bool key(uint64_t index) override {
-        if (!open_.back().has_names)
-            return (index == 0 || writer_.EndObject()) && writer_.StartObject() &&
-                   writer_.Key("key", 3, false);
-        in_key_ = true;
+        in_key_ = open_.back().has_names;
+        if (in_key_ && goes_on())
+            return true;
+        if (!in_key_ && index != 0)
+            close(true);
+        item();
+        if (in_key_) {
+            key(kCutMark);
+            return cut_value();
+        }
+        open('{');
+        line();
+        key("key");
+        return goes_on() || cut_value();
+    }
+    bool mapped() override {
+        if (!open_.back().has_names) {
+            out_ += ',';
+            line();
+            key("value");
+        }
         return true;
     }
-    bool mapped() override { return open_.back().has_names || writer_.Key("value", 5, false); }
+
+    bool takes_primitives(const Type& type, uint64_t) const override {
+        const bool is_number = type.kind != DDS_TK_BOOLEAN && type.kind != DDS_TK_CHAR &&
+                               type.kind != DDS_TK_WCHAR && type.kind != DDS_TK_LONGDOUBLE;
+        return is_number && !style_.pretty && open_.back().array == nullptr;
+    }
+    bool primitives(const Type& type, rtps::ByteReader& reader, uint64_t count) override;
 
   private:
-    rapidjson::SizeType size() const { return static_cast<rapidjson::SizeType>(text_.size()); }
+    struct Open {
+        const Type* array; // of several dimensions
+        bool has_names;    // is written as an object
+        bool is_map;
+        bool empty;
+    };
 
     /// How many nested arrays start with the element of that number.
     static size_t rows_starting(const Type& array, uint64_t index) {
@@ -148,71 +243,164 @@ class JsonPrinter final : public ValueSink {
         return starting;
     }
 
-    struct Open {
-        const Type* array; // of several dimensions
-        bool has_names;    // is written as an object
-        uint64_t count;
-    };
-
-    bool text(const Type& type, const Scalar& value) {
-        text_.clear();
-        append_scalar(text_, type, value);
-        return writer_.String(text_.data(), size(), false);
+    void line() {
+        if (!style_.pretty)
+            return;
+        out_ += '\n';
+        out_.append(levels_ * kIndentWidth, ' ');
     }
-    bool real(const Type& type, const Scalar& value, bool finite) {
-        if (!finite)
-            return text(type, value);
-        text_.clear();
-        append_scalar(text_, type, value);
-        return writer_.RawValue(text_.data(), text_.size(), rapidjson::kNumberType);
+    /// What stands before a part of the value that is open.
+    void item() {
+        if (!open_.back().empty)
+            out_ += ',';
+        open_.back().empty = false;
+        line();
+    }
+    void key(std::string_view text) {
+        append_string(out_, text);
+        out_ += style_.pretty ? std::string_view(": ") : std::string_view(":");
+    }
+    void open(char bracket) {
+        out_ += bracket;
+        ++levels_;
+    }
+    void close(bool is_object, bool empty = false) {
+        --levels_;
+        if (!empty)
+            line();
+        out_ += is_object ? '}' : ']';
+    }
+    void close_last() {
+        const Open& last = open_.back();
+        for (size_t i = 1; last.array != nullptr && i < last.array->dimensions.size(); ++i)
+            close(false);
+        if (last.is_map && !last.has_names && !last.empty)
+            close(true);
+        close(last.has_names, last.empty);
+        open_.pop();
     }
 
-    Writer& writer_;
-    JsonStyle style_;
-    std::string& text_;
+    bool number_or_text(const Type& type, const Scalar& value, bool is_number) {
+        if (is_number) {
+            append_scalar(out_, type, value);
+            return true;
+        }
+        value_.clear();
+        append_scalar(value_, type, value);
+        append_string(out_, value_);
+        return true;
+    }
+
+    /// Instead of the next value. What is cut is JSON all the same.
+    bool cut_value() {
+        append_string(out_, kCutMark);
+        while (!open_.empty())
+            close_last();
+        return false;
+    }
+
+    template <typename Number>
+    bool numbers(const Type& type, rtps::ByteReader& reader, uint64_t count);
+
+    const JsonStyle style_;
     NestingStack<Open> open_;
+    size_t levels_ = 0;
     bool in_key_ = false;
 };
 
-/// The writers' own stack: 16 octets for each of up to 2 * kMaxValueDepth levels, before they allocate.
-class WriterStack {
-  public:
-    using Allocator = rapidjson::MemoryPoolAllocator<>;
-    Allocator& allocator() { return allocator_; }
+template <typename Number>
+bool JsonPrinter::numbers(const Type& type, rtps::ByteReader& reader, uint64_t count) {
+    constexpr size_t kChunk = 512;
+    constexpr size_t kLongest = 32;
+    std::array<Number, kChunk> values;
+    while (count != 0) {
+        const auto chunk = static_cast<size_t>(std::min<uint64_t>(count, kChunk));
+        if (!reader.read_array(values.data(), chunk))
+            return false;
+        count -= chunk;
+        size_t size = out_.size();
+        out_.resize(size + chunk * kLongest);
+        for (size_t i = 0; i < chunk; ++i) {
+            char* const place = out_.data() + size;
+            if constexpr (std::is_floating_point_v<Number>) {
+                if (!std::isfinite(values[i])) {
+                    Scalar scalar;
+                    scalar.real = static_cast<double>(values[i]);
+                    value_.assign(1, '"');
+                    append_scalar(value_, type, scalar);
+                    value_ += "\",";
+                    std::memcpy(place, value_.data(), value_.size());
+                    size += value_.size();
+                    continue;
+                }
+            }
+            char* const end = std::to_chars(place, place + kLongest - 1, values[i]).ptr;
+            *end = ',';
+            size = static_cast<size_t>(end + 1 - out_.data());
+        }
+        out_.resize(count == 0 ? size - 1 : size);
+        if (count != 0 && !goes_on())
+            return cut_value();
+    }
+    return true;
+}
 
-  private:
-    alignas(std::max_align_t) char memory_[8192];
-    Allocator allocator_{memory_, sizeof memory_};
-};
-
-template <template <typename, typename, typename, typename, unsigned> class WriterOf>
-using StringWriter = WriterOf<StringStream, rapidjson::UTF8<>, rapidjson::UTF8<>, WriterStack::Allocator,
-                              rapidjson::kWriteDefaultFlags>;
-
-template <typename Writer>
-bool print_with(Writer& writer, const JsonWalk& walk, const JsonStyle& style, std::string& value) {
-    JsonPrinter<Writer> printer(writer, style, value);
-    return walk(printer);
+bool JsonPrinter::primitives(const Type& type, rtps::ByteReader& reader, uint64_t count) {
+    open_.back().empty = false;
+    switch (type.kind) {
+        case DDS_TK_OCTET:
+        case DDS_TK_UINT8:
+            break;
+        case DDS_TK_INT8:
+            return numbers<int8_t>(type, reader, count);
+        case DDS_TK_SHORT:
+            return numbers<int16_t>(type, reader, count);
+        case DDS_TK_USHORT:
+            return numbers<uint16_t>(type, reader, count);
+        case DDS_TK_LONG:
+            return numbers<int32_t>(type, reader, count);
+        case DDS_TK_ULONG:
+            return numbers<uint32_t>(type, reader, count);
+        case DDS_TK_LONGLONG:
+            return numbers<int64_t>(type, reader, count);
+        case DDS_TK_ULONGLONG:
+            return numbers<uint64_t>(type, reader, count);
+        case DDS_TK_FLOAT:
+            return numbers<float>(type, reader, count);
+        default:
+            return numbers<double>(type, reader, count);
+    }
+    while (count != 0) {
+        constexpr size_t kChunk = 8192;
+        rtps::ByteView view;
+        if (!reader.read_view(static_cast<size_t>(std::min<uint64_t>(count, kChunk)), view))
+            return false;
+        count -= view.size;
+        const size_t size = out_.size();
+        out_.resize(size + view.size * sizeof(OctetText::text));
+        char* place = out_.data() + size;
+        for (const uint8_t octet : view) {
+            const OctetText& entry = kOctetTexts[octet];
+            std::memcpy(place, entry.text, sizeof entry.text);
+            place += entry.length;
+        }
+        out_.resize(static_cast<size_t>(place - out_.data()) - (count == 0 ? 1 : 0));
+        if (count != 0 && !goes_on())
+            return cut_value();
+    }
+    return true;
 }
 
 } // namespace
 
-bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers) {
+bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers,
+                const TextTarget& target) {
     const size_t start = buffers.text.size();
-    StringStream stream(buffers.text);
-    WriterStack stack;
-    bool done = false;
-    if (style.pretty) {
-        StringWriter<rapidjson::PrettyWriter> writer(stream, &stack.allocator());
-        writer.SetIndent(' ', kIndentWidth);
-        done = print_with(writer, walk, style, buffers.value);
-    } else {
-        StringWriter<rapidjson::Writer> writer(stream, &stack.allocator());
-        done = print_with(writer, walk, style, buffers.value);
-    }
-    if (!done)
-        buffers.text.resize(start);
-    return done;
+    JsonPrinter printer(style, buffers, target);
+    if (walk(printer) || printer.is_cut())
+        return true;
+    buffers.text.resize(std::min(start, buffers.text.size()));
+    return false;
 }
 
 } // namespace meridian::types

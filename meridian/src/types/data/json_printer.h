@@ -18,7 +18,9 @@ class JsonWalk {
     virtual ~JsonWalk() = default;
     virtual bool operator()(ValueSink& sink) const = 0;
 };
-/// Appends the JSON text to that of `buffers`. False, with the text as it was, when the walk failed.
-bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers);
+/// Appends the JSON text to that of `buffers`. False, with the text as it was or, when some of it went
+/// elsewhere, without text, when the walk failed.
+bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers,
+                const TextTarget& target = {});
 
 } // namespace meridian::types

@@ -28,6 +28,7 @@ class NestingStack {
     void pop() { --size_; }
 
     const T& back() const { return entries_[size_ - 1]; }
+    T& back() { return entries_[size_ - 1]; }
     size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
     const T* begin() const { return entries_.data(); }

@@ -7,29 +7,48 @@ namespace meridian::types {
 
 namespace {
 
-void append_escaped(std::string& out, std::string_view text, char quote) {
-    out += quote;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        const size_t control = control_at(text, i);
-        if (c == quote || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (control != 0) {
-            i += control - 1;
-            out += "\\x";
-            append_hex(out, static_cast<uint8_t>(text[i]));
-        } else {
-            out += c;
-        }
+/// Longer collections of primitives have more than one element to a line.
+constexpr uint64_t kMostLines = 16;
+constexpr uint64_t kRow = 16;
+/// Characters of an array are put in pieces of this length.
+constexpr size_t kPiece = 4096;
+
+constexpr char kDigits[] = "0123456789abcdef";
+
+void append_special(std::string& out, std::string_view text, size_t& at, char quote) {
+    const char c = text[at];
+    if (c == quote || c == '\\') {
+        out += '\\';
+        out += c;
+    } else if (c == '\n') {
+        out += "\\n";
+    } else if (c == '\t') {
+        out += "\\t";
+    } else if (c == '\r') {
+        out += "\\r";
+    } else if (const uint16_t format = format_at(text, at); format != 0) {
+        at += 2;
+        out += "\\u";
+        append_hex(out, static_cast<uint8_t>(format >> 8));
+        append_hex(out, static_cast<uint8_t>(format & 0xff));
+    } else if (const size_t control = control_at(text, at); control != 0) {
+        at += control - 1;
+        out += "\\x";
+        append_hex(out, static_cast<uint8_t>(text[at]));
+    } else {
+        out += c;
     }
-    out += quote;
+}
+
+/// Valid UTF-8 as it stands between such quotes.
+void append_escaped(std::string& out, std::string_view text, char quote) {
+    while (!text.empty()) {
+        size_t at = plain_length(text);
+        out.append(text.data(), at);
+        if (at < text.size())
+            append_special(out, text, at, quote);
+        text.remove_prefix(std::min(at + 1, text.size()));
+    }
 }
 
 } // namespace
@@ -41,6 +60,15 @@ void PlainPrinter::start_line() {
     out_.append(static_cast<size_t>(level_) * kIndentWidth, ' ');
 }
 
+bool PlainPrinter::goes_on_or_cuts() {
+    if (goes_on())
+        return true;
+    start_line();
+    out_ += kCutMark;
+    out_ += '\n';
+    return false;
+}
+
 void PlainPrinter::put_value(const Type& type, const Scalar& value) {
     switch (type.kind) {
         case DDS_TK_STRING:
@@ -48,9 +76,12 @@ void PlainPrinter::put_value(const Type& type, const Scalar& value) {
         case DDS_TK_CHAR:
         case DDS_TK_WCHAR: {
             const bool character = type.kind == DDS_TK_CHAR || type.kind == DDS_TK_WCHAR;
+            const char quote = character ? '\'' : '"';
             value_.clear();
             append_scalar(value_, type, value);
-            append_escaped(out_, value_, character ? '\'' : '"');
+            out_ += quote;
+            append_escaped(out_, value_, quote);
+            out_ += quote;
             break;
         }
         default:
@@ -60,31 +91,97 @@ void PlainPrinter::put_value(const Type& type, const Scalar& value) {
 }
 
 bool PlainPrinter::scalar(const Type& type, const Scalar& value) {
+    const Layout layout = open_.empty() ? Layout::lines : open_.back().layout;
+    if (layout == Layout::text) {
+        put_character(type, value);
+        return goes_on();
+    }
     if (lead_ == Lead::key) {
         put_value(type, value);
         out_ += "]:";
         lead_ = Lead::label;
         return true;
     }
-    if (lead_ == Lead::label)
+    if (lead_ == Lead::label || layout == Layout::rows)
         out_ += ' ';
     put_value(type, value);
-    out_ += '\n';
     lead_ = Lead::none;
+    if (layout == Layout::rows && !ends_row(open_.back().index))
+        return true;
+    out_ += '\n';
+    if (layout == Layout::rows)
+        open_.back().in_row = false;
     return true;
 }
 
-bool PlainPrinter::begin(const Type& type, uint64_t) {
+bool PlainPrinter::ends_row(uint64_t index) const {
+    const Type* array = open_.back().array;
+    const uint64_t place = array == nullptr ? index : index % array->dimensions.back();
+    return place % kRow == kRow - 1 || (array != nullptr && place == array->dimensions.back() - 1);
+}
+
+void PlainPrinter::put_character(const Type& type, const Scalar& value) {
+    if (value.bits == 0) {
+        ++nuls_; // those at the end are no text
+        return;
+    }
+    if (type.kind == DDS_TK_CHAR) {
+        characters_.append(nuls_, '\0');
+        characters_ += static_cast<char>(value.bits);
+    } else {
+        wide_characters_.append(nuls_, u'\0');
+        append_utf16_of(wide_characters_, static_cast<char32_t>(value.bits));
+    }
+    nuls_ = 0;
+    // A character of several octets or units is not torn.
+    if (value.bits < 0x80 && characters_.size() + wide_characters_.size() >= kPiece)
+        put_characters();
+}
+
+void PlainPrinter::put_characters() {
+    value_.clear();
+    append_utf8(value_, characters_);
+    append_utf16(value_, wide_characters_);
+    characters_.clear();
+    wide_characters_.clear();
+    append_escaped(out_, value_, '"');
+}
+
+bool PlainPrinter::begin(const Type& type, uint64_t count) {
     const bool has_rows = type.kind == DDS_TK_ARRAY && type.dimensions.size() > 1;
-    if (!open_.push({has_rows ? &type : nullptr, type.kind == DDS_TK_MAP && is_scalar(type.key)}))
+    const bool is_map = type.kind == DDS_TK_MAP;
+    const Type* content = type.content != nullptr && !is_map ? resolve_alias(type.content) : nullptr;
+    Layout layout = Layout::lines;
+    if (content != nullptr && primitive_size(content->kind) != 0 && count > kMostLines)
+        layout = content->kind == DDS_TK_CHAR || content->kind == DDS_TK_WCHAR ? Layout::text : Layout::rows;
+    if (!open_.push({has_rows ? &type : nullptr, is_map && is_scalar(type.key), layout, false, 0}))
         return false;
     // The outermost value has no label and its parts are not indented further.
     if (open_.size() > 1)
         ++level_;
+    if (layout == Layout::text) {
+        out_ += lead_ == Lead::label ? " \"" : "\"";
+        lead_ = Lead::none;
+        nuls_ = 0;
+        characters_.clear();
+        wide_characters_.clear();
+    }
     return true;
 }
 
+/// Ends the line that rows or a text left open.
+void PlainPrinter::end_layout() {
+    const Level& level = open_.back();
+    if (level.layout == Layout::text) {
+        put_characters();
+        out_ += "\"\n";
+    } else if (level.in_row) {
+        out_ += '\n';
+    }
+}
+
 bool PlainPrinter::end(const Type& type) {
+    end_layout();
     open_.pop();
     if (!open_.empty())
         --level_;
@@ -96,8 +193,13 @@ bool PlainPrinter::end(const Type& type) {
 }
 
 bool PlainPrinter::label(std::string_view text) {
+    if (!goes_on_or_cuts())
+        return false;
     start_line();
-    append_utf8(out_, text);
+    if (plain_length(text) == text.size())
+        out_ += text;
+    else
+        append_utf8(out_, text);
     out_ += ':';
     lead_ = Lead::label;
     return true;
@@ -111,8 +213,7 @@ bool PlainPrinter::member(const Member& member) {
     return label(member.name);
 }
 
-bool PlainPrinter::element(uint64_t index) {
-    start_line();
+void PlainPrinter::put_index(uint64_t index) {
     const Type* array = open_.back().array;
     if (array == nullptr) {
         out_ += '[';
@@ -130,13 +231,55 @@ bool PlainPrinter::element(uint64_t index) {
         }
     }
     out_ += ':';
-    lead_ = Lead::label;
+}
+
+bool PlainPrinter::element(uint64_t index) {
+    Level& level = open_.back();
+    level.index = index;
+    if (level.in_row || level.layout == Layout::text)
+        return true;
+    if (!goes_on_or_cuts())
+        return false;
+    start_line();
+    put_index(index);
+    level.in_row = level.layout == Layout::rows;
+    if (!level.in_row)
+        lead_ = Lead::label;
+    return true;
+}
+
+bool PlainPrinter::takes_primitives(const Type& type, uint64_t) const {
+    return open_.back().layout == Layout::rows && (type.kind == DDS_TK_OCTET || type.kind == DDS_TK_UINT8);
+}
+
+bool PlainPrinter::primitives(const Type&, rtps::ByteReader& reader, uint64_t count) {
+    const size_t digits = count > 0x10000 ? 8 : 4;
+    for (uint64_t offset = 0; offset < count; offset += kRow) {
+        rtps::ByteView row;
+        if (!reader.read_view(static_cast<size_t>(std::min(kRow, count - offset)), row) || !goes_on_or_cuts())
+            return false;
+        start_line();
+        char line[8 + 1 + 3 * kRow + 1];
+        char* place = line;
+        for (size_t shift = digits; shift-- > 0;)
+            *place++ = kDigits[offset >> (4 * shift) & 15];
+        *place++ = ':';
+        for (const uint8_t octet : row) {
+            *place++ = ' ';
+            *place++ = kDigits[octet >> 4];
+            *place++ = kDigits[octet & 15];
+        }
+        *place++ = '\n';
+        out_.append(line, place);
+    }
     return true;
 }
 
 bool PlainPrinter::key(uint64_t) {
     if (!open_.back().scalar_keys)
         return label("key");
+    if (!goes_on_or_cuts())
+        return false;
     start_line();
     out_ += '[';
     lead_ = Lead::key;
@@ -148,6 +291,8 @@ bool PlainPrinter::mapped() {
 }
 
 void PlainPrinter::close() {
+    if (!open_.empty())
+        end_layout();
     if (lead_ != Lead::none)
         out_ += '\n';
     lead_ = Lead::none;

@@ -14,6 +14,8 @@ namespace {
 
 /// A payload is padded to a multiple of four octets.
 constexpr size_t kMaxPadding = 3;
+/// Of larger samples a printer may have given away text before the end is reached.
+constexpr size_t kMaxRetracted = 4096;
 
 /// Which list of dialects counts.
 constexpr size_t list_of(CdrVersion version, bool key_only) {
@@ -145,7 +147,14 @@ bool SampleReader::walk(ByteView payload, ValueSink* sink, std::string& failure,
     if (!open(payload, false, body, failure))
         return false;
     const Found found = find_dialect(body, source, *buffers);
-    Start begin = start_in(body, dialects(body, source)[found.dialect].dialect, *buffers);
+    const PossibleDialect& dialect = dialects(body, source)[found.dialect];
+    Start begin = start_in(body, dialect.dialect, *buffers);
+    // The text of a large sample cannot be retracted.
+    if (payload.size > kMaxRetracted && dialects(body, source).size() == 1 && sink != nullptr) {
+        Start trial = begin;
+        if (trial.walker.walk(trial.reader, *type_, nullptr) && trial.reader.remaining() > kMaxPadding)
+            sink = nullptr;
+    }
     if (!begin.walker.walk(begin.reader, *type_, found.is_sure ? sink : nullptr)) {
         failure = begin.walker.failure();
         return false;

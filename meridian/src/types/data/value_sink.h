@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "rtps/wire/byte_reader.h"
 #include "types/model/type.h"
 
 namespace meridian::types {
@@ -43,6 +44,11 @@ class ValueSink {
     virtual bool element(uint64_t) { return true; }
     virtual bool key(uint64_t) { return true; }
     virtual bool mapped() { return true; }
+
+    /// Whether the elements of the sequence or array that begin() was just told of, which are of that
+    /// primitive type, are to be told by primitives() alone. `reader` stands before all of them.
+    virtual bool takes_primitives(const Type&, uint64_t /*count*/) const { return false; }
+    virtual bool primitives(const Type&, rtps::ByteReader& /*reader*/, uint64_t /*count*/) { return true; }
 
     /// What was told is not what was sent.
     virtual void retract() {}

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Messages of ROS 2, whose types Fast DDS 2.x does not announce, are shown with types that ferret-types made."""
+"""Samples whose types are not announced are shown with types that ferret-types made: messages of ROS 2 on Fast DDS 2.x, and
+types of an IDL file on Cyclone DDS."""
 
 import json
 import pathlib
@@ -9,7 +10,8 @@ import tempfile
 
 import harness
 
-FERRET_TYPES = pathlib.Path(__file__).resolve().parents[2] / "tools/ferret-types/ferret-types"
+HERE = pathlib.Path(__file__).resolve().parent
+FERRET_TYPES = HERE.parents[1] / "tools/ferret-types/ferret-types"
 
 # The interfaces that the publisher uses, as packages have them.
 INTERFACES = {
@@ -22,10 +24,12 @@ INTERFACES = {
                                "geometry_msgs/Quaternion orientation\nfloat64[9] orientation_covariance # row major\n"
                                "geometry_msgs/Vector3 angular_velocity\nfloat64[9] angular_velocity_covariance\n"
                                "geometry_msgs/Vector3 linear_acceleration\nfloat64[9] linear_acceleration_covariance",
-    "sensor_msgs/msg/JointState.msg": "std_msgs/Header header\nstring[] name\nfloat64[] position\nfloat64[] velocity\nfloat64[] effort",
-    "sensor_msgs/msg/PointField.msg": "uint8 INT8 = 1\nuint8 FLOAT32 = 7\nstring name\nuint32 offset\nuint8 datatype\nuint32 count",
-    "sensor_msgs/msg/PointCloud2.msg": "std_msgs/Header header\nuint32 height\nuint32 width\nPointField[] fields\nbool is_bigendian\n"
-                                       "uint32 point_step\nuint32 row_step\nuint8[] data\nbool is_dense",
+    "sensor_msgs/msg/JointState.msg": "std_msgs/Header header\nstring[] name\nfloat64[] position\nfloat64[] velocity\n"
+                                      "float64[] effort",
+    "sensor_msgs/msg/PointField.msg": "uint8 INT8 = 1\nuint8 FLOAT32 = 7\nstring name\nuint32 offset\nuint8 datatype\n"
+                                      "uint32 count",
+    "sensor_msgs/msg/PointCloud2.msg": "std_msgs/Header header\nuint32 height\nuint32 width\nPointField[] fields\n"
+                                       "bool is_bigendian\nuint32 point_step\nuint32 row_step\nuint8[] data\nbool is_dense",
     "plant_msgs/msg/Empty.msg": "# nothing",
     "plant_msgs/msg/Mixture.idl": """
         #include "geometry_msgs/msg/Vector3.idl"
@@ -74,20 +78,88 @@ def plain_of(value, indentation=""):
     return lines
 
 
-class RosTypes(harness.InteropTest):
+def compact_samples(spy):
+    """(topic, contents) of each sample."""
+    found = (re.search(r' topic="(.*?)" type=".*?" sample=(.*)', line) for line in spy.lines)
+    return [(line[1], parse(line[2])) for line in found if line]
+
+
+def plain_samples(spy):
+    """(topic, lines of contents) of each sample."""
+    samples = []
+    for line in spy.lines:
+        found = re.search(r'New data .* topic="(.*?)"', line)
+        if found:
+            samples.append((found[1], []))
+        elif line.startswith("----"):
+            break
+        elif samples and line:
+            samples[-1][1].append(line)
+    return samples
+
+
+class MadeTypes(harness.InteropTest):
     def setUp(self):
         super().setUp()
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.document = pathlib.Path(folder.name, "ros2.xml")
-        for name, text in INTERFACES.items():
-            path = pathlib.Path(folder.name, "share", name)
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_text(text + "\n")
-        made = subprocess.run([FERRET_TYPES, pathlib.Path(folder.name, "share"), "-o", self.document], capture_output=True, text=True)
+        self.folder = pathlib.Path(folder.name)
+
+    def make_document(self, *arguments):
+        """The path of a document that ferret-types makes."""
+        document = self.folder / "types.xml"
+        made = subprocess.run([FERRET_TYPES, *arguments, "-o", document], capture_output=True, text=True)
         if "module 'lark' is missing" in made.stderr:
             self.skipTest(made.stderr)
         self.assertEqual((made.returncode, made.stderr), (0, ""))
+        return str(document)
+
+
+class IdlTypes(MadeTypes):
+    TYPES = {"keyed": "Keyed", "unkeyed": "Unkeyed", "appendable": "Appendable", "mutable": "Mutable", "shape": "Shape",
+             "everything": "Everything"}
+
+    def publish(self, form, representation):
+        """What a publisher wrote of each type, which it announced by the name only."""
+        file = self.folder / "peer_types.idl"
+        # The compiler of Cyclone DDS makes final what has no annotation; the standard says appendable.
+        file.write_text((HERE / "peers/peer_types.idl").read_text().replace("union Reading", "@final union Reading"))
+        spy = self.spy("-printSample", form, "-qosFile", self.make_document(file), mode="USER")
+        peer = self.cyclone()
+        peer.do("participant")
+        # Cyclone DDS has no mutable and appendable types in the first version.
+        types = [name for name in self.TYPES if representation == 2 or name not in ("appendable", "mutable")]
+        for name in types:
+            peer.do(f"writer {name} topic={name} type={name} type_name=peers::{self.TYPES[name]} representation={representation}")
+        written = []
+        for name in types:
+            peer.do(f"matched {name}")
+            written.append((name, parse(peer.do(f"write {name} key=-5 value=1 size=3 show")[0].removeprefix("sample "))))
+            spy.wait_for_line(f'New data .* topic="{name}"')
+        self.end(spy)
+        return spy, written
+
+    def test_compact(self):
+        for representation in (1, 2):
+            spy, written = self.publish("COMPACT", representation)
+            self.assertEqual(compact_samples(spy), written, spy.story())
+
+    def test_plain(self):
+        for representation in (1, 2):
+            spy, written = self.publish("PLAIN", representation)
+            written = [sample for sample in written if sample[0] != "everything"]  # JSON says too little about its members
+            samples = [sample for sample in plain_samples(spy) if sample[0] != "everything"]
+            self.assertEqual(samples, [(topic, plain_of(contents)) for topic, contents in written], spy.story())
+
+
+class RosTypes(MadeTypes):
+    def setUp(self):
+        super().setUp()
+        for name, text in INTERFACES.items():
+            path = self.folder / "share" / name
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text + "\n")
+        self.document = self.make_document(self.folder / "share")
 
     def publish(self, *arguments):
         """A spy and what a publisher wrote of each message, when its lines of the samples are there."""
@@ -104,19 +176,12 @@ class RosTypes(harness.InteropTest):
         return spy, written
 
     def test_compact(self):
-        spy, written = self.publish("COMPACT", "-qosFile", str(self.document))
-        found = [re.search(r' topic="(.*?)" type=".*?" sample=(.*)', line) for line in spy.lines]
-        self.assertEqual({line[1]: parse(line[2]) for line in found if line}, written, spy.story())
+        spy, written = self.publish("COMPACT", "-qosFile", self.document)
+        self.assertEqual(dict(compact_samples(spy)), written, spy.story())
 
     def test_plain(self):
-        spy, written = self.publish("PLAIN", "-qosFile", str(self.document))
-        samples, topic = {}, None
-        for line in spy.lines:
-            found = re.search(r'New data .* topic="(.*?)"', line)
-            topic = found[1] if found else None if line.startswith("----") else topic
-            if topic and not found and line:
-                samples.setdefault(topic, []).append(line)
-        self.assertEqual(samples, {topic: plain_of(message) for topic, message in written.items()}, spy.story())
+        spy, written = self.publish("PLAIN", "-qosFile", self.document)
+        self.assertEqual(dict(plain_samples(spy)), {topic: plain_of(message) for topic, message in written.items()}, spy.story())
 
     def test_without_the_document(self):
         spy, _ = self.publish("COMPACT")

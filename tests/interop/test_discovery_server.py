@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""Applications of Fast DDS that know each other through a discovery server, and speak to nobody else by themselves."""
+
+import harness
+
+PORT = 11811
+
+
+class DiscoveryServer(harness.InteropTest):
+    def server(self):
+        server = self.fastdds()
+        server.do(f"participant server={PORT} name=server")
+        return server
+
+    def client(self, *endpoints):
+        client = self.fastdds()
+        client.do(f"participant client={PORT} lease=3")
+        for endpoint in endpoints:
+            client.do(endpoint)
+        return client
+
+    def spy_through_server(self, *options):
+        return self.spy("-peer", f"127.0.0.1:{PORT}", "-showSampleIdentity", *options, mode=None)
+
+    def test_what_the_server_knows(self):
+        """Endpoints that were there before and that come later, their ends, and the data of a writer without readers."""
+        self.server()
+        early = self.client("writer w topic=Early type=keyed", "reader r topic=Wanted type=keyed")
+        spy = self.spy_through_server()
+        spy.wait_for_event("New writer", topic="Early")
+        spy.wait_for_event("New reader", topic="Wanted")
+        late = self.client("writer w topic=Late type=keyed")
+        spy.wait_for_event("New writer", topic="Late")
+        for client, topic in ((early, "Early"), (late, "Late")):
+            client.do("matched w")
+            client.do("write w count=10")
+            spy.wait_for_samples(10, topic=topic)
+            self.assertEqual([sample.number for sample in spy.samples(topic=topic)], list(range(1, 11)))
+        late.do("delete w")
+        spy.wait_for_event("Deleted writer", topic="Late")
+        early.quit()
+        spy.wait_for_event("Deleted reader", topic="Wanted")
+        spy.wait_for_event("Deleted writer", topic="Early")
+        self.end(spy)
+
+    def test_the_server_goes_and_comes_back(self):
+        server = self.server()
+        client = self.client("writer w topic=T type=keyed")
+        spy = self.spy_through_server()
+        spy.wait_for_event("New writer", topic="T")
+        client.do("matched w")
+        server.kill()
+        client.do("write w count=3")
+        spy.wait_for_samples(3, topic="T")
+        self.server()
+        later = self.client("writer w topic=Later type=keyed")
+        spy.wait_for_event("New writer", topic="Later")
+        later.do("matched w timeout=30")
+        later.do("write w count=3")
+        client.do("write w count=3")
+        spy.wait_for_samples(3, topic="Later")
+        spy.wait_for_samples(6, topic="T")
+        self.end(spy)
+        self.assertEqual(len(spy.events), 2, spy.story())
+
+    def test_a_client_that_is_killed(self):
+        self.server()
+        client = self.client("writer w topic=T type=keyed")
+        spy = self.spy_through_server()
+        spy.wait_for_event("New writer", topic="T")
+        client.kill()
+        spy.wait_for_event("Deleted writer", topic="T")
+        self.end(spy)
+
+
+if __name__ == "__main__":
+    harness.main()

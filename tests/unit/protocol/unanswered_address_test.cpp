@@ -1,0 +1,130 @@
+// What is sent to addresses that participants announce, before an answer shows that they are their own.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <numeric>
+
+#include "protocol/participant_fixture.h"
+#include "protocol/silent_reader.h"
+
+namespace meridian::rtps::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class UnansweredAddress : public ParticipantTest {
+  protected:
+    /// With so many readers to tell of, and a participant whose address is that of another.
+    void start_with_readers(uint32_t count) {
+        config.secret_begin = 4711;
+        start();
+        run_until(time + seconds(1));
+        for (uint32_t i = 0; i < count; ++i)
+            EXPECT_TRUE(participant->add_reader(publication(1, (i << 8) + 7), {}, sink, now()));
+        output.messages.clear();
+        received_bytes = 0;
+        ParticipantData data = remote(2);
+        data.lease = kDurationInfinite;
+        announce(data);
+    }
+    SilentReader sink;
+};
+
+TEST_F(UnansweredAddress, GetsAtMostThreeTimesWhatCameAndThenNothing) {
+    start_with_readers(100);
+    run_until(time + seconds(600));
+    EXPECT_GT(bytes_sent_to(udpv4(2)), 0u);
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    output.messages.clear();
+    run_until(time + seconds(600));
+    EXPECT_EQ(bytes_sent_to(udpv4(2)), 0u);
+}
+
+TEST_F(UnansweredAddress, GetsNoMoreForRequestsThatNameNothingOfWhatWasSent) {
+    start_with_readers(100);
+    std::vector<SequenceNumber> all(256);
+    std::iota(all.begin(), all.end(), 1);
+    acknowledge(2, 1, all, 1000);
+    acknowledge(2, 1);
+    acknowledge(2, 101);
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 4000u);
+}
+
+TEST_F(UnansweredAddress, IsConfirmedByAnAcknowledgementOfWhatWasSent) {
+    start_with_readers(100);
+    acknowledge(2, 4712);
+    output.messages.clear();
+    std::vector<SequenceNumber> all(100);
+    std::iota(all.begin(), all.end(), 4712);
+    acknowledge(2, 4712, all);
+    EXPECT_GT(bytes_sent_to(udpv4(2)), 10000u);
+    output.messages.clear();
+    acknowledge(2, 4712, all, 1000);
+    run_until(time + milliseconds(99));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 1000u);
+}
+
+TEST_F(UnansweredAddress, IsNotConfirmedByGuesses) {
+    start_with_readers(100);
+    for (SequenceNumber guess = 4700; guess < 4720; ++guess)
+        acknowledge(2, guess);
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+}
+
+TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
+    start_with_readers(100);
+    const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {
+        receive(2, [&](MessageWriter& writer) {
+            Heartbeat submessage;
+            submessage.writer = entity::publications_writer;
+            submessage.first = first;
+            submessage.last = last;
+            submessage.count = count;
+            writer.add_heartbeat(submessage);
+        });
+    };
+    for (Count i = 1; i < 200; i += 2) {
+        heartbeat(1, 10, i);
+        heartbeat(1, 0, i + 1);
+    }
+    run_until(time + seconds(10));
+    EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+}
+
+TEST_F(ParticipantTest, WhatOneAnswerCostsDoesNotGrowWithTheParticipants) {
+    config.secret_begin = 4711;
+    const auto seconds_for = [this](uint32_t others) {
+        start();
+        for (uint32_t i = 0; i < others; ++i) {
+            ParticipantData data = remote(2);
+            data.guid.prefix.bytes[1] = static_cast<uint8_t>(1 + i / 250);
+            data.guid.prefix.bytes[2] = static_cast<uint8_t>(1 + i % 250);
+            data.lease = kDurationInfinite;
+            MessageWriter writer(data.guid.prefix, 60000);
+            const ByteBuffer payload = encode(data);
+            Data announcement;
+            announcement.writer = entity::participant_writer;
+            announcement.sequence_number = 1;
+            announcement.has_payload = true;
+            announcement.payload = payload;
+            writer.add_data(announcement);
+            participant->receive(writer.view(), udpv4(2), now());
+        }
+        announce(remote(3));
+        output.messages.clear();
+        const auto begin = std::chrono::steady_clock::now();
+        for (int i = 0; i < 20000; ++i)
+            acknowledge(3, 4712);
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+    const double few = seconds_for(10);
+    EXPECT_LT(seconds_for(5000), 10 * few);
+}
+
+} // namespace
+} // namespace meridian::rtps::test
