@@ -4,7 +4,7 @@
 set -u
 cd "$(dirname "$0")" || exit 1
 
-PACKAGES="cmake ninja-build g++ libpugixml-dev rapidjson-dev pkg-config iproute2 util-linux cyclonedds-tools cyclonedds-dev"
+PACKAGES="cmake ninja-build g++ libpugixml-dev pkg-config iproute2 util-linux cyclonedds-tools cyclonedds-dev"
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then
     PACKAGES="$PACKAGES libfastrtps-dev"
 fi

@@ -147,8 +147,13 @@ std::string plain(const DDS_DynamicData& data) {
     return copy;
 }
 
+/// Only rows whose name holds it are measured.
+std::string wanted;
+
 void compare(const std::string& name, const TypeRef& type, const rtps::ByteBuffer& payload, uint64_t count,
              int rounds) {
+    if (name.find(wanted) == std::string::npos)
+        return;
     if (!type)
         give_up("no type " + name);
     DDS_DynamicData data;
@@ -191,6 +196,7 @@ void compare(const std::string& name, const TypeRef& type, const rtps::ByteBuffe
 
 int main(int argc, char** argv) {
     const int rounds = ferret::bench::rounds_of(argc, argv);
+    wanted = argc > 2 ? argv[2] : "";
     meridian::xml::Documents documents;
     TypesByName types;
     std::string error;

@@ -62,6 +62,8 @@ class QuixSpyAgent : public QuixAgent {
   public:
     static constexpr int kMaxPatterns = 512;
     static constexpr int kMaxPartitions = 256;
+    /// Each takes what is known of all endpoints once more, and types that conflict cost others nothing.
+    static constexpr int kMostParticipants = 256;
 
     QuixSpyAgent(const char* programName, QuixAgentOutput& output);
     /// Deletes listeners, then the participants with what they contain. Failures are printed at any
@@ -97,7 +99,8 @@ class QuixSpyAgent : public QuixAgent {
                                    DDS_DurabilityQosPolicyKind durability, bool keyed,
                                    const DDS_TypeCode* typeCode, const DDS_EntityNameQosPolicy& entityName,
                                    const DDS_StringSeq& endpointPartitions,
-                                   const DDS_StringSeq& participantPartitions);
+                                   const DDS_StringSeq& participantPartitions,
+                                   DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED);
 
     /// Says, for the first of them, why a writer that was announced is not read; the rest is counted.
     void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);

@@ -88,7 +88,8 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     DDS_ReliabilityQosPolicyKind reliability, DDS_DurabilityQosPolicyKind durability, bool keyed,
     bool isWriter, const RtpsGuid& guid, const DDS_SampleInfo& info, const DDS_TypeCode* typeCode,
     const DDS_LocatorSeq& locators, const DDS_EntityNameQosPolicy& entityName,
-    const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions) {
+    const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions,
+    DDS_TypeCodeAbsence absence) {
     char ip[QUIXSPY_IP_SIZE] = {};
     getIpv4Address(ip, guid, locators);
     QuixSpyLocalEndpointInfo record;
@@ -109,7 +110,7 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     if (agent_->_printUserData && isWriter) {
         agent_->on_publication_discovered(ip, guid, topicName, typeName, ownership, reliability, durability,
                                           keyed, typeCode, entityName, endpointPartitions,
-                                          participantPartitions);
+                                          participantPartitions, absence);
     }
     if (!_registry.assert_node(record, guid, ip, topicName, typeName, entityName, endpointPartitions,
                                participantPartitions)) {

@@ -62,13 +62,10 @@ bool store_name(QuixAgentOutput& output, QuixSpyEndpointInfo& info,
 bool store_partitions(QuixAgentOutput& output, char*& field, const DDS_StringSeq& names) {
     if (names.length() == 0)
         return true;
-    std::string text;
-    for (DDS_Long i = 0; i < names.length(); ++i) {
-        if (i > 0)
-            text += ',';
-        text += or_empty(names[i]);
-    }
-    return duplicate(field, text.c_str()) ||
+    std::string joined; // of what may be thousands
+    for (DDS_Long i = 0; i < names.length(); ++i)
+        joined.append(i > 0 ? "," : "").append(or_empty(names[i]));
+    return duplicate(field, joined.c_str()) ||
            output.fail("ferret: Failed to allocate memory for partitions\n");
 }
 

@@ -27,6 +27,7 @@ struct Publication {
     DDS_DurabilityQosPolicyKind durability;
     bool keyed;
     const DDS_TypeCode* typeCode;
+    DDS_TypeCodeAbsence absence; // of the type code
     const DDS_EntityNameQosPolicy& entityName;
     const DDS_StringSeq& endpointPartitions;
     const DDS_StringSeq& participantPartitions;
@@ -311,6 +312,32 @@ bool has_known_type(const ParticipantNode& node, const Publication& publication)
     return publication.typeCode == nullptr && node.participant->get_typecode(publication.typeName) != nullptr;
 }
 
+const char* text_of(DDS_TypeCodeAbsence absence) {
+    switch (absence) {
+        case DDS_TYPE_CODE_NOT_TOLD:
+            return "no application told it in time";
+        case DDS_TYPE_CODE_NOT_GENUINE:
+            return "what was told of it does not match the announced hash";
+        case DDS_TYPE_CODE_TOO_LARGE:
+            return "it is larger than -tcMaxSize allows";
+        case DDS_TYPE_CODE_UNUSABLE:
+            return "what was announced of it cannot be used";
+        default:
+            return "only its name is announced (a <types> document can tell it)";
+    }
+}
+
+/// Once per topic, where contents were asked for and will not be shown.
+void say_why_there_are_no_contents(const QuixSpyAgent& agent, const ParticipantNode& node,
+                                   const Publication& publication) {
+    if (agent._printSample == PRINT_SAMPLE_NONE || publication.typeCode != nullptr ||
+        has_known_type(node, publication))
+        return;
+    agent.output().fail("ferret: topic '%s' is shown without contents: type '%s' is unknown, as %s\n",
+                        QUIXSpy_text(publication.topicName).c_str(),
+                        QUIXSpy_text(publication.typeName).c_str(), text_of(publication.absence));
+}
+
 /// Watches a topic that the participant does not have yet. The listener is complete before its reader exists:
 /// from then on other threads call it.
 bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& publication) {
@@ -330,6 +357,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         clone_type_code(agent, publication.typeCode, type_code))
         topic = create_topic(agent, *node.participant, publication);
     if (topic != nullptr) {
+        say_why_there_are_no_contents(agent, node, publication);
         agent.output().progress("ferret: Creating data reader listener...\n");
         topic_node->listener = new (std::nothrow) QuixSpyDataListener(
             publication.topicName, publication.typeName, type_code,
@@ -368,17 +396,15 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
 
 } // namespace
 
-bool QuixSpyAgent::on_publication_discovered(const char* ip, const RtpsGuid& guid, const char* topicName,
-                                             const char* typeName, DDS_OwnershipQosPolicyKind ownership,
-                                             DDS_ReliabilityQosPolicyKind reliability,
-                                             DDS_DurabilityQosPolicyKind durability, bool keyed,
-                                             const DDS_TypeCode* typeCode,
-                                             const DDS_EntityNameQosPolicy& entityName,
-                                             const DDS_StringSeq& endpointPartitions,
-                                             const DDS_StringSeq& participantPartitions) {
-    const Publication publication{ip,        guid,        topicName,          typeName,
-                                  ownership, reliability, durability,         keyed,
-                                  typeCode,  entityName,  endpointPartitions, participantPartitions};
+bool QuixSpyAgent::on_publication_discovered(
+    const char* ip, const RtpsGuid& guid, const char* topicName, const char* typeName,
+    DDS_OwnershipQosPolicyKind ownership, DDS_ReliabilityQosPolicyKind reliability,
+    DDS_DurabilityQosPolicyKind durability, bool keyed, const DDS_TypeCode* typeCode,
+    const DDS_EntityNameQosPolicy& entityName, const DDS_StringSeq& endpointPartitions,
+    const DDS_StringSeq& participantPartitions, DDS_TypeCodeAbsence absence) {
+    const Publication publication{
+        ip,    guid,     topicName, typeName,   ownership,          reliability,          durability,
+        keyed, typeCode, absence,   entityName, endpointPartitions, participantPartitions};
     if (!is_wanted(*this, publication))
         return false;
     for (ParticipantNode* node = _participantList.head(); node != nullptr;
@@ -394,6 +420,12 @@ bool QuixSpyAgent::on_publication_discovered(const char* ip, const RtpsGuid& gui
             case Fit::conflict:
                 break;
         }
+    }
+    if (_participantList.count >= kMostParticipants) {
+        tell_unread(
+            guid, topicName,
+            std::to_string(kMostParticipants) + " participants of this tool read other types already");
+        return false;
     }
     ParticipantNode* const added = add_participant(*this);
     return added != nullptr && subscribe(*this, *added, publication);

@@ -22,13 +22,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     read_pairs(reader, pairs);
     for (const TypeObjectPair& pair : pairs) {
         if (pair.id.is_hashed())
-            library.add(pair.id.hash, pair.object, order);
+            library.add_genuine(pair.id.hash, pair.object, order);
     }
+    canonical(bytes, order);
+    TypeLibrary whole;
+    TypeHash any;
+    any.kind = tk::kComplete;
+    std::string reason;
+    if (whole.add_plain(any, bytes) == TypeLibrary::Added::yes)
+        whole.build(TypeIdentifier::of(any), reason);
     TypeHash hash;
     for (uint8_t kind : {tk::kMinimal, tk::kComplete}) {
         hash.kind = kind;
         library.add(hash, bytes, order);
         const TypeIdentifier root = TypeIdentifier::of(hash);
+        library.forged_cycles(root);
         std::string error;
         const TypeRef type = library.build(root, error);
         if (static_cast<bool>(type) != error.empty() || (type && !equal(*type, *library.build(root, error))))

@@ -134,6 +134,13 @@ class CommandLine(unittest.TestCase):
             self.assertEqual((result.returncode, result.stdout), (2, ""), arguments)
             self.assertIn("usage: ferret-types", result.stderr)
 
+    def test_a_link_to_the_program(self):
+        """As packages install it."""
+        link = self.folder / "link"
+        link.symlink_to(PROGRAM)
+        result = subprocess.run([sys.executable, link, "p"], cwd=self.folder, capture_output=True, text=True)
+        self.assertEqual((result.returncode, result.stdout), (0, run_types(self.folder, "p").stdout))
+
     def test_a_file_for_the_document(self):
         result = run_types(self.folder, "p", "-o", "out.xml")
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))

@@ -49,6 +49,14 @@ struct DDS_EndpointNames {
     DDS_EndpointNames& operator=(const DDS_EndpointNames& other);
     ~DDS_EndpointNames();
 };
+/// Why a publication has no type code.
+enum DDS_TypeCodeAbsence {
+    DDS_TYPE_CODE_NOT_ANNOUNCED, // only the name of the type was
+    DDS_TYPE_CODE_NOT_TOLD,      // nobody who was asked for it told it in time
+    DDS_TYPE_CODE_NOT_GENUINE,   // what was told does not match the hash that was announced
+    DDS_TYPE_CODE_TOO_LARGE,     // above type_code_max_serialized_length
+    DDS_TYPE_CODE_UNUSABLE       // what was announced or told is no type; the logger says why
+};
 /// Members that publications and subscriptions share; the group policies are those of the publisher or
 /// subscriber.
 struct DDS_EndpointBuiltinTopicData : DDS_EndpointNames, DDS_EndpointPolicies, DDS_GroupPolicies {
@@ -62,6 +70,7 @@ struct DDS_EndpointBuiltinTopicData : DDS_EndpointNames, DDS_EndpointPolicies, D
     /// Type announced by the endpoint, or null. Owned by the reader's type table, valid until the participant
     /// is deleted.
     const DDS_TypeCode* type_code = nullptr;
+    DDS_TypeCodeAbsence type_code_absence = DDS_TYPE_CODE_NOT_ANNOUNCED; // where there is none
     /// The type information as the endpoint announced it (DDS-XTypes 1.3, 7.6.3.2.2), serialized; empty when
     /// it announced none.
     DDS_OctetSeq type_information;

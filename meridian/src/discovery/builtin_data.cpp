@@ -77,6 +77,8 @@ void fill_endpoint(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopi
     out.entity_name.name = name_or_null(endpoint.name);
     out.property = to_properties(endpoint.properties);
     out.type_code = rtps::type_of(endpoint);
+    if (endpoint.type != nullptr)
+        out.type_code_absence = endpoint.type->why_none();
     out.type_information = to_octet_seq(*endpoint.type_information);
 }
 

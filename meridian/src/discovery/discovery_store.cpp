@@ -85,8 +85,11 @@ void DiscoveryStore::participant_gone(const rtps::ParticipantRef& participant, r
         return;
     for (const rtps::RemoteEndpointRef& endpoint : found->second.endpoints)
         report_gone(found->second, *endpoint, rtps::kTimeInvalid);
-    for (auto departed = departed_.begin(); departed != departed_.end();)
-        departed = departed->second.expired() ? departed_.erase(departed) : std::next(departed);
+    if (departed_.size() >= departed_limit_) {
+        for (auto departed = departed_.begin(); departed != departed_.end();)
+            departed = departed->second.expired() ? departed_.erase(departed) : std::next(departed);
+        departed_limit_ = 2 * departed_.size() + 16;
+    }
     departed_[prefix] = found->second.announced;
     participants_.erase(found);
     MERIDIAN_LOG_REMOTE("discovery", "participant %s is gone: %s", rtps::to_string(prefix).c_str(),

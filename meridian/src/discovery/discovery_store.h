@@ -75,6 +75,8 @@ class DiscoveryStore final : public rtps::Events {
     /// Participants that have gone; the caches keep those alive whose endpoints they hold.
     std::unordered_map<rtps::GuidPrefix, std::weak_ptr<const rtps::ParticipantData>> departed_
         MERIDIAN_GUARDED_BY(mutex_);
+    /// With so many it is looked which of them are of use still.
+    size_t departed_limit_ MERIDIAN_GUARDED_BY(mutex_) = 16;
 };
 
 } // namespace meridian::discovery

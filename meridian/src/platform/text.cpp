@@ -1,6 +1,7 @@
 #include "platform/text.h"
 
 #include <algorithm>
+#include <array>
 
 namespace meridian {
 
@@ -90,7 +91,16 @@ size_t control_at(std::string_view text, size_t at) {
 }
 
 size_t plain_length(std::string_view text) {
-    return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), is_plain) - text.begin());
+    static constexpr std::array<bool, 256> kPlain = [] {
+        std::array<bool, 256> table{};
+        for (size_t i = 0; i < table.size(); ++i)
+            table[i] = i < 0x80 && is_plain(static_cast<char>(i));
+        return table;
+    }();
+    size_t length = 0;
+    while (length < text.size() && kPlain[static_cast<uint8_t>(text[length])])
+        ++length;
+    return length;
 }
 
 uint16_t format_at(std::string_view text, size_t at) {

@@ -226,7 +226,7 @@ struct PointCloud2 {
     bool is_bigendian = false;
     uint32_t point_step = 12;
     uint32_t row_step = 24;
-    std::vector<uint8_t> data = std::vector<uint8_t>(23, 200);
+    std::vector<uint8_t> data = std::vector<uint8_t>(13, 200); // more of them are printed in rows
     bool is_dense = true;
 
     template <typename Visitor>

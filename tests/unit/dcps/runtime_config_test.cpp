@@ -28,6 +28,15 @@ class RuntimeConfigTest : public ::testing::Test {
     std::string error_;
 };
 
+TEST_F(RuntimeConfigTest, TypesMayBeUnlimited) {
+    qos_.resource_limits.type_code_max_serialized_length = 100;
+    EXPECT_EQ(max_type_size(qos_), 100u);
+    qos_.resource_limits.type_code_max_serialized_length = 0;
+    EXPECT_EQ(max_type_size(qos_), 0u);
+    qos_.resource_limits.type_code_max_serialized_length = DDS_LENGTH_UNLIMITED;
+    EXPECT_EQ(max_type_size(qos_), UINT64_MAX);
+}
+
 TEST_F(RuntimeConfigTest, PoliciesReachTheLayersBelow) {
     qos_.wire_protocol.participant_id = 7;
     qos_.transport_builtin.mask = DDS_TRANSPORTBUILTIN_UDPv6;

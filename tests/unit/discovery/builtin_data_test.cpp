@@ -4,6 +4,7 @@
 
 #include "discovery/conversions.h"
 #include "samples.h"
+#include "types/lookup/endpoint_type.h"
 
 namespace meridian::discovery {
 namespace {
@@ -18,7 +19,9 @@ rtps::Locator make_locator(int32_t kind, uint32_t port, uint8_t last) {
 
 DDS_PublicationBuiltinTopicData publication(const rtps::EndpointData& data) {
     DDS_PublicationBuiltinTopicData out;
-    fill(*test::record(data), out);
+    rtps::RemoteEndpoint endpoint = *test::record(data);
+    endpoint.type = rtps::EndpointType::none(DDS_TYPE_CODE_TOO_LARGE);
+    fill(endpoint, out);
     return out;
 }
 
@@ -123,6 +126,7 @@ TEST(BuiltinData, WriterIsConvertedWhole) {
     EXPECT_STREQ(out.entity_name.name, "the writer");
     EXPECT_EQ(out.property.value.length(), 1);
     EXPECT_EQ(out.type_code, nullptr);
+    EXPECT_EQ(out.type_code_absence, DDS_TYPE_CODE_TOO_LARGE);
     ASSERT_EQ(out.type_information.length(), 2);
     EXPECT_EQ(out.type_information[1], 0xbb);
 }

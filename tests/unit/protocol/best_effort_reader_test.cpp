@@ -58,7 +58,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     int oversized = 0;
     std::array<uint64_t, static_cast<size_t>(NotTaken::count)> not_taken{};
     TimerQueue timers;
-    MemoryBudget memory{100000};
+    MemoryBudget memory{50000};
     BestEffortReader reader{50000, memory, *this, *this, timers};
 };
 
@@ -102,16 +102,16 @@ TEST_F(BestEffortReaderTest, FragmentsThatComeTooLateAreDropped) {
 
 TEST_F(BestEffortReaderTest, WithoutMemoryTheOldestUnfinishedSampleGivesWay) {
     MemoryShare others(memory);
-    ASSERT_TRUE(others.take(20000));
-    fragment(1, 1, 30000);
-    fragment(2, 1, 30000);
+    ASSERT_TRUE(others.take(10000));
+    fragment(1, 1, 15000);
+    fragment(2, 1, 15000);
     EXPECT_EQ(told(NotTaken::incomplete), 1u);
     MemoryShare more(memory);
-    ASSERT_TRUE(more.take(20000));
-    fragment(3, 1, 40000);
+    ASSERT_TRUE(more.take(10000));
+    fragment(3, 1, 20000);
     EXPECT_EQ(told(NotTaken::incomplete), 2u);
     EXPECT_EQ(told(NotTaken::no_memory), 1u);
-    fragment(3, 2, 40000);
+    fragment(3, 2, 20000);
     EXPECT_EQ(told(NotTaken::no_memory), 1u) << "once a sample";
     fragment(4, 1);
     fragment(4, 2);

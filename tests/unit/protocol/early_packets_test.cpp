@@ -55,5 +55,19 @@ TEST(EarlyPackets, TheOldestGiveWay) {
     EXPECT_LE(taken(packets, 1, milliseconds(0)).size(), EarlyPackets::kMaxBytes / 60000);
 }
 
+TEST(EarlyPackets, TakeOfTheBudgetWhatTheyNeed) {
+    MemoryBudget& budget = MemoryBudget::of_process();
+    const size_t before = budget.used();
+    EarlyPackets packets;
+    packets.add({writer(1)}, ByteBuffer(5000), Locator{}, milliseconds(0));
+    packets.add({writer(2)}, ByteBuffer(5000), Locator{}, milliseconds(0));
+    EXPECT_GE(budget.used(), before + 10000);
+    taken(packets, 1, milliseconds(1));
+    EXPECT_LT(budget.used(), before + 10000);
+    packets.add({writer(2)}, ByteBuffer(5000), Locator{}, milliseconds(5000));
+    taken(packets, 2, milliseconds(5000));
+    EXPECT_EQ(budget.used(), before);
+}
+
 } // namespace
 } // namespace meridian::rtps

@@ -129,5 +129,63 @@ TEST_F(ParticipantTableTest, HoweverManyAnnounceTooMuchANewOneGetsSomething) {
     EXPECT_LT(recorder.endpoints.size(), 100u);
 }
 
+TEST_F(ParticipantTableTest, WhatEndpointsKeepComesOutOfTheBudgetForAsLongAsAnybodyKeepsIt) {
+    const MemoryBudget& budget = MemoryBudget::of_process();
+    start();
+    announce(remote(2));
+    announce(remote(3));
+    const size_t before = budget.used();
+    EndpointData wide = publication(2);
+    wide.qos.user_data.assign(50000, 1);
+    send_data(2, entity::publications_writer, 1, encode(wide));
+    EXPECT_GE(budget.used(), before + 50000);
+    wide.name = "changed";
+    send_data(2, entity::publications_writer, 2, encode(wide));
+    EXPECT_LT(budget.used(), before + 60000);
+    RemoteEndpointRef kept = recorder.endpoints.at(wide.guid);
+    receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 3, wide.guid); });
+    EXPECT_TRUE(recorder.endpoints.empty());
+    EXPECT_GE(budget.used(), before + 50000);
+    kept = nullptr;
+    EXPECT_EQ(budget.used(), before);
+
+    SequenceNumber number = 3;
+    for (uint32_t i = 1; recorder.errors.empty() && i < 5000; ++i) {
+        wide.guid.entity = EntityId{i << 8 | 2};
+        send_data(2, entity::publications_writer, ++number, encode(wide));
+    }
+    EXPECT_GT(budget.used(), budget.limit() / 3);
+    EXPECT_LE(budget.used(), budget.limit() / 2 + 1000000);
+    ASSERT_EQ(recorder.errors.size(), 1u);
+    EXPECT_NE(recorder.errors[0].find(to_string(prefix(2))), std::string::npos);
+    const size_t seen = recorder.endpoints.size();
+    send_data(3, entity::publications_writer, 1, encode(publication(3)));
+    EXPECT_EQ(recorder.endpoints.size(), seen + 1);
+}
+
+TEST_F(ParticipantTableTest, WideAnnouncementsOfStrangersMakeRoomForOthers) {
+    config.max_remote_participants = 10000;
+    start();
+    for (uint32_t i = 0; i < 1500; ++i) {
+        ParticipantData data = immortal(2);
+        data.guid.prefix.bytes[4] = static_cast<uint8_t>(i >> 8);
+        data.guid.prefix.bytes[5] = static_cast<uint8_t>(i);
+        data.user_data.assign(60000, 1);
+        MessageWriter writer(data.guid.prefix, 65000);
+        const ByteBuffer payload = encode(data);
+        Data message;
+        message.writer = entity::participant_writer;
+        message.sequence_number = 1;
+        message.has_payload = true;
+        message.payload = payload;
+        writer.add_data(message);
+        participant->receive(writer.view(), udpv4(2, 50000), now());
+    }
+    EXPECT_LE(MemoryBudget::of_process().used(), MemoryBudget::of_process().limit());
+    EXPECT_EQ(recorder.errors.size(), 1u);
+    announce(remote(3));
+    EXPECT_EQ(recorder.participants.count(prefix(3)), 1u);
+}
+
 } // namespace
 } // namespace meridian::rtps::test

@@ -104,6 +104,7 @@ class Subscription : public ::testing::Test {
         DDS_ReliabilityQosPolicyKind reliability = DDS_BEST_EFFORT_RELIABILITY_QOS;
         DDS_DurabilityQosPolicyKind durability = DDS_VOLATILE_DURABILITY_QOS;
         RtpsGuid guid{};
+        DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED;
     };
 
     /// A writer, each time another one unless it brings its GUID. Returns what was printed.
@@ -114,7 +115,7 @@ class Subscription : public ::testing::Test {
             subscribed = agent.on_publication_discovered(
                 "10.1.2.3", writer.guid, writer.topic, writer.type, writer.ownership, writer.reliability,
                 writer.durability, writer.keyed, writer.type_code, entity_name("role", "name"),
-                string_seq({"A"}), string_seq({"P"}));
+                string_seq({"A"}), string_seq({"P"}), writer.absence);
         });
     }
     std::vector<RequestedReader>& readers(int world = 0) { return agent.worlds[world].subscriber.requested; }
@@ -195,6 +196,22 @@ TEST_F(Subscription, BothNamesHaveToPass) {
     EXPECT_TRUE(subscribed);
     discover({"Square", "ShapeX"});
     EXPECT_TRUE(subscribed);
+}
+
+TEST_F(Subscription, SaysOnceForEachTopicWhyThereAreNoContents) {
+    Writer writer;
+    EXPECT_EQ(discover(writer), "") << "nobody asked for contents";
+    agent._printSample = PRINT_SAMPLE_COMPACT;
+    writer.topic = "Square";
+    EXPECT_EQ(discover(writer),
+              "ferret: topic 'Square' is shown without contents: type 'ShapeType' is unknown, as "
+              "only its name is announced (a <types> document can tell it)\n");
+    writer.absence = DDS_TYPE_CODE_NOT_TOLD;
+    EXPECT_EQ(discover(writer), "");
+    writer.topic = "Triangle";
+    EXPECT_EQ(discover(writer),
+              "ferret: topic 'Triangle' is shown without contents: type 'ShapeType' is unknown, as "
+              "no application told it in time\n");
 }
 
 TEST_F(Subscription, FurtherWritersOfATopicAreOnlyRecorded) {
@@ -499,6 +516,19 @@ TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {
         all += told_of(exclusive);
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 45);
     EXPECT_THAT(all, ::testing::HasSubstr("further ones are not told"));
+}
+
+TEST_F(Subscription, ParticipantsAreNotMadeWithoutEnd) {
+    // The limit counts nodes, whatever they are of.
+    const int before = agent._participantList.count;
+    agent._participantList.count = QuixSpyAgent::kMostParticipants;
+    discover({});
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(discover({"Circle", "Other"}), "");
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("is not read: 256 participants of this tool read other types already"));
+    EXPECT_EQ(agent.created, 0);
+    agent._participantList.count = before;
 }
 
 TEST_F(Subscription, HistoryGivesWayToTheLimitsOfTheProfile) {

@@ -233,12 +233,9 @@ TEST(Layout, TextWithoutOctetsEnds) {
     for (int i = 0; i < 60000; ++i)
         sample.writer().write(uint8_t{0});
     const std::string lines = plain(sample.data());
-    EXPECT_LT(lines.size(), (1u << 20) + 100000);
-    EXPECT_EQ(lines.substr(lines.size() - 8), "\n   ...\n");
-    const std::string json = compact(sample.data());
-    EXPECT_LT(json.size(), (1u << 20) + 100000);
-    EXPECT_EQ(json.substr(0, 12), "{\"e\":[{},{},");
-    EXPECT_EQ(json.substr(json.size() - 11), ",{},\"...\"]}");
+    EXPECT_LT(lines.size(), 100000u);
+    EXPECT_EQ(lines.substr(lines.size() - 6), "]: {}\n");
+    EXPECT_EQ(compact(sample.data()), "failed");
 }
 
 TEST(Layout, CutJsonIsJson) {

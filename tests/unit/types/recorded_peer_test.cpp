@@ -227,6 +227,40 @@ TEST_P(RecordedPeer, APeerThatFallsSilentIsGivenUpAfterTwoSeconds) {
     }
 }
 
+TEST(RecordedWholeType, ShowsWhatWasWrittenWithoutLookup) {
+    const Recording recording = read_recording("fast29_whole");
+    EXPECT_FALSE(recording.publication.type_object.empty());
+    TypeResolver::Settings settings;
+    TypeResolver resolver(settings);
+    const rtps::MonotonicTime now{milliseconds(1000)};
+    const auto answer = resolver.resolve(recording.publication, true, now);
+    ASSERT_TRUE(answer);
+    ASSERT_TRUE(answer->type);
+    EXPECT_EQ(answer->type->name, "v1::Flat");
+    EXPECT_EQ(contents_of(answer->type, recording.sample), recording.contents);
+    EXPECT_TRUE(resolver.take_requests().empty());
+
+    rtps::EndpointData changed = recording.publication;
+    for (size_t size = 1; size < recording.publication.type_object.size() - 12; ++size) {
+        changed.type_object.assign(
+            recording.publication.type_object.begin(),
+            recording.publication.type_object.begin() + static_cast<std::ptrdiff_t>(size));
+        const auto cut = resolver.resolve(changed, true, now);
+        ASSERT_TRUE(cut);
+        EXPECT_FALSE(cut->type) << size;
+        EXPECT_EQ(cut->why, DDS_TYPE_CODE_UNUSABLE) << size;
+    }
+    changed.type_object.clear();
+    const auto identifiers_alone = resolver.resolve(changed, true, now);
+    ASSERT_TRUE(identifiers_alone);
+    EXPECT_EQ(identifiers_alone->why, DDS_TYPE_CODE_UNUSABLE);
+    settings.max_type_size = 100;
+    TypeResolver narrow(settings);
+    const auto refused = narrow.resolve(recording.publication, true, now);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->why, DDS_TYPE_CODE_TOO_LARGE);
+}
+
 INSTANTIATE_TEST_SUITE_P(FastDds31, RecordedPeer,
                          ::testing::Values("fast31_final", "fast31_appendable", "fast31_mutable"),
                          [](const auto& named) { return std::string(named.param); });

@@ -230,3 +230,25 @@ TEST(TypeLibrary, NamesHaveALimit) {
     EXPECT_FALSE(library.build(TypeIdentifier::of(numbered(3)), error));
     EXPECT_EQ(error, "a name of more than 256 characters");
 }
+
+TEST(TypeEquality, IdsOfUnionMembersCountWhereSamplesHoldThem) {
+    const auto make = [](uint32_t first_id, DDS_ExtensibilityKind extensibility) {
+        TypeGraph* graph = TypeGraph::create();
+        Type* made = graph->add();
+        made->kind = DDS_TK_UNION;
+        made->name = "U";
+        made->extensibility = extensibility;
+        made->discriminator = graph->primitive(DDS_TK_LONG);
+        Member member;
+        member.name = "a";
+        member.id = first_id;
+        member.labels = {1};
+        member.type = graph->primitive(DDS_TK_SHORT);
+        made->members.push_back(member);
+        return TypeRef::adopt(made);
+    };
+    for (const auto kind : {DDS_FINAL_EXTENSIBILITY, DDS_EXTENSIBLE_EXTENSIBILITY})
+        EXPECT_TRUE(equal(*make(0, kind), *make(1, kind)));
+    EXPECT_FALSE(equal(*make(0, DDS_MUTABLE_EXTENSIBILITY), *make(1, DDS_MUTABLE_EXTENSIBILITY)));
+    EXPECT_FALSE(equal(*make(0, DDS_FINAL_EXTENSIBILITY), *make(0, DDS_EXTENSIBLE_EXTENSIBILITY)));
+}

@@ -248,6 +248,21 @@ TEST_F(TypeResolverTest, PublicationsStopWaitingWhenAllParticipantsThatAnswerAre
               1);
 }
 
+TEST_F(TypeResolverTest, WhoComesAfterAllOthersLeftIsAsked) {
+    create();
+    EXPECT_FALSE(announce("corpus::Integers", 1));
+    EXPECT_FALSE(announce("corpus::Integers", 2, 0x103, false)); // waits for what 1 says
+    resolver->take_requests();
+    resolver->participant_gone(participant(1), now);
+    EXPECT_TRUE(resolver->take_requests().empty());
+    EXPECT_FALSE(announce("corpus::Integers", 3));
+    const auto requests = resolver->take_requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].asked, participant(3));
+    answer(requests[0]);
+    EXPECT_EQ(resolver->take_outcomes().size(), 3u);
+}
+
 TEST_F(TypeResolverTest, AnnouncingAnewDoesNotProlongTheWait) {
     create();
     EXPECT_FALSE(announce("corpus::Integers", 1));
@@ -308,6 +323,28 @@ TEST_F(TypeResolverTest, ObjectThatIsNotWhatItsHashSaysIsRefused) {
     ASSERT_EQ(outcomes.size(), 1u);
     ASSERT_TRUE(outcomes[0].type);
     EXPECT_TRUE(equal(*outcomes[0].type, *test::build_type(type("corpus::Integers"))));
+}
+
+TEST_F(TypeResolverTest, WhyThereIsNoTypeIsKnownForLaterPublicationsToo) {
+    create();
+    ASSERT_FALSE(announce("corpus::Integers", 1));
+    ASSERT_FALSE(announce("corpus::Floats", 1, 0x203));
+    const auto requests = resolver->take_requests();
+    ASSERT_EQ(requests.size(), 2u);
+    TypeLookupReply forged;
+    forged.request_number = requests[0].number;
+    test::read_objects(type("corpus::Floats"), forged.types);
+    for (TypeObjectPair& pair : forged.types)
+        pair.id = TypeIdentifier::of(requests[0].hashes.at(0));
+    resolver->take(forged, participant(1), now);
+    now += std::chrono::seconds(2);
+    resolver->on_timer(now);
+    const auto outcomes = resolver->take_outcomes();
+    ASSERT_EQ(outcomes.size(), 2u);
+    EXPECT_EQ(outcomes[0].why, DDS_TYPE_CODE_NOT_GENUINE);
+    EXPECT_EQ(outcomes[1].why, DDS_TYPE_CODE_NOT_TOLD);
+    EXPECT_EQ(announce("corpus::Integers", 1, 0x303)->why, DDS_TYPE_CODE_NOT_GENUINE);
+    EXPECT_EQ(announce("corpus::Floats", 1, 0x303)->why, DDS_TYPE_CODE_NOT_TOLD);
 }
 
 TEST_F(TypeResolverTest, ObjectWithGarbageInItsPaddingIsTaken) {

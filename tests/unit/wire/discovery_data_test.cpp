@@ -442,6 +442,18 @@ TEST(EndpointData, WideAnnouncementsAreKeptInAFewTimesTheirBytes) {
     ASSERT_TRUE(distinct) << error;
     EXPECT_EQ(distinct->qos.partitions.size(), 1000u);
     EXPECT_EQ(distinct->qos.partitions[999], "999");
+    const ByteBuffer many = minimal_endpoint(kWriterGuid, [](ParameterListWriter& list) {
+        list.add(pid::property_list, [](ByteWriter& writer) {
+            writer.write(3700u);
+            for (uint32_t i = 0; i < 3700; ++i) {
+                writer.write_string(std::to_string(i % 1000));
+                writer.write_string("v");
+            }
+        });
+    });
+    const auto properties = decode_endpoint(many, true, error);
+    ASSERT_TRUE(properties) << error;
+    EXPECT_EQ(properties->properties.size(), 1024u);
     const ByteBuffer unknown = minimal_endpoint(kWriterGuid, [](ParameterListWriter& list) {
         for (int i = 0; i < 15000; ++i)
             list.add_bytes(0x8123, ByteView());

@@ -1,7 +1,6 @@
 """All types of a run under their plain names, and what is shown of them."""
 
-import graphlib
-
+from .checks import check
 from .model import Struct
 from .ros_wire import (EVENT_INFO, derived_from_actions, derived_from_services, is_ros_name, on_the_wire, wire_name)
 
@@ -33,7 +32,7 @@ class Catalogue:
         if self._is_there(EVENT_INFO):
             self._derive(derived_from_services)
             self._look_for_missing()
-        self._look_for_endless()
+        check(self._types, self._report)
 
     def _derive(self, derive):
         structures = {name: declaration for name, declaration in self._types.items()
@@ -55,14 +54,6 @@ class Catalogue:
                     if not self._is_there(used) and used not in self._report.broken:
                         name = used.replace("::", "/") if is_ros_name(used) else used
                         self._report.error(place, f'there is no type "{name}" in the files and folders given')
-
-    def _look_for_endless(self):
-        parts = {declaration.name: declaration.parts() for declaration in self._types.values()}
-        try:
-            graphlib.TopologicalSorter(parts).prepare()
-        except graphlib.CycleError as error:
-            name = min(name for name in error.args[1] if name in self._types)
-            self._report.error(self._types[name].place, f'"{name}" holds itself')
 
     def shown(self):
         """The declarations of the document. Plain names for what IDL files declare, names on the wire for ROS types."""

@@ -1,7 +1,7 @@
 """Makes declarations of the tree of an IDL file."""
 
 from .idl_annotations import Annotations
-from .idl_names import Names, parts_of, plain, qualified
+from .idl_names import Names, Symbol, parts_of, plain, qualified
 from .model import (BASIC, STRINGS, WHOLE_NUMBERS, BitField, BitMask, BitSet, Case, Enum, Literal, Map, Member, Sequence, Struct,
                     Typedef, TypeUse, Union)
 from .problems import Problem
@@ -83,6 +83,7 @@ class Declarations(Names):
         if use.collection is None:
             return use
         name = self.unused(qualified(self._scope, owner))
+        self._declare(Symbol(name, "made", self.place(tree)))
         self._made.append(Typedef(name, self.place(tree), use))
         return TypeUse(name)
 
@@ -110,27 +111,11 @@ class Declarations(Names):
                 self._new(members, member.name, declarator, f'a second member "{member.name}"')
                 members[member.name] = member
         self._mark_keys(symbol, members)
-        struct = Struct(symbol.name, symbol.place, tuple(members.values()), base and base.name, self._aggregate_traits(symbol))
-        self._check_ids(struct)
-        return struct
+        return Struct(symbol.name, symbol.place, tuple(members.values()), base and base.name, self._aggregate_traits(symbol))
 
     def _new(self, known, what, at, text):
         if what in known:
             raise self.problem(at, text)
-
-    def _check_ids(self, struct):
-        """Two members cannot have the same id. Those of a base are not looked at, nor those that are hashes."""
-        known = {}
-        following = 0 if struct.base is None and ("autoid", "hash") not in struct.traits else None
-        for member in struct.members:
-            traits = dict(member.traits)
-            number = int(traits["id"]) if "id" in traits else None if "hashid" in traits else following
-            if number is None:
-                continue
-            if number in known:
-                raise Problem(member.place, f'"{member.name}" has the id {number}, as "{known[number]}" has')
-            known[number] = member.name
-            following = number + 1 if following is not None else None
 
     def _union(self, symbol):
         owner = symbol.name.rpartition("::")[2] + "_"
@@ -167,6 +152,8 @@ class Declarations(Names):
             if len(value) != 1:
                 raise self.problem(expression, f"{value!r} is not one character")
             return str(ord(value))
+        if not -1 << 31 <= value < 1 << 32:
+            raise self.problem(expression, f"the label {value} has more than 32 bits")
         return str(value).lower()
 
     def _enumerator_label(self, expression, kind):
@@ -191,6 +178,8 @@ class Declarations(Names):
         for name, value, is_default in self.literals_of(symbol.tree):
             self._new(values, value, name, f'"{name}" has the value {value}, as another enumerator has')
             values.add(value)
+            if not -1 << (bits or 32) - 1 <= value < 1 << (bits or 32):
+                raise self.problem(name, f"the value {value} has more than {bits} bits")
             literals.append(Literal(plain(name), value, is_default))
         return Enum(symbol.name, symbol.place, tuple(literals), bits)
 

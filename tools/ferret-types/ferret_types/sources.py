@@ -1,5 +1,6 @@
 """Finds interface files: what is a ROS 2 package, and which files of it say the same twice."""
 
+import functools
 import os
 import pathlib
 import xml.etree.ElementTree as ElementTree
@@ -57,6 +58,7 @@ def ros_interface_file(path, report):
     return original and interface_of(original, original.absolute().parent.parent, report)
 
 
+@functools.cache
 def _package_name(path, report):
     try:
         name = ElementTree.parse(path).getroot().findtext("name", "").strip()

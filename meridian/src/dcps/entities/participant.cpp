@@ -1,7 +1,6 @@
 #include "dcps/entities/participant.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 #include "dcps/entities/publisher.h"
@@ -112,9 +111,7 @@ bool ParticipantImpl::open(std::string& error) {
     if (runtime == nullptr)
         return false;
     types::TypeResolver::Settings types;
-    const DDS_Long limit = qos_.resource_limits.type_code_max_serialized_length;
-    types.max_type_size = limit == DDS_LENGTH_UNLIMITED ? std::numeric_limits<uint64_t>::max()
-                                                        : static_cast<uint64_t>(std::max(limit, 0));
+    types.max_type_size = max_type_size(qos_);
     type_lookup_ = std::make_unique<types::TypeLookupClient>(
         type_resolvers_->with(types),
         [documents = profiles_()](const std::string& type_name) { return documents->type(type_name); });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "discovery/conversions.h"
@@ -95,6 +96,13 @@ Announcement announcement_of(const DDS_DomainParticipantQos& qos) {
 
 discovery::PartitionList partitions_of(const DDS_DomainParticipantQos& qos) {
     return discovery::to_strings(qos.partition.name);
+}
+
+uint64_t max_type_size(const DDS_DomainParticipantQos& qos) {
+    const DDS_Long limit = qos.resource_limits.type_code_max_serialized_length;
+    if (limit == DDS_LENGTH_UNLIMITED)
+        return std::numeric_limits<uint64_t>::max();
+    return static_cast<uint64_t>(std::max(limit, 0));
 }
 
 std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,

@@ -31,6 +31,9 @@ Announcement announcement_of(const DDS_DomainParticipantQos& qos);
 
 discovery::PartitionList partitions_of(const DDS_DomainParticipantQos& qos);
 
+/// Largest type that is used, as the summed size of its type objects.
+uint64_t max_type_size(const DDS_DomainParticipantQos& qos);
+
 /// nullopt with a text in `error` where the middleware does not do what the QoS asks.
 std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
                                                        const DDS_DomainParticipantQos& qos,

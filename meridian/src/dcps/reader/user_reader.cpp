@@ -16,7 +16,8 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr DDS_Long kInitialSamples = 16;
+/// Most topics of a large domain are quiet; what traffic needs stays after its first samples.
+constexpr DDS_Long kInitialSamples = 1;
 /// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
 constexpr size_t kMostReceived = 64;
 constexpr size_t kMostBytesReceived = size_t{1} << 20;

@@ -64,11 +64,6 @@ GuidPrefix OwnParticipants::choose(uint32_t host_id, uint32_t app_id, uint32_t i
     return prefix;
 }
 
-bool OwnParticipants::is_news(const std::string& text) {
-    const MutexLock lock(mutex_);
-    return told_.insert(text).second;
-}
-
 bool OwnParticipants::contains(const GuidPrefix& prefix) const {
     const MutexLock lock(mutex_);
     return prefixes_.count(prefix) != 0;

@@ -36,9 +36,6 @@ class OwnParticipants {
     /// Prefixes stay own after their participant has gone: its last messages may still be under way.
     bool contains(const GuidPrefix& prefix) const;
 
-    /// True for the first caller with this text: what concerns all participants of the process is told once.
-    bool is_news(const std::string& text);
-
     /// The id of a new endpoint. No two endpoints of a process have the same: so a message that names its
     /// reader and no participant finds the one it is for, among all that share a socket.
     EntityId new_entity(EntityKind kind);
@@ -50,7 +47,6 @@ class OwnParticipants {
   private:
     mutable Mutex mutex_;
     std::set<GuidPrefix> prefixes_ MERIDIAN_GUARDED_BY(mutex_);
-    std::set<std::string> told_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t next_instance_ MERIDIAN_GUARDED_BY(mutex_);
     uint32_t entities_made_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     /// Apart from mutex_, which the threads themselves need while one more is opened.

@@ -52,16 +52,14 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     Peers peers;
     if (!find_peers(config, peers, error))
         return nullptr;
-    for (const std::string& reason : peers.unusable) {
-        if (own->is_news(reason))
-            MERIDIAN_LOG_ERROR("net", "%s", reason.c_str());
-    }
     const std::shared_ptr<ReceiveThread> thread = own->receive_thread(config.transport, error);
     if (!thread)
         return nullptr;
-    // Not again for further participants of the process.
-    if (!unusable.empty() && thread.use_count() == 1)
-        MERIDIAN_LOG_ERROR("net", "%s; the others are used", unusable.c_str());
+    const bool is_first = thread.use_count() == 1; // it is not told again for further participants
+    for (const std::string& reason : peers.unusable) {
+        if (is_first)
+            MERIDIAN_LOG_ERROR("net", "%s; the others are used", reason.c_str());
+    }
 
     ParticipantConfig participant = std::move(config.participant);
     participant.is_own = [own](const GuidPrefix& prefix) { return own->contains(prefix); };

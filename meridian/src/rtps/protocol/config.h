@@ -54,7 +54,7 @@ struct ParticipantConfig {
     /// of this library notice at once. 0: not announced.
     uint64_t incarnation = 0;
     uint64_t seed = 1; // for the jitter of periodic announcements
-    /// Where the numbers of the writer for subscriptions begin. Others must not know it: see Credit. Small,
+    /// Where the numbers of the writers for endpoints begin. Others must not know it: see Credit. Small,
     /// because there are readers that count up to where a writer begins.
     SequenceNumber secret_begin = 0;
     /// Larger fragmented samples are dropped with a warning.

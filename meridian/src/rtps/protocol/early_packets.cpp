@@ -11,10 +11,12 @@ void EarlyPackets::add(const std::vector<Guid>& writers, ByteView datagram, cons
         drop_oldest();
     const Packet packet{std::make_shared<const ByteBuffer>(datagram.begin(), datagram.end()), source};
     for (const Guid& writer : writers) {
-        while (!entries_.empty() && (entries_.size() >= kMaxPackets || bytes_ + datagram.size > kMaxBytes))
+        const Entry entry{writer, packet, now};
+        while (!entries_.empty() &&
+               (entries_.size() >= kMaxPackets || memory_.held() + entry.charge() > kMaxBytes))
             drop_oldest();
-        entries_.push_back({writer, packet, now});
-        bytes_ += datagram.size;
+        if (memory_.take(entry.charge()))
+            entries_.push_back(entry);
     }
 }
 
@@ -23,7 +25,7 @@ std::vector<EarlyPackets::Packet> EarlyPackets::take(const Guid& writer, Monoton
     const auto rest = std::stable_partition(entries_.begin(), entries_.end(),
                                             [&writer](const Entry& entry) { return entry.writer != writer; });
     for (auto entry = rest; entry != entries_.end(); ++entry) {
-        bytes_ -= entry->packet.datagram->size();
+        give_back(*entry);
         if (later(entry->arrived, kLifetime) >= now)
             taken.push_back(std::move(entry->packet));
     }
@@ -32,7 +34,7 @@ std::vector<EarlyPackets::Packet> EarlyPackets::take(const Guid& writer, Monoton
 }
 
 void EarlyPackets::drop_oldest() {
-    bytes_ -= entries_.front().packet.datagram->size();
+    give_back(entries_.front());
     entries_.pop_front();
 }
 

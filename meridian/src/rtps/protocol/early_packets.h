@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/protocol/times.h"
 
 namespace meridian::rtps {
@@ -16,6 +17,7 @@ namespace meridian::rtps {
 class EarlyPackets {
   public:
     static constexpr size_t kMaxPackets = 1000;
+    /// Also charged to the budget of the process.
     static constexpr size_t kMaxBytes = size_t{4} << 20;
     /// A little longer than a publication waits for its type.
     static constexpr Duration kLifetime = std::chrono::milliseconds(2500);
@@ -36,11 +38,13 @@ class EarlyPackets {
         Guid writer;
         Packet packet;
         MonotonicTime arrived;
+        size_t charge() const { return sizeof(Entry) + packet.datagram->size(); }
     };
+    void give_back(const Entry& entry) { memory_.give_back(entry.charge()); }
     void drop_oldest();
 
     std::deque<Entry> entries_;
-    size_t bytes_ = 0; // counted once per entry
+    MemoryShare memory_{MemoryBudget::of_process()}; // a packet is charged for each of its writers
 };
 
 } // namespace meridian::rtps

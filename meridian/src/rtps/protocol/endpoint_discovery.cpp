@@ -61,13 +61,21 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
                                               std::to_string(siblings.by_entity.size()) +
                                               " endpoints; the others are not seen");
     else if (record = siblings.records.make(std::move(data), sample.source_timestamp);
-             !siblings.memory.take(record->memory))
+             !charge(siblings, *record))
         warnings_.error("endpoint memory", "endpoints of participant " + to_string(guid.prefix) +
                                                " take too much memory; some are not seen");
     else
         put(siblings, std::move(record));
     if (siblings.by_entity.empty())
         by_participant_.erase(guid.prefix);
+}
+
+bool EndpointDiscovery::charge(const EndpointsOfParticipant& siblings, RemoteEndpoint& record) {
+    // As fair as a share: no participant gets more than is left for all others afterwards.
+    const MemoryBudget& budget = record.charge.budget();
+    const size_t used = budget.used() + record.memory;
+    return used <= budget.limit() && siblings.memory + record.memory <= budget.limit() - used &&
+           record.charge.take(record.memory);
 }
 
 void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record) {
@@ -77,7 +85,8 @@ void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<Re
         ++count_;
     }
     if (endpoint->waiting != nullptr)
-        siblings.memory.give_back(endpoint->waiting->memory);
+        siblings.memory -= endpoint->waiting->memory;
+    siblings.memory += record->memory;
     endpoint->waiting = std::move(record);
     settle(*endpoint);
 }
@@ -118,7 +127,7 @@ void EndpointDiscovery::settle_type(const Guid& publication, const EndpointTypeR
 void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
     const bool is_new = endpoint.record == nullptr;
     if (!is_new) {
-        by_participant_.find(endpoint.record->guid.prefix)->second.memory.give_back(endpoint.record->memory);
+        by_participant_.find(endpoint.record->guid.prefix)->second.memory -= endpoint.record->memory;
         by_topic_.erase(&endpoint);
     }
     endpoint.record = std::move(endpoint.waiting);
@@ -147,7 +156,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     listener_.on_endpoint_gone(*endpoint, reason, timestamp);
     by_topic_.erase(endpoint);
     const auto siblings = by_participant_.find(guid.prefix);
-    siblings->second.memory.give_back(endpoint->record->memory);
+    siblings->second.memory -= endpoint->record->memory;
     siblings->second.by_entity.erase(guid.entity.value);
     if (siblings->second.by_entity.empty())
         by_participant_.erase(siblings);

@@ -17,7 +17,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/memory_budget.h"
 #include "platform/seeded_hash.h"
 #include "rtps/protocol/participant_discovery.h"
 #include "rtps/protocol/reliable_writer.h"
@@ -98,7 +97,7 @@ class EndpointDiscovery {
     struct EndpointsOfParticipant {
         std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>, SeededHash> by_entity;
         RecordMaker records;
-        MemoryShare memory{MemoryBudget::of_process()}; // for all records
+        size_t memory = 0; // of their records
     };
     /// By topic name, then GUID.
     struct TopicOrder {
@@ -123,6 +122,8 @@ class EndpointDiscovery {
         }
     }
     void take(EndpointData&& data, const Sample& sample);
+    /// False where the participant's part of the memory does not allow the record.
+    static bool charge(const EndpointsOfParticipant& siblings, RemoteEndpoint& record);
     void put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record);
     /// False for what an endpoint cannot be, with the reason in error.
     bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers,

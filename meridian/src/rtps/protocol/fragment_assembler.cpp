@@ -7,8 +7,10 @@ namespace meridian::rtps {
 
 namespace {
 
-// A spare of at most this part of the budget is kept, and none while half of the budget is used.
+// A spare of at most this part of the budget is kept, and while half of the budget is used of the other: then
+// a writer of small samples goes on, whatever others do.
 constexpr size_t kSparePart = 256;
+constexpr size_t kSparePartInNeed = 2048;
 
 /// So many bytes may be had of a sample once so many of them have come.
 uint64_t reach(uint64_t received_bytes) {
@@ -40,7 +42,8 @@ FragmentAssembler::Partial* FragmentAssembler::find(SequenceNumber sequence_numb
 
 void FragmentAssembler::retire(std::unique_ptr<Partial> partial) {
     const MemoryBudget& budget = share_.budget();
-    if (!spare_ && partial->charged <= budget.limit() / kSparePart && budget.used() < budget.limit() / 2)
+    const size_t part = budget.used() < budget.limit() / 2 ? kSparePart : kSparePartInNeed;
+    if (!spare_ && partial->charged <= budget.limit() / part)
         spare_ = std::move(partial);
     else
         share_.give_back(partial->charged);

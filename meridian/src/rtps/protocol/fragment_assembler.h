@@ -40,7 +40,7 @@ class FragmentAssembler {
     static constexpr size_t kMaxSamples = 64;
     /// A fragment is taken when at least a quarter of what is before its end has come, but for this much:
     /// so one packet cannot take the memory of a large sample.
-    static constexpr size_t kHeadStart = size_t{64} << 10;
+    static constexpr size_t kHeadStart = size_t{16} << 10;
 
     /// The share must outlive the assembler. It is charged with what is really taken.
     FragmentAssembler(MemoryShare& share, size_t max_sample_size);

@@ -67,8 +67,8 @@ void Participant::add_builtin_reader(EntityId id, BuiltinPeer peer, ReaderSink& 
 void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     WriterConfig writer;
     writer.builtin_peer = peer;
-    // Every participant reads it, and it has the most to tell.
-    if (id == entity::subscriptions_writer)
+    // Every participant reads the two, and one of them has something to tell where anything is to be sent.
+    if (id == entity::subscriptions_writer || id == entity::publications_writer)
         writer.secret_begin = config_.secret_begin;
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }

@@ -106,6 +106,7 @@ struct Doubt {
     int refusals = 0;
     bool answered = false; // the address it has spoke since it was asked first
     MonotonicTime ask_at{0};
+    MemoryShare memory{MemoryBudget::of_process()};
 };
 
 } // namespace
@@ -576,6 +577,11 @@ void ParticipantDiscovery::doubt(Remote& remote, const ParticipantRef& data, con
     Doubt& doubt = *remote.doubt;
     doubt.source = source;
     doubt.data = data;
+    doubt.memory.give_back(doubt.memory.held());
+    if (!doubt.memory.take(kKeptPerByte * message.payload.size)) {
+        remote.doubt = nullptr;
+        return;
+    }
     doubt.announcement.assign(message.payload.begin(), message.payload.end());
     doubt.sequence_number = message.sequence_number;
     if (is_new)

@@ -66,6 +66,7 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->qos = last.qos;
     record->unicast = shared(last.unicast, std::move(data.unicast));
     record->type_information = shared(last.type_information, std::move(data.type_information));
+    record->type_object = shared(last.type_object, std::move(data.type_object));
     record->guid = data.guid;
     record->participant = data.participant;
     record->is_writer = data.is_writer();
@@ -93,6 +94,7 @@ EndpointData announced_data(const RemoteEndpoint& endpoint) {
     data.expects_inline_qos = endpoint.expects_inline_qos;
     data.name = endpoint.name;
     data.type_information = *endpoint.type_information;
+    data.type_object = *endpoint.type_object;
     data.properties = endpoint.properties;
     data.raw_endianness = endpoint.raw_endianness;
     return data;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/memory_budget.h"
 #include "rtps/wire/discovery_data.h"
 
 namespace meridian::rtps {
@@ -33,11 +34,14 @@ struct RemoteEndpoint {
     std::shared_ptr<const EndpointQos> qos;             // not null
     std::shared_ptr<const LocatorList> unicast;         // not null
     std::shared_ptr<const ByteBuffer> type_information; // not null
+    std::shared_ptr<const ByteBuffer> type_object;      // likewise
     Endianness raw_endianness = native_endianness();    // of the type information
     bool expects_inline_qos = false;                    // readers
     std::vector<Property> properties;
-    uint64_t announcement = 0;         // a hash of the content
-    size_t memory = 0;                 // bytes that it keeps, about, with all that it shares
+    uint64_t announcement = 0; // a hash of the content
+    size_t memory = 0;         // bytes that it keeps, about, with all that it shares
+    /// They are charged for as long as anybody keeps the record.
+    MemoryShare charge{MemoryBudget::of_process()};
     WireTime timestamp = kTimeInvalid; // of the announcement
     TypeState type_state = TypeState::waiting;
     EndpointTypeRef type; // set where type_state is known
@@ -57,6 +61,7 @@ class RecordMaker {
         std::shared_ptr<const EndpointQos> qos;
         std::shared_ptr<const LocatorList> unicast;
         std::shared_ptr<const ByteBuffer> type_information;
+        std::shared_ptr<const ByteBuffer> type_object;
     };
     Last writers_;
     Last readers_;

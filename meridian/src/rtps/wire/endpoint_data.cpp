@@ -136,7 +136,7 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
     const bool says_what_it_is = id.is_writer() || id.is_reader();
     const bool kind_fits = !is_of_other_kind && (says_what_it_is || !id.is_builtin());
     data.announced_as_writer = is_writer;
-    drop_unnamed(data.properties);
+    drop_useless(data.properties);
     if (data.qos.partitions.size() > kFewPartitions)
         keep_distinct(data.qos.partitions);
     if (data.guid.prefix == kUnknownPrefix || !kind_fits) {

@@ -9,6 +9,7 @@ namespace {
 
 // Unknown parameters beyond so many are skipped: each takes many times its bytes.
 constexpr size_t kMaxRaw = 256;
+constexpr size_t kMaxProperties = 1024;
 
 std::string hex16(unsigned value) {
     char text[8];
@@ -59,12 +60,11 @@ bool PayloadParameters::check_complete(std::string& error) const {
     return false;
 }
 
-void drop_unnamed(std::vector<Property>& properties) {
+void drop_useless(std::vector<Property>& properties) {
     const auto unnamed = [](const Property& property) { return property.name.empty(); };
     const auto rest = std::remove_if(properties.begin(), properties.end(), unnamed);
-    if (rest == properties.end())
-        return;
     properties.erase(rest, properties.end());
+    properties.resize(std::min(properties.size(), kMaxProperties));
     properties.shrink_to_fit();
 }
 

@@ -60,8 +60,9 @@ class PayloadParameters {
     Endianness order_ = native_endianness();
 };
 
-/// A property without a name means nothing, and takes many times the bytes that announce it.
-void drop_unnamed(std::vector<Property>& properties);
+/// A property without a name means nothing, and takes many times the bytes that announce it. Of the others
+/// 1,024 are kept.
+void drop_useless(std::vector<Property>& properties);
 
 /// Refuses negative durations. Some peers write the infinite one with another fraction: all of those become
 /// kDurationInfinite.

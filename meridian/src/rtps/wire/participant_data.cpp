@@ -65,7 +65,7 @@ std::optional<ParticipantData> decode_participant(ByteView payload, std::string&
     if (!list.for_each(data.raw, error,
                        [&](const Parameter& parameter) { return read_parameter(parameter, data, key_hash); }))
         return std::nullopt;
-    drop_unnamed(data.properties);
+    drop_useless(data.properties);
     if (data.guid == Guid() && key_hash)
         data.guid = *key_hash;
     if (data.guid.prefix == kUnknownPrefix || data.guid.entity != entity::participant) {

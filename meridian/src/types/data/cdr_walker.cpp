@@ -20,8 +20,8 @@ bool CdrWalker::fail(const char* reason) {
     return false;
 }
 
-bool CdrWalker::descend(const Step& step) {
-    return path_.push(step) || fail("values nest too deeply");
+bool CdrWalker::descend(const Member* member, uint64_t index) {
+    return path_.push({member, index}) || fail("values nest too deeply");
 }
 
 bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
@@ -148,7 +148,8 @@ bool CdrWalker::has_header(const Type& collection) const {
 bool CdrWalker::skip_primitives(ByteReader& reader, size_t size, uint64_t count) {
     if (count == 0)
         return true;
-    object_to_padding(reader, size);
+    if (behind_disputed_)
+        object_to_padding(reader, size);
     if (!reader.align(size) || count > reader.remaining() / size ||
         !reader.skip(static_cast<size_t>(count) * size))
         return fail("more elements than the sample holds");
@@ -180,7 +181,7 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
                 return false;
             continue;
         }
-        if (!descend({nullptr, i}))
+        if (!descend(nullptr, i))
             return false;
         const bool done = walk_value(reader, content, sink);
         leave();
@@ -215,7 +216,7 @@ bool CdrWalker::walk_collection(ByteReader& outer, const Type& type, ValueSink* 
 
 bool CdrWalker::walk_entries(ByteReader& reader, const Type& type, uint64_t count, ValueSink* sink) {
     for (uint64_t i = 0; i < count; ++i) {
-        if (!descend({nullptr, i}))
+        if (!descend(nullptr, i))
             return false;
         const bool done = (sink == nullptr || sink->key(i)) && walk_value(reader, type.key, sink) &&
                           (sink == nullptr || sink->mapped()) && walk_value(reader, type.content, sink);

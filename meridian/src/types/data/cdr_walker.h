@@ -74,7 +74,7 @@ class CdrWalker {
 
     /// Tells that what is walked or located next is the value of a located member, until leave(). False when
     /// values nest too deeply; then there is nothing to leave.
-    bool enter(const Member& member) { return descend({&member, 0}); }
+    bool enter(const Member& member) { return descend(&member, 0); }
     void leave() { path_.pop(); }
 
     /// Takes only the members of structures that make the key: for payloads that consist of nothing else.
@@ -106,7 +106,8 @@ class CdrWalker {
     static constexpr uint32_t kManyObjections = 1000;
 
     bool fail(const char* reason);
-    bool descend(const Step& step);
+    /// To a member or, when that is null, to the element of that index.
+    bool descend(const Member* member, uint64_t index);
     bool enter_header(rtps::ByteReader& outer, rtps::ByteReader& inner);
     /// Hands `walk` what the header of a delimited value says belongs to it, or, without a header, all.
     template <typename Walk>

@@ -34,7 +34,7 @@ void CdrWalker::object_to(const Type& type, const Scalar& value) {
 }
 
 void CdrWalker::object_to_padding(const ByteReader& reader, size_t size) {
-    if (behind_disputed_ && size != 0)
+    if (size != 0)
         object(!reader.zeros_follow(reader.padding(std::min<size_t>(size, 8))));
     behind_disputed_ = false;
 }
@@ -109,7 +109,8 @@ bool CdrWalker::read_long_double(ByteReader& reader, Scalar& value) {
 }
 
 bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value) {
-    object_to_padding(reader, primitive_size(type.kind));
+    if (behind_disputed_)
+        object_to_padding(reader, primitive_size(type.kind));
     switch (type.kind) {
         case DDS_TK_FLOAT: {
             float narrow = 0;

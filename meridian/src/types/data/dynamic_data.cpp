@@ -53,7 +53,9 @@ class FileSpill final : public TextSpill {
 /// Counts, for a text that is asked for its length only and would take much memory.
 class CountSpill final : public TextSpill {
   public:
-    void take(std::string_view text) override { size += text.size(); }
+    void take(std::string_view text) override { count(text.size()); }
+    bool counts() const override { return true; }
+    void count(uint64_t length) override { size += length; }
     uint64_t size = 0;
 };
 
@@ -77,18 +79,28 @@ class BufferSpill final : public TextSpill {
     bool is_first_ = true;
 };
 
-bool print_plain(const DynamicSample& sample, DDS_Long indent, TextSpill* spill) {
-    PlainPrinter printer(sample.text(), indent, {spill, text_limit(sample.payload().size)});
+/// Of a shorter text its length is not counted in vain: it is kept.
+constexpr size_t kMostKept = size_t{1} << 20;
+
+TextTarget target_of(const DynamicSample& sample, TextSpill& spill) {
+    TextTarget target{&spill, text_limit(sample.payload().size)};
+    if (spill.counts())
+        target.piece = kMostKept;
+    return target;
+}
+
+bool print_plain(const DynamicSample& sample, DDS_Long indent, TextSpill& spill) {
+    PlainPrinter printer(sample.text(), indent, target_of(sample, spill));
     const bool done = SampleWalk(sample)(printer) || printer.is_cut();
     printer.close();
     return done;
 }
 
-bool print_as(const DynamicSample& sample, const DDS_PrintFormatProperty& property, TextSpill* spill) {
+bool print_as(const DynamicSample& sample, const DDS_PrintFormatProperty& property, TextSpill& spill) {
     if (property.kind != DDS_JSON_PRINT_FORMAT)
         return print_plain(sample, 0, spill);
     const JsonStyle style{property.pretty_print, property.enum_as_int};
-    return print_json(SampleWalk(sample), style, sample.text(), {spill, text_limit(sample.payload().size)});
+    return print_json(SampleWalk(sample), style, sample.text(), target_of(sample, spill));
 }
 
 } // namespace
@@ -114,7 +126,7 @@ DDS_ReturnCode_t DDS_DynamicData::print(FILE* file, DDS_Long indent) const {
     FileSpill spill(file);
     std::string& text = impl_->text().text;
     text.clear();
-    const bool decoded = print_plain(*impl_, indent, &spill);
+    const bool decoded = print_plain(*impl_, indent, spill);
     spill.take(text);
     impl_->drop_text();
     return decoded && !spill.failed() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
@@ -134,7 +146,7 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
     CountSpill counted;
     if (text.empty() || text.front() != tag) {
         text.assign(1, tag);
-        if (!print_as(*impl_, property, &counted)) {
+        if (!print_as(*impl_, property, counted)) {
             impl_->drop_text();
             return DDS_RETCODE_ERROR;
         }
@@ -158,7 +170,7 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
     } else {
         BufferSpill filled(buffer, size);
         text.assign(1, tag);
-        print_as(*impl_, property, &filled);
+        print_as(*impl_, property, filled);
         filled.take(text);
     }
     buffer[size - 1] = '\0';

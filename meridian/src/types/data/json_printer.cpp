@@ -15,27 +15,37 @@ namespace {
 
 constexpr char kUpper[] = "0123456789ABCDEF";
 
-/// An octet with a comma behind it, as it stands in an array.
-struct OctetText {
-    char text[4];
-    uint8_t length;
+/// Octets with a comma behind them, as they stand in an array.
+struct OctetTexts {
+    char texts[256][4] = {};
+    uint8_t lengths[256] = {};
 };
 
-constexpr std::array<OctetText, 256> octet_texts() {
-    std::array<OctetText, 256> table{};
+constexpr OctetTexts octet_texts() {
+    OctetTexts table;
     for (unsigned i = 0; i < 256; ++i) {
-        OctetText& entry = table[i];
+        uint8_t length = 0;
         if (i >= 100)
-            entry.text[entry.length++] = static_cast<char>('0' + i / 100);
+            table.texts[i][length++] = static_cast<char>('0' + i / 100);
         if (i >= 10)
-            entry.text[entry.length++] = static_cast<char>('0' + i / 10 % 10);
-        entry.text[entry.length++] = static_cast<char>('0' + i % 10);
-        entry.text[entry.length++] = ',';
+            table.texts[i][length++] = static_cast<char>('0' + i / 10 % 10);
+        table.texts[i][length++] = static_cast<char>('0' + i % 10);
+        table.texts[i][length++] = ',';
+        table.lengths[i] = length;
     }
     return table;
 }
 
-constexpr std::array<OctetText, 256> kOctetTexts = octet_texts();
+constexpr OctetTexts kOctets = octet_texts();
+constexpr size_t kLongestOctet = sizeof kOctets.texts[0];
+
+/// How long so many octets are there, at most a few thousand.
+uint64_t length_of(rtps::ByteView octets) {
+    uint16_t digits = 0; // narrow, so that many are added at once
+    for (const uint8_t octet : octets)
+        digits = static_cast<uint16_t>(digits + (octet >= 10 ? 1 : 0) + (octet >= 100 ? 1 : 0));
+    return 2 * uint64_t{octets.size} + digits;
+}
 
 void append_escape(std::string& out, uint16_t number) {
     out += "\\u";
@@ -122,7 +132,9 @@ class JsonPrinter final : public Printer {
                 return number_or_text(type, value, std::isfinite(static_cast<double>(to_long_double(value))));
             case DDS_TK_STRING:
                 if (plain_length(value.text) == value.text.size()) {
-                    append_string(out_, value.text);
+                    out_ += '"';
+                    out_ += value.text;
+                    out_ += '"';
                     return true;
                 }
                 return number_or_text(type, value, false);
@@ -169,7 +181,9 @@ class JsonPrinter final : public Printer {
     bool member(const Member& member) override {
         item();
         if (plain_length(member.name) == member.name.size()) {
-            key(member.name);
+            out_ += '"';
+            out_ += member.name;
+            out_ += style_.pretty ? "\": " : "\":";
         } else {
             value_.clear();
             append_utf8(value_, member.name); // peers may announce anything as a name
@@ -370,19 +384,23 @@ bool JsonPrinter::primitives(const Type& type, rtps::ByteReader& reader, uint64_
         default:
             return numbers<double>(type, reader, count);
     }
+    const bool is_counted = counts(count);
     while (count != 0) {
         constexpr size_t kChunk = 8192;
         rtps::ByteView view;
         if (!reader.read_view(static_cast<size_t>(std::min<uint64_t>(count, kChunk)), view))
             return false;
         count -= view.size;
+        if (is_counted) {
+            this->count(length_of(view) - (count == 0 ? 1 : 0));
+            continue;
+        }
         const size_t size = out_.size();
-        out_.resize(size + view.size * sizeof(OctetText::text));
+        out_.resize(size + view.size * kLongestOctet);
         char* place = out_.data() + size;
         for (const uint8_t octet : view) {
-            const OctetText& entry = kOctetTexts[octet];
-            std::memcpy(place, entry.text, sizeof entry.text);
-            place += entry.length;
+            std::memcpy(place, kOctets.texts[octet], kLongestOctet);
+            place += kOctets.lengths[octet];
         }
         out_.resize(static_cast<size_t>(place - out_.data()) - (count == 0 ? 1 : 0));
         if (count != 0 && !goes_on())

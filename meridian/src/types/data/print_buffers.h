@@ -25,12 +25,17 @@ class TextSpill {
   public:
     virtual ~TextSpill() = default;
     virtual void take(std::string_view text) = 0;
+    /// Whether only the length of the text matters: then count() may be told of some of it instead.
+    virtual bool counts() const { return false; }
+    virtual void count(uint64_t /*length*/) {}
 };
 
 struct TextTarget {
     TextSpill* spill = nullptr; // without one all text is kept
     /// Longer texts end in kCutMark.
     uint64_t limit = UINT64_MAX;
+    /// It takes pieces of about this length.
+    size_t piece = size_t{64} * 1024;
 };
 
 constexpr std::string_view kCutMark = "...";
@@ -54,23 +59,35 @@ class Printer : public ValueSink {
     /// Between two values. False when there has been enough text.
     bool goes_on() { return out_.size() < room_ || makes_room(); }
 
+    /// For text too long to be kept: whether count() may be told its length instead.
+    bool counts(uint64_t length) const {
+        return 4 * length > target_.piece && target_.spill != nullptr && target_.spill->counts();
+    }
+    void count(uint64_t length) {
+        spill();
+        target_.spill->count(length);
+        spilled_ += length;
+        room_ = room();
+    }
+
     std::string& out_;
     std::string& value_;
 
   private:
-    static constexpr size_t kSpillLength = size_t{64} * 1024;
-
+    void spill() {
+        target_.spill->take(out_);
+        spilled_ += out_.size();
+        out_.clear();
+    }
     uint64_t room() const {
         const uint64_t left = target_.limit - std::min(spilled_, target_.limit);
-        return target_.spill != nullptr ? std::min<uint64_t>(kSpillLength, left) : left;
+        return target_.spill != nullptr ? std::min<uint64_t>(target_.piece, left) : left;
     }
     bool makes_room() {
         is_cut_ = spilled_ + out_.size() >= target_.limit;
         if (is_cut_ || target_.spill == nullptr)
             return !is_cut_;
-        target_.spill->take(out_);
-        spilled_ += out_.size();
-        out_.clear();
+        spill();
         room_ = room();
         return true;
     }

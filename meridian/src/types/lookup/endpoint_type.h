@@ -3,19 +3,13 @@
 #include <memory>
 #include <utility>
 
+#include "meridian/builtin_topics.h"
 #include "rtps/protocol/remote_endpoint.h"
 #include "types/model/type.h"
 
 namespace meridian::types {
 
-/// Why a publication has no type.
-enum class NoType {
-    not_announced, // only its name was told
-    not_told,      // nobody who was asked sent it in time
-    not_genuine,   // what was sent is not what its hash says
-    too_large,     // for type_code_max_serialized_length
-    unusable,      // the logger says why
-};
+using NoType = DDS_TypeCodeAbsence;
 
 } // namespace meridian::types
 
@@ -34,7 +28,7 @@ class EndpointType {
 
   private:
     types::TypeRef type_;
-    types::NoType why_ = types::NoType::not_announced;
+    types::NoType why_ = DDS_TYPE_CODE_NOT_ANNOUNCED;
 };
 
 /// Null where the endpoint has no type.

@@ -47,21 +47,30 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
         !decode(publication.type_information, publication.raw_endianness, information) ||
         information.best() == nullptr) {
         forget(waiter);
-        return Result{{}, NoType::not_announced};
+        if (!publication.type_object.empty())
+            return whole_type(publication, now, asker);
+        if (!publication.type_information.empty())
+            return Result{{}, DDS_TYPE_CODE_UNUSABLE};
+        return Result{{}, DDS_TYPE_CODE_NOT_ANNOUNCED};
     }
     const TypeIdentifierWithDependencies& announced = *information.best();
     const Key key = key_of(announced.type.id);
     const rtps::GuidPrefix& participant = publication.guid.prefix;
     Peer& peer = peers_[participant];
     peer.askers.insert(asker);
-    const bool can_be_asked = answers && peer.silent.count(key) == 0;
+    const auto silent = peer.silent.find(key);
+    const bool can_be_asked = answers && silent == peer.silent.end();
 
     // A wait that is under way goes on, and does not begin anew.
     const auto known = by_key_.find(key);
     const auto wait = waits_.find(waiter);
     if (wait != waits_.end() && known != by_key_.end() && wait->second.lookup == known->second) {
-        if (can_be_asked)
-            add_source(known->second, lookups_.at(known->second), participant);
+        if (can_be_asked) {
+            Lookup& lookup = lookups_.at(known->second);
+            add_source(known->second, lookup, participant);
+            ask(known->second, lookup);
+            send(now);
+        }
         return std::nullopt;
     }
     forget(waiter);
@@ -70,7 +79,7 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     if (resolved != resolved_.end())
         return resolved->second.result;
     if (is_too_large(announced.total_size(), publication.type_name, participant, now))
-        return keep(key, participant, {{}, NoType::too_large});
+        return keep(key, participant, {{}, DDS_TYPE_CODE_TOO_LARGE});
 
     const auto again = by_key_.find(key); // it may have ended with its last waiter
     const bool is_new = again == by_key_.end();
@@ -91,10 +100,15 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     give_ups_.emplace(waits_[waiter].until, waiter);
     // Nothing needs to be requested where the identifier is the whole type, or its parts are known from
     // other types.
-    if (is_new && !advance(id, now))
-        send(now);
-    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty())
-        finish(id, {{}, NoType::not_told}); // nobody offers it, or they left meanwhile
+    if (is_new)
+        advance(id, now);
+    else
+        ask(id, lookup); // all who could be asked may have left
+    send(now);
+    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty()) {
+        // Nobody offers it, or they left meanwhile.
+        finish(id, {{}, silent != peer.silent.end() ? silent->second.why : DDS_TYPE_CODE_NOT_TOLD});
+    }
     if (waits_.count(waiter) != 0)
         return std::nullopt;
     const auto own = std::find_if(outcomes_.rbegin(), outcomes_.rend(), [&waiter](const Outcome& outcome) {
@@ -103,6 +117,29 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     Result result{own->type, own->why};
     outcomes_.erase(std::next(own).base());
     return result;
+}
+
+TypeResolver::Result TypeResolver::whole_type(const rtps::EndpointData& publication, rtps::MonotonicTime now,
+                                              Asker asker) {
+    // Makers form the hash of this form in ways of their own; here it only tells it from others.
+    const TypeHash hash = hash_of(publication.type_object, true);
+    const Key key = key_of(TypeIdentifier::of(hash));
+    const rtps::GuidPrefix& participant = publication.guid.prefix;
+    peers_[participant].askers.insert(asker);
+    const auto resolved = resolved_.find(key);
+    if (resolved != resolved_.end())
+        return resolved->second.result;
+    if (is_too_large(publication.type_object.size(), publication.type_name, participant, now))
+        return keep(key, participant, {{}, DDS_TYPE_CODE_TOO_LARGE});
+    TypeLibrary library;
+    std::string error = "it is malformed";
+    Result result{{}, DDS_TYPE_CODE_UNUSABLE};
+    if (library.add_plain(hash, publication.type_object) == TypeLibrary::Added::yes)
+        result.type = library.build(TypeIdentifier::of(hash), error);
+    if (!result)
+        MERIDIAN_LOG_WARNING("discovery", "type \"%s\" as it was announced cannot be used: %s",
+                             publication.type_name.c_str(), error.c_str());
+    return keep(key, participant, result);
 }
 
 void TypeResolver::add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant) {
@@ -132,7 +169,7 @@ TypeResolver::Result TypeResolver::keep(const Key& key, const rtps::GuidPrefix& 
     const size_t size = result.type ? result.type->graph->memory() : 0;
     Charge charged = charge(peer->second, kEntrySize + 2 * key.size() + size);
     if (charged == nullptr)
-        return {{}, result.type ? NoType::unusable : result.why};
+        return {{}, result.type ? DDS_TYPE_CODE_UNUSABLE : result.why};
     peer->second.resolved.push_back(key);
     resolved_[key] = {result, std::move(charged)};
     return result;
@@ -250,7 +287,7 @@ void TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness,
     const bool is_awaited = lookup != lookups_.end();
     if (is_awaited && is_too_large(library_.closure_size(lookup->second.root) + pair.object.size,
                                    lookup->second.name, sent.asked, now)) {
-        finish(sent.lookup, keep(Key(lookup->second.key), sent.asked, {{}, NoType::too_large}));
+        finish(sent.lookup, keep(Key(lookup->second.key), sent.asked, {{}, DDS_TYPE_CODE_TOO_LARGE}));
         return;
     }
     const char* problem = nullptr;
@@ -285,13 +322,13 @@ void TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness,
 bool TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
     Lookup& lookup = lookups_.at(id);
     if (is_too_large(library_.closure_size(lookup.root), lookup.name, lookup.announcer, now)) {
-        finish(id, keep(Key(lookup.key), lookup.announcer, {{}, NoType::too_large}));
+        finish(id, keep(Key(lookup.key), lookup.announcer, {{}, DDS_TYPE_CODE_TOO_LARGE}));
         return true;
     }
     if (library_.missing(lookup.root).empty())
         refuse_forged_cycles(lookup);
     if (lookup.forged > kMostForged) {
-        finish(id, {{}, NoType::not_genuine});
+        finish(id, {{}, DDS_TYPE_CODE_NOT_GENUINE});
         return true;
     }
     if (!library_.missing(lookup.root).empty()) {
@@ -299,7 +336,7 @@ bool TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
         return false;
     }
     std::string error;
-    Result result{library_.build(lookup.root, error), NoType::unusable};
+    Result result{library_.build(lookup.root, error), DDS_TYPE_CODE_UNUSABLE};
     if (!result)
         MERIDIAN_LOG_WARNING("discovery", "type \"%s\" cannot be used: %s", lookup.name.c_str(),
                              error.c_str());
@@ -339,18 +376,18 @@ void TypeResolver::finish(LookupId id, const Result& result) {
 void TypeResolver::give_up(const Waiter& waiter) {
     const LookupId id = waits_.at(waiter).lookup;
     Lookup& lookup = lookups_.at(id);
+    const NoType why = lookup.was_refused ? DDS_TYPE_CODE_NOT_GENUINE : DDS_TYPE_CODE_NOT_TOLD;
     const auto peer = peers_.find(waiter.first.prefix);
     if (peer != peers_.end() && lookup.asked.count(waiter.first.prefix) != 0) {
         Charge charged = charge(peer->second, kEntrySize + lookup.key.size());
         if (charged != nullptr)
-            peer->second.silent[lookup.key] = std::move(charged);
+            peer->second.silent[lookup.key] = {why, std::move(charged)};
     }
     if (!std::exchange(lookup.gave_up, true))
         MERIDIAN_LOG_WARNING("discovery",
                              "type \"%s\": no participant sent its definition; its contents are unknown",
                              lookup.name.c_str());
-    outcomes_.push_back(
-        {waiter.first, waiter.second, {}, lookup.was_refused ? NoType::not_genuine : NoType::not_told});
+    outcomes_.push_back({waiter.first, waiter.second, {}, why});
     forget(waiter);
 }
 

@@ -48,14 +48,14 @@ class TypeResolver {
     };
     struct Result {
         TypeRef type; // empty: see why
-        NoType why = NoType::not_announced;
+        NoType why = DDS_TYPE_CODE_NOT_ANNOUNCED;
         explicit operator bool() const { return static_cast<bool>(type); }
     };
     struct Outcome {
         rtps::Guid endpoint;
         Asker asker = 0;
         TypeRef type; // empty: see why
-        NoType why = NoType::not_announced;
+        NoType why = DDS_TYPE_CODE_NOT_ANNOUNCED;
     };
     /// Nothing: the publication waits, and an Outcome will come.
     using Answer = std::optional<Result>;
@@ -124,17 +124,23 @@ class TypeResolver {
         Result result;
         Charge charge;
     };
+    struct Silence {
+        NoType why = DDS_TYPE_CODE_NOT_TOLD;
+        Charge charge;
+    };
     struct Peer {
         Peer();
         std::set<Asker> askers; // that know of it
         std::set<LookupId> lookups;
-        std::map<Key, Charge> silent; // types that it was asked for and did not tell in time
-        std::vector<Key> resolved;    // by what it told
+        std::map<Key, Silence> silent; // types that it was asked for and did not tell in time
+        std::vector<Key> resolved;     // by what it told
         std::map<TypeHash, Charge> objects;
         std::shared_ptr<MemoryShare> share;
         unsigned too_large = 0; // types since the last count
     };
 
+    /// The type of a publication that announces all of it, so that nothing needs to be looked up.
+    Result whole_type(const rtps::EndpointData& publication, rtps::MonotonicTime now, Asker asker);
     static Charge charge(const Peer& peer, size_t bytes);
     void add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant);
     /// No outcome comes any more of what it waited for.

@@ -1,6 +1,7 @@
 #include "types/network/type_object.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "rtps/wire/xcdr2_headers.h"
@@ -25,39 +26,59 @@ bool skip_number(ByteReader& reader) {
     return reader.read(unused);
 }
 
-/// An optional member of a final or appendable structure: a flag, then the value where the flag is set.
-template <typename Skip>
-bool skip_optional(ByteReader& reader, Skip skip) {
-    bool present = false;
-    return reader.read_bool(present) && (!present || skip(reader));
-}
+/// How the parts of a type object are put together.
+class Form {
+  public:
+    explicit Form(TypeObjectForm form) : plain_(form == TypeObjectForm::plain) {}
 
-/// Anything with a DHEADER: appendable structures and sequences of constructed elements. What stands in it is
-/// read as far as `content` understands it, which is for its canonical form only.
-template <typename Content>
-bool skip_delimited(ByteReader& reader, Content content) {
-    ByteReader inner;
-    if (!enter_delimited(reader, inner))
-        return false;
-    content(inner);
-    return true;
-}
+    bool is_plain() const { return plain_; }
+    /// What has a DHEADER: appendable structures and sequences of constructed elements. `content` gets a
+    /// reader of what stands in it.
+    template <typename Content>
+    bool delimited(ByteReader& outer, Content content) const {
+        ByteReader inner;
+        return plain_ ? content(outer) : enter_delimited(outer, inner) && content(inner);
+    }
+    /// The same for what is of no use here. It is read as far as it is understood, for its canonical form.
+    template <typename Content>
+    bool skip_delimited(ByteReader& outer, Content content) const {
+        return delimited(outer, [&](ByteReader& inner) { return content(inner) || !plain_; });
+    }
+    template <typename Element>
+    bool skip_sequence(ByteReader& outer, Element element) const {
+        return skip_delimited(outer, [&](ByteReader& inner) {
+            uint32_t count = 0;
+            bool good = inner.read_length(count, 4);
+            for (uint32_t i = 0; good && i < count; ++i)
+                good = skip_delimited(inner, element);
+            return good;
+        });
+    }
+    /// An optional member of a final or appendable structure: a flag, then the value where the flag is set.
+    template <typename Skip>
+    bool skip_optional(ByteReader& reader, Skip skip) const {
+        bool present = plain_;
+        return (plain_ || reader.read_bool(present)) && (!present || skip(reader));
+    }
 
-template <typename Element>
-bool skip_sequence(ByteReader& reader, Element element) {
-    return skip_delimited(reader, [element](ByteReader& inner) {
-        uint32_t count = 0;
-        bool good = inner.read_length(count, 4);
-        for (uint32_t i = 0; good && i < count; ++i)
-            good = skip_delimited(inner, element);
-    });
-}
+    bool skip_annotation_value(ByteReader& reader) const;
+    /// The two optional lists after a name or element: built-in and custom annotations.
+    bool skip_type_annotations(ByteReader& reader) const;
+    bool skip_member_annotations(ByteReader& reader) const;
 
-bool skip_annotation_value(ByteReader& reader) {
+  private:
+    bool skip_custom_annotations(ByteReader& reader) const;
+
+    bool plain_;
+};
+
+bool Form::skip_annotation_value(ByteReader& reader) const {
     uint8_t kind = 0;
     if (!reader.read(kind))
         return false;
     switch (kind) {
+        case tk::kNone:
+            return plain_;
         case tk::kBoolean:
         case tk::kByte:
         case tk::kInt8:
@@ -83,62 +104,62 @@ bool skip_annotation_value(ByteReader& reader) {
         case tk::kString16: // its length counts bytes
             return skip_string(reader);
         default: // extended values are mutable, and nobody defined any
-            return skip_delimited(reader, [](ByteReader&) {});
+            return skip_delimited(reader, [](ByteReader&) { return true; });
     }
 }
 
-void skip_parameter(ByteReader& reader) {
-    std::array<uint8_t, 4> name_hash;
-    if (reader.read_bytes(name_hash))
-        skip_annotation_value(reader);
+bool Form::skip_custom_annotations(ByteReader& outer) const {
+    const auto parameter = [this](ByteReader& reader) {
+        std::array<uint8_t, 4> name_hash;
+        return reader.read_bytes(name_hash) && skip_annotation_value(reader);
+    };
+    const auto annotation = [&](ByteReader& reader) {
+        TypeIdentifier id;
+        return read(reader, id) &&
+               skip_optional(reader, [&](ByteReader& list) { return skip_sequence(list, parameter); });
+    };
+    return skip_optional(outer, [&](ByteReader& list) { return skip_sequence(list, annotation); });
 }
 
-void skip_custom_annotation(ByteReader& reader) {
-    TypeIdentifier id;
-    if (read(reader, id))
-        skip_optional(reader, [](ByteReader& list) { return skip_sequence(list, skip_parameter); });
+bool Form::skip_member_annotations(ByteReader& outer) const {
+    const auto value = [this](ByteReader& reader) { return skip_annotation_value(reader); };
+    const auto builtin = [&](ByteReader& reader) { // the unit, limits and hashed name
+        return skip_optional(reader, skip_string) && skip_optional(reader, value) &&
+               skip_optional(reader, value) && skip_optional(reader, skip_string);
+    };
+    return skip_optional(outer, [&](ByteReader& list) { return skip_delimited(list, builtin); }) &&
+           skip_custom_annotations(outer);
 }
 
-/// The unit, limits and hashed name of a member.
-void skip_member_annotations(ByteReader& reader) {
-    if (skip_optional(reader, skip_string) && skip_optional(reader, skip_annotation_value) &&
-        skip_optional(reader, skip_annotation_value))
-        skip_optional(reader, skip_string);
-}
-
-/// A text for some place and language.
-void skip_type_annotations(ByteReader& reader) {
-    skip_optional(reader, [](ByteReader& detail) {
-        return skip_delimited(detail, [](ByteReader& verbatim) {
-            while (verbatim.remaining() > 0 && skip_string(verbatim)) {
-            }
-        });
-    });
-}
-
-/// The two optional lists after a name or element: built-in and custom annotations, both delimited.
-template <typename Builtin>
-bool skip_annotations(ByteReader& reader, Builtin builtin) {
-    return skip_optional(reader, [builtin](ByteReader& list) { return skip_delimited(list, builtin); }) &&
-           skip_optional(reader,
-                         [](ByteReader& list) { return skip_sequence(list, skip_custom_annotation); });
+bool Form::skip_type_annotations(ByteReader& outer) const {
+    const auto verbatim = [](ByteReader& reader) { // a text for some place and language
+        return skip_string(reader) && skip_string(reader) && skip_string(reader);
+    };
+    const auto builtin = [&](ByteReader& reader) {
+        return skip_optional(reader, [&](ByteReader& text) { return skip_delimited(text, verbatim); });
+    };
+    return skip_optional(outer, [&](ByteReader& list) { return skip_delimited(list, builtin); }) &&
+           skip_custom_annotations(outer);
 }
 
 class Decoder {
   public:
-    explicit Decoder(TypeObject& object) : object_(object) {}
+    Decoder(TypeObject& object, TypeObjectForm form) : object_(object), form_(form) {}
 
     bool decode(ByteReader& outer) {
-        ByteReader reader;
-        uint8_t equivalence = 0;
-        if (!enter_delimited(outer, reader) || !reader.read(equivalence) || !reader.read(object_.kind))
-            return false;
-        if (equivalence != tk::kMinimal && equivalence != tk::kComplete)
-            return false;
-        object_.complete = equivalence == tk::kComplete;
-        skip_disputed_header(reader);
-        if (!reader.read(object_.flags) || !read_header(reader))
-            return false;
+        return form_.delimited(outer, [this](ByteReader& reader) {
+            uint8_t equivalence = 0;
+            if (!reader.read(equivalence) || !reader.read(object_.kind) ||
+                (equivalence != tk::kMinimal && equivalence != tk::kComplete))
+                return false;
+            object_.complete = equivalence == tk::kComplete;
+            skip_disputed_header(reader);
+            return reader.read(object_.flags) && read_header(reader) && read_body(reader);
+        });
+    }
+
+  private:
+    bool read_body(ByteReader& reader) {
         switch (object_.kind) {
             case tk::kAlias:
             case tk::kSequence:
@@ -154,12 +175,12 @@ class Decoder {
         }
     }
 
-  private:
     /// Peers disagree which of these types are appendable (with a DHEADER) and which are final. A DHEADER
     /// here always announces all that is left; the flags and the next DHEADER of the final form never add up
     /// to that.
     void skip_disputed_header(ByteReader& reader) const {
-        if (object_.kind != tk::kBitset && object_.kind != tk::kArray && object_.kind != tk::kBitmask)
+        if (form_.is_plain() ||
+            (object_.kind != tk::kBitset && object_.kind != tk::kArray && object_.kind != tk::kBitmask))
             return;
         ByteReader probe = reader;
         uint32_t size = 0;
@@ -168,24 +189,26 @@ class Decoder {
     }
 
     bool read_type_detail(ByteReader& reader) {
-        return skip_annotations(reader, skip_type_annotations) && reader.read_string(object_.name);
+        return form_.skip_type_annotations(reader) && reader.read_string(object_.name);
     }
 
     bool read_header(ByteReader& outer) {
-        ByteReader reader;
-        if (!enter_delimited(outer, reader) || !read_own_header(reader))
-            return false;
-        if (!object_.complete)
-            return true;
-        switch (object_.kind) {
-            case tk::kAnnotation:
-                return reader.read_string(object_.name);
-            case tk::kSequence:
-            case tk::kMap:
-                return skip_optional(reader, [this](ByteReader& detail) { return read_type_detail(detail); });
-            default:
-                return read_type_detail(reader);
-        }
+        return form_.delimited(outer, [this](ByteReader& reader) {
+            if (!read_own_header(reader))
+                return false;
+            if (!object_.complete)
+                return true;
+            switch (object_.kind) {
+                case tk::kAnnotation:
+                    return reader.read_string(object_.name);
+                case tk::kSequence:
+                case tk::kMap:
+                    return form_.skip_optional(
+                        reader, [this](ByteReader& detail) { return read_type_detail(detail); });
+                default:
+                    return read_type_detail(reader);
+            }
+        });
     }
 
     /// What headers of that kind of type hold before the detail of complete types.
@@ -216,38 +239,42 @@ class Decoder {
     }
 
     bool read_element(ByteReader& outer, TypeIdentifier& id, uint16_t* flags = nullptr) {
-        ByteReader reader;
-        uint16_t unused = 0;
-        if (!enter_delimited(outer, reader) || !reader.read(flags != nullptr ? *flags : unused) ||
-            !read(reader, id))
-            return false;
-        if (object_.complete)
-            skip_annotations(reader, flags != nullptr ? skip_type_annotations : skip_member_annotations);
-        return true;
+        return form_.delimited(outer, [&](ByteReader& reader) {
+            uint16_t unused = 0;
+            if (!reader.read(flags != nullptr ? *flags : unused) || !read(reader, id))
+                return false;
+            if (!object_.complete)
+                return true;
+            const bool skipped = flags != nullptr ? form_.skip_type_annotations(reader)
+                                                  : form_.skip_member_annotations(reader);
+            return skipped || !form_.is_plain();
+        });
     }
 
     /// A delimited sequence of delimited members. The smallest member of any kind takes 8 bytes, so a length
     /// that cannot be is refused before anything is allocated.
     bool read_members(ByteReader& outer) {
-        ByteReader reader;
-        uint32_t count = 0;
-        if (!enter_delimited(outer, reader) || !reader.read_length(count, 8) || count > kMaxGraphMembers)
-            return false;
-        for (uint32_t i = 0; i < count; ++i) {
-            ByteReader body;
-            TypeObjectMember member;
-            if (!enter_delimited(reader, body) || !read_member(body, member) || !read_name(body, member))
+        return form_.delimited(outer, [this](ByteReader& reader) {
+            uint32_t count = 0;
+            if (!reader.read_length(count, 8) || count > kMaxGraphMembers)
                 return false;
-            object_.members.push_back(std::move(member));
-        }
-        return true;
+            for (uint32_t i = 0; i < count; ++i) {
+                TypeObjectMember member;
+                const bool good = form_.delimited(reader, [&](ByteReader& body) {
+                    return read_member(body, member) && read_name(body, member);
+                });
+                if (!good)
+                    return false;
+                object_.members.push_back(std::move(member));
+            }
+            return true;
+        });
     }
 
     /// What members of that kind of type hold before their names.
     bool read_member(ByteReader& body, TypeObjectMember& member) const {
         uint16_t position = 0;
         uint32_t labels = 0;
-        ByteReader common;
         switch (object_.kind) {
             case tk::kAnnotation:
                 return body.read(member.flags) && read(body, member.type);
@@ -260,8 +287,9 @@ class Decoder {
                 member.labels.resize(labels);
                 return body.read_array(member.labels.data(), labels);
             case tk::kEnum:
-                return enter_delimited(body, common) && common.read(member.value) &&
-                       common.read(member.flags);
+                return form_.delimited(body, [&member](ByteReader& common) {
+                    return common.read(member.value) && common.read(member.flags);
+                });
             default: // bit sets and bit masks
                 if (!body.read(position) || !body.read(member.flags))
                     return false;
@@ -275,18 +303,19 @@ class Decoder {
         const bool named =
             object_.complete ? body.read_string(member.name) : body.read_bytes(member.name_hash);
         if (object_.kind == tk::kAnnotation)
-            return named && skip_annotation_value(body);
-        return named && (!object_.complete || skip_annotations(body, skip_member_annotations));
+            return named && form_.skip_annotation_value(body);
+        return named && (!object_.complete || form_.skip_member_annotations(body));
     }
 
     TypeObject& object_;
+    const Form form_;
 };
 
 } // namespace
 
-bool read(ByteReader& reader, TypeObject& object) {
+bool read(ByteReader& reader, TypeObject& object, TypeObjectForm form) {
     object = TypeObject();
-    return Decoder(object).decode(reader) || reader.fail();
+    return Decoder(object, form).decode(reader) || reader.fail();
 }
 
 bool read_type_object_bytes(ByteReader& reader, ByteView& bytes) {

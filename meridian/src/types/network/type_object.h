@@ -51,8 +51,12 @@ struct TypeObject {
     std::vector<TypeObjectMember> members;
 };
 
-/// Reads one type object from an XCDR2 stream; what follows it is left. False when it is malformed.
-bool read(rtps::ByteReader& reader, TypeObject& object);
+enum class TypeObjectForm {
+    xcdr2,
+    plain // classic CDR without headers, optional members always there: as Fast DDS 2 announces them
+};
+/// Reads one type object; what follows it is left. False when it is malformed.
+bool read(rtps::ByteReader& reader, TypeObject& object, TypeObjectForm form = TypeObjectForm::xcdr2);
 
 /// The bytes of the type object that `reader` stands before, header included; the reader passes them.
 bool read_type_object_bytes(rtps::ByteReader& reader, rtps::ByteView& bytes);
