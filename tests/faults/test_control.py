@@ -57,6 +57,8 @@ class Control(faults.FaultTest):
         for first in (1, 2):
             application.send(forge.data_frag(writer, 1, first, payload[1200 * (first - 1):1200 * first], len(payload)),
                              port=faults.USER_PORT)
+        # Gaps count for numbers that a heartbeat has named.
+        application.send(forge.heartbeat(writer, 1, 8, application.next_count()), port=faults.USER_PORT)
         application.send(forge.gap(writer, 2, 5, [5, 7]), port=faults.USER_PORT)
         for number in (6, 8):
             application.send(forge.data(writer, number, b"\0\1\0\0" + bytes(12)), port=faults.USER_PORT)

@@ -116,6 +116,28 @@ class Samples(faults.FaultTest):
             write((number + 1) * count)
         self.bound(f"memory for {rounds * count} further keys", (tool.memory() - before) / MIB, 4, "MiB more than before")
 
+    def test_what_waited_once_leaves_room(self):
+        """Attack: none is needed: on each of 80 topics 60 samples of 100 KB come faster than they are printed, one topic after
+        the other; then a sample of 20 MB.
+        Seen: 20 MB for each topic where 200 samples waited, for ever.
+        Bound: the budget; and the large sample comes."""
+        with open(os.devnull, "w") as nowhere:
+            tool = self.raw_tool(nowhere, "-useFirstPublicationQos", "-printSample", "COMPACT")
+        publisher = self.cyclone()
+        publisher.do("participant")
+        before = tool.memory()
+        for number in range(80):
+            publisher.do(f"writer w{number} topic=T{number} type=keyed")
+            publisher.do(f"matched w{number}")
+            publisher.do(f"write w{number} count=60 size=100000", limit=60)
+            publisher.do(f"acknowledged w{number} timeout=60", limit=70)
+        faults.wait_until("the tool to have read it all", lambda: tool.is_at_rest(), 60)
+        publisher.do("writer large topic=Large type=keyed")
+        publisher.do("matched large")
+        publisher.do("write large size=15000000", limit=60)
+        publisher.do("acknowledged large timeout=20", limit=30)
+        self.bound_memory(tool, before)
+
     def test_small_samples_before_a_stalled_terminal(self):
         """Attack: none is needed: small samples of many instances, and nothing reads standard output.
         Seen: 900,000 samples of 16 bytes count as 14 MB and take 3.8 GiB.

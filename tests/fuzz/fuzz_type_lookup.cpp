@@ -29,11 +29,13 @@ class Run {
             if (event < 64)
                 announce(event);
             else if (event < 160)
-                reply();
+                reply(event - 64u);
             else if (event < 224)
                 pass(std::chrono::milliseconds(8 * (event - 160)));
+            else if (event < 252)
+                resolver_.participant_gone(participant(event & 3u), now_, event >> 2 & 1u);
             else
-                leave(event & 3u);
+                end(event & 1u);
             take_outcomes();
         }
         pass(std::chrono::seconds(10));
@@ -58,16 +60,25 @@ class Run {
         const rtps::ByteView information = input_.take(input_.next() * 2u);
         publication.type_information.assign(information.begin(), information.end());
         publication.raw_endianness = (event & 32) != 0 ? rtps::Endianness::big : rtps::Endianness::little;
-        if (resolver_.resolve(publication, (event & 16) == 0, now_))
-            waiting_.erase(publication.guid);
+        const TypeResolver::Asker asker = event >> 3 & 1u;
+        if (resolver_.resolve(publication, (event & 16) == 0, now_, asker))
+            waiting_.erase({publication.guid, asker});
         else
-            waiting_.insert(publication.guid);
+            waiting_.insert({publication.guid, asker});
     }
-    void reply() {
+    /// To one of the first requests; which one it names no fuzzer would guess.
+    void reply(unsigned choice) {
         TypeLookupReply reply;
         const size_t size = input_.next();
-        if (decode(input_.take(size << 8 | input_.next()), reply))
-            resolver_.take(reply, now_);
+        if (!decode(input_.take(size << 8 | input_.next()), reply))
+            return;
+        reply.request_number = 1 + (choice >> 2);
+        resolver_.take(reply, participant(choice & 3u), now_);
+    }
+    void end(TypeResolver::Asker asker) {
+        resolver_.asker_gone(asker, now_);
+        for (auto at = waiting_.begin(); at != waiting_.end();)
+            at = at->second == asker ? waiting_.erase(at) : std::next(at);
     }
     void pass(rtps::Duration time) {
         const rtps::MonotonicTime until = now_ + time;
@@ -78,11 +89,10 @@ class Run {
         }
         now_ = until;
     }
-    void leave(unsigned number) { resolver_.participant_gone(participant(number)); }
 
     void take_outcomes() {
         for (const TypeResolver::Outcome& outcome : resolver_.take_outcomes())
-            require(waiting_.erase(outcome.endpoint) == 1);
+            require(waiting_.erase({outcome.endpoint, outcome.asker}) == 1);
         for (const TypeResolver::Request& request : resolver_.take_requests()) {
             require(!request.hashes.empty());
             TypeLookupRequest message;
@@ -94,7 +104,7 @@ class Run {
 
     fuzz::Input input_;
     TypeResolver resolver_;
-    std::set<rtps::Guid> waiting_;
+    std::set<std::pair<rtps::Guid, TypeResolver::Asker>> waiting_;
     rtps::MonotonicTime now_{0};
 };
 

@@ -91,11 +91,12 @@ def announced(number, information):
     return bytes((number, len(information) // 2)) + information + bytes(len(information) % 2)
 
 
-def replied(mapping):
+def replied(mapping, request):
+    """Of the first participant."""
     member_id = struct.unpack_from("<I", forge.type_reply(bytes(14), "S", "m", "<"), 44)[0]
     types = struct.pack("<I", member_id) + struct.pack("<I", len(mapping)) + mapping
     payload = b"\0\7\0\0" + bytes(24) + struct.pack("<iIi", 0, 0x018252D3, 0) + struct.pack("<I", len(types)) + types
-    return bytes((100,)) + struct.pack(">H", len(payload)) + payload
+    return bytes((64 + 4 * (request - 1),)) + struct.pack(">H", len(payload)) + payload
 
 
 def lookups():
@@ -107,7 +108,7 @@ def lookups():
             mapping = re.search(r"(?m)^mapping (\w+)", block)
             if name.split("_")[-1] in TYPES and information and mapping:
                 information, mapping = bytes.fromhex(information[1]), bytes.fromhex(mapping[1])
-                yield f"{maker}_{name}", announced(0, information) + replied(mapping) + announced(5, information) + \
+                yield f"{maker}_{name}", announced(0, information) + replied(mapping, 1) + replied(mapping, 2) + announced(5, information) + \
                     bytes((161,)) + announced(17, information) + bytes((225, 220, 220))
 
 
