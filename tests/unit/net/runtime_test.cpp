@@ -452,7 +452,7 @@ void send_datagrams(uint16_t port, const ByteBuffer& datagram, int count) {
 
 // A tool that shows what is there must also say what it could not read.
 TEST(Runtime, WhatIsDroppedIsToldWhenItBeginsAndAsTotals) {
-    const LoggerGuard logging(QUIX_LOG_WARNING);
+    const LoggerGuard logging(QUIX_LOG_WARNING | QUIX_LOG_ERROR);
     CaptureStderr();
     {
         RuntimeConfig config = configured("a", std::make_shared<OwnParticipants>());

@@ -19,10 +19,10 @@ constexpr const char* kTotals[] = {
     "calls to receive failed",
 };
 
-/// Secured ones are told of when their participant is discovered.
+/// Datagrams of other protocols stray here on healthy networks too; secured ones are told of with their
+/// participant.
 bool is_error(DropReport::Kind kind) {
-    return kind == DropReport::Kind::truncated || kind == DropReport::Kind::not_rtps ||
-           kind == DropReport::Kind::malformed;
+    return kind == DropReport::Kind::truncated || kind == DropReport::Kind::malformed;
 }
 
 } // namespace
