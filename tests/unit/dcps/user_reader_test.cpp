@@ -296,7 +296,7 @@ TEST_F(UserReaderTest, AnOwnerWhoseStrengthChangesKeepsOrLosesItsInstances) {
         rtps::EndpointData data;
         data.guid = {{}, rtps::EntityId{entity}};
         data.qos.ownership_strength = strength;
-        return *rtps::RecordMaker().make(std::move(data), rtps::kTimeInvalid);
+        return rtps::RecordMaker().make(std::move(data), rtps::kTimeInvalid);
     };
     const auto write = [&reader](uint32_t entity, char text) {
         const std::vector<uint8_t> bytes{0, 1, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, static_cast<uint8_t>(text), 0};
@@ -307,11 +307,11 @@ TEST_F(UserReaderTest, AnOwnerWhoseStrengthChangesKeepsOrLosesItsInstances) {
         reader->on_sample(sample);
         reader->on_batch_end();
     };
-    reader->matched(writer(0x102, 1));
-    reader->matched(writer(0x202, 2));
+    reader->matched(*writer(0x102, 1));
+    reader->matched(*writer(0x202, 2));
     write(0x202, 'a');
     write(0x102, 'b'); // weaker
-    reader->match_changed(writer(0x102, 3));
+    reader->match_changed(*writer(0x102, 3));
     write(0x102, 'c');
     write(0x202, 'd'); // weaker now
     EXPECT_EQ(take_all(face), "1 a, 1 c");
