@@ -207,8 +207,8 @@ TEST_F(FactoryTest, WhatCannotBeUsedIsRefusedWithAReason) {
     EXPECT_NE(GetCapturedStderr().find("listener"), std::string::npos);
 }
 
-TEST_F(FactoryTest, PropertiesWithoutEffectAreWarnedOf) {
-    const LoggerGuard guard(QUIX_LOG_WARNING);
+TEST_F(FactoryTest, PropertiesWithoutEffectAreToldOf) {
+    const LoggerGuard guard(QUIX_LOG_WARNING | QUIX_LOG_ERROR);
     DDS_DomainParticipantQos qos;
     DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.transport.made_up", "1", false);
     DDS_PropertyQosPolicyHelper_add_property(qos.property, "dds.builtin_type.auto_register", "0", false);

@@ -147,9 +147,10 @@ bool MessageRouter::from_server(const MessageContext& context) const {
 }
 
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
-    if (data.writer == entity::participant_writer && !from_server(context)) {
+    if (data.writer == entity::participant_writer) {
         participants_.on_data(context, data, datagram_.source, now_);
-        return;
+        if (!from_server(context)) // what a server tells of others comes in order
+            return;
     }
     take_sample(context, data, &Reader::on_data);
 }

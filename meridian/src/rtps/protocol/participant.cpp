@@ -378,11 +378,8 @@ void Participant::tell_servers(Now now) {
     request.payload = participants_.announcement_to_servers();
     request.instance = key_hash_of(guid());
     // The numbers of what is sent to servers without and with this writer must agree.
-    for (std::optional<SequenceNumber> number; !number || *number < participants_.announced_version();) {
-        number = writer.write(request, now);
-        if (!number)
-            return;
-    }
+    while (told_servers_ < participants_.announced_version())
+        told_servers_ = writer.write(request, now).value_or(participants_.announced_version());
 }
 
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {

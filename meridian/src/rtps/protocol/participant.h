@@ -171,6 +171,7 @@ class Participant final : private ReaderObserver,
     BuiltinSink subscriptions_{*this, &Participant::on_subscription};
     BuiltinSink participant_messages_{*this, &Participant::on_participant_message};
     BuiltinSink relays_{*this, &Participant::on_relayed};
+    SequenceNumber told_servers_ = 0; // version of the announcement
     EndpointSink no_news_;
     bool running_ = false;
     bool in_batch_ = false;

@@ -221,7 +221,7 @@ void ParticipantDiscovery::encode_announcements() {
         shorter.name.clear();
         encode_announcements(shorter);
     }
-    // Not in fragments: there are participants that do not take an announcement so.
+    // Not in fragments: nothing says that a participant takes an announcement so.
     warnings_.error("size of announcement",
                     "the announcement of this participant has " + std::to_string(size) +
                         " bytes, more than the " + std::to_string(batcher_.max_payload(0)) +
