@@ -197,7 +197,7 @@ bool UdpTransport::is_own_address(const IpAddress& address) const {
 
 UdpTransport::Neighbour UdpTransport::neighbour(const Locator& announced_from) const {
     const std::optional<IpAddress> source = address_of(announced_from);
-    if (!source)
+    if (!source || source->is_unspecified()) // a host that had no address to send from
         return Neighbour::unknown;
     return is_own_address(*source) ? Neighbour::this_host : Neighbour::other_host;
 }
