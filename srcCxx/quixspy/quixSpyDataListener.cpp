@@ -31,6 +31,8 @@ void add_one(std::atomic<uint64_t>& counter) {
 
 } // namespace
 
+thread_local std::string QuixSpyDataListener::line_;
+
 QuixSpyDataListener::QuixSpyDataListener(const char* topic, const char* type, DDS_TypeCode* code,
                                          const QuixSpyDataListenerSettings& settings)
     : topicName(DDS_String_dup(topic)),

@@ -102,7 +102,8 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     QuixAgentOutput& output_;
     DDSDataReader* reader_ = nullptr; // the one that has called; its calls are one at a time
     const std::string topicField_;
-    std::string line_; // the line being made; its memory is used again
+    // The line being made; one for all topics, whose listeners are called on one thread, and used again.
+    static thread_local std::string line_;
 
     QuixSpyEndpointInfo lastWriter_{}; // owned; a copy, for the thread that reports samples
     uint64_t lastWriterVersion_ = 0;   // the version of writerList_ that it was copied from

@@ -162,7 +162,8 @@ class MessageRouterTest : public ::testing::Test,
     EndpointDiscovery endpoints{config, participants, warnings, *this};
     Liveliness liveliness{*this};
     LocalEndpoints locals{output, participants, liveliness, events, warnings};
-    MessageRouter router{prefix(1), participants, endpoints, locals, liveliness, warnings};
+    const GuidPrefix own_prefix = prefix(1);
+    MessageRouter router{own_prefix, participants, endpoints, locals, liveliness, warnings};
     std::vector<CountingReader*> readers;
     SequenceNumber written = 0;
 };

@@ -9,6 +9,12 @@ namespace {
 /// Room for a larger text is not kept for the next one.
 constexpr size_t kMaxKeptText = size_t{1} << 20;
 
+/// Of all types together: few texts are made at once, and thousands of types may be there.
+const Spares<PrintBuffers>& print_buffers() {
+    static const Spares<PrintBuffers> spares;
+    return spares;
+}
+
 } // namespace
 
 DynamicContext::~DynamicContext() {
@@ -47,7 +53,7 @@ void DynamicSample::clear() {
 
 PrintBuffers& DynamicSample::text() const {
     if (text_ == nullptr)
-        text_ = context_->print_buffers.take();
+        text_ = print_buffers().take();
     return *text_;
 }
 
@@ -59,7 +65,7 @@ void DynamicSample::drop_text() const {
         if (room->capacity() > kMaxKeptText)
             room->shrink_to_fit();
     }
-    context_->print_buffers.give_back(std::move(text_));
+    print_buffers().give_back(std::move(text_));
 }
 
 } // namespace meridian::types

@@ -36,7 +36,6 @@ struct DynamicContext {
     SampleReader reader;
     std::string topic_name; // for messages
     DDS_DynamicDataTypeSerializationProperty_t serialization;
-    Spares<PrintBuffers> print_buffers;
     Tally undecodable;
     Tally too_large;
 
