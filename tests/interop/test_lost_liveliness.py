@@ -97,7 +97,8 @@ class SecondLives(harness.InteropTest):
         print(f"a new life is told of after {slowest:.2f} s at most", end=" ", flush=True)
         events = [event.what for event in spy.having(guid=None) if event.topic == "T"]
         self.assertEqual(events, ["New writer"] + ["Deleted writer", "New writer"] * (self.LIVES - 1), spy.story())
-        self.assertLess(slowest, 1.2 * harness.SLOWNESS)
+        # About 0.7 s on an idle machine; without the signs of a restart it is the lease, or never.
+        self.assertLess(slowest, 10 * harness.SLOWNESS)
         self.end(spy)
 
     def test_the_same_writer(self):
