@@ -32,12 +32,7 @@ bool are_equal(const DDS_ProfileQosPolicy& a, const DDS_ProfileQosPolicy& b) {
 
 } // namespace
 
-FactoryImpl::FactoryImpl()
-    : own_(std::make_shared<rtps::net::OwnParticipants>()),
-      delivery_(std::make_shared<DeliveryThread>()),
-      type_resolvers_(std::make_shared<types::SharedTypeResolvers>()),
-      publications_(std::make_shared<discovery::PublicationCaches>()),
-      profiles_(std::make_shared<const qos::ProfileStore>()) {}
+FactoryImpl::FactoryImpl() : profiles_(std::make_shared<const qos::ProfileStore>()) {}
 
 std::shared_ptr<const qos::ProfileStore> FactoryImpl::profiles() {
     MutexLock lock(profiles_mutex_);
@@ -139,9 +134,10 @@ std::unique_ptr<ParticipantImpl> FactoryImpl::make_participant(DDS_DomainId_t do
                                                                const DDS_DomainParticipantQos& qos,
                                                                std::string& error) {
     const DDS_WireProtocolQosPolicy& wire = qos.wire_protocol;
-    const rtps::GuidPrefix prefix = own_->choose(wire.rtps_host_id, wire.rtps_app_id, wire.rtps_instance_id);
-    auto made = std::make_unique<ParticipantImpl>(domain_id, qos, prefix, own_, delivery_, type_resolvers_,
-                                                  publications_, [this] { return profiles(); });
+    const rtps::GuidPrefix prefix =
+        shared_.own->choose(wire.rtps_host_id, wire.rtps_app_id, wire.rtps_instance_id);
+    auto made =
+        std::make_unique<ParticipantImpl>(domain_id, qos, prefix, shared_, [this] { return profiles(); });
     return made->check(error) ? std::move(made) : nullptr;
 }
 

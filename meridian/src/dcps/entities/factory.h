@@ -37,10 +37,7 @@ class FactoryImpl final : public DDSDomainParticipantFactory {
                                                       std::string& error);
     bool is_in_use(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
 
-    const std::shared_ptr<rtps::net::OwnParticipants> own_;
-    const std::shared_ptr<DeliveryThread> delivery_;
-    const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
-    const std::shared_ptr<discovery::PublicationCaches> publications_;
+    const SharedParts shared_;
     Mutex mutex_;
     DDS_DomainParticipantFactoryQos qos_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<ParticipantImpl>> participants_ MERIDIAN_GUARDED_BY(mutex_);

@@ -22,20 +22,14 @@ bool same_guid_words(const DDS_WireProtocolQosPolicy& a, const DDS_WireProtocolQ
 } // namespace
 
 ParticipantImpl::ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
-                                 const rtps::GuidPrefix& prefix,
-                                 std::shared_ptr<rtps::net::OwnParticipants> own,
-                                 std::shared_ptr<DeliveryThread> delivery,
-                                 std::shared_ptr<types::SharedTypeResolvers> type_resolvers,
-                                 std::shared_ptr<discovery::PublicationCaches> publications,
+                                 const rtps::GuidPrefix& prefix, const SharedParts& shared,
                                  ProfileSource profiles)
     : EntityImpl(discovery::participant_guid(prefix)),
       domain_id_(domain_id),
-      own_(std::move(own)),
-      delivery_(std::move(delivery)),
-      type_resolvers_(std::move(type_resolvers)),
+      shared_(shared),
       profiles_(std::move(profiles)),
       store_(partitions_of(qos)),
-      announcements_(std::move(publications), domain_id, store_.publications()),
+      announcements_(shared.publications, domain_id, store_.publications()),
       builtin_subscriber_(*this),
       qos_(qos) {}
 
@@ -77,7 +71,7 @@ DDS_ReturnCode_t ParticipantImpl::set_transport_properties(const TransportProper
 
 std::optional<rtps::net::RuntimeConfig> ParticipantImpl::config(const TransportProperties& transports,
                                                                 std::string& error) {
-    return runtime_config(domain_id_, qos_, transports, guid().prefix, own_, error);
+    return runtime_config(domain_id_, qos_, transports, guid().prefix, shared_.own, error);
 }
 
 DDS_ReturnCode_t ParticipantImpl::enable() {
@@ -104,7 +98,7 @@ DDS_ReturnCode_t ParticipantImpl::enable() {
 bool ParticipantImpl::open(std::string& error) {
     auto wanted = config(transports_, error);
     // Before the participant is announced: without the thread no listener could be called.
-    if (!wanted || !delivery_->start(error))
+    if (!wanted || !shared_.delivery->start(error))
         return false;
     wanted->participant.additional_builtin_endpoints |= types::TypeLookupClient::kBuiltinEndpoints;
     auto runtime = rtps::net::Runtime::create(std::move(*wanted), store_, error);
@@ -113,7 +107,7 @@ bool ParticipantImpl::open(std::string& error) {
     types::TypeResolver::Settings types;
     types.max_type_size = max_type_size(qos_);
     type_lookup_ = std::make_unique<types::TypeLookupClient>(
-        type_resolvers_->with(types),
+        shared_.type_resolvers->with(types),
         [documents = profiles_()](const std::string& type_name) { return documents->type(type_name); });
     const std::vector<rtps::GuidPrefix> ignored = ignored_;
     runtime->with_participant([&](rtps::Participant& participant, rtps::Now now) {
@@ -215,7 +209,7 @@ DDS_ReturnCode_t ParticipantImpl::ignore_participant(const DDS_InstanceHandle_t&
     const auto ignored = discovery::to_guid(handle);
     if (!ignored || ignored->entity != rtps::entity::participant)
         return DDS_RETCODE_BAD_PARAMETER;
-    if (own_->contains(ignored->prefix))
+    if (shared_.own->contains(ignored->prefix))
         return DDS_RETCODE_OK; // never seen in the first place
     MutexLock lock(mutex_);
     if (runtime_ == nullptr) {

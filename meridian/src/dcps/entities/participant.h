@@ -37,6 +37,16 @@ class SubscriberImpl;
 /// The QoS profiles as they are loaded now; never null. Loading others leaves them as they are. Any thread.
 using ProfileSource = std::function<std::shared_ptr<const qos::ProfileStore>()>;
 
+/// What all participants of the process have in common. None is null.
+struct SharedParts {
+    std::shared_ptr<rtps::net::OwnParticipants> own = std::make_shared<rtps::net::OwnParticipants>();
+    std::shared_ptr<DeliveryThread> delivery = std::make_shared<DeliveryThread>();
+    std::shared_ptr<types::SharedTypeResolvers> type_resolvers =
+        std::make_shared<types::SharedTypeResolvers>();
+    std::shared_ptr<discovery::PublicationCaches> publications =
+        std::make_shared<discovery::PublicationCaches>();
+};
+
 /// A participant and everything that belongs to it. Owned by the factory.
 ///
 /// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (shared
@@ -45,12 +55,9 @@ using ProfileSource = std::function<std::shared_ptr<const qos::ProfileStore>()>;
 /// core, wait set. An operation that holds one of them may take later ones only.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
-    /// Opens nothing. The shared objects serve all participants.
+    /// Opens nothing.
     ParticipantImpl(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
-                    const rtps::GuidPrefix& prefix, std::shared_ptr<rtps::net::OwnParticipants> own,
-                    std::shared_ptr<DeliveryThread> delivery,
-                    std::shared_ptr<types::SharedTypeResolvers> type_resolvers,
-                    std::shared_ptr<discovery::PublicationCaches> publications, ProfileSource profiles);
+                    const rtps::GuidPrefix& prefix, const SharedParts& shared, ProfileSource profiles);
     /// Leaves the domain.
     ~ParticipantImpl() override;
 
@@ -63,7 +70,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     discovery::AnnouncementWatch& announcements() { return announcements_; }
     /// The record of the builtin topic of a remote participant.
     DDS_ParticipantBuiltinTopicData describe(const rtps::ParticipantData& remote) const;
-    DeliveryThread& delivery() { return *delivery_; }
+    DeliveryThread& delivery() { return *shared_.delivery; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }
     /// For a new reader or writer.
@@ -179,9 +186,7 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_ReturnCode_t set_default_from_profile(const char* library, const char* profile, const char* what);
 
     const DDS_DomainId_t domain_id_;
-    const std::shared_ptr<rtps::net::OwnParticipants> own_;
-    const std::shared_ptr<DeliveryThread> delivery_;
-    const std::shared_ptr<types::SharedTypeResolvers> type_resolvers_;
+    const SharedParts shared_;
     const ProfileSource profiles_;
     discovery::DiscoveryStore store_;
     discovery::AnnouncementWatch announcements_;

@@ -13,7 +13,7 @@ constexpr uint32_t kTopicKind = 0x05;
 } // namespace
 
 rtps::Guid ParticipantImpl::new_guid(rtps::EntityKind kind) {
-    return {guid().prefix, own_->new_entity(kind)};
+    return {guid().prefix, shared_.own->new_entity(kind)};
 }
 
 DDS_ReturnCode_t ParticipantImpl::register_type(const char* type_name, const PRESTypePlugin* plugin,
