@@ -20,6 +20,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 import end_to_end
@@ -76,6 +77,22 @@ def running(command, output=subprocess.DEVNULL, settle=0.5):
 
 def cpu_seconds(process):
     return sum(nanoseconds_of_threads(process).values()) / 1e9
+
+
+def resident_bytes(process):
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+    return int(re.search(r"VmRSS:\s+(\d+)", status).group(1)) * 1024
+
+
+@contextlib.contextmanager
+def in_background(function, *arguments):
+    """Calls a function while the block runs, and waits for its end."""
+    thread = threading.Thread(target=function, args=arguments)
+    thread.start()
+    try:
+        yield
+    finally:
+        thread.join()
 
 
 def publish(seconds, *options):
@@ -216,21 +233,25 @@ def topics(bench):
 
 
 def endpoints(bench):
-    """From the first command to make 4,000 writers until the last one is told."""
-    def until_all(command, output, count):
-        with open(output, "wb") as lines, running(command, lines), Peer(bench.peer) as peer:
+    """From the first command to make so many writers until the last one is told, and what the reader's memory grew by."""
+    def until_all(command, count):
+        output = bench.folder / "endpoints"
+        with open(output, "wb") as lines, running(command, lines) as process, Peer(bench.peer) as peer:
             peer.do("participant")
-            before = time.monotonic()
-            peer.send(f"writer w{{i}} topic=T{{i}} type=keyed count={count}")
-            while count_lines(output, b"New writer") < count:
-                if time.monotonic() > before + 60:
-                    raise SystemExit(f"{command[0]}: {count_lines(output, b'New writer')} of {count} endpoints")
-                time.sleep(0.005)
-            return (time.monotonic() - before) * 1000
-    output = bench.folder / "endpoints"
-    yield compared(bench, "endpoints", "4,000 writers (floor: Cyclone DDS, builtin topic)", "ms", "<= 1.0",
-                   lambda: until_all(bench.ferret("-mode", "DISC"), output, 4000),
-                   lambda: until_all([bench.builtin_reader], output, 4000))
+            memory, before = resident_bytes(process), time.monotonic()
+            command = f"writer w{{i}} topic=T{{i}} type=keyed count={count}"
+            with in_background(peer.do, command):
+                while count_lines(output, b"New writer") < count:
+                    if time.monotonic() > before + 60:
+                        raise SystemExit(f"{count_lines(output, b'New writer')} of {count} endpoints")
+                    time.sleep(0.005)
+                return (time.monotonic() - before) * 1000, (resident_bytes(process) - memory) / count
+    for count in (1000, 2000, 4000):
+        runs, floors = rounds(bench, lambda: until_all(bench.ferret("-mode", "DISC"), count),  # noqa: B023
+                              lambda: until_all([bench.builtin_reader], count))  # noqa: B023
+        for column, (what, unit, target) in enumerate((("time until told", "ms", "<= 1.0"), ("memory for each", "bytes", ""))):
+            yield Row("endpoints", f"{count:,} writers, {what}", statistics.median(run[column] for run in runs),
+                      statistics.median(run[column] for run in floors), unit, target)
 
 
 def plant(bench):
@@ -285,9 +306,9 @@ def idle(bench):
         before = cpu_seconds(process)
         time.sleep(max(bench.seconds, 2))
         used = (cpu_seconds(process) - before) / max(bench.seconds, 2)
-        status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+        resident = resident_bytes(process) / (1 << 20)
     yield Row("idle", "of one core", used, 1, "cores", "<= 0.001")
-    yield Row("idle", "resident", int(re.search(r"VmRSS:\s+(\d+)", status).group(1)) / 1024, 1, "MiB", "<= 5.0")
+    yield Row("idle", "resident", resident, 1, "MiB", "<= 5.0")
 
 
 TABLES = (rate, added, cpu, loss, contents, topics, endpoints, plant, idle)
