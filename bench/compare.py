@@ -199,13 +199,22 @@ class Peer:
         self.process.communicate()
 
 
+def wait_until_printed(path):
+    """Until nothing more comes."""
+    size, since = -1, time.monotonic()
+    while time.monotonic() < since + 0.3:
+        if os.path.getsize(path) != size:
+            size, since = os.path.getsize(path), time.monotonic()
+        time.sleep(0.02)
+
+
 def count_lines(path, wanted):
     with open(path, "rb") as lines:
         return sum(wanted in line for line in lines)
 
 
 def contents(bench):
-    """Processor time of the tool for a sample of twenty mixed members; the floor is its line without contents."""
+    """Processor time of the tool for a sample of mixed members; the floor is its line without contents."""
     def per_sample(*options):
         count = bench.seconds * 20000
         with open(bench.folder / "lines", "wb") as lines, Peer(bench.peer) as peer:
@@ -215,12 +224,20 @@ def contents(bench):
                 peer.do("matched w")
                 before = cpu_seconds(process)
                 peer.do(f"write w count={count} rate=20000")
-                time.sleep(0.3)  # until it has printed what it has
+                wait_until_printed(bench.folder / "lines")
                 used = cpu_seconds(process) - before
         return used / count * 1e6
     for form, target in (("COMPACT", "<= 1.5"), ("PLAIN", "<= 1.7")):
         yield compared(bench, "contents", f"{form} of mixed members", "us", target,
                        lambda form=form: per_sample("-printSample", form), per_sample)
+
+
+def payload(bench):
+    """COMPACT of large samples on one core, against 400 MB/s of payload."""
+    for name in ("Point cloud of 1 MB", "Camera image of 6 MB"):
+        text = subprocess.run([bench.contents, str(2 * bench.rounds), name], stdout=subprocess.PIPE, text=True, check=True).stdout
+        size, best = re.search(r"COMPACT: (\d+) bytes.*?to_string\D*([\d.]+)", text, re.DOTALL).groups()
+        yield Row("payload", f"{name}, COMPACT", int(size) / float(best) * 1000, 400, "MB/s", ">= 1.0")
 
 
 def topics(bench):
@@ -272,8 +289,9 @@ def plant(bench):
                 peer.send(f"write w{{i}} over={writers} count={count} rate={total // processes}")
             for peer in peers:
                 peer.wait("write")
-            time.sleep(0.3)  # until it has printed what it has
-            used = (cpu_seconds(process) - before) / (time.monotonic() - start)
+            writing = time.monotonic() - start
+            wait_until_printed(bench.folder / "lines")
+            used = (cpu_seconds(process) - before) / writing
         lost = processes * count - count_lines(bench.folder / "lines", b"New data")
         return used, lost
     results = rounds(bench, share)[0]
@@ -292,8 +310,8 @@ def loss(bench):
     highest = next((step for step in steps if lost_by_sub(step) == 0), steps[-1])
     with open(bench.folder / "lines", "wb") as lines, running(DDSPERF_SUB), running(bench.ferret(
             *READS, "-showSampleIdentity"), lines):
-        publish(max(bench.seconds * 6, 6), "pub", str(highest), "size", "32")
-        time.sleep(1)  # until it has printed what it has
+        publish(max(bench.seconds * 10, 6), "pub", str(highest), "size", "32")
+        wait_until_printed(bench.folder / "lines")
     numbers = [int(high) << 32 | int(low) for high, low in re.findall(
         rb" virtual_sn=\((\d+), (\d+)\)", (bench.folder / "lines").read_bytes())]
     missing = numbers[-1] - numbers[0] + 1 - len(set(numbers)) + len(numbers) - len(set(numbers)) if numbers else highest
@@ -311,7 +329,7 @@ def idle(bench):
     yield Row("idle", "resident", resident, 1, "MiB", "<= 5.0")
 
 
-TABLES = (rate, added, cpu, loss, contents, topics, endpoints, plant, idle)
+TABLES = (rate, added, cpu, loss, contents, payload, topics, endpoints, plant, idle)
 
 
 def met(row):
@@ -331,7 +349,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("ferret")
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--seconds", type=int, default=3)
+    parser.add_argument("--seconds", type=int, default=2)
     parser.add_argument("--json")
     parser.add_argument("tables", nargs="*")
     arguments = parser.parse_intermixed_args()
