@@ -24,12 +24,18 @@ bool DeliveryThread::start(std::string& error) {
                                        "delivery", [this] { run(); }, error);
 }
 
-void DeliveryThread::notify(Deliverable& deliverable) {
+void DeliveryThread::note(Deliverable& deliverable) {
     if (deliverable.pending_.exchange(true, std::memory_order_acq_rel))
         return;
     MutexLock lock(mutex_);
     enqueue(deliverable);
-    changed_.notify_all();
+    if (idle_)
+        wants_wake_.store(true, std::memory_order_relaxed);
+}
+
+void DeliveryThread::wake() {
+    if (wants_wake_.load(std::memory_order_relaxed) && wants_wake_.exchange(false, std::memory_order_acq_rel))
+        changed_.notify_all();
 }
 
 void DeliveryThread::wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) {
@@ -92,7 +98,9 @@ void DeliveryThread::run() {
     while (!stopping_) {
         running_ = next();
         if (running_ == nullptr) {
+            idle_ = true;
             changed_.wait_until(mutex_, timers_.next_deadline());
+            idle_ = false;
             continue;
         }
         Deliverable* deliverable = running_;

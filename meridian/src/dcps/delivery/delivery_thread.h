@@ -49,7 +49,14 @@ class DeliveryThread {
     /// before start succeeded waits until then. Starting twice is success.
     bool start(std::string& error) MERIDIAN_EXCLUDES(mutex_);
     /// Has `deliver` called soon. Cheap while a call is pending already.
-    void notify(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
+    void notify(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_) {
+        note(deliverable);
+        wake();
+    }
+    /// The same, but an idle thread is left alone until wake: for who holds a lock that `deliver` wants.
+    void note(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
+    /// Wakes the thread for what was noted. Cheap when there is nothing.
+    void wake();
     /// Has `deliver` called at that time of the monotonic clock or earlier; of several calls the earliest
     /// counts.
     void wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) MERIDIAN_EXCLUDES(mutex_);
@@ -67,6 +74,8 @@ class DeliveryThread {
 
     Mutex mutex_;
     ConditionVariable changed_;
+    std::atomic<bool> wants_wake_{false}; // something was noted while the thread was idle
+    bool idle_ MERIDIAN_GUARDED_BY(mutex_) = false;
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
     // Linked through the deliverables: neither a notice nor a removal costs memory or a walk.
     Deliverable* first_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
@@ -74,6 +83,26 @@ class DeliveryThread {
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
+};
+
+/// Holds a lock that `deliver` wants too. What is noted meanwhile is delivered afterwards: a thread woken
+/// before would only wait for the lock.
+class MERIDIAN_SCOPED_CAPABILITY NotingLock {
+  public:
+    NotingLock(Mutex& mutex, DeliveryThread& delivery) MERIDIAN_ACQUIRE(mutex)
+        : mutex_(mutex), delivery_(delivery) {
+        mutex_.lock();
+    }
+    ~NotingLock() MERIDIAN_RELEASE() {
+        mutex_.unlock();
+        delivery_.wake();
+    }
+    NotingLock(const NotingLock&) = delete;
+    NotingLock& operator=(const NotingLock&) = delete;
+
+  private:
+    Mutex& mutex_;
+    DeliveryThread& delivery_;
 };
 
 } // namespace meridian::dcps

@@ -19,7 +19,7 @@ void ReaderNotices::changed(DDS_StatusMask statuses) {
     const bool news = (statuses & ~to_tell_) != 0;
     changed_in_call(statuses);
     if (news)
-        delivery_.notify(reader_);
+        delivery_.note(reader_);
 }
 
 void ReaderNotices::changed_in_call(DDS_StatusMask statuses) {
@@ -38,7 +38,7 @@ void ReaderNotices::read(DDS_StatusMask statuses) {
 
 void ReaderNotices::ask_again() {
     if (to_tell_ != 0)
-        delivery_.notify(reader_);
+        delivery_.note(reader_);
 }
 
 ReaderNotices::Call ReaderNotices::next_call() {

@@ -10,7 +10,7 @@
 namespace meridian::dcps {
 
 /// Says of one reader which statuses changed: to its status condition at once, to its listener by a call on
-/// the delivery thread. Not thread-safe; the reader that owns it locks.
+/// the delivery thread, which its owner wakes. Not thread-safe; the reader that owns it locks.
 class ReaderNotices {
   public:
     /// What a listener is to be told in one call.

@@ -120,7 +120,7 @@ void UserReader::on_sample(const rtps::Sample& sample) {
 void UserReader::on_batch_end() {
     if (received_.empty())
         return;
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     store_received();
 }
 
@@ -213,7 +213,7 @@ DDS_StatusMask UserReader::store_now(const Change& change) {
 }
 
 void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     store_received();
     MERIDIAN_LOG_ALL("dcps", "topic \"%s\": %llu samples of %s were lost", topic_.get_name(),
                      static_cast<unsigned long long>(count), rtps::to_string(writer).c_str());
@@ -226,7 +226,7 @@ void UserReader::on_not_taken(const rtps::Guid&, rtps::NotTaken reason, uint64_t
 
 void UserReader::matched(const rtps::RemoteEndpoint& remote) {
     {
-        MutexLock lock(mutex_);
+        const NotingLock lock(mutex_, delivery_);
         store_received();
         stored(store_withheld(remote.guid)); // of an earlier life
         cache_.add_writer(remote.guid, remote.qos->ownership_strength);
@@ -234,7 +234,7 @@ void UserReader::matched(const rtps::RemoteEndpoint& remote) {
         changed(statuses_.writer_matched(remote.guid));
     }
     const bool awaits = subscriber_.announcements().begin(remote.guid, *this);
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     if (awaits)
         arm_timer();
     else
@@ -242,14 +242,14 @@ void UserReader::matched(const rtps::RemoteEndpoint& remote) {
 }
 
 void UserReader::match_changed(const rtps::RemoteEndpoint& remote) {
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     store_received();
     cache_.add_writer(remote.guid, remote.qos->ownership_strength);
 }
 
 void UserReader::unmatched(const rtps::Guid& remote) {
     decoder_.forget(remote);
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     store_received();
     const WithheldSamples::End end{wall_time(), monotonic_now()};
     if (!withheld_.add_end(remote, end))
@@ -258,12 +258,12 @@ void UserReader::unmatched(const rtps::Guid& remote) {
 }
 
 void UserReader::announcement_given(const rtps::Guid& writer) {
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     stored(store_withheld(writer));
 }
 
 void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) {
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     if (count_incompatible(remote, policies))
         changed(DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
 }
@@ -289,7 +289,7 @@ bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
 }
 
 void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     store_received();
     const bool stored = !alive && cache_.writer_gone(remote, wall_time(), monotonic_now());
     changed(statuses_.writer_alive(remote, alive) | (stored ? DDS_DATA_AVAILABLE_STATUS : 0));

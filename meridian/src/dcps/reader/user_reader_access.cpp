@@ -20,7 +20,7 @@ DDS_ReturnCode_t UserReader::set_listener(DDSDataReaderListener* listener, DDS_S
     }
     // The listener before may be deleted as soon as this returns.
     delivery_.remove(*this);
-    MutexLock lock(mutex_);
+    const NotingLock lock(mutex_, delivery_);
     notices_.ask_again(); // for what happened since, whose call was removed
     armed_ = rtps::kNever;
     arm_timer();
