@@ -35,6 +35,15 @@ TEST(MemoryBudget, WhatIsGivenBackCanBeTakenAgain) {
     EXPECT_EQ(budget.used(), 0U);
 }
 
+TEST(MemoryBudget, IsAmpleWhileThreeQuartersAreFree) {
+    MemoryBudget budget(1000);
+    MemoryShare share(budget);
+    EXPECT_TRUE(share.take(249));
+    EXPECT_TRUE(budget.is_ample());
+    EXPECT_TRUE(share.take(1));
+    EXPECT_FALSE(budget.is_ample());
+}
+
 TEST(MemoryBudget, SizesBeyondAllMemoryAreRefused) {
     MemoryBudget budget(1000);
     MemoryShare share(budget);

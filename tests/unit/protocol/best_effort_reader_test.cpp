@@ -27,6 +27,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     }
     void on_writer_restarted(const Guid&) override {}
     void on_oversized_sample(const Guid&, size_t, size_t) override { ++oversized; }
+    void on_memory_used_up(const Guid&) override {}
 
     void data(SequenceNumber number) {
         Data d;

@@ -34,6 +34,8 @@ class Observer final : public ReaderObserver {
     std::vector<size_t> oversized;
     void on_writer_restarted(const Guid&) override { ++restarts; }
     void on_oversized_sample(const Guid&, size_t size, size_t) override { oversized.push_back(size); }
+    void on_memory_used_up(const Guid&) override { ++memory_used_up; }
+    int memory_used_up = 0;
 };
 
 class ReliableReaderTest : public ::testing::Test {
@@ -518,8 +520,11 @@ TEST_F(ReliableReaderTest, AnOversizedSampleIsLostAndTheNextOneComes) {
 TEST_F(ReliableReaderTest, MemoryIsBoundedAndNothingIsLostByIt) {
     make(false, ReliableReader::Limits{5000, &memory});
     sent();
-    for (SequenceNumber n = 2; n <= 100; ++n)
+    data(2, 1000);
+    EXPECT_EQ(observer.memory_used_up, 0);
+    for (SequenceNumber n = 3; n <= 100; ++n)
         data(n, 1000);
+    EXPECT_EQ(observer.memory_used_up, 1) << "told once";
     heartbeat(1, 100);
     const Lines lines = sent();
     ASSERT_EQ(lines.size(), 1u);
@@ -563,6 +568,7 @@ TEST_F(ReliableReaderTest, ABuiltinReaderHoldsLittle) {
     const size_t heap = ::test::heap_bytes();
     for (SequenceNumber n = 2; n < 3000; ++n)
         data(n, 1000);
+    EXPECT_EQ(observer.memory_used_up, 0) << "announcements have little of their own";
     EXPECT_LE(::test::heap_bytes() - heap, ReliableReader::kBuiltinMemory);
     EXPECT_EQ(MemoryBudget::of_process().used(), before);
     fragment(1, 1, ReliableReader::kLargestAnnouncement + 1, 50000);

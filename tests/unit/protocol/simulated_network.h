@@ -231,6 +231,7 @@ class SimulatedNetwork {
         result.initial_peers = {group()};
         result.seed = random.next();
         result.incarnation = random.next() | 1;
+        result.secret_begin = static_cast<SequenceNumber>(1000 + random.below(1024));
         result.name = "node " + std::to_string(node.index());
         return result;
     }

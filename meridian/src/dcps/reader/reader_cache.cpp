@@ -223,7 +223,7 @@ void ReaderCache::recycle(Entry& entry) {
     if (entry.sample != nullptr)
         owner_.release_sample(entry.sample);
     entry.sample = nullptr;
-    if (spare_entries_.size() < kMostSpareEntries)
+    if (spare_entries_.size() < kMostSpareEntries && share_.budget().is_ample())
         spare_entries_.push_back(std::move(spare));
     else
         share_.give_back(kEntryBytes);

@@ -11,7 +11,8 @@ namespace meridian::dcps {
 
 /// The free samples of one reader. They come from the plugin's pool as far as more are needed; in between
 /// they go round here, so that a sample costs no lock of that pool. No more are kept than steady traffic has
-/// under way: what a peak took is given back.
+/// under way: what a peak took is given back. Thousands of readers together keep no more than leaves the
+/// budget ample.
 ///
 /// Two sides: samples are used on the thread that receives, and released with the reader locked.
 class SampleStock final : public SampleOwner {
@@ -48,7 +49,8 @@ class SampleStock final : public SampleOwner {
     /// With the reader locked.
     void release_sample(void* sample) override {
         const size_t bytes = memory_of(sample, 0);
-        if ((kept_ > 0 && kept_ + bytes > kMostKept) || !share_.take(bytes)) {
+        const bool is_wanted = share_.budget().is_ample() && (kept_ == 0 || kept_ + bytes <= kMostKept);
+        if (!is_wanted || !share_.take(bytes)) {
             (plugin_.deleteSample != nullptr ? plugin_.deleteSample : plugin_.returnSample)(endpoint_,
                                                                                             sample);
             return;

@@ -370,6 +370,12 @@ void Participant::on_oversized_sample(const Guid& writer, size_t size, size_t li
                        " bytes, more than the limit of " + std::to_string(limit) + "; dropped");
 }
 
+void Participant::on_memory_used_up(const Guid& writer) {
+    warnings_.error("memory", "the memory for what others send is used up: samples of writer " +
+                                  to_string(writer) +
+                                  " wait, and are asked for again; this is told once for all writers");
+}
+
 void Participant::tell_servers(Now now) {
     if (config_.servers.empty())
         return;

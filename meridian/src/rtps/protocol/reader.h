@@ -27,6 +27,9 @@ class ReaderObserver {
     /// The writer began anew with the same GUID: its sequence numbers start over, and so did delivery.
     virtual void on_writer_restarted(const Guid& writer) = 0;
     virtual void on_oversized_sample(const Guid& writer, size_t size, size_t limit) = 0;
+    /// A sample of a reliable writer came too early to be delivered, and could not be kept until its turn.
+    /// Once for a reader.
+    virtual void on_memory_used_up(const Guid& writer) = 0;
 };
 
 class Reader {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "rtps/protocol/count.h"
 #include "rtps/protocol/heartbeat_judge.h"
@@ -178,6 +179,8 @@ void ReliableReader::accept(WriterProxy& proxy, const Sample& sample, bool deliv
 
 /// What is furthest from delivery gives way; it is asked for again when its turn comes.
 bool ReliableReader::give_way(WriterProxy& proxy, SequenceNumber sequence_number) {
+    if (!config_.builtin_peer && !std::exchange(memory_told_, true))
+        observer_.on_memory_used_up(proxy.writer.guid);
     if (!proxy.held.empty() && proxy.held.rbegin()->first > sequence_number) {
         drop_held_from(proxy, proxy.held.rbegin()->first);
         return true;
