@@ -82,6 +82,11 @@ class DiscoveryServerTest : public ParticipantTest {
             },
             true);
     }
+    void client_answers() {
+        source_port = 50007;
+        acknowledge(kClient, 1);
+        source_port = 50000;
+    }
     void meet() {
         start();
         server_tells(entity::participant_writer, 1, encode(server()), 1);
@@ -107,6 +112,108 @@ TEST_F(DiscoveryServerTest, ItsSamplesNameWhoItIs) {
     EXPECT_THAT(after.writers, testing::Contains(entity::subscriptions_writer));
     EXPECT_THAT(after.sources, Each(testing::Field(&Guid::prefix, prefix(100))));
     EXPECT_EQ(after.named, after.sources);
+}
+
+/// The server, a client and its writer are known.
+class ServerThatComesBack : public DiscoveryServerTest {
+  protected:
+    ServerThatComesBack() {
+        meet();
+        server_tells(entity::participant_writer, 2, encode(remote(kClient)), 69);
+        server_tells(entity::publications_writer, 1, encode(writer_of(kClient, "early")), 49);
+        EXPECT_EQ(recorder.history, (Lines{"+early"}));
+        run_until(time + seconds(3));
+        output.messages.clear();
+    }
+    EndpointData writer_of(uint8_t id, const std::string& name) {
+        EndpointData data = publication(id);
+        data.name = name;
+        return data;
+    }
+    /// What a writer of the server asks or tells before it was asked itself.
+    void knock(Count count) {
+        receive(
+            kServer,
+            [&](MessageWriter& writer) {
+                AckNack acknack;
+                acknack.reader = entity::participant_reader;
+                acknack.writer = entity::participant_writer;
+                acknack.missing.base = 0;
+                acknack.count = count;
+                writer.add_acknack(acknack);
+            },
+            true);
+    }
+    /// Everything from the beginning, as a server does that began anew, with this client besides.
+    void tell_all(uint8_t client, const std::string& name, Count count) {
+        server_tells(entity::participant_writer, 1, encode(server()), count);
+        server_tells(entity::participant_writer, 2, encode(remote(kClient)), count + 1);
+        server_tells(entity::participant_writer, 3, encode(remote(client)), count + 2);
+        server_tells(entity::publications_writer, 1, encode(writer_of(kClient, "early")), count);
+        server_tells(entity::publications_writer, 2, encode(writer_of(client, name)), count + 1);
+    }
+    /// Acknowledgements to the server.
+    Lines acknowledged() {
+        Lines lines = sent_to(kServerAddress);
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](const std::string& line) { return line.rfind("ACKNACK", 0) != 0; }),
+                    lines.end());
+        return lines;
+    }
+};
+
+TEST_F(ServerThatComesBack, NothingIsAcknowledgedThatItsFirstLifeTold) {
+    source_port = 50001;
+    knock(1);
+    tell_all(6, "late", 70); // its counts have come as far as those of its first life
+    tell_all(6, "late", 80);
+    EXPECT_THAT(acknowledged(), IsEmpty()) << "they would be acknowledgements of what was not heard";
+    run_until(time + seconds(1));
+    EXPECT_THAT(acknowledged(), Each(testing::StartsWith("ACKNACK 0 {}"))) << "it is asked for everything";
+    EXPECT_FALSE(acknowledged().empty());
+    tell_all(6, "late", 90);
+    for (int i = 0; i < 60; ++i) {
+        run_until(time + seconds(1));
+        knock(10 + i);
+    }
+    EXPECT_EQ(recorder.history, (Lines{"+early", "+late"}));
+    EXPECT_TRUE(recorder.contradictions.empty());
+}
+
+TEST_F(ServerThatComesBack, WhatItDoesNotNameAgainStaysAsLongAsItAnswers) {
+    // As one with a state file does, which takes its clients for told.
+    source_port = 50001;
+    server_tells(entity::participant_writer, 1, encode(server()), 1);
+    for (int i = 0; i < 60; ++i) {
+        run_until(time + seconds(1));
+        if (!sent_to(udpv4(kClient)).empty())
+            client_answers();
+        output.messages.clear();
+        server_tells(entity::participant_writer, 1, encode(server()), 1);
+    }
+    EXPECT_EQ(recorder.history, (Lines{"+early"}));
+    for (int i = 0; i < 30; ++i) {
+        run_until(time + seconds(1));
+        server_tells(entity::participant_writer, 1, encode(server()), 1);
+    }
+    EXPECT_EQ(recorder.history, (Lines{"+early", "-early"}));
+}
+
+TEST_F(DiscoveryServerTest, ClientsOfALostServerLeaveWhenTheyNoLongerAnswer) {
+    meet();
+    server_tells(entity::participant_writer, 2, encode(remote(kClient)), 2);
+    receive(kServer, [&](MessageWriter& writer) {
+        add_end(writer, entity::participant_writer, 3, {prefix(kServer), entity::participant});
+    });
+    for (int i = 0; i < 60; ++i) {
+        run_until(time + seconds(1));
+        if (!sent_to(udpv4(kClient)).empty())
+            client_answers();
+        output.messages.clear();
+    }
+    EXPECT_EQ(known_participants(), (std::vector<GuidPrefix>{prefix(kClient)}));
+    run_until(time + seconds(30));
+    EXPECT_THAT(known_participants(), IsEmpty());
 }
 
 } // namespace

@@ -4,110 +4,26 @@
 
 #include "rtps/protocol/locator_choice.h"
 #include "rtps/protocol/participant_lives.h"
-#include "rtps/protocol/reader.h"
-#include "rtps/wire/guid_key.h"
+#include "rtps/protocol/participant_record.h"
 
 namespace meridian::rtps {
 
 namespace {
 
-constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 constexpr size_t kFewParticipants = 32;
 // Participants that were not heard again yet and get periodic announcements of their own, at most.
 constexpr size_t kFewStrangers = 32;
 // What is heard of a participant so long after it was discovered is more than its first packets.
 constexpr Duration kFirstPackets = std::chrono::milliseconds(500);
 constexpr Duration kListPause = std::chrono::seconds(1);
-constexpr size_t kMaxOtherSources = 4;
-constexpr int kRefusals = 2;
-// What is kept of a participant: its places in tables, and of its announcement per byte at most.
-constexpr size_t kPlaces = 2048;
-constexpr size_t kKeptPerByte = 6;
 constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 
-constexpr const char* kNoMemory =
-    "the announcements of participants take too much memory: those that were not heard again are forgotten";
-
-// So long a discovery server that has come back has to name those that it knew.
-constexpr Duration kRelayPatience = std::chrono::seconds(20);
-
-bool contains(const LocatorList& list, const Locator& locator) {
-    return std::find(list.begin(), list.end(), locator) != list.end();
-}
-
-bool is_farewell(const Sample& sample) {
-    return (sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0;
-}
-
-/// What is said in the name of a participant from an address that it was not heard from.
-struct Doubt {
-    Locator source;
-    ParticipantRef data; // null: a farewell
-    ByteBuffer payload;
-    SequenceNumber number = 0;
-    int asked = 0;
-    int refusals = 0;
-    bool answered = false; // the address it has spoke since it was asked first
-    MonotonicTime ask_at{0};
-    MemoryShare memory{MemoryBudget::of_process()};
-};
+// For those that no discovery server vouches for at present: it was lost, or has come back and may take them
+// for told. How long one may be silent, and how often it is asked for a sign of life.
+constexpr Duration kRelayPatience = std::chrono::seconds(15);
+constexpr Duration kRelayAskPause = std::chrono::seconds(3);
 
 } // namespace
-
-/// What a participant announced, as it came.
-struct ParticipantDiscovery::Announcement {
-    ParticipantRef data; // null: a farewell
-    ByteView payload;
-    SequenceNumber number = 0;
-    Locator source;
-};
-
-struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Client {
-    explicit Remote(ParticipantDiscovery& owner) : discovery(owner), timer(owner.timers_, *this) {}
-    void on_timer(MonotonicTime) override { discovery.on_timer_of(*this); }
-    const GuidPrefix& prefix() const { return data->guid.prefix; }
-
-    ParticipantDiscovery& discovery;
-    TimerQueue::Timer timer;
-    Duration lease{0};
-    MonotonicTime expires = kNever;
-    MonotonicTime discovered_at{0};
-    bool is_stranger = true;
-    RemoteList::iterator place; // in the list of its kind
-    MonotonicTime placed_at{0};
-    bool is_steady = false;    // it announced itself from that address more than once
-    LocatorList other_sources; // it was heard from there too, while nothing was in doubt
-    std::unique_ptr<Doubt> doubt;
-    MemoryShare memory{MemoryBudget::of_process()};
-
-    /// False where there is no memory for it; nothing changes then.
-    bool set(const Announcement& announced, MonotonicTime now) {
-        const size_t needed = kPlaces + kKeptPerByte * announced.payload.size;
-        if (!memory.take(needed))
-            return false;
-        memory.give_back(memory.held() - needed);
-        data = announced.data;
-        announcement.assign(announced.payload.begin(), announced.payload.end());
-        // The server watches over those that it tells of.
-        lease = is_relayed ? kNever : std::max(to_duration(data->lease), kShortestLease);
-        renew(now);
-        return true;
-    }
-    bool announced(ByteView payload) const {
-        return announcement.size() == payload.size &&
-               std::equal(announcement.begin(), announcement.end(), payload.begin());
-    }
-    void renew(MonotonicTime now) {
-        expires = later(now, lease);
-        timer.wake_at(expires); // it is not put off: on_timer looks again
-    }
-};
-
-std::optional<Guid> subject_of(const Sample& disposal) {
-    if (disposal.inline_qos.key_hash)
-        return guid_of(*disposal.inline_qos.key_hash);
-    return decode_key(disposal.payload, {}, native_endianness());
-}
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
 
@@ -258,7 +174,7 @@ bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator&
 
 ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefix, EntityId sender,
                                                          const Locator& source, bool is_to_us, size_t bytes,
-                                                         MonotonicTime now) {
+                                                         Now now) {
     if (excludes(prefix))
         return Hearing::nothing;
     Remote* remote = find_remote(prefix);
@@ -267,21 +183,25 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     if (remote->credit != nullptr)
         remote->credit->earn(bytes);
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
+    if (remote->is_server && !is_known && remote->doubt == nullptr)
+        doubt(*remote, {remote->data, remote->announcement, remote->sequence_number, source}, now);
+    if (!is_known && (remote->is_server || (remote->doubt != nullptr && remote->doubt->source == source)))
+        return Hearing::announcements;
     if (remote->doubt != nullptr && remote->doubt->source == source)
-        return is_known ? Hearing::everything : Hearing::announcements;
+        return Hearing::everything;
     if (is_known && remote->doubt != nullptr)
         remote->doubt->answered = true;
     else if (!is_known && remote->doubt == nullptr && sender != entity::participant_writer &&
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
-    remote->renew(now);
-    if (remote->is_stranger && (is_to_us || now - remote->discovered_at >= kFirstPackets)) {
+    remote->renew(now.monotonic);
+    if (remote->is_stranger && (is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets)) {
         remote->is_stranger = false;
         acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
-        remote->placed_at = now;
-    } else if (!remote->is_stranger && now - remote->placed_at >= kListPause) {
+        remote->placed_at = now.monotonic;
+    } else if (!remote->is_stranger && now.monotonic - remote->placed_at >= kListPause) {
         acquaintances_.splice(acquaintances_.end(), acquaintances_, remote->place);
-        remote->placed_at = now;
+        remote->placed_at = now.monotonic;
     }
     return Hearing::everything;
 }
@@ -291,178 +211,15 @@ bool ParticipantDiscovery::of_this_domain(const ParticipantData& data) const {
            data.domain_tag == config_.domain_tag;
 }
 
-ParticipantRef ParticipantDiscovery::decode(const Sample& sample) {
-    if (!sample.has_payload || sample.payload_is_key)
-        return nullptr;
-    std::string error;
-    std::optional<ParticipantData> decoded = decode_participant(sample.payload, error);
-    if (decoded)
-        return std::make_shared<const ParticipantData>(std::move(*decoded));
-    const std::string writer = to_string(sample.writer.prefix);
-    warnings_.warn("participant " + writer + error,
-                   "announcement of participant " + writer + " not understood: " + error);
-    return nullptr;
-}
-
-void ParticipantDiscovery::on_data(const MessageContext& context, const Data& data, const Locator& source,
-                                   Now now) {
-    Sample sample;
-    if (!announcer_.running() ||
-        !make_sample({context.source, data.writer}, context, data, now.monotonic, sample))
-        return;
-    Remote* remote = find_remote(context.source);
-    Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
-    if (is_farewell(sample)) {
-        const std::optional<Guid> key = subject_of(sample);
-        if (key && remote != nullptr && context.source == key->prefix)
-            on_farewell(*remote, announced, now);
-    } else if (remote != nullptr && remote->announced(sample.payload)) {
-        on_repetition(*remote, announced, now);
-    } else if (announced.data = decode(sample);
-               announced.data != nullptr && announced.data->guid.prefix == context.source) {
-        on_announcement(announced, now);
-    }
-}
-
-void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
-    const Remote* server = find_remote(sample.writer.prefix);
-    if (!announcer_.running() || server == nullptr || !server->is_server || server->announced(sample.payload))
-        return; // what it says of itself is taken as that of others
-    const GuidPrefix server_prefix = server->prefix();
-    if (is_farewell(sample)) {
-        const std::optional<Guid> key = subject_of(sample);
-        if (key && speaks_for(server_prefix, key->prefix))
-            remove(key->prefix, GoneReason::disposed, now);
-        return;
-    }
-    const Announcement announced{decode(sample), sample.payload, sample.sequence_number,
-                                 server->announced_from};
-    if (announced.data == nullptr || excludes(announced.data->guid.prefix) ||
-        !speaks_for(server_prefix, announced.data->guid.prefix))
-        return;
-    if (Remote* remote = find_remote(announced.data->guid.prefix))
-        take(*remote, announced, false, now);
-    else if (of_this_domain(*announced.data))
-        discover(announced, true, first_credit(sample.payload), now);
-}
-
 void ParticipantDiscovery::await_relays(Now now) {
     for (const auto& entry : remotes_) {
         Remote& remote = *entry.second;
         if (!remote.is_relayed)
             continue;
-        remote.expires = now.monotonic + kRelayPatience;
-        remote.timer.wake_at(remote.expires);
-    }
-}
-
-void ParticipantDiscovery::on_farewell(Remote& remote, const Announcement& farewell, Now now) {
-    if (farewell.source == remote.announced_from)
-        remove(remote.prefix(), GoneReason::disposed, now);
-    else
-        doubt(remote, farewell, now);
-}
-
-void ParticipantDiscovery::on_repetition(Remote& remote, Announcement& repeated, Now now) {
-    if (repeated.source == remote.announced_from) {
-        remote.is_steady = true;
-        remote.sequence_number = repeated.number;
-    } else if (remote.is_steady && repeated.source.kind == remote.announced_from.kind &&
-               repeated.source.address == remote.announced_from.address &&
-               !contains(remote.other_sources, repeated.source)) {
-        repeated.data = remote.data;
-        doubt(remote, repeated, now); // another socket of the same host
-    }
-}
-
-void ParticipantDiscovery::on_announcement(const Announcement& announced, Now now) {
-    Remote* remote = find_remote(announced.data->guid.prefix);
-    if (remote == nullptr) {
-        if (of_this_domain(*announced.data))
-            discover(announced, false, first_credit(announced.payload), now);
-        return;
-    }
-    // One announcement may come over several interfaces, with more addresses on some than on others. The
-    // first that arrives counts: taking turns would look like changes.
-    if (announced.number == remote->sequence_number && of_this_domain(*announced.data) &&
-        !another_life(*remote->data, *announced.data))
-        return;
-    if (announced.source == remote->announced_from)
-        take(*remote, announced, false, now);
-    else if (!same_content(*remote->data, *announced.data))
-        doubt(*remote, announced, now);
-}
-
-void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, bool is_other_process,
-                                Now now) {
-    const bool is_here = of_this_domain(*announced.data);
-    if (!is_here || is_other_process || another_life(*remote.data, *announced.data)) {
-        const bool is_relayed = remote.is_relayed;
-        std::shared_ptr<Credit> credit = remote.credit;
-        remove(remote.prefix(), GoneReason::replaced, now);
-        if (is_here)
-            discover(announced, is_relayed, std::move(credit), now);
-        return;
-    }
-    remote.doubt = nullptr;
-    remote.sequence_number = announced.number;
-    const bool changed = !same_content(*remote.data, *announced.data);
-    if (!remote.set(announced, now.monotonic)) {
-        warnings_.error("participant memory", kNoMemory);
-    } else if (changed) {
-        remote.announced_from = announced.source;
-        choose_routes(remote);
-        listener_.on_participant_changed(remote, true, now);
-    }
-}
-
-void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, Now now) {
-    const bool is_new = remote.doubt == nullptr;
-    if (is_new)
-        remote.doubt = std::make_unique<Doubt>();
-    else if (remote.doubt->source != announced.source)
-        return; // one at a time
-    Doubt& doubt = *remote.doubt;
-    doubt.source = announced.source;
-    doubt.data = announced.data;
-    doubt.number = announced.number;
-    doubt.memory.give_back(doubt.memory.held());
-    if (!doubt.memory.take(kKeptPerByte * announced.payload.size)) {
-        remote.doubt = nullptr;
-        return;
-    }
-    doubt.payload.assign(announced.payload.begin(), announced.payload.end());
-    if (is_new)
-        ask(remote, now);
-}
-
-void ParticipantDiscovery::ask(Remote& remote, Now now) {
-    ++remote.doubt->asked;
-    remote.doubt->ask_at = now.monotonic + kAskPause;
-    remote.timer.wake_at(remote.doubt->ask_at);
-    // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
-    announcer_.repeat(remote.metatraffic, now);
-    listener_.on_participant_doubted(remote);
-}
-
-void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
-    Doubt& doubt = *remote.doubt;
-    if (doubt.answered && ++doubt.refusals >= kRefusals) {
-        if (remote.other_sources.size() < kMaxOtherSources)
-            remote.other_sources.push_back(doubt.source);
-        remote.doubt = nullptr;
-    } else if (doubt.answered || doubt.asked < kAskTimes) {
-        if (doubt.answered)
-            doubt.asked = 0; // it may have been one of its last packets
-        doubt.answered = false;
-        ask(remote, now);
-    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt); settled->data == nullptr) {
-        remove(remote.prefix(), GoneReason::disposed, now);
-    } else {
-        const bool is_other_socket = settled->source.address == remote.announced_from.address &&
-                                     settled->source.port != remote.announced_from.port;
-        take(remote, {settled->data, settled->payload, settled->number, settled->source}, is_other_socket,
-             now);
+        remote.lease = kRelayPatience;
+        remote.renew(now.monotonic);
+        remote.ask_at = now.monotonic;
+        remote.timer.wake_at(remote.ask_at);
     }
 }
 
@@ -471,7 +228,11 @@ void ParticipantDiscovery::on_timer_of(Remote& remote) {
         remove(remote.prefix(), GoneReason::lease_expired, now_);
         return;
     }
-    remote.timer.wake_at(remote.expires);
+    if (remote.ask_at <= now_.monotonic) {
+        remote.ask_at = now_.monotonic + kRelayAskPause;
+        listener_.on_participant_doubted(remote);
+    }
+    remote.timer.wake_at(std::min(remote.expires, remote.ask_at));
     if (remote.doubt == nullptr)
         return;
     remote.timer.wake_at(remote.doubt->ask_at);
@@ -519,7 +280,7 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
     remote.is_relayed = is_relayed;
     remote.is_server = !is_relayed && is_server(*announced.data, announced.source);
     while (!remote.set(announced, now.monotonic)) {
-        warnings_.error("participant memory", kNoMemory);
+        warnings_.error("participant memory", kNoMemoryForParticipants);
         if (!forget_one(now))
             return;
     }
@@ -543,6 +304,8 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     const std::unique_ptr<Remote> remote = std::move(at->second);
     (remote->is_stranger ? strangers_ : acquaintances_).erase(remote->place);
     remotes_.erase(at);
+    if (remote->is_server)
+        await_relays(now);
     listener_.on_participant_gone(*remote, reason, now);
 }
 

@@ -9,7 +9,9 @@
 // What is said in the name of a known participant from another address than it announced itself from needs a
 // second word: it is put aside, the participant is asked at the address it has, and it counts only where that
 // stays silent. So one forged message ends and changes nothing, while a participant with a new address, or a
-// process that was killed and came back with the same prefix, is taken after kAskPause times kAskTimes.
+// process that was killed and came back with the same prefix, is taken after kAskPause times kAskTimes. Any
+// word from another socket of a discovery server is such a one. Until it counts nothing is heard but what it
+// announces of itself: an acknowledgement by what its former life told would make it pass over what is new.
 //
 // The table has a limit. When it is reached, those make room that were never heard again after their first
 // packets, the oldest first; then those that are silent for kLongSilence.
@@ -96,7 +98,7 @@ class ParticipantDiscovery {
     /// it names this participant; bytes: of it that were not told before. What of it is taken: nothing of own
     /// and ignored participants, and of an address that is in doubt its announcements only.
     Hearing hear(const GuidPrefix& prefix, EntityId sender, const Locator& source, bool is_to_us,
-                 size_t bytes, MonotonicTime now);
+                 size_t bytes, Now now);
 
     void ignore(const GuidPrefix& prefix, Now now);
     /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
@@ -116,6 +118,7 @@ class ParticipantDiscovery {
 
   private:
     struct Announcement;
+    struct Doubt;
     struct Remote;
     using RemoteList = std::list<Remote*>;
 
@@ -136,7 +139,7 @@ class ParticipantDiscovery {
     void discover(const Announcement& announced, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
     std::shared_ptr<Credit> first_credit(ByteView announcement) const;
     bool is_server(const ParticipantData& data, const Locator& source) const;
-    /// The server has come back: those that it does not name again have gone meanwhile.
+    /// A server is lost or has come back: those it told of are there as long as it names them or they answer.
     void await_relays(Now now);
     /// False where all are needed.
     bool forget_one(Now now);
