@@ -59,6 +59,44 @@ class DiscoveryServer(harness.InteropTest):
         self.end(spy)
         self.assertEqual(len(spy.events), 1, spy.story())
 
+    def test_the_server_comes_back(self):
+        """Whichever way it went, and however soon: those that come later are seen, and nothing is told twice."""
+        server = self.server()
+        first = self.client("writer w topic=First type=keyed", "reader r topic=Wanted type=keyed")
+        spy = self.spy_through_server()
+        spy.wait_for_event("New writer", topic="First")
+        spy.wait_for_event("New reader", topic="Wanted")
+        for life, leave in enumerate((server.kill, lambda: server.quit(), lambda: server.kill())):
+            leave()
+            server = self.server()
+            client = self.client(f"writer w topic=Later{life} type=keyed")
+            spy.wait_for_event("New writer", topic=f"Later{life}")
+            client.do("matched w")
+            client.do("write w count=3")
+            spy.wait_for_samples(3, topic=f"Later{life}")
+        first.do("matched w")
+        first.do("write w count=3")
+        spy.wait_for_samples(3, topic="First")
+        self.end(spy)
+        self.assertEqual(len(spy.events), 5, spy.story())
+
+    def test_one_that_dies_without_the_server(self):
+        """Those that the server told of are there as long as they answer."""
+        server = self.server()
+        mortal = self.client("writer w topic=Mortal type=keyed")
+        survivor = self.client("writer w topic=Survivor type=keyed")
+        spy = self.spy_through_server()
+        spy.wait_for_event("New writer", topic="Mortal")
+        spy.wait_for_event("New writer", topic="Survivor")
+        server.quit()
+        mortal.kill()
+        spy.wait_for_event("Deleted writer", topic="Mortal", limit=60)
+        survivor.do("matched w")
+        survivor.do("write w count=3")
+        spy.wait_for_samples(3, topic="Survivor")
+        self.end(spy)
+        self.assertEqual(len(spy.events), 3, spy.story())
+
     def test_a_client_that_is_killed(self):
         self.server()
         client = self.client("writer w topic=T type=keyed")

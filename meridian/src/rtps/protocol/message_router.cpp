@@ -78,9 +78,9 @@ bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId send
         datagram_.checked = context.source;
         datagram_.hearing =
             participants_.hear(context.source, sender, datagram_.source, context.destination == own_prefix_,
-                               std::exchange(datagram_.uncounted, 0), now_.monotonic);
+                               std::exchange(datagram_.uncounted, 0), now_);
     }
-    return datagram_.hearing == Hearing::everything ||
+    return hears_everything() ||
            (datagram_.hearing == Hearing::announcements && sender == entity::participant_writer);
 }
 
@@ -149,7 +149,8 @@ bool MessageRouter::from_server(const MessageContext& context) const {
 void MessageRouter::on_data(const MessageContext& context, const Data& data) {
     if (data.writer == entity::participant_writer) {
         participants_.on_data(context, data, datagram_.source, now_);
-        if (!from_server(context)) // what a server tells of others comes in order
+        // What a server tells of others comes in order, and from a socket that is known to be its own.
+        if (!from_server(context) || !hears_everything())
             return;
     }
     take_sample(context, data, &Reader::on_data);
@@ -162,6 +163,8 @@ void MessageRouter::on_data_frag(const MessageContext& context, const DataFrag& 
 template <typename Submessage>
 void MessageRouter::tell_readers(const MessageContext& context, const Submessage& submessage,
                                  void (Reader::*operation)(const Guid&, const Submessage&, MonotonicTime)) {
+    if (!hears_everything())
+        return;
     const Guid writer{context.source, submessage.writer};
     for_readers(submessage.reader, writer, [&](Reader& reader) {
         (reader.*operation)(writer, submessage, now_.monotonic);

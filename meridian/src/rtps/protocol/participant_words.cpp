@@ -1,0 +1,193 @@
+// What participants say of themselves, and discovery servers of others: taken, or doubted until there is a
+// second word.
+
+#include "rtps/protocol/participant_lives.h"
+#include "rtps/protocol/participant_record.h"
+#include "rtps/protocol/reader.h"
+#include "rtps/wire/guid_key.h"
+
+namespace meridian::rtps {
+
+namespace {
+
+constexpr int kRefusals = 2;
+
+bool is_farewell(const Sample& sample) {
+    return (sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0;
+}
+
+} // namespace
+
+std::optional<Guid> subject_of(const Sample& disposal) {
+    if (disposal.inline_qos.key_hash)
+        return guid_of(*disposal.inline_qos.key_hash);
+    return decode_key(disposal.payload, {}, native_endianness());
+}
+
+ParticipantRef ParticipantDiscovery::decode(const Sample& sample) {
+    if (!sample.has_payload || sample.payload_is_key)
+        return nullptr;
+    std::string error;
+    std::optional<ParticipantData> decoded = decode_participant(sample.payload, error);
+    if (decoded)
+        return std::make_shared<const ParticipantData>(std::move(*decoded));
+    const std::string writer = to_string(sample.writer.prefix);
+    warnings_.warn("participant " + writer + error,
+                   "announcement of participant " + writer + " not understood: " + error);
+    return nullptr;
+}
+
+void ParticipantDiscovery::on_data(const MessageContext& context, const Data& data, const Locator& source,
+                                   Now now) {
+    Sample sample;
+    if (!announcer_.running() ||
+        !make_sample({context.source, data.writer}, context, data, now.monotonic, sample))
+        return;
+    Remote* remote = find_remote(context.source);
+    Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
+    if (is_farewell(sample)) {
+        const std::optional<Guid> key = subject_of(sample);
+        if (key && remote != nullptr && context.source == key->prefix)
+            on_farewell(*remote, announced, now);
+    } else if (remote != nullptr && remote->announced(sample.payload)) {
+        on_repetition(*remote, announced, now);
+    } else if (announced.data = decode(sample);
+               announced.data != nullptr && announced.data->guid.prefix == context.source) {
+        on_announcement(announced, now);
+    }
+}
+
+void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
+    const Remote* server = find_remote(sample.writer.prefix);
+    if (!announcer_.running() || server == nullptr || !server->is_server || server->announced(sample.payload))
+        return; // what it says of itself is taken as that of others
+    const GuidPrefix server_prefix = server->prefix();
+    if (is_farewell(sample)) {
+        const std::optional<Guid> key = subject_of(sample);
+        if (key && speaks_for(server_prefix, key->prefix))
+            remove(key->prefix, GoneReason::disposed, now);
+        return;
+    }
+    const Announcement announced{decode(sample), sample.payload, sample.sequence_number,
+                                 server->announced_from};
+    if (announced.data == nullptr || excludes(announced.data->guid.prefix) ||
+        !speaks_for(server_prefix, announced.data->guid.prefix))
+        return;
+    if (Remote* remote = find_remote(announced.data->guid.prefix))
+        take(*remote, announced, false, now);
+    else if (of_this_domain(*announced.data))
+        discover(announced, true, first_credit(sample.payload), now);
+}
+
+void ParticipantDiscovery::on_farewell(Remote& remote, const Announcement& farewell, Now now) {
+    if (farewell.source == remote.announced_from)
+        remove(remote.prefix(), GoneReason::disposed, now);
+    else
+        doubt(remote, farewell, now);
+}
+
+void ParticipantDiscovery::on_repetition(Remote& remote, Announcement& repeated, Now now) {
+    if (repeated.source == remote.announced_from) {
+        remote.is_steady = true;
+        remote.sequence_number = repeated.number;
+    } else if (remote.is_steady && repeated.source.kind == remote.announced_from.kind &&
+               repeated.source.address == remote.announced_from.address &&
+               !contains(remote.other_sources, repeated.source)) {
+        repeated.data = remote.data;
+        doubt(remote, repeated, now); // another socket of the same host
+    }
+}
+
+void ParticipantDiscovery::on_announcement(const Announcement& announced, Now now) {
+    Remote* remote = find_remote(announced.data->guid.prefix);
+    if (remote == nullptr) {
+        if (of_this_domain(*announced.data))
+            discover(announced, false, first_credit(announced.payload), now);
+        return;
+    }
+    // One announcement may come over several interfaces, with more addresses on some than on others. The
+    // first that arrives counts: taking turns would look like changes.
+    if (announced.number == remote->sequence_number && of_this_domain(*announced.data) &&
+        !another_life(*remote->data, *announced.data))
+        return;
+    if (announced.source == remote->announced_from)
+        take(*remote, announced, false, now);
+    else if (!same_content(*remote->data, *announced.data))
+        doubt(*remote, announced, now);
+}
+
+void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, bool is_other_process,
+                                Now now) {
+    const bool is_here = of_this_domain(*announced.data);
+    if (!is_here || is_other_process || another_life(*remote.data, *announced.data)) {
+        const bool is_relayed = remote.is_relayed;
+        std::shared_ptr<Credit> credit = remote.credit;
+        remove(remote.prefix(), GoneReason::replaced, now);
+        if (is_here)
+            discover(announced, is_relayed, std::move(credit), now);
+        return;
+    }
+    remote.doubt = nullptr;
+    remote.sequence_number = announced.number;
+    const bool changed = !same_content(*remote.data, *announced.data);
+    if (!remote.set(announced, now.monotonic)) {
+        warnings_.error("participant memory", kNoMemoryForParticipants);
+    } else if (changed) {
+        remote.announced_from = announced.source;
+        choose_routes(remote);
+        listener_.on_participant_changed(remote, true, now);
+    }
+}
+
+void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, Now now) {
+    const bool is_new = remote.doubt == nullptr;
+    if (is_new)
+        remote.doubt = std::make_unique<Doubt>();
+    else if (remote.doubt->source != announced.source)
+        return; // one at a time
+    Doubt& doubt = *remote.doubt;
+    doubt.source = announced.source;
+    doubt.data = announced.data;
+    doubt.number = announced.number;
+    doubt.memory.give_back(doubt.memory.held());
+    if (!doubt.memory.take(Remote::kKeptPerByte * announced.payload.size)) {
+        remote.doubt = nullptr;
+        return;
+    }
+    doubt.payload.assign(announced.payload.begin(), announced.payload.end());
+    if (is_new)
+        ask(remote, now);
+}
+
+void ParticipantDiscovery::ask(Remote& remote, Now now) {
+    ++remote.doubt->asked;
+    remote.doubt->ask_at = now.monotonic + kAskPause;
+    remote.timer.wake_at(remote.doubt->ask_at);
+    // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
+    announcer_.repeat(remote.metatraffic, now);
+    listener_.on_participant_doubted(remote);
+}
+
+void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
+    Doubt& doubt = *remote.doubt;
+    if (doubt.answered && ++doubt.refusals >= kRefusals) {
+        if (remote.other_sources.size() < kMaxOtherSources)
+            remote.other_sources.push_back(doubt.source);
+        remote.doubt = nullptr;
+    } else if (doubt.answered || doubt.asked < kAskTimes) {
+        if (doubt.answered)
+            doubt.asked = 0; // it may have been one of its last packets
+        doubt.answered = false;
+        ask(remote, now);
+    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt); settled->data == nullptr) {
+        remove(remote.prefix(), GoneReason::disposed, now);
+    } else {
+        const bool is_other_socket =
+            remote.is_server || (settled->source.address == remote.announced_from.address &&
+                                 settled->source.port != remote.announced_from.port);
+        take(remote, {settled->data, settled->payload, settled->number, settled->source}, is_other_socket,
+             now);
+    }
+}
+
+} // namespace meridian::rtps
