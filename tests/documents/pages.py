@@ -19,6 +19,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 COMMENT = re.compile(r"<!-- (scene|file): (\S+) -->")
 FENCE = re.compile(r"```(\S*)$")
 NO_SCENE = "alone"
+PAGES_TO_COME = {"interoperability.md", "performance.md"}  # written at the same time as the first page that names them
 # What would be taken for a command by a reader.
 LOOKS_LIKE_COMMAND = re.compile(r"\$ |ferret +-|(sudo|ferret-types|cmake|ctest|apt|python3) +[-./\w]|\./[\w-]+\.sh")
 
@@ -124,6 +125,27 @@ def read_markdown(page):
             elif "<!-- scene" in line or "<!-- file" in line:
                 raise BadPage(f"{page.name}:{at + 1}: not the form of a comment about a block: {line}")
         at += 1
+
+
+def anchor(heading):
+    """How a link names a heading."""
+    return re.sub(r"[^\w\- ]", "", heading.strip().lower()).replace(" ", "-")
+
+
+def broken_links(page, root=ROOT):
+    """Links of a page to files or headings that are not there."""
+    result = []
+    for number, line in enumerate(page.path.read_text().split("\n"), 1):
+        for target in re.findall(r"\]\((?!https?:)([^)\s]+)\)", line):
+            name, _, heading = target.partition("#")
+            path = page.path.parent / name if name else page.path
+            if path.name in PAGES_TO_COME and not path.exists():
+                continue
+            if not path.exists() or not path.resolve().is_relative_to(root.resolve()):
+                result.append(f"{page.name}:{number}: no file {name}")
+            elif heading and heading not in map(anchor, re.findall(r"^#+ (.*)", path.read_text(), re.MULTILINE)):
+                result.append(f"{page.name}:{number}: no heading for {target}")
+    return result
 
 
 def read_manual(page):

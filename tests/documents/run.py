@@ -5,7 +5,8 @@ that the page shows with what was printed.
     run.py --tool PATH [--peer-cyclone PATH ...] [PAGE | PAGE:LINE ...]     all commands (default: of all pages)
     run.py --tool PATH ... --record PAGE[:LINE] ...     writes what was printed into the page, and shows the difference
     run.py --root FOLDER ...             the documents of another tree
-    run.py --table                       only: each command is run or listed in not_run.toml, and each option is in the guide
+    run.py --table                       only: each command is run or listed in not_run.toml, each option is in the guide, and
+                                         each link leads to something
 
 How documents are written is told in README.md beside this script.
 """
@@ -280,8 +281,9 @@ def main():
     except pages.BadPage as error:
         sys.exit(str(error))
     to_run, wrong = sort_commands(all_pages, load_table())
-    wrong += options_missing(all_pages)
     if table_only:
+        wrong += options_missing(all_pages)
+        wrong += [each for page in all_pages if page.path.suffix == ".md" for each in pages.broken_links(page, root)]
         print("\n".join(wrong + [f"{len(to_run)} commands to run, {len(wrong)} complaints"]))
         return 1 if wrong or not to_run else 0
 

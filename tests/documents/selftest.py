@@ -89,6 +89,13 @@ class Pages(Tree):
         page = self.read("<!-- scene: nowhere -->\n```sh\nferret\n```\n")
         self.assertIn("no scene nowhere", run.sort_commands([page], [])[1][0])
 
+    def test_links_lead_to_something(self):
+        page = self.read("# Top: a `b`\n[a](#top-a-b) [b](README.md#top-a-b) [c](https://nowhere/x) ![d](README.md)\n")
+        self.assertEqual(pages.broken_links(page, self.root), [])
+        page = self.read("# Top\n[a](#bottom)\n[b](gone.md) [c](../..)\n")
+        self.assertEqual(pages.broken_links(page, self.root), [
+            "README.md:2: no heading for #bottom", "README.md:3: no file gone.md", "README.md:3: no file ../.."])
+
     def test_a_picture_keeps_its_text(self):
         lines = ["12:00:00 New data   \"<&>\"", "", "\tx"]
         command, shown, scene = picture.parse(picture.render("ferret -a", lines, "plant"))
