@@ -27,7 +27,7 @@ trap finish EXIT
 trap 'exit 130' INT TERM
 
 types=$(dirname "$0")/types.xml
-caption 'ferret -printSample COMPACT -showPartition -timeout 14: a spy in domain 0, on the loopback interface only'
+caption 'ferret -printSample COMPACT -showPartition -qosFile demo/types.xml -timeout 14: a spy in domain 0, on the loopback interface only'
 "$ferret" -printSample COMPACT -showPartition -qosFile "$types" -timeout 14 &
 spy=$!
 started="$started $spy"

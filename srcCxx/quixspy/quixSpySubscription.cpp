@@ -181,6 +181,13 @@ std::string reason_not_to_read(const TopicNode* topic, const Publication& public
     return "";
 }
 
+void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publication& publication,
+                      const char* type_of_topic) {
+    const std::string reason = reason_not_to_read(topic, publication, type_of_topic);
+    if (!reason.empty())
+        agent.tell_unread(publication.guid, publication.topicName, reason);
+}
+
 /// One more writer of a topic that has its reader already.
 void add_writer(QuixSpyAgent& agent, const ParticipantNode& participant, const Publication& publication) {
     const TopicNode* const topic = participant.find_topic(publication.topicName, publication.typeName);
@@ -191,10 +198,7 @@ void add_writer(QuixSpyAgent& agent, const ParticipantNode& participant, const P
         return;
     DDSTopicDescription* const description =
         participant.participant->lookup_topicdescription(publication.topicName);
-    const std::string reason =
-        reason_not_to_read(topic, publication, description != nullptr ? description->get_type_name() : "");
-    if (!reason.empty())
-        agent.tell_unread(publication.guid, publication.topicName, reason);
+    tell_if_not_read(agent, topic, publication, description != nullptr ? description->get_type_name() : "");
 }
 
 /// The type as dynamic data; null, with the reasons told, where the opaque type must do.
@@ -391,7 +395,11 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDS_ReturnCode_t enabled = topic->enable();
     if (enabled == DDS_RETCODE_OK)
         enabled = reader->enable();
-    return enabled == DDS_RETCODE_OK || agent.output().fail("ferret: enable error %d\n", enabled);
+    if (enabled != DDS_RETCODE_OK)
+        return agent.output().fail("ferret: enable error %d\n", enabled);
+    // A profile may ask for more than even the first writer offers.
+    tell_if_not_read(agent, topic_node, publication, publication.typeName);
+    return true;
 }
 
 } // namespace

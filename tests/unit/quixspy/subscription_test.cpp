@@ -471,6 +471,15 @@ TEST_F(Subscription, WritersThatAnnounceNoTypeAreReadByTheFirstReaderOfTheirName
     ASSERT_EQ(agent.created, 1) << "an equal type is watched already";
 }
 
+TEST_F(Subscription, AFirstWriterThatOffersLessThanAProfileAsksForIsTold) {
+    agent.worlds[0].reader.qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(discover({"Circle"}), "");
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("\"Circle\" is not read: it is best-effort, and the reader asks"));
+    ASSERT_EQ(readers().size(), 1U) << "others may come that it reads";
+}
+
 TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {
     const TypeRef type = structure("ShapeType");
     const DDS_TypeCode* const code = type.get();
