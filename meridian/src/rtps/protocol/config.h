@@ -86,9 +86,8 @@ struct WriterConfig {
     /// Set: the first sample has the number behind this one, which nobody else knows. So an acknowledgement
     /// shows that who sends it reads what is sent to the reader's address.
     std::optional<SequenceNumber> secret_begin;
-    /// Set: each sample names this writer and its number as what it is related to, as discovery servers want
-    /// it.
-    std::optional<Guid> identity;
+    /// Each sample names its writer and number as what it is related to, as discovery servers want it.
+    bool names_itself = false;
     /// Samples that wait for acknowledgement (or are kept for late joiners) at most; write fails beyond it.
     /// With keep-last history older samples of the instance make room first.
     size_t max_samples = 100000;

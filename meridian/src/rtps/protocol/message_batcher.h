@@ -43,6 +43,7 @@ class MessageBatcher {
 
     /// From whom messages are from now on. Nothing may be collected.
     void set_source(const GuidPrefix& source);
+    const GuidPrefix& source() const { return source_; }
 
     /// Sends everything collected.
     void flush();

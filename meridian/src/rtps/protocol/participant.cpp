@@ -71,8 +71,7 @@ void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     // Every participant reads the two, and one of them has something to tell where anything is to be sent.
     if (id == entity::subscriptions_writer || id == entity::publications_writer)
         writer.secret_begin = config_.secret_begin;
-    if (!config_.servers.empty())
-        writer.identity = Guid{config_.prefix, id};
+    writer.names_itself = !config_.servers.empty();
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
 
@@ -96,6 +95,7 @@ void Participant::stop(Now now) {
         if (!local.builtin_peer)
             EndpointDiscovery::dispose(announcer_of(local.data.guid.entity), local.data.guid, now);
     });
+    say_farewell(now);
     participants_.stop(now);
     endpoints_.clear();
     running_ = false;
@@ -166,7 +166,7 @@ void Participant::set_locators(const OwnLocators& locators, Now now) {
 
 void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locators, Now now) {
     now_ = now;
-    participants_.say_farewell(now);
+    say_farewell(now);
     batcher_.flush();
     config_.prefix = prefix;
     batcher_.set_source(prefix);
@@ -176,6 +176,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
         if (local.writer)
             local.writer->begin_anew(local.builtin_peer.has_value(), now.monotonic);
     });
+    tell_servers(now);
     locals_.for_each([&](LocalEndpoint& local) {
         if (!local.builtin_peer)
             EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
@@ -380,6 +381,19 @@ void Participant::tell_servers(Now now) {
     // The numbers of what is sent to servers without and with this writer must agree.
     while (told_servers_ < participants_.announced_version())
         told_servers_ = writer.write(request, now).value_or(participants_.announced_version());
+}
+
+void Participant::say_farewell(Now now) {
+    participants_.say_farewell(now);
+    if (config_.servers.empty())
+        return;
+    const ByteBuffer key = encode_participant_key(guid());
+    WriteRequest request;
+    request.payload = key;
+    request.payload_is_key = true;
+    request.instance = request.inline_qos.key_hash = key_hash_of(guid());
+    request.inline_qos.status_info = kDisposed | kUnregistered;
+    told_servers_ = builtin_writer(entity::participant_writer).write(request, now).value_or(told_servers_);
 }
 
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {

@@ -129,6 +129,7 @@ class Participant final : private ReaderObserver,
     void on_participant_message(const Sample& sample);
     void on_relayed(const Sample& sample) { participants_.on_relayed(sample, now_); }
     void tell_servers(Now now);
+    void say_farewell(Now now);
 
     /// What all builtin endpoints except those for participants are (DDSI-RTPS 2.5, 8.4.13.3 and 8.5.4.2).
     EndpointData builtin_data(EntityId id) const;

@@ -1,12 +1,10 @@
 #pragma once
 
-// Participant discovery (DDSI-RTPS 2.5, 8.5.3): announces this participant and keeps the table of the others.
-//
-// Announcements go to the initial peers: a burst at start, then periodically with a little jitter. A new
-// participant gets one of its own at once, and the next general one is brought forward. Participants that
-// multicast may not reach (those that announce no multicast address, and all while there are few) get
-// periodic ones at their own address too, since only those keep our lease alive there. Any traffic of a
-// participant renews its lease. Participants of another domain id or tag are not seen at all.
+// Participant discovery (DDSI-RTPS 2.5, 8.5.3): keeps the table of the other participants, and says to whom
+// this one is announced (see ParticipantAnnouncer): participants that multicast may not reach (those that
+// announce no multicast address, and all while there are few) get periodic announcements at their own address
+// too, since only those keep our lease alive there. Any traffic of a participant renews its lease.
+// Participants of another domain id or tag are not seen at all.
 //
 // What is said in the name of a known participant from another address than it announced itself from needs a
 // second word: it is put aside, the participant is asked at the address it has, and it counts only where that
@@ -27,6 +25,7 @@
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/events.h"
 #include "rtps/protocol/message_batcher.h"
+#include "rtps/protocol/participant_announcer.h"
 #include "rtps/protocol/sinks.h"
 #include "rtps/protocol/timer_queue.h"
 #include "rtps/protocol/warn_once.h"
@@ -71,13 +70,14 @@ class ParticipantDiscovery {
                          WarnOnce& warnings, Listener& listener);
     ~ParticipantDiscovery();
 
-    const ParticipantData& announced() const { return announced_; }
+    const ParticipantData& announced() const { return announcer_.announced(); }
     void start(Now now);
-    /// Disposes the own participant everywhere and forgets the others.
+    /// Forgets the others; say_farewell was called.
     void stop(Now now);
     /// Announces the participant under the prefix that the configuration has now, as if it had just started;
     /// the others stay known. say_farewell was called under the old prefix.
     void join_again(const OwnLocators& locators, Now now);
+    /// To all but discovery servers.
     void say_farewell(Now now);
     void set_announced(const ParticipantData& data, Now now);
     /// Announces these addresses, and chooses those of others again: the preferences of Output may have
@@ -89,8 +89,8 @@ class ParticipantDiscovery {
     /// What a discovery server tells, of itself and of others: samples of its participant writer.
     void on_relayed(const Sample& sample, Now now);
     /// What is announced to discovery servers, and the number of this state of it; they want each once.
-    ByteView announcement_to_servers() const { return server_announcement_; }
-    SequenceNumber announced_version() const { return version_; }
+    ByteView announcement_to_servers() const { return announcer_.announcement_to_servers(); }
+    SequenceNumber announced_version() const { return announcer_.version(); }
     enum class Hearing { nothing, announcements, everything };
     /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
     /// it names this participant; bytes: of it that were not told before. What of it is taken: nothing of own
@@ -115,70 +115,45 @@ class ParticipantDiscovery {
     void on_timer(Now now);
 
   private:
+    struct Announcement;
     struct Remote;
     using RemoteList = std::list<Remote*>;
 
     Remote* find_remote(const GuidPrefix& prefix) const;
     bool excludes(const GuidPrefix& prefix) const;
-    void on_farewell(Remote& remote, const Data& message, const Locator& source, Now now);
+    /// Null for what is no announcement.
+    ParticipantRef decode(const Sample& sample);
+    void on_farewell(Remote& remote, const Announcement& farewell, Now now);
     /// The same announcement as before.
-    void on_repetition(Remote& remote, const Data& message, const Locator& source, Now now);
-    void on_announcement(ParticipantData&& data, const Data& message, const Locator& source, Now now);
+    void on_repetition(Remote& remote, Announcement& repeated, Now now);
+    void on_announcement(const Announcement& announced, Now now);
     /// What the participant announced; is_other_process: by what is known beyond the announcement.
-    void take(Remote& remote, const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
-              const Locator& source, bool is_other_process, Now now);
-    void doubt(Remote& remote, const ParticipantRef& data, const Data& message, const Locator& source,
-               Now now);
+    void take(Remote& remote, const Announcement& announced, bool is_other_process, Now now);
+    void doubt(Remote& remote, const Announcement& announced, Now now);
     void ask(Remote& remote, Now now);
     void settle_doubt(Remote& remote, Now now);
     void on_timer_of(Remote& remote);
-    void discover(const ParticipantRef& data, ByteView payload, SequenceNumber sequence_number,
-                  const Locator& source, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
+    void discover(const Announcement& announced, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
     std::shared_ptr<Credit> first_credit(ByteView announcement) const;
     bool is_server(const ParticipantData& data, const Locator& source) const;
     /// The server has come back: those that it does not name again have gone meanwhile.
     void await_relays(Now now);
-    void on_change(Remote& remote, const Locator& source, Now now);
     /// False where all are needed.
     bool forget_one(Now now);
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_announcements(const RemoteParticipant& remote) const;
-    void take_locators(const OwnLocators& locators);
-    /// They are left shorter than they should be where they do not fit a message.
-    void encode_announcements();
-    void encode_announcements(const ParticipantData& data);
-    bool announcements_fit() const;
     void tell_if_unreachable(const RemoteParticipant& remote);
-    void announce_changes(Now now);
     void announce(Now now);
-    void announce_to_group(Now now);
-    void announce_to_servers(Now now);
-    void send_announcement(const Route& route, SequenceNumber number, Now now);
-    void announce_soon(MonotonicTime now);
-    Duration jittered(Duration period);
+    void choose_all_routes(Now now);
 
     const ParticipantConfig& config_;
     const Output& output_;
-    MessageBatcher& batcher_;
     WarnOnce& warnings_;
     Listener& listener_;
-    ParticipantData announced_;
-    ByteBuffer announcement_;
-    LocatorList host_metatraffic_unicast_;
-    LocatorList host_default_unicast_;
-    ByteBuffer host_announcement_; // empty: the same
-    ByteBuffer server_announcement_;
-    SequenceNumber sequence_number_ = 0;
-    SequenceNumber version_ = 0;
-    bool running_ = false;
-    int burst_left_ = 0;
-    MonotonicTime announce_at_ = kNever;
-    MonotonicTime announced_at_{0};
-    MonotonicTime announce_to_group_at_ = kNever;
+    ParticipantAnnouncer announcer_;
     const bool multicasting_;
-    uint64_t random_;
     TimerQueue timers_;
     Now now_; // of on_timer
     std::unordered_map<GuidPrefix, std::unique_ptr<Remote>> remotes_;

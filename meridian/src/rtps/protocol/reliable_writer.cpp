@@ -165,8 +165,8 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
     Change change;
     change.payload.assign(request.payload.begin(), request.payload.end());
     InlineQos inline_qos = request.inline_qos;
-    if (config_.identity) {
-        inline_qos.related_writer = config_.identity;
+    if (config_.names_itself) {
+        inline_qos.related_writer = Guid{batcher_.source(), id_};
         inline_qos.related_sequence_number = last_ + 1;
     }
     if (says_something(inline_qos))

@@ -1,0 +1,62 @@
+#include "rtps/protocol/participant_lives.h"
+
+#include <algorithm>
+
+#include "rtps/protocol/participant_announcer.h"
+
+namespace meridian::rtps {
+
+namespace {
+
+// What Fast DDS announces of the process a participant is in.
+constexpr const char* kProcessProperty = "fastdds.physical_data.process";
+
+const ByteBuffer* incarnation(const ParticipantData& data) {
+    if (!(data.vendor == kOwnVendorId))
+        return nullptr;
+    for (const RawParameter& parameter : data.raw) {
+        if (parameter.id == kIncarnationParameter)
+            return &parameter.value;
+    }
+    return nullptr;
+}
+
+bool shares_a_port(const LocatorList& a, const LocatorList& b) {
+    return std::any_of(a.begin(), a.end(), [&b](const Locator& x) {
+        return std::any_of(b.begin(), b.end(), [&x](const Locator& y) { return x.port == y.port; });
+    });
+}
+
+} // namespace
+
+const std::string* property(const ParticipantData& data, const char* name) {
+    for (const Property& property : data.properties) {
+        if (property.name == name)
+            return &property.value;
+    }
+    return nullptr;
+}
+
+bool another_life(const ParticipantData& a, const ParticipantData& b) {
+    const ByteBuffer* first = incarnation(a);
+    const ByteBuffer* second = incarnation(b);
+    if (first != nullptr && second != nullptr)
+        return *first != *second;
+    const std::string* process_before = property(a, kProcessProperty);
+    const std::string* process_after = property(b, kProcessProperty);
+    if (process_before != nullptr && process_after != nullptr && *process_before != *process_after)
+        return true;
+    if (!(a.vendor == b.vendor))
+        return true;
+    return !a.metatraffic_unicast.empty() && !b.metatraffic_unicast.empty() &&
+           !shares_a_port(a.metatraffic_unicast, b.metatraffic_unicast);
+}
+
+bool same_content(const ParticipantData& a, const ParticipantData& b) {
+    ParticipantData left = a;
+    ParticipantData right = b;
+    left.manual_liveliness_count = right.manual_liveliness_count = 0;
+    return encode(left) == encode(right);
+}
+
+} // namespace meridian::rtps
