@@ -2,9 +2,9 @@
 """Runs every interop test with the peers of each release in a folder and prints a row of a table for each release.
 
     all_releases.py FOLDER --tool build/release/ferret [--peers build/release/tests/interop/peers] [--only NAME]
-                    [--themes samples,contents] [--log FOLDER]
+                    [--build] [--themes samples,contents] [--log FOLDER]
 
-FOLDER is one that peers/build_releases.sh filled. A release of one maker runs together with one of the other; who has no
+FOLDER is one that peers/build_releases.sh filled, which --build calls first. A release of one maker runs together with one of the other; who has no
 partner gets the peers of --peers, which also make a row. The exit status is 0 when no test failed. Themes run two at a time,
 and those that measure alone.
 """
@@ -74,9 +74,12 @@ def main():
     parser.add_argument("--tool", type=pathlib.Path, required=True)
     parser.add_argument("--peers", type=lambda text: pathlib.Path(text).resolve())
     parser.add_argument("--only", help="pairs with this in the name of a release")
+    parser.add_argument("--build", action="store_true")
     parser.add_argument("--themes")
     parser.add_argument("--log", type=pathlib.Path, default=pathlib.Path("releases"))
     options = parser.parse_args()
+    if options.build and subprocess.run([HERE / "peers/build_releases.sh", options.folder]).returncode != 0:
+        return 1
     themes = options.themes.split(",") if options.themes else sorted(
         file.stem[len("test_"):] for file in HERE.glob("test_*.py") if file.stem != "test_harness")
 

@@ -43,7 +43,7 @@ done
 
 for prefix in "$folder"/cyclone-*/ "$folder"/fastdds-*/; do
     prefix=${prefix%/}
-    [ -d "$prefix/include" ] || continue
+    [ -d "$prefix/lib" ] && [ -n "$(find "$prefix/lib" -name libddsc.so -o -name libfastrtps.so -o -name libfastdds.so)" ] || continue
     echo "=== $(basename "$prefix")"
     mkdir -p "$prefix/peers"
     case $(basename "$prefix") in

@@ -353,6 +353,8 @@ class FastPeer final : public peers::Peer {
     static void fill_qos(Qos& qos, const EndpointOptions& options) {
         qos.reliability().kind =
             options.reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+        // A write that finds no room or turn for 100 ms, as the default is, fails on a busy machine.
+        qos.reliability().max_blocking_time = Duration(10, 0);
         qos.durability().kind =
             options.transient_local ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
         qos.history().kind = options.depth > 0 ? dds::KEEP_LAST_HISTORY_QOS : dds::KEEP_ALL_HISTORY_QOS;

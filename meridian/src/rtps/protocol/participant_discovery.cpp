@@ -111,7 +111,7 @@ std::optional<Guid> subject_of(const Sample& disposal) {
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
 
-ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, const Output& output,
+ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, Output& output,
                                            MessageBatcher& batcher, WarnOnce& warnings, Listener& listener)
     : config_(config),
       output_(output),
