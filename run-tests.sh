@@ -15,10 +15,12 @@ cd "$(dirname "$0")" || exit 1
 
 PACKAGES="cmake ninja-build g++ clang libclang-rt-dev libgtest-dev libgmock-dev libpugixml-dev rapidjson-dev pkg-config python3 python3-lark
     iproute2 util-linux ccache cyclonedds-tools cyclonedds-dev mandoc"
-# Fast DDS 2.x is a second peer, and clang-format 14 is the one that .clang-format was made for; later Debian releases hold
-# other versions, and the tests do without them.
+# Fast DDS is a second peer, 2.x in Debian 12 and 3.x in 13; clang-format 14 is the one that .clang-format was made for, and
+# where it is not to be had the tests do without it.
 if grep -qs 'VERSION_ID="12"' /etc/os-release; then
     PACKAGES="$PACKAGES libfastrtps-dev clang-format-14"
+else
+    PACKAGES="$PACKAGES libfastdds-dev"
 fi
 
 legs=

@@ -7,6 +7,7 @@ a condition with a time limit; nothing here sleeps for a fixed time.
 
 import contextlib
 import ctypes
+import functools
 import os
 import pathlib
 import re
@@ -396,6 +397,18 @@ class Spy(Process):
         return {(row[4], row[5]): (int(row[1]), int(row[2]), int(row[3])) for row in rows if row}
 
 
+@functools.lru_cache(None)
+def release_of(program):
+    """The version of the library below a peer, as numbers; (0,) where there is no such peer."""
+    if program is None:
+        return (0,)
+    told = subprocess.run([program, "release"], stdin=subprocess.DEVNULL, capture_output=True, text=True).stdout
+    found = re.search(r"^release .* ([\d.]+)$", told, re.MULTILINE)
+    if not found:
+        raise AssertionError(f"{program} does not tell its release: {told}")
+    return tuple(int(word) for word in found[1].split("."))
+
+
 class InteropTest(unittest.TestCase):
     """A test with a network of its own, in which everything it started is ended when it is over."""
 
@@ -430,14 +443,20 @@ class InteropTest(unittest.TestCase):
 
     def fastdds(self, network=None):
         if options.peer_fastdds is None:
-            self.skipTest("built without Fast DDS 2.x")
+            self.skipTest("built without Fast DDS")
         return self.keep(Peer(network or self.network, options.peer_fastdds))
 
     def ros(self, network=None):
-        """A publisher of ROS 2 messages on Fast DDS 2.x; see peers/peer_ros.cpp."""
+        """A publisher of ROS 2 messages on Fast DDS; see peers/peer_ros.cpp."""
         if options.peer_ros is None:
-            self.skipTest("built without Fast DDS 2.x")
+            self.skipTest("built without Fast DDS")
         return self.keep(Peer(network or self.network, options.peer_ros))
+
+    def dynamic(self, network=None):
+        """A publisher of types that Fast DDS announces; see peers/peer_dynamic.cpp."""
+        if options.peer_dynamic is None:
+            self.skipTest("built without Fast DDS")
+        return self.keep(Peer(network or self.network, options.peer_dynamic))
 
     def ddsperf(self, *arguments, network=None):
         if options.ddsperf is None:
@@ -463,6 +482,7 @@ class Options:
     peer_cyclone = None
     peer_fastdds = None
     peer_ros = None
+    peer_dynamic = None
     ddsperf = None
 
 
@@ -485,12 +505,12 @@ def _enter_namespaces():
 
 def main():
     """Runs the tests of the calling file: FILE --tool PATH [--peer-cyclone PATH] [--peer-fastdds PATH] [--peer-ros PATH]
-    [--ddsperf PATH] [unittest's own arguments, for example the name of one test]."""
+    [--peer-dynamic PATH] [--ddsperf PATH] [unittest's own arguments, for example the name of one test]."""
     if INSIDE not in sys.argv:
         _enter_namespaces()
     sys.argv.remove(INSIDE)
     signal.signal(signal.SIGHUP, signal.SIG_DFL)  # under nohup it is ignored, and everything started would inherit that
-    for field in ("tool", "peer_cyclone", "peer_fastdds", "peer_ros", "ddsperf"):
+    for field in ("tool", "peer_cyclone", "peer_fastdds", "peer_ros", "peer_dynamic", "ddsperf"):
         flag = "--" + field.replace("_", "-")
         if flag in sys.argv:
             at = sys.argv.index(flag)

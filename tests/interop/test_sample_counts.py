@@ -62,8 +62,9 @@ class SampleCounts(harness.InteropTest):
         self.check(self.cyclone(), 100)
 
     def test_fastdds(self):
-        # Neither a type nor key hashes: all samples are one instance.
-        self.check(self.fastdds(), 1)
+        # Without a type and without key hashes, which 2.9 alone leaves out, all samples are one instance.
+        peer = self.fastdds()
+        self.check(peer, 1 if harness.release_of(harness.options.peer_fastdds)[:2] == (2, 9) else 100)
 
 
 if __name__ == "__main__":

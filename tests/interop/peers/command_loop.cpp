@@ -168,6 +168,10 @@ std::string others(Peer& peer, const Command& command) {
 }
 
 std::string perform(Peer& peer, const Command& command) {
+    if (command.verb == "release") {
+        std::cout << "release " << peer.release() << std::endl;
+        return "";
+    }
     if (command.verb == "participant") {
         GuidBytes guid{};
         const std::string error = peer.create_participant(command, guid);

@@ -61,6 +61,8 @@ class Peer {
   public:
     virtual ~Peer() = default;
 
+    // The library and its version, as "NAME 1.2.3".
+    virtual std::string release() const = 0;
     virtual std::string create_participant(const Command& command, GuidBytes& guid) = 0;
     virtual std::string create_endpoint(const std::string& name, bool writer, const EndpointOptions& options,
                                         GuidBytes& guid) = 0;

@@ -42,6 +42,16 @@ inline std::string json(const char* value) {
     return json(std::string(value));
 }
 
+inline std::string json(const std::wstring& value) {
+    std::string text;
+    for (const wchar_t letter : value) {
+        char escape[16];
+        std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(letter));
+        text += escape;
+    }
+    return '"' + text + '"';
+}
+
 template <typename T>
 std::string json_array(const T* values, size_t count) {
     std::string text;

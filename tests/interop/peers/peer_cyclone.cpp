@@ -2,6 +2,7 @@
 // CYCLONEDDS_URI.
 
 #include <dds/dds.h>
+#include <dds/version.h>
 
 #include <algorithm>
 
@@ -33,6 +34,8 @@ dds_topic_descriptor_t named(const dds_topic_descriptor_t& type, const char* nam
 
 class CyclonePeer final : public peers::Peer {
   public:
+    std::string release() const override { return "Cyclone DDS " DDS_VERSION; }
+
     std::string create_participant(const Command& command, GuidBytes& guid) override {
         if (participant_ > 0) {
             return "there is a participant already";

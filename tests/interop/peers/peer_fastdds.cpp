@@ -1,96 +1,77 @@
-// A test peer on Fast DDS 2.x. Its types are written by hand and carry no type information, which is a case
+// A test peer on Fast DDS. Its types are written by hand and carry no type information, which is a case
 // of its own.
 
-#include <fastdds/rtps/transport/UDPv4TransportDescriptor.h>
-#include <fastdds/rtps/transport/UDPv6TransportDescriptor.h>
-#include <fastrtps/utils/IPLocator.h>
-#include <fastdds/dds/domain/DomainParticipant.hpp>
-#include <fastdds/dds/domain/DomainParticipantFactory.hpp>
-#include <fastdds/dds/domain/DomainParticipantListener.hpp>
 #include <fastdds/dds/log/Log.hpp>
 #include <fastdds/dds/publisher/DataWriter.hpp>
 #include <fastdds/dds/publisher/Publisher.hpp>
 #include <fastdds/dds/subscriber/DataReader.hpp>
 #include <fastdds/dds/subscriber/SampleInfo.hpp>
 #include <fastdds/dds/subscriber/Subscriber.hpp>
-#include <fastdds/dds/topic/TopicDataType.hpp>
 
-#include <cstring>
-#include <mutex>
 #include <numeric>
 #include <sstream>
 
 #include "command_loop.h"
+#include "fast_release.h"
 #include "json.h"
 
 namespace {
 
-namespace dds = eprosima::fastdds::dds;
-namespace rtps = eprosima::fastrtps::rtps;
-using eprosima::fastrtps::Duration_t;
+namespace dds = peers::fast::dds;
+namespace rtps = peers::fast::rtps;
 using peers::Command;
 using peers::EndpointOptions;
 using peers::GuidBytes;
 using peers::Sample;
+using peers::fast::Duration;
+using peers::fast::is_ok;
 
-// { @key long id; unsigned long value; sequence<octet> payload; }, plain CDR in this machine's byte order,
-// key or not.
-class SampleType final : public dds::TopicDataType {
+// { @key long id; unsigned long value; sequence<octet> payload; }, key or not.
+class SampleType final : public peers::fast::HandWrittenType {
   public:
-    SampleType(const char* name, bool keyed) {
-        setName(name);
-        m_isGetKeyDefined = keyed;
-        m_typeSize = kFixedPart;
-        auto_fill_type_object(false);
-        auto_fill_type_information(false);
-    }
+    SampleType(const char* name, bool keyed) : HandWrittenType(name, keyed, kFixedPart) {}
 
-    bool serialize(void* data, rtps::SerializedPayload_t* payload) override {
-        const Sample& sample = *static_cast<Sample*>(data);
-        if (payload->max_size < kFixedPart + sample.size) {
+    bool encode(const void* data, rtps::SerializedPayload_t& payload) override {
+        const Sample& sample = *static_cast<const Sample*>(data);
+        if (payload.max_size < kFixedPart + sample.size) {
             return false;
         }
         const uint8_t encapsulation[4] = {0, 1, 0, 0};
-        payload->encapsulation = CDR_LE;
-        payload->length = kFixedPart + sample.size;
-        std::memcpy(payload->data, encapsulation, 4);
-        std::memcpy(payload->data + 4, &sample.id, 4);
-        std::memcpy(payload->data + 8, &sample.value, 4);
-        std::memcpy(payload->data + 12, &sample.size, 4);
+        payload.encapsulation = CDR_LE;
+        payload.length = kFixedPart + sample.size;
+        std::memcpy(payload.data, encapsulation, 4);
+        std::memcpy(payload.data + 4, &sample.id, 4);
+        std::memcpy(payload.data + 8, &sample.value, 4);
+        std::memcpy(payload.data + 12, &sample.size, 4);
         for (uint32_t i = 0; i < sample.size; ++i) {
-            payload->data[kFixedPart + i] = static_cast<uint8_t>(i);
+            payload.data[kFixedPart + i] = static_cast<uint8_t>(i);
         }
         return true;
     }
 
-    bool deserialize(rtps::SerializedPayload_t* payload, void* data) override {
-        if (payload->length < kFixedPart) {
+    bool decode(const rtps::SerializedPayload_t& payload, void* data) override {
+        if (payload.length < kFixedPart) {
             return false;
         }
         Sample& sample = *static_cast<Sample*>(data);
-        std::memcpy(&sample.id, payload->data + 4, 4);
-        std::memcpy(&sample.value, payload->data + 8, 4);
-        std::memcpy(&sample.size, payload->data + 12, 4);
+        std::memcpy(&sample.id, payload.data + 4, 4);
+        std::memcpy(&sample.value, payload.data + 8, 4);
+        std::memcpy(&sample.size, payload.data + 12, 4);
         return true;
     }
 
-    std::function<uint32_t()> getSerializedSizeProvider(void* data) override {
-        return [data] { return kFixedPart + static_cast<Sample*>(data)->size; };
+    uint32_t size_of(const void* data) const override {
+        return kFixedPart + static_cast<const Sample*>(data)->size;
     }
-
-    void* createData() override { return new Sample; }
-    void deleteData(void* data) override { delete static_cast<Sample*>(data); }
+    void* create() const override { return new Sample; }
+    void destroy(void* data) const override { delete static_cast<Sample*>(data); }
 
     // A key of at most 16 bytes is its own hash: big endian, filled up with zeros.
-    bool getKey(void* data, rtps::InstanceHandle_t* handle, bool) override {
-        if (!m_isGetKeyDefined) {
-            return false;
-        }
-        const auto id = static_cast<uint32_t>(static_cast<Sample*>(data)->id);
+    void key_of(const void* data, rtps::InstanceHandle_t& key) const override {
+        const auto id = static_cast<uint32_t>(static_cast<const Sample*>(data)->id);
         for (unsigned i = 0; i < 16; ++i) {
-            handle->value[i] = i < 4 ? static_cast<uint8_t>(id >> (24 - 8 * i)) : 0;
+            key.value[i] = i < 4 ? static_cast<uint8_t>(id >> (24 - 8 * i)) : 0;
         }
-        return true;
     }
 
   private:
@@ -104,42 +85,10 @@ struct Endpoint {
     dds::DataReader* reader = nullptr;
 };
 
-GuidBytes bytes_of(const rtps::GUID_t& guid) {
-    GuidBytes bytes{};
-    std::memcpy(bytes.data(), guid.guidPrefix.value, 12);
-    std::memcpy(bytes.data() + 12, guid.entityId.value, 4);
-    return bytes;
-}
-
-// Keeps the list of the others; the library calls from its receiving threads.
-class ParticipantListener final : public dds::DomainParticipantListener {
-  public:
-    void on_participant_discovery(dds::DomainParticipant*, rtps::ParticipantDiscoveryInfo&& info) override {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (info.status == rtps::ParticipantDiscoveryInfo::REMOVED_PARTICIPANT ||
-            info.status == rtps::ParticipantDiscoveryInfo::DROPPED_PARTICIPANT) {
-            others_.erase(bytes_of(info.info.m_guid));
-        } else {
-            others_[bytes_of(info.info.m_guid)] = info.info.m_participantName.c_str();
-        }
-    }
-
-    std::vector<peers::Other> others() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        std::vector<peers::Other> result;
-        for (const auto& [guid, name] : others_) {
-            result.push_back({guid, name});
-        }
-        return result;
-    }
-
-  private:
-    std::mutex mutex_;
-    std::map<GuidBytes, std::string> others_;
-};
-
 class FastPeer final : public peers::Peer {
   public:
+    std::string release() const override { return peers::fast::release(); }
+
     std::string create_participant(const Command& command, GuidBytes& guid) override {
         if (participant_ != nullptr) {
             return "there is a participant already";
@@ -154,11 +103,11 @@ class FastPeer final : public peers::Peer {
         const std::string transport = command.text("transport", "udpv4");
         if (transport == "udpv4" || transport == "both") {
             qos.transport().user_transports.push_back(
-                std::make_shared<eprosima::fastdds::rtps::UDPv4TransportDescriptor>());
+                std::make_shared<peers::fast::transport::UDPv4TransportDescriptor>());
         }
         if (transport == "udpv6" || transport == "both") {
             qos.transport().user_transports.push_back(
-                std::make_shared<eprosima::fastdds::rtps::UDPv6TransportDescriptor>());
+                std::make_shared<peers::fast::transport::UDPv6TransportDescriptor>());
         }
         if (qos.transport().user_transports.empty()) {
             return "no transport called " + transport;
@@ -177,7 +126,7 @@ class FastPeer final : public peers::Peer {
         }
         dds::TypeSupport(new SampleType("peers::Keyed", true)).register_type(participant_);
         dds::TypeSupport(new SampleType("peers::Unkeyed", false)).register_type(participant_);
-        guid = bytes_of(participant_->guid());
+        guid = peers::fast::bytes_of(participant_->guid());
         return "";
     }
 
@@ -193,7 +142,7 @@ class FastPeer final : public peers::Peer {
             return "no type called " + options.type;
         }
         if (!options.entity_name.empty()) {
-            return "Fast DDS 2.x announces no endpoint names";
+            return "Fast DDS announces no endpoint names";
         }
         if (options.representation == 2) {
             return "this peer serializes in XCDR1 only";
@@ -208,7 +157,7 @@ class FastPeer final : public peers::Peer {
     std::string write(const std::string& name, const Sample& sample) override {
         return with_writer(name, [&](dds::DataWriter& writer) {
             Sample copy = sample;
-            return writer.write(&copy) ? "" : "write failed";
+            return is_ok(writer.write(&copy)) ? "" : "write failed";
         });
     }
 
@@ -225,16 +174,14 @@ class FastPeer final : public peers::Peer {
     std::string dispose(const std::string& name, int32_t id) override {
         return with_writer(name, [&](dds::DataWriter& writer) {
             Sample sample{id, 0, 0};
-            return writer.dispose(&sample, rtps::InstanceHandle_t()) == ReturnCode_t::RETCODE_OK
-                       ? ""
-                       : "dispose failed";
+            return is_ok(writer.dispose(&sample, rtps::InstanceHandle_t())) ? "" : "dispose failed";
         });
     }
 
     std::string unregister(const std::string& name, int32_t id) override {
         return with_writer(name, [&](dds::DataWriter& writer) {
             Sample sample{id, 0, 0};
-            return writer.unregister_instance(&sample, rtps::InstanceHandle_t()) == ReturnCode_t::RETCODE_OK
+            return is_ok(writer.unregister_instance(&sample, rtps::InstanceHandle_t()))
                        ? ""
                        : "unregister_instance failed";
         });
@@ -245,7 +192,7 @@ class FastPeer final : public peers::Peer {
         if (found == endpoints_.end()) {
             return "no endpoint called " + name;
         }
-        ReturnCode_t result;
+        peers::fast::Result result;
         if (found->second.publisher != nullptr) {
             dds::PublisherQos qos = found->second.publisher->get_qos();
             fill_partitions(qos, partitions);
@@ -255,14 +202,14 @@ class FastPeer final : public peers::Peer {
             fill_partitions(qos, partitions);
             result = found->second.subscriber->set_qos(qos);
         }
-        return result == ReturnCode_t::RETCODE_OK ? "" : "set_qos failed";
+        return is_ok(result) ? "" : "set_qos failed";
     }
 
     std::string set_user_data(const std::string& name, const std::vector<uint8_t>& data) override {
         return with_writer(name, [&](dds::DataWriter& writer) {
             dds::DataWriterQos qos = writer.get_qos();
             qos.user_data().setValue(data);
-            return writer.set_qos(qos) == ReturnCode_t::RETCODE_OK ? "" : "set_qos failed";
+            return is_ok(writer.set_qos(qos)) ? "" : "set_qos failed";
         });
     }
 
@@ -303,8 +250,8 @@ class FastPeer final : public peers::Peer {
         if (found == endpoints_.end() || found->second.writer == nullptr) {
             return -1;
         }
-        const ReturnCode_t result = found->second.writer->wait_for_acknowledgments({0, 100000000});
-        return result == ReturnCode_t::RETCODE_OK ? 1 : 0;
+        const peers::fast::Result result = found->second.writer->wait_for_acknowledgments({0, 100000000});
+        return is_ok(result) ? 1 : 0;
     }
 
     int take(const std::string& name) override {
@@ -315,13 +262,19 @@ class FastPeer final : public peers::Peer {
         int valid = 0;
         Sample sample;
         dds::SampleInfo info;
-        while (found->second.reader->take_next_sample(&sample, &info) == ReturnCode_t::RETCODE_OK) {
+        while (is_ok(found->second.reader->take_next_sample(&sample, &info))) {
             valid += info.valid_data ? 1 : 0;
         }
         return valid;
     }
 
-    std::vector<peers::Other> others() override { return listener_.others(); }
+    std::vector<peers::Other> others() override {
+        std::vector<peers::Other> result;
+        for (const auto& [guid, name] : listener_.names()) {
+            result.push_back({guid, name});
+        }
+        return result;
+    }
 
     void close() override {
         if (participant_ == nullptr) {
@@ -351,15 +304,12 @@ class FastPeer final : public peers::Peer {
             locator,
             static_cast<uint16_t>(std::stoi(text.substr(colon == std::string::npos ? 0 : colon + 1))));
         if (command.has("server")) {
-            builtin.discovery_config.discoveryProtocol = rtps::DiscoveryProtocol_t::SERVER;
+            builtin.discovery_config.discoveryProtocol = peers::fast::DiscoveryKind::SERVER;
             std::istringstream(kServerPrefix) >> qos.wire_protocol().prefix;
             builtin.metatrafficUnicastLocatorList.push_back(locator);
         } else {
-            builtin.discovery_config.discoveryProtocol = rtps::DiscoveryProtocol_t::CLIENT;
-            rtps::RemoteServerAttributes server;
-            server.ReadguidPrefix(kServerPrefix);
-            server.metatrafficUnicastLocatorList.push_back(locator);
-            builtin.discovery_config.m_DiscoveryServers.push_back(server);
+            builtin.discovery_config.discoveryProtocol = peers::fast::DiscoveryKind::CLIENT;
+            peers::fast::add_server(builtin.discovery_config, kServerPrefix, locator);
         }
     }
 
@@ -370,8 +320,8 @@ class FastPeer final : public peers::Peer {
         }
         if (command.has("lease")) {
             const double lease = command.seconds("lease", 20);
-            discovery.leaseDuration = Duration_t(static_cast<long double>(lease));
-            discovery.leaseDuration_announcementperiod = Duration_t(static_cast<long double>(lease / 3));
+            discovery.leaseDuration = Duration(static_cast<long double>(lease));
+            discovery.leaseDuration_announcementperiod = Duration(static_cast<long double>(lease / 3));
         }
         // Addresses to announce this participant to, beside the multicast group.
         if (command.has("peers")) {
@@ -403,6 +353,8 @@ class FastPeer final : public peers::Peer {
     static void fill_qos(Qos& qos, const EndpointOptions& options) {
         qos.reliability().kind =
             options.reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+        // A write that finds no room or turn for 100 ms, as the default is, fails on a busy machine.
+        qos.reliability().max_blocking_time = Duration(10, 0);
         qos.durability().kind =
             options.transient_local ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
         qos.history().kind = options.depth > 0 ? dds::KEEP_LAST_HISTORY_QOS : dds::KEEP_ALL_HISTORY_QOS;
@@ -412,7 +364,7 @@ class FastPeer final : public peers::Peer {
         qos.resource_limits().max_samples_per_instance = 0;
         qos.ownership().kind = options.exclusive ? dds::EXCLUSIVE_OWNERSHIP_QOS : dds::SHARED_OWNERSHIP_QOS;
         if (options.deadline > 0) {
-            qos.deadline().period = Duration_t(static_cast<long double>(options.deadline));
+            qos.deadline().period = Duration(static_cast<long double>(options.deadline));
         }
         qos.user_data().setValue(options.user_data);
         qos.endpoint().history_memory_policy = rtps::DYNAMIC_RESERVE_MEMORY_MODE;
@@ -439,7 +391,7 @@ class FastPeer final : public peers::Peer {
             return "create_datawriter failed";
         }
         endpoints_[name] = endpoint;
-        guid = bytes_of(endpoint.writer->guid());
+        guid = peers::fast::bytes_of(endpoint.writer->guid());
         return "";
     }
 
@@ -459,7 +411,7 @@ class FastPeer final : public peers::Peer {
             return "create_datareader failed";
         }
         endpoints_[name] = endpoint;
-        guid = bytes_of(endpoint.reader->guid());
+        guid = peers::fast::bytes_of(endpoint.reader->guid());
         return "";
     }
 
@@ -472,7 +424,7 @@ class FastPeer final : public peers::Peer {
         return action(*found->second.writer);
     }
 
-    ParticipantListener listener_;
+    peers::fast::ParticipantList listener_;
     dds::DomainParticipant* participant_ = nullptr;
     std::map<std::string, dds::Topic*> topics_;
     std::map<std::string, Endpoint> endpoints_;

@@ -1,4 +1,4 @@
-// Publishes ROS 2 messages as the middleware of ROS 2 does on Fast DDS 2.x: the names of types are announced,
+// Publishes ROS 2 messages as the middleware of ROS 2 does on Fast DDS: the names of types are announced,
 // the types are not, and the bytes come from Fast CDR. Prints what it writes as JSON. Reads one command per
 // line:
 //
@@ -10,12 +10,8 @@
 
 #include <fastcdr/Cdr.h>
 #include <fastcdr/FastBuffer.h>
-#include <fastdds/rtps/transport/UDPv4TransportDescriptor.h>
-#include <fastdds/dds/domain/DomainParticipant.hpp>
-#include <fastdds/dds/domain/DomainParticipantFactory.hpp>
 #include <fastdds/dds/publisher/DataWriter.hpp>
 #include <fastdds/dds/publisher/Publisher.hpp>
-#include <fastdds/dds/topic/TopicDataType.hpp>
 
 #include <array>
 #include <chrono>
@@ -26,13 +22,14 @@
 #include <thread>
 #include <vector>
 
+#include "fast_release.h"
 #include "json.h"
 
 namespace {
 
 namespace cdr = eprosima::fastcdr;
-namespace dds = eprosima::fastdds::dds;
-namespace rtps = eprosima::fastrtps::rtps;
+namespace dds = peers::fast::dds;
+namespace rtps = peers::fast::rtps;
 
 // A message lists its members once, by fields(visitor), for both ways of writing it.
 
@@ -96,15 +93,7 @@ class Describer {
         }
     }
     static std::string text_of(const std::string& value) { return peers::json(value); }
-    static std::string text_of(const std::wstring& value) {
-        std::string text;
-        for (const wchar_t letter : value) {
-            char escape[16];
-            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(letter));
-            text += escape;
-        }
-        return '"' + text + '"';
-    }
+    static std::string text_of(const std::wstring& value) { return peers::json(value); }
     template <typename Values>
     static std::string list_of(const Values& values) {
         std::string text;
@@ -346,32 +335,24 @@ const std::map<std::string, Message>& messages() {
 }
 
 // The type support of a message; its samples are the message itself.
-class MessageType final : public dds::TopicDataType {
+class MessageType final : public peers::fast::HandWrittenType {
   public:
-    explicit MessageType(const Message& message) {
-        setName(message.type.c_str());
-        m_isGetKeyDefined = false;
-        m_typeSize = kRoom;
-        auto_fill_type_object(false);
-        auto_fill_type_information(false);
-    }
+    explicit MessageType(const Message& message) : HandWrittenType(message.type, false, kRoom) {}
 
-    bool serialize(void* data, rtps::SerializedPayload_t* payload) override {
-        cdr::FastBuffer buffer(reinterpret_cast<char*>(payload->data), payload->max_size);
-        cdr::Cdr stream(buffer, cdr::Cdr::DEFAULT_ENDIAN, cdr::Cdr::DDS_CDR);
-        payload->encapsulation = CDR_LE;
+    bool encode(const void* data, rtps::SerializedPayload_t& payload) override {
+        cdr::FastBuffer buffer(reinterpret_cast<char*>(payload.data), payload.max_size);
+        peers::fast::PlainStream stream(buffer);
+        payload.encapsulation = CDR_LE;
         stream.serialize_encapsulation();
         static_cast<const Message*>(data)->serialize(stream);
-        payload->length = static_cast<uint32_t>(stream.getSerializedDataLength());
+        payload.length = stream.length();
         return true;
     }
-    bool deserialize(rtps::SerializedPayload_t*, void*) override { return false; }
-    std::function<uint32_t()> getSerializedSizeProvider(void*) override {
-        return [] { return kRoom; };
-    }
-    void* createData() override { return new Message; }
-    void deleteData(void* data) override { delete static_cast<Message*>(data); }
-    bool getKey(void*, rtps::InstanceHandle_t*, bool) override { return false; }
+    bool decode(const rtps::SerializedPayload_t&, void*) override { return false; }
+    uint32_t size_of(const void*) const override { return kRoom; }
+    void* create() const override { return new Message; }
+    void destroy(void* data) const override { delete static_cast<Message*>(data); }
+    void key_of(const void*, rtps::InstanceHandle_t&) const override {}
 
   private:
     static constexpr uint32_t kRoom = 1024; // enough for each of these messages
@@ -383,7 +364,7 @@ class Node {
         dds::DomainParticipantQos qos;
         qos.transport().use_builtin_transports = false;
         qos.transport().user_transports.push_back(
-            std::make_shared<eprosima::fastdds::rtps::UDPv4TransportDescriptor>());
+            std::make_shared<peers::fast::transport::UDPv4TransportDescriptor>());
         participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(0, qos);
         publisher_ =
             participant_ == nullptr ? nullptr : participant_->create_publisher(dds::PUBLISHER_QOS_DEFAULT);
@@ -418,7 +399,9 @@ class Node {
             return "no command called " + verb;
         }
         std::cout << "sample " << message->second.describe() << std::endl;
-        return writer->second->write(const_cast<Message*>(&message->second)) ? "" : "write failed";
+        return peers::fast::is_ok(writer->second->write(const_cast<Message*>(&message->second)))
+                   ? ""
+                   : "write failed";
     }
 
   private:

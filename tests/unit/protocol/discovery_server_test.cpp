@@ -31,6 +31,7 @@ class Identities final : public MessageVisitor {
         }
     }
     std::vector<EntityId> writers;
+    std::vector<VendorId> announced_as; // makers of the messages that announce the participant
     std::vector<Guid> sources;
     std::vector<Guid> named;
 
@@ -44,6 +45,8 @@ class Identities final : public MessageVisitor {
         InlineQos qos;
         decode_inline_qos(data.inline_qos, data.endianness, qos);
         writers.push_back(data.writer);
+        if (data.writer == entity::participant_writer)
+            announced_as.push_back(context.vendor);
         sources.push_back(Guid{context.source, data.writer});
         named.push_back(qos.related_writer.value_or(Guid{}));
         EXPECT_EQ(qos.related_sequence_number, data.sequence_number);
@@ -93,6 +96,16 @@ class DiscoveryServerTest : public ParticipantTest {
         output.messages.clear();
     }
 };
+
+// Servers of Fast DDS 3 believe the message and not the parameter.
+TEST_F(DiscoveryServerTest, TheMessageSaysTheMakerThatServersSpeakWith) {
+    start();
+    run_until(time + seconds(4));
+    const Identities identities(output);
+    EXPECT_FALSE(identities.announced_as.empty());
+    EXPECT_THAT(identities.announced_as, Each(VendorId{{0x01, 0x0f}}));
+    EXPECT_THAT(identities.sources, Each(testing::Field(&Guid::prefix, prefix(1))));
+}
 
 TEST_F(DiscoveryServerTest, ItsSamplesNameWhoItIs) {
     meet();

@@ -12,7 +12,7 @@ constexpr VendorId kFastDdsVendorId{{0x01, 0x0f}};
 
 } // namespace
 
-ParticipantAnnouncer::ParticipantAnnouncer(const ParticipantConfig& config, const Output& output,
+ParticipantAnnouncer::ParticipantAnnouncer(const ParticipantConfig& config, Output& output,
                                            MessageBatcher& batcher, WarnOnce& warnings)
     : config_(config), output_(output), batcher_(batcher), warnings_(warnings), random_(config.seed) {
     announced_.vendor = kOwnVendorId;
@@ -168,7 +168,12 @@ void ParticipantAnnouncer::announce_to_servers(Now now) {
     data.inline_qos = inline_qos;
     data.has_payload = true;
     data.payload = server_announcement_;
-    batcher_.add(Route{kUnknownPrefix, config_.servers}, data, now.wall);
+    // Some releases take the vendor from the message instead of from the announcement.
+    MessageWriter message(config_.prefix, config_.max_message_size, kFastDdsVendorId);
+    if (!message.add_info_timestamp(now.wall) || !message.add_data(data))
+        return;
+    for (const Locator& server : config_.servers)
+        output_.send(message.view(), server);
 }
 
 void ParticipantAnnouncer::announce_to_group(Now now) {

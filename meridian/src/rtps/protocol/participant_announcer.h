@@ -23,7 +23,7 @@ constexpr uint16_t kIncarnationParameter = 0x8e01;
 class ParticipantAnnouncer {
   public:
     /// All references must outlive the object. config gives everything but what set_announced changes later.
-    ParticipantAnnouncer(const ParticipantConfig& config, const Output& output, MessageBatcher& batcher,
+    ParticipantAnnouncer(const ParticipantConfig& config, Output& output, MessageBatcher& batcher,
                          WarnOnce& warnings);
 
     const ParticipantData& announced() const { return announced_; }
@@ -67,7 +67,7 @@ class ParticipantAnnouncer {
     Duration jittered(Duration period);
 
     const ParticipantConfig& config_;
-    const Output& output_;
+    Output& output_;
     MessageBatcher& batcher_;
     WarnOnce& warnings_;
     ParticipantData announced_;

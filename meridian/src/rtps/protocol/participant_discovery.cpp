@@ -27,7 +27,7 @@ constexpr Duration kRelayAskPause = std::chrono::seconds(3);
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
 
-ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, const Output& output,
+ParticipantDiscovery::ParticipantDiscovery(const ParticipantConfig& config, Output& output,
                                            MessageBatcher& batcher, WarnOnce& warnings, Listener& listener)
     : config_(config),
       output_(output),

@@ -68,7 +68,7 @@ class ParticipantDiscovery {
     static constexpr Duration kLongSilence = std::chrono::seconds(10);
 
     /// All references must outlive the object. config gives everything but what set_announced changes later.
-    ParticipantDiscovery(const ParticipantConfig& config, const Output& output, MessageBatcher& batcher,
+    ParticipantDiscovery(const ParticipantConfig& config, Output& output, MessageBatcher& batcher,
                          WarnOnce& warnings, Listener& listener);
     ~ParticipantDiscovery();
 

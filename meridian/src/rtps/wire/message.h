@@ -133,7 +133,7 @@ ReadStatus read_message(ByteView datagram, MessageVisitor& visitor);
 /// exceed max_size.
 class MessageWriter {
   public:
-    MessageWriter(const GuidPrefix& source, size_t max_size);
+    MessageWriter(const GuidPrefix& source, size_t max_size, VendorId maker = kOwnVendorId);
 
     bool add_info_destination(const GuidPrefix& destination);
     bool add_info_timestamp(WireTime timestamp);

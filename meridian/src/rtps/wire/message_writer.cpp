@@ -62,11 +62,12 @@ bool append_sample(ByteBuffer& bytes, size_t max_size, uint8_t kind, uint8_t fla
 
 } // namespace
 
-MessageWriter::MessageWriter(const GuidPrefix& source, size_t max_size) : max_size_(max_size) {
+MessageWriter::MessageWriter(const GuidPrefix& source, size_t max_size, VendorId maker)
+    : max_size_(max_size) {
     ByteWriter writer(bytes_);
     writer.write_bytes(std::array<uint8_t, 4>{'R', 'T', 'P', 'S'});
     write_element(writer, ProtocolVersion());
-    write_element(writer, kOwnVendorId);
+    write_element(writer, maker);
     write_element(writer, source);
 }
 
