@@ -20,6 +20,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 import end_to_end
@@ -76,6 +77,22 @@ def running(command, output=subprocess.DEVNULL, settle=0.5):
 
 def cpu_seconds(process):
     return sum(nanoseconds_of_threads(process).values()) / 1e9
+
+
+def resident_bytes(process):
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+    return int(re.search(r"VmRSS:\s+(\d+)", status).group(1)) * 1024
+
+
+@contextlib.contextmanager
+def in_background(function, *arguments):
+    """Calls a function while the block runs, and waits for its end."""
+    thread = threading.Thread(target=function, args=arguments)
+    thread.start()
+    try:
+        yield
+    finally:
+        thread.join()
 
 
 def publish(seconds, *options):
@@ -182,13 +199,22 @@ class Peer:
         self.process.communicate()
 
 
+def wait_until_printed(path):
+    """Until nothing more comes."""
+    size, since = -1, time.monotonic()
+    while time.monotonic() < since + 0.3:
+        if os.path.getsize(path) != size:
+            size, since = os.path.getsize(path), time.monotonic()
+        time.sleep(0.02)
+
+
 def count_lines(path, wanted):
     with open(path, "rb") as lines:
         return sum(wanted in line for line in lines)
 
 
 def contents(bench):
-    """Processor time of the tool for a sample of twenty mixed members; the floor is its line without contents."""
+    """Processor time of the tool for a sample of mixed members; the floor is its line without contents."""
     def per_sample(*options):
         count = bench.seconds * 20000
         with open(bench.folder / "lines", "wb") as lines, Peer(bench.peer) as peer:
@@ -198,12 +224,20 @@ def contents(bench):
                 peer.do("matched w")
                 before = cpu_seconds(process)
                 peer.do(f"write w count={count} rate=20000")
-                time.sleep(0.3)  # until it has printed what it has
+                wait_until_printed(bench.folder / "lines")
                 used = cpu_seconds(process) - before
         return used / count * 1e6
     for form, target in (("COMPACT", "<= 1.5"), ("PLAIN", "<= 1.7")):
         yield compared(bench, "contents", f"{form} of mixed members", "us", target,
                        lambda form=form: per_sample("-printSample", form), per_sample)
+
+
+def payload(bench):
+    """COMPACT of large samples on one core, against 400 MB/s of payload."""
+    for name in ("Point cloud of 1 MB", "Camera image of 6 MB"):
+        text = subprocess.run([bench.contents, str(2 * bench.rounds), name], stdout=subprocess.PIPE, text=True, check=True).stdout
+        size, best = re.search(r"COMPACT: (\d+) bytes.*?to_string\D*([\d.]+)", text, re.DOTALL).groups()
+        yield Row("payload", f"{name}, COMPACT", int(size) / float(best) * 1000, 400, "MB/s", ">= 1.0")
 
 
 def topics(bench):
@@ -216,21 +250,25 @@ def topics(bench):
 
 
 def endpoints(bench):
-    """From the first command to make 4,000 writers until the last one is told."""
-    def until_all(command, output, count):
-        with open(output, "wb") as lines, running(command, lines), Peer(bench.peer) as peer:
+    """From the first command to make so many writers until the last one is told, and what the reader's memory grew by."""
+    def until_all(command, count):
+        output = bench.folder / "endpoints"
+        with open(output, "wb") as lines, running(command, lines) as process, Peer(bench.peer) as peer:
             peer.do("participant")
-            before = time.monotonic()
-            peer.send(f"writer w{{i}} topic=T{{i}} type=keyed count={count}")
-            while count_lines(output, b"New writer") < count:
-                if time.monotonic() > before + 60:
-                    raise SystemExit(f"{command[0]}: {count_lines(output, b'New writer')} of {count} endpoints")
-                time.sleep(0.005)
-            return (time.monotonic() - before) * 1000
-    output = bench.folder / "endpoints"
-    yield compared(bench, "endpoints", "4,000 writers (floor: Cyclone DDS, builtin topic)", "ms", "<= 1.0",
-                   lambda: until_all(bench.ferret("-mode", "DISC"), output, 4000),
-                   lambda: until_all([bench.builtin_reader], output, 4000))
+            memory, before = resident_bytes(process), time.monotonic()
+            command = f"writer w{{i}} topic=T{{i}} type=keyed count={count}"
+            with in_background(peer.do, command):
+                while count_lines(output, b"New writer") < count:
+                    if time.monotonic() > before + 60:
+                        raise SystemExit(f"{count_lines(output, b'New writer')} of {count} endpoints")
+                    time.sleep(0.005)
+                return (time.monotonic() - before) * 1000, (resident_bytes(process) - memory) / count
+    for count in (1000, 2000, 4000):
+        runs, floors = rounds(bench, lambda: until_all(bench.ferret("-mode", "DISC"), count),  # noqa: B023
+                              lambda: until_all([bench.builtin_reader], count))  # noqa: B023
+        for column, (what, unit, target) in enumerate((("time until told", "ms", "<= 1.0"), ("memory for each", "bytes", ""))):
+            yield Row("endpoints", f"{count:,} writers, {what}", statistics.median(run[column] for run in runs),
+                      statistics.median(run[column] for run in floors), unit, target)
 
 
 def plant(bench):
@@ -251,8 +289,9 @@ def plant(bench):
                 peer.send(f"write w{{i}} over={writers} count={count} rate={total // processes}")
             for peer in peers:
                 peer.wait("write")
-            time.sleep(0.3)  # until it has printed what it has
-            used = (cpu_seconds(process) - before) / (time.monotonic() - start)
+            writing = time.monotonic() - start
+            wait_until_printed(bench.folder / "lines")
+            used = (cpu_seconds(process) - before) / writing
         lost = processes * count - count_lines(bench.folder / "lines", b"New data")
         return used, lost
     results = rounds(bench, share)[0]
@@ -271,8 +310,8 @@ def loss(bench):
     highest = next((step for step in steps if lost_by_sub(step) == 0), steps[-1])
     with open(bench.folder / "lines", "wb") as lines, running(DDSPERF_SUB), running(bench.ferret(
             *READS, "-showSampleIdentity"), lines):
-        publish(max(bench.seconds * 6, 6), "pub", str(highest), "size", "32")
-        time.sleep(1)  # until it has printed what it has
+        publish(max(bench.seconds * 10, 6), "pub", str(highest), "size", "32")
+        wait_until_printed(bench.folder / "lines")
     numbers = [int(high) << 32 | int(low) for high, low in re.findall(
         rb" virtual_sn=\((\d+), (\d+)\)", (bench.folder / "lines").read_bytes())]
     missing = numbers[-1] - numbers[0] + 1 - len(set(numbers)) + len(numbers) - len(set(numbers)) if numbers else highest
@@ -285,12 +324,12 @@ def idle(bench):
         before = cpu_seconds(process)
         time.sleep(max(bench.seconds, 2))
         used = (cpu_seconds(process) - before) / max(bench.seconds, 2)
-        status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+        resident = resident_bytes(process) / (1 << 20)
     yield Row("idle", "of one core", used, 1, "cores", "<= 0.001")
-    yield Row("idle", "resident", int(re.search(r"VmRSS:\s+(\d+)", status).group(1)) / 1024, 1, "MiB", "<= 5.0")
+    yield Row("idle", "resident", resident, 1, "MiB", "<= 5.0")
 
 
-TABLES = (rate, added, cpu, loss, contents, topics, endpoints, plant, idle)
+TABLES = (rate, added, cpu, loss, contents, payload, topics, endpoints, plant, idle)
 
 
 def met(row):
@@ -310,7 +349,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("ferret")
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--seconds", type=int, default=3)
+    parser.add_argument("--seconds", type=int, default=2)
     parser.add_argument("--json")
     parser.add_argument("tables", nargs="*")
     arguments = parser.parse_intermixed_args()

@@ -16,6 +16,8 @@
 namespace {
 
 constexpr DDS_Duration_t kOutputWait{3, 0};
+/// Lines of samples that were taken together are handed on in such pieces.
+constexpr size_t kMostTogether = 16 * 1024;
 /// Memory of longer lines is not kept for the next one.
 constexpr size_t kMostKept = 256 * 1024;
 
@@ -31,7 +33,7 @@ void add_one(std::atomic<uint64_t>& counter) {
 
 } // namespace
 
-thread_local std::string QuixSpyDataListener::line_;
+thread_local std::string QuixSpyDataListener::lines_;
 
 QuixSpyDataListener::QuixSpyDataListener(const char* topic, const char* type, DDS_TypeCode* code,
                                          const QuixSpyDataListenerSettings& settings)
@@ -152,6 +154,7 @@ void QuixSpyDataListener::take_samples(Reader* reader, Function function) {
         return;
     }
     function(samples, infos);
+    put_lines();
     const DDS_ReturnCode_t returned = reader->return_loan(samples, infos);
     if (returned != DDS_RETCODE_OK)
         output_.fail("return loan error %d\n", returned);
@@ -169,6 +172,7 @@ void QuixSpyDataListener::count(const DDS_SampleInfo& info) {
 
 void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info, const void* sample) {
     report(info, sample);
+    put_lines();
     output_.flush();
 }
 
@@ -177,20 +181,22 @@ void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info, const void
 void QuixSpyDataListener::report(const DDS_SampleInfo& info, const void* sample) {
     const QuixSpyEndpointInfo& writer = writer_of(info);
     count(info);
-    line_.clear();
-    QUIXSpy_formatSampleLine(line_, settings_.fields, topicField_, info, writer);
+    QUIXSpy_formatSampleLine(lines_, settings_.fields, topicField_, info, writer);
     print_sample(info, sample);
-    line_ += '\n';
-    put_line();
+    lines_ += '\n';
+    if (output_.is_terminal() || lines_.size() > kMostTogether)
+        put_lines();
     if (output_.is_terminal())
         output_.flush();
 }
 
-void QuixSpyDataListener::put_line() {
-    output_.put(line_);
-    line_.clear();
-    if (line_.capacity() > kMostKept)
-        line_.shrink_to_fit();
+void QuixSpyDataListener::put_lines() {
+    if (lines_.empty())
+        return;
+    output_.put(lines_);
+    lines_.clear();
+    if (lines_.capacity() > kMostKept)
+        lines_.shrink_to_fit();
 }
 
 void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* sample) {
@@ -206,8 +212,8 @@ void QuixSpyDataListener::print_sample(const DDS_SampleInfo& info, const void* s
 
 bool QuixSpyDataListener::print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode,
                                        int32_t indent) {
-    line_ += '\n';
-    return QuixSpyRawPrinter(line_, &output_).print_sample(sample, typeCode, indent);
+    lines_ += '\n';
+    return QuixSpyRawPrinter(lines_, &output_).print_sample(sample, typeCode, indent);
 }
 
 bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t indent) {
@@ -224,8 +230,8 @@ bool QuixSpyDataListener::print_sample(const DDS_DynamicData& sample, int32_t in
 }
 
 bool QuixSpyDataListener::print_plain(const DDS_DynamicData& sample, int32_t indent) {
-    line_ += '\n';
-    put_line(); // the middleware writes to the stream itself
+    lines_ += '\n';
+    put_lines(); // the middleware writes to the stream itself
     const DDS_ReturnCode_t result = sample.print(output_.stream(), indent);
     return result == DDS_RETCODE_OK || output_.fail("print failed with retCode %d\n", result);
 }
@@ -239,22 +245,22 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
     if (result != DDS_RETCODE_OK)
         return fail_compact(result);
     constexpr std::string_view kLabel = " sample=";
-    const size_t end = line_.size();
+    const size_t end = lines_.size();
     try {
-        line_.resize(end + kLabel.size() + length);
+        lines_.resize(end + kLabel.size() + length);
     } catch (const std::bad_alloc&) {
-        put_line(); // what is said stands behind the fields of the line
+        put_lines(); // what is said stands behind the fields of the line
         return output_.fail("Error allocating string for printing sample.\n");
     }
-    kLabel.copy(line_.data() + end, kLabel.size());
-    result = sample.to_string(line_.data() + end + kLabel.size(), length, format);
-    line_.resize(result == DDS_RETCODE_OK ? line_.size() - 1 : end); // without the terminator
+    kLabel.copy(lines_.data() + end, kLabel.size());
+    result = sample.to_string(lines_.data() + end + kLabel.size(), length, format);
+    lines_.resize(result == DDS_RETCODE_OK ? lines_.size() - 1 : end); // without the terminator
     return result == DDS_RETCODE_OK || fail_compact(result);
 }
 
 /// What the compact form cannot show is told behind the fields of the line.
 bool QuixSpyDataListener::fail_compact(DDS_ReturnCode_t result) {
-    put_line();
+    put_lines();
     return output_.fail("to_string failed with retCode %d\n", result);
 }
 

@@ -85,14 +85,14 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     void take_samples(Reader* reader, Function function);
     template <typename Function>
     void take_all(DDSDataReader* reader, Function function);
-    // The contents, behind what stands in line_ already. The first decides which of the others does it.
+    // The contents, behind what stands in lines_ already. The first decides which of the others does it.
     void print_sample(const DDS_SampleInfo& info, const void* sample);
     bool print_sample(const DDS_DynamicData& sample, int32_t indent);
     bool print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode, int32_t indent);
     bool print_plain(const DDS_DynamicData& sample, int32_t indent);
     bool print_compact(const DDS_DynamicData& sample);
     bool fail_compact(DDS_ReturnCode_t result);
-    void put_line();
+    void put_lines();
     void report(const DDS_SampleInfo& info, const void* sample);
     void count(const DDS_SampleInfo& info);
     const QuixSpyEndpointInfo& writer_of(const DDS_SampleInfo& info);
@@ -102,8 +102,9 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     QuixAgentOutput& output_;
     DDSDataReader* reader_ = nullptr; // the one that has called; its calls are one at a time
     const std::string topicField_;
-    // The line being made; one for all topics, whose listeners are called on one thread, and used again.
-    static thread_local std::string line_;
+    // Lines that go out together, and the one being made. For all topics, whose listeners are called on one
+    // thread.
+    static thread_local std::string lines_;
 
     QuixSpyEndpointInfo lastWriter_{}; // owned; a copy, for the thread that reports samples
     uint64_t lastWriterVersion_ = 0;   // the version of writerList_ that it was copied from

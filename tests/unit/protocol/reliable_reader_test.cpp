@@ -377,6 +377,31 @@ TEST_F(ReliableReaderTest, AVolatileReaderTakesWhatTheFirstHeartbeatOvertook) {
     EXPECT_EQ(sink.lost, 0u);
 }
 
+// Some fragments of the first sample are lost, or the heartbeat overtakes them.
+TEST_F(ReliableReaderTest, AVolatileReaderKeepsWhatItHasFragmentsOf) {
+    make(true);
+    sent();
+    fragment(2, 1);
+    fragment(1, 3);
+    heartbeat(1, 2);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {}", "NACK_FRAG 1 {1 2}", "NACK_FRAG 2 {2 3}"}));
+    for (const FragmentNumber number : {1u, 2u, 3u}) {
+        fragment(1, number);
+        fragment(2, number);
+    }
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2}));
+
+    make(true);
+    sink = {};
+    heartbeat(1, 2);
+    for (const FragmentNumber number : {1u, 2u, 3u}) {
+        fragment(2, number == 3 ? 1 : number);
+        fragment(1, number);
+    }
+    fragment(2, 3);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2}));
+}
+
 TEST_F(ReliableReaderTest, AVolatileReaderTakesNothingOlderLater) {
     make(true);
     sent();

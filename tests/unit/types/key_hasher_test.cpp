@@ -110,6 +110,52 @@ TEST(KeyHash, IsThatOfASampleThatEndsBehindItsKey) {
     }
 }
 
+// Keys that stand at the same place in every sample are not walked to. They are the same all the same, which
+// compute_all, that always walks, shows.
+TEST(KeyHash, IsTheSameWithoutAWalk) {
+    TypeDocuments documents;
+    std::string failure;
+    ASSERT_TRUE(documents.load("fixed.xml", R"(<types>
+        <struct name="Base" extensibility="final">
+            <member name="flag" type="boolean"/>
+            <member name="base_key" type="int16" id="9" key="true"/>
+        </struct>
+        <struct name="Fixed" baseType="Base" extensibility="appendable">
+            <member name="real" type="float64"/>
+            <member name="letter" type="char8" id="30" key="true"/>
+            <member name="number" type="uint64" id="20" key="true"/>
+            <member name="text" type="string"/>
+        </struct></types>)",
+                               failure))
+        << failure;
+    const SampleReader reader(documents.find("Fixed"));
+    const KeyHasher hasher(reader);
+    uint8_t octet = 0;
+    for (const uint8_t kind : std::initializer_list<uint8_t>{
+             0, 1, 6, 7, 8, 9}) { // CDR, CDR2 and delimited CDR2, big- and little-endian
+        rtps::ByteBuffer payload{0, kind, 0, 0};
+        const bool delimited = kind >= 8;
+        const bool little = (kind & 1) != 0;
+        constexpr uint8_t kBody = 40;
+        if (delimited)
+            payload.insert(payload.end(), {little ? kBody : uint8_t{0}, 0, 0, little ? uint8_t{0} : kBody});
+        const size_t body = payload.size();
+        while (payload.size() < body + kBody)
+            payload.push_back(++octet);
+        payload[body] = 1; // the flag
+        for (const KeyHasher::Form form : {KeyHasher::Form::xcdr1, KeyHasher::Form::xcdr2}) {
+            rtps::KeyHash hash{};
+            ASSERT_TRUE(hasher.compute(payload, false, form, hash, failure)) << int{kind} << failure;
+            std::vector<rtps::KeyHash> walked;
+            ASSERT_TRUE(hasher.compute_all(payload, false, walked, failure)) << int{kind} << failure;
+            EXPECT_EQ(hex(hash), hex(walked.at(form == KeyHasher::Form::xcdr2 ? 0 : 1))) << int{kind};
+            // Of a sample that ends within its key there is none.
+            const size_t key_end = body + (kind <= 1 ? 32 : 24);
+            EXPECT_FALSE(hasher.compute({payload.data(), key_end - 1}, false, form, hash, failure));
+        }
+    }
+}
+
 TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
     for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
         const SampleReader reader(test::build_type(type));

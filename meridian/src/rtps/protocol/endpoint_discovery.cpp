@@ -155,6 +155,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     }
     listener_.on_endpoint_gone(*endpoint, reason, timestamp);
     by_topic_.erase(endpoint);
+    last_found_ = nullptr;
     const auto siblings = by_participant_.find(guid.prefix);
     siblings->second.memory -= endpoint->record->memory;
     siblings->second.by_entity.erase(guid.entity.value);
@@ -164,6 +165,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
 }
 
 void EndpointDiscovery::clear() {
+    last_found_ = nullptr;
     by_topic_.clear();
     by_participant_.clear();
     count_ = 0;
@@ -184,11 +186,16 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
 }
 
 DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) const {
+    if (last_found_ != nullptr && last_guid_ == guid)
+        return last_found_;
     const auto endpoints = by_participant_.find(guid.prefix);
     if (endpoints == by_participant_.end())
         return nullptr;
     const auto at = endpoints->second.by_entity.find(guid.entity.value);
-    return at != endpoints->second.by_entity.end() ? at->second.get() : nullptr;
+    if (at == endpoints->second.by_entity.end())
+        return nullptr;
+    last_guid_ = guid;
+    return last_found_ = at->second.get();
 }
 
 void EndpointDiscovery::announce(ReliableWriter& builtin_writer, const EndpointData& data, Now now) {

@@ -142,6 +142,8 @@ class EndpointDiscovery {
     size_t count_ = 0;
     std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
+    mutable Guid last_guid_;                             // packets of one writer come in rows
+    mutable DiscoveredEndpoint* last_found_ = nullptr;
 };
 
 } // namespace meridian::rtps

@@ -57,6 +57,8 @@ class FragmentAssembler {
 
     bool has(SequenceNumber sequence_number) const { return find(sequence_number) != nullptr; }
     bool empty() const { return samples_.empty(); }
+    /// Of what is there, which is something.
+    SequenceNumber lowest() const { return samples_.front()->sequence_number; }
     /// The missing fragments of an unfinished sample, from the first missing one; false when there is no such
     /// sample.
     bool missing(SequenceNumber sequence_number, FragmentNumberSet& out);

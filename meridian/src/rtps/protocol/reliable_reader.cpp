@@ -152,8 +152,7 @@ bool ReliableReader::is_old(WriterProxy& proxy, SequenceNumber number, Monotonic
         ask(proxy, now); // it was jumped over, and comes all the same
     if (proxy.next != proxy.start || now > proxy.started_at + kStartOverlap)
         return true;
-    proxy.start = 0;
-    proxy.next = std::max<SequenceNumber>(number, 1);
+    proxy.next = proxy.start = std::max<SequenceNumber>(number, 1);
     return false;
 }
 
@@ -342,6 +341,8 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         p.next = heartbeat.last + 1;
         if (!p.held.empty())
             p.next = std::min(p.next, p.held.begin()->first);
+        if (!p.fragments.empty())
+            p.next = std::min(p.next, p.fragments.lowest());
         p.start = p.next;
         p.started_at = now;
     }

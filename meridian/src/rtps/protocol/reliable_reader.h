@@ -6,18 +6,17 @@
 // - Right after a match it speaks first: an ACKNACK with an empty set that wants an answer, repeated until
 //   the first heartbeat of the writer.
 // - A volatile reader starts at that heartbeat: earlier samples are not asked for. Samples that came before
-//   it, after the match, are held and delivered; so are those that come right behind it.
+//   it, after the match, are held and delivered, also where only fragments came; so are those that come right
+//   behind it.
 // - What a heartbeat names and is here is acknowledged at the end of the batch that it came in, without a
 //   pause: a reader must not be what a writer waits for. Heartbeats that name nothing new are answered from
 //   a budget, against storms. Requests for what is missing are paced: 1 ms between two, 10 ms for the same
 //   samples, and growing pauses for what does not come.
 // - Which heartbeats are believed is decided in heartbeat_judge.h. A heartbeat in doubt makes the reader ask
-// the
-//   writer for another one, in a way that acknowledges nothing.
+//   the writer for another one, in a way that acknowledges nothing.
 // - What the writer has written is what its latest heartbeat says: gaps and data beyond it move nothing.
-// Where
-//   a heartbeat moved the reader over numbers that no earlier one had named, and later ones show that this
-//   was not the writer's word, the reader returns to where it was.
+//   Where a heartbeat moved the reader over numbers that no earlier one had named, and later ones show that
+//   this was not the writer's word, the reader returns to where it was.
 
 #include <map>
 #include <memory>

@@ -264,7 +264,9 @@ rtps::KeyHash padded(const rtps::ByteBuffer& key) {
 } // namespace
 
 KeyHasher::KeyHasher(const SampleReader& reader)
-    : reader_(reader), keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
+    : reader_(reader),
+      fixed_(reader.type()),
+      keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
     const auto xcdr1 = LargestKey(rtps::kXcdr1MaxAlignment).end_of(reader.type(), true, 0);
     const auto xcdr2 = LargestKey(rtps::kXcdr2MaxAlignment).end_of(reader.type(), true, 0);
     digest_xcdr1_ = !xcdr1;
@@ -297,6 +299,8 @@ bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, cons
 
 bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
                         std::string& failure, const SampleSource& source) const {
+    if (!key_only && fixed_.read(payload, form == Form::xcdr2, hash))
+        return true;
     const Borrowed<Buffers> buffers(buffers_);
     if (!serialize(payload, key_only, form, source, buffers->walk, buffers->key, failure))
         return false;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "types/data/fixed_key.h"
 #include "types/data/sample_reader.h"
 
 namespace meridian::types {
@@ -52,6 +53,7 @@ class KeyHasher {
                    WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const;
 
     const SampleReader& reader_;
+    FixedKey fixed_;
     bool keyed_;
     bool forms_agree_ = false;
     bool digest_xcdr1_ = true;

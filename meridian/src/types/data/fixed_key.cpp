@@ -1,0 +1,125 @@
+#include "types/data/fixed_key.h"
+
+#include <algorithm>
+
+#include "rtps/wire/encapsulation.h"
+#include "rtps/wire/xcdr2_headers.h"
+#include "types/data/members.h"
+
+namespace meridian::types {
+
+using rtps::ByteReader;
+
+namespace {
+
+bool is_integer_or_character(DDS_TCKind kind) {
+    switch (kind) {
+        case DDS_TK_CHAR:
+        case DDS_TK_OCTET:
+        case DDS_TK_INT8:
+        case DDS_TK_UINT8:
+        case DDS_TK_SHORT:
+        case DDS_TK_USHORT:
+        case DDS_TK_LONG:
+        case DDS_TK_ULONG:
+        case DDS_TK_LONGLONG:
+        case DDS_TK_ULONGLONG:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// Of a member that all serializers write alike; else null.
+const Type* primitive_of(const Member& member) {
+    const Type* const type = resolve_alias(member.type);
+    const bool alike = type != nullptr && !member.optional && type->kind != DDS_TK_WCHAR &&
+                       type->kind != DDS_TK_LONGDOUBLE && primitive_size(type->kind) != 0;
+    return alike ? type : nullptr;
+}
+
+/// The offset of a value of that size behind the others, of which `end` is the end.
+size_t place(size_t& end, size_t size, size_t max_alignment) {
+    const size_t offset = end + rtps::padding_to(end, std::min(size, max_alignment));
+    end = offset + size;
+    return offset;
+}
+
+} // namespace
+
+FixedKey::FixedKey(const Type& type) {
+    if (!type.is_aggregate())
+        return;
+    const std::vector<KeyMember> in_key = key_members(type, true);
+    InForm sample_end{0, 0};
+    const bool walked = visit_members(type, [&](const Member& member) {
+        if (values_.size() == in_key.size())
+            return true; // what follows the key does not matter
+        const Type* const primitive = primitive_of(member);
+        if (primitive == nullptr || (member.key && !is_integer_or_character(primitive->kind)))
+            return false;
+        const size_t size = primitive_size(primitive->kind);
+        const InForm in_sample{place(sample_end.xcdr1, size, rtps::kXcdr1MaxAlignment),
+                               place(sample_end.xcdr2, size, rtps::kXcdr2MaxAlignment)};
+        if (!member.key)
+            return true;
+        InForm key_end{0, 0};
+        InForm offset{0, 0};
+        for (const KeyMember& entry : in_key) {
+            const Type* const before = primitive_of(*entry.member);
+            if (before == nullptr)
+                return false;
+            const size_t entry_size = primitive_size(before->kind);
+            offset = {place(key_end.xcdr1, entry_size, rtps::kXcdr1MaxAlignment),
+                      place(key_end.xcdr2, entry_size, rtps::kXcdr2MaxAlignment)};
+            if (entry.member == &member)
+                break;
+        }
+        values_.push_back({size, in_sample, offset});
+        return std::max(key_end.xcdr1, key_end.xcdr2) <= rtps::KeyHash().size();
+    });
+    if (!walked)
+        values_.clear();
+}
+
+bool FixedKey::read(rtps::ByteView payload, bool xcdr2_form, rtps::KeyHash& key) const {
+    rtps::Encapsulation encapsulation;
+    rtps::ByteView bytes;
+    if (values_.empty() || !rtps::read_encapsulation(payload, encapsulation, bytes))
+        return false;
+    ByteReader reader(bytes, encapsulation.endianness());
+    bool xcdr2 = true;
+    switch (encapsulation.encoding()) {
+        case rtps::Encoding::cdr:
+            xcdr2 = false;
+            break;
+        case rtps::Encoding::cdr2:
+            break;
+        case rtps::Encoding::delimited_cdr2: {
+            ByteReader inner;
+            if (!rtps::enter_delimited(reader, inner))
+                return false;
+            reader = inner;
+            break;
+        }
+        default:
+            return false;
+    }
+    const size_t start = reader.position();
+    rtps::KeyHash found{};
+    for (const Value& value : values_) {
+        const size_t offset = xcdr2 ? value.in_sample.xcdr2 : value.in_sample.xcdr1;
+        rtps::ByteView octets;
+        if (!reader.skip(start + offset - reader.position()) || !reader.read_view(value.size, octets))
+            return false;
+        uint8_t* const to = found.data() + (xcdr2_form ? value.in_key.xcdr2 : value.in_key.xcdr1);
+        if (reader.endianness() == rtps::Endianness::big)
+            std::copy(octets.begin(), octets.end(), to);
+        else
+            std::reverse_copy(octets.begin(), octets.end(), to);
+    }
+    key = found;
+    return true;
+}
+
+} // namespace meridian::types
