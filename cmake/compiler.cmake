@@ -7,6 +7,10 @@ target_compile_options(ferret_options INTERFACE -Wall -Wextra -Wpedantic -Wshado
 if(WERROR)
     target_compile_options(ferret_options INTERFACE -Werror)
 endif()
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Several source files in one look like headers to it.
+    target_compile_options(ferret_options INTERFACE -Wno-subobject-linkage)
+endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(ferret_options INTERFACE -Wthread-safety -Werror=thread-safety)
 endif()

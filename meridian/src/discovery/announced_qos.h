@@ -24,7 +24,7 @@ inline void convert(const DDS_Duration_t& from, rtps::WireDuration& to) {
     to = to_wire(from);
 }
 inline void convert(const rtps::WireDuration& from, DDS_Duration_t& to) {
-    to = to_duration(from);
+    to = discovery::to_duration(from);
 }
 inline void convert(const DDS_StringSeq& from, std::vector<std::string>& to) {
     to = to_strings(from);

@@ -15,7 +15,7 @@ constexpr int kReturnSamples = 3;
 constexpr Duration kReturnProof = std::chrono::milliseconds(300);
 // Fewer in a row are lost every day, and may come late. Jumps in quick succession are one.
 constexpr SequenceNumber kFew = 32;
-constexpr Duration kOneJump = std::chrono::seconds(5);
+constexpr Duration kJumpPause = std::chrono::seconds(5);
 
 } // namespace
 
@@ -128,7 +128,7 @@ void BestEffortReader::deliver(WriterProgress& writer, const Sample& sample, boo
     if (expected != 0)
         lost += static_cast<uint64_t>(sample.sequence_number - expected);
     if (sample.sequence_number - expected > (expected == 0 ? kFarAhead : kFew)) {
-        if (writer.jumped_from == 0 || sample.received - writer.jumped_at > kOneJump) {
+        if (writer.jumped_from == 0 || sample.received - writer.jumped_at > kJumpPause) {
             writer.jumped_from = std::max<SequenceNumber>(expected, 1);
             writer.jumped_at = sample.received;
         }

@@ -10,9 +10,9 @@ namespace meridian::rtps {
 namespace {
 
 constexpr unsigned kSamplesPerHeartbeat = 16;
-constexpr Duration kLongestPause = std::chrono::seconds(2);
+constexpr Duration kLongestHeartbeatPause = std::chrono::seconds(2);
 constexpr size_t kKeptDisposals = 1000;
-constexpr size_t kOverhead = 64; // of a message with one sample
+constexpr size_t kSampleOverhead = 64; // of a message with one sample
 constexpr unsigned kMostGapAnswers = 4;
 
 bool is_preemptive(const AckNack& acknack) {
@@ -20,7 +20,7 @@ bool is_preemptive(const AckNack& acknack) {
 }
 
 size_t size_of(const ByteBuffer& payload) {
-    return kOverhead + payload.size();
+    return kSampleOverhead + payload.size();
 }
 
 bool says_something(const InlineQos& qos) {
@@ -427,7 +427,7 @@ void ReliableWriter::on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now) {
     send_heartbeat(proxy, false, false);
     proxy.heartbeat_timer.wake_at(later(now, proxy.heartbeat_pause));
     proxy.heartbeat_pause =
-        std::min(proxy.heartbeat_pause * 2, std::max(kLongestPause, config_.heartbeat_period));
+        std::min(proxy.heartbeat_pause * 2, std::max(kLongestHeartbeatPause, config_.heartbeat_period));
 }
 
 } // namespace meridian::rtps

@@ -22,14 +22,14 @@ std::shared_ptr<const T> shared(std::shared_ptr<const T>& last, T&& value) {
 }
 
 // The tables that an endpoint stands in.
-constexpr size_t kPlaces = 512;
+constexpr size_t kPlacesOfRecord = 512;
 
 size_t memory_of(const std::string& text) {
     return sizeof text + text.size();
 }
 
 size_t memory_of(const RemoteEndpoint& record) {
-    size_t memory = kPlaces + sizeof record + sizeof *record.qos + memory_of(record.topic_name) +
+    size_t memory = kPlacesOfRecord + sizeof record + sizeof *record.qos + memory_of(record.topic_name) +
                     memory_of(record.type_name) + memory_of(record.name) +
                     record.unicast->size() * sizeof(Locator) + record.type_information->size() +
                     record.qos->user_data.size() + record.qos->topic_data.size() +
