@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """The tool beside the readers that it is compared with, in one table of ratios.
 
-    compare.py FERRET [--rounds N] [--seconds N] [--json FILE] [TABLE...]
+    compare.py FERRET [--rounds N] [--seconds N] [--json FILE] [--short] [TABLE...]
 
 Every row is a median over rounds in which the tool and its floor run in turn, so that whatever else the machine does meets both
 alike. The floor is `ddsperf sub`, the reader that comes with the publisher, unless the row says otherwise. Everything runs in a
-private network. TABLE is a part of a table's name. `--rounds 1 --seconds 1` is the short form of the test suite.
+private network. TABLE is a part of a table's name. `--short` only shows that all of it runs: one round, little of each table.
 """
 
 import argparse
@@ -53,6 +53,7 @@ class Bench:
     contents: str
     rounds: int
     seconds: int
+    short: bool
     folder: pathlib.Path
 
     def ferret(self, *options):
@@ -120,7 +121,7 @@ def rate(bench):
     def beside(command, size):
         with running(command):
             return rate_of_publisher(publish(bench.seconds + 1, "pub", "size", str(size)))
-    for size in SIZES:
+    for size in SIZES[:1] if bench.short else SIZES:
         yield compared(bench, "rate", f"publisher's rate, {size:,} B", "samples/s", ">= 1.0",
                        lambda size=size: beside(bench.ferret(*READS), size),
                        lambda size=size: beside(DDSPERF_SUB, size))
@@ -242,9 +243,10 @@ def payload(bench):
 
 def topics(bench):
     """Processor time for a sample where one total rate is shared by so many topics; the floor is one topic."""
+    counts = (1, 10) if bench.short else (1, 10, 100, 1000)
     costs = rounds(bench, *(lambda n=n: end_to_end.measure_topics(n, bench.program, bench.peer, bench.seconds).cpu["all"]
-                            for n in (1, 10, 100, 1000)))
-    for count, cost in zip((1, 10, 100, 1000), costs):
+                            for n in counts))
+    for count, cost in zip(counts, costs):
         yield Row("topics", f"a sample, {count:,} topics", statistics.median(cost), statistics.median(costs[0]), "us",
                   "<= 1.2" if count > 1 else "")
 
@@ -263,7 +265,7 @@ def endpoints(bench):
                         raise SystemExit(f"{count_lines(output, b'New writer')} of {count} endpoints")
                     time.sleep(0.005)
                 return (time.monotonic() - before) * 1000, (resident_bytes(process) - memory) / count
-    for count in (1000, 2000, 4000):
+    for count in (1000,) if bench.short else (1000, 2000, 4000):
         runs, floors = rounds(bench, lambda: until_all(bench.ferret("-mode", "DISC"), count),  # noqa: B023
                               lambda: until_all([bench.builtin_reader], count))  # noqa: B023
         for column, (what, unit, target) in enumerate((("time until told", "ms", "<= 1.0"), ("memory for each", "bytes", ""))):
@@ -273,7 +275,7 @@ def endpoints(bench):
 
 def plant(bench):
     """40 processes with 50 writers each, 20,000 samples a second together, against one core."""
-    def share(processes=40, writers=50, total=20000):
+    def share(processes=4 if bench.short else 40, writers=50, total=20000):
         with open(bench.folder / "lines", "wb") as lines, contextlib.ExitStack() as all_peers, \
                 running(bench.ferret("-useFirstPublicationQos"), lines) as process:
             peers = [all_peers.enter_context(Peer(bench.peer)) for _ in range(processes)]
@@ -295,7 +297,7 @@ def plant(bench):
         lost = processes * count - count_lines(bench.folder / "lines", b"New data")
         return used, lost
     results = rounds(bench, share)[0]
-    yield Row("plant", "one core, 2,000 writers, 20,000 samples/s", statistics.median(used for used, _ in results), 1, "cores",
+    yield Row("plant", "40 processes, 2,000 writers, 20,000 samples/s", statistics.median(used for used, _ in results), 1, "cores",
               "<= 0.25")
     yield Row("plant", "of them lost", sum(lost for _, lost in results), 1, "samples", "<= 0")
 
@@ -306,11 +308,11 @@ def loss(bench):
         with open(bench.folder / "counts", "wb") as counts, running(DDSPERF_SUB), running(DDSPERF_SUB, counts):
             publish(bench.seconds, "pub", str(rate_wanted), "size", "32")
         return sum(int(lost) for lost in re.findall(r"total \d+ lost (\d+)", (bench.folder / "counts").read_text())[-1:])
-    steps = (400000, 300000, 200000, 150000, 100000, 50000)
+    steps = (50000,) if bench.short else (400000, 300000, 200000, 150000, 100000, 50000)
     highest = next((step for step in steps if lost_by_sub(step) == 0), steps[-1])
     with open(bench.folder / "lines", "wb") as lines, running(DDSPERF_SUB), running(bench.ferret(
             *READS, "-showSampleIdentity"), lines):
-        publish(max(bench.seconds * 10, 6), "pub", str(highest), "size", "32")
+        publish(3 if bench.short else 30, "pub", str(highest), "size", "32")
         wait_until_printed(bench.folder / "lines")
     numbers = [int(high) << 32 | int(low) for high, low in re.findall(
         rb" virtual_sn=\((\d+), (\d+)\)", (bench.folder / "lines").read_bytes())]
@@ -349,8 +351,9 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("ferret")
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--seconds", type=int, default=2)
+    parser.add_argument("--seconds", type=int, default=1)
     parser.add_argument("--json")
+    parser.add_argument("--short", action="store_true")
     parser.add_argument("tables", nargs="*")
     arguments = parser.parse_intermixed_args()
     if os.environ.get(end_to_end.INSIDE) is None:
@@ -362,7 +365,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         bench = Bench(str(program), str(program.parent / "tests/interop/peers/peer_cyclone"),
                       str(program.parent / "bench/builtin_reader"), str(program.parent / "bench/bench_contents"),
-                      arguments.rounds, arguments.seconds, pathlib.Path(folder))
+                      1 if arguments.short else arguments.rounds, arguments.seconds, arguments.short, pathlib.Path(folder))
         for table in TABLES:
             if arguments.tables and not any(part in table.__name__ for part in arguments.tables):
                 continue

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws the curves of docs/performance.md from what compare.py wrote.
+"""Draws the curves of docs/performance.md from what compare.py wrote, and prints its table.
 
     curves.py RESULTS.json FOLDER
 """
@@ -68,6 +68,16 @@ def both(rows, floor):
     return {"ferret": [(x, row["value"]) for x, row in rows], floor: [(x, row["floor"]) for x, row in rows]}
 
 
+def table(rows):
+    lines = ["| what | `ferret` | floor | unit | ratio | target |", "|---|---|---|---|---|---|"]
+    for row in rows:
+        # Where nothing is compared, the floor is 1 of the unit.
+        ratio, floor = (f"{row['ratio']:.2f}", f"{row['floor']:,.4g}") if row["floor"] != 1 else ("", "")
+        value = f"{row['value']:,.0f}" if row["value"] >= 1000 else f"{row['value']:.4g}"
+        lines.append(f"| {row['name']} | {value} | {floor} | {row['unit']} | {ratio} | {row['target']} |")
+    return "\n".join(lines)
+
+
 def main():
     rows = json.loads(pathlib.Path(sys.argv[1]).read_text())
     folder = pathlib.Path(sys.argv[2])
@@ -84,6 +94,7 @@ def main():
     }
     for name, drawing in drawings.items():
         (folder / f"{name}.svg").write_text(drawing)
+    print(table(rows))
 
 
 if __name__ == "__main__":

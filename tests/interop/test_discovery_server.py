@@ -88,10 +88,10 @@ class DiscoveryServer(harness.InteropTest):
         spy = self.spy_through_server()
         spy.wait_for_event("New writer", topic="Mortal")
         spy.wait_for_event("New writer", topic="Survivor")
+        survivor.do("matched w")  # from now on it needs no server to be read
         server.quit()
         mortal.kill()
         spy.wait_for_event("Deleted writer", topic="Mortal", limit=60)
-        survivor.do("matched w")
         survivor.do("write w count=3")
         spy.wait_for_samples(3, topic="Survivor")
         self.end(spy)

@@ -96,6 +96,7 @@ TEST(Peers, AtAPortOfItsOwnMayBeADiscoveryServer) {
 TEST(Peers, EachDestinationOnce) {
     EXPECT_THAT(resolved({"0@10.0.0.9", "1@10.0.0.9"}),
                 ElementsAre("udpv4:10.0.0.9:7410", "udpv4:10.0.0.9:7412"));
+    EXPECT_THAT(resolved({"10.0.0.9:11811", "10.0.0.9:11811"}), ElementsAre("udpv4:10.0.0.9:11811"));
 }
 
 TEST(Peers, PortsAreThoseThatAreGiven) {

@@ -212,6 +212,165 @@ TEST_F(ServerThatComesBack, WhatItDoesNotNameAgainStaysAsLongAsItAnswers) {
     EXPECT_EQ(recorder.history, (Lines{"+early", "-early"}));
 }
 
+/// A server as Fast DDS has it: it repeats what is not acknowledged, and takes what is acknowledged for told.
+class ServerModel final : public MessageVisitor {
+  public:
+    struct Writer {
+        std::vector<ByteBuffer> samples;
+        SequenceNumber acknowledged = 0;
+        Count count = 0;
+    };
+    std::map<EntityId, Writer> writers;
+
+    void hear(const CapturedOutput& output) {
+        for (const auto& message : output.messages) {
+            if (message.destination == kServerAddress)
+                read_message(message.bytes, *this);
+        }
+    }
+
+  private:
+    void on_acknack(const MessageContext&, const AckNack& acknack) override {
+        Writer& writer = writers[acknack.writer];
+        writer.acknowledged = std::max(writer.acknowledged, acknack.missing.base - 1);
+    }
+};
+
+class RandomServers : public DiscoveryServerTest {
+  protected:
+    explicit RandomServers() { start(); }
+
+    void begin_life(Random& random) {
+        server_id = random.percent(80) ? kServer : static_cast<uint8_t>(kServer + 1);
+        ++source_port;
+        model = ServerModel();
+        for (const EntityId id : {entity::participant_writer, entity::publications_writer})
+            model.writers[id].count = static_cast<Count>(random.below(200));
+        tell(entity::participant_writer, encode(server_data()));
+        for (const uint8_t client : clients)
+            tell_of(client);
+    }
+    void tell(EntityId writer, const ByteBuffer& payload) {
+        model.writers[writer].samples.push_back(payload);
+    }
+    void tell_of(uint8_t client) {
+        EndpointData data = publication(client);
+        data.name = std::to_string(client);
+        tell(entity::participant_writer, encode(remote(client)));
+        tell(entity::publications_writer, encode(data));
+    }
+    ParticipantData server_data() {
+        ParticipantData data = server();
+        data.guid.prefix = prefix(server_id);
+        return data;
+    }
+    /// A tenth of a second of server and clients.
+    void pass(bool has_server, bool asks) {
+        run_until(time + milliseconds(100));
+        for (const uint8_t client : clients) {
+            if (!sent_to(udpv4(client)).empty())
+                answer_of(client);
+        }
+        if (has_server)
+            model.hear(output);
+        output.messages.clear();
+        if (!has_server)
+            return;
+        if (asks)
+            receive(
+                server_id,
+                [&](MessageWriter& writer) {
+                    AckNack acknack;
+                    acknack.reader = entity::participant_reader;
+                    acknack.writer = entity::participant_writer;
+                    acknack.count = ++asked;
+                    writer.add_acknack(acknack);
+                },
+                true);
+        for (auto& [id, writer] : model.writers)
+            repeat(id, writer);
+    }
+    void answer_of(uint8_t client) {
+        const uint32_t port = std::exchange(source_port, 50007);
+        acknowledge(client, 1);
+        source_port = port;
+    }
+    void repeat(EntityId id, ServerModel::Writer& from) {
+        const auto end = static_cast<SequenceNumber>(from.samples.size());
+        const bool is_due = ++steps % 30 == 0; // it announces itself now and then
+        for (SequenceNumber number = 1; number <= end; ++number) {
+            if (number <= from.acknowledged && !(is_due && number == 1 && id == entity::participant_writer))
+                continue;
+            receive(
+                server_id,
+                [&](MessageWriter& writer) {
+                    Data data;
+                    data.writer = id;
+                    data.sequence_number = number;
+                    data.has_payload = true;
+                    data.payload = from.samples[static_cast<size_t>(number - 1)];
+                    writer.add_data(data);
+                    Heartbeat heartbeat;
+                    heartbeat.writer = id;
+                    heartbeat.first = 1;
+                    heartbeat.last = end;
+                    heartbeat.count = ++from.count;
+                    writer.add_heartbeat(heartbeat);
+                },
+                true);
+        }
+    }
+
+    ServerModel model;
+    std::vector<uint8_t> clients;
+    uint8_t server_id = kServer;
+    Count asked = 0;
+    unsigned steps = 0;
+};
+
+TEST_F(RandomServers, EverybodyIsToldOfOnceAndEndsOnce) {
+    Random random(77);
+    Lines expected;
+    std::vector<uint8_t> dead;
+    uint8_t next = 20;
+    for (int life = 0; life < 40; ++life) {
+        begin_life(random);
+        const bool asks_first = random.percent(50);
+        for (uint64_t left = 5 + random.below(60); left > 0; --left) {
+            if (random.percent(4)) {
+                clients.push_back(next);
+                tell_of(next++);
+            }
+            pass(true, asks_first && left % 7 == 0);
+        }
+        for (uint64_t left = random.below(40); left > 0; --left) {
+            if (random.percent(5) && !clients.empty()) { // nobody is there to tell
+                const auto at = clients.begin() + static_cast<std::ptrdiff_t>(random.below(clients.size()));
+                dead.push_back(*at);
+                clients.erase(at);
+            }
+            pass(false, false);
+        }
+    }
+    begin_life(random);
+    for (int i = 0; i < 400; ++i)
+        pass(true, false);
+    std::set<std::string> there;
+    for (const auto& [guid, endpoint] : recorder.endpoints)
+        there.insert(endpoint->name);
+    std::set<std::string> alive;
+    for (const uint8_t client : clients)
+        alive.insert(std::to_string(client));
+    EXPECT_EQ(there, alive);
+    EXPECT_GT(next, 40);
+    EXPECT_GT(dead.size(), 5u);
+    for (uint8_t client = 20; client < next; ++client) {
+        const std::string name = std::to_string(client);
+        EXPECT_LE(std::count(recorder.history.begin(), recorder.history.end(), "+" + name), 1) << name;
+    }
+    EXPECT_TRUE(recorder.contradictions.empty());
+}
+
 TEST_F(DiscoveryServerTest, ClientsOfALostServerLeaveWhenTheyNoLongerAnswer) {
     meet();
     server_tells(entity::participant_writer, 2, encode(remote(kClient)), 2);

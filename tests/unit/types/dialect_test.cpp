@@ -99,14 +99,14 @@ TEST_F(DialectTest, AnExpectationThatFailsIsCorrected) {
 // -- Fast CDR 2 in XCDR1: each header of a member, of an absent one too, moves the origin of alignment for
 // all that follows.
 
-/// Samples of the type T of a document.
+/// Samples of a type of a document.
 class FormTest : public ::testing::Test {
   protected:
-    static TypeRef type(const std::string& types) {
+    static TypeRef type(const std::string& types, const std::string& name = "T") {
         TypeDocuments documents;
         std::string error;
         EXPECT_TRUE(documents.load("doc", "<types>" + types + "</types>", error)) << error;
-        return documents.find("T");
+        return documents.find(name);
     }
     /// Of hexadecimal digits with blanks.
     static rtps::ByteBuffer bytes_of(const std::string& payload) {
@@ -117,8 +117,8 @@ class FormTest : public ::testing::Test {
     }
     /// The values that a payload is told as, in one line.
     static std::string values(const std::string& types, const std::string& payload,
-                              const SampleSource& source) {
-        const SampleReader reader(type(types));
+                              const SampleSource& source, const std::string& name = "T") {
+        const SampleReader reader(type(types, name));
         PrintBuffers buffers;
         PlainPrinter printer(buffers, 0);
         std::string failure;
@@ -143,6 +143,28 @@ TEST_F(FormTest, AnAbsentMemberMovesTheOriginOfFastCdr2) {
     EXPECT_EQ(
         values(kOptional, "00010000 00000700 03000000 68690000 03000000 00000000 0900000000000000", kFirst),
         "note: \"hi\" count: 3 stamp: 9 ");
+}
+
+TEST_F(FormTest, RequestsAndResponsesOfRos2OnCycloneDdsHaveAHeader) {
+    const auto module = [](const std::string& name) {
+        return R"(<module name="p"><module name="srv"><module name="dds_"><struct name=")" + name +
+               R"(" extensibility="final"><member name="a" type="uint8"/><member name="b" type="int64"/></struct>
+            </module></module></module>)";
+    };
+    const std::string content = "0700000000000000 0900000000000000";
+    const std::string plain = "00010000" + content;
+    const std::string with_header = "00010000 0123456789abcdef 0100000000000000" + content;
+    for (const std::string name : {"Add_Request_", "Add_Response_"}) {
+        EXPECT_EQ(values(module(name), with_header, kCyclone, "p::srv::dds_::" + name), "a: 7 b: 9 ");
+        EXPECT_EQ(values(module(name), plain, kCyclone, "p::srv::dds_::" + name), "a: 7 b: 9 ");
+        EXPECT_EQ(values(module(name), plain, kFirst, "p::srv::dds_::" + name), "a: 7 b: 9 ");
+    }
+    EXPECT_EQ(values(module("Add_"), plain, kCyclone, "p::srv::dds_::Add_"), "a: 7 b: 9 ");
+    EXPECT_NE(values(module("Add_"), with_header, kCyclone, "p::srv::dds_::Add_").find("failed: "),
+              std::string::npos);
+    EXPECT_NE(
+        values(module("Add_Request_"), with_header, kFirst, "p::srv::dds_::Add_Request_").find("failed: "),
+        std::string::npos);
 }
 
 TEST_F(FormTest, FastCdr2KeepsOneOriginForTheWholeStream) {

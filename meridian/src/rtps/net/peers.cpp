@@ -195,14 +195,14 @@ class DestinationList {
         }
     }
 
-    LocatorList take() { return std::move(list_); }
-
-  private:
     void add(const Locator& locator) {
         if (known_.insert(locator).second)
             list_.push_back(locator);
     }
 
+    LocatorList take() { return std::move(list_); }
+
+  private:
     uint32_t domain_id_;
     std::set<Locator> known_;
     LocatorList list_;
@@ -213,6 +213,7 @@ class DestinationList {
 Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config) {
     Peers result;
     DestinationList destinations(config.domain_id);
+    DestinationList with_port(config.domain_id);
     for (const std::string& text : peers) {
         std::string reason;
         const std::optional<PeerText> peer = parse_peer(text, reason);
@@ -222,12 +223,13 @@ Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig
             result.unusable.push_back("peer '" + text + "' cannot be used: " + reason);
         for (const IpAddress& address : addresses) {
             if (peer->port != 0 && !address.is_multicast())
-                result.with_port.push_back(to_locator(address, peer->port));
+                with_port.add(to_locator(address, peer->port));
             else
                 destinations.add(address, peer->index_limit, peer->port);
         }
     }
     result.destinations = destinations.take();
+    result.with_port = with_port.take();
     return result;
 }
 

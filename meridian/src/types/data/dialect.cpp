@@ -60,6 +60,14 @@ Disputed find_disputed(const Type& root) {
     return disputed;
 }
 
+/// Whether ROS 2 names requests or responses of a service so.
+bool belongs_to_service(const std::string& name) {
+    const auto ends_with = [&name](const std::string& end) {
+        return name.size() > end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0;
+    };
+    return name.find("::dds_::") != std::string::npos && (ends_with("_Request_") || ends_with("_Response_"));
+}
+
 /// A serializer.
 struct Row {
     Maker maker; // unknown: the standard's form, or one of several makers
@@ -112,13 +120,18 @@ CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disp
 
 class DialectList {
   public:
-    DialectList(const Type& type, CdrVersion version, bool key_only)
-        : disputed_(find_disputed(type)), version_(version), key_only_(key_only) {}
+    DialectList(const Type& type, CdrVersion version, bool key_only, Maker maker)
+        : disputed_(find_disputed(type)),
+          version_(version),
+          key_only_(key_only),
+          request_headers_(maker == Maker::cyclone_dds && version == CdrVersion::xcdr1 && !key_only &&
+                           belongs_to_service(type.name)) {}
 
     void add(const Row& row, bool x86_first, bool expected) {
         if (version_ == CdrVersion::xcdr2 && !row.xcdr2)
             return;
         CdrDialect dialect = without_undisputed(row.dialect, version_, disputed_);
+        dialect.request_header = request_headers_ && expected;
         for (const bool x86 : {x86_first, !x86_first}) {
             dialect.x86_long_double = x86 && disputed_.long_doubles;
             for (uint8_t shift = 0; shift < (disputed_.bitsets ? 4 : 1); ++shift) {
@@ -149,6 +162,7 @@ class DialectList {
     const Disputed disputed_;
     const CdrVersion version_;
     const bool key_only_;
+    const bool request_headers_;
     std::vector<PossibleDialect> list_;
 };
 
@@ -157,7 +171,7 @@ class DialectList {
 bool operator==(const CdrDialect& a, const CdrDialect& b) {
     const auto values = [](const CdrDialect& d) {
         return std::tie(d.wide_text, d.headers, d.one_origin, d.optional_headers, d.lists, d.x86_long_double,
-                        d.bitset_octets, d.flat_keys);
+                        d.bitset_octets, d.flat_keys, d.request_header);
     };
     return values(a) == values(b);
 }
@@ -170,7 +184,7 @@ Maker maker_of(rtps::VendorId vendor) {
 
 std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
                                                Maker maker) {
-    DialectList list(type, version, key_only);
+    DialectList list(type, version, key_only, maker);
     const bool is_known = maker != Maker::unknown;
     for (const bool own : {true, false}) {
         for (const Row& row : serializers()) {

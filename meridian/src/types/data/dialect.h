@@ -48,6 +48,9 @@ struct CdrDialect {
     uint8_t bitset_octets = 1;
     /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS.
     bool flat_keys = false;
+    /// The client and the number of the request stand before the content: services of ROS 2 on Cyclone DDS.
+    bool request_header = false;
+    static constexpr size_t kRequestHeaderSize = 16;
 
     friend bool operator==(const CdrDialect& a, const CdrDialect& b);
 };
