@@ -16,7 +16,7 @@ mkdir -p build
 launcher=
 command -v ccache > /dev/null && launcher=-DCMAKE_CXX_COMPILER_LAUNCHER=ccache
 if ! { cmake --preset release -B build/demo -DBUILD_TESTING=OFF $launcher &&
-    cmake --build build/demo; } > build/demo.log 2>&1; then
+    cmake --build build/demo --target ferret demo_peers; } > build/demo.log 2>&1; then
     tail -n 40 build/demo.log
     exit 1
 fi

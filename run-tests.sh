@@ -1,15 +1,17 @@
 #!/bin/sh
-# Builds ferret and runs all of its tests, on Debian 12 or 13, from nothing. CI runs exactly this.
+# Builds ferret and runs its tests, on Debian 12 or 13, from nothing.
 #
-#   ./run-tests.sh                 every leg of CI; the release tests come last and their summary tells about all legs
-#   ./run-tests.sh release         only these legs: release asan tsan clang fuzz install faults-long
+#   ./run-tests.sh                 the release build with its unit, command-line and interop tests, in a short form
+#   ./run-tests.sh all             what CI runs: every leg; the release tests come last, and their summary tells about all legs
+#   ./run-tests.sh release asan    only these legs, out of: release asan tsan clang fuzz install faults-long
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
-# Legs: "release" runs every test of the optimised build; "asan" (address and undefined behaviour) and "tsan" (threads)
-# run the same tests under sanitizers, with the test peers of the release build; "clang" compiles library and tool with
-# the thread-safety analysis; "fuzz" runs each fuzz target for a short time; "install" builds the Debian package and the
-# static binary and tries them in bare trees of Debian 12 and 13, where debootstrap is installed. The exit status is 0 only if
-# everything passed. "faults-long" is no leg of CI: the fault tests with all rows, wider windows and larger storms.
+# Legs: "release" runs every test of the optimised build in its long form, and the fault tests; "asan" (address and undefined
+# behaviour) and "tsan" (threads) run the tests under sanitizers, with the test peers of the release build; "clang" compiles
+# library and tool with the thread-safety analysis, each file by itself; "fuzz" runs each fuzz target for a short time; "install"
+# builds the Debian package and the static binary and tries them in bare trees of Debian 12 and 13, where debootstrap is
+# installed. The exit status is 0 only if everything passed. "faults-long" is no leg of CI: the fault tests with all rows, wider
+# windows and larger storms.
 set -u
 cd "$(dirname "$0")" || exit 1
 
@@ -28,16 +30,19 @@ install=yes
 for argument in "$@"; do
     case "$argument" in
         --no-install) install=no ;;
+        all) legs="$legs release asan tsan clang fuzz install" ;;
         release | asan | tsan | clang | fuzz | install | faults-long) legs="$legs $argument" ;;
         *)
-            sed -n 's/^# \{0,1\}//; 2,6p' "$0"
+            sed -n 's/^# \{0,1\}//; 2,7p' "$0"
             exit 2
             ;;
     esac
 done
-legs=${legs:-"release asan tsan clang fuzz install"}
+legs=${legs:-short}
 
 jobs=$(nproc)
+# The package and the static binary are compiled as the release build is: the compiler's cache then knows them in other folders.
+export CCACHE_BASEDIR="${CCACHE_BASEDIR:-$PWD}"
 # Not status 1, which is the tool's success, nor 0.
 export ASAN_OPTIONS="exitcode=99:detect_leaks=1:${ASAN_OPTIONS:-}"
 export UBSAN_OPTIONS="exitcode=99:print_stacktrace=1:${UBSAN_OPTIONS:-}"
@@ -74,21 +79,27 @@ build() { # PRESET OPTIONS...
 run_ctest() { # PRESET OPTIONS...
     preset=$1
     shift
-    ctest --test-dir "build/$preset" --no-tests=error --output-on-failure -j 2 "$@"
+    # Four at once where they mostly wait; a test that computes counts for two.
+    ctest --test-dir "build/$preset" --no-tests=error --output-on-failure -j 4 "$@"
 }
 
-sanitizer_leg() { # PRESET
-    # Little optimisation: half the time to compile, and what the sanitizers see is closer to the source.
-    configure "$1" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" -DFERRET_PEERS_DIR="$PWD/build/release/tests/interop/peers" &&
-        build "$1" && run_ctest "$1" -LE walls -j 3 # interop tests mostly wait, and with long limits here
+# Little optimisation: half the time to compile, and what sanitizers see is closer to the source. What they add makes compilers
+# warn of what is not; the builds without them take warnings as errors.
+configure_sanitizer() { # PRESET OPTIONS...
+    configure "$@" -DWERROR=OFF -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1"
+}
+
+sanitizer_leg() { # PRESET LABELS_NOT_TO_RUN
+    configure_sanitizer "$1" -DFERRET_PEERS_DIR="$PWD/build/release/tests/interop/peers" &&
+        build "$1" && run_ctest "$1" -LE "$2"
 }
 
 clang_leg() {
-    configure clang -DBUILD_TESTING=OFF -DFERRET_PEERS=OFF && build clang
+    configure clang -DBUILD_TESTING=OFF -DFERRET_PEERS=OFF && build clang --target ferret
 }
 
 fuzz_leg() {
-    configure fuzz && build fuzz --target fuzzers && run_ctest fuzz -L fuzz
+    configure_sanitizer fuzz && build fuzz --target fuzzers && run_ctest fuzz -L fuzz
 }
 
 faults_long_leg() {
@@ -128,7 +139,8 @@ for leg in asan tsan clang fuzz install faults-long; do
     wanted $leg || continue
     say "$leg"
     case $leg in
-        asan | tsan) sanitizer_leg $leg ;;
+        asan) sanitizer_leg asan walls ;;
+        tsan) sanitizer_leg tsan 'walls|single-thread' ;;
         clang) clang_leg ;;
         fuzz) fuzz_leg ;;
         install) install_leg ;;
@@ -143,7 +155,11 @@ for leg in asan tsan clang fuzz install faults-long; do
     fi
 done
 
-if wanted release; then
+if wanted short; then
+    say "release: tests, short form"
+    export INTEROP_SHORT=1
+    run_ctest release -LE faults || failed=1
+elif wanted release; then
     say "release: tests"
     run_ctest release || failed=1
 elif [ -n "$reported" ]; then

@@ -24,6 +24,8 @@ INSIDE = "--inside"
 # A slow machine or a sanitizer stretches every limit that is not itself what is being tested.
 SLOWNESS = float(os.environ.get("INTEROP_SLOWNESS", "1"))
 DEFAULT_LIMIT = 15.0 * SLOWNESS
+# The short form for everyday use: fewer rounds of what is long.
+SHORT = "INTEROP_SHORT" in os.environ
 
 _libc = ctypes.CDLL(None, use_errno=True)
 
