@@ -245,7 +245,7 @@ class RandomServers : public DiscoveryServerTest {
         ++source_port;
         model = ServerModel();
         for (const EntityId id : {entity::participant_writer, entity::publications_writer})
-            model.writers[id].count = static_cast<Count>(random.below(200));
+            model.writers[id].count = static_cast<Count>(random.below(5000));
         tell(entity::participant_writer, encode(server_data()));
         for (const uint8_t client : clients)
             tell_of(client);
@@ -321,6 +321,13 @@ class RandomServers : public DiscoveryServerTest {
         }
     }
 
+    std::set<std::string> names() const {
+        std::set<std::string> result;
+        for (const auto& [guid, endpoint] : recorder.endpoints)
+            result.insert(endpoint->name);
+        return result;
+    }
+
     ServerModel model;
     std::vector<uint8_t> clients;
     uint8_t server_id = kServer;
@@ -336,6 +343,7 @@ TEST_F(RandomServers, EverybodyIsToldOfOnceAndEndsOnce) {
     for (int life = 0; life < 40; ++life) {
         begin_life(random);
         const bool asks_first = random.percent(50);
+        pass(true, asks_first);
         for (uint64_t left = 5 + random.below(60); left > 0; --left) {
             if (random.percent(4)) {
                 clients.push_back(next);
@@ -343,6 +351,11 @@ TEST_F(RandomServers, EverybodyIsToldOfOnceAndEndsOnce) {
             }
             pass(true, asks_first && left % 7 == 0);
         }
+        for (int i = 0; i < 30; ++i)
+            pass(true, false);
+        const std::set<std::string> seen = names();
+        for (const uint8_t client : clients)
+            EXPECT_EQ(seen.count(std::to_string(client)), 1u) << int{client} << " in life " << life;
         for (uint64_t left = random.below(40); left > 0; --left) {
             if (random.percent(5) && !clients.empty()) { // nobody is there to tell
                 const auto at = clients.begin() + static_cast<std::ptrdiff_t>(random.below(clients.size()));
@@ -355,13 +368,10 @@ TEST_F(RandomServers, EverybodyIsToldOfOnceAndEndsOnce) {
     begin_life(random);
     for (int i = 0; i < 400; ++i)
         pass(true, false);
-    std::set<std::string> there;
-    for (const auto& [guid, endpoint] : recorder.endpoints)
-        there.insert(endpoint->name);
     std::set<std::string> alive;
     for (const uint8_t client : clients)
         alive.insert(std::to_string(client));
-    EXPECT_EQ(there, alive);
+    EXPECT_EQ(names(), alive);
     EXPECT_GT(next, 40);
     EXPECT_GT(dead.size(), 5u);
     for (uint8_t client = 20; client < next; ++client) {
