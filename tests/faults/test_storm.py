@@ -83,8 +83,8 @@ class Storms(faults.FaultTest):
             peer.do("participant")
             for name in types:
                 peer.do(f"writer {name} topic=T_{name} type={name} transient_local depth=5")
-            if make == self.cyclone:  # Fast DDS 2.9 can fail an assertion of its statistics when a reader is added
-                peer.do("reader r topic=T_keyed type=keyed")
+            if make == self.cyclone:  # of a topic that Fast DDS does not write: see "Known" in ../interop/peers/README.md
+                peer.do("reader r topic=T_shape type=shape")
             for name in types:
                 peer.do(f"matched {name}")
                 peer.do(f"write {name} count=20 keys=5 size=40")

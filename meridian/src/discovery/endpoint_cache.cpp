@@ -62,6 +62,10 @@ void EndpointCache::remove(const rtps::Guid& endpoint, const rtps::ParticipantRe
     if (found == instances_.end() || !found->second->alive)
         return;
     const std::shared_ptr<Instance> instance = found->second;
+    if (observer_ != nullptr && !has_interest()) {
+        forget_unasked(*instance);
+        return;
+    }
     instance->alive = false;
     instance->participant = participant;
     Change change{instance->endpoint, info, instance, instance->life};
@@ -108,6 +112,15 @@ void EndpointCache::drop_oldest(Instance& instance) {
         instance.waiting[index]->info.view_state = DDS_NEW_VIEW_STATE;
     else
         drop(instance, index);
+}
+
+/// Nothing was ever taken. Who begins to do it sees what is there then.
+void EndpointCache::forget_unasked(Instance& instance) {
+    for (const Iterator& change : instance.waiting)
+        queue_.erase(change);
+    instances_.erase(instance.endpoint->guid);
+    available_ = !queue_.empty();
+    observer_->data_available(available_);
 }
 
 void EndpointCache::drop_unseen() {

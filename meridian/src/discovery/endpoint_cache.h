@@ -40,10 +40,10 @@ class AnnouncementObserver {
     ~AnnouncementObserver() = default;
 };
 
-/// Bounds for a reader that nothing takes from. What they drop is counted (see lost()).
+/// Bounds for a reader that is taken from too rarely. What they drop is counted (see lost()).
 struct EndpointCacheLimits {
     size_t changes_per_endpoint = 16;     // beyond it the oldest ones are dropped
-    size_t unseen_gone_endpoints = 10000; // endpoints that came and went before anything was taken
+    size_t unseen_gone_endpoints = 10000; // endpoints that came and went between two takes
 };
 
 /// Thread-safe.
@@ -75,7 +75,8 @@ class EndpointCache {
     /// publication_handle. `participant`: its last announcement.
     void put(const rtps::RemoteEndpointRef& endpoint, const rtps::ParticipantRef& participant,
              const DDS_SampleInfo& info);
-    /// The endpoint is gone; nothing happens when it is not there.
+    /// The endpoint is gone; nothing happens when it is not there. It leaves nothing behind as long as there
+    /// is a reader in whose changes the application takes no interest.
     void remove(const rtps::Guid& endpoint, const rtps::ParticipantRef& participant,
                 const DDS_SampleInfo& info);
 
@@ -113,6 +114,7 @@ class EndpointCache {
     void enqueue(const std::shared_ptr<Instance>& instance, Change change) MERIDIAN_REQUIRES(mutex_);
     void drop(Instance& instance, size_t index) MERIDIAN_REQUIRES(mutex_);
     void drop_oldest(Instance& instance) MERIDIAN_REQUIRES(mutex_);
+    void forget_unasked(Instance& instance) MERIDIAN_REQUIRES(mutex_);
     void drop_unseen() MERIDIAN_REQUIRES(mutex_);
     void mark_seen(Instance& instance) MERIDIAN_REQUIRES(mutex_);
     bool has_interest() const MERIDIAN_REQUIRES(mutex_) {

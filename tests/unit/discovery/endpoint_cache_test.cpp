@@ -131,6 +131,7 @@ TEST_F(EndpointCacheTest, DataIsAvailableUntilItWasReadUnlessTheLimitLeftSome) {
 
 TEST_F(EndpointCacheTest, MasksSelectAndLeaveTheRest) {
     cache_.set_observer(&observer_);
+    observer_.watched = true;
     put(1);
     put(1);
     remove(1);
@@ -248,6 +249,33 @@ TEST_F(EndpointCacheTest, EndpointsThatCameAndWentUnseenAreBounded) {
     EXPECT_EQ(changes[1].info.instance_handle, to_handle(guid_of(8)));
     EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
     EXPECT_EQ(cache_.participant_of(guid_of(100)), participant_);
+}
+
+TEST_F(EndpointCacheTest, WhatGoesBeforeTheApplicationTakesAnInterestLeavesNothing) {
+    cache_.set_observer(&observer_);
+    put(1);
+    put(1);
+    put(2);
+    remove(1);
+    EXPECT_TRUE(observer_.available);
+    EXPECT_EQ(cache_.participant_of(guid_of(1)), nullptr);
+    remove(2);
+    EXPECT_FALSE(observer_.available);
+    put(1);
+    EXPECT_EQ(kinds(take()), Kinds{"new"});
+    EXPECT_EQ(cache_.lost(), 0u);
+    remove(1);
+    EXPECT_EQ(kinds(take()), Kinds{"gone"}) << "now it does";
+    cache_.set_observer(nullptr);
+}
+
+TEST_F(EndpointCacheTest, WhoWaitsForChangesSeesWhatCameAndWent) {
+    cache_.set_observer(&observer_);
+    observer_.watched = true;
+    put(1);
+    remove(1);
+    EXPECT_EQ(kinds(take()), (Kinds{"new", "gone"}));
+    cache_.set_observer(nullptr);
 }
 
 /// Notes the announcements that the application was given.
