@@ -8,8 +8,8 @@ if(WERROR)
     target_compile_options(ferret_options INTERFACE -Werror)
 endif()
 if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # Several source files in one look like headers to it.
-    target_compile_options(ferret_options INTERFACE -Wno-subobject-linkage)
+    # Several source files in one look like headers to it, and so many functions at once make it stop inlining.
+    target_compile_options(ferret_options INTERFACE -Wno-subobject-linkage --param=large-unit-insns=1000000)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(ferret_options INTERFACE -Wthread-safety -Werror=thread-safety)

@@ -1,0 +1,4 @@
+// The shared precompiled header of the unit tests belongs to this file.
+int main() {
+    return 0;
+}
