@@ -46,6 +46,9 @@ using Result = dds::ReturnCode_t;
 inline bool is_ok(Result result) {
     return result == dds::RETCODE_OK;
 }
+inline std::string reason(Result result) {
+    return "return code " + std::to_string(result);
+}
 #else
 namespace rtps = eprosima::fastrtps::rtps;
 using Duration = eprosima::fastrtps::Duration_t;
@@ -57,6 +60,9 @@ inline bool is_ok(const Result& result) {
 // write() tells no more than this.
 inline bool is_ok(bool result) {
     return result;
+}
+inline std::string reason(bool) {
+    return "no reason is told";
 }
 #endif
 
