@@ -363,8 +363,7 @@ class FastPeer final : public peers::Peer {
         qos.resource_limits().max_samples = 0;
         qos.resource_limits().max_instances = 0;
         qos.resource_limits().max_samples_per_instance = 0;
-        // Room for what the sending thread holds; without it a write into a full history of 3.1 can fail.
-        qos.resource_limits().extra_samples = 100;
+        qos.resource_limits().extra_samples = peers::fast::kExtraSamples;
         qos.ownership().kind = options.exclusive ? dds::EXCLUSIVE_OWNERSHIP_QOS : dds::SHARED_OWNERSHIP_QOS;
         if (options.deadline > 0) {
             qos.deadline().period = Duration(static_cast<long double>(options.deadline));
