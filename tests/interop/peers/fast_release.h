@@ -46,6 +46,11 @@ using Result = dds::ReturnCode_t;
 inline bool is_ok(Result result) {
     return result == dds::RETCODE_OK;
 }
+// Room for what the sending thread holds; without it a write into a full history can fail.
+constexpr int32_t kExtraSamples = 100;
+inline std::string reason(Result result) {
+    return "return code " + std::to_string(result);
+}
 #else
 namespace rtps = eprosima::fastrtps::rtps;
 using Duration = eprosima::fastrtps::Duration_t;
@@ -54,9 +59,13 @@ using Result = eprosima::fastrtps::types::ReturnCode_t;
 inline bool is_ok(const Result& result) {
     return result == Result::RETCODE_OK;
 }
+constexpr int32_t kExtraSamples = 1; // the library's default
 // write() tells no more than this.
 inline bool is_ok(bool result) {
     return result;
+}
+inline std::string reason(bool) {
+    return "no reason is told";
 }
 #endif
 

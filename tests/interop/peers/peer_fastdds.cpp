@@ -157,7 +157,8 @@ class FastPeer final : public peers::Peer {
     std::string write(const std::string& name, const Sample& sample) override {
         return with_writer(name, [&](dds::DataWriter& writer) {
             Sample copy = sample;
-            return is_ok(writer.write(&copy)) ? "" : "write failed";
+            const auto result = writer.write(&copy);
+            return is_ok(result) ? std::string() : "write failed: " + peers::fast::reason(result);
         });
     }
 
@@ -362,6 +363,7 @@ class FastPeer final : public peers::Peer {
         qos.resource_limits().max_samples = 0;
         qos.resource_limits().max_instances = 0;
         qos.resource_limits().max_samples_per_instance = 0;
+        qos.resource_limits().extra_samples = peers::fast::kExtraSamples;
         qos.ownership().kind = options.exclusive ? dds::EXCLUSIVE_OWNERSHIP_QOS : dds::SHARED_OWNERSHIP_QOS;
         if (options.deadline > 0) {
             qos.deadline().period = Duration(static_cast<long double>(options.deadline));
