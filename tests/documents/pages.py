@@ -19,7 +19,6 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 COMMENT = re.compile(r"<!-- (scene|file): (\S+) -->")
 FENCE = re.compile(r"```(\S*)$")
 NO_SCENE = "alone"
-PAGES_TO_COME = {"interoperability.md", "performance.md"}  # written at the same time as the first page that names them
 # What would be taken for a command by a reader.
 LOOKS_LIKE_COMMAND = re.compile(r"\$ |ferret +-|(sudo|ferret-types|cmake|ctest|apt|python3) +[-./\w]|\./[\w-]+\.sh")
 
@@ -139,8 +138,6 @@ def broken_links(page, root=ROOT):
         for target in re.findall(r"\]\((?!https?:)([^)\s]+)\)", line):
             name, _, heading = target.partition("#")
             path = page.path.parent / name if name else page.path
-            if path.name in PAGES_TO_COME and not path.exists():
-                continue
             if not path.exists() or not path.resolve().is_relative_to(root.resolve()):
                 result.append(f"{page.name}:{number}: no file {name}")
             elif heading and heading not in map(anchor, re.findall(r"^#+ (.*)", path.read_text(), re.MULTILINE)):
