@@ -6,12 +6,12 @@
 #   ./run-tests.sh release asan    only these legs, out of: release asan tsan clang fuzz install faults-long
 #   ./run-tests.sh --no-install    do not look for missing packages
 #
-# Legs: "release" runs every test of the optimised build in its long form, and the fault tests; "asan" (address and undefined
-# behaviour) and "tsan" (threads) run the tests under sanitizers, with the test peers of the release build; "clang" compiles
-# library and tool with the thread-safety analysis, each file by itself; "fuzz" runs each fuzz target for a short time; "install"
-# builds the Debian package and the static binary and tries them in bare trees of Debian 12 and 13, where debootstrap is
-# installed. The exit status is 0 only if everything passed. "faults-long" is no leg of CI: the fault tests with all rows, wider
-# windows and larger storms.
+# Legs: "release" runs every test of the optimised build in its long form, the fault tests, and the benchmarks in a short form;
+# "asan" (address and undefined behaviour) and "tsan" (threads) run the tests under sanitizers, with the test peers of the
+# release build; "clang" compiles library and tool with the thread-safety analysis, each file by itself; "fuzz" runs each fuzz
+# target for a short time; "install" builds the Debian package and the static binary and tries them in bare trees of Debian 12
+# and 13, where debootstrap is installed. The exit status is 0 only if everything passed. "faults-long" is no leg of CI: the
+# fault tests with all rows, wider windows and larger storms.
 set -u
 cd "$(dirname "$0")" || exit 1
 
@@ -130,8 +130,10 @@ for leg in asan tsan clang fuzz install faults-long; do
         echo "not run" > build/legs/$leg
     fi
 done
+benchmarks=OFF
+wanted release && benchmarks=ON
 say "release: build"
-if ! configure release -DFERRET_LEGS="${reported#;}" || ! build release; then
+if ! configure release -DFERRET_BENCH=$benchmarks -DFERRET_LEGS="${reported#;}" || ! build release; then
     exit 1
 fi
 
