@@ -16,6 +16,8 @@
 namespace {
 
 constexpr DDS_Duration_t kOutputWait{3, 0};
+/// Of one topic. Where there were more, those are forgotten that wrote longest ago: most of them are gone.
+constexpr int32_t kMostWriters = 4096;
 /// Lines of samples that were taken together are handed on in such pieces.
 constexpr size_t kMostTogether = 16 * 1024;
 /// Memory of longer lines is not kept for the next one.
@@ -66,8 +68,11 @@ bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
     const std::lock_guard<std::mutex> lock(writersMutex_);
     ++writerListVersion_;
     // The lines of a topic name topic and type already.
-    return writerList_.assert_node(scratch, guid, ip, nullptr, nullptr, entityName, endpointPartitions,
-                                   participantPartitions);
+    const bool recorded = writerList_.assert_node(scratch, guid, ip, nullptr, nullptr, entityName,
+                                                  endpointPartitions, participantPartitions);
+    while (writerList_.count > kMostWriters)
+        writerList_.remove_node(writerList_.head());
+    return recorded;
 }
 
 /// What is known of the writer of a sample, with the unknown GUID where that is nothing. Samples come in rows
@@ -80,8 +85,12 @@ const QuixSpyEndpointInfo& QuixSpyDataListener::writer_of(const DDS_SampleInfo& 
     lastWriter_.guid = RtpsGuid{};
     const std::lock_guard<std::mutex> lock(writersMutex_);
     lastWriterVersion_ = writerListVersion_;
-    const QuixSpyEndpointInfoNode* const known = writerList_.find_node(guid);
-    if (known != nullptr && !lastWriter_.copy_from(known->info, output_))
+    QuixSpyEndpointInfoNode* const known = writerList_.find_node(guid);
+    if (known == nullptr)
+        return lastWriter_;
+    writerList_.unlink(known); // to the end of those to forget
+    writerList_.append(known);
+    if (!lastWriter_.copy_from(known->info, output_))
         lastWriterVersion_ = 0; // the next sample tries again
     return lastWriter_;
 }

@@ -357,6 +357,30 @@ TEST_P(DataListener, NamesTheWriterItKnows) {
     EXPECT_EQ(available(), "12:25:30 New data         " + kUnknown) << "another writer of the participant";
 }
 
+// Writers come and go on a topic as long as the tool runs.
+TEST_P(DataListener, ForgetsTheWriterThatWroteLongestAgo) {
+    const auto record = [this](uint32_t number) {
+        RtpsGuid guid = kWriter;
+        guid.hostId = number;
+        ASSERT_TRUE(listener().record_writer(guid, "10.1.2.3", {}, {}, {}));
+    };
+    const auto knows = [this](uint32_t number) {
+        RtpsGuid guid = kWriter;
+        guid.hostId = number;
+        return listener().knows_writer(guid);
+    };
+    record(kWriter.hostId);
+    for (uint32_t number = 1; number < 4096; ++number)
+        record(0x02000000 + number);
+    untyped.infos = {sample()};
+    available(); // kWriter writes
+    record(0x03000000);
+    EXPECT_TRUE(knows(kWriter.hostId));
+    EXPECT_FALSE(knows(0x02000001));
+    EXPECT_TRUE(knows(0x02000002));
+    EXPECT_TRUE(knows(0x03000000));
+}
+
 TEST_P(DataListener, CannotKnowTheUnknownGuid) {
     bool recorded = true;
     EXPECT_EQ(printed_by([&] { recorded = listener().record_writer({}, "10.1.2.3", {}, {}, {}); }),
