@@ -68,13 +68,16 @@ def both(rows, floor):
     return {"ferret": [(x, row["value"]) for x, row in rows], floor: [(x, row["floor"]) for x, row in rows]}
 
 
+def shown(number):
+    return f"{number:,.0f}" if number >= 1000 else f"{number:.4g}"
+
+
 def table(rows):
-    lines = ["| what | `ferret` | floor | unit | ratio | target |", "|---|---|---|---|---|---|"]
+    lines = ["| table | what | `ferret` | floor | unit | ratio | target |", "|---|---|---|---|---|---|---|"]
     for row in rows:
         # Where nothing is compared, the floor is 1 of the unit.
-        ratio, floor = (f"{row['ratio']:.2f}", f"{row['floor']:,.4g}") if row["floor"] != 1 else ("", "")
-        value = f"{row['value']:,.0f}" if row["value"] >= 1000 else f"{row['value']:.4g}"
-        lines.append(f"| {row['name']} | {value} | {floor} | {row['unit']} | {ratio} | {row['target']} |")
+        ratio, floor = (f"{row['ratio']:.2f}", shown(row["floor"])) if row["floor"] != 1 else ("", "")
+        lines.append(f"| {row['table']} | {row['name']} | {shown(row['value'])} | {floor} | {row['unit']} | {ratio} | {row['target']} |")
     return "\n".join(lines)
 
 
