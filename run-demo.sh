@@ -11,7 +11,7 @@ fi
 # shellcheck disable=SC2086 # a list of packages
 cmake/install-packages.sh $PACKAGES || exit 1
 
-echo "building ferret (log: build/demo.log)"
+echo "building ferret, a minute on two processors (log: build/demo.log)"
 mkdir -p build
 launcher=
 command -v ccache > /dev/null && launcher=-DCMAKE_CXX_COMPILER_LAUNCHER=ccache
