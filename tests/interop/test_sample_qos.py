@@ -108,6 +108,8 @@ class SampleQos(harness.InteropTest):
 
     def test_participant_partitions(self):
         """A participant in another partition is not matched; one that announces the same is."""
+        if harness.options.peer_fastdds is not None and harness.release_of(harness.options.peer_fastdds)[:2] == (2, 6):
+            self.skipTest("Fast DDS 2.6 announces no properties of applications, so no partition of a participant either")
         spy = self.spy("-participantPartition", "P", mode="USER")
         everywhere = self.spy(mode="USER")
         inside, outside = self.fastdds(), self.fastdds()

@@ -193,14 +193,18 @@ constexpr CycloneType counted(const char* name, const dds_topic_descriptor_t& de
 
 // What an application announces that calls a type keyless which its type information says has a key.
 dds_topic_descriptor_t without_key(const dds_topic_descriptor_t& keyed) {
+    // Behind the operations of the members stands where the keys are. 11 wants neither that nor the flag of
+    // a key.
+    static std::vector<uint32_t> operations(keyed.m_ops, keyed.m_ops + keyed.m_keys[0].m_offset);
+    operations[0] &= ~static_cast<uint32_t>(DDS_OP_FLAG_KEY);
     return {keyed.m_size,
             keyed.m_align,
             keyed.m_flagset & ~(DDS_TOPIC_FIXED_KEY | DDS_TOPIC_FIXED_KEY_XCDR2),
             0,
             keyed.m_typename,
             nullptr,
-            keyed.m_nops,
-            keyed.m_ops,
+            static_cast<uint32_t>(operations.size()),
+            operations.data(),
             keyed.m_meta,
             keyed.type_information,
             keyed.type_mapping,

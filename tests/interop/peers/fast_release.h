@@ -219,6 +219,17 @@ void add_server(DiscoverySettings& settings, const char* prefix, const rtps::Loc
 #endif
 }
 
+// A property that the participant announces. False: this release announces none of an application.
+inline bool announce_property(dds::DomainParticipantQos& qos, const std::string& name,
+                              const std::string& value) {
+#if FASTDDS_VERSION_MAJOR == 2 && FASTDDS_VERSION_MINOR <= 6
+    return static_cast<void>(qos), static_cast<void>(name), static_cast<void>(value), false;
+#else
+    qos.properties().properties().emplace_back(name, value, true);
+    return true;
+#endif
+}
+
 // A stream of plain XCDR1 in this machine's byte order.
 class PlainStream final : public eprosima::fastcdr::Cdr {
   public:

@@ -115,8 +115,9 @@ class FastPeer final : public peers::Peer {
         const std::string data = command.text("user_data");
         qos.user_data().setValue({data.begin(), data.end()});
         for (const auto& [key, value] : command.values) {
-            if (key.rfind("property:", 0) == 0) {
-                qos.properties().properties().emplace_back(key.substr(9), value, true);
+            if (key.rfind("property:", 0) == 0 &&
+                !peers::fast::announce_property(qos, key.substr(9), value)) {
+                return "this release announces no properties of applications";
             }
         }
         participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(

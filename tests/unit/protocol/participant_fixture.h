@@ -52,7 +52,7 @@ class ParticipantTest : public ::testing::Test {
             writer.add_info_destination(prefix(1));
         fill(writer);
         received_bytes += writer.size();
-        participant->receive(writer.view(), udpv4(from, source_port), now());
+        participant->receive(writer.view(), udpv4(source_host != 0 ? source_host : from, source_port), now());
     }
     void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
         receive(from, [&](MessageWriter& writer) {
@@ -146,6 +146,7 @@ class ParticipantTest : public ::testing::Test {
     Count acknowledgements = 0;
     size_t received_bytes = 0;
     uint32_t source_port = 50000; // that others send from
+    uint8_t source_host = 0;      // 0: each from its own
     ParticipantConfig config;
     CapturedOutput output;
     Recorder recorder{[this](const GuidPrefix& p) { return config.is_own(p); }};

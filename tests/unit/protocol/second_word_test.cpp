@@ -197,6 +197,35 @@ TEST_F(SecondWordTest, AProcessThatComesBackWithItsPrefixIsAnotherLife) {
     EXPECT_EQ(recorder.participants.at(prefix(2)).properties, data.properties);
 }
 
+TEST_F(SecondWordTest, AnotherPersistenceGuidIsAnotherProcess) {
+    ParticipantData data = remote(2);
+    data.properties = {{"PID_PERSISTENCE_GUID", "01.0f.7f.01.31.02.d8.09.00.00.00.00|0.0.1.c1"}};
+    meet(data);
+    data.properties[0].value = "01.0f.7f.01.ad.02.dc.7d.00.00.00.00|0.0.1.c1";
+    send_data(2, entity::participant_writer, 1, encode(data));
+    expect_another_life();
+}
+
+// Every life of a process begins with number 1.
+TEST_F(SecondWordTest, WhatChangedUnderTheSameNumberInAnotherSocketOfTheHostIsAnotherLife) {
+    meet(remote(2));
+    ParticipantData data = known;
+    data.user_data = {1, 2, 3};
+    announce_from_elsewhere(data);
+    pass(kLongest, false);
+    expect_another_life();
+}
+
+TEST_F(SecondWordTest, WhatDiffersUnderTheSameNumberFromAnotherInterfaceIsNoChange) {
+    meet(remote(2));
+    ParticipantData data = known;
+    data.metatraffic_unicast.push_back(udpv4(22));
+    source_host = 22;
+    send_data(2, entity::participant_writer, 1, encode(data));
+    pass(seconds(1), false);
+    expect_nothing_happened();
+}
+
 TEST_F(SecondWordTest, ADelayedPacketOfTheLifeBeforeMakesNoDifference) {
     ParticipantData data = remote(2);
     data.properties = {{"fastdds.physical_data.process", "1"}};

@@ -8,8 +8,9 @@ namespace meridian::rtps {
 
 namespace {
 
-// What Fast DDS announces of the process a participant is in.
-constexpr const char* kProcessProperty = "fastdds.physical_data.process";
+// What Fast DDS announces of the process a participant is in. The second one only where the application chose
+// the prefix: the one that it would have had otherwise, which has numbers of the process in it.
+constexpr const char* kProcessProperties[] = {"fastdds.physical_data.process", "PID_PERSISTENCE_GUID"};
 
 const ByteBuffer* incarnation(const ParticipantData& data) {
     if (!(data.vendor == kOwnVendorId))
@@ -42,10 +43,12 @@ bool another_life(const ParticipantData& a, const ParticipantData& b) {
     const ByteBuffer* second = incarnation(b);
     if (first != nullptr && second != nullptr)
         return *first != *second;
-    const std::string* process_before = property(a, kProcessProperty);
-    const std::string* process_after = property(b, kProcessProperty);
-    if (process_before != nullptr && process_after != nullptr && *process_before != *process_after)
-        return true;
+    for (const char* name : kProcessProperties) {
+        const std::string* before = property(a, name);
+        const std::string* after = property(b, name);
+        if (before != nullptr && after != nullptr && *before != *after)
+            return true;
+    }
     if (!(a.vendor == b.vendor))
         return true;
     return !a.metatraffic_unicast.empty() && !b.metatraffic_unicast.empty() &&

@@ -12,6 +12,10 @@ namespace {
 
 constexpr int kRefusals = 2;
 
+bool is_other_socket_of_host(const Locator& a, const Locator& b) {
+    return a.kind == b.kind && a.address == b.address && a.port != b.port;
+}
+
 bool is_farewell(const Sample& sample) {
     return (sample.inline_qos.status_info & (kDisposed | kUnregistered)) != 0;
 }
@@ -90,8 +94,7 @@ void ParticipantDiscovery::on_repetition(Remote& remote, Announcement& repeated,
     if (repeated.source == remote.announced_from) {
         remote.is_steady = true;
         remote.sequence_number = repeated.number;
-    } else if (remote.is_steady && repeated.source.kind == remote.announced_from.kind &&
-               repeated.source.address == remote.announced_from.address &&
+    } else if (remote.is_steady && is_other_socket_of_host(repeated.source, remote.announced_from) &&
                !contains(remote.other_sources, repeated.source)) {
         repeated.data = remote.data;
         doubt(remote, repeated, now); // another socket of the same host
@@ -106,8 +109,10 @@ void ParticipantDiscovery::on_announcement(const Announcement& announced, Now no
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
-    // first that arrives counts: taking turns would look like changes.
+    // first that arrives counts: taking turns would look like changes. Each life of a process begins with the
+    // same number, but in a socket of its own.
     if (announced.number == remote->sequence_number && of_this_domain(*announced.data) &&
+        !is_other_socket_of_host(announced.source, remote->announced_from) &&
         !another_life(*remote->data, *announced.data))
         return;
     if (announced.source == remote->announced_from)
@@ -183,8 +188,7 @@ void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
         remove(remote.prefix(), GoneReason::disposed, now);
     } else {
         const bool is_other_socket =
-            remote.is_server || (settled->source.address == remote.announced_from.address &&
-                                 settled->source.port != remote.announced_from.port);
+            remote.is_server || is_other_socket_of_host(settled->source, remote.announced_from);
         take(remote, {settled->data, settled->payload, settled->number, settled->source}, is_other_socket,
              now);
     }
