@@ -59,6 +59,10 @@ class Run {
         publication.type_name = "T";
         const rtps::ByteView information = input_.take(input_.next() * 2u);
         publication.type_information.assign(information.begin(), information.end());
+        if (information.empty()) { // then it may announce its type whole
+            const rtps::ByteView object = input_.take(input_.next() * 2u);
+            publication.type_object.assign(object.begin(), object.end());
+        }
         publication.raw_endianness = (event & 32) != 0 ? rtps::Endianness::big : rtps::Endianness::little;
         const TypeResolver::Asker asker = event >> 3 & 1u;
         if (resolver_.resolve(publication, (event & 16) == 0, now_, asker))
@@ -98,6 +102,7 @@ class Run {
             TypeLookupRequest message;
             message.asked = request.asked;
             message.hashes = request.hashes;
+            message.form = request.form;
             require(!encode(message).empty());
         }
     }

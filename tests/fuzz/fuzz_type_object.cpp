@@ -29,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     TypeHash any;
     any.kind = tk::kComplete;
     std::string reason;
-    if (whole.add_plain(any, bytes) == TypeLibrary::Added::yes)
+    TypeObject plain;
+    if (decode_plain(bytes, plain) && whole.add(any, plain, bytes.size()) == TypeLibrary::Added::yes)
         whole.build(TypeIdentifier::of(any), reason);
     TypeHash hash;
     for (uint8_t kind : {tk::kMinimal, tk::kComplete}) {

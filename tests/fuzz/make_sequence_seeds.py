@@ -99,6 +99,36 @@ def replied(mapping, request):
     return bytes((64 + 4 * (request - 1),)) + struct.pack(">H", len(payload)) + payload
 
 
+def payloads(name, kind):
+    """The payloads of these datagrams of a recording: what stands in their last submessages with data."""
+    text = (UNIT / "types" / "data" / f"{name}.recording").read_text()
+    for block in re.findall(rf"(?m)^@{kind}\n([0-9a-f \n]+)", text):
+        datagram = bytes.fromhex(block)
+        start = re.search(rb"\x15\x05(..)\0\0\x10\0", datagram, re.S)
+        size = struct.unpack("<H", start[1])[0]
+        yield datagram[start.end() - 4 + 20:start.start() + 4 + size]
+
+
+def parameter(payload, number):
+    at = 4
+    while at < len(payload):
+        found, size = struct.unpack_from("<HH", payload, at)
+        if found == number:
+            return payload[at + 4:at + 4 + size]
+        at += 4 + size
+
+
+def plain_lookups():
+    """What Fast DDS 2 says: information with its replies, and whole types, the inner one behind the outer one."""
+    [publication] = payloads("fast29_plain", "publication")
+    content = announced(0, parameter(publication, 0x75))
+    for request, payload in enumerate(payloads("fast29_plain", "reply"), start=1):
+        content += bytes((64 + 4 * (request - 1),)) + struct.pack(">H", len(payload)) + payload
+    yield "plain_asked", content
+    inner, outer = (announced(0, parameter(publication, 0x72)) for publication in payloads("fast29_inner", "publication"))
+    yield "plain_whole", b"\0\0" + outer[1:] + b"\4\0" + inner[1:] + bytes((225,))
+
+
 def lookups():
     for maker in ("cyclone", "fastdds"):
         text = (UNIT / "types" / "data" / f"{maker}.corpus").read_text()
@@ -114,5 +144,5 @@ def lookups():
 
 for name, content in conversations():
     store("fuzz_participant", name, content)
-for name, content in lookups():
+for name, content in (*lookups(), *plain_lookups()):
     store("fuzz_type_lookup", name, content)

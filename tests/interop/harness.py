@@ -228,8 +228,8 @@ class Process:
 class Peer(Process):
     """A scriptable application of another maker; peers/README.md lists its commands."""
 
-    def __init__(self, network, program, env=None):
-        super().__init__(network, [str(program)], env)
+    def __init__(self, network, program, *arguments, env=None):
+        super().__init__(network, [str(program), *arguments], env)
         self.guids = {}
 
     def send(self, command):
@@ -441,7 +441,7 @@ class InteropTest(unittest.TestCase):
             (f"<Tag>{tag}</Tag>" if tag else "") + "<ParticipantIndex>auto</ParticipantIndex>" + \
             ("<Peers>" + "".join(f'<Peer Address="{peer}"/>' for peer in peers) + "</Peers>" if peers else "")
         uri = f"<CycloneDDS><Domain><General>{config}</General><Discovery>{discovery}</Discovery>{extra}</Domain></CycloneDDS>"
-        return self.keep(Peer(network or self.network, program, {"CYCLONEDDS_URI": uri}))
+        return self.keep(Peer(network or self.network, program, env={"CYCLONEDDS_URI": uri}))
 
     def fastdds(self, network=None):
         if options.peer_fastdds is None:
@@ -454,11 +454,11 @@ class InteropTest(unittest.TestCase):
             self.skipTest("built without Fast DDS")
         return self.keep(Peer(network or self.network, options.peer_ros))
 
-    def dynamic(self, network=None):
+    def dynamic(self, *arguments, network=None):
         """A publisher of types that Fast DDS announces; see peers/peer_dynamic.cpp."""
         if options.peer_dynamic is None:
             self.skipTest("built without Fast DDS")
-        return self.keep(Peer(network or self.network, options.peer_dynamic))
+        return self.keep(Peer(network or self.network, options.peer_dynamic, *arguments))
 
     def ddsperf(self, *arguments, network=None):
         if options.ddsperf is None:

@@ -50,14 +50,23 @@ def strict(text):
 
 
 class DynamicTypes(harness.InteropTest):
-    def check(self, definitions, samples=3):
-        spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
-        peer = self.dynamic()
-        names = [definition.split()[0] for definition in definitions]
+    def check(self, definitions, *arguments, samples=3, unwritten=()):
+        spy = self.watch()
+        peer = self.dynamic(*arguments)
+        names = [definition.split()[0] for definition in definitions if definition not in unwritten]
+        self.make(peer, definitions, names)
+        self.compare(spy, peer, names, samples)
+
+    def watch(self):
+        return self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
+
+    def make(self, peer, definitions, names):
         for definition in definitions:
             peer.do(f"struct {definition}")
         for name in names:
             peer.do(f"writer {name}")
+
+    def compare(self, spy, peer, names, samples=3):
         for name in names:
             peer.do(f"matched {name}", limit=40 * harness.SLOWNESS)
         for name in names:
@@ -74,12 +83,26 @@ class DynamicTypes(harness.InteropTest):
     def test_what_is_not_announced_is_told(self):
         if self.is_new():
             self.skipTest("Fast DDS 3 tells all of a type")
-        spy, peer = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None), self.dynamic()
+        spy, peer = self.watch(), self.dynamic()
         for command in ("struct Inner a=int32", "struct Outer inner=Inner b=string", "writer Outer", "matched Outer", "write Outer"):
             peer.do(command, limit=40 * harness.SLOWNESS)
         spy.wait_for_line(r'New data .* topic="Outer" type="Outer"$')
         spy.wait_for_line("topic 'Outer' is shown without contents: .* what was announced of it cannot be used")
         self.assertEqual(spy.interrupt()[0], 1, spy.story())
+
+    def test_structures_of_other_topics(self):
+        """What is inside of a type is announced with topics of its own, before it and behind it."""
+        nested = [definition for definition in STRUCTURES if not re.search(r"=[A-Z]\w*\[", definition)]
+        self.check(nested)
+        peer, names = self.dynamic(), [definition.split()[0] for definition in reversed(nested)]
+        self.make(peer, nested, names)
+        self.compare(self.watch(), peer, names)
+
+    def test_structures_that_are_asked_for(self):
+        """Fast DDS 2 tells them in a form of its own, where the application has the service."""
+        self.check(["Time sec=int32 nanosec=uint32", "Header stamp=Time frame_id=string",
+                    "Stamped header=Header value=float64 values=int16[]", "Twice first=Header second=Stamped"],
+                   "answers", unwritten=("Time sec=int32 nanosec=uint32", "Header stamp=Time frame_id=string"))
 
     def is_new(self):
         if harness.options.peer_dynamic is None or harness.options.peer_fastdds is None:

@@ -1,5 +1,6 @@
 // Publishes types that are made at run time on Fast DDS, which announces them. Prints what it writes as JSON.
-// Reads one command per line:
+// With the argument "answers" it has the type lookup service, which Fast DDS 2 does not have unless it is
+// told so. Reads one command per line:
 //
 //   struct NAME [mutable] MEMBER=KIND ...   a type; a kind is bool, byte, char, int16, int32, uint32, int64,
 //   float32,
@@ -138,8 +139,11 @@ class Structure final : public Kind {
 
 class Application {
   public:
-    Application() {
+    explicit Application([[maybe_unused]] bool answers) {
         dds::DomainParticipantQos qos;
+#if FASTDDS_VERSION_MAJOR < 3
+        qos.wire_protocol().builtin.typelookup_config.use_server = answers;
+#endif
         qos.transport().use_builtin_transports = false;
         qos.transport().user_transports.push_back(
             std::make_shared<peers::fast::transport::UDPv4TransportDescriptor>());
@@ -261,8 +265,8 @@ class Application {
 
 } // namespace
 
-int main() {
-    Application application;
+int main(int argc, char** argv) {
+    Application application(argc > 1 && std::string(argv[1]) == "answers");
     for (std::string line; std::getline(std::cin, line);) {
         std::istringstream words(line);
         std::string verb;

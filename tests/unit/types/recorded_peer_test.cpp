@@ -33,9 +33,11 @@ rtps::Data data_of(const rtps::ByteBuffer& datagram, rtps::Collector& collector)
 }
 
 struct Recording {
-    rtps::EndpointData publication;
+    std::vector<rtps::EndpointData> publications;
+    rtps::EndpointData publication;         // the last one
     std::vector<rtps::ByteBuffer> requests; // the payloads
     std::vector<TypeLookupReply> replies;
+    std::vector<rtps::ByteBuffer> reply_payloads;
     rtps::ByteBuffer sample;                                 // the payload
     std::string contents;                                    // what the peer wrote, as JSON
     std::vector<std::shared_ptr<rtps::Collector>> datagrams; // the replies point into them
@@ -64,11 +66,13 @@ Recording read_recording(const std::string& name) {
             const auto decoded = rtps::decode_endpoint(data.payload, true, error);
             EXPECT_TRUE(decoded) << error;
             recording.publication = decoded.value_or(rtps::EndpointData());
+            recording.publications.push_back(recording.publication);
         } else if (kind == "request") {
             recording.requests.emplace_back(data.payload.begin(), data.payload.end());
         } else if (kind == "reply") {
             recording.replies.emplace_back();
             EXPECT_TRUE(decode(data.payload, recording.replies.back()));
+            recording.reply_payloads.emplace_back(data.payload.begin(), data.payload.end());
         } else {
             EXPECT_EQ(kind, "sample");
             recording.sample.assign(data.payload.data, data.payload.data + data.payload.size);
@@ -98,17 +102,18 @@ std::string contents_of(const TypeRef& type, const rtps::ByteBuffer& sample) {
     return json.text;
 }
 
-/// What stands behind the encapsulation header, the writer and the sequence number of a request, padded as it
-/// is sent.
+/// A request without its writer and sequence number, padded as it is sent.
 rtps::ByteBuffer call_of(rtps::ByteBuffer request) {
-    constexpr std::ptrdiff_t kIdentity = 4 + 16 + 8;
+    const std::ptrdiff_t headers = request[1] == 3 ? 8 : 4; // the plain form has two
     request.resize(request.size() + rtps::padding_to(request.size(), 4));
-    return {request.begin() + kIdentity, request.end()};
+    request.erase(request.begin() + headers, request.begin() + headers + 16 + 8);
+    return request;
 }
 
 std::ptrdiff_t count_of(const TypeHash& hash, const TypeLookupReply& reply) {
-    return std::count_if(reply.types.begin(), reply.types.end(),
-                         [&hash](const TypeObjectPair& pair) { return pair.id.hash == hash; });
+    const auto is_asked = [&hash](const auto& pair) { return pair.id.hash == hash; };
+    return std::count_if(reply.types.begin(), reply.types.end(), is_asked) +
+           std::count_if(reply.plain_types.begin(), reply.plain_types.end(), is_asked);
 }
 
 class RecordedPeer : public ::testing::TestWithParam<const char*> {
@@ -124,7 +129,7 @@ class RecordedPeer : public ::testing::TestWithParam<const char*> {
             const auto requests = resolver->take_requests();
             ASSERT_EQ(requests.size(), 1u) << "round " << i;
             EXPECT_EQ(requests[0].asked, recording.publication.participant);
-            EXPECT_EQ(call_of(encode({{}, 0, requests[0].asked, requests[0].hashes})),
+            EXPECT_EQ(call_of(encode({{}, 0, requests[0].asked, requests[0].hashes, requests[0].form})),
                       call_of(recording.requests[i]))
                 << "round " << i;
             for (const TypeHash& asked : requests[0].hashes)
@@ -250,10 +255,6 @@ TEST(RecordedWholeType, ShowsWhatWasWrittenWithoutLookup) {
         EXPECT_FALSE(cut->type) << size;
         EXPECT_EQ(cut->why, DDS_TYPE_CODE_UNUSABLE) << size;
     }
-    changed.type_object.clear();
-    const auto identifiers_alone = resolver.resolve(changed, true, now);
-    ASSERT_TRUE(identifiers_alone);
-    EXPECT_EQ(identifiers_alone->why, DDS_TYPE_CODE_UNUSABLE);
     settings.max_type_size = 100;
     TypeResolver narrow(settings);
     const auto refused = narrow.resolve(recording.publication, true, now);
@@ -261,6 +262,139 @@ TEST(RecordedWholeType, ShowsWhatWasWrittenWithoutLookup) {
     EXPECT_EQ(refused->why, DDS_TYPE_CODE_TOO_LARGE);
 }
 
+/// Types of 2.9 that are announced whole, one of which is in the other.
+class RecordedInner : public ::testing::Test {
+  protected:
+    TypeResolver::Answer announce(rtps::EndpointData publication) {
+        return resolver.resolve(publication, false, now);
+    }
+
+    const Recording recording = read_recording("fast29_inner");
+    const rtps::EndpointData& inner = recording.publications[0];
+    const rtps::EndpointData& outer = recording.publications[1];
+    TypeResolver resolver{TypeResolver::Settings()};
+    rtps::MonotonicTime now{milliseconds(1000)};
+};
+
+TEST_F(RecordedInner, IsTakenFromAnEarlierTopicOfTheParticipant) {
+    ASSERT_TRUE(announce(inner));
+    const auto answer = announce(outer);
+    ASSERT_TRUE(answer);
+    ASSERT_TRUE(answer->type);
+    EXPECT_EQ(contents_of(answer->type, recording.sample), recording.contents);
+    EXPECT_EQ(resolver.next_deadline(), rtps::kNever);
+}
+
+TEST_F(RecordedInner, IsTakenFromALaterTopicThatComesAtOnce) {
+    EXPECT_FALSE(announce(outer));
+    EXPECT_FALSE(announce(outer)) << "that the writer is announced anew changes nothing";
+    ASSERT_TRUE(announce(inner));
+    const auto outcomes = resolver.take_outcomes();
+    ASSERT_EQ(outcomes.size(), 1u);
+    EXPECT_EQ(outcomes[0].endpoint, outer.guid);
+    EXPECT_EQ(contents_of(outcomes[0].type, recording.sample), recording.contents);
+    EXPECT_EQ(resolver.next_deadline(), rtps::kNever);
+}
+
+TEST_F(RecordedInner, IsNotAwaitedForLong) {
+    EXPECT_FALSE(announce(outer));
+    now += TypeResolver::Settings().retry;
+    resolver.on_timer(now);
+    const auto outcomes = resolver.take_outcomes();
+    ASSERT_EQ(outcomes.size(), 1u);
+    EXPECT_FALSE(outcomes[0].type);
+    EXPECT_EQ(outcomes[0].why, DDS_TYPE_CODE_UNUSABLE);
+    // A writer that comes later finds what has come meanwhile.
+    ASSERT_TRUE(announce(inner));
+    rtps::EndpointData second = outer;
+    second.guid.entity = rtps::EntityId{0x903};
+    const auto answer = announce(second);
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->type);
+}
+
+TEST_F(RecordedInner, IsNotTakenFromAnotherParticipant) {
+    rtps::EndpointData foreign = inner;
+    foreign.guid.prefix.bytes[11] ^= 1;
+    ASSERT_TRUE(announce(foreign));
+    EXPECT_FALSE(announce(outer)) << "nothing says that it is the same";
+    resolver.participant_gone(foreign.guid.prefix, now);
+    ASSERT_TRUE(announce(inner));
+    EXPECT_EQ(resolver.take_outcomes().size(), 1u);
+}
+
+TEST_F(RecordedInner, GoesWithItsParticipant) {
+    const size_t used = MemoryBudget::of_process().used();
+    EXPECT_FALSE(announce(outer));
+    ASSERT_TRUE(announce(inner));
+    EXPECT_EQ(resolver.take_outcomes().size(), 1u);
+    EXPECT_GT(MemoryBudget::of_process().used(), used);
+    resolver.participant_gone(inner.guid.prefix, now);
+    EXPECT_EQ(MemoryBudget::of_process().used(), used);
+    EXPECT_FALSE(announce(outer)) << "nothing is left of it";
+    resolver.participant_gone(outer.guid.prefix, now);
+    EXPECT_EQ(resolver.take_outcomes().size(), 1u) << "nobody else can tell it";
+    EXPECT_EQ(MemoryBudget::of_process().used(), used);
+    EXPECT_FALSE(announce(outer)) << "it is back";
+    ASSERT_TRUE(announce(inner));
+    EXPECT_EQ(resolver.take_outcomes().size(), 1u);
+}
+
+TEST(RecordedPlainInformation, EveryPrefixAndBitFlipIsReadOrRefused) {
+    const Recording recording = read_recording("fast29_plain");
+    const rtps::ByteBuffer& bytes = recording.publication.type_information;
+    TypeInformation information;
+    ASSERT_TRUE(decode(bytes, rtps::Endianness::big, information)) << "its header tells the byte order";
+    EXPECT_EQ(information.form, TypeObjectForm::plain);
+    EXPECT_EQ(information.best(), &information.complete);
+    EXPECT_EQ(information.complete.type.serialized_size, 0xbcu);
+    ASSERT_EQ(information.complete.dependencies.size(), 3u);
+    EXPECT_EQ(information.complete.total_size(), 0xbcu + 0x80u);
+    EXPECT_EQ(information.minimal.total_size(), 0x4au + 0x24u);
+    for (size_t size = 0; size < bytes.size(); ++size)
+        EXPECT_FALSE(decode({bytes.data(), size}, rtps::Endianness::little, information)) << size;
+    for (size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+        rtps::ByteBuffer flipped = bytes;
+        flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1u << bit % 8));
+        decode(flipped, rtps::Endianness::little, information);
+    }
+}
+
+TEST(RecordedPlainReply, EveryPrefixAndBitFlipIsReadOrRefused) {
+    const Recording recording = read_recording("fast29_plain");
+    for (const rtps::ByteBuffer& payload : recording.reply_payloads) {
+        TypeLookupReply reply;
+        for (size_t size = 0; size + 8 < payload.size(); ++size)
+            EXPECT_FALSE(decode({payload.data(), size}, reply)) << size;
+        for (size_t bit = 0; bit < payload.size() * 8; ++bit) {
+            rtps::ByteBuffer flipped = payload;
+            flipped[bit / 8] = static_cast<uint8_t>(flipped[bit / 8] ^ (1u << bit % 8));
+            decode(flipped, reply);
+        }
+    }
+}
+
+TEST(RecordedPlainReply, IsNotTakenForAnAnswerInTheOtherForm) {
+    // Its objects cannot be checked, so they must not serve types that all participants share.
+    const Recording plain = read_recording("fast29_plain");
+    const Recording other = read_recording("fast31_final");
+    TypeResolver::Settings settings;
+    settings.max_type_size = 100000;
+    TypeResolver resolver(settings);
+    const rtps::MonotonicTime now{milliseconds(1000)};
+    EXPECT_FALSE(resolver.resolve(other.publication, true, now));
+    const auto requests = resolver.take_requests();
+    ASSERT_EQ(requests.size(), 1u);
+    TypeLookupReply forged = plain.replies[0];
+    forged.request_number = requests[0].number;
+    forged.plain_types[0].id = TypeIdentifier::of(requests[0].hashes[0]);
+    resolver.take(forged, other.publication.participant, now);
+    EXPECT_TRUE(resolver.take_requests().empty());
+    EXPECT_TRUE(resolver.take_outcomes().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(FastDds29, RecordedPeer, ::testing::Values("fast29_plain"),
+                         [](const auto& named) { return std::string(named.param); });
 INSTANTIATE_TEST_SUITE_P(FastDds31, RecordedPeer,
                          ::testing::Values("fast31_final", "fast31_appendable", "fast31_mutable"),
                          [](const auto& named) { return std::string(named.param); });

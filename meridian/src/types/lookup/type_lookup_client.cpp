@@ -123,6 +123,7 @@ void TypeLookupClient::send(TypeResolver::Request request) {
         message.sequence_number = request.number;
         message.asked = request.asked;
         message.hashes = request.hashes;
+        message.form = request.form;
         const rtps::ByteBuffer payload = encode(message);
         rtps::WriteRequest write;
         write.payload = payload;

@@ -19,6 +19,8 @@ using rtps::Endianness;
 
 /// Discriminator of the operation, formed of its name.
 constexpr uint32_t kGetTypes = 0x018252d3;
+/// What Fast DDS 2 has in its place.
+constexpr uint32_t kPlainGetTypes = 0xd35282d1;
 /// Length code of an EMHEADER that is followed by the length.
 constexpr uint32_t kLengthFollows = 4u << 28;
 
@@ -38,13 +40,26 @@ class Length {
     size_t start_ = 0;
 };
 
-bool begin(rtps::ByteView payload, ByteReader& reader) {
+void write_identifiers(ByteWriter& writer, const std::vector<TypeHash>& hashes) {
+    writer.write(static_cast<uint32_t>(hashes.size()));
+    for (const TypeHash& hash : hashes)
+        write(writer, TypeIdentifier::of(hash));
+}
+
+bool begin(rtps::ByteView payload, ByteReader& reader, TypeObjectForm& form) {
     rtps::Encapsulation encapsulation;
     rtps::ByteView body;
     if (!rtps::read_encapsulation(payload, encapsulation, body))
         return false;
     reader = ByteReader(body, encapsulation.endianness(), rtps::kXcdr2MaxAlignment);
     switch (encapsulation.encoding()) {
+        case rtps::Encoding::pl_cdr: // it holds no parameters, but the same with a header of its own
+            form = TypeObjectForm::plain;
+            if (!rtps::read_encapsulation(body, encapsulation, body) ||
+                encapsulation.encoding() != rtps::Encoding::cdr)
+                return false;
+            reader = ByteReader(body, encapsulation.endianness(), rtps::kXcdr1MaxAlignment);
+            return true;
         case rtps::Encoding::cdr2:
             return true;
         case rtps::Encoding::delimited_cdr2: {
@@ -71,6 +86,15 @@ bool skip_delimiter(ByteReader& reader) {
     return true;
 }
 
+/// The rest of a reply of Fast DDS 2, behind the identity of the request: it has the header of a request.
+bool read_plain_reply(ByteReader& reader, TypeLookupReply& reply) {
+    rtps::ByteView instance_name;
+    uint32_t operation = 0;
+    return reader.read_octets(instance_name) && reader.read(operation) && operation == kPlainGetTypes &&
+           reader.read(reply.exception) &&
+           (reply.exception != 0 || read_plain_pairs(reader, reply.plain_types));
+}
+
 bool read_operation(ByteReader& reader) {
     uint32_t operation = 0;
     return skip_delimiter(reader) && reader.read(operation) && operation == kGetTypes;
@@ -90,12 +114,20 @@ std::string type_lookup_instance_name(const rtps::GuidPrefix& participant) {
 }
 
 rtps::ByteBuffer encode(const TypeLookupRequest& request) {
+    const bool plain = request.form == TypeObjectForm::plain;
     rtps::ByteBuffer bytes;
-    rtps::write_encapsulation(bytes, rtps::Encoding::cdr2, Endianness::little);
-    ByteWriter writer(bytes, Endianness::little, rtps::kXcdr2MaxAlignment);
+    if (plain)
+        rtps::write_encapsulation(bytes, rtps::Encoding::pl_cdr, Endianness::little);
+    rtps::write_encapsulation(bytes, plain ? rtps::Encoding::cdr : rtps::Encoding::cdr2, Endianness::little);
+    ByteWriter writer(bytes, Endianness::little, plain ? rtps::kXcdr1MaxAlignment : rtps::kXcdr2MaxAlignment);
     write_element(writer, request.writer);
     write_element(writer, request.sequence_number);
     writer.write_string(type_lookup_instance_name(request.asked));
+    if (plain) {
+        writer.write(kPlainGetTypes);
+        write_identifiers(writer, request.hashes);
+        return bytes;
+    }
 
     const Length call(writer);
     writer.write(kGetTypes);
@@ -103,20 +135,22 @@ rtps::ByteBuffer encode(const TypeLookupRequest& request) {
     writer.write(kLengthFollows | hashed_member_id("type_ids"));
     const Length member(writer);
     const Length sequence(writer);
-    writer.write(static_cast<uint32_t>(request.hashes.size()));
-    for (const TypeHash& hash : request.hashes)
-        write(writer, TypeIdentifier::of(hash));
+    write_identifiers(writer, request.hashes);
     return bytes;
 }
 
 bool decode(rtps::ByteView payload, TypeLookupReply& reply) {
     ByteReader reader;
-    if (!begin(payload, reader))
+    TypeObjectForm form = TypeObjectForm::xcdr2;
+    if (!begin(payload, reader, form))
         return false;
     reply = {};
     reply.endianness = reader.endianness();
-    if (!read_element(reader, reply.request_writer) || !read_element(reader, reply.request_number) ||
-        !reader.read(reply.exception))
+    if (!read_element(reader, reply.request_writer) || !read_element(reader, reply.request_number))
+        return false;
+    if (form == TypeObjectForm::plain)
+        return read_plain_reply(reader, reply);
+    if (!reader.read(reply.exception))
         return false;
     if (reply.exception != 0)
         return true;

@@ -1,7 +1,8 @@
 #pragma once
 
 // Messages of the type lookup service (OMG DDS-XTypes 1.3, 7.6.3.3): requests for type objects by hash, and
-// the replies. Pure functions.
+// the replies. Fast DDS 2 has a form of its own: classic CDR behind two encapsulation headers. Pure
+// functions.
 
 #include <string>
 #include <vector>
@@ -19,6 +20,8 @@ struct TypeLookupRequest {
     /// The participant that is asked; it stands in the instance name, and some peers only answer to theirs.
     rtps::GuidPrefix asked;
     std::vector<TypeHash> hashes;
+    /// Of the message, and of the type objects that are asked for.
+    TypeObjectForm form = TypeObjectForm::xcdr2;
 };
 
 struct TypeLookupReply {
@@ -26,7 +29,8 @@ struct TypeLookupReply {
     rtps::SequenceNumber request_number = 0;
     /// 0: the service did what it was asked; types may still be missing from the answer.
     int32_t exception = 0;
-    std::vector<TypeObjectPair> types; // the objects point into the payload
+    std::vector<TypeObjectPair> types;        // the objects point into the payload
+    std::vector<PlainTypeObject> plain_types; // those of a reply in the plain form
     rtps::Endianness endianness = rtps::Endianness::little;
 };
 

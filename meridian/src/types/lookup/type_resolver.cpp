@@ -39,22 +39,45 @@ TypeResolver::Charge TypeResolver::charge(const Peer& peer, size_t bytes) {
 
 // -- Publications
 
+std::optional<TypeResolver::Announced> TypeResolver::announced_by(const rtps::EndpointData& publication) {
+    Announced announced;
+    TypeInformation information;
+    const TypeIdentifierWithDependencies* named = nullptr;
+    if (decode(publication.type_information, publication.raw_endianness, information))
+        named = information.best();
+    announced.is_plain = named == nullptr || information.form == TypeObjectForm::plain;
+    announced.is_whole = announced.is_plain && !publication.type_object.empty();
+    if (announced.is_whole) {
+        // Types whose members are alike may have one hash: the bytes tell them apart.
+        announced.root = TypeIdentifier::of(hash_of(publication.type_object, true));
+        announced.size = publication.type_object.size();
+        announced.key = key_of(announced.root);
+        if (information.complete.type.id.is_hashed())
+            announced.root = information.complete.type.id;
+    } else if (named != nullptr) {
+        announced.root = named->type.id;
+        announced.size = named->total_size();
+        announced.key = key_of(announced.root);
+    } else {
+        return std::nullopt;
+    }
+    if (announced.is_plain) {
+        const auto& prefix = publication.guid.prefix.bytes;
+        announced.key.insert(announced.key.end(), prefix.begin(), prefix.end());
+    }
+    return announced;
+}
+
 TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
                                            rtps::MonotonicTime now, Asker asker) {
     const Waiter waiter{publication.guid, asker};
-    TypeInformation information;
-    if (publication.type_information.empty() ||
-        !decode(publication.type_information, publication.raw_endianness, information) ||
-        information.best() == nullptr) {
+    std::optional<Announced> announced = announced_by(publication);
+    if (!announced) {
         forget(waiter);
-        if (!publication.type_object.empty())
-            return whole_type(publication, now, asker);
-        if (!publication.type_information.empty())
-            return Result{{}, DDS_TYPE_CODE_UNUSABLE};
-        return Result{{}, DDS_TYPE_CODE_NOT_ANNOUNCED};
+        return Result{
+            {}, publication.type_information.empty() ? DDS_TYPE_CODE_NOT_ANNOUNCED : DDS_TYPE_CODE_UNUSABLE};
     }
-    const TypeIdentifierWithDependencies& announced = *information.best();
-    const Key key = key_of(announced.type.id);
+    const Key& key = announced->key;
     const rtps::GuidPrefix& participant = publication.guid.prefix;
     Peer& peer = peers_[participant];
     peer.askers.insert(asker);
@@ -78,8 +101,10 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     const auto resolved = resolved_.find(key);
     if (resolved != resolved_.end())
         return resolved->second.result;
-    if (is_too_large(announced.total_size(), publication.type_name, participant, now))
+    if (is_too_large(announced->size, publication.type_name, participant, now))
         return keep(key, participant, {{}, DDS_TYPE_CODE_TOO_LARGE});
+    if (announced->is_whole && by_key_.count(key) == 0 && !take_whole(publication, *announced, now))
+        return keep(key, participant, {{}, DDS_TYPE_CODE_UNUSABLE});
 
     const auto again = by_key_.find(key); // it may have ended with its last waiter
     const bool is_new = again == by_key_.end();
@@ -87,7 +112,9 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     Lookup& lookup = lookups_[id];
     if (is_new) {
         lookup.key = key;
-        lookup.root = announced.type.id;
+        lookup.root = announced->root;
+        lookup.plain = announced->is_plain ? peer.plain : nullptr;
+        lookup.is_whole = announced->is_whole;
         lookup.name = publication.type_name;
         lookup.announcer = participant;
         lookup.charge = charge(peer, kEntrySize + 2 * key.size() + lookup.name.size());
@@ -96,7 +123,9 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     if (can_be_asked && lookup.charge != nullptr)
         add_source(id, lookup, participant);
     lookup.waiting.insert(waiter);
-    waits_[waiter] = {id, rtps::later(now, settings_.give_up)};
+    // What is missing of types of the plain form may stand in the next announcements.
+    const bool may_come = announced->is_plain && lookup.sources.empty();
+    waits_[waiter] = {id, rtps::later(now, may_come ? settings_.retry : settings_.give_up)};
     give_ups_.emplace(waits_[waiter].until, waiter);
     // Nothing needs to be requested where the identifier is the whole type, or its parts are known from
     // other types.
@@ -105,7 +134,7 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     else
         ask(id, lookup); // all who could be asked may have left
     send(now);
-    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty()) {
+    if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty() && !may_come) {
         // Nobody offers it, or they left meanwhile.
         finish(id, {{}, silent != peer.silent.end() ? silent->second.why : DDS_TYPE_CODE_NOT_TOLD});
     }
@@ -119,27 +148,47 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     return result;
 }
 
-TypeResolver::Result TypeResolver::whole_type(const rtps::EndpointData& publication, rtps::MonotonicTime now,
-                                              Asker asker) {
-    // Makers form the hash of this form in ways of their own; here it only tells it from others.
-    const TypeHash hash = hash_of(publication.type_object, true);
-    const Key key = key_of(TypeIdentifier::of(hash));
-    const rtps::GuidPrefix& participant = publication.guid.prefix;
-    peers_[participant].askers.insert(asker);
-    const auto resolved = resolved_.find(key);
-    if (resolved != resolved_.end())
-        return resolved->second.result;
-    if (is_too_large(publication.type_object.size(), publication.type_name, participant, now))
-        return keep(key, participant, {{}, DDS_TYPE_CODE_TOO_LARGE});
-    TypeLibrary library;
-    std::string error = "it is malformed";
-    Result result{{}, DDS_TYPE_CODE_UNUSABLE};
-    if (library.add_plain(hash, publication.type_object) == TypeLibrary::Added::yes)
-        result.type = library.build(TypeIdentifier::of(hash), error);
-    if (!result)
+bool TypeResolver::take_whole(const rtps::EndpointData& publication, Announced& announced,
+                              rtps::MonotonicTime now) {
+    Peer& peer = peers_.at(publication.guid.prefix);
+    if (peer.plain->library.has(announced.root.hash))
+        announced.root = TypeIdentifier::of(hash_of(publication.type_object, true));
+    if (peer.plain->library.has(announced.root.hash))
+        return true;
+    TypeObject object;
+    const char* problem = nullptr;
+    if (!decode_plain(publication.type_object, object))
+        problem = "it is malformed";
+    else if (!add_plain(peer, announced.root.hash, std::move(object), publication.type_object.size(), now))
+        problem = "no memory is left for it";
+    if (problem != nullptr)
         MERIDIAN_LOG_WARNING("discovery", "type \"%s\" as it was announced cannot be used: %s",
-                             publication.type_name.c_str(), error.c_str());
-    return keep(key, participant, result);
+                             publication.type_name.c_str(), problem);
+    return problem == nullptr;
+}
+
+bool TypeResolver::add_plain(Peer& peer, const TypeHash& hash, TypeObject object, size_t size,
+                             rtps::MonotonicTime now) {
+    const std::shared_ptr<PlainTypes> plain = peer.plain;
+    Charge charged = charge(peer, kEntrySize + memory_of(object));
+    if (charged == nullptr || plain->library.add(hash, std::move(object), size) != TypeLibrary::Added::yes)
+        return false;
+    plain->charges.push_back(std::move(charged));
+    std::vector<LookupId> awaiting;
+    for (auto at = plain->awaited.lower_bound({hash, 0}); at != plain->awaited.end() && at->first == hash;
+         ++at)
+        awaiting.push_back(at->second);
+    for (const LookupId id : awaiting)
+        advance(id, now);
+    return true;
+}
+
+void TypeResolver::await(LookupId id, Lookup& lookup, std::optional<TypeHash> missing) {
+    if (lookup.awaits)
+        lookup.plain->awaited.erase({*lookup.awaits, id});
+    if (missing)
+        lookup.plain->awaited.insert({*missing, id});
+    lookup.awaits = missing;
 }
 
 void TypeResolver::add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant) {
@@ -213,19 +262,25 @@ void TypeResolver::ask(LookupId id, Lookup& lookup) {
 void TypeResolver::send(rtps::MonotonicTime now) {
     while (const auto turn = pacer_.next(now)) {
         Lookup& lookup = lookups_.at(turn->lookup);
-        const std::vector<TypeHash> missing = library_.missing(lookup.root);
+        std::vector<TypeHash> missing = library_of(lookup.plain).missing(lookup.root);
+        if (lookup.plain != nullptr && !missing.empty())
+            missing.resize(1); // Fast DDS 2 sends no answer that is longer than 5,000 octets
         lookup.queued = false;
         lookup.request = ++last_number_;
         lookup.asked.insert(turn->asked);
-        sent_.push_back(
-            {turn->asked, turn->lookup, {missing.begin(), missing.end()}, rtps::later(now, settings_.retry)});
+        sent_.push_back({turn->asked,
+                         turn->lookup,
+                         lookup.plain,
+                         {missing.begin(), missing.end()},
+                         rtps::later(now, settings_.retry)});
         retries_.emplace(sent_.back().retry_at, last_number_);
         if (missing.empty()) { // what others told was enough
             end(last_number_, true);
             advance(turn->lookup, now);
         } else {
             const Asker asker = *peers_.at(turn->asked).askers.begin();
-            requests_.push_back({last_number_, asker, turn->asked, missing});
+            requests_.push_back({last_number_, asker, turn->asked, std::move(missing),
+                                 lookup.plain != nullptr ? TypeObjectForm::plain : TypeObjectForm::xcdr2});
         }
     }
     while (sent_.size() > kRemembered && !sent_.front().under_way)
@@ -263,9 +318,15 @@ void TypeResolver::take(const TypeLookupReply& reply, const rtps::GuidPrefix& fr
     const Sent* const sent = find_sent(reply.request_number);
     if (sent == nullptr || sent->asked != from)
         return;
-    for (const TypeObjectPair& pair : reply.types)
-        take(pair, reply.endianness, *sent, now);
-    const auto is_here = [this](const TypeHash& hash) { return library_.has(hash); };
+    if (sent->plain == nullptr) {
+        for (const TypeObjectPair& pair : reply.types)
+            take(pair, reply.endianness, *sent, now);
+    } else {
+        for (const PlainTypeObject& pair : reply.plain_types)
+            take(pair, *sent, now);
+    }
+    const TypeLibrary& library = library_of(sent->plain);
+    const auto is_here = [&library](const TypeHash& hash) { return library.has(hash); };
     if (std::all_of(sent->hashes.begin(), sent->hashes.end(), is_here)) {
         const LookupId id = sent->lookup;
         const auto lookup = lookups_.find(id);
@@ -283,13 +344,9 @@ void TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness,
     const auto peer = peers_.find(sent.asked);
     if (!pair.id.is_hashed() || sent.hashes.count(hash) == 0 || library_.has(hash) || peer == peers_.end())
         return;
-    const auto lookup = lookups_.find(sent.lookup);
-    const bool is_awaited = lookup != lookups_.end();
-    if (is_awaited && is_too_large(library_.closure_size(lookup->second.root) + pair.object.size,
-                                   lookup->second.name, sent.asked, now)) {
-        finish(sent.lookup, keep(Key(lookup->second.key), sent.asked, {{}, DDS_TYPE_CODE_TOO_LARGE}));
+    if (ends_too_large(sent, pair.object.size, now))
         return;
-    }
+    const auto lookup = lookups_.find(sent.lookup);
     const char* problem = nullptr;
     switch (library_.add_genuine(hash, pair.object, endianness)) {
         case TypeLibrary::Added::yes:
@@ -303,7 +360,7 @@ void TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness,
             break;
         case TypeLibrary::Added::not_genuine:
             problem = "does not match its hash";
-            if (is_awaited)
+            if (lookup != lookups_.end())
                 lookup->second.was_refused = true;
             break;
     }
@@ -319,24 +376,49 @@ void TypeResolver::take(const TypeObjectPair& pair, rtps::Endianness endianness,
     peer->second.objects[hash] = std::move(charged);
 }
 
+void TypeResolver::take(const PlainTypeObject& pair, const Sent& sent, rtps::MonotonicTime now) {
+    const TypeHash& hash = pair.id.hash;
+    const auto peer = peers_.find(sent.asked);
+    if (!pair.id.is_hashed() || sent.hashes.count(hash) == 0 || sent.plain->library.has(hash) ||
+        peer == peers_.end() || peer->second.plain != sent.plain || ends_too_large(sent, pair.size, now))
+        return;
+    if (!add_plain(peer->second, hash, pair.object, pair.size, now))
+        MERIDIAN_LOG_WARNING("discovery", "type object %s of participant %s cannot be used",
+                             to_string(hash).c_str(), rtps::to_string(sent.asked).c_str());
+}
+
+bool TypeResolver::ends_too_large(const Sent& sent, size_t size, rtps::MonotonicTime now) {
+    const auto lookup = lookups_.find(sent.lookup);
+    if (lookup == lookups_.end() ||
+        !is_too_large(library_of(sent.plain).closure_size(lookup->second.root) + size, lookup->second.name,
+                      sent.asked, now))
+        return false;
+    finish(sent.lookup, keep(Key(lookup->second.key), sent.asked, {{}, DDS_TYPE_CODE_TOO_LARGE}));
+    return true;
+}
+
 bool TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
     Lookup& lookup = lookups_.at(id);
-    if (is_too_large(library_.closure_size(lookup.root), lookup.name, lookup.announcer, now)) {
+    const TypeLibrary& library = library_of(lookup.plain);
+    if (is_too_large(library.closure_size(lookup.root), lookup.name, lookup.announcer, now)) {
         finish(id, keep(Key(lookup.key), lookup.announcer, {{}, DDS_TYPE_CODE_TOO_LARGE}));
         return true;
     }
-    if (library_.missing(lookup.root).empty())
+    if (lookup.plain == nullptr && library.missing(lookup.root).empty())
         refuse_forged_cycles(lookup);
     if (lookup.forged > kMostForged) {
         finish(id, {{}, DDS_TYPE_CODE_NOT_GENUINE});
         return true;
     }
-    if (!library_.missing(lookup.root).empty()) {
+    const std::vector<TypeHash> missing = library.missing(lookup.root);
+    if (!missing.empty()) {
+        if (lookup.plain != nullptr)
+            await(id, lookup, missing.front());
         ask(id, lookup);
         return false;
     }
     std::string error;
-    Result result{library_.build(lookup.root, error), DDS_TYPE_CODE_UNUSABLE};
+    Result result{library.build(lookup.root, error), DDS_TYPE_CODE_UNUSABLE};
     if (!result)
         MERIDIAN_LOG_WARNING("discovery", "type \"%s\" cannot be used: %s", lookup.name.c_str(),
                              error.c_str());
@@ -376,7 +458,9 @@ void TypeResolver::finish(LookupId id, const Result& result) {
 void TypeResolver::give_up(const Waiter& waiter) {
     const LookupId id = waits_.at(waiter).lookup;
     Lookup& lookup = lookups_.at(id);
-    const NoType why = lookup.was_refused ? DDS_TYPE_CODE_NOT_GENUINE : DDS_TYPE_CODE_NOT_TOLD;
+    const NoType why = lookup.was_refused ? DDS_TYPE_CODE_NOT_GENUINE
+                       : lookup.is_whole  ? DDS_TYPE_CODE_UNUSABLE
+                                          : DDS_TYPE_CODE_NOT_TOLD;
     const auto peer = peers_.find(waiter.first.prefix);
     if (peer != peers_.end() && lookup.asked.count(waiter.first.prefix) != 0) {
         Charge charged = charge(peer->second, kEntrySize + lookup.key.size());
@@ -399,6 +483,7 @@ void TypeResolver::drop(LookupId id) {
             pacer_.withdraw(source, id);
         peers_.at(source).lookups.erase(id);
     }
+    await(id, at->second, std::nullopt);
     by_key_.erase(lookup.key);
     lookups_.erase(at);
 }
@@ -413,6 +498,9 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::M
     if (!peer.askers.empty())
         return;
     tell_too_large(participant, peer);
+    // Nobody else can complete these.
+    while (!peer.plain->awaited.empty())
+        finish(peer.plain->awaited.begin()->second, {{}, DDS_TYPE_CODE_NOT_TOLD});
     std::vector<int64_t> unanswered;
     for (const auto& [time, number] : retries_) {
         if (find_sent(number)->asked == participant)

@@ -8,6 +8,10 @@
 // hear of it: first from the participant that announced it first, then from the others that announce it, one
 // by one. How many requests go out, see request_pacer.h. What is kept is charged to the participant that made
 // it necessary (memory_budget.h), and ends with it.
+//
+// Type objects of the plain form, which Fast DDS 2 announces whole or tells when it is asked, cannot be
+// checked against their hashes. They count for the participant only that told them, whatever topic it told
+// them with.
 
 #include <deque>
 #include <map>
@@ -45,6 +49,7 @@ class TypeResolver {
         Asker asker = 0;
         rtps::GuidPrefix asked;
         std::vector<TypeHash> hashes;
+        TypeObjectForm form = TypeObjectForm::xcdr2;
     };
     struct Result {
         TypeRef type; // empty: see why
@@ -82,19 +87,37 @@ class TypeResolver {
     std::vector<Outcome> take_outcomes() { return std::exchange(outcomes_, {}); }
 
   private:
-    /// A type identifier as the bytes that it is announced with.
+    /// A type identifier as the bytes that it is announced with; in the plain form with the participant.
     using Key = rtps::ByteBuffer;
     using Waiter = std::pair<rtps::Guid, Asker>;
     using LookupId = RequestPacer::Lookup;
     /// Memory that was taken from the share of a participant, which gets it back when the last owner goes.
     using Charge = std::shared_ptr<void>;
 
+    /// What a participant told in the plain form.
+    struct PlainTypes {
+        TypeLibrary library;
+        std::vector<Charge> charges;
+        /// Lookups by what they miss first: it may come with an announcement.
+        std::set<std::pair<TypeHash, LookupId>> awaited;
+    };
+    /// What a publication announces of its type.
+    struct Announced {
+        Key key;
+        TypeIdentifier root;
+        uint64_t size = 0;
+        bool is_plain = false;
+        bool is_whole = false; // nothing may have to be looked up
+    };
     /// A type that is being looked up.
     struct Lookup {
         Key key;
         TypeIdentifier root;
-        std::string name;           // of the type, for messages
-        rtps::GuidPrefix announcer; // who pays
+        std::shared_ptr<PlainTypes> plain; // null: not of that form
+        bool is_whole = false;
+        std::optional<TypeHash> awaits; // its entry among those that are awaited
+        std::string name;               // of the type, for messages
+        rtps::GuidPrefix announcer;     // who pays
         std::set<Waiter> waiting;
         std::vector<rtps::GuidPrefix> sources; // participants that can be asked
         std::set<rtps::GuidPrefix> asked;
@@ -116,6 +139,7 @@ class TypeResolver {
     struct Sent {
         rtps::GuidPrefix asked;
         LookupId lookup = 0;
+        std::shared_ptr<PlainTypes> plain; // of the lookup
         std::set<TypeHash> hashes;
         rtps::MonotonicTime retry_at{0};
         bool under_way = true;
@@ -135,12 +159,20 @@ class TypeResolver {
         std::map<Key, Silence> silent; // types that it was asked for and did not tell in time
         std::vector<Key> resolved;     // by what it told
         std::map<TypeHash, Charge> objects;
+        std::shared_ptr<PlainTypes> plain = std::make_shared<PlainTypes>();
         std::shared_ptr<MemoryShare> share;
         unsigned too_large = 0; // types since the last count
     };
 
-    /// The type of a publication that announces all of it, so that nothing needs to be looked up.
-    Result whole_type(const rtps::EndpointData& publication, rtps::MonotonicTime now, Asker asker);
+    static std::optional<Announced> announced_by(const rtps::EndpointData& publication);
+    /// Keeps the type object that a publication announces, and names it as the root. False: it is malformed.
+    bool take_whole(const rtps::EndpointData& publication, Announced& announced, rtps::MonotonicTime now);
+    /// False: there is no memory for it.
+    bool add_plain(Peer& peer, const TypeHash& hash, TypeObject object, size_t size, rtps::MonotonicTime now);
+    void await(LookupId id, Lookup& lookup, std::optional<TypeHash> missing);
+    TypeLibrary& library_of(const std::shared_ptr<PlainTypes>& plain) {
+        return plain != nullptr ? plain->library : library_;
+    }
     static Charge charge(const Peer& peer, size_t bytes);
     void add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant);
     /// No outcome comes any more of what it waited for.
@@ -160,6 +192,9 @@ class TypeResolver {
     void drop(LookupId id);
     void take(const TypeObjectPair& pair, rtps::Endianness endianness, const Sent& sent,
               rtps::MonotonicTime now);
+    void take(const PlainTypeObject& pair, const Sent& sent, rtps::MonotonicTime now);
+    /// Whether an object of that size makes a type of a lookup too large, which has ended then.
+    bool ends_too_large(const Sent& sent, size_t size, rtps::MonotonicTime now);
     /// Keeps what became of a type, if there is memory for it.
     Result keep(const Key& key, const rtps::GuidPrefix& participant, Result result);
     bool is_too_large(uint64_t size, const std::string& name, const rtps::GuidPrefix& participant,

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "types/network/type_identifier.h"
+#include "types/network/type_object.h"
 
 namespace meridian::types {
 
@@ -26,6 +26,8 @@ struct TypeIdentifierWithDependencies {
 };
 
 struct TypeInformation {
+    /// How it was serialized, and how the type objects are that its identifiers stand for.
+    TypeObjectForm form = TypeObjectForm::xcdr2;
     TypeIdentifierWithDependencies minimal;
     TypeIdentifierWithDependencies complete;
 
@@ -34,7 +36,8 @@ struct TypeInformation {
 };
 
 /// Decodes the parameter's value. False, and `information` unspecified, when it is malformed. Peers
-/// serialize it in the byte order of the message, which is almost always little.
+/// serialize it in the byte order of the message, which is almost always little. Fast DDS 2 puts an
+/// encapsulation header in front, and it says which form and order follow.
 bool decode(rtps::ByteView bytes, rtps::Endianness order, TypeInformation& information);
 
 } // namespace meridian::types

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/text.h"
-#include "rtps/wire/encapsulation.h"
 
 namespace meridian::types {
 
@@ -29,18 +28,10 @@ TypeLibrary::Added TypeLibrary::add(const TypeHash& hash, ByteView bytes, rtps::
     return Added::yes;
 }
 
-TypeLibrary::Added TypeLibrary::add_plain(const TypeHash& hash, ByteView payload) {
-    rtps::Encapsulation encapsulation;
-    ByteView body;
-    Entry entry;
-    if (!rtps::read_encapsulation(payload, encapsulation, body) ||
-        encapsulation.encoding() != rtps::Encoding::cdr)
+TypeLibrary::Added TypeLibrary::add(const TypeHash& hash, TypeObject object, size_t size) {
+    if (object.complete != (hash.kind == tk::kComplete))
         return Added::malformed;
-    ByteReader reader(body, encapsulation.endianness(), rtps::kXcdr1MaxAlignment);
-    if (!read(reader, entry.object, TypeObjectForm::plain) || !entry.object.complete)
-        return Added::malformed;
-    entry.size = body.size;
-    return entries_.emplace(hash, std::move(entry)).second ? Added::yes : Added::known;
+    return entries_.try_emplace(hash, Entry{std::move(object), size, {}}).second ? Added::yes : Added::known;
 }
 
 TypeLibrary::Added TypeLibrary::add_genuine(const TypeHash& hash, ByteView bytes, rtps::Endianness order) {

@@ -29,8 +29,8 @@ class TypeLibrary {
     /// The same, only when the hash was made of the object. For one of a set of types that refer to each
     /// other in cycles see forged_cycles: their hash covers all of them.
     Added add_genuine(const TypeHash& hash, rtps::ByteView bytes, rtps::Endianness order);
-    /// The same for a type object in the plain form, with its encapsulation header.
-    Added add_plain(const TypeHash& hash, rtps::ByteView payload);
+    /// Keeps one that was decoded already, of that serialized size.
+    Added add(const TypeHash& hash, TypeObject object, size_t size);
     void remove(const TypeHash& hash) { entries_.erase(hash); }
     bool has(const TypeHash& hash) const { return entries_.count(hash) != 0; }
     /// Bytes that an object which was added takes in memory.

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "rtps/wire/encapsulation.h"
 #include "rtps/wire/xcdr2_headers.h"
 #include "types/model/md5.h"
 #include "types/model/type.h"
@@ -340,6 +341,33 @@ bool read_pairs(ByteReader& outer, std::vector<TypeObjectPair>& pairs) {
         pairs.push_back(std::move(pair));
     }
     return true;
+}
+
+bool read_plain_pairs(ByteReader& reader, std::vector<PlainTypeObject>& pairs) {
+    uint32_t count = 0;
+    if (!reader.read_length(count, 8))
+        return false;
+    for (uint32_t i = 0; i < count; ++i) {
+        PlainTypeObject pair;
+        if (!read(reader, pair.id))
+            return false;
+        const size_t left = reader.remaining();
+        if (!read(reader, pair.object, TypeObjectForm::plain))
+            return false;
+        pair.size = left - reader.remaining();
+        pairs.push_back(std::move(pair));
+    }
+    return true;
+}
+
+bool decode_plain(ByteView payload, TypeObject& object) {
+    rtps::Encapsulation encapsulation;
+    ByteView body;
+    if (!rtps::read_encapsulation(payload, encapsulation, body) ||
+        encapsulation.encoding() != rtps::Encoding::cdr)
+        return false;
+    ByteReader reader(body, encapsulation.endianness(), rtps::kXcdr1MaxAlignment);
+    return read(reader, object, TypeObjectForm::plain) && object.complete;
 }
 
 rtps::ByteBuffer canonical(ByteView bytes, rtps::Endianness order) {

@@ -69,6 +69,18 @@ struct TypeObjectPair {
 /// Reads a sequence of them, as replies of the type lookup service hold one. False when it is malformed.
 bool read_pairs(rtps::ByteReader& reader, std::vector<TypeObjectPair>& pairs);
 
+/// A type object of the plain form beside its identifier. What it was read from is not kept: it cannot be
+/// checked, since makers form the hashes of this form in ways of their own.
+struct PlainTypeObject {
+    TypeIdentifier id;
+    TypeObject object;
+    size_t size = 0; // serialized
+};
+/// Reads a sequence of them, as replies of Fast DDS 2 hold one. False when it is malformed.
+bool read_plain_pairs(rtps::ByteReader& reader, std::vector<PlainTypeObject>& pairs);
+/// Decodes a complete type object of the plain form as it is announced, behind its encapsulation header.
+bool decode_plain(rtps::ByteView payload, TypeObject& object);
+
 /// The form of a serialized type object that its hash is made of: little-endian, with zeros for padding,
 /// where some peers send what was in their memory. Empty when it is malformed.
 rtps::ByteBuffer canonical(rtps::ByteView bytes, rtps::Endianness order);
