@@ -9,6 +9,8 @@
 namespace {
 
 constexpr size_t kAddressWidth = 16;
+// The writer chooses it once, and it is printed with each sample.
+constexpr size_t kMostOfField = 4096;
 constexpr char kUpperDigits[] = "0123456789ABCDEF";
 constexpr char kLowerDigits[] = "0123456789abcdef";
 
@@ -100,13 +102,13 @@ void append_flags(std::string& line, uint32_t flags) {
 
 } // namespace
 
-void QUIXSpy_appendField(std::string& line, const char* field, const char* text) {
+void QUIXSpy_appendField(std::string& line, const char* field, const char* text, size_t most) {
     if (text == nullptr)
         return;
     line += field;
     line += "=\"";
-    QUIXSpy_appendText(line, text);
-    line += '"';
+    QUIXSpy_appendText(line, text, most);
+    line += std::strlen(text) > most ? "...\"" : "\"";
 }
 
 void QUIXSpy_appendGuid(std::string& line, const char* field, const RtpsGuid& guid) {
@@ -163,9 +165,9 @@ void QUIXSpy_formatSampleLine(std::string& line, const QuixSpySampleLineFields& 
         append_sequence_number(line, " related_virtual_sn", related.sequence_number);
     }
     if (is_writer_known && fields.showEntityName)
-        QUIXSpy_appendField(line, " name", writer.name);
+        QUIXSpy_appendField(line, " name", writer.name, kMostOfField);
     if (is_writer_known && fields.showPartition) {
-        QUIXSpy_appendField(line, " DP partition", writer.participantPartition);
-        QUIXSpy_appendField(line, " S partition", writer.endpointPartition);
+        QUIXSpy_appendField(line, " DP partition", writer.participantPartition, kMostOfField);
+        QUIXSpy_appendField(line, " S partition", writer.endpointPartition, kMostOfField);
     }
 }

@@ -22,7 +22,9 @@ struct QuixSpySampleLineFields {
 RtpsGuid QUIXSpy_writerGuid(const DDS_SampleInfo& info);
 
 /// Appends field="text", nothing for a null text.
-void QUIXSpy_appendField(std::string& line, const char* field, const char* text);
+/// What is longer than `most` octets is cut, with "..." behind it.
+void QUIXSpy_appendField(std::string& line, const char* field, const char* text,
+                         size_t most = std::string::npos);
 /// Appends a field whose text is a GUID.
 void QUIXSpy_appendGuid(std::string& line, const char* field, const RtpsGuid& guid);
 

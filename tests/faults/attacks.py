@@ -52,6 +52,25 @@ def acknacks(next_count, count, most=100):
             for _ in range(count)]
 
 
+def heartbeats_with_liveliness(writer, next_count, count=1900):
+    return [forge.submessage(forge.HEARTBEAT, 4, forge.heartbeat(writer, 1, 0, next_count())[4:]) for _ in range(count)]
+
+
+def fragments_of_one_octet(writer, first):
+    """60,000 of a sample of 1,000,000; all but the second are there in the end."""
+    begin = [forge.data_frag(writer, 1, 1, b"1", 1000000, 1)] if first == 3 else []
+    return [*begin, forge.data_frag(writer, 1, first, bytes(60000), 1000000, 1, 60000)]
+
+
+def fragment_heartbeats(writer, next_count, count=1900):
+    """They name no more than the first fragment."""
+    return [forge.heartbeat_frag(writer, 1, 1, next_count()) for _ in range(count)]
+
+
+def samples_of_unknown_writers(first, count=2200):
+    return [forge.data(writer_entity(number), 1) for number in range(first, first + count)]
+
+
 def samples_with_chosen_keys(writer, first, count):
     """Samples from number first + 1 on, whose key hashes fall into one bucket of a table without a seed."""
     result = []
@@ -63,9 +82,24 @@ def samples_with_chosen_keys(writer, first, count):
 
 # Publications of one application; every batch has entities of its own where it says from which one on.
 
+def writer_entity(number):
+    return 0x00000003 | (number + 1) << 8
+
+
 def _publications(application, first, count, topic, more_of):
-    return (forge.endpoint(application.prefix, 0x00000003 | (number + 1) << 8, topic, "fault::Type", more=more_of(number))
+    return (forge.endpoint(application.prefix, writer_entity(number), topic, "fault::Type", more=more_of(number))
             for number in range(first, first + count))
+
+
+def writers_with_a_lease(application, first, count):
+    return _publications(application, first, count, "Leased",
+                         lambda number: [(forge.LIVELINESS, struct.pack("<IiI", 0, 100, 0))])
+
+
+def type_objects(application, first, count):
+    """Whole types of the older form; they are larger than the tool takes."""
+    return _publications(application, first, count, "Objects",
+                         lambda number: [(forge.TYPE_OBJECT, struct.pack("<I", number) + bytes(59000))])
 
 
 def many_endpoints(application, first, count):
@@ -112,6 +146,14 @@ def participants_that_stay(application, tool, first, count):
         if number % 50 == 0:
             tool.wait_for_room()
         application.announce(prefix=b"\x01\x55stay.." + number.to_bytes(4, "big"), lease=forge.LEASE_FOR_EVER)
+
+
+def changes_of_a_participant(application, count=250):
+    """In one datagram; each announces another address."""
+    return [forge.data(packets.PARTICIPANTS, 1000 + number,
+                       forge.participant(application.prefix, [application.locator()], vendor=application.vendor,
+                                         default=[forge.locator("127.0.0.1", 20000 + number)], builtin=application.builtin))
+            for number in range(count)]
 
 
 def participants_at_absent_addresses(application, count=150):

@@ -24,10 +24,11 @@ PARTICIPANT = 0x000001C1
 BUILTIN_ENDPOINTS = 0x0C3F
 TYPE_LOOKUP_ENDPOINTS = 0xF000
 
-ACKNACK, HEARTBEAT, GAP, INFO_TS, INFO_DST, DATA_FRAG, DATA = 0x06, 0x07, 0x08, 0x09, 0x0E, 0x16, 0x15
+ACKNACK, HEARTBEAT, GAP, INFO_TS, INFO_DST, HEARTBEAT_FRAG, DATA_FRAG, DATA = 0x06, 0x07, 0x08, 0x09, 0x0E, 0x13, 0x16, 0x15
 
 TYPE_NAME, PARTITION_NAMES, VENDOR_ID, PROTOCOL_VERSION = 0x07, 0x29, 0x16, 0x15
 RELIABILITY, DURABILITY, BUILTIN_SET, UNICAST, TYPE_INFORMATION = 0x1A, 0x1D, 0x58, 0x2F, 0x75
+LIVELINESS, TYPE_OBJECT = 0x1B, 0x72
 LEASE_FOR_EVER = struct.pack("<iI", 0x7FFFFFFF, 0xFFFFFFFF)
 
 DISPOSED, UNREGISTERED = 1, 2
@@ -82,6 +83,11 @@ def gap(writer, start, base, irrelevant=(), reader=UNKNOWN):
 def heartbeat(writer, first, last, count, final=False, reader=UNKNOWN):
     return submessage(HEARTBEAT, 2 if final else 0, struct.pack(">II", reader, writer) + _sequence_number(first) +
                       _sequence_number(last) + struct.pack("<i", count))
+
+
+def heartbeat_frag(writer, number, last_fragment, count, reader=UNKNOWN):
+    return submessage(HEARTBEAT_FRAG, 0, struct.pack(">II", reader, writer) + _sequence_number(number) +
+                      struct.pack("<Ii", last_fragment, count))
 
 
 def acknack(reader, writer, base, missing, count, final=False):

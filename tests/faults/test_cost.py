@@ -77,6 +77,67 @@ class Datagrams(CostTest):
         self.bound_cost(tool, "heartbeats", lambda: application.send(*beats, port=faults.USER_PORT))
 
 
+    def test_fragment_heartbeats(self):
+        """Attack: four datagrams with fragments of one octet of a sample, then one with 1,900 heartbeats for fragments.
+        Seen: 734 ms: each looked for what is missing among all fragments that are there.
+        Bound: 5 ms."""
+        tool = self.tool("-useFirstPublicationQos")
+        application, writer = self.matched_writer(tool)
+        for first in range(3, 240000, 60000):
+            application.send(*attacks.fragments_of_one_octet(writer, first), port=faults.USER_PORT)
+        beats = attacks.fragment_heartbeats(writer, application.next_count)
+        self.bound_cost(tool, "heartbeats for fragments", lambda: application.send(*beats, port=faults.USER_PORT))
+
+    def test_samples_of_unknown_writers(self):
+        """Attack: one datagram with samples of 2,200 writers, then the announcements of 100 of them.
+        Seen: 101 ms: the datagram is kept for each of 69 of them, and taken again as often.
+        Bound: 5 ms a datagram."""
+        tool = self.tool()
+        application = self.forged()
+        application.announce()
+        tool.wait_at_rest()
+        samples = attacks.samples_of_unknown_writers(1)
+        self.bound_cost(tool, "samples", lambda: application.send(*samples, port=faults.USER_PORT))
+
+        def announce():
+            application.write_all(forge.PUBLICATIONS, attacks.many_endpoints(application, 2101, 100))
+            application.wait_until_read(forge.PUBLICATIONS)
+
+        self.bound_cost(tool, "announcements of the writers", announce)
+
+
+class ManyEndpoints(CostTest):
+    """What one datagram costs an application that has told of 9,000 writers of one topic before."""
+
+    def application_with(self, tool, publications):
+        application = self.forged()
+        application.announce()
+        application.write_all(forge.PUBLICATIONS, publications(application, 0, 9000), tool=tool)
+        application.wait_until_read(forge.PUBLICATIONS, limit=60)
+        faults.wait_until("a reader", lambda: application.subscribed)
+        tool.wait_at_rest()
+        return application
+
+    def test_liveliness(self):
+        """Attack: one datagram with 1,900 heartbeats that say that a writer is alive; all have a lease.
+        Seen: 598 ms: each renewed the leases of all writers of the participant.
+        Bound: 5 ms."""
+        tool = self.tool()
+        application = self.application_with(tool, attacks.writers_with_a_lease)
+        beats = attacks.heartbeats_with_liveliness(attacks.writer_entity(0), application.next_count)
+        self.bound_cost(tool, "heartbeats with liveliness", lambda: application.send(*beats, port=faults.USER_PORT))
+
+    def test_changes_of_a_participant(self):
+        """Attack: one datagram with 250 announcements of the participant, each with another address.
+        Seen: 4.0 s: each matched all its endpoints anew.
+        Bound: 50 ms; its endpoints are matched anew once a second."""
+        tool = self.tool()
+        application = self.application_with(tool, attacks.many_endpoints)
+        changes = attacks.changes_of_a_participant(application)
+        seconds = self.cost(tool, lambda: application.send(*changes))
+        self.bound("changes of a participant: time per datagram", 1000 * seconds, 50 * faults.harness.SLOWNESS, "ms", 1)
+
+
 class Announcements(faults.FaultTest):
     def check(self, publications, size=60000):
         """Publications of nearly 60 KB."""

@@ -89,6 +89,24 @@ class Endpoints(faults.FaultTest):
         self.bound(f"memory for {updates // 2} updates", (tool.memory() - before) / 1024, 2048, "KiB more than before")
 
 
+    def test_type_objects(self):
+        """Attack: publications with whole types of 59 KB each (500; the long form 9,000), larger than the tool takes.
+        Seen: they are kept, and nothing counts them: 60 KB each, 176 MiB for 3,000.
+        Bound: 5 KiB each: a type object is not kept once its type was asked for."""
+        tool = self.tool()
+        application = self.forged()
+        application.announce()
+        count = short_or_long(500, 9000)
+        application.write_all(forge.PUBLICATIONS, attacks.type_objects(application, 0, 50), tool=tool)
+        application.wait_until_read(forge.PUBLICATIONS)
+        tool.wait_at_rest()
+        before = tool.memory()
+        application.write_all(forge.PUBLICATIONS, attacks.type_objects(application, 50, count), tool=tool)
+        application.wait_until_read(forge.PUBLICATIONS, limit=100)
+        tool.wait_at_rest()
+        self.bound("memory for a publication", (tool.memory() - before) / 1024 / count, 5, "KiB", 1)
+
+
 class Samples(faults.FaultTest):
     # The documents tell the limit; this must lie beyond it.
     INSTANCES = 100000

@@ -135,7 +135,8 @@ class MessageRouterTest : public ::testing::Test,
     void on_participant_discovered(RemoteParticipant& remote, Now) override {
         locals.match_participant(remote, now().monotonic);
     }
-    void on_participant_changed(RemoteParticipant&, bool, Now) override {}
+    void on_participant_changed(RemoteParticipant&, Now) override {}
+    void on_participant_to_match(RemoteParticipant&, Now) override {}
     void on_participant_gone(RemoteParticipant&, GoneReason, Now) override {}
     void on_participant_doubted(RemoteParticipant&) override {}
     void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override {
@@ -194,6 +195,25 @@ TEST_F(MessageRouterTest, ADatagramTouchesTheReadersThatItIsFor) {
     EXPECT_EQ(touched(700), (std::pair<int, int>{1, 0}));
     write(reader_id(3)); // which is not matched with it
     EXPECT_EQ(touched(3), (std::pair<int, int>{1, 0}));
+}
+
+TEST_F(MessageRouterTest, ADatagramOfManyUnknownWritersIsTakenAgainAFewTimes) {
+    constexpr uint32_t kWriters = 500;
+    const auto guid = [](uint32_t i) { return Guid{prefix(2), EntityId{(i + 1) << 8 | kUserWriterNoKey}}; };
+    MessageWriter datagram(prefix(2), 60000);
+    for (uint32_t i = 0; i < kWriters; ++i) {
+        Data data;
+        data.writer = guid(i).entity;
+        data.sequence_number = 1;
+        datagram.add_data(data);
+    }
+    router.receive(datagram.view(), udpv4(2), now());
+    for (uint32_t i = 0; i < kWriters; ++i) {
+        announce_writer(endpoint_data(guid(i), 0));
+        router.writer_known(guid(i));
+        router.replay(now());
+    }
+    EXPECT_LT(touched(0).first, 10 * static_cast<int>(kWriters));
 }
 
 } // namespace

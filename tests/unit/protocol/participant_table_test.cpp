@@ -163,6 +163,61 @@ TEST_F(ParticipantTableTest, WhatEndpointsKeepComesOutOfTheBudgetForAsLongAsAnyb
     EXPECT_EQ(recorder.endpoints.size(), seen + 1);
 }
 
+TEST_F(ParticipantTableTest, ATypeObjectIsKeptUntilItsTypeWasAskedFor) {
+    const MemoryBudget& budget = MemoryBudget::of_process();
+    start();
+    announce(remote(2));
+    const size_t before = budget.used();
+    for (const bool is_writer : {true, false}) {
+        EndpointData wide = publication(2, is_writer ? 0x102 : 0x107);
+        wide.announced_as_writer = is_writer;
+        wide.type_object.assign(50000, 1);
+        send_data(2, is_writer ? entity::publications_writer : entity::subscriptions_writer, 1, encode(wide));
+        ASSERT_EQ(recorder.endpoints.count(wide.guid), 1u);
+        EXPECT_TRUE(announced_data(*recorder.endpoints.at(wide.guid)).type_object.empty());
+    }
+    EXPECT_LT(budget.used(), before + 10000);
+}
+
+TEST_F(ParticipantTableTest, AParticipantThatChangesAllTheTimeIsMatchedOnceASecond) {
+    struct CountingSink : ReaderSink {
+        bool accepts_type(const RemoteEndpoint&) override {
+            ++asked;
+            return true;
+        }
+        void on_sample(const Sample&) override {}
+        int asked = 0;
+    } sink;
+    start();
+    participant->add_reader(publication(1, 0x107), {}, sink, now());
+    announce(remote(2));
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    const auto change = [&](uint8_t address) {
+        ParticipantData data = remote(2);
+        data.default_unicast = {udpv4(address, 7411)};
+        announce(data);
+    };
+    sink.asked = 0;
+    change(3);
+    EXPECT_EQ(sink.asked, 1);
+    for (int i = 0; i < 100; ++i)
+        change(static_cast<uint8_t>(4 + i % 2));
+    EXPECT_EQ(sink.asked, 1);
+    change(6);
+    run_until(time + seconds(1));
+    EXPECT_EQ(sink.asked, 2);
+    output.messages.clear();
+    receive(2, [](MessageWriter& writer) {
+        Heartbeat heartbeat;
+        heartbeat.writer = EntityId{0x102};
+        heartbeat.first = 1;
+        heartbeat.count = 1;
+        writer.add_heartbeat(heartbeat);
+    });
+    run_until(time + milliseconds(10));
+    EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(6, 7411)})); // as it was announced last
+}
+
 TEST_F(ParticipantTableTest, WideAnnouncementsOfStrangersMakeRoomForOthers) {
     config.max_remote_participants = 10000;
     start();

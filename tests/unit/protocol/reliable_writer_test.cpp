@@ -216,6 +216,29 @@ TEST_F(ReliableWriterTest, RepeatedAndOldAcknowledgementsAreIgnored) {
     EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
 }
 
+TEST_F(ReliableWriterTest, AForgedCountKeepsRequestsOutForAMoment) {
+    make(Durability::transient_local);
+    write(3000);
+    add_reader(reader_guid(2), true);
+    sent();
+    acknack_with_count(reader_guid(2), 1, {}, true, 1 << 30);
+    now += milliseconds(900);
+    acknack_with_count(reader_guid(2), 1, {1}, true, 5);
+    sent();
+    now += milliseconds(100);
+    acknack_with_count(reader_guid(2), 1, {1}, true, 6);
+    EXPECT_EQ(sent().size(), 4u); // three fragments and a heartbeat
+    NackFrag nack{EntityId{0x107}, kWriter, 1, {}, 1 << 30};
+    nack.missing.base = 1;
+    nack.missing.insert(2);
+    writer->on_nack_frag(reader_guid(2), nack, now);
+    sent();
+    sent_after(seconds(1));
+    nack.count = 3;
+    writer->on_nack_frag(reader_guid(2), nack, now);
+    EXPECT_EQ(sent().size(), 2u); // one fragment and a heartbeat
+}
+
 TEST_F(ReliableWriterTest, WhatIsAskedForAgainAndAgainIsSentAsOftenAsAllOfItInAPeriod) {
     make(Durability::transient_local);
     for (int i = 0; i < 4; ++i)

@@ -241,6 +241,19 @@ TEST(SampleLine, NameAndPartitionsOnlyWherePresent) {
     }
 }
 
+TEST(SampleLine, NamesThatWouldComeWithEachSampleAreCut) {
+    QuixSpySampleLineFields fields;
+    fields.showEntityName = fields.showPartition = true;
+    Record writer;
+    writer.guid = {1, 2, 3, 4};
+    std::snprintf(writer.ip, sizeof writer.ip, "192.168.100.200");
+    writer.name = DDS_String_dup(std::string(4096, 'n').c_str());
+    writer.endpointPartition = DDS_String_dup(std::string(4097, 'p').c_str());
+    EXPECT_EQ(line_of(fields, plain_info(), writer), kStart + " name=\"" + std::string(4096, 'n') +
+                                                         "\" S partition=\"" + std::string(4096, 'p') +
+                                                         "...\"");
+}
+
 TEST(SampleLine, EveryCombinationOfOptionalFields) {
     DDS_SampleInfo info = plain_info();
     info.instance_handle = handle_of(guid({7, 7, 7, 7}));

@@ -3,6 +3,7 @@
 // Arithmetic of numbers that others choose: counts of heartbeats and acknowledgements grow modulo 2^32;
 // sequence numbers beyond any that a writer can reach are not believed, so that sums of them never overflow.
 
+#include "rtps/protocol/times.h"
 #include "rtps/wire/types.h"
 
 namespace meridian::rtps {
@@ -15,6 +16,26 @@ inline bool newer(Count a, Count b) {
 inline Count next_count(Count count) {
     return static_cast<Count>(static_cast<uint32_t>(count) + 1);
 }
+
+/// The counts of one sender. Repeated and delayed messages have old ones, but only for a moment: later an old
+/// count means that the one before was not the sender's.
+class SenderCount {
+  public:
+    bool heard() const { return heard_; }
+    bool is_new(Count count, MonotonicTime now) const {
+        return !heard_ || newer(count, count_) || now - time_ >= std::chrono::seconds(1);
+    }
+    void take(Count count, MonotonicTime now) {
+        heard_ = true;
+        count_ = count;
+        time_ = now;
+    }
+
+  private:
+    bool heard_ = false;
+    Count count_ = 0;
+    MonotonicTime time_{0};
+};
 
 /// A jump over more numbers than a writer writes while others do not hear it is not believed at once.
 constexpr SequenceNumber kFarAhead = SequenceNumber{1} << 20;

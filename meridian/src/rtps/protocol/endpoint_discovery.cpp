@@ -101,8 +101,18 @@ void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }
+    drop_type_object(waiting);
     if (waiting.type_state != TypeState::waiting)
         make_visible(endpoint);
+}
+
+/// It may be larger than all the rest, and nobody asks for it any more.
+void EndpointDiscovery::drop_type_object(RemoteEndpoint& record) {
+    const size_t size = record.type_object.size();
+    record.type_object = ByteBuffer();
+    record.memory -= size;
+    record.charge.give_back(size);
+    by_participant_.find(record.guid.prefix)->second.memory -= size;
 }
 
 void EndpointDiscovery::participant_known(const GuidPrefix& prefix) {

@@ -130,6 +130,7 @@ class EndpointDiscovery {
                        std::string& error) const;
     /// Asks for the type of what waits, and makes it visible if it is settled.
     void settle(DiscoveredEndpoint& endpoint);
+    void drop_type_object(RemoteEndpoint& record);
     void make_visible(DiscoveredEndpoint& endpoint);
     void on_dispose(const Sample& sample);
     void remove(const Guid& guid, GoneReason reason, WireTime timestamp);

@@ -180,9 +180,11 @@ bool FragmentAssembler::missing(SequenceNumber sequence_number, FragmentNumberSe
         ++partial->first_missing;
     out = {};
     out.base = partial->first_missing + 1;
-    for (FragmentNumber i = partial->first_missing; i < partial->total; ++i) {
-        if ((i >= have.size() || !have[i]) && !out.insert(i + 1))
-            break;
+    const uint64_t end =
+        std::min<uint64_t>(partial->total, uint64_t{out.base} - 1 + FragmentNumberSet::kMaxBits);
+    for (FragmentNumber i = partial->first_missing; i < end; ++i) {
+        if (i >= have.size() || !have[i])
+            out.insert(i + 1);
     }
     return true;
 }

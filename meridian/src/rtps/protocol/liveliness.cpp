@@ -1,6 +1,7 @@
 #include "rtps/protocol/liveliness.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "rtps/wire/discovery_data.h"
 
@@ -35,35 +36,61 @@ bool Liveliness::assertion_due(MonotonicTime now) {
     return true;
 }
 
+Liveliness::RemoteParticipant::OfKind* Liveliness::RemoteParticipant::of(LivelinessKind kind) {
+    switch (kind) {
+        case LivelinessKind::automatic:
+            return &automatic;
+        case LivelinessKind::manual_by_participant:
+            return &manual;
+        default:
+            return nullptr;
+    }
+}
+
+MonotonicTime Liveliness::RemoteParticipant::expires(const Remote& writer) {
+    const OfKind* all = of(writer.kind);
+    return later(all != nullptr ? std::max(writer.asserted, all->asserted) : writer.asserted, writer.lease);
+}
+
 void Liveliness::add_remote(const Guid& writer, LivelinessKind kind, Duration lease, MonotonicTime now) {
-    if (lease == kNever || remotes_.count(writer) != 0)
+    if (lease == kNever)
         return;
-    Remote& remote = remotes_[writer];
-    remote.kind = kind;
-    remote.lease = lease;
-    remote.expires = later(now, lease);
-    expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
+    const auto [at, is_new] = remotes_[writer.prefix].writers.try_emplace(writer.entity);
+    if (!is_new)
+        return;
+    at->second.kind = kind;
+    at->second.lease = lease;
+    at->second.asserted = now;
+    expiry_check_at_ = std::min(expiry_check_at_, later(now, lease));
 }
 
 void Liveliness::remove_remote(const Guid& writer) {
-    remotes_.erase(writer);
+    const auto participant = remotes_.find(writer.prefix);
+    if (participant == remotes_.end())
+        return;
+    participant->second.writers.erase(writer.entity);
+    if (participant->second.writers.empty())
+        remotes_.erase(participant);
 }
 
-void Liveliness::renew(const Guid& writer, Remote& remote, MonotonicTime now) {
-    remote.expires = later(now, remote.lease);
-    expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
+void Liveliness::revive(const Guid& writer, Remote& remote, MonotonicTime now) {
     if (remote.alive)
         return;
     remote.alive = true;
+    expiry_check_at_ = std::min(expiry_check_at_, later(now, remote.lease));
     listener_.on_liveliness_changed(writer, true);
 }
 
 void Liveliness::on_writer_asserted(const Guid& writer, MonotonicTime now) {
-    const auto at = remotes_.find(writer);
-    if (at == remotes_.end())
+    const auto participant = remotes_.find(writer.prefix);
+    if (participant == remotes_.end())
+        return;
+    const auto at = participant->second.writers.find(writer.entity);
+    if (at == participant->second.writers.end())
         return;
     if (at->second.kind == LivelinessKind::manual_by_topic) {
-        renew(writer, at->second, now);
+        at->second.asserted = now;
+        revive(writer, at->second, now);
         return;
     }
     on_participant_asserted(writer.prefix,
@@ -73,12 +100,18 @@ void Liveliness::on_writer_asserted(const Guid& writer, MonotonicTime now) {
 }
 
 void Liveliness::on_participant_asserted(const GuidPrefix& prefix, uint32_t kind, MonotonicTime now) {
+    const auto at = remotes_.find(prefix);
+    if (at == remotes_.end())
+        return;
     const LivelinessKind asserted = kind == ParticipantMessage::manual ? LivelinessKind::manual_by_participant
                                                                        : LivelinessKind::automatic;
-    for (auto at = remotes_.lower_bound(Guid{prefix, EntityId{0}});
-         at != remotes_.end() && at->first.prefix == prefix; ++at) {
-        if (at->second.kind == asserted)
-            renew(at->first, at->second, now);
+    RemoteParticipant::OfKind& all = *at->second.of(asserted);
+    all.asserted = now;
+    if (!std::exchange(all.some_lost, false))
+        return;
+    for (auto& [entity, writer] : at->second.writers) {
+        if (writer.kind == asserted)
+            revive({prefix, entity}, writer, now);
     }
 }
 
@@ -90,15 +123,19 @@ void Liveliness::on_timer(MonotonicTime now) {
     if (now < expiry_check_at_)
         return;
     expiry_check_at_ = kNever;
-    for (auto& entry : remotes_) {
-        Remote& remote = entry.second;
-        if (!remote.alive)
-            continue;
-        if (remote.expires <= now) {
-            remote.alive = false;
-            listener_.on_liveliness_changed(entry.first, false);
-        } else {
-            expiry_check_at_ = std::min(expiry_check_at_, remote.expires);
+    for (auto& [prefix, participant] : remotes_) {
+        for (auto& [entity, writer] : participant.writers) {
+            if (!writer.alive)
+                continue;
+            const MonotonicTime expires = participant.expires(writer);
+            if (expires > now) {
+                expiry_check_at_ = std::min(expiry_check_at_, expires);
+                continue;
+            }
+            writer.alive = false;
+            if (RemoteParticipant::OfKind* all = participant.of(writer.kind))
+                all->some_lost = true;
+            listener_.on_liveliness_changed({prefix, entity}, false);
         }
     }
 }

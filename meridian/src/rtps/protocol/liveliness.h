@@ -43,16 +43,30 @@ class Liveliness {
     struct Remote {
         LivelinessKind kind = LivelinessKind::automatic;
         Duration lease{0};
-        MonotonicTime expires = kNever;
+        MonotonicTime asserted{0}; // of its own
         bool alive = true;
     };
-    void renew(const Guid& writer, Remote& remote, MonotonicTime now);
+    /// An assertion of a participant is for all its writers of that kind, and costs the same however many
+    /// there are.
+    struct RemoteParticipant {
+        struct OfKind {
+            MonotonicTime asserted{0};
+            bool some_lost = false;
+        };
+        OfKind automatic;
+        OfKind manual;
+        std::map<EntityId, Remote> writers;
+
+        OfKind* of(LivelinessKind kind);
+        MonotonicTime expires(const Remote& writer);
+    };
+    void revive(const Guid& writer, Remote& remote, MonotonicTime now);
     void schedule_assertion(MonotonicTime now);
 
     Listener& listener_;
     std::map<EntityId, Duration> own_automatic_;
     MonotonicTime assert_at_ = kNever;
-    std::map<Guid, Remote> remotes_;
+    std::map<GuidPrefix, RemoteParticipant> remotes_;
     MonotonicTime expiry_check_at_ = kNever;
 };
 

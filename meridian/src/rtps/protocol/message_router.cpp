@@ -44,7 +44,6 @@ void MessageRouter::replay(Now now) {
     for (const Guid& writer : std::exchange(newly_known_writers_, {})) {
         for (const EarlyPackets::Packet& packet : early_packets_.take(writer, now_.monotonic))
             take(*packet.datagram, packet.source, true);
-        unknown_writers_.clear(); // of others in the same packets, which are kept for them already
     }
 }
 
@@ -114,7 +113,9 @@ bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function fu
 }
 
 void MessageRouter::note_unknown_writer(const Guid& writer) {
-    if (writer.entity.is_builtin() || participants_.find(writer.prefix) == nullptr)
+    // What is replayed is kept for its other writers already.
+    if (datagram_.is_replayed || unknown_writers_.size() == kMostUnknownWriters ||
+        writer.entity.is_builtin() || participants_.find(writer.prefix) == nullptr)
         return;
     const DiscoveredEndpoint* remote = endpoints_.find(writer);
     const bool may_be_matched_soon = remote == nullptr || remote->record == nullptr;

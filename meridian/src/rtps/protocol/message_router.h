@@ -69,6 +69,8 @@ class MessageRouter final : private MessageVisitor {
     void tell_writer(const MessageContext& context, const Submessage& submessage,
                      void (ReliableWriter::*operation)(const Guid&, const Submessage&, MonotonicTime));
     bool from_server(const MessageContext& context) const;
+    /// Of one datagram: it is taken again for each of them.
+    static constexpr size_t kMostUnknownWriters = 16;
     bool hears_everything() const { return datagram_.hearing == ParticipantDiscovery::Hearing::everything; }
     /// Notes a writer of the present datagram that may be matched soon.
     void note_unknown_writer(const Guid& writer);

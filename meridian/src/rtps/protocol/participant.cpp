@@ -408,9 +408,11 @@ void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) 
     endpoints_.participant_known(remote.data->guid.prefix);
 }
 
-void Participant::on_participant_changed(RemoteParticipant& remote, bool content, Now now) {
-    if (content)
-        events_.participant_changed(remote.data);
+void Participant::on_participant_changed(RemoteParticipant& remote, Now) {
+    events_.participant_changed(remote.data);
+}
+
+void Participant::on_participant_to_match(RemoteParticipant& remote, Now now) {
     locals_.match_participant(remote, now.monotonic);
     endpoints_.for_each_of_participant(remote.data->guid.prefix, [&](DiscoveredEndpoint& endpoint) {
         locals_.match_all(endpoint, now.monotonic);

@@ -151,7 +151,8 @@ class Participant final : private ReaderObserver,
     void on_memory_used_up(const Guid& writer) override;
     void on_liveliness_changed(const Guid& writer, bool alive) override;
     void on_participant_discovered(RemoteParticipant& remote, Now now) override;
-    void on_participant_changed(RemoteParticipant& remote, bool content, Now now) override;
+    void on_participant_changed(RemoteParticipant& remote, Now now) override;
+    void on_participant_to_match(RemoteParticipant& remote, Now now) override;
     void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) override;
     void on_participant_doubted(RemoteParticipant& remote) override;
     void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override;

@@ -101,7 +101,7 @@ void ParticipantDiscovery::announce(Now now) {
 void ParticipantDiscovery::choose_all_routes(Now now) {
     for (auto& entry : remotes_) {
         if (choose_routes(*entry.second))
-            listener_.on_participant_changed(*entry.second, false, now);
+            match(*entry.second, now);
     }
 }
 
@@ -232,7 +232,9 @@ void ParticipantDiscovery::on_timer_of(Remote& remote) {
         remote.ask_at = now_.monotonic + kRelayAskPause;
         listener_.on_participant_doubted(remote);
     }
-    remote.timer.wake_at(std::min(remote.expires, remote.ask_at));
+    if (remote.match_at <= now_.monotonic)
+        match(remote, now_);
+    remote.timer.wake_at(std::min({remote.expires, remote.ask_at, remote.match_at}));
     if (remote.doubt == nullptr)
         return;
     remote.timer.wake_at(remote.doubt->ask_at);
@@ -279,6 +281,11 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
     remote.discovered_at = now.monotonic;
     remote.is_relayed = is_relayed;
     remote.is_server = !is_relayed && is_server(*announced.data, announced.source);
+    // They are kept by each participant of this process, and are many and small: alone they would fill the
+    // budget and leave nothing for the endpoints of a new one.
+    const MemoryBudget& budget = MemoryBudget::of_process();
+    if (budget.used() > budget.limit() / 2 && forget_one(now))
+        warnings_.error("participant memory", kNoMemoryForParticipants);
     while (!remote.set(announced, now.monotonic)) {
         warnings_.error("participant memory", kNoMemoryForParticipants);
         if (!forget_one(now))

@@ -57,14 +57,18 @@ class ParticipantDiscovery {
       public:
         virtual ~Listener() = default;
         virtual void on_participant_discovered(RemoteParticipant& remote, Now now) = 0;
-        /// content: what it announces changed; otherwise only the choice of addresses did.
-        virtual void on_participant_changed(RemoteParticipant& remote, bool content, Now now) = 0;
+        /// What it announces changed.
+        virtual void on_participant_changed(RemoteParticipant& remote, Now now) = 0;
+        /// What its endpoints are matched by may have changed, with the announcement or with the choice of
+        /// addresses. At most once in kMatchPause where the participant is the cause: it may have many.
+        virtual void on_participant_to_match(RemoteParticipant& remote, Now now) = 0;
         virtual void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) = 0;
         /// An answer of it is wanted, as a sign of life.
         virtual void on_participant_doubted(RemoteParticipant& remote) = 0;
     };
     static constexpr Duration kAskPause = std::chrono::milliseconds(200);
     static constexpr int kAskTimes = 3;
+    static constexpr Duration kMatchPause = std::chrono::seconds(1);
     static constexpr Duration kLongSilence = std::chrono::seconds(10);
 
     /// All references must outlive the object. config gives everything but what set_announced changes later.
@@ -132,6 +136,7 @@ class ParticipantDiscovery {
     void on_announcement(const Announcement& announced, Now now);
     /// What the participant announced; is_other_process: by what is known beyond the announcement.
     void take(Remote& remote, const Announcement& announced, bool is_other_process, Now now);
+    void match(Remote& remote, Now now);
     void doubt(Remote& remote, const Announcement& announced, Now now);
     void ask(Remote& remote, Now now);
     void settle_doubt(Remote& remote, Now now);

@@ -41,8 +41,9 @@ struct ParticipantDiscovery::Announcement {
 struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Client {
     explicit Remote(ParticipantDiscovery& owner) : discovery(owner), timer(owner.timers_, *this) {}
     void on_timer(MonotonicTime) override { discovery.on_timer_of(*this); }
-    // What is kept of a participant: its places in tables, and of its announcement per byte at most.
-    static constexpr size_t kPlaces = 2048;
+    // What is kept of a participant: its places in tables, with what builtin readers and writers know of its
+    // own, and of its announcement per byte at most.
+    static constexpr size_t kPlaces = 4096;
     static constexpr size_t kKeptPerByte = 6;
     static constexpr Duration kShortestLease = std::chrono::milliseconds(100);
 
@@ -53,6 +54,8 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     Duration lease{0};
     MonotonicTime expires = kNever;
     MonotonicTime ask_at = kNever; // for a sign of life, where no server watches
+    MonotonicTime match_at = kNever;
+    MonotonicTime matched_at = -kMatchPause;
     MonotonicTime discovered_at{0};
     bool is_stranger = true;
     RemoteList::iterator place; // in the list of its kind

@@ -140,8 +140,19 @@ void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, b
     } else if (changed) {
         remote.announced_from = announced.source;
         choose_routes(remote);
-        listener_.on_participant_changed(remote, true, now);
+        listener_.on_participant_changed(remote, now);
+        remote.match_at = std::max(now.monotonic, remote.matched_at + kMatchPause);
+        if (remote.match_at <= now.monotonic)
+            match(remote, now);
+        else
+            remote.timer.wake_at(remote.match_at);
     }
+}
+
+void ParticipantDiscovery::match(Remote& remote, Now now) {
+    remote.matched_at = now.monotonic;
+    remote.match_at = kNever;
+    listener_.on_participant_to_match(remote, now);
 }
 
 void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, Now now) {

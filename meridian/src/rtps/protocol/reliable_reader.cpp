@@ -69,8 +69,7 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     HeartbeatJudge heartbeats;
     SequenceNumber jumped_from = 0; // where the latest jump began; 0: there was none
     MonotonicTime jumped_at{0};
-    bool heard_fragments = false;
-    Count fragment_heartbeat_count = 0;
+    SenderCount fragment_heartbeats;
     bool fragments_nacked = false;
     MonotonicTime acknowledge_at = kNever;
     MonotonicTime preempt_at = kNever;
@@ -378,7 +377,7 @@ void ReliableReader::begin_anew(WriterProxy& p, const Heartbeat& heartbeat, Mono
     p.jumped_from = 0;
     p.start = 0;
     p.preempt_at = kNever;
-    p.heard_fragments = false;
+    p.fragment_heartbeats = {};
     p.nacked_base = 0;
     p.retry_pause = Duration(0);
     want_acknowledgement(p, now);
@@ -404,10 +403,9 @@ void ReliableReader::on_heartbeat_frag(const Guid& writer, const HeartbeatFrag& 
         return;
     if (p->heartbeats.heard() && heartbeat.sequence_number - p->next > kFarAhead)
         return;
-    if (p->heard_fragments && !newer(heartbeat.count, p->fragment_heartbeat_count))
+    if (!p->fragment_heartbeats.is_new(heartbeat.count, now))
         return;
-    p->heard_fragments = true;
-    p->fragment_heartbeat_count = heartbeat.count;
+    p->fragment_heartbeats.take(heartbeat.count, now);
     if (p->fragments_nacked && now - p->fragments_nacked_at < kSameNackPause)
         return;
     FragmentNumberSet missing;

@@ -54,6 +54,14 @@ void ReliableWriter::ReaderProxy::renew_period(MonotonicTime now) {
     answered_bytes = 0;
     gap_answers = 0;
     answered_with_heartbeat = false;
+    began_anew = false;
+}
+
+bool ReliableWriter::ReaderProxy::may_begin_anew(MonotonicTime now) {
+    if (acknowledged_below == first_relevant)
+        return true;
+    renew_period(now);
+    return !std::exchange(began_anew, true);
 }
 
 bool ReliableWriter::ReaderProxy::may_answer(size_t bytes, MonotonicTime now) {
@@ -101,7 +109,7 @@ void ReliableWriter::begin_anew(bool forgets, MonotonicTime now) {
     }
     for (auto& [guid, proxy] : proxies_) {
         proxy.acknowledged_below = proxy.first_relevant = first_available(proxy);
-        proxy.heard = proxy.heard_fragments = false;
+        proxy.acknacks = proxy.nack_frags = {};
         if (proxy.reader.reliable) {
             send_heartbeat(proxy, false, false);
             restart_heartbeats(proxy, now);
@@ -110,7 +118,7 @@ void ReliableWriter::begin_anew(bool forgets, MonotonicTime now) {
 }
 
 bool ReliableWriter::outstanding(const ReaderProxy& proxy) const {
-    return proxy.reader.reliable && (!proxy.heard || proxy.acknowledged_below <= last_);
+    return proxy.reader.reliable && (!proxy.acknacks.heard() || proxy.acknowledged_below <= last_);
 }
 
 bool ReliableWriter::all_acknowledged() const {
@@ -339,17 +347,16 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
     // A reader that began anew counts from the start again; it shows by its pre-emptive form.
-    const bool preemptive = is_preemptive(acknack);
-    if (proxy->heard && !newer(acknack.count, proxy->acknack_count) && !preemptive)
+    const bool preemptive = is_preemptive(acknack) && proxy->may_begin_anew(now);
+    if (!preemptive && !proxy->acknacks.is_new(acknack.count, now))
         return;
     const Route& route = proxy->reader.route;
     judge_address(route, acknack);
     if (acknack.missing.base > last_ + 1)
         return; // it thinks of an earlier life of this writer: heartbeats go on until it notices
     const SequenceNumber before = proxy->acknowledged_below;
-    const bool progress = !proxy->heard || acknack.missing.base > before;
-    proxy->heard = true;
-    proxy->acknack_count = acknack.count;
+    const bool progress = !proxy->acknacks.heard() || acknack.missing.base > before;
+    proxy->acknacks.take(acknack.count, now);
     if (preemptive)
         proxy->acknowledged_below = proxy->first_relevant;
     else
@@ -357,12 +364,14 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
 
     std::vector<SequenceNumber> irrelevant;
     bool sent = false;
+    auto change = history_.lower_bound(acknack.missing.base);
     for (uint32_t bit = 0; bit < acknack.missing.num_bits; ++bit) {
         const SequenceNumber number = acknack.missing.base + bit;
         if (number < 1 || number > last_ || !acknack.missing.contains(number))
             continue;
-        const auto change = history_.find(number);
-        if (number < proxy->first_relevant || change == history_.end() ||
+        while (change != history_.end() && change->first < number)
+            ++change;
+        if (number < proxy->first_relevant || change == history_.end() || change->first != number ||
             !is_for(proxy->reader, change->second)) {
             irrelevant.push_back(number);
         } else if (proxy->may_answer(size_of(change->second.payload), now)) {
@@ -381,7 +390,7 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     const bool answers = sent || !irrelevant.empty();
     if (answers || !acknack.final)
         answer_with_heartbeat(*proxy, !open, answers, now);
-    if (!history_.empty() && before <= history_.begin()->first)
+    if (progress && !history_.empty() && before <= history_.begin()->first)
         forget_acknowledged(); // else somebody else keeps the oldest
 }
 
@@ -389,10 +398,9 @@ void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, Mono
     ReaderProxy* proxy = find(reader);
     if (proxy == nullptr || !proxy->reader.reliable)
         return;
-    if (proxy->heard_fragments && !newer(nack.count, proxy->nackfrag_count))
+    if (!proxy->nack_frags.is_new(nack.count, now))
         return;
-    proxy->heard_fragments = true;
-    proxy->nackfrag_count = nack.count;
+    proxy->nack_frags.take(nack.count, now);
     const auto change = history_.find(nack.sequence_number);
     if (nack.sequence_number < 1 || nack.sequence_number > last_)
         return;

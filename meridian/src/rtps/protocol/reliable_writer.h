@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "rtps/protocol/config.h"
+#include "rtps/protocol/count.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/timer_queue.h"
 #include "rtps/wire/message.h"
@@ -88,16 +89,16 @@ class ReliableWriter final {
         /// False where so many bytes more are too many for the present period.
         bool may_answer(size_t bytes, MonotonicTime now);
         bool may_answer_with_gaps(MonotonicTime now);
+        /// Otherwise each acknowledgement could be progress, which costs time.
+        bool may_begin_anew(MonotonicTime now);
         void renew_period(MonotonicTime now);
 
         ReliableWriter& writer;
         RemoteReader reader;
         SequenceNumber first_relevant = 1;
         SequenceNumber acknowledged_below = 1; // everything below is acknowledged
-        bool heard = false;                    // an acknowledgement came
-        Count acknack_count = 0;
-        bool heard_fragments = false;
-        Count nackfrag_count = 0;
+        SenderCount acknacks;
+        SenderCount nack_frags;
         TimerQueue::Timer heartbeat_timer;
         Duration heartbeat_pause{0};
         unsigned since_heartbeat = 0; // samples written
@@ -105,6 +106,7 @@ class ReliableWriter final {
         size_t answered_bytes = 0;            // in the period
         unsigned gap_answers = 0;             // in the period
         bool answered_with_heartbeat = false; // in the period
+        bool began_anew = false;              // likewise
     };
 
     void on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now);

@@ -32,7 +32,7 @@ size_t memory_of(const RemoteEndpoint& record) {
     size_t memory = kPlacesOfRecord + sizeof record + sizeof *record.qos + memory_of(record.topic_name) +
                     memory_of(record.type_name) + memory_of(record.name) +
                     record.unicast->size() * sizeof(Locator) + record.type_information->size() +
-                    record.qos->user_data.size() + record.qos->topic_data.size() +
+                    record.type_object.size() + record.qos->user_data.size() + record.qos->topic_data.size() +
                     record.qos->group_data.size() + record.qos->representations.size() * sizeof(int16_t);
     for (const std::string& name : record.qos->partitions)
         memory += memory_of(name);
@@ -66,7 +66,7 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->qos = last.qos;
     record->unicast = shared(last.unicast, std::move(data.unicast));
     record->type_information = shared(last.type_information, std::move(data.type_information));
-    record->type_object = shared(last.type_object, std::move(data.type_object));
+    record->type_object = std::move(data.type_object);
     record->guid = data.guid;
     record->participant = data.participant;
     record->is_writer = data.is_writer();
@@ -94,7 +94,7 @@ EndpointData announced_data(const RemoteEndpoint& endpoint) {
     data.expects_inline_qos = endpoint.expects_inline_qos;
     data.name = endpoint.name;
     data.type_information = *endpoint.type_information;
-    data.type_object = *endpoint.type_object;
+    data.type_object = endpoint.type_object;
     data.properties = endpoint.properties;
     data.raw_endianness = endpoint.raw_endianness;
     return data;

@@ -34,7 +34,7 @@ struct RemoteEndpoint {
     std::shared_ptr<const EndpointQos> qos;             // not null
     std::shared_ptr<const LocatorList> unicast;         // not null
     std::shared_ptr<const ByteBuffer> type_information; // not null
-    std::shared_ptr<const ByteBuffer> type_object;      // likewise
+    ByteBuffer type_object;                             // until its type was asked for
     Endianness raw_endianness = native_endianness();    // of the type information
     bool expects_inline_qos = false;                    // readers
     std::vector<Property> properties;
@@ -61,7 +61,6 @@ class RecordMaker {
         std::shared_ptr<const EndpointQos> qos;
         std::shared_ptr<const LocatorList> unicast;
         std::shared_ptr<const ByteBuffer> type_information;
-        std::shared_ptr<const ByteBuffer> type_object;
     };
     Last writers_;
     Last readers_;
