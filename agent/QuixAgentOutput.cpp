@@ -10,6 +10,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdarg>
+#include <utility>
 
 int32_t theVerbosity = 1;
 
@@ -74,18 +75,29 @@ void QuixAgentOutput::wait_while(std::function<bool()> keeps_waiting) {
     keeps_waiting_ = std::move(keeps_waiting);
 }
 
+QuixAgentOutput::Together::Together(QuixAgentOutput& output) : output_(output) {
+    output_.put_mutex_.lock();
+    ++output_.together_;
+}
+
+QuixAgentOutput::Together::~Together() {
+    if (--output_.together_ == 0 && std::exchange(output_.gives_up_, false) && output_.ends_line_)
+        output_.append("\n");
+    output_.put_mutex_.unlock();
+}
+
 void QuixAgentOutput::put(std::string_view text) {
-    if (is_closed_)
+    if (is_closed_ || text.empty())
         return;
-    const std::lock_guard<std::mutex> together(put_mutex_);
+    const Together together(*this);
+    ends_line_ = text.back() == '\n';
     // Long texts go in pieces: a second copy of them is not needed.
-    while (text_ == nullptr && text.size() > kMaxPending) {
+    while (text_ == nullptr && text.size() > kMaxPending && !gives_up_) {
         append(text.substr(0, kMaxPending));
         text.remove_prefix(kMaxPending);
-        if (!flush())
-            text = text.back() == '\n' ? "\n" : "";
+        gives_up_ = !flush();
     }
-    if (append(text) > kMaxPending)
+    if (!gives_up_ && append(text) > kMaxPending)
         flush();
 }
 

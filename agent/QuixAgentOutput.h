@@ -32,8 +32,20 @@ class QuixAgentOutput {
     QuixAgentOutput(const QuixAgentOutput&) = delete;
     QuixAgentOutput& operator=(const QuixAgentOutput&) = delete;
 
-    /// When waiting for the output is over, the rest of a text beyond kMaxPending is given up, but not its
-    /// line end.
+    /// What one thread puts while it has one stays together: others wait. One within another changes nothing.
+    class Together {
+      public:
+        explicit Together(QuixAgentOutput& output);
+        ~Together();
+        Together(const Together&) = delete;
+        Together& operator=(const Together&) = delete;
+
+      private:
+        QuixAgentOutput& output_;
+    };
+
+    /// When waiting for the output is over, the rest of a text beyond kMaxPending, and of what is put
+    /// together with it, is given up, but not the line end.
     void put(std::string_view text);
     void print(const char* format, ...) __attribute__((format(printf, 2, 3)));
     /// From verbosity 1 on, and flushed: why something failed. Always false.
@@ -83,7 +95,12 @@ class QuixAgentOutput {
     std::FILE* stream_ = nullptr;
     std::function<bool()> keeps_waiting_;
 
-    std::mutex put_mutex_; // held while one text is put; before mutex_
+    std::recursive_mutex put_mutex_; // held while one text is put; before mutex_
+    // Guarded by put_mutex_: how often it is held; whether the rest of what is put together is given up; how
+    // that ends.
+    int together_ = 0;
+    bool gives_up_ = false;
+    bool ends_line_ = false;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::string pending_;     // guarded by mutex_

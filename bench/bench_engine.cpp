@@ -2,6 +2,7 @@
 // what it reads to nobody, then by one with a whole reader behind it. The floor is reading the same packets
 // only.
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -4,7 +4,6 @@
 // do not compare: all pieces of one table are measured in turn, round by round, and what counts is the ratio
 // of a piece to the first one, the floor.
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>

@@ -162,7 +162,7 @@ bool QuixSpyAgent::is_over() const {
 }
 
 bool QuixSpyAgent::continue_execution() {
-    constexpr DDS_Duration_t kOneTurn{0, 100000000}; // nothing wakes it at an interrupt
+    constexpr DDS_Duration_t kOneTurn{0, 250000000}; // nothing wakes it at an interrupt
     output().has_waited();                           // only what comes from here on counts at the end
     if (_waitSet->wait(_activeConditions, kOneTurn) == DDS_RETCODE_OK) {
         for (DDS_Long i = 0; i < _activeConditions.length(); ++i) {

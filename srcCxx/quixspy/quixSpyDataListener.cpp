@@ -1,6 +1,7 @@
 #include "quixspy/quixSpyDataListener.h"
 
 #include <new>
+#include <optional>
 #include <string_view>
 
 #include "agent/QuixAgent.h"
@@ -190,11 +191,16 @@ void QuixSpyDataListener::print_user_data(const DDS_SampleInfo& info, const void
 void QuixSpyDataListener::report(const DDS_SampleInfo& info, const void* sample) {
     const QuixSpyEndpointInfo& writer = writer_of(info);
     count(info);
+    std::optional<QuixAgentOutput::Together> together;
+    if (settings_.printSample != PRINT_SAMPLE_NONE) // contents may be put in pieces
+        together.emplace(output_);
     QUIXSpy_formatSampleLine(lines_, settings_.fields, topicField_, info, writer);
     print_sample(info, sample);
+    const bool is_begun = lines_.empty(); // large contents went out already
     lines_ += '\n';
-    if (output_.is_terminal() || lines_.size() > kMostTogether)
+    if (output_.is_terminal() || is_begun || lines_.size() > kMostTogether)
         put_lines();
+    together.reset(); // others need not wait for the terminal
     if (output_.is_terminal())
         output_.flush();
 }
@@ -254,6 +260,12 @@ bool QuixSpyDataListener::print_compact(const DDS_DynamicData& sample) {
     if (result != DDS_RETCODE_OK)
         return fail_compact(result);
     constexpr std::string_view kLabel = " sample=";
+    if (length > kMostTogether) { // needs no memory here
+        lines_ += kLabel;
+        put_lines();
+        result = sample.print(output_.stream(), format);
+        return result == DDS_RETCODE_OK || fail_compact(result);
+    }
     const size_t end = lines_.size();
     try {
         lines_.resize(end + kLabel.size() + length);

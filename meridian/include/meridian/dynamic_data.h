@@ -63,6 +63,10 @@ class DDS_DynamicData {
     /// when the file takes no more.
     DDS_ReturnCode_t print(FILE* file, DDS_Long indent) const;
 
+    /// Writes what to_string makes, without a terminator and without memory for all of it. Fails as both do;
+    /// a value that cannot be decoded may leave the beginning of the text in the file.
+    DDS_ReturnCode_t print(FILE* file, const DDS_PrintFormatProperty& property) const;
+
     /// The contents as text. `size` counts the terminator: with a null `buffer` it is set to what is needed;
     /// else it tells the room in `buffer` and is set to what was needed, with DDS_RETCODE_OUT_OF_RESOURCES
     /// (and nothing written) when the room does not suffice. A value that cannot be decoded gives

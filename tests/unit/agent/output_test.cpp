@@ -192,6 +192,45 @@ TEST_F(OutputPipe, KeepsLongTextsTogether) {
     reader.join();
 }
 
+TEST_F(OutputPipe, KeepsPiecesTogetherThatAreToldTo) {
+    std::string text;
+    QuixAgentOutput output(text);
+    std::thread other;
+    {
+        const QuixAgentOutput::Together together(output);
+        output.put("a");
+        other = std::thread([&output] { output.put("b"); });
+        for (int i = 0; i < 1000; ++i) {
+            const QuixAgentOutput::Together within(output);
+            output.put("a");
+            std::this_thread::yield();
+        }
+    }
+    other.join();
+    EXPECT_EQ(text, std::string(1001, 'a') + "b");
+}
+
+TEST_F(OutputPipe, GivesUpAllPiecesThatBelongTogetherButNotTheLineEnd) {
+    never_block();
+    QuixAgentOutput output(ends[1]);
+    output.wait_while([] { return false; });
+    {
+        const QuixAgentOutput::Together together(output);
+        for (int i = 0; i < 20; ++i)
+            output.put(std::string(100000, 'x') + "\n");
+        output.put("more\n");
+    }
+    output.put("the end\n");
+    std::string got;
+    while (output.has_rest()) {
+        got += held();
+        output.flush();
+    }
+    got += held();
+    EXPECT_LT(got.size(), 200000U);
+    EXPECT_EQ(got, std::string(got.size() - 9, 'x') + "\nthe end\n");
+}
+
 TEST_F(OutputPipe, FreesAllThreadsThatWait) {
     std::atomic<bool> waiting{true};
     QuixAgentOutput output(ends[1]);

@@ -16,6 +16,8 @@
 #include "quixspy/fixture.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/raw_sample.h"
+#include "rtps/wire/byte_writer.h"
+#include "rtps/wire/encapsulation.h"
 #include "support/fake_entities.h"
 #include "support/test_output.h"
 #include "support/type_documents.h"
@@ -232,6 +234,44 @@ TEST_P(DataListener, ShowsSamplesThatAreTooLargeWithoutContents) {
         EXPECT_EQ(printed_by([&] { dynamic.print_user_data(sample(), &large); }),
                   "12:25:30 New data         " + kUnknown);
         EXPECT_EQ(dynamic.dataSampleCount, 1u);
+    }
+}
+
+TEST_P(DataListener, LargeContentsStandOnTheirLine) {
+    settings.useDynamicData = true;
+    meridian::types::TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load(
+        "doc",
+        "<types><struct name='T'><member name='o' sequenceMaxLength='-1' type='byte'/></struct></types>",
+        error))
+        << error;
+    const auto context = std::make_shared<meridian::types::DynamicContext>(documents.find("T"), "Circle");
+    const std::string line = "12:25:30 New data         " + kUnknown;
+    for (const uint32_t count : {5000u, 9000u, 300000u, 3000000u}) {
+        meridian::rtps::ByteBuffer bytes;
+        meridian::rtps::write_encapsulation(bytes, meridian::rtps::Encoding::cdr,
+                                            meridian::rtps::Endianness::little);
+        meridian::rtps::ByteWriter(bytes, meridian::rtps::Endianness::little).write(count);
+        bytes.resize(bytes.size() + count, 9);
+        DDS_DynamicData large;
+        large.impl().assign(context, bytes);
+        std::string compact = line.substr(0, line.size() - 1) + " sample={\"o\":[9";
+        for (uint32_t i = 1; i < count; ++i)
+            compact += ",9";
+        compact += "]}\n";
+        settings.printSample = PRINT_SAMPLE_COMPACT;
+        QuixSpyDataListener listener("Circle", "ShapeType", nullptr, settings);
+        EXPECT_TRUE(printed_by([&] {
+                        listener.print_user_data(sample(), &large);
+                        listener.print_user_data(sample(), nullptr);
+                    }) == compact + line)
+            << count;
+        settings.printSample = PRINT_SAMPLE_PLAIN;
+        QuixSpyDataListener plain("Circle", "ShapeType", nullptr, settings);
+        const std::string text = printed_by([&] { plain.print_user_data(sample(), &large); });
+        EXPECT_EQ(text.substr(0, line.size() + 6), line + "o:\n   ") << count;
+        EXPECT_EQ(text.substr(text.size() - 5), " 09\n\n") << count;
     }
 }
 

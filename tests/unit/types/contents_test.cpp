@@ -170,6 +170,7 @@ TEST(Contents, TextNeedsTheRoomThatWasTold) {
     DDS_UnsignedLong size = 0;
     property.kind = DDS_XML_PRINT_FORMAT;
     EXPECT_EQ(data.to_string(nullptr, size, property), DDS_RETCODE_UNSUPPORTED);
+    EXPECT_EQ(data.print(stdout, property), DDS_RETCODE_UNSUPPORTED);
     property.kind = DDS_JSON_PRINT_FORMAT;
     property.pretty_print = false;
     EXPECT_EQ(data.to_string(nullptr, size, property), DDS_RETCODE_OK);

@@ -56,15 +56,20 @@ class Sample {
     std::shared_ptr<DynamicContext> context_;
 };
 
-std::string plain(const DDS_DynamicData& data) {
+template <typename Format>
+std::string printed(const DDS_DynamicData& data, const Format& format) {
     char* text = nullptr;
     size_t size = 0;
     FILE* file = open_memstream(&text, &size);
-    data.print(file, 0);
+    data.print(file, format);
     std::fclose(file);
     const std::string out(text, size);
     std::free(text);
     return out;
+}
+
+std::string plain(const DDS_DynamicData& data) {
+    return printed(data, 0);
 }
 
 std::string compact(const DDS_DynamicData& data) {
@@ -72,10 +77,15 @@ std::string compact(const DDS_DynamicData& data) {
     DDS_UnsignedLong size = 0;
     if (data.to_string(nullptr, size, format) != DDS_RETCODE_OK)
         return "failed";
+    const std::string in_file = printed(data, format);
+    EXPECT_EQ(in_file.size(), size - 1) << "after the length was asked for";
+    EXPECT_TRUE(printed(data, format) == in_file) << "without that";
+    EXPECT_EQ(data.to_string(nullptr, size, format), DDS_RETCODE_OK);
     std::string text(size, 'x');
     EXPECT_EQ(data.to_string(text.data(), size, format), DDS_RETCODE_OK);
     EXPECT_EQ(text.find('\0'), text.size() - 1);
     text.pop_back();
+    EXPECT_TRUE(in_file == text) << "a file gets the same";
     return text;
 }
 

@@ -41,7 +41,7 @@ class FileSpill final : public TextSpill {
   public:
     explicit FileSpill(FILE* file) : file_(file) {}
     void take(std::string_view text) override {
-        failed_ = std::fwrite(text.data(), 1, text.size(), file_) != text.size() || failed_;
+        failed_ = failed_ || std::fwrite(text.data(), 1, text.size(), file_) != text.size();
     }
     bool failed() const { return failed_; }
 
@@ -59,14 +59,11 @@ class CountSpill final : public TextSpill {
     uint64_t size = 0;
 };
 
-/// Fills a buffer with all behind the first octet.
+/// Fills a buffer.
 class BufferSpill final : public TextSpill {
   public:
     BufferSpill(char* buffer, size_t room) : buffer_(buffer), room_(room) {}
     void take(std::string_view text) override {
-        if (is_first_ && !text.empty())
-            text.remove_prefix(1);
-        is_first_ = false;
         const size_t length = std::min(text.size(), room_);
         std::memcpy(buffer_, text.data(), length);
         buffer_ += length;
@@ -76,14 +73,14 @@ class BufferSpill final : public TextSpill {
   private:
     char* buffer_;
     size_t room_;
-    bool is_first_ = true;
 };
 
 /// Of a shorter text its length is not counted in vain: it is kept.
 constexpr size_t kMostKept = size_t{1} << 20;
 
 TextTarget target_of(const DynamicSample& sample, TextSpill& spill) {
-    TextTarget target{&spill, text_limit(sample.payload().size)};
+    // What stands there already is no part of the text.
+    TextTarget target{&spill, text_limit(sample.payload().size) + sample.text().text.size()};
     if (spill.counts())
         target.piece = kMostKept;
     return target;
@@ -103,6 +100,35 @@ bool print_as(const DynamicSample& sample, const DDS_PrintFormatProperty& proper
     return print_json(SampleWalk(sample), style, sample.text(), target_of(sample, spill));
 }
 
+bool is_offered(const DDS_PrintFormatProperty& property) {
+    return property.kind == DDS_DEFAULT_PRINT_FORMAT || property.kind == DDS_JSON_PRINT_FORMAT;
+}
+
+/// The first octet of a text that is kept tells which format it has; a change of format makes it anew. Its
+/// place counts for the terminator.
+char tag_of(const DDS_PrintFormatProperty& property) {
+    return static_cast<char>('0' + property.kind * 4 + (property.pretty_print ? 2 : 0) +
+                             (property.enum_as_int ? 1 : 0));
+}
+
+/// Writes a text that is kept under that tag, else what `print` makes.
+template <typename Print>
+DDS_ReturnCode_t print_to(FILE* file, const DynamicSample& sample, char tag, Print print) {
+    if (file == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    if (sample.context() == nullptr)
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    FileSpill spill(file);
+    std::string& text = sample.text().text;
+    const bool is_kept = !text.empty() && text.front() == tag;
+    if (!is_kept)
+        text.clear();
+    const bool done = is_kept || print(spill);
+    spill.take(std::string_view(text).substr(is_kept ? 1 : 0));
+    sample.drop_text();
+    return done && !spill.failed() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+}
+
 } // namespace
 
 DDS_DynamicData::DDS_DynamicData() : impl_(std::make_unique<DynamicSample>()) {}
@@ -119,30 +145,24 @@ DDS_Boolean DDS_DynamicData::is_too_large() const {
 }
 
 DDS_ReturnCode_t DDS_DynamicData::print(FILE* file, DDS_Long indent) const {
-    if (file == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    if (impl_->context() == nullptr)
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-    FileSpill spill(file);
-    std::string& text = impl_->text().text;
-    text.clear();
-    const bool decoded = print_plain(*impl_, indent, spill);
-    spill.take(text);
-    impl_->drop_text();
-    return decoded && !spill.failed() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+    return print_to(file, *impl_, '\0', [&](TextSpill& spill) { return print_plain(*impl_, indent, spill); });
+}
+
+DDS_ReturnCode_t DDS_DynamicData::print(FILE* file, const DDS_PrintFormatProperty& property) const {
+    if (!is_offered(property))
+        return DDS_RETCODE_UNSUPPORTED;
+    return print_to(file, *impl_, tag_of(property),
+                    [&](TextSpill& spill) { return print_as(*impl_, property, spill); });
 }
 
 DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size,
                                             const DDS_PrintFormatProperty& property) const {
     if (impl_->context() == nullptr)
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    if (property.kind != DDS_DEFAULT_PRINT_FORMAT && property.kind != DDS_JSON_PRINT_FORMAT)
+    if (!is_offered(property))
         return DDS_RETCODE_UNSUPPORTED;
     std::string& text = impl_->text().text;
-    // The first octet tells which format the text that is kept has; a change of format makes it anew. Its
-    // place counts for the terminator.
-    const char tag = static_cast<char>('0' + property.kind * 4 + (property.pretty_print ? 2 : 0) +
-                                       (property.enum_as_int ? 1 : 0));
+    const char tag = tag_of(property);
     CountSpill counted;
     if (text.empty() || text.front() != tag) {
         text.assign(1, tag);
@@ -169,7 +189,6 @@ DDS_ReturnCode_t DDS_DynamicData::to_string(char* buffer, DDS_UnsignedLong& size
         std::memcpy(buffer, text.data() + 1, text.size() - 1);
     } else {
         BufferSpill filled(buffer, size);
-        text.assign(1, tag);
         print_as(*impl_, property, filled);
         filled.take(text);
     }
