@@ -18,22 +18,22 @@ class NumberIntervals {
     /// Beyond so many the highest are forgotten.
     static constexpr size_t kMost = 256;
 
-    /// Ascending intervals, none of them empty.
-    void add(const std::vector<Interval>& more) {
-        merged_.clear();
+    /// Ascending intervals, none of them empty. `room` is used, and kept for its memory only.
+    void add(const std::vector<Interval>& more, std::vector<Interval>& room) {
+        room.clear();
         auto a = intervals_.begin();
         auto b = more.begin();
         while (a != intervals_.end() || b != more.end()) {
             const bool old = b == more.end() || (a != intervals_.end() && a->first <= b->first);
             const Interval& next = old ? *a++ : *b++;
-            if (!merged_.empty() && next.first <= merged_.back().end)
-                merged_.back().end = std::max(merged_.back().end, next.end);
-            else if (merged_.size() < kMost)
-                merged_.push_back(next);
+            if (!room.empty() && next.first <= room.back().end)
+                room.back().end = std::max(room.back().end, next.end);
+            else if (room.size() < kMost)
+                room.push_back(next);
             else
                 break;
         }
-        intervals_.swap(merged_);
+        intervals_.swap(room);
     }
     void remove_below(SequenceNumber number) {
         intervals_.erase(intervals_.begin(), first_ending_above(number));
@@ -59,7 +59,6 @@ class NumberIntervals {
     }
 
     std::vector<Interval> intervals_; // ascending, none touches the next
-    std::vector<Interval> merged_;    // keeps its memory from one call to the next
 };
 
 } // namespace meridian::rtps

@@ -58,7 +58,8 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     SequenceNumber next = 1;       // everything below was delivered, is irrelevant or lost
     SequenceNumber last_known = 0; // what the writer has written by its latest heartbeat
     bool synchronized = true;      // false: a volatile reader before the first heartbeat
-    SequenceNumber start = 0;      // where a volatile reader began; 0: it is past that
+    bool fragments_nacked = false;
+    SequenceNumber start = 0; // where a volatile reader began; 0: it is past that
     MonotonicTime started_at{0};
     MemoryShare memory;
     std::map<SequenceNumber, HeldSample> held;
@@ -70,7 +71,6 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     SequenceNumber jumped_from = 0; // where the latest jump began; 0: there was none
     MonotonicTime jumped_at{0};
     SenderCount fragment_heartbeats;
-    bool fragments_nacked = false;
     MonotonicTime acknowledge_at = kNever;
     MonotonicTime preempt_at = kNever;
     MonotonicTime preempted_at = -kAskPause;
@@ -223,7 +223,7 @@ void ReliableReader::hold(WriterProxy& proxy, const Sample& sample) {
 
 void ReliableReader::mark_irrelevant(WriterProxy& proxy, SequenceNumber from, SequenceNumber end) {
     irrelevant_.assign(1, {from, end});
-    proxy.irrelevant.add(irrelevant_);
+    proxy.irrelevant.add(irrelevant_, irrelevant_room_);
 }
 
 /// Or drops it where its number has been passed.
@@ -447,7 +447,7 @@ void ReliableReader::on_gap(const Guid& writer, const Gap& gap, MonotonicTime) {
     }
     if (irrelevant_.empty())
         return;
-    p->irrelevant.add(irrelevant_);
+    p->irrelevant.add(irrelevant_, irrelevant_room_);
     drain(*p);
 }
 

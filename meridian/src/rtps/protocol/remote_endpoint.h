@@ -27,7 +27,10 @@ enum class TypeState {
 struct RemoteEndpoint {
     Guid guid;
     GuidPrefix participant;
-    bool is_writer = false; // the kind of its entity need not say so
+    bool is_writer = false;          // the kind of its entity need not say so
+    bool expects_inline_qos = false; // readers
+    TypeState type_state = TypeState::waiting;
+    Endianness raw_endianness = native_endianness(); // of the type information
     std::string topic_name;
     std::string type_name;
     std::string name;
@@ -35,16 +38,13 @@ struct RemoteEndpoint {
     std::shared_ptr<const LocatorList> unicast;         // not null
     std::shared_ptr<const ByteBuffer> type_information; // not null
     ByteBuffer type_object;                             // until its type was asked for
-    Endianness raw_endianness = native_endianness();    // of the type information
-    bool expects_inline_qos = false;                    // readers
     std::vector<Property> properties;
     uint64_t announcement = 0; // a hash of the content
     size_t memory = 0;         // bytes that it keeps, about, with all that it shares
     /// They are charged for as long as anybody keeps the record.
     MemoryShare charge{MemoryBudget::of_process()};
     WireTime timestamp = kTimeInvalid; // of the announcement
-    TypeState type_state = TypeState::waiting;
-    EndpointTypeRef type; // set where type_state is known
+    EndpointTypeRef type;              // set where type_state is known
 };
 using RemoteEndpointRef = std::shared_ptr<const RemoteEndpoint>;
 
