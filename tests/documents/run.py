@@ -294,7 +294,14 @@ def main():
     with tempfile.TemporaryDirectory() as path, concurrent.futures.ThreadPoolExecutor(6) as pool:
         os.symlink(harness.options.tool, pathlib.Path(path, "ferret"))
         os.symlink(ROOT / "tools/ferret-types/ferret-types", pathlib.Path(path, "ferret-types"))
-        outcome = list(pool.map(lambda block: run_block(*block, path), blocks_of(to_run)))
+        blocks = blocks_of(to_run)
+        outcome = list(pool.map(lambda block: run_block(*block, path), blocks))
+        for at, block in enumerate(blocks):
+            # What depends on time may differ where the machine is too busy. What a page says falsely differs each time.
+            for _ in range(2):
+                if any(problems for _, _, problems in outcome[at]):
+                    print(f"again, alone: {block[1][0].place}", flush=True)
+                    outcome[at] = run_block(*block, path)
     results = [each for block in outcome for each in block]
     failed = [each for each in results if each[2]]
     for command, lines, problems in failed:
