@@ -7,6 +7,8 @@ import harness
 
 
 class Samples(harness.InteropTest):
+    RECREATED = 20
+
     def publisher(self, make, *writers):
         """A peer with these writers, and a spy whose readers they are matched with."""
         peer = make()
@@ -213,7 +215,7 @@ class Samples(harness.InteropTest):
     def test_a_recreated_writer(self):
         def check(make):
             peer, spy = self.watched(make, "w topic=T type=keyed", spy_options=("-useFirstPublicationQos",))
-            for attempt in (1, 2, 3):
+            for attempt in range(1, self.RECREATED + 1):
                 # A writer that knows our reader already may write before we know the writer.
                 spy.wait_for_event("New writer", count=attempt)
                 peer.do("write w count=2")
@@ -223,7 +225,7 @@ class Samples(harness.InteropTest):
                 peer.do("writer w topic=T type=keyed")
                 peer.do("matched w")
             self.end(spy)
-            self.assertEqual(spy.topic_statistics(), {("T", "peers::Keyed"): (6, 0, 3)})
+            self.assertEqual(spy.topic_statistics(), {("T", "peers::Keyed"): (2 * self.RECREATED, 0, self.RECREATED)})
 
         self.with_each_maker(check)
 

@@ -417,6 +417,48 @@ TEST_F(ParticipantTest, WhatAWriterSentJustBeforeItsAnnouncementIsHeard) {
     }
 }
 
+// A writer begins to count for a reader when it matches it, which may be before its announcement is taken
+// here. What it writes from then on is new, though a heartbeat may name it before it comes.
+TEST_F(ParticipantTest, WhatAWriterToldAReaderJustBeforeItsAnnouncementIsHeard) {
+    struct Sink : ReaderSink {
+        std::vector<SequenceNumber> numbers;
+        void on_sample(const Sample& sample) override { numbers.push_back(sample.sequence_number); }
+    };
+    const auto say_what_is_there = [this](EntityId reader, SequenceNumber last, Count count) {
+        receive(
+            2,
+            [&](MessageWriter& writer) {
+                Heartbeat heartbeat;
+                heartbeat.reader = reader;
+                heartbeat.writer = EntityId{0x102};
+                heartbeat.last = last;
+                heartbeat.count = count;
+                writer.add_heartbeat(heartbeat);
+            },
+            true);
+    };
+    const ByteBuffer payload{0, 1, 0, 0, 1, 2, 3, 4};
+    for (const EntityId told : {EntityId{0x107}, entity::unknown}) {
+        Sink sink;
+        start();
+        ASSERT_TRUE(participant->add_reader(publication(1, 0x107), {}, sink, now()));
+        announce(remote(2));
+        say_what_is_there(told, 0, 1);
+        send_data(2, entity::publications_writer, 1, encode(publication(2)));
+        output.messages.clear();
+        say_what_is_there(EntityId{0x107}, 2, 2);
+        run_until(time + milliseconds(50));
+        const bool is_for_reader = told != entity::unknown; // else it may be for others
+        EXPECT_EQ(sent_to(udpv4(2, 7411)).back(), is_for_reader ? "ACKNACK 1 {1 2}" : "ACKNACK 3 {} final");
+        time += seconds(1); // what comes right behind a first heartbeat is taken anyway
+        send_data(2, EntityId{0x102}, 1, payload);
+        send_data(2, EntityId{0x102}, 2, payload);
+        EXPECT_EQ(sink.numbers,
+                  is_for_reader ? (std::vector<SequenceNumber>{1, 2}) : std::vector<SequenceNumber>{});
+        participant->stop(now());
+    }
+}
+
 TEST_F(ParticipantTest, AnEndpointWithoutAddressesUsesThoseOfItsParticipant) {
     start();
     announce(remote(2));

@@ -176,10 +176,11 @@ void MessageRouter::tell_readers(const MessageContext& context, const Submessage
 void MessageRouter::on_heartbeat(const MessageContext& context, const Heartbeat& heartbeat) {
     tell_readers(context, heartbeat, &Reader::on_heartbeat);
     const Guid writer{context.source, heartbeat.writer};
-    // Without it a reader that is matched later could not deliver what is kept for it.
+    // Without it a reader that is matched later could not deliver what is kept for it. A writer that is not
+    // known at all tells a reader of ours in this way from where on it counts for it.
     if (!writer.entity.is_builtin()) {
         const DiscoveredEndpoint* remote = endpoints_.find(writer);
-        if (remote != nullptr && remote->record == nullptr)
+        if (remote != nullptr ? remote->record == nullptr : locals_.find(heartbeat.reader) != nullptr)
             note_unknown_writer(writer);
     }
     if (heartbeat.liveliness)
