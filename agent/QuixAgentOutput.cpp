@@ -10,6 +10,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdarg>
+#include <cstring>
 #include <utility>
 
 int32_t theVerbosity = 1;
@@ -34,8 +35,9 @@ bool can_block(int descriptor) {
 size_t piece_of(std::string_view text, size_t limit) {
     if (text.size() <= limit)
         return text.size();
-    const size_t line_end = text.rfind('\n', limit - 1);
-    return line_end == std::string_view::npos ? limit : line_end + 1;
+    const void* const line_end = memrchr(text.data(), '\n', limit); // std::string_view looks at one at a time
+    return line_end == nullptr ? limit
+                               : static_cast<size_t>(static_cast<const char*>(line_end) - text.data()) + 1;
 }
 
 } // namespace
