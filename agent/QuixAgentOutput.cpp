@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdarg>
+#include <cstring>
 #include <utility>
 
 int32_t theVerbosity = 1;
@@ -19,9 +21,12 @@ namespace {
 /// How long one wait for room lasts; keeps_waiting_ is called between two.
 constexpr int kWaitMilliseconds = 50;
 
-bool is_regular(int descriptor) {
+/// A file, or a device that is none in truth, as /dev/null.
+bool takes_all(int descriptor) {
+    constexpr unsigned kMemoryDevices = 1; // as Linux numbers them
     struct stat status {};
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return fstat(descriptor, &status) == 0 &&
+           (S_ISREG(status.st_mode) || (S_ISCHR(status.st_mode) && major(status.st_rdev) == kMemoryDevices));
 }
 
 bool can_block(int descriptor) {
@@ -34,8 +39,9 @@ bool can_block(int descriptor) {
 size_t piece_of(std::string_view text, size_t limit) {
     if (text.size() <= limit)
         return text.size();
-    const size_t line_end = text.rfind('\n', limit - 1);
-    return line_end == std::string_view::npos ? limit : line_end + 1;
+    const void* const line_end = memrchr(text.data(), '\n', limit); // std::string_view looks at one at a time
+    return line_end == nullptr ? limit
+                               : static_cast<size_t>(static_cast<const char*>(line_end) - text.data()) + 1;
 }
 
 } // namespace
@@ -43,7 +49,7 @@ size_t piece_of(std::string_view text, size_t limit) {
 QuixAgentOutput::QuixAgentOutput(int descriptor)
     : descriptor_(descriptor),
       is_terminal_(isatty(descriptor) == 1),
-      is_file_(is_regular(descriptor)),
+      is_file_(takes_all(descriptor)),
       blocks_(!is_file_ && can_block(descriptor)) {
     open_stream();
 }
