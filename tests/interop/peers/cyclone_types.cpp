@@ -84,6 +84,44 @@ std::string describe_shape(const void* sample) {
         .text();
 }
 
+constexpr const char* kMoods[] = {"CALM", "BUSY", "ANGRY"};
+
+dds_return_t build_mixed(const Sample& sample, const Action& action) {
+    char name[] = "robot_7";
+    peers_Mixed data{};
+    data.id = static_cast<uint32_t>(sample.id);
+    data.enabled = true;
+    data.mood = peers_BUSY;
+    data.name = name;
+    data.stamp = 1700000000123456789LL + sample.value;
+    data.x = 12.345;
+    data.y = -0.5;
+    data.speed = 1.25F;
+    data.gear = -3;
+    data.level = 200;
+    data.grade = 'A';
+    data.distance = 123456789012ULL;
+    return action(&data);
+}
+
+std::string describe_mixed(const void* sample) {
+    const auto& data = *static_cast<const peers_Mixed*>(sample);
+    return JsonObject()
+        .add("id", data.id)
+        .add("enabled", data.enabled)
+        .add("mood", kMoods[data.mood])
+        .add("name", data.name)
+        .add("stamp", data.stamp)
+        .add("x", data.x)
+        .add("y", data.y)
+        .add("speed", data.speed)
+        .add("gear", data.gear)
+        .add("level", data.level)
+        .add("grade", std::string(1, data.grade))
+        .add("distance", data.distance)
+        .text();
+}
+
 // Samples take turns with the branches of the union; the last text is not one of ASCII letters only.
 void fill_reading(peers_Reading& reading, uint32_t value, Buffers& buffers) {
     reading._d = static_cast<int32_t>(value % 3) + 1;
@@ -159,7 +197,6 @@ std::string json(const peers_Reading& reading) {
 
 std::string describe_everything(const void* sample) {
     const auto& data = *static_cast<const peers_Everything*>(sample);
-    constexpr const char* kMoods[] = {"CALM", "BUSY", "ANGRY"};
     return JsonObject()
         .add("id", data.id)
         .add("value", data.value)
@@ -218,6 +255,7 @@ const CycloneType kTypes[] = {
     counted<peers_Appendable>("appendable", peers_Appendable_desc),
     counted<peers_Mutable>("mutable", peers_Mutable_desc),
     {"shape", &peers_Shape_desc, build_shape, describe_shape},
+    {"mixed", &peers_Mixed_desc, build_mixed, describe_mixed},
     {"everything", &peers_Everything_desc, build_everything, describe_everything},
     {"contradicting", &kContradicting, build_everything, describe_everything},
 };
