@@ -231,6 +231,19 @@ def contents(bench):
     for form, target in (("COMPACT", "<= 1.5"), ("PLAIN", "<= 1.7")):
         yield compared(bench, "contents", f"{form} of 12 mixed members", "us", target,
                        lambda form=form: per_sample("-printSample", form), per_sample)
+    for form, last_member in (("COMPACT", b'"distance":123456789012}'), ("PLAIN", b"distance: 123456789012")):
+        count = 200000 * bench.seconds
+        with open(bench.folder / "lines", "wb") as lines, Peer(bench.peer) as peer:
+            peer.do("participant")
+            peer.do("writer w topic=Mixed type=mixed")
+            with running(bench.ferret("-useFirstPublicationQos", "-printSample", form), lines):
+                peer.do("matched w")
+                begin = time.monotonic()
+                peer.do(f"write w count={count} rate=200000")
+                rate = count / (time.monotonic() - begin)
+                wait_until_printed(bench.folder / "lines")
+        missing = count - count_lines(bench.folder / "lines", last_member)
+        yield Row("contents", f"missing of {count:,} in {form} at {rate:,.0f}/s", missing, 1, "samples", "<= 0")
 
 
 def payload(bench):
