@@ -19,11 +19,13 @@ class Sink final : public ReaderSink {
     std::vector<SequenceNumber> numbers;
     std::vector<size_t> sizes;
     std::vector<VendorId> vendors;
+    std::vector<uint8_t> fast_cdrs;
     uint64_t lost = 0;
     void on_sample(const Sample& sample) override {
         numbers.push_back(sample.sequence_number);
         sizes.push_back(sample.payload.size);
         vendors.push_back(sample.vendor);
+        fast_cdrs.push_back(sample.fast_cdr);
     }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
 };
@@ -44,7 +46,7 @@ class ReliableReaderTest : public ::testing::Test {
               const ReaderConfig& config = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
                                                   batcher, timers);
-        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor}, now);
+        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor, 2}, now);
     }
     void data(SequenceNumber number, size_t size = 8) {
         const ByteBuffer payload(size, 1);
@@ -116,7 +118,7 @@ class ReliableReaderTest : public ::testing::Test {
     std::unique_ptr<ReliableReader> reader;
 };
 
-TEST_F(ReliableReaderTest, SamplesTellTheirVendor) {
+TEST_F(ReliableReaderTest, SamplesTellTheirVendorAndSerializer) {
     make(false);
     context.vendor = VendorId{{1, 15}};
     data(1);
@@ -124,6 +126,7 @@ TEST_F(ReliableReaderTest, SamplesTellTheirVendor) {
     for (FragmentNumber number = 1; number <= 3; ++number)
         fragment(2, number);
     EXPECT_EQ(sink.vendors, std::vector<VendorId>(3, VendorId{{1, 15}}));
+    EXPECT_EQ(sink.fast_cdrs, std::vector<uint8_t>(3, 2));
 }
 
 TEST_F(ReliableReaderTest, SpeaksFirstAndRepeatsUntilTheFirstHeartbeat) {
