@@ -180,6 +180,7 @@ bool DynamicType_copy_cdr_stream(QUIXCdrStream** target, QUIXCdrStream* source, 
     stream.encapsulationOptions = header.options;
     const DDS_Octet* const vendor = source->source != nullptr ? source->source->vendorId : source->vendorId;
     std::memcpy(stream.vendorId, vendor, sizeof stream.vendorId);
+    stream.fastCdr = source->source != nullptr ? source->source->fastCdr : source->fastCdr;
     if (DynamicTypePlugin_g_use42Alignment)
         stream.alignmentOrigin = buffer - 4;
     return true;

@@ -575,6 +575,8 @@ WideText wide_text_of(const QUIXCdrStream& stream, const DDS_TypeCode* code) {
         return WideText::units; // Fast CDR 1 does not know that version
     WideText doubtful = WideText::unknown;
     for (const WideText form : {WideText::units, WideText::quads}) {
+        if (stream.fastCdr == (form == WideText::units ? 1 : 2))
+            continue; // the other generation has it
         std::string text;
         QUIXCdrStream ahead = stream;
         Walk trial(text, nullptr, ahead, form, true);

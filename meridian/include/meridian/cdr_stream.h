@@ -14,6 +14,7 @@ constexpr DDS_Octet QUIX_CDR_ENDIAN_LITTLE = 1;
 struct QUIXCdrSource {
     DDS_GUID_t writer;
     DDS_Octet vendorId[2];
+    DDS_Octet fastCdr; // Fast DDS: the generation of its serializer, 1 or 2; 0: not known
 };
 
 /// A plain record. The maker of the stream says who owns `buffer`; the operations below never free or
@@ -37,6 +38,7 @@ struct QUIXCdrStream {
     /// alone; 0 in a fresh stream.
     DDS_UnsignedLong capacity;
     DDS_Octet vendorId[2]; // of the writer, for those who keep a copy without `source`; zero: not known
+    DDS_Octet fastCdr;     // likewise
 };
 
 /// A zeroed stream object without a buffer, with the native byte order set; null when memory is short.

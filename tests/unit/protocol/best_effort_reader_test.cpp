@@ -15,11 +15,12 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
   protected:
     BestEffortReaderTest() {
         context.source = prefix(2);
-        reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {}}, now);
+        reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {}, 2}, now);
     }
     void on_sample(const Sample& sample) override {
         numbers.push_back(sample.sequence_number);
         vendors.push_back(sample.vendor);
+        fast_cdrs.push_back(sample.fast_cdr);
     }
     void on_lost(const Guid&, uint64_t count) override { lost += count; }
     void on_not_taken(const Guid&, NotTaken reason, uint64_t count) override {
@@ -55,6 +56,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     MessageContext context;
     std::vector<SequenceNumber> numbers;
     std::vector<VendorId> vendors;
+    std::vector<uint8_t> fast_cdrs;
     uint64_t lost = 0;
     int oversized = 0;
     std::array<uint64_t, static_cast<size_t>(NotTaken::count)> not_taken{};
@@ -225,12 +227,13 @@ TEST_F(BestEffortReaderTest, OversizedSamplesAreToldAndSkipped) {
     EXPECT_EQ(numbers, (std::vector<SequenceNumber>{2}));
 }
 
-TEST_F(BestEffortReaderTest, SamplesTellTheirVendor) {
+TEST_F(BestEffortReaderTest, SamplesTellTheirVendorAndSerializer) {
     context.vendor = VendorId{{1, 15}};
     data(1);
     fragment(2, 1);
     fragment(2, 2);
     EXPECT_EQ(vendors, std::vector<VendorId>(2, VendorId{{1, 15}}));
+    EXPECT_EQ(fast_cdrs, std::vector<uint8_t>(2, 2));
 }
 
 } // namespace

@@ -459,6 +459,31 @@ TEST_F(ParticipantTest, WhatAWriterToldAReaderJustBeforeItsAnnouncementIsHeard) 
     }
 }
 
+TEST_F(ParticipantTest, SamplesTellTheSerializerOfTheParticipant) {
+    struct Sink : ReaderSink {
+        std::vector<uint8_t> fast_cdrs;
+        void on_sample(const Sample& sample) override { fast_cdrs.push_back(sample.fast_cdr); }
+    } sink;
+    start();
+    EndpointData reader = publication(1, 0x107);
+    reader.qos.reliability = Reliability::best_effort;
+    ASSERT_TRUE(participant->add_reader(reader, {}, sink, now()));
+    ParticipantData data = remote(2);
+    data.vendor = kFastDds;
+    announce(data);
+    data = remote(3);
+    data.vendor = kFastDds;
+    data.raw = {{0x8000, {3, 1, 2, 0}}};
+    announce(data);
+    announce(remote(4));
+    for (const uint8_t id : {uint8_t{2}, uint8_t{3}, uint8_t{4}}) {
+        send_data(id, entity::publications_writer, 1, encode(publication(id)));
+        send_data(id, EntityId{0x102}, 1, {0, 1, 0, 0});
+    }
+    EXPECT_EQ(sink.fast_cdrs, (std::vector<uint8_t>{1, 2, 0}));
+    participant->stop(now());
+}
+
 TEST_F(ParticipantTest, AnEndpointWithoutAddressesUsesThoseOfItsParticipant) {
     start();
     announce(remote(2));

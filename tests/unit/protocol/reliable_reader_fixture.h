@@ -21,11 +21,13 @@ class ReliableReaderTest : public ::testing::Test {
         std::vector<SequenceNumber> numbers;
         std::vector<size_t> sizes;
         std::vector<VendorId> vendors;
+        std::vector<uint8_t> fast_cdrs;
         uint64_t lost = 0;
         void on_sample(const Sample& sample) override {
             numbers.push_back(sample.sequence_number);
             sizes.push_back(sample.payload.size);
             vendors.push_back(sample.vendor);
+            fast_cdrs.push_back(sample.fast_cdr);
         }
         void on_lost(const Guid&, uint64_t count) override { lost += count; }
     };
@@ -43,7 +45,7 @@ class ReliableReaderTest : public ::testing::Test {
               const ReaderConfig& config = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
                                                   batcher, timers);
-        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor}, now);
+        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor, 2}, now);
     }
     void data(SequenceNumber number, size_t size = 8) {
         const ByteBuffer payload(size, 1);

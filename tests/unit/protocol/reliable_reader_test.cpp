@@ -7,7 +7,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-TEST_F(ReliableReaderTest, SamplesTellTheirVendor) {
+TEST_F(ReliableReaderTest, SamplesTellTheirVendorAndSerializer) {
     make(false);
     context.vendor = VendorId{{1, 15}};
     data(1);
@@ -15,6 +15,7 @@ TEST_F(ReliableReaderTest, SamplesTellTheirVendor) {
     for (FragmentNumber number = 1; number <= 3; ++number)
         fragment(2, number);
     EXPECT_EQ(sink.vendors, std::vector<VendorId>(3, VendorId{{1, 15}}));
+    EXPECT_EQ(sink.fast_cdrs, std::vector<uint8_t>(3, 2));
 }
 
 TEST_F(ReliableReaderTest, SpeaksFirstAndRepeatsUntilTheFirstHeartbeat) {

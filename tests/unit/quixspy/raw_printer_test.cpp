@@ -408,6 +408,13 @@ TEST_F(RawPrinter, ReadsWideTextAsItsVendorWritesIt) {
     EXPECT_EQ(print(quads, fast_dds), whole);
     EXPECT_EQ(print(octets, {}), whole);
     EXPECT_EQ(print(Bytes(units.begin(), units.end() - 4), fast_dds), "\nn: 1\nw: !") << "in no form whole";
+    // The release tells which of them it is.
+    const QUIXCdrSource fast_cdr_1{{}, {1, 15}, 1};
+    const QUIXCdrSource fast_cdr_2{{}, {1, 15}, 2};
+    EXPECT_EQ(print(units, fast_cdr_2), whole);
+    EXPECT_EQ(print(quads, fast_cdr_1), whole);
+    EXPECT_EQ(print(units, fast_cdr_1), "\nn: 1\nw: !");
+    EXPECT_EQ(print(quads, fast_cdr_2), "\nn: 1\nw: !");
 }
 
 TEST_F(RawPrinter, EscapesCharactersThatTurnText) {

@@ -225,6 +225,72 @@ TEST_F(FormTest, WideTextOfFastDdsIsNeverCountedInOctets) {
 constexpr const char* kLongDouble =
     R"(<struct name="T" extensibility="final"><member name="l" type="float128"/></struct>)";
 
+/// A writer of Fast DDS with that generation of its serializer.
+SampleSource fast_dds(uint8_t fast_cdr) {
+    SampleSource source = kFirst;
+    source.writer.entity.value += fast_cdr << 8;
+    source.fast_cdr = fast_cdr;
+    return source;
+}
+
+TEST_F(FormTest, WhatTheReleaseTellsIsNotAMatterOfTheSample) {
+    const std::string type = R"(<struct name="T" extensibility="final"><member name="w" type="wstring"/>
+        <member name="data" type="uint8" sequenceMaxLength="100"/></struct>)";
+    // As two characters of four octets and one octet, or as two of two and five octets: both forms fit.
+    const std::string both = "00010000 02000000 00f60100 05000000 01000000 07";
+    const std::string quads = "w: \"\U0001f600\\x05\" data:    [0]: 7 ";
+    const std::string units = "w: \"\uf600\\x01\" data:    [0]: 1    [1]: 0    [2]: 0    [3]: 0    [4]: 7 ";
+    EXPECT_EQ(values(type, both, fast_dds(1)), quads);
+    EXPECT_EQ(values(type, both, fast_dds(2)), units);
+    EXPECT_EQ(values(type, both, fast_dds(0)), units);
+    // The other generation's are tried all the same where its own do not fit.
+    const std::string only_quads = "00010000 01000000 61000000 01000000 07";
+    const std::string only_units = "00010000 02000000 61006200 01000000 07";
+    for (const uint8_t fast_cdr : {uint8_t{0}, uint8_t{1}, uint8_t{2}}) {
+        EXPECT_EQ(values(type, only_quads, fast_dds(fast_cdr)), "w: \"a\" data:    [0]: 7 ") << +fast_cdr;
+        EXPECT_EQ(values(type, only_units, fast_dds(fast_cdr)), "w: \"ab\" data:    [0]: 7 ") << +fast_cdr;
+    }
+}
+
+TEST_F(FormTest, WritersOfEachReleaseAreExpectedToDoAsTheirs) {
+    const std::string type = R"(<struct name="T" extensibility="final"><member name="w" type="wstring"/>
+        <member name="data" type="uint8" sequenceMaxLength="100"/></struct>)";
+    const SampleReader reader(FormTest::type(type));
+    const rtps::ByteBuffer both = bytes_of("00010000 02000000 00f60100 05000000 01000000 07");
+    const auto length = [&](const SampleSource& source) {
+        PrintBuffers buffers;
+        PlainPrinter printer(buffers, 0);
+        std::string failure;
+        EXPECT_TRUE(reader.walk(both, &printer, failure, source)) << failure;
+        return std::count(buffers.text.begin(), buffers.text.end(), '[');
+    };
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(length(fast_dds(1)), 1);
+        EXPECT_EQ(length(fast_dds(2)), 5);
+        EXPECT_EQ(length(fast_dds(0)), 5);
+    }
+    // One that comes back with the same GUID and another release.
+    SampleSource again = fast_dds(2);
+    again.fast_cdr = 1;
+    EXPECT_EQ(length(again), 1);
+}
+
+TEST_F(FormTest, AWriterMayCallItselfAnother) {
+    // Requests of Cyclone DDS have more forms than those of others.
+    const std::string type = R"(<module name="p"><module name="srv"><module name="dds_">
+        <struct name="Add_Request_" extensibility="final"><member name="w" type="wstring"/>
+        <member name="n" type="int64"/></struct></module></module></module>)";
+    const SampleReader reader(FormTest::type(type, "p::srv::dds_::Add_Request_"));
+    SampleSource source = kCyclone;
+    for (const rtps::VendorId vendor : {kCyclone.vendor, kFirst.vendor, rtps::VendorId{}, kCyclone.vendor}) {
+        source.vendor = vendor;
+        for (const rtps::ByteBuffer& payload : {kOctets, kUnits, kQuads}) {
+            std::string failure;
+            EXPECT_TRUE(reader.walk(payload, nullptr, failure, source)) << failure;
+        }
+    }
+}
+
 TEST_F(FormTest, LongDoublesOfFastDdsAreThoseOfX86) {
     // zero and 1.5 in ten octets; the other six are garbage: a pointer, the end of a double
     EXPECT_EQ(values(kLongDouble, "00010000 00000000000000000000 785634127fff", kFirst), "l: 0 ");

@@ -130,6 +130,22 @@ TEST_F(Documents, MayUseTypesBeforeTheyAreDefinedAndInThemselves) {
     EXPECT_TRUE(equal(*type("Forest").members[0].type, tree));
 }
 
+TEST_F(Documents, TheFirstOfSeveralMayUseTypesOfTheSecond) {
+    meridian::xml::Documents documents;
+    std::string error;
+    ASSERT_TRUE(documents.add_text("first",
+                                   "<types><struct name='A'><member name='b' type='nonBasic' "
+                                   "nonBasicTypeName='B' arrayDimensions='N'/></struct></types>",
+                                   error));
+    ASSERT_TRUE(documents.add_text("second",
+                                   "<dds><types><const name='N' type='int32' value='2'/><struct name='B'>"
+                                   "<member name='x' type='int32'/></struct></types></dds>",
+                                   error));
+    TypesByName types;
+    ASSERT_TRUE(make_types(documents, types, error)) << error;
+    EXPECT_EQ(types.at("A")->members[0].type->content->name, "B");
+}
+
 TEST_F(Documents, LookForNamesFromTheInsideOut) {
     ASSERT_TRUE(load(R"(
 <struct name="S"><member name="outer" type="byte"/></struct>
@@ -227,6 +243,7 @@ TEST_F(Documents, RefuseTextAndUnknownElements) {
          "<member>: holds the text \"x\" where elements are expected"},
         {"<struct name='S'><member name='m' type='byte'><key/></member></struct>",
          "<key>: not an element of a member"},
+        {"<const name='C' type='int32' value='1'><value/></const>", "<value>: not an element of a constant"},
         {"<enum name='E'><enumerator name='A'><value/></enumerator></enum>",
          "<value>: not an element of an enumerator"},
     };
@@ -280,6 +297,16 @@ TEST_F(Documents, RefuseWhatIsThereTwiceOrTooLarge) {
          "<enumerator>: has the name or the value of \"A\""},
         {"<enum name='E' bitBound='8'><enumerator name='A' value='256'/></enum>",
          "<enumerator>: the value 256 needs more than 8 bits"},
+        {"<bitset name='B'><bitfield name='x' type='int8' bit_bound='9'/></bitset>",
+         "<bitfield>: the type of a bit field has fewer bits than the field"},
+        {"<bitset name='B'><bitfield name='x' type='float32' bit_bound='9'/></bitset>",
+         "<bitfield>: the type of a bit field is one of whole numbers"},
+        {"<const name='C' type='int8' value='300'/>", "<const>: the value 300 is out of range (-128 to 127)"},
+        {"<const name='C' type='uint32' value='-1'/>",
+         "<const>: the value -1 is out of range (0 to 4294967295)"},
+        {"<const name='C' type='int32' value='many'/>",
+         "<const>: \"many\" is not a number, constant or enumerator"},
+        {"<const name='C' type='int33' value='1'/>", "<const>: there is no type \"int33\""},
         {"<enum name='E' bitBound='8'><enumerator name='A' value='-129'/></enum>",
          "<enumerator>: the value -129 needs more than 8 bits"},
         {"<bitmask name='M'><flag name='A' position='1'/><flag name='B' position='1'/></bitmask>",
@@ -321,6 +348,17 @@ TEST_F(Documents, NumbersMayBeExpressions) {
         EXPECT_EQ(error.substr(0, 25), "doc:3: element <typedef>:") << wrong << ": " << error;
         EXPECT_NE(error.find("is not a number, constant or enumerator"), std::string::npos) << error;
     }
+}
+
+TEST_F(Documents, ConstantsMayBeOfAnyPrimitiveType) {
+    EXPECT_TRUE(
+        load("<const name='A' type='float64' value='1.5'/><const name='B' type='string' value='x'/>"
+             "<const name='C' type='uint64' value='18446744073709551615'/>"
+             "<const name='D' type='char8' value='x'/><const name='E' type='boolean' value='True'/>"
+             "<const name='F' type='int64' value='-9223372036854775807'/>"
+             "<const name='G' type='nonBasic' nonBasicTypeName='T' value='7'/>"
+             "<typedef name='T' type='byte'/>"))
+        << error_;
 }
 
 TEST_F(Documents, NumbersMayBeOctal) {

@@ -319,6 +319,22 @@ TEST(Fast31, Participant) {
     EXPECT_EQ(participant.properties[2], (Property{"fastdds.physical_data.user", "root"}));
 }
 
+TEST(FastDds, TheReleaseTellsItsSerializer) {
+    EXPECT_EQ(fast_cdr_of(Golden("fast_participant").participant(0)), 1) << "2.9";
+    EXPECT_EQ(fast_cdr_of(Golden("fast214_participant").participant(0)), 0) << "2.14, which may have either";
+    EXPECT_EQ(fast_cdr_of(Golden("fast31_participant").participant(0)), 2);
+    EXPECT_EQ(fast_cdr_of(Golden("cyclone_participant").participant(0)), 0);
+    ParticipantData data;
+    data.vendor = kFastDds;
+    EXPECT_EQ(fast_cdr_of(data), 1);
+    data.raw = {{0x8007, {}}, {0x8000, {3, 6, 2, 0}}};
+    EXPECT_EQ(fast_cdr_of(data), 2);
+    data.raw[1].value = {2, 20, 0, 0};
+    EXPECT_EQ(fast_cdr_of(data), 0);
+    data.raw[1].value.clear();
+    EXPECT_EQ(fast_cdr_of(data), 0);
+}
+
 TEST(Fast31, Publication) {
     const Golden golden("fast31_publication");
     const EndpointData writer = golden.endpoint(0);
@@ -477,7 +493,7 @@ std::vector<std::filesystem::path> all_goldens() {
 
 TEST(Mutations, EveryPrefixIsDecodedOrRefused) {
     const auto paths = all_goldens();
-    ASSERT_EQ(paths.size(), 24u);
+    ASSERT_EQ(paths.size(), 25u);
     for (const auto& path : paths) {
         const ByteBuffer whole = load(path);
         DecodeAll all;

@@ -5,7 +5,7 @@
 
 #include "discovery/conversions.h"
 #include "meridian/cdr_stream.h"
-#include "rtps/wire/types.h"
+#include "rtps/protocol/sinks.h"
 
 namespace meridian::dcps {
 
@@ -20,10 +20,11 @@ inline DDS_GUID_t to_guid_t(const rtps::Guid& guid) {
 /// handed it. The stream is only read: plugins get the bytes of the packet itself.
 class PayloadStream {
   public:
-    PayloadStream(rtps::ByteView payload, const rtps::Guid& writer, rtps::VendorId vendor)
-        : source_{to_guid_t(writer), {vendor.bytes[0], vendor.bytes[1]}} {
-        auto* bytes = const_cast<char*>(reinterpret_cast<const char*>(payload.data));
-        QUIXCdrStream_set(&stream_, bytes, static_cast<DDS_UnsignedLong>(payload.size));
+    explicit PayloadStream(const rtps::Sample& sample)
+        : source_{
+              to_guid_t(sample.writer), {sample.vendor.bytes[0], sample.vendor.bytes[1]}, sample.fast_cdr} {
+        auto* bytes = const_cast<char*>(reinterpret_cast<const char*>(sample.payload.data));
+        QUIXCdrStream_set(&stream_, bytes, static_cast<DDS_UnsignedLong>(sample.payload.size));
         stream_.source = &source_;
         DDS_Octet kind[2] = {};
         if (!QUIXCdrStream_readBytes(&stream_, kind, 2))

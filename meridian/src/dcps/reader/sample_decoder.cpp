@@ -85,7 +85,7 @@ bool SampleDecoder::deserialize(const rtps::Sample& sample, void*& made) {
     made = stock_.get();
     if (made == nullptr)
         return false;
-    PayloadStream stream(sample.payload, sample.writer, sample.vendor);
+    PayloadStream stream(sample);
     bool drop = false;
     const bool readable = plugin().deserialize(endpoint_, &made, &drop, stream.get(), true, true);
     if (!readable || drop) {
@@ -107,7 +107,7 @@ rtps::KeyHash SampleDecoder::key_hash(const rtps::Sample& sample) {
         return aliases_.instance_of(sample.writer, key);
     // What the type says of the payload counts more than the writer's own hash: makers form it differently,
     // and the instances of all writers of a topic are to agree.
-    PayloadStream stream(sample.payload, sample.writer, sample.vendor);
+    PayloadStream stream(sample);
     PRESKeyHash hash{};
     std::copy(key.begin(), key.end(), hash.value);
     hash.length = sizeof hash.value;
@@ -116,8 +116,8 @@ rtps::KeyHash SampleDecoder::key_hash(const rtps::Sample& sample) {
     if (sample.inline_qos.key_hash)
         aliases_.note(sample.writer, *sample.inline_qos.key_hash, key);
     else if (key_forms_ != nullptr)
-        key_forms_->note({sample.writer, sample.vendor}, sample.payload, sample.payload_is_key, key,
-                         aliases_);
+        key_forms_->note({sample.writer, sample.vendor, sample.fast_cdr}, sample.payload,
+                         sample.payload_is_key, key, aliases_);
     return key;
 }
 

@@ -51,6 +51,7 @@ SampleSource source_of(const QUIXCdrStream& stream) {
     for (size_t i = source.writer.prefix.bytes.size(); i < sizeof stream.source->writer.value; ++i)
         source.writer.entity.value = source.writer.entity.value << 8 | guid[i];
     std::copy_n(stream.source->vendorId, source.vendor.bytes.size(), source.vendor.bytes.begin());
+    source.fast_cdr = stream.source->fastCdr;
     return source;
 }
 

@@ -21,10 +21,11 @@ constexpr Duration kJumpPause = std::chrono::seconds(5);
 
 /// How far one matched writer has come.
 struct BestEffortReader::WriterProgress {
-    WriterProgress(const Guid& writer, MemoryBudget& budget, size_t max_sample_size)
-        : guid(writer), memory(budget), fragments(memory, max_sample_size) {}
+    WriterProgress(const RemoteWriter& writer, MemoryBudget& budget, size_t max_sample_size)
+        : guid(writer.guid), fast_cdr(writer.fast_cdr), memory(budget), fragments(memory, max_sample_size) {}
 
     Guid guid;
+    uint8_t fast_cdr = 0;
     SequenceNumber next = 0; // 0: nothing came yet
     MemoryShare memory;
     FragmentAssembler fragments;
@@ -61,8 +62,7 @@ BestEffortReader::WriterProgress* BestEffortReader::find(const Guid& writer) {
 
 void BestEffortReader::add_writer(const RemoteWriter& writer, MonotonicTime) {
     if (find(writer.guid) == nullptr)
-        writers_.emplace(writer.guid,
-                         std::make_unique<WriterProgress>(writer.guid, memory_, max_sample_size_));
+        writers_.emplace(writer.guid, std::make_unique<WriterProgress>(writer, memory_, max_sample_size_));
 }
 
 void BestEffortReader::remove_writer(const Guid& writer) {
@@ -150,7 +150,7 @@ bool BestEffortReader::on_data(const MessageContext& context, const Data& data, 
     if (!expects(*known, data.sequence_number, now))
         return true;
     Sample sample;
-    const bool deliverable = make_sample(known->guid, context, data, now, sample);
+    const bool deliverable = make_sample(known->guid, known->fast_cdr, context, data, now, sample);
     deliver(*known, sample, deliverable);
     return true;
 }
@@ -178,7 +178,8 @@ bool BestEffortReader::on_data_frag(const MessageContext& context, const DataFra
         not_taken(*known, NotTaken::no_memory, number);
     } else if (result == Result::complete) {
         const FragmentAssembler::Assembled& whole = known->fragments.whole(number);
-        deliver(*known, make_sample(known->guid, context.vendor, whole, now), !whole.inline_qos.refused);
+        deliver(*known, make_sample(known->guid, known->fast_cdr, context.vendor, whole, now),
+                !whole.inline_qos.refused);
     }
     if (!known->fragments.empty())
         timer_.wake_at(now + kFragmentTimeout);

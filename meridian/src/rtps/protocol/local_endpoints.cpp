@@ -29,7 +29,7 @@ std::string describe_keys(const EndpointData& local, const RemoteEndpoint& remot
 /// Endpoints of Fast DDS hear what comes to their own addresses only; those of others what comes to any of
 /// their participant.
 bool hears_own_addresses_only(const RemoteParticipant& participant) {
-    return participant.data->vendor == VendorId{{0x01, 0x0f}};
+    return participant.data->vendor == kFastDds;
 }
 
 /// Over UDP, whether or not it can be gone from here at present.
@@ -137,10 +137,14 @@ void LocalEndpoints::tell_of_detour(const RemoteEndpoint& remote, const Route& r
 void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos,
                              const Route& route, MonotonicTime now) {
     if (local.reader) {
-        const RemoteParticipant* participant = participants_.find(remote.prefix);
-        local.reader->add_writer(
-            RemoteWriter{remote, route, participant != nullptr ? participant->data->vendor : VendorId{}},
-            now);
+        RemoteWriter writer;
+        writer.guid = remote;
+        writer.route = route;
+        if (const RemoteParticipant* participant = participants_.find(remote.prefix)) {
+            writer.vendor = participant->data->vendor;
+            writer.fast_cdr = fast_cdr_of(*participant->data);
+        }
+        local.reader->add_writer(writer, now);
         return;
     }
     RemoteReader reader;

@@ -8,7 +8,6 @@ namespace {
 
 constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
-constexpr VendorId kFastDdsVendorId{{0x01, 0x0f}};
 
 } // namespace
 
@@ -108,7 +107,7 @@ void ParticipantAnnouncer::encode_all(const ParticipantData& announced) {
     if (!all_here)
         data = announced;
     // The servers of this vendor pass over participants of others.
-    data.vendor = kFastDdsVendorId;
+    data.vendor = kFastDds;
     data.properties.push_back({kParticipantType, "SUPER_CLIENT"});
     server_announcement_ = encode(data);
 }
@@ -169,7 +168,7 @@ void ParticipantAnnouncer::announce_to_servers(Now now) {
     data.has_payload = true;
     data.payload = server_announcement_;
     // Some releases take the vendor from the message instead of from the announcement.
-    MessageWriter message(config_.prefix, config_.max_message_size, kFastDdsVendorId);
+    MessageWriter message(config_.prefix, config_.max_message_size, kFastDds);
     if (!message.add_info_timestamp(now.wall) || !message.add_data(data))
         return;
     for (const Locator& server : config_.servers)

@@ -45,7 +45,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
                                    Now now) {
     Sample sample;
     if (!announcer_.running() ||
-        !make_sample({context.source, data.writer}, context, data, now.monotonic, sample))
+        !make_sample({context.source, data.writer}, 0, context, data, now.monotonic, sample))
         return;
     Remote* remote = find_remote(context.source);
     Announcement announced{nullptr, sample.payload, sample.sequence_number, source};

@@ -2,10 +2,11 @@
 
 namespace meridian::rtps {
 
-bool make_sample(const Guid& writer, const MessageContext& context, const Data& data, MonotonicTime now,
-                 Sample& out) {
+bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& context, const Data& data,
+                 MonotonicTime now, Sample& out) {
     out.writer = writer;
     out.vendor = context.vendor;
+    out.fast_cdr = fast_cdr;
     out.sequence_number = data.sequence_number;
     out.source_timestamp = context.timestamp.value_or(kTimeInvalid);
     out.received = now;
@@ -17,11 +18,12 @@ bool make_sample(const Guid& writer, const MessageContext& context, const Data& 
     return decode_inline_qos(data.inline_qos, data.endianness, out.inline_qos) && !out.inline_qos.refused;
 }
 
-Sample make_sample(const Guid& writer, VendorId vendor, const FragmentAssembler::Assembled& whole,
-                   MonotonicTime now) {
+Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor,
+                   const FragmentAssembler::Assembled& whole, MonotonicTime now) {
     Sample sample;
     sample.writer = writer;
     sample.vendor = vendor;
+    sample.fast_cdr = fast_cdr;
     sample.sequence_number = whole.sequence_number;
     sample.source_timestamp = whole.timestamp;
     sample.received = now;

@@ -18,6 +18,7 @@ struct RemoteWriter {
     Guid guid;
     Route route; // where acknowledgements go
     VendorId vendor;
+    uint8_t fast_cdr = 0; // see fast_cdr_of
 };
 
 /// What a reader tells the participant beyond samples. Not called back into the reader.
@@ -50,10 +51,10 @@ class Reader {
 };
 
 /// The sample of a DATA submessage. False when its inline QoS is malformed or asks to be refused.
-bool make_sample(const Guid& writer, const MessageContext& context, const Data& data, MonotonicTime now,
-                 Sample& out);
+bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& context, const Data& data,
+                 MonotonicTime now, Sample& out);
 /// The sample that fragments have made up; its payload points into `whole`.
-Sample make_sample(const Guid& writer, VendorId vendor, const FragmentAssembler::Assembled& whole,
-                   MonotonicTime now);
+Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor,
+                   const FragmentAssembler::Assembled& whole, MonotonicTime now);
 
 } // namespace meridian::rtps

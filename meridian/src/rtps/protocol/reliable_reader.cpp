@@ -28,7 +28,6 @@ constexpr Duration kOneJump = std::chrono::seconds(1);
 constexpr int kMaxNackFrags = 8;
 // Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others refuse
 // base 0.
-constexpr VendorId kFastDds{{0x01, 0x0f}};
 
 } // namespace
 
@@ -137,7 +136,8 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
     if (is_old(*proxy, data.sequence_number, now) || !plausible(data.sequence_number))
         return true;
     Sample sample;
-    const bool deliverable = make_sample(proxy->writer.guid, context, data, now, sample);
+    const bool deliverable =
+        make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context, data, now, sample);
     accept(*proxy, sample, deliverable);
     return true;
 }
@@ -301,7 +301,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         accept(*proxy, lost, false);
     } else if (result == Result::complete) {
         const FragmentAssembler::Assembled& whole = proxy->fragments.whole(number);
-        accept(*proxy, make_sample(proxy->writer.guid, context.vendor, whole, now),
+        accept(*proxy, make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context.vendor, whole, now),
                !whole.inline_qos.refused);
         proxy->fragments.drop(number); // where it could not be held
     }

@@ -16,7 +16,8 @@ namespace meridian::rtps {
 /// One received sample. The views point into the packet (or the assembled fragments).
 struct Sample {
     Guid writer;
-    VendorId vendor; // of the software that wrote it
+    VendorId vendor;      // of the software that wrote it
+    uint8_t fast_cdr = 0; // see fast_cdr_of
     SequenceNumber sequence_number = 0;
     WireTime source_timestamp = kTimeInvalid;
     MonotonicTime received{0};

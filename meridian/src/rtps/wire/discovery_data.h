@@ -77,6 +77,11 @@ struct ParticipantData {
     std::vector<RawParameter> raw;
 };
 
+/// Which generation of Fast CDR, 1 or 2, the samples of a participant of Fast DDS are serialized with; 0
+/// where its announcement does not tell. From 2.12 on it announces a network configuration, from 3 on its
+/// version: what announces neither has the first one. 2.12 to 2.14 can be built with either.
+uint8_t fast_cdr_of(const ParticipantData& data);
+
 /// QoS of one endpoint with its publisher or subscriber, as announced. Defaults are those of the standard.
 struct EndpointQos {
     Durability durability = Durability::volatile_;

@@ -75,6 +75,20 @@ std::optional<ParticipantData> decode_participant(ByteView payload, std::string&
     return data;
 }
 
+uint8_t fast_cdr_of(const ParticipantData& data) {
+    constexpr uint16_t kProductVersion = 0x8000;
+    constexpr uint16_t kNetworkConfiguration = 0x8007;
+    if (!(data.vendor == kFastDds))
+        return 0;
+    bool tells_network = false;
+    for (const RawParameter& parameter : data.raw) {
+        if (parameter.id == kProductVersion && !parameter.value.empty() && parameter.value.front() >= 3)
+            return 2;
+        tells_network |= parameter.id == kNetworkConfiguration;
+    }
+    return tells_network ? 0 : 1;
+}
+
 ByteBuffer encode(const ParticipantData& data) {
     return encode_payload([&](ParameterListWriter& list) {
         ParameterEncoder codec(list, data.raw_endianness);

@@ -53,6 +53,8 @@ struct VendorId {
     friend bool operator==(VendorId a, VendorId b) { return a.bytes == b.bytes; }
 };
 
+constexpr VendorId kFastDds{{0x01, 0x0f}};
+
 /// The vendor id that this library announces: one that no maker was assigned.
 constexpr VendorId kOwnVendorId{{0x01, 0x7e}};
 

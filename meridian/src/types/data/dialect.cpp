@@ -92,9 +92,9 @@ const std::vector<Row>& serializers() {
     static const std::vector<Row> kRows{
         {Maker::unknown, dialect_of(Wide::octets, Headers::standard, true)},
         {Maker::cyclone_dds, dialect_of(Wide::octets, Headers::flat, false)},
-        {Maker::fast_dds, dialect_of(Wide::units, Headers::few, true)}, // Fast CDR 2
-        {Maker::fast_dds, dialect_of(Wide::units, Headers::few, true, false)},
-        {Maker::fast_dds, dialect_of(Wide::quads, Headers::few, true, false, false), false}, // Fast CDR 1
+        {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::few, true)},
+        {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::few, true, false)},
+        {Maker::fast_cdr_1, dialect_of(Wide::quads, Headers::few, true, false, false), false},
         {Maker::unknown, dialect_of(Wide::octets, Headers::few, true)},
         {Maker::unknown, dialect_of(Wide::units, Headers::standard, true)},
     };
@@ -116,6 +116,10 @@ CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disp
     if (!disputed.optionals)
         dialect.optional_headers = standard.optional_headers;
     return dialect;
+}
+
+bool is_fast_cdr(Maker maker) {
+    return maker == Maker::fast_cdr || maker == Maker::fast_cdr_1 || maker == Maker::fast_cdr_2;
 }
 
 class DialectList {
@@ -176,20 +180,24 @@ bool operator==(const CdrDialect& a, const CdrDialect& b) {
     return values(a) == values(b);
 }
 
-Maker maker_of(rtps::VendorId vendor) {
-    if (vendor == rtps::VendorId{{0x01, 0x0f}})
-        return Maker::fast_dds;
-    return vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds : Maker::unknown;
+Maker maker_of(const SampleSource& source) {
+    if (source.vendor == rtps::kFastDds)
+        return source.fast_cdr == 1   ? Maker::fast_cdr_1
+               : source.fast_cdr == 2 ? Maker::fast_cdr_2
+                                      : Maker::fast_cdr;
+    return source.vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds : Maker::unknown;
 }
 
 std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
                                                Maker maker) {
     DialectList list(type, version, key_only, maker);
-    const bool is_known = maker != Maker::unknown;
+    const bool x86_first = is_fast_cdr(maker);
     for (const bool own : {true, false}) {
         for (const Row& row : serializers()) {
-            if ((row.maker == maker || !is_known) == own)
-                list.add(row, maker == Maker::fast_dds, own);
+            const bool is_own = row.maker == maker || maker == Maker::unknown ||
+                                (maker == Maker::fast_cdr && is_fast_cdr(row.maker));
+            if (is_own == own)
+                list.add(row, x86_first, own);
         }
     }
     return list.take();

@@ -57,10 +57,9 @@ struct CdrDialect {
 
 enum class CdrVersion : uint8_t { xcdr1, xcdr2 };
 
-/// Who may have made a serializer, as the vendor of a writer tells.
-enum class Maker : uint8_t { unknown, fast_dds, cyclone_dds };
-constexpr size_t kMakers = 3;
-Maker maker_of(rtps::VendorId vendor);
+/// Who may have made a serializer, as a writer and its participant tell.
+enum class Maker : uint8_t { unknown, fast_cdr, fast_cdr_1, fast_cdr_2, cyclone_dds };
+constexpr size_t kMakers = 5;
 
 struct PossibleDialect {
     CdrDialect dialect;
@@ -75,8 +74,10 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
 struct SampleSource {
     rtps::Guid writer;
     rtps::VendorId vendor;
+    uint8_t fast_cdr = 0; // see rtps::fast_cdr_of
     bool is_known() const { return writer != rtps::Guid{}; }
 };
+Maker maker_of(const SampleSource& source);
 
 /// Which dialect the last sample of each writer was in. A writer that is new is expected to do as the last
 /// one of its vendor did. Any thread.
@@ -93,11 +94,11 @@ class DialectMemory {
         }
     };
 
-    /// `list` tells the lists of dialects of one type apart.
+    /// `list` tells the lists of dialects of one type apart, which each maker has four of.
     std::optional<Choice> expected(const SampleSource& source, size_t list) const MERIDIAN_EXCLUDES(mutex_);
     void note(const SampleSource& source, size_t list, const Choice& choice) MERIDIAN_EXCLUDES(mutex_);
 
-    static constexpr size_t kLists = 4;
+    static constexpr size_t kLists = 4 * kMakers;
 
   private:
     using Choices = std::array<std::optional<Choice>, kLists>;

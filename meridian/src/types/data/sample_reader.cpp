@@ -18,8 +18,8 @@ constexpr size_t kMaxPadding = 3;
 constexpr size_t kMaxRetracted = 4096;
 
 /// Which list of dialects counts.
-constexpr size_t list_of(CdrVersion version, bool key_only) {
-    return (version == CdrVersion::xcdr2 ? 2u : 0u) + (key_only ? 1u : 0u);
+constexpr size_t list_of(CdrVersion version, bool key_only, Maker maker) {
+    return static_cast<size_t>(maker) * 4u + (version == CdrVersion::xcdr2 ? 2u : 0u) + (key_only ? 1u : 0u);
 }
 
 } // namespace
@@ -31,14 +31,15 @@ struct SampleReader::Body {
     bool key_only = false;
     ByteReader reader; // of all behind the encapsulation
 
-    size_t list() const { return list_of(version, key_only); }
+    size_t list(const SampleSource& source) const { return list_of(version, key_only, maker_of(source)); }
 };
 
 SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
-    for (const Maker maker : {Maker::unknown, Maker::fast_dds, Maker::cyclone_dds}) {
+    for (const Maker maker :
+         {Maker::unknown, Maker::fast_cdr, Maker::fast_cdr_1, Maker::fast_cdr_2, Maker::cyclone_dds}) {
         for (const CdrVersion version : {CdrVersion::xcdr1, CdrVersion::xcdr2}) {
             for (const bool key_only : {false, true})
-                dialects_[static_cast<size_t>(maker)][list_of(version, key_only)] =
+                dialects_[list_of(version, key_only, maker)] =
                     possible_dialects(*type_, version, key_only, maker);
         }
     }
@@ -102,7 +103,7 @@ std::optional<uint32_t> SampleReader::objections(const Body& body, const Possibl
 
 const std::vector<PossibleDialect>& SampleReader::dialects(const Body& body,
                                                            const SampleSource& source) const {
-    return dialects_[static_cast<size_t>(maker_of(source.vendor))][body.list()];
+    return dialects_[body.list(source)];
 }
 
 SampleReader::Found SampleReader::find_dialect(const Body& body, const SampleSource& source,
@@ -110,7 +111,7 @@ SampleReader::Found SampleReader::find_dialect(const Body& body, const SampleSou
     const std::vector<PossibleDialect>& possible = dialects(body, source);
     if (possible.size() == 1)
         return {};
-    const std::optional<DialectMemory::Choice> last = memory_.expected(source, body.list());
+    const std::optional<DialectMemory::Choice> last = memory_.expected(source, body.list(source));
     if (last) {
         const auto count = objections(body, possible[last->dialect], buffers);
         if (count && (*count == 0 || !last->clean))
@@ -128,7 +129,7 @@ SampleReader::Found SampleReader::find_dialect(const Body& body, const SampleSou
     if (!least)
         return {last ? last->dialect : uint8_t{0}, last.has_value()};
     if (!(last == best))
-        memory_.note(source, body.list(), best);
+        memory_.note(source, body.list(source), best);
     return {best.dialect};
 }
 

@@ -55,8 +55,7 @@ class SampleReader {
     const std::vector<PossibleDialect>& dialects(const Body& body, const SampleSource& source) const;
 
     TypeRef type_;
-    std::array<std::array<std::vector<PossibleDialect>, DialectMemory::kLists>, kMakers>
-        dialects_; // see Body::list
+    std::array<std::vector<PossibleDialect>, DialectMemory::kLists> dialects_; // see list_of
     mutable DialectMemory memory_;
     Spares<WalkBuffers> buffers_;
 };

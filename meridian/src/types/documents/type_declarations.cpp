@@ -38,9 +38,7 @@ class Collector {
         const std::string full = qualified_name(scope, name);
         if (element == "module")
             reader_.check_attributes(node, {"name"});
-        else if (element == "const")
-            reader_.check_attributes(node, {"name", "type", "nonBasicTypeName", "stringMaxLength", "value"});
-        else if (declared_kind(element) == DDS_TK_NULL)
+        else if (element != "const" && declared_kind(element) == DDS_TK_NULL)
             reader_.fail(node, "not an element of types");
         if (reader_.ok() && !is_identifier(name))
             reader_.fail(node, "\"" + name + "\" is not a valid name");

@@ -24,6 +24,8 @@ class DocumentBuilder {
     /// The type of that qualified name, which the set must hold; null, and a reason in error(), when it is
     /// not sound.
     const Type* make(const std::string& full);
+    /// Refuses constants that are not sound, used or not.
+    void check_constants();
     const std::string& error() const { return reader_.error(); }
 
   private:
@@ -64,6 +66,8 @@ class DocumentBuilder {
     const typename Map::value_type* lookup(const Map& map, const std::string& name) const;
     /// The value of a constant expression.
     std::optional<int64_t> number(const pugi::xml_node& node, const std::string& text, unsigned depth = 0);
+    /// Refuses a value that a whole number of that kind cannot hold.
+    bool check_range(const pugi::xml_node& node, const std::string& what, int64_t value, DDS_TCKind kind);
     std::optional<int64_t> value_of_name(const std::string& name, unsigned depth);
     bool bound(const pugi::xml_node& node, std::initializer_list<const char*> names, uint32_t& value);
     bool dimensions(const pugi::xml_node& node, std::vector<uint32_t>& values);

@@ -30,6 +30,35 @@ bool is_whole_number(DDS_TCKind kind) {
 
 } // namespace
 
+bool DocumentBuilder::check_range(const pugi::xml_node& node, const std::string& what, int64_t value,
+                                  DDS_TCKind kind) {
+    const Range range = range_of(kind);
+    if (value < range.min || value > range.max)
+        fail(node, what + " is out of range (" + std::to_string(range.min) + " to " +
+                       std::to_string(range.max) + ")");
+    return reader_.ok();
+}
+
+void DocumentBuilder::check_constants() {
+    for (const auto& [name, declaration] : set_.constants) {
+        const DeclarationScope scope(*this, declaration);
+        const pugi::xml_node& node = declaration.node;
+        if (!holds_only(node, {"name", "type", "nonBasicTypeName", "stringMaxLength", "value"}, {},
+                        "a constant"))
+            return;
+        const Type* type =
+            resolve_alias(scalar_type(node, node.attribute("type").value(),
+                                      node.attribute("nonBasicTypeName").value(), "stringMaxLength", 0));
+        // Characters may stand without quotes, and numbers of 64 bits without a sign are beyond expressions.
+        if (type == nullptr || !is_whole_number(type->kind) || type->kind == DDS_TK_BOOLEAN ||
+            type->kind == DDS_TK_CHAR || type->kind == DDS_TK_WCHAR || type->kind == DDS_TK_ULONGLONG)
+            continue;
+        const std::optional<int64_t> value = number(node, node.attribute("value").value());
+        if (value && type->kind != DDS_TK_LONGLONG)
+            check_range(node, "the value " + std::to_string(*value), *value, type->kind);
+    }
+}
+
 bool DocumentBuilder::read_label(const Type& type, const pugi::xml_node& node, Member& member) {
     const std::string text = node.attribute("value").value();
     const Type* discriminator = resolve_alias(type.discriminator);
@@ -39,12 +68,10 @@ bool DocumentBuilder::read_label(const Type& type, const pugi::xml_node& node, M
     if (!value)
         return false;
     const std::string label = "the label " + std::to_string(*value);
-    const Range range = range_of(discriminator->kind);
     if (discriminator->kind == DDS_TK_ENUM && find_enumerator(*discriminator, *value) == nullptr)
         fail(node, label + " is not the value of an enumerator");
-    else if (*value < range.min || *value > range.max)
-        fail(node, label + " is out of range (" + std::to_string(range.min) + " to " +
-                       std::to_string(range.max) + ")");
+    else
+        check_range(node, label, *value, discriminator->kind);
     const auto kept = static_cast<int32_t>(*value);
     const auto has_it = [kept](const Member& other) {
         return std::find(other.labels.begin(), other.labels.end(), kept) != other.labels.end();
@@ -201,8 +228,10 @@ bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
                             : bits <= 32 ? DDS_TK_ULONG
                                          : DDS_TK_ULONGLONG;
         if (const pugi::xml_attribute given = child.attribute("type");
-            given && !primitive_named(given.value(), holder))
-            return fail(child, "the type of a bit field is a primitive one") != nullptr;
+            given && (!primitive_named(given.value(), holder) || !is_whole_number(holder)))
+            return fail(child, "the type of a bit field is one of whole numbers") != nullptr;
+        if (static_cast<size_t>(bits) > 8 * primitive_size(holder))
+            return fail(child, "the type of a bit field has fewer bits than the field") != nullptr;
         field.value = next;
         field.bits = static_cast<uint16_t>(bits);
         field.type = graph_.primitive(holder);

@@ -12,6 +12,7 @@ bool make_types(const xml::Documents& documents, TypesByName& types, std::string
     TypeGraph* graph = TypeGraph::create();
     DocumentBuilder builder(declarations, *graph);
     TypesByName made;
+    builder.check_constants();
     for (const std::string& name : declarations.type_names) {
         const Type* type = builder.make(name);
         if (type == nullptr)
