@@ -96,6 +96,10 @@ def writers_with_a_lease(application, first, count):
                          lambda number: [(forge.LIVELINESS, struct.pack("<IiI", 0, 100, 0))])
 
 
+def types_of_one_topic(application, count):
+    return (forge.endpoint(application.prefix, writer_entity(number), "Same", f"fault::T{number}") for number in range(count))
+
+
 def type_objects(application, first, count):
     """Whole types of the older form; they are larger than the tool takes."""
     return _publications(application, first, count, "Objects",

@@ -161,8 +161,7 @@ class Farewells(faults.FaultTest):
         with tempfile.TemporaryFile("w+") as errors:
             tool = end(tap, errors, *arguments)
             tool.wait(10)
-            farewells = tap.announcements(disposed=True)
-            self.assertTrue(farewells, "it ended without farewell")
+            tap.wait_for("a farewell", lambda: tap.announcements(disposed=True))
             errors.seek(0)
             self.assertEqual(errors.read(), "")
 

@@ -35,8 +35,8 @@ class Together(faults.FaultTest):
         self.suffered = []
         for attack in (self.nothing, self.fragments_with_gaps, self.fragments, self.gaps, self.alternating_fragments,
                        self.wide_publications, self.chosen_keys, self.foreign_participants, self.oversized_types,
-                       self.unknown_types, self.acknacks, self.strangers, self.absent_addresses,
-                       self.participants_that_stay):
+                       self.unknown_types, self.acknacks, self.fragment_heartbeats, self.type_objects,
+                       self.changes_of_a_participant, self.strangers, self.absent_addresses, self.participants_that_stay):
             if not self.survives(attack):
                 break  # there is no tool any more
         if self.tool_.alive():
@@ -162,6 +162,25 @@ class Together(faults.FaultTest):
     def acknacks(self):
         attacker = self.attacker(obliging=False)
         attacker.send(*attacks.acknacks(attacker.next_count, 1000))
+
+    def fragment_heartbeats(self):
+        attacker, writer = self.attacking_writer()
+        for first in range(3, 240000, 60000):
+            attacker.send(*attacks.fragments_of_one_octet(writer, first), port=faults.USER_PORT)
+        attacker.send(*attacks.fragment_heartbeats(writer, attacker.next_count), port=faults.USER_PORT)
+
+    def type_objects(self):
+        attacker = self.attacker()
+        attacker.write_all(forge.PUBLICATIONS, attacks.type_objects(attacker, 0, short_or_long(500, 3000)), tool=self.tool_)
+        attacker.wait_until_read(forge.PUBLICATIONS)
+
+    def changes_of_a_participant(self):
+        attacker = self.attacker()
+        attacker.write_all(forge.PUBLICATIONS, attacks.writers_with_a_lease(attacker, 0, short_or_long(2000, 9000)),
+                           tool=self.tool_)
+        attacker.wait_until_read(forge.PUBLICATIONS)
+        attacker.send(*attacks.changes_of_a_participant(attacker))
+        attacker.send(*attacks.heartbeats_with_liveliness(attacks.writer_entity(0), attacker.next_count), port=faults.USER_PORT)
 
     def strangers(self):
         prefix, entity = self.publisher.guids["w"].replace("0x", "").replace(",", "").split(":")

@@ -80,6 +80,24 @@ class Amplification(faults.FaultTest):
             faults.measure_for(30)
             self.bound("datagrams in 30 s, 90 s later", victim.datagrams - before, 0, "datagrams")
 
+    def test_one_announcement_to_many_participants(self):
+        """Attack: 300 publications of one topic, each of another type, for which the tool makes 256 participants of its own;
+        then one announcement (172 bytes) that names another address.
+        Seen: 643 times the bytes: each of them answered.
+        Bound: three times."""
+        tool = self.tool()
+        application = self.forged()
+        application.announce()
+        application.write_all(forge.PUBLICATIONS, attacks.types_of_one_topic(application, 300))
+        application.wait_until_read(forge.PUBLICATIONS)
+        tool.wait_for_text("fault::T299", 30)
+        tool.wait_at_rest()
+        victim, attacker = self.attacked_address(), self.forged(obliging=False)
+        attacker.announce(metatraffic=[victim.locator()], lease=forge.LEASE_FOR_EVER)
+        tool.wait_at_rest()
+        faults.measure_for(short_or_long(5, 60))
+        self.bound_answers(victim, attacker, "one announcement")
+
     def test_one_acknack(self):
         """Attack: behind the announcement one ACKNACK (64 bytes) that asks for all that the tool told of its readers.
         Seen: 129 times the bytes.

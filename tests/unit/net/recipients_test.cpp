@@ -58,7 +58,8 @@ class RecipientsTest : public testing::Test {
     /// The numbers of the participants that got the datagram.
     std::vector<size_t> recipients_of(ByteView datagram, ReadStatus expected = ReadStatus::ok) {
         std::vector<size_t> numbers;
-        const ReadStatus status = recipients.deliver(datagram, [&](Participant& participant) {
+        const ReadStatus status = recipients.deliver(datagram, [&](Participant& participant, bool is_first) {
+            EXPECT_EQ(is_first, numbers.empty());
             for (size_t i = 0; i < participants.size(); ++i) {
                 if (participants[i].get() == &participant)
                     numbers.push_back(i);

@@ -77,6 +77,39 @@ TEST_F(UnansweredAddress, IsNotConfirmedByGuesses) {
     EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
 }
 
+TEST_F(UnansweredAddress, GetsNoMoreFromSeveralParticipantsThatHearTheSame) {
+    config.secret_begin = 4711;
+    config.credits = std::make_shared<CreditLedger>();
+    std::vector<std::unique_ptr<Participant>> all;
+    for (uint8_t id = 101; id < 150; ++id) {
+        config.prefix = prefix(id);
+        all.push_back(std::make_unique<Participant>(config, output, recorder));
+        all.back()->start(now());
+    }
+    output.messages.clear();
+    ParticipantData data = remote(2);
+    data.lease = kDurationInfinite;
+    for (int repetition = 0; repetition < 3; ++repetition) {
+        const ByteBuffer payload = encode(data);
+        Data message;
+        message.writer = entity::participant_writer;
+        message.sequence_number = 1;
+        message.has_payload = true;
+        message.payload = payload;
+        MessageWriter writer(data.guid.prefix, 60000);
+        writer.add_data(message);
+        received_bytes += writer.size();
+        for (const auto& one : all)
+            one->receive(writer.view(), udpv4(2, source_port), now(), one == all.front());
+        for (const MonotonicTime end = time + seconds(60); time < end; time += milliseconds(100)) {
+            for (const auto& one : all)
+                one->on_timer(now());
+        }
+        EXPECT_GT(bytes_sent_to(udpv4(2)), received_bytes);
+        EXPECT_LE(bytes_sent_to(udpv4(2)), 3 * received_bytes);
+    }
+}
+
 TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
     start_with_readers(100);
     const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {

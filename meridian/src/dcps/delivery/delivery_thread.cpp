@@ -106,6 +106,7 @@ void DeliveryThread::run() {
         Deliverable* deliverable = running_;
         lock.unlock();
         deliverable->deliver();
+        trimmer_.look(monotonic_now());
         lock.lock();
         running_ = nullptr;
         changed_.notify_all();

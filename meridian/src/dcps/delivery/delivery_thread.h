@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/heap_trimmer.h"
 #include "platform/mutex.h"
 #include "platform/thread.h"
 #include "rtps/protocol/timer_queue.h"
@@ -82,6 +83,7 @@ class DeliveryThread {
     Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
+    HeapTrimmer trimmer_{MemoryBudget::of_process()}; // of the thread alone
     Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

@@ -194,9 +194,9 @@ void ReceiveThread::receive(ByteView datagram, const Locator& source, Now now) {
     if (recipients_.size() > 1 && own_.contains(sender_of(datagram)))
         return;
     uint64_t secured = 0; // each participant counts the same ones
-    const ReadStatus status = recipients_.deliver(datagram, [&](Participant& participant) {
+    const ReadStatus status = recipients_.deliver(datagram, [&](Participant& participant, bool is_first) {
         const uint64_t before = participant.secured_submessages();
-        const ReadStatus result = participant.receive(datagram, source, now);
+        const ReadStatus result = participant.receive(datagram, source, now, is_first);
         secured = std::max(secured, participant.secured_submessages() - before);
         return result;
     });

@@ -2,6 +2,7 @@
 
 // Whom a datagram is for, among participants that share the socket it came through.
 
+#include <utility>
 #include <vector>
 
 #include "rtps/protocol/participant.h"
@@ -16,16 +17,18 @@ class Recipients final : private MessageVisitor {
     void remove(const Participant& participant);
     size_t size() const { return all_.size(); }
 
-    /// Calls receive(Participant&), which returns a ReadStatus, for each participant that the datagram can be
-    /// for: for more than can use it where it names none, never for fewer. Returns what the datagram is.
+    /// Calls receive(Participant&, bool is_first), which returns a ReadStatus, for each participant that the
+    /// datagram can be for: for more than can use it where it names none, never for fewer. Returns what the
+    /// datagram is.
     template <typename Receive>
     ReadStatus deliver(ByteView datagram, Receive receive) {
         if (all_.size() == 1) // it decides by itself, in the same walk through the datagram
-            return receive(*all_.front().participant);
+            return receive(*all_.front().participant, true);
         const ReadStatus status = select(datagram);
+        bool is_first = true;
         for (const Entry& entry : all_) {
             if (entry.selected)
-                receive(*entry.participant);
+                receive(*entry.participant, std::exchange(is_first, false));
         }
         return status;
     }

@@ -69,6 +69,7 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     participant.max_message_size = max_message_size(config.transport);
     participant.seed = seed_from(participant.prefix);
     participant.secret_begin = 1000 + random_word() % 1024;
+    participant.credits = thread->credits();
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     const TurnstileLock lock(thread->mutex()); // the sockets may be in use already

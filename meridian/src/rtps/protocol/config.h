@@ -3,10 +3,12 @@
 // What a participant and its endpoints are made with, and what is written.
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "rtps/protocol/credit.h"
 #include "rtps/protocol/times.h"
 #include "rtps/wire/discovery_data.h"
 
@@ -58,6 +60,8 @@ struct ParticipantConfig {
     /// addresses cannot be confirmed, and what is sent to them has no limit. Small, because there are readers
     /// that count up to where a writer begins.
     SequenceNumber secret_begin = 0;
+    /// Of all participants that share the sockets; may be null where there is one only.
+    std::shared_ptr<CreditLedger> credits;
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
     /// Guards against hostile networks. Where there are more participants, some are forgotten (see

@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
+#include <map>
+#include <memory>
 
 #include "rtps/wire/types.h"
 
@@ -57,6 +60,34 @@ class Credit {
     size_t left_ = 0;
     int doubts_ = 0;
     LocatorList confirmed_;
+};
+
+/// Participants that share their sockets hear the same datagrams: what they send together is bounded as if
+/// they were one. Not thread-safe.
+class CreditLedger {
+  public:
+    /// is_new: no participant has sent there on this credit.
+    std::shared_ptr<Credit> of(const GuidPrefix& prefix, bool& is_new) {
+        if (credits_.size() >= sweep_at_)
+            sweep();
+        std::weak_ptr<Credit>& known = credits_[prefix];
+        std::shared_ptr<Credit> credit = known.lock();
+        is_new = credit == nullptr;
+        if (is_new)
+            known = credit = std::make_shared<Credit>();
+        return credit;
+    }
+
+  private:
+    static constexpr size_t kFew = 64;
+    void sweep() {
+        for (auto at = credits_.begin(); at != credits_.end();)
+            at = at->second.expired() ? credits_.erase(at) : std::next(at);
+        sweep_at_ = 2 * credits_.size() + kFew;
+    }
+
+    std::map<GuidPrefix, std::weak_ptr<Credit>> credits_;
+    size_t sweep_at_ = kFew;
 };
 
 } // namespace meridian::rtps

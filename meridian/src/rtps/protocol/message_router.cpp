@@ -15,20 +15,20 @@ MessageRouter::MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery&
       liveliness_(liveliness),
       warnings_(warnings) {}
 
-ReadStatus MessageRouter::take(ByteView datagram, const Locator& source, bool is_replayed) {
+ReadStatus MessageRouter::take(ByteView datagram, const Locator& source, size_t uncounted, bool is_replayed) {
     // A replay may happen in the middle of a datagram.
     const Datagram interrupted = std::exchange(datagram_, {});
     datagram_.source = source;
-    datagram_.uncounted = is_replayed ? 0 : datagram.size;
+    datagram_.uncounted = uncounted;
     datagram_.is_replayed = is_replayed;
     const ReadStatus status = read_message(datagram, *this);
     datagram_ = interrupted;
     return status;
 }
 
-ReadStatus MessageRouter::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus MessageRouter::receive(ByteView datagram, const Locator& source, Now now, bool is_first) {
     now_ = now;
-    const ReadStatus status = take(datagram, source, false);
+    const ReadStatus status = take(datagram, source, is_first ? datagram.size : 0, false);
     if (!unknown_writers_.empty()) {
         early_packets_.add(unknown_writers_, datagram, source, now.monotonic);
         unknown_writers_.clear();
@@ -43,7 +43,7 @@ void MessageRouter::replay(Now now) {
         newly_known_writers_.clear();
     for (const Guid& writer : std::exchange(newly_known_writers_, {})) {
         for (const EarlyPackets::Packet& packet : early_packets_.take(writer, now_.monotonic))
-            take(*packet.datagram, packet.source, true);
+            take(*packet.datagram, packet.source, 0, true);
     }
 }
 

@@ -25,7 +25,7 @@ class MessageRouter final : private MessageVisitor {
                   WarnOnce& warnings);
 
     /// Malformed datagrams are dropped, but for what stands before the fault.
-    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now, bool is_first = true);
 
     /// See Participant::may_be_for.
     bool may_be_for(const GuidPrefix& destination, EntityId local, const Guid& remote) const;
@@ -51,7 +51,8 @@ class MessageRouter final : private MessageVisitor {
     void on_gap(const MessageContext& context, const Gap& gap) override;
     void on_secured(const MessageContext& context, uint8_t kind) override;
 
-    ReadStatus take(ByteView datagram, const Locator& source, bool is_replayed);
+    /// uncounted: bytes of it, for the credit of those who sent them.
+    ReadStatus take(ByteView datagram, const Locator& source, size_t uncounted, bool is_replayed);
     /// Calls function for the readers that a submessage is meant for; false when none of them knows the
     /// writer.
     template <typename Function>

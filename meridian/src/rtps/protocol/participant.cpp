@@ -102,11 +102,11 @@ void Participant::stop(Now now) {
     batcher_.flush();
 }
 
-ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now now) {
+ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now now, bool is_first) {
     if (!running_)
         return ReadStatus::ok;
     now_ = now;
-    const ReadStatus status = router_.receive(datagram, source, now);
+    const ReadStatus status = router_.receive(datagram, source, now, is_first);
     finish(now);
     return status;
 }

@@ -51,8 +51,8 @@ class Participant final : private ReaderObserver,
     void stop(Now now);
 
     /// Takes one datagram as it came from source. Malformed ones are dropped, but for what stands before the
-    /// fault.
-    ReadStatus receive(ByteView datagram, const Locator& source, Now now);
+    /// fault. is_first: no other participant with the same credits took it before.
+    ReadStatus receive(ByteView datagram, const Locator& source, Now now, bool is_first = true);
 
     /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
     /// no more samples come for now, and answers are sent. Without a batch every call does so.

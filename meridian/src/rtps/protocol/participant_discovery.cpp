@@ -253,11 +253,15 @@ bool ParticipantDiscovery::forget_one(Now now) {
     return true;
 }
 
-std::shared_ptr<Credit> ParticipantDiscovery::first_credit(ByteView announcement) const {
+std::shared_ptr<Credit> ParticipantDiscovery::first_credit(const GuidPrefix& prefix,
+                                                           ByteView announcement) const {
     if (config_.secret_begin == 0)
         return nullptr;
-    auto credit = std::make_shared<Credit>();
-    credit->earn(kDataHeaderSize + announcement.size);
+    bool is_new = true;
+    std::shared_ptr<Credit> credit =
+        config_.credits != nullptr ? config_.credits->of(prefix, is_new) : std::make_shared<Credit>();
+    if (is_new)
+        credit->earn(kDataHeaderSize + announcement.size);
     return credit;
 }
 

@@ -142,7 +142,7 @@ class ParticipantDiscovery {
     void settle_doubt(Remote& remote, Now now);
     void on_timer_of(Remote& remote);
     void discover(const Announcement& announced, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
-    std::shared_ptr<Credit> first_credit(ByteView announcement) const;
+    std::shared_ptr<Credit> first_credit(const GuidPrefix& prefix, ByteView announcement) const;
     bool is_server(const ParticipantData& data, const Locator& source) const;
     /// A server is lost or has come back: those it told of are there as long as it names them or they answer.
     void await_relays(Now now);

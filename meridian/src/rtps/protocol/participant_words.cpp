@@ -80,7 +80,7 @@ void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
     if (Remote* remote = find_remote(announced.data->guid.prefix))
         take(*remote, announced, false, now);
     else if (of_this_domain(*announced.data))
-        discover(announced, true, first_credit(sample.payload), now);
+        discover(announced, true, first_credit(announced.data->guid.prefix, sample.payload), now);
 }
 
 void ParticipantDiscovery::on_farewell(Remote& remote, const Announcement& farewell, Now now) {
@@ -105,7 +105,7 @@ void ParticipantDiscovery::on_announcement(const Announcement& announced, Now no
     Remote* remote = find_remote(announced.data->guid.prefix);
     if (remote == nullptr) {
         if (of_this_domain(*announced.data))
-            discover(announced, false, first_credit(announced.payload), now);
+            discover(announced, false, first_credit(announced.data->guid.prefix, announced.payload), now);
         return;
     }
     // One announcement may come over several interfaces, with more addresses on some than on others. The
