@@ -95,8 +95,8 @@ class ReliableReader final : public Reader {
     Count nackfrag_count_ = 0;
     std::vector<NumberIntervals::Interval> irrelevant_; // of one submessage; kept for its memory
     std::vector<NumberIntervals::Interval> irrelevant_room_;
-    WriterProxy* last_used_ = nullptr;                  // packets of one writer come in rows
-    bool memory_told_ = false;                          // that something waits, because it is used up
+    WriterProxy* last_used_ = nullptr; // packets of one writer come in rows
+    bool memory_told_ = false;         // that something waits, because it is used up
 };
 
 } // namespace meridian::rtps
