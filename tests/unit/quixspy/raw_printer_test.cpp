@@ -384,7 +384,7 @@ TEST_F(RawPrinter, ReadsWideTextAsItsVendorWritesIt) {
     const Type* const type = define(R"(<struct name="W" extensibility="final"><member name="n" type="int32"/>
         <member name="w" type="wstring"/><member name="c" type="char16"/><member name="d" type="float64"/></struct>)",
                                     "W");
-    const QUIXCdrSource fast_dds{{}, {1, 15}};
+    const QUIXCdrSource fast_dds{{}, {1, 15}, 0};
     const auto print = [&](const Bytes& payload, const QUIXCdrSource& vendor) {
         test::RawSample sample;
         EXPECT_TRUE(sample.set(payload, vendor));
