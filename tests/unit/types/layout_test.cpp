@@ -232,6 +232,38 @@ TEST(Layout, LargeSamplesAreWhole) {
     EXPECT_TRUE(plain(data) == lines.text);
 }
 
+// Of a large sample, only pieces of the text are in memory at one time.
+TEST(Layout, LargeSamplesNeedLittleMemory) {
+    class Pieces final : public TextSpill {
+      public:
+        void take(std::string_view text) override {
+            largest = std::max(largest, text.size());
+            total += text.size();
+        }
+        size_t largest = 0;
+        size_t total = 0;
+    };
+    Sample sample(
+        "<member name='o' sequenceMaxLength='-1' type='byte'/><member name='f' sequenceMaxLength='-1' "
+        "type='float64'/><member name='s' sequenceMaxLength='-1' type='string'/>");
+    write_sequence<uint8_t>(sample.writer(), 600000);
+    write_sequence<double>(sample.writer(), 20000);
+    sample.writer().write(uint32_t{20000});
+    for (int i = 0; i < 20000; ++i)
+        sample.writer().write_string("text");
+    const DDS_DynamicData data = sample.data();
+    Pieces pieces;
+    TextTarget target;
+    target.spill = &pieces;
+    PrintBuffers lines;
+    PlainPrinter printer(lines, 0, target);
+    std::string failure;
+    ASSERT_TRUE(data.impl().context()->reader.walk(data.impl().payload(), &printer, failure)) << failure;
+    EXPECT_GT(pieces.total, 2000000u);
+    EXPECT_LT(pieces.largest, 2 * target.piece);
+    EXPECT_LT(lines.text.capacity() + lines.value.capacity() + lines.characters.capacity(), 4 * target.piece);
+}
+
 // A short sample may claim elements that take no octets.
 TEST(Layout, TextWithoutOctetsEnds) {
     const std::string empty = "<struct name='E' extensibility='final'/>";
