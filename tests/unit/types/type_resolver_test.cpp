@@ -532,6 +532,23 @@ TEST_F(TypeResolverTest, TypesThatAreTooLargeAreToldAFewTimesAndCounted) {
     EXPECT_NE(log.find(" 3995 more types of participant"), std::string::npos) << log;
 }
 
+TEST_F(TypeResolverTest, ManyParticipantsWithTypesThatAreTooLargeAreToldAFewTimesInAMinute) {
+    create();
+    const auto lines_of = [this](uint32_t from, uint32_t count) {
+        ::testing::internal::CaptureStderr();
+        for (uint32_t i = from; i < from + count; ++i) {
+            announce_unknown(1, i, 1000000);
+            resolver->participant_gone(participant(1), now);
+        }
+        const std::string log = ::testing::internal::GetCapturedStderr();
+        return std::count(log.begin(), log.end(), '\n');
+    };
+    EXPECT_EQ(lines_of(0, 10), 10);
+    EXPECT_EQ(lines_of(10, 1000), 40);
+    now += std::chrono::seconds(61);
+    EXPECT_EQ(lines_of(2000, 10), 10);
+}
+
 TEST_F(TypeResolverTest, PartialAnswersAddUp) {
     create();
     const test::CorpusType* deepest = nullptr;

@@ -14,6 +14,8 @@ namespace {
 constexpr size_t kRemembered = 1024;
 /// Types of a participant that are told to be too large, one by one; the rest of a minute is counted.
 constexpr unsigned kToldTooLarge = 5;
+/// And of all: whoever leaves and comes as another begins anew.
+constexpr unsigned kToldTooLargeOfAll = 50;
 /// So often a type is asked for anew because a cycle in it was not what its hash says.
 constexpr unsigned kMostForged = 5;
 constexpr rtps::Duration kMinute = std::chrono::minutes(1);
@@ -233,7 +235,7 @@ bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const rt
         return true;
     if (peer->second.too_large++ == 0)
         counts_.emplace_back(rtps::later(now, kMinute), participant);
-    if (peer->second.too_large <= kToldTooLarge)
+    if (peer->second.too_large <= kToldTooLarge && may_tell(now))
         MERIDIAN_LOG_ERROR(
             "discovery",
             "type \"%s\" takes %llu bytes, more than the %llu of type_code_max_serialized_length "
@@ -243,8 +245,20 @@ bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const rt
     return true;
 }
 
-void TypeResolver::tell_too_large(const rtps::GuidPrefix& participant, Peer& peer) {
-    if (peer.too_large > kToldTooLarge)
+bool TypeResolver::may_tell(rtps::MonotonicTime now) {
+    if (now >= told_until_) {
+        told_until_ = rtps::later(now, kMinute);
+        told_ = 0;
+    }
+    if (++told_ == kToldTooLargeOfAll)
+        MERIDIAN_LOG_ERROR("discovery",
+                           "many participants announce types that are larger than -tcMaxSize allows: "
+                           "no more of them are told for a minute");
+    return told_ < kToldTooLargeOfAll;
+}
+
+void TypeResolver::tell_too_large(const rtps::GuidPrefix& participant, Peer& peer, rtps::MonotonicTime now) {
+    if (peer.too_large > kToldTooLarge && may_tell(now))
         MERIDIAN_LOG_ERROR("discovery", "%u more types of participant %s are larger than -tcMaxSize allows",
                            peer.too_large - kToldTooLarge, rtps::to_string(participant).c_str());
     peer.too_large = 0;
@@ -497,7 +511,7 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::M
     peer.askers.erase(asker);
     if (!peer.askers.empty())
         return;
-    tell_too_large(participant, peer);
+    tell_too_large(participant, peer, now);
     // Nobody else can complete these.
     while (!peer.plain->awaited.empty())
         finish(peer.plain->awaited.begin()->second, {{}, DDS_TYPE_CODE_NOT_TOLD});
@@ -553,7 +567,7 @@ void TypeResolver::on_timer(rtps::MonotonicTime now) {
     for (; !counts_.empty() && counts_.front().first <= now; counts_.pop_front()) {
         const auto peer = peers_.find(counts_.front().second);
         if (peer != peers_.end())
-            tell_too_large(peer->first, peer->second);
+            tell_too_large(peer->first, peer->second, now);
     }
     send(now);
 }

@@ -199,7 +199,9 @@ class TypeResolver {
     Result keep(const Key& key, const rtps::GuidPrefix& participant, Result result);
     bool is_too_large(uint64_t size, const std::string& name, const rtps::GuidPrefix& participant,
                       rtps::MonotonicTime now);
-    void tell_too_large(const rtps::GuidPrefix& participant, Peer& peer);
+    void tell_too_large(const rtps::GuidPrefix& participant, Peer& peer, rtps::MonotonicTime now);
+    /// One line more on types that are too large.
+    bool may_tell(rtps::MonotonicTime now);
 
     const Settings settings_;
     RequestPacer pacer_;
@@ -213,6 +215,8 @@ class TypeResolver {
     std::deque<Sent> sent_; // the last ones, the newest with number last_number_
     std::set<std::pair<rtps::MonotonicTime, int64_t>> retries_;
     std::deque<std::pair<rtps::MonotonicTime, rtps::GuidPrefix>> counts_; // of types that are too large
+    rtps::MonotonicTime told_until_{0};
+    unsigned told_ = 0; // lines until then
     int64_t last_number_ = 0;
     LookupId last_lookup_ = 0;
     std::vector<Request> requests_;
