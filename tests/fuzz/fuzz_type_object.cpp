@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     any.kind = tk::kComplete;
     std::string reason;
     TypeObject plain;
-    if (decode_plain(bytes, plain) && whole.add(any, plain, bytes.size()) == TypeLibrary::Added::yes)
+    if (decode_plain(bytes, plain) && whole.add(any, plain, bytes.size) == TypeLibrary::Added::yes)
         whole.build(TypeIdentifier::of(any), reason);
     TypeHash hash;
     for (uint8_t kind : {tk::kMinimal, tk::kComplete}) {
