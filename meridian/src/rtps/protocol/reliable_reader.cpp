@@ -26,8 +26,6 @@ constexpr Duration kAskFor = std::chrono::seconds(1);
 constexpr Duration kJumpDoubt = std::chrono::seconds(30);
 constexpr Duration kOneJump = std::chrono::seconds(1);
 constexpr int kMaxNackFrags = 8;
-// Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others refuse
-// base 0.
 
 } // namespace
 
@@ -470,6 +468,8 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     AckNack acknack;
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
+    // Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others
+    // refuse base 0.
     acknack.missing.base = p.writer.vendor == kFastDds ? 0 : 1;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
