@@ -17,6 +17,19 @@
 
 namespace meridian::rtps::test {
 
+/// The datagram with which a participant announces itself.
+inline ByteBuffer first_announcement(const ParticipantData& data) {
+    const ByteBuffer payload = encode(data);
+    Data announcement;
+    announcement.writer = entity::participant_writer;
+    announcement.sequence_number = 1;
+    announcement.has_payload = true;
+    announcement.payload = payload;
+    MessageWriter writer(data.guid.prefix, 65000);
+    writer.add_data(announcement);
+    return ByteBuffer(writer.view().begin(), writer.view().end());
+}
+
 class ParticipantTest : public ::testing::Test {
   protected:
     ParticipantTest() {

@@ -78,15 +78,7 @@ TEST_F(ParticipantTableTest, AnAnnouncementCostsTheSameHoweverManyThereAre) {
             data.metatraffic_multicast.clear();
             for (size_t byte = 0; byte < 4; ++byte)
                 data.guid.prefix.bytes[byte + 4] = static_cast<uint8_t>(i >> (8 * byte));
-            MessageWriter writer(data.guid.prefix, 60000);
-            const ByteBuffer payload = encode(data);
-            Data message;
-            message.writer = entity::participant_writer;
-            message.sequence_number = 1;
-            message.has_payload = true;
-            message.payload = payload;
-            writer.add_data(message);
-            participant->receive(writer.view(), udpv4(2, 50000), now());
+            participant->receive(first_announcement(data), udpv4(2, 50000), now());
             run_until(time + milliseconds(10));
         }
         return output.messages.size();
@@ -226,15 +218,7 @@ TEST_F(ParticipantTableTest, WideAnnouncementsOfStrangersMakeRoomForOthers) {
         data.guid.prefix.bytes[4] = static_cast<uint8_t>(i >> 8);
         data.guid.prefix.bytes[5] = static_cast<uint8_t>(i);
         data.user_data.assign(60000, 1);
-        MessageWriter writer(data.guid.prefix, 65000);
-        const ByteBuffer payload = encode(data);
-        Data message;
-        message.writer = entity::participant_writer;
-        message.sequence_number = 1;
-        message.has_payload = true;
-        message.payload = payload;
-        writer.add_data(message);
-        participant->receive(writer.view(), udpv4(2, 50000), now());
+        participant->receive(first_announcement(data), udpv4(2, 50000), now());
     }
     EXPECT_LE(MemoryBudget::of_process().used(), MemoryBudget::of_process().limit() / 2 + 1000000);
     EXPECT_EQ(recorder.errors.size(), 1u);

@@ -90,17 +90,10 @@ TEST_F(UnansweredAddress, GetsNoMoreFromSeveralParticipantsThatHearTheSame) {
     ParticipantData data = remote(2);
     data.lease = kDurationInfinite;
     for (int repetition = 0; repetition < 3; ++repetition) {
-        const ByteBuffer payload = encode(data);
-        Data message;
-        message.writer = entity::participant_writer;
-        message.sequence_number = 1;
-        message.has_payload = true;
-        message.payload = payload;
-        MessageWriter writer(data.guid.prefix, 60000);
-        writer.add_data(message);
-        received_bytes += writer.size();
+        const ByteBuffer datagram = first_announcement(data);
+        received_bytes += datagram.size();
         for (const auto& one : all)
-            one->receive(writer.view(), udpv4(2, source_port), now(), one == all.front());
+            one->receive(datagram, udpv4(2, source_port), now(), one == all.front());
         for (const MonotonicTime end = time + seconds(60); time < end; time += milliseconds(100)) {
             for (const auto& one : all)
                 one->on_timer(now());
@@ -139,15 +132,7 @@ TEST_F(ParticipantTest, WhatOneAnswerCostsDoesNotGrowWithTheParticipants) {
             data.guid.prefix.bytes[1] = static_cast<uint8_t>(1 + i / 250);
             data.guid.prefix.bytes[2] = static_cast<uint8_t>(1 + i % 250);
             data.lease = kDurationInfinite;
-            MessageWriter writer(data.guid.prefix, 60000);
-            const ByteBuffer payload = encode(data);
-            Data announcement;
-            announcement.writer = entity::participant_writer;
-            announcement.sequence_number = 1;
-            announcement.has_payload = true;
-            announcement.payload = payload;
-            writer.add_data(announcement);
-            participant->receive(writer.view(), udpv4(2), now());
+            participant->receive(first_announcement(data), udpv4(2), now());
         }
         announce(remote(3));
         output.messages.clear();
