@@ -129,13 +129,14 @@ void Participant::finish(Now now) {
     if (!running_)
         return;
     timers_.run(now.monotonic);
-    batcher_.flush();
+    batcher_.flush_due(now.monotonic);
 }
 
 MonotonicTime Participant::next_deadline() const {
     if (!running_)
         return kNever;
-    return std::min({timers_.next_deadline(), participants_.next_deadline(), liveliness_.next_deadline()});
+    return std::min({timers_.next_deadline(), batcher_.next_deadline(), participants_.next_deadline(),
+                     liveliness_.next_deadline()});
 }
 
 void Participant::on_timer(Now now) {
