@@ -185,7 +185,9 @@ bool CdrWalker::has_open_end(const Member& member) const {
     if (type->kind == DDS_TK_MAP)
         return !has_header(*type);
     const Type* content = resolve_alias(type->content);
-    return type->kind == DDS_TK_SEQUENCE && content != nullptr && content->kind == DDS_TK_WCHAR;
+    const DDS_TCKind element = content != nullptr ? content->kind : DDS_TK_NULL;
+    return (type->kind == DDS_TK_SEQUENCE && element == DDS_TK_WCHAR) ||
+           (type->kind == DDS_TK_ARRAY && element == DDS_TK_BOOLEAN);
 }
 
 bool CdrWalker::find_end(MutableMember& found, const Member* member, const ByteReader& header,
