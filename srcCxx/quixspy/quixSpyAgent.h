@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "agent/QuixAgent.h"
@@ -102,7 +103,7 @@ class QuixSpyAgent : public QuixAgent {
                                    const DDS_StringSeq& participantPartitions,
                                    DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED);
 
-    /// Says, for the first of them, why a writer that was announced is not read; the rest is counted.
+    /// Says, for the first of them, why a writer that was announced is not read; once for the same reason.
     void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);
     /// That of the options, or what the reader's limits leave of it.
     int32_t history_depth(const DDS_DataReaderQos& reader) const;
@@ -159,5 +160,5 @@ class QuixSpyAgent : public QuixAgent {
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);
     void delete_participant(QuixSpyParticipantListNode* node);
 
-    uint64_t unreadWriters_ = 0;
+    std::set<std::string> toldUnread_; // what was said of writers that are not read
 };

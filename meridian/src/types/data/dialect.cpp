@@ -93,7 +93,7 @@ const std::vector<Row>& serializers() {
         {Maker::unknown, dialect_of(Wide::octets, Headers::standard, true)},
         {Maker::cyclone_dds, dialect_of(Wide::octets, Headers::flat, false)},
         {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::few, true)},
-        {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::few, true, false)},
+        {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::dynamic, true, false)},
         {Maker::fast_cdr_1, dialect_of(Wide::quads, Headers::few, true, false, false), false},
         {Maker::unknown, dialect_of(Wide::octets, Headers::few, true)},
         {Maker::unknown, dialect_of(Wide::units, Headers::standard, true)},
