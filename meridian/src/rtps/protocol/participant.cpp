@@ -25,7 +25,7 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
       given_prefix_(config_.prefix),
       events_(events),
       batcher_(config_.prefix, config_.max_message_size, output),
-      warnings_(events),
+      warnings_(events, config_.told_errors),
       participants_(config_, output, batcher_, warnings_, *this),
       endpoints_(config_, participants_, warnings_, *this),
       liveliness_(*this),
@@ -432,6 +432,10 @@ void Participant::on_participant_doubted(RemoteParticipant& remote) {
         if (local->writer)
             local->writer->ask({remote.data->guid.prefix, local->builtin_peer->remote});
     }
+}
+
+bool Participant::wants(const std::string& topic_name) const {
+    return !config_.is_further || MemoryBudget::of_process().is_ample() || locals_.has_topic(topic_name);
 }
 
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
