@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <new>
 
 #include "meridian/builtin_topics.h"
@@ -31,11 +30,21 @@ void free_strings(char** strings, int32_t count) {
 
 } // namespace
 
+QuixSpyParticipantListNode* QuixSpyParticipantListNode::create() {
+    void* const memory =
+        QUIXHeap_allocate(sizeof(QuixSpyParticipantListNode), "struct QuixSpyParticipantListNode");
+    return memory != nullptr ? new (memory) QuixSpyParticipantListNode{} : nullptr;
+}
+
+void QuixSpyParticipantListNode::destroy(QuixSpyParticipantListNode* node) {
+    node->~QuixSpyParticipantListNode();
+    QUIXHeap_free(node);
+}
+
 void QuixSpyParticipantListNode::add_topic(QuixSpyDataListenerNode* node) {
     const QuixSpyDataListener& listener = *node->listener;
     dataListeners.append(node);
-    topicsByName.insert(node, topicsByName.hash(listener.topicName, listener.typeName));
-    topicsByType.insert(node, topicsByType.hash(listener.typeName, ""));
+    topics.insert({{listener.typeName, listener.topicName}, node});
 }
 
 void QuixSpyParticipantListNode::delete_topics() {
@@ -47,23 +56,18 @@ void QuixSpyParticipantListNode::delete_topics() {
         topic = following;
     }
     dataListeners = {};
-    topicsByName.free();
-    topicsByType.free();
+    topics.clear();
 }
 
 QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_topic(const char* topicName,
                                                                 const char* typeName) const {
-    return topicsByName.find(topicsByName.hash(topicName, typeName),
-                             [&](const QuixSpyDataListenerNode& node) {
-                                 return std::strcmp(node.listener->topicName, topicName) == 0 &&
-                                        std::strcmp(node.listener->typeName, typeName) == 0;
-                             });
+    const auto found = topics.find({typeName, topicName});
+    return found != topics.end() ? found->second : nullptr;
 }
 
 QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_type(const char* typeName) const {
-    return topicsByType.find(topicsByType.hash(typeName, ""), [&](const QuixSpyDataListenerNode& node) {
-        return std::strcmp(node.listener->typeName, typeName) == 0;
-    });
+    const auto first = topics.lower_bound({typeName, ""});
+    return first != topics.end() && first->first.first == typeName ? first->second : nullptr;
 }
 
 QuixSpyAgent::QuixSpyAgent(const char* programName, QuixAgentOutput& output)
@@ -82,7 +86,7 @@ QuixSpyAgent::~QuixSpyAgent() {
     }
     delete _discoveryListener;
     if (_participantNode != nullptr && _participantNode->list == nullptr)
-        QUIXHeap_free(_participantNode); // its participant could not be made
+        QuixSpyParticipantListNode::destroy(_participantNode); // its participant could not be made
     for (QuixSpyParticipantListNode* node = _participantList.head(); node != nullptr;) {
         QuixSpyParticipantListNode* const following = QuixSpyList<QuixSpyParticipantListNode>::next(node);
         delete_participant(node);
@@ -106,7 +110,7 @@ void QuixSpyAgent::delete_participant(QuixSpyParticipantListNode* node) {
     lastRetcode = DDSDomainParticipantFactory::get_instance()->delete_participant(node->participant);
     if (lastRetcode != DDS_RETCODE_OK)
         output().print("delete_participant error %d\n", lastRetcode);
-    QUIXHeap_free(node);
+    QuixSpyParticipantListNode::destroy(node);
 }
 
 bool QuixSpyAgent::run() {
@@ -196,17 +200,21 @@ bool QuixSpyAgent::create_semaphore() {
 }
 
 bool QuixSpyAgent::create_participant() {
-    _participantNode =
-        QUIXHeap_allocateStructure<QuixSpyParticipantListNode>("struct QuixSpyParticipantListNode");
+    _participantNode = QuixSpyParticipantListNode::create();
     if (_participantNode == nullptr)
         return output().fail("ferret: Error allocating _participantNode\n");
-    _participantNode->participant = createDomainParticipant(
+    return add_participant(*_participantNode);
+}
+
+bool QuixSpyAgent::add_participant(QuixSpyParticipantListNode& node) {
+    const QuixSpyParticipantListNode* const first = _participantList.head();
+    node.participant = createDomainParticipant(
         _participantPartitionCount, const_cast<const char**>(_participantPartitions),
         _subscriberPartitionCount, const_cast<const char**>(_subscriberPartitions), _discoveryPluginsSet,
-        _discoveryPluginKind, nullptr, &_participantNode->subscriber);
-    if (_participantNode->participant == nullptr || _participantNode->subscriber == nullptr)
+        _discoveryPluginKind, first != nullptr ? first->participant : nullptr, &node.subscriber);
+    if (node.participant == nullptr || node.subscriber == nullptr)
         return false;
-    _participantList.append(_participantNode);
+    _participantList.append(&node);
     return true;
 }
 

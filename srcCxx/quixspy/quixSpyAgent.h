@@ -4,8 +4,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "agent/QuixAgent.h"
 #include "meridian/condition.h"
@@ -15,7 +18,6 @@
 #include "quixspy/quixSpyEnding.h"
 #include "quixspy/quixSpyEndpointInfo.h"
 #include "quixspy/quixSpyHelpers.h"
-#include "quixspy/quixSpyIndex.h"
 #include "quixspy/quixSpyList.h"
 
 class DDSDynamicDataTypeSupport;
@@ -36,19 +38,20 @@ struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     QuixSpyDataListener* listener;
     DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
     DDSDataReader* reader;                  // of the participant; null when it could not be made
-    QuixSpyIndexLink<QuixSpyDataListenerNode> byName;
-    QuixSpyIndexLink<QuixSpyDataListenerNode> byType;
 };
 
-/// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. A
-/// plain record of the middleware's heap; owns the participant and the nodes of its list.
+/// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. In
+/// memory of the middleware's heap; owns the participant and the nodes of its list.
 struct QuixSpyParticipantListNode : QuixSpyListLink<QuixSpyParticipantListNode> {
     DDSDomainParticipant* participant;
     DDSSubscriber* subscriber;
-    QuixSpyList<QuixSpyDataListenerNode> dataListeners; // nodes with a listener are found by the indexes too
-    mutable QuixSpyIndex<QuixSpyDataListenerNode, &QuixSpyDataListenerNode::byName> topicsByName;
-    mutable QuixSpyIndex<QuixSpyDataListenerNode, &QuixSpyDataListenerNode::byType> topicsByType;
+    QuixSpyList<QuixSpyDataListenerNode> dataListeners;
+    /// Those with a listener, by the names of type and topic, which belong to the listener.
+    std::map<std::pair<std::string_view, std::string_view>, QuixSpyDataListenerNode*> topics;
 
+    /// Null when memory is short.
+    static QuixSpyParticipantListNode* create();
+    static void destroy(QuixSpyParticipantListNode* node);
     /// Appends a node, which has its listener.
     void add_topic(QuixSpyDataListenerNode* node);
     /// Deletes all nodes with their listeners and type supports. No callback runs when this returns.
@@ -103,6 +106,9 @@ class QuixSpyAgent : public QuixAgent {
                                    const DDS_StringSeq& participantPartitions,
                                    DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED);
 
+    /// Makes the participant of a node, which then stands in the list. False, and the node the caller's, when
+    /// that fails.
+    bool add_participant(QuixSpyParticipantListNode& node);
     /// Says, for the first of them, why a writer that was announced is not read; once for the same reason.
     void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);
     /// That of the options, or what the reader's limits leave of it.

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "agent/QuixAgentOutput.h"
 #include "meridian/heap.h"
@@ -10,6 +11,10 @@
 #include "quixspy/quixSpyText.h"
 
 namespace {
+
+auto words_of(const RtpsGuid& guid) {
+    return std::tie(guid.hostId, guid.appId, guid.instanceId, guid.entityId);
+}
 
 void clear(QuixSpyEndpointInfo& info, const RtpsGuid& guid) {
     info = {};
@@ -72,8 +77,7 @@ bool store_partitions(QuixAgentOutput& output, char*& field, const DDS_StringSeq
 } // namespace
 
 bool RtpsGuid_equals(const RtpsGuid& a, const RtpsGuid& b) {
-    return a.hostId == b.hostId && a.appId == b.appId && a.instanceId == b.instanceId &&
-           a.entityId == b.entityId;
+    return words_of(a) == words_of(b);
 }
 
 bool RtpsGuid_isUnknown(const RtpsGuid& guid) {
@@ -127,13 +131,15 @@ QuixSpyEndpointInfoList::~QuixSpyEndpointInfoList() {
         free_node(node);
         node = following;
     }
-    byGuid_.free();
+}
+
+bool QuixSpyEndpointInfoList::Earlier::operator()(const RtpsGuid& a, const RtpsGuid& b) const {
+    return words_of(a) < words_of(b);
 }
 
 QuixSpyEndpointInfoNode* QuixSpyEndpointInfoList::find_node(const RtpsGuid& guid) const {
-    return byGuid_.find(byGuid_.hash(&guid, sizeof guid), [&guid](const QuixSpyEndpointInfoNode& node) {
-        return RtpsGuid_equals(node.info.guid, guid);
-    });
+    const auto found = byGuid_.find(guid);
+    return found != byGuid_.end() ? found->second : nullptr;
 }
 
 bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGuid& guid, const char* ip,
@@ -158,10 +164,7 @@ bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGu
         return output_.fail("ferret: Error initializing QuixSpyEndpointInfo\n");
     }
     if (is_new) {
-        if (!byGuid_.insert(node, byGuid_.hash(&guid, sizeof guid))) {
-            free_node(node);
-            return output_.fail("ferret: Error allocating QuixSpyEndpointInfoNode\n");
-        }
+        byGuid_.emplace(guid, node);
         append(node);
     }
     out.copy_from(node->info, output_);
@@ -169,7 +172,7 @@ bool QuixSpyEndpointInfoList::assert_node(QuixSpyEndpointInfo& out, const RtpsGu
 }
 
 void QuixSpyEndpointInfoList::remove_node(QuixSpyEndpointInfoNode* node) {
-    byGuid_.remove(node);
+    byGuid_.erase(node->info.guid);
     unlink(node);
     free_node(node);
 }

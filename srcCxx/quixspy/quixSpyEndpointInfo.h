@@ -3,10 +3,11 @@
 // The registry of remote endpoints: what is known of each writer and reader, by GUID, in the order in which
 // they were first seen. No lock of its own: one thread at a time. Queries hand out deep copies.
 
+#include <map>
+
 #include "meridian/guid.h"
 #include "meridian/qos.h"
 #include "meridian/sequence.h"
-#include "quixspy/quixSpyIndex.h"
 #include "quixspy/quixSpyList.h"
 
 class QuixAgentOutput;
@@ -48,7 +49,6 @@ struct QuixSpyLocalEndpointInfo : QuixSpyEndpointInfo {
 
 struct QuixSpyEndpointInfoNode : QuixSpyListLink<QuixSpyEndpointInfoNode> {
     QuixSpyEndpointInfo info;
-    QuixSpyIndexLink<QuixSpyEndpointInfoNode> byGuid;
 };
 
 /// Holds no two nodes of one GUID and none of the unknown GUID. Owns its nodes. Neither copied nor moved:
@@ -74,10 +74,11 @@ class QuixSpyEndpointInfoList : public QuixSpyList<QuixSpyEndpointInfoNode> {
     /// Unlinks and frees.
     void remove_node(QuixSpyEndpointInfoNode* node);
 
-    /// How many records were looked at so far to find one, for who measures.
-    uint64_t comparisons() const { return byGuid_.comparisons; }
-
   private:
+    struct Earlier {
+        bool operator()(const RtpsGuid& a, const RtpsGuid& b) const;
+    };
+
     QuixAgentOutput& output_;
-    mutable QuixSpyIndex<QuixSpyEndpointInfoNode, &QuixSpyEndpointInfoNode::byGuid> byGuid_{};
+    std::map<RtpsGuid, QuixSpyEndpointInfoNode*, Earlier> byGuid_;
 };

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <optional>
+#include <type_traits>
 
 #include "agent/QuixAgentOutput.h"
 #include "quixspy/quixSpyText.h"
@@ -104,41 +104,37 @@ bool read(QUIXCdrStream& stream, Octets<kSize>& octets) {
     return true;
 }
 
-/// An enumerator. Those of narrow enumerations take fewer bytes than the classic four.
-bool read_enumerator(QUIXCdrStream& stream, const DDS_TypeCode& code, int32_t& value) {
-    const auto bits = ask(code, &DDS_TypeCode::bit_bound);
-    uint32_t number = 0;
-    if (!bits || *bits <= 16 || !read(stream, number))
-        return false;
-    value = static_cast<int32_t>(number);
-    return true;
-}
-
-template <typename Wire, typename Number>
+template <typename Number>
 bool read_as(QUIXCdrStream& stream, int32_t& value) {
-    Wire bits = 0;
+    std::make_unsigned_t<Number> bits = 0;
     if (!read(stream, bits))
         return false;
     value = static_cast<int32_t>(static_cast<Number>(bits));
     return true;
 }
 
+/// An enumerator. Those of narrow enumerations take fewer bytes than the classic four.
+bool read_enumerator(QUIXCdrStream& stream, const DDS_TypeCode& code, int32_t& value) {
+    const auto bits = ask(code, &DDS_TypeCode::bit_bound);
+    return bits && *bits > 16 && read_as<int32_t>(stream, value);
+}
+
 bool read_discriminator(QUIXCdrStream& stream, const DDS_TypeCode& code, int32_t& value) {
     switch (ask(code, &DDS_TypeCode::kind).value_or(DDS_TK_NULL)) {
         case DDS_TK_SHORT:
-            return read_as<uint16_t, int16_t>(stream, value);
+            return read_as<int16_t>(stream, value);
         case DDS_TK_USHORT:
-            return read_as<uint16_t, uint16_t>(stream, value);
+            return read_as<uint16_t>(stream, value);
         case DDS_TK_LONG:
         case DDS_TK_ULONG:
-            return read_as<uint32_t, uint32_t>(stream, value);
+            return read_as<uint32_t>(stream, value);
         case DDS_TK_ENUM:
             return read_enumerator(stream, code, value);
         case DDS_TK_CHAR:
-            return read_as<uint8_t, int8_t>(stream, value);
+            return read_as<int8_t>(stream, value);
         case DDS_TK_BOOLEAN:
         case DDS_TK_OCTET:
-            return read_as<uint8_t, uint8_t>(stream, value);
+            return read_as<uint8_t>(stream, value);
         default:
             return false;
     }
@@ -152,22 +148,10 @@ void put_indent(std::string& text, int32_t level) {
         text.append(3 * static_cast<size_t>(level), ' ');
 }
 
-template <typename Integer>
-void put_decimal(std::string& text, Integer number) {
-    char digits[24];
-    text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
-}
-
 /// `bits` as they are read hold a number of type Number.
 template <typename Number, typename Bits>
 void put_number(std::string& text, Bits bits) {
-    put_decimal(text, static_cast<Number>(bits));
-}
-
-/// The lowest `digits` hexadecimal digits.
-void put_hex(std::string& text, uint32_t number, unsigned digits) {
-    while (digits-- > 0)
-        text += "0123456789abcdef"[number >> (4 * digits) & 15];
+    QUIXSpy_appendDecimal(text, static_cast<Number>(bits));
 }
 
 /// `bits` hold a number of type Number.
@@ -192,17 +176,11 @@ void put_character(std::string& text, uint8_t octet) {
     text += '\'';
 }
 
-void put_wide_character(std::string& text, uint32_t character) {
-    text += '<';
-    put_hex(text, character, 8);
-    text += '>';
-}
-
 template <size_t kSize>
 void put_octets(std::string& text, Octets<kSize> octets) {
     text += '<';
     for (const uint8_t octet : octets)
-        put_hex(text, octet, 2);
+        QUIXSpy_appendHex(text, octet, 2);
     text += '>';
 }
 
@@ -423,7 +401,7 @@ class Walk {
             end_line(); // in front of the first, and between two
             put_indent(text_, indent);
             text_ += '[';
-            put_decimal(text_, k);
+            QUIXSpy_appendDecimal(text_, k);
             text_ += "]: ";
             if (!print(content, indent + 1, Place::nested))
                 return false;
@@ -453,7 +431,7 @@ class Walk {
             put_indent(text_, indent);
             for (uint32_t i = 0; i < *dimension_count; ++i) {
                 text_ += '[';
-                put_decimal(text_, index[i]);
+                QUIXSpy_appendDecimal(text_, index[i]);
                 text_ += ']';
             }
             text_ += ": ";
@@ -524,7 +502,9 @@ class Walk {
         uint32_t character = 0;
         if (!read_wide(character))
             return false;
-        put_wide_character(text_, character);
+        text_ += '<';
+        QUIXSpy_appendHex(text_, character, 8);
+        text_ += '>';
         return true;
     }
 
@@ -549,7 +529,7 @@ class Walk {
                 return false;
             ended = ended || character == 0;
             if (!ended)
-                put_hex(text_, character, 8);
+                QUIXSpy_appendHex(text_, character, 8);
         }
         is_doubtful_ = is_doubtful_ || ended;
         text_ += '>';
@@ -598,10 +578,9 @@ void QuixSpyRawPrinter::print_indent(int32_t level) {
 
 bool QuixSpyRawPrinter::print_sample(const DynamicType& sample, const DDS_TypeCode* typeCode,
                                      int32_t indent) {
-    if (typeCode == nullptr || sample.stream == nullptr || !is_plain(*sample.stream))
-        return false;
-    const WideText wide_text = wide_text_of(*sample.stream, typeCode);
-    return Walk(text_, output_, *sample.stream, wide_text).print(typeCode, indent, Walk::Place::outermost);
+    return sample.stream != nullptr && is_plain(*sample.stream) &&
+           Walk(text_, output_, *sample.stream, wide_text_of(*sample.stream, typeCode))
+               .print(typeCode, indent, Walk::Place::outermost);
 }
 
 bool QuixSpyRawPrinter::print_primitive_sample(const DynamicType& sample, const DDS_TypeCode* typeCode) {

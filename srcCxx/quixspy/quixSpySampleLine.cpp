@@ -1,6 +1,5 @@
 #include "quixspy/quixSpySampleLine.h"
 
-#include <charconv>
 #include <cstring>
 
 #include "quixspy/quixSpyHelpers.h"
@@ -12,20 +11,6 @@ constexpr size_t kAddressWidth = 16;
 // The writer chooses it once, and it is printed with each sample.
 constexpr size_t kMostOfField = 4096;
 constexpr char kUpperDigits[] = "0123456789ABCDEF";
-constexpr char kLowerDigits[] = "0123456789abcdef";
-
-void append_hex(std::string& line, uint32_t word, const char* digits) {
-    char text[8];
-    for (size_t i = 0; i < sizeof text; ++i)
-        text[i] = digits[word >> (28 - 4 * i) & 15];
-    line.append(text, sizeof text);
-}
-
-template <typename Integer>
-void append_decimal(std::string& line, Integer number) {
-    char text[16];
-    line.append(text, std::to_chars(text, text + sizeof text, number).ptr);
-}
 
 void append_virtual_guid(std::string& line, const char* field, const DDS_GUID_t& guid) {
     if (guid == DDS_GUID_UNKNOWN)
@@ -40,9 +25,9 @@ void append_sequence_number(std::string& line, const char* field, const DDS_Sequ
         return;
     line += field;
     line += "=(";
-    append_decimal(line, number.high);
+    QUIXSpy_appendDecimal(line, number.high);
     line += ", ";
-    append_decimal(line, number.low);
+    QUIXSpy_appendDecimal(line, number.low);
     line += ')';
 }
 
@@ -79,7 +64,7 @@ void append_key(std::string& line, const DDS_InstanceHandle_t& handle) {
     const char* separator = " key=\"";
     for (const uint32_t word : words) {
         line += separator;
-        append_hex(line, word, kLowerDigits);
+        QUIXSpy_appendHex(line, word, 8);
         separator = ".";
     }
     line += '"';
@@ -114,13 +99,13 @@ void QUIXSpy_appendField(std::string& line, const char* field, const char* text,
 void QUIXSpy_appendGuid(std::string& line, const char* field, const RtpsGuid& guid) {
     line += field;
     line += "=\"0x";
-    append_hex(line, guid.hostId, kUpperDigits);
+    QUIXSpy_appendHex(line, guid.hostId, 8, kUpperDigits);
     line += ",0x";
-    append_hex(line, guid.appId, kUpperDigits);
+    QUIXSpy_appendHex(line, guid.appId, 8, kUpperDigits);
     line += ",0x";
-    append_hex(line, guid.instanceId, kUpperDigits);
+    QUIXSpy_appendHex(line, guid.instanceId, 8, kUpperDigits);
     line += ":0x";
-    append_hex(line, guid.entityId, kUpperDigits);
+    QUIXSpy_appendHex(line, guid.entityId, 8, kUpperDigits);
     line += '"';
 }
 

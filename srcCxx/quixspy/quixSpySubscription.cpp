@@ -121,24 +121,17 @@ Fit fit_of(const QuixSpyAgent& agent, const ParticipantNode& node, const Publica
 }
 
 /// A further participant, for a topic that is in conflict with all that exist. Null when that fails.
-ParticipantNode* add_participant(QuixSpyAgent& agent) {
-    auto* const node = QUIXHeap_allocateStructure<ParticipantNode>("struct QuixSpyParticipantListNode");
+ParticipantNode* make_further_participant(QuixSpyAgent& agent) {
+    ParticipantNode* const node = ParticipantNode::create();
     if (node == nullptr) {
         agent.output().fail("ferret: Error allocating participantNode\n");
         return nullptr;
     }
-    const ParticipantNode* const first = agent._participantList.head();
-    node->participant = agent.createDomainParticipant(
-        agent._participantPartitionCount, const_cast<const char**>(agent._participantPartitions),
-        agent._subscriberPartitionCount, const_cast<const char**>(agent._subscriberPartitions),
-        agent._discoveryPluginsSet, agent._discoveryPluginKind,
-        first != nullptr ? first->participant : nullptr, &node->subscriber);
-    if (node->participant == nullptr) {
+    if (!agent.add_participant(*node)) {
         agent.output().fail("ferret: Error creation participant\n");
-        QUIXHeap_free(node);
+        ParticipantNode::destroy(node);
         return nullptr;
     }
-    agent._participantList.append(node);
     return node;
 }
 
@@ -432,6 +425,6 @@ bool QuixSpyAgent::on_publication_discovered(
             std::to_string(kMostParticipants) + " participants of this tool read other types already");
         return false;
     }
-    ParticipantNode* const added = add_participant(*this);
+    ParticipantNode* const added = make_further_participant(*this);
     return added != nullptr && subscribe(*this, *added, publication);
 }

@@ -1,7 +1,5 @@
 #include "quixspy/quixSpyText.h"
 
-#include <cstdint>
-
 namespace {
 
 /// The character at the beginning of a text: how many octets it has, and its number. 0 octets: not UTF-8
@@ -40,10 +38,8 @@ bool is_format(uint32_t number) {
 }
 
 void append_number(std::string& line, uint32_t number) {
-    constexpr char kDigits[] = "0123456789abcdef";
     line += number > 0xff ? "\\u" : "\\x";
-    for (int shift = number > 0xff ? 12 : 4; shift >= 0; shift -= 4)
-        line += kDigits[number >> shift & 15];
+    QUIXSpy_appendHex(line, number, number > 0xff ? 4 : 2);
 }
 
 } // namespace

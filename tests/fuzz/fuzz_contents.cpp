@@ -15,10 +15,10 @@ using namespace meridian::types;
 
 namespace {
 
-class Walk final : public JsonWalk {
+class Walk {
   public:
     Walk(const SampleReader& reader, rtps::ByteView payload) : reader_(reader), payload_(payload) {}
-    bool operator()(ValueSink& sink) const override {
+    bool operator()(ValueSink& sink) const {
         std::string failure;
         const bool done = reader_.walk(payload_, &sink, failure);
         if (done != failure.empty())

@@ -30,16 +30,36 @@ class DDSDataReader : public DDSEntity {
 
     // The statuses. Reading one resets its change counters and its bit in get_status_changes. Readers that
     // match nothing, such as those of builtin topics, report zeros.
-    virtual DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status);
+    virtual DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) {
+        return nothing(status);
+    }
     virtual DDS_ReturnCode_t get_requested_incompatible_qos_status(
-        DDS_RequestedIncompatibleQosStatus& status);
-    virtual DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status);
-    virtual DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status);
-    virtual DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status);
-    virtual DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status);
+        DDS_RequestedIncompatibleQosStatus& status) {
+        return nothing(status);
+    }
+    virtual DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) {
+        return nothing(status);
+    }
+    virtual DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) { return nothing(status); }
+    virtual DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) {
+        return nothing(status);
+    }
+    virtual DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
+        return nothing(status);
+    }
     /// The writers matched at present, as handles.
-    virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications);
+    virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) {
+        publications.length(0);
+        return DDS_RETCODE_OK;
+    }
 
   protected:
     ~DDSDataReader() override = default;
+
+  private:
+    template <typename Status>
+    static DDS_ReturnCode_t nothing(Status& status) {
+        status = {};
+        return DDS_RETCODE_OK;
+    }
 };

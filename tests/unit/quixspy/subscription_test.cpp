@@ -62,7 +62,7 @@ class SubscribingAgent : public QuixSpyAgent {
             auto* const following = QuixSpyList<QuixSpyParticipantListNode>::next(node);
             node->delete_topics();
             if (node != &worlds[0].node)
-                QUIXHeap_free(node);
+                QuixSpyParticipantListNode::destroy(node);
             node = following;
         }
         _participantList = {};

@@ -73,11 +73,9 @@ TEST(Allocations, NoneForTheInstance) {
         if (!hasher.is_keyed())
             return;
         std::string failure;
-        for (const auto form : {KeyHasher::Form::xcdr1, KeyHasher::Form::xcdr2}) {
-            rtps::KeyHash hash{};
-            const auto compute = [&] { return hasher.compute(payload, false, form, hash, failure, kSource); };
-            EXPECT_EQ(allocations_per_sample(compute), 0) << name;
-        }
+        rtps::KeyHash hash{};
+        const auto compute = [&] { return hasher.compute(payload, false, hash, failure, kSource); };
+        EXPECT_EQ(allocations_per_sample(compute), 0) << name;
         std::vector<rtps::KeyHash> all;
         const auto compute_all = [&] {
             all.clear();
@@ -97,7 +95,7 @@ TEST(Allocations, NoneForTheInstanceOfADispose) {
                 rtps::KeyHash hash{};
                 std::string failure;
                 const auto compute = [&] {
-                    return hasher.compute(key.payload, true, KeyHasher::Form::xcdr2, hash, failure, kSource);
+                    return hasher.compute(key.payload, true, hash, failure, kSource);
                 };
                 EXPECT_EQ(allocations_per_sample(compute), 0) << type.name << " " << key.encoding;
                 ++keys;

@@ -14,11 +14,11 @@ using namespace meridian::types;
 
 namespace {
 
-class Walk final : public JsonWalk {
+class Walk {
   public:
     Walk(const SampleReader& reader, rtps::ByteView payload, std::string& failure)
         : reader_(reader), payload_(payload), failure_(failure) {}
-    bool operator()(ValueSink& sink) const override { return reader_.walk(payload_, &sink, failure_); }
+    bool operator()(ValueSink& sink) const { return reader_.walk(payload_, &sink, failure_); }
 
   private:
     const SampleReader& reader_;

@@ -210,10 +210,10 @@ TEST(Layout, LargeSamplesAreWhole) {
     sample.writer().write(uint32_t{20000});
     for (int i = 0; i < 20000; ++i)
         sample.writer().write_string("text " + std::to_string(i));
-    class Whole final : public JsonWalk {
+    class Whole {
       public:
         explicit Whole(const DDS_DynamicData& data) : data_(data) {}
-        bool operator()(ValueSink& sink) const override {
+        bool operator()(ValueSink& sink) const {
             std::string failure;
             return data_.impl().context()->reader.walk(data_.impl().payload(), &sink, failure);
         }
@@ -295,10 +295,10 @@ TEST(Layout, CutJsonIsJson) {
         sample.writer().write(uint32_t{200});
         for (int i = 0; i < 40000; ++i)
             sample.writer().write(uint8_t{1});
-        class Some final : public JsonWalk {
+        class Some {
           public:
             explicit Some(const DDS_DynamicData& data) : data_(data) {}
-            bool operator()(ValueSink& sink) const override {
+            bool operator()(ValueSink& sink) const {
                 WalkBuffers buffers;
                 std::string failure;
                 auto start =

@@ -81,10 +81,10 @@ Recording read_recording(const std::string& name) {
     return recording;
 }
 
-class Walk final : public JsonWalk {
+class Walk {
   public:
     Walk(const SampleReader& reader, rtps::ByteView payload) : reader_(reader), payload_(payload) {}
-    bool operator()(ValueSink& sink) const override {
+    bool operator()(ValueSink& sink) const {
         std::string failure;
         const bool done = reader_.walk(payload_, &sink, failure);
         EXPECT_TRUE(done) << failure;

@@ -64,7 +64,7 @@ void DeliveryThread::remove(Deliverable& deliverable) {
 
 Deliverable* DeliveryThread::next() {
     timers_.run(monotonic_now());
-    Deliverable* found = first_ready_;
+    Deliverable* found = ready_.first();
     if (found != nullptr) {
         unqueue(*found);
         // What arrives from here on asks for another call.
@@ -77,20 +77,14 @@ void DeliveryThread::enqueue(Deliverable& deliverable) {
     if (deliverable.queued_)
         return;
     deliverable.queued_ = true;
-    deliverable.before_ = last_ready_;
-    deliverable.after_ = nullptr;
-    (last_ready_ != nullptr ? last_ready_->after_ : first_ready_) = &deliverable;
-    last_ready_ = &deliverable;
+    ready_.append(deliverable, &Deliverable::links_);
 }
 
 void DeliveryThread::unqueue(Deliverable& deliverable) {
     if (!deliverable.queued_)
         return;
     deliverable.queued_ = false;
-    Deliverable* const before = deliverable.before_;
-    Deliverable* const after = deliverable.after_;
-    (before != nullptr ? before->after_ : first_ready_) = after;
-    (after != nullptr ? after->before_ : last_ready_) = before;
+    ready_.remove(deliverable, &Deliverable::links_);
 }
 
 void DeliveryThread::run() {

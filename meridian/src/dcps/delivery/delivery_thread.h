@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/chain.h"
 #include "platform/heap_trimmer.h"
 #include "platform/mutex.h"
 #include "platform/thread.h"
@@ -33,8 +34,7 @@ class Deliverable : private rtps::TimerQueue::Client {
     DeliveryThread* thread_ = nullptr;
     std::optional<rtps::TimerQueue::Timer> timer_;
     bool queued_ = false;
-    Deliverable* before_ = nullptr;
-    Deliverable* after_ = nullptr;
+    Links<Deliverable> links_;
 };
 
 /// Any thread may call any operation.
@@ -78,9 +78,7 @@ class DeliveryThread {
     std::atomic<bool> wants_wake_{false}; // something was noted while the thread was idle
     bool idle_ MERIDIAN_GUARDED_BY(mutex_) = false;
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
-    // Linked through the deliverables: neither a notice nor a removal costs memory or a walk.
-    Deliverable* first_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
-    Deliverable* last_ready_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
+    Chain<Deliverable> ready_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     HeapTrimmer trimmer_{MemoryBudget::of_process()}; // of the thread alone

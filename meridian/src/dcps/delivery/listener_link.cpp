@@ -31,9 +31,9 @@ void ListenerLink::cut() {
         changed_.wait(mutex_);
 }
 
-bool ListenerLink::is_cut() const {
+DDSDataReaderListener* ListenerLink::listener() const {
     MutexLock lock(mutex_);
-    return listener_ == nullptr;
+    return listener_;
 }
 
 } // namespace meridian::dcps

@@ -25,7 +25,8 @@ class ListenerLink {
     void leave() MERIDIAN_EXCLUDES(mutex_);
     /// No call begins any more; returns when none is in progress on another thread.
     void cut() MERIDIAN_EXCLUDES(mutex_);
-    bool is_cut() const MERIDIAN_EXCLUDES(mutex_);
+    /// Null when the link is cut.
+    DDSDataReaderListener* listener() const MERIDIAN_EXCLUDES(mutex_);
 
   private:
     bool busy_elsewhere() const MERIDIAN_REQUIRES(mutex_);

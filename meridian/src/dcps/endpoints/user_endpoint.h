@@ -2,6 +2,7 @@
 
 // What the readers and writers behind the public interface have in common.
 
+#include <atomic>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -9,13 +10,13 @@
 
 #include "dcps/common/entity_impl.h"
 #include "dcps/common/qos_change.h"
-#include "dcps/endpoints/endpoint_membership.h"
 #include "dcps/endpoints/endpoint_qos.h"
 #include "dcps/endpoints/endpoint_statuses.h"
 #include "dcps/topics/topic.h"
 #include "dcps/topics/type_registry.h"
 #include "platform/log.h"
 #include "platform/mutex.h"
+#include "rtps/net/runtime.h"
 
 namespace meridian::dcps {
 
@@ -30,8 +31,9 @@ class EndpointOwner : public Interface {
     ~EndpointOwner() override = default;
 };
 
-/// Topic, type, QoS, statuses and membership of one endpoint. Interface is DDSUntypedDataReader with
-/// DDS_DataReaderQos, or DDSUntypedDataWriter with DDS_DataWriterQos; Statuses are EndpointStatuses.
+/// Topic, type, QoS and statuses of one endpoint, and the part that it has in the protocol. Interface is
+/// DDSUntypedDataReader with DDS_DataReaderQos, or DDSUntypedDataWriter with DDS_DataWriterQos; Statuses are
+/// EndpointStatuses.
 template <typename Interface, typename Qos, typename Statuses>
 class UserEndpoint : public EntityImpl<Interface> {
   public:
@@ -86,19 +88,29 @@ class UserEndpoint : public EntityImpl<Interface> {
     const PRESTypePlugin& plugin() const { return type_->plugin(); }
     PRESTypePluginEndpointData plugin_data() const { return endpoint_; }
 
-    /// `add(participant, now)` adds the endpoint to the protocol. The runtime must outlive leave.
+    /// `add(participant, now)` adds the endpoint to the protocol; false when it could not. The runtime must
+    /// outlive leave. Called once.
     template <typename Add>
     bool join(rtps::net::Runtime& runtime, const GroupQos& group, Add add) MERIDIAN_EXCLUDES(mutex_) {
         keep_group(group);
-        return membership_.join(runtime, this->guid().entity,
-                                [this, &add](rtps::Participant& participant, rtps::Now now) {
-                                    if (!add(participant, now))
-                                        return false;
-                                    // Under the lock: the first sample must find the reader enabled.
-                                    this->set_enabled();
-                                    return true;
-                                });
+        return runtime.with_participant([&](rtps::Participant& participant, rtps::Now now) {
+            if (!add(participant, now))
+                return false;
+            // Under the lock: the first sample must find the reader enabled.
+            this->set_enabled();
+            runtime_.store(&runtime, std::memory_order_release);
+            return true;
+        });
     }
+    /// No event comes any more when this returns. Without effect where nothing was joined.
+    void leave() {
+        if (rtps::net::Runtime* const joined = runtime_.exchange(nullptr))
+            joined->with_participant([this](rtps::Participant& participant, rtps::Now now) {
+                participant.remove_endpoint(this->guid().entity, now);
+            });
+    }
+    /// Null before join and after leave. Any thread.
+    rtps::net::Runtime* runtime() const { return runtime_.load(std::memory_order_acquire); }
 
     /// `qos_` has changed.
     virtual void qos_changed() MERIDIAN_REQUIRES(mutex_) {}
@@ -143,7 +155,6 @@ class UserEndpoint : public EntityImpl<Interface> {
     TopicImpl& topic_;
     const TypeRegistry::Type type_;
     const bool keyed_;
-    EndpointMembership membership_;
     Mutex mutex_;
     Qos qos_ MERIDIAN_GUARDED_BY(mutex_);
     Statuses statuses_ MERIDIAN_GUARDED_BY(mutex_);
@@ -157,10 +168,14 @@ class UserEndpoint : public EntityImpl<Interface> {
         group_ = group;
     }
     void announce() MERIDIAN_EXCLUDES(mutex_) {
-        membership_.announce([this] { return endpoint_data(); });
+        if (rtps::net::Runtime* const joined = runtime())
+            joined->with_participant([this](rtps::Participant& participant, rtps::Now now) {
+                participant.update_endpoint(endpoint_data(), now);
+            });
     }
 
     PRESTypePluginEndpointData endpoint_ = nullptr;
+    std::atomic<rtps::net::Runtime*> runtime_{nullptr};
     GroupQos group_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

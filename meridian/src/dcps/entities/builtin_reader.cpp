@@ -90,11 +90,7 @@ DDS_ReturnCode_t BuiltinReader<Data>::get_matched_publication_participant_data(
     // The handle of the remote builtin writer, as in DDS_SampleInfo::publication_handle.
     if (!endpoint->entity.is_builtin() || !endpoint->entity.is_writer())
         return DDS_RETCODE_BAD_PARAMETER;
-    const auto remote = participant_.store().find_participant(endpoint->prefix);
-    if (remote == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    data = participant_.describe(*remote);
-    return DDS_RETCODE_OK;
+    return participant_.describe(endpoint->prefix, data);
 }
 
 template <typename Data>

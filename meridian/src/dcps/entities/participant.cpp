@@ -229,7 +229,12 @@ DDS_ReturnCode_t ParticipantImpl::get_discovered_participant_data(DDS_Participan
     const auto wanted = discovery::to_guid(handle);
     if (!wanted || wanted->entity != rtps::entity::participant)
         return DDS_RETCODE_BAD_PARAMETER;
-    const auto known = store_.find_participant(wanted->prefix);
+    return describe(wanted->prefix, data);
+}
+
+DDS_ReturnCode_t ParticipantImpl::describe(const rtps::GuidPrefix& remote,
+                                           DDS_ParticipantBuiltinTopicData& data) {
+    const auto known = store_.find_participant(remote);
     if (known == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     data = describe(*known);

@@ -70,6 +70,8 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     discovery::AnnouncementWatch& announcements() { return announcements_; }
     /// The record of the builtin topic of a remote participant.
     DDS_ParticipantBuiltinTopicData describe(const rtps::ParticipantData& remote) const;
+    /// The same by its prefix; DDS_RETCODE_BAD_PARAMETER for one that is not known.
+    DDS_ReturnCode_t describe(const rtps::GuidPrefix& remote, DDS_ParticipantBuiltinTopicData& data);
     DeliveryThread& delivery() { return *shared_.delivery; }
     /// Null until the participant is enabled.
     rtps::net::Runtime* runtime() const { return running_.load(std::memory_order_acquire); }

@@ -13,11 +13,7 @@ discovery::AnnouncementWatch& SubscriberImpl::announcements() const {
 DDS_ReturnCode_t SubscriberImpl::participant_of_endpoint(DDS_ParticipantBuiltinTopicData& data,
                                                          const DDS_InstanceHandle_t& endpoint) {
     const auto guid = discovery::to_guid(endpoint);
-    const auto known = guid ? participant_.store().find_participant(guid->prefix) : nullptr;
-    if (known == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    data = participant_.describe(*known);
-    return DDS_RETCODE_OK;
+    return guid ? participant_.describe(guid->prefix, data) : DDS_RETCODE_BAD_PARAMETER;
 }
 
 DDSDataReader* SubscriberImpl::create_datareader(DDSTopicDescription* description,

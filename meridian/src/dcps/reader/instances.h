@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "dcps/common/chain.h"
 #include "meridian/sample_info.h"
+#include "platform/chain.h"
 #include "platform/memory_budget.h"
 #include "platform/seeded_hash.h"
 #include "rtps/protocol/times.h"

@@ -67,8 +67,7 @@ std::unique_ptr<KeyForms> KeyForms::of(const DDS_TypeCode* type) {
         return nullptr;
     std::unique_ptr<KeyForms> forms(new KeyForms(*types::from_type_code(type)));
     // Short keys of a type whose keys are digested: some makers digest them too, some do not.
-    const bool alike =
-        forms->hasher_.forms_agree() && !forms->hasher_.is_digest(types::KeyHasher::Form::xcdr1);
+    const bool alike = forms->hasher_.forms_agree() && !forms->hasher_.is_digest();
     return forms->hasher_.is_keyed() && !alike ? std::move(forms) : nullptr;
 }
 

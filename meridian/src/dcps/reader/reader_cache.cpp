@@ -323,14 +323,6 @@ bool ReaderCache::has(const Selection& selection) const {
     return false;
 }
 
-bool ReaderCache::take(const Selection& selection, Batch& batch) {
-    return collect(selection, batch, true);
-}
-
-bool ReaderCache::read(const Selection& selection, Batch& batch) {
-    return collect(selection, batch, false);
-}
-
 bool ReaderCache::collect(const Selection& selection, Batch& batch, bool remove) {
     const size_t most =
         selection.max_samples == DDS_LENGTH_UNLIMITED ? count_ : static_cast<size_t>(selection.max_samples);

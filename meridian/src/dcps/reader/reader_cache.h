@@ -118,8 +118,8 @@ class ReaderCache {
     /// True when a sample that matches is held; take and read fill the batch (which must be empty) with them.
     /// False when there was none. Entries that were read stay in the cache, those taken leave it.
     bool has(const Selection& selection) const;
-    bool take(const Selection& selection, Batch& batch);
-    bool read(const Selection& selection, Batch& batch);
+    bool take(const Selection& selection, Batch& batch) { return collect(selection, batch, true); }
+    bool read(const Selection& selection, Batch& batch) { return collect(selection, batch, false); }
     /// The samples of the batch may be released; the batch is empty afterwards.
     void return_batch(Batch& batch);
 

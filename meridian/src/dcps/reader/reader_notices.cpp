@@ -6,13 +6,12 @@ namespace meridian::dcps {
 
 void ReaderNotices::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
     link_ = listener != nullptr ? ListenerLink::of(*listener) : nullptr;
-    listener_ = listener;
     mask_ = mask;
     to_tell_ = DDS_STATUS_MASK_NONE;
 }
 
 DDSDataReaderListener* ReaderNotices::listener() const {
-    return link_ != nullptr && !link_->is_cut() ? listener_ : nullptr;
+    return link_ != nullptr ? link_->listener() : nullptr;
 }
 
 void ReaderNotices::changed(DDS_StatusMask statuses) {

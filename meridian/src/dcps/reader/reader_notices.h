@@ -44,7 +44,6 @@ class ReaderNotices {
     DeliveryThread& delivery_;
     Deliverable& reader_;
     std::shared_ptr<ListenerLink> link_;
-    DDSDataReaderListener* listener_ = nullptr;
     DDS_StatusMask mask_ = DDS_STATUS_MASK_NONE;
     DDS_StatusMask to_tell_ = DDS_STATUS_MASK_NONE;   // the listener was not told of these yet
     DDS_StatusMask signalled_ = DDS_STATUS_MASK_NONE; // set in the status condition

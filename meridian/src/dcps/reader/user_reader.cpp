@@ -22,16 +22,6 @@ constexpr DDS_Long kInitialSamples = 1;
 constexpr size_t kMostReceived = 64;
 constexpr size_t kMostBytesReceived = size_t{1} << 20;
 
-/// For one status: reads it and tells the listener.
-template <typename Status>
-void tell(DDSDataReader& reader, DDS_ReturnCode_t (DDSDataReader::*read)(Status&),
-          DDSDataReaderListener& listener, void (DDSDataReaderListener::*call)(DDSDataReader*, const Status&),
-          DDSDataReader* face) {
-    Status status;
-    (reader.*read)(status);
-    (listener.*call)(face, status);
-}
-
 } // namespace
 
 std::unique_ptr<UserReader> UserReader::create(ReaderOwner& subscriber, TopicImpl& topic,
@@ -78,7 +68,7 @@ bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
 }
 
 void UserReader::stop() {
-    membership_.leave();
+    leave();
     subscriber_.announcements().forget(*this);
     delivery_.remove(*this);
 }
@@ -359,23 +349,21 @@ void UserReader::deliver() {
 
 void UserReader::call_listener(DDSDataReaderListener& listener, DDS_StatusMask statuses) {
     using Listener = DDSDataReaderListener;
-    if ((statuses & DDS_SUBSCRIPTION_MATCHED_STATUS) != 0)
-        tell(*this, &DDSDataReader::get_subscription_matched_status, listener,
-             &Listener::on_subscription_matched, face_);
-    if ((statuses & DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS) != 0)
-        tell(*this, &DDSDataReader::get_requested_incompatible_qos_status, listener,
-             &Listener::on_requested_incompatible_qos, face_);
-    if ((statuses & DDS_LIVELINESS_CHANGED_STATUS) != 0)
-        tell(*this, &DDSDataReader::get_liveliness_changed_status, listener, &Listener::on_liveliness_changed,
-             face_);
-    if ((statuses & DDS_SAMPLE_LOST_STATUS) != 0)
-        tell(*this, &DDSDataReader::get_sample_lost_status, listener, &Listener::on_sample_lost, face_);
-    if ((statuses & DDS_SAMPLE_REJECTED_STATUS) != 0)
-        tell(*this, &DDSDataReader::get_sample_rejected_status, listener, &Listener::on_sample_rejected,
-             face_);
-    if ((statuses & DDS_REQUESTED_DEADLINE_MISSED_STATUS) != 0)
-        tell(*this, &DDSDataReader::get_requested_deadline_missed_status, listener,
-             &Listener::on_requested_deadline_missed, face_);
+    const auto tell = [&](DDS_StatusMask bit, auto status, auto call) {
+        if ((statuses & bit) == 0)
+            return;
+        read_status(status, bit);
+        (listener.*call)(face_, status);
+    };
+    tell(DDS_SUBSCRIPTION_MATCHED_STATUS, DDS_SubscriptionMatchedStatus(),
+         &Listener::on_subscription_matched);
+    tell(DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS, DDS_RequestedIncompatibleQosStatus(),
+         &Listener::on_requested_incompatible_qos);
+    tell(DDS_LIVELINESS_CHANGED_STATUS, DDS_LivelinessChangedStatus(), &Listener::on_liveliness_changed);
+    tell(DDS_SAMPLE_LOST_STATUS, DDS_SampleLostStatus(), &Listener::on_sample_lost);
+    tell(DDS_SAMPLE_REJECTED_STATUS, DDS_SampleRejectedStatus(), &Listener::on_sample_rejected);
+    tell(DDS_REQUESTED_DEADLINE_MISSED_STATUS, DDS_RequestedDeadlineMissedStatus(),
+         &Listener::on_requested_deadline_missed);
     if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0)
         listener.on_data_available(face_);
 }

@@ -130,7 +130,7 @@ bool compute_key_hash(Endpoint& endpoint, ByteView payload, const SampleSource& 
     std::string failure;
     // One form for all: a writer that announces no hash of its own and one that sends it without payload then
     // agree.
-    if (!endpoint.hasher->compute(payload, key_only, KeyHasher::Form::xcdr1, hash, failure, source)) {
+    if (!endpoint.hasher->compute(payload, key_only, hash, failure, source)) {
         if (!std::exchange(endpoint.key_failed, true))
             MERIDIAN_LOG_WARNING("dcps", "topic \"%s\": the key of a sample cannot be decoded: %s",
                                  endpoint.context->topic_name.c_str(), failure.c_str());

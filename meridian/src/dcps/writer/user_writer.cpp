@@ -100,7 +100,7 @@ bool UserWriter::start(rtps::net::Runtime& runtime, const GroupQos& group) {
 }
 
 void UserWriter::stop() {
-    membership_.leave();
+    leave();
     MutexLock lock(mutex_);
     stopped_.notify_all();
 }
@@ -196,14 +196,14 @@ DDS_ReturnCode_t UserWriter::fill_in(const DDS_WriteParams_t& params, const rtps
 template <typename Done>
 DDS_ReturnCode_t UserWriter::poll(const DDS_Duration_t& longest, Done done) {
     const std::chrono::nanoseconds deadline = deadline_after(monotonic_now(), longest);
-    while (rtps::net::Runtime* runtime = membership_.runtime()) {
-        if (runtime->with_participant(done))
+    while (rtps::net::Runtime* const joined = runtime()) {
+        if (joined->with_participant(done))
             return DDS_RETCODE_OK;
         const std::chrono::nanoseconds now = monotonic_now();
         if (now >= deadline)
             return DDS_RETCODE_TIMEOUT;
         MutexLock lock(mutex_);
-        if (membership_.runtime() != nullptr)
+        if (runtime() != nullptr)
             stopped_.wait_until(mutex_, std::min(deadline, now + kPollPeriod));
     }
     return DDS_RETCODE_ALREADY_DELETED;
@@ -326,12 +326,12 @@ DDS_ReturnCode_t UserWriter::wait_for_acknowledgments(const DDS_Duration_t& max_
 }
 
 DDS_ReturnCode_t UserWriter::assert_liveliness() {
-    rtps::net::Runtime* runtime = membership_.runtime();
-    if (runtime == nullptr)
+    rtps::net::Runtime* const joined = runtime();
+    if (joined == nullptr)
         return DDS_RETCODE_NOT_ENABLED;
     DDS_DataWriterQos qos;
     get_qos(qos);
-    runtime->with_participant([this, &qos](rtps::Participant& participant, rtps::Now now) {
+    joined->with_participant([this, &qos](rtps::Participant& participant, rtps::Now now) {
         if (qos.liveliness.kind == DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS)
             participant.assert_liveliness(guid().entity, now);
         else if (qos.liveliness.kind == DDS_MANUAL_BY_PARTICIPANT_LIVELINESS_QOS)

@@ -122,54 +122,6 @@ bool is_fast_cdr(Maker maker) {
     return maker == Maker::fast_cdr || maker == Maker::fast_cdr_1 || maker == Maker::fast_cdr_2;
 }
 
-class DialectList {
-  public:
-    DialectList(const Type& type, CdrVersion version, bool key_only, Maker maker)
-        : disputed_(find_disputed(type)),
-          version_(version),
-          key_only_(key_only),
-          request_headers_(maker == Maker::cyclone_dds && version == CdrVersion::xcdr1 && !key_only &&
-                           belongs_to_service(type.name)) {}
-
-    void add(const Row& row, bool x86_first, bool expected) {
-        if (version_ == CdrVersion::xcdr2 && !row.xcdr2)
-            return;
-        CdrDialect dialect = without_undisputed(row.dialect, version_, disputed_);
-        dialect.request_header = request_headers_ && expected;
-        for (const bool x86 : {x86_first, !x86_first}) {
-            dialect.x86_long_double = x86 && disputed_.long_doubles;
-            for (uint8_t shift = 0; shift < (disputed_.bitsets ? 4 : 1); ++shift) {
-                dialect.bitset_octets = static_cast<uint8_t>(1u << shift);
-                add_for_keys(dialect, expected);
-            }
-        }
-    }
-    std::vector<PossibleDialect> take() { return std::move(list_); }
-
-  private:
-    void add_for_keys(CdrDialect dialect, bool expected) {
-        if (key_only_) {
-            dialect.flat_keys = true;
-            add_new(dialect, expected);
-            dialect.flat_keys = false;
-        }
-        add_new(dialect, expected);
-    }
-    void add_new(const CdrDialect& dialect, bool expected) {
-        const bool known = std::any_of(list_.begin(), list_.end(), [&](const PossibleDialect& other) {
-            return other.dialect == dialect;
-        });
-        if (!known && list_.size() < UINT8_MAX)
-            list_.push_back({dialect, expected});
-    }
-
-    const Disputed disputed_;
-    const CdrVersion version_;
-    const bool key_only_;
-    const bool request_headers_;
-    std::vector<PossibleDialect> list_;
-};
-
 } // namespace
 
 bool operator==(const CdrDialect& a, const CdrDialect& b) {
@@ -190,17 +142,38 @@ Maker maker_of(const SampleSource& source) {
 
 std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
                                                Maker maker) {
-    DialectList list(type, version, key_only, maker);
-    const bool x86_first = is_fast_cdr(maker);
+    const Disputed disputed = find_disputed(type);
+    const bool request_headers = maker == Maker::cyclone_dds && version == CdrVersion::xcdr1 && !key_only &&
+                                 belongs_to_service(type.name);
+    std::vector<PossibleDialect> list;
+    const auto add = [&list](const CdrDialect& dialect, bool expected) {
+        const bool known = std::any_of(
+            list.begin(), list.end(), [&](const PossibleDialect& other) { return other.dialect == dialect; });
+        if (!known && list.size() < UINT8_MAX)
+            list.push_back({dialect, expected});
+    };
+    const auto add_forms = [&](CdrDialect dialect, bool expected) {
+        dialect.request_header = request_headers && expected;
+        for (const bool x86 : {is_fast_cdr(maker), !is_fast_cdr(maker)}) {
+            dialect.x86_long_double = x86 && disputed.long_doubles;
+            for (uint8_t shift = 0; shift < (disputed.bitsets ? 4 : 1); ++shift) {
+                dialect.bitset_octets = static_cast<uint8_t>(1u << shift);
+                dialect.flat_keys = key_only;
+                add(dialect, expected);
+                dialect.flat_keys = false;
+                add(dialect, expected);
+            }
+        }
+    };
     for (const bool own : {true, false}) {
         for (const Row& row : serializers()) {
             const bool is_own = row.maker == maker || maker == Maker::unknown ||
                                 (maker == Maker::fast_cdr && is_fast_cdr(row.maker));
-            if (is_own == own)
-                list.add(row, x86_first, own);
+            if (is_own == own && (row.xcdr2 || version == CdrVersion::xcdr1))
+                add_forms(without_undisputed(row.dialect, version, disputed), own);
         }
     }
-    return list.take();
+    return list;
 }
 
 std::optional<DialectMemory::Choice> DialectMemory::expected(const SampleSource& source, size_t list) const {

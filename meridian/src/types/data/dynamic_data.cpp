@@ -15,27 +15,17 @@ namespace {
 
 using namespace meridian::types;
 
-/// Walks a sample and tells the logger when it cannot be decoded.
-class SampleWalk final : public JsonWalk {
-  public:
-    explicit SampleWalk(const DynamicSample& sample) : sample_(sample) {}
-
-    bool operator()(ValueSink& sink) const override { return decode(sink); }
-
-  private:
-    bool decode(ValueSink& sink) const { // the logger tells its name
-        std::string failure;
-        const DynamicContext& context = *sample_.context();
-        if (context.reader.walk(sample_.payload(), &sink, failure, sample_.source()))
-            return true;
-        if (!failure.empty() && context.undecodable.is_first()) // empty: the printer had enough
-            MERIDIAN_LOG_ERROR("types", "topic \"%s\": a sample cannot be decoded: %s",
-                               context.topic_name.c_str(), failure.c_str());
-        return false;
-    }
-
-    const DynamicSample& sample_;
-};
+/// Walks a sample and tells the logger, which tells the name of this function, when it cannot be decoded.
+bool decode(const DynamicSample& sample, ValueSink& sink) {
+    std::string failure;
+    const DynamicContext& context = *sample.context();
+    if (context.reader.walk(sample.payload(), &sink, failure, sample.source()))
+        return true;
+    if (!failure.empty() && context.undecodable.is_first()) // empty: the printer had enough
+        MERIDIAN_LOG_ERROR("types", "topic \"%s\": a sample cannot be decoded: %s",
+                           context.topic_name.c_str(), failure.c_str());
+    return false;
+}
 
 class FileSpill final : public TextSpill {
   public:
@@ -88,7 +78,7 @@ TextTarget target_of(const DynamicSample& sample, TextSpill& spill) {
 
 bool print_plain(const DynamicSample& sample, DDS_Long indent, TextSpill& spill) {
     PlainPrinter printer(sample.text(), indent, target_of(sample, spill));
-    const bool done = SampleWalk(sample)(printer) || printer.is_cut();
+    const bool done = decode(sample, printer) || printer.is_cut();
     printer.close();
     return done;
 }
@@ -97,7 +87,8 @@ bool print_as(const DynamicSample& sample, const DDS_PrintFormatProperty& proper
     if (property.kind != DDS_JSON_PRINT_FORMAT)
         return print_plain(sample, 0, spill);
     const JsonStyle style{property.pretty_print, property.enum_as_int};
-    return print_json(SampleWalk(sample), style, sample.text(), target_of(sample, spill));
+    return print_json([&sample](ValueSink& sink) { return decode(sample, sink); }, style, sample.text(),
+                      target_of(sample, spill));
 }
 
 bool is_offered(const DDS_PrintFormatProperty& property) {

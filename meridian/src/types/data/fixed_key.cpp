@@ -51,7 +51,8 @@ FixedKey::FixedKey(const Type& type) {
     if (!type.is_aggregate())
         return;
     const std::vector<KeyMember> in_key = key_members(type, true);
-    InForm sample_end{0, 0};
+    size_t xcdr1_end = 0;
+    size_t xcdr2_end = 0;
     const bool walked = visit_members(type, [&](const Member& member) {
         if (values_.size() == in_key.size())
             return true; // what follows the key does not matter
@@ -59,30 +60,28 @@ FixedKey::FixedKey(const Type& type) {
         if (primitive == nullptr || (member.key && !is_integer_or_character(primitive->kind)))
             return false;
         const size_t size = primitive_size(primitive->kind);
-        const InForm in_sample{place(sample_end.xcdr1, size, rtps::kXcdr1MaxAlignment),
-                               place(sample_end.xcdr2, size, rtps::kXcdr2MaxAlignment)};
+        const size_t in_xcdr1 = place(xcdr1_end, size, rtps::kXcdr1MaxAlignment);
+        const size_t in_xcdr2 = place(xcdr2_end, size, rtps::kXcdr2MaxAlignment);
         if (!member.key)
             return true;
-        InForm key_end{0, 0};
-        InForm offset{0, 0};
+        size_t key_end = 0;
+        size_t in_key_at = 0;
         for (const KeyMember& entry : in_key) {
             const Type* const before = primitive_of(*entry.member);
             if (before == nullptr)
                 return false;
-            const size_t entry_size = primitive_size(before->kind);
-            offset = {place(key_end.xcdr1, entry_size, rtps::kXcdr1MaxAlignment),
-                      place(key_end.xcdr2, entry_size, rtps::kXcdr2MaxAlignment)};
+            in_key_at = place(key_end, primitive_size(before->kind), rtps::kXcdr1MaxAlignment);
             if (entry.member == &member)
                 break;
         }
-        values_.push_back({size, in_sample, offset});
-        return std::max(key_end.xcdr1, key_end.xcdr2) <= rtps::KeyHash().size();
+        values_.push_back({size, in_xcdr1, in_xcdr2, in_key_at});
+        return key_end <= rtps::KeyHash().size();
     });
     if (!walked)
         values_.clear();
 }
 
-bool FixedKey::read(rtps::ByteView payload, bool xcdr2_form, rtps::KeyHash& key) const {
+bool FixedKey::read(rtps::ByteView payload, rtps::KeyHash& key) const {
     rtps::Encapsulation encapsulation;
     rtps::ByteView bytes;
     if (values_.empty() || !rtps::read_encapsulation(payload, encapsulation, bytes))
@@ -108,11 +107,11 @@ bool FixedKey::read(rtps::ByteView payload, bool xcdr2_form, rtps::KeyHash& key)
     const size_t start = reader.position();
     rtps::KeyHash found{};
     for (const Value& value : values_) {
-        const size_t offset = xcdr2 ? value.in_sample.xcdr2 : value.in_sample.xcdr1;
+        const size_t offset = xcdr2 ? value.in_xcdr2 : value.in_xcdr1;
         rtps::ByteView octets;
         if (!reader.skip(start + offset - reader.position()) || !reader.read_view(value.size, octets))
             return false;
-        uint8_t* const to = found.data() + (xcdr2_form ? value.in_key.xcdr2 : value.in_key.xcdr1);
+        uint8_t* const to = found.data() + value.in_key;
         if (reader.endianness() == rtps::Endianness::big)
             std::copy(octets.begin(), octets.end(), to);
         else

@@ -15,19 +15,17 @@ class FixedKey {
     /// Keys of integers and characters that fit in a key hash as they stand. Of other types it knows nothing.
     explicit FixedKey(const Type& type);
 
-    /// Writes the key of a serialized sample as key hashes have it, in the XCDR1 or XCDR2 form. False where
-    /// it has to be walked to, also because the payload may not be what the type says.
-    bool read(rtps::ByteView payload, bool xcdr2_form, rtps::KeyHash& key) const;
+    /// Writes the key of a serialized sample as key hashes of the XCDR1 form have it. False where it has to
+    /// be walked to, also because the payload may not be what the type says.
+    bool read(rtps::ByteView payload, rtps::KeyHash& key) const;
 
   private:
-    struct InForm {
-        size_t xcdr1;
-        size_t xcdr2;
-    };
     struct Value {
         size_t size;
-        InForm in_sample; // offsets, of plain samples
-        InForm in_key;
+        // Offsets: in plain samples of both versions, and in the key.
+        size_t in_xcdr1;
+        size_t in_xcdr2;
+        size_t in_key;
     };
     std::vector<Value> values_; // of the key, in the order of the sample; empty: it has to be walked to
 };

@@ -13,7 +13,7 @@ namespace meridian::types {
 
 namespace {
 
-constexpr char kUpper[] = "0123456789ABCDEF";
+constexpr Quoting kQuoting{"\b\f\n\r\t\"\\", "bfnrt\"\\", "\\u00", "0123456789ABCDEF"};
 
 /// Octets with a comma behind them, as they stand in an array.
 struct OctetTexts {
@@ -47,65 +47,10 @@ uint64_t length_of(rtps::ByteView octets) {
     return 2 * uint64_t{octets.size} + digits;
 }
 
-void append_escape(std::string& out, uint16_t number) {
-    out += "\\u";
-    append_hex(out, static_cast<uint8_t>(number >> 8));
-    append_hex(out, static_cast<uint8_t>(number & 0xff));
-}
-
-/// The letter of the short escape of a character; 0 without one.
-char short_escape(char c) {
-    switch (c) {
-        case '\b':
-            return 'b';
-        case '\f':
-            return 'f';
-        case '\n':
-            return 'n';
-        case '\r':
-            return 'r';
-        case '\t':
-            return 't';
-        case '"':
-        case '\\':
-            return c;
-        default:
-            return '\0';
-    }
-}
-
-/// One octet of valid UTF-8 that may need an escape, or the whole character; `at` moves to its last octet.
-void append_special(std::string& out, std::string_view text, size_t& at) {
-    const auto octet = static_cast<uint8_t>(text[at]);
-    if (const char letter = short_escape(text[at]); letter != '\0') {
-        out += '\\';
-        out += letter;
-    } else if (octet < 0x20) {
-        out += "\\u00";
-        out += kUpper[octet >> 4];
-        out += kUpper[octet & 15];
-    } else if (const uint16_t format = format_at(text, at); format != 0) {
-        at += 2;
-        append_escape(out, format);
-    } else if (const size_t control = control_at(text, at); control != 0) {
-        at += control - 1;
-        append_escape(out, static_cast<uint8_t>(text[at])); // terminals obey them
-    } else {
-        out += text[at];
-    }
-}
-
 /// A string of valid UTF-8 in quotes.
 void append_string(std::string& out, std::string_view text) {
     out += '"';
-    while (!text.empty()) {
-        const size_t plain = plain_length(text);
-        out.append(text.data(), plain);
-        size_t at = plain;
-        if (at < text.size())
-            append_special(out, text, at);
-        text.remove_prefix(std::min(at + 1, text.size()));
-    }
+    append_escaped(out, text, kQuoting);
     out += '"';
 }
 

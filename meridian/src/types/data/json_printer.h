@@ -2,6 +2,8 @@
 
 // Contents as JSON: see docs/contents.md.
 
+#include <functional>
+
 #include "types/data/print_buffers.h"
 #include "types/data/value_sink.h"
 
@@ -13,11 +15,7 @@ struct JsonStyle {
 };
 
 /// What tells the values of a sample to a sink; false when it failed.
-class JsonWalk {
-  public:
-    virtual ~JsonWalk() = default;
-    virtual bool operator()(ValueSink& sink) const = 0;
-};
+using JsonWalk = std::function<bool(ValueSink& sink)>;
 /// Appends the JSON text to that of `buffers`. False, with the text as it was or, when some of it went
 /// elsewhere, without text, when the walk failed.
 bool print_json(const JsonWalk& walk, const JsonStyle& style, PrintBuffers& buffers,

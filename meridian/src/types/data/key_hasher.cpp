@@ -277,13 +277,12 @@ KeyHasher::KeyHasher(const SampleReader& reader)
         forms_agree_ = forms_agree_ && is_written_alike(entry.member->type, seen);
 }
 
-bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, const SampleSource& source,
+bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, bool xcdr2, const SampleSource& source,
                           WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const {
     if (!keyed_) {
         failure = "the type has no key";
         return false;
     }
-    const bool xcdr2 = form == Form::xcdr2;
     key.clear();
     ByteWriter writer(key, rtps::Endianness::big,
                       xcdr2 ? rtps::kXcdr2MaxAlignment : rtps::kXcdr1MaxAlignment);
@@ -297,14 +296,14 @@ bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, Form form, cons
     return false;
 }
 
-bool KeyHasher::compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash,
-                        std::string& failure, const SampleSource& source) const {
-    if (!key_only && fixed_.read(payload, form == Form::xcdr2, hash))
+bool KeyHasher::compute(rtps::ByteView payload, bool key_only, rtps::KeyHash& hash, std::string& failure,
+                        const SampleSource& source) const {
+    if (!key_only && fixed_.read(payload, hash))
         return true;
     const Borrowed<Buffers> buffers(buffers_);
-    if (!serialize(payload, key_only, form, source, buffers->walk, buffers->key, failure))
+    if (!serialize(payload, key_only, false, source, buffers->walk, buffers->key, failure))
         return false;
-    hash = is_digest(form) ? md5(buffers->key) : padded(buffers->key);
+    hash = digest_xcdr1_ ? md5(buffers->key) : padded(buffers->key);
     return true;
 }
 
@@ -317,9 +316,9 @@ bool KeyHasher::compute_all(rtps::ByteView payload, bool key_only, std::vector<r
     const Borrowed<Buffers> buffers(buffers_);
     const rtps::ByteBuffer& xcdr2 = buffers->key;
     const rtps::ByteBuffer& xcdr1 = forms_agree_ ? xcdr2 : buffers->other_key;
-    if (!serialize(payload, key_only, Form::xcdr2, source, buffers->walk, buffers->key, failure) ||
+    if (!serialize(payload, key_only, true, source, buffers->walk, buffers->key, failure) ||
         (!forms_agree_ &&
-         !serialize(payload, key_only, Form::xcdr1, source, buffers->walk, buffers->other_key, failure)))
+         !serialize(payload, key_only, false, source, buffers->walk, buffers->other_key, failure)))
         return false;
     add(digest_xcdr2_ ? md5(xcdr2) : padded(xcdr2));
     add(digest_xcdr1_ ? md5(xcdr1) : padded(xcdr1));

@@ -18,8 +18,6 @@ namespace meridian::types {
 
 class KeyHasher {
   public:
-    enum class Form { xcdr1, xcdr2 };
-
     /// `reader` must outlive the hasher. Its operations may be called on any thread; steady traffic of equal
     /// size allocates nothing.
     explicit KeyHasher(const SampleReader& reader);
@@ -28,13 +26,13 @@ class KeyHasher {
     bool is_keyed() const { return keyed_; }
     /// Whether the two forms of the hash are known to be the same for every sample of this type.
     bool forms_agree() const { return forms_agree_; }
-    /// Whether the hash is an MD5 in that form.
-    bool is_digest(Form form) const { return form == Form::xcdr1 ? digest_xcdr1_ : digest_xcdr2_; }
+    /// Whether the hash of the XCDR1 form is an MD5.
+    bool is_digest() const { return digest_xcdr1_; }
 
-    /// The hash of a serialized sample or, with `key_only`, of a payload that holds nothing but the key, as
-    /// disposes carry it. False, with the reason in `failure`, when the payload cannot be decoded or the type
-    /// has no key.
-    bool compute(rtps::ByteView payload, bool key_only, Form form, rtps::KeyHash& hash, std::string& failure,
+    /// The hash, in the XCDR1 form, of a serialized sample or, with `key_only`, of a payload that holds
+    /// nothing but the key, as disposes carry it. False, with the reason in `failure`, when the payload
+    /// cannot be decoded or the type has no key.
+    bool compute(rtps::ByteView payload, bool key_only, rtps::KeyHash& hash, std::string& failure,
                  const SampleSource& source = {}) const;
     /// All hashes by which a peer may know the instance, without duplicates: those of both forms, XCDR2
     /// first, and short keys as they stand although longer ones of the type would be digested (dynamic types
@@ -49,7 +47,7 @@ class KeyHasher {
         rtps::ByteBuffer other_key; // in the other
     };
     /// Writes the key in that form over `key`.
-    bool serialize(rtps::ByteView payload, bool key_only, Form form, const SampleSource& source,
+    bool serialize(rtps::ByteView payload, bool key_only, bool xcdr2, const SampleSource& source,
                    WalkBuffers& buffers, rtps::ByteBuffer& key, std::string& failure) const;
 
     const SampleReader& reader_;

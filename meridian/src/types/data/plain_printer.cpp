@@ -15,41 +15,8 @@ constexpr size_t kPiece = 4096;
 
 constexpr char kDigits[] = "0123456789abcdef";
 
-void append_special(std::string& out, std::string_view text, size_t& at, char quote) {
-    const char c = text[at];
-    if (c == quote || c == '\\') {
-        out += '\\';
-        out += c;
-    } else if (c == '\n') {
-        out += "\\n";
-    } else if (c == '\t') {
-        out += "\\t";
-    } else if (c == '\r') {
-        out += "\\r";
-    } else if (const uint16_t format = format_at(text, at); format != 0) {
-        at += 2;
-        out += "\\u";
-        append_hex(out, static_cast<uint8_t>(format >> 8));
-        append_hex(out, static_cast<uint8_t>(format & 0xff));
-    } else if (const size_t control = control_at(text, at); control != 0) {
-        at += control - 1;
-        out += "\\x";
-        append_hex(out, static_cast<uint8_t>(text[at]));
-    } else {
-        out += c;
-    }
-}
-
-/// Valid UTF-8 as it stands between such quotes.
-void append_escaped(std::string& out, std::string_view text, char quote) {
-    while (!text.empty()) {
-        size_t at = plain_length(text);
-        out.append(text.data(), at);
-        if (at < text.size())
-            append_special(out, text, at, quote);
-        text.remove_prefix(std::min(at + 1, text.size()));
-    }
-}
+constexpr Quoting kCharacter{"'\\\n\t\r", "'\\ntr", "\\x", kDigits};
+constexpr Quoting kText{"\"\\\n\t\r", "\"\\ntr", "\\x", kDigits};
 
 } // namespace
 
@@ -80,7 +47,7 @@ void PlainPrinter::put_value(const Type& type, const Scalar& value) {
             value_.clear();
             append_scalar(value_, type, value);
             out_ += quote;
-            append_escaped(out_, value_, quote);
+            append_escaped(out_, value_, character ? kCharacter : kText);
             out_ += quote;
             break;
         }
@@ -144,7 +111,7 @@ void PlainPrinter::put_characters() {
     append_utf16(value_, wide_characters_);
     characters_.clear();
     wide_characters_.clear();
-    append_escaped(out_, value_, '"');
+    append_escaped(out_, value_, kText);
 }
 
 bool PlainPrinter::begin(const Type& type, uint64_t count) {

@@ -30,8 +30,7 @@ struct SampleReader::Body {
     DDS_ExtensibilityKind outer = DDS_FINAL_EXTENSIBILITY;
     bool key_only = false;
     ByteReader reader; // of all behind the encapsulation
-
-    size_t list(const SampleSource& source) const { return list_of(version, key_only, maker_of(source)); }
+    size_t list = 0;   // of dialects
 };
 
 SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
@@ -45,7 +44,8 @@ SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
     }
 }
 
-bool SampleReader::open(ByteView payload, bool key_only, Body& body, std::string& failure) {
+bool SampleReader::open(ByteView payload, bool key_only, const SampleSource& source, Body& body,
+                        std::string& failure) {
     rtps::Encapsulation encapsulation;
     ByteView bytes;
     if (!rtps::read_encapsulation(payload, encapsulation, bytes)) {
@@ -76,6 +76,7 @@ bool SampleReader::open(ByteView payload, bool key_only, Body& body, std::string
     const bool xcdr1 = body.version == CdrVersion::xcdr1;
     body.reader = ByteReader(bytes, encapsulation.endianness(),
                              xcdr1 ? rtps::kXcdr1MaxAlignment : rtps::kXcdr2MaxAlignment);
+    body.list = list_of(body.version, key_only, maker_of(source));
     return true;
 }
 
@@ -101,17 +102,12 @@ std::optional<uint32_t> SampleReader::objections(const Body& body, const Possibl
     return trial.walker.objections() + (zeros ? 0 : 1) + (dialect.expected ? 0 : kUnexpected);
 }
 
-const std::vector<PossibleDialect>& SampleReader::dialects(const Body& body,
-                                                           const SampleSource& source) const {
-    return dialects_[body.list(source)];
-}
-
 SampleReader::Found SampleReader::find_dialect(const Body& body, const SampleSource& source,
                                                WalkBuffers& buffers) const {
-    const std::vector<PossibleDialect>& possible = dialects(body, source);
+    const std::vector<PossibleDialect>& possible = dialects_[body.list];
     if (possible.size() == 1)
         return {};
-    const std::optional<DialectMemory::Choice> last = memory_.expected(source, body.list(source));
+    const std::optional<DialectMemory::Choice> last = memory_.expected(source, body.list);
     if (last) {
         const auto count = objections(body, possible[last->dialect], buffers);
         if (count && (*count == 0 || !last->clean))
@@ -129,7 +125,7 @@ SampleReader::Found SampleReader::find_dialect(const Body& body, const SampleSou
     if (!least)
         return {last ? last->dialect : uint8_t{0}, last.has_value()};
     if (!(last == best))
-        memory_.note(source, body.list(source), best);
+        memory_.note(source, body.list, best);
     return {best.dialect};
 }
 
@@ -137,23 +133,23 @@ std::optional<SampleReader::Start> SampleReader::start(ByteView payload, bool ke
                                                        const SampleSource& source, WalkBuffers& buffers,
                                                        std::string& failure) const {
     Body body;
-    if (!open(payload, key_only, body, failure))
+    if (!open(payload, key_only, source, body, failure))
         return std::nullopt;
     const Found found = find_dialect(body, source, buffers);
-    return start_in(body, dialects(body, source)[found.dialect].dialect, buffers);
+    return start_in(body, dialects_[body.list][found.dialect].dialect, buffers);
 }
 
 bool SampleReader::walk(ByteView payload, ValueSink* sink, std::string& failure,
                         const SampleSource& source) const {
     const Borrowed<WalkBuffers> buffers(buffers_);
     Body body;
-    if (!open(payload, false, body, failure))
+    if (!open(payload, false, source, body, failure))
         return false;
     const Found found = find_dialect(body, source, *buffers);
-    const PossibleDialect& dialect = dialects(body, source)[found.dialect];
-    Start begin = start_in(body, dialect.dialect, *buffers);
+    const std::vector<PossibleDialect>& possible = dialects_[body.list];
+    Start begin = start_in(body, possible[found.dialect].dialect, *buffers);
     // The text of a large sample cannot be retracted.
-    if (payload.size > kMaxRetracted && dialects(body, source).size() == 1 && sink != nullptr) {
+    if (payload.size > kMaxRetracted && possible.size() == 1 && sink != nullptr) {
         Start trial = begin;
         if (trial.walker.walk(trial.reader, *type_, nullptr) && trial.reader.remaining() > kMaxPadding)
             sink = nullptr;

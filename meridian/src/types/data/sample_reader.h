@@ -46,13 +46,13 @@ class SampleReader {
         bool is_sure = true; // it fits, or the writer's last sample was in it, or there is no other
     };
 
-    static bool open(rtps::ByteView payload, bool key_only, Body& body, std::string& failure);
+    static bool open(rtps::ByteView payload, bool key_only, const SampleSource& source, Body& body,
+                     std::string& failure);
     Start start_in(const Body& body, const CdrDialect& dialect, WalkBuffers& buffers) const;
     /// What speaks against the dialect; nothing where it does not fit.
     std::optional<uint32_t> objections(const Body& body, const PossibleDialect& dialect,
                                        WalkBuffers& buffers) const;
     Found find_dialect(const Body& body, const SampleSource& source, WalkBuffers& buffers) const;
-    const std::vector<PossibleDialect>& dialects(const Body& body, const SampleSource& source) const;
 
     TypeRef type_;
     std::array<std::vector<PossibleDialect>, DialectMemory::kLists> dialects_; // see list_of

@@ -71,7 +71,47 @@ void append_bitmask(std::string& out, const Type& type, uint64_t bits) {
     }
 }
 
+/// The first character of a text, or octet of a character that stands as it is; how many octets that were.
+size_t append_special(std::string& out, std::string_view text, const Quoting& quoting) {
+    const auto octet = static_cast<uint8_t>(text[0]);
+    const size_t escape = octet < 0x80 ? quoting.characters.find(text[0]) : std::string_view::npos;
+    if (escape != std::string_view::npos) {
+        out += '\\';
+        out += quoting.letters[escape];
+        return 1;
+    }
+    if (const uint16_t format = format_at(text, 0); format != 0) {
+        out += "\\u";
+        append_hex(out, static_cast<uint8_t>(format >> 8));
+        append_hex(out, static_cast<uint8_t>(format & 0xff));
+        return 3;
+    }
+    const size_t control = control_at(text, 0);
+    if (control == 0) {
+        out += text[0];
+        return 1;
+    }
+    out += quoting.control;
+    if (octet < 0x20) {
+        out += quoting.digits[octet >> 4];
+        out += quoting.digits[octet & 15];
+    } else {
+        append_hex(out, static_cast<uint8_t>(text[control - 1]));
+    }
+    return control;
+}
+
 } // namespace
+
+void append_escaped(std::string& out, std::string_view text, const Quoting& quoting) {
+    while (!text.empty()) {
+        const size_t plain = plain_length(text);
+        out.append(text.data(), plain);
+        text.remove_prefix(plain);
+        if (!text.empty())
+            text.remove_prefix(append_special(out, text, quoting));
+    }
+}
 
 void append_scalar(std::string& out, const Type& type, const Scalar& value) {
     switch (type.kind) {

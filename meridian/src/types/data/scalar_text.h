@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <string>
+#include <string_view>
 
 #include "types/data/value_sink.h"
 
@@ -27,6 +28,18 @@ void append_number(std::string& out, Number value) {
     else
         append_chars(out, value);
 }
+
+/// How text stands in quotes.
+struct Quoting {
+    // What a backslash and a letter stand for, and the letters.
+    std::string_view characters;
+    std::string_view letters;
+    std::string_view control; // in front of the two digits of other control characters
+    const char* digits;       // of those below U+0020
+};
+/// Appends valid UTF-8 as it stands in quotes: control characters, and those that end lines or turn the
+/// direction of text, become escapes, since terminals obey them.
+void append_escaped(std::string& out, std::string_view text, const Quoting& quoting);
 
 /// A long double, as near as this machine's comes to it.
 long double to_long_double(const Scalar& value);

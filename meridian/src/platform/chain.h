@@ -1,6 +1,6 @@
 #pragma once
 
-namespace meridian::dcps {
+namespace meridian {
 
 /// What an element of a chain carries.
 template <typename T>
@@ -38,4 +38,4 @@ class Chain {
     T* last_ = nullptr;
 };
 
-} // namespace meridian::dcps
+} // namespace meridian
