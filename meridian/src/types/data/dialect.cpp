@@ -29,8 +29,9 @@ void visit_types(const Type* root, Visit visit) {
 /// Whether the headers of collections of such elements differ.
 bool is_disputed_element(const Type* type) {
     type = resolve_alias(type);
-    return type != nullptr && (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK ||
-                               type->kind == DDS_TK_ARRAY || type->kind == DDS_TK_WCHAR);
+    return type != nullptr &&
+           (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_ARRAY ||
+            type->kind == DDS_TK_WCHAR || type->kind == DDS_TK_BOOLEAN);
 }
 
 /// What a type contains that serializers write differently.
