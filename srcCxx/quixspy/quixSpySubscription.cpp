@@ -9,7 +9,6 @@
 
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
-#include "meridian/wildcard.h"
 #include "quixspy/generated/DynamicTypeSupport.h"
 #include "quixspy/quixSpyAgent.h"
 #include "quixspy/quixSpyDataListener.h"
@@ -155,33 +154,10 @@ const char* text_of(DDS_DurabilityQosPolicyKind kind) {
     return static_cast<size_t>(kind) < std::size(kTexts) ? kTexts[kind] : "unknown";
 }
 
-/// Whether a subscriber that wants every partition gets nothing of a writer, which has patterns instead of
-/// names: patterns match names only.
-bool has_patterns_only(const Publication& publication, DDSSubscriber& subscriber) {
-    DDS_SubscriberQos qos;
-    if (publication.endpointPartitions.length() == 0 || subscriber.get_qos(qos) != DDS_RETCODE_OK)
-        return false;
-    const DDS_StringSeq& wanted = qos.partition.name;
-    bool wants_all = false;
-    for (DDS_Long i = 0; i < wanted.length(); ++i)
-        wants_all = wants_all || std::strcmp(wanted[i], "*") == 0;
-    const DDS_StringSeq& offered = publication.endpointPartitions;
-    for (DDS_Long i = 0; wants_all && i < offered.length(); ++i) {
-        if (std::strpbrk(offered[i], "*?[") == nullptr || QUIXString_matchesWildcard(offered[i], ""))
-            return false; // with "*" the default partition is wanted, too
-        for (DDS_Long j = 0; j < wanted.length(); ++j) {
-            if (std::strpbrk(wanted[j], "*?[") == nullptr &&
-                QUIXString_matchesWildcard(offered[i], wanted[j]))
-                return false;
-        }
-    }
-    return wants_all;
-}
-
 /// Why a topic's reader is never matched with a writer, though no other reader will be; empty when it is, as
 /// far as can be told from here.
 std::string reason_not_to_read(const TopicNode* topic, const Publication& publication,
-                               DDSSubscriber& subscriber, const char* type_of_topic) {
+                               const char* type_of_topic) {
     if (topic == nullptr)
         return std::string("the topic is read as type \"") + QUIXSpy_text(type_of_topic) +
                "\", which is equal but has another name";
@@ -202,14 +178,12 @@ std::string reason_not_to_read(const TopicNode* topic, const Publication& public
     if (publication.reliability == DDS_BEST_EFFORT_RELIABILITY_QOS &&
         qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS)
         return "it is best-effort, and the reader asks for a reliable one";
-    if (has_patterns_only(publication, subscriber))
-        return "its partitions are patterns, and none fits a name of the reader's (-subscriberPartition)";
     return "";
 }
 
-void tell_if_not_read(QuixSpyAgent& agent, const ParticipantNode& participant, const TopicNode* topic,
-                      const Publication& publication, const char* type_of_topic) {
-    const std::string reason = reason_not_to_read(topic, publication, *participant.subscriber, type_of_topic);
+void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publication& publication,
+                      const char* type_of_topic) {
+    const std::string reason = reason_not_to_read(topic, publication, type_of_topic);
     if (!reason.empty())
         agent.tell_unread(publication.guid, publication.topicName, reason);
 }
@@ -221,8 +195,7 @@ void add_writer(QuixSpyAgent& agent, const ParticipantNode& participant, const P
         record_writer(agent, *topic->listener, publication);
     DDSTopicDescription* const description =
         participant.participant->lookup_topicdescription(publication.topicName);
-    tell_if_not_read(agent, participant, topic, publication,
-                     description != nullptr ? description->get_type_name() : "");
+    tell_if_not_read(agent, topic, publication, description != nullptr ? description->get_type_name() : "");
 }
 
 /// The type as dynamic data; null, with the reasons told, where the opaque type must do.
@@ -422,7 +395,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     if (enabled != DDS_RETCODE_OK)
         return agent.output().fail("ferret: enable error %d\n", enabled);
     // A profile may ask for more than even the first writer offers.
-    tell_if_not_read(agent, node, topic_node, publication, publication.typeName);
+    tell_if_not_read(agent, topic_node, publication, publication.typeName);
     return true;
 }
 

@@ -105,7 +105,6 @@ class Subscription : public ::testing::Test {
         DDS_DurabilityQosPolicyKind durability = DDS_VOLATILE_DURABILITY_QOS;
         RtpsGuid guid{};
         DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED;
-        DDS_StringSeq partitions = string_seq({"A"});
     };
 
     /// A writer, each time another one unless it brings its GUID. Returns what was printed.
@@ -116,7 +115,7 @@ class Subscription : public ::testing::Test {
             subscribed = agent.on_publication_discovered(
                 "10.1.2.3", writer.guid, writer.topic, writer.type, writer.ownership, writer.reliability,
                 writer.durability, writer.keyed, writer.type_code, entity_name("role", "name"),
-                writer.partitions, string_seq({"P"}), writer.absence);
+                string_seq({"A"}), string_seq({"P"}), writer.absence);
         });
     }
     std::vector<RequestedReader>& readers(int world = 0) { return agent.worlds[world].subscriber.requested; }
@@ -533,30 +532,6 @@ TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {
         all += told_of(exclusive);
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 44);
     EXPECT_THAT(all, ::testing::HasSubstr("further ones are not told"));
-}
-
-// Patterns match names only, so the "*" of a spy that wants everything does not match them.
-TEST_F(Subscription, WritersWhosePartitionsArePatternsAreToldAsNotRead) {
-    const auto is_told = [this](std::initializer_list<const char*> partitions) {
-        Writer writer;
-        writer.partitions = string_seq(partitions);
-        ::testing::internal::CaptureStderr();
-        discover(writer);
-        return ::testing::internal::GetCapturedStderr().find("is not read: its partitions are patterns") !=
-               std::string::npos;
-    };
-    DDS_StringSeq& wanted = agent.worlds[0].subscriber.own_qos.partition.name;
-    wanted = string_seq({"*"});
-    EXPECT_TRUE(is_told({"a*"})) << "the first writer";
-    EXPECT_TRUE(is_told({"a*", "b?", "[ab]c"}));
-    EXPECT_FALSE(is_told({"a*", "b"}));
-    EXPECT_FALSE(is_told({"a*", "*"})) << "fits the default partition";
-    EXPECT_FALSE(is_told({}));
-    wanted = string_seq({"*", "abc"});
-    EXPECT_FALSE(is_told({"a*"}));
-    EXPECT_TRUE(is_told({"x*"}));
-    wanted = string_seq({"abc"});
-    EXPECT_FALSE(is_told({"x*"})) << "nobody asked for it";
 }
 
 TEST_F(Subscription, ParticipantsAreNotMadeWithoutEnd) {

@@ -76,10 +76,7 @@ class FakeTopic : public FakeEntity<DDSTopic> {
 
 class FakeSubscriber : public FakeEntity<DDSSubscriber> {
   public:
-    DDS_ReturnCode_t get_qos(DDS_SubscriberQos& asked) override {
-        asked = own_qos;
-        return DDS_RETCODE_OK;
-    }
+    DDS_ReturnCode_t get_qos(DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_qos(const DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDSDomainParticipant* get_participant() override { return participant; }
     DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
@@ -102,7 +99,6 @@ class FakeSubscriber : public FakeEntity<DDSSubscriber> {
         return DDS_RETCODE_OK;
     }
 
-    DDS_SubscriberQos own_qos;
     DDS_DataReaderQos default_reader_qos;
     std::string asked_default_of;
     std::vector<RequestedReader> requested;
