@@ -38,15 +38,18 @@ void QuixSpyParticipantListNode::add_topic(QuixSpyDataListenerNode* node) {
     topicsByType.insert(node, topicsByType.hash(listener.typeName, ""));
 }
 
+void QuixSpyParticipantListNode::delete_topic(QuixSpyDataListenerNode* node) {
+    dataListeners.unlink(node);
+    topicsByName.remove(node);
+    topicsByType.remove(node);
+    delete node->listener;
+    delete node->typeSupport;
+    QUIXHeap_free(node);
+}
+
 void QuixSpyParticipantListNode::delete_topics() {
-    for (QuixSpyDataListenerNode* topic = dataListeners.head(); topic != nullptr;) {
-        QuixSpyDataListenerNode* const following = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
-        delete topic->listener;
-        delete topic->typeSupport;
-        QUIXHeap_free(topic);
-        topic = following;
-    }
-    dataListeners = {};
+    while (QuixSpyDataListenerNode* const topic = dataListeners.head())
+        delete_topic(topic);
     topicsByName.free();
     topicsByType.free();
 }

@@ -20,6 +20,7 @@ uint64_t QUIXSpy_seed();
 template <typename Node>
 struct QuixSpyIndexLink {
     Node* next;
+    Node** place; // what points to the node; null while it is in no index
     uint64_t hash;
 };
 
@@ -65,16 +66,14 @@ struct QuixSpyIndex {
 
     /// Nothing happens for a node that is not in the index.
     void remove(Node* node) {
-        if (bucketCount == 0)
+        QuixSpyIndexLink<Node>& link = node->*Link;
+        if (link.place == nullptr)
             return;
-        for (Node** place = &buckets[(node->*Link).hash & (bucketCount - 1)]; *place != nullptr;
-             place = &((*place)->*Link).next) {
-            if (*place != node)
-                continue;
-            *place = (node->*Link).next;
-            --nodeCount;
-            return;
-        }
+        *link.place = link.next;
+        if (link.next != nullptr)
+            (link.next->*Link).place = link.place;
+        link.place = nullptr;
+        --nodeCount;
     }
 
     void free() {
@@ -90,8 +89,12 @@ struct QuixSpyIndex {
         return seed;
     }
     void push(Node* node) {
-        Node*& bucket = buckets[(node->*Link).hash & (bucketCount - 1)];
-        (node->*Link).next = bucket;
+        QuixSpyIndexLink<Node>& link = node->*Link;
+        Node*& bucket = buckets[link.hash & (bucketCount - 1)];
+        link.next = bucket;
+        link.place = &bucket;
+        if (bucket != nullptr)
+            (bucket->*Link).place = &link.next;
         bucket = node;
     }
     void grow() {

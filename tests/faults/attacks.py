@@ -110,6 +110,11 @@ def many_endpoints(application, first, count, topic="Many"):
     return _publications(application, first, count, topic, lambda number: ())
 
 
+def endpoints_of_topics(application, count, topic):
+    return (forge.endpoint(application.prefix, writer_entity(number), f"{topic}{number}", "fault::Type")
+            for number in range(count))
+
+
 def empty_partition_names(application, first, count):
     value = struct.pack("<I", 14900) + bytes(4 * 14900)
     return _publications(application, first, count, "Wide", lambda number: [(forge.PARTITION_NAMES, value)])
