@@ -96,6 +96,11 @@ def writers_with_a_lease(application, first, count):
                          lambda number: [(forge.LIVELINESS, struct.pack("<IiI", 0, 100, 0))])
 
 
+def writers_with_a_tiny_lease(application, first, count):
+    return _publications(application, first, count, "Leased",
+                         lambda number: [(forge.LIVELINESS, struct.pack("<IiI", 0, 0, 4295))])
+
+
 def types_of_one_topic(application, count):
     return (forge.endpoint(application.prefix, writer_entity(number), "Same", f"fault::T{number}") for number in range(count))
 
