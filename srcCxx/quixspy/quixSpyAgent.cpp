@@ -47,16 +47,17 @@ void QuixSpyParticipantListNode::add_topic(QuixSpyDataListenerNode* node) {
     topics.insert({{listener.typeName, listener.topicName}, node});
 }
 
+void QuixSpyParticipantListNode::delete_topic(QuixSpyDataListenerNode* node) {
+    dataListeners.unlink(node);
+    topics.erase({node->listener->typeName, node->listener->topicName}); // the names are the listener's
+    delete node->listener;
+    delete node->typeSupport;
+    QUIXHeap_free(node);
+}
+
 void QuixSpyParticipantListNode::delete_topics() {
-    for (QuixSpyDataListenerNode* topic = dataListeners.head(); topic != nullptr;) {
-        QuixSpyDataListenerNode* const following = QuixSpyList<QuixSpyDataListenerNode>::next(topic);
-        delete topic->listener;
-        delete topic->typeSupport;
-        QUIXHeap_free(topic);
-        topic = following;
-    }
-    dataListeners = {};
-    topics.clear();
+    while (QuixSpyDataListenerNode* const topic = dataListeners.head())
+        delete_topic(topic);
 }
 
 QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_topic(const char* topicName,

@@ -3,6 +3,7 @@
 // The spy: its options, its start-up, its loop over the builtin readers and its statistics.
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -19,6 +20,7 @@
 #include "quixspy/quixSpyEndpointInfo.h"
 #include "quixspy/quixSpyHelpers.h"
 #include "quixspy/quixSpyList.h"
+#include "quixspy/quixSpyTopicRoom.h"
 
 class DDSDynamicDataTypeSupport;
 class QuixSpyDataListener;
@@ -38,6 +40,7 @@ struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     QuixSpyDataListener* listener;
     DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
     DDSDataReader* reader;                  // of the participant; null when it could not be made
+    RtpsGuid writer;                        // for whose participant it has its places
 };
 
 /// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. In
@@ -54,6 +57,8 @@ struct QuixSpyParticipantListNode : QuixSpyListLink<QuixSpyParticipantListNode> 
     static void destroy(QuixSpyParticipantListNode* node);
     /// Appends a node, which has its listener.
     void add_topic(QuixSpyDataListenerNode* node);
+    /// Deletes a node of the list with its listener and type support. No callback runs when this returns.
+    void delete_topic(QuixSpyDataListenerNode* node);
     /// Deletes all nodes with their listeners and type supports. No callback runs when this returns.
     void delete_topics();
     /// The topic of these names; null when it is not watched.
@@ -111,6 +116,10 @@ class QuixSpyAgent : public QuixAgent {
     bool add_participant(QuixSpyParticipantListNode& node);
     /// Says, for the first of them, why a writer that was announced is not read; once for the same reason.
     void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);
+    /// Takes the places of one more topic, where there are any or topics without writers make room; else says
+    /// so. The participant is the one that is to read it.
+    bool make_room(const QuixSpyParticipantListNode& node, const RtpsGuid& writer, const char* topicName,
+                   const char* typeName);
     /// That of the options, or what the reader's limits leave of it.
     int32_t history_depth(const DDS_DataReaderQos& reader) const;
 
@@ -154,6 +163,7 @@ class QuixSpyAgent : public QuixAgent {
     bool _showPartition = false;
     bool _quietStart = false; // no option sets it
     QuixSpyEnding _ending{[this] { return is_over(); }};
+    QuixSpyTopicRoom _topicRoom;
 
   private:
     bool check_reader_qos();
@@ -166,5 +176,11 @@ class QuixSpyAgent : public QuixAgent {
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);
     void delete_participant(QuixSpyParticipantListNode* node);
 
+    /// Stops to read topics that nobody writes, and deletes participants that read nothing then, but the
+    /// first one and the one that is needed. False where there are none, or where it was done a moment ago.
+    bool forget_unwritten_topics(const QuixSpyParticipantListNode* needed);
+
     std::set<std::string> toldUnread_; // what was said of writers that are not read
+    std::chrono::steady_clock::time_point forgotAt_{};
+    bool toldForgotten_ = false;
 };

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "meridian/dynamic_data_type_support.h"
@@ -339,6 +340,11 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     auto* const topic_node = QUIXHeap_allocateStructure<TopicNode>("struct QuixSpyDataListenerNode");
     if (topic_node == nullptr)
         return agent.output().fail("ferret: Error allocating spyDataListenerNode\n");
+    if (!agent.make_room(node, publication.guid, publication.topicName, publication.typeName)) {
+        QUIXHeap_free(topic_node);
+        return false;
+    }
+    topic_node->writer = publication.guid;
     DDS_TypeCode* type_code = nullptr;
     DDSTopic* topic = nullptr;
     // A reader of dynamic data is of the kind that its type says, and never matched with writers of the
@@ -367,6 +373,8 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         }
         delete topic_node->typeSupport;
         QUIXHeap_free(topic_node);
+        agent._topicRoom.give_back(publication.guid,
+                                   QuixSpyTopicRoom::places(publication.topicName, publication.typeName));
         return false;
     }
     node.add_topic(topic_node);
@@ -392,6 +400,26 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     return true;
 }
 
+/// Whether a reader was created; nullopt where the publication is in conflict with what all participants
+/// read.
+std::optional<bool> read_as_it_fits(QuixSpyAgent& agent, const Publication& publication) {
+    for (ParticipantNode* node = agent._participantList.head(); node != nullptr;
+         node = QuixSpyList<ParticipantNode>::next(node)) {
+        switch (fit_of(agent, *node, publication)) {
+            case Fit::watching:
+                add_writer(agent, *node, publication);
+                return false;
+            case Fit::free:
+                return subscribe(agent, *node, publication);
+            case Fit::failed:
+                return false;
+            case Fit::conflict:
+                break;
+        }
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 bool QuixSpyAgent::on_publication_discovered(
@@ -405,20 +433,11 @@ bool QuixSpyAgent::on_publication_discovered(
         keyed, typeCode, absence,   entityName, endpointPartitions, participantPartitions};
     if (!is_wanted(*this, publication))
         return false;
-    for (ParticipantNode* node = _participantList.head(); node != nullptr;
-         node = QuixSpyList<ParticipantNode>::next(node)) {
-        switch (fit_of(*this, *node, publication)) {
-            case Fit::watching:
-                add_writer(*this, *node, publication);
-                return false;
-            case Fit::free:
-                return subscribe(*this, *node, publication);
-            case Fit::failed:
-                return false;
-            case Fit::conflict:
-                break;
-        }
-    }
+    std::optional<bool> subscribed = read_as_it_fits(*this, publication);
+    if (!subscribed && _participantList.count >= kMostParticipants && forget_unwritten_topics(nullptr))
+        subscribed = read_as_it_fits(*this, publication);
+    if (subscribed)
+        return *subscribed;
     if (_participantList.count >= kMostParticipants) {
         tell_unread(
             guid, topicName,

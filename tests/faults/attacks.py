@@ -96,6 +96,11 @@ def writers_with_a_lease(application, first, count):
                          lambda number: [(forge.LIVELINESS, struct.pack("<IiI", 0, 100, 0))])
 
 
+def writers_with_a_tiny_lease(application, first, count):
+    return _publications(application, first, count, "Leased",
+                         lambda number: [(forge.LIVELINESS, struct.pack("<IiI", 0, 0, 4295))])
+
+
 def types_of_one_topic(application, count):
     return (forge.endpoint(application.prefix, writer_entity(number), "Same", f"fault::T{number}") for number in range(count))
 
@@ -108,6 +113,11 @@ def type_objects(application, first, count):
 
 def many_endpoints(application, first, count, topic="Many"):
     return _publications(application, first, count, topic, lambda number: ())
+
+
+def endpoints_of_topics(application, count, topic):
+    return (forge.endpoint(application.prefix, writer_entity(number), f"{topic}{number}", "fault::Type")
+            for number in range(count))
 
 
 def empty_partition_names(application, first, count):

@@ -53,6 +53,31 @@ class Limits(faults.FaultTest):
         self.bound("time of an announcement", 1e6 * seconds / count, 500 * faults.harness.SLOWNESS, "us")
         self.assert_discovers(tool)
 
+    def test_topics_that_come_and_go(self):
+        """Attack: applications that announce writers of 8,000 topics each (1.8 MB) and leave, 40,000 in all (the long form
+        80,000); then one that stays.
+        Seen: 8 KiB for each topic, for ever: 324 MiB, and every application of the domain is told of 40,000 readers.
+        Bound: 200 MiB; samples of a new application are printed within 5 s; three lines on standard error."""
+        tool = self.tool()
+        before = tool.memory()
+        for number in range(short_or_long(5, 10)):
+            application = self.forged()
+            application.announce()
+            application.write_all(forge.PUBLICATIONS, attacks.endpoints_of_topics(application, 8000, f"Topic{number}-"), tool=tool)
+            application.wait_until_read(forge.PUBLICATIONS)
+            tool.wait_for_text(f"Topic{number}-7999", 60)
+            application.leave()
+            tool.wait_at_rest(60)
+        application = self.forged()
+        application.announce()
+        application.write_all(forge.PUBLICATIONS, attacks.endpoints_of_topics(application, 8000, "Last"), tool=tool)
+        application.wait_until_read(forge.PUBLICATIONS)
+        publisher = self.healthy_publisher()
+        tool.wait_for_samples(10, 5 * faults.harness.SLOWNESS, topic="Healthy")
+        publisher.close()
+        self.bound("memory", (tool.peak() - before) / faults.MIB, 200, "MiB more than before")
+        self.bound("lines on standard error", len(tool.errors), 3, "lines")
+
     def test_types_of_one_topic(self):
         """Attack: one application announces 300 types of one topic (60 KB), for which the tool makes 255 further participants,
         and leaves. Then come four applications with 400 writers each.

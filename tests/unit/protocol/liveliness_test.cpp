@@ -55,6 +55,20 @@ TEST_F(LivelinessTest, ARemoteWriterIsLostOnceAndComesBackOnce) {
     EXPECT_EQ(at(seconds(12)), (Lines{"1 lost"}));
 }
 
+TEST_F(LivelinessTest, ManyWritersWithTinyLeasesAreNotLostAndRevivedByEachPacket) {
+    constexpr uint32_t kWriters = 1000;
+    for (uint32_t entity = 1; entity <= kWriters; ++entity)
+        liveliness.add_remote(writer(entity), LivelinessKind::automatic, std::chrono::microseconds(1),
+                              seconds(0));
+    size_t count = 0;
+    for (Duration time = seconds(0); time < seconds(1); time += milliseconds(1)) {
+        count += at(time).size();
+        liveliness.on_participant_asserted(prefix(2), ParticipantMessage::automatic, time);
+    }
+    EXPECT_GE(count, kWriters);
+    EXPECT_LE(count, 22 * kWriters);
+}
+
 TEST_F(LivelinessTest, EachKindNeedsItsOwnAssertion) {
     liveliness.add_remote(writer(1), LivelinessKind::automatic, seconds(2), seconds(0));
     liveliness.add_remote(writer(2), LivelinessKind::manual_by_participant, seconds(2), seconds(0));

@@ -176,7 +176,7 @@ TEST_F(ReliableWriterTest, NeighbouringGapsShareASubmessage) {
     write();
     sent();
     acknack(reader_guid(2), 2, {2, 3, 4, 6, 9, 11}, false);
-    EXPECT_EQ(sent(), (Lines{"DATA 11", "GAP 2..4 {6 9}", "HEARTBEAT 11..11"}));
+    EXPECT_EQ(sent(), (Lines{"DATA 11", "GAP 2..10 {}", "HEARTBEAT 11..11"}));
 }
 
 TEST_F(ReliableWriterTest, AVolatileReaderThatComesLateIsToldToStartAfterThePast) {
@@ -438,6 +438,18 @@ TEST_F(ReliableWriterTest, WhatIsForOneParticipantReachesNoOther) {
     for (int i = 0; i < 5; ++i)
         write_for(2);
     EXPECT_EQ(writer->kept_samples(), 2u) << "those that nobody acknowledges make room";
+}
+
+TEST_F(ReliableWriterTest, ALongHoleIsToldInOneGap) {
+    make(Durability::transient_local, HistoryKind::keep_last);
+    write(8, 1);
+    for (int i = 0; i < 2000; ++i)
+        write(8, 2);
+    write(8, 3);
+    add_reader(reader_guid(2), true);
+    sent();
+    acknack(reader_guid(2), 1, {1, 2, 3}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "GAP 2..2000 {}", "HEARTBEAT 1..2002"}));
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
@@ -545,6 +547,30 @@ TEST_F(Subscription, ParticipantsAreNotMadeWithoutEnd) {
                 ::testing::HasSubstr("is not read: 256 participants of this tool read other types already"));
     EXPECT_EQ(agent.created, 0);
     agent._participantList.count = before;
+}
+
+TEST_F(Subscription, TopicsThatNobodyWritesMakeRoom) {
+    discover({});
+    ASSERT_TRUE(subscribed);
+    for (DDS_UnsignedLong other = 10; other < 40; ++other) {
+        while (agent._topicRoom.take({1, 2, other, 1}, 1)) {
+        }
+    }
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(discover({"Square"}), "");
+    EXPECT_FALSE(subscribed);
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("too many topics are read already"));
+    agent.worlds[0].reader.matched = 0;
+    EXPECT_EQ(discover({"Square"}), "");
+    EXPECT_FALSE(subscribed) << "looked a moment ago";
+    std::this_thread::sleep_for(std::chrono::milliseconds(1050));
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(discover({"Square"}), "");
+    EXPECT_TRUE(subscribed);
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                ::testing::HasSubstr("no writer any more are forgotten"));
+    EXPECT_STREQ(listener().topicName, "Square");
 }
 
 TEST_F(Subscription, HistoryGivesWayToTheLimitsOfTheProfile) {

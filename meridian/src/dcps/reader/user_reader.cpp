@@ -3,6 +3,7 @@
 #include "dcps/reader/user_reader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "dcps/common/instance_keys.h"
@@ -20,6 +21,10 @@ namespace {
 constexpr DDS_Long kInitialSamples = 1;
 /// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
 constexpr size_t kMostReceived = 64;
+/// What a reader takes with its topic, its announcements and who uses it, though nothing was sent to it:
+/// others choose how many topics there are.
+constexpr size_t kQuietMemory = size_t{7} << 10;
+constexpr size_t kCopiesOfNames = 8;
 constexpr size_t kMostBytesReceived = size_t{1} << 20;
 
 } // namespace
@@ -29,7 +34,9 @@ std::unique_ptr<UserReader> UserReader::create(ReaderOwner& subscriber, TopicImp
                                                const DDS_DataReaderQos& qos, DeliveryThread& delivery) {
     std::unique_ptr<UserReader> reader(
         new UserReader(subscriber, topic, std::move(type), guid, qos, delivery));
-    return reader->is_attached() ? std::move(reader) : nullptr;
+    const size_t names = std::strlen(topic.get_name()) + std::strlen(topic.get_type_name());
+    const bool has_memory = reader->share_.take(kQuietMemory + kCopiesOfNames * names);
+    return has_memory && reader->is_attached() ? std::move(reader) : nullptr;
 }
 
 UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type,

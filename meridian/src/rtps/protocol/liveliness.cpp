@@ -7,6 +7,15 @@
 
 namespace meridian::rtps {
 
+namespace {
+
+// Others choose the leases: how soon a check follows one that looked at many writers, or lost many, of which
+// one packet may revive all.
+constexpr Duration kPauseForLook = std::chrono::microseconds(1);
+constexpr Duration kPauseForLoss = std::chrono::microseconds(100);
+
+} // namespace
+
 void Liveliness::add_own(EntityId writer, LivelinessKind kind, Duration lease, MonotonicTime now) {
     own_automatic_.erase(writer);
     if (kind == LivelinessKind::automatic && lease != kNever)
@@ -116,14 +125,16 @@ void Liveliness::on_participant_asserted(const GuidPrefix& prefix, uint32_t kind
 }
 
 MonotonicTime Liveliness::next_deadline() const {
-    return std::min(assert_at_, expiry_check_at_);
+    return std::min(assert_at_, std::max(expiry_check_at_, expiry_pause_until_));
 }
 
 void Liveliness::on_timer(MonotonicTime now) {
-    if (now < expiry_check_at_)
+    if (now < std::max(expiry_check_at_, expiry_pause_until_))
         return;
     expiry_check_at_ = kNever;
+    expiry_pause_until_ = now;
     for (auto& [prefix, participant] : remotes_) {
+        expiry_pause_until_ += kPauseForLook * static_cast<int64_t>(participant.writers.size());
         for (auto& [entity, writer] : participant.writers) {
             if (!writer.alive)
                 continue;
@@ -133,6 +144,7 @@ void Liveliness::on_timer(MonotonicTime now) {
                 continue;
             }
             writer.alive = false;
+            expiry_pause_until_ += kPauseForLoss;
             if (RemoteParticipant::OfKind* all = participant.of(writer.kind))
                 all->some_lost = true;
             listener_.on_liveliness_changed({prefix, entity}, false);

@@ -68,6 +68,7 @@ class Liveliness {
     MonotonicTime assert_at_ = kNever;
     std::map<GuidPrefix, RemoteParticipant> remotes_;
     MonotonicTime expiry_check_at_ = kNever;
+    MonotonicTime expiry_pause_until_{0}; // no check earlier than this
 };
 
 } // namespace meridian::rtps

@@ -311,20 +311,19 @@ void ReliableWriter::assert_liveliness() {
     }
 }
 
-void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<SequenceNumber>& irrelevant) {
-    for (size_t i = 0; i < irrelevant.size();) {
+void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<Hole>& holes) {
+    for (auto hole = holes.begin(); hole != holes.end();) {
         Gap gap;
         gap.reader = proxy.reader.guid.entity;
         gap.writer = id_;
-        gap.start = irrelevant[i];
-        gap.list.base = gap.start + 1;
-        ++i;
-        while (i < irrelevant.size() && irrelevant[i] == gap.list.base) {
-            ++gap.list.base;
-            ++i;
+        gap.start = hole->first;
+        gap.list.base = hole->end;
+        for (++hole; hole != holes.end() && hole->first == gap.list.base; ++hole)
+            gap.list.base = hole->end;
+        for (; hole != holes.end() && hole->end <= gap.list.base + SequenceNumberSet::kMaxBits; ++hole) {
+            for (SequenceNumber number = hole->first; number < hole->end; ++number)
+                gap.list.insert(number);
         }
-        while (i < irrelevant.size() && gap.list.insert(irrelevant[i]))
-            ++i;
         batcher_.add(proxy.reader.route, gap);
     }
 }
@@ -362,32 +361,37 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     else
         proxy->acknowledged_below = std::max(proxy->acknowledged_below, acknack.missing.base);
 
-    std::vector<SequenceNumber> irrelevant;
+    std::vector<Hole> holes;
     bool sent = false;
     auto change = history_.lower_bound(acknack.missing.base);
     for (uint32_t bit = 0; bit < acknack.missing.num_bits; ++bit) {
         const SequenceNumber number = acknack.missing.base + bit;
-        if (number < 1 || number > last_ || !acknack.missing.contains(number))
+        if (number < 1 || number > last_ || !acknack.missing.contains(number) ||
+            (!holes.empty() && number < holes.back().end))
             continue;
         while (change != history_.end() && change->first < number)
             ++change;
-        if (number < proxy->first_relevant || change == history_.end() || change->first != number ||
-            !is_for(proxy->reader, change->second)) {
-            irrelevant.push_back(number);
+        // A late reader would ask for a long hole piece by piece.
+        if (number < proxy->first_relevant) {
+            holes.push_back({number, proxy->first_relevant});
+        } else if (change == history_.end() || change->first != number) {
+            holes.push_back({number, change == history_.end() ? last_ + 1 : change->first});
+        } else if (!is_for(proxy->reader, change->second)) {
+            holes.push_back({number, number + 1});
         } else if (proxy->may_answer(size_of(change->second.payload), now)) {
             send_change(route, reader.entity, number, change->second);
             sent = true;
         }
     }
-    if (!irrelevant.empty() && !proxy->may_answer_with_gaps(now))
-        irrelevant.clear();
-    send_gaps(*proxy, irrelevant);
+    if (!holes.empty() && !proxy->may_answer_with_gaps(now))
+        holes.clear();
+    send_gaps(*proxy, holes);
     const bool open = proxy->acknowledged_below <= last_;
     if (!open)
         proxy->heartbeat_timer.cancel();
     else if (progress || sent)
         restart_heartbeats(*proxy, now);
-    const bool answers = sent || !irrelevant.empty();
+    const bool answers = sent || !holes.empty();
     if (answers || !acknack.final)
         answer_with_heartbeat(*proxy, !open, answers, now);
     if (progress && !history_.empty() && before <= history_.begin()->first)
@@ -407,7 +411,7 @@ void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, Mono
     if (change == history_.end() || nack.sequence_number < proxy->first_relevant ||
         !is_for(proxy->reader, change->second)) {
         if (proxy->may_answer_with_gaps(now))
-            send_gaps(*proxy, {nack.sequence_number});
+            send_gaps(*proxy, {{nack.sequence_number, nack.sequence_number + 1}});
         return;
     }
     FragmentNumberSet wanted;

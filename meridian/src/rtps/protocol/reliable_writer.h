@@ -124,7 +124,13 @@ class ReliableWriter final {
     void answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now);
     /// Learns from it whether the addresses of the route are the reader's.
     void judge_address(const Route& route, const AckNack& acknack);
-    void send_gaps(const ReaderProxy& proxy, const std::vector<SequenceNumber>& irrelevant);
+    /// Numbers from `first` on that do not come any more.
+    struct Hole {
+        SequenceNumber first;
+        SequenceNumber end; // behind the last one
+    };
+    /// Ascending ones.
+    void send_gaps(const ReaderProxy& proxy, const std::vector<Hole>& holes);
     SequenceNumber first_available(const ReaderProxy& proxy) const;
     bool make_room(const WriteRequest& request);
     void forget(SequenceNumber number);
