@@ -107,7 +107,7 @@ void DiscoveryStore::endpoint_changed(const rtps::RemoteEndpointRef& endpoint) {
 void DiscoveryStore::endpoint_gone(const rtps::RemoteEndpointRef& endpoint, rtps::GoneReason /*reason*/,
                                    rtps::WireTime source_timestamp) {
     MutexLock lock(mutex_);
-    const auto participant = participants_.find(endpoint->participant);
+    const auto participant = participants_.find(endpoint->guid.prefix);
     if (participant == participants_.end() || participant->second.endpoints.erase(endpoint) == 0)
         return;
     report_gone(participant->second, *endpoint, source_timestamp);
@@ -129,7 +129,7 @@ void DiscoveryStore::put_participant(const rtps::ParticipantRef& announced) {
 
 void DiscoveryStore::put_endpoint(const rtps::RemoteEndpointRef& endpoint) {
     MutexLock lock(mutex_);
-    Participant& participant = participant_of(endpoint->participant);
+    Participant& participant = participant_of(endpoint->guid.prefix);
     participant.endpoints.erase(endpoint); // an earlier record
     participant.endpoints.insert(endpoint);
     if (participant.matches)

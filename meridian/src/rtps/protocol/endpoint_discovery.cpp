@@ -34,13 +34,9 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
 bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
                                       std::string& error) const {
     const DiscoveredEndpoint* known = find(data.guid);
-    const RemoteEndpoint* record = known == nullptr           ? nullptr
-                                   : known->record != nullptr ? known->record.get()
-                                                              : known->waiting.get();
-    if (record != nullptr && record->is_writer != writers)
+    if (known != nullptr && known->newest().is_writer != writers)
         error = "the entity id " + to_string(data.guid) + " is that of the other kind already";
-    else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix) ||
-             data.participant != data.guid.prefix)
+    else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix))
         error = "it is said to be of another participant";
     return error.empty();
 }
@@ -48,11 +44,8 @@ bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sa
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const Guid guid = data.guid;
     const DiscoveredEndpoint* known = find(guid);
-    if (known != nullptr) {
-        const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
-        if (newest.announcement == hash_of(data))
-            return;
-    }
+    if (known != nullptr && known->newest().announcement == hash_of(data))
+        return;
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
     std::shared_ptr<RemoteEndpoint> record;
@@ -97,7 +90,7 @@ void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     if (participant == nullptr)
         return; // a discovery server told of the endpoint first
     if (settler_ != nullptr && waiting.is_writer) {
-        TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
+        TypeSettler::Answer answer = settler_->type_of(waiting, *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }

@@ -34,6 +34,8 @@ struct DiscoveredEndpoint {
     RemoteEndpointRef record; // what is visible
     std::shared_ptr<RemoteEndpoint> waiting;
     std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
+
+    const RemoteEndpoint& newest() const { return waiting != nullptr ? *waiting : *record; }
 };
 
 class EndpointDiscovery {

@@ -28,7 +28,7 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
       warnings_(events),
       participants_(config_, output, batcher_, warnings_, *this),
       endpoints_(config_, participants_, warnings_, *this),
-      liveliness_(*this),
+      liveliness_([this](const Guid& writer, bool alive) { on_liveliness_changed(writer, alive); }),
       locals_(output, participants_, liveliness_, events, warnings_),
       router_(config_.prefix, participants_, endpoints_, locals_, liveliness_, warnings_) {
     add_builtin_reader(entity::publications_reader, {entity::publications_writer, kPublicationsAnnouncer},
@@ -48,8 +48,6 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
         add_builtin_writer(entity::participant_writer, {entity::participant_reader, kParticipantDetector});
     }
 }
-
-Participant::~Participant() = default;
 
 EndpointData Participant::builtin_data(EntityId id) const {
     EndpointData data;
@@ -170,7 +168,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
     batcher_.flush();
     config_.prefix = prefix;
     batcher_.set_source(prefix);
-    locals_.for_each([&](LocalEndpoint& local) { local.data.guid.prefix = local.data.participant = prefix; });
+    locals_.for_each([&](LocalEndpoint& local) { local.data.guid.prefix = prefix; });
     participants_.join_again(locators, now);
     locals_.for_each([&](LocalEndpoint& local) {
         if (local.writer)
@@ -247,7 +245,7 @@ bool Participant::add_writer(const EndpointData& data, const WriterConfig& confi
 
 void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
     now_ = now;
-    endpoint->data.guid.prefix = endpoint->data.participant = config_.prefix;
+    endpoint->data.guid.prefix = config_.prefix;
     LocalEndpoint& local = locals_.add(std::move(endpoint));
     if (local.builtin_peer) {
         for (const GuidPrefix& prefix : participants_.prefixes())
@@ -268,7 +266,7 @@ bool Participant::update_endpoint(const EndpointData& data, Now now) {
         return false;
     now_ = now;
     local->data = data;
-    local->data.guid.prefix = local->data.participant = config_.prefix;
+    local->data.guid.prefix = config_.prefix;
     if (local->writer)
         liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                             now.monotonic);
