@@ -40,7 +40,7 @@ TEST(TypeLookupCodec, RequestStandsAsPeersReadIt) {
     TypeLookupRequest request;
     request.writer = {rtps::GuidPrefix{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
                       rtps::entity::type_lookup_request_writer};
-    request.sequence_number = 7;
+    request.number = 7;
     request.hashes = {hash(0x55)};
     const rtps::ByteBuffer expected = test::from_hex(
         "00070000"                         // PLAIN_CDR2, little-endian

@@ -201,24 +201,4 @@ DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) const {
     return last_found_ = at->second.get();
 }
 
-void EndpointDiscovery::announce(ReliableWriter& builtin_writer, const EndpointData& data, Now now) {
-    const ByteBuffer payload = encode(data);
-    WriteRequest request;
-    request.payload = payload;
-    request.instance = key_hash_of(data.guid);
-    request.expects_answers = !data.is_writer() && data.qos.reliability == Reliability::reliable;
-    builtin_writer.write(request, now);
-}
-
-void EndpointDiscovery::dispose(ReliableWriter& builtin_writer, const Guid& guid, Now now) {
-    const ByteBuffer key = encode_endpoint_key(guid);
-    WriteRequest request;
-    request.payload = key;
-    request.payload_is_key = true;
-    request.instance = key_hash_of(guid);
-    request.inline_qos.key_hash = request.instance;
-    request.inline_qos.status_info = kDisposed | kUnregistered;
-    builtin_writer.write(request, now);
-}
-
 } // namespace meridian::rtps

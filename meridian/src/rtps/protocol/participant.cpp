@@ -18,6 +18,16 @@ ParticipantConfig with_usable_sizes(ParticipantConfig config) {
     return config;
 }
 
+/// What says that this participant or endpoint is gone; key: its GUID as a payload.
+WriteRequest disposal_of(const Guid& guid, ByteView key) {
+    WriteRequest request;
+    request.payload = key;
+    request.payload_is_key = true;
+    request.instance = request.inline_qos.key_hash = key_hash_of(guid);
+    request.inline_qos.status_info = kDisposed | kUnregistered;
+    return request;
+}
+
 } // namespace
 
 Participant::Participant(ParticipantConfig config, Output& output, Events& events)
@@ -91,7 +101,7 @@ void Participant::stop(Now now) {
     now_ = now;
     locals_.for_each([&](LocalEndpoint& local) {
         if (!local.builtin_peer)
-            EndpointDiscovery::dispose(announcer_of(local.data.guid.entity), local.data.guid, now);
+            dispose(local.data.guid, now);
     });
     say_farewell(now);
     participants_.stop(now);
@@ -177,7 +187,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
     tell_servers(now);
     locals_.for_each([&](LocalEndpoint& local) {
         if (!local.builtin_peer)
-            EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
+            announce(local.data, now);
     });
     finish(now);
 }
@@ -185,7 +195,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
 void Participant::set_announcement(const std::string& name, const std::vector<Property>& properties,
                                    const ByteBuffer& user_data, Now now) {
     now_ = now;
-    ParticipantData data = participants_.announced();
+    ParticipantData data = announced();
     data.name = name;
     data.properties = properties;
     data.user_data = user_data;
@@ -251,7 +261,7 @@ void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
         for (const GuidPrefix& prefix : participants_.prefixes())
             locals_.match_participant(local, *participants_.find(prefix), now.monotonic);
     } else {
-        EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
+        announce(local.data, now);
         endpoints_.for_each_of_topic(local.data.topic_name, [&](DiscoveredEndpoint& remote) {
             locals_.match(local, remote, now.monotonic);
         });
@@ -270,11 +280,25 @@ bool Participant::update_endpoint(const EndpointData& data, Now now) {
     if (local->writer)
         liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                             now.monotonic);
-    EndpointDiscovery::announce(announcer_of(data.guid.entity), local->data, now);
+    announce(local->data, now);
     endpoints_.for_each_of_topic(
         data.topic_name, [&](DiscoveredEndpoint& remote) { locals_.match(*local, remote, now.monotonic); });
     finish(now);
     return true;
+}
+
+void Participant::announce(const EndpointData& data, Now now) {
+    const ByteBuffer payload = encode(data);
+    WriteRequest request;
+    request.payload = payload;
+    request.instance = key_hash_of(data.guid);
+    request.expects_answers = !data.is_writer() && data.qos.reliability == Reliability::reliable;
+    announcer_of(data.guid.entity).write(request, now);
+}
+
+void Participant::dispose(const Guid& endpoint, Now now) {
+    const ByteBuffer key = encode_endpoint_key(endpoint);
+    announcer_of(endpoint.entity).write(disposal_of(endpoint, key), now);
 }
 
 void Participant::settle_type(const Guid& publication, const EndpointTypeRef& type, Now now) {
@@ -290,7 +314,7 @@ bool Participant::remove_endpoint(EntityId entity, Now now) {
         return false;
     now_ = now;
     if (!local->builtin_peer) {
-        EndpointDiscovery::dispose(announcer_of(entity), local->data.guid, now);
+        dispose(local->data.guid, now);
         endpoints_.for_each_of_topic(local->data.topic_name,
                                      [&](DiscoveredEndpoint& remote) { locals_.part(*local, remote); });
     }
@@ -380,11 +404,11 @@ void Participant::tell_servers(Now now) {
         return;
     ReliableWriter& writer = builtin_writer(entity::participant_writer);
     WriteRequest request;
-    request.payload = participants_.announcement_to_servers();
+    request.payload = participants_.announcer().announcement_to_servers();
     request.instance = key_hash_of(guid());
     // The numbers of what is sent to servers without and with this writer must agree.
-    while (told_servers_ < participants_.announced_version())
-        told_servers_ = writer.write(request, now).value_or(participants_.announced_version());
+    while (told_servers_ < participants_.announcer().version())
+        told_servers_ = writer.write(request, now).value_or(participants_.announcer().version());
 }
 
 void Participant::say_farewell(Now now) {
@@ -392,12 +416,9 @@ void Participant::say_farewell(Now now) {
     if (config_.servers.empty())
         return;
     const ByteBuffer key = encode_participant_key(guid());
-    WriteRequest request;
-    request.payload = key;
-    request.payload_is_key = true;
-    request.instance = request.inline_qos.key_hash = key_hash_of(guid());
-    request.inline_qos.status_info = kDisposed | kUnregistered;
-    told_servers_ = builtin_writer(entity::participant_writer).write(request, now).value_or(told_servers_);
+    told_servers_ = builtin_writer(entity::participant_writer)
+                        .write(disposal_of(guid(), key), now)
+                        .value_or(told_servers_);
 }
 
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {

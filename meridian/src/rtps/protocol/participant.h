@@ -39,7 +39,7 @@ class Participant final : private ReaderObserver,
 
     Guid guid() const { return {config_.prefix, entity::participant}; }
     /// What is announced of this participant at present.
-    const ParticipantData& announced() const { return participants_.announced(); }
+    const ParticipantData& announced() const { return participants_.announcer().announced(); }
 
     /// Begins to announce. Endpoints may be added before and after. Before start and after stop, receive and
     /// on_timer do nothing.
@@ -140,6 +140,8 @@ class Participant final : private ReaderObserver,
     ReliableWriter& announcer_of(EntityId id) {
         return builtin_writer(id.is_writer() ? entity::publications_writer : entity::subscriptions_writer);
     }
+    void announce(const EndpointData& data, Now now);
+    void dispose(const Guid& endpoint, Now now);
     void write_participant_message(uint32_t kind);
     /// Ends every call: sends what became due and what was collected.
     void finish(Now now);

@@ -116,19 +116,15 @@ void TypeLookupClient::settle(const TypeResolver::Outcome& outcome) {
 }
 
 void TypeLookupClient::send(TypeResolver::Request request) {
-    runtime_->defer([this, request = std::move(request)](rtps::Participant& participant, rtps::Now now) {
-        TypeLookupRequest message;
-        message.writer = {participant.guid().prefix, writer_.entity};
-        message.sequence_number = request.number;
-        message.asked = request.asked;
-        message.hashes = request.hashes;
-        message.form = request.form;
-        const rtps::ByteBuffer payload = encode(message);
-        rtps::WriteRequest write;
-        write.payload = payload;
-        write.only_for = request.asked;
-        participant.write(writer_.entity, write, now);
-    });
+    runtime_->defer(
+        [this, request = std::move(request)](rtps::Participant& participant, rtps::Now now) mutable {
+            request.writer = {participant.guid().prefix, writer_.entity};
+            const rtps::ByteBuffer payload = encode(request);
+            rtps::WriteRequest write;
+            write.payload = payload;
+            write.only_for = request.asked;
+            participant.write(writer_.entity, write, now);
+        });
 }
 
 void TypeLookupClient::wake_at(rtps::MonotonicTime time) {

@@ -117,7 +117,7 @@ rtps::ByteBuffer encode(const TypeLookupRequest& request) {
     rtps::write_encapsulation(bytes, plain ? rtps::Encoding::cdr : rtps::Encoding::cdr2, Endianness::little);
     ByteWriter writer(bytes, Endianness::little, plain ? rtps::kXcdr1MaxAlignment : rtps::kXcdr2MaxAlignment);
     write_element(writer, request.writer);
-    write_element(writer, request.sequence_number);
+    write_element(writer, request.number);
     writer.write_string(type_lookup_instance_name(request.asked));
     if (plain) {
         writer.write(kPlainGetTypes);

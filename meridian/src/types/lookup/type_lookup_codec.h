@@ -16,7 +16,7 @@ namespace meridian::types {
 struct TypeLookupRequest {
     /// Identity of the request: the writer that sends it, and its sequence number.
     rtps::Guid writer;
-    rtps::SequenceNumber sequence_number = 1;
+    rtps::SequenceNumber number = 1;
     /// The participant that is asked; it stands in the instance name, and some peers only answer to theirs.
     rtps::GuidPrefix asked;
     std::vector<TypeHash> hashes;

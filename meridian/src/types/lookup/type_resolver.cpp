@@ -108,10 +108,8 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
     const LookupId id = is_new ? ++last_lookup_ : again->second;
     Lookup& lookup = lookups_[id];
     if (is_new) {
-        lookup.key = key;
-        lookup.root = announced->root;
+        static_cast<Announced&>(lookup) = *announced;
         lookup.plain = announced->is_plain ? peer.plain : nullptr;
-        lookup.is_whole = announced->is_whole;
         lookup.name = publication.type_name;
         lookup.announcer = participant;
         lookup.charge = charge(peer, kEntrySize + 2 * key.size() + lookup.name.size());
@@ -133,7 +131,7 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
     send(now);
     if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty() && !may_come) {
         // Nobody offers it, or they left meanwhile.
-        finish(id, {{}, silent != peer.silent.end() ? silent->second.why : DDS_TYPE_CODE_NOT_TOLD});
+        finish(id, {{}, silent != peer.silent.end() ? silent->second.result.why : DDS_TYPE_CODE_NOT_TOLD});
     }
     if (waits_.count(waiter) != 0)
         return std::nullopt;
@@ -257,8 +255,8 @@ void TypeResolver::send(rtps::MonotonicTime now) {
             advance(turn->lookup, now);
         } else {
             const Asker asker = *peers_.at(turn->asked).askers.begin();
-            requests_.push_back({last_number_, asker, turn->asked, std::move(missing),
-                                 lookup.plain != nullptr ? TypeObjectForm::plain : TypeObjectForm::xcdr2});
+            const auto form = lookup.is_plain ? TypeObjectForm::plain : TypeObjectForm::xcdr2;
+            requests_.push_back({{{}, last_number_, turn->asked, std::move(missing), form}, asker});
         }
     }
     while (sent_.size() > kRemembered && !sent_.front().under_way)
@@ -443,7 +441,7 @@ void TypeResolver::give_up(const Waiter& waiter) {
     if (peer != peers_.end() && lookup.asked.count(waiter.first.prefix) != 0) {
         Charge charged = charge(peer->second, kEntrySize + lookup.key.size());
         if (charged != nullptr)
-            peer->second.silent[lookup.key] = {why, std::move(charged)};
+            peer->second.silent[lookup.key] = {{{}, why}, std::move(charged)};
     }
     if (!std::exchange(lookup.gave_up, true))
         MERIDIAN_LOG_WARNING("discovery",

@@ -44,12 +44,9 @@ class TypeResolver {
         rtps::Duration give_up = std::chrono::seconds(2); // for each publication
         rtps::Duration retry = std::chrono::milliseconds(200);
     };
-    struct Request {
-        int64_t number = 0; // counts from 1
+    /// Its writer is for the asker to say.
+    struct Request : TypeLookupRequest {
         Asker asker = 0;
-        rtps::GuidPrefix asked;
-        std::vector<TypeHash> hashes;
-        TypeObjectForm form = TypeObjectForm::xcdr2;
     };
     struct Result {
         TypeRef type; // empty: see why
@@ -109,14 +106,11 @@ class TypeResolver {
         bool is_whole = false; // nothing may have to be looked up
     };
     /// A type that is being looked up.
-    struct Lookup {
-        Key key;
-        TypeIdentifier root;
+    struct Lookup : Announced {
         std::shared_ptr<PlainTypes> plain; // null: not of that form
-        bool is_whole = false;
-        std::optional<TypeHash> awaits; // its entry among those that are awaited
-        std::string name;               // of the type, for messages
-        rtps::GuidPrefix announcer;     // who pays
+        std::optional<TypeHash> awaits;    // its entry among those that are awaited
+        std::string name;                  // of the type, for messages
+        rtps::GuidPrefix announcer;        // who pays
         std::set<Waiter> waiting;
         std::vector<rtps::GuidPrefix> sources; // participants that can be asked
         std::set<rtps::GuidPrefix> asked;
@@ -147,16 +141,12 @@ class TypeResolver {
         Result result;
         Charge charge;
     };
-    struct Silence {
-        NoType why = DDS_TYPE_CODE_NOT_TOLD;
-        Charge charge;
-    };
     struct Peer {
         Peer();
         std::set<Asker> askers; // that know of it
         std::set<LookupId> lookups;
-        std::map<Key, Silence> silent; // types that it was asked for and did not tell in time
-        std::vector<Key> resolved;     // by what it told
+        std::map<Key, Resolved> silent; // types that it was asked for and did not tell in time
+        std::vector<Key> resolved;      // by what it told
         std::map<TypeHash, Charge> objects;
         std::shared_ptr<PlainTypes> plain = std::make_shared<PlainTypes>();
         std::shared_ptr<MemoryShare> share;
