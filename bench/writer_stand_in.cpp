@@ -63,7 +63,6 @@ std::vector<ByteBuffer> WriterStandIn::announcements() const {
 
     EndpointData writer;
     writer.guid = {prefix_, writer_};
-    writer.participant = prefix_;
     writer.topic_name = topic_;
     writer.type_name = type_;
     writer.qos.reliability = Reliability::reliable;

@@ -118,7 +118,6 @@ class Run {
             const uint32_t number = static_cast<uint32_t>(readers_.size()) + 1;
             data.guid = {participant_.guid().prefix,
                          EntityId{number << 8 | (guid.entity.has_key() ? 0x07u : 0x04u)}};
-            data.participant = data.guid.prefix;
             data.topic_name = remote->topic_name;
             data.type_name = remote->type_name;
             data.qos = *remote->qos;

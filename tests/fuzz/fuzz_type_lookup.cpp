@@ -53,8 +53,7 @@ class Run {
 
     void announce(uint8_t event) {
         rtps::EndpointData publication;
-        publication.participant = participant(event & 3u);
-        publication.guid = {publication.participant,
+        publication.guid = {participant(event & 3u),
                             rtps::EntityId{static_cast<uint32_t>(event >> 2) << 8 | 3}};
         publication.type_name = "T";
         const rtps::ByteView information = input_.take(input_.next() * 2u);
@@ -65,7 +64,8 @@ class Run {
         }
         publication.raw_endianness = (event & 32) != 0 ? rtps::Endianness::big : rtps::Endianness::little;
         const TypeResolver::Asker asker = event >> 3 & 1u;
-        if (resolver_.resolve(publication, (event & 16) == 0, now_, asker))
+        if (resolver_.resolve(*rtps::RecordMaker().make(rtps::EndpointData(publication), {}),
+                              (event & 16) == 0, now_, asker))
             waiting_.erase({publication.guid, asker});
         else
             waiting_.insert({publication.guid, asker});

@@ -108,7 +108,7 @@ DDS_ParticipantBuiltinTopicData to_participant_data(const rtps::ParticipantData&
 
 void fill_keys(const rtps::RemoteEndpoint& endpoint, DDS_EndpointBuiltinTopicData& out) {
     out.key = to_key(endpoint.guid);
-    out.participant_key = to_key(participant_guid(endpoint.participant));
+    out.participant_key = to_key(participant_guid(endpoint.guid.prefix));
 }
 
 void fill(const rtps::RemoteEndpoint& endpoint, DDS_PublicationBuiltinTopicData& out) {

@@ -2,16 +2,12 @@
 
 #include <algorithm>
 
+#include "rtps/wire/guid_key.h"
+
 namespace meridian::discovery {
 
 namespace {
 constexpr uint32_t kNanosecondsPerSecond = 1000000000;
-
-uint32_t word_at(const rtps::GuidPrefix& prefix, size_t index) {
-    const uint8_t* bytes = prefix.bytes.data() + index * 4;
-    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
-           static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
-}
 } // namespace
 
 DDS_Duration_t to_duration(rtps::WireDuration duration) {
@@ -42,9 +38,8 @@ std::optional<rtps::WireTime> to_wire_time(const DDS_Time_t& time) {
 
 DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
     DDS_InstanceHandle_t handle{};
-    std::copy(guid.prefix.bytes.begin(), guid.prefix.bytes.end(), handle.keyHash);
-    for (int i = 0; i < 4; ++i)
-        handle.keyHash[12 + i] = static_cast<uint8_t>(guid.entity.value >> (24 - 8 * i));
+    const rtps::KeyHash key = rtps::key_hash_of(guid);
+    std::copy(key.begin(), key.end(), handle.keyHash);
     handle.length = sizeof handle.keyHash;
     handle.isValid = true;
     return handle;
@@ -53,15 +48,13 @@ DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
 std::optional<rtps::Guid> to_guid(const DDS_InstanceHandle_t& handle) {
     if (!handle.isValid || handle.length != sizeof handle.keyHash)
         return std::nullopt;
-    rtps::Guid guid;
-    std::copy(handle.keyHash, handle.keyHash + guid.prefix.bytes.size(), guid.prefix.bytes.begin());
-    for (size_t i = 12; i < sizeof handle.keyHash; ++i)
-        guid.entity.value = guid.entity.value << 8 | handle.keyHash[i];
-    return guid;
+    rtps::KeyHash key;
+    std::copy_n(handle.keyHash, key.size(), key.begin());
+    return rtps::guid_of(key);
 }
 
 DDS_BuiltinTopicKey_t to_key(const rtps::Guid& guid) {
-    return {{word_at(guid.prefix, 0), word_at(guid.prefix, 1), word_at(guid.prefix, 2), guid.entity.value}};
+    return {{word_of(guid.prefix, 0), word_of(guid.prefix, 1), word_of(guid.prefix, 2), guid.entity.value}};
 }
 
 DDS_StringSeq to_string_seq(const std::vector<std::string>& strings) {

@@ -97,17 +97,22 @@ void DiscoveryStore::participant_gone(const rtps::ParticipantRef& participant, r
 }
 
 void DiscoveryStore::endpoint_discovered(const rtps::RemoteEndpointRef& endpoint) {
-    put_endpoint(endpoint);
+    MutexLock lock(mutex_);
+    Participant& participant = participant_of(endpoint->guid.prefix);
+    participant.endpoints.erase(endpoint); // an earlier record
+    participant.endpoints.insert(endpoint);
+    if (participant.matches)
+        report(participant, endpoint);
 }
 
 void DiscoveryStore::endpoint_changed(const rtps::RemoteEndpointRef& endpoint) {
-    put_endpoint(endpoint);
+    endpoint_discovered(endpoint);
 }
 
 void DiscoveryStore::endpoint_gone(const rtps::RemoteEndpointRef& endpoint, rtps::GoneReason /*reason*/,
                                    rtps::WireTime source_timestamp) {
     MutexLock lock(mutex_);
-    const auto participant = participants_.find(endpoint->participant);
+    const auto participant = participants_.find(endpoint->guid.prefix);
     if (participant == participants_.end() || participant->second.endpoints.erase(endpoint) == 0)
         return;
     report_gone(participant->second, *endpoint, source_timestamp);
@@ -125,15 +130,6 @@ void DiscoveryStore::put_participant(const rtps::ParticipantRef& announced) {
     Participant& participant = participants_[announced->guid.prefix];
     participant.announced = announced;
     match(participant);
-}
-
-void DiscoveryStore::put_endpoint(const rtps::RemoteEndpointRef& endpoint) {
-    MutexLock lock(mutex_);
-    Participant& participant = participant_of(endpoint->participant);
-    participant.endpoints.erase(endpoint); // an earlier record
-    participant.endpoints.insert(endpoint);
-    if (participant.matches)
-        report(participant, endpoint);
 }
 
 /// The protocol tells of a participant before it tells of its endpoints; one that it did not tell of is known

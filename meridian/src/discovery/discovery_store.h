@@ -56,7 +56,6 @@ class DiscoveryStore final : public rtps::Events {
     };
 
     void put_participant(const rtps::ParticipantRef& announced) MERIDIAN_REQUIRES(mutex_);
-    void put_endpoint(const rtps::RemoteEndpointRef& endpoint) MERIDIAN_EXCLUDES(mutex_);
     Participant& participant_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
     void match(Participant& participant) MERIDIAN_REQUIRES(mutex_);
     void report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint)

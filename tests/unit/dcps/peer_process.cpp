@@ -42,7 +42,9 @@ class Peer final : public PeerCommands {
         config.participant.prefix = config.own_participants->choose(0, 0, 0);
         config.participant.name = settings.name;
         config.participant.domain_tag = settings.tag;
-        config.participant.lease = rtps::to_wire(std::chrono::milliseconds(settings.lease_ms));
+        config.participant.lease = {
+            settings.lease_ms / 1000,
+            rtps::fraction_from_nanoseconds(static_cast<uint32_t>(settings.lease_ms % 1000) * 1000000)};
         config.participant.announce_period = std::chrono::milliseconds(settings.lease_ms / 4);
         if (!settings.partitions.empty())
             config.participant.properties.push_back(
@@ -72,8 +74,7 @@ class Peer final : public PeerCommands {
             words >> topic >> partition;
             const bool writer = verb == "writer";
             data_ = {};
-            data_.participant = runtime_->prefix();
-            data_.guid = {data_.participant, rtps::EntityId{key << 8 | (writer ? 0x02u : 0x07u)}};
+            data_.guid = {runtime_->prefix(), rtps::EntityId{key << 8 | (writer ? 0x02u : 0x07u)}};
             data_.topic_name = topic;
             data_.type_name = "Type";
             data_.name = verb + " " + topic;

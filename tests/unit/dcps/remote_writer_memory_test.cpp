@@ -75,7 +75,6 @@ class RemoteWriterMemory : public FactoryTest {
     void announce_writer(uint32_t number, const std::string& topic, const std::string& type) {
         rtps::EndpointData data;
         data.guid = {prefix_, rtps::EntityId{number << 8 | rtps::kUserWriterWithKey}};
-        data.participant = prefix_;
         data.topic_name = topic;
         data.type_name = type;
         data.qos.reliability = rtps::Reliability::reliable;

@@ -29,8 +29,7 @@ inline rtps::ParticipantData make_participant(uint8_t number, const std::string&
 
 inline rtps::EndpointData make_endpoint(uint8_t participant, uint32_t key, uint8_t kind) {
     rtps::EndpointData data;
-    data.participant = make_prefix(participant);
-    data.guid = {data.participant, rtps::EntityId{key << 8 | kind}};
+    data.guid = {make_prefix(participant), rtps::EntityId{key << 8 | kind}};
     data.topic_name = "Topic" + std::to_string(key);
     data.type_name = "Type";
     return data;

@@ -93,7 +93,6 @@ class RecipientsTest : public testing::Test {
         announce(entity::unknown, entity::participant_writer, encode(participant));
         EndpointData writer;
         writer.guid = {prefix(kStranger), kWriter};
-        writer.participant = prefix(kStranger);
         writer.topic_name = "B";
         writer.type_name = "T";
         writer.qos.reliability = Reliability::best_effort;

@@ -175,7 +175,6 @@ TEST(Runtime, ParticipantsThatAreConfiguredDifferentlyShareNothing) {
 EndpointData endpoint_of(Runtime& runtime, uint32_t entity) {
     EndpointData data;
     data.guid = {runtime.prefix(), EntityId{entity}};
-    data.participant = runtime.prefix();
     data.topic_name = "T";
     data.type_name = "X";
     return data;

@@ -226,7 +226,6 @@ TEST(Transport, SendsUnicastAndMulticastInBothFamilies) {
     EXPECT_EQ(sender.transport->statistics().datagrams_sent, 10u);
     EXPECT_EQ(sender.transport->statistics().send_errors, 0u);
     EXPECT_EQ(receiver.transport->statistics().datagrams_received, 10u);
-    EXPECT_EQ(receiver.transport->statistics().bytes_received, 10 * sizeof kText);
     EXPECT_THAT(sender.warnings, IsEmpty());
 }
 

@@ -19,7 +19,7 @@ using std::chrono::seconds;
 class LateTypes final : public TypeSettler {
   public:
     explicit LateTypes(Random& random) : random_(random) {}
-    Answer type_of(const EndpointData& publication, const ParticipantData&) override {
+    Answer type_of(const RemoteEndpoint& publication, const ParticipantData&) override {
         if (random_.percent(50))
             return {TypeState::none, nullptr};
         waiting.push_back(publication.guid);

@@ -36,10 +36,10 @@ class FragmentAssemblerTest : public ::testing::Test {
         ByteBuffer expected(size);
         std::iota(expected.begin(), expected.end(), static_cast<uint8_t>(number));
         ASSERT_TRUE(assembler.is_whole(number));
-        const FragmentAssembler::Assembled& whole = assembler.whole(number);
+        const Sample& whole = assembler.whole(number);
         EXPECT_EQ(whole.sequence_number, number);
         EXPECT_EQ(ByteBuffer(whole.payload.begin(), whole.payload.end()), expected);
-        EXPECT_EQ(whole.timestamp, (WireTime{5, 6}));
+        EXPECT_EQ(whole.source_timestamp, (WireTime{5, 6}));
         assembler.drop(number);
         EXPECT_FALSE(assembler.has(number));
     }

@@ -10,11 +10,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-class LivelinessTest : public ::testing::Test, protected Liveliness::Listener {
+class LivelinessTest : public ::testing::Test {
   protected:
-    void on_liveliness_changed(const Guid& writer, bool alive) override {
-        changes.push_back(std::to_string(writer.entity.value) + (alive ? " alive" : " lost"));
-    }
     Guid writer(uint32_t entity) { return {prefix(2), EntityId{entity}}; }
     Lines at(Duration time) {
         liveliness.on_timer(time);
@@ -23,8 +20,10 @@ class LivelinessTest : public ::testing::Test, protected Liveliness::Listener {
         return result;
     }
 
-    Liveliness liveliness{*this};
     Lines changes;
+    Liveliness liveliness{[this](const Guid& writer, bool alive) {
+        changes.push_back(std::to_string(writer.entity.value) + (alive ? " alive" : " lost"));
+    }};
 };
 
 TEST_F(LivelinessTest, OwnAutomaticWritersAreAssertedThreeTimesPerLease) {

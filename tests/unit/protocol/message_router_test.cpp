@@ -57,8 +57,7 @@ class CountingReader final : public Reader, public ReaderSink {
 /// The parts of a participant, with one reader per topic.
 class MessageRouterTest : public ::testing::Test,
                           protected ParticipantDiscovery::Listener,
-                          protected EndpointDiscovery::Listener,
-                          protected Liveliness::Listener {
+                          protected EndpointDiscovery::Listener {
   protected:
     MessageRouterTest() {
         participants.start(now());
@@ -78,7 +77,6 @@ class MessageRouterTest : public ::testing::Test,
     static EndpointData endpoint_data(const Guid& guid, uint32_t topic) {
         EndpointData data;
         data.guid = guid;
-        data.participant = guid.prefix;
         data.topic_name = "topic " + std::to_string(topic);
         data.type_name = "type";
         return data;
@@ -148,7 +146,6 @@ class MessageRouterTest : public ::testing::Test,
     void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason, WireTime) override {
         locals.part_all(endpoint);
     }
-    void on_liveliness_changed(const Guid&, bool) override {}
 
     ParticipantConfig config = [] {
         ParticipantConfig result;
@@ -161,7 +158,7 @@ class MessageRouterTest : public ::testing::Test,
     WarnOnce warnings{events};
     ParticipantDiscovery participants{config, output, batcher, warnings, *this};
     EndpointDiscovery endpoints{config, participants, warnings, *this};
-    Liveliness liveliness{*this};
+    Liveliness liveliness{[](const Guid&, bool) {}};
     LocalEndpoints locals{output, participants, liveliness, events, warnings};
     const GuidPrefix own_prefix = prefix(1);
     MessageRouter router{own_prefix, participants, endpoints, locals, liveliness, warnings};

@@ -119,7 +119,6 @@ class ParticipantTest : public ::testing::Test {
     EndpointData publication(uint8_t participant_id, uint32_t entity = 0x102) {
         EndpointData data;
         data.guid = {prefix(participant_id), EntityId{entity}};
-        data.participant = data.guid.prefix;
         data.topic_name = "Square";
         data.type_name = "Shape";
         data.qos.reliability = Reliability::reliable;

@@ -166,7 +166,7 @@ TEST_F(ParticipantTableTest, ATypeObjectIsKeptUntilItsTypeWasAskedFor) {
         wide.type_object.assign(50000, 1);
         send_data(2, is_writer ? entity::publications_writer : entity::subscriptions_writer, 1, encode(wide));
         ASSERT_EQ(recorder.endpoints.count(wide.guid), 1u);
-        EXPECT_TRUE(announced_data(*recorder.endpoints.at(wide.guid)).type_object.empty());
+        EXPECT_TRUE(recorder.endpoints.at(wide.guid)->type_object.empty());
     }
     EXPECT_LT(budget.used(), before + 10000);
 }

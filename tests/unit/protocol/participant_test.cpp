@@ -201,11 +201,12 @@ TEST_F(ParticipantTest, EverybodySpeaksForItselfAlone) {
     changed.name = "changed";
     send_data(2, entity::publications_writer, 1, encode(changed));
     send_data(2, entity::publications_writer, 2, encode(publication(3, 0x202)));
-    EndpointData moved = publication(2, 0x302);
-    moved.participant = prefix(3);
-    send_data(2, entity::publications_writer, 3, encode(moved));
-    moved.participant = prefix(77);
-    send_data(2, entity::publications_writer, 4, encode(moved));
+    for (const uint8_t other : {uint8_t{3}, uint8_t{77}}) {
+        ByteBuffer moved = encode(publication(2, 0x302));
+        constexpr size_t kParticipantGuid = 4 + 20 + 4; // behind the encapsulation and the endpoint's GUID
+        std::copy_n(prefix(other).bytes.begin(), 12, moved.begin() + kParticipantGuid);
+        send_data(2, entity::publications_writer, other == 3 ? 3 : 4, moved);
+    }
     receive(2, [&](MessageWriter& writer) { add_end(writer, entity::publications_writer, 5, theirs.guid); });
     receive(2, [&](MessageWriter& writer) {
         add_end(writer, entity::participant_writer, 6, {prefix(3), entity::participant});

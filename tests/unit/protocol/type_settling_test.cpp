@@ -20,7 +20,7 @@ using std::chrono::seconds;
 /// Answers as the test says.
 class Settler final : public TypeSettler {
   public:
-    Answer type_of(const EndpointData& publication, const ParticipantData& participant) override {
+    Answer type_of(const RemoteEndpoint& publication, const ParticipantData& participant) override {
         EXPECT_EQ(publication.guid.prefix, participant.guid.prefix);
         ++asked;
         return answer;
@@ -46,7 +46,6 @@ class TypeSettlingTest : public ::testing::Test {
   protected:
     TypeSettlingTest() {
         writer.guid = {prefix(2), EntityId{0x103}};
-        writer.participant = writer.guid.prefix;
         writer.topic_name = "Square";
         writer.type_name = "Shape";
         writer.name = "a";

@@ -92,7 +92,6 @@ void RemotePeer::announce() {
 void RemotePeer::announce_writer(EntityId entity, const std::string& topic, const std::string& type) {
     EndpointData writer;
     writer.guid = {prefix_, entity};
-    writer.participant = prefix_;
     writer.topic_name = topic;
     writer.type_name = type;
     writer.name = "writer of " + topic;

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "support/records.h"
 #include "types/corpus.h"
 
 namespace meridian::types {
@@ -36,17 +37,15 @@ class TypeResolverTest : public ::testing::Test {
                                   bool answers = true, TypeResolver::Asker asker = 0) {
         rtps::EndpointData data;
         data.guid = {participant(from), rtps::EntityId{entity}};
-        data.participant = data.guid.prefix;
         data.type_name = name;
         data.type_information = type(name).information;
         data.raw_endianness = rtps::Endianness::little;
-        return resolver->resolve(data, answers, now, asker);
+        return resolver->resolve(*rtps::record_of(data), answers, now, asker);
     }
     /// A publication with a type of its own.
     TypeResolver::Answer announce_unknown(uint8_t from, uint32_t number, uint32_t size = 100) {
         rtps::EndpointData data;
         data.guid = {participant(from), rtps::EntityId{3 + ((number + 1) << 8)}};
-        data.participant = data.guid.prefix;
         data.type_name = "Unknown";
         data.type_information = type("corpus::Integers").information;
         const std::array<uint8_t, 2> complete{0xf2, 0x0c};
@@ -56,7 +55,7 @@ class TypeResolverTest : public ::testing::Test {
         std::memcpy(&*at + 1, &number, sizeof number);
         std::memcpy(&*at + 16, &size, sizeof size);
         data.raw_endianness = rtps::Endianness::little;
-        return resolver->resolve(data, true, now);
+        return resolver->resolve(*rtps::record_of(data), true, now);
     }
 
     /// Answers a request with those objects of the corpus that it names, one reply for each where
@@ -135,12 +134,11 @@ TEST_F(TypeResolverTest, AnnouncementWithoutTypeHasNone) {
     create();
     rtps::EndpointData data;
     data.guid = {participant(1), rtps::EntityId{0x103}};
-    data.participant = participant(1);
-    const auto none = resolver->resolve(data, true, now);
+    const auto none = resolver->resolve(*rtps::record_of(data), true, now);
     ASSERT_TRUE(none);
     EXPECT_FALSE(*none);
     data.type_information = {1, 2, 3};
-    const auto malformed = resolver->resolve(data, true, now);
+    const auto malformed = resolver->resolve(*rtps::record_of(data), true, now);
     ASSERT_TRUE(malformed);
     EXPECT_FALSE(*malformed);
     EXPECT_TRUE(resolver->take_requests().empty());

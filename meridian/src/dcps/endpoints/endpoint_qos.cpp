@@ -123,7 +123,6 @@ rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription&
                                     const DDS_PropertyQosPolicy& properties) {
     rtps::EndpointData data;
     data.guid = guid;
-    data.participant = guid.prefix;
     data.topic_name = topic.get_name();
     data.type_name = topic.get_type_name();
     data.qos = qos;

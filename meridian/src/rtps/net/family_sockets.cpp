@@ -130,7 +130,7 @@ bool FamilySockets::open_multicast(const PortPair& ports, std::string& error) {
     return true;
 }
 
-void FamilySockets::configure(std::vector<std::string>& warnings) {
+void FamilySockets::configure(const Warn& warn) {
     const auto wanted_receive =
         static_cast<size_t>(std::max(settings_.receive_socket_buffer_size, kSmallestReceiveSocketBuffer));
     const auto wanted_send = static_cast<size_t>(settings_.send_socket_buffer_size);
@@ -143,9 +143,8 @@ void FamilySockets::configure(std::vector<std::string>& warnings) {
 
     const auto told = [&](const char* which, size_t wanted, size_t given, const char* limit) {
         if (given < wanted) {
-            warnings.push_back(std::string(name_of(family_)) + " " + which + " socket buffer is " +
-                               std::to_string(given) + " bytes, not " + std::to_string(wanted) +
-                               ": the system's limit is net.core." + limit);
+            warn(std::string(name_of(family_)) + " " + which + " socket buffer is " + std::to_string(given) +
+                 " bytes, not " + std::to_string(wanted) + ": the system's limit is net.core." + limit);
         }
     };
     told("receive", wanted_receive, receive, "rmem_max");
@@ -153,10 +152,10 @@ void FamilySockets::configure(std::vector<std::string>& warnings) {
 
     std::string error;
     if (!set_multicast_sending(metatraffic_unicast(), family_, settings_.multicast_ttl, error))
-        warnings.push_back(error);
+        warn(error);
 }
 
-bool FamilySockets::set_interfaces(const std::vector<Interface>& all, std::vector<std::string>& warnings) {
+bool FamilySockets::set_interfaces(const std::vector<Interface>& all, const Warn& warn) {
     std::vector<Interface> usable = usable_interfaces(all, family_, filter_);
     InterfaceFilter listed = filter_;
     listed.loopback_as_last_resort = false;
@@ -164,7 +163,7 @@ bool FamilySockets::set_interfaces(const std::vector<Interface>& all, std::vecto
     std::set<unsigned> present;
     for (const Interface& interface : usable) {
         present.insert(interface.index);
-        if (joined_.count(interface.index) == 0 && join(interface, warnings))
+        if (joined_.count(interface.index) == 0 && join(interface, warn))
             joined_.insert(interface.index);
     }
     // The system drops the membership of a deleted interface; one that is only down or no longer allowed
@@ -177,7 +176,7 @@ bool FamilySockets::set_interfaces(const std::vector<Interface>& all, std::vecto
     return changed;
 }
 
-bool FamilySockets::join(const Interface& interface, std::vector<std::string>& warnings) {
+bool FamilySockets::join(const Interface& interface, const Warn& warn) {
     // Loopback carries multicast between processes of this host even where it does not say so.
     if (!interface.multicast && !interface.loopback)
         return false;
@@ -188,7 +187,7 @@ bool FamilySockets::join(const Interface& interface, std::vector<std::string>& w
             if (join_group(socket, group, interface.index, error))
                 joined = true;
             else
-                warnings.push_back(error + " (interface " + interface.name + ")");
+                warn(error + " (interface " + interface.name + ")");
         }
     }
     return joined;

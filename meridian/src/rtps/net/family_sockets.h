@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <utility>
@@ -43,12 +44,14 @@ class FamilySockets {
     void close_unicast();
     /// Opens the two multicast sockets, which belong to no interface yet.
     bool open_multicast(const PortPair& ports, std::string& error);
-    /// Sets buffers and multicast options of all sockets. warnings gets what is not as asked for.
-    void configure(std::vector<std::string>& warnings);
+    /// Told what is not as it was asked for.
+    using Warn = std::function<void(const std::string& text)>;
+    /// Sets buffers and multicast options of all sockets.
+    void configure(const Warn& warn);
 
-    /// Takes the present interfaces: selects the usable ones and joins the groups on the new ones. warnings
-    /// gets what could not be joined. True when the usable ones are others than before.
-    bool set_interfaces(const std::vector<Interface>& all, std::vector<std::string>& warnings);
+    /// Takes the present interfaces: selects the usable ones and joins the groups on the new ones. True when
+    /// the usable ones are others than before.
+    bool set_interfaces(const std::vector<Interface>& all, const Warn& warn);
 
     /// True when multicast works on at least one interface.
     bool has_multicast() const { return !joined_.empty(); }
@@ -82,7 +85,7 @@ class FamilySockets {
         kSocketCount
     };
 
-    bool join(const Interface& interface, std::vector<std::string>& warnings);
+    bool join(const Interface& interface, const Warn& warn);
 
     Family family_;
     UdpSettings settings_;

@@ -7,7 +7,9 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <iterator>
 #include <map>
 #include <optional>
 
@@ -113,25 +115,18 @@ std::vector<Interface> usable_interfaces(const std::vector<Interface>& all, Fami
 }
 
 std::vector<IpAddress> announced_addresses(const std::vector<Interface>& usable, Family family) {
-    std::vector<IpAddress> global;
-    std::vector<IpAddress> link_local;
-    std::vector<IpAddress> loopback;
+    std::array<std::vector<IpAddress>, 3> preferred; // global, link-local and loopback ones
     for (const Interface& interface : usable) {
         for (const InterfaceAddress& entry : interface.addresses) {
             const IpAddress& address = entry.address;
-            if (address.family != family)
-                continue;
-            if (interface.loopback || address.is_loopback())
-                loopback.push_back(address);
-            else if (address.is_link_local())
-                link_local.push_back(address);
-            else
-                global.push_back(address);
+            const bool is_loopback = interface.loopback || address.is_loopback();
+            if (address.family == family)
+                preferred[is_loopback ? 2 : address.is_link_local() ? 1 : 0].push_back(address);
         }
     }
-    if (!global.empty())
-        return global;
-    return !link_local.empty() ? link_local : loopback;
+    const auto first = std::find_if(preferred.begin(), std::prev(preferred.end()),
+                                    [](const std::vector<IpAddress>& some) { return !some.empty(); });
+    return *first;
 }
 
 bool InterfaceMonitor::open(std::string& error) {

@@ -31,13 +31,6 @@ void put_word(GuidPrefix& prefix, size_t index, uint32_t word) {
         prefix.bytes[index * 4 + i] = static_cast<uint8_t>(word >> (24 - 8 * i));
 }
 
-uint32_t word(const GuidPrefix& prefix, size_t index) {
-    uint32_t result = 0;
-    for (size_t i = 0; i < 4; ++i)
-        result = result << 8 | prefix.bytes[index * 4 + i];
-    return result;
-}
-
 } // namespace
 
 uint32_t random_word() {
@@ -48,7 +41,6 @@ uint32_t random_word() {
 }
 
 OwnParticipants::OwnParticipants() : next_instance_(random_word()) {}
-OwnParticipants::~OwnParticipants() = default;
 
 GuidPrefix OwnParticipants::choose(uint32_t host_id, uint32_t app_id, uint32_t instance_id) {
     if (host_id == 0)
@@ -72,7 +64,7 @@ GuidPrefix OwnParticipants::choose(uint32_t host_id, uint32_t app_id, uint32_t i
 }
 
 GuidPrefix OwnParticipants::another(const GuidPrefix& prefix) {
-    return choose(word(prefix, 0), word(prefix, 1), 0);
+    return choose(word_of(prefix, 0), word_of(prefix, 1), 0);
 }
 
 bool OwnParticipants::contains(const GuidPrefix& prefix) const {

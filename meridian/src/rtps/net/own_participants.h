@@ -24,7 +24,6 @@ uint32_t random_word();
 class OwnParticipants {
   public:
     OwnParticipants();
-    ~OwnParticipants();
     OwnParticipants(const OwnParticipants&) = delete;
     OwnParticipants& operator=(const OwnParticipants&) = delete;
 

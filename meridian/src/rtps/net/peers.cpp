@@ -3,6 +3,7 @@
 #include <netdb.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <set>
 
@@ -29,17 +30,23 @@ bool take_prefix(std::string& text, const std::string& prefix) {
     return true;
 }
 
-bool parse_index_limit(const std::string& digits, unsigned& limit, std::string& error) {
-    const bool valid = !digits.empty() && digits.size() <= 3 &&
-                       digits.find_first_not_of("0123456789") == std::string::npos &&
-                       std::stoul(digits) <= kMaxParticipantIndex;
-    if (!valid) {
-        error = "'" + digits + "' before the @ is not a participant index from 0 to " +
-                std::to_string(kMaxParticipantIndex);
+/// A number from lowest to highest, with no more digits than that one has.
+template <typename Number>
+bool parse_number(const std::string& digits, unsigned lowest, unsigned highest, Number& number) {
+    if (digits.empty() || digits.size() > std::to_string(highest).size() ||
+        digits.find_first_not_of("0123456789") != std::string::npos || std::stoul(digits) < lowest ||
+        std::stoul(digits) > highest)
         return false;
-    }
-    limit = static_cast<unsigned>(std::stoul(digits));
+    number = static_cast<Number>(std::stoul(digits));
     return true;
+}
+
+bool parse_index_limit(const std::string& digits, unsigned& limit, std::string& error) {
+    if (parse_number(digits, 0, kMaxParticipantIndex, limit))
+        return true;
+    error = "'" + digits + "' before the @ is not a participant index from 0 to " +
+            std::to_string(kMaxParticipantIndex);
+    return false;
 }
 
 bool parse_transport(std::string& text, PeerText& peer, std::string& error) {
@@ -63,14 +70,10 @@ bool parse_transport(std::string& text, PeerText& peer, std::string& error) {
 }
 
 bool parse_port(const std::string& digits, uint16_t& port, std::string& error) {
-    const bool valid = !digits.empty() && digits.size() <= 5 &&
-                       digits.find_first_not_of("0123456789") == std::string::npos &&
-                       std::stoul(digits) > 0 && std::stoul(digits) <= 65535;
-    if (valid)
-        port = static_cast<uint16_t>(std::stoul(digits));
-    else
-        error = "'" + digits + "' is not a port from 1 to 65535";
-    return valid;
+    if (parse_number(digits, 1, 65535, port))
+        return true;
+    error = "'" + digits + "' is not a port from 1 to 65535";
+    return false;
 }
 
 /// host, host:port, [address] or [address]:port; IPv6 addresses have several colons of their own.
@@ -170,50 +173,39 @@ std::vector<IpAddress> addresses_of(const PeerText& peer, const TransportConfig&
     return addresses;
 }
 
-/// Appends destinations that are not in the list yet.
-class DestinationList {
-  public:
-    explicit DestinationList(uint32_t domain_id) : domain_id_(domain_id) {}
+/// Each once, in order.
+LocatorList distinct(const LocatorList& all) {
+    std::set<Locator> known;
+    LocatorList list;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(list),
+                 [&known](const Locator& locator) { return known.insert(locator).second; });
+    return list;
+}
 
-    /// Port 0: the well-known one. A unicast address has those of the participants.
-    void add(const IpAddress& address, unsigned index_limit, uint16_t port = 0) {
-        if (address.is_multicast()) {
-            const auto ports = multicast_ports(domain_id_);
-            if (port == 0 && ports)
-                port = ports->metatraffic;
-            if (port != 0) {
-                // Loopback first: of an announcement that comes twice, the first counts, and it says more
-                // there.
-                add(to_host_locator(address, port));
-                add(to_locator(address, port));
-            }
-            return;
+/// Port 0: the well-known one. A unicast address has those of the participants.
+void add(LocatorList& list, uint32_t domain_id, const IpAddress& address, unsigned index_limit,
+         uint16_t port = 0) {
+    if (address.is_multicast()) {
+        const auto ports = multicast_ports(domain_id);
+        if (port == 0 && ports)
+            port = ports->metatraffic;
+        if (port != 0) {
+            // Loopback first: of an announcement that comes twice, the first counts, and it says more there.
+            list.push_back(to_host_locator(address, port));
+            list.push_back(to_locator(address, port));
         }
-        for (unsigned index = 0; index <= index_limit; ++index) {
-            if (const auto ports = unicast_ports(domain_id_, index))
-                add(to_locator(address, ports->metatraffic));
-        }
+        return;
     }
-
-    void add(const Locator& locator) {
-        if (known_.insert(locator).second)
-            list_.push_back(locator);
+    for (unsigned index = 0; index <= index_limit; ++index) {
+        if (const auto ports = unicast_ports(domain_id, index))
+            list.push_back(to_locator(address, ports->metatraffic));
     }
-
-    LocatorList take() { return std::move(list_); }
-
-  private:
-    uint32_t domain_id_;
-    std::set<Locator> known_;
-    LocatorList list_;
-};
+}
 
 } // namespace
 
 Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig& config) {
     Peers result;
-    DestinationList destinations(config.domain_id);
-    DestinationList with_port(config.domain_id);
     for (const std::string& text : peers) {
         std::string reason;
         const std::optional<PeerText> peer = parse_peer(text, reason);
@@ -223,28 +215,31 @@ Peers resolve_peers(const std::vector<std::string>& peers, const TransportConfig
             result.unusable.push_back("peer '" + text + "' cannot be used: " + reason);
         for (const IpAddress& address : addresses) {
             if (peer->port != 0 && !address.is_multicast())
-                with_port.add(to_locator(address, peer->port));
+                result.with_port.push_back(to_locator(address, peer->port));
             else
-                destinations.add(address, peer->index_limit, peer->port);
+                add(result.destinations, config.domain_id, address, peer->index_limit, peer->port);
         }
     }
-    result.destinations = destinations.take();
-    result.with_port = with_port.take();
+    result.destinations = distinct(result.destinations);
+    result.with_port = distinct(result.with_port);
     return result;
 }
 
 LocatorList default_peers(const TransportConfig& config) {
-    DestinationList destinations(config.domain_id);
+    LocatorList destinations;
+    const auto add_address = [&](const IpAddress& address) {
+        add(destinations, config.domain_id, address, kDefaultPeerIndexLimit);
+    };
     if (config.uses_v4()) {
-        destinations.add(multicast_group_v4(), 0);
-        destinations.add(loopback_address(Family::v4), kDefaultPeerIndexLimit);
+        add_address(multicast_group_v4());
+        add_address(loopback_address(Family::v4));
     }
     if (config.uses_v6()) {
         for (const IpAddress& group : multicast_groups_v6())
-            destinations.add(group, 0);
-        destinations.add(loopback_address(Family::v6), kDefaultPeerIndexLimit);
+            add_address(group);
+        add_address(loopback_address(Family::v6));
     }
-    return destinations.take();
+    return distinct(destinations);
 }
 
 } // namespace meridian::rtps::net

@@ -78,7 +78,6 @@ std::shared_ptr<ReceiveThread> ReceiveThread::open(const TransportConfig& config
     thread->transport_ = UdpTransport::open(config, Messages{warn, tell_error}, error);
     if (!thread->transport_)
         return nullptr;
-    thread->participant_index_ = thread->transport_->participant_index();
     return thread;
 }
 

@@ -50,7 +50,7 @@ class ReceiveThread {
 
     TurnstileMutex& mutex() MERIDIAN_RETURN_CAPABILITY(mutex_) { return mutex_; }
     UdpTransport& transport() MERIDIAN_REQUIRES(mutex_) { return *transport_; }
-    uint32_t participant_index() const { return participant_index_; }
+    uint32_t participant_index() { return sockets().participant_index(); }
     /// Of all its participants; used with the mutex held.
     const std::shared_ptr<CreditLedger>& credits() const { return credits_; }
     const std::shared_ptr<ToldErrors>& told_errors() const { return told_errors_; }
@@ -84,7 +84,6 @@ class ReceiveThread {
 
     OwnParticipants& own_;
     FileDescriptor wake_descriptor_;
-    uint32_t participant_index_ = 0;
     const std::shared_ptr<CreditLedger> credits_ = std::make_shared<CreditLedger>();
     const std::shared_ptr<ToldErrors> told_errors_ = std::make_shared<ToldErrors>();
 

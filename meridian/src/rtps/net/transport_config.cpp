@@ -1,6 +1,5 @@
 #include "rtps/net/transport_config.h"
 
-#include <algorithm>
 #include <tuple>
 
 #include "platform/text.h"
@@ -10,17 +9,13 @@ namespace meridian::rtps::net {
 
 namespace {
 
-std::vector<std::string> split_list(const std::string& text) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    while (start <= text.size()) {
-        const size_t comma = std::min(text.find(',', start), text.size());
-        std::string part = trimmed(text.substr(start, comma - start));
-        if (!part.empty())
-            parts.push_back(std::move(part));
-        start = comma + 1;
+std::vector<std::string> names_in(const std::string& text) {
+    std::vector<std::string> names;
+    for (const std::string& part : split(text, ",")) {
+        if (std::string name = trimmed(part); !name.empty())
+            names.push_back(std::move(name));
     }
-    return parts;
+    return names;
 }
 
 bool apply_one(const std::string& name, const std::string& value, UdpSettings& settings, std::string& error) {
@@ -31,9 +26,9 @@ bool apply_one(const std::string& name, const std::string& value, UdpSettings& s
         }
         settings.ignore_loopback_interface = value == "1";
     } else if (name == "parent.allow_interfaces_list") {
-        settings.allow_interfaces = split_list(value);
+        settings.allow_interfaces = names_in(value);
     } else if (name == "parent.deny_interfaces_list") {
-        settings.deny_interfaces = split_list(value);
+        settings.deny_interfaces = names_in(value);
     }
     return true;
 }

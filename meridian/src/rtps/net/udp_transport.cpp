@@ -72,13 +72,11 @@ bool UdpTransport::open(std::string& error) {
     const auto multicast = multicast_ports(config_.domain_id);
     if (!drop_missing_families(error) || !open_index(error))
         return false;
-    std::vector<std::string> warnings;
     for (FamilySockets& sockets : families_) {
         if (!sockets.open_multicast(*multicast, error))
             return false;
-        sockets.configure(warnings);
+        sockets.configure([this](const std::string& text) { warn_once(text); });
     }
-    warn_all(warnings);
     for (const FamilySockets& sockets : families_) {
         descriptors_.push_back(sockets.metatraffic_unicast());
         descriptors_.push_back(sockets.metatraffic_multicast());
@@ -328,14 +326,8 @@ void UdpTransport::warn_once(const std::string& text) {
         messages_.warning(text);
 }
 
-void UdpTransport::warn_all(const std::vector<std::string>& texts) {
-    for (const std::string& text : texts)
-        warn_once(text);
-}
-
 bool UdpTransport::take(const ReceivedDatagram& datagram, const Locator& source) {
     ++statistics_.datagrams_received;
-    statistics_.bytes_received += datagram.bytes.size;
     if (datagram.truncated) {
         drops_.note(DropReport::Kind::truncated, source);
         return false;
@@ -361,10 +353,8 @@ bool UdpTransport::update_interfaces() {
     }
     interfaces_ = std::move(present);
     bool changed = false;
-    std::vector<std::string> warnings;
     for (FamilySockets& sockets : families_)
-        changed = sockets.set_interfaces(interfaces_, warnings) || changed;
-    warn_all(warnings);
+        changed |= sockets.set_interfaces(interfaces_, [this](const std::string& text) { warn_once(text); });
     tell_what_is_not_usable();
     return changed;
 }

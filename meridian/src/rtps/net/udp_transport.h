@@ -24,9 +24,8 @@ namespace meridian::rtps::net {
 
 struct TransportStatistics {
     uint64_t datagrams_received = 0; // all, also those that were dropped
-    uint64_t bytes_received = 0;
-    uint64_t datagrams_sent = 0; // multicast counts once per interface
-    uint64_t send_errors = 0;    // includes oversized and unroutable ones
+    uint64_t datagrams_sent = 0;     // multicast counts once per interface
+    uint64_t send_errors = 0;        // includes oversized and unroutable ones
 };
 
 /// Not thread-safe, except where stated. Nothing that happens to a datagram or an interface is fatal: it is
@@ -116,7 +115,6 @@ class UdpTransport final : public Output {
     bool take(const ReceivedDatagram& datagram, const Locator& source);
     void warn_once(const std::string& text);
     void tell_what_is_not_usable();
-    void warn_all(const std::vector<std::string>& texts);
 
     const TransportConfig config_;
     const Messages messages_;

@@ -177,7 +177,7 @@ bool BestEffortReader::on_data_frag(const MessageContext& context, const DataFra
     } else if (result == Result::no_memory) {
         not_taken(*known, NotTaken::no_memory, number);
     } else if (result == Result::complete) {
-        const FragmentAssembler::Assembled& whole = known->fragments.whole(number);
+        const Sample& whole = known->fragments.whole(number);
         deliver(*known, make_sample(known->guid, known->fast_cdr, context.vendor, whole, now),
                 !whole.inline_qos.refused);
     }

@@ -62,8 +62,8 @@ struct ParticipantConfig {
     /// addresses cannot be confirmed, and what is sent to them has no limit. Small, because there are readers
     /// that count up to where a writer begins.
     SequenceNumber secret_begin = 0;
-    /// Of all participants that share the sockets; may be null where there is one only.
-    std::shared_ptr<CreditLedger> credits;
+    /// Of all participants that share the sockets. Not null.
+    std::shared_ptr<CreditLedger> credits = std::make_shared<CreditLedger>();
     std::shared_ptr<ToldErrors> told_errors;
     /// Another participant that shares the sockets sees everything. Once a quarter of the memory is used,
     /// this one takes no new participants, and of the others only endpoints of topics that it has an endpoint
@@ -92,8 +92,7 @@ struct ReaderConfig {
 };
 
 struct WriterConfig {
-    std::optional<BuiltinPeer> builtin_peer;                    // set: matched by it, and not announced
-    Duration heartbeat_period = std::chrono::milliseconds(100); // while something is unacknowledged
+    std::optional<BuiltinPeer> builtin_peer; // set: matched by it, and not announced
     /// Set: the first sample has the number behind this one, which nobody else knows. So an acknowledgement
     /// shows that who sends it reads what is sent to the reader's address.
     std::optional<SequenceNumber> secret_begin;

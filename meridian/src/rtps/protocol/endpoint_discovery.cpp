@@ -34,13 +34,9 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
 bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
                                       std::string& error) const {
     const DiscoveredEndpoint* known = find(data.guid);
-    const RemoteEndpoint* record = known == nullptr           ? nullptr
-                                   : known->record != nullptr ? known->record.get()
-                                                              : known->waiting.get();
-    if (record != nullptr && record->is_writer != writers)
+    if (known != nullptr && known->newest().is_writer != writers)
         error = "the entity id " + to_string(data.guid) + " is that of the other kind already";
-    else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix) ||
-             data.participant != data.guid.prefix)
+    else if (!participants_.speaks_for(sample.writer.prefix, data.guid.prefix))
         error = "it is said to be of another participant";
     return error.empty();
 }
@@ -48,13 +44,8 @@ bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sa
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const Guid guid = data.guid;
     const DiscoveredEndpoint* known = find(guid);
-    if (known != nullptr) {
-        const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
-        if (newest.announcement == hash_of(data))
-            return;
-    } else if (!listener_.wants(data.topic_name)) {
+    if (known != nullptr ? known->newest().announcement == hash_of(data) : !listener_.wants(data.topic_name))
         return;
-    }
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
     std::shared_ptr<RemoteEndpoint> record;
@@ -99,7 +90,7 @@ void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     if (participant == nullptr)
         return; // a discovery server told of the endpoint first
     if (settler_ != nullptr && waiting.is_writer) {
-        TypeSettler::Answer answer = settler_->type_of(announced_data(waiting), *participant->data);
+        TypeSettler::Answer answer = settler_->type_of(waiting, *participant->data);
         waiting.type_state = answer.state;
         waiting.type = std::move(answer.type);
     }
@@ -208,26 +199,6 @@ DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) const {
         return nullptr;
     last_guid_ = guid;
     return last_found_ = at->second.get();
-}
-
-void EndpointDiscovery::announce(ReliableWriter& builtin_writer, const EndpointData& data, Now now) {
-    const ByteBuffer payload = encode(data);
-    WriteRequest request;
-    request.payload = payload;
-    request.instance = key_hash_of(data.guid);
-    request.expects_answers = !data.is_writer() && data.qos.reliability == Reliability::reliable;
-    builtin_writer.write(request, now);
-}
-
-void EndpointDiscovery::dispose(ReliableWriter& builtin_writer, const Guid& guid, Now now) {
-    const ByteBuffer key = encode_endpoint_key(guid);
-    WriteRequest request;
-    request.payload = key;
-    request.payload_is_key = true;
-    request.instance = key_hash_of(guid);
-    request.inline_qos.key_hash = request.instance;
-    request.inline_qos.status_info = kDisposed | kUnregistered;
-    builtin_writer.write(request, now);
 }
 
 } // namespace meridian::rtps

@@ -1,7 +1,7 @@
 #pragma once
 
 // Endpoint discovery (DDSI-RTPS 2.5, 8.5.4): the table of the endpoints of other participants, filled by the
-// builtin readers for publications and subscriptions, and the announcements of the own endpoints.
+// builtin readers for publications and subscriptions.
 //
 // What an endpoint announces becomes visible once its participant is known and its type is settled; what it
 // announces meanwhile replaces what waits. An endpoint that goes while it waits is settled as it stands, so
@@ -19,7 +19,6 @@
 
 #include "platform/seeded_hash.h"
 #include "rtps/protocol/participant_discovery.h"
-#include "rtps/protocol/reliable_writer.h"
 #include "rtps/protocol/remote_endpoint.h"
 #include "rtps/protocol/sinks.h"
 #include "rtps/protocol/type_settler.h"
@@ -34,6 +33,8 @@ struct DiscoveredEndpoint {
     RemoteEndpointRef record; // what is visible
     std::shared_ptr<RemoteEndpoint> waiting;
     std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
+
+    const RemoteEndpoint& newest() const { return waiting != nullptr ? *waiting : *record; }
 };
 
 class EndpointDiscovery {
@@ -90,10 +91,6 @@ class EndpointDiscovery {
         for (auto at = range.first; at != range.second; ++at)
             function(**at);
     }
-
-    /// The sample that announces a local endpoint through a builtin writer, and the one that disposes it.
-    static void announce(ReliableWriter& builtin_writer, const EndpointData& data, Now now);
-    static void dispose(ReliableWriter& builtin_writer, const Guid& guid, Now now);
 
   private:
     struct EndpointsOfParticipant {

@@ -59,10 +59,11 @@ std::unique_ptr<FragmentAssembler::Partial> FragmentAssembler::begin(const DataF
     std::unique_ptr<Partial> partial = std::move(spare_);
     if (!partial)
         partial = std::make_unique<Partial>();
-    static_cast<Assembled&>(*partial) = {};
+    static_cast<Sample&>(*partial) = {};
     partial->sequence_number = fragment.sequence_number;
+    partial->source_timestamp = timestamp;
+    partial->has_payload = true;
     partial->payload_is_key = fragment.payload_is_key;
-    partial->timestamp = timestamp;
     partial->sample_size = fragment.sample_size;
     partial->fragment_size = fragment.fragment_size;
     partial->total = (fragment.sample_size - 1) / fragment.fragment_size + 1;

@@ -9,8 +9,7 @@
 
 #include "platform/memory_budget.h"
 #include "rtps/protocol/growing_buffer.h"
-#include "rtps/protocol/times.h"
-#include "rtps/wire/discovery_data.h"
+#include "rtps/protocol/sinks.h"
 #include "rtps/wire/message.h"
 
 namespace meridian::rtps {
@@ -28,13 +27,6 @@ class FragmentAssembler {
         no_memory, // the share gives no more
         malformed, // fragment numbers, sizes and payload contradict each other or what came first
     };
-    struct Assembled {
-        SequenceNumber sequence_number = 0;
-        ByteView payload;
-        bool payload_is_key = false;
-        InlineQos inline_qos;
-        WireTime timestamp = kTimeInvalid;
-    };
     /// At most this many unfinished samples of one writer; beyond it the lowest sequence numbers stay, since
     /// they are delivered first.
     static constexpr size_t kMaxSamples = 64;
@@ -49,8 +41,8 @@ class FragmentAssembler {
     FragmentAssembler& operator=(const FragmentAssembler&) = delete;
 
     Result add(const DataFrag& fragment, WireTime timestamp, MonotonicTime now);
-    /// After add said complete, until the sample is dropped.
-    const Assembled& whole(SequenceNumber sequence_number) const { return *find(sequence_number); }
+    /// After add said complete, until the sample is dropped. Without what its writer is, and the time.
+    const Sample& whole(SequenceNumber sequence_number) const { return *find(sequence_number); }
     bool is_whole(SequenceNumber sequence_number) const;
     /// The bytes of a whole sample, which is dropped. The caller gives their capacity back to the share.
     GrowingBuffer take(SequenceNumber sequence_number);
@@ -73,7 +65,7 @@ class FragmentAssembler {
     void clear();
 
   private:
-    struct Partial : Assembled {
+    struct Partial : Sample {
         uint32_t sample_size = 0;
         uint16_t fragment_size = 0;
         FragmentNumber total = 0;

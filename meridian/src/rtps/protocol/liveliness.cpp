@@ -87,7 +87,7 @@ void Liveliness::revive(const Guid& writer, Remote& remote, MonotonicTime now) {
         return;
     remote.alive = true;
     expiry_check_at_ = std::min(expiry_check_at_, later(now, remote.lease));
-    listener_.on_liveliness_changed(writer, true);
+    listener_(writer, true);
 }
 
 void Liveliness::on_writer_asserted(const Guid& writer, MonotonicTime now) {
@@ -147,7 +147,7 @@ void Liveliness::on_timer(MonotonicTime now) {
             expiry_pause_until_ += kPauseForLoss;
             if (RemoteParticipant::OfKind* all = participant.of(writer.kind))
                 all->some_lost = true;
-            listener_.on_liveliness_changed({prefix, entity}, false);
+            listener_({prefix, entity}, false);
         }
     }
 }

@@ -3,7 +3,9 @@
 // Liveliness of writers (DDS 1.4, 2.2.3.11; DDSI-RTPS 2.5, 8.4.13): when the own writers' assertions are due,
 // and which matched remote writers missed theirs.
 
+#include <functional>
 #include <map>
+#include <utility>
 
 #include "rtps/protocol/sinks.h"
 
@@ -11,14 +13,9 @@ namespace meridian::rtps {
 
 class Liveliness {
   public:
-    class Listener {
-      public:
-        virtual ~Listener() = default;
-        /// A watched writer missed its lease, or was heard again. Must not call back.
-        virtual void on_liveliness_changed(const Guid& writer, bool alive) = 0;
-    };
-    /// listener must outlive the object.
-    explicit Liveliness(Listener& listener) : listener_(listener) {}
+    /// Told when a watched writer missed its lease, or was heard again. Must not call back.
+    using Listener = std::function<void(const Guid& writer, bool alive)>;
+    explicit Liveliness(Listener listener) : listener_(std::move(listener)) {}
 
     /// Own writers; leases that are infinite need no assertion.
     void add_own(EntityId writer, LivelinessKind kind, Duration lease, MonotonicTime now);
@@ -63,7 +60,7 @@ class Liveliness {
     void revive(const Guid& writer, Remote& remote, MonotonicTime now);
     void schedule_assertion(MonotonicTime now);
 
-    Listener& listener_;
+    const Listener listener_;
     std::map<EntityId, Duration> own_automatic_;
     MonotonicTime assert_at_ = kNever;
     std::map<GuidPrefix, RemoteParticipant> remotes_;

@@ -18,6 +18,16 @@ ParticipantConfig with_usable_sizes(ParticipantConfig config) {
     return config;
 }
 
+/// What says that this participant or endpoint is gone; key: its GUID as a payload.
+WriteRequest disposal_of(const Guid& guid, ByteView key) {
+    WriteRequest request;
+    request.payload = key;
+    request.payload_is_key = true;
+    request.instance = request.inline_qos.key_hash = key_hash_of(guid);
+    request.inline_qos.status_info = kDisposed | kUnregistered;
+    return request;
+}
+
 } // namespace
 
 Participant::Participant(ParticipantConfig config, Output& output, Events& events)
@@ -28,7 +38,7 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
       warnings_(events, config_.told_errors),
       participants_(config_, output, batcher_, warnings_, *this),
       endpoints_(config_, participants_, warnings_, *this),
-      liveliness_(*this),
+      liveliness_([this](const Guid& writer, bool alive) { on_liveliness_changed(writer, alive); }),
       locals_(output, participants_, liveliness_, events, warnings_),
       router_(config_.prefix, participants_, endpoints_, locals_, liveliness_, warnings_) {
     add_builtin_reader(entity::publications_reader, {entity::publications_writer, kPublicationsAnnouncer},
@@ -48,8 +58,6 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
         add_builtin_writer(entity::participant_writer, {entity::participant_reader, kParticipantDetector});
     }
 }
-
-Participant::~Participant() = default;
 
 EndpointData Participant::builtin_data(EntityId id) const {
     EndpointData data;
@@ -93,7 +101,7 @@ void Participant::stop(Now now) {
     now_ = now;
     locals_.for_each([&](LocalEndpoint& local) {
         if (!local.builtin_peer)
-            EndpointDiscovery::dispose(announcer_of(local.data.guid.entity), local.data.guid, now);
+            dispose(local.data.guid, now);
     });
     say_farewell(now);
     participants_.stop(now);
@@ -171,7 +179,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
     batcher_.flush();
     config_.prefix = prefix;
     batcher_.set_source(prefix);
-    locals_.for_each([&](LocalEndpoint& local) { local.data.guid.prefix = local.data.participant = prefix; });
+    locals_.for_each([&](LocalEndpoint& local) { local.data.guid.prefix = prefix; });
     participants_.join_again(locators, now);
     locals_.for_each([&](LocalEndpoint& local) {
         if (local.writer)
@@ -180,7 +188,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
     tell_servers(now);
     locals_.for_each([&](LocalEndpoint& local) {
         if (!local.builtin_peer)
-            EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
+            announce(local.data, now);
     });
     finish(now);
 }
@@ -188,7 +196,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
 void Participant::set_announcement(const std::string& name, const std::vector<Property>& properties,
                                    const ByteBuffer& user_data, Now now) {
     now_ = now;
-    ParticipantData data = participants_.announced();
+    ParticipantData data = announced();
     data.name = name;
     data.properties = properties;
     data.user_data = user_data;
@@ -248,13 +256,13 @@ bool Participant::add_writer(const EndpointData& data, const WriterConfig& confi
 
 void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
     now_ = now;
-    endpoint->data.guid.prefix = endpoint->data.participant = config_.prefix;
+    endpoint->data.guid.prefix = config_.prefix;
     LocalEndpoint& local = locals_.add(std::move(endpoint));
     if (local.builtin_peer) {
         for (const GuidPrefix& prefix : participants_.prefixes())
             locals_.match_participant(local, *participants_.find(prefix), now.monotonic);
     } else {
-        EndpointDiscovery::announce(announcer_of(local.data.guid.entity), local.data, now);
+        announce(local.data, now);
         endpoints_.for_each_of_topic(local.data.topic_name, [&](DiscoveredEndpoint& remote) {
             locals_.match(local, remote, now.monotonic);
         });
@@ -269,15 +277,29 @@ bool Participant::update_endpoint(const EndpointData& data, Now now) {
         return false;
     now_ = now;
     local->data = data;
-    local->data.guid.prefix = local->data.participant = config_.prefix;
+    local->data.guid.prefix = config_.prefix;
     if (local->writer)
         liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                             now.monotonic);
-    EndpointDiscovery::announce(announcer_of(data.guid.entity), local->data, now);
+    announce(local->data, now);
     endpoints_.for_each_of_topic(
         data.topic_name, [&](DiscoveredEndpoint& remote) { locals_.match(*local, remote, now.monotonic); });
     finish(now);
     return true;
+}
+
+void Participant::announce(const EndpointData& data, Now now) {
+    const ByteBuffer payload = encode(data);
+    WriteRequest request;
+    request.payload = payload;
+    request.instance = key_hash_of(data.guid);
+    request.expects_answers = !data.is_writer() && data.qos.reliability == Reliability::reliable;
+    announcer_of(data.guid.entity).write(request, now);
+}
+
+void Participant::dispose(const Guid& endpoint, Now now) {
+    const ByteBuffer key = encode_endpoint_key(endpoint);
+    announcer_of(endpoint.entity).write(disposal_of(endpoint, key), now);
 }
 
 void Participant::settle_type(const Guid& publication, const EndpointTypeRef& type, Now now) {
@@ -293,7 +315,7 @@ bool Participant::remove_endpoint(EntityId entity, Now now) {
         return false;
     now_ = now;
     if (!local->builtin_peer) {
-        EndpointDiscovery::dispose(announcer_of(entity), local->data.guid, now);
+        dispose(local->data.guid, now);
         endpoints_.for_each_of_topic(local->data.topic_name,
                                      [&](DiscoveredEndpoint& remote) { locals_.part(*local, remote); });
     }
@@ -383,11 +405,11 @@ void Participant::tell_servers(Now now) {
         return;
     ReliableWriter& writer = builtin_writer(entity::participant_writer);
     WriteRequest request;
-    request.payload = participants_.announcement_to_servers();
+    request.payload = participants_.announcer().announcement_to_servers();
     request.instance = key_hash_of(guid());
     // The numbers of what is sent to servers without and with this writer must agree.
-    while (told_servers_ < participants_.announced_version())
-        told_servers_ = writer.write(request, now).value_or(participants_.announced_version());
+    while (told_servers_ < participants_.announcer().version())
+        told_servers_ = writer.write(request, now).value_or(participants_.announcer().version());
 }
 
 void Participant::say_farewell(Now now) {
@@ -395,12 +417,9 @@ void Participant::say_farewell(Now now) {
     if (config_.servers.empty())
         return;
     const ByteBuffer key = encode_participant_key(guid());
-    WriteRequest request;
-    request.payload = key;
-    request.payload_is_key = true;
-    request.instance = request.inline_qos.key_hash = key_hash_of(guid());
-    request.inline_qos.status_info = kDisposed | kUnregistered;
-    told_servers_ = builtin_writer(entity::participant_writer).write(request, now).value_or(told_servers_);
+    told_servers_ = builtin_writer(entity::participant_writer)
+                        .write(disposal_of(guid(), key), now)
+                        .value_or(told_servers_);
 }
 
 void Participant::on_participant_discovered(RemoteParticipant& remote, Now now) {

@@ -30,18 +30,16 @@
 namespace meridian::rtps {
 
 class Participant final : private ReaderObserver,
-                          private Liveliness::Listener,
                           private ParticipantDiscovery::Listener,
                           private EndpointDiscovery::Listener {
   public:
     Participant(ParticipantConfig config, Output& output, Events& events);
-    ~Participant() override;
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;
 
     Guid guid() const { return {config_.prefix, entity::participant}; }
     /// What is announced of this participant at present.
-    const ParticipantData& announced() const { return participants_.announced(); }
+    const ParticipantData& announced() const { return participants_.announcer().announced(); }
 
     /// Begins to announce. Endpoints may be added before and after. Before start and after stop, receive and
     /// on_timer do nothing.
@@ -142,6 +140,8 @@ class Participant final : private ReaderObserver,
     ReliableWriter& announcer_of(EntityId id) {
         return builtin_writer(id.is_writer() ? entity::publications_writer : entity::subscriptions_writer);
     }
+    void announce(const EndpointData& data, Now now);
+    void dispose(const Guid& endpoint, Now now);
     void write_participant_message(uint32_t kind);
     /// Ends every call: sends what became due and what was collected.
     void finish(Now now);
@@ -149,7 +149,7 @@ class Participant final : private ReaderObserver,
     void on_writer_restarted(const Guid& writer) override;
     void on_oversized_sample(const Guid& writer, size_t size, size_t limit) override;
     void on_memory_used_up(const Guid& writer) override;
-    void on_liveliness_changed(const Guid& writer, bool alive) override;
+    void on_liveliness_changed(const Guid& writer, bool alive);
     void on_participant_discovered(RemoteParticipant& remote, Now now) override;
     void on_participant_changed(RemoteParticipant& remote, Now now) override;
     void on_participant_to_match(RemoteParticipant& remote, Now now) override;

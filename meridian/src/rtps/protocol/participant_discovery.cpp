@@ -185,9 +185,10 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
     if (remote->is_server && !is_known && remote->doubt == nullptr)
         doubt(*remote, {remote->data, remote->announcement, remote->sequence_number, source}, now);
-    if (!is_known && (remote->is_server || (remote->doubt != nullptr && remote->doubt->source == source)))
+    if (!is_known &&
+        (remote->is_server || (remote->doubt != nullptr && remote->doubt->said.source == source)))
         return Hearing::announcements;
-    if (remote->doubt != nullptr && remote->doubt->source == source)
+    if (remote->doubt != nullptr && remote->doubt->said.source == source)
         return Hearing::everything;
     if (is_known && remote->doubt != nullptr)
         remote->doubt->answered = true;
@@ -258,8 +259,7 @@ std::shared_ptr<Credit> ParticipantDiscovery::first_credit(const GuidPrefix& pre
     if (config_.secret_begin == 0)
         return nullptr;
     bool is_new = true;
-    std::shared_ptr<Credit> credit =
-        config_.credits != nullptr ? config_.credits->of(prefix, is_new) : std::make_shared<Credit>();
+    std::shared_ptr<Credit> credit = config_.credits->of(prefix, is_new);
     if (is_new)
         credit->earn(kDataHeaderSize + announcement.size);
     return credit;

@@ -76,7 +76,8 @@ class ParticipantDiscovery {
                          WarnOnce& warnings, Listener& listener);
     ~ParticipantDiscovery();
 
-    const ParticipantData& announced() const { return announcer_.announced(); }
+    /// What is announced of this participant.
+    const ParticipantAnnouncer& announcer() const { return announcer_; }
     void start(Now now);
     /// Forgets the others; say_farewell was called.
     void stop(Now now);
@@ -94,9 +95,6 @@ class ParticipantDiscovery {
     void on_data(const MessageContext& context, const Data& data, const Locator& source, Now now);
     /// What a discovery server tells, of itself and of others: samples of its participant writer.
     void on_relayed(const Sample& sample, Now now);
-    /// What is announced to discovery servers, and the number of this state of it; they want each once.
-    ByteView announcement_to_servers() const { return announcer_.announcement_to_servers(); }
-    SequenceNumber announced_version() const { return announcer_.version(); }
     enum class Hearing { nothing, announcements, everything };
     /// A datagram of this participant came, whose first submessage is of that writer (or reader); is_to_us:
     /// it names this participant; bytes: of it that were not told before. What of it is taken: nothing of own

@@ -21,25 +21,23 @@ inline bool contains(const LocatorList& list, const Locator& locator) {
     return std::find(list.begin(), list.end(), locator) != list.end();
 }
 
-/// What is said in the name of a participant from an address that it was not heard from.
-struct ParticipantDiscovery::Doubt {
-    Locator source;
-    ParticipantRef data; // null: a farewell
-    ByteBuffer payload;
-    SequenceNumber number = 0;
-    int asked = 0;
-    int refusals = 0;
-    bool answered = false; // the address it has spoke since it was asked first
-    MonotonicTime ask_at{0};
-    MemoryShare memory{MemoryBudget::of_process()};
-};
-
 /// What a participant announced, as it came.
 struct ParticipantDiscovery::Announcement {
     ParticipantRef data; // null: a farewell
     ByteView payload;
     SequenceNumber number = 0;
     Locator source;
+};
+
+/// What is said in the name of a participant from an address that it was not heard from.
+struct ParticipantDiscovery::Doubt {
+    Announcement said;
+    ByteBuffer payload; // of it
+    int asked = 0;
+    int refusals = 0;
+    bool answered = false; // the address it has spoke since it was asked first
+    MonotonicTime ask_at{0};
+    MemoryShare memory{MemoryBudget::of_process()};
 };
 
 struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Client {

@@ -25,7 +25,7 @@ bool is_farewell(const Sample& sample) {
 std::optional<Guid> subject_of(const Sample& disposal) {
     if (disposal.inline_qos.key_hash)
         return guid_of(*disposal.inline_qos.key_hash);
-    return decode_key(disposal.payload, {}, native_endianness());
+    return decode_key(disposal.payload);
 }
 
 ParticipantRef ParticipantDiscovery::decode(const Sample& sample) {
@@ -159,18 +159,17 @@ void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, 
     const bool is_new = remote.doubt == nullptr;
     if (is_new)
         remote.doubt = std::make_unique<Doubt>();
-    else if (remote.doubt->source != announced.source)
+    else if (remote.doubt->said.source != announced.source)
         return; // one at a time
     Doubt& doubt = *remote.doubt;
-    doubt.source = announced.source;
-    doubt.data = announced.data;
-    doubt.number = announced.number;
     doubt.memory.give_back(doubt.memory.held());
     if (!doubt.memory.take(Remote::kKeptPerByte * announced.payload.size)) {
         remote.doubt = nullptr;
         return;
     }
     doubt.payload.assign(announced.payload.begin(), announced.payload.end());
+    doubt.said = announced;
+    doubt.said.payload = doubt.payload;
     if (is_new)
         ask(remote, now);
 }
@@ -188,20 +187,20 @@ void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
     Doubt& doubt = *remote.doubt;
     if (doubt.answered && ++doubt.refusals >= kRefusals) {
         if (remote.other_sources.size() < kMaxOtherSources)
-            remote.other_sources.push_back(doubt.source);
+            remote.other_sources.push_back(doubt.said.source);
         remote.doubt = nullptr;
     } else if (doubt.answered || doubt.asked < kAskTimes) {
         if (doubt.answered)
             doubt.asked = 0; // it may have been one of its last packets
         doubt.answered = false;
         ask(remote, now);
-    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt); settled->data == nullptr) {
+    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt);
+               settled->said.data == nullptr) {
         remove(remote.prefix(), GoneReason::disposed, now);
     } else {
         const bool is_other_socket =
-            remote.is_server || is_other_socket_of_host(settled->source, remote.announced_from);
-        take(remote, {settled->data, settled->payload, settled->number, settled->source}, is_other_socket,
-             now);
+            remote.is_server || is_other_socket_of_host(settled->said.source, remote.announced_from);
+        take(remote, settled->said, is_other_socket, now);
     }
 }
 

@@ -18,19 +18,13 @@ bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& con
     return decode_inline_qos(data.inline_qos, data.endianness, out.inline_qos) && !out.inline_qos.refused;
 }
 
-Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor,
-                   const FragmentAssembler::Assembled& whole, MonotonicTime now) {
-    Sample sample;
+Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor, const Sample& whole,
+                   MonotonicTime now) {
+    Sample sample = whole;
     sample.writer = writer;
     sample.vendor = vendor;
     sample.fast_cdr = fast_cdr;
-    sample.sequence_number = whole.sequence_number;
-    sample.source_timestamp = whole.timestamp;
     sample.received = now;
-    sample.inline_qos = whole.inline_qos;
-    sample.has_payload = true;
-    sample.payload_is_key = whole.payload_is_key;
-    sample.payload = whole.payload;
     return sample;
 }
 

@@ -34,10 +34,9 @@ struct ReliableReader::HeldSample {
     Sample sample; // its payload points into the other one
     GrowingBuffer payload;
 
-    size_t charge() const { return kOverhead + payload.capacity(); }
-    static const size_t kOverhead;
+    static size_t overhead() { return sizeof(HeldSample) + 64; } // with its place in the map
+    size_t charge() const { return overhead() + payload.capacity(); }
 };
-const size_t ReliableReader::HeldSample::kOverhead = sizeof(HeldSample) + 64; // with its place in the map
 
 /// What is known of one matched writer.
 struct ReliableReader::WriterProxy final : TimerQueue::Client {
@@ -199,7 +198,7 @@ void ReliableReader::hold(WriterProxy& proxy, const Sample& sample) {
     if (proxy.held.count(number) != 0)
         return;
     const bool is_assembled = proxy.fragments.is_whole(number);
-    const size_t bytes = HeldSample::kOverhead + (is_assembled ? 0 : sample.payload.size);
+    const size_t bytes = HeldSample::overhead() + (is_assembled ? 0 : sample.payload.size);
     while (!proxy.memory.take(bytes)) {
         if (!give_way(proxy, number))
             return;
@@ -299,7 +298,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         lost.sequence_number = number;
         accept(*proxy, lost, false);
     } else if (result == Result::complete) {
-        const FragmentAssembler::Assembled& whole = proxy->fragments.whole(number);
+        const Sample& whole = proxy->fragments.whole(number);
         accept(*proxy, make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context.vendor, whole, now),
                !whole.inline_qos.refused);
         proxy->fragments.drop(number); // where it could not be held

@@ -10,6 +10,7 @@ namespace meridian::rtps {
 namespace {
 
 constexpr unsigned kSamplesPerHeartbeat = 16;
+constexpr Duration kHeartbeatPeriod = std::chrono::milliseconds(100); // while something is unacknowledged
 constexpr Duration kLongestHeartbeatPause = std::chrono::seconds(2);
 constexpr size_t kKeptDisposals = 1000;
 constexpr size_t kSampleOverhead = 64; // of a message with one sample
@@ -40,41 +41,33 @@ ReliableWriter::ReliableWriter(EntityId id, const EndpointQos& qos, const Writer
       timers_(timers),
       last_(config.secret_begin.value_or(0)) {}
 
-ReliableWriter::~ReliableWriter() = default;
-
 ReliableWriter::ReaderProxy* ReliableWriter::find(const Guid& reader) {
     const auto at = proxies_.find(reader);
     return at != proxies_.end() ? &at->second : nullptr;
 }
 
-void ReliableWriter::ReaderProxy::renew_period(MonotonicTime now) {
-    if (now < period_end)
-        return;
-    period_end = later(now, writer.config_.heartbeat_period);
-    answered_bytes = 0;
-    gap_answers = 0;
-    answered_with_heartbeat = false;
-    began_anew = false;
+ReliableWriter::ReaderProxy::Period& ReliableWriter::ReaderProxy::period(MonotonicTime now) {
+    if (now >= last_period.end) {
+        last_period = {};
+        last_period.end = later(now, kHeartbeatPeriod);
+    }
+    return last_period;
 }
 
 bool ReliableWriter::ReaderProxy::may_begin_anew(MonotonicTime now) {
-    if (acknowledged_below == first_relevant)
-        return true;
-    renew_period(now);
-    return !std::exchange(began_anew, true);
+    return acknowledged_below == first_relevant || !std::exchange(period(now).began_anew, true);
 }
 
 bool ReliableWriter::ReaderProxy::may_answer(size_t bytes, MonotonicTime now) {
-    renew_period(now);
-    if (answered_bytes + bytes > writer.history_bytes_)
+    size_t& answered = period(now).answered_bytes;
+    if (answered + bytes > writer.history_bytes_)
         return false;
-    answered_bytes += bytes;
+    answered += bytes;
     return true;
 }
 
 bool ReliableWriter::ReaderProxy::may_answer_with_gaps(MonotonicTime now) {
-    renew_period(now);
-    return ++gap_answers <= kMostGapAnswers;
+    return ++period(now).gap_answers <= kMostGapAnswers;
 }
 
 void ReliableWriter::add_reader(const RemoteReader& reader, MonotonicTime now) {
@@ -286,17 +279,16 @@ void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool livelin
 }
 
 void ReliableWriter::restart_heartbeats(ReaderProxy& proxy, MonotonicTime now) {
-    proxy.heartbeat_pause = config_.heartbeat_period;
+    proxy.heartbeat_pause = kHeartbeatPeriod;
     proxy.heartbeat_timer.cancel();
     proxy.heartbeat_timer.wake_at(later(now, proxy.heartbeat_pause));
 }
 
 void ReliableWriter::answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now) {
-    proxy.renew_period(now);
-    if (at_once || !std::exchange(proxy.answered_with_heartbeat, true))
+    if (at_once || !std::exchange(proxy.period(now).answered_with_heartbeat, true))
         send_heartbeat(proxy, final, false);
     else
-        proxy.heartbeat_timer.wake_at(proxy.period_end);
+        proxy.heartbeat_timer.wake_at(proxy.period(now).end);
 }
 
 void ReliableWriter::ask(const Guid& reader) {
@@ -438,8 +430,7 @@ void ReliableWriter::on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now) {
         return;
     send_heartbeat(proxy, false, false);
     proxy.heartbeat_timer.wake_at(later(now, proxy.heartbeat_pause));
-    proxy.heartbeat_pause =
-        std::min(proxy.heartbeat_pause * 2, std::max(kLongestHeartbeatPause, config_.heartbeat_period));
+    proxy.heartbeat_pause = std::min(proxy.heartbeat_pause * 2, kLongestHeartbeatPause);
 }
 
 } // namespace meridian::rtps

@@ -44,7 +44,6 @@ class ReliableWriter final {
     /// qos: durability, history and reliability of the writer. batcher and timers must outlive it.
     ReliableWriter(EntityId id, const EndpointQos& qos, const WriterConfig& config, MessageBatcher& batcher,
                    TimerQueue& timers);
-    ~ReliableWriter();
 
     /// A known reader only gets its route changed.
     void add_reader(const RemoteReader& reader, MonotonicTime now);
@@ -86,12 +85,20 @@ class ReliableWriter final {
         ReaderProxy(ReliableWriter& owner, const RemoteReader& remote)
             : writer(owner), reader(remote), heartbeat_timer(owner.timers_, *this) {}
         void on_timer(MonotonicTime now) override { writer.on_heartbeat_due(*this, now); }
+        /// What was answered in the present period.
+        struct Period {
+            MonotonicTime end{0};
+            size_t answered_bytes = 0;
+            unsigned gap_answers = 0;
+            bool answered_with_heartbeat = false;
+            bool began_anew = false;
+        };
         /// False where so many bytes more are too many for the present period.
         bool may_answer(size_t bytes, MonotonicTime now);
         bool may_answer_with_gaps(MonotonicTime now);
         /// Otherwise each acknowledgement could be progress, which costs time.
         bool may_begin_anew(MonotonicTime now);
-        void renew_period(MonotonicTime now);
+        Period& period(MonotonicTime now);
 
         ReliableWriter& writer;
         RemoteReader reader;
@@ -102,11 +109,7 @@ class ReliableWriter final {
         TimerQueue::Timer heartbeat_timer;
         Duration heartbeat_pause{0};
         unsigned since_heartbeat = 0; // samples written
-        MonotonicTime period_end{0};
-        size_t answered_bytes = 0;            // in the period
-        unsigned gap_answers = 0;             // in the period
-        bool answered_with_heartbeat = false; // in the period
-        bool began_anew = false;              // likewise
+        Period last_period;
     };
 
     void on_heartbeat_due(ReaderProxy& proxy, MonotonicTime now);

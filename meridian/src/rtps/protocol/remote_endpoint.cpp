@@ -66,38 +66,12 @@ std::shared_ptr<RemoteEndpoint> RecordMaker::make(EndpointData&& data, WireTime 
     record->qos = last.qos;
     record->unicast = shared(last.unicast, std::move(data.unicast));
     record->type_information = shared(last.type_information, std::move(data.type_information));
-    record->type_object = std::move(data.type_object);
-    record->guid = data.guid;
-    record->participant = data.participant;
     record->is_writer = data.is_writer();
-    record->topic_name = std::move(data.topic_name);
-    record->type_name = std::move(data.type_name);
-    record->name = std::move(data.name);
-    record->raw_endianness = data.raw_endianness;
-    record->expects_inline_qos = data.expects_inline_qos;
-    record->properties = std::move(data.properties);
+    static_cast<EndpointIdentity&>(*record) = std::move(data); // that part of it
     record->topic_name.shrink_to_fit();
     record->type_name.shrink_to_fit();
     record->memory = memory_of(*record);
     return record;
-}
-
-EndpointData announced_data(const RemoteEndpoint& endpoint) {
-    EndpointData data;
-    data.guid = endpoint.guid;
-    data.participant = endpoint.participant;
-    data.announced_as_writer = endpoint.is_writer;
-    data.topic_name = endpoint.topic_name;
-    data.type_name = endpoint.type_name;
-    data.qos = *endpoint.qos;
-    data.unicast = *endpoint.unicast;
-    data.expects_inline_qos = endpoint.expects_inline_qos;
-    data.name = endpoint.name;
-    data.type_information = *endpoint.type_information;
-    data.type_object = endpoint.type_object;
-    data.properties = endpoint.properties;
-    data.raw_endianness = endpoint.raw_endianness;
-    return data;
 }
 
 } // namespace meridian::rtps

@@ -24,23 +24,15 @@ enum class TypeState {
     known,   // the record has it, or why there is none
 };
 
-struct RemoteEndpoint {
-    Guid guid;
-    GuidPrefix participant;
-    bool is_writer = false;          // the kind of its entity need not say so
-    bool expects_inline_qos = false; // readers
+/// The type object is kept until the type was asked for.
+struct RemoteEndpoint : EndpointIdentity {
+    bool is_writer = false; // the kind of its entity need not say so
     TypeState type_state = TypeState::waiting;
-    Endianness raw_endianness = native_endianness(); // of the type information
-    std::string topic_name;
-    std::string type_name;
-    std::string name;
     std::shared_ptr<const EndpointQos> qos;             // not null
     std::shared_ptr<const LocatorList> unicast;         // not null
     std::shared_ptr<const ByteBuffer> type_information; // not null
-    ByteBuffer type_object;                             // until its type was asked for
-    std::vector<Property> properties;
-    uint64_t announcement = 0; // a hash of the content
-    size_t memory = 0;         // bytes that it keeps, about, with all that it shares
+    uint64_t announcement = 0;                          // a hash of the content
+    size_t memory = 0;                                  // bytes that it keeps, about, with all that it shares
     /// They are charged for as long as anybody keeps the record.
     MemoryShare charge{MemoryBudget::of_process()};
     WireTime timestamp = kTimeInvalid; // of the announcement
@@ -65,10 +57,6 @@ class RecordMaker {
     Last writers_;
     Last readers_;
 };
-
-/// What was announced, but for what records do not keep: multicast locators, content filters, undecoded
-/// parameters.
-EndpointData announced_data(const RemoteEndpoint& endpoint);
 
 /// Equal for announcements of equal content, whatever their byte order; else different, as good as always.
 uint64_t hash_of(const EndpointData& data);

@@ -11,16 +11,6 @@ Duration to_duration(WireDuration duration) {
            std::chrono::nanoseconds(nanoseconds_from_fraction(duration.fraction));
 }
 
-WireDuration to_wire(Duration duration) {
-    constexpr int64_t kSecond = 1000000000;
-    if (duration.count() < 0)
-        return {0, 0};
-    if (duration.count() / kSecond >= 0x7fffffff)
-        return kDurationInfinite;
-    return {static_cast<int32_t>(duration.count() / kSecond),
-            fraction_from_nanoseconds(static_cast<uint32_t>(duration.count() % kSecond))};
-}
-
 MonotonicTime later(MonotonicTime base, Duration delta) {
     if (base == kNever || delta == kNever || delta > kNever - base)
         return kNever;

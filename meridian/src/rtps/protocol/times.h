@@ -21,7 +21,6 @@ struct Now {
 
 /// kDurationInfinite (and anything beyond range) becomes kNever; negative values become 0.
 Duration to_duration(WireDuration duration);
-WireDuration to_wire(Duration duration);
 /// base + delta, kNever where that overflows or either is kNever.
 MonotonicTime later(MonotonicTime base, Duration delta);
 

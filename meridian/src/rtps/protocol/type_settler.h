@@ -17,7 +17,7 @@ class TypeSettler {
     /// Asked once for each announcement of a publication whose participant is known. Waiting: the answer
     /// comes later by Participant::settle_type, within a time that the settler bounds; until then nothing is
     /// told of the announcement.
-    virtual Answer type_of(const EndpointData& publication, const ParticipantData& participant) = 0;
+    virtual Answer type_of(const RemoteEndpoint& publication, const ParticipantData& participant) = 0;
     /// The participant answers no longer, and its publications wait no longer.
     virtual void participant_gone(const GuidPrefix& participant) = 0;
 };

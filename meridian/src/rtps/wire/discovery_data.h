@@ -67,7 +67,6 @@ struct ParticipantData {
     LocatorList metatraffic_multicast;
     LocatorList default_unicast;
     LocatorList default_multicast;
-    bool expects_inline_qos = false;
     Count manual_liveliness_count = 0;
     std::string name; // PID_ENTITY_NAME
     ByteBuffer user_data;
@@ -108,27 +107,22 @@ struct EndpointQos {
     ByteBuffer group_data;
 };
 
-struct ContentFilter {
-    std::string filter_name, related_topic, filter_class, expression;
-    std::vector<std::string> parameters;
+/// What an endpoint announces of itself alone; the rest is often the same for all of a participant.
+struct EndpointIdentity {
+    Guid guid;
+    std::string topic_name;
+    std::string type_name;
+    std::string name; // PID_ENTITY_NAME
+    std::vector<Property> properties;
+    ByteBuffer type_object;                          // an older inline type object (PID 0x0072), undecoded
+    Endianness raw_endianness = native_endianness(); // of what is undecoded
 };
 
 /// A remote (or own) writer or reader as it stands in DCPSPublication or DCPSSubscription.
-struct EndpointData {
-    Guid guid;
-    GuidPrefix participant; // the prefix of guid, or of PID_PARTICIPANT_GUID where announced
-    std::string topic_name;
-    std::string type_name;
+struct EndpointData : EndpointIdentity {
     EndpointQos qos;
     LocatorList unicast;
-    LocatorList multicast;
-    bool expects_inline_qos = false; // readers
-    std::string name;                // PID_ENTITY_NAME
-    ByteBuffer type_information;     // PID_TYPE_INFORMATION, undecoded XCDR2 body; empty when not announced
-    ByteBuffer type_object;          // an older inline type object (PID 0x0072), undecoded
-    std::optional<ContentFilter> content_filter;
-    std::vector<Property> properties;
-    Endianness raw_endianness = native_endianness();
+    ByteBuffer type_information; // PID_TYPE_INFORMATION, undecoded XCDR2 body; empty when not announced
     std::vector<RawParameter> raw;
 
     std::optional<bool> announced_as_writer; // decoded ones: where the kind of the entity does not say it
@@ -152,15 +146,14 @@ ByteBuffer encode_endpoint_key(const Guid& guid);
 std::optional<ParticipantData> decode_participant(ByteView payload, std::string& error);
 /// is_writer decides defaults and which parameters count.
 std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, std::string& error);
-/// The key of a dispose, from a key payload or from a key hash in the inline QoS (whichever is present).
-std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness inline_endianness);
+/// The key of a dispose, from a key payload.
+std::optional<Guid> decode_key(ByteView payload);
 
 /// ParticipantMessageData (8.4.13): assertion of liveliness.
 struct ParticipantMessage {
     enum Kind : uint32_t { automatic = 1, manual = 2 };
     GuidPrefix participant;
     uint32_t kind = automatic; // other kinds are passed through
-    ByteBuffer data;
 };
 ByteBuffer encode(const ParticipantMessage& message);
 std::optional<ParticipantMessage> decode_participant_message(ByteView payload);

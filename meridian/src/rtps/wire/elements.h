@@ -35,12 +35,6 @@ inline constexpr auto kMembers<Locator> = std::tuple(&Locator::kind, &Locator::p
 template <>
 inline constexpr auto kMembers<Property> = std::tuple(&Property::name, &Property::value);
 template <>
-inline constexpr auto kMembers<ContentFilter> = std::tuple(&ContentFilter::filter_name,
-                                                           &ContentFilter::related_topic,
-                                                           &ContentFilter::filter_class,
-                                                           &ContentFilter::expression,
-                                                           &ContentFilter::parameters);
-template <>
 inline constexpr auto kMembers<Data> = std::tuple(&Data::reader, &Data::writer, &Data::sequence_number);
 template <>
 inline constexpr auto kMembers<DataFrag> = std::tuple(&DataFrag::reader, &DataFrag::writer,

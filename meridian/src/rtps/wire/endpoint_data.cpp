@@ -2,7 +2,6 @@
 
 #include <set>
 
-#include "rtps/wire/guid_key.h"
 #include "rtps/wire/parameter_values.h"
 
 namespace meridian::rtps {
@@ -51,10 +50,7 @@ void describe(Codec& codec, Record& data, bool is_writer) {
     codec(pid::type_name, Rule::always, data.type_name);
     describe_policies(codec, data.qos, is_writer);
     codec.locators(pid::unicast_locator, data.unicast);
-    codec.locators(pid::multicast_locator, data.multicast);
-    codec(pid::expects_inline_qos, Rule::lenient_when_set, data.expects_inline_qos);
     codec(pid::entity_name, Rule::lenient_when_set, data.name);
-    codec(pid::content_filter, Rule::lenient_when_set, data.content_filter);
     codec(pid::property_list, Rule::lenient_when_set, data.properties);
     codec.undecoded(pid::type_information, data.type_information);
     codec.undecoded(pid::type_object, data.type_object);
@@ -128,7 +124,6 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
         keys.endpoint = keys.key_hash;
     if (keys.endpoint)
         data.guid = *keys.endpoint;
-    data.participant = keys.participant ? keys.participant->prefix : data.guid.prefix;
     // A kind of entity that contradicts the topic it was announced on would be matched, and reported,
     // wrongly. Kinds that say neither are reported, and never matched.
     const EntityId id = data.guid.entity;
@@ -144,6 +139,10 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
                 (is_writer ? "writer" : "reader") + ": " + to_string(data.guid);
         return std::nullopt;
     }
+    if (keys.participant && keys.participant->prefix != data.guid.prefix) {
+        error = "it is said to be of another participant";
+        return std::nullopt;
+    }
     if (data.topic_name.empty() || data.type_name.empty()) {
         error = std::string("endpoint without ") + (data.topic_name.empty() ? "topic" : "type") + " name";
         return std::nullopt;
@@ -154,7 +153,7 @@ std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, st
 ByteBuffer encode(const EndpointData& data) {
     return encode_payload([&](ParameterListWriter& list) {
         add_members(list, pid::endpoint_guid, data.guid);
-        add_members(list, pid::participant_guid, Guid{data.participant, entity::participant});
+        add_members(list, pid::participant_guid, Guid{data.guid.prefix, entity::participant});
         ParameterEncoder codec(list, data.raw_endianness);
         describe(codec, data, data.is_writer());
         codec.raw(data.raw);
@@ -165,7 +164,7 @@ ByteBuffer encode_endpoint_key(const Guid& guid) {
     return encode_payload([&](ParameterListWriter& list) { add_members(list, pid::endpoint_guid, guid); });
 }
 
-std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness inline_endianness) {
+std::optional<Guid> decode_key(ByteView payload) {
     Keys keys;
     PayloadParameters list;
     std::string error;
@@ -179,13 +178,7 @@ std::optional<Guid> decode_key(ByteView payload, ByteView inline_qos, Endianness
     // Some key payloads hold the participant's GUID beside the endpoint's; alone it is the key itself.
     if (keys.endpoint)
         return keys.endpoint;
-    if (keys.participant)
-        return keys.participant;
-    if (keys.key_hash)
-        return keys.key_hash;
-    InlineQos qos;
-    decode_inline_qos(inline_qos, inline_endianness, qos);
-    return qos.key_hash ? std::optional<Guid>(guid_of(*qos.key_hash)) : std::nullopt;
+    return keys.participant ? keys.participant : keys.key_hash;
 }
 
 } // namespace meridian::rtps

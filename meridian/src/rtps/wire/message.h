@@ -27,9 +27,6 @@ struct MessageContext {
     GuidPrefix source;
     GuidPrefix destination;            // all zero: every participant
     std::optional<WireTime> timestamp; // of the INFO_TS in force
-    LocatorList unicast_reply;         // of an INFO_REPLY in force, else empty
-    LocatorList multicast_reply;
-    std::optional<WireTime> send_timestamp; // of a header extension: when the message was sent
 };
 
 struct Data {
@@ -40,7 +37,6 @@ struct Data {
     ByteView inline_qos;                         // parameter list with its sentinel, may be empty
     bool has_payload = false;
     bool payload_is_key = false;
-    bool non_standard_payload = false; // serialized as only its writer and reader know: not to be decoded
     // Serialized data with its encapsulation header; up to three bytes of padding may follow.
     ByteView payload;
 };
@@ -52,7 +48,6 @@ struct DataFrag {
     Endianness endianness = native_endianness();
     ByteView inline_qos;
     bool payload_is_key = false;
-    bool non_standard_payload = false;
     FragmentNumber first_fragment = 1;
     uint16_t fragment_count = 1;
     uint16_t fragment_size = 0; // not 0

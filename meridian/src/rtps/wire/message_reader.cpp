@@ -39,9 +39,6 @@ class Receiver {
     bool read_header_extension(const SubmessageHeader& header, ByteReader& body);
     bool read_info_timestamp(const SubmessageHeader& header, ByteReader& body);
     bool read_info_source(ByteReader& body);
-    /// INFO_REPLY and INFO_REPLY_IP4: read_list(LocatorList&) reads one of their lists.
-    template <typename ReadList>
-    bool read_info_reply(const SubmessageHeader& header, ReadList read_list);
 
     bool visit_data(const SubmessageHeader& header, ByteReader& body);
     bool visit_data_frag(const SubmessageHeader& header, ByteReader& body);
@@ -162,29 +159,13 @@ bool Receiver::visit_element(ByteReader& body, Submessage submessage, Operation<
     return true;
 }
 
-bool read_ip4_locator(ByteReader& body, LocatorList& list) {
-    uint32_t address = 0;
-    Locator locator;
-    if (!body.read(address) || !body.read(locator.port))
-        return false;
-    locator.kind = kLocatorUdpV4;
-    for (size_t i = 0; i < 4; ++i)
-        locator.address[12 + i] = static_cast<uint8_t>(address >> (24 - 8 * i) & 0xff);
-    // LOCATORUDPv4_INVALID has address and port 0.
-    if (address != 0 && locator.port != 0)
-        list.push_back(locator);
-    return true;
-}
-
-template <typename ReadList>
-bool Receiver::read_info_reply(const SubmessageHeader& header, ReadList read_list) {
-    LocatorList unicast;
-    LocatorList multicast;
-    if (!read_list(unicast) || (header.has(kInfoReplyFlagMulticast) && !read_list(multicast)))
-        return false;
-    context_.unicast_reply = std::move(unicast);
-    context_.multicast_reply = std::move(multicast);
-    return true;
+/// INFO_REPLY and INFO_REPLY_IP4 are checked only: acknowledgements go where discovery says.
+bool check_info_reply(const SubmessageHeader& header, ByteReader& body) {
+    const auto check_list = [&] {
+        LocatorList unused;
+        return header.kind == kInfoReply ? read_element(body, unused) : body.skip(kLocatorIp4Size);
+    };
+    return check_list() && (!header.has(kInfoReplyFlagMulticast) || check_list());
 }
 
 bool Receiver::visit(const SubmessageHeader& header, ByteReader body) {
@@ -202,12 +183,10 @@ bool Receiver::visit(const SubmessageHeader& header, ByteReader body) {
         case kInfoSource:
             return read_info_source(body);
         case kInfoReplyIp4:
-            return read_info_reply(header,
-                                   [&body](LocatorList& list) { return read_ip4_locator(body, list); });
+        case kInfoReply:
+            return check_info_reply(header, body);
         case kInfoDestination:
             return read_element(body, context_.destination);
-        case kInfoReply:
-            return read_info_reply(header, [&body](LocatorList& list) { return read_element(body, list); });
         case kNackFrag:
             return visit_element(body, NackFrag(), &MessageVisitor::on_nack_frag);
         case kHeartbeatFrag:
@@ -236,15 +215,10 @@ bool Receiver::read_header_extension(const SubmessageHeader& header, ByteReader&
             return false;
         datagram_ = datagram_.take(message_length - read_so_far);
     }
-    if (header.has(kExtensionFlagTimestamp)) {
-        WireTime sent;
-        if (!read_element(body, sent))
-            return false;
-        context_.send_timestamp = sent == kTimeInvalid ? std::nullopt : std::optional<WireTime>(sent);
-    }
     // The rest is skipped, the checksum too: UDP has its own.
-    size_t skipped =
-        (header.has(kExtensionFlagUExtension) ? 4u : 0u) + (header.has(kExtensionFlagWExtension) ? 8u : 0u);
+    size_t skipped = (header.has(kExtensionFlagTimestamp) ? 8u : 0u) +
+                     (header.has(kExtensionFlagUExtension) ? 4u : 0u) +
+                     (header.has(kExtensionFlagWExtension) ? 8u : 0u);
     skipped += kExtensionChecksumSizes[header.flags >> kExtensionChecksumShift & 3];
     if (!body.skip(skipped))
         return false;
@@ -280,9 +254,8 @@ bool Receiver::read_info_source(ByteReader& body) {
     if (!body.skip(4) || !read_element(body, source.version) || !read_element(body, source.vendor) ||
         !read_element(body, source.source))
         return false;
-    // 8.3.8.9.4: what the previous source said of time and replies does not hold for this one.
+    // 8.3.8.9.4: what the previous source said of time does not hold for this one.
     source.destination = context_.destination;
-    source.send_timestamp = context_.send_timestamp;
     context_ = source;
     return true;
 }
@@ -299,7 +272,6 @@ bool Receiver::visit_data(const SubmessageHeader& header, ByteReader& body) {
         return false;
     data.payload_is_key = header.has(kDataFlagKey);
     data.has_payload = data.payload_is_key || header.has(kDataFlagPayload);
-    data.non_standard_payload = data.has_payload && header.has(kDataFlagNonStandard);
     if (data.has_payload && !body.read_view(body.remaining(), data.payload))
         return false;
     hand_over(data, &MessageVisitor::on_data);
@@ -315,7 +287,6 @@ bool Receiver::visit_data_frag(const SubmessageHeader& header, ByteReader& body)
         !read_inline_qos(body, fragment.endianness, fragment.inline_qos))
         return false;
     fragment.payload_is_key = header.has(kDataFragFlagKey);
-    fragment.non_standard_payload = header.has(kDataFragFlagNonStandard);
     if (fragment.fragment_size == 0 || fragment.sample_size == 0 || fragment.first_fragment == 0 ||
         fragment.fragment_count == 0)
         return false;

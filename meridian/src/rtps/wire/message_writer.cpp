@@ -89,18 +89,15 @@ bool MessageWriter::add_info_timestamp_invalid() {
 
 bool MessageWriter::add_data(const Data& data) {
     uint8_t flags = data.inline_qos.empty() ? 0 : kDataFlagInlineQos;
-    if (data.has_payload) {
-        flags = static_cast<uint8_t>(flags | (data.payload_is_key ? kDataFlagKey : kDataFlagPayload) |
-                                     (data.non_standard_payload ? kDataFlagNonStandard : 0));
-    }
+    if (data.has_payload)
+        flags = static_cast<uint8_t>(flags | (data.payload_is_key ? kDataFlagKey : kDataFlagPayload));
     return append_sample(bytes_, max_size_, kData, flags, data, kDataOctetsToInlineQos,
                          data.has_payload ? data.payload : ByteView());
 }
 
 bool MessageWriter::add_data_frag(const DataFrag& fragment) {
     const auto flags = static_cast<uint8_t>((fragment.inline_qos.empty() ? 0 : kDataFragFlagInlineQos) |
-                                            (fragment.payload_is_key ? kDataFragFlagKey : 0) |
-                                            (fragment.non_standard_payload ? kDataFragFlagNonStandard : 0));
+                                            (fragment.payload_is_key ? kDataFragFlagKey : 0));
     return append_sample(bytes_, max_size_, kDataFrag, flags, fragment, kDataFragOctetsToInlineQos,
                          fragment.payload);
 }

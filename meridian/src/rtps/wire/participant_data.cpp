@@ -21,7 +21,6 @@ void describe(Codec& codec, Record& data) {
     codec.locators(pid::metatraffic_multicast_locator, data.metatraffic_multicast);
     codec.locators(pid::default_unicast_locator, data.default_unicast);
     codec.locators(pid::default_multicast_locator, data.default_multicast);
-    codec(pid::expects_inline_qos, Rule::lenient_when_set, data.expects_inline_qos);
     codec(pid::manual_liveliness_count, Rule::lenient_when_set, data.manual_liveliness_count);
     codec(pid::entity_name, Rule::lenient_when_set, data.name);
     codec(pid::user_data, Rule::lenient_when_set, data.user_data);
@@ -108,8 +107,7 @@ ByteBuffer encode(const ParticipantMessage& message) {
     writer.write_bytes(message.participant.bytes);
     // Four octets, not a number: the same in both byte orders.
     ByteWriter(bytes, Endianness::big).write(message.kind);
-    writer.write_octets(message.data);
-    writer.align(4);
+    writer.write_octets({}); // application data
     return bytes;
 }
 
@@ -123,9 +121,8 @@ std::optional<ParticipantMessage> decode_participant_message(ByteView payload) {
     if (!reader.read_bytes(message.participant.bytes) || !reader.read(message.kind))
         return std::nullopt;
     reader.set_endianness(encapsulation.endianness());
-    if (!reader.read_octets(message.data))
-        return std::nullopt;
-    return message;
+    ByteView application_data;
+    return reader.read_octets(application_data) ? std::optional(message) : std::nullopt;
 }
 
 } // namespace meridian::rtps

@@ -33,18 +33,17 @@ constexpr uint8_t kFlagLittleEndian = 0x01; // of every submessage
 constexpr uint8_t kDataFlagInlineQos = 0x02;
 constexpr uint8_t kDataFlagPayload = 0x04;
 constexpr uint8_t kDataFlagKey = 0x08;
-constexpr uint8_t kDataFlagNonStandard = 0x10;
 constexpr uint8_t kDataFragFlagInlineQos = 0x02;
 constexpr uint8_t kDataFragFlagKey = 0x04;
-constexpr uint8_t kDataFragFlagNonStandard = 0x08;
 constexpr uint8_t kAckNackFlagFinal = 0x02;
 constexpr uint8_t kHeartbeatFlagFinal = 0x02;
 constexpr uint8_t kHeartbeatFlagLiveliness = 0x04;
 constexpr uint8_t kInfoReplyFlagMulticast = 0x02;
+constexpr size_t kLocatorIp4Size = 8;
 constexpr uint8_t kInfoTimestampFlagInvalid = 0x02;
 
 constexpr uint8_t kExtensionFlagLength = 0x02;
-constexpr uint8_t kExtensionFlagTimestamp = 0x04;
+constexpr uint8_t kExtensionFlagTimestamp = 0x04;  // 8 octets
 constexpr uint8_t kExtensionFlagUExtension = 0x08; // 4 octets
 constexpr uint8_t kExtensionFlagWExtension = 0x10; // 8 octets
 // Two bits choose the checksum: none, CRC-32, CRC-64 or MD5.

@@ -128,6 +128,9 @@ struct Guid {
     }
 };
 
+/// One of the three words of a prefix: by convention those of the host, the process and the participant.
+uint32_t word_of(const GuidPrefix& prefix, size_t index);
+
 /// "01020304.05060708.090a0b0c:000003c2", for logs and tests.
 std::string to_string(const Guid& guid);
 std::string to_string(const GuidPrefix& prefix);

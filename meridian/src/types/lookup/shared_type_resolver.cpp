@@ -18,7 +18,7 @@ void SharedTypeResolver::remove(Asker asker, rtps::MonotonicTime now) {
     pump();
 }
 
-TypeResolver::Answer SharedTypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
+TypeResolver::Answer SharedTypeResolver::resolve(const rtps::RemoteEndpoint& publication, bool answers,
                                                  rtps::MonotonicTime now, Asker asker) {
     const MutexLock lock(mutex_);
     TypeResolver::Answer answer = resolver_.resolve(publication, answers, now, asker);

@@ -32,8 +32,8 @@ class SharedTypeResolver {
     /// After it returned the client is not called any more.
     void remove(Asker asker, rtps::MonotonicTime now);
 
-    TypeResolver::Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now,
-                                 Asker asker);
+    TypeResolver::Answer resolve(const rtps::RemoteEndpoint& publication, bool answers,
+                                 rtps::MonotonicTime now, Asker asker);
     void participant_gone(const rtps::GuidPrefix& participant, rtps::MonotonicTime now, Asker asker);
     void take(const TypeLookupReply& reply, const rtps::GuidPrefix& from, rtps::MonotonicTime now);
     void on_timer(rtps::MonotonicTime now);

@@ -15,7 +15,6 @@ constexpr int32_t kKeptRequests = 64;
 rtps::EndpointData service_endpoint(const rtps::GuidPrefix& prefix, rtps::EntityId entity) {
     rtps::EndpointData data;
     data.guid = {prefix, entity};
-    data.participant = prefix;
     data.qos.reliability = rtps::Reliability::reliable;
     data.qos.history = rtps::HistoryKind::keep_all;
     return data;
@@ -52,19 +51,19 @@ void TypeLookupClient::detach() {
         resolver_->remove(asker, rtps::net::now().monotonic);
 }
 
-rtps::EndpointTypeRef TypeLookupClient::shared(TypeRef type, NoType why, const std::string& type_name) {
-    if (!type && supplied_)
-        type = supplied_(type_name);
-    if (!type)
-        return rtps::EndpointType::none(why);
-    std::weak_ptr<const rtps::EndpointType>& known = shared_[type.get()];
+rtps::EndpointTypeRef TypeLookupClient::shared(TypeResolver::Result found, const std::string& type_name) {
+    if (!found && supplied_)
+        found.type = supplied_(type_name);
+    if (!found)
+        return rtps::EndpointType::none(found.why);
+    std::weak_ptr<const rtps::EndpointType>& known = shared_[found.type.get()];
     rtps::EndpointTypeRef result = known.lock();
     if (result == nullptr)
-        known = result = std::make_shared<rtps::EndpointType>(type);
+        known = result = std::make_shared<rtps::EndpointType>(found.type);
     return result;
 }
 
-TypeLookupClient::Answer TypeLookupClient::type_of(const rtps::EndpointData& publication,
+TypeLookupClient::Answer TypeLookupClient::type_of(const rtps::RemoteEndpoint& publication,
                                                    const rtps::ParticipantData& participant) {
     const bool answers = (participant.builtin_endpoints & rtps::kTypeLookupRequestReader) != 0;
     const SharedTypeResolver::Asker asker = asker_;
@@ -77,7 +76,7 @@ TypeLookupClient::Answer TypeLookupClient::type_of(const rtps::EndpointData& pub
         return {rtps::TypeState::waiting, nullptr};
     }
     waiting_.erase(publication.guid);
-    return {rtps::TypeState::known, shared(answer->type, answer->why, publication.type_name)};
+    return {rtps::TypeState::known, shared(*answer, publication.type_name)};
 }
 
 void TypeLookupClient::participant_gone(const rtps::GuidPrefix& participant) {
@@ -110,26 +109,22 @@ void TypeLookupClient::settle(const TypeResolver::Outcome& outcome) {
         const auto waiting = waiting_.find(outcome.endpoint);
         if (waiting == waiting_.end())
             return;
-        const rtps::EndpointTypeRef type = shared(outcome.type, outcome.why, waiting->second);
+        const rtps::EndpointTypeRef type = shared(outcome, waiting->second);
         waiting_.erase(waiting);
         own.settle_type(outcome.endpoint, type, now);
     });
 }
 
 void TypeLookupClient::send(TypeResolver::Request request) {
-    runtime_->defer([this, request = std::move(request)](rtps::Participant& participant, rtps::Now now) {
-        TypeLookupRequest message;
-        message.writer = {participant.guid().prefix, writer_.entity};
-        message.sequence_number = request.number;
-        message.asked = request.asked;
-        message.hashes = request.hashes;
-        message.form = request.form;
-        const rtps::ByteBuffer payload = encode(message);
-        rtps::WriteRequest write;
-        write.payload = payload;
-        write.only_for = request.asked;
-        participant.write(writer_.entity, write, now);
-    });
+    runtime_->defer(
+        [this, request = std::move(request)](rtps::Participant& participant, rtps::Now now) mutable {
+            request.writer = {participant.guid().prefix, writer_.entity};
+            const rtps::ByteBuffer payload = encode(request);
+            rtps::WriteRequest write;
+            write.payload = payload;
+            write.only_for = request.asked;
+            participant.write(writer_.entity, write, now);
+        });
 }
 
 void TypeLookupClient::wake_at(rtps::MonotonicTime time) {

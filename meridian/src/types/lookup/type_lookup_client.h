@@ -38,7 +38,8 @@ class TypeLookupClient final : public rtps::TypeSettler,
     /// From here on nothing is looked up. To be called before the runtime ends, without its lock.
     void detach();
 
-    Answer type_of(const rtps::EndpointData& publication, const rtps::ParticipantData& participant) override;
+    Answer type_of(const rtps::RemoteEndpoint& publication,
+                   const rtps::ParticipantData& participant) override;
     void participant_gone(const rtps::GuidPrefix& participant) override;
 
   private:
@@ -47,7 +48,7 @@ class TypeLookupClient final : public rtps::TypeSettler,
     void settle(const TypeResolver::Outcome& outcome) override;
     void wake_at(rtps::MonotonicTime time) override;
     /// The type that was found, or else the one that was supplied for the name, or else why there is none.
-    rtps::EndpointTypeRef shared(TypeRef type, NoType why, const std::string& type_name);
+    rtps::EndpointTypeRef shared(TypeResolver::Result found, const std::string& type_name);
 
     const std::shared_ptr<SharedTypeResolver> resolver_;
     const Supplied supplied_;

@@ -1,11 +1,11 @@
 #include "types/lookup/type_lookup_codec.h"
 
-#include <cstdio>
-
+#include "platform/text.h"
 #include "rtps/wire/byte_reader.h"
 #include "rtps/wire/byte_writer.h"
 #include "rtps/wire/elements.h"
 #include "rtps/wire/encapsulation.h"
+#include "rtps/wire/guid_key.h"
 #include "rtps/wire/xcdr2_headers.h"
 #include "types/model/md5.h"
 
@@ -90,9 +90,9 @@ bool skip_delimiter(ByteReader& reader) {
 bool read_plain_reply(ByteReader& reader, TypeLookupReply& reply) {
     rtps::ByteView instance_name;
     uint32_t operation = 0;
+    int32_t exception = 0;
     return reader.read_octets(instance_name) && reader.read(operation) && operation == kPlainGetTypes &&
-           reader.read(reply.exception) &&
-           (reply.exception != 0 || read_plain_pairs(reader, reply.plain_types));
+           reader.read(exception) && (exception != 0 || read_plain_pairs(reader, reply.plain_types));
 }
 
 bool read_operation(ByteReader& reader) {
@@ -104,13 +104,9 @@ bool read_operation(ByteReader& reader) {
 
 std::string type_lookup_instance_name(const rtps::GuidPrefix& participant) {
     std::string name = "dds.builtin.TOS.";
-    char digits[9];
-    for (const uint8_t byte : participant.bytes) {
-        std::snprintf(digits, sizeof digits, "%02x", byte);
-        name += digits;
-    }
-    std::snprintf(digits, sizeof digits, "%08x", rtps::entity::participant.value);
-    return name + digits;
+    for (const uint8_t byte : rtps::key_hash_of({participant, rtps::entity::participant}))
+        append_hex(name, byte);
+    return name;
 }
 
 rtps::ByteBuffer encode(const TypeLookupRequest& request) {
@@ -121,7 +117,7 @@ rtps::ByteBuffer encode(const TypeLookupRequest& request) {
     rtps::write_encapsulation(bytes, plain ? rtps::Encoding::cdr : rtps::Encoding::cdr2, Endianness::little);
     ByteWriter writer(bytes, Endianness::little, plain ? rtps::kXcdr1MaxAlignment : rtps::kXcdr2MaxAlignment);
     write_element(writer, request.writer);
-    write_element(writer, request.sequence_number);
+    write_element(writer, request.number);
     writer.write_string(type_lookup_instance_name(request.asked));
     if (plain) {
         writer.write(kPlainGetTypes);
@@ -150,17 +146,16 @@ bool decode(rtps::ByteView payload, TypeLookupReply& reply) {
         return false;
     if (form == TypeObjectForm::plain)
         return read_plain_reply(reader, reply);
-    if (!reader.read(reply.exception))
+    int32_t exception = 0;
+    if (!reader.read(exception))
         return false;
-    if (reply.exception != 0)
+    if (exception != 0)
         return true;
     int32_t result = -1;
     if (!read_operation(reader) || !skip_delimiter(reader) || !reader.read(result))
         return false;
-    if (result != 0) {
-        reply.exception = result;
+    if (result != 0)
         return true;
-    }
     const uint32_t types_member = hashed_member_id("types");
     ByteReader members;
     if (!enter_delimited(reader, members))

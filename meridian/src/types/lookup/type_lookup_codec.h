@@ -16,7 +16,7 @@ namespace meridian::types {
 struct TypeLookupRequest {
     /// Identity of the request: the writer that sends it, and its sequence number.
     rtps::Guid writer;
-    rtps::SequenceNumber sequence_number = 1;
+    rtps::SequenceNumber number = 1;
     /// The participant that is asked; it stands in the instance name, and some peers only answer to theirs.
     rtps::GuidPrefix asked;
     std::vector<TypeHash> hashes;
@@ -27,8 +27,6 @@ struct TypeLookupRequest {
 struct TypeLookupReply {
     rtps::Guid request_writer;
     rtps::SequenceNumber request_number = 0;
-    /// 0: the service did what it was asked; types may still be missing from the answer.
-    int32_t exception = 0;
     std::vector<TypeObjectPair> types;        // the objects point into the payload
     std::vector<PlainTypeObject> plain_types; // those of a reply in the plain form
     rtps::Endianness endianness = rtps::Endianness::little;
@@ -39,7 +37,8 @@ std::string type_lookup_instance_name(const rtps::GuidPrefix& participant);
 
 /// The payload with its encapsulation header.
 rtps::ByteBuffer encode(const TypeLookupRequest& request);
-/// False for a payload that is no reply to a request for types. Replies of other operations do not count.
+/// False for a payload that is no reply to a request for types. Replies of other operations do not count. One
+/// that says that the service could not do what it was asked has no types.
 bool decode(rtps::ByteView payload, TypeLookupReply& reply);
 
 } // namespace meridian::types

@@ -12,13 +12,8 @@ namespace {
 
 /// Requests that are remembered for late answers.
 constexpr size_t kRemembered = 1024;
-/// Types of a participant that are told to be too large, one by one; the rest of a minute is counted.
-constexpr unsigned kToldTooLarge = 5;
-/// And of all: whoever leaves and comes as another begins anew.
-constexpr unsigned kToldTooLargeOfAll = 50;
 /// So often a type is asked for anew because a cycle in it was not what its hash says.
 constexpr unsigned kMostForged = 5;
-constexpr rtps::Duration kMinute = std::chrono::minutes(1);
 /// What an entry of the tables here takes beside its key, name and type; rather more than less.
 constexpr size_t kEntrySize = 512;
 
@@ -41,11 +36,11 @@ TypeResolver::Charge TypeResolver::charge(const Peer& peer, size_t bytes) {
 
 // -- Publications
 
-std::optional<TypeResolver::Announced> TypeResolver::announced_by(const rtps::EndpointData& publication) {
+std::optional<TypeResolver::Announced> TypeResolver::announced_by(const rtps::RemoteEndpoint& publication) {
     Announced announced;
     TypeInformation information;
     const TypeIdentifierWithDependencies* named = nullptr;
-    if (decode(publication.type_information, publication.raw_endianness, information))
+    if (decode(*publication.type_information, publication.raw_endianness, information))
         named = information.best();
     announced.is_plain = named == nullptr || information.form == TypeObjectForm::plain;
     announced.is_whole = announced.is_plain && !publication.type_object.empty();
@@ -70,14 +65,14 @@ std::optional<TypeResolver::Announced> TypeResolver::announced_by(const rtps::En
     return announced;
 }
 
-TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication, bool answers,
+TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publication, bool answers,
                                            rtps::MonotonicTime now, Asker asker) {
     const Waiter waiter{publication.guid, asker};
     std::optional<Announced> announced = announced_by(publication);
     if (!announced) {
         forget(waiter);
         return Result{
-            {}, publication.type_information.empty() ? DDS_TYPE_CODE_NOT_ANNOUNCED : DDS_TYPE_CODE_UNUSABLE};
+            {}, publication.type_information->empty() ? DDS_TYPE_CODE_NOT_ANNOUNCED : DDS_TYPE_CODE_UNUSABLE};
     }
     const Key& key = announced->key;
     const rtps::GuidPrefix& participant = publication.guid.prefix;
@@ -113,10 +108,8 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     const LookupId id = is_new ? ++last_lookup_ : again->second;
     Lookup& lookup = lookups_[id];
     if (is_new) {
-        lookup.key = key;
-        lookup.root = announced->root;
+        static_cast<Announced&>(lookup) = *announced;
         lookup.plain = announced->is_plain ? peer.plain : nullptr;
-        lookup.is_whole = announced->is_whole;
         lookup.name = publication.type_name;
         lookup.announcer = participant;
         lookup.charge = charge(peer, kEntrySize + 2 * key.size() + lookup.name.size());
@@ -138,19 +131,19 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::EndpointData& publication
     send(now);
     if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty() && !may_come) {
         // Nobody offers it, or they left meanwhile.
-        finish(id, {{}, silent != peer.silent.end() ? silent->second.why : DDS_TYPE_CODE_NOT_TOLD});
+        finish(id, {{}, silent != peer.silent.end() ? silent->second.result.why : DDS_TYPE_CODE_NOT_TOLD});
     }
     if (waits_.count(waiter) != 0)
         return std::nullopt;
     const auto own = std::find_if(outcomes_.rbegin(), outcomes_.rend(), [&waiter](const Outcome& outcome) {
         return Waiter(outcome.endpoint, outcome.asker) == waiter;
     });
-    Result result{own->type, own->why};
+    Result result = *own;
     outcomes_.erase(std::next(own).base());
     return result;
 }
 
-bool TypeResolver::take_whole(const rtps::EndpointData& publication, Announced& announced,
+bool TypeResolver::take_whole(const rtps::RemoteEndpoint& publication, Announced& announced,
                               rtps::MonotonicTime now) {
     Peer& peer = peers_.at(publication.guid.prefix);
     if (peer.plain->library.has(announced.root.hash))
@@ -228,40 +221,9 @@ TypeResolver::Result TypeResolver::keep(const Key& key, const rtps::GuidPrefix& 
 
 bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const rtps::GuidPrefix& participant,
                                 rtps::MonotonicTime now) {
-    if (size <= settings_.max_type_size)
-        return false;
-    const auto peer = peers_.find(participant);
-    if (peer == peers_.end())
-        return true;
-    if (peer->second.too_large++ == 0)
-        counts_.emplace_back(rtps::later(now, kMinute), participant);
-    if (peer->second.too_large <= kToldTooLarge && may_tell(now))
-        MERIDIAN_LOG_ERROR(
-            "discovery",
-            "type \"%s\" takes %llu bytes, more than the %llu of type_code_max_serialized_length "
-            "(-tcMaxSize): it is not used",
-            name.c_str(), static_cast<unsigned long long>(size),
-            static_cast<unsigned long long>(settings_.max_type_size));
-    return true;
-}
-
-bool TypeResolver::may_tell(rtps::MonotonicTime now) {
-    if (now >= told_until_) {
-        told_until_ = rtps::later(now, kMinute);
-        told_ = 0;
-    }
-    if (++told_ == kToldTooLargeOfAll)
-        MERIDIAN_LOG_ERROR("discovery",
-                           "many participants announce types that are larger than -tcMaxSize allows: "
-                           "no more of them are told for a minute");
-    return told_ < kToldTooLargeOfAll;
-}
-
-void TypeResolver::tell_too_large(const rtps::GuidPrefix& participant, Peer& peer, rtps::MonotonicTime now) {
-    if (peer.too_large > kToldTooLarge && may_tell(now))
-        MERIDIAN_LOG_ERROR("discovery", "%u more types of participant %s are larger than -tcMaxSize allows",
-                           peer.too_large - kToldTooLarge, rtps::to_string(participant).c_str());
-    peer.too_large = 0;
+    // Of those that are gone no count is begun.
+    return peers_.count(participant) != 0 ? oversized_.is_too_large(size, name, participant, now)
+                                          : size > oversized_.limit();
 }
 
 // -- Requests
@@ -293,8 +255,8 @@ void TypeResolver::send(rtps::MonotonicTime now) {
             advance(turn->lookup, now);
         } else {
             const Asker asker = *peers_.at(turn->asked).askers.begin();
-            requests_.push_back({last_number_, asker, turn->asked, std::move(missing),
-                                 lookup.plain != nullptr ? TypeObjectForm::plain : TypeObjectForm::xcdr2});
+            const auto form = lookup.is_plain ? TypeObjectForm::plain : TypeObjectForm::xcdr2;
+            requests_.push_back({{{}, last_number_, turn->asked, std::move(missing), form}, asker});
         }
     }
     while (sent_.size() > kRemembered && !sent_.front().under_way)
@@ -464,7 +426,7 @@ void TypeResolver::finish(LookupId id, const Result& result) {
         const auto wait = waits_.find(waiter);
         give_ups_.erase({wait->second.until, waiter});
         waits_.erase(wait);
-        outcomes_.push_back({waiter.first, waiter.second, result.type, result.why});
+        outcomes_.push_back({result, waiter.first, waiter.second});
     }
     drop(id);
 }
@@ -479,13 +441,13 @@ void TypeResolver::give_up(const Waiter& waiter) {
     if (peer != peers_.end() && lookup.asked.count(waiter.first.prefix) != 0) {
         Charge charged = charge(peer->second, kEntrySize + lookup.key.size());
         if (charged != nullptr)
-            peer->second.silent[lookup.key] = {why, std::move(charged)};
+            peer->second.silent[lookup.key] = {{{}, why}, std::move(charged)};
     }
     if (!std::exchange(lookup.gave_up, true))
         MERIDIAN_LOG_WARNING("discovery",
                              "type \"%s\": no participant sent its definition; its contents are unknown",
                              lookup.name.c_str());
-    outcomes_.push_back({waiter.first, waiter.second, {}, why});
+    outcomes_.push_back({{{}, why}, waiter.first, waiter.second});
     forget(waiter);
 }
 
@@ -511,7 +473,7 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::M
     peer.askers.erase(asker);
     if (!peer.askers.empty())
         return;
-    tell_too_large(participant, peer, now);
+    oversized_.tell_too_large(participant, now);
     // Nobody else can complete these.
     while (!peer.plain->awaited.empty())
         finish(peer.plain->awaited.begin()->second, {{}, DDS_TYPE_CODE_NOT_TOLD});
@@ -564,22 +526,16 @@ void TypeResolver::on_timer(rtps::MonotonicTime now) {
         give_up(Waiter(give_ups_.begin()->second));
     while (!retries_.empty() && retries_.begin()->first <= now)
         time_out(retries_.begin()->second, now);
-    for (; !counts_.empty() && counts_.front().first <= now; counts_.pop_front()) {
-        const auto peer = peers_.find(counts_.front().second);
-        if (peer != peers_.end())
-            tell_too_large(peer->first, peer->second, now);
-    }
+    oversized_.on_timer(now);
     send(now);
 }
 
 rtps::MonotonicTime TypeResolver::next_deadline() const {
-    rtps::MonotonicTime next = pacer_.next_time();
+    rtps::MonotonicTime next = std::min(pacer_.next_time(), oversized_.next_deadline());
     if (!give_ups_.empty())
         next = std::min(next, give_ups_.begin()->first);
     if (!retries_.empty())
         next = std::min(next, retries_.begin()->first);
-    if (!counts_.empty())
-        next = std::min(next, counts_.front().first);
     return next;
 }
 

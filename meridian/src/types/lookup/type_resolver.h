@@ -23,9 +23,10 @@
 #include <vector>
 
 #include "platform/memory_budget.h"
+#include "rtps/protocol/remote_endpoint.h"
 #include "rtps/protocol/times.h"
-#include "rtps/wire/discovery_data.h"
 #include "types/lookup/endpoint_type.h"
+#include "types/lookup/oversized_types.h"
 #include "types/lookup/request_pacer.h"
 #include "types/lookup/type_lookup_codec.h"
 #include "types/network/type_information.h"
@@ -38,38 +39,33 @@ class TypeResolver {
     /// A participant of this process.
     using Asker = uint32_t;
     struct Settings {
-        /// Summed size of the type objects of a type above which it is not used. The logger says so, a few
-        /// times a minute for each participant.
+        /// Summed size of the type objects of a type above which it is not used; see oversized_types.h.
         uint64_t max_type_size = 4096;
         rtps::Duration give_up = std::chrono::seconds(2); // for each publication
         rtps::Duration retry = std::chrono::milliseconds(200);
     };
-    struct Request {
-        int64_t number = 0; // counts from 1
+    /// Its writer is for the asker to say.
+    struct Request : TypeLookupRequest {
         Asker asker = 0;
-        rtps::GuidPrefix asked;
-        std::vector<TypeHash> hashes;
-        TypeObjectForm form = TypeObjectForm::xcdr2;
     };
     struct Result {
         TypeRef type; // empty: see why
         NoType why = DDS_TYPE_CODE_NOT_ANNOUNCED;
         explicit operator bool() const { return static_cast<bool>(type); }
     };
-    struct Outcome {
+    struct Outcome : Result {
         rtps::Guid endpoint;
         Asker asker = 0;
-        TypeRef type; // empty: see why
-        NoType why = DDS_TYPE_CODE_NOT_ANNOUNCED;
     };
     /// Nothing: the publication waits, and an Outcome will come.
     using Answer = std::optional<Result>;
 
-    explicit TypeResolver(const Settings& settings) : settings_(settings) {}
+    explicit TypeResolver(const Settings& settings)
+        : settings_(settings), oversized_(settings.max_type_size) {}
 
     /// A publication was announced (or announced anew) to `asker`. `answers`: its participant offers the type
     /// lookup service. Announcing it anew with the same type does not prolong the wait.
-    Answer resolve(const rtps::EndpointData& publication, bool answers, rtps::MonotonicTime now,
+    Answer resolve(const rtps::RemoteEndpoint& publication, bool answers, rtps::MonotonicTime now,
                    Asker asker = 0);
     /// It is asked no longer, when all askers said so, and what it told is forgotten. Its waiting
     /// publications may still be resolved by other participants.
@@ -110,14 +106,11 @@ class TypeResolver {
         bool is_whole = false; // nothing may have to be looked up
     };
     /// A type that is being looked up.
-    struct Lookup {
-        Key key;
-        TypeIdentifier root;
+    struct Lookup : Announced {
         std::shared_ptr<PlainTypes> plain; // null: not of that form
-        bool is_whole = false;
-        std::optional<TypeHash> awaits; // its entry among those that are awaited
-        std::string name;               // of the type, for messages
-        rtps::GuidPrefix announcer;     // who pays
+        std::optional<TypeHash> awaits;    // its entry among those that are awaited
+        std::string name;                  // of the type, for messages
+        rtps::GuidPrefix announcer;        // who pays
         std::set<Waiter> waiting;
         std::vector<rtps::GuidPrefix> sources; // participants that can be asked
         std::set<rtps::GuidPrefix> asked;
@@ -148,25 +141,20 @@ class TypeResolver {
         Result result;
         Charge charge;
     };
-    struct Silence {
-        NoType why = DDS_TYPE_CODE_NOT_TOLD;
-        Charge charge;
-    };
     struct Peer {
         Peer();
         std::set<Asker> askers; // that know of it
         std::set<LookupId> lookups;
-        std::map<Key, Silence> silent; // types that it was asked for and did not tell in time
-        std::vector<Key> resolved;     // by what it told
+        std::map<Key, Resolved> silent; // types that it was asked for and did not tell in time
+        std::vector<Key> resolved;      // by what it told
         std::map<TypeHash, Charge> objects;
         std::shared_ptr<PlainTypes> plain = std::make_shared<PlainTypes>();
         std::shared_ptr<MemoryShare> share;
-        unsigned too_large = 0; // types since the last count
     };
 
-    static std::optional<Announced> announced_by(const rtps::EndpointData& publication);
+    static std::optional<Announced> announced_by(const rtps::RemoteEndpoint& publication);
     /// Keeps the type object that a publication announces, and names it as the root. False: it is malformed.
-    bool take_whole(const rtps::EndpointData& publication, Announced& announced, rtps::MonotonicTime now);
+    bool take_whole(const rtps::RemoteEndpoint& publication, Announced& announced, rtps::MonotonicTime now);
     /// False: there is no memory for it.
     bool add_plain(Peer& peer, const TypeHash& hash, TypeObject object, size_t size, rtps::MonotonicTime now);
     void await(LookupId id, Lookup& lookup, std::optional<TypeHash> missing);
@@ -199,11 +187,9 @@ class TypeResolver {
     Result keep(const Key& key, const rtps::GuidPrefix& participant, Result result);
     bool is_too_large(uint64_t size, const std::string& name, const rtps::GuidPrefix& participant,
                       rtps::MonotonicTime now);
-    void tell_too_large(const rtps::GuidPrefix& participant, Peer& peer, rtps::MonotonicTime now);
-    /// One line more on types that are too large.
-    bool may_tell(rtps::MonotonicTime now);
 
     const Settings settings_;
+    OversizedTypes oversized_;
     RequestPacer pacer_;
     TypeLibrary library_;
     std::map<Key, Resolved> resolved_;
@@ -214,9 +200,6 @@ class TypeResolver {
     std::map<rtps::GuidPrefix, Peer> peers_;
     std::deque<Sent> sent_; // the last ones, the newest with number last_number_
     std::set<std::pair<rtps::MonotonicTime, int64_t>> retries_;
-    std::deque<std::pair<rtps::MonotonicTime, rtps::GuidPrefix>> counts_; // of types that are too large
-    rtps::MonotonicTime told_until_{0};
-    unsigned told_ = 0; // lines until then
     int64_t last_number_ = 0;
     LookupId last_lookup_ = 0;
     std::vector<Request> requests_;
