@@ -71,10 +71,7 @@ QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_type(const char* typeN
 }
 
 QuixSpyAgent::QuixSpyAgent(const char* programName, QuixAgentOutput& output)
-    : QuixAgent(programName, 0, output) {
-    domainTag = nullptr;
-    participantIndex = -1;
-}
+    : QuixAgent(programName, 0, output) {}
 
 QuixSpyAgent::~QuixSpyAgent() {
     if (_waitSet != nullptr) {
