@@ -84,7 +84,7 @@ DDS_ReturnCode_t FactoryImpl::get_participant_qos_from_profile(DDS_DomainPartici
     if (library == nullptr || profile == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     std::string error;
-    if (profiles()->participant_qos(library, profile, qos, error))
+    if (profiles()->read(library, profile, nullptr, qos, error))
         return DDS_RETCODE_OK;
     MERIDIAN_LOG_ERROR("dcps", "%s", error.c_str());
     return DDS_RETCODE_ERROR;
