@@ -22,12 +22,10 @@ Singleton& singleton() {
     return *instance;
 }
 
-bool are_equal(const DDS_StringSeq& a, const DDS_StringSeq& b) {
-    return discovery::to_strings(a) == discovery::to_strings(b);
-}
-
 bool are_equal(const DDS_ProfileQosPolicy& a, const DDS_ProfileQosPolicy& b) {
-    return are_equal(a.string_profile, b.string_profile) && are_equal(a.url_profile, b.url_profile);
+    using discovery::to_strings;
+    return to_strings(a.string_profile) == to_strings(b.string_profile) &&
+           to_strings(a.url_profile) == to_strings(b.url_profile);
 }
 
 } // namespace
