@@ -287,13 +287,16 @@ bool QuixSpyAgent::check_reader_qos() {
 }
 
 void QuixSpyAgent::tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason) {
-    constexpr uint64_t kMostTold = 50;
-    if (++unreadWriters_ > kMostTold)
+    constexpr size_t kMostTold = 50;
+    if (toldUnread_.size() >= kMostTold)
         return;
     std::string text = "writer";
     QUIXSpy_appendGuid(text, " guid", writer);
     text += " of topic \"" + QUIXSpy_text(topicName) + "\" is not read: " + reason;
-    if (unreadWriters_ == kMostTold)
+    // An update may change the reason, and a writer of the same GUID may be another one.
+    if (!toldUnread_.insert(text).second)
+        return;
+    if (toldUnread_.size() == kMostTold)
         text += "; further ones are not told";
     QUIXLog_error("subscription", text.c_str());
 }

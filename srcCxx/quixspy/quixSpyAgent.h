@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -108,7 +109,7 @@ class QuixSpyAgent : public QuixAgent {
     /// Makes the participant of a node, which then stands in the list. False, and the node the caller's, when
     /// that fails.
     bool add_participant(QuixSpyParticipantListNode& node);
-    /// Says, for the first of them, why a writer that was announced is not read; the rest is counted.
+    /// Says, for the first of them, why a writer that was announced is not read; once for the same reason.
     void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);
     /// That of the options, or what the reader's limits leave of it.
     int32_t history_depth(const DDS_DataReaderQos& reader) const;
@@ -165,5 +166,5 @@ class QuixSpyAgent : public QuixAgent {
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);
     void delete_participant(QuixSpyParticipantListNode* node);
 
-    uint64_t unreadWriters_ = 0;
+    std::set<std::string> toldUnread_; // what was said of writers that are not read
 };

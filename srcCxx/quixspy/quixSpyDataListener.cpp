@@ -96,11 +96,6 @@ const QuixSpyEndpointInfo& QuixSpyDataListener::writer_of(const DDS_SampleInfo& 
     return lastWriter_;
 }
 
-bool QuixSpyDataListener::knows_writer(const RtpsGuid& guid) {
-    const std::lock_guard<std::mutex> lock(writersMutex_);
-    return writerList_.find_node(guid) != nullptr;
-}
-
 void QuixSpyDataListener::on_data_available(DDSDataReader* reader) {
     QUIXSemaphore& semaphore = *settings_.outputSemaphore;
     reader_ = reader;

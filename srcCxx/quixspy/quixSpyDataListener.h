@@ -52,9 +52,6 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     bool record_writer(const RtpsGuid& guid, const char* ip, const DDS_EntityNameQosPolicy& entityName,
                        const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions);
 
-    /// Whether record_writer was called for it.
-    bool knows_writer(const RtpsGuid& guid);
-
     /// Takes and reports all samples that the reader has.
     void on_data_available(DDSDataReader* reader) override;
     void on_requested_deadline_missed(DDSDataReader* reader,

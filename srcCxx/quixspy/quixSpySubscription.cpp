@@ -184,11 +184,8 @@ void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publica
 /// One more writer of a topic that has its reader already.
 void add_writer(QuixSpyAgent& agent, const ParticipantNode& participant, const Publication& publication) {
     const TopicNode* const topic = participant.find_topic(publication.topicName, publication.typeName);
-    const bool is_new = topic == nullptr || !topic->listener->knows_writer(publication.guid);
     if (topic != nullptr)
         record_writer(agent, *topic->listener, publication);
-    if (!is_new)
-        return;
     DDSTopicDescription* const description =
         participant.participant->lookup_topicdescription(publication.topicName);
     tell_if_not_read(agent, topic, publication, description != nullptr ? description->get_type_name() : "");

@@ -106,8 +106,8 @@ def type_objects(application, first, count):
                          lambda number: [(forge.TYPE_OBJECT, struct.pack("<I", number) + bytes(59000))])
 
 
-def many_endpoints(application, first, count):
-    return _publications(application, first, count, "Many", lambda number: ())
+def many_endpoints(application, first, count, topic="Many"):
+    return _publications(application, first, count, topic, lambda number: ())
 
 
 def empty_partition_names(application, first, count):

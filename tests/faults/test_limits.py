@@ -53,6 +53,32 @@ class Limits(faults.FaultTest):
         self.bound("time of an announcement", 1e6 * seconds / count, 500 * faults.harness.SLOWNESS, "us")
         self.assert_discovers(tool)
 
+    def test_types_of_one_topic(self):
+        """Attack: one application announces 300 types of one topic (60 KB), for which the tool makes 255 further participants,
+        and leaves. Then come four applications with 400 writers each.
+        Seen: each endpoint takes 1 KiB in each participant: the fourth application is never seen, nor are others as large, to
+        the end of the run; 236 MiB; each limit is told 256 times.
+        Bound: all are seen; 100 MiB; ten lines on standard error beside those of writers that are not read."""
+        tool = self.tool()
+        before = tool.memory()
+        attacker = self.forged()
+        attacker.announce()
+        attacker.write_all(forge.PUBLICATIONS, attacks.types_of_one_topic(attacker, 300), tool=tool)
+        attacker.wait_until_read(forge.PUBLICATIONS)
+        faults.wait_until("all participants of the tool", lambda: any("read other types" in line for line in tool.errors), 30)
+        attacker.leave()
+        for number in range(4):
+            application = self.forged()
+            application.announce()
+            application.write_all(forge.PUBLICATIONS, attacks.many_endpoints(application, 0, 400, f"Healthy{number}"), tool=tool)
+            application.wait_until_read(forge.PUBLICATIONS)
+        tool.wait_at_rest(60)
+        self.assert_discovers(tool)
+        seen = sum("New writer" in line and "Healthy" in line for line in tool.lines)
+        self.at_least("writers that are seen", seen, 1600, "writers")
+        self.bound("memory", (tool.memory() - before) / faults.MIB, 100, "MiB more than before")
+        self.bound("lines on standard error", sum("is not read" not in line for line in tool.errors), 10, "lines")
+
     def test_oversized_types(self):
         """Attack: 400 announcements (the long form 4,000) of types larger than -tcMaxSize.
         Seen: a line on standard error for each.

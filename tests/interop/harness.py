@@ -160,6 +160,20 @@ def end_by_interrupt(child, limit=None):
                 return
 
 
+def wait_until(changed, condition, limit, complaint):
+    """Waits until condition() is true and returns its value; it is asked again whenever changed (a threading.Condition) is notified."""
+    end = time.monotonic() + (DEFAULT_LIMIT if limit is None else limit)
+    with changed:
+        while True:
+            value = condition()
+            if value:
+                return value
+            left = end - time.monotonic()
+            if left <= 0:
+                raise AssertionError(complaint())
+            changed.wait(min(left, 0.5))
+
+
 class Process:
     """A process in a network, whose standard output is collected line by line."""
 
@@ -195,16 +209,7 @@ class Process:
 
     def wait_for(self, what, condition, limit=None):
         """Waits until condition() is true and returns its value; it is asked again after every line."""
-        end = time.monotonic() + (DEFAULT_LIMIT if limit is None else limit)
-        with self._changed:
-            while True:
-                value = condition()
-                if value:
-                    return value
-                left = end - time.monotonic()
-                if left <= 0:
-                    raise AssertionError(f"waited in vain for {what}\n{self.story()}")
-                self._changed.wait(min(left, 0.5))
+        return wait_until(self._changed, condition, limit, lambda: f"waited in vain for {what}\n{self.story()}")
 
     def wait_for_line(self, pattern, limit=None, start=0):
         """The first line from number start on in which the pattern is found."""

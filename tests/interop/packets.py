@@ -5,7 +5,6 @@ import ipaddress
 import socket
 import struct
 import threading
-import time
 
 import harness
 
@@ -209,14 +208,7 @@ class Tap:
 
     def wait_for(self, what, condition, limit=None):
         """Waits until condition() is true and returns its value; it is asked again after every datagram."""
-        end = time.monotonic() + (harness.DEFAULT_LIMIT if limit is None else limit)
-        with self._changed:
-            while True:
-                value = condition()
-                if value:
-                    return value
-                left = end - time.monotonic()
-                if left <= 0:
-                    heard = "\n".join(f"  {datagram}" for datagram in self._heard[-40:])
-                    raise AssertionError(f"waited in vain for {what}; heard {len(self._heard)} datagrams, at last:\n{heard}")
-                self._changed.wait(min(left, 0.5))
+        def complaint():
+            heard = "\n".join(f"  {datagram}" for datagram in self._heard[-40:])
+            return f"waited in vain for {what}; heard {len(self._heard)} datagrams, at last:\n{heard}"
+        return harness.wait_until(self._changed, condition, limit, complaint)

@@ -31,6 +31,7 @@
 #include <fastdds/dds/domain/DomainParticipant.hpp>
 #include <fastdds/dds/domain/DomainParticipantFactory.hpp>
 #include <fastdds/dds/domain/DomainParticipantListener.hpp>
+#include <fastdds/dds/publisher/Publisher.hpp>
 #include <fastdds/dds/topic/TopicDataType.hpp>
 
 namespace peers::fast {
@@ -229,6 +230,34 @@ inline bool announce_property(dds::DomainParticipantQos& qos, const std::string&
     return true;
 #endif
 }
+
+// A participant that speaks UDP only, with a publisher.
+class UdpApplication {
+  public:
+    explicit UdpApplication(dds::DomainParticipantQos qos = dds::DomainParticipantQos()) {
+        qos.transport().use_builtin_transports = false;
+        qos.transport().user_transports.push_back(std::make_shared<transport::UDPv4TransportDescriptor>());
+        participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(0, qos);
+        publisher_ =
+            participant_ == nullptr ? nullptr : participant_->create_publisher(dds::PUBLISHER_QOS_DEFAULT);
+    }
+    ~UdpApplication() {
+        if (participant_ != nullptr) {
+            participant_->delete_contained_entities();
+            dds::DomainParticipantFactory::get_instance()->delete_participant(participant_);
+        }
+    }
+    UdpApplication(const UdpApplication&) = delete;
+    UdpApplication& operator=(const UdpApplication&) = delete;
+
+    bool is_usable() const { return publisher_ != nullptr; }
+    dds::DomainParticipant& participant() { return *participant_; }
+    dds::Publisher& publisher() { return *publisher_; }
+
+  private:
+    dds::DomainParticipant* participant_ = nullptr;
+    dds::Publisher* publisher_ = nullptr;
+};
 
 // A stream of plain XCDR1 in this machine's byte order.
 class PlainStream final : public eprosima::fastcdr::Cdr {

@@ -137,28 +137,19 @@ class Structure final : public Kind {
     Type type_;
 };
 
+dds::DomainParticipantQos lookup_qos([[maybe_unused]] bool answers) {
+    dds::DomainParticipantQos qos;
+#if FASTDDS_VERSION_MAJOR < 3
+    qos.wire_protocol().builtin.typelookup_config.use_server = answers;
+#endif
+    return qos;
+}
+
 class Application {
   public:
-    explicit Application([[maybe_unused]] bool answers) {
-        dds::DomainParticipantQos qos;
-#if FASTDDS_VERSION_MAJOR < 3
-        qos.wire_protocol().builtin.typelookup_config.use_server = answers;
-#endif
-        qos.transport().use_builtin_transports = false;
-        qos.transport().user_transports.push_back(
-            std::make_shared<peers::fast::transport::UDPv4TransportDescriptor>());
-        participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(0, qos);
-        publisher_ =
-            participant_ == nullptr ? nullptr : participant_->create_publisher(dds::PUBLISHER_QOS_DEFAULT);
-    }
-    ~Application() {
-        if (participant_ != nullptr) {
-            participant_->delete_contained_entities();
-            dds::DomainParticipantFactory::get_instance()->delete_participant(participant_);
-        }
-    }
-    Application(const Application&) = delete;
-    Application& operator=(const Application&) = delete;
+    explicit Application(bool answers) : udp_(lookup_qos(answers)) {}
+
+    bool is_usable() const { return udp_.is_usable(); }
 
     std::string run(const std::string& verb, const std::string& name, std::istream& rest) {
         if (verb == "struct") {
@@ -169,7 +160,7 @@ class Application {
         }
         const auto writer = writers_.find(name);
         if (writer == writers_.end()) {
-            return publisher_ == nullptr ? "no participant" : "no writer called " + name;
+            return "no writer called " + name;
         }
         return verb == "matched" ? wait_for_reader(*writer->second)
                : verb == "write" ? write(name, *writer->second)
@@ -216,12 +207,13 @@ class Application {
             return "no type called " + name;
         }
         const dds::TypeSupport support(new peers::fast::DynamicSupport(found->second->type()));
-        support.register_type(participant_);
-        dds::Topic* topic = participant_->create_topic(name, support.get_type_name(), dds::TOPIC_QOS_DEFAULT);
+        support.register_type(&udp_.participant());
+        dds::Topic* topic =
+            udp_.participant().create_topic(name, support.get_type_name(), dds::TOPIC_QOS_DEFAULT);
         dds::DataWriterQos qos;
         qos.reliability().kind = dds::RELIABLE_RELIABILITY_QOS;
         qos.data_sharing().off();
-        dds::DataWriter* writer = topic == nullptr ? nullptr : publisher_->create_datawriter(topic, qos);
+        dds::DataWriter* writer = topic == nullptr ? nullptr : udp_.publisher().create_datawriter(topic, qos);
         if (writer == nullptr) {
             return "create_datawriter failed";
         }
@@ -259,14 +251,17 @@ class Application {
     std::map<std::string, std::shared_ptr<const Structure>> structures_;
     std::map<std::string, dds::DataWriter*> writers_;
     Source source_;
-    dds::DomainParticipant* participant_ = nullptr;
-    dds::Publisher* publisher_ = nullptr;
+    peers::fast::UdpApplication udp_; // last: its writers go before their types
 };
 
 } // namespace
 
 int main(int argc, char** argv) {
     Application application(argc > 1 && std::string(argv[1]) == "answers");
+    if (!application.is_usable()) {
+        std::cout << "error no participant" << std::endl;
+        return 1;
+    }
     for (std::string line; std::getline(std::cin, line);) {
         std::istringstream words(line);
         std::string verb;

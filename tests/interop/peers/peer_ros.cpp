@@ -360,25 +360,7 @@ class MessageType final : public peers::fast::HandWrittenType {
 
 class Node {
   public:
-    Node() {
-        dds::DomainParticipantQos qos;
-        qos.transport().use_builtin_transports = false;
-        qos.transport().user_transports.push_back(
-            std::make_shared<peers::fast::transport::UDPv4TransportDescriptor>());
-        participant_ = dds::DomainParticipantFactory::get_instance()->create_participant(0, qos);
-        publisher_ =
-            participant_ == nullptr ? nullptr : participant_->create_publisher(dds::PUBLISHER_QOS_DEFAULT);
-    }
-    ~Node() {
-        if (participant_ != nullptr) {
-            participant_->delete_contained_entities();
-            dds::DomainParticipantFactory::get_instance()->delete_participant(participant_);
-        }
-    }
-    Node(const Node&) = delete;
-    Node& operator=(const Node&) = delete;
-
-    bool is_usable() const { return publisher_ != nullptr; }
+    bool is_usable() const { return udp_.is_usable(); }
 
     std::string run(const std::string& verb, const std::string& name) {
         const auto message = messages().find(name);
@@ -406,8 +388,9 @@ class Node {
 
   private:
     std::string create_writer(const std::string& name, const Message& message) {
-        dds::TypeSupport(new MessageType(message)).register_type(participant_);
-        dds::Topic* topic = participant_->create_topic(message.topic, message.type, dds::TOPIC_QOS_DEFAULT);
+        dds::TypeSupport(new MessageType(message)).register_type(&udp_.participant());
+        dds::Topic* topic =
+            udp_.participant().create_topic(message.topic, message.type, dds::TOPIC_QOS_DEFAULT);
         if (topic == nullptr) {
             return "create_topic failed";
         }
@@ -415,7 +398,7 @@ class Node {
         qos.reliability().kind = dds::RELIABLE_RELIABILITY_QOS;
         qos.durability().kind = dds::VOLATILE_DURABILITY_QOS;
         qos.data_sharing().off();
-        dds::DataWriter* writer = publisher_->create_datawriter(topic, qos);
+        dds::DataWriter* writer = udp_.publisher().create_datawriter(topic, qos);
         if (writer == nullptr) {
             return "create_datawriter failed";
         }
@@ -436,8 +419,7 @@ class Node {
         return "no reader came";
     }
 
-    dds::DomainParticipant* participant_ = nullptr;
-    dds::Publisher* publisher_ = nullptr;
+    peers::fast::UdpApplication udp_; // last: its writers go before their types
     std::map<std::string, dds::DataWriter*> writers_;
 };
 

@@ -210,6 +210,47 @@ TEST_F(ParticipantTableTest, AParticipantThatChangesAllTheTimeIsMatchedOnceASeco
     EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(6, 7411)})); // as it was announced last
 }
 
+TEST_F(ParticipantTableTest, AFurtherParticipantLeavesTheMemoryToTheFirst) {
+    EndpointData of_topic = publication(2, 0x102);
+    EndpointData other = publication(2, 0x202);
+    other.topic_name = "other";
+    for (const bool is_further : {false, true}) {
+        recorder.participants.clear();
+        recorder.endpoints.clear();
+        recorder.errors.clear();
+        config.is_further = is_further;
+        start();
+        announce(remote(2));
+        MemoryShare taken(MemoryBudget::of_process());
+        ASSERT_TRUE(taken.take(MemoryBudget::of_process().limit() / 4));
+        EndpointData reader = of_topic;
+        reader.guid = {prefix(1), EntityId{0x107}};
+        ASSERT_TRUE(participant->add_reader(reader, ReaderConfig{}, recorder.sink_of(reader.guid), now()));
+        announce(remote(3));
+        EXPECT_EQ(recorder.participants.count(prefix(3)), is_further ? 0u : 1u);
+        EXPECT_EQ(recorder.errors.size(), is_further ? 1u : 0u);
+        send_data(2, entity::publications_writer, 1, encode(of_topic));
+        send_data(2, entity::publications_writer, 2, encode(other));
+        EXPECT_EQ(recorder.endpoints.count(of_topic.guid), 1u);
+        EXPECT_EQ(recorder.endpoints.count(other.guid), is_further ? 0u : 1u);
+        taken.give_back(taken.held());
+        announce(remote(3));
+        EXPECT_EQ(recorder.participants.count(prefix(3)), 1u);
+    }
+}
+
+TEST_F(ParticipantTableTest, ParticipantsThatShareSocketsTellTheSameErrorOnce) {
+    config.max_endpoints_of_participant = 1;
+    config.told_errors = std::make_shared<ToldErrors>();
+    for (int i = 0; i < 2; ++i) {
+        start();
+        announce(remote(2));
+        for (uint32_t number = 1; number <= 2; ++number)
+            send_data(2, entity::publications_writer, number, encode(publication(2, number << 8 | 2)));
+    }
+    EXPECT_EQ(recorder.errors.size(), 1u);
+}
+
 TEST_F(ParticipantTableTest, WideAnnouncementsOfStrangersMakeRoomForOthers) {
     config.max_remote_participants = 10000;
     start();

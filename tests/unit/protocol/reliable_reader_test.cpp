@@ -95,6 +95,41 @@ TEST_F(ReliableReaderTest, AWriterNeverWaitsForAnAcknowledgementOfWhatHasCome) {
     }
 }
 
+TEST_F(ReliableReaderTest, AWriterThatWritesSeldomIsAcknowledgedTogetherWithOthers) {
+    make(false);
+    sent();
+    const auto sent_at_once = [this] {
+        timers.run(now);
+        batcher.flush_due(now);
+        return output.take();
+    };
+    data(1);
+    heartbeat(1, 1);
+    EXPECT_EQ(sent_at_once(), (Lines{"ACKNACK 2 {} final"}));
+    now += milliseconds(100);
+    batcher.add(Route{prefix(2), {udpv4(2)}}, Heartbeat{}); // another one was answered just before
+    EXPECT_EQ(sent_at_once(), (Lines{"HEARTBEAT 1..0"}));
+    data(2);
+    heartbeat(1, 2);
+    EXPECT_EQ(sent_at_once(), Lines{});
+    now += MessageBatcher::kLongestWait;
+    EXPECT_EQ(batcher.next_deadline(), now);
+    EXPECT_EQ(sent_at_once(), (Lines{"ACKNACK 3 {} final"}));
+    data(3); // it goes on: it may be waiting
+    heartbeat(1, 3);
+    EXPECT_EQ(sent_at_once(), (Lines{"ACKNACK 4 {} final"}));
+    now += milliseconds(100);
+    data(4); // two at a time: likewise
+    data(5);
+    heartbeat(1, 5);
+    EXPECT_EQ(sent_at_once(), (Lines{"ACKNACK 6 {} final"}));
+    now += milliseconds(100);
+    batcher.add(Route{prefix(2), {udpv4(2)}}, Heartbeat{});
+    EXPECT_EQ(sent_at_once(), (Lines{"HEARTBEAT 1..0"}));
+    heartbeat(1, 6); // asks for what is missing
+    EXPECT_EQ(sent_at_once(), (Lines{"ACKNACK 6 {6}"}));
+}
+
 TEST_F(ReliableReaderTest, HeartbeatsThatNameNothingNewAreAnsweredFromABudget) {
     make(false);
     sent();

@@ -68,6 +68,11 @@ class MessageBatcherTest : public ::testing::Test {
         d.payload = bytes;
         return d;
     }
+    static AckNack acknack(SequenceNumber base) {
+        AckNack a;
+        a.missing.base = base;
+        return a;
+    }
     CapturedOutput output;
     MessageBatcher batcher{prefix(1), 1000, output};
     ByteBuffer payload = ByteBuffer(300);
@@ -136,6 +141,51 @@ TEST_F(MessageBatcherTest, ManyDestinationsAreAllServed) {
         batcher.add(Route{prefix(2), {udpv4(2, port)}}, Heartbeat{});
     batcher.flush();
     EXPECT_EQ(output.messages.size(), 300u);
+}
+
+TEST_F(MessageBatcherTest, WhatMayWaitGoesAtTheLatestAPauseAfterTheDatagramBefore) {
+    const Route route{prefix(2), {udpv4(2)}};
+    const MonotonicTime start = std::chrono::seconds(1);
+    batcher.add(route, acknack(1), Haste::may_wait);
+    batcher.flush_due(start);
+    EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {}"})); // there was no datagram before
+    EXPECT_EQ(batcher.next_deadline(), kNever);
+
+    const MonotonicTime due = start + MessageBatcher::kLongestWait;
+    batcher.add(route, acknack(2), Haste::may_wait);
+    batcher.add(route, acknack(3), Haste::may_wait);
+    EXPECT_EQ(batcher.next_deadline(), due);
+    batcher.flush_due(due - MonotonicTime{1});
+    EXPECT_TRUE(output.messages.empty());
+    EXPECT_EQ(batcher.next_deadline(), due);
+    batcher.flush_due(due);
+    EXPECT_EQ(output.messages.size(), 1u);
+    EXPECT_EQ(output.take(), (Lines{"ACKNACK 2 {}", "ACKNACK 3 {}"}));
+}
+
+TEST_F(MessageBatcherTest, WhatMayWaitGoesWithWhatMustNot) {
+    const Route route{prefix(2), {udpv4(2)}};
+    const MonotonicTime start = std::chrono::seconds(1);
+    batcher.add(route, acknack(1));
+    batcher.flush_due(start);
+    batcher.add(route, acknack(2), Haste::may_wait);
+    batcher.add(Route{prefix(3), {udpv4(3)}}, Heartbeat{});
+    batcher.flush_due(start);
+    EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {}", "HEARTBEAT 1..0"}));
+    batcher.add(route, Heartbeat{});
+    batcher.flush_due(start);
+    EXPECT_EQ(output.take(), (Lines{"ACKNACK 2 {}", "HEARTBEAT 1..0"}));
+    EXPECT_EQ(batcher.next_deadline(), kNever);
+}
+
+TEST_F(MessageBatcherTest, NothingThatWaitsIsForgottenWhereThereAreManyDestinations) {
+    for (int round = 1; round <= 2; ++round) {
+        for (uint32_t port = 1; port <= 300; ++port)
+            batcher.add(Route{prefix(2), {udpv4(2, port)}}, acknack(round), Haste::may_wait);
+        batcher.flush_due(std::chrono::seconds(1));
+    }
+    batcher.flush_due(std::chrono::seconds(2));
+    EXPECT_EQ(output.messages.size(), 600u);
 }
 
 } // namespace

@@ -219,6 +219,49 @@ TEST(UserDataSimulation, AGoodNetworkCarriesNoSampleTwice) {
     EXPECT_LT(data_bytes, 200u * 1200u);
 }
 
+TEST(UserDataSimulation, ManyWritersThatWriteSeldomAreAcknowledgedInFewDatagrams) {
+    constexpr uint32_t kWriters = 50;
+    constexpr uint32_t kFirst = 0x00001003;
+    Flow flow(1);
+    std::vector<Collector> collectors(kWriters);
+    const auto of_pair = [&](size_t node, uint32_t entity, uint32_t pair) {
+        EndpointData data = endpoint(*flow.network.nodes[node], entity + (pair << 16), Reliability::reliable,
+                                     Durability::transient_local);
+        data.topic_name = "T" + std::to_string(pair);
+        return data;
+    };
+    for (uint32_t i = 0; i < kWriters; ++i) {
+        flow.writer().add_writer(of_pair(0, kFirst, i), {}, flow.untold, flow.network.now());
+        flow.network.nodes[1]->participant->add_reader(of_pair(1, kReader, i), {}, collectors[i],
+                                                       flow.network.now());
+    }
+    flow.network.run_for(seconds(2));
+    const ByteBuffer payload(8);
+    const auto write_in_turn = [&](int samples) {
+        for (int sample = 0; sample < samples; ++sample) {
+            WriteRequest request;
+            request.payload = payload;
+            flow.writer().write(EntityId{kFirst + (static_cast<uint32_t>(sample) % kWriters << 16)}, request,
+                                flow.network.now());
+            flow.network.run_for(milliseconds(2)); // each writer ten times a second
+        }
+    };
+    write_in_turn(kWriters);
+    size_t answers = 0;
+    flow.network.tap = [&](size_t from, ByteView, const Locator& to) {
+        if (from == 1 && to == flow.network.nodes[0]->user())
+            ++answers;
+    };
+    write_in_turn(500);
+    flow.network.run_for(2 * MessageBatcher::kLongestWait);
+    EXPECT_LE(answers, 110u) << "a datagram in ten milliseconds, for a second";
+    EXPECT_GE(answers, 90u);
+    for (uint32_t i = 0; i < kWriters; ++i) {
+        EXPECT_EQ(collectors[i].numbers.size(), 11u);
+        EXPECT_TRUE(flow.writer().all_acknowledged(EntityId{kFirst + (i << 16)}));
+    }
+}
+
 TEST(UserDataSimulation, AWriterWithoutRoomRefusesAndContinuesAfterAcknowledgement) {
     EndpointSink untold;
     SimulatedNetwork network(3);

@@ -405,9 +405,10 @@ TEST_P(DataListener, ForgetsTheWriterThatWroteLongestAgo) {
         ASSERT_TRUE(listener().record_writer(guid, "10.1.2.3", {}, {}, {}));
     };
     const auto knows = [this](uint32_t number) {
-        RtpsGuid guid = kWriter;
-        guid.hostId = number;
-        return listener().knows_writer(guid);
+        untyped.infos = {sample()};
+        for (unsigned i = 0; i < 4; ++i)
+            untyped.infos[0].publication_handle.keyHash[i] = static_cast<DDS_Octet>(number >> (24 - 8 * i));
+        return available().find("unknown ip") == std::string::npos;
     };
     record(kWriter.hostId);
     for (uint32_t number = 1; number < 4096; ++number)

@@ -427,6 +427,34 @@ TEST_F(FormTest, MutableSequencesOfWideCharacters) {
     }
 }
 
+// Dynamic types of Fast DDS 3 write the code of a length and no length. Taken for one, what is behind the
+// array would be passed over.
+TEST_F(FormTest, MutableArraysOfBooleans) {
+    const std::string type = R"(<struct name="T" extensibility="mutable">
+        <member name="b" type="boolean" arrayDimensions="2" id="1"/>
+        <member name="s" type="int32" sequenceMaxLength="-1" id="2"/>
+        <member name="n" type="byte" id="3"/></struct>)";
+    EXPECT_EQ(
+        values(type, "000b0000 19000000 01000050 01010000 02000060 01000000 07000000 03000000 05", kFirst),
+        "b:    [0]: true    [1]: true s:    [0]: 7 n: 5 ");
+    EXPECT_EQ(values(type, "000b0000 15000000 01000050 01000000 02000060 00000000 03000000 05", kFirst),
+              "b:    [0]: true    [1]: false s: [] n: 5 ");
+}
+
+// Dynamic types of Fast DDS 3. Without its header the array would begin with the 6 of it, and the sequence's
+// own header would hide that octets are left.
+TEST_F(FormTest, ArraysOfArraysWithHeaders) {
+    const std::string type = R"(<typedef name="Row" type="byte" arrayDimensions="3"/>
+        <typedef name="Grid" type="nonBasic" nonBasicTypeName="Row" arrayDimensions="2"/>
+        <struct name="T" extensibility="final">
+        <member name="g" type="nonBasic" nonBasicTypeName="Grid" sequenceMaxLength="-1"/>
+        <member name="n" type="byte"/></struct>)";
+    EXPECT_EQ(
+        values(type, "00070000 0e000000 01000000 06000000 010203 040506 07", kFirst),
+        "g:    [0]:       [0]:          [0]: 1          [1]: 2          [2]: 3       [1]:          [0]: 4"
+        "          [1]: 5          [2]: 6 n: 7 ");
+}
+
 TEST_F(FormTest, LabelsOfDiscriminatorsOf64Bits) {
     for (const char* kind : {"int64", "uint64"}) {
         const std::string type =

@@ -53,6 +53,8 @@ class ReceiveThread {
     uint32_t participant_index() const { return participant_index_; }
     /// Of all its participants; used with the mutex held.
     const std::shared_ptr<CreditLedger>& credits() const { return credits_; }
+    const std::shared_ptr<ToldErrors>& told_errors() const { return told_errors_; }
+    bool has_participants() const MERIDIAN_REQUIRES(mutex_) { return !task_sources_.empty(); }
 
     /// From here to remove the participant, which must have been started, gets what is for it, and is called
     /// when it wants to be.
@@ -84,6 +86,7 @@ class ReceiveThread {
     FileDescriptor wake_descriptor_;
     uint32_t participant_index_ = 0;
     const std::shared_ptr<CreditLedger> credits_ = std::make_shared<CreditLedger>();
+    const std::shared_ptr<ToldErrors> told_errors_ = std::make_shared<ToldErrors>();
 
     Mutex lifecycle_ MERIDIAN_ACQUIRED_BEFORE(mutex_);
     TurnstileMutex mutex_;

@@ -70,9 +70,11 @@ std::unique_ptr<Runtime> Runtime::create(RuntimeConfig config, Events& events, s
     participant.seed = seed_from(participant.prefix);
     participant.secret_begin = 1000 + random_word() % 1024;
     participant.credits = thread->credits();
+    participant.told_errors = thread->told_errors();
     // Not even a restart with the same prefix makes the same one.
     participant.incarnation = static_cast<uint64_t>(std::max<int64_t>(wall_now().count(), 1));
     const TurnstileLock lock(thread->mutex()); // the sockets may be in use already
+    participant.is_further = thread->has_participants();
     MERIDIAN_LOG_LOCAL("net", "participant %s has index %u of domain %u; interfaces in use: %s",
                        to_string(participant.prefix).c_str(), thread->participant_index(),
                        config.transport.domain_id, thread->transport().describe().c_str());

@@ -14,6 +14,8 @@
 
 namespace meridian::rtps {
 
+struct ToldErrors;
+
 /// The addresses a participant announces as its own.
 struct OwnLocators {
     LocatorList metatraffic_unicast;
@@ -62,6 +64,11 @@ struct ParticipantConfig {
     SequenceNumber secret_begin = 0;
     /// Of all participants that share the sockets; may be null where there is one only.
     std::shared_ptr<CreditLedger> credits;
+    std::shared_ptr<ToldErrors> told_errors;
+    /// Another participant that shares the sockets sees everything. Once a quarter of the memory is used,
+    /// this one takes no new participants, and of the others only endpoints of topics that it has an endpoint
+    /// of: many like it would leave nothing for what the other one sees.
+    bool is_further = false;
     /// Larger fragmented samples are dropped with a warning.
     size_t max_sample_size = size_t{16} << 20;
     /// Guards against hostile networks. Where there are more participants, some are forgotten (see

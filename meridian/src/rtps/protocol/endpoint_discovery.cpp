@@ -52,6 +52,8 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
         const RemoteEndpoint& newest = known->waiting != nullptr ? *known->waiting : *known->record;
         if (newest.announcement == hash_of(data))
             return;
+    } else if (!listener_.wants(data.topic_name)) {
+        return;
     }
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);

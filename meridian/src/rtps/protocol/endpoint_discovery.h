@@ -47,6 +47,8 @@ class EndpointDiscovery {
         /// Called while the endpoint can still be found.
         virtual void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason,
                                       WireTime timestamp) = 0;
+        /// Whether endpoints of this topic are to be kept.
+        virtual bool wants(const std::string& /*topic_name*/) const { return true; }
     };
 
     /// The references must outlive the object.

@@ -45,6 +45,7 @@ class LocalEndpoints {
     /// The endpoint must exist, and be matched with no endpoint that is not builtin.
     void remove(EntityId id);
     LocalEndpoint* find(EntityId id) const;
+    bool has_topic(const std::string& name) const { return by_topic_.count(name) != 0; }
     template <typename Function>
     void for_each(Function function) {
         for (auto& entry : endpoints_)

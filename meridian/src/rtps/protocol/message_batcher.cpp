@@ -6,7 +6,7 @@ namespace meridian::rtps {
 
 namespace {
 
-// Destinations kept open at a time: bounds memory and the linear search.
+// Destinations known at a time: bounds memory and the linear search.
 constexpr size_t kMaxOpen = 64;
 // Header, INFO_DST, INFO_TS and the fixed part of a DATA_FRAG, plus padding.
 constexpr size_t kOverhead = kHeaderSize + 16 + 12 + 40 + 8;
@@ -19,6 +19,7 @@ struct MessageBatcher::Open {
         writer.clear();
         prefix = kUnknownPrefix;
         timestamp.reset();
+        haste = Haste::may_wait;
     }
 
     /// A state to return to.
@@ -38,6 +39,8 @@ struct MessageBatcher::Open {
     MessageWriter writer;
     GuidPrefix prefix;                 // of the INFO_DST in force
     std::optional<WireTime> timestamp; // of the INFO_TS in force
+    Haste haste = Haste::may_wait;
+    MonotonicTime sent_at = -kLongestWait; // the datagram before this one
 };
 
 MessageBatcher::MessageBatcher(const GuidPrefix& source, size_t max_size, Output& output)
@@ -56,17 +59,20 @@ size_t MessageBatcher::max_payload(size_t inline_qos_size) const {
 }
 
 MessageBatcher::Open& MessageBatcher::open(const Locator& destination) {
-    for (size_t i = 0; i < in_use_; ++i) {
-        if (messages_[i]->destination == destination)
-            return *messages_[i];
+    for (const auto& message : messages_) {
+        if (message->destination == destination)
+            return *message;
     }
-    if (in_use_ == kMaxOpen)
-        flush();
-    if (in_use_ == messages_.size())
+    if (messages_.size() < kMaxOpen) {
         messages_.push_back(std::make_unique<Open>(source_, max_size_));
-    Open& message = *messages_[in_use_++];
-    message.destination = destination;
-    return message;
+    } else {
+        const auto is_older = [](const auto& a, const auto& b) { return a->sent_at < b->sent_at; };
+        std::iter_swap(std::min_element(messages_.begin(), messages_.end(), is_older), messages_.end() - 1);
+        send(*messages_.back());
+        messages_.back()->sent_at = -kLongestWait;
+    }
+    messages_.back()->destination = destination;
+    return *messages_.back();
 }
 
 void MessageBatcher::send(Open& message) {
@@ -76,13 +82,32 @@ void MessageBatcher::send(Open& message) {
 }
 
 void MessageBatcher::flush() {
-    for (size_t i = 0; i < in_use_; ++i)
-        send(*messages_[i]);
-    in_use_ = 0;
+    for (const auto& message : messages_)
+        send(*message);
+    next_deadline_ = kNever;
+}
+
+void MessageBatcher::flush_due(MonotonicTime now) {
+    if (next_deadline_ > now)
+        return;
+    next_deadline_ = kNever;
+    for (const auto& message : messages_) {
+        if (message->writer.empty())
+            continue;
+        const MonotonicTime due =
+            message->haste == Haste::now ? MonotonicTime{0} : message->sent_at + kLongestWait;
+        if (due > now) {
+            next_deadline_ = std::min(next_deadline_, due);
+            continue;
+        }
+        send(*message);
+        message->sent_at = now;
+    }
 }
 
 template <typename Append>
-void MessageBatcher::append(const Route& to, const std::optional<WireTime>* timestamp, Append append_to) {
+void MessageBatcher::append(const Route& to, const std::optional<WireTime>* timestamp, Append append_to,
+                            Haste haste) {
     const auto try_append = [&](Open& message) {
         if (message.prefix != to.prefix) {
             if (!message.writer.add_info_destination(to.prefix))
@@ -99,11 +124,12 @@ void MessageBatcher::append(const Route& to, const std::optional<WireTime>* time
         return append_to(message.writer);
     };
     for (const Locator& locator : to.locators)
-        append_to_one(to, locator, try_append);
+        append_to_one(to, locator, haste, try_append);
 }
 
 template <typename TryAppend>
-void MessageBatcher::append_to_one(const Route& to, const Locator& locator, TryAppend try_append) {
+void MessageBatcher::append_to_one(const Route& to, const Locator& locator, Haste haste,
+                                   TryAppend try_append) {
     Open& message = open(locator);
     Open::Mark before = message.mark();
     if (!try_append(message)) {
@@ -115,8 +141,14 @@ void MessageBatcher::append_to_one(const Route& to, const Locator& locator, TryA
         }
     }
     const size_t header = before.size == kHeaderSize ? kHeaderSize : 0;
-    if (to.credit != nullptr && !to.credit->spend(header + message.writer.size() - before.size, locator))
+    if (to.credit != nullptr && !to.credit->spend(header + message.writer.size() - before.size, locator)) {
         message.return_to(before);
+        return;
+    }
+    if (haste == Haste::now)
+        message.haste = Haste::now;
+    next_deadline_ =
+        std::min(next_deadline_, haste == Haste::now ? MonotonicTime{0} : message.sent_at + kLongestWait);
 }
 
 void MessageBatcher::add(const Route& to, const Data& data, std::optional<WireTime> timestamp) {
@@ -131,8 +163,9 @@ void MessageBatcher::add(const Route& to, const Heartbeat& heartbeat) {
     append(to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat(heartbeat); });
 }
 
-void MessageBatcher::add(const Route& to, const AckNack& acknack) {
-    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_acknack(acknack); });
+void MessageBatcher::add(const Route& to, const AckNack& acknack, Haste haste) {
+    append(
+        to, nullptr, [&](MessageWriter& writer) { return writer.add_acknack(acknack); }, haste);
 }
 
 void MessageBatcher::add(const Route& to, const NackFrag& nack) {

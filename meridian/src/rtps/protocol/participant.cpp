@@ -25,7 +25,7 @@ Participant::Participant(ParticipantConfig config, Output& output, Events& event
       given_prefix_(config_.prefix),
       events_(events),
       batcher_(config_.prefix, config_.max_message_size, output),
-      warnings_(events),
+      warnings_(events, config_.told_errors),
       participants_(config_, output, batcher_, warnings_, *this),
       endpoints_(config_, participants_, warnings_, *this),
       liveliness_(*this),
@@ -129,13 +129,14 @@ void Participant::finish(Now now) {
     if (!running_)
         return;
     timers_.run(now.monotonic);
-    batcher_.flush();
+    batcher_.flush_due(now.monotonic);
 }
 
 MonotonicTime Participant::next_deadline() const {
     if (!running_)
         return kNever;
-    return std::min({timers_.next_deadline(), participants_.next_deadline(), liveliness_.next_deadline()});
+    return std::min({timers_.next_deadline(), batcher_.next_deadline(), participants_.next_deadline(),
+                     liveliness_.next_deadline()});
 }
 
 void Participant::on_timer(Now now) {
@@ -431,6 +432,10 @@ void Participant::on_participant_doubted(RemoteParticipant& remote) {
         if (local->writer)
             local->writer->ask({remote.data->guid.prefix, local->builtin_peer->remote});
     }
+}
+
+bool Participant::wants(const std::string& topic_name) const {
+    return !config_.is_further || MemoryBudget::of_process().is_ample() || locals_.has_topic(topic_name);
 }
 
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {

@@ -155,6 +155,7 @@ class Participant final : private ReaderObserver,
     void on_participant_to_match(RemoteParticipant& remote, Now now) override;
     void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) override;
     void on_participant_doubted(RemoteParticipant& remote) override;
+    bool wants(const std::string& topic_name) const override;
     void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override;
     void on_endpoint_changed(DiscoveredEndpoint& endpoint) override;
     void on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) override;

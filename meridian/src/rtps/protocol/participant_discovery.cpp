@@ -288,6 +288,10 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
     // They are kept by each participant of this process, and are many and small: alone they would fill the
     // budget and leave nothing for the endpoints of a new one.
     const MemoryBudget& budget = MemoryBudget::of_process();
+    if (config_.is_further && !budget.is_ample()) {
+        warnings_.error("further participants", kNoMemoryForFurther);
+        return;
+    }
     if (budget.used() > budget.limit() / 2 && forget_one(now))
         warnings_.error("participant memory", kNoMemoryForParticipants);
     while (!remote.set(announced, now.monotonic)) {

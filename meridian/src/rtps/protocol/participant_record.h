@@ -11,6 +11,10 @@ namespace meridian::rtps {
 constexpr const char* kNoMemoryForParticipants =
     "the announcements of participants take too much memory: those that were not heard again are forgotten";
 
+constexpr const char* kNoMemoryForFurther =
+    "many participants in the domain, and many here for topics with several types: further types are read of "
+    "some applications only";
+
 constexpr size_t kMaxOtherSources = 4;
 
 inline bool contains(const LocatorList& list, const Locator& locator) {

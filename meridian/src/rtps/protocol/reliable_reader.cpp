@@ -76,6 +76,7 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     Duration preempt_pause = kFirstPreemptivePause;
     Duration retry_pause{0};
     SequenceNumber acknowledged_below = 0; // by the last answer; 0: there was none
+    MonotonicTime answered_at = kNever;    // the latest time
     MonotonicTime answers_paid_until{0};   // the budget for heartbeats that name nothing new
     MonotonicTime nacked_at = -kSameNackPause;
     SequenceNumber nacked_base = 0; // 0: nothing asked for at present
@@ -512,7 +513,10 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
     const bool incomplete = p.next <= p.last_known;
     acknack.final = !incomplete;
     acknack_count_ = acknack.count = next_count(acknack_count_);
-    batcher_.add(p.writer.route, acknack);
+    const bool may_wait = !incomplete && !config_.builtin_peer && p.next == p.acknowledged_below + 1 &&
+                          now - p.answered_at > 2 * MessageBatcher::kLongestWait;
+    p.answered_at = now;
+    batcher_.add(p.writer.route, acknack, may_wait ? Haste::may_wait : Haste::now);
     for (size_t i = 0; i < unfinished_count; ++i) {
         FragmentNumberSet missing;
         if (p.fragments.missing(unfinished[i], missing) && !missing.empty())

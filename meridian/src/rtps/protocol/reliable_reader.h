@@ -9,8 +9,10 @@
 //   it, after the match, are held and delivered, also where only fragments came; so are those that come right
 //   behind it.
 // - What a heartbeat names and is here is acknowledged at the end of the batch that it came in, without a
-//   pause: a reader must not be what a writer waits for. Heartbeats that name nothing new are answered from
-//   a budget, against storms. Requests for what is missing are paced: 1 ms between two, 10 ms for the same
+//   pause: a reader must not be what a writer waits for. The answer for a single sample, where the answer
+//   before is longer ago than this one could wait, may wait for others to the same application (see
+//   message_batcher.h): such a writer writes seldom. Heartbeats that name nothing new are answered from a
+//   budget, against storms. Requests for what is missing are paced: 1 ms between two, 10 ms for the same
 //   samples, and growing pauses for what does not come.
 // - Which heartbeats are believed is decided in heartbeat_judge.h. A heartbeat in doubt makes the reader ask
 //   the writer for another one, in a way that acknowledges nothing.

@@ -2,17 +2,27 @@
 
 // Lets each cause be told once, and a hostile network not invent causes for ever.
 
+#include <memory>
 #include <string>
 #include <unordered_set>
+#include <utility>
 
 #include "platform/seeded_hash.h"
 #include "rtps/protocol/events.h"
 
 namespace meridian::rtps {
 
+/// The causes of errors that were told. Participants that share their sockets hear the same, and share these.
+struct ToldErrors {
+    std::unordered_set<std::string, SeededHash> causes;
+};
+
 class WarnOnce {
   public:
-    explicit WarnOnce(Events& events) : events_(events) {}
+    /// told_errors may be null.
+    explicit WarnOnce(Events& events, std::shared_ptr<ToldErrors> told_errors = nullptr)
+        : events_(events),
+          errors_(told_errors != nullptr ? std::move(told_errors) : std::make_shared<ToldErrors>()) {}
 
     /// Tells text unless cause was told before.
     void warn(const std::string& cause, const std::string& text) {
@@ -23,17 +33,17 @@ class WarnOnce {
     }
     /// For the few causes that are no other participant's choice.
     void error(const char* cause, const std::string& text) {
-        if (told_errors_.insert(cause).second)
+        if (errors_->causes.insert(cause).second)
             events_.error(text);
     }
 
     /// For what others cause; only the first few are told.
     void error_of_others(const std::string& cause, const std::string& text) {
-        if (told_errors_.size() > kMaxErrors || !told_errors_.insert(cause).second)
+        std::unordered_set<std::string, SeededHash>& told = errors_->causes;
+        if (told.size() > kMaxErrors || !told.insert(cause).second)
             return;
-        events_.error(told_errors_.size() > kMaxErrors
-                          ? "more of others is not seen; it is not listed any more"
-                          : text);
+        events_.error(told.size() > kMaxErrors ? "more of others is not seen; it is not listed any more"
+                                               : text);
     }
 
   private:
@@ -41,7 +51,7 @@ class WarnOnce {
     static constexpr size_t kMaxErrors = 20;
     Events& events_;
     std::unordered_set<std::string, SeededHash> told_;
-    std::unordered_set<std::string, SeededHash> told_errors_;
+    const std::shared_ptr<ToldErrors> errors_;
 };
 
 } // namespace meridian::rtps

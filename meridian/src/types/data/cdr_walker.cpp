@@ -127,17 +127,19 @@ bool CdrWalker::is_primitive_like(const Type* type) const {
     if (type == nullptr)
         return false;
     const bool enumerated = type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK;
-    return primitive_size(type->kind) != 0 || (enumerated && dialect_.headers == CdrDialect::Headers::few);
+    return primitive_size(type->kind) != 0 || (enumerated && dialect_.has_few_headers());
 }
 
 bool CdrWalker::has_header(const Type& collection) const {
     if (version_ == CdrVersion::xcdr1)
         return false;
-    const bool keys_count = dialect_.headers != CdrDialect::Headers::few;
+    const bool keys_count = !dialect_.has_few_headers();
     if (collection.kind == DDS_TK_MAP && keys_count && !is_primitive_like(resolve_alias(collection.key)))
         return true;
     const Type* content = resolve_alias(collection.content);
-    if (collection.kind == DDS_TK_ARRAY && dialect_.headers != CdrDialect::Headers::standard) {
+    const bool flat =
+        dialect_.headers == CdrDialect::Headers::flat || dialect_.headers == CdrDialect::Headers::few;
+    if (collection.kind == DDS_TK_ARRAY && flat) {
         for (unsigned depth = 0; content != nullptr && content->kind == DDS_TK_ARRAY && depth < kMaxTypeDepth;
              ++depth)
             content = resolve_alias(content->content);

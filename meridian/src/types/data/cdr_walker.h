@@ -145,7 +145,8 @@ class CdrWalker {
         bool beyond = false; // its number reaches beyond the sample
     };
     /// Whether the number in the header of a mutable member tells nothing about where the member ends: Fast
-    /// CDR 2 puts the count of a map there, and counts wide characters as four octets.
+    /// CDR 2 puts the count of a map there, counts wide characters as four octets, and has arrays of booleans
+    /// of dynamic types begin there.
     bool has_open_end(const Member& member) const;
     /// Finds the end of such a member by walking it. `header` stands at its header. Null for an unknown one.
     bool find_end(MutableMember& found, const Member* member, const rtps::ByteReader& header,

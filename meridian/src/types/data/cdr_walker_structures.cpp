@@ -120,7 +120,7 @@ bool CdrWalker::read_mutable_header(ByteReader& reader, MutableMember& member) {
         return true;
     // A number that tells no length may reach beyond the sample.
     uint32_t bits = 0;
-    if (dialect_.headers != CdrDialect::Headers::few || !value.read(bits) || !rtps::shares_length(bits))
+    if (!dialect_.has_few_headers() || !value.read(bits) || !rtps::shares_length(bits))
         return fail("a member longer than the sample");
     member.beyond = true;
     member.body = value.take(value.remaining());
@@ -180,12 +180,14 @@ bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSi
 
 bool CdrWalker::has_open_end(const Member& member) const {
     const Type* type = resolve_alias(member.type);
-    if (version_ == CdrVersion::xcdr1 || dialect_.headers != CdrDialect::Headers::few || type == nullptr)
+    if (version_ == CdrVersion::xcdr1 || !dialect_.has_few_headers() || type == nullptr)
         return false;
     if (type->kind == DDS_TK_MAP)
         return !has_header(*type);
     const Type* content = resolve_alias(type->content);
-    return type->kind == DDS_TK_SEQUENCE && content != nullptr && content->kind == DDS_TK_WCHAR;
+    const DDS_TCKind element = content != nullptr ? content->kind : DDS_TK_NULL;
+    return (type->kind == DDS_TK_SEQUENCE && element == DDS_TK_WCHAR) ||
+           (type->kind == DDS_TK_ARRAY && element == DDS_TK_BOOLEAN);
 }
 
 bool CdrWalker::find_end(MutableMember& found, const Member* member, const ByteReader& header,

@@ -29,8 +29,9 @@ void visit_types(const Type* root, Visit visit) {
 /// Whether the headers of collections of such elements differ.
 bool is_disputed_element(const Type* type) {
     type = resolve_alias(type);
-    return type != nullptr && (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK ||
-                               type->kind == DDS_TK_ARRAY || type->kind == DDS_TK_WCHAR);
+    return type != nullptr &&
+           (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_ARRAY ||
+            type->kind == DDS_TK_WCHAR || type->kind == DDS_TK_BOOLEAN);
 }
 
 /// What a type contains that serializers write differently.
@@ -82,7 +83,7 @@ const std::vector<Row>& serializers() {
         {Maker::unknown, {Wide::octets, Headers::standard, true}},
         {Maker::cyclone_dds, {Wide::octets, Headers::flat, false}},
         {Maker::fast_cdr_2, {Wide::units, Headers::few, true}},
-        {Maker::fast_cdr_2, {Wide::units, Headers::few, true, false}},
+        {Maker::fast_cdr_2, {Wide::units, Headers::dynamic, true, false}},
         {Maker::fast_cdr_1, {Wide::quads, Headers::few, true, false, false}, false},
         {Maker::unknown, {Wide::octets, Headers::few, true}},
         {Maker::unknown, {Wide::units, Headers::standard, true}},

@@ -31,8 +31,10 @@ struct CdrDialect {
         flat,     // the same, but arrays of arrays count as one array: Cyclone DDS
         few, // arrays of arrays count as one, enumerators and bit masks as primitives, keys not at all: Fast
              // CDR 2
+        dynamic, // as few, but arrays of arrays have headers: dynamic types of Fast DDS 3
     };
     Headers headers = Headers::standard;
+    bool has_few_headers() const { return headers == Headers::few || headers == Headers::dynamic; }
     /// XCDR1: the header of an optional or mutable member, of an absent one too, moves the origin of
     /// alignment for all that follows it: Fast CDR 2. Else only for the member.
     bool one_origin = true;
