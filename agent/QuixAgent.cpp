@@ -9,21 +9,12 @@
 #include "meridian/version.h"
 
 DDS_Long KvoUtil_getQuixVerbosityFromUtilVerbosity(int32_t verbosity) {
-    switch (verbosity) {
-        case 0:
-            return QUIX_LOG_SILENT;
-        case 1:
-            return QUIX_LOG_FATAL | QUIX_LOG_ERROR;
-        case 2:
-            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING;
-        case 3:
-            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING | QUIX_LOG_LOCAL;
-        case 4:
-            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING | QUIX_LOG_LOCAL | QUIX_LOG_REMOTE;
-        default:
-            return QUIX_LOG_FATAL | QUIX_LOG_ERROR | QUIX_LOG_WARNING | QUIX_LOG_LOCAL | QUIX_LOG_REMOTE |
-                   QUIX_LOG_ALL;
-    }
+    // Each level adds one to those below it; fatal and error messages come together.
+    if (verbosity == 0)
+        return QUIX_LOG_SILENT;
+    const int32_t level =
+        verbosity > 0 && verbosity < QuixAgent::kMaxVerbosity ? verbosity : QuixAgent::kMaxVerbosity;
+    return (QUIX_LOG_ERROR << level) - 1;
 }
 
 void QuixAgent_replaceString(char*& owned, const char* value) {

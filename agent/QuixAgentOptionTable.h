@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "agent/QuixAgent.h"
+#include "meridian/string.h"
 
 enum class QuixOptionValue {
     kNone,
@@ -150,6 +151,25 @@ int QuixOption_store(const QuixOption<Agent>& option, QuixOptionStep<Agent>& ste
         if (step.number < option.least || step.number > option.most)
             return refuse(std::to_string(step.number));
     }
+    return QUIX_AGENT_PARSE_CONSUMED;
+}
+
+/// Appends a copy of the value to a list of at most `most`. In messages the list is one of `kind`s, of which
+/// there may be `most_told`.
+template <typename Agent>
+int QuixOption_append(QuixOptionStep<Agent>& step, char** list, int32_t& count, int32_t most,
+                      const char* kind, int32_t most_told) {
+    if (count >= most) {
+        step.agent.output().print("Number of %ss exceeded. Maximum is %d\n", kind, most_told);
+        return QUIX_AGENT_PARSE_ERROR;
+    }
+    if (step.text[0] == '-') {
+        --*step.index;
+        step.agent.output().print("Missing or invalid %s '%s' following the %s option\n", kind, step.text,
+                                  step.argv[*step.index]);
+        return QUIX_AGENT_PARSE_ERROR;
+    }
+    list[count++] = DDS_String_dup(step.text);
     return QUIX_AGENT_PARSE_CONSUMED;
 }
 

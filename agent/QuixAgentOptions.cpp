@@ -137,18 +137,8 @@ int limit_verbosity(Step& step) {
 
 int add_peer(Step& step) {
     QuixAgent& agent = step.agent;
-    if (agent.peerCount >= QuixAgent::kMaxPeers) {
-        agent.output().print("Number of peers exceeded. Maximum is %d\n", QuixAgent::kMaxPeers);
-        return QUIX_AGENT_PARSE_ERROR;
-    }
-    if (step.text[0] == '-') {
-        --*step.index;
-        agent.output().print("Missing or invalid peer '%s' following the %s option\n", step.text,
-                             step.argv[*step.index]);
-        return QUIX_AGENT_PARSE_ERROR;
-    }
-    agent.peerList[agent.peerCount++] = DDS_String_dup(step.text);
-    return QUIX_AGENT_PARSE_CONSUMED;
+    return QuixOption_append(step, agent.peerList, agent.peerCount, QuixAgent::kMaxPeers, "peer",
+                             QuixAgent::kMaxPeers);
 }
 
 void show_verbosity(const QuixAgent& agent) {

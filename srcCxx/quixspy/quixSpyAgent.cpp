@@ -72,10 +72,7 @@ QuixSpyDataListenerNode* QuixSpyParticipantListNode::find_type(const char* typeN
 }
 
 QuixSpyAgent::QuixSpyAgent(const char* programName, QuixAgentOutput& output)
-    : QuixAgent(programName, 0, output) {
-    domainTag = nullptr;
-    participantIndex = -1;
-}
+    : QuixAgent(programName, 0, output) {}
 
 QuixSpyAgent::~QuixSpyAgent() {
     if (_waitSet != nullptr) {
@@ -252,14 +249,6 @@ bool QuixSpyAgent::initialize_spy() {
     return watch(*publications, *subscriptions);
 }
 
-namespace {
-
-int64_t nanoseconds(const DDS_Duration_t& duration) {
-    return int64_t{duration.sec} * 1000000000 + duration.nanosec;
-}
-
-} // namespace
-
 int32_t QuixSpyAgent::history_depth(const DDS_DataReaderQos& reader) const {
     const DDS_ResourceLimitsQosPolicy& limits = reader.resource_limits;
     int32_t depth = _historyDepth;
@@ -291,7 +280,7 @@ bool QuixSpyAgent::check_reader_qos() {
         convertFromFloat(qos.time_based_filter.minimum_separation, _timeFilter);
     if (has_deadline)
         convertFromFloat(qos.deadline.period, _deadline);
-    if (nanoseconds(qos.deadline.period) >= nanoseconds(qos.time_based_filter.minimum_separation))
+    if (!(qos.deadline.period < qos.time_based_filter.minimum_separation))
         return true;
     return output().fail("ferret: %s contradicts %s: a deadline cannot be shorter than the time filter\n",
                          has_deadline ? "-deadline" : "the deadline of the QoS profile",

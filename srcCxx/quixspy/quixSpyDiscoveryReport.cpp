@@ -1,7 +1,6 @@
 // The report of one discovery event: address, registry, agent and line.
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <iterator>
 #include <string>
@@ -37,16 +36,6 @@ DDS_InstanceHandle_t participant_handle(const RtpsGuid& endpoint) {
     handle.length = 16;
     handle.isValid = true;
     return handle;
-}
-
-/// Short texts only.
-__attribute__((format(printf, 2, 3))) void append(std::string& line, const char* format, ...) {
-    char text[128];
-    va_list values;
-    va_start(values, format);
-    std::vsnprintf(text, sizeof text, format, values);
-    va_end(values);
-    line += text;
 }
 
 } // namespace
@@ -132,18 +121,16 @@ void QuixSpyDiscoveryListener::print_discovery_data(const QuixSpyEndpointInfo& r
                                                     const DDS_SampleInfo& info) {
     if (!agent_->_printDiscovery)
         return;
-    const char* const kind = isWriter ? "writer" : "reader";
     const bool is_alive = info.instance_state == DDS_ALIVE_INSTANCE_STATE;
+    const bool is_new = is_alive && info.view_state == DDS_NEW_VIEW_STATE;
+    const bool is_updated = is_alive && info.view_state == DDS_NOT_NEW_VIEW_STATE;
 
     std::string line;
     QUIXSpy_printTimestamp(line, info.source_timestamp);
-    if (is_alive && info.view_state == DDS_NEW_VIEW_STATE)
-        append(line, " New %s       ", kind);
-    else if (is_alive && info.view_state == DDS_NOT_NEW_VIEW_STATE)
-        append(line, " Updated %s   ", kind);
-    else
-        append(line, " Deleted %s   ", kind);
-    append(line, " from %-*.*s:", 16, 16, record.ip);
+    line += is_new ? " New " : is_updated ? " Updated " : " Deleted ";
+    line += isWriter ? "writer" : "reader";
+    line += is_new ? "       " : "   ";
+    QUIXSpy_appendAddress(line, record.ip);
     line += QUIXSpy_formatTopicField(record.topicName != nullptr ? record.topicName : "", _topicWidth,
                                      record.typeName != nullptr ? record.typeName : "", _typeWidth);
     if (_showHandle)

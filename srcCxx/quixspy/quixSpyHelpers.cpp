@@ -1,5 +1,7 @@
 #include "quixspy/quixSpyHelpers.h"
 
+#include <algorithm>
+
 #include "meridian/wildcard.h"
 
 void QUIXSpy_printTimestamp(std::string& line, const DDS_Time_t& time) {
@@ -17,11 +19,6 @@ void QUIXSpy_printTimestamp(std::string& line, const DDS_Time_t& time) {
 }
 
 int QUIXSpy_matchesPattern(const char* name, const char* const* patterns, int32_t count) {
-    if (count == 0)
-        return 1;
-    for (int32_t i = 0; i < count; ++i) {
-        if (QUIXString_matchesWildcard(patterns[i], name))
-            return 1;
-    }
-    return 0;
+    const auto matches = [name](const char* pattern) { return QUIXString_matchesWildcard(pattern, name); };
+    return count == 0 || std::any_of(patterns, patterns + std::max(count, 0), matches) ? 1 : 0;
 }

@@ -26,7 +26,6 @@ struct QuixSpyList {
 
     Node* head() const { return static_cast<Node*>(sentinel.next); }
     static Node* next(const Node* node) { return static_cast<Node*>(node->next); }
-    Node* last() const { return static_cast<Node*>(tail); }
 
     /// The node must be in no list.
     void append(Node* node) {

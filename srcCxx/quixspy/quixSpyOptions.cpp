@@ -90,21 +90,9 @@ int add_pattern(Step& step) {
 
 template <char* (QuixSpyAgent::*List)[QuixSpyAgent::kMaxPartitions], int32_t QuixSpyAgent::*Count>
 int add_partition(Step& step) {
-    QuixSpyAgent& agent = step.agent;
-    int32_t& count = agent.*Count;
-    if (count >= QuixSpyAgent::kMaxPartitions) {
-        // The number in the text is not the limit; both are as users know them.
-        agent.output().print("Number of partitions exceeded. Maximum is %d\n", 1024);
-        return QUIX_AGENT_PARSE_ERROR;
-    }
-    if (step.text[0] == '-') {
-        --*step.index;
-        agent.output().print("Missing or invalid partition '%s' following the %s option\n", step.text,
-                             step.argv[*step.index]);
-        return QUIX_AGENT_PARSE_ERROR;
-    }
-    (agent.*List)[count++] = DDS_String_dup(step.text);
-    return QUIX_AGENT_PARSE_CONSUMED;
+    // The number in the text is not the limit; both are as users know them.
+    return QuixOption_append(step, step.agent.*List, step.agent.*Count, QuixSpyAgent::kMaxPartitions,
+                             "partition", 1024);
 }
 
 std::string joined(char* const* texts, int32_t count, const char* separator) {

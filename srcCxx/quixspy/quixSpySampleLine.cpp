@@ -49,14 +49,6 @@ void append_event(std::string& line, const DDS_SampleInfo& info, bool is_keyed) 
     }
 }
 
-void append_address(std::string& line, const char* ip) {
-    const size_t length = strnlen(ip, kAddressWidth);
-    line += " from ";
-    line.append(ip, length);
-    line.append(kAddressWidth - length, ' ');
-    line += ':';
-}
-
 /// The words of the key hash come as they lie in memory, unlike those of GUIDs.
 void append_key(std::string& line, const DDS_InstanceHandle_t& handle) {
     uint32_t words[4];
@@ -74,18 +66,22 @@ void append_flags(std::string& line, uint32_t flags) {
     if ((flags & 15U) == 0)
         return;
     line += " flags=\"";
-    if ((flags & 8U) != 0)
-        line += 'L';
-    if ((flags & 4U) != 0)
-        line += 'P';
-    if ((flags & 2U) != 0)
-        line += 'I';
-    if ((flags & 1U) != 0)
-        line += 'R';
+    for (unsigned bit = 4; bit-- > 0;) {
+        if ((flags >> bit & 1U) != 0)
+            line += "RIPL"[bit];
+    }
     line += '"';
 }
 
 } // namespace
+
+void QUIXSpy_appendAddress(std::string& line, const char* ip) {
+    const size_t length = strnlen(ip, kAddressWidth);
+    line += " from ";
+    line.append(ip, length);
+    line.append(kAddressWidth - length, ' ');
+    line += ':';
+}
 
 void QUIXSpy_appendField(std::string& line, const char* field, const char* text, size_t most) {
     if (text == nullptr)
@@ -133,7 +129,7 @@ void QUIXSpy_formatSampleLine(std::string& line, const QuixSpySampleLineFields& 
     const bool is_writer_known = !RtpsGuid_isUnknown(writer.guid);
     QUIXSpy_printTimestamp(line, info.source_timestamp);
     append_event(line, info, fields.isKeyed);
-    append_address(line, is_writer_known ? writer.ip : "unknown ip");
+    QUIXSpy_appendAddress(line, is_writer_known ? writer.ip : "unknown ip");
     line += topicField;
     if (fields.showHandle && fields.isKeyed) {
         append_key(line, info.instance_handle);

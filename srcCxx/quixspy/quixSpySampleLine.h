@@ -21,6 +21,8 @@ struct QuixSpySampleLineFields {
 /// The GUID that a reader names as the writer of a sample.
 RtpsGuid QUIXSpy_writerGuid(const DDS_SampleInfo& info);
 
+/// Appends where an endpoint is, at one width.
+void QUIXSpy_appendAddress(std::string& line, const char* ip);
 /// Appends field="text", nothing for a null text.
 /// What is longer than `most` octets is cut, with "..." behind it.
 void QUIXSpy_appendField(std::string& line, const char* field, const char* text,

@@ -38,6 +38,6 @@ class DDSDynamicDataTypeSupport {
     DDS_ReturnCode_t register_type(DDSDomainParticipant* participant, const char* type_name);
 
   private:
-    class Impl;
+    struct Impl;
     std::unique_ptr<Impl> impl_;
 };

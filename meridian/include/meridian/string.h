@@ -11,6 +11,3 @@ char* DDS_String_alloc(size_t length);
 char* DDS_String_dup(const char* source);
 /// Frees; null is allowed.
 void DDS_String_free(char* string);
-/// Replaces *string (null counts as empty) by itself followed by `suffix`, reallocating. False, and *string
-/// freed and set null, when memory is short.
-bool DDS_String_append(char** string, const char* suffix);

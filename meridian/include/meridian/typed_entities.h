@@ -202,17 +202,15 @@ class DDSTypedDataReader : public DDSDataReader {
         state.has_ownership = data.has_ownership();
         state.element = &element_of;
         state.sequence = &data;
-        const bool borrows = state.has_ownership && state.maximum == 0;
-        if (!borrows && state.has_ownership)
+        const bool copies = state.has_ownership && state.maximum > 0;
+        if (copies)
             data.length(state.maximum); // elements must be reachable to be filled
         void** samples = nullptr;
         DDS_Long count = 0;
         const DDS_ReturnCode_t result =
             untyped_->read_or_take_untyped(take, selection, state, &samples, &count, infos);
-        if (state.has_ownership && !borrows)
+        if (copies)
             data.length(result == DDS_RETCODE_OK ? count : result == DDS_RETCODE_NO_DATA ? 0 : state.length);
-        else if (result == DDS_RETCODE_NO_DATA && borrows)
-            data.length(0);
         if (result != DDS_RETCODE_OK || samples == nullptr)
             return result;
         if (!data.loan_discontiguous(reinterpret_cast<Sample**>(samples), count)) {

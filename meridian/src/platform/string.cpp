@@ -26,24 +26,6 @@ void DDS_String_free(char* string) {
     QUIXHeap_free(string);
 }
 
-bool DDS_String_append(char** string, const char* suffix) {
-    if (string == nullptr)
-        return false;
-    const size_t old_length = *string == nullptr ? 0 : std::strlen(*string);
-    const size_t suffix_length = suffix == nullptr ? 0 : std::strlen(suffix);
-    // A new buffer rather than a grown one: the suffix may be part of the old one.
-    char* joined = DDS_String_alloc(old_length + suffix_length);
-    if (joined != nullptr) {
-        if (old_length != 0)
-            std::memcpy(joined, *string, old_length);
-        if (suffix_length != 0)
-            std::memcpy(joined + old_length, suffix, suffix_length);
-    }
-    DDS_String_free(*string);
-    *string = joined;
-    return joined != nullptr;
-}
-
 bool DDS_StringSeq_from_array(DDS_StringSeq& sequence, const char* const* strings, DDS_Long count) {
     if (count < 0 || (count > 0 && strings == nullptr) || !sequence.has_ownership())
         return false;

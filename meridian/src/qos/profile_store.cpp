@@ -47,29 +47,13 @@ bool add_files(xml::Documents& documents, const char* url_list, std::string& err
 }
 
 template <typename Qos>
-bool read_profile(const ProfileSet& set, const std::string& library, const std::string& profile_name,
-                  EntityKind kind, const char* topic_name, Qos& qos, std::string& error) {
-    const Profile* profile = set.find(library, profile_name);
-    if (profile == nullptr) {
-        error = "there is no QoS profile \"" + library + "::" + profile_name + "\"";
-        return false;
-    }
-    error = profile->obstacle();
-    if (!error.empty())
-        return false;
-    Qos result;
-    QosReader reader;
-    for (const Layer& layer : layers_of(*profile, kind, topic_name)) {
-        reader.set_document(*layer.document);
-        reader.read(layer.element, result);
-    }
-    if (!reader.ok()) {
-        error = reader.error();
-        return false;
-    }
-    qos = result;
-    return true;
-}
+constexpr EntityKind kKindOf = EntityKind::participant;
+template <>
+constexpr EntityKind kKindOf<DDS_TopicQos> = EntityKind::topic;
+template <>
+constexpr EntityKind kKindOf<DDS_SubscriberQos> = EntityKind::subscriber;
+template <>
+constexpr EntityKind kKindOf<DDS_DataReaderQos> = EntityKind::datareader;
 
 } // namespace
 
@@ -120,25 +104,38 @@ std::optional<ProfileName> ProfileStore::default_profile() const {
     return ProfileName{profile->library, profile->name};
 }
 
-bool ProfileStore::participant_qos(const std::string& library, const std::string& profile,
-                                   DDS_DomainParticipantQos& qos, std::string& error) const {
-    return read_profile(contents_->set, library, profile, EntityKind::participant, nullptr, qos, error);
+template <typename Qos>
+bool ProfileStore::read(const std::string& library, const std::string& profile, const char* topic_name,
+                        Qos& qos, std::string& error) const {
+    const Profile* found = contents_->set.find(library, profile);
+    if (found == nullptr) {
+        error = "there is no QoS profile \"" + library + "::" + profile + "\"";
+        return false;
+    }
+    error = found->obstacle();
+    if (!error.empty())
+        return false;
+    Qos result;
+    QosReader reader;
+    for (const Layer& layer : layers_of(*found, kKindOf<Qos>, topic_name)) {
+        reader.set_document(*layer.document);
+        reader.read(layer.element, result);
+    }
+    if (!reader.ok()) {
+        error = reader.error();
+        return false;
+    }
+    qos = result;
+    return true;
 }
-
-bool ProfileStore::subscriber_qos(const std::string& library, const std::string& profile,
-                                  DDS_SubscriberQos& qos, std::string& error) const {
-    return read_profile(contents_->set, library, profile, EntityKind::subscriber, nullptr, qos, error);
-}
-
-bool ProfileStore::topic_qos(const std::string& library, const std::string& profile, const char* topic_name,
-                             DDS_TopicQos& qos, std::string& error) const {
-    return read_profile(contents_->set, library, profile, EntityKind::topic, topic_name, qos, error);
-}
-
-bool ProfileStore::datareader_qos(const std::string& library, const std::string& profile,
-                                  const char* topic_name, DDS_DataReaderQos& qos, std::string& error) const {
-    return read_profile(contents_->set, library, profile, EntityKind::datareader, topic_name, qos, error);
-}
+template bool ProfileStore::read(const std::string&, const std::string&, const char*,
+                                 DDS_DomainParticipantQos&, std::string&) const;
+template bool ProfileStore::read(const std::string&, const std::string&, const char*, DDS_TopicQos&,
+                                 std::string&) const;
+template bool ProfileStore::read(const std::string&, const std::string&, const char*, DDS_SubscriberQos&,
+                                 std::string&) const;
+template bool ProfileStore::read(const std::string&, const std::string&, const char*, DDS_DataReaderQos&,
+                                 std::string&) const;
 
 const std::vector<std::string>& ProfileStore::warnings() const {
     return contents_->set.warnings;

@@ -45,19 +45,15 @@ class ProfileStore {
     /// The profile with is_default_qos="true", if any; the last one where several documents have one.
     std::optional<ProfileName> default_profile() const;
 
-    /// Each replaces `qos` by the defaults, changed by what the profile and its bases say. False, `qos`
-    /// untouched and a reason in `error`, when the profile does not exist or cannot be used. The values are
-    /// each possible, but may contradict each other: see qos/consistency.h.
-    bool participant_qos(const std::string& library, const std::string& profile,
-                         DDS_DomainParticipantQos& qos, std::string& error) const;
-    bool subscriber_qos(const std::string& library, const std::string& profile, DDS_SubscriberQos& qos,
-                        std::string& error) const;
-    /// Of several <topic_qos> (<datareader_qos>) in a profile, the first counts whose topic_filter matches
-    /// `topic_name`, else the one without topic_filter. Null: the one without topic_filter.
-    bool topic_qos(const std::string& library, const std::string& profile, const char* topic_name,
-                   DDS_TopicQos& qos, std::string& error) const;
-    bool datareader_qos(const std::string& library, const std::string& profile, const char* topic_name,
-                        DDS_DataReaderQos& qos, std::string& error) const;
+    /// Replaces the QoS of a participant, topic, subscriber or reader by the defaults, changed by what the
+    /// profile and its bases say. False, `qos` untouched and a reason in `error`, when the profile does not
+    /// exist or cannot be used. The values are each possible, but may contradict each other: see
+    /// qos/consistency.h. Of several <topic_qos> (<datareader_qos>) in a profile, the first counts whose
+    /// topic_filter matches `topic_name`, else the one without topic_filter. Null: the one without
+    /// topic_filter.
+    template <typename Qos>
+    bool read(const std::string& library, const std::string& profile, const char* topic_name, Qos& qos,
+              std::string& error) const;
 
     /// The type that a <types> section of a document, or of one that it includes, defines under that name;
     /// empty when none does. May outlive the store.

@@ -3,23 +3,13 @@
 #include "meridian/qos.h"
 #include "meridian/string.h"
 
-namespace {
-
-void replace(char*& target, const char* source) {
-    char* copy = DDS_String_dup(source);
-    DDS_String_free(target);
-    target = copy;
-}
-
-} // namespace
-
 DDS_EntityNameQosPolicy::DDS_EntityNameQosPolicy(const DDS_EntityNameQosPolicy& other)
     : name(DDS_String_dup(other.name)), role_name(DDS_String_dup(other.role_name)) {}
 
 DDS_EntityNameQosPolicy& DDS_EntityNameQosPolicy::operator=(const DDS_EntityNameQosPolicy& other) {
     if (this != &other) {
-        replace(name, other.name);
-        replace(role_name, other.role_name);
+        DDS_SequenceElement<char*>::copy(name, other.name);
+        DDS_SequenceElement<char*>::copy(role_name, other.role_name);
     }
     return *this;
 }

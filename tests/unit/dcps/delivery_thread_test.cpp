@@ -21,6 +21,11 @@ struct StartedThread : DeliveryThread {
     }
 };
 
+void notify(DeliveryThread& thread, Deliverable& recipient) {
+    thread.note(recipient);
+    thread.wake();
+}
+
 class Recipient final : public Deliverable {
   public:
     void deliver() override {
@@ -44,7 +49,7 @@ TEST(DeliveryThreadTest, ANoticeBringsOneCallOnAnotherThread) {
     Recipient recipient;
     std::promise<std::thread::id> caller;
     recipient.action = [&] { caller.set_value(std::this_thread::get_id()); };
-    thread.notify(recipient);
+    notify(thread, recipient);
     EXPECT_NE(caller.get_future().get(), std::this_thread::get_id());
     thread.remove(recipient);
     EXPECT_EQ(recipient.calls, 1);
@@ -61,10 +66,10 @@ TEST(DeliveryThreadTest, NoticesDuringACallBringOneMore) {
             go_on.get_future().wait();
         }
     };
-    thread.notify(recipient);
+    notify(thread, recipient);
     entered.get_future().wait();
     for (int i = 0; i < 10; ++i)
-        thread.notify(recipient);
+        notify(thread, recipient);
     go_on.set_value();
     EXPECT_TRUE(recipient.called(2));
     thread.remove(recipient);
@@ -81,16 +86,16 @@ TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {
         std::this_thread::sleep_for(milliseconds(30)); // time in which a remove that does not wait returns
         running = false;
     };
-    thread.notify(recipient);
+    notify(thread, recipient);
     entered.get_future().wait();
-    thread.notify(recipient);
+    notify(thread, recipient);
     thread.wake_at(recipient, monotonic_now());
     thread.remove(recipient);
     EXPECT_FALSE(running);
     // What comes later is called later: when these were, the dropped notice and timer would have been.
     Recipient noticed;
     Recipient timed;
-    thread.notify(noticed);
+    notify(thread, noticed);
     EXPECT_TRUE(noticed.called(1));
     thread.wake_at(timed, monotonic_now());
     EXPECT_TRUE(timed.called(1));
@@ -103,9 +108,9 @@ TEST(DeliveryThreadTest, ARecipientMayRemoveItselfAndComeBack) {
     StartedThread thread;
     Recipient recipient;
     recipient.action = [&] { thread.remove(recipient); };
-    thread.notify(recipient);
+    notify(thread, recipient);
     ASSERT_TRUE(recipient.called(1));
-    thread.notify(recipient);
+    notify(thread, recipient);
     EXPECT_TRUE(recipient.called(2));
     thread.remove(recipient);
 }
@@ -122,7 +127,7 @@ TEST(DeliveryThreadTest, TimersCallInTheirOrderAndNotEarly) {
         entered.set_value();
         go_on.get_future().wait();
     };
-    thread.notify(busy);
+    notify(thread, busy);
     entered.get_future().wait();
     const auto start = monotonic_now();
     std::promise<std::chrono::nanoseconds> soon_at;
@@ -149,7 +154,7 @@ TEST(DeliveryThreadTest, WhatIsAskedForBeforeThereIsAThreadWaitsForIt) {
         const NoThreads none;
         EXPECT_FALSE(thread.start(error));
         EXPECT_NE(error, "");
-        thread.notify(recipient);
+        notify(thread, recipient);
         thread.wake_at(recipient, monotonic_now());
     }
     EXPECT_EQ(recipient.calls, 0);

@@ -41,20 +41,6 @@ TEST(String, DupCopies) {
     DDS_String_free(copy);
 }
 
-TEST(String, AppendGrowsAndToleratesNulls) {
-    char* string = nullptr;
-    EXPECT_TRUE(DDS_String_append(&string, "ab"));
-    EXPECT_STREQ(string, "ab");
-    EXPECT_TRUE(DDS_String_append(&string, "cd"));
-    EXPECT_STREQ(string, "abcd");
-    EXPECT_TRUE(DDS_String_append(&string, string)); // the suffix lies in the string itself
-    EXPECT_STREQ(string, "abcdabcd");
-    EXPECT_TRUE(DDS_String_append(&string, nullptr));
-    EXPECT_STREQ(string, "abcdabcd");
-    EXPECT_FALSE(DDS_String_append(nullptr, "x"));
-    DDS_String_free(string);
-}
-
 TEST(StringSequence, FromArrayReplaces) {
     DDS_StringSeq sequence;
     const char* first[] = {"a", "b", "c"};

@@ -31,7 +31,7 @@ inline std::string result_in(ProfileStore& store, bool loaded, std::string error
     for (const std::string& library : store.libraries()) {
         for (const std::string& profile : store.profiles(library)) {
             DDS_SubscriberQos qos;
-            return store.subscriber_qos(library, profile, qos, error) ? "loaded" : error;
+            return store.read(library, profile, nullptr, qos, error) ? "loaded" : error;
         }
     }
     return "loaded";

@@ -329,9 +329,9 @@ TEST(Documents, UnknownElementsMatterInProfilesThatAreUsed) {
                   "\"L::Foreign\" cannot be used"}));
     EXPECT_EQ(store.profiles("L").size(), 4u);
     DDS_SubscriberQos qos;
-    EXPECT_TRUE(store.subscriber_qos("L", "Known", qos, error)) << error;
+    EXPECT_TRUE(store.read("L", "Known", nullptr, qos, error)) << error;
     for (const char* profile : {"Foreign", "Derived", "Borrowing"}) {
-        EXPECT_FALSE(store.subscriber_qos("L", profile, qos, error)) << profile;
+        EXPECT_FALSE(store.read("L", profile, nullptr, qos, error)) << profile;
         EXPECT_EQ(error, foreign);
     }
 }
@@ -354,10 +354,10 @@ TEST(Documents, MissingProfiles) {
     DDS_SubscriberQos qos;
     DDS_StringSeq_append(qos.partition.name, "kept");
     ASSERT_TRUE(load_string(store, in_profile("<subscriber_qos/>"), error));
-    EXPECT_FALSE(store.subscriber_qos("L", "Q", qos, error));
+    EXPECT_FALSE(store.read("L", "Q", nullptr, qos, error));
     EXPECT_EQ(error, "there is no QoS profile \"L::Q\"");
     EXPECT_EQ(joined(qos.partition.name), "kept");
-    EXPECT_TRUE(store.subscriber_qos("L", "P", qos, error));
+    EXPECT_TRUE(store.read("L", "P", nullptr, qos, error));
     EXPECT_EQ(joined(qos.partition.name), ""); // the defaults, not what was there
     EXPECT_TRUE(store.profiles("M").empty());
 }

@@ -122,7 +122,7 @@ TEST_F(Fragments, EveryValueArrives) {
     DDS_DomainParticipantQos participant;
     participant.transport_builtin.mask = 8; // replaced by the document's
     participant.wire_protocol.rtps_app_id = 5;
-    ASSERT_TRUE(store_.participant_qos(kLibrary, kProfile, participant, error_));
+    ASSERT_TRUE(store_.read(kLibrary, kProfile, nullptr, participant, error_));
     ASSERT_EQ(participant.property.value.length(), 1);
     EXPECT_STREQ(participant.property.value[0].name, "dds.transport.UDPv4.builtin.ignore_loopback_interface");
     EXPECT_STREQ(participant.property.value[0].value, "0");
@@ -138,11 +138,11 @@ TEST_F(Fragments, EveryValueArrives) {
     EXPECT_EQ(participant.resource_limits.type_code_max_serialized_length, 4096);
 
     DDS_SubscriberQos subscriber;
-    ASSERT_TRUE(store_.subscriber_qos(kLibrary, kProfile, subscriber, error_));
+    ASSERT_TRUE(store_.read(kLibrary, kProfile, nullptr, subscriber, error_));
     EXPECT_EQ(joined(subscriber.partition.name), "*");
 
     DDS_DataReaderQos reader;
-    ASSERT_TRUE(store_.datareader_qos(kLibrary, kProfile, "Square", reader, error_));
+    ASSERT_TRUE(store_.read(kLibrary, kProfile, "Square", reader, error_));
     EXPECT_EQ(reader.latency_budget.duration, DDS_DURATION_INFINITE);
     EXPECT_TRUE(reader.reader_resource_limits.dynamically_allocate_fragmented_samples);
     EXPECT_EQ(reader.history.kind, DDS_KEEP_LAST_HISTORY_QOS);
@@ -153,7 +153,7 @@ TEST_F(Fragments, EveryValueArrives) {
 
     DDS_TopicQos topic;
     topic.history.depth = 77;
-    ASSERT_TRUE(store_.topic_qos(kLibrary, kProfile, nullptr, topic, error_));
+    ASSERT_TRUE(store_.read(kLibrary, kProfile, nullptr, topic, error_));
     EXPECT_EQ(topic.history.depth, 1); // nothing said of topics: the defaults
 }
 
@@ -166,7 +166,7 @@ TEST_F(Fragments, AFileMayDeriveFromThem) {
     DDS_StringSeq_append(sources_.url_profile, file.path().c_str());
     ASSERT_TRUE(store_.load(sources_, error_)) << error_;
     DDS_DataReaderQos reader;
-    ASSERT_TRUE(store_.datareader_qos("DefaultSpyLibrary", "DefaultSpyProfile", nullptr, reader, error_));
+    ASSERT_TRUE(store_.read("DefaultSpyLibrary", "DefaultSpyProfile", nullptr, reader, error_));
     EXPECT_EQ(reader.history.depth, 5);
     EXPECT_EQ(reader.representation.value.length(), 2);
 }

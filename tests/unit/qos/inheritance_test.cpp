@@ -14,7 +14,7 @@ class Inheritance : public testing::Test {
     DDS_DataReaderQos reader(const char* library, const char* profile, const char* topic = nullptr) {
         DDS_DataReaderQos qos;
         std::string error;
-        EXPECT_TRUE(store_.datareader_qos(library, profile, topic, qos, error)) << error;
+        EXPECT_TRUE(store_.read(library, profile, topic, qos, error)) << error;
         return qos;
     }
     DDS_Long depth(const char* profile, const char* topic = nullptr) {
@@ -70,13 +70,13 @@ TEST_F(Inheritance, ReachesEveryEntity) {
         profile("name=\"derived\" base_name=\"base\""))));
     std::string error;
     DDS_DomainParticipantQos participant;
-    ASSERT_TRUE(store_.participant_qos("L", "derived", participant, error));
+    ASSERT_TRUE(store_.read("L", "derived", nullptr, participant, error));
     EXPECT_STREQ(participant.participant_name.name, "n");
     DDS_TopicQos topic;
-    ASSERT_TRUE(store_.topic_qos("L", "derived", nullptr, topic, error));
+    ASSERT_TRUE(store_.read("L", "derived", nullptr, topic, error));
     EXPECT_EQ(topic.history.depth, 2);
     DDS_SubscriberQos subscriber;
-    ASSERT_TRUE(store_.subscriber_qos("L", "derived", subscriber, error));
+    ASSERT_TRUE(store_.read("L", "derived", nullptr, subscriber, error));
     EXPECT_EQ(joined(subscriber.partition.name), "p");
     EXPECT_EQ(depth("derived"), 3);
 }
@@ -95,7 +95,7 @@ TEST_F(Inheritance, ListsReplaceLists) {
     for (const auto& [name, expected] : cases) {
         DDS_SubscriberQos qos;
         std::string error;
-        ASSERT_TRUE(store_.subscriber_qos("L", name, qos, error));
+        ASSERT_TRUE(store_.read("L", name, nullptr, qos, error));
         EXPECT_EQ(joined(qos.partition.name), expected) << name;
     }
 }
@@ -153,9 +153,9 @@ TEST_F(Inheritance, TopicFiltersChoose) {
     EXPECT_EQ(depth("derived", "Circle"), 2);
     std::string error;
     DDS_TopicQos topic;
-    ASSERT_TRUE(store_.topic_qos("L", "base", "A", topic, error));
+    ASSERT_TRUE(store_.read("L", "base", "A", topic, error));
     EXPECT_EQ(topic.history.depth, 9);
-    ASSERT_TRUE(store_.topic_qos("L", "base", "B", topic, error));
+    ASSERT_TRUE(store_.read("L", "base", "B", topic, error));
     EXPECT_EQ(topic.history.depth, 1);
 }
 

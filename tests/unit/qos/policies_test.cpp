@@ -8,16 +8,16 @@ using namespace meridian::qos::test;
 namespace {
 
 bool read(const ProfileStore& store, DDS_DomainParticipantQos& qos, std::string& error) {
-    return store.participant_qos("L", "P", qos, error);
+    return store.read("L", "P", nullptr, qos, error);
 }
 bool read(const ProfileStore& store, DDS_TopicQos& qos, std::string& error) {
-    return store.topic_qos("L", "P", nullptr, qos, error);
+    return store.read("L", "P", nullptr, qos, error);
 }
 bool read(const ProfileStore& store, DDS_SubscriberQos& qos, std::string& error) {
-    return store.subscriber_qos("L", "P", qos, error);
+    return store.read("L", "P", nullptr, qos, error);
 }
 bool read(const ProfileStore& store, DDS_DataReaderQos& qos, std::string& error) {
-    return store.datareader_qos("L", "P", nullptr, qos, error);
+    return store.read("L", "P", nullptr, qos, error);
 }
 
 template <typename Qos>

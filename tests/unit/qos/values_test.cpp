@@ -124,7 +124,7 @@ DDS_Duration_t period(const std::string& parts) {
         in_profile("<datareader_qos><deadline><period>" + parts + "</period></deadline></datareader_qos>"),
         error))
         << error;
-    EXPECT_TRUE(store.datareader_qos("L", "P", nullptr, qos, error));
+    EXPECT_TRUE(store.read("L", "P", nullptr, qos, error));
     return qos.deadline.period;
 }
 

@@ -22,7 +22,7 @@ class DeliveryThread;
 class Deliverable : private rtps::TimerQueue::Client {
   public:
     virtual ~Deliverable() = default;
-    /// On the delivery thread, with no lock held: after notify, and when a wake_at has passed.
+    /// On the delivery thread, with no lock held: after note, and when a wake_at has passed.
     virtual void deliver() = 0;
 
   private:
@@ -49,12 +49,8 @@ class DeliveryThread {
     /// Starts the thread. False with a text in `error` when the system has none to give; what is asked for
     /// before start succeeded waits until then. Starting twice is success.
     bool start(std::string& error) MERIDIAN_EXCLUDES(mutex_);
-    /// Has `deliver` called soon. Cheap while a call is pending already.
-    void notify(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_) {
-        note(deliverable);
-        wake();
-    }
-    /// The same, but an idle thread is left alone until wake: for who holds a lock that `deliver` wants.
+    /// Has `deliver` called soon, by an idle thread after wake: who holds a lock that `deliver` wants wakes
+    /// it later. Cheap while a call is pending already.
     void note(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
     /// Wakes the thread for what was noted. Cheap when there is nothing.
     void wake();

@@ -22,12 +22,10 @@ Singleton& singleton() {
     return *instance;
 }
 
-bool are_equal(const DDS_StringSeq& a, const DDS_StringSeq& b) {
-    return discovery::to_strings(a) == discovery::to_strings(b);
-}
-
 bool are_equal(const DDS_ProfileQosPolicy& a, const DDS_ProfileQosPolicy& b) {
-    return are_equal(a.string_profile, b.string_profile) && are_equal(a.url_profile, b.url_profile);
+    using discovery::to_strings;
+    return to_strings(a.string_profile) == to_strings(b.string_profile) &&
+           to_strings(a.url_profile) == to_strings(b.url_profile);
 }
 
 } // namespace
@@ -84,7 +82,7 @@ DDS_ReturnCode_t FactoryImpl::get_participant_qos_from_profile(DDS_DomainPartici
     if (library == nullptr || profile == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
     std::string error;
-    if (profiles()->participant_qos(library, profile, qos, error))
+    if (profiles()->read(library, profile, nullptr, qos, error))
         return DDS_RETCODE_OK;
     MERIDIAN_LOG_ERROR("dcps", "%s", error.c_str());
     return DDS_RETCODE_ERROR;

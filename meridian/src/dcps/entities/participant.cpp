@@ -205,6 +205,15 @@ DDS_ReturnCode_t ParticipantImpl::delete_publisher(DDSPublisher* publisher) {
     return delete_group(&ParticipantImpl::publishers_, publisher);
 }
 
+DDS_ReturnCode_t ParticipantImpl::default_datareader_qos_of_topic(DDS_DataReaderQos& qos,
+                                                                  const char* topic_name) {
+    MutexLock lock(mutex_);
+    if (reader_profile_)
+        return reader_profile_->read(topic_name, qos);
+    qos = std::get<DDS_DataReaderQos>(defaults_);
+    return DDS_RETCODE_OK;
+}
+
 DDS_ReturnCode_t ParticipantImpl::ignore_participant(const DDS_InstanceHandle_t& handle) {
     const auto ignored = discovery::to_guid(handle);
     if (!ignored || ignored->entity != rtps::entity::participant)

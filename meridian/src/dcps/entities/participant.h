@@ -23,6 +23,7 @@
 #include "discovery/announcement_watch.h"
 #include "discovery/discovery_store.h"
 #include "meridian/domain_participant.h"
+#include "platform/log.h"
 #include "platform/mutex.h"
 #include "platform/seeded_hash.h"
 #include "qos/profile_store.h"
@@ -121,8 +122,12 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
         return set_default_from_profile<DDS_DataReaderQos>(library, profile, "reader");
     }
     DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
-                                   DDSTypeSupport* type_support) override;
-    DDS_ReturnCode_t unregister_type(const char* type_name) override;
+                                   DDSTypeSupport* type_support) override {
+        return types_.register_type(type_name, plugin, type_support);
+    }
+    DDS_ReturnCode_t unregister_type(const char* type_name) override {
+        return types_.unregister_type(type_name);
+    }
     DDS_Boolean is_type_registered(const char* type_name) override;
     const DDS_TypeCode* get_typecode(const char* type_name) override;
     DDS_ReturnCode_t lock() override { return types_.lock(); }
@@ -149,7 +154,13 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
 
         /// Logs why it cannot be read.
         template <typename Qos>
-        DDS_ReturnCode_t read(const char* topic_name, Qos& qos) const;
+        DDS_ReturnCode_t read(const char* topic_name, Qos& qos) const {
+            std::string error;
+            if (store->read(library, name, topic_name, qos, error))
+                return DDS_RETCODE_OK;
+            MERIDIAN_LOG_ERROR("dcps", "%s", error.c_str());
+            return DDS_RETCODE_ERROR;
+        }
     };
     template <typename Group>
     struct Groups {
@@ -185,7 +196,15 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
         return DDS_RETCODE_OK;
     }
     template <typename Qos>
-    DDS_ReturnCode_t set_default_from_profile(const char* library, const char* profile, const char* what);
+    DDS_ReturnCode_t set_default_from_profile(const char* library, const char* profile, const char* what)
+        MERIDIAN_EXCLUDES(mutex_) {
+        if (library == nullptr || profile == nullptr)
+            return DDS_RETCODE_BAD_PARAMETER;
+        Profile source{profiles_(), library, profile};
+        Qos qos;
+        const DDS_ReturnCode_t result = source.read(nullptr, qos);
+        return result == DDS_RETCODE_OK ? set_default(qos, what, std::move(source)) : result;
+    }
 
     const DDS_DomainId_t domain_id_;
     const SharedParts shared_;

@@ -16,15 +16,6 @@ rtps::Guid ParticipantImpl::new_guid(rtps::EntityKind kind) {
     return {guid().prefix, shared_.own->new_entity(kind)};
 }
 
-DDS_ReturnCode_t ParticipantImpl::register_type(const char* type_name, const PRESTypePlugin* plugin,
-                                                DDSTypeSupport* type_support) {
-    return types_.register_type(type_name, plugin, type_support);
-}
-
-DDS_ReturnCode_t ParticipantImpl::unregister_type(const char* type_name) {
-    return types_.unregister_type(type_name);
-}
-
 DDS_Boolean ParticipantImpl::is_type_registered(const char* type_name) {
     return type_name != nullptr && types_.find(type_name) != nullptr;
 }

@@ -42,10 +42,8 @@ DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_Partic
 DDSReadCondition* UserReader::create_readcondition(DDS_SampleStateMask sample_states,
                                                    DDS_ViewStateMask view_states,
                                                    DDS_InstanceStateMask instance_states) {
-    ReaderCache::Selection selection;
-    selection.sample_states = sample_states;
-    selection.view_states = view_states;
-    selection.instance_states = instance_states;
+    const ReaderCache::Selection selection{DDS_LENGTH_UNLIMITED, sample_states, view_states, instance_states,
+                                           std::nullopt};
     MutexLock lock(mutex_);
     conditions_.push_back(std::make_unique<ReadCondition>(face_ != nullptr ? face_ : this, selection));
     update_conditions();
@@ -79,9 +77,8 @@ DDS_ReturnCode_t UserReader::to_selection(const DDSSampleSelection& wanted, Read
             return DDS_RETCODE_BAD_PARAMETER;
         selection = (*known)->selection();
     } else {
-        selection.sample_states = wanted.sample_states;
-        selection.view_states = wanted.view_states;
-        selection.instance_states = wanted.instance_states;
+        selection = {wanted.max_samples, wanted.sample_states, wanted.view_states, wanted.instance_states,
+                     std::nullopt};
     }
     if (wanted.max_samples != DDS_LENGTH_UNLIMITED && wanted.max_samples < 0)
         return DDS_RETCODE_BAD_PARAMETER;

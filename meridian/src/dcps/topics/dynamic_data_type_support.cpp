@@ -30,7 +30,6 @@ struct Registration {
 struct Endpoint {
     std::shared_ptr<const DynamicContext> context;
     std::unique_ptr<KeyHasher> hasher;
-    PRESTypePluginEndpointData samples = nullptr;
     bool key_failed = false;
 };
 
@@ -72,14 +71,10 @@ PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData data,
     endpoint->context = std::make_shared<DynamicContext>(
         registration.type, info->topicName != nullptr ? info->topicName : "", registration.properties);
     endpoint->hasher = std::make_unique<KeyHasher>(endpoint->context->reader);
-    endpoint->samples = PRESTypePluginDefaultEndpointData_new(
-        nullptr, info, []() -> void* { return new (std::nothrow) DDS_DynamicData(); },
-        [](void* sample) { delete static_cast<DDS_DynamicData*>(sample); }, nullptr, nullptr);
-    return endpoint->samples != nullptr ? endpoint.release() : nullptr;
+    return endpoint.release();
 }
 
 void detach_endpoint(PRESTypePluginEndpointData data) {
-    PRESTypePluginDefaultEndpointData_delete(endpoint_of(data).samples);
     delete &endpoint_of(data);
 }
 
@@ -88,17 +83,12 @@ bool copy_sample(PRESTypePluginEndpointData, void* target, const void* source) {
     return true;
 }
 
-void* create_sample(PRESTypePluginEndpointData data) {
-    return PRESTypePluginDefaultEndpointData_createSample(endpoint_of(data).samples);
+// The reader keeps those that are free.
+void* create_sample(PRESTypePluginEndpointData) {
+    return new (std::nothrow) DDS_DynamicData();
 }
-void delete_sample(PRESTypePluginEndpointData data, void* sample) {
-    PRESTypePluginDefaultEndpointData_deleteSample(endpoint_of(data).samples, sample);
-}
-void* get_sample(PRESTypePluginEndpointData data) {
-    return PRESTypePluginDefaultEndpointData_getSample(endpoint_of(data).samples);
-}
-void return_sample(PRESTypePluginEndpointData data, void* sample) {
-    PRESTypePluginDefaultEndpointData_returnSample(endpoint_of(data).samples, sample);
+void delete_sample(PRESTypePluginEndpointData, void* sample) {
+    delete static_cast<DDS_DynamicData*>(sample);
 }
 size_t sample_memory(const void* sample) {
     return sizeof(DDS_DynamicData) + 2 * sizeof(void*) +
@@ -177,8 +167,8 @@ PRESTypePlugin plugin_of(Registration& registration) {
     plugin.copySample = copy_sample;
     plugin.createSample = create_sample;
     plugin.deleteSample = delete_sample;
-    plugin.getSample = get_sample;
-    plugin.returnSample = return_sample;
+    plugin.getSample = create_sample;
+    plugin.returnSample = delete_sample;
     plugin.getSampleMemory = sample_memory;
     plugin.deserialize = deserialize;
     plugin.deserializeKey = deserialize;
@@ -198,14 +188,11 @@ PRESTypePlugin plugin_of(Registration& registration) {
 
 } // namespace
 
-class DDSDynamicDataTypeSupport::Impl : public Registration {
-  public:
-    explicit Impl(Registration registration) : Registration(std::move(registration)) {}
-};
+struct DDSDynamicDataTypeSupport::Impl : Registration {};
 
 DDSDynamicDataTypeSupport::DDSDynamicDataTypeSupport(const DDS_TypeCode* type,
                                                      const DDS_DynamicDataTypeProperty_t& properties)
-    : impl_(std::make_unique<Impl>(Registration{TypeRef(from_type_code(type)), properties})) {}
+    : impl_(std::make_unique<Impl>(Impl{{TypeRef(from_type_code(type)), properties}})) {}
 
 DDSDynamicDataTypeSupport::~DDSDynamicDataTypeSupport() = default;
 

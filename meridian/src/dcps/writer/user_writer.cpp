@@ -215,33 +215,53 @@ DDS_ReturnCode_t UserWriter::send(const rtps::WriteRequest& request, const DDS_D
     });
 }
 
-DDS_ReturnCode_t UserWriter::prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
-                                     rtps::WriteRequest& request) {
-    const DDS_ReturnCode_t result = key_of(sample, params.handle, key);
-    return result == DDS_RETCODE_OK ? fill_in(params, key, request) : result;
-}
-
-DDS_ReturnCode_t UserWriter::write_untyped(const void* sample, const DDS_WriteParams_t& params) {
+DDS_ReturnCode_t UserWriter::write(const void* sample, const DDS_WriteParams_t& params, Kind kind) {
+    const bool is_data = kind == Kind::data;
+    const bool unregisters = kind == Kind::unregistration;
     if (!is_enabled())
         return DDS_RETCODE_NOT_ENABLED;
     if (sample == nullptr)
         return DDS_RETCODE_BAD_PARAMETER;
+    if (!is_data && !keyed_)
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
     DDS_DataWriterQos qos;
     get_qos(qos);
     MutexLock lock(writing_);
     rtps::KeyHash key;
     rtps::WriteRequest request;
-    DDS_ReturnCode_t result = prepare(sample, params, key, request);
+    DDS_ReturnCode_t result = key_of(sample, params.handle, key);
+    if (result == DDS_RETCODE_OK)
+        result = fill_in(params, key, request);
+    if (result == DDS_RETCODE_OK && unregisters && instances_.count(key) == 0)
+        result = DDS_RETCODE_PRECONDITION_NOT_MET;
     if (result == DDS_RETCODE_OK)
         result = add_instance(key);
     if (result != DDS_RETCODE_OK)
         return result;
+    if (!is_data) {
+        const bool disposes = !unregisters || qos.writer_data_lifecycle.autodispose_unregistered_instances;
+        request.inline_qos.status_info =
+            (disposes ? rtps::kDisposed : 0u) | (unregisters ? rtps::kUnregistered : 0u);
+        request.payload_is_key = true;
+    }
+
     const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
-    Buffer buffer(*this, plugin().getSerializedSampleMaxSize(plugin_data(), true, encapsulation, 0));
-    if (!buffer.fill(plugin().serialize, sample, encapsulation))
+    const auto serialize = is_data ? plugin().serialize : plugin().serializeKey;
+    const auto size_of = is_data ? plugin().getSerializedSampleMaxSize : plugin().getSerializedKeyMaxSize;
+    const DDS_UnsignedLong size =
+        serialize != nullptr && size_of != nullptr ? size_of(plugin_data(), true, encapsulation, 0) : 0;
+    Buffer buffer(*this, size);
+    if ((is_data || size > 0) && !buffer.fill(serialize, sample, encapsulation))
         return DDS_RETCODE_ERROR;
-    request.payload = buffer.view();
-    return send(request, qos.reliability.max_blocking_time);
+    request.payload = buffer.view(); // empty at the end of an instance: the key hash says it all
+    result = send(request, qos.reliability.max_blocking_time);
+    if (result == DDS_RETCODE_OK && unregisters)
+        instances_.erase(key);
+    return result;
+}
+
+DDS_ReturnCode_t UserWriter::write_untyped(const void* sample, const DDS_WriteParams_t& params) {
+    return write(sample, params, Kind::data);
 }
 
 DDS_InstanceHandle_t UserWriter::register_instance_untyped(const void* sample,
@@ -257,50 +277,11 @@ DDS_InstanceHandle_t UserWriter::register_instance_untyped(const void* sample,
 
 DDS_ReturnCode_t UserWriter::unregister_instance_untyped(const void* sample,
                                                          const DDS_WriteParams_t& params) {
-    return write_end(sample, params, true);
+    return write(sample, params, Kind::unregistration);
 }
 
 DDS_ReturnCode_t UserWriter::dispose_untyped(const void* sample, const DDS_WriteParams_t& params) {
-    return write_end(sample, params, false);
-}
-
-DDS_ReturnCode_t UserWriter::write_end(const void* sample, const DDS_WriteParams_t& params, bool unregister) {
-    if (!is_enabled())
-        return DDS_RETCODE_NOT_ENABLED;
-    if (sample == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    if (!keyed_)
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-    DDS_DataWriterQos qos;
-    get_qos(qos);
-    MutexLock lock(writing_);
-    rtps::KeyHash key;
-    rtps::WriteRequest request;
-    DDS_ReturnCode_t result = prepare(sample, params, key, request);
-    if (result == DDS_RETCODE_OK && unregister && instances_.count(key) == 0)
-        result = DDS_RETCODE_PRECONDITION_NOT_MET;
-    if (result == DDS_RETCODE_OK)
-        result = add_instance(key);
-    if (result != DDS_RETCODE_OK)
-        return result;
-    const bool disposes = !unregister || qos.writer_data_lifecycle.autodispose_unregistered_instances;
-    request.inline_qos.status_info =
-        (disposes ? rtps::kDisposed : 0u) | (unregister ? rtps::kUnregistered : 0u);
-
-    const DDS_UnsignedShort encapsulation = encapsulation_of(qos);
-    const DDS_UnsignedLong key_size =
-        plugin().serializeKey != nullptr && plugin().getSerializedKeyMaxSize != nullptr
-            ? plugin().getSerializedKeyMaxSize(plugin_data(), true, encapsulation, 0)
-            : 0;
-    Buffer buffer(*this, key_size);
-    if (key_size > 0 && !buffer.fill(plugin().serializeKey, sample, encapsulation))
-        return DDS_RETCODE_ERROR;
-    request.payload = buffer.view(); // empty: the key hash says it all
-    request.payload_is_key = true;
-    result = send(request, qos.reliability.max_blocking_time);
-    if (result == DDS_RETCODE_OK && unregister)
-        instances_.erase(key);
-    return result;
+    return write(sample, params, Kind::disposal);
 }
 
 DDS_ReturnCode_t UserWriter::get_key_value_untyped(void* /*holder*/, const DDS_InstanceHandle_t& handle) {

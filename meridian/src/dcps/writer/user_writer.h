@@ -78,14 +78,12 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     DDS_ReturnCode_t key_of(const void* sample, const DDS_InstanceHandle_t& handle, rtps::KeyHash& key)
         MERIDIAN_REQUIRES(writing_);
     DDS_ReturnCode_t add_instance(const rtps::KeyHash& key) MERIDIAN_REQUIRES(writing_);
-    /// Ends an instance, or the writer's part in it.
-    DDS_ReturnCode_t write_end(const void* sample, const DDS_WriteParams_t& params, bool unregister);
+    /// A sample with data, or the end of an instance or of the writer's part in it.
+    enum class Kind { data, disposal, unregistration };
+    DDS_ReturnCode_t write(const void* sample, const DDS_WriteParams_t& params, Kind kind);
     /// What the payload does not say; DDS_RETCODE_BAD_PARAMETER for an impossible time.
     DDS_ReturnCode_t fill_in(const DDS_WriteParams_t& params, const rtps::KeyHash& key,
                              rtps::WriteRequest& request) const;
-    /// Key and request of a sample that is about to be written.
-    DDS_ReturnCode_t prepare(const void* sample, const DDS_WriteParams_t& params, rtps::KeyHash& key,
-                             rtps::WriteRequest& request) MERIDIAN_REQUIRES(writing_);
     /// Waits for room as long as the reliability allows.
     DDS_ReturnCode_t send(const rtps::WriteRequest& request, const DDS_Duration_t& longest)
         MERIDIAN_REQUIRES(writing_);

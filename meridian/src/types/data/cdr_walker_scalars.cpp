@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <type_traits>
 
 #include "platform/text.h"
 #include "types/data/cdr_walker.h"
@@ -40,27 +41,22 @@ void CdrWalker::object_to_padding(const ByteReader& reader, size_t size) {
 }
 
 bool CdrWalker::read_integer(ByteReader& reader, size_t size, bool is_signed, uint64_t& bits) {
-    const auto read_as = [&](auto unsigned_value, auto signed_value) {
-        if (is_signed) {
-            if (!reader.read(signed_value))
-                return fail("the sample ends within it");
-            bits = static_cast<uint64_t>(int64_t{signed_value});
-            return true;
-        }
-        if (!reader.read(unsigned_value))
+    const auto read_as = [&](auto value) {
+        if (!reader.read(value))
             return fail("the sample ends within it");
-        bits = unsigned_value;
+        using Signed = std::make_signed_t<decltype(value)>;
+        bits = is_signed ? static_cast<uint64_t>(int64_t{static_cast<Signed>(value)}) : value;
         return true;
     };
     switch (size) {
         case 1:
-            return read_as(uint8_t{}, int8_t{});
+            return read_as(uint8_t{});
         case 2:
-            return read_as(uint16_t{}, int16_t{});
+            return read_as(uint16_t{});
         case 4:
-            return read_as(uint32_t{}, int32_t{});
+            return read_as(uint32_t{});
         default:
-            return read_as(uint64_t{}, int64_t{});
+            return read_as(uint64_t{});
     }
 }
 

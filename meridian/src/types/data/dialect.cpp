@@ -76,28 +76,17 @@ struct Row {
     bool xcdr2 = true; // it knows that version
 };
 
-CdrDialect dialect_of(CdrDialect::WideText wide_text, CdrDialect::Headers headers, bool one_origin,
-                      bool optional_headers = true, bool lists = true) {
-    CdrDialect dialect;
-    dialect.wide_text = wide_text;
-    dialect.headers = headers;
-    dialect.one_origin = one_origin;
-    dialect.optional_headers = optional_headers;
-    dialect.lists = lists;
-    return dialect;
-}
-
 const std::vector<Row>& serializers() {
     using Wide = CdrDialect::WideText;
     using Headers = CdrDialect::Headers;
     static const std::vector<Row> kRows{
-        {Maker::unknown, dialect_of(Wide::octets, Headers::standard, true)},
-        {Maker::cyclone_dds, dialect_of(Wide::octets, Headers::flat, false)},
-        {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::few, true)},
-        {Maker::fast_cdr_2, dialect_of(Wide::units, Headers::dynamic, true, false)},
-        {Maker::fast_cdr_1, dialect_of(Wide::quads, Headers::few, true, false, false), false},
-        {Maker::unknown, dialect_of(Wide::octets, Headers::few, true)},
-        {Maker::unknown, dialect_of(Wide::units, Headers::standard, true)},
+        {Maker::unknown, {Wide::octets, Headers::standard, true}},
+        {Maker::cyclone_dds, {Wide::octets, Headers::flat, false}},
+        {Maker::fast_cdr_2, {Wide::units, Headers::few, true}},
+        {Maker::fast_cdr_2, {Wide::units, Headers::dynamic, true, false}},
+        {Maker::fast_cdr_1, {Wide::quads, Headers::few, true, false, false}, false},
+        {Maker::unknown, {Wide::octets, Headers::few, true}},
+        {Maker::unknown, {Wide::units, Headers::standard, true}},
     };
     return kRows;
 }

@@ -12,24 +12,6 @@ using rtps::ByteReader;
 
 namespace {
 
-bool is_integer_or_character(DDS_TCKind kind) {
-    switch (kind) {
-        case DDS_TK_CHAR:
-        case DDS_TK_OCTET:
-        case DDS_TK_INT8:
-        case DDS_TK_UINT8:
-        case DDS_TK_SHORT:
-        case DDS_TK_USHORT:
-        case DDS_TK_LONG:
-        case DDS_TK_ULONG:
-        case DDS_TK_LONGLONG:
-        case DDS_TK_ULONGLONG:
-            return true;
-        default:
-            return false;
-    }
-}
-
 /// Of a member that all serializers write alike; else null.
 const Type* primitive_of(const Member& member) {
     const Type* const type = resolve_alias(member.type);
@@ -57,7 +39,8 @@ FixedKey::FixedKey(const Type& type) {
         if (values_.size() == in_key.size())
             return true; // what follows the key does not matter
         const Type* const primitive = primitive_of(member);
-        if (primitive == nullptr || (member.key && !is_integer_or_character(primitive->kind)))
+        if (primitive == nullptr ||
+            (member.key && (!is_whole_number(primitive->kind) || primitive->kind == DDS_TK_BOOLEAN)))
             return false;
         const size_t size = primitive_size(primitive->kind);
         const size_t in_xcdr1 = place(xcdr1_end, size, rtps::kXcdr1MaxAlignment);

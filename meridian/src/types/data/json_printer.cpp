@@ -68,38 +68,20 @@ class JsonPrinter final : public Printer {
             key(value_);
             return true;
         }
-        switch (type.kind) {
-            case DDS_TK_FLOAT:
-            case DDS_TK_DOUBLE:
-                return number_or_text(type, value, std::isfinite(value.real));
-            case DDS_TK_LONGDOUBLE:
-                // Many parsers refuse numbers beyond the range of double.
-                return number_or_text(type, value, std::isfinite(static_cast<double>(to_long_double(value))));
-            case DDS_TK_STRING:
-                if (plain_length(value.text) == value.text.size()) {
-                    out_ += '"';
-                    out_ += value.text;
-                    out_ += '"';
-                    return true;
-                }
-                return number_or_text(type, value, false);
-            case DDS_TK_CHAR:
-            case DDS_TK_WCHAR:
-            case DDS_TK_WSTRING:
-            case DDS_TK_BITMASK:
-                return number_or_text(type, value, false);
-            case DDS_TK_ENUM: {
-                const bool named = !style_.numeric_enumerators && !type.nameless &&
-                                   find_enumerator(type, value.integer()) != nullptr;
-                if (named)
-                    return number_or_text(type, value, false);
-                append_number(out_, value.integer());
-                return true;
-            }
-            default:
-                append_scalar(out_, type, value);
-                return true;
+        if (type.kind == DDS_TK_STRING && plain_length(value.text) == value.text.size()) {
+            out_ += '"';
+            out_ += value.text;
+            out_ += '"';
+        } else if (stands_in_quotes(type, value)) {
+            value_.clear();
+            append_scalar(value_, type, value);
+            append_string(out_, value_);
+        } else if (type.kind == DDS_TK_ENUM) {
+            append_number(out_, value.integer());
+        } else {
+            append_scalar(out_, type, value);
         }
+        return true;
     }
 
     /// Keys that are no scalars cannot be names of an object's members: such a map is an array of key and
@@ -239,15 +221,26 @@ class JsonPrinter final : public Printer {
         open_.pop();
     }
 
-    bool number_or_text(const Type& type, const Scalar& value, bool is_number) {
-        if (is_number) {
-            append_scalar(out_, type, value);
-            return true;
+    bool stands_in_quotes(const Type& type, const Scalar& value) const {
+        switch (type.kind) {
+            case DDS_TK_FLOAT:
+            case DDS_TK_DOUBLE:
+                return !std::isfinite(value.real);
+            case DDS_TK_LONGDOUBLE:
+                // Many parsers refuse numbers beyond the range of double.
+                return !std::isfinite(static_cast<double>(to_long_double(value)));
+            case DDS_TK_ENUM:
+                return !style_.numeric_enumerators && !type.nameless &&
+                       find_enumerator(type, value.integer()) != nullptr;
+            case DDS_TK_STRING:
+            case DDS_TK_WSTRING:
+            case DDS_TK_CHAR:
+            case DDS_TK_WCHAR:
+            case DDS_TK_BITMASK:
+                return true;
+            default:
+                return false;
         }
-        value_.clear();
-        append_scalar(value_, type, value);
-        append_string(out_, value_);
-        return true;
     }
 
     /// Instead of the next value. What is cut is JSON all the same.

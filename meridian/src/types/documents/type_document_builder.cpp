@@ -134,10 +134,8 @@ bool DocumentBuilder::bound(const pugi::xml_node& node, std::initializer_list<co
     const std::optional<int64_t> parsed = number(node, attribute.value());
     if (!parsed)
         return false;
-    if (*parsed != -1 && (*parsed <= 0 || *parsed > INT32_MAX)) {
-        fail(node, std::string(attribute.name()) + " must be positive, or -1 for none");
-        return false;
-    }
+    if (*parsed != -1 && (*parsed <= 0 || *parsed > INT32_MAX))
+        return refuse(node, std::string(attribute.name()) + " must be positive, or -1 for none");
     value = *parsed == -1 || *parsed == INT32_MAX ? 0 : static_cast<uint32_t>(*parsed);
     return true;
 }
@@ -150,10 +148,9 @@ bool DocumentBuilder::dimensions(const pugi::xml_node& node, std::vector<uint32_
         const std::optional<int64_t> value = number(node, part);
         if (!value)
             return false;
-        if (*value <= 0 || *value > INT32_MAX || values.size() >= kMaxDimensions) {
-            fail(node, "arrayDimensions must be positive numbers, at most " + std::to_string(kMaxDimensions));
-            return false;
-        }
+        if (*value <= 0 || *value > INT32_MAX || values.size() >= kMaxDimensions)
+            return refuse(
+                node, "arrayDimensions must be positive numbers, at most " + std::to_string(kMaxDimensions));
         values.push_back(static_cast<uint32_t>(*value));
     }
     return true;
@@ -166,10 +163,8 @@ const Member* DocumentBuilder::member_named(const Type& type, const std::string&
 }
 
 bool DocumentBuilder::count_members(const pugi::xml_node& node, size_t count) {
-    const bool fits = graph_.count_members(count);
-    if (!fits)
-        fail(node, "more than " + std::to_string(kMaxGraphMembers) + " members");
-    return fits;
+    return graph_.count_members(count) ||
+           refuse(node, "more than " + std::to_string(kMaxGraphMembers) + " members");
 }
 
 Type* DocumentBuilder::node_of(DDS_TCKind kind, const pugi::xml_node& at) {
@@ -296,10 +291,8 @@ bool DocumentBuilder::read_extensibility(Type& type, const pugi::xml_node& node)
     else if (text.empty() || text == "appendable" || text == "APPENDABLE" || text == "extensible" ||
              text == "EXTENSIBLE_EXTENSIBILITY")
         type.extensibility = DDS_EXTENSIBLE_EXTENSIBILITY;
-    else {
-        fail(node, "extensibility is final, appendable or mutable");
-        return false;
-    }
+    else
+        return refuse(node, "extensibility is final, appendable or mutable");
     return true;
 }
 
@@ -307,10 +300,8 @@ bool DocumentBuilder::read_member(const pugi::xml_node& node, Member& member, un
     if (!holds_only(node, kTypedefAttributes, {}, "a member", kMemberAttributes))
         return false;
     member.name = node.attribute("name").value();
-    if (!is_identifier(member.name)) {
-        fail(node, "\"" + member.name + "\" is not a valid name");
-        return false;
-    }
+    if (!is_identifier(member.name))
+        return refuse(node, "\"" + member.name + "\" is not a valid name");
     reader_.boolean_attribute(node, "key", member.key);
     reader_.boolean_attribute(node, "optional", member.optional);
     reader_.boolean_attribute(node, "mustUnderstand", member.must_understand);
@@ -368,10 +359,9 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
         const Type* found = named == nullptr ? nullptr : resolve_alias(type_named(named->first, depth + 1));
         for (const Type* up = found; up != nullptr; up = up->base)
             found = up == &type ? nullptr : found;
-        if (found == nullptr || !found->is_aggregate()) {
-            fail(node, "the base type \"" + std::string(base.value()) + "\" is not another structure");
-            return false;
-        }
+        if (found == nullptr || !found->is_aggregate())
+            return refuse(node,
+                          "the base type \"" + std::string(base.value()) + "\" is not another structure");
         type.kind = DDS_TK_VALUE;
         type.base = found;
         for (const Type* up = found; up != nullptr; up = up->base) {
@@ -381,10 +371,8 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
     }
     const std::string_view autoid = node.attribute("autoid").value();
     const bool hashed = autoid == "hash" || autoid == "HASH";
-    if (!hashed && !autoid.empty() && autoid != "sequential" && autoid != "SEQUENTIAL") {
-        fail(node, "autoid is sequential or hash");
-        return false;
-    }
+    if (!hashed && !autoid.empty() && autoid != "sequential" && autoid != "SEQUENTIAL")
+        return refuse(node, "autoid is sequential or hash");
     for (const pugi::xml_node& child : node.children("member")) {
         Member member;
         if (!read_member(child, member, depth))
@@ -394,10 +382,8 @@ bool DocumentBuilder::fill_structure(Type& type, const pugi::xml_node& node, uns
             member.id = hashed_member_id(*hashid.value() == '\0' ? member.name.c_str() : hashid.value());
         if (const pugi::xml_attribute id = child.attribute("id")) {
             const std::optional<int64_t> value = number(child, id.value());
-            if (!value || *value < 0 || *value > 0x0fffffff) {
-                fail(child, "the id is not between 0 and 0x0fffffff");
-                return false;
-            }
+            if (!value || *value < 0 || *value > 0x0fffffff)
+                return refuse(child, "the id is not between 0 and 0x0fffffff");
             member.id = static_cast<uint32_t>(*value);
         }
         for (const Type* up = &type; up != nullptr; up = up->base) {

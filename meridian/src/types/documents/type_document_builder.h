@@ -51,9 +51,14 @@ class DocumentBuilder {
         const Declaration* outer_;
     };
 
+    // Both keep the reason: for what would have answered with a pointer, and with true.
     std::nullptr_t fail(const pugi::xml_node& node, const std::string& reason) {
         reader_.fail(node, reason);
         return nullptr;
+    }
+    bool refuse(const pugi::xml_node& node, const std::string& reason) {
+        reader_.fail(node, reason);
+        return false;
     }
 
     /// The first attribute of that name that is there; peers' tools spell some of them differently.
@@ -83,10 +88,9 @@ class DocumentBuilder {
     bool is_new_in(const Type& type, const Member& member, Value Member::*value, const char* kind,
                    const pugi::xml_node& node) {
         for (const Member& other : type.members) {
-            if (other.*value == member.*value || (other.name == member.name && !member.name.empty())) {
-                fail(node, std::string("has the name or the ") + kind + " of \"" + other.name + "\"");
-                return false;
-            }
+            if (other.*value == member.*value || (other.name == member.name && !member.name.empty()))
+                return refuse(node,
+                              std::string("has the name or the ") + kind + " of \"" + other.name + "\"");
         }
         return true;
     }

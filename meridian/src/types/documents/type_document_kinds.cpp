@@ -23,11 +23,6 @@ Range range_of(DDS_TCKind kind) {
     return is_signed(kind) ? Range{-beyond / 2, beyond / 2 - 1} : Range{0, beyond - 1};
 }
 
-bool is_whole_number(DDS_TCKind kind) {
-    return primitive_size(kind) != 0 && kind != DDS_TK_FLOAT && kind != DDS_TK_DOUBLE &&
-           kind != DDS_TK_LONGDOUBLE;
-}
-
 } // namespace
 
 bool DocumentBuilder::check_range(const pugi::xml_node& node, const std::string& what, int64_t value,
@@ -102,10 +97,8 @@ bool DocumentBuilder::fill_case(Type& type, const pugi::xml_node& node, unsigned
             if (!read_label(type, label, member))
                 return false;
         } else if (std::exchange(type.default_index, static_cast<int32_t>(type.members.size())) !=
-                   DDS_TYPECODE_NO_DEFAULT) {
-            fail(label, "a second default");
-            return false;
-        }
+                   DDS_TYPECODE_NO_DEFAULT)
+            return refuse(label, "a second default");
     }
     type.members.push_back(std::move(member));
     return true;
@@ -118,9 +111,9 @@ bool DocumentBuilder::fill_union(Type& type, const pugi::xml_node& node, unsigne
         return false;
     const pugi::xml_node discriminator = node.child("discriminator");
     if (!discriminator)
-        return fail(node, "a union without a discriminator") != nullptr;
+        return refuse(node, "a union without a discriminator");
     if (const pugi::xml_node second = discriminator.next_sibling("discriminator"))
-        return fail(second, "a second discriminator") != nullptr;
+        return refuse(second, "a second discriminator");
     if (!holds_only(discriminator, {"type", "nonBasicTypeName", "key"}, {}, "a discriminator"))
         return false;
     type.discriminator = scalar_type(discriminator, discriminator.attribute("type").value(),
@@ -220,7 +213,7 @@ bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
             bits = __builtin_popcountll(static_cast<unsigned long long>(mask));
         }
         if (bits < 1 || next + bits > 64)
-            return fail(child, "a bit field needs a width, and all together at most 64 bits") != nullptr;
+            return refuse(child, "a bit field needs a width, and all together at most 64 bits");
         // By default the smallest type that holds the field.
         DDS_TCKind holder = bits == 1    ? DDS_TK_BOOLEAN
                             : bits <= 8  ? DDS_TK_UINT8
@@ -229,9 +222,9 @@ bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
                                          : DDS_TK_ULONGLONG;
         if (const pugi::xml_attribute given = child.attribute("type");
             given && (!primitive_named(given.value(), holder) || !is_whole_number(holder)))
-            return fail(child, "the type of a bit field is one of whole numbers") != nullptr;
+            return refuse(child, "the type of a bit field is one of whole numbers");
         if (static_cast<size_t>(bits) > 8 * primitive_size(holder))
-            return fail(child, "the type of a bit field has fewer bits than the field") != nullptr;
+            return refuse(child, "the type of a bit field has fewer bits than the field");
         field.value = next;
         field.bits = static_cast<uint16_t>(bits);
         field.type = graph_.primitive(holder);
@@ -245,7 +238,7 @@ bool DocumentBuilder::fill_bitset(Type& type, const pugi::xml_node& node) {
     }
     type.bit_bound = static_cast<uint16_t>(used);
     if (used == 0)
-        return fail(node, "a bit set without bit fields") != nullptr;
+        return refuse(node, "a bit set without bit fields");
     return count_members(node, type.members.size());
 }
 

@@ -74,6 +74,11 @@ size_t primitive_size(DDS_TCKind kind);
 constexpr bool is_signed(DDS_TCKind kind) {
     return kind == DDS_TK_SHORT || kind == DDS_TK_LONG || kind == DDS_TK_LONGLONG || kind == DDS_TK_INT8;
 }
+/// Whether a kind is primitive and its values are whole numbers, truth values or characters.
+inline bool is_whole_number(DDS_TCKind kind) {
+    return primitive_size(kind) != 0 && kind != DDS_TK_FLOAT && kind != DDS_TK_DOUBLE &&
+           kind != DDS_TK_LONGDOUBLE;
+}
 /// Whether values of the type, behind its aliases, have no parts.
 bool is_scalar(const Type* type);
 /// Octets that hold an enumeration, bit mask or bit set of so many bits.

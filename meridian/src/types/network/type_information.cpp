@@ -14,27 +14,24 @@ namespace {
 constexpr uint32_t kMinimalId = 0x1001;
 constexpr uint32_t kCompleteId = 0x1002;
 
-bool read_with_size(ByteReader& outer, TypeIdentifierWithSize& out) {
-    ByteReader reader;
-    return enter_delimited(outer, reader) && read(reader, out.id) && reader.read(out.serialized_size);
+bool read_sized(ByteReader& outer, TypeObjectForm form, TypeIdentifierWithSize& out) {
+    return read_delimited(form, outer, [&](ByteReader& reader) {
+        return read(reader, out.id) && reader.read(out.serialized_size);
+    });
 }
 
-bool read_with_dependencies(ByteReader& outer, TypeIdentifierWithDependencies& out) {
-    ByteReader reader;
-    if (!enter_delimited(outer, reader) || !read_with_size(reader, out.type) ||
-        !reader.read(out.dependency_count))
-        return false;
-    ByteReader list;
-    uint32_t count = 0;
-    if (!enter_delimited(reader, list) || !list.read_length(count, 8))
-        return false;
-    for (uint32_t i = 0; i < count; ++i) {
-        TypeIdentifierWithSize dependency;
-        if (!read_with_size(list, dependency))
-            return false;
-        out.dependencies.push_back(std::move(dependency));
-    }
-    return true;
+bool read_with_dependencies(ByteReader& outer, TypeObjectForm form, TypeIdentifierWithDependencies& out) {
+    const auto read_list = [&](ByteReader& list) {
+        uint32_t count = 0;
+        bool good = list.read_length(count, 8);
+        for (uint32_t i = 0; good && i < count; ++i)
+            good = read_sized(list, form, out.dependencies.emplace_back());
+        return good;
+    };
+    return read_delimited(form, outer, [&](ByteReader& reader) {
+        return read_sized(reader, form, out.type) && reader.read(out.dependency_count) &&
+               read_delimited(form, reader, read_list);
+    });
 }
 
 bool decode_members(ByteReader outer, TypeInformation& information) {
@@ -47,30 +44,13 @@ bool decode_members(ByteReader outer, TypeInformation& information) {
             return false;
         bool good = true;
         if (member.id == kMinimalId)
-            good = read_with_dependencies(member.body, information.minimal);
+            good = read_with_dependencies(member.body, information.form, information.minimal);
         else if (member.id == kCompleteId)
-            good = read_with_dependencies(member.body, information.complete);
+            good = read_with_dependencies(member.body, information.form, information.complete);
         else
             good = !member.must_understand;
         if (!good)
             return false;
-    }
-    return true;
-}
-
-bool read_plain(ByteReader& reader, TypeIdentifierWithSize& out) {
-    return read(reader, out.id) && reader.read(out.serialized_size);
-}
-
-bool read_plain(ByteReader& reader, TypeIdentifierWithDependencies& out) {
-    uint32_t count = 0;
-    if (!read_plain(reader, out.type) || !reader.read(out.dependency_count) || !reader.read_length(count, 8))
-        return false;
-    for (uint32_t i = 0; i < count; ++i) {
-        TypeIdentifierWithSize dependency;
-        if (!read_plain(reader, dependency))
-            return false;
-        out.dependencies.push_back(std::move(dependency));
     }
     return true;
 }
@@ -107,8 +87,9 @@ bool decode(rtps::ByteView bytes, rtps::Endianness order, TypeInformation& infor
     } else {
         other.form = TypeObjectForm::plain;
         ByteReader reader(body, encapsulation.endianness(), rtps::kXcdr1MaxAlignment);
-        if (encapsulation.encoding() != rtps::Encoding::cdr || !read_plain(reader, other.minimal) ||
-            !read_plain(reader, other.complete))
+        if (encapsulation.encoding() != rtps::Encoding::cdr ||
+            !read_with_dependencies(reader, other.form, other.minimal) ||
+            !read_with_dependencies(reader, other.form, other.complete))
             return good;
     }
     information = std::move(other);

@@ -293,11 +293,9 @@ const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
     if (made == nullptr)
         return nullptr;
     nodes_.emplace(hash, made); // before its members, which may refer back to it
-    if (!fill(*made, entry->object, depth)) {
-        fail("the type object " + to_string(hash) + " contradicts itself");
-        return nullptr;
-    }
-    return made;
+    return fill(*made, entry->object, depth)
+               ? made
+               : fail("the type object " + to_string(hash) + " contradicts itself");
 }
 
 bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {

@@ -30,20 +30,17 @@ bool skip_number(ByteReader& reader) {
 /// How the parts of a type object are put together.
 class Form {
   public:
-    explicit Form(TypeObjectForm form) : plain_(form == TypeObjectForm::plain) {}
+    explicit Form(TypeObjectForm form) : form_(form) {}
 
-    bool is_plain() const { return plain_; }
-    /// What has a DHEADER: appendable structures and sequences of constructed elements. `content` gets a
-    /// reader of what stands in it.
+    bool is_plain() const { return form_ == TypeObjectForm::plain; }
     template <typename Content>
     bool delimited(ByteReader& outer, Content content) const {
-        ByteReader inner;
-        return plain_ ? content(outer) : enter_delimited(outer, inner) && content(inner);
+        return read_delimited(form_, outer, content);
     }
     /// The same for what is of no use here. It is read as far as it is understood, for its canonical form.
     template <typename Content>
     bool skip_delimited(ByteReader& outer, Content content) const {
-        return delimited(outer, [&](ByteReader& inner) { return content(inner) || !plain_; });
+        return delimited(outer, [&](ByteReader& inner) { return content(inner) || !is_plain(); });
     }
     template <typename Element>
     bool skip_sequence(ByteReader& outer, Element element) const {
@@ -58,8 +55,8 @@ class Form {
     /// An optional member of a final or appendable structure: a flag, then the value where the flag is set.
     template <typename Skip>
     bool skip_optional(ByteReader& reader, Skip skip) const {
-        bool present = plain_;
-        return (plain_ || reader.read_bool(present)) && (!present || skip(reader));
+        bool present = is_plain();
+        return (is_plain() || reader.read_bool(present)) && (!present || skip(reader));
     }
 
     bool skip_annotation_value(ByteReader& reader) const;
@@ -70,7 +67,7 @@ class Form {
   private:
     bool skip_custom_annotations(ByteReader& reader) const;
 
-    bool plain_;
+    TypeObjectForm form_;
 };
 
 bool Form::skip_annotation_value(ByteReader& reader) const {
@@ -79,7 +76,7 @@ bool Form::skip_annotation_value(ByteReader& reader) const {
         return false;
     switch (kind) {
         case tk::kNone:
-            return plain_;
+            return is_plain();
         case tk::kBoolean:
         case tk::kByte:
         case tk::kInt8:

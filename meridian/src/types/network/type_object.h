@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "rtps/wire/xcdr2_headers.h"
 #include "types/network/type_identifier.h"
 
 namespace meridian::types {
@@ -55,6 +56,13 @@ enum class TypeObjectForm {
     xcdr2,
     plain // classic CDR without headers, optional members always there: as Fast DDS 2 announces them
 };
+/// What has a DHEADER in the form that knows them: appendable structures and sequences of constructed
+/// elements. `content` gets a reader of what stands in it.
+template <typename Content>
+bool read_delimited(TypeObjectForm form, rtps::ByteReader& outer, Content content) {
+    rtps::ByteReader inner;
+    return form == TypeObjectForm::plain ? content(outer) : enter_delimited(outer, inner) && content(inner);
+}
 /// Reads one type object; what follows it is left. False when it is malformed.
 bool read(rtps::ByteReader& reader, TypeObject& object, TypeObjectForm form = TypeObjectForm::xcdr2);
 
