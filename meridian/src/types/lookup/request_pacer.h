@@ -1,6 +1,6 @@
 #pragma once
 
-// Which lookups may ask whom, and when. Each participant has a window of requests that are under way: it
+// Which lookups may ask whom, and when, and which requests are under way. Each participant has a window: it
 // grows as the participant answers and shrinks as it does not, so that one which names types without telling
 // them gets few. All of them together have a limit and a rate, and participants take turns. Not thread-safe.
 
@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <vector>
 
 #include "rtps/protocol/times.h"
 #include "rtps/wire/types.h"
@@ -25,20 +26,26 @@ class RequestPacer {
     static constexpr unsigned kBurst = 256;
 
     using Lookup = uint64_t;
-    struct Turn {
+    struct Request {
+        int64_t number = 0; // counts from 1
         rtps::GuidPrefix asked;
         Lookup lookup = 0;
     };
+    /// retry: how long a request may be under way.
+    explicit RequestPacer(rtps::Duration retry) : retry_(retry) {}
 
     /// The lookup wants to ask that participant. Older lookups (smaller numbers) come first with it.
     void enqueue(const rtps::GuidPrefix& asked, Lookup lookup);
     void withdraw(const rtps::GuidPrefix& asked, Lookup lookup);
-    /// A request that is to be sent now; it is under way until it ended. Nothing: none may.
-    std::optional<Turn> next(rtps::MonotonicTime now);
-    void ended(const rtps::GuidPrefix& asked, bool answered);
-    /// The participant is gone, with what waits for it and what is under way to it.
-    void forget(const rtps::GuidPrefix& asked);
-    /// When next() is to be called again because of the rate.
+    /// A request that is to be sent now, and is under way from now on. Nothing: none may.
+    std::optional<Request> next(rtps::MonotonicTime now);
+    /// It is under way no longer, if it was.
+    void answered(int64_t number);
+    /// One that was under way for too long, and is no longer.
+    std::optional<Request> overdue(rtps::MonotonicTime now);
+    /// The participant is gone, with what waits for it and what was under way to it, which is returned.
+    std::vector<Request> forget(const rtps::GuidPrefix& asked);
+    /// When next() or overdue() is to be called again.
     rtps::MonotonicTime next_time() const;
 
   private:
@@ -51,11 +58,21 @@ class RequestPacer {
         bool may_ask() const { return !waiting.empty() && under_way < window; }
     };
 
-    void give_turn(const rtps::GuidPrefix& asked, Peer& peer);
+    struct UnderWay {
+        Request request;
+        rtps::MonotonicTime until{0};
+    };
 
+    void give_turn(const rtps::GuidPrefix& asked, Peer& peer);
+    /// When the rate lets one more go out.
+    rtps::MonotonicTime turn_time() const;
+    Request end(std::map<int64_t, UnderWay>::iterator request, bool answered);
+
+    const rtps::Duration retry_;
     std::map<rtps::GuidPrefix, Peer> peers_;
     std::deque<rtps::GuidPrefix> turns_;
-    unsigned under_way_ = 0;
+    std::map<int64_t, UnderWay> under_way_; // by number, so the oldest first
+    int64_t last_number_ = 0;
     rtps::MonotonicTime earliest_{0}; // of the next request, were there no bursts
 };
 

@@ -236,64 +236,43 @@ void TypeResolver::ask(LookupId id, Lookup& lookup) {
 }
 
 void TypeResolver::send(rtps::MonotonicTime now) {
-    while (const auto turn = pacer_.next(now)) {
-        Lookup& lookup = lookups_.at(turn->lookup);
+    while (const auto request = pacer_.next(now)) {
+        Lookup& lookup = lookups_.at(request->lookup);
         std::vector<TypeHash> missing = library_of(lookup.plain).missing(lookup.root);
         if (lookup.plain != nullptr && !missing.empty())
             missing.resize(1); // Fast DDS 2 sends no answer that is longer than 5,000 octets
         lookup.queued = false;
-        lookup.request = ++last_number_;
-        lookup.asked.insert(turn->asked);
-        sent_.push_back({turn->asked,
-                         turn->lookup,
-                         lookup.plain,
-                         {missing.begin(), missing.end()},
-                         rtps::later(now, settings_.retry)});
-        retries_.emplace(sent_.back().retry_at, last_number_);
+        lookup.request = request->number;
+        lookup.asked.insert(request->asked);
+        sent_[request->number] = {
+            request->asked, request->lookup, lookup.plain, {missing.begin(), missing.end()}};
         if (missing.empty()) { // what others told was enough
-            end(last_number_, true);
-            advance(turn->lookup, now);
+            pacer_.answered(request->number);
+            lookup.request = 0;
+            advance(request->lookup, now);
         } else {
-            const Asker asker = *peers_.at(turn->asked).askers.begin();
+            const Asker asker = *peers_.at(request->asked).askers.begin();
             const auto form = lookup.is_plain ? TypeObjectForm::plain : TypeObjectForm::xcdr2;
-            requests_.push_back({{{}, last_number_, turn->asked, std::move(missing), form}, asker});
+            requests_.push_back({{{}, request->number, request->asked, std::move(missing), form}, asker});
         }
     }
-    while (sent_.size() > kRemembered && !sent_.front().under_way)
-        sent_.pop_front();
+    while (sent_.size() > kRemembered)
+        sent_.erase(sent_.begin());
 }
 
-TypeResolver::Sent* TypeResolver::find_sent(int64_t number) {
-    const int64_t first = last_number_ - static_cast<int64_t>(sent_.size()) + 1;
-    return number >= first && number <= last_number_ ? &sent_[static_cast<size_t>(number - first)] : nullptr;
-}
-
-void TypeResolver::end(int64_t number, bool answered) {
-    Sent* sent = find_sent(number);
-    if (sent == nullptr || !sent->under_way)
-        return;
-    sent->under_way = false;
-    retries_.erase({sent->retry_at, number});
-    pacer_.ended(sent->asked, answered);
-    const auto lookup = lookups_.find(sent->lookup);
-    if (lookup != lookups_.end() && lookup->second.request == number)
-        lookup->second.request = 0;
-}
-
-void TypeResolver::time_out(int64_t number, rtps::MonotonicTime now) {
-    const LookupId id = find_sent(number)->lookup;
-    end(number, false);
-    const auto lookup = lookups_.find(id);
-    if (lookup == lookups_.end() || lookup->second.request != 0)
-        return;
-    ++lookup->second.turn;
-    advance(id, now);
+TypeResolver::Lookup* TypeResolver::end(const RequestPacer::Request& request) {
+    const auto lookup = lookups_.find(request.lookup);
+    if (lookup == lookups_.end() || lookup->second.request != request.number)
+        return nullptr;
+    lookup->second.request = 0;
+    return &lookup->second;
 }
 
 void TypeResolver::take(const TypeLookupReply& reply, const rtps::GuidPrefix& from, rtps::MonotonicTime now) {
-    const Sent* const sent = find_sent(reply.request_number);
-    if (sent == nullptr || sent->asked != from)
+    const auto at = sent_.find(reply.request_number);
+    if (at == sent_.end() || at->second.asked != from)
         return;
+    const Sent* const sent = &at->second;
     if (sent->plain == nullptr) {
         for (const TypeObjectPair& pair : reply.types)
             take(pair, reply.endianness, *sent, now);
@@ -304,12 +283,9 @@ void TypeResolver::take(const TypeLookupReply& reply, const rtps::GuidPrefix& fr
     const TypeLibrary& library = library_of(sent->plain);
     const auto is_here = [&library](const TypeHash& hash) { return library.has(hash); };
     if (std::all_of(sent->hashes.begin(), sent->hashes.end(), is_here)) {
-        const LookupId id = sent->lookup;
-        const auto lookup = lookups_.find(id);
-        const bool is_current = lookup != lookups_.end() && lookup->second.request == reply.request_number;
-        end(reply.request_number, true);
-        if (is_current)
-            advance(id, now);
+        pacer_.answered(reply.request_number);
+        if (end({reply.request_number, from, sent->lookup}) != nullptr)
+            advance(sent->lookup, now);
     }
     send(now);
 }
@@ -477,14 +453,8 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::M
     // Nobody else can complete these.
     while (!peer.plain->awaited.empty())
         finish(peer.plain->awaited.begin()->second, {{}, DDS_TYPE_CODE_NOT_TOLD});
-    std::vector<int64_t> unanswered;
-    for (const auto& [time, number] : retries_) {
-        if (find_sent(number)->asked == participant)
-            unanswered.push_back(number);
-    }
-    for (const int64_t number : unanswered)
-        end(number, false);
-    pacer_.forget(participant);
+    for (const RequestPacer::Request& request : pacer_.forget(participant))
+        end(request);
     for (const LookupId id : peer.lookups) {
         Lookup& lookup = lookups_.at(id);
         lookup.queued = lookup.queued && lookup.source() != participant;
@@ -524,8 +494,12 @@ void TypeResolver::asker_gone(Asker asker, rtps::MonotonicTime now) {
 void TypeResolver::on_timer(rtps::MonotonicTime now) {
     while (!give_ups_.empty() && give_ups_.begin()->first <= now)
         give_up(Waiter(give_ups_.begin()->second));
-    while (!retries_.empty() && retries_.begin()->first <= now)
-        time_out(retries_.begin()->second, now);
+    while (const auto overdue = pacer_.overdue(now)) {
+        if (Lookup* const lookup = end(*overdue)) {
+            ++lookup->turn; // the next one is asked
+            advance(overdue->lookup, now);
+        }
+    }
     oversized_.on_timer(now);
     send(now);
 }
@@ -534,8 +508,6 @@ rtps::MonotonicTime TypeResolver::next_deadline() const {
     rtps::MonotonicTime next = std::min(pacer_.next_time(), oversized_.next_deadline());
     if (!give_ups_.empty())
         next = std::min(next, give_ups_.begin()->first);
-    if (!retries_.empty())
-        next = std::min(next, retries_.begin()->first);
     return next;
 }
 

@@ -13,7 +13,6 @@
 // checked against their hashes. They count for the participant only that told them, whatever topic it told
 // them with.
 
-#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -61,7 +60,7 @@ class TypeResolver {
     using Answer = std::optional<Result>;
 
     explicit TypeResolver(const Settings& settings)
-        : settings_(settings), oversized_(settings.max_type_size) {}
+        : settings_(settings), oversized_(settings.max_type_size), pacer_(settings.retry) {}
 
     /// A publication was announced (or announced anew) to `asker`. `answers`: its participant offers the type
     /// lookup service. Announcing it anew with the same type does not prolong the wait.
@@ -134,8 +133,6 @@ class TypeResolver {
         LookupId lookup = 0;
         std::shared_ptr<PlainTypes> plain; // of the lookup
         std::set<TypeHash> hashes;
-        rtps::MonotonicTime retry_at{0};
-        bool under_way = true;
     };
     struct Resolved {
         Result result;
@@ -168,10 +165,8 @@ class TypeResolver {
     void ask(LookupId id, Lookup& lookup);
     /// Makes requests as long as they may go out.
     void send(rtps::MonotonicTime now);
-    void end(int64_t number, bool answered);
-    /// Nothing came in time: the next one is asked.
-    void time_out(int64_t number, rtps::MonotonicTime now);
-    Sent* find_sent(int64_t number);
+    /// The lookup whose request ended, and has none now; null where it is gone.
+    Lookup* end(const RequestPacer::Request& request);
     /// True when the lookup is done, one way or the other, and gone.
     bool advance(LookupId id, rtps::MonotonicTime now);
     void refuse_forged_cycles(Lookup& lookup);
@@ -198,9 +193,7 @@ class TypeResolver {
     std::map<Waiter, Wait> waits_;
     std::set<std::pair<rtps::MonotonicTime, Waiter>> give_ups_;
     std::map<rtps::GuidPrefix, Peer> peers_;
-    std::deque<Sent> sent_; // the last ones, the newest with number last_number_
-    std::set<std::pair<rtps::MonotonicTime, int64_t>> retries_;
-    int64_t last_number_ = 0;
+    std::map<int64_t, Sent> sent_; // the last ones, by number
     LookupId last_lookup_ = 0;
     std::vector<Request> requests_;
     std::vector<Outcome> outcomes_;
