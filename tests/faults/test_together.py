@@ -36,7 +36,8 @@ class Together(faults.FaultTest):
         for attack in (self.nothing, self.fragments_with_gaps, self.fragments, self.gaps, self.alternating_fragments,
                        self.wide_publications, self.chosen_keys, self.foreign_participants, self.oversized_types,
                        self.unknown_types, self.acknacks, self.fragment_heartbeats, self.type_objects,
-                       self.changes_of_a_participant, self.strangers, self.absent_addresses, self.participants_that_stay):
+                       self.changes_of_a_participant, self.strangers, self.types_of_one_topic, self.topics,
+                       self.absent_addresses, self.participants_that_stay):
             if not self.survives(attack):
                 break  # there is no tool any more
         if self.tool_.alive():
@@ -189,6 +190,17 @@ class Together(faults.FaultTest):
         attacks.announce_as_its_own(attacker, prefix, entity, "Healthy", "peers::Keyed")
         attacks.dispose_of(attacker, forge.guid(prefix, entity))
         attacker.leave(prefix=prefix)
+        attacker.leave()
+
+    def types_of_one_topic(self):
+        attacker = self.attacker()
+        attacker.write_all(forge.PUBLICATIONS, attacks.types_of_one_topic(attacker, 300), tool=self.tool_)
+        attacker.wait_until_read(forge.PUBLICATIONS)
+
+    def topics(self):
+        attacker = self.attacker()
+        attacker.write_all(forge.PUBLICATIONS, attacks.endpoints_of_topics(attacker, 8000, "Topic"), tool=self.tool_)
+        attacker.wait_until_read(forge.PUBLICATIONS)
         attacker.leave()
 
     def absent_addresses(self):
