@@ -112,6 +112,18 @@ uint16_t format_at(std::string_view text, size_t at) {
     return found ? number : uint16_t{0};
 }
 
+size_t valid_length(std::string_view text) {
+    size_t length = 0;
+    bool valid = true;
+    while (length < text.size()) {
+        const size_t next = utf8_length(text.substr(length), valid);
+        if (!valid)
+            break;
+        length += next;
+    }
+    return length;
+}
+
 void append_utf8(std::string& out, std::string_view text) {
     while (!text.empty()) {
         bool valid = false;

@@ -17,6 +17,8 @@ std::vector<std::string> split(std::string_view text, std::string_view separator
 
 /// Appends a character as UTF-8.
 void append_code_point(std::string& out, char32_t point);
+/// How many octets at the start of a text are valid UTF-8.
+size_t valid_length(std::string_view text);
 /// Copies valid UTF-8; each maximal invalid part becomes one U+FFFD.
 void append_utf8(std::string& out, std::string_view text);
 void append_utf16(std::string& out, std::u16string_view text);

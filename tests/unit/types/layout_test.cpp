@@ -153,6 +153,13 @@ TEST(Layout, CharactersAreText) {
     many.writer().write_bytes(std::array<uint8_t, 20>{'a', '"', 0, 0xc3, 0xa9, '\n', 'z'});
     many.writer().write(uint8_t{3});
     EXPECT_EQ(plain(many.data()), "c: \"a\\\"\\x00\xc3\xa9\\nz\"\nn: 3\n");
+    // COMPACT tells them all, so no two may look the same
+    Sample octets("<member name='c' arrayDimensions='18' type='char8'/>");
+    octets.writer().write_bytes(
+        std::array<uint8_t, 18>{'G', 'r', 0xfc, 0xdf, 0xc3, 0xa9, 0xc3, 'e', 0x80, 0xff});
+    EXPECT_EQ(plain(octets.data()),
+              "c: \"Gr\\xfc\\xdf\xc3\xa9\\xc3"
+              "e\\x80\\xff\"\n");
     Sample wide("<member name='c' arrayDimensions='17' type='char16'/>");
     for (const char16_t unit : std::u16string(u"\u20ac\U0001f600") + std::u16string(14, u'\0'))
         wide.writer().write(static_cast<uint16_t>(unit));

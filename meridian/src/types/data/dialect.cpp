@@ -26,12 +26,15 @@ void visit_types(const Type* root, Visit visit) {
     }
 }
 
-/// Whether the headers of collections of such elements differ.
-bool is_disputed_element(const Type* type) {
-    type = resolve_alias(type);
+/// Whether the headers of such collections differ, their own or those of mutable members.
+bool has_disputed_header(const Type& collection) {
+    const bool is_array = collection.kind == DDS_TK_ARRAY;
+    if (!is_array && collection.kind != DDS_TK_SEQUENCE)
+        return collection.kind == DDS_TK_MAP;
+    const Type* type = resolve_alias(collection.content);
     return type != nullptr &&
            (type->kind == DDS_TK_ENUM || type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_ARRAY ||
-            type->kind == DDS_TK_WCHAR || type->kind == DDS_TK_BOOLEAN);
+            type->kind == DDS_TK_WCHAR || (type->kind == DDS_TK_BOOLEAN && is_array));
 }
 
 /// What a type contains that serializers write differently.
@@ -54,9 +57,7 @@ Disputed find_disputed(const Type& root) {
         disputed.bitsets |= type.kind == DDS_TK_BITSET && size_of_bits(type.bit_bound) < 8;
         disputed.optionals |= optionals;
         disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
-        disputed.headers |=
-            type.kind == DDS_TK_MAP || ((type.kind == DDS_TK_SEQUENCE || type.kind == DDS_TK_ARRAY) &&
-                                        is_disputed_element(type.content));
+        disputed.headers |= has_disputed_header(type);
     });
     return disputed;
 }

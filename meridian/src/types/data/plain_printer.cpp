@@ -106,8 +106,18 @@ void PlainPrinter::put_character(const Type& type, const Scalar& value) {
 }
 
 void PlainPrinter::put_characters() {
+    // Characters may be octets of anything, and are shown as such where they are no text.
+    for (std::string_view rest = characters_; !rest.empty();) {
+        const size_t text = valid_length(rest);
+        append_escaped(out_, rest.substr(0, text), '"');
+        rest.remove_prefix(text);
+        if (rest.empty())
+            break;
+        out_ += "\\x";
+        append_hex(out_, static_cast<uint8_t>(rest.front()));
+        rest.remove_prefix(1);
+    }
     value_.clear();
-    append_utf8(value_, characters_);
     append_utf16(value_, wide_characters_);
     characters_.clear();
     wide_characters_.clear();
