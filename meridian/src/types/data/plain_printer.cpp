@@ -109,7 +109,7 @@ void PlainPrinter::put_characters() {
     // Characters may be octets of anything, and are shown as such where they are no text.
     for (std::string_view rest = characters_; !rest.empty();) {
         const size_t text = valid_length(rest);
-        append_escaped(out_, rest.substr(0, text), '"');
+        append_escaped(out_, rest.substr(0, text), kText);
         rest.remove_prefix(text);
         if (rest.empty())
             break;
