@@ -75,8 +75,9 @@ void remove_topic(ParticipantNode& node, TopicNode* topic, QuixSpyEnding& ending
 bool QuixSpyAgent::make_room(const ParticipantNode& node, const RtpsGuid& writer, const char* topicName,
                              const char* typeName) {
     const size_t places = QuixSpyTopicRoom::places(topicName, typeName);
-    if (_topicRoom.take(writer, places) ||
-        (forget_unwritten_topics(&node) && _topicRoom.take(writer, places)))
+    if (_topicRoom.is_crowded())
+        forget_unwritten_topics(&node);
+    if (_topicRoom.take(writer, places))
         return true;
     tell_unread(writer, topicName, "too many topics are read already, of this application or of all");
     return false;

@@ -13,13 +13,16 @@
 class QuixSpyTopicRoom {
   public:
     /// A topic takes some 8 KiB, and with long names eight times their octets.
-    static constexpr size_t kMost = 20480;
+    static constexpr size_t kMost = 32768;
+    /// From so many on, topics that have no writer any more make room.
+    static constexpr size_t kMany = 20480;
     /// Those that a topic takes.
     static size_t places(const char* topicName, const char* typeName);
 
     /// False, with nothing taken, where the participant of this endpoint would have more than are left for
     /// all others afterwards.
     bool take(const RtpsGuid& endpoint, size_t places);
+    bool is_crowded() const { return taken_ >= kMany; }
     /// What was taken for the same participant.
     void give_back(const RtpsGuid& endpoint, size_t places);
 

@@ -34,6 +34,18 @@ TEST(TopicRoom, WhatIsGivenBackCanBeTakenAgain) {
     EXPECT_EQ(take_all(room, 1), all);
 }
 
+TEST(TopicRoom, TwentyThousandTopicsFitHoweverTheyAreSharedOut) {
+    for (const DDS_UnsignedLong participants : {2U, 20U, 200U}) {
+        QuixSpyTopicRoom room;
+        for (DDS_UnsignedLong i = 0; i < 20000; ++i)
+            ASSERT_TRUE(room.take({1, 2, i / (20000 / participants), i}, 1))
+                << participants << ", topic " << i;
+        EXPECT_FALSE(room.is_crowded());
+        EXPECT_GE(take_all(room, 999), QuixSpyTopicRoom::kMany - 20000);
+        EXPECT_TRUE(room.is_crowded());
+    }
+}
+
 TEST(TopicRoom, LongNamesTakeMorePlaces) {
     EXPECT_EQ(QuixSpyTopicRoom::places("topic", "type"), 1U);
     EXPECT_EQ(QuixSpyTopicRoom::places(std::string(30000, 'a').c_str(), std::string(30000, 'b').c_str()),
