@@ -21,7 +21,7 @@ namespace {
 /// How long one wait for room lasts; keeps_waiting_ is called between two.
 constexpr int kWaitMilliseconds = 50;
 
-/// A file, or a device that is none in truth, as /dev/null.
+/// A file, or a device without hardware, as /dev/null.
 bool takes_all(int descriptor) {
     constexpr unsigned kMemoryDevices = 1; // as Linux numbers them
     struct stat status {};

@@ -1,6 +1,6 @@
 // The way of a sample through the engine, without sockets: packets are received by a participant that hands
-// what it reads to nobody, then by one with a whole reader behind it. The floor is reading the same packets
-// only.
+// what it reads to no listener, then by one with a whole reader behind it. The floor is reading the same
+// packets only.
 
 #include <chrono>
 #include <cstdio>

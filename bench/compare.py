@@ -334,7 +334,7 @@ def loss(bench):
 
 
 def idle(bench):
-    """Beside nobody."""
+    """Without applications."""
     with running(bench.ferret(), settle=2) as process:
         before = cpu_seconds(process)
         time.sleep(max(bench.seconds, 2))

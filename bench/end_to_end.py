@@ -68,7 +68,7 @@ def reported_in(path):
 
 def rate_of_publisher(text):
     """Samples per second that the publisher says it wrote, without the first second: until it has found its reader it writes
-    to nobody."""
+    to no reader."""
     units = {"": 1, "k": 1e3, "M": 1e6}
     rates = [float(number) * units[unit] for number, unit in re.findall(r" ([\d.]+)(k|M|)/s ", text)]
     return statistics.mean(rates[1:]) if len(rates) > 1 else 0

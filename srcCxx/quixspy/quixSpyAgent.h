@@ -176,7 +176,7 @@ class QuixSpyAgent : public QuixAgent {
     bool watch(DDSDataReader& publications, DDSDataReader& subscriptions);
     void delete_participant(QuixSpyParticipantListNode* node);
 
-    /// Stops to read topics that nobody writes, and deletes participants that read nothing then, but the
+    /// Stops to read topics without writers, and deletes participants that read nothing then, but the
     /// first one and the one that is needed. False where there are none, or where it was done a moment ago.
     bool forget_unwritten_topics(const QuixSpyParticipantListNode* needed);
 

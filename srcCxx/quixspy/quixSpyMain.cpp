@@ -48,7 +48,7 @@ void tell_of_lost_output(QuixAgentOutput& output) {
         std::fprintf(stderr, "ferret: output was lost: its reader does not read\n");
 }
 
-/// Whoever wants memory may hold any lock: nothing more can be done in order, not even a farewell.
+/// The caller that wants memory may hold any lock: nothing more can be done in order, not even a farewell.
 void end_without_memory() {
     std::fputs("ferret: no memory is left\n", stderr);
     std::_Exit(0);

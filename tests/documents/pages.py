@@ -176,7 +176,7 @@ def read(path, root=ROOT):
 
 
 def read_all(root=ROOT):
-    """All documents of the project that somebody reads: pages, manual pages, and the pictures of runs."""
+    """All documents of the project that users read: pages, manual pages, and the pictures of runs."""
     patterns = ["*.md", "docs/*.md", "docs/run*.svg"]
     patterns += [f"{folder}/**/*.{kind}" for folder in ("bench", "demo", "packaging", "tests", "tools") for kind in ("md", "1")]
     return [read(path, root) for pattern in patterns for path in sorted(root.glob(pattern))]

@@ -86,7 +86,7 @@ class BadCable:
 
 
 def without_checksum(frame):
-    """A datagram between virtual interfaces has a checksum that nobody has finished; UDP over IPv4 may do without."""
+    """A datagram between virtual interfaces has an unfinished checksum; UDP over IPv4 may do without."""
     if int.from_bytes(frame[12:14], "big") != ETH_P_IP or frame[14 + 9] != UDP:
         return frame
     at = 14 + (frame[14] & 15) * 4 + 6

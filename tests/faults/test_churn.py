@@ -74,7 +74,7 @@ class Curve:
 
 class Churn(faults.FaultTest):
     def live(self, number, picker):
-        """One application after the other: it comes, has writers and readers, writes instances that nobody wrote before,
+        """One application after the other: it comes, has writers and readers, writes instances that were never written before,
         changes, and goes: with a farewell or without."""
         names = itertools.count()
         while not self.over.is_set():
@@ -93,7 +93,7 @@ class Churn(faults.FaultTest):
                     if picker.random() < 0.3:
                         peer.do(f"reader {name} topic={topic} type={kind} {what}")
                         continue
-                    # A name that nobody had before, now and then.
+                    # A new name, now and then.
                     other = f"type_name=peers::T{number}_{next(names)}" if kind == "keyed" and \
                         maker == self.started_cyclone and picker.random() < 0.2 else ""
                     peer.do(f"writer {name} topic={topic} type={kind} {what} {other}")

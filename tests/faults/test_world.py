@@ -266,14 +266,14 @@ class Resources(faults.FaultTest):
             tool = pathlib.Path(folder, "ferret")
             tool.write_bytes(harness.options.tool.read_bytes())
             tool.chmod(0o755)
-            nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
-            if subprocess.run([*nobody, str(tool), "-help"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            unprivileged = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
+            if subprocess.run([*unprivileged, str(tool), "-help"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                               check=False).returncode != 0:
                 self.skipTest("no other user can be had here")
             self.publisher()
             for number in (1, 2, 3):
                 with self.subTest(number):
-                    status, errors = self.run_limited("prlimit", f"--nproc={number}", *nobody, tool=tool)
+                    status, errors = self.run_limited("prlimit", f"--nproc={number}", *unprivileged, tool=tool)
                     if status == 0:
                         self.assertTrue(any("thread" in line for line in errors), errors)
 

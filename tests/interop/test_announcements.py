@@ -39,7 +39,7 @@ class Announcements(harness.InteropTest):
         return tap
 
     def observe(self, *arguments, network=None, count=1, **settings):
-        """A spy in a network where nobody else speaks, and the tap there: it has sent so many announcements."""
+        """A spy in a network without other applications, and the tap there: it has sent so many announcements."""
         tap = self.tap(network)
         spy = self.spy(*arguments, network=network, **settings)
         tap.wait_for("announcements", lambda: len(tap.announcements()) >= count)
@@ -242,7 +242,7 @@ class Announcements(harness.InteropTest):
         prefix = tap.announcements()[0].prefix
         self.assertEqual(tap.announcements(disposed=True), [])
         self.end(spy)
-        farewells = tap.wait_for("a farewell to everybody", lambda: [
+        farewells = tap.wait_for("a farewell to all", lambda: [
             data for data in tap.announcements(disposed=True) if data.datagram.destination.is_multicast])
         for data in farewells:
             self.assertEqual(data.status, 3)

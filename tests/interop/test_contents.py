@@ -225,7 +225,7 @@ def announcements(topics):
         return b"RTPS\x02\x03\x01\x0f" + prefix + struct.pack("<BBH", 0x15, 5, len(data + payload)) + data + payload
 
     builtin_endpoints = 0x3f | 0xf << 12  # discovery of participants and endpoints, all of type lookup
-    here = struct.pack("<iI12x4B", 1, 7499, 127, 0, 0, 1)  # nobody listens there
+    here = struct.pack("<iI12x4B", 1, 7499, 127, 0, 0, 1)  # no socket is there
     yield datagram(bytes.fromhex("000100c7"), bytes.fromhex("000100c2"), 1, parameters(
         (0x15, b"\x02\x03"), (0x16, b"\x01\x0f"), (0x50, prefix + bytes.fromhex("000001c1")),
         (0x58, struct.pack("<I", builtin_endpoints)), (0x32, here), (0x31, here), (0x02, struct.pack("<iI", 100, 0))))
@@ -412,7 +412,7 @@ class Contents(harness.InteropTest):
         self.end(spy)
 
     def test_a_peer_that_never_answers(self):
-        """Its writers are reported after 2 s, and nobody else's wait for that."""
+        """Its writers are reported after 2 s, and those of others do not wait for that."""
         spy = self.spy("-printSample", "COMPACT", mode=None)
         peer = self.publisher(self.cyclone, "w topic=T type=keyed")
         peer.do("matched w")

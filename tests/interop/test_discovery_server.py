@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Applications of Fast DDS that know each other through a discovery server, and speak to nobody else by themselves."""
+"""Applications of Fast DDS that know each other through a discovery server, and speak to no other participant by themselves."""
 
 import harness
 

@@ -49,9 +49,9 @@ class Domains(harness.InteropTest):
                 self.end(early)
                 self.assert_nothing_else(early, *wanted.guids.values())
 
-    def test_a_tag_that_nobody_has(self):
+    def test_a_tag_that_no_application_has(self):
         self.settle(self.cyclone(), self.fastdds())
-        spy = self.spy("-domainTag", "nobody", "-timeout", "2")
+        spy = self.spy("-domainTag", "unused", "-timeout", "2")
         self.assertEqual(spy.wait(), 1)
         self.assertEqual(spy.events, [])
         self.assertEqual(spy.statistics(), (0, 0))

@@ -67,7 +67,7 @@ class Endings(harness.InteropTest):
         return self.keep(harness.Process(self.network, ["sh", "-c", script, str(harness.options.tool)]))
 
     def test_the_reader_of_the_output_has_gone(self):
-        """Also where the signal that tells of it was ignored by whoever started the spy."""
+        """Also where the signal that tells of it was ignored by the process that started the spy."""
         spy = self.shell("""{ trap "" PIPE; "$0" -mode DISC -timeout 20; echo "ended $?" >&2; } | { head -n 4; echo read >&2; }""")
         spy.wait_for("the end of the reader", lambda: "read" in spy.errors)
         peer = self.cyclone()

@@ -124,7 +124,7 @@ class Endpoints(harness.InteropTest):
         spy.wait_for_event("New writer", guid=cyclone.guids["w"])
         spy.wait_for_event("New reader", guid=fastdds.guids["r"])
         cyclone.do("matched w")
-        # In DISC mode the spy has no readers: nobody but the other peer matches.
+        # In DISC mode the spy has no readers: only the other peer matches.
         self.assertEqual(cyclone.do("matched w count=0"), ["matched w 1"])
         fastdds.do("matched r")
         cyclone.do("write w count=10")

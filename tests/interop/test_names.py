@@ -37,7 +37,7 @@ def datagram(reader, writer, number, payload):
 
 
 def participant():
-    here = struct.pack("<iI12x4B", 1, 7499, 127, 0, 0, 1)  # nobody listens there
+    here = struct.pack("<iI12x4B", 1, 7499, 127, 0, 0, 1)  # no socket is there
     return datagram("000100c7", "000100c2", 1, parameters(
         (0x15, b"\x02\x03"), (0x16, b"\x01\x0f"), (0x50, PARTICIPANT), (0x58, struct.pack("<I", 0x3f)), (0x32, here),
         (0x31, here), (0x02, struct.pack("<iI", 100, 0))))

@@ -93,7 +93,7 @@ class Networks(harness.InteropTest):
         self.make_endpoints(peer)
         self.check_seen_once(self.spy("-transport", "1", "-peer", "4@localhost"), peer)
 
-    def test_nobody_is_found_without_multicast_and_peers(self):
+    def test_no_application_is_found_without_multicast_and_peers(self):
         """Shows that the tests above are about "-peer"."""
         here, there = self.new_network(), self.new_network()
         harness.join_by_cable(here, there)

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Holds the walls of the house: which folder may include what of another one, and who may touch the system.
+"""Holds the walls of the house: which folder may include what of another one, what may touch the system, and that comments name
+what they speak of.
 
     check_walls.py ROOT
 
@@ -56,6 +57,7 @@ SYSTEM_FACILITY = re.compile(
     r"fstream|filesystem|iostream|random|thread|stop_token|mutex|shared_mutex|condition_variable|future|semaphore|latch|barrier")
 SYSTEM_CALL = re.compile(r"\b(clock_gettime|gettimeofday|nanosleep|fopen|freopen|tmpfile|popen|system|getenv|setenv)\s*\(|"
                          r"_clock::now\s*\(|\bsleep_(for|until)\s*\(")
+VAGUE_WORD = re.compile(r"(no|some|any|every)body|\bwhoever", re.IGNORECASE)
 # Files, by their names, that may have such a facility all the same.
 EXCEPTIONS = {
     ("listener_link.h", "thread"),  # only ids, to know a call back from its own thread
@@ -132,6 +134,9 @@ def check(root):
             files += 1
             source = path.relative_to(root).as_posix()
             for number, line in enumerate(path.read_text(errors="replace").splitlines(), 1):
+                vague = VAGUE_WORD.search(line)
+                if vague:
+                    errors.append(f"{source}:{number}: {vague[0]}: name the application, participant or reader that is meant")
                 found = INCLUDE.match(line)
                 if found:
                     error = include_error(source, found[2], resolve(root, path, found[2]), used)

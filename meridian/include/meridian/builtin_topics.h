@@ -52,7 +52,7 @@ struct DDS_EndpointNames {
 /// Why a publication has no type code.
 enum DDS_TypeCodeAbsence {
     DDS_TYPE_CODE_NOT_ANNOUNCED, // only the name of the type was
-    DDS_TYPE_CODE_NOT_TOLD,      // nobody who was asked for it told it in time
+    DDS_TYPE_CODE_NOT_TOLD,      // no participant that was asked for it told it in time
     DDS_TYPE_CODE_NOT_GENUINE,   // what was told does not match the hash that was announced
     DDS_TYPE_CODE_TOO_LARGE,     // above type_code_max_serialized_length
     DDS_TYPE_CODE_UNUSABLE       // what was announced or told is no type; the logger says why

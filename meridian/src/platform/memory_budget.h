@@ -25,7 +25,7 @@ class MemoryBudget {
 
     size_t limit() const { return limit_; }
     size_t used() const { return used_.load(std::memory_order_relaxed); }
-    /// Whether memory that nobody needs at present may be kept for later: all that is kept for speed alone
+    /// Whether memory that is not needed at present may be kept for later: all that is kept for speed alone
     /// must leave most of the budget to what has come.
     bool is_ample() const { return used() < limit_ / 4; }
 

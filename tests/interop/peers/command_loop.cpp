@@ -244,7 +244,7 @@ Next run_line(Peer& peer, const std::string& line) {
     if (words[0] == "quit") {
         return Next::kQuit;
     }
-    // Ends without a word to anybody, as a crash would.
+    // Ends without a farewell, as a crash would.
     if (words[0] == "die") {
         std::_Exit(0);
     }

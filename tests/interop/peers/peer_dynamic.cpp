@@ -8,7 +8,7 @@
 //                                           end with
 //                                           [] for a sequence or [N] for an array
 //   writer NAME                             a writer of this type, on a topic of the same name
-//   matched NAME                            waits until a reader of somebody else is there
+//   matched NAME                            waits until a reader of another participant is there
 //   write NAME                              writes a sample, none equal to another, and prints "sample JSON"
 //
 // and answers each with "ok" or "error REASON". Ends with its standard input.

@@ -294,7 +294,8 @@ class FastPeer final : public peers::Peer {
     }
 
     // "server=PORT" makes a discovery server on the loopback interface, "client=PORT" or
-    // "client=ADDRESS:PORT" one of its clients, which speaks to nobody else until the server tells it to.
+    // "client=ADDRESS:PORT" one of its clients, which speaks to no other participant until the server tells
+    // it to.
     static void fill_server(dds::DomainParticipantQos& qos, const Command& command) {
         constexpr const char* kServerPrefix = "44.53.00.5f.45.50.52.4f.53.49.4d.41";
         auto& builtin = qos.wire_protocol().builtin;

@@ -3,7 +3,7 @@
 // line:
 //
 //   writer NAME     one of the messages at the end of this file, on its topic
-//   matched NAME    waits until a reader of somebody else is there
+//   matched NAME    waits until a reader of another participant is there
 //   write NAME      writes the message and prints "sample JSON"
 //
 // and answers each with "ok" or "error REASON". Ends with its standard input.

@@ -168,7 +168,7 @@ TEST_F(EndToEndTest, AProcessThatLeavesOrDiesTakesItsEndpointsAlong) {
     PeerProcess dying(short_lived);
     const std::string left = leaving.ask("writer 1 Leaving");
     const std::string died = dying.ask("writer 1 Dying");
-    const DDS_InstanceHandle_t nobody = participant->get_instance_handle();
+    const DDS_InstanceHandle_t own_handle = participant->get_instance_handle();
     ASSERT_EQ(participant->enable(), DDS_RETCODE_OK);
     WriterWatcher writers(participant, DDS_PUBLICATION_TOPIC_NAME);
     EXPECT_EQ(writers.next().substr(0, 3), "new");
@@ -182,7 +182,7 @@ TEST_F(EndToEndTest, AProcessThatLeavesOrDiesTakesItsEndpointsAlong) {
     ASSERT_EQ(writers.next(), "gone");
     EXPECT_EQ(guid_text(writers.info.instance_handle), died);
     DDS_ParticipantBuiltinTopicData data;
-    EXPECT_EQ(participant->get_discovered_participant_data(data, nobody), DDS_RETCODE_BAD_PARAMETER);
+    EXPECT_EQ(participant->get_discovered_participant_data(data, own_handle), DDS_RETCODE_BAD_PARAMETER);
 }
 
 TEST_F(EndToEndTest, NothingOfThisProcessIsEverSeen) {

@@ -13,7 +13,7 @@ DDS_Duration_t milliseconds_of(int value) {
     return {value / 1000, static_cast<DDS_UnsignedLong>(value % 1000) * 1000000};
 }
 
-/// What readers and writers have in common; false when the word is none of it.
+/// What readers and writers have in common; false when the word is another one.
 template <typename Qos>
 bool apply(Qos& qos, const std::string& word, int value) {
     if (word == "reliable" || word == "best_effort")

@@ -98,7 +98,7 @@ TEST_F(UserWriterTest, ALateJoinerGetsWhatHistoryKeeps) {
     EXPECT_EQ(remotely_taken("late", "3 now"), "3 now");
 }
 
-TEST_F(UserWriterTest, ASampleWithoutPayloadHarmsNobody) {
+TEST_F(UserWriterTest, ASampleWithoutPayloadDoesNoHarm) {
     ASSERT_EQ(ask("reader r Square Keyless reliable keep_all"), "ok");
     TestWriter* writer = make_writer(participant(), "Square", "Keyless", "keep_all");
     ASSERT_TRUE(await_match(*writer, "r"));
@@ -158,7 +158,7 @@ TEST_F(UserWriterTest, AFullHistoryMakesAWriteWaitAndThenFail) {
     ASSERT_TRUE(await_match(*writer, 0));
     TestWriter* lonely = make_writer(participant(), "Square", "Keyless", "keep_all");
     EXPECT_EQ(write(*lonely, 1, "x"), DDS_RETCODE_OK);
-    EXPECT_EQ(lonely->wait_for_acknowledgments({0, 0}), DDS_RETCODE_OK); // nobody has to
+    EXPECT_EQ(lonely->wait_for_acknowledgments({0, 0}), DDS_RETCODE_OK); // no reader has to
 }
 
 TEST_F(UserWriterTest, AReaderThatFellSilentLeavesSamplesUnacknowledged) {

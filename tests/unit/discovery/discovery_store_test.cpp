@@ -110,7 +110,7 @@ TEST(DiscoveryStore, EndpointsOfOtherPartitionsAreHeldBack) {
     EXPECT_EQ(told(store.publications()), Told{});
 }
 
-TEST(DiscoveryStore, EverybodyWithoutPartitionsIsSeenByTheStar) {
+TEST(DiscoveryStore, WhatHasNoPartitionsIsSeenByTheStar) {
     DiscoveryStore store({"*"});
     store.participant_discovered(test::shared(test::make_participant(1)));
     store.participant_discovered(test::shared(test::make_participant(2, "A")));

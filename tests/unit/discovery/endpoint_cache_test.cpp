@@ -322,7 +322,7 @@ TEST_F(EndpointCacheTest, AReturnedLoanOfAnEarlierLifeIsNoAnnouncementOfThisOne)
 TEST_F(EndpointCacheTest, AnAnnouncementMayBeAwaitedBeforeItCame) {
     Notes notes;
     Notes others;
-    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes, true)) << "nobody takes it";
+    EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes, true)) << "it is not taken";
     take();
     EXPECT_TRUE(cache_.await_announcement(guid_of(1), notes, true));
     EXPECT_TRUE(cache_.await_announcement(guid_of(1), others, true));

@@ -82,7 +82,7 @@ TEST(Peers, MulticastGroupsGetTheMulticastPort) {
 }
 
 TEST(Peers, NamesAreLookedUp) {
-    // "localhost" is known without asking anybody.
+    // "localhost" is known without a name server.
     EXPECT_THAT(resolved({"0@udpv4://localhost"}), ElementsAre("udpv4:127.0.0.1:7410"));
 }
 

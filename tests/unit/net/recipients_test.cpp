@@ -175,7 +175,7 @@ TEST_F(RecipientsTest, UnnamedReadersAreThoseThatMatch) {
     EXPECT_EQ(sinks[2].samples, 1);
 }
 
-TEST_F(RecipientsTest, WhatCannotBeReadIsNotForAnybody) {
+TEST_F(RecipientsTest, WhatCannotBeReadIsForNoParticipant) {
     EXPECT_THAT(recipients_of(ByteBuffer{1, 2, 3}, ReadStatus::not_rtps), IsEmpty());
     MessageWriter writer = message();
     writer.add_data(data(reader_of(1)));

@@ -424,7 +424,8 @@ class Flood {
         : thread_([this, address, port] {
               const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
               const SocketAddress to = to_socket_address(parse_address(address).value_or(IpAddress{}), port);
-              uint8_t message[64] = {'R', 'T', 'P', 'S', 2, 3, 1, 0x7f}; // a header from nobody, then rubbish
+              uint8_t message[64] = {'R', 'T', 'P', 'S',
+                                     2,   3,   1,   0x7f}; // a header without prefix, then rubbish
               while (!end_) {
                   sendto(socket.get(), message, sizeof message, 0, to.get(), to.length);
                   ++sent_;

@@ -87,7 +87,7 @@ TransportConfig with_mask(uint32_t mask) {
     return config;
 }
 
-/// A plain socket of somebody else, with what the system tells about each datagram.
+/// A plain socket of another program, with what the system tells about each datagram.
 class Listener {
   public:
     Listener(const std::string& address, uint16_t port) {
@@ -360,7 +360,7 @@ TEST(Transport, WhatCannotBeSentIsCountedAndToldOncePerDestination) {
     EXPECT_EQ(station.warnings.size(), 6u);
 }
 
-TEST(Transport, NobodyListeningIsNoError) {
+TEST(Transport, AnAddressWithoutSocketIsNoError) {
     Station station(with_mask(9));
     for (int i = 0; i < 10; ++i) {
         station.transport->send(kMessage, locator("127.0.0.1", 9));

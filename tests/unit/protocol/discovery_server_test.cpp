@@ -335,7 +335,7 @@ class RandomServers : public DiscoveryServerTest {
     unsigned steps = 0;
 };
 
-TEST_F(RandomServers, EverybodyIsToldOfOnceAndEndsOnce) {
+TEST_F(RandomServers, EachClientIsToldOfOnceAndEndsOnce) {
     Random random(77);
     Lines expected;
     std::vector<uint8_t> dead;
@@ -357,7 +357,7 @@ TEST_F(RandomServers, EverybodyIsToldOfOnceAndEndsOnce) {
         for (const uint8_t client : clients)
             EXPECT_EQ(seen.count(std::to_string(client)), 1u) << int{client} << " in life " << life;
         for (uint64_t left = random.below(40); left > 0; --left) {
-            if (random.percent(5) && !clients.empty()) { // nobody is there to tell
+            if (random.percent(5) && !clients.empty()) { // no client is told of it
                 const auto at = clients.begin() + static_cast<std::ptrdiff_t>(random.below(clients.size()));
                 dead.push_back(*at);
                 clients.erase(at);

@@ -167,7 +167,7 @@ class Storm {
         }
     }
 
-    /// Empty when everybody sees everybody as they are.
+    /// Empty when all see each other as they are.
     std::string disagreement() const {
         if (network.spinning)
             return "a participant spins";
@@ -222,7 +222,7 @@ class Storm {
     }
 };
 
-TEST(DiscoverySimulation, EverybodyAgreesAfterTheStorm) {
+TEST(DiscoverySimulation, AllAgreeAfterTheStorm) {
     for (uint64_t seed : seeds(1, 1000)) {
         Storm storm(seed);
         storm.run();
@@ -230,7 +230,7 @@ TEST(DiscoverySimulation, EverybodyAgreesAfterTheStorm) {
     }
 }
 
-TEST(DiscoverySimulation, EverybodyAgreesThoughTypesComeLate) {
+TEST(DiscoverySimulation, AllAgreeThoughTypesComeLate) {
     for (uint64_t seed : seeds(1, 300)) {
         Storm storm(seed, true);
         storm.run();
@@ -248,7 +248,7 @@ TEST(DiscoverySimulation, CorruptPacketsDoNoHarmBeyondTheirContent) {
             storm.network.run_for(milliseconds(storm.network.random.below(300)));
         }
         ASSERT_FALSE(storm.network.spinning);
-        // What corrupt packets made believable stays believed; new lives of everybody see each other.
+        // What corrupt packets made believable stays believed; new lives of all see each other.
         for (Actor& actor : storm.actors) {
             ASSERT_EQ(actor.node->recorder->contradictions, std::vector<std::string>{});
             actor.node->crash();

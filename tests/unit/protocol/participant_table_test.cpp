@@ -121,7 +121,7 @@ TEST_F(ParticipantTableTest, HoweverManyAnnounceTooMuchANewOneGetsSomething) {
     EXPECT_LT(recorder.endpoints.size(), 100u);
 }
 
-TEST_F(ParticipantTableTest, WhatEndpointsKeepComesOutOfTheBudgetForAsLongAsAnybodyKeepsIt) {
+TEST_F(ParticipantTableTest, WhatEndpointsKeepComesOutOfTheBudgetForAsLongAsTheyAreKept) {
     const MemoryBudget& budget = MemoryBudget::of_process();
     start();
     announce(remote(2));

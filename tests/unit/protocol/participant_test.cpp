@@ -189,7 +189,7 @@ TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnow
     EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {1}"}));
 }
 
-TEST_F(ParticipantTest, EverybodySpeaksForItselfAlone) {
+TEST_F(ParticipantTest, EachParticipantSpeaksForItselfAlone) {
     start();
     announce(remote(2));
     announce(remote(3));
@@ -281,7 +281,7 @@ TEST_F(ParticipantTest, EntitiesOfOtherKindsAreToldOfAndNeverMatched) {
     EXPECT_EQ(recorder.endpoints.size(), 6u);
 }
 
-TEST_F(ParticipantTest, AddressesThatReachNobodyAreShownAndNotUsed) {
+TEST_F(ParticipantTest, AddressesThatCannotBeReachedAreShownAndNotUsed) {
     start();
     ParticipantData data = remote(2);
     data.metatraffic_unicast = {udpv4(7, 0), udpv4(8, 65536), udpv4(2)};

@@ -437,7 +437,7 @@ TEST_F(ReliableWriterTest, WhatIsForOneParticipantReachesNoOther) {
     EXPECT_EQ(sent(), (Lines{"DATA 1", "GAP 2..2 {}", "HEARTBEAT 1..2"}));
     for (int i = 0; i < 5; ++i)
         write_for(2);
-    EXPECT_EQ(writer->kept_samples(), 2u) << "those that nobody acknowledges make room";
+    EXPECT_EQ(writer->kept_samples(), 2u) << "those without acknowledgement make room";
 }
 
 TEST_F(ReliableWriterTest, ALongHoleIsToldInOneGap) {

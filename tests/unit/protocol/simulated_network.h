@@ -56,7 +56,7 @@ class Recorder final : public Events {
     std::vector<std::string> errors;
     std::vector<std::pair<GuidPrefix, GoneReason>> gone;
 
-    std::function<bool(const ParticipantData&)> admit; // empty: everybody
+    std::function<bool(const ParticipantData&)> admit; // empty: all
 
     bool admits(const GuidPrefix& prefix) const override {
         const auto at = participants.find(prefix);

@@ -204,7 +204,7 @@ TEST(Documents, FilesThatCannotBeRead) {
     EXPECT_EQ(load_urls(store, {" ; "}), "no file name in the URL profile \" ; \"");
     const std::string pipe = "/tmp/ferret-qos-pipe-" + std::to_string(getpid());
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    EXPECT_EQ(load_urls(store, {pipe}), pipe + ": is not a regular file"); // and nobody waits
+    EXPECT_EQ(load_urls(store, {pipe}), pipe + ": is not a regular file"); // and it is not waited for
     unlink(pipe.c_str());
     if (geteuid() != 0) { // root reads everything
         const TemporaryFile file("<dds/>");

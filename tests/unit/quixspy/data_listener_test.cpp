@@ -26,7 +26,7 @@
 
 namespace {
 
-/// Lends what a test queued; the samples are all one empty one, as nobody looks at them.
+/// Lends what a test queued; the samples are all one empty one, as they are not looked at.
 class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
   public:
     ~FakeUntypedReader() override = default;

@@ -202,7 +202,7 @@ TEST_F(Subscription, BothNamesHaveToPass) {
 
 TEST_F(Subscription, SaysOnceForEachTopicWhyThereAreNoContents) {
     Writer writer;
-    EXPECT_EQ(discover(writer), "") << "nobody asked for contents";
+    EXPECT_EQ(discover(writer), "") << "contents were not asked for";
     agent._printSample = PRINT_SAMPLE_COMPACT;
     writer.topic = "Square";
     EXPECT_EQ(discover(writer),
@@ -229,19 +229,19 @@ TEST_F(Subscription, FurtherWritersOfATopicAreOnlyRecorded) {
 
 TEST_F(Subscription, RefusesAWriterWithoutGuid) {
     discover({});
-    const auto discover_nobody = [&](const char* topic) {
+    const auto discover_without_guid = [&](const char* topic) {
         return printed_by([&] {
             subscribed = agent.on_publication_discovered(
                 "10.1.2.3", {}, topic, "ShapeType", DDS_SHARED_OWNERSHIP_QOS, DDS_RELIABLE_RELIABILITY_QOS,
                 DDS_VOLATILE_DURABILITY_QOS, true, nullptr, {}, {}, {});
         });
     };
-    EXPECT_EQ(discover_nobody("Circle"),
+    EXPECT_EQ(discover_without_guid("Circle"),
               "ferret: Error initializing QuixSpyEndpointInfo\n"
               "ferret: Failed to add entity for topic 'Circle' to internal endpoint "
               "list).\n");
     EXPECT_FALSE(subscribed);
-    EXPECT_EQ(discover_nobody("Square"),
+    EXPECT_EQ(discover_without_guid("Square"),
               "ferret: Error initializing QuixSpyEndpointInfo\n"
               "ferret: Failed to add entity for topic 'Square' to internal endpoint "
               "list).\n");
@@ -549,7 +549,7 @@ TEST_F(Subscription, ParticipantsAreNotMadeWithoutEnd) {
     agent._participantList.count = before;
 }
 
-TEST_F(Subscription, TopicsThatNobodyWritesMakeRoom) {
+TEST_F(Subscription, TopicsWithoutWritersMakeRoom) {
     discover({});
     ASSERT_TRUE(subscribed);
     for (DDS_UnsignedLong other = 10; other < 40; ++other) {

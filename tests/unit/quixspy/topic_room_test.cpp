@@ -17,7 +17,7 @@ size_t take_all(QuixSpyTopicRoom& room, DDS_UnsignedLong participant) {
     return taken - 1;
 }
 
-TEST(TopicRoom, NobodyGetsMoreThanIsLeftForAllOthers) {
+TEST(TopicRoom, NoParticipantGetsMoreThanIsLeftForAllOthers) {
     QuixSpyTopicRoom room;
     EXPECT_EQ(take_all(room, 1), kMost / 2);
     EXPECT_EQ(take_all(room, 2), kMost / 4);

@@ -30,7 +30,7 @@ class FakeEntity : public Base {
     bool enabled = false;
 };
 
-/// A reader that somebody asked for: with what, and what was set on it.
+/// A reader that was asked for: with what, and what was set on it.
 struct RequestedReader {
     std::string topic;
     DDS_DataReaderQos qos;
@@ -38,7 +38,7 @@ struct RequestedReader {
     DDS_StatusMask mask;
 };
 
-/// Stands for a reader that nobody uses.
+/// Stands for a reader that is not used.
 class FakeReader : public FakeEntity<DDSDataReader> {
   public:
     DDS_ReturnCode_t get_qos(DDS_DataReaderQos& out) override {

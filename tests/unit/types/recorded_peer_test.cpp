@@ -335,7 +335,7 @@ TEST_F(RecordedInner, GoesWithItsParticipant) {
     EXPECT_EQ(MemoryBudget::of_process().used(), used);
     EXPECT_FALSE(announce(outer)) << "nothing is left of it";
     resolver.participant_gone(outer.guid.prefix, now);
-    EXPECT_EQ(resolver.take_outcomes().size(), 1u) << "nobody else can tell it";
+    EXPECT_EQ(resolver.take_outcomes().size(), 1u) << "no other participant can tell it";
     EXPECT_EQ(MemoryBudget::of_process().used(), used);
     EXPECT_FALSE(announce(outer)) << "it is back";
     ASSERT_TRUE(announce(inner));

@@ -79,7 +79,7 @@ TEST(ByteReader, RefusesPaddingBeyondTheEnd) {
     EXPECT_EQ(reader.position(), 5u);
 }
 
-TEST(ByteReader, LengthsThatLieAreRefusedBeforeAnybodyBelievesThem) {
+TEST(ByteReader, LengthsThatLieAreRefusedBeforeTheyAreBelieved) {
     const ByteBuffer bytes = from_hex("00000003 aabbccddeeff");
     uint32_t length = 0;
     EXPECT_TRUE(ByteReader(bytes, Endianness::big).read_length(length, 2));

@@ -6,7 +6,7 @@ from dataclasses import dataclass, field
 
 from .problems import Place, Problem
 
-# Texts and characters are matched so that what looks like a comment in them is none.
+# Texts and characters are matched so that what looks like a comment in them is kept.
 _COMMENT_OR_TEXT = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|/\*', re.DOTALL)
 _WORD_OR_TEXT = re.compile(r'"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|[A-Za-z_]\w*', re.ASCII)
 _DIRECTIVE = re.compile(r"\s*#\s*(\w*)\s*(.*?)\s*")

@@ -15,7 +15,7 @@ class Place:
 
 
 class Problem(Exception):
-    """An error at a place. Raised where reading cannot go on; whoever can go on elsewhere reports it."""
+    """An error at a place. Raised where reading cannot go on; a caller that can go on elsewhere reports it."""
 
     def __init__(self, place, text):
         super().__init__(f"{place}: {text}")

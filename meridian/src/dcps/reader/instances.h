@@ -1,7 +1,7 @@
 #pragma once
 
 // The instances that a reader knows, and the writers that wrote them. Those that are in no use are forgotten
-// at a limit, the longest unused first: whoever writes ever new keys must not take ever more memory. A plain
+// at a limit, the longest unused first: a writer of ever new keys must not take ever more memory. A plain
 // data structure: not thread-safe; the cache that owns it locks.
 
 #include <limits>

@@ -33,7 +33,7 @@ DropReport::DropReport(size_t receive_buffer_size, Messages messages)
 void DropReport::note(Kind kind, const Locator& source) {
     ++counts_[index(kind)];
     auto& told = told_[index(kind)];
-    // Somebody sends messages that cannot be seen here at all.
+    // Messages are sent that cannot be seen here at all.
     const bool is_news = kind == Kind::truncated && told.empty();
     if (told.size() < kMostAddressesTold && told.insert(source.address).second)
         (is_news ? messages_.error : messages_.warning)(first_of(kind, source));

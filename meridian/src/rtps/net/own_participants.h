@@ -17,7 +17,7 @@ namespace meridian::rtps::net {
 
 class ReceiveThread;
 
-/// Nobody can guess it, if the system has such numbers already.
+/// It cannot be guessed, if the system has such numbers already.
 uint32_t random_word();
 
 /// One object serves all participants of a process; its owner shares it with each of them. Any thread.

@@ -93,8 +93,8 @@ struct ReaderConfig {
 
 struct WriterConfig {
     std::optional<BuiltinPeer> builtin_peer; // set: matched by it, and not announced
-    /// Set: the first sample has the number behind this one, which nobody else knows. So an acknowledgement
-    /// shows that who sends it reads what is sent to the reader's address.
+    /// Set: the first sample has the number behind this one, which no other participant knows. So an
+    /// acknowledgement shows that who sends it reads what is sent to the reader's address.
     std::optional<SequenceNumber> secret_begin;
     /// Each sample names its writer and number as what it is related to, as discovery servers want it.
     bool names_itself = false;

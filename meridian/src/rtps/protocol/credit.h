@@ -1,7 +1,8 @@
 #pragma once
 
-// How much may be sent to the addresses that a participant announces. Anybody can announce the address of
-// somebody else: until something came that only those can know who read what was sent there, it gets little.
+// How much may be sent to the addresses that a participant announces. Any participant can announce the
+// address of another host: until something came that only those can know who read what was sent there, it
+// gets little.
 
 #include <algorithm>
 #include <cstddef>

@@ -99,7 +99,7 @@ void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
         make_visible(endpoint);
 }
 
-/// It may be larger than all the rest, and nobody asks for it any more.
+/// It may be larger than all the rest, and is not asked for any more.
 void EndpointDiscovery::drop_type_object(RemoteEndpoint& record) {
     const size_t size = record.type_object.size();
     record.type_object = ByteBuffer();

@@ -1,7 +1,7 @@
 #pragma once
 
 // Which heartbeats of one writer a reliable reader believes. They are all that tells what a writer has
-// written, and anybody can send them: delayed, repeated and invented ones must not move the reader for long,
+// written, and any host can send them: delayed, repeated and invented ones must not move the reader for long,
 // while a writer that begins anew with the same GUID must be noticed.
 
 #include <optional>

@@ -13,7 +13,7 @@ namespace meridian::rtps {
 LocatorList choose_locators(const LocatorList& announced, const Locator& announced_from, const Output& output,
                             const LocatorList& current = {});
 
-/// Whether any of them is of UDP, whoever can reach it.
+/// Whether any of them is of UDP, reachable or not.
 bool announces_udp(const LocatorList& locators);
 
 bool is_multicast(const Locator& locator);

@@ -91,7 +91,7 @@ class MessageRouter final : private MessageVisitor {
     Now now_;                               // of the call in progress
     struct Datagram {
         Locator source;
-        size_t uncounted = 0;    // bytes, as long as nobody was found in whose name they came
+        size_t uncounted = 0;    // bytes, as long as no participant was found in whose name they came
         bool is_checked = false; // wants() was asked for `checked`
         GuidPrefix checked;
         ParticipantDiscovery::Hearing hearing = ParticipantDiscovery::Hearing::nothing;

@@ -1,8 +1,8 @@
 #pragma once
 
 // What this participant announces of itself (DDSI-RTPS 2.5, 8.5.3), and when: a burst at start, then
-// periodically with a little jitter, and soon after somebody new came. Announcements go to the initial peers;
-// discovery servers get a form of their own.
+// periodically with a little jitter, and soon after a new participant came. Announcements go to the initial
+// peers; discovery servers get a form of their own.
 
 #include <algorithm>
 #include <vector>

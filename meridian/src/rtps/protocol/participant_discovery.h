@@ -103,9 +103,9 @@ class ParticipantDiscovery {
                  size_t bytes, Now now);
 
     void ignore(const GuidPrefix& prefix, Now now);
-    /// Whether what the one announces of the other, or of its endpoints, counts. Everybody speaks for itself
-    /// alone: whoever could end what others have could hide it. Only a discovery server speaks for those that
-    /// do not speak for themselves.
+    /// Whether what the one announces of the other, or of its endpoints, counts. Each participant speaks for
+    /// itself alone: a participant that could end what others have could hide it. Only a discovery server
+    /// speaks for those that do not speak for themselves.
     bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const;
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.

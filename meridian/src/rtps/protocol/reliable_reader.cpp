@@ -306,7 +306,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     return true;
 }
 
-/// Fragments that nobody completes must not keep their memory, nor a first one that contradicts the others
+/// Fragments that are never completed must not keep their memory, nor a first one that contradicts the others
 /// keep these out.
 void ReliableReader::drop_idle_fragments(WriterProxy& p, MonotonicTime now) {
     if (p.fragments.drop_idle(now - kFragmentTimeout) > 0 && p.next <= p.last_known) {

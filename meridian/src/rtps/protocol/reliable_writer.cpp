@@ -387,7 +387,7 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     if (answers || !acknack.final)
         answer_with_heartbeat(*proxy, !open, answers, now);
     if (progress && !history_.empty() && before <= history_.begin()->first)
-        forget_acknowledged(); // else somebody else keeps the oldest
+        forget_acknowledged(); // else another reader keeps the oldest
 }
 
 void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now) {

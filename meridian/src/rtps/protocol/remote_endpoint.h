@@ -33,7 +33,7 @@ struct RemoteEndpoint : EndpointIdentity {
     std::shared_ptr<const ByteBuffer> type_information; // not null
     uint64_t announcement = 0;                          // a hash of the content
     size_t memory = 0;                                  // bytes that it keeps, about, with all that it shares
-    /// They are charged for as long as anybody keeps the record.
+    /// They are charged for as long as the record is kept.
     MemoryShare charge{MemoryBudget::of_process()};
     WireTime timestamp = kTimeInvalid; // of the announcement
     EndpointTypeRef type;              // set where type_state is known

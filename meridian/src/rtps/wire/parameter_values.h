@@ -110,7 +110,7 @@ class ParameterDecoder {
         const bool read = read_members(parameter_, members...);
         verdict_ = rule == Rule::always || rule == Rule::when_set ? required(read) : if_possible(read);
     }
-    /// One parameter for each, also those that reach nobody: what was announced is shown.
+    /// One parameter for each, also those that cannot be reached: what was announced is shown.
     void locators(uint16_t id, LocatorList& list);
     /// The whole value as it stands.
     void undecoded(uint16_t id, ByteBuffer& bytes);

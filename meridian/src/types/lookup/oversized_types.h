@@ -1,8 +1,8 @@
 #pragma once
 
 // Tells of types that are larger than they may be: the first ones of a participant one by one, the rest of a
-// minute as a count. All participants together have a limit too: whoever leaves and comes as another begins
-// anew. Not thread-safe.
+// minute as a count. All participants together have a limit too: a participant that leaves and comes as
+// another begins anew. Not thread-safe.
 
 #include <deque>
 #include <map>

@@ -130,7 +130,7 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
         ask(id, lookup); // all who could be asked may have left
     send(now);
     if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty() && !may_come) {
-        // Nobody offers it, or they left meanwhile.
+        // No participant offers it, or they left meanwhile.
         finish(id, {{}, silent != peer.silent.end() ? silent->second.result.why : DDS_TYPE_CODE_NOT_TOLD});
     }
     if (waits_.count(waiter) != 0)
@@ -450,7 +450,7 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::M
     if (!peer.askers.empty())
         return;
     oversized_.tell_too_large(participant, now);
-    // Nobody else can complete these.
+    // No other participant can complete these.
     while (!peer.plain->awaited.empty())
         finish(peer.plain->awaited.begin()->second, {{}, DDS_TYPE_CODE_NOT_TOLD});
     for (const RequestPacer::Request& request : pacer_.forget(participant))

@@ -101,7 +101,7 @@ bool Form::skip_annotation_value(ByteReader& reader) const {
         case tk::kString8:
         case tk::kString16: // its length counts bytes
             return skip_string(reader);
-        default: // extended values are mutable, and nobody defined any
+        default: // extended values are mutable, and none is defined
             return skip_delimited(reader, [](ByteReader&) { return true; });
     }
 }
