@@ -22,6 +22,9 @@ struct MessageBatcher::Open {
         haste = Haste::may_wait;
     }
 
+    /// When what it holds must be sent.
+    MonotonicTime due() const { return haste == Haste::now ? MonotonicTime{0} : sent_at + kLongestWait; }
+
     /// A state to return to.
     struct Mark {
         size_t size;
@@ -94,10 +97,8 @@ void MessageBatcher::flush_due(MonotonicTime now) {
     for (const auto& message : messages_) {
         if (message->writer.empty())
             continue;
-        const MonotonicTime due =
-            message->haste == Haste::now ? MonotonicTime{0} : message->sent_at + kLongestWait;
-        if (due > now) {
-            next_deadline_ = std::min(next_deadline_, due);
+        if (message->due() > now) {
+            next_deadline_ = std::min(next_deadline_, message->due());
             continue;
         }
         send(*message);
@@ -147,8 +148,7 @@ void MessageBatcher::append_to_one(const Route& to, const Locator& locator, Hast
     }
     if (haste == Haste::now)
         message.haste = Haste::now;
-    next_deadline_ =
-        std::min(next_deadline_, haste == Haste::now ? MonotonicTime{0} : message.sent_at + kLongestWait);
+    next_deadline_ = std::min(next_deadline_, message.due());
 }
 
 void MessageBatcher::add(const Route& to, const Data& data, std::optional<WireTime> timestamp) {
