@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "protocol/captured_output.h"
+#include "protocol/participant_fixture.h"
 
 namespace meridian::rtps::test {
 namespace {
@@ -93,13 +93,7 @@ class MessageRouterTest : public ::testing::Test,
         data.guid = {prefix(id), entity::participant};
         data.lease = {10, 0};
         data.default_unicast = {udpv4(id, 7411)};
-        const ByteBuffer payload = encode(data);
-        Data message;
-        message.writer = entity::participant_writer;
-        message.sequence_number = 1;
-        message.has_payload = true;
-        message.payload = payload;
-        receive(id, message);
+        router.receive(first_announcement(data), udpv4(id), now());
     }
     void announce_writer(const EndpointData& data) {
         const ByteBuffer payload = encode(data);
