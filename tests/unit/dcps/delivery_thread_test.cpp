@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <future>
 #include <thread>
@@ -28,6 +29,7 @@ void notify(DeliveryThread& thread, Deliverable& recipient) {
 
 class Recipient final : public Deliverable {
   public:
+    using Deliverable::set_urgent;
     void deliver() override {
         ++calls;
         if (action)
@@ -144,6 +146,38 @@ TEST(DeliveryThreadTest, TimersCallInTheirOrderAndNotEarly) {
     EXPECT_LE(first, second);
     for (Recipient* recipient : {&late, &soon, &busy})
         thread.remove(*recipient);
+}
+
+constexpr int kNotices = 200;
+
+/// How often the thread is woken for so many notices, each of which comes a moment after the call for the one
+/// before.
+uint64_t wakes_for_notices(Recipient& recipient) {
+    StartedThread thread;
+    for (int i = 1; i <= kNotices; ++i) {
+        notify(thread, recipient);
+        while (recipient.calls < i)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(DeliveryThread::kRest / 10);
+    }
+    thread.remove(recipient);
+    return thread.wakes();
+}
+
+TEST(DeliveryThreadTest, IsSeldomWokenForWhatComesOften) {
+    uint64_t fewest = kNotices;
+    for (int round = 0; round < 50 && fewest > kNotices / 4;
+         ++round) { // others may keep this thread from its processor
+        Recipient recipient;
+        fewest = std::min(fewest, wakes_for_notices(recipient));
+    }
+    EXPECT_LE(fewest, kNotices / 4);
+}
+
+TEST(DeliveryThreadTest, IsWokenForWhatIsUrgent) {
+    Recipient recipient;
+    recipient.set_urgent(true);
+    EXPECT_GT(wakes_for_notices(recipient), kNotices / 2);
 }
 
 TEST(DeliveryThreadTest, WhatIsAskedForBeforeThereIsAThreadWaitsForIt) {

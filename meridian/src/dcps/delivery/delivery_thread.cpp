@@ -29,13 +29,19 @@ void DeliveryThread::note(Deliverable& deliverable) {
         return;
     MutexLock lock(mutex_);
     enqueue(deliverable);
-    if (idle_)
+    const bool is_urgent = deliverable.urgent_.load(std::memory_order_relaxed);
+    if (state_ == State::resting && is_urgent)
+        state_ = State::idle;
+    if (state_ == State::idle)
         wants_wake_.store(true, std::memory_order_relaxed);
 }
 
 void DeliveryThread::wake() {
-    if (wants_wake_.load(std::memory_order_relaxed) && wants_wake_.exchange(false, std::memory_order_acq_rel))
-        changed_.notify_all();
+    if (!wants_wake_.load(std::memory_order_relaxed) ||
+        !wants_wake_.exchange(false, std::memory_order_acq_rel))
+        return;
+    wakes_.fetch_add(1, std::memory_order_relaxed);
+    changed_.notify_all();
 }
 
 void DeliveryThread::wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) {
@@ -87,14 +93,32 @@ void DeliveryThread::unqueue(Deliverable& deliverable) {
     ready_.remove(deliverable, &Deliverable::links_);
 }
 
+void DeliveryThread::rest() {
+    const auto end = monotonic_now() + kRest;
+    state_ = State::resting;
+    while (state_ == State::resting && !stopping_ && changed_.wait_until(mutex_, end)) {
+    }
+    state_ = State::awake;
+}
+
+void DeliveryThread::sleep() {
+    const auto begin = monotonic_now();
+    if (is_busy_)
+        rest();
+    if (ready_.first() != nullptr || stopping_)
+        return;
+    state_ = State::idle;
+    changed_.wait_until(mutex_, timers_.next_deadline());
+    state_ = State::awake;
+    is_busy_ = monotonic_now() - begin < kRest;
+}
+
 void DeliveryThread::run() {
     MutexLock lock(mutex_);
     while (!stopping_) {
         running_ = next();
         if (running_ == nullptr) {
-            idle_ = true;
-            changed_.wait_until(mutex_, timers_.next_deadline());
-            idle_ = false;
+            sleep();
             continue;
         }
         Deliverable* deliverable = running_;

@@ -2,6 +2,10 @@
 
 // The thread on which the participants of a process call their listeners. Receive threads only say that there
 // is something to deliver; however long a listener takes, receiving goes on.
+//
+// Where something comes more often than once in kRest, the thread rests between two deliveries: what comes
+// meanwhile wakes nothing and is delivered together, at most kRest later. Waking the thread costs several
+// times as much as delivering a sample.
 
 #include <atomic>
 #include <chrono>
@@ -25,11 +29,16 @@ class Deliverable : private rtps::TimerQueue::Client {
     /// On the delivery thread, with no lock held: after note, and when a wake_at has passed.
     virtual void deliver() = 0;
 
+  protected:
+    /// Ends a rest of the thread: for what has no room for all that may come in a rest. Any thread.
+    void set_urgent(bool urgent) { urgent_.store(urgent, std::memory_order_relaxed); }
+
   private:
     friend class DeliveryThread;
     void on_timer(rtps::MonotonicTime now) override;
 
     std::atomic<bool> pending_{false};
+    std::atomic<bool> urgent_{false};
     // The rest under the lock of the thread: the timer, and the place among those that are ready.
     DeliveryThread* thread_ = nullptr;
     std::optional<rtps::TimerQueue::Timer> timer_;
@@ -40,6 +49,8 @@ class Deliverable : private rtps::TimerQueue::Client {
 /// Any thread may call any operation.
 class DeliveryThread {
   public:
+    static constexpr std::chrono::nanoseconds kRest = std::chrono::milliseconds(1);
+
     DeliveryThread() = default;
     /// Ends the thread; all deliverables must have been removed.
     ~DeliveryThread();
@@ -55,24 +66,33 @@ class DeliveryThread {
     /// Wakes the thread for what was noted. Cheap when there is nothing.
     void wake();
     /// Has `deliver` called at that time of the monotonic clock or earlier; of several calls the earliest
-    /// counts.
+    /// counts. A rest is not interrupted for it.
     void wake_at(Deliverable& deliverable, std::chrono::nanoseconds when) MERIDIAN_EXCLUDES(mutex_);
     /// Returns when `deliver` is neither running nor will be called again, except on the delivery thread
     /// itself, where the running call is the caller's.
     void remove(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
 
+    /// How often wake found the thread asleep.
+    uint64_t wakes() const { return wakes_.load(std::memory_order_relaxed); }
+
   private:
     friend class Deliverable;
 
     void run() MERIDIAN_EXCLUDES(mutex_);
+    /// Until there is something to deliver, or for no reason.
+    void sleep() MERIDIAN_REQUIRES(mutex_);
+    void rest() MERIDIAN_REQUIRES(mutex_);
     Deliverable* next() MERIDIAN_REQUIRES(mutex_);
     void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
     void unqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
 
     Mutex mutex_;
     ConditionVariable changed_;
-    std::atomic<bool> wants_wake_{false}; // something was noted while the thread was idle
-    bool idle_ MERIDIAN_GUARDED_BY(mutex_) = false;
+    std::atomic<bool> wants_wake_{false}; // something was noted that the thread is not awake for
+    std::atomic<uint64_t> wakes_{0};
+    enum class State : uint8_t { awake, resting, idle };
+    State state_ MERIDIAN_GUARDED_BY(mutex_) = State::awake;
+    bool is_busy_ MERIDIAN_GUARDED_BY(mutex_) = false; // idle for less than kRest the last time
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
     Chain<Deliverable> ready_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);

@@ -26,6 +26,22 @@ constexpr size_t kMostReceived = 64;
 constexpr size_t kQuietMemory = size_t{7} << 10;
 constexpr size_t kCopiesOfNames = 8;
 constexpr size_t kMostBytesReceived = size_t{1} << 20;
+/// More samples than come while the delivery thread rests.
+constexpr DDS_Long kRoomForARest = 1024;
+
+/// How many samples can wait for the listener, at least.
+DDS_Long room_of(const DDS_DataReaderQos& qos) {
+    DDS_Long room = INT32_MAX;
+    const auto limit = [&room](DDS_Long most) {
+        if (most != DDS_LENGTH_UNLIMITED)
+            room = std::min(room, most);
+    };
+    if (qos.history.kind == DDS_KEEP_LAST_HISTORY_QOS)
+        limit(qos.history.depth);
+    limit(qos.resource_limits.max_samples);
+    limit(qos.resource_limits.max_samples_per_instance);
+    return room;
+}
 
 } // namespace
 
@@ -49,7 +65,9 @@ UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::
       decoder_(*type_, plugin_data(), stock_),
       cache_(cache_settings(qos), stock_, share_),
       withheld_(share_),
-      notices_(status_condition(), delivery, *this) {}
+      notices_(status_condition(), delivery, *this) {
+    set_urgent(room_of(qos) < kRoomForARest);
+}
 
 UserReader::~UserReader() {
     stop();
@@ -86,6 +104,7 @@ DDS_ReturnCode_t UserReader::enable() {
 
 void UserReader::qos_changed() {
     cache_.update(cache_settings(qos_));
+    set_urgent(room_of(qos_) < kRoomForARest);
 }
 
 ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) const {
