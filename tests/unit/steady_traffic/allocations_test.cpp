@@ -15,8 +15,8 @@ namespace meridian::dcps::test {
 namespace {
 
 constexpr int kInstances = 8;
-constexpr int kWarmUp = 2000; // samples
-constexpr int kCounted = 5000;
+constexpr int kWarmUp = 500; // samples
+constexpr int kCounted = 1000;
 
 /// Takes what is there, as the tool does, and notes what the delivery thread has allocated by then.
 class Taker final : public DDSDataReaderListener {

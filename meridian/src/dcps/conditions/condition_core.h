@@ -42,7 +42,7 @@ class ConditionCore : public std::enable_shared_from_this<ConditionCore> {
 /// Every condition of this library is one.
 class AttachableCondition {
   public:
-    virtual const std::shared_ptr<ConditionCore>& core() const = 0;
+    virtual std::shared_ptr<ConditionCore> core() = 0;
 
   protected:
     ~AttachableCondition() = default;

@@ -2,15 +2,25 @@
 
 namespace meridian::dcps {
 
-StatusCondition::StatusCondition(DDSEntity* entity)
-    : entity_(entity), core_(std::make_shared<ConditionCore>(this)) {}
+StatusCondition::StatusCondition(DDSEntity* entity) : entity_(entity) {}
 
 StatusCondition::~StatusCondition() {
-    core_->close();
+    if (core_ != nullptr)
+        core_->close();
+}
+
+std::shared_ptr<ConditionCore> StatusCondition::core() {
+    MutexLock lock(mutex_);
+    if (core_ == nullptr) {
+        core_ = std::make_shared<ConditionCore>(this);
+        update();
+    }
+    return core_;
 }
 
 DDS_Boolean StatusCondition::get_trigger_value() {
-    return core_->triggered();
+    MutexLock lock(mutex_);
+    return triggered();
 }
 
 DDS_StatusMask StatusCondition::get_enabled_statuses() {
@@ -44,7 +54,8 @@ void StatusCondition::set_read(DDS_StatusMask statuses) {
 
 /// Within the lock, so that the trigger value never lags behind the masks.
 void StatusCondition::update() {
-    core_->set_triggered((enabled_ & changes_) != 0);
+    if (core_ != nullptr)
+        core_->set_triggered(triggered());
 }
 
 } // namespace meridian::dcps

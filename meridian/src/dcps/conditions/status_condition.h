@@ -19,7 +19,8 @@ class StatusCondition final : public DDSStatusCondition, public AttachableCondit
     DDS_StatusMask get_enabled_statuses() override;
     DDS_ReturnCode_t set_enabled_statuses(DDS_StatusMask mask) override;
     DDSEntity* get_entity() override { return entity_; }
-    const std::shared_ptr<ConditionCore>& core() const override { return core_; }
+    /// Made when it is first asked for: few are ever waited for.
+    std::shared_ptr<ConditionCore> core() override MERIDIAN_EXCLUDES(mutex_);
 
     /// The statuses that have changed and were not read since.
     DDS_StatusMask changes() const;
@@ -27,11 +28,12 @@ class StatusCondition final : public DDSStatusCondition, public AttachableCondit
     void set_read(DDS_StatusMask statuses);
 
   private:
+    bool triggered() const MERIDIAN_REQUIRES(mutex_) { return (enabled_ & changes_) != 0; }
     void update() MERIDIAN_REQUIRES(mutex_);
 
     DDSEntity* const entity_;
-    const std::shared_ptr<ConditionCore> core_;
     mutable Mutex mutex_;
+    std::shared_ptr<ConditionCore> core_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_StatusMask enabled_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_ALL;
     DDS_StatusMask changes_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_NONE;
 };

@@ -49,7 +49,7 @@ class Deliverable : private rtps::TimerQueue::Client {
 /// Any thread may call any operation.
 class DeliveryThread {
   public:
-    static constexpr std::chrono::nanoseconds kRest = std::chrono::milliseconds(1);
+    static constexpr std::chrono::nanoseconds kRest = std::chrono::milliseconds(2);
 
     DeliveryThread() = default;
     /// Ends the thread; all deliverables must have been removed.

@@ -1,33 +1,24 @@
 #include "dcps/delivery/listener_link.h"
 
-#include <algorithm>
-
 namespace meridian::dcps {
 
 DDSDataReaderListener* ListenerLink::enter() {
     MutexLock lock(mutex_);
     if (listener_ != nullptr)
-        callers_.push_back(std::this_thread::get_id());
+        caller_ = std::this_thread::get_id();
     return listener_;
 }
 
 void ListenerLink::leave() {
     MutexLock lock(mutex_);
-    const auto mine = std::find(callers_.begin(), callers_.end(), std::this_thread::get_id());
-    if (mine != callers_.end())
-        callers_.erase(mine);
+    caller_ = {};
     changed_.notify_all();
-}
-
-bool ListenerLink::busy_elsewhere() const {
-    return std::any_of(callers_.begin(), callers_.end(),
-                       [](std::thread::id caller) { return caller != std::this_thread::get_id(); });
 }
 
 void ListenerLink::cut() {
     MutexLock lock(mutex_);
     listener_ = nullptr;
-    while (busy_elsewhere())
+    while (caller_ != std::thread::id() && caller_ != std::this_thread::get_id())
         changed_.wait(mutex_);
 }
 

@@ -5,14 +5,13 @@
 
 #include <memory>
 #include <thread>
-#include <vector>
 
 #include "meridian/listener.h"
 #include "platform/mutex.h"
 
 namespace meridian::dcps {
 
-/// Any thread.
+/// Any thread; enter and leave on the delivery thread.
 class ListenerLink {
   public:
     explicit ListenerLink(DDSDataReaderListener* listener) : listener_(listener) {}
@@ -29,12 +28,10 @@ class ListenerLink {
     DDSDataReaderListener* listener() const MERIDIAN_EXCLUDES(mutex_);
 
   private:
-    bool busy_elsewhere() const MERIDIAN_REQUIRES(mutex_);
-
     mutable Mutex mutex_;
     ConditionVariable changed_;
     DDSDataReaderListener* listener_ MERIDIAN_GUARDED_BY(mutex_);
-    std::vector<std::thread::id> callers_ MERIDIAN_GUARDED_BY(mutex_);
+    std::thread::id caller_ MERIDIAN_GUARDED_BY(mutex_); // of the call in progress
 };
 
 } // namespace meridian::dcps

@@ -13,8 +13,12 @@ Instances::~Instances() {
 }
 
 Instance* Instances::find(const rtps::KeyHash& key) {
+    if (last_found_ != nullptr && *last_found_->key == key)
+        return last_found_;
     const auto found = instances_.find(key);
-    return found != instances_.end() ? &found->second : nullptr;
+    if (found != instances_.end())
+        last_found_ = &found->second;
+    return found != instances_.end() ? last_found_ : nullptr;
 }
 
 Instance& Instances::create(const rtps::KeyHash& key) {
@@ -27,6 +31,7 @@ void Instances::forget(Instance& instance) {
     set_used(instance, true);
     while (instance.registrations != nullptr)
         drop(&instance.registrations);
+    last_found_ = nullptr;
     instances_.erase(rtps::KeyHash(*instance.key));
     share_.give_back(kBytes);
 }

@@ -44,13 +44,13 @@ struct Instance {
     uint32_t count = 0; // of its samples
     Chain<CacheEntry> samples;
     Registration* registrations = nullptr; // the latest writer first
-    const InstanceWriter* owner = nullptr; // exclusive ownership; one of those that are registered
-    DDS_Time_t last_source = DDS_TIME_INVALID;
-    rtps::MonotonicTime last_accepted = kNeverYet; // for the time-based filter
-    rtps::MonotonicTime due = rtps::kNever;        // deadline
-    Links<Instance> by_due;
     Links<Instance> by_use;
     bool unused = false;
+    DDS_Time_t last_source = DDS_TIME_INVALID;
+    rtps::MonotonicTime due = rtps::kNever; // deadline
+    Links<Instance> by_due;
+    const InstanceWriter* owner = nullptr;         // exclusive ownership; one of those that are registered
+    rtps::MonotonicTime last_accepted = kNeverYet; // for the time-based filter
 };
 
 class Instances {
@@ -101,7 +101,9 @@ class Instances {
     MemoryShare& share_;
     std::unordered_map<rtps::KeyHash, Instance, SeededHash> instances_;
     std::unordered_map<rtps::Guid, InstanceWriter> writers_;
-    InstanceWriter* last_writer_ = nullptr; // most samples come from the writer of the one before
+    // Most samples are of the instance and the writer of the one before.
+    Instance* last_found_ = nullptr;
+    InstanceWriter* last_writer_ = nullptr;
     Chain<Instance> by_use_;
 };
 

@@ -21,7 +21,7 @@ class ReadCondition final : public DDSReadCondition, public AttachableCondition 
     DDS_InstanceStateMask get_instance_state_mask() override { return selection_.instance_states; }
     DDSDataReader* get_datareader() override { return reader_; }
 
-    const std::shared_ptr<ConditionCore>& core() const override { return core_; }
+    std::shared_ptr<ConditionCore> core() override { return core_; }
     const ReaderCache::Selection& selection() const { return selection_; }
 
   private:

@@ -27,7 +27,7 @@ constexpr size_t kQuietMemory = size_t{7} << 10;
 constexpr size_t kCopiesOfNames = 8;
 constexpr size_t kMostBytesReceived = size_t{1} << 20;
 /// More samples than come while the delivery thread rests.
-constexpr DDS_Long kRoomForARest = 1024;
+constexpr DDS_Long kRoomForARest = 2048;
 
 /// How many samples can wait for the listener, at least.
 DDS_Long room_of(const DDS_DataReaderQos& qos) {

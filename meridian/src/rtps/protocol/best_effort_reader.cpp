@@ -26,26 +26,26 @@ struct BestEffortReader::WriterProgress {
 
     Guid guid;
     uint8_t fast_cdr = 0;
-    SequenceNumber next = 0; // 0: nothing came yet
-    MemoryShare memory;
-    FragmentAssembler fragments;
-    SequenceNumber claim = 0;   // a number far ahead that is not believed yet
-    SequenceNumber refused = 0; // the last one that was told
+    int low = 0;              // samples in a row from between jumped_from and jumped_to
+    SequenceNumber next = 0;  // 0: nothing came yet
+    SequenceNumber claim = 0; // a number far ahead that is not believed yet
     // Little in between was delivered; 0: nothing to return to.
     SequenceNumber jumped_from = 0;
     SequenceNumber jumped_to = 0;
-    MonotonicTime jumped_at{0};
     SequenceNumber delivered_end = 0; // after a return: from jumped_to on, this far, all was delivered
-    int low = 0;                      // samples in a row from in between
+    MemoryShare memory;
+    FragmentAssembler fragments;
+    SequenceNumber refused = 0; // the last one that was told
+    MonotonicTime jumped_at{0};
     SequenceNumber low_last = 0;
     MonotonicTime low_since{0};
 };
 
 BestEffortReader::BestEffortReader(size_t max_sample_size, MemoryBudget& memory, ReaderSink& sink,
                                    ReaderObserver& observer, TimerQueue& timers)
-    : max_sample_size_(max_sample_size),
-      sink_(sink),
+    : sink_(sink),
       observer_(observer),
+      max_sample_size_(max_sample_size),
       memory_(memory),
       timer_(timers, *this) {}
 

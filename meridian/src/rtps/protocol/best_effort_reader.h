@@ -40,12 +40,13 @@ class BestEffortReader final : public Reader, private TimerQueue::Client {
     void tell_incomplete(const WriterProgress& writer, size_t count);
     void deliver(WriterProgress& writer, const Sample& sample, bool deliverable);
 
-    size_t max_sample_size_;
+    // What every sample needs comes first: with many topics it must be fetched from afar.
+    WriterProgress* last_used_ = nullptr; // packets of one writer come in rows
     ReaderSink& sink_;
     ReaderObserver& observer_;
+    size_t max_sample_size_;
     MemoryBudget& memory_;
     std::unordered_map<Guid, std::unique_ptr<WriterProgress>> writers_;
-    WriterProgress* last_used_ = nullptr; // packets of one writer come in rows
     TimerQueue::Timer timer_;
 };
 

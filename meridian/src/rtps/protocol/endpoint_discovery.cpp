@@ -32,7 +32,7 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
 }
 
 bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
-                                      std::string& error) const {
+                                      std::string& error) {
     const DiscoveredEndpoint* known = find(data.guid);
     if (known != nullptr && known->newest().is_writer != writers)
         error = "the entity id " + to_string(data.guid) + " is that of the other kind already";
@@ -72,16 +72,15 @@ bool EndpointDiscovery::charge(const EndpointsOfParticipant& siblings, RemoteEnd
 }
 
 void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record) {
-    std::unique_ptr<DiscoveredEndpoint>& endpoint = siblings.by_entity[record->guid.entity.value];
-    if (endpoint == nullptr) {
-        endpoint = std::make_unique<DiscoveredEndpoint>();
+    const auto [at, is_new] = siblings.by_entity.try_emplace(record->guid.entity.value);
+    DiscoveredEndpoint& endpoint = at->second;
+    if (is_new)
         ++count_;
-    }
-    if (endpoint->waiting != nullptr)
-        siblings.memory -= endpoint->waiting->memory;
+    if (endpoint.waiting != nullptr)
+        siblings.memory -= endpoint.waiting->memory;
     siblings.memory += record->memory;
-    endpoint->waiting = std::move(record);
-    settle(*endpoint);
+    endpoint.waiting = std::move(record);
+    settle(endpoint);
 }
 
 void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
@@ -112,9 +111,9 @@ void EndpointDiscovery::participant_known(const GuidPrefix& prefix) {
     const auto endpoints = by_participant_.find(prefix);
     if (endpoints == by_participant_.end())
         return;
-    for (const auto& entry : endpoints->second.by_entity) {
-        if (entry.second->waiting != nullptr)
-            settle(*entry.second);
+    for (auto& [entity, endpoint] : endpoints->second.by_entity) {
+        if (endpoint.waiting != nullptr)
+            settle(endpoint);
     }
 }
 
@@ -188,7 +187,7 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
         settler_->participant_gone(prefix);
 }
 
-DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) const {
+DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) {
     if (last_found_ != nullptr && last_guid_ == guid)
         return last_found_;
     const auto endpoints = by_participant_.find(guid.prefix);
@@ -198,7 +197,7 @@ DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) const {
     if (at == endpoints->second.by_entity.end())
         return nullptr;
     last_guid_ = guid;
-    return last_found_ = at->second.get();
+    return last_found_ = &at->second;
 }
 
 } // namespace meridian::rtps

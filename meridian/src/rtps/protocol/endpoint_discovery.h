@@ -71,15 +71,15 @@ class EndpointDiscovery {
     void clear();
 
     /// Those that wait included.
-    DiscoveredEndpoint* find(const Guid& guid) const;
+    DiscoveredEndpoint* find(const Guid& guid);
     /// The operations below pass over those that are not visible.
     template <typename Function>
-    void for_each(Function function) const {
-        for (const auto& entry : by_participant_)
+    void for_each(Function function) {
+        for (auto& entry : by_participant_)
             for_each_of(entry.second, function);
     }
     template <typename Function>
-    void for_each_of_participant(const GuidPrefix& prefix, Function function) const {
+    void for_each_of_participant(const GuidPrefix& prefix, Function function) {
         const auto at = by_participant_.find(prefix);
         if (at != by_participant_.end())
             for_each_of(at->second, function);
@@ -94,7 +94,7 @@ class EndpointDiscovery {
 
   private:
     struct EndpointsOfParticipant {
-        std::unordered_map<uint32_t, std::unique_ptr<DiscoveredEndpoint>, SeededHash> by_entity;
+        std::unordered_map<uint32_t, DiscoveredEndpoint, SeededHash> by_entity;
         RecordMaker records;
         size_t memory = 0; // of their records
     };
@@ -114,10 +114,10 @@ class EndpointDiscovery {
     };
 
     template <typename Function>
-    static void for_each_of(const EndpointsOfParticipant& endpoints, Function& function) {
-        for (const auto& entry : endpoints.by_entity) {
-            if (entry.second->record != nullptr)
-                function(*entry.second);
+    static void for_each_of(EndpointsOfParticipant& endpoints, Function& function) {
+        for (auto& entry : endpoints.by_entity) {
+            if (entry.second.record != nullptr)
+                function(entry.second);
         }
     }
     void take(EndpointData&& data, const Sample& sample);
@@ -125,8 +125,7 @@ class EndpointDiscovery {
     static bool charge(const EndpointsOfParticipant& siblings, RemoteEndpoint& record);
     void put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record);
     /// False for what an endpoint cannot be, with the reason in error.
-    bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers,
-                       std::string& error) const;
+    bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers, std::string& error);
     /// Asks for the type of what waits, and makes it visible if it is settled.
     void settle(DiscoveredEndpoint& endpoint);
     void drop_type_object(RemoteEndpoint& record);
@@ -142,8 +141,8 @@ class EndpointDiscovery {
     size_t count_ = 0;
     std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
-    mutable Guid last_guid_;                             // packets of one writer come in rows
-    mutable DiscoveredEndpoint* last_found_ = nullptr;
+    Guid last_guid_;                                     // packets of one writer come in rows
+    DiscoveredEndpoint* last_found_ = nullptr;
 };
 
 } // namespace meridian::rtps

@@ -6,7 +6,7 @@
 namespace meridian::rtps {
 
 MessageRouter::MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery& participants,
-                             const EndpointDiscovery& endpoints, const LocalEndpoints& locals,
+                             EndpointDiscovery& endpoints, const LocalEndpoints& locals,
                              Liveliness& liveliness, WarnOnce& warnings)
     : own_prefix_(own_prefix),
       participants_(participants),

@@ -21,7 +21,7 @@ class MessageRouter final : private MessageVisitor {
   public:
     /// The references must outlive the router.
     MessageRouter(const GuidPrefix& own_prefix, ParticipantDiscovery& participants,
-                  const EndpointDiscovery& endpoints, const LocalEndpoints& locals, Liveliness& liveliness,
+                  EndpointDiscovery& endpoints, const LocalEndpoints& locals, Liveliness& liveliness,
                   WarnOnce& warnings);
 
     /// Malformed datagrams are dropped, but for what stands before the fault.
@@ -79,7 +79,7 @@ class MessageRouter final : private MessageVisitor {
 
     const GuidPrefix& own_prefix_;
     ParticipantDiscovery& participants_;
-    const EndpointDiscovery& endpoints_;
+    EndpointDiscovery& endpoints_;
     const LocalEndpoints& locals_;
     Liveliness& liveliness_;
     WarnOnce& warnings_;

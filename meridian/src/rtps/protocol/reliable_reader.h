@@ -82,7 +82,11 @@ class ReliableReader final : public Reader {
     void send_acknack(WriterProxy& proxy, MonotonicTime now);
     void send_nack_frag(WriterProxy& proxy, SequenceNumber sequence_number, const FragmentNumberSet& missing);
 
+    // What every sample needs comes first: with many topics it must be fetched from afar.
     EntityId id_;
+    Count acknack_count_ =
+        0; // of the reader, not of one writer: it must grow when one is lost and found again
+    WriterProxy* last_used_ = nullptr; // packets of one writer come in rows
     bool is_volatile_;
     ReaderConfig config_;
     Limits limits_;
@@ -92,13 +96,10 @@ class ReliableReader final : public Reader {
     TimerQueue& timers_;
     MemoryBudget builtin_memory_{kBuiltinMemory};
     std::unordered_map<Guid, std::unique_ptr<WriterProxy>> proxies_;
-    // Of the reader, not of one writer: they must still grow when a writer is lost and found again.
-    Count acknack_count_ = 0;
-    Count nackfrag_count_ = 0;
+    Count nackfrag_count_ = 0;                          // like acknack_count_
     std::vector<NumberIntervals::Interval> irrelevant_; // of one submessage; kept for its memory
     std::vector<NumberIntervals::Interval> irrelevant_room_;
-    WriterProxy* last_used_ = nullptr; // packets of one writer come in rows
-    bool memory_told_ = false;         // that something waits, because it is used up
+    bool memory_told_ = false; // that something waits, because it is used up
 };
 
 } // namespace meridian::rtps
