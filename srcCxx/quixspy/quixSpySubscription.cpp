@@ -32,6 +32,7 @@ struct Publication {
     const DDS_EntityNameQosPolicy& entityName;
     const DDS_StringSeq& endpointPartitions;
     const DDS_StringSeq& participantPartitions;
+    const DDS_EndpointBuiltinTopicData* announced; // all of it; null where that is not known
 };
 
 using ParticipantNode = QuixSpyParticipantListNode;
@@ -179,7 +180,15 @@ void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publica
                       const char* type_of_topic) {
     const std::string reason = reason_not_to_read(topic, publication, type_of_topic);
     if (!reason.empty())
-        agent.tell_unread(publication.guid, publication.topicName, reason);
+        return agent.tell_unread(publication.guid, publication.topicName, reason);
+    if (topic == nullptr || topic->reader == nullptr || publication.announced == nullptr)
+        return;
+    DDS_EndpointPolicies policies = *publication.announced;
+    policies.deadline.period = DDS_DURATION_ZERO; // the listener tells of this policy
+    char* const difference = topic->reader->describe_incompatibility(policies, *publication.announced);
+    if (difference != nullptr && *difference != '\0')
+        agent.tell_unread(publication.guid, publication.topicName, difference, true);
+    DDS_String_free(difference);
 }
 
 /// One more writer of a topic that has its reader already.
@@ -427,10 +436,11 @@ bool QuixSpyAgent::on_publication_discovered(
     DDS_OwnershipQosPolicyKind ownership, DDS_ReliabilityQosPolicyKind reliability,
     DDS_DurabilityQosPolicyKind durability, bool keyed, const DDS_TypeCode* typeCode,
     const DDS_EntityNameQosPolicy& entityName, const DDS_StringSeq& endpointPartitions,
-    const DDS_StringSeq& participantPartitions, DDS_TypeCodeAbsence absence) {
+    const DDS_StringSeq& participantPartitions, DDS_TypeCodeAbsence absence,
+    const DDS_EndpointBuiltinTopicData* announced) {
     const Publication publication{
-        ip,    guid,     topicName, typeName,   ownership,          reliability,          durability,
-        keyed, typeCode, absence,   entityName, endpointPartitions, participantPartitions};
+        ip,    guid,     topicName, typeName,   ownership,          reliability,           durability,
+        keyed, typeCode, absence,   entityName, endpointPartitions, participantPartitions, announced};
     if (!is_wanted(*this, publication))
         return false;
     std::optional<bool> subscribed = read_as_it_fits(*this, publication);

@@ -7,6 +7,7 @@
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
 #include "meridian/dynamic_data_type_support.h"
+#include "meridian/string.h"
 #include "support/no_threads.h"
 #include "types/model/type.h"
 
@@ -474,6 +475,41 @@ TEST_F(UserReaderTest, SamplesThatCannotBeTakenAreToldWhenItBeginsAndAtTheEnd) {
     const std::string end = GetCapturedStderr();
     EXPECT_NE(end.find("topic \"Square\": 5 samples came incomplete"), std::string::npos) << end;
     EXPECT_EQ(end.find("too large"), std::string::npos) << end;
+}
+
+TEST_F(UserReaderTest, EveryPolicyThatKeepsAWriterAwayIsToldInWords) {
+    TestReader& reader = *reader_of("Keyed",
+                                    "transient_local deadline=2500 manual_by_topic lease=3000 exclusive "
+                                    "reliable xcdr2 partition=Hall");
+    DDS_EndpointPolicies writer;
+    DDS_GroupPolicies publisher;
+    const auto told = [&] {
+        char* const text = reader.describe_incompatibility(writer, publisher);
+        std::string copy = text;
+        DDS_String_free(text);
+        return copy;
+    };
+    EXPECT_EQ(told(),
+              "durability: offered VOLATILE, requested TRANSIENT_LOCAL; "
+              "deadline: offered infinite, requested 2.5 s; "
+              "ownership: offered SHARED, requested EXCLUSIVE; "
+              "liveliness: offered AUTOMATIC with a lease of infinite, requested MANUAL_BY_TOPIC with a "
+              "lease of 3 s; "
+              "partition: offered \"\", requested \"Hall\"; "
+              "reliability: offered BEST_EFFORT, requested RELIABLE; "
+              "data representation: offered XCDR1, requested XCDR2");
+    publisher.partition.name = discovery::to_string_seq({"Hall/1", "H*"});
+    writer.representation.value.append(DDS_XCDR2_DATA_REPRESENTATION);
+    writer.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    writer.deadline.period = writer.liveliness.lease_duration = {1, 0};
+    writer.liveliness.kind = DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS;
+    writer.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    writer.ownership.kind = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    EXPECT_EQ(told(), "") << "a pattern of the writer's lets it in";
+    publisher.partition.name = discovery::to_string_seq({"Hall/1", "Yard"});
+    EXPECT_EQ(told(), "partition: offered \"Hall/1,Yard\", requested \"Hall\"");
+    publisher.partition.name = discovery::to_string_seq({"x*", "y*"});
+    EXPECT_EQ(told(), "") << "patterns alone are no mistake";
 }
 
 TEST_F(UserReaderTest, StatusesOfMatchesLivelinessAndIncompatibility) {

@@ -107,6 +107,7 @@ class Subscription : public ::testing::Test {
         DDS_DurabilityQosPolicyKind durability = DDS_VOLATILE_DURABILITY_QOS;
         RtpsGuid guid{};
         DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED;
+        const DDS_EndpointBuiltinTopicData* announced = nullptr;
     };
 
     /// A writer, each time another one unless it brings its GUID. Returns what was printed.
@@ -117,7 +118,7 @@ class Subscription : public ::testing::Test {
             subscribed = agent.on_publication_discovered(
                 "10.1.2.3", writer.guid, writer.topic, writer.type, writer.ownership, writer.reliability,
                 writer.durability, writer.keyed, writer.type_code, entity_name("role", "name"),
-                string_seq({"A"}), string_seq({"P"}), writer.absence);
+                string_seq({"A"}), string_seq({"P"}), writer.absence, writer.announced);
         });
     }
     std::vector<RequestedReader>& readers(int world = 0) { return agent.worlds[world].subscriber.requested; }
@@ -480,6 +481,25 @@ TEST_F(Subscription, AFirstWriterThatOffersLessThanAProfileAsksForIsTold) {
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 ::testing::HasSubstr("\"Circle\" is not read: it is best-effort, and the reader asks"));
     ASSERT_EQ(readers().size(), 1U) << "others may come that it reads";
+}
+
+TEST_F(Subscription, OtherPoliciesThatKeepWritersAwayAreToldOncePerTopic) {
+    DDS_DataReaderQos& qos = agent.worlds[0].reader.qos;
+    qos.liveliness.kind = DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS;
+    DDS_PublicationBuiltinTopicData announced;
+    const auto told_of = [&](const char* topic) {
+        Writer writer{topic};
+        writer.announced = &announced;
+        ::testing::internal::CaptureStderr();
+        EXPECT_EQ(discover(writer), "");
+        return ::testing::internal::GetCapturedStderr();
+    };
+    EXPECT_THAT(told_of("Circle"), ::testing::HasSubstr("\"Circle\" is not read: liveliness: too little\n"));
+    EXPECT_EQ(told_of("Circle"), "") << "the topic was told";
+    EXPECT_THAT(told_of("Square"), ::testing::HasSubstr("\"Square\" is not read: liveliness: too little\n"));
+    announced.liveliness.kind = DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS;
+    qos.deadline.period = {1, 0};
+    EXPECT_EQ(told_of("Triangle"), "") << "the listener tells of the deadline";
 }
 
 TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {

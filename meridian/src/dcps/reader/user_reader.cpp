@@ -11,6 +11,7 @@
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "rtps/protocol/qos_matching.h"
 #include "types/lookup/endpoint_type.h"
 
 namespace meridian::dcps {
@@ -263,6 +264,18 @@ void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vec
     const NotingLock lock(mutex_, delivery_);
     if (count_incompatible(remote, policies))
         changed(DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
+}
+
+char* UserReader::describe_incompatibility(const DDS_EndpointPolicies& writer,
+                                           const DDS_GroupPolicies& publisher) {
+    const rtps::EndpointQos offered = to_endpoint_qos(writer, GroupQos(publisher));
+    MutexLock lock(mutex_);
+    const rtps::EndpointQos requested = endpoint_qos();
+    std::vector<uint32_t> policies = rtps::incompatible_policies(offered, requested);
+    if (!offered.partitions.empty() &&
+        std::all_of(offered.partitions.begin(), offered.partitions.end(), rtps::is_partition_pattern))
+        policies = without_partition(policies);
+    return DDS_String_dup(dcps::describe_incompatibility(offered, requested, policies).c_str());
 }
 
 bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {

@@ -90,6 +90,8 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
         return get_matched(publications);
     }
+    char* describe_incompatibility(const DDS_EndpointPolicies& writer,
+                                   const DDS_GroupPolicies& publisher) override;
 
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) override;
