@@ -238,6 +238,7 @@ TEST_F(UserReaderTest, SamplesThatCannotBeDecodedAreLostAndHarmNothing) {
     const size_t first = logged.find("is not what its type \"Keyed\" says");
     EXPECT_NE(first, std::string::npos) << logged;
     EXPECT_EQ(logged.find("is not what", first + 1), std::string::npos) << logged; // once
+    EXPECT_NE(logged.find(" error dcps "), std::string::npos) << "there is no line of it: " << logged;
     DDS_SampleLostStatus lost;
     EXPECT_EQ(reader->get_sample_lost_status(lost), DDS_RETCODE_OK);
     EXPECT_EQ(lost.total_count, 2); // without a payload there is nothing to lose
@@ -272,6 +273,7 @@ TEST_F(UserReaderTest, ADisposeMayBringData) {
     receive(1, 3, kUndecodable, false);
     receive(1, 4, kDropped, false);
     receive(1, 5, "", true);
+    receive(2, 6, "", true);
     TestSequence samples;
     DDS_SampleInfoSeq infos;
     ASSERT_EQ(face.read(samples, infos, DDS_LENGTH_UNLIMITED, 0xffff, 0xffff, 0xffff), DDS_RETCODE_OK);
@@ -279,6 +281,8 @@ TEST_F(UserReaderTest, ADisposeMayBringData) {
         EXPECT_EQ(infos[i].instance_state, DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
     EXPECT_EQ(face.return_loan(samples, infos), DDS_RETCODE_OK);
     EXPECT_EQ(take_all(face), "1 last words, 2 bye, 3 disposed, 4 disposed, 5 disposed");
+    receive(2, 6, "unregistered", false);
+    EXPECT_EQ(take_all(face), "6 unregistered, 6 no_writers");
     // What cannot be read is told, but the dispose is there: nothing counts as lost.
     EXPECT_NE(GetCapturedStderr().find("is not what its type \"Keyed\" says"), std::string::npos);
     DDS_SampleLostStatus lost;

@@ -150,7 +150,7 @@ void UserReader::stored(DDS_StatusMask statuses) {
 
 void UserReader::tell_undecodable(const Change& change) {
     if (undecodable_++ == 0)
-        MERIDIAN_LOG_WARNING(
+        MERIDIAN_LOG_ERROR(
             "dcps", "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
             topic_.get_name(), rtps::to_string(change.writer).c_str(), change.bytes, topic_.get_type_name());
 }
