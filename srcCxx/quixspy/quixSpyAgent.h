@@ -109,13 +109,16 @@ class QuixSpyAgent : public QuixAgent {
                                    const DDS_TypeCode* typeCode, const DDS_EntityNameQosPolicy& entityName,
                                    const DDS_StringSeq& endpointPartitions,
                                    const DDS_StringSeq& participantPartitions,
-                                   DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED);
+                                   DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED,
+                                   const DDS_EndpointBuiltinTopicData* announced = nullptr);
 
     /// Makes the participant of a node, which then stands in the list. False, and the node the caller's, when
     /// that fails.
     bool add_participant(QuixSpyParticipantListNode& node);
-    /// Says, for the first of them, why a writer that was announced is not read; once for the same reason.
-    void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason);
+    /// Says, for the first of them, why a writer that was announced is not read; once for the same reason, or
+    /// once for its topic.
+    void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason,
+                     bool once_per_topic = false);
     /// Takes the places of one more topic, where there are any or topics without writers make room; else says
     /// so. The participant is the one that is to read it.
     bool make_room(const QuixSpyParticipantListNode& node, const RtpsGuid& writer, const char* topicName,

@@ -60,7 +60,8 @@ void QuixSpyDiscoveryListener::report_available(DDSBuiltinTopicDataReader<Data>&
         report_and_notify_agent(sample.topic_name, sample.type_name, sample.ownership.kind,
                                 sample.reliability.kind, sample.durability.kind, keyed, isWriter, guid, info,
                                 sample.type_code, sample.unicast_locators, sample.entity_name,
-                                sample.partition.name, participant.partition.name, sample.type_code_absence);
+                                sample.partition.name, participant.partition.name, sample.type_code_absence,
+                                &sample);
         if (info.valid_data && info.instance_state == DDS_ALIVE_INSTANCE_STATE &&
             info.view_state == DDS_NEW_VIEW_STATE)
             ++(isWriter ? discoveredWriters : discoveredReaders);

@@ -30,15 +30,13 @@ class QuixSpyDiscoveryListener : public DDSDataReaderListener {
 
     /// Tells the agent of a publication, updates the registry and prints the line. For a sample without valid
     /// data only isWriter, guid and info count. True when a line for valid data was due.
-    bool report_and_notify_agent(const char* topicName, const char* typeName,
-                                 DDS_OwnershipQosPolicyKind ownership,
-                                 DDS_ReliabilityQosPolicyKind reliability,
-                                 DDS_DurabilityQosPolicyKind durability, bool keyed, bool isWriter,
-                                 const RtpsGuid& guid, const DDS_SampleInfo& info,
-                                 const DDS_TypeCode* typeCode, const DDS_LocatorSeq& locators,
-                                 const DDS_EntityNameQosPolicy& entityName,
-                                 const DDS_StringSeq& endpointPartitions,
-                                 const DDS_StringSeq& participantPartitions, DDS_TypeCodeAbsence absence);
+    bool report_and_notify_agent(
+        const char* topicName, const char* typeName, DDS_OwnershipQosPolicyKind ownership,
+        DDS_ReliabilityQosPolicyKind reliability, DDS_DurabilityQosPolicyKind durability, bool keyed,
+        bool isWriter, const RtpsGuid& guid, const DDS_SampleInfo& info, const DDS_TypeCode* typeCode,
+        const DDS_LocatorSeq& locators, const DDS_EntityNameQosPolicy& entityName,
+        const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions,
+        DDS_TypeCodeAbsence absence, const DDS_EndpointBuiltinTopicData* announced = nullptr);
 
     /// The endpoint's IPv4 address from its own locators, else from its participant's, else "unknown ip".
     void getIpv4Address(char (&out)[QUIXSPY_IP_SIZE], const RtpsGuid& guid, const DDS_LocatorSeq& locators);

@@ -78,7 +78,7 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     bool isWriter, const RtpsGuid& guid, const DDS_SampleInfo& info, const DDS_TypeCode* typeCode,
     const DDS_LocatorSeq& locators, const DDS_EntityNameQosPolicy& entityName,
     const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions,
-    DDS_TypeCodeAbsence absence) {
+    DDS_TypeCodeAbsence absence, const DDS_EndpointBuiltinTopicData* announced) {
     char ip[QUIXSPY_IP_SIZE] = {};
     getIpv4Address(ip, guid, locators);
     QuixSpyLocalEndpointInfo record;
@@ -99,7 +99,7 @@ bool QuixSpyDiscoveryListener::report_and_notify_agent(
     if (agent_->_printUserData && isWriter) {
         agent_->on_publication_discovered(ip, guid, topicName, typeName, ownership, reliability, durability,
                                           keyed, typeCode, entityName, endpointPartitions,
-                                          participantPartitions, absence);
+                                          participantPartitions, absence, announced);
     }
     if (!_registry.assert_node(record, guid, ip, topicName, typeName, entityName, endpointPartitions,
                                participantPartitions)) {

@@ -32,6 +32,7 @@ struct Publication {
     const DDS_EntityNameQosPolicy& entityName;
     const DDS_StringSeq& endpointPartitions;
     const DDS_StringSeq& participantPartitions;
+    const DDS_EndpointBuiltinTopicData* announced; // all of it; null where that is not known
 };
 
 using ParticipantNode = QuixSpyParticipantListNode;
@@ -77,7 +78,17 @@ enum class Fit {
     failed    // cannot tell; said why
 };
 
-Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
+/// Whether a participant knows a type by its name alone, and the publication tells what it is. Samples of the
+/// participant's readers of that name are nothing but bytes: no contents, no keys.
+bool tells_unknown_type(const ParticipantNode& node, const char* type_name, const DDS_TypeCode* registered,
+                        const Publication& publication) {
+    if (registered != nullptr || publication.typeCode == nullptr)
+        return false;
+    const TopicNode* const topic = node.find_type(type_name);
+    return topic != nullptr && !topic->listener->has_type();
+}
+
+Fit fit_of_existing_topic(const QuixSpyAgent& agent, const ParticipantNode& node,
                           DDSTopicDescription* description, const Publication& publication) {
     DDSTopic* const topic = DDSTopic::narrow(description);
     if (topic == nullptr) {
@@ -91,7 +102,9 @@ Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& parti
                             QUIXSpy_text(publication.topicName).c_str());
         return Fit::failed;
     }
-    const DDS_TypeCode* const registered = participant.get_typecode(type_name);
+    const DDS_TypeCode* const registered = node.participant->get_typecode(type_name);
+    if (tells_unknown_type(node, type_name, registered, publication))
+        return Fit::conflict;
     const bool same = registered == nullptr || publication.typeCode == nullptr
                           ? std::strcmp(publication.typeName, type_name) == 0
                           : are_equal(*registered, *publication.typeCode);
@@ -112,13 +125,16 @@ Fit fit_of(const QuixSpyAgent& agent, const ParticipantNode& node, const Publica
     DDSDomainParticipant& participant = *node.participant;
     DDSTopicDescription* const description = participant.lookup_topicdescription(publication.topicName);
     if (description != nullptr)
-        return fit_of_existing_topic(agent, participant, description, publication);
+        return fit_of_existing_topic(agent, node, description, publication);
     if (!participant.is_type_registered(publication.typeName))
         return Fit::free;
     const DDS_TypeCode* const registered = participant.get_typecode(publication.typeName);
     const bool differs = registered != nullptr && publication.typeCode != nullptr &&
                          !are_equal(*registered, *publication.typeCode);
-    return differs || differs_in_key(node, registered, publication) ? Fit::conflict : Fit::free;
+    return differs || differs_in_key(node, registered, publication) ||
+                   tells_unknown_type(node, publication.typeName, registered, publication)
+               ? Fit::conflict
+               : Fit::free;
 }
 
 /// A further participant, for a topic that is in conflict with all that exist. Null when that fails.
@@ -179,7 +195,15 @@ void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publica
                       const char* type_of_topic) {
     const std::string reason = reason_not_to_read(topic, publication, type_of_topic);
     if (!reason.empty())
-        agent.tell_unread(publication.guid, publication.topicName, reason);
+        return agent.tell_unread(publication.guid, publication.topicName, reason);
+    if (topic == nullptr || topic->reader == nullptr || publication.announced == nullptr)
+        return;
+    DDS_EndpointPolicies policies = *publication.announced;
+    policies.deadline.period = DDS_DURATION_ZERO; // the listener tells of this policy
+    char* const difference = topic->reader->describe_incompatibility(policies, *publication.announced);
+    if (difference != nullptr && *difference != '\0')
+        agent.tell_unread(publication.guid, publication.topicName, difference, true);
+    DDS_String_free(difference);
 }
 
 /// One more writer of a topic that has its reader already.
@@ -384,6 +408,8 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDS_DataReaderQos qos;
     if (!build_reader_qos(agent, node, publication, qos))
         return false;
+    if (publication.typeCode != nullptr && topic_node->typeSupport == nullptr)
+        qos.type_consistency.kind = DDS_ALLOW_TYPE_COERCION; // it takes them as bytes
     DDSDataReader* const reader =
         node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL);
     if (reader == nullptr)
@@ -427,10 +453,11 @@ bool QuixSpyAgent::on_publication_discovered(
     DDS_OwnershipQosPolicyKind ownership, DDS_ReliabilityQosPolicyKind reliability,
     DDS_DurabilityQosPolicyKind durability, bool keyed, const DDS_TypeCode* typeCode,
     const DDS_EntityNameQosPolicy& entityName, const DDS_StringSeq& endpointPartitions,
-    const DDS_StringSeq& participantPartitions, DDS_TypeCodeAbsence absence) {
+    const DDS_StringSeq& participantPartitions, DDS_TypeCodeAbsence absence,
+    const DDS_EndpointBuiltinTopicData* announced) {
     const Publication publication{
-        ip,    guid,     topicName, typeName,   ownership,          reliability,          durability,
-        keyed, typeCode, absence,   entityName, endpointPartitions, participantPartitions};
+        ip,    guid,     topicName, typeName,   ownership,          reliability,           durability,
+        keyed, typeCode, absence,   entityName, endpointPartitions, participantPartitions, announced};
     if (!is_wanted(*this, publication))
         return false;
     std::optional<bool> subscribed = read_as_it_fits(*this, publication);

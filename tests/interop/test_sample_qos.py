@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """What the reader's policies, those of the profile and those of the options, make of the samples of others."""
 
+import pathlib
+import tempfile
 import time
 
 import harness
@@ -178,6 +180,40 @@ class SampleQos(harness.InteropTest):
             self.assertIn('"T"', told[0].replace("'", '"'))
             words = peer.guids["w"].replace("0x", "").replace(",", "").replace(":", "").lower()
             self.assertIn(words, told[0].lower().translate({ord(sign): None for sign in ".:,-|"}).replace("0x", ""))
+
+        self.with_each_maker(check)
+
+    def test_every_policy_that_keeps_samples_away_is_told(self):
+        """At default verbosity, once for a topic, with the policy and what each side says."""
+        asked = {
+            "liveliness: offered AUTOMATIC with a lease of infinite, requested MANUAL_BY_TOPIC":
+                "<datareader_qos><liveliness><kind>MANUAL_BY_TOPIC_LIVELINESS_QOS</kind></liveliness></datareader_qos>",
+            "destination order: offered BY_RECEPTION_TIMESTAMP, requested BY_SOURCE_TIMESTAMP":
+                "<datareader_qos><destination_order><kind>BY_SOURCE_TIMESTAMP_DESTINATIONORDER_QOS</kind></destination_order>"
+                "</datareader_qos>",
+            "presentation: offered INSTANCE, requested TOPIC":
+                "<subscriber_qos><presentation><access_scope>TOPIC_PRESENTATION_QOS</access_scope></presentation></subscriber_qos>",
+            'partition: offered "X,Y", requested "Elsewhere"':
+                "<subscriber_qos><partition><name><element>Elsewhere</element></name></partition></subscriber_qos>",
+        }
+        document = "<dds><qos_library name='L'>" + "".join(
+            f"<qos_profile name='P{i}'>{policies}</qos_profile>" for i, policies in enumerate(asked.values())) + "</qos_library></dds>"
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        file = pathlib.Path(folder.name, "qos.xml")
+        file.write_text(document)
+
+        def check(make):
+            spies = [self.spy("-qosFile", str(file), "-qosProfile", f"L::P{i}",
+                              *(() if "partition" in words else ("-subscriberPartition", "*")), mode=None)
+                     for i, words in enumerate(asked)]
+            peer = self.peer(make, *(f"w{i} topic=T type=keyed partitions=X,Y" for i in range(3)))
+            for words, spy in zip(asked, spies):
+                spy.wait_for_event("New writer", count=3)
+                told = [line for line in self.end_with_warnings(spy) if "is not read" in line]
+                self.assertEqual(len(told), 1, spy.story())
+                self.assertIn(' error ferret subscription: writer guid="', told[0])
+                self.assertIn(words, told[0])
 
         self.with_each_maker(check)
 

@@ -8,7 +8,6 @@
 class DDSSubscriber;
 class DDSTopicDescription;
 struct DDS_ParticipantBuiltinTopicData;
-struct DDS_PublicationBuiltinTopicData;
 
 /// What every reader offers; reading itself is typed and stands in the derived classes.
 class DDSDataReader : public DDSEntity {
@@ -51,6 +50,13 @@ class DDSDataReader : public DDSEntity {
     virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) {
         publications.length(0);
         return DDS_RETCODE_OK;
+    }
+    /// Which policies of a writer and its publisher do not fit those of this reader (OMG DDS 1.4, 2.2.3), and
+    /// what each of both says, in words. Partitions count unless the writer's are patterns only. Empty where
+    /// all fit; the string is the caller's (DDS_String_free), null when memory is short.
+    virtual char* describe_incompatibility(const DDS_EndpointPolicies& /*writer*/,
+                                           const DDS_GroupPolicies& /*publisher*/) {
+        return DDS_String_dup("");
     }
 
   protected:

@@ -168,6 +168,10 @@ class DDSTypedDataReader : public DDSDataReader {
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
         return untyped_->get_matched_publications(publications);
     }
+    char* describe_incompatibility(const DDS_EndpointPolicies& writer,
+                                   const DDS_GroupPolicies& publisher) override {
+        return untyped_->describe_incompatibility(writer, publisher);
+    }
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) {
         return untyped_->create_readcondition(sample_states, view_states, instance_states);

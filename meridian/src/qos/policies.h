@@ -234,7 +234,7 @@ constexpr auto fields_of(Of<DDS_ResourceLimitsQosPolicy>) {
                       field("max_samples_per_instance", &P::max_samples_per_instance, kLimit));
 }
 constexpr auto fields_of(Of<DDS_PartitionQosPolicy>) {
-    return std::tuple(field("name", &DDS_PartitionQosPolicy::name).as(&Wire::partitions));
+    return std::tuple(field("name", &DDS_PartitionQosPolicy::name).as(&Wire::partitions, ""));
 }
 constexpr auto fields_of(Of<DDS_TimeBasedFilterQosPolicy>) {
     return std::tuple(field("minimum_separation", &DDS_TimeBasedFilterQosPolicy::minimum_separation)
@@ -339,9 +339,13 @@ constexpr auto group_policies() {
     return std::tuple(field("presentation", &Q::presentation)
                           .at_creation()
                           .matched(DDS_PRESENTATION_QOS_POLICY_ID, "presentation"),
-                      field("partition", &Q::partition), field("group_data", &Q::group_data));
+                      field("partition", &Q::partition).matched(DDS_PARTITION_QOS_POLICY_ID, "partition"),
+                      field("group_data", &Q::group_data));
 }
 
+constexpr auto fields_of(Of<DDS_EndpointPolicies>) {
+    return endpoint_policies<DDS_EndpointPolicies>();
+}
 constexpr auto fields_of(Of<DDS_DomainParticipantQos>) {
     using Q = DDS_DomainParticipantQos;
     return std::tuple(field("user_data", &Q::user_data), field("entity_factory", &Q::entity_factory),

@@ -207,6 +207,25 @@ TEST_F(ReaderCacheTest, DisposeKeepsTheDataThatCameWithIt) {
     EXPECT_FALSE(knows_any());
 }
 
+TEST_F(ReaderCacheTest, DataThatComesWithItsUnregistrationIsASampleBeforeThat) {
+    create();
+    Change last = change(ChangeKind::unregistered, 1);
+    last.sample = pool.make(7);
+    EXPECT_EQ(cache->add(last), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "N1=7 W1") << "of an instance that was never seen";
+    data(2);
+    data(2, 2);
+    last = change(ChangeKind::unregistered, 2);
+    last.sample = pool.make(8);
+    EXPECT_EQ(cache->add(last), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "N2=1 M2=2 M2=8") << "it has another writer";
+    EXPECT_EQ(pool.released[7], 1);
+    EXPECT_EQ(pool.released[8], 1);
+    unregister(2, 2);
+    EXPECT_EQ(take(), "W2");
+    EXPECT_FALSE(knows_any());
+}
+
 TEST_F(ReaderCacheTest, TopicWithoutKeyHasOneInstance) {
     settings.keyed = false;
     create();

@@ -7,7 +7,9 @@
 #include "endpoints_fixture.h"
 #include "meridian/condition.h"
 #include "meridian/dynamic_data_type_support.h"
+#include "meridian/string.h"
 #include "support/no_threads.h"
+#include "types/lookup/endpoint_type.h"
 #include "types/model/type.h"
 
 namespace meridian::dcps::test {
@@ -236,6 +238,7 @@ TEST_F(UserReaderTest, SamplesThatCannotBeDecodedAreLostAndHarmNothing) {
     const size_t first = logged.find("is not what its type \"Keyed\" says");
     EXPECT_NE(first, std::string::npos) << logged;
     EXPECT_EQ(logged.find("is not what", first + 1), std::string::npos) << logged; // once
+    EXPECT_NE(logged.find(" error dcps "), std::string::npos) << "there is no line of it: " << logged;
     DDS_SampleLostStatus lost;
     EXPECT_EQ(reader->get_sample_lost_status(lost), DDS_RETCODE_OK);
     EXPECT_EQ(lost.total_count, 2); // without a payload there is nothing to lose
@@ -270,6 +273,7 @@ TEST_F(UserReaderTest, ADisposeMayBringData) {
     receive(1, 3, kUndecodable, false);
     receive(1, 4, kDropped, false);
     receive(1, 5, "", true);
+    receive(2, 6, "", true);
     TestSequence samples;
     DDS_SampleInfoSeq infos;
     ASSERT_EQ(face.read(samples, infos, DDS_LENGTH_UNLIMITED, 0xffff, 0xffff, 0xffff), DDS_RETCODE_OK);
@@ -277,6 +281,8 @@ TEST_F(UserReaderTest, ADisposeMayBringData) {
         EXPECT_EQ(infos[i].instance_state, DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
     EXPECT_EQ(face.return_loan(samples, infos), DDS_RETCODE_OK);
     EXPECT_EQ(take_all(face), "1 last words, 2 bye, 3 disposed, 4 disposed, 5 disposed");
+    receive(2, 6, "unregistered", false);
+    EXPECT_EQ(take_all(face), "6 unregistered, 6 no_writers");
     // What cannot be read is told, but the dispose is there: nothing counts as lost.
     EXPECT_NE(GetCapturedStderr().find("is not what its type \"Keyed\" says"), std::string::npos);
     DDS_SampleLostStatus lost;
@@ -418,6 +424,23 @@ TEST_F(AnnouncementFirst, WhatIsWithheldGoesWithItsReader) {
     EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
 }
 
+TEST_F(UserReaderTest, AReaderWithoutATypeLeavesTypedWritersToOthersWhereCoercionIsDisallowed) {
+    rtps::RemoteEndpoint without_type;
+    rtps::RemoteEndpoint with_type;
+    types::TypeGraph* const graph = types::TypeGraph::create();
+    types::Type* const type = graph->add();
+    type->kind = DDS_TK_STRUCT;
+    with_type.type = std::make_shared<rtps::EndpointType>(types::TypeRef::adopt(type));
+    for (const auto kind : {DDS_DISALLOW_TYPE_COERCION, DDS_ALLOW_TYPE_COERCION}) {
+        DDS_DataReaderQos qos;
+        qos.type_consistency.kind = kind;
+        qos.type_consistency.force_type_validation = true;
+        const std::unique_ptr<UserReader> reader = reader_to_feed(qos);
+        EXPECT_TRUE(reader->accepts_type(without_type));
+        EXPECT_EQ(reader->accepts_type(with_type), kind == DDS_ALLOW_TYPE_COERCION);
+    }
+}
+
 TEST_F(UserReaderTest, OnlyWritersThatAnnounceATypeMatchAReaderThatValidatesTypes) {
     types::TypeGraph* const graph = types::TypeGraph::create();
     types::Type* const type = graph->add();
@@ -474,6 +497,41 @@ TEST_F(UserReaderTest, SamplesThatCannotBeTakenAreToldWhenItBeginsAndAtTheEnd) {
     const std::string end = GetCapturedStderr();
     EXPECT_NE(end.find("topic \"Square\": 5 samples came incomplete"), std::string::npos) << end;
     EXPECT_EQ(end.find("too large"), std::string::npos) << end;
+}
+
+TEST_F(UserReaderTest, EveryPolicyThatKeepsAWriterAwayIsToldInWords) {
+    TestReader& reader = *reader_of("Keyed",
+                                    "transient_local deadline=2500 manual_by_topic lease=3000 exclusive "
+                                    "reliable xcdr2 partition=Hall");
+    DDS_EndpointPolicies writer;
+    DDS_GroupPolicies publisher;
+    const auto told = [&] {
+        char* const text = reader.describe_incompatibility(writer, publisher);
+        std::string copy = text;
+        DDS_String_free(text);
+        return copy;
+    };
+    EXPECT_EQ(told(),
+              "durability: offered VOLATILE, requested TRANSIENT_LOCAL; "
+              "deadline: offered infinite, requested 2.5 s; "
+              "ownership: offered SHARED, requested EXCLUSIVE; "
+              "liveliness: offered AUTOMATIC with a lease of infinite, requested MANUAL_BY_TOPIC with a "
+              "lease of 3 s; "
+              "partition: offered \"\", requested \"Hall\"; "
+              "reliability: offered BEST_EFFORT, requested RELIABLE; "
+              "data representation: offered XCDR1, requested XCDR2");
+    publisher.partition.name = discovery::to_string_seq({"Hall/1", "H*"});
+    writer.representation.value.append(DDS_XCDR2_DATA_REPRESENTATION);
+    writer.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    writer.deadline.period = writer.liveliness.lease_duration = {1, 0};
+    writer.liveliness.kind = DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS;
+    writer.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    writer.ownership.kind = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    EXPECT_EQ(told(), "") << "a pattern of the writer's lets it in";
+    publisher.partition.name = discovery::to_string_seq({"Hall/1", "Yard"});
+    EXPECT_EQ(told(), "partition: offered \"Hall/1,Yard\", requested \"Hall\"");
+    publisher.partition.name = discovery::to_string_seq({"x*", "y*"});
+    EXPECT_EQ(told(), "") << "patterns alone are no mistake";
 }
 
 TEST_F(UserReaderTest, StatusesOfMatchesLivelinessAndIncompatibility) {

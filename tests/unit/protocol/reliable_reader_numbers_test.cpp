@@ -13,7 +13,7 @@ TEST_F(ReliableReaderTest, AVolatileReaderStartsAtTheFirstHeartbeat) {
     make(true);
     EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {}"}));
     heartbeat(1, 50);
-    EXPECT_EQ(sent(), (Lines{"ACKNACK 51 {} final"}));
+    EXPECT_EQ(sent_after(milliseconds(50)), (Lines{"ACKNACK 51 {} final"}));
     data(51);
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{51}));
     EXPECT_EQ(sink.lost, 0u);
@@ -42,6 +42,25 @@ TEST_F(ReliableReaderTest, AVolatileReaderTakesWhatTheFirstHeartbeatOvertook) {
     data(3);
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2, 3}));
     EXPECT_EQ(sink.lost, 0u);
+}
+
+// A writer that is told so would not send what its heartbeat overtook.
+TEST_F(ReliableReaderTest, AVolatileReaderDoesNotAcknowledgeAtOnceWhatItNeverGot) {
+    make(true);
+    sent();
+    heartbeat(1, 2);
+    heartbeat(1, 2);
+    EXPECT_EQ(sent_after(milliseconds(49)), Lines{});
+    data(1);
+    data(2);
+    heartbeat(1, 2);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 3 {} final"}));
+    make(true);
+    sent();
+    heartbeat(1, 0);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {} final"})) << "there is nothing to wait for";
+    heartbeat(1, 2);
+    EXPECT_EQ(sent_after(milliseconds(1)), (Lines{"ACKNACK 1 {1 2}"}));
 }
 
 // Some fragments of the first sample are lost, or the heartbeat overtakes them.

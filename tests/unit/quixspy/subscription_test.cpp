@@ -107,6 +107,7 @@ class Subscription : public ::testing::Test {
         DDS_DurabilityQosPolicyKind durability = DDS_VOLATILE_DURABILITY_QOS;
         RtpsGuid guid{};
         DDS_TypeCodeAbsence absence = DDS_TYPE_CODE_NOT_ANNOUNCED;
+        const DDS_EndpointBuiltinTopicData* announced = nullptr;
     };
 
     /// A writer, each time another one unless it brings its GUID. Returns what was printed.
@@ -117,7 +118,7 @@ class Subscription : public ::testing::Test {
             subscribed = agent.on_publication_discovered(
                 "10.1.2.3", writer.guid, writer.topic, writer.type, writer.ownership, writer.reliability,
                 writer.durability, writer.keyed, writer.type_code, entity_name("role", "name"),
-                string_seq({"A"}), string_seq({"P"}), writer.absence);
+                string_seq({"A"}), string_seq({"P"}), writer.absence, writer.announced);
         });
     }
     std::vector<RequestedReader>& readers(int world = 0) { return agent.worlds[world].subscriber.requested; }
@@ -473,6 +474,28 @@ TEST_F(Subscription, WritersThatAnnounceNoTypeAreReadByTheFirstReaderOfTheirName
     ASSERT_EQ(agent.created, 1) << "an equal type is watched already";
 }
 
+TEST_F(Subscription, AWriterThatTellsATypeThatWasAMereNameIsReadByAReaderOfItsOwn) {
+    const TypeRef keyed = structure("ShapeType");
+    const DDS_TypeCode* const code = keyed.get();
+    discover({});
+    EXPECT_EQ(readers(0).at(0).qos.type_consistency.kind, DDS_DISALLOW_TYPE_COERCION);
+    discover({"Circle", "ShapeType", true, code});
+    participant(1).type_codes["ShapeType"] = code;
+    discover({"Square", "ShapeType", true, code});
+    ASSERT_EQ(readers(1).size(), 2U) << "neither its topic nor its type's name is taken there";
+    discover({});
+    EXPECT_EQ(readers(0).size(), 1U) << "others without a type are read by the first";
+    EXPECT_EQ(agent.created, 1);
+}
+
+TEST_F(Subscription, AWriterWhoseKeyContradictsItsTypeIsReadByAReaderThatTakesAnyType) {
+    const TypeRef keyed = structure("ShapeType");
+    discover({"Circle", "ShapeType", false, keyed.get()});
+    EXPECT_EQ(readers(0).at(0).qos.type_consistency.kind, DDS_ALLOW_TYPE_COERCION);
+    discover({"Circle", "ShapeType", false, keyed.get()});
+    EXPECT_EQ(agent.created, 0);
+}
+
 TEST_F(Subscription, AFirstWriterThatOffersLessThanAProfileAsksForIsTold) {
     agent.worlds[0].reader.qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
     ::testing::internal::CaptureStderr();
@@ -480,6 +503,25 @@ TEST_F(Subscription, AFirstWriterThatOffersLessThanAProfileAsksForIsTold) {
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 ::testing::HasSubstr("\"Circle\" is not read: it is best-effort, and the reader asks"));
     ASSERT_EQ(readers().size(), 1U) << "others may come that it reads";
+}
+
+TEST_F(Subscription, OtherPoliciesThatKeepWritersAwayAreToldOncePerTopic) {
+    DDS_DataReaderQos& qos = agent.worlds[0].reader.qos;
+    qos.liveliness.kind = DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS;
+    DDS_PublicationBuiltinTopicData announced;
+    const auto told_of = [&](const char* topic) {
+        Writer writer{topic};
+        writer.announced = &announced;
+        ::testing::internal::CaptureStderr();
+        EXPECT_EQ(discover(writer), "");
+        return ::testing::internal::GetCapturedStderr();
+    };
+    EXPECT_THAT(told_of("Circle"), ::testing::HasSubstr("\"Circle\" is not read: liveliness: too little\n"));
+    EXPECT_EQ(told_of("Circle"), "") << "the topic was told";
+    EXPECT_THAT(told_of("Square"), ::testing::HasSubstr("\"Square\" is not read: liveliness: too little\n"));
+    announced.liveliness.kind = DDS_MANUAL_BY_TOPIC_LIVELINESS_QOS;
+    qos.deadline.period = {1, 0};
+    EXPECT_EQ(told_of("Triangle"), "") << "the listener tells of the deadline";
 }
 
 TEST_F(Subscription, WritersThatAreNotReadAreToldOnceWithTheReason) {

@@ -53,6 +53,11 @@ class FakeReader : public FakeEntity<DDSDataReader> {
         return DDS_RETCODE_OK;
     }
     DDS_Long matched = 1;
+    char* describe_incompatibility(const DDS_EndpointPolicies& writer, const DDS_GroupPolicies&) override {
+        const bool fits =
+            writer.liveliness.kind >= qos.liveliness.kind && !(qos.deadline.period < writer.deadline.period);
+        return DDS_String_dup(fits ? "" : "liveliness: too little");
+    }
     DDSTopicDescription* get_topicdescription() override { return topic; }
     DDSSubscriber* get_subscriber() override { return nullptr; }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData&,

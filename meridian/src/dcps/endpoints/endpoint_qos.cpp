@@ -49,6 +49,15 @@ std::string text_of(const DDS_DataRepresentationIdSeq& ids) {
     return text.empty() ? "XCDR1" : text;
 }
 
+/// Of partitions. There may be thousands.
+std::string text_of(const DDS_StringSeq& names) {
+    constexpr size_t kMost = 200;
+    std::string text = discovery::join_partitions(discovery::to_strings(names));
+    if (text.size() > kMost)
+        text.replace(kMost, std::string::npos, "...");
+    return '"' + text + '"';
+}
+
 /// What is announced of a policy, in words.
 template <typename Policy>
 std::string text_of_policy(const EndpointQos& announced) {
@@ -80,7 +89,8 @@ std::string describe_policy(uint32_t id, const EndpointQos& offered, const Endpo
         (describe_if(policies), ...);
     };
     std::apply(describe, qos::endpoint_policies<DDS_DataReaderQos>());
-    describe(std::get<0>(qos::group_policies<GroupQos>()));
+    const auto group = qos::group_policies<GroupQos>();
+    describe(std::get<0>(group), std::get<1>(group)); // without the data
     return text;
 }
 
@@ -96,10 +106,16 @@ std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
 }
 
 template <typename Qos>
-EndpointQos announced(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+EndpointQos announced(const Qos& qos, const GroupQos& group) {
     EndpointQos out;
     discovery::announce(qos, out);
     discovery::announce(group, out);
+    return out;
+}
+
+template <typename Qos>
+EndpointQos announced(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+    EndpointQos out = announced(qos, group);
     discovery::announce(topic.topic_data, out);
     out.partitions = discovery::announced_partitions(out.partitions);
     return out;
@@ -116,6 +132,10 @@ EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& group,
 
 EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
     return announced(qos, group, topic);
+}
+
+EndpointQos to_endpoint_qos(const DDS_EndpointPolicies& policies, const GroupQos& group) {
+    return announced(policies, group);
 }
 
 rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription& topic,

@@ -30,6 +30,8 @@ rtps::EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& 
                                   const DDS_TopicQos& topic);
 rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group,
                                   const DDS_TopicQos& topic);
+/// As an endpoint of others announced it.
+rtps::EndpointQos to_endpoint_qos(const DDS_EndpointPolicies& policies, const GroupQos& group);
 
 /// The name that an endpoint announces.
 inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataReaderQos& qos) {

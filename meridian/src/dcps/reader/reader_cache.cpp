@@ -261,7 +261,7 @@ bool ReaderCache::unregister(Instance& instance, const Change& change) {
 }
 
 ReaderCache::Verdict ReaderCache::add(const Change& change) {
-    if (change.kind == ChangeKind::unregistered) {
+    if (change.kind == ChangeKind::unregistered && change.sample == nullptr) {
         Instance* const instance = instances_.find(change.key);
         if (instance == nullptr)
             return Verdict::filtered;
@@ -293,16 +293,20 @@ ReaderCache::Verdict ReaderCache::store(const Change& change, Instance& instance
         return *exceeded;
     make_room(instance);
     instance.last_source = change.source_timestamp;
-    const bool alive = change.kind == ChangeKind::alive;
+    const bool disposes =
+        change.kind == ChangeKind::disposed || change.kind == ChangeKind::disposed_and_unregistered;
     const bool stored =
-        append(instance, change, alive ? DDS_ALIVE_INSTANCE_STATE : DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE);
+        append(instance, change, disposes ? DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE : DDS_ALIVE_INSTANCE_STATE);
     expect_nothing(instance);
     if (!stored)
         return Verdict::lost;
-    if (alive)
+    if (change.kind == ChangeKind::alive)
         expect_next(instance, rtps::later(change.received, settings_.deadline));
-    else if (change.kind == ChangeKind::disposed_and_unregistered)
-        unregister(instance, change);
+    if (change.kind == ChangeKind::unregistered || change.kind == ChangeKind::disposed_and_unregistered) {
+        Change end = change;
+        end.sample = nullptr;
+        unregister(instance, end);
+    }
     return Verdict::stored;
 }
 

@@ -33,7 +33,7 @@ class SampleOwner {
 enum class ChangeKind {
     alive,        // a sample with data
     disposed,     // the instance was disposed, with or without data
-    unregistered, // the writer will not write this instance any more, no data
+    unregistered, // the writer will not write this instance any more; with data, that was the last
     disposed_and_unregistered,
 };
 

@@ -31,10 +31,9 @@ ChangeKind kind_of(const rtps::Sample& sample) {
     }
 }
 
-/// A writer may write and dispose in one go.
-bool brings_data(ChangeKind kind, const rtps::Sample& sample) {
-    return (kind == ChangeKind::disposed || kind == ChangeKind::disposed_and_unregistered) &&
-           sample.has_payload && !sample.payload_is_key;
+/// A writer may write and dispose, or unregister, in one go.
+bool brings_data(const rtps::Sample& sample) {
+    return sample.has_payload && !sample.payload_is_key;
 }
 
 } // namespace
@@ -69,7 +68,7 @@ SampleDecoder::Result SampleDecoder::decode(const rtps::Sample& sample, Change& 
     change.bytes = sample.payload.size;
     change.key = key_hash(sample);
     const bool alive = change.kind == ChangeKind::alive;
-    if (!alive && !brings_data(change.kind, sample))
+    if (!alive && !brings_data(sample))
         return Result::decoded;
     if (!deserialize(sample, change.sample))
         return Result::undecodable;

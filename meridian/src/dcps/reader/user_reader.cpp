@@ -11,6 +11,7 @@
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "rtps/protocol/qos_matching.h"
 #include "types/lookup/endpoint_type.h"
 
 namespace meridian::dcps {
@@ -168,7 +169,7 @@ void UserReader::stored(DDS_StatusMask statuses) {
 
 void UserReader::tell_undecodable(const Change& change) {
     if (undecodable_++ == 0)
-        MERIDIAN_LOG_WARNING(
+        MERIDIAN_LOG_ERROR(
             "dcps", "topic \"%s\": a sample of %s (%zu bytes) is not what its type \"%s\" says",
             topic_.get_name(), rtps::to_string(change.writer).c_str(), change.bytes, topic_.get_type_name());
 }
@@ -284,20 +285,30 @@ void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vec
         changed(DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
 }
 
+char* UserReader::describe_incompatibility(const DDS_EndpointPolicies& writer,
+                                           const DDS_GroupPolicies& publisher) {
+    const rtps::EndpointQos offered = to_endpoint_qos(writer, GroupQos(publisher));
+    MutexLock lock(mutex_);
+    const rtps::EndpointQos requested = endpoint_qos();
+    std::vector<uint32_t> policies = rtps::incompatible_policies(offered, requested);
+    if (!offered.partitions.empty() &&
+        std::all_of(offered.partitions.begin(), offered.partitions.end(), rtps::is_partition_pattern))
+        policies = without_partition(policies);
+    return DDS_String_dup(dcps::describe_incompatibility(offered, requested, policies).c_str());
+}
+
 bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
     const DDS_TypeCode* const own = plugin().typeCode;
     const DDS_TypeCode* const type = rtps::type_of(writer);
-    if (own == nullptr)
-        return true;
     {
         MutexLock lock(mutex_);
         if (type == nullptr)
-            return !qos_.type_consistency.force_type_validation;
+            return own == nullptr || !qos_.type_consistency.force_type_validation;
         if (qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
             return true;
     }
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-    if (own->equal(type, exception))
+    if (own != nullptr && own->equal(type, exception))
         return true;
     MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
                        topic_.get_name(), topic_.get_type_name(), rtps::to_string(writer.guid).c_str());

@@ -90,6 +90,8 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
         return get_matched(publications);
     }
+    char* describe_incompatibility(const DDS_EndpointPolicies& writer,
+                                   const DDS_GroupPolicies& publisher) override;
 
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) override;
@@ -112,7 +114,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) override;
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
-    /// at all. Where types must be validated, it must be known.
+    /// at all; without a type of its own only the latter. Where types must be validated, it must be known.
     bool accepts_type(const rtps::RemoteEndpoint& writer) override;
 
     // On a thread of the application, which takes the announcement of a writer.

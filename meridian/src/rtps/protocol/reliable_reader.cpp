@@ -14,6 +14,7 @@ namespace {
 constexpr Duration kSameNackPause = std::chrono::milliseconds(10);
 constexpr Duration kNackPause = std::chrono::milliseconds(1);
 constexpr Duration kStartOverlap = std::chrono::milliseconds(200);
+constexpr Duration kStartPause = std::chrono::milliseconds(50);
 // Heartbeats that name nothing new are answered from a budget: so many at once, then one in each interval.
 constexpr int kRepeatedAnswers = 16;
 constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
@@ -457,6 +458,9 @@ void ReliableReader::want_acknowledgement(WriterProxy& p, MonotonicTime now) {
         when = std::max(when, p.nacked_at + (p.nacked_base == p.next ? kSameNackPause : kNackPause));
     else if (p.next == p.acknowledged_below)
         when = std::max(when, p.answers_paid_until - kRepeatedAnswers * kRepeatedAnswerInterval);
+    // What a volatile reader starts behind may be on its way: the writer would not send it any more.
+    if (p.start > 1 && p.next == p.start)
+        when = std::max(when, p.started_at + kStartPause);
     // What was jumped over is acknowledged when nothing spoke against the jump.
     if (p.jumped_from != 0)
         when = std::max(when, p.jumped_at + kAskPause);

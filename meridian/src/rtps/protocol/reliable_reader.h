@@ -7,7 +7,7 @@
 //   the first heartbeat of the writer.
 // - A volatile reader starts at that heartbeat: earlier samples are not asked for. Samples that came before
 //   it, after the match, are held and delivered, also where only fragments came; so are those that come right
-//   behind it.
+//   behind it, for which the first acknowledgement waits.
 // - What a heartbeat names and is here is acknowledged at the end of the batch that it came in, without a
 //   pause: a reader must not be what a writer waits for. The answer for a single sample, where the answer
 //   before is longer ago than this one could wait, may wait for others to the same application (see
