@@ -23,6 +23,11 @@ constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 constexpr Duration kRelayPatience = std::chrono::seconds(15);
 constexpr Duration kRelayAskPause = std::chrono::seconds(3);
 
+std::string described(const RemoteParticipant& remote) {
+    return "participant " + to_string(remote.data->guid.prefix) +
+           (remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"");
+}
+
 } // namespace
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
@@ -105,17 +110,25 @@ void ParticipantDiscovery::choose_all_routes(Now now) {
     }
 }
 
+void ParticipantDiscovery::tell_of_two(const RemoteParticipant& remote, const Locator& other) {
+    const std::string prefix = to_string(remote.data->guid.prefix);
+    warnings_.error_of_others("two participants " + prefix,
+                              described(remote) + " announces itself from " +
+                                  to_string(remote.announced_from) + " and otherwise from " +
+                                  to_string(other) +
+                                  ": two applications have the same GUID, or one is forged; the second one "
+                                  "is not seen");
+}
+
 void ParticipantDiscovery::tell_if_unreachable(const RemoteParticipant& remote) {
     if (!remote.metatraffic.locators.empty())
         return;
-    const std::string name = remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"";
     const char* reason = announces_udp(remote.data->metatraffic_unicast)
                              ? "no interface in use leads to the addresses that it announces"
                              : "it announces no UDP address, perhaps shared memory or TCP only";
-    warnings_.error_of_others("not reachable " + to_string(remote.data->guid.prefix),
-                              "participant " + to_string(remote.data->guid.prefix) + name +
-                                  " is seen but not reachable: " + reason +
-                                  "; its endpoints are not discovered");
+    warnings_.error_of_others(
+        "not reachable " + to_string(remote.data->guid.prefix),
+        described(remote) + " is seen but not reachable: " + reason + "; its endpoints are not discovered");
 }
 
 bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
