@@ -203,7 +203,10 @@ void MessageRouter::tell_writer(const MessageContext& context, const Submessage&
                                 void (ReliableWriter::*operation)(const Guid&, const Submessage&,
                                                                   MonotonicTime)) {
     const LocalEndpoint* local = locals_.find(submessage.writer);
-    if (local != nullptr && local->writer)
+    // What is asked for in another's name would go to that one, many times the bytes of the question.
+    if (local != nullptr && local->writer &&
+        (!submessage.reader.is_builtin() ||
+         participants_.may_tell_of_endpoints(context.source, datagram_.source, now_)))
         ((*local->writer).*operation)(Guid{context.source, submessage.reader}, submessage, now_.monotonic);
 }
 

@@ -106,7 +106,8 @@ class ParticipantDiscovery {
     Hearing hear(const GuidPrefix& prefix, EntityId sender, const Locator& source, bool is_to_us,
                  size_t bytes, Now now);
 
-    /// Whether what comes from this socket in the participant's name tells of its endpoints.
+    /// Whether what comes from this socket in the participant's name tells of its endpoints, or asks for
+    /// those of this side.
     bool may_tell_of_endpoints(const GuidPrefix& prefix, const Locator& source, Now now);
     /// An acknowledgement came from there; is_right: it named a number that this side told.
     void on_answer(const GuidPrefix& prefix, const Locator& source, bool is_right);
