@@ -1,5 +1,6 @@
 // How many bytes a datagram makes this side send, in the name of any participant: none may be a means to send
 // more to a third one than the sender could send himself.
+
 #include <gtest/gtest.h>
 
 #include <numeric>
