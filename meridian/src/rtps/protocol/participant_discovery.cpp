@@ -175,13 +175,23 @@ bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator&
     const std::string* type = property(data, kParticipantType);
     if (type == nullptr || (*type != "SERVER" && *type != "BACKUP"))
         return false;
+    const auto is_there = [this](const Locator& from, const Locator& server) {
+        return from.address == server.address ||
+               (output_.stays_on_host(from) && output_.stays_on_host(server));
+    };
+    const auto speaks_from = [&](const Locator& server) {
+        return std::any_of(remotes_.begin(), remotes_.end(), [&](const auto& entry) {
+            return entry.second->is_server && is_there(entry.second->announced_from, server);
+        });
+    };
     // It may announce other addresses than the one that the user knows, but the port is what it listens at.
+    // It may also speak from another one; but any participant can announce the one that the user knows.
     return std::any_of(config_.servers.begin(), config_.servers.end(), [&](const Locator& server) {
-        return std::any_of(data.metatraffic_unicast.begin(), data.metatraffic_unicast.end(),
-                           [&](const Locator& own) {
-                               return own.port == server.port &&
-                                      (own.address == server.address || source.address == server.address);
-                           });
+        return std::any_of(
+            data.metatraffic_unicast.begin(), data.metatraffic_unicast.end(), [&](const Locator& own) {
+                return own.port == server.port &&
+                       (is_there(source, server) || (own.address == server.address && !speaks_from(server)));
+            });
     });
 }
 
