@@ -1,5 +1,6 @@
 #include "quixspy/quixSpyDataListener.h"
 
+#include <cstring>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -19,10 +20,19 @@ namespace {
 constexpr DDS_Duration_t kOutputWait{3, 0};
 /// Of one topic. Where there were more, those are forgotten that wrote longest ago: most of them are gone.
 constexpr int32_t kMostWriters = 4096;
+/// Of their names and partitions: with ordinary ones the limit above is reached first.
+constexpr size_t kMostWriterOctets = 512 * 1024;
 /// Lines of samples that were taken together are handed on in such pieces.
 constexpr size_t kMostTogether = 16 * 1024;
 /// Memory of longer lines is not kept for the next one.
 constexpr size_t kMostKept = 256 * 1024;
+
+size_t octets_of(const QuixSpyEndpointInfo& writer) {
+    size_t octets = 0;
+    for (const char* const text : {writer.name, writer.participantPartition, writer.endpointPartition})
+        octets += text != nullptr ? std::strlen(text) : 0;
+    return octets;
+}
 
 const char* topic_of(DDSDataReader* reader) {
     DDSTopicDescription* const topic = reader != nullptr ? reader->get_topicdescription() : nullptr;
@@ -69,10 +79,16 @@ bool QuixSpyDataListener::record_writer(const RtpsGuid& guid, const char* ip,
     const std::lock_guard<std::mutex> lock(writersMutex_);
     ++writerListVersion_;
     // The lines of a topic name topic and type already.
+    if (const QuixSpyEndpointInfoNode* const before = writerList_.find_node(guid))
+        writerOctets_ -= octets_of(before->info);
     const bool recorded = writerList_.assert_node(scratch, guid, ip, nullptr, nullptr, entityName,
                                                   endpointPartitions, participantPartitions);
-    while (writerList_.count > kMostWriters)
+    if (const QuixSpyEndpointInfoNode* const now = writerList_.find_node(guid))
+        writerOctets_ += octets_of(now->info);
+    while (writerList_.count > kMostWriters || (writerOctets_ > kMostWriterOctets && writerList_.count > 1)) {
+        writerOctets_ -= octets_of(writerList_.head()->info);
         writerList_.remove_node(writerList_.head());
+    }
     return recorded;
 }
 

@@ -111,5 +111,6 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     // Writers become known on the main thread while samples are reported on a delivery thread.
     std::mutex writersMutex_;
     QuixSpyEndpointInfoList writerList_;         // guarded by writersMutex_
+    size_t writerOctets_ = 0;                    // of their names and partitions; likewise
     std::atomic<uint64_t> writerListVersion_{1}; // counts what was recorded; changed under writersMutex_
 };

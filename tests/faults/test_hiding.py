@@ -116,6 +116,39 @@ class Forgeries(HidingTest):
         Bound: the real ones come again within 5 s."""
         self.check(lambda writer: [forge.gap(writer, 1, attacks.FAR)], self.BOTH)
 
+    def forge_about_endpoints(self, forged):
+        """forged: of the prefix of an application, its writer and a number. It makes a writer, and later another one."""
+        tool = self.tool()
+        application = self.cyclone()
+        application.do("participant")
+        application.do("writer w topic=Earlier type=keyed")
+        tool.wait_for_event("New writer", topic="Earlier")
+        prefix, entity = application.guids["w"].replace("0x", "").replace(",", "").split(":")
+        prefix = bytes.fromhex(prefix)
+        faults.measure_for(1.5)  # until the sockets are known with which it tells of its endpoints
+        self.forged().send(*(forged(prefix, int(entity, 16), number) for number in range(1, 9)), prefix=prefix)
+        tool.wait_at_rest()
+        application.do("writer v topic=Later type=keyed")
+        tool.wait_for_event("New writer", topic="Later", limit=10 * faults.harness.SLOWNESS)
+        self.assertEqual([], tool.having("Deleted writer") + tool.having('topic="Forged"'))
+
+    def test_a_writer_is_ended(self):
+        """Attack: the end of a writer, in the name of its participant.
+        Seen: the writer is reported gone, and its samples never come again.
+        Bound: nothing happens, and what the participant announces later is seen."""
+        def end(prefix, entity, number):
+            guid = forge.guid(prefix, entity)
+            return forge.data(forge.PUBLICATIONS, number, forge.listed([(packets.ENDPOINT_GUID, guid)]), key=True,
+                              inline=[forge.key_hash(guid), forge.status(forge.DISPOSED | forge.UNREGISTERED)])
+        self.forge_about_endpoints(end)
+
+    def test_the_number_of_the_next_announcement_is_taken(self):
+        """Attack: announcements in the name of a participant, with the numbers that its next ones will have.
+        Seen: no writer that it makes later is discovered.
+        Bound: nothing happens, and what the participant announces later is seen."""
+        self.forge_about_endpoints(lambda prefix, entity, number: forge.data(
+            forge.PUBLICATIONS, number, forge.endpoint(prefix, 0xf0002, "Forged", "peers::Keyed")))
+
     def test_announcements_far_ahead(self):
         """Attack: one gap, or one heartbeat, up to number 2^40 over the announcements of the writer's participant.
         Seen: after the gap no writer that it creates later is discovered; after the heartbeat it is.

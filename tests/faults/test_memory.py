@@ -9,6 +9,7 @@ import os
 import attacks
 import faults
 import forge
+import packets
 from faults import MIB, short_or_long
 
 
@@ -88,6 +89,23 @@ class Endpoints(faults.FaultTest):
         update(updates)
         self.bound(f"memory for {updates // 2} updates", (tool.memory() - before) / 1024, 2048, "KiB more than before")
 
+
+    def test_partitions_of_a_participant(self):
+        """Attack: a participant announces 25,000 names of partitions (50 KB), and 2,000 small writers.
+        Seen: the names are taken apart and kept with each writer: 27 s of the main thread, 201 MiB.
+        Bound: 12 KiB and 2 ms of all threads for a writer, a line on standard error."""
+        tool = self.tool()
+        application = self.forged()
+        names = forge.text("dds.domain_participant.partition") + forge.text("*" + ",a" * 25000)
+        application.announce(more=[(packets.PROPERTIES, b"\1\0\0\0" + names)])
+        tool.wait_at_rest()
+        before, time_before, count = tool.memory(), tool.processor_time(), 2000
+        application.write_all(forge.PUBLICATIONS, attacks.many_endpoints(application, 0, count), tool=tool)
+        application.wait_until_read(forge.PUBLICATIONS)
+        tool.wait_for_event("New writer", count=count, limit=60)
+        self.bound("memory for a writer", (tool.memory() - before) / 1024 / count, 12, "KiB", 1)
+        self.bound("time for a writer", 1000 * (tool.processor_time() - time_before) / count, 2 * faults.harness.SLOWNESS, "ms", 2)
+        self.assertTrue(any("partitions" in line for line in tool.errors), f"nothing on standard error\n{tool.story()}")
 
     def test_type_objects(self):
         """Attack: publications with whole types of 59 KB each (500; the long form 9,000), larger than the tool takes.

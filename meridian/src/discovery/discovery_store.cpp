@@ -126,9 +126,21 @@ void DiscoveryStore::error(const std::string& text) {
     MERIDIAN_LOG_ERROR("discovery", "%s", text.c_str());
 }
 
+void DiscoveryStore::tell_if_cut(const rtps::ParticipantData& participant) {
+    const size_t announced = partitions_text(participant.properties).size();
+    if (announced == join_partitions(participant_partitions(participant.properties)).size() ||
+        std::exchange(cut_told_, true))
+        return;
+    error("participant " + rtps::to_string(participant.guid.prefix) + " announces partitions in " +
+          std::to_string(announced) + " octets; of each participant the first " +
+          std::to_string(kMostParticipantPartitions) + " names count, in " +
+          std::to_string(kMostPartitionOctets) + " octets");
+}
+
 void DiscoveryStore::put_participant(const rtps::ParticipantRef& announced) {
     Participant& participant = participants_[announced->guid.prefix];
     participant.announced = announced;
+    tell_if_cut(*announced);
     match(participant);
 }
 

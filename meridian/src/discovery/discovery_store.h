@@ -56,6 +56,8 @@ class DiscoveryStore final : public rtps::Events {
     };
 
     void put_participant(const rtps::ParticipantRef& announced) MERIDIAN_REQUIRES(mutex_);
+    /// Once, of the first participant of whose partitions not all count.
+    void tell_if_cut(const rtps::ParticipantData& participant) MERIDIAN_REQUIRES(mutex_);
     Participant& participant_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
     void match(Participant& participant) MERIDIAN_REQUIRES(mutex_);
     void report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint)
@@ -70,6 +72,7 @@ class DiscoveryStore final : public rtps::Events {
     EndpointCache subscriptions_;
     mutable Mutex mutex_;
     PartitionList own_partitions_ MERIDIAN_GUARDED_BY(mutex_);
+    bool cut_told_ MERIDIAN_GUARDED_BY(mutex_) = false;
     std::unordered_map<rtps::GuidPrefix, Participant> participants_ MERIDIAN_GUARDED_BY(mutex_);
     /// Participants that have gone; the caches keep those alive whose endpoints they hold.
     std::unordered_map<rtps::GuidPrefix, std::weak_ptr<const rtps::ParticipantData>> departed_

@@ -36,12 +36,23 @@ PartitionList split_partitions(const std::string& text) {
     return text.empty() ? PartitionList() : split(text, ",");
 }
 
-PartitionList participant_partitions(const std::vector<rtps::Property>& properties) {
+std::string partitions_text(const std::vector<rtps::Property>& properties) {
     for (const rtps::Property& property : properties) {
         if (property.name == kParticipantPartitionProperty)
-            return split_partitions(property.value);
+            return property.value;
     }
     return {};
+}
+
+PartitionList participant_partitions(const std::vector<rtps::Property>& properties) {
+    std::string text = partitions_text(properties);
+    if (text.size() > kMostPartitionOctets) {
+        text.resize(kMostPartitionOctets + 1);
+        text.resize(std::min(kMostPartitionOctets, text.rfind(','))); // not a part of a name
+    }
+    PartitionList names = split_partitions(text);
+    names.resize(std::min(names.size(), kMostParticipantPartitions));
+    return names;
 }
 
 } // namespace meridian::discovery

@@ -27,7 +27,13 @@ std::string join_partitions(const PartitionList& names);
 /// The inverse of join_partitions; empty text is an empty list.
 PartitionList split_partitions(const std::string& text);
 
-/// The partitions that a participant announces among its properties; empty when it announces none.
+/// What is taken of the partitions of a participant: all of its endpoints are shown and kept with them.
+constexpr size_t kMostParticipantPartitions = 256;
+constexpr size_t kMostPartitionOctets = 1024; // of all names, joined
+/// As a participant announces them: joined names; empty when it announces none.
+std::string partitions_text(const std::vector<rtps::Property>& properties);
+/// The partitions that a participant announces among its properties, as far as they are taken; empty when it
+/// announces none.
 PartitionList participant_partitions(const std::vector<rtps::Property>& properties);
 
 } // namespace meridian::discovery

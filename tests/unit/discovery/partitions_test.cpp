@@ -53,5 +53,22 @@ TEST(Partitions, AParticipantAnnouncesThemAsAProperty) {
               (PartitionList{"A", "B"}));
 }
 
+TEST(Partitions, OfAParticipantAreTakenUpToALimit) {
+    const auto taken = [](const std::string& text) {
+        return participant_partitions({{"dds.domain_participant.partition", text}});
+    };
+    std::string many = "A";
+    for (size_t i = 1; i < kMostParticipantPartitions; ++i)
+        many += ",A";
+    EXPECT_EQ(taken(many).size(), kMostParticipantPartitions);
+    EXPECT_EQ(taken(many + ",A").size(), kMostParticipantPartitions);
+    const std::string long_name(kMostPartitionOctets - 2, 'a');
+    EXPECT_EQ(taken("A," + long_name), (PartitionList{"A", long_name}));
+    EXPECT_EQ(taken("A," + long_name + ",B"), (PartitionList{"A", long_name}));
+    EXPECT_EQ(taken("A," + long_name + "a"), PartitionList{"A"});
+    EXPECT_EQ(taken(long_name + long_name),
+              PartitionList{(long_name + long_name).substr(0, kMostPartitionOctets)});
+}
+
 } // namespace
 } // namespace meridian::discovery

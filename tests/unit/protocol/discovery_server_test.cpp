@@ -66,9 +66,10 @@ class DiscoveryServerTest : public ParticipantTest {
         return data;
     }
     /// A sample of the server's, with a heartbeat of that count behind it.
-    void server_tells(EntityId writer_id, SequenceNumber number, const ByteBuffer& payload, Count count) {
+    void server_tells(EntityId writer_id, SequenceNumber number, const ByteBuffer& payload, Count count,
+                      uint8_t server = kServer) {
         receive(
-            kServer,
+            server,
             [&](MessageWriter& writer) {
                 Data data;
                 data.writer = writer_id;
@@ -277,18 +278,21 @@ class RandomServers : public DiscoveryServerTest {
         if (!has_server)
             return;
         if (asks)
-            receive(
-                server_id,
-                [&](MessageWriter& writer) {
-                    AckNack acknack;
-                    acknack.reader = entity::participant_reader;
-                    acknack.writer = entity::participant_writer;
-                    acknack.count = ++asked;
-                    writer.add_acknack(acknack);
-                },
-                true);
+            hear_server([&](MessageWriter& writer) {
+                AckNack acknack;
+                acknack.reader = entity::participant_reader;
+                acknack.writer = entity::participant_writer;
+                acknack.count = ++asked;
+                writer.add_acknack(acknack);
+            });
         for (auto& [id, writer] : model.writers)
             repeat(id, writer);
+    }
+    /// Whatever its GUID, it is at the address of the server.
+    void hear_server(const std::function<void(MessageWriter&)>& fill) {
+        source_host = kServer;
+        receive(server_id, fill, true);
+        source_host = 0;
     }
     void answer_of(uint8_t client) {
         const uint32_t port = std::exchange(source_port, 50007);
@@ -301,23 +305,20 @@ class RandomServers : public DiscoveryServerTest {
         for (SequenceNumber number = 1; number <= end; ++number) {
             if (number <= from.acknowledged && !(is_due && number == 1 && id == entity::participant_writer))
                 continue;
-            receive(
-                server_id,
-                [&](MessageWriter& writer) {
-                    Data data;
-                    data.writer = id;
-                    data.sequence_number = number;
-                    data.has_payload = true;
-                    data.payload = from.samples[static_cast<size_t>(number - 1)];
-                    writer.add_data(data);
-                    Heartbeat heartbeat;
-                    heartbeat.writer = id;
-                    heartbeat.first = 1;
-                    heartbeat.last = end;
-                    heartbeat.count = ++from.count;
-                    writer.add_heartbeat(heartbeat);
-                },
-                true);
+            hear_server([&](MessageWriter& writer) {
+                Data data;
+                data.writer = id;
+                data.sequence_number = number;
+                data.has_payload = true;
+                data.payload = from.samples[static_cast<size_t>(number - 1)];
+                writer.add_data(data);
+                Heartbeat heartbeat;
+                heartbeat.writer = id;
+                heartbeat.first = 1;
+                heartbeat.last = end;
+                heartbeat.count = ++from.count;
+                writer.add_heartbeat(heartbeat);
+            });
         }
     }
 
@@ -379,6 +380,30 @@ TEST_F(RandomServers, EachClientIsToldOfOnceAndEndsOnce) {
         EXPECT_LE(std::count(recorder.history.begin(), recorder.history.end(), "+" + name), 1) << name;
     }
     EXPECT_TRUE(recorder.contradictions.empty());
+}
+
+TEST_F(ServerThatComesBack, NoOtherParticipantSpeaksInItsPlace) {
+    ParticipantData stranger = server();
+    stranger.guid.prefix = prefix(7);
+    announce(stranger);
+    server_tells(entity::participant_writer, 1, encode(stranger), 1, 7);
+    server_tells(entity::participant_writer, 2, encode(remote(6)), 2, 7);
+    server_tells(entity::publications_writer, 1, encode(writer_of(kClient, "forged")), 1, 7);
+    receive(7, [&](MessageWriter& writer) {
+        add_end(writer, entity::publications_writer, 2, writer_of(kClient, "").guid);
+        add_end(writer, entity::participant_writer, 3, {prefix(kClient), entity::participant});
+    });
+    EXPECT_EQ(recorder.history, (Lines{"+early"}));
+    EXPECT_EQ(recorder.participants.count(prefix(kClient)), 1u);
+    EXPECT_EQ(recorder.participants.count(prefix(6)), 0u);
+}
+
+TEST_F(DiscoveryServerTest, ItMaySpeakFromAnotherOfItsAddresses) {
+    start();
+    source_host = 99;
+    server_tells(entity::participant_writer, 1, encode(server()), 1);
+    server_tells(entity::participant_writer, 2, encode(remote(kClient)), 2);
+    EXPECT_EQ(recorder.participants.count(prefix(kClient)), 1u);
 }
 
 TEST_F(DiscoveryServerTest, ClientsOfALostServerLeaveWhenTheyNoLongerAnswer) {

@@ -397,19 +397,27 @@ TEST_P(DataListener, NamesTheWriterItKnows) {
     EXPECT_EQ(available(), "12:25:30 New data         " + kUnknown) << "another writer of the participant";
 }
 
-// Writers come and go on a topic as long as the tool runs.
-TEST_P(DataListener, ForgetsTheWriterThatWroteLongestAgo) {
-    const auto record = [this](uint32_t number) {
+/// Records writers by number, and looks at the lines of their samples.
+class WritersOfTopic : public DataListener {
+  protected:
+    void record(uint32_t number, const std::string& partition = "") {
         RtpsGuid guid = kWriter;
         guid.hostId = number;
-        ASSERT_TRUE(listener().record_writer(guid, "10.1.2.3", {}, {}, {}));
-    };
-    const auto knows = [this](uint32_t number) {
+        ASSERT_TRUE(listener().record_writer(guid, "10.1.2.3", {}, string_seq({partition.c_str()}), {}));
+    }
+    bool knows(uint32_t number) {
         untyped.infos = {sample()};
         for (unsigned i = 0; i < 4; ++i)
             untyped.infos[0].publication_handle.keyHash[i] = static_cast<DDS_Octet>(number >> (24 - 8 * i));
         return available().find("unknown ip") == std::string::npos;
-    };
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Keyed, WritersOfTopic, ::testing::Bool(),
+                         [](const auto& one) { return one.param ? "Yes" : "No"; });
+
+// Writers come and go on a topic as long as the tool runs.
+TEST_P(WritersOfTopic, TheOneThatWroteLongestAgoIsForgotten) {
     record(kWriter.hostId);
     for (uint32_t number = 1; number < 4096; ++number)
         record(0x02000000 + number);
@@ -420,6 +428,22 @@ TEST_P(DataListener, ForgetsTheWriterThatWroteLongestAgo) {
     EXPECT_FALSE(knows(0x02000001));
     EXPECT_TRUE(knows(0x02000002));
     EXPECT_TRUE(knows(0x03000000));
+}
+
+TEST_P(WritersOfTopic, LongNamesAndPartitionsLeaveRoomForFewer) {
+    const std::string partition(60000, 'p');
+    record(1);
+    for (uint32_t number = 2; number < 100; ++number) {
+        record(number, partition);
+        record(number, partition); // again: it counts once
+    }
+    EXPECT_FALSE(knows(1));
+    EXPECT_FALSE(knows(80));
+    for (uint32_t number = 92; number < 100; ++number)
+        EXPECT_TRUE(knows(number)) << number;
+    record(99, partition + partition + partition + partition + partition + partition + partition + partition +
+                   partition + partition);
+    EXPECT_TRUE(knows(99)) << "one is always known";
 }
 
 TEST_P(DataListener, CannotKnowTheUnknownGuid) {

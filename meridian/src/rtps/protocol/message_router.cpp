@@ -79,8 +79,11 @@ bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId send
             participants_.hear(context.source, sender, datagram_.source, context.destination == own_prefix_,
                                std::exchange(datagram_.uncounted, 0), now_);
     }
-    return hears_everything() ||
-           (datagram_.hearing == Hearing::announcements && sender == entity::participant_writer);
+    if (sender == entity::participant_writer)
+        return datagram_.hearing != Hearing::nothing;
+    const bool tells_of_endpoints = sender.is_builtin() && sender.is_writer();
+    return hears_everything() && (!tells_of_endpoints || participants_.may_tell_of_endpoints(
+                                                             context.source, datagram_.source, now_));
 }
 
 template <typename Function>
@@ -200,11 +203,19 @@ void MessageRouter::tell_writer(const MessageContext& context, const Submessage&
                                 void (ReliableWriter::*operation)(const Guid&, const Submessage&,
                                                                   MonotonicTime)) {
     const LocalEndpoint* local = locals_.find(submessage.writer);
-    if (local != nullptr && local->writer)
+    // What is asked for in another's name would go to that one, many times the bytes of the question.
+    if (local != nullptr && local->writer &&
+        (!submessage.reader.is_builtin() ||
+         participants_.may_tell_of_endpoints(context.source, datagram_.source, now_)))
         ((*local->writer).*operation)(Guid{context.source, submessage.reader}, submessage, now_.monotonic);
 }
 
 void MessageRouter::on_acknack(const MessageContext& context, const AckNack& acknack) {
+    const LocalEndpoint* local = locals_.find(acknack.writer);
+    if (local != nullptr && local->writer) {
+        if (const std::optional<bool> is_right = local->writer->knows_what_was_told(acknack))
+            participants_.on_answer(context.source, datagram_.source, *is_right);
+    }
     tell_writer(context, acknack, &ReliableWriter::on_acknack);
 }
 

@@ -23,6 +23,11 @@ constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 constexpr Duration kRelayPatience = std::chrono::seconds(15);
 constexpr Duration kRelayAskPause = std::chrono::seconds(3);
 
+std::string described(const RemoteParticipant& remote) {
+    return "participant " + to_string(remote.data->guid.prefix) +
+           (remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"");
+}
+
 } // namespace
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
@@ -105,17 +110,25 @@ void ParticipantDiscovery::choose_all_routes(Now now) {
     }
 }
 
+void ParticipantDiscovery::tell_of_two(const RemoteParticipant& remote, const Locator& other) {
+    const std::string prefix = to_string(remote.data->guid.prefix);
+    warnings_.error_of_others("two participants " + prefix,
+                              described(remote) + " announces itself from " +
+                                  to_string(remote.announced_from) + " and otherwise from " +
+                                  to_string(other) +
+                                  ": two applications have the same GUID, or one is forged; the second one "
+                                  "is not seen");
+}
+
 void ParticipantDiscovery::tell_if_unreachable(const RemoteParticipant& remote) {
     if (!remote.metatraffic.locators.empty())
         return;
-    const std::string name = remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"";
     const char* reason = announces_udp(remote.data->metatraffic_unicast)
                              ? "no interface in use leads to the addresses that it announces"
                              : "it announces no UDP address, perhaps shared memory or TCP only";
-    warnings_.error_of_others("not reachable " + to_string(remote.data->guid.prefix),
-                              "participant " + to_string(remote.data->guid.prefix) + name +
-                                  " is seen but not reachable: " + reason +
-                                  "; its endpoints are not discovered");
+    warnings_.error_of_others(
+        "not reachable " + to_string(remote.data->guid.prefix),
+        described(remote) + " is seen but not reachable: " + reason + "; its endpoints are not discovered");
 }
 
 bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
@@ -162,13 +175,23 @@ bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator&
     const std::string* type = property(data, kParticipantType);
     if (type == nullptr || (*type != "SERVER" && *type != "BACKUP"))
         return false;
+    const auto is_there = [this](const Locator& from, const Locator& server) {
+        return from.address == server.address ||
+               (output_.stays_on_host(from) && output_.stays_on_host(server));
+    };
+    const auto speaks_from = [&](const Locator& server) {
+        return std::any_of(remotes_.begin(), remotes_.end(), [&](const auto& entry) {
+            return entry.second->is_server && is_there(entry.second->announced_from, server);
+        });
+    };
     // It may announce other addresses than the one that the user knows, but the port is what it listens at.
+    // It may also speak from another one; but any participant can announce the one that the user knows.
     return std::any_of(config_.servers.begin(), config_.servers.end(), [&](const Locator& server) {
-        return std::any_of(data.metatraffic_unicast.begin(), data.metatraffic_unicast.end(),
-                           [&](const Locator& own) {
-                               return own.port == server.port &&
-                                      (own.address == server.address || source.address == server.address);
-                           });
+        return std::any_of(
+            data.metatraffic_unicast.begin(), data.metatraffic_unicast.end(), [&](const Locator& own) {
+                return own.port == server.port &&
+                       (is_there(source, server) || (own.address == server.address && !speaks_from(server)));
+            });
     });
 }
 

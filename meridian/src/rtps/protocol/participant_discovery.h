@@ -13,6 +13,10 @@
 // word from another socket of a discovery server is such a one. Until it counts nothing is heard but what it
 // announces of itself: an acknowledgement by what its former life told would make it pass over what is new.
 //
+// What it tells of its endpoints counts from the sockets that it used at first; from another one only after
+// an answer from there has named a number that this side told the participant (see Credit). Any sender can
+// write its prefix, and one forged sample takes the number of a real one, or ends an endpoint, for good.
+//
 // The table has a limit. When it is reached, those make room that were never heard again after their first
 // packets, the oldest first; then those that are silent for kLongSilence.
 
@@ -102,6 +106,12 @@ class ParticipantDiscovery {
     Hearing hear(const GuidPrefix& prefix, EntityId sender, const Locator& source, bool is_to_us,
                  size_t bytes, Now now);
 
+    /// Whether what comes from this socket in the participant's name tells of its endpoints, or asks for
+    /// those of this side.
+    bool may_tell_of_endpoints(const GuidPrefix& prefix, const Locator& source, Now now);
+    /// An acknowledgement came from there; is_right: it named a number that this side told.
+    void on_answer(const GuidPrefix& prefix, const Locator& source, bool is_right);
+
     void ignore(const GuidPrefix& prefix, Now now);
     /// Whether what the one announces of the other, or of its endpoints, counts. Each participant speaks for
     /// itself alone: a participant that could end what others have could hide it. Only a discovery server
@@ -151,6 +161,8 @@ class ParticipantDiscovery {
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_announcements(const RemoteParticipant& remote) const;
     void tell_if_unreachable(const RemoteParticipant& remote);
+    /// Another participant with its prefix announces itself from there.
+    void tell_of_two(const RemoteParticipant& remote, const Locator& other);
     void announce(Now now);
     void choose_all_routes(Now now);
 

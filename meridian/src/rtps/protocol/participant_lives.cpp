@@ -22,9 +22,10 @@ const ByteBuffer* incarnation(const ParticipantData& data) {
     return nullptr;
 }
 
-bool shares_a_port(const LocatorList& a, const LocatorList& b) {
-    return std::any_of(a.begin(), a.end(), [&b](const Locator& x) {
-        return std::any_of(b.begin(), b.end(), [&x](const Locator& y) { return x.port == y.port; });
+template <typename Same>
+bool shares(const LocatorList& a, const LocatorList& b, Same same) {
+    return std::any_of(a.begin(), a.end(), [&](const Locator& x) {
+        return std::any_of(b.begin(), b.end(), [&](const Locator& y) { return same(x, y); });
     });
 }
 
@@ -52,7 +53,14 @@ bool another_life(const ParticipantData& a, const ParticipantData& b) {
     if (!(a.vendor == b.vendor))
         return true;
     return !a.metatraffic_unicast.empty() && !b.metatraffic_unicast.empty() &&
-           !shares_a_port(a.metatraffic_unicast, b.metatraffic_unicast);
+           !shares(a.metatraffic_unicast, b.metatraffic_unicast,
+                   [](const Locator& x, const Locator& y) { return x.port == y.port; });
+}
+
+bool shares_an_address(const ParticipantData& a, const ParticipantData& b) {
+    return shares(a.metatraffic_unicast, b.metatraffic_unicast, [](const Locator& x, const Locator& y) {
+        return x.kind == y.kind && x.address == y.address;
+    });
 }
 
 bool same_content(const ParticipantData& a, const ParticipantData& b) {

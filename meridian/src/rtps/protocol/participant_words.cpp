@@ -11,6 +11,9 @@ namespace meridian::rtps {
 namespace {
 
 constexpr int kRefusals = 2;
+constexpr int kMostGuesses = 1000;
+// All sockets with which a participant tells of its endpoints are heard of so soon.
+constexpr Duration kFirstSockets = std::chrono::seconds(1);
 
 bool is_other_socket_of_host(const Locator& a, const Locator& b) {
     return a.kind == b.kind && a.address == b.address && a.port != b.port;
@@ -113,7 +116,7 @@ void ParticipantDiscovery::on_announcement(const Announcement& announced, Now no
     // same number, but in a socket of its own.
     if (announced.number == remote->sequence_number && of_this_domain(*announced.data) &&
         !is_other_socket_of_host(announced.source, remote->announced_from) &&
-        !another_life(*remote->data, *announced.data))
+        !another_life(*remote->data, *announced.data) && shares_an_address(*remote->data, *announced.data))
         return;
     if (announced.source == remote->announced_from)
         take(*remote, announced, false, now);
@@ -186,7 +189,9 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
 void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
     Doubt& doubt = *remote.doubt;
     if (doubt.answered && ++doubt.refusals >= kRefusals) {
-        if (remote.other_sources.size() < kMaxOtherSources)
+        if (doubt.said.data != nullptr && !same_content(*remote.data, *doubt.said.data))
+            tell_of_two(remote, doubt.said.source);
+        else if (remote.other_sources.size() < kMaxOtherSources)
             remote.other_sources.push_back(doubt.said.source);
         remote.doubt = nullptr;
     } else if (doubt.answered || doubt.asked < kAskTimes) {
@@ -202,6 +207,33 @@ void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
             remote.is_server || is_other_socket_of_host(settled->said.source, remote.announced_from);
         take(remote, settled->said, is_other_socket, now);
     }
+}
+
+bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const Locator& source, Now now) {
+    Remote* remote = find_remote(prefix);
+    if (remote == nullptr || remote->tells_of_endpoints_from(source))
+        return true;
+    if (now.monotonic - remote->discovered_at < kFirstSockets) {
+        remote->add_endpoint_source(source);
+        return true;
+    }
+    if (remote->ask_source_at <= now.monotonic) {
+        remote->ask_source_at = now.monotonic + kAskPause;
+        listener_.on_participant_doubted(*remote);
+    }
+    return false;
+}
+
+void ParticipantDiscovery::on_answer(const GuidPrefix& prefix, const Locator& source, bool is_right) {
+    Remote* remote = find_remote(prefix);
+    if (remote == nullptr || remote->tells_of_endpoints_from(source))
+        return;
+    if (!is_right)
+        remote->guesses = std::min(remote->guesses + 1, kMostGuesses);
+    else if (remote->guesses > 0)
+        --remote->guesses;
+    else
+        remote->add_endpoint_source(source);
 }
 
 } // namespace meridian::rtps

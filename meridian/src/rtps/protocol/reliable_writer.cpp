@@ -321,16 +321,19 @@ void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<Hole>
 }
 
 void ReliableWriter::judge_address(const Route& route, const AckNack& acknack) {
-    if (!config_.secret_begin || route.credit == nullptr)
+    const std::optional<bool> is_right = knows_what_was_told(acknack);
+    if (!is_right || route.credit == nullptr)
         return;
-    const bool knows_a_number =
-        acknack.missing.base > *config_.secret_begin && acknack.missing.base <= last_ + 1;
-    if (knows_a_number && !is_preemptive(acknack)) {
-        for (const Locator& address : route.locators)
-            route.credit->confirm(address);
-    } else if (acknack.missing.base > 1) {
-        route.credit->doubt();
-    }
+    if (!*is_right)
+        return route.credit->doubt();
+    for (const Locator& address : route.locators)
+        route.credit->confirm(address);
+}
+
+std::optional<bool> ReliableWriter::knows_what_was_told(const AckNack& acknack) const {
+    if (!config_.secret_begin || acknack.missing.base <= 1)
+        return std::nullopt;
+    return acknack.missing.base > *config_.secret_begin && acknack.missing.base <= last_ + 1;
 }
 
 void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {

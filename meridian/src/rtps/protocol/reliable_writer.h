@@ -57,6 +57,8 @@ class ReliableWriter final {
 
     void on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now);
     void on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now);
+    /// Whether it names a number that only those know who were sent it; nullopt: nothing follows from it.
+    std::optional<bool> knows_what_was_told(const AckNack& acknack) const;
 
     /// A heartbeat to this reader, if it is matched: it answers with an acknowledgement.
     void ask(const Guid& reader);
