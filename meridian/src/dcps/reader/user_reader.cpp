@@ -17,8 +17,6 @@ namespace meridian::dcps {
 
 namespace {
 
-/// Most topics of a large domain are quiet; what traffic needs stays after its first samples.
-constexpr DDS_Long kInitialSamples = 1;
 /// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
 constexpr size_t kMostReceived = 64;
 /// What a reader takes with its topic, its announcements and who uses it, though nothing was sent to it:
@@ -41,7 +39,7 @@ std::unique_ptr<UserReader> UserReader::create(ReaderOwner& subscriber, TopicImp
 
 UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type,
                        const rtps::Guid& guid, const DDS_DataReaderQos& qos, DeliveryThread& delivery)
-    : UserEndpoint(topic, std::move(type), guid, qos, kInitialSamples),
+    : UserEndpoint(topic, std::move(type), guid, qos),
       subscriber_(subscriber),
       delivery_(delivery),
       share_(MemoryBudget::of_process()),

@@ -14,7 +14,6 @@ namespace meridian::dcps {
 
 namespace {
 
-constexpr DDS_Long kInitialBuffers = 1;
 constexpr std::chrono::milliseconds kPollPeriod{1};
 
 /// In the byte order of this machine (DDSI-RTPS 2.5, 10.5; DDS-XTypes 1.3, 7.6.2.1.2).
@@ -87,7 +86,7 @@ std::unique_ptr<UserWriter> UserWriter::create(WriterOwner& publisher, TopicImpl
 
 UserWriter::UserWriter(WriterOwner& publisher, TopicImpl& topic, TypeRegistry::Type type,
                        const rtps::Guid& guid, const DDS_DataWriterQos& qos)
-    : UserEndpoint(topic, std::move(type), guid, qos, kInitialBuffers), publisher_(publisher) {}
+    : UserEndpoint(topic, std::move(type), guid, qos), publisher_(publisher) {}
 
 UserWriter::~UserWriter() {
     stop();
