@@ -67,7 +67,7 @@ DDS_StringSeq to_string_seq(const std::vector<std::string>& strings) {
 std::vector<std::string> to_strings(const DDS_StringSeq& strings) {
     std::vector<std::string> result;
     for (DDS_Long i = 0; i < strings.length(); ++i)
-        result.emplace_back(strings[i] != nullptr ? strings[i] : "");
+        result.push_back(to_text(strings[i]));
     return result;
 }
 
@@ -87,6 +87,20 @@ rtps::ByteBuffer to_bytes(const DDS_OctetSeq& octets) {
     for (DDS_Long i = 0; i < octets.length(); ++i)
         bytes.push_back(octets[i]);
     return bytes;
+}
+
+std::string to_text(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+std::vector<rtps::Property> to_properties(const DDS_PropertyQosPolicy& policy, Properties which) {
+    std::vector<rtps::Property> properties;
+    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
+        const DDS_Property_t& property = policy.value[i];
+        if (which == Properties::all || property.propagate)
+            properties.push_back({to_text(property.name), to_text(property.value)});
+    }
+    return properties;
 }
 
 } // namespace meridian::discovery

@@ -10,7 +10,7 @@
 #include "meridian/property.h"
 #include "meridian/sequence.h"
 #include "meridian/time.h"
-#include "rtps/wire/types.h"
+#include "rtps/wire/discovery_data.h"
 
 namespace meridian::discovery {
 
@@ -33,5 +33,10 @@ DDS_StringSeq to_string_seq(const std::vector<std::string>& strings);
 std::vector<std::string> to_strings(const DDS_StringSeq& strings);
 DDS_OctetSeq to_octet_seq(const rtps::ByteBuffer& bytes);
 rtps::ByteBuffer to_bytes(const DDS_OctetSeq& octets);
+
+/// Null becomes empty.
+std::string to_text(const char* text);
+enum class Properties { all, propagated };
+std::vector<rtps::Property> to_properties(const DDS_PropertyQosPolicy& policy, Properties which);
 
 } // namespace meridian::discovery

@@ -1,6 +1,7 @@
 #include "platform/text.h"
 
-#include <algorithm>
+#include <arpa/inet.h>
+
 #include <array>
 
 namespace meridian {
@@ -155,6 +156,16 @@ void append_utf16_of(std::u16string& out, char32_t point) {
     } else {
         out += static_cast<char16_t>(point);
     }
+}
+
+std::string ipv4_text(const uint8_t* address) {
+    char text[INET_ADDRSTRLEN] = "";
+    return inet_ntop(AF_INET, address, text, sizeof text);
+}
+
+std::string ipv6_text(const uint8_t* address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    return inet_ntop(AF_INET6, address, text, sizeof text);
 }
 
 void append_hex(std::string& out, uint8_t octet) {
