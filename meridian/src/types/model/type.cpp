@@ -143,16 +143,28 @@ bool equal(const Type& a, const Type& b) {
     return Comparison().same(&a, &b);
 }
 
+Type* TypeGraph::add(DDS_TCKind kind) {
+    if (nodes_.size() >= kMaxGraphNodes)
+        return nullptr;
+    Type& made = nodes_.emplace_back(*this);
+    made.kind = kind;
+    return &made;
+}
+
 const Type* TypeGraph::primitive(DDS_TCKind kind) {
     const Type*& slot = primitives_[kind];
-    if (slot == nullptr) {
-        Type* made = add();
-        if (made == nullptr)
-            return nullptr;
-        made->kind = kind;
-        slot = made;
-    }
+    if (slot == nullptr)
+        slot = add(kind);
     return slot;
+}
+
+const Type* TypeGraph::text(DDS_TCKind kind, uint32_t bound) {
+    if (bound == 0)
+        return primitive(kind);
+    Type* made = add(kind);
+    if (made != nullptr)
+        made->bound = bound;
+    return made;
 }
 
 } // namespace meridian::types

@@ -102,13 +102,11 @@ class TypeGraph {
     TypeGraph& operator=(const TypeGraph&) = delete;
 
     /// A new node; null when the graph is full.
-    Type* add() {
-        if (nodes_.size() >= kMaxGraphNodes)
-            return nullptr;
-        return &nodes_.emplace_back(*this);
-    }
+    Type* add(DDS_TCKind kind = DDS_TK_NULL);
     /// The node of a primitive kind, made once per graph.
     const Type* primitive(DDS_TCKind kind);
+    /// A string or wide string; bound 0: any length.
+    const Type* text(DDS_TCKind kind, uint32_t bound);
     /// Counts members against the limit.
     bool count_members(size_t count) {
         members_ += count;
