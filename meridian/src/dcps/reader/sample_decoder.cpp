@@ -1,7 +1,6 @@
 #include "dcps/reader/sample_decoder.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "dcps/common/instance_keys.h"
 #include "dcps/reader/payload_stream.h"

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <type_traits>
 
 #include "platform/text.h"
 #include "types/data/cdr_walker.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 #include <tuple>
-#include <utility>
 
 namespace meridian::types {
 
