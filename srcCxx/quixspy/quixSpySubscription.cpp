@@ -50,25 +50,6 @@ bool are_equal(const DDS_TypeCode& a, const DDS_TypeCode& b) {
     return a.equal(&b, exception) && exception == DDS_NO_EXCEPTION_CODE;
 }
 
-/// True for a structure with key members, those of its bases included.
-bool has_key(const DDS_TypeCode* type) {
-    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-    while (type != nullptr && type->kind(exception) == DDS_TK_ALIAS)
-        type = type->content_type(exception);
-    while (type != nullptr) {
-        const DDS_TCKind kind = type->kind(exception);
-        if (kind != DDS_TK_STRUCT && kind != DDS_TK_VALUE)
-            return false;
-        const DDS_UnsignedLong count = type->member_count(exception);
-        for (DDS_UnsignedLong i = 0; i < count; ++i) {
-            if (type->is_member_key(i, exception))
-                return true;
-        }
-        type = kind == DDS_TK_VALUE ? type->concrete_base_type(exception) : nullptr;
-    }
-    return false;
-}
-
 /// How a participant can serve a publication.
 enum class Fit {
     watching, // has the topic, with the same type
@@ -103,7 +84,7 @@ Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& parti
 bool differs_in_key(const ParticipantNode& node, const DDS_TypeCode* registered,
                     const Publication& publication) {
     if (registered != nullptr)
-        return has_key(registered) != publication.keyed;
+        return registered->has_key() != publication.keyed;
     const TopicNode* const topic = node.find_type(publication.typeName);
     return topic != nullptr && topic->listener->is_keyed() != publication.keyed;
 }
@@ -349,7 +330,7 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDSTopic* topic = nullptr;
     // A reader of dynamic data is of the kind that its type says, and never matched with writers of the
     // other.
-    if (publication.typeCode != nullptr && has_key(publication.typeCode) != publication.keyed)
+    if (publication.typeCode != nullptr && publication.typeCode->has_key() != publication.keyed)
         agent.output().progress("ferret: using non dynamic data type instead\n");
     else if (publication.typeCode != nullptr)
         topic_node->typeSupport = register_dynamic_type(agent, *node.participant, publication);

@@ -264,9 +264,7 @@ rtps::KeyHash padded(const rtps::ByteBuffer& key) {
 } // namespace
 
 KeyHasher::KeyHasher(const SampleReader& reader)
-    : reader_(reader),
-      fixed_(reader.type()),
-      keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
+    : reader_(reader), fixed_(reader.type()), keyed_(has_key_members(reader.type())) {
     const auto xcdr1 = LargestKey(rtps::kXcdr1MaxAlignment).end_of(reader.type(), true, 0);
     const auto xcdr2 = LargestKey(rtps::kXcdr2MaxAlignment).end_of(reader.type(), true, 0);
     digest_xcdr1_ = !xcdr1;

@@ -68,6 +68,10 @@ bool is_scalar(const Type* type) {
     }
 }
 
+bool has_key_members(const Type& type) {
+    return type.is_aggregate() && !visit_members(type, [](const Member& member) { return !member.key; });
+}
+
 const Member* select_union_member(const Type& type, int64_t discriminator) {
     // Labels are announced as int32, so only the lower 32 bits of others: those from 2^31 on as negative
     // ones.

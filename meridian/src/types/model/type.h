@@ -4,6 +4,7 @@
 // recursive types need no weak pointers, and is immutable once it is built. A TypeRef holds one node and
 // keeps its graph alive.
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <deque>
@@ -84,6 +85,16 @@ bool is_scalar(const Type* type);
 /// Octets that hold an enumeration, bit mask or bit set of so many bits.
 size_t size_of_bits(uint16_t bits);
 
+/// Calls visit(member) for each member of a structure in the order of the wire, those of the outermost base
+/// first, until it returns false.
+template <typename Visit>
+bool visit_members(const Type& type, Visit visit) {
+    if (type.base != nullptr && !visit_members(*type.base, visit))
+        return false;
+    return std::all_of(type.members.begin(), type.members.end(), visit);
+}
+/// Whether the type is a structure, and it or one of its bases has key members.
+bool has_key_members(const Type& type);
 /// The member of a union that a discriminator selects: the one with that label, else the default one, else
 /// null.
 const Member* select_union_member(const Type& type, int64_t discriminator);
