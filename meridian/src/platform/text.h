@@ -38,20 +38,11 @@ std::string ipv6_text(const uint8_t* address);
 /// Two hexadecimal digits, in lower case.
 void append_hex(std::string& out, uint8_t octet);
 
-/// How many octets the control character at a place of valid UTF-8 has: U+0000 to U+001F, U+007F, and those
-/// up to U+009F, which terminals obey too. 0 for other characters. The last of its octets is its number.
-size_t control_at(std::string_view text, size_t at);
-
 /// Whether an octet is a character of valid UTF-8 that needs no escape in any quoted text.
 constexpr bool is_plain(char c) {
     return c >= 0x20 && c < 0x7f && c != '"' && c != '\'' && c != '\\';
 }
 /// How many octets at the start of a text are so.
 size_t plain_length(std::string_view text);
-
-/// The number of a character at a place of valid UTF-8 that ends lines or turns the direction of what stands
-/// around it: U+2028, U+2029, U+202A to U+202E, U+2066 to U+2069, of three octets each. 0 for other
-/// characters.
-uint16_t format_at(std::string_view text, size_t at);
 
 } // namespace meridian

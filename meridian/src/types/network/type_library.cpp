@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "meridian/utf8.h"
 #include "platform/text.h"
 
 namespace meridian::types {
@@ -218,10 +219,10 @@ std::string printable(const std::string& name) {
     std::string valid;
     append_utf8(valid, name);
     std::string clean;
-    for (size_t i = 0; i < valid.size(); ++i) {
-        const size_t control = control_at(valid, i);
-        clean += control != 0 ? '_' : valid[i];
-        i += control == 2 ? 1 : 0;
+    for (std::string_view rest = valid; !rest.empty();) {
+        const QUIXCharacter character = QUIXCharacter_first(rest);
+        clean += character.is_control() ? "_" : rest.substr(0, character.length);
+        rest.remove_prefix(character.length);
     }
     return clean;
 }
