@@ -42,12 +42,19 @@ size_t primitive_size(DDS_TCKind kind) {
     }
 }
 
-size_t size_of_bits(uint16_t bits) {
-    if (bits <= 8)
+size_t number_size(const Type& type) {
+    if (type.kind != DDS_TK_ENUM && type.kind != DDS_TK_BITMASK && type.kind != DDS_TK_BITSET)
+        return primitive_size(type.kind);
+    if (type.bit_bound <= 8)
         return 1;
-    if (bits <= 16)
+    if (type.bit_bound <= 16)
         return 2;
-    return bits <= 32 ? 4 : 8;
+    return type.bit_bound <= 32 ? 4 : 8;
+}
+
+bool is_primitive(const Type* type) {
+    type = resolve_alias(type);
+    return type != nullptr && primitive_size(type->kind) != 0;
 }
 
 bool is_scalar(const Type* type) {

@@ -82,8 +82,10 @@ inline bool is_whole_number(DDS_TCKind kind) {
 }
 /// Whether values of the type, behind its aliases, have no parts.
 bool is_scalar(const Type* type);
-/// Octets that hold an enumeration, bit mask or bit set of so many bits.
-size_t size_of_bits(uint16_t bits);
+/// The same for a primitive type, enumeration, bit mask or bit set; 0 for others. Not looking behind aliases.
+size_t number_size(const Type& type);
+/// Whether the type, behind its aliases, is a primitive one.
+bool is_primitive(const Type* type);
 
 /// Calls visit(member) for each member of a structure in the order of the wire, those of the outermost base
 /// first, until it returns false.
