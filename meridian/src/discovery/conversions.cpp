@@ -1,6 +1,7 @@
 #include "discovery/conversions.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "rtps/wire/guid_key.h"
 
@@ -36,21 +37,28 @@ std::optional<rtps::WireTime> to_wire_time(const DDS_Time_t& time) {
     return rtps::WireTime{time.sec, rtps::fraction_from_nanoseconds(time.nanosec)};
 }
 
-DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
+DDS_InstanceHandle_t to_handle(const rtps::KeyHash& key) {
     DDS_InstanceHandle_t handle{};
-    const rtps::KeyHash key = rtps::key_hash_of(guid);
     std::copy(key.begin(), key.end(), handle.keyHash);
     handle.length = sizeof handle.keyHash;
     handle.isValid = true;
     return handle;
 }
 
+DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
+    return to_handle(rtps::key_hash_of(guid));
+}
+
+rtps::KeyHash to_key_hash(const DDS_Octet (&octets)[16]) {
+    rtps::KeyHash key;
+    std::copy(std::begin(octets), std::end(octets), key.begin());
+    return key;
+}
+
 std::optional<rtps::Guid> to_guid(const DDS_InstanceHandle_t& handle) {
     if (!handle.isValid || handle.length != sizeof handle.keyHash)
         return std::nullopt;
-    rtps::KeyHash key;
-    std::copy_n(handle.keyHash, key.size(), key.begin());
-    return rtps::guid_of(key);
+    return rtps::guid_of(to_key_hash(handle.keyHash));
 }
 
 DDS_BuiltinTopicKey_t to_key(const rtps::Guid& guid) {

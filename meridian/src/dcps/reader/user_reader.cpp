@@ -6,7 +6,6 @@
 #include <cstring>
 #include <utility>
 
-#include "dcps/common/instance_keys.h"
 #include "dcps/reader/read_condition.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
@@ -204,7 +203,7 @@ DDS_StatusMask UserReader::store_now(const Change& change) {
         default:
             return DDS_STATUS_MASK_NONE;
     }
-    return statuses_.sample_rejected(reason, keyed_ ? instance_handle(change.key) : DDS_HANDLE_NIL);
+    return statuses_.sample_rejected(reason, keyed_ ? discovery::to_handle(change.key) : DDS_HANDLE_NIL);
 }
 
 void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {
