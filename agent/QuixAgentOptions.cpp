@@ -8,7 +8,6 @@
 
 #include "agent/QuixAgent.h"
 #include "agent/QuixAgentOptionTable.h"
-#include "meridian/string.h"
 
 bool checkRegex(std::string name) {
     // Not isalnum: what counts as a letter must not depend on the locale.

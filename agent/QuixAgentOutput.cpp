@@ -6,7 +6,6 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -139,24 +138,25 @@ void QuixAgentOutput::print(const char* format, ...) {
 }
 
 bool QuixAgentOutput::fail(const char* format, ...) {
-    if (theVerbosity >= 1) {
-        va_list values;
-        va_start(values, format);
-        put_formatted(format, values);
-        va_end(values);
-        flush();
-    }
+    va_list values;
+    va_start(values, format);
+    tell_from(1, format, values);
+    va_end(values);
     return false;
 }
 
 void QuixAgentOutput::progress(const char* format, ...) {
-    if (theVerbosity >= 2) {
-        va_list values;
-        va_start(values, format);
-        put_formatted(format, values);
-        va_end(values);
-        flush();
-    }
+    va_list values;
+    va_start(values, format);
+    tell_from(2, format, values);
+    va_end(values);
+}
+
+void QuixAgentOutput::tell_from(int32_t verbosity, const char* format, va_list values) {
+    if (theVerbosity < verbosity)
+        return;
+    put_formatted(format, values);
+    flush();
 }
 
 bool QuixAgentOutput::has_rest() const {

@@ -81,6 +81,7 @@ class QuixAgentOutput {
   private:
     size_t append(std::string_view text);
     void put_formatted(const char* format, va_list values);
+    void tell_from(int32_t verbosity, const char* format, va_list values);
     bool write_leaving(std::unique_lock<std::mutex>& lock);
     ssize_t write_some(const char* text, size_t length);
     bool wait_for_room();

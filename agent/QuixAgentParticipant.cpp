@@ -5,7 +5,6 @@
 
 #include "agent/QuixAgentQosProfile.h"
 #include "meridian/builtin_topics.h"
-#include "meridian/string.h"
 
 namespace {
 

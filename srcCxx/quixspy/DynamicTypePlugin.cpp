@@ -98,18 +98,17 @@ void print(const DynamicType* sample, const char* description, int indent, const
     QUIXLog_print("%s\n", sample == nullptr ? "NULL" : what);
 }
 
-PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData participantData,
-                                           const PRESTypePluginEndpointInfo* info,
+PRESTypePluginEndpointData attach_endpoint(const PRESTypePluginEndpointInfo* info,
                                            PRESTypePluginCreateFunction createSample,
                                            PRESTypePluginCreateFunction createKey) {
     const PRESTypePluginDestroyFunction drop = [](void* record) {
         DynamicTypePluginSupport_destroy_data(static_cast<DynamicType*>(record));
     };
-    PRESTypePluginEndpointData data = PRESTypePluginDefaultEndpointData_new(
-        participantData, info, createSample, drop, createKey, createKey ? drop : nullptr);
+    PRESTypePluginEndpointData data =
+        PRESTypePluginDefaultEndpointData_new(createSample, drop, createKey, createKey ? drop : nullptr);
     if (data != nullptr && info->endpointKind == PRES_TYPEPLUGIN_ENDPOINT_WRITER &&
         !PRESTypePluginDefaultEndpointData_createWriterPool(
-            data, info, DynamicTypePlugin_get_serialized_sample_max_size(data, false, 0, 0))) {
+            data, DynamicTypePlugin_get_serialized_sample_max_size(data, false, 0, 0))) {
         PRESTypePluginDefaultEndpointData_delete(data);
         return nullptr;
     }
@@ -228,16 +227,16 @@ PRESTypePluginParticipantData DynamicTypePlugin_on_participant_attached(void*, c
     return PRESTypePluginDefaultParticipantData_new(typeCode);
 }
 
-PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(
-    PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info) {
+PRESTypePluginEndpointData DynamicTypePlugin_on_endpoint_attached(PRESTypePluginParticipantData,
+                                                                  const PRESTypePluginEndpointInfo* info) {
     return attach_endpoint(
-        participantData, info, []() -> void* { return DynamicTypePluginSupport_create_data(); }, nullptr);
+        info, []() -> void* { return DynamicTypePluginSupport_create_data(); }, nullptr);
 }
 
 PRESTypePluginEndpointData KeyedDynamicTypePlugin_on_endpoint_attached(
-    PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info) {
+    PRESTypePluginParticipantData, const PRESTypePluginEndpointInfo* info) {
     return attach_endpoint(
-        participantData, info, []() -> void* { return KeyedDynamicTypePluginSupport_create_data(); },
+        info, []() -> void* { return KeyedDynamicTypePluginSupport_create_data(); },
         []() -> void* { return KeyedDynamicTypePluginSupport_create_key(); });
 }
 

@@ -338,12 +338,18 @@ class Walk {
         const auto optional = ask(code, &DDS_TypeCode::is_member_optional, index);
         if (!bits || *bits < DDS_TYPECODE_NOT_BITFIELD || optional.value_or(true))
             return false;
-        const char* const name = ask(code, &DDS_TypeCode::member_name, index).value_or(nullptr);
+        return print_labelled(code, ask(code, &DDS_TypeCode::member_name, index).value_or(nullptr), index,
+                              indent, 1);
+    }
+
+    /// The value of a member under a name, what is in it `deeper` than the name.
+    bool print_labelled(const DDS_TypeCode& code, const char* name, uint32_t index, int32_t indent,
+                        int32_t deeper) {
         if (name == nullptr)
             return false;
         put_indent(text_, indent);
         put_label(text_, name);
-        return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + 1, Place::nested);
+        return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + deeper, Place::nested);
     }
 
     bool print_union(const DDS_TypeCode& code, int32_t indent, Place place) {
@@ -376,20 +382,12 @@ class Walk {
                 if (!label)
                     return false;
                 if (*label == value)
-                    return print_branch(code, ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr), i,
-                                        indent);
+                    return print_labelled(code, ask(code, &DDS_TypeCode::member_name, i).value_or(nullptr), i,
+                                          indent, 2);
             }
         }
         // Without a default member no member has this index, and the query of its type fails.
-        return print_branch(code, "default", static_cast<uint32_t>(*default_index), indent);
-    }
-
-    bool print_branch(const DDS_TypeCode& code, const char* name, uint32_t index, int32_t indent) {
-        if (name == nullptr)
-            return false;
-        put_indent(text_, indent);
-        put_label(text_, name);
-        return print(ask_type(code, &DDS_TypeCode::member_type, index), indent + 2, Place::nested);
+        return print_labelled(code, "default", static_cast<uint32_t>(*default_index), indent, 2);
     }
 
     bool print_sequence(const DDS_TypeCode& code, int32_t indent) {

@@ -51,25 +51,6 @@ bool are_equal(const DDS_TypeCode& a, const DDS_TypeCode& b) {
     return a.equal(&b, exception) && exception == DDS_NO_EXCEPTION_CODE;
 }
 
-/// True for a structure with key members, those of its bases included.
-bool has_key(const DDS_TypeCode* type) {
-    DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-    while (type != nullptr && type->kind(exception) == DDS_TK_ALIAS)
-        type = type->content_type(exception);
-    while (type != nullptr) {
-        const DDS_TCKind kind = type->kind(exception);
-        if (kind != DDS_TK_STRUCT && kind != DDS_TK_VALUE)
-            return false;
-        const DDS_UnsignedLong count = type->member_count(exception);
-        for (DDS_UnsignedLong i = 0; i < count; ++i) {
-            if (type->is_member_key(i, exception))
-                return true;
-        }
-        type = kind == DDS_TK_VALUE ? type->concrete_base_type(exception) : nullptr;
-    }
-    return false;
-}
-
 /// How a participant can serve a publication.
 enum class Fit {
     watching, // has the topic, with the same type
@@ -116,7 +97,7 @@ Fit fit_of_existing_topic(const QuixSpyAgent& agent, const ParticipantNode& node
 bool differs_in_key(const ParticipantNode& node, const DDS_TypeCode* registered,
                     const Publication& publication) {
     if (registered != nullptr)
-        return has_key(registered) != publication.keyed;
+        return registered->has_key() != publication.keyed;
     const TopicNode* const topic = node.find_type(publication.typeName);
     return topic != nullptr && topic->listener->is_keyed() != publication.keyed;
 }
@@ -357,6 +338,39 @@ void say_why_there_are_no_contents(const QuixSpyAgent& agent, const ParticipantN
                         QUIXSpy_text(publication.typeName).c_str(), text_of(publication.absence));
 }
 
+/// Registers the type of a topic, and makes the topic and the listener of `topic_node`, which owns both the
+/// listener and its type support. Null, with the reason told, when one of them cannot be had.
+DDSTopic* make_topic_and_listener(QuixSpyAgent& agent, const ParticipantNode& node,
+                                  const Publication& publication, TopicNode& topic_node) {
+    // A reader of dynamic data is of the kind that its type says, and never matched with writers of the
+    // other.
+    if (publication.typeCode != nullptr && publication.typeCode->has_key() != publication.keyed)
+        agent.output().progress("ferret: using non dynamic data type instead\n");
+    else if (publication.typeCode != nullptr)
+        topic_node.typeSupport = register_dynamic_type(agent, *node.participant, publication);
+    DDS_TypeCode* type_code = nullptr;
+    if ((topic_node.typeSupport == nullptr && !register_opaque_type(agent, *node.participant, publication)) ||
+        !clone_type_code(agent, publication.typeCode, type_code))
+        return nullptr;
+    DDSTopic* const topic = create_topic(agent, *node.participant, publication);
+    if (topic != nullptr) {
+        say_why_there_are_no_contents(agent, node, publication);
+        agent.output().progress("ferret: Creating data reader listener...\n");
+        topic_node.listener = new (std::nothrow) QuixSpyDataListener(
+            publication.topicName, publication.typeName, type_code,
+            settings_of(agent, publication,
+                        topic_node.typeSupport != nullptr || has_known_type(node, publication)));
+        if (topic_node.listener != nullptr)
+            return topic;
+        agent.output().fail("ferret: Listener instantiation error\n");
+    }
+    if (type_code != nullptr) {
+        DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
+        DDS_TypeCodeFactory::get_instance()->delete_tc(type_code, exception);
+    }
+    return nullptr;
+}
+
 /// Watches a topic that the participant does not have yet. The listener is complete before its reader exists:
 /// from then on other threads call it.
 bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& publication) {
@@ -369,32 +383,8 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
         return false;
     }
     topic_node->writer = publication.guid;
-    DDS_TypeCode* type_code = nullptr;
-    DDSTopic* topic = nullptr;
-    // A reader of dynamic data is of the kind that its type says, and never matched with writers of the
-    // other.
-    if (publication.typeCode != nullptr && has_key(publication.typeCode) != publication.keyed)
-        agent.output().progress("ferret: using non dynamic data type instead\n");
-    else if (publication.typeCode != nullptr)
-        topic_node->typeSupport = register_dynamic_type(agent, *node.participant, publication);
-    if ((topic_node->typeSupport != nullptr || register_opaque_type(agent, *node.participant, publication)) &&
-        clone_type_code(agent, publication.typeCode, type_code))
-        topic = create_topic(agent, *node.participant, publication);
-    if (topic != nullptr) {
-        say_why_there_are_no_contents(agent, node, publication);
-        agent.output().progress("ferret: Creating data reader listener...\n");
-        topic_node->listener = new (std::nothrow) QuixSpyDataListener(
-            publication.topicName, publication.typeName, type_code,
-            settings_of(agent, publication,
-                        topic_node->typeSupport != nullptr || has_known_type(node, publication)));
-        if (topic_node->listener == nullptr)
-            agent.output().fail("ferret: Listener instantiation error\n");
-    }
-    if (topic_node->listener == nullptr) {
-        if (type_code != nullptr) {
-            DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-            DDS_TypeCodeFactory::get_instance()->delete_tc(type_code, exception);
-        }
+    DDSTopic* const topic = make_topic_and_listener(agent, node, publication, *topic_node);
+    if (topic == nullptr) {
         delete topic_node->typeSupport;
         QUIXHeap_free(topic_node);
         agent._topicRoom.give_back(publication.guid,

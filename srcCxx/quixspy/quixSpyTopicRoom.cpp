@@ -6,7 +6,6 @@
 
 #include "meridian/data_reader.h"
 #include "meridian/dynamic_data_type_support.h"
-#include "meridian/heap.h"
 #include "meridian/logger.h"
 #include "meridian/subscriber.h"
 #include "meridian/topic.h"

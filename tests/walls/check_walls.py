@@ -44,7 +44,7 @@ LAYERS = {
     **{f"dcps/{part}": (*(f"dcps/{below}" for below in belows), *BELOW_DCPS) for part, belows in DCPS_PARTS.items()},
 }
 # Of platform, but pure: every layer may include it.
-FOR_EVERY_LAYER = ("meridian/src/platform/memory_budget.h", "meridian/src/platform/seeded_hash.h")
+FOR_EVERY_LAYER = tuple(f"meridian/src/platform/{name}.h" for name in ("memory_budget", "seeded_hash", "text"))
 # These know nothing of the public interface either.
 PURE = ("rtps/wire", "rtps/protocol")
 TOUCHES_SYSTEM = ("rtps/net", "platform")

@@ -2,7 +2,6 @@
 
 // Counting semaphore with a timed take.
 
-#include "meridian/base.h"
 #include "meridian/time.h"
 
 /// Starts at zero. All operations may be called on any thread.

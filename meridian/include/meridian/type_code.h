@@ -71,6 +71,9 @@ class DDS_TypeCode {
     DDS_TypeCode& operator=(const DDS_TypeCode&) = delete;
 
     DDS_TCKind kind(DDS_ExceptionCode_t& ex) const;
+    /// Whether topics of the type have a key: behind all aliases it is a structure, and it or one of its
+    /// bases has key members.
+    DDS_Boolean has_key() const;
     /// Structural equality: kinds, names of types and members, order, ids, flags, labels, bounds, dimensions.
     DDS_Boolean equal(const DDS_TypeCode* other, DDS_ExceptionCode_t& ex) const;
 
@@ -84,7 +87,6 @@ class DDS_TypeCode {
     /// Structures, values, unions, bit sets (the integer type that holds the field).
     const DDS_TypeCode* member_type(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
     /// Structures and values.
-    DDS_Boolean is_member_key(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
     DDS_Boolean is_member_optional(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;
     /// DDS_TYPECODE_NOT_BITFIELD for a member that is not a bit field.
     DDS_UnsignedShort member_bitfield_bits(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const;

@@ -30,9 +30,6 @@ enum PRESTypePluginKeyKind : DDS_Long {
 
 struct PRESTypePluginEndpointInfo {
     PRESTypePluginEndpointKind endpointKind;
-    /// How many samples the endpoint keeps ready at first, and at most (-1: no limit).
-    DDS_Long initialSamples;
-    DDS_Long maximumSamples;
     /// For messages; valid during the call only, may be null.
     const char* topicName;
 };
@@ -66,7 +63,8 @@ struct PRESTypePlugin {
     bool (*copySample)(PRESTypePluginEndpointData endpointData, void* target, const void* source);
     void* (*createSample)(PRESTypePluginEndpointData endpointData);
     void (*deleteSample)(PRESTypePluginEndpointData endpointData, void* sample);
-    /// A sample from the endpoint's pool, and back into it.
+    /// A sample for the reader, and back. The reader keeps those that steady traffic needs, so these are
+    /// rare.
     void* (*getSample)(PRESTypePluginEndpointData endpointData);
     void (*returnSample)(PRESTypePluginEndpointData endpointData, void* sample);
     /// Bytes that a sample takes, with what belongs to it. Null: its serialized size is counted.
@@ -78,8 +76,8 @@ struct PRESTypePlugin {
 
     bool (*serialize)(PRESTypePluginEndpointData endpointData, const void* sample, QUIXCdrStream* stream,
                       bool serializeEncapsulation, DDS_UnsignedShort encapsulationId, bool serializeSample);
-    /// May replace *sample by another one of the same pool. *dropSample set true: received, but not for the
-    /// reader.
+    /// May replace *sample by another one of the same endpoint. *dropSample set true: received, but not for
+    /// the reader.
     bool (*deserialize)(PRESTypePluginEndpointData endpointData, void** sample, bool* dropSample,
                         QUIXCdrStream* stream, bool deserializeEncapsulation, bool deserializeSample);
     DDS_UnsignedLong (*getSerializedSampleMaxSize)(PRESTypePluginEndpointData endpointData,
@@ -113,8 +111,8 @@ struct PRESTypePlugin {
     void* registrationData;
 };
 
-// Default operations. They keep the functions that make and drop samples and keys, the pool of samples, and
-// the writer's pool of buffers.
+// Default operations. They keep the functions that make and drop samples and keys, and the buffers of a
+// writer.
 
 PRESTypePluginParticipantData PRESTypePluginDefaultParticipantData_new(const DDS_TypeCode* typeCode);
 void PRESTypePluginDefaultParticipantData_delete(PRESTypePluginParticipantData participantData);
@@ -122,19 +120,21 @@ void PRESTypePluginDefaultParticipantData_delete(PRESTypePluginParticipantData p
 using PRESTypePluginCreateFunction = void* (*)();
 using PRESTypePluginDestroyFunction = void (*)(void*);
 /// Null when memory is short. The key functions may be null for a type without key.
-PRESTypePluginEndpointData PRESTypePluginDefaultEndpointData_new(
-    PRESTypePluginParticipantData participantData, const PRESTypePluginEndpointInfo* info,
-    PRESTypePluginCreateFunction createSample, PRESTypePluginDestroyFunction destroySample,
-    PRESTypePluginCreateFunction createKey, PRESTypePluginDestroyFunction destroyKey);
+PRESTypePluginEndpointData PRESTypePluginDefaultEndpointData_new(PRESTypePluginCreateFunction createSample,
+                                                                 PRESTypePluginDestroyFunction destroySample,
+                                                                 PRESTypePluginCreateFunction createKey,
+                                                                 PRESTypePluginDestroyFunction destroyKey);
 void PRESTypePluginDefaultEndpointData_delete(PRESTypePluginEndpointData endpointData);
-/// Gives a writer's endpoint data a pool of buffers of `bufferSize` bytes each; false when memory is short.
+/// Gives a writer's endpoint data buffers of `bufferSize` bytes each, of which a free one is kept; false when
+/// memory is short.
 bool PRESTypePluginDefaultEndpointData_createWriterPool(PRESTypePluginEndpointData endpointData,
-                                                        const PRESTypePluginEndpointInfo* info,
                                                         DDS_UnsignedLong bufferSize);
 void* PRESTypePluginDefaultEndpointData_createSample(PRESTypePluginEndpointData endpointData);
 void PRESTypePluginDefaultEndpointData_deleteSample(PRESTypePluginEndpointData endpointData, void* sample);
-void* PRESTypePluginDefaultEndpointData_getSample(PRESTypePluginEndpointData endpointData);
-void PRESTypePluginDefaultEndpointData_returnSample(PRESTypePluginEndpointData endpointData, void* sample);
+inline constexpr auto& PRESTypePluginDefaultEndpointData_getSample =
+    PRESTypePluginDefaultEndpointData_createSample;
+inline constexpr auto& PRESTypePluginDefaultEndpointData_returnSample =
+    PRESTypePluginDefaultEndpointData_deleteSample;
 char* PRESTypePluginDefaultEndpointData_getBuffer(PRESTypePluginEndpointData endpointData,
                                                   DDS_UnsignedLong size);
 void PRESTypePluginDefaultEndpointData_returnBuffer(PRESTypePluginEndpointData endpointData, char* buffer);

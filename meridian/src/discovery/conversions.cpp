@@ -1,6 +1,7 @@
 #include "discovery/conversions.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "rtps/wire/guid_key.h"
 
@@ -36,21 +37,28 @@ std::optional<rtps::WireTime> to_wire_time(const DDS_Time_t& time) {
     return rtps::WireTime{time.sec, rtps::fraction_from_nanoseconds(time.nanosec)};
 }
 
-DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
+DDS_InstanceHandle_t to_handle(const rtps::KeyHash& key) {
     DDS_InstanceHandle_t handle{};
-    const rtps::KeyHash key = rtps::key_hash_of(guid);
     std::copy(key.begin(), key.end(), handle.keyHash);
     handle.length = sizeof handle.keyHash;
     handle.isValid = true;
     return handle;
 }
 
+DDS_InstanceHandle_t to_handle(const rtps::Guid& guid) {
+    return to_handle(rtps::key_hash_of(guid));
+}
+
+rtps::KeyHash to_key_hash(const DDS_Octet (&octets)[16]) {
+    rtps::KeyHash key;
+    std::copy(std::begin(octets), std::end(octets), key.begin());
+    return key;
+}
+
 std::optional<rtps::Guid> to_guid(const DDS_InstanceHandle_t& handle) {
     if (!handle.isValid || handle.length != sizeof handle.keyHash)
         return std::nullopt;
-    rtps::KeyHash key;
-    std::copy_n(handle.keyHash, key.size(), key.begin());
-    return rtps::guid_of(key);
+    return rtps::guid_of(to_key_hash(handle.keyHash));
 }
 
 DDS_BuiltinTopicKey_t to_key(const rtps::Guid& guid) {
@@ -67,7 +75,7 @@ DDS_StringSeq to_string_seq(const std::vector<std::string>& strings) {
 std::vector<std::string> to_strings(const DDS_StringSeq& strings) {
     std::vector<std::string> result;
     for (DDS_Long i = 0; i < strings.length(); ++i)
-        result.emplace_back(strings[i] != nullptr ? strings[i] : "");
+        result.push_back(to_text(strings[i]));
     return result;
 }
 
@@ -87,6 +95,20 @@ rtps::ByteBuffer to_bytes(const DDS_OctetSeq& octets) {
     for (DDS_Long i = 0; i < octets.length(); ++i)
         bytes.push_back(octets[i]);
     return bytes;
+}
+
+std::string to_text(const char* text) {
+    return text != nullptr ? text : "";
+}
+
+std::vector<rtps::Property> to_properties(const DDS_PropertyQosPolicy& policy, Properties which) {
+    std::vector<rtps::Property> properties;
+    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
+        const DDS_Property_t& property = policy.value[i];
+        if (which == Properties::all || property.propagate)
+            properties.push_back({to_text(property.name), to_text(property.value)});
+    }
+    return properties;
 }
 
 } // namespace meridian::discovery

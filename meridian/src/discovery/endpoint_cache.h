@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "meridian/utf8.h"
 #include "platform/text.h"
 
 namespace meridian::log {
@@ -31,15 +32,15 @@ const char* name_of(Level level) {
 /// command.
 void append_escaped(std::string& line, const std::string& text) {
     for (size_t i = 0; i < text.size(); ++i) {
-        const size_t control = control_at(text, i);
+        const QUIXCharacter character = QUIXCharacter_first(std::string_view(text).substr(i));
         if (text[i] == '\n') {
             line += "\\n";
         } else if (text[i] == '\t') {
             line += "\\t";
-        } else if (control != 0) {
-            i += control - 1;
+        } else if (character.is_control()) {
+            i += character.length - 1;
             line += "\\x";
-            append_hex(line, static_cast<uint8_t>(text[i]));
+            append_hex(line, static_cast<uint8_t>(character.number));
         } else {
             line += text[i];
         }

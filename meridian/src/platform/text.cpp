@@ -1,7 +1,10 @@
 #include "platform/text.h"
 
-#include <algorithm>
+#include <arpa/inet.h>
+
 #include <array>
+
+#include "meridian/utf8.h"
 
 namespace meridian {
 
@@ -82,14 +85,6 @@ void append_code_point(std::string& out, char32_t point) {
     }
 }
 
-size_t control_at(std::string_view text, size_t at) {
-    const auto octet = static_cast<uint8_t>(text[at]);
-    if (octet < 0x20 || octet == 0x7f)
-        return 1;
-    const auto next = static_cast<uint8_t>(at + 1 < text.size() ? text[at + 1] : 0);
-    return octet == 0xc2 && next >= 0x80 && next <= 0x9f ? 2 : 0;
-}
-
 size_t plain_length(std::string_view text) {
     static constexpr std::array<bool, 256> kPlain = [] {
         std::array<bool, 256> table{};
@@ -101,15 +96,6 @@ size_t plain_length(std::string_view text) {
     while (length < text.size() && kPlain[static_cast<uint8_t>(text[length])])
         ++length;
     return length;
-}
-
-uint16_t format_at(std::string_view text, size_t at) {
-    if (text[at] != '\xe2' || at + 2 >= text.size())
-        return 0;
-    const auto number = static_cast<uint16_t>(0x2000 | (static_cast<uint8_t>(text[at + 1]) & 0x3f) << 6 |
-                                              (static_cast<uint8_t>(text[at + 2]) & 0x3f));
-    const bool found = (number >= 0x2028 && number <= 0x202e) || (number >= 0x2066 && number <= 0x2069);
-    return found ? number : uint16_t{0};
 }
 
 size_t valid_length(std::string_view text) {
@@ -157,6 +143,16 @@ void append_utf16_of(std::u16string& out, char32_t point) {
     }
 }
 
+std::string ipv4_text(const uint8_t* address) {
+    char text[INET_ADDRSTRLEN] = "";
+    return inet_ntop(AF_INET, address, text, sizeof text);
+}
+
+std::string ipv6_text(const uint8_t* address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    return inet_ntop(AF_INET6, address, text, sizeof text);
+}
+
 void append_hex(std::string& out, uint8_t octet) {
     static constexpr char kDigits[] = "0123456789abcdef";
     out += kDigits[octet >> 4];
@@ -164,3 +160,15 @@ void append_hex(std::string& out, uint8_t octet) {
 }
 
 } // namespace meridian
+
+QUIXCharacter QUIXCharacter_first(std::string_view text) {
+    bool valid = false;
+    const size_t length = meridian::utf8_length(text, valid);
+    if (!valid)
+        return {0, 0};
+    const auto octet = [text](size_t at) { return static_cast<uint8_t>(text[at]); };
+    uint32_t number = length == 1 ? octet(0) : octet(0) & (0x7fU >> length);
+    for (size_t i = 1; i < length; ++i)
+        number = number << 6 | (octet(i) & 0x3fU);
+    return {length, number};
+}

@@ -2,8 +2,10 @@
 
 // Text of any origin: trimmed, and made valid UTF-8. What is not valid becomes U+FFFD.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +17,12 @@ std::string trimmed(std::string_view text);
 /// The parts between the separators, empty ones included; a text without separators is one part.
 std::vector<std::string> split(std::string_view text, std::string_view separator);
 
+/// Whether the text is among these.
+template <size_t count>
+bool is_one_of(std::string_view text, const char* const (&texts)[count]) {
+    return std::find(std::begin(texts), std::end(texts), text) != std::end(texts);
+}
+
 /// Appends a character as UTF-8.
 void append_code_point(std::string& out, char32_t point);
 /// How many octets at the start of a text are valid UTF-8.
@@ -24,12 +32,11 @@ void append_utf8(std::string& out, std::string_view text);
 void append_utf16(std::string& out, std::u16string_view text);
 /// Appends a character as one unit or two.
 void append_utf16_of(std::u16string& out, char32_t point);
+/// An address of four octets, and one of sixteen.
+std::string ipv4_text(const uint8_t* address);
+std::string ipv6_text(const uint8_t* address);
 /// Two hexadecimal digits, in lower case.
 void append_hex(std::string& out, uint8_t octet);
-
-/// How many octets the control character at a place of valid UTF-8 has: U+0000 to U+001F, U+007F, and those
-/// up to U+009F, which terminals obey too. 0 for other characters. The last of its octets is its number.
-size_t control_at(std::string_view text, size_t at);
 
 /// Whether an octet is a character of valid UTF-8 that needs no escape in any quoted text.
 constexpr bool is_plain(char c) {
@@ -37,10 +44,5 @@ constexpr bool is_plain(char c) {
 }
 /// How many octets at the start of a text are so.
 size_t plain_length(std::string_view text);
-
-/// The number of a character at a place of valid UTF-8 that ends lines or turns the direction of what stands
-/// around it: U+2028, U+2029, U+202A to U+202E, U+2066 to U+2069, of three octets each. 0 for other
-/// characters.
-uint16_t format_at(std::string_view text, size_t at);
 
 } // namespace meridian

@@ -26,12 +26,6 @@ constexpr EntityName kEntityNames[] = {
     {"subscriber_qos", EntityKind::subscriber},          {"datareader_qos", EntityKind::datareader},
 };
 
-template <size_t count>
-bool is_one_of(const char* name, const char* const (&names)[count]) {
-    return std::any_of(std::begin(names), std::end(names),
-                       [name](const char* candidate) { return std::strcmp(name, candidate) == 0; });
-}
-
 /// A profile and one of its elements for every base.
 constexpr int kMaxRecursion = 2 * (ProfileLoader::kMaxHeight + 1);
 

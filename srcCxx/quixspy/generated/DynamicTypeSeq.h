@@ -7,103 +7,52 @@
 using DynamicTypeSeq = OpaqueTypeSeq<DynamicType>;
 using KeyedDynamicTypeSeq = OpaqueTypeSeq<KeyedDynamicType>;
 
-// A macro, because the names of the functions begin with that of the type.
-#define OPAQUE_TYPE_SEQ_FUNCTIONS(Sample)                                                                 \
-    inline bool Sample##Seq_initialize(Sample##Seq* sequence) {                                           \
-        return sequence->initialize();                                                                    \
-    }                                                                                                     \
-    inline bool Sample##Seq_finalize(Sample##Seq* sequence) {                                             \
-        return sequence->finalize();                                                                      \
-    }                                                                                                     \
-    inline DDS_Long Sample##Seq_get_maximum(const Sample##Seq* sequence) {                                \
-        return sequence->maximum();                                                                       \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_maximum(Sample##Seq* sequence, DDS_Long maximum) {                        \
-        return sequence->maximum(maximum);                                                                \
-    }                                                                                                     \
-    inline DDS_Long Sample##Seq_get_length(const Sample##Seq* sequence) {                                 \
-        return sequence->length();                                                                        \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_length(Sample##Seq* sequence, DDS_Long length) {                          \
-        return sequence->length(length);                                                                  \
-    }                                                                                                     \
-    inline bool Sample##Seq_ensure_length(Sample##Seq* sequence, DDS_Long length, DDS_Long maximum) {     \
-        return sequence->ensure_length(length, maximum);                                                  \
-    }                                                                                                     \
-    inline Sample* Sample##Seq_get_reference(Sample##Seq* sequence, DDS_Long index) {                     \
-        return sequence->get_reference(index);                                                            \
-    }                                                                                                     \
-    inline Sample Sample##Seq_get(const Sample##Seq* sequence, DDS_Long index) {                          \
-        return sequence->get(index);                                                                      \
-    }                                                                                                     \
-    inline bool Sample##Seq_copy(Sample##Seq* target, const Sample##Seq* source) {                        \
-        return target->copy(*source);                                                                     \
-    }                                                                                                     \
-    inline bool Sample##Seq_copy_no_alloc(Sample##Seq* target, const Sample##Seq* source) {               \
-        return target->copy_no_alloc(*source);                                                            \
-    }                                                                                                     \
-    inline bool Sample##Seq_from_array(Sample##Seq* sequence, const Sample* array, DDS_Long count) {      \
-        return sequence->from_array(array, count);                                                        \
-    }                                                                                                     \
-    inline bool Sample##Seq_to_array(const Sample##Seq* sequence, Sample* array, DDS_Long count) {        \
-        return sequence->to_array(array, count);                                                          \
-    }                                                                                                     \
-    inline bool Sample##Seq_loan_contiguous(Sample##Seq* sequence, Sample* buffer, DDS_Long length,       \
-                                            DDS_Long maximum) {                                           \
-        return sequence->loan_contiguous(buffer, length, maximum);                                        \
-    }                                                                                                     \
-    inline bool Sample##Seq_loan_discontiguous(Sample##Seq* sequence, Sample** buffer, DDS_Long length,   \
-                                               DDS_Long maximum) {                                        \
-        return sequence->loan_discontiguous(buffer, length, maximum);                                     \
-    }                                                                                                     \
-    inline bool Sample##Seq_unloan(Sample##Seq* sequence) {                                               \
-        return sequence->unloan();                                                                        \
-    }                                                                                                     \
-    inline bool Sample##Seq_has_ownership(const Sample##Seq* sequence) {                                  \
-        return sequence->has_ownership();                                                                 \
-    }                                                                                                     \
-    inline Sample* Sample##Seq_get_contiguous_buffer(const Sample##Seq* sequence) {                       \
-        return sequence->get_contiguous_buffer();                                                         \
-    }                                                                                                     \
-    inline Sample** Sample##Seq_get_discontiguous_buffer(const Sample##Seq* sequence) {                   \
-        return sequence->get_discontiguous_buffer();                                                      \
-    }                                                                                                     \
-    inline DDS_Long Sample##Seq_get_absolute_maximum(const Sample##Seq* sequence) {                       \
-        return sequence->get_absolute_maximum();                                                          \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_absolute_maximum(Sample##Seq* sequence, DDS_Long maximum) {               \
-        return sequence->set_absolute_maximum(maximum);                                                   \
-    }                                                                                                     \
-    inline const DDS_TypeAllocationParams_t* Sample##Seq_get_element_allocation_params(                   \
-        const Sample##Seq* sequence) {                                                                    \
-        return &sequence->get_element_allocation_params();                                                \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_element_allocation_params(Sample##Seq* sequence,                          \
-                                                          const DDS_TypeAllocationParams_t* params) {     \
-        return sequence->set_element_allocation_params(*params);                                          \
-    }                                                                                                     \
-    inline const DDS_TypeDeallocationParams_t* Sample##Seq_get_element_deallocation_params(               \
-        const Sample##Seq* sequence) {                                                                    \
-        return &sequence->get_element_deallocation_params();                                              \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_element_deallocation_params(Sample##Seq* sequence,                        \
-                                                            const DDS_TypeDeallocationParams_t* params) { \
-        return sequence->set_element_deallocation_params(*params);                                        \
-    }                                                                                                     \
-    inline bool Sample##Seq_get_element_pointers_allocation(const Sample##Seq* sequence) {                \
-        return sequence->get_element_pointers_allocation();                                               \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_element_pointers_allocation(Sample##Seq* sequence, bool allocate) {       \
-        return sequence->set_element_pointers_allocation(allocate);                                       \
-    }                                                                                                     \
-    inline bool Sample##Seq_get_read_tokenI(const Sample##Seq* sequence, void** token1, void** token2) {  \
-        return sequence->get_read_tokenI(token1, token2);                                                 \
-    }                                                                                                     \
-    inline bool Sample##Seq_set_read_tokenI(Sample##Seq* sequence, void* token1, void* token2) {          \
-        return sequence->set_read_tokenI(token1, token2);                                                 \
-    }
+// Macros, because the names of the functions begin with that of the type. Each function takes a pointer to
+// the sequence, and what the member takes: by value, or by pointer where the member has a reference.
 
-OPAQUE_TYPE_SEQ_FUNCTIONS(DynamicType)
-OPAQUE_TYPE_SEQ_FUNCTIONS(KeyedDynamicType)
+#define OPAQUE_TYPE_SEQ_FUNCTION_AS(name, ...)                 \
+    inline constexpr auto DynamicTypeSeq_##name = __VA_ARGS__; \
+    inline constexpr auto& KeyedDynamicTypeSeq_##name = DynamicTypeSeq_##name;
+#define OPAQUE_TYPE_SEQ_FUNCTION(name, member) \
+    OPAQUE_TYPE_SEQ_FUNCTION_AS(               \
+        name, [](auto* sequence, auto... arguments) { return sequence->member(arguments...); })
+#define OPAQUE_TYPE_SEQ_SETTER(name)  \
+    OPAQUE_TYPE_SEQ_FUNCTION_AS(name, \
+                                [](auto* sequence, const auto* value) { return sequence->name(*value); })
+#define OPAQUE_TYPE_SEQ_GETTER(name) \
+    OPAQUE_TYPE_SEQ_FUNCTION_AS(name, [](const auto* sequence) { return &sequence->name(); })
 
-#undef OPAQUE_TYPE_SEQ_FUNCTIONS
+OPAQUE_TYPE_SEQ_FUNCTION(initialize, initialize)
+OPAQUE_TYPE_SEQ_FUNCTION(finalize, finalize)
+OPAQUE_TYPE_SEQ_FUNCTION(get_maximum, maximum)
+OPAQUE_TYPE_SEQ_FUNCTION(set_maximum, maximum)
+OPAQUE_TYPE_SEQ_FUNCTION(get_length, length)
+OPAQUE_TYPE_SEQ_FUNCTION(set_length, length)
+OPAQUE_TYPE_SEQ_FUNCTION(ensure_length, ensure_length)
+OPAQUE_TYPE_SEQ_FUNCTION(get_reference, get_reference)
+OPAQUE_TYPE_SEQ_FUNCTION(get, get)
+OPAQUE_TYPE_SEQ_SETTER(copy)
+OPAQUE_TYPE_SEQ_SETTER(copy_no_alloc)
+OPAQUE_TYPE_SEQ_FUNCTION(from_array, from_array)
+OPAQUE_TYPE_SEQ_FUNCTION(to_array, to_array)
+OPAQUE_TYPE_SEQ_FUNCTION(loan_contiguous, loan_contiguous)
+OPAQUE_TYPE_SEQ_FUNCTION(loan_discontiguous, loan_discontiguous)
+OPAQUE_TYPE_SEQ_FUNCTION(unloan, unloan)
+OPAQUE_TYPE_SEQ_FUNCTION(has_ownership, has_ownership)
+OPAQUE_TYPE_SEQ_FUNCTION(get_contiguous_buffer, get_contiguous_buffer)
+OPAQUE_TYPE_SEQ_FUNCTION(get_discontiguous_buffer, get_discontiguous_buffer)
+OPAQUE_TYPE_SEQ_FUNCTION(get_absolute_maximum, get_absolute_maximum)
+OPAQUE_TYPE_SEQ_FUNCTION(set_absolute_maximum, set_absolute_maximum)
+OPAQUE_TYPE_SEQ_GETTER(get_element_allocation_params)
+OPAQUE_TYPE_SEQ_SETTER(set_element_allocation_params)
+OPAQUE_TYPE_SEQ_GETTER(get_element_deallocation_params)
+OPAQUE_TYPE_SEQ_SETTER(set_element_deallocation_params)
+OPAQUE_TYPE_SEQ_FUNCTION(get_element_pointers_allocation, get_element_pointers_allocation)
+OPAQUE_TYPE_SEQ_FUNCTION(set_element_pointers_allocation, set_element_pointers_allocation)
+OPAQUE_TYPE_SEQ_FUNCTION(get_read_tokenI, get_read_tokenI)
+OPAQUE_TYPE_SEQ_FUNCTION(set_read_tokenI, set_read_tokenI)
+
+#undef OPAQUE_TYPE_SEQ_FUNCTION_AS
+#undef OPAQUE_TYPE_SEQ_FUNCTION
+#undef OPAQUE_TYPE_SEQ_SETTER
+#undef OPAQUE_TYPE_SEQ_GETTER

@@ -26,14 +26,14 @@ void detach_participant(PRESTypePluginParticipantData data) {
     --counters().participants;
     PRESTypePluginDefaultParticipantData_delete(data);
 }
-PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData participant,
+PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData,
                                            const PRESTypePluginEndpointInfo* info) {
     if (info->topicName != nullptr && std::strcmp(info->topicName, kRefused) == 0)
         return nullptr;
-    PRESTypePluginEndpointData data = PRESTypePluginDefaultEndpointData_new(
-        participant, info, create_sample, destroy_sample, create_sample, destroy_sample);
+    PRESTypePluginEndpointData data =
+        PRESTypePluginDefaultEndpointData_new(create_sample, destroy_sample, create_sample, destroy_sample);
     if (data != nullptr && info->endpointKind == PRES_TYPEPLUGIN_ENDPOINT_WRITER)
-        PRESTypePluginDefaultEndpointData_createWriterPool(data, info, kMaxSize);
+        PRESTypePluginDefaultEndpointData_createWriterPool(data, kMaxSize);
     ++counters().endpoints;
     return data;
 }

@@ -178,6 +178,29 @@ TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
     }
 }
 
+// A topic may be of a typedef: its instances are those of the type behind it.
+TEST(KeyHash, OfATypedefIsThatOfItsStructure) {
+    TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load("text",
+                               R"(<types>
+        <struct name="Keyed"><member name="id" type="int32" key="true"/></struct>
+        <typedef name="Other" type="nonBasic" nonBasicTypeName="Keyed"/>
+        <typedef name="Alias" type="nonBasic" nonBasicTypeName="Other"/>
+        </types>)",
+                               error))
+        << error;
+    const SampleReader reader(documents.find("Alias"));
+    const KeyHasher hasher(reader);
+    EXPECT_TRUE(hasher.is_keyed());
+    EXPECT_TRUE(hasher.forms_agree());
+    const rtps::ByteBuffer payload{0, 1, 0, 0, 4, 3, 2, 1};
+    rtps::KeyHash hash{};
+    std::string failure;
+    ASSERT_TRUE(hasher.compute(payload, false, hash, failure)) << failure;
+    EXPECT_EQ(hex(hash), "01020304000000000000000000000000");
+}
+
 // Structures of two members each, down to an empty one: as many paths as no program can walk.
 TEST(KeyHash, OfTypesWithEndlesslyManyEmptyParts) {
     std::string types = "<struct name='E'/>";

@@ -94,17 +94,6 @@ std::string describe_policy(uint32_t id, const EndpointQos& offered, const Endpo
     return text;
 }
 
-/// The properties that are announced.
-std::vector<rtps::Property> propagated(const DDS_PropertyQosPolicy& policy) {
-    std::vector<rtps::Property> properties;
-    for (DDS_Long i = 0; i < policy.value.length(); ++i) {
-        const DDS_Property_t& property = policy.value[i];
-        if (property.propagate)
-            properties.push_back({property.name, property.value != nullptr ? property.value : ""});
-    }
-    return properties;
-}
-
 template <typename Qos>
 EndpointQos announced(const Qos& qos, const GroupQos& group) {
     EndpointQos out;
@@ -146,9 +135,8 @@ rtps::EndpointData to_endpoint_data(const rtps::Guid& guid, DDSTopicDescription&
     data.topic_name = topic.get_name();
     data.type_name = topic.get_type_name();
     data.qos = qos;
-    if (name.name != nullptr)
-        data.name = name.name;
-    data.properties = propagated(properties);
+    data.name = discovery::to_text(name.name);
+    data.properties = discovery::to_properties(properties, discovery::Properties::propagated);
     return data;
 }
 

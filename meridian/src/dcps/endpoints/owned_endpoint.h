@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "dcps/topics/topic.h"
 #include "meridian/type_support.h"

@@ -62,17 +62,15 @@ class UserEndpoint : public EntityImpl<Interface> {
     }
 
   protected:
-    /// Attaches the type plugin, which keeps `initial_samples` ready. The topic must outlive the endpoint.
-    UserEndpoint(TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid, const Qos& qos,
-                 DDS_Long initial_samples)
+    /// Attaches the type plugin. The topic must outlive the endpoint.
+    UserEndpoint(TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid, const Qos& qos)
         : EntityImpl<Interface>(guid),
           topic_(topic),
           type_(std::move(type)),
           keyed_(type_->is_keyed()),
           qos_(qos) {
         const PRESTypePluginEndpointInfo info{
-            kIsReader ? PRES_TYPEPLUGIN_ENDPOINT_READER : PRES_TYPEPLUGIN_ENDPOINT_WRITER, initial_samples,
-            DDS_LENGTH_UNLIMITED, topic.get_name()};
+            kIsReader ? PRES_TYPEPLUGIN_ENDPOINT_READER : PRES_TYPEPLUGIN_ENDPOINT_WRITER, topic.get_name()};
         endpoint_ = plugin().onEndpointAttached(type_->participant_data(), &info);
         if (endpoint_ == nullptr)
             MERIDIAN_LOG_ERROR("dcps", "%s of topic \"%s\": the plugin of type \"%s\" refused it", kKind,

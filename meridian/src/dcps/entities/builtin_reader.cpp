@@ -1,6 +1,5 @@
 #include "dcps/entities/builtin_reader.h"
 
-#include <algorithm>
 #include <limits>
 #include <utility>
 

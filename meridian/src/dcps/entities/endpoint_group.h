@@ -6,7 +6,6 @@
 #include <iterator>
 #include <list>
 #include <memory>
-#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>

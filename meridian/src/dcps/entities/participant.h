@@ -48,12 +48,8 @@ struct SharedParts {
         std::make_shared<discovery::PublicationCaches>();
 };
 
-/// A participant and everything that belongs to it. Owned by the factory.
-///
-/// Lock order, for everything in this folder: factory, participant, subscriber or publisher, runtime (shared
-/// by the participants of a receive thread; under it the discovery store, readers and writers are called),
-/// topic, reader or writer, discovery store, endpoint cache, delivery thread, status condition, condition
-/// core, wait set. An operation that holds one of them may take later ones only.
+/// A participant and everything that belongs to it. Owned by the factory. Any thread; the order of locks
+/// stands in docs/architecture.md.
 class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
   public:
     /// Opens nothing.

@@ -11,6 +11,10 @@
 
 namespace meridian::dcps {
 
+using discovery::Properties;
+using discovery::to_properties;
+using discovery::to_text;
+
 namespace {
 
 /// User samples of tens of megabytes (images, point clouds) are common enough; a few of them may be on their
@@ -34,23 +38,6 @@ constexpr const char* kIdleProperties[] = {
     "dds.transport.use_510_compatible_locator_kinds",
 };
 
-template <size_t count>
-bool is_one_of(const std::string& name, const char* const (&names)[count]) {
-    return std::any_of(std::begin(names), std::end(names),
-                       [&name](const char* candidate) { return name == candidate; });
-}
-
-std::string text_or_empty(const char* text) {
-    return text != nullptr ? text : "";
-}
-
-std::vector<rtps::Property> all_properties(const DDS_PropertyQosPolicy& policy) {
-    std::vector<rtps::Property> properties;
-    for (DDS_Long i = 0; i < policy.value.length(); ++i)
-        properties.push_back({text_or_empty(policy.value[i].name), text_or_empty(policy.value[i].value)});
-    return properties;
-}
-
 void apply(const QUIXTransport_UDP_Property& property, rtps::net::UdpSettings& settings) {
     settings.message_size_max = property.message_size_max;
     settings.send_socket_buffer_size = property.send_socket_buffer_size;
@@ -72,21 +59,19 @@ bool make_transport_config(DDS_DomainId_t domain_id, const DDS_DomainParticipant
     apply(transports.udpv6, config.v6);
     // No datagram is larger: a larger buffer reads the same.
     config.receive_buffer_size = std::min(qos.receiver_pool.buffer_size, rtps::net::kLargestReceiveBuffer);
-    return rtps::net::apply_properties(all_properties(qos.property), config, error);
+    return rtps::net::apply_properties(to_properties(qos.property, Properties::all), config, error);
 }
 
 } // namespace
 
 Announcement announcement_of(const DDS_DomainParticipantQos& qos) {
     Announcement announcement;
-    announcement.name = text_or_empty(qos.participant_name.name);
+    announcement.name = to_text(qos.participant_name.name);
     announcement.user_data = discovery::to_bytes(qos.user_data.value);
     const discovery::PartitionList partitions = partitions_of(qos);
-    for (DDS_Long i = 0; i < qos.property.value.length(); ++i) {
-        const DDS_Property_t& property = qos.property.value[i];
-        const std::string name = text_or_empty(property.name);
-        if (property.propagate && name != discovery::kParticipantPartitionProperty)
-            announcement.properties.push_back({name, text_or_empty(property.value)});
+    for (rtps::Property& property : to_properties(qos.property, Properties::propagated)) {
+        if (property.name != discovery::kParticipantPartitionProperty)
+            announcement.properties.push_back(std::move(property));
     }
     if (!partitions.empty())
         announcement.properties.push_back(
@@ -123,7 +108,7 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
     participant.user_data = std::move(announcement.user_data);
     const DDS_Property_t* tag = DDS_PropertyQosPolicyHelper_lookup_property(qos.property, kDomainTagProperty);
     if (tag != nullptr)
-        participant.domain_tag = text_or_empty(tag->value);
+        participant.domain_tag = to_text(tag->value);
     participant.lease = discovery::to_wire(qos.discovery_config.participant_liveliness_lease_duration);
     participant.announce_period =
         rtps::to_duration(discovery::to_wire(qos.discovery_config.participant_liveliness_assert_period));
@@ -134,7 +119,7 @@ std::optional<rtps::net::RuntimeConfig> runtime_config(DDS_DomainId_t domain_id,
 }
 
 void warn_of_properties_without_effect(const DDS_PropertyQosPolicy& properties) {
-    for (const rtps::Property& property : all_properties(properties)) {
+    for (const rtps::Property& property : to_properties(properties, Properties::all)) {
         const std::string name = trimmed(property.name);
         const bool is_of_transport =
             name.compare(0, std::strlen(kTransportPropertyPrefix), kTransportPropertyPrefix) == 0;

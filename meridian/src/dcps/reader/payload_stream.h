@@ -1,18 +1,17 @@
 #pragma once
 
 #include <algorithm>
-#include <iterator>
 
-#include "discovery/conversions.h"
 #include "meridian/cdr_stream.h"
 #include "rtps/protocol/sinks.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::dcps {
 
 inline DDS_GUID_t to_guid_t(const rtps::Guid& guid) {
     DDS_GUID_t out{};
-    const DDS_InstanceHandle_t handle = discovery::to_handle(guid);
-    std::copy(std::begin(handle.keyHash), std::end(handle.keyHash), out.value);
+    const rtps::KeyHash key = rtps::key_hash_of(guid);
+    std::copy(key.begin(), key.end(), out.value);
     return out;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "dcps/common/instance_keys.h"
 #include "discovery/conversions.h"
 
 namespace meridian::dcps {
@@ -191,7 +190,7 @@ bool ReaderCache::append(Instance& instance, const Change& change, DDS_InstanceS
         instance.state == DDS_ALIVE_INSTANCE_STATE ? DDS_NOT_NEW_VIEW_STATE : DDS_NEW_VIEW_STATE;
     info.instance_state = state;
     info.source_timestamp = change.source_timestamp;
-    info.instance_handle = settings_.keyed ? instance_handle(change.key) : DDS_HANDLE_NIL;
+    info.instance_handle = settings_.keyed ? discovery::to_handle(change.key) : DDS_HANDLE_NIL;
     info.publication_handle = discovery::to_handle(change.writer);
     info.valid_data = change.sample != nullptr;
     info.sample_identity = change.identity;
@@ -404,7 +403,7 @@ void ReaderCache::on_timer(rtps::MonotonicTime now, std::vector<DDS_InstanceHand
     missed.clear();
     while (by_due_.first() != nullptr && by_due_.first()->due <= now) {
         Instance& instance = *by_due_.first();
-        missed.push_back(settings_.keyed ? instance_handle(*instance.key) : DDS_HANDLE_NIL);
+        missed.push_back(settings_.keyed ? discovery::to_handle(*instance.key) : DDS_HANDLE_NIL);
         // A writer that misses the deadline owns the instance no more: another one may take over.
         instance.owner = nullptr;
         // A period of zero is missed at every look; the next one is a millisecond away, so that time goes on.

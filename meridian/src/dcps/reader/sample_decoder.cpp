@@ -1,9 +1,7 @@
 #include "dcps/reader/sample_decoder.h"
 
 #include <algorithm>
-#include <iterator>
 
-#include "dcps/common/instance_keys.h"
 #include "dcps/reader/payload_stream.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
@@ -111,7 +109,7 @@ rtps::KeyHash SampleDecoder::key_hash(const rtps::Sample& sample) {
     std::copy(key.begin(), key.end(), hash.value);
     hash.length = sizeof hash.value;
     if (plugin().serializedSampleToKeyHash(endpoint_, stream.get(), &hash, true, sample.payload_is_key))
-        key = to_key(hash);
+        key = discovery::to_key_hash(hash.value);
     if (sample.inline_qos.key_hash)
         aliases_.note(sample.writer, *sample.inline_qos.key_hash, key);
     else if (key_forms_ != nullptr)

@@ -9,10 +9,9 @@
 
 namespace meridian::dcps {
 
-/// The free samples of one reader. They come from the plugin's pool as far as more are needed; in between
-/// they go round here, so that a sample costs no lock of that pool. No more are kept than steady traffic has
-/// under way: what a peak took is given back. Thousands of readers together keep no more than leaves the
-/// budget ample.
+/// The free samples of one reader. They come from the plugin as far as more are needed; in between they go
+/// round here. No more are kept than steady traffic has under way: what a peak took is given back. Thousands
+/// of readers together keep no more than leaves the budget ample.
 ///
 /// Two sides: samples are used on the thread that receives, and released with the reader locked.
 class SampleStock final : public SampleOwner {

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <utility>
 
-#include "dcps/common/instance_keys.h"
 #include "dcps/reader/read_condition.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
@@ -18,8 +17,6 @@ namespace meridian::dcps {
 
 namespace {
 
-/// Most topics of a large domain are quiet; what traffic needs stays after its first samples.
-constexpr DDS_Long kInitialSamples = 1;
 /// Samples that wait for the end of their batch; so many make the lock cheap, and bound the memory.
 constexpr size_t kMostReceived = 64;
 /// What a reader takes with its topic, its announcements and who uses it, though nothing was sent to it:
@@ -58,7 +55,7 @@ std::unique_ptr<UserReader> UserReader::create(ReaderOwner& subscriber, TopicImp
 
 UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type,
                        const rtps::Guid& guid, const DDS_DataReaderQos& qos, DeliveryThread& delivery)
-    : UserEndpoint(topic, std::move(type), guid, qos, kInitialSamples),
+    : UserEndpoint(topic, std::move(type), guid, qos),
       subscriber_(subscriber),
       delivery_(delivery),
       share_(MemoryBudget::of_process()),
@@ -226,7 +223,7 @@ DDS_StatusMask UserReader::store_now(const Change& change) {
         default:
             return DDS_STATUS_MASK_NONE;
     }
-    return statuses_.sample_rejected(reason, keyed_ ? instance_handle(change.key) : DDS_HANDLE_NIL);
+    return statuses_.sample_rejected(reason, keyed_ ? discovery::to_handle(change.key) : DDS_HANDLE_NIL);
 }
 
 void UserReader::on_lost(const rtps::Guid& writer, uint64_t count) {

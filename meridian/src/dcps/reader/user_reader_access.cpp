@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "dcps/common/instance_keys.h"
 #include "dcps/reader/read_condition.h"
 #include "dcps/reader/user_reader.h"
+#include "discovery/conversions.h"
 
 namespace meridian::dcps {
 
@@ -83,19 +83,19 @@ DDS_ReturnCode_t UserReader::to_selection(const DDSSampleSelection& wanted, Read
     if (wanted.max_samples != DDS_LENGTH_UNLIMITED && wanted.max_samples < 0)
         return DDS_RETCODE_BAD_PARAMETER;
     selection.max_samples = wanted.max_samples;
+    std::optional<rtps::KeyHash> instance;
+    if (wanted.instance.isValid)
+        instance = discovery::to_key_hash(wanted.instance.keyHash);
     switch (wanted.scope) {
         case DDSSampleSelection::all_instances:
             break;
         case DDSSampleSelection::this_instance:
-            if (!wanted.instance.isValid || !cache_.knows_instance(to_key(wanted.instance)))
+            if (!instance || !cache_.knows_instance(*instance))
                 return DDS_RETCODE_BAD_PARAMETER;
-            selection.instance = to_key(wanted.instance);
+            selection.instance = instance;
             break;
         case DDSSampleSelection::next_instance:
-            selection.instance = cache_.next_instance(
-                wanted.instance.isValid ? std::optional<rtps::KeyHash>(to_key(wanted.instance))
-                                        : std::nullopt,
-                selection);
+            selection.instance = cache_.next_instance(instance, selection);
             empty = !selection.instance;
             break;
     }
@@ -192,9 +192,9 @@ DDS_InstanceHandle_t UserReader::lookup_instance_untyped(const void* holder) {
     if (!keyed_ || holder == nullptr || plugin().instanceToKeyHash == nullptr ||
         !plugin().instanceToKeyHash(plugin_data(), &hash, holder))
         return DDS_HANDLE_NIL;
-    const rtps::KeyHash key = to_key(hash);
+    const rtps::KeyHash key = discovery::to_key_hash(hash.value);
     MutexLock lock(mutex_);
-    return cache_.knows_instance(key) ? instance_handle(key) : DDS_HANDLE_NIL;
+    return cache_.knows_instance(key) ? discovery::to_handle(key) : DDS_HANDLE_NIL;
 }
 
 } // namespace meridian::dcps

@@ -5,16 +5,15 @@
 #include <algorithm>
 #include <utility>
 
-#include "dcps/common/instance_keys.h"
 #include "discovery/conversions.h"
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "rtps/wire/guid_key.h"
 
 namespace meridian::dcps {
 
 namespace {
 
-constexpr DDS_Long kInitialBuffers = 1;
 constexpr std::chrono::milliseconds kPollPeriod{1};
 
 /// In the byte order of this machine (DDSI-RTPS 2.5, 10.5; DDS-XTypes 1.3, 7.6.2.1.2).
@@ -87,7 +86,7 @@ std::unique_ptr<UserWriter> UserWriter::create(WriterOwner& publisher, TopicImpl
 
 UserWriter::UserWriter(WriterOwner& publisher, TopicImpl& topic, TypeRegistry::Type type,
                        const rtps::Guid& guid, const DDS_DataWriterQos& qos)
-    : UserEndpoint(topic, std::move(type), guid, qos, kInitialBuffers), publisher_(publisher) {}
+    : UserEndpoint(topic, std::move(type), guid, qos), publisher_(publisher) {}
 
 UserWriter::~UserWriter() {
     stop();
@@ -147,10 +146,10 @@ DDS_ReturnCode_t UserWriter::key_of(const void* sample, const DDS_InstanceHandle
     PRESKeyHash hash{};
     if (!plugin().instanceToKeyHash(plugin_data(), &hash, sample))
         return DDS_RETCODE_ERROR;
-    key = to_key(hash);
+    key = discovery::to_key_hash(hash.value);
     if (!handle.isValid)
         return DDS_RETCODE_OK;
-    const rtps::KeyHash given = to_key(handle);
+    const rtps::KeyHash given = discovery::to_key_hash(handle.keyHash);
     if (instances_.count(given) == 0)
         return DDS_RETCODE_BAD_PARAMETER;
     return given == key ? DDS_RETCODE_OK : DDS_RETCODE_PRECONDITION_NOT_MET;
@@ -182,9 +181,7 @@ DDS_ReturnCode_t UserWriter::fill_in(const DDS_WriteParams_t& params, const rtps
     }
     const DDS_SampleIdentity_t& related = params.related_sample_identity;
     if (related.writer_guid != DDS_GUID_UNKNOWN) {
-        DDS_InstanceHandle_t handle{{}, sizeof handle.keyHash, true};
-        std::copy(std::begin(related.writer_guid.value), std::end(related.writer_guid.value), handle.keyHash);
-        request.inline_qos.related_writer = discovery::to_guid(handle);
+        request.inline_qos.related_writer = rtps::guid_of(discovery::to_key_hash(related.writer_guid.value));
         request.inline_qos.related_sequence_number = static_cast<rtps::SequenceNumber>(
             static_cast<uint64_t>(static_cast<uint32_t>(related.sequence_number.high)) << 32 |
             related.sequence_number.low);
@@ -272,7 +269,7 @@ DDS_InstanceHandle_t UserWriter::register_instance_untyped(const void* sample,
     rtps::KeyHash key;
     if (key_of(sample, params.handle, key) != DDS_RETCODE_OK || add_instance(key) != DDS_RETCODE_OK)
         return DDS_HANDLE_NIL;
-    return instance_handle(key);
+    return discovery::to_handle(key);
 }
 
 DDS_ReturnCode_t UserWriter::unregister_instance_untyped(const void* sample,
@@ -295,7 +292,7 @@ DDS_InstanceHandle_t UserWriter::lookup_instance_untyped(const void* holder) {
     rtps::KeyHash key;
     if (key_of(holder, DDS_HANDLE_NIL, key) != DDS_RETCODE_OK || instances_.count(key) == 0)
         return DDS_HANDLE_NIL;
-    return instance_handle(key);
+    return discovery::to_handle(key);
 }
 
 DDS_ReturnCode_t UserWriter::wait_for_acknowledgments(const DDS_Duration_t& max_wait) {

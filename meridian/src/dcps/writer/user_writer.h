@@ -3,7 +3,6 @@
 // The writing side. The tool only reads; this is here because the typed writers of the public interface need
 // something real to write through, for programs that play a peer in tests, demos and benchmarks.
 
-#include <chrono>
 #include <memory>
 #include <set>
 #include <vector>

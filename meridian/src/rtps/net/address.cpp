@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/text.h"
+
 namespace meridian::rtps::net {
 
 namespace {
@@ -82,10 +84,8 @@ std::optional<IpAddress> parse_address(const std::string& text) {
 }
 
 std::string to_string(const IpAddress& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    const int family = address.family == Family::v4 ? AF_INET : AF_INET6;
-    inet_ntop(family, address.bytes.data() + first_byte(address.family), text, sizeof text);
-    return text;
+    const uint8_t* const bytes = address.bytes.data() + first_byte(address.family);
+    return address.family == Family::v4 ? ipv4_text(bytes) : ipv6_text(bytes);
 }
 
 bool same_network(const IpAddress& a, const IpAddress& b, unsigned prefix_length) {

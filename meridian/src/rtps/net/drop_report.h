@@ -8,7 +8,6 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <utility>
 
 #include "rtps/net/address.h"
 #include "rtps/wire/types.h"

@@ -7,7 +7,6 @@
 #include <functional>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "rtps/net/network_interfaces.h"

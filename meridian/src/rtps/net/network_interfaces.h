@@ -2,7 +2,6 @@
 
 // The network interfaces of this host, which of them are used, and notice of their changes.
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -2,7 +2,6 @@
 
 // Where participants are announced to before any is known.
 
-#include <optional>
 #include <string>
 #include <vector>
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <optional>
 
 #include "platform/clock.h"
 #include "platform/log.h"

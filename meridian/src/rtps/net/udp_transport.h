@@ -4,7 +4,6 @@
 // multicast ports that it shares with all others of the domain, joined on every usable interface.
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <set>

@@ -1,7 +1,6 @@
 #include "rtps/protocol/early_packets.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace meridian::rtps {
 

@@ -1,7 +1,5 @@
 #include "rtps/protocol/heartbeat_judge.h"
 
-#include <algorithm>
-
 #include "rtps/protocol/count.h"
 
 namespace meridian::rtps {

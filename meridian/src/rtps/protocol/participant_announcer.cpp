@@ -9,6 +9,17 @@ namespace {
 constexpr Duration kAnswerPause = std::chrono::milliseconds(50);
 constexpr Duration kShortestAnnouncePause = std::chrono::milliseconds(100);
 
+/// `payload` is what an announcement says, or the key of one that ends; kept by the caller.
+Data announcement_data(SequenceNumber number, ByteView payload) {
+    Data data;
+    data.reader = entity::unknown;
+    data.writer = entity::participant_writer;
+    data.sequence_number = number;
+    data.has_payload = true;
+    data.payload = payload;
+    return data;
+}
+
 } // namespace
 
 ParticipantAnnouncer::ParticipantAnnouncer(const ParticipantConfig& config, Output& output,
@@ -137,13 +148,8 @@ void ParticipantAnnouncer::stop() {
 void ParticipantAnnouncer::send(const Route& route, SequenceNumber number, Now now) {
     if (route.locators.empty())
         return;
-    Data data;
-    data.reader = entity::unknown;
-    data.writer = entity::participant_writer;
-    data.sequence_number = number;
-    data.has_payload = true;
+    Data data = announcement_data(number, announcement_);
     if (host_announcement_.empty()) {
-        data.payload = announcement_;
         batcher_.add(route, data, now.wall);
         return;
     }
@@ -160,13 +166,9 @@ void ParticipantAnnouncer::announce_to_servers(Now now) {
     qos.related_writer = Guid{config_.prefix, entity::participant_writer};
     qos.related_sequence_number = version_;
     const ByteBuffer inline_qos = encode(qos);
-    Data data;
+    Data data = announcement_data(version_, server_announcement_);
     data.reader = entity::participant_reader;
-    data.writer = entity::participant_writer;
-    data.sequence_number = version_;
     data.inline_qos = inline_qos;
-    data.has_payload = true;
-    data.payload = server_announcement_;
     // Some releases take the vendor from the message instead of from the announcement.
     MessageWriter message(config_.prefix, config_.max_message_size, kFastDds);
     if (!message.add_info_timestamp(now.wall) || !message.add_data(data))
@@ -205,14 +207,9 @@ void ParticipantAnnouncer::say_farewell(const std::vector<const Route*>& others,
     qos.status_info = kDisposed | kUnregistered;
     const ByteBuffer inline_qos = encode(qos);
     const ByteBuffer key = encode_participant_key(announced_.guid);
-    Data data;
-    data.reader = entity::unknown;
-    data.writer = entity::participant_writer;
-    data.sequence_number = ++sequence_number_;
+    Data data = announcement_data(++sequence_number_, key);
     data.inline_qos = inline_qos;
-    data.has_payload = true;
     data.payload_is_key = true;
-    data.payload = key;
     ++version_;
     batcher_.add(Route{kUnknownPrefix, config_.initial_peers}, data, now.wall);
     for (const Route* route : others)

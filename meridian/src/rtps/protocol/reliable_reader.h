@@ -20,7 +20,6 @@
 //   Where a heartbeat moved the reader over numbers that no earlier one had named, and later ones show that
 //   this was not the writer's word, the reader returns to where it was.
 
-#include <map>
 #include <memory>
 #include <unordered_map>
 

@@ -13,11 +13,9 @@
 // - Of disposed instances the last 1000 stay for late joiners too: a reader may still be there that this side
 //   had lost when the instance was disposed, and only the disposal ends the instance for it.
 
-#include <cstdint>
 #include <deque>
 #include <map>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "rtps/protocol/config.h"

@@ -6,8 +6,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "platform/memory_budget.h"
 #include "rtps/wire/discovery_data.h"

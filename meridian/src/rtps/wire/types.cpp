@@ -4,51 +4,16 @@
 #include <cstring>
 
 #include "platform/seeded_hash.h"
+#include "platform/text.h"
 
 namespace meridian::rtps {
 
 namespace {
 
 std::string hex(const uint8_t* bytes, size_t count) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (size_t i = 0; i < count; ++i) {
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 0xf];
-    }
-    return text;
-}
-
-/// RFC 5952: lower case, the longest run of at least two zero groups (the first of equals) becomes "::".
-std::string ipv6_text(const std::array<uint8_t, 16>& address) {
-    std::array<unsigned, 8> groups{};
-    for (size_t i = 0; i < 8; ++i)
-        groups[i] = static_cast<unsigned>(address[2 * i] << 8 | address[2 * i + 1]);
-    size_t best = 8;
-    size_t best_length = 1;
-    for (size_t i = 0; i < 8;) {
-        size_t end = i;
-        while (end < 8 && groups[end] == 0)
-            ++end;
-        if (end - i > best_length) {
-            best = i;
-            best_length = end - i;
-        }
-        i = end + 1;
-    }
-    std::string text;
-    for (size_t i = 0; i < 8; ++i) {
-        if (i == best) {
-            text += "::";
-            i += best_length - 1;
-            continue;
-        }
-        if (!text.empty() && text.back() != ':')
-            text += ':';
-        char group[8];
-        std::snprintf(group, sizeof group, "%x", groups[i]);
-        text += group;
-    }
+    for (size_t i = 0; i < count; ++i)
+        append_hex(text, bytes[i]);
     return text;
 }
 
@@ -74,14 +39,12 @@ std::string to_string(const Guid& guid) {
 
 std::string to_string(const Locator& locator) {
     const std::string port = ':' + std::to_string(locator.port);
-    const auto& a = locator.address;
-    if (locator.kind == kLocatorUdpV4) {
-        return "udpv4:" + std::to_string(a[12]) + '.' + std::to_string(a[13]) + '.' + std::to_string(a[14]) +
-               '.' + std::to_string(a[15]) + port;
-    }
+    const uint8_t* const address = locator.address.data();
+    if (locator.kind == kLocatorUdpV4)
+        return "udpv4:" + ipv4_text(address + 12) + port;
     if (locator.kind == kLocatorUdpV6)
-        return "udpv6:[" + ipv6_text(a) + ']' + port;
-    return "kind " + std::to_string(locator.kind) + ':' + hex(a.data(), a.size()) + port;
+        return "udpv6:[" + ipv6_text(address) + ']' + port;
+    return "kind " + std::to_string(locator.kind) + ':' + hex(address, locator.address.size()) + port;
 }
 
 uint32_t fraction_from_nanoseconds(uint32_t nanoseconds) {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <type_traits>
 
 #include "platform/text.h"
 #include "types/data/cdr_walker.h"
@@ -124,11 +123,11 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
         case DDS_TK_WSTRING:
             return read_wide_text(reader, value);
         case DDS_TK_ENUM:
-            return read_integer(reader, size_of_bits(type.bit_bound), true, value.bits);
+            return read_integer(reader, number_size(type), true, value.bits);
         case DDS_TK_BITMASK:
-            return read_integer(reader, size_of_bits(type.bit_bound), false, value.bits);
+            return read_integer(reader, number_size(type), false, value.bits);
         case DDS_TK_BITSET: {
-            const size_t size = std::max<size_t>(size_of_bits(type.bit_bound), dialect_.bitset_octets);
+            const size_t size = std::max<size_t>(number_size(type), dialect_.bitset_octets);
             if (!read_integer(reader, size, false, value.bits))
                 return false;
             behind_disputed_ = trial_;

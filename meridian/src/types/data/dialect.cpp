@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 #include <tuple>
-#include <utility>
 
 namespace meridian::types {
 
@@ -54,7 +53,7 @@ Disputed find_disputed(const Type& root) {
                                            [](const Member& member) { return member.optional; });
         disputed.wide_text |= type.kind == DDS_TK_WSTRING || type.kind == DDS_TK_WCHAR;
         disputed.long_doubles |= type.kind == DDS_TK_LONGDOUBLE;
-        disputed.bitsets |= type.kind == DDS_TK_BITSET && size_of_bits(type.bit_bound) < 8;
+        disputed.bitsets |= type.kind == DDS_TK_BITSET && number_size(type) < 8;
         disputed.optionals |= optionals;
         disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
         disputed.headers |= has_disputed_header(type);

@@ -48,7 +48,7 @@ class KeyWriter final : public ValueSink {
                 return true;
             }
             default:
-                return integer(wire_size(type), value.bits);
+                return integer(number_size(type), value.bits);
         }
     }
 
@@ -74,15 +74,6 @@ class KeyWriter final : public ValueSink {
     }
 
   private:
-    static bool is_primitive(const Type* type) {
-        type = resolve_alias(type);
-        return type != nullptr && primitive_size(type->kind) != 0;
-    }
-    static size_t wire_size(const Type& type) {
-        const size_t size = primitive_size(type.kind);
-        return size != 0 ? size : size_of_bits(type.bit_bound);
-    }
-
     bool integer(size_t size, uint64_t bits) {
         switch (size) {
             case 1:
@@ -208,10 +199,8 @@ class LargestKey {
                 return std::nullopt; // all peers hash such keys
             case DDS_TK_LONGDOUBLE:
                 return number(offset, 8) + 8;
-            default: {
-                const size_t size = primitive_size(type.kind);
-                return number(offset, size != 0 ? size : size_of_bits(type.bit_bound));
-            }
+            default:
+                return number(offset, number_size(type));
         }
     }
 
@@ -240,13 +229,10 @@ bool is_written_alike(const Type* type, std::set<const Type*>& seen) {
     type = resolve_alias(type);
     if (type == nullptr || !seen.insert(type).second)
         return type != nullptr;
-    if (primitive_size(type->kind) >= 8 || type->kind == DDS_TK_MAP ||
-        ((type->kind == DDS_TK_BITMASK || type->kind == DDS_TK_BITSET) && size_of_bits(type->bit_bound) == 8))
+    if (number_size(*type) >= 8 || type->kind == DDS_TK_MAP)
         return false;
-    if (type->kind == DDS_TK_SEQUENCE || type->kind == DDS_TK_ARRAY) {
-        const Type* content = resolve_alias(type->content);
-        return content != nullptr && (primitive_size(content->kind) != 0 && is_written_alike(content, seen));
-    }
+    if (type->kind == DDS_TK_SEQUENCE || type->kind == DDS_TK_ARRAY)
+        return is_primitive(type->content) && is_written_alike(type->content, seen);
     if (type->kind == DDS_TK_UNION && !is_written_alike(type->discriminator, seen))
         return false;
     if (!type->is_aggregate() && type->kind != DDS_TK_UNION)
@@ -264,9 +250,7 @@ rtps::KeyHash padded(const rtps::ByteBuffer& key) {
 } // namespace
 
 KeyHasher::KeyHasher(const SampleReader& reader)
-    : reader_(reader),
-      fixed_(reader.type()),
-      keyed_(reader.type().is_aggregate() && has_key_members(reader.type())) {
+    : reader_(reader), fixed_(reader.type()), keyed_(has_key_members(reader.type())) {
     const auto xcdr1 = LargestKey(rtps::kXcdr1MaxAlignment).end_of(reader.type(), true, 0);
     const auto xcdr2 = LargestKey(rtps::kXcdr2MaxAlignment).end_of(reader.type(), true, 0);
     digest_xcdr1_ = !xcdr1;

@@ -1,13 +1,10 @@
 #include "types/data/members.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <tuple>
 
 namespace meridian::types {
-
-bool has_key_members(const Type& type) {
-    return !visit_members(type, [](const Member& member) { return !member.key; });
-}
 
 void append_key_members(const Type& type, bool outermost, std::vector<KeyMember>& members) {
     const bool only_keys = outermost || has_key_members(type);

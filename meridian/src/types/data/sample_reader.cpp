@@ -33,7 +33,7 @@ struct SampleReader::Body {
     size_t list = 0;   // of dialects
 };
 
-SampleReader::SampleReader(TypeRef type) : type_(std::move(type)) {
+SampleReader::SampleReader(const TypeRef& type) : type_(resolve_alias(type.get())) {
     for (const Maker maker :
          {Maker::unknown, Maker::fast_cdr, Maker::fast_cdr_1, Maker::fast_cdr_2, Maker::cyclone_dds}) {
         for (const CdrVersion version : {CdrVersion::xcdr1, CdrVersion::xcdr2}) {

@@ -17,8 +17,10 @@ namespace meridian::types {
 /// Any thread. Steady traffic of equal size allocates nothing.
 class SampleReader {
   public:
-    explicit SampleReader(TypeRef type);
+    /// The type is a structure or union, or an alias of one.
+    explicit SampleReader(const TypeRef& type);
 
+    /// Behind all aliases.
     const Type& type() const { return *type_; }
 
     /// Tells the values of a payload (encapsulation included) to `sink`; null checks only. False with the

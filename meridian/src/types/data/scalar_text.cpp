@@ -1,7 +1,9 @@
 #include "types/data/scalar_text.h"
 
+#include <algorithm>
 #include <cmath>
 
+#include "meridian/utf8.h"
 #include "platform/text.h"
 
 namespace meridian::types {
@@ -71,34 +73,32 @@ void append_bitmask(std::string& out, const Type& type, uint64_t bits) {
     }
 }
 
-/// The first character of a text, or octet of a character that stands as it is; how many octets that were.
+/// The first character of a text; how many octets it has.
 size_t append_special(std::string& out, std::string_view text, const Quoting& quoting) {
-    const auto octet = static_cast<uint8_t>(text[0]);
-    const size_t escape = octet < 0x80 ? quoting.characters.find(text[0]) : std::string_view::npos;
+    const size_t escape = quoting.characters.find(text[0]);
     if (escape != std::string_view::npos) {
         out += '\\';
         out += quoting.letters[escape];
         return 1;
     }
-    if (const uint16_t format = format_at(text, 0); format != 0) {
+    const QUIXCharacter character = QUIXCharacter_first(text);
+    const size_t length = std::max<size_t>(character.length, 1);
+    const auto low = static_cast<uint8_t>(character.number & 0xff);
+    if (character.is_format()) {
         out += "\\u";
-        append_hex(out, static_cast<uint8_t>(format >> 8));
-        append_hex(out, static_cast<uint8_t>(format & 0xff));
-        return 3;
-    }
-    const size_t control = control_at(text, 0);
-    if (control == 0) {
-        out += text[0];
-        return 1;
-    }
-    out += quoting.control;
-    if (octet < 0x20) {
-        out += quoting.digits[octet >> 4];
-        out += quoting.digits[octet & 15];
+        append_hex(out, static_cast<uint8_t>(character.number >> 8));
+        append_hex(out, low);
+    } else if (!character.is_control()) {
+        out += text.substr(0, length);
+    } else if (low < 0x20) {
+        out += quoting.control;
+        out += quoting.digits[low >> 4];
+        out += quoting.digits[low & 15];
     } else {
-        append_hex(out, static_cast<uint8_t>(text[control - 1]));
+        out += quoting.control;
+        append_hex(out, low);
     }
-    return control;
+    return length;
 }
 
 } // namespace

@@ -167,32 +167,17 @@ bool DocumentBuilder::count_members(const pugi::xml_node& node, size_t count) {
            refuse(node, "more than " + std::to_string(kMaxGraphMembers) + " members");
 }
 
-Type* DocumentBuilder::node_of(DDS_TCKind kind, const pugi::xml_node& at) {
-    Type* made = graph_.add();
-    if (made == nullptr)
-        fail(at, "more than " + std::to_string(kMaxGraphNodes) + " types");
-    else
-        made->kind = kind;
-    return made;
-}
-
 /// A primitive, string or named type. `other` is the name where `name` is "nonBasic".
 const Type* DocumentBuilder::scalar_type(const pugi::xml_node& node, std::string name,
                                          const std::string& other, const char* bound_name, unsigned depth) {
     DDS_TCKind kind = DDS_TK_NULL;
     if (primitive_named(name, kind))
-        return graph_.primitive(kind);
+        return checked(graph_.primitive(kind), node);
     if (name == "string" || name == "wstring") {
         uint32_t limit = 0;
         if (!bound(node, {bound_name}, limit))
             return nullptr;
-        kind = name == "string" ? DDS_TK_STRING : DDS_TK_WSTRING;
-        if (limit == 0)
-            return graph_.primitive(kind);
-        Type* made = node_of(kind, node);
-        if (made != nullptr)
-            made->bound = limit;
-        return made;
+        return checked(graph_.text(name == "string" ? DDS_TK_STRING : DDS_TK_WSTRING, limit), node);
     }
     if (name == "nonBasic")
         name = other;
@@ -216,7 +201,7 @@ const Type* DocumentBuilder::member_type(const pugi::xml_node& node, unsigned de
     if (key && sequence)
         return fail(node, "a map and a sequence at once");
     if (key || sequence) {
-        Type* collection = node_of(key ? DDS_TK_MAP : DDS_TK_SEQUENCE, node);
+        Type* collection = checked(graph_.add(key ? DDS_TK_MAP : DDS_TK_SEQUENCE), node);
         if (collection == nullptr)
             return nullptr;
         collection->content = type;
@@ -234,7 +219,7 @@ const Type* DocumentBuilder::member_type(const pugi::xml_node& node, unsigned de
     if (!dimensions(node, sizes))
         return nullptr;
     if (!sizes.empty()) {
-        Type* array = node_of(DDS_TK_ARRAY, node);
+        Type* array = checked(graph_.add(DDS_TK_ARRAY), node);
         if (array == nullptr)
             return nullptr;
         array->content = type;
@@ -252,7 +237,7 @@ const Type* DocumentBuilder::type_named(const std::string& full, unsigned depth)
     const DeclarationScope scope(*this, declaration);
     if (depth > kMaxTypeDepth)
         return fail(declaration.node, "types nest deeper than " + std::to_string(kMaxTypeDepth));
-    Type* made = node_of(declared_kind(declaration.node.name()), declaration.node);
+    Type* made = checked(graph_.add(declared_kind(declaration.node.name())), declaration.node);
     if (made == nullptr)
         return nullptr;
     made->name = full;

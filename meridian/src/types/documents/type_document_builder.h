@@ -8,7 +8,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "types/documents/type_declarations.h"
 #include "types/model/type.h"
@@ -78,7 +77,13 @@ class DocumentBuilder {
     bool dimensions(const pugi::xml_node& node, std::vector<uint32_t>& values);
 
     bool count_members(const pugi::xml_node& node, size_t count);
-    Type* node_of(DDS_TCKind kind, const pugi::xml_node& at);
+    /// What the graph made for the node: null, and then a reason, when it is full.
+    template <typename Node>
+    Node* checked(Node* made, const pugi::xml_node& node) {
+        if (made == nullptr)
+            fail(node, "more than " + std::to_string(kMaxGraphNodes) + " types");
+        return made;
+    }
     const Type* scalar_type(const pugi::xml_node& node, std::string name, const std::string& other,
                             const char* bound_name, unsigned depth);
     const Type* member_type(const pugi::xml_node& node, unsigned depth);

@@ -18,28 +18,6 @@ void SharedTypeResolver::remove(Asker asker, rtps::MonotonicTime now) {
     pump();
 }
 
-TypeResolver::Answer SharedTypeResolver::resolve(const rtps::RemoteEndpoint& publication, bool answers,
-                                                 rtps::MonotonicTime now, Asker asker) {
-    const MutexLock lock(mutex_);
-    TypeResolver::Answer answer = resolver_.resolve(publication, answers, now, asker);
-    pump();
-    return answer;
-}
-
-void SharedTypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::MonotonicTime now,
-                                          Asker asker) {
-    const MutexLock lock(mutex_);
-    resolver_.participant_gone(participant, now, asker);
-    pump();
-}
-
-void SharedTypeResolver::take(const TypeLookupReply& reply, const rtps::GuidPrefix& from,
-                              rtps::MonotonicTime now) {
-    const MutexLock lock(mutex_);
-    resolver_.take(reply, from, now);
-    pump();
-}
-
 void SharedTypeResolver::on_timer(rtps::MonotonicTime now) {
     const MutexLock lock(mutex_);
     if (armed_ <= now)

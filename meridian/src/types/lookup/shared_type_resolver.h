@@ -2,7 +2,6 @@
 
 // The type resolver that the participants of this process share: what one of them looked up, all know.
 
-#include <functional>
 #include <map>
 #include <memory>
 
@@ -32,10 +31,13 @@ class SharedTypeResolver {
     /// After it returned the client is not called any more.
     void remove(Asker asker, rtps::MonotonicTime now);
 
-    TypeResolver::Answer resolve(const rtps::RemoteEndpoint& publication, bool answers,
-                                 rtps::MonotonicTime now, Asker asker);
-    void participant_gone(const rtps::GuidPrefix& participant, rtps::MonotonicTime now, Asker asker);
-    void take(const TypeLookupReply& reply, const rtps::GuidPrefix& from, rtps::MonotonicTime now);
+    /// Calls function(TypeResolver&) and hands out what came of it.
+    template <typename Function>
+    void with_resolver(Function function) MERIDIAN_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        function(resolver_);
+        pump();
+    }
     void on_timer(rtps::MonotonicTime now);
 
   private:

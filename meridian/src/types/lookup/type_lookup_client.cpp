@@ -69,8 +69,10 @@ TypeLookupClient::Answer TypeLookupClient::type_of(const rtps::RemoteEndpoint& p
     const SharedTypeResolver::Asker asker = asker_;
     if (asker == 0)
         return {rtps::TypeState::none, nullptr};
-    const TypeResolver::Answer answer =
-        resolver_->resolve(publication, answers, rtps::net::now().monotonic, asker);
+    TypeResolver::Answer answer;
+    resolver_->with_resolver([&](TypeResolver& resolver) {
+        answer = resolver.resolve(publication, answers, rtps::net::now().monotonic, asker);
+    });
     if (!answer) {
         waiting_[publication.guid] = publication.type_name;
         return {rtps::TypeState::waiting, nullptr};
@@ -84,7 +86,9 @@ void TypeLookupClient::participant_gone(const rtps::GuidPrefix& participant) {
         type = type->second.expired() ? shared_.erase(type) : std::next(type);
     const SharedTypeResolver::Asker asker = asker_;
     if (asker != 0)
-        resolver_->participant_gone(participant, rtps::net::now().monotonic, asker);
+        resolver_->with_resolver([&](TypeResolver& resolver) {
+            resolver.participant_gone(participant, rtps::net::now().monotonic, asker);
+        });
 }
 
 void TypeLookupClient::on_sample(const rtps::Sample& sample) {
@@ -99,7 +103,9 @@ void TypeLookupClient::on_sample(const rtps::Sample& sample) {
     }
     // Some peers name themselves as the writer of the request. Replies to others that come here too do not
     // hold what was asked for.
-    resolver_->take(reply, sample.writer.prefix, rtps::net::now().monotonic);
+    resolver_->with_resolver([&](TypeResolver& resolver) {
+        resolver.take(reply, sample.writer.prefix, rtps::net::now().monotonic);
+    });
 }
 
 // Not at once: these may come in the middle of an event of this participant or of another.

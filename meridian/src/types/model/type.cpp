@@ -42,12 +42,19 @@ size_t primitive_size(DDS_TCKind kind) {
     }
 }
 
-size_t size_of_bits(uint16_t bits) {
-    if (bits <= 8)
+size_t number_size(const Type& type) {
+    if (type.kind != DDS_TK_ENUM && type.kind != DDS_TK_BITMASK && type.kind != DDS_TK_BITSET)
+        return primitive_size(type.kind);
+    if (type.bit_bound <= 8)
         return 1;
-    if (bits <= 16)
+    if (type.bit_bound <= 16)
         return 2;
-    return bits <= 32 ? 4 : 8;
+    return type.bit_bound <= 32 ? 4 : 8;
+}
+
+bool is_primitive(const Type* type) {
+    type = resolve_alias(type);
+    return type != nullptr && primitive_size(type->kind) != 0;
 }
 
 bool is_scalar(const Type* type) {
@@ -66,6 +73,10 @@ bool is_scalar(const Type* type) {
         default:
             return true;
     }
+}
+
+bool has_key_members(const Type& type) {
+    return type.is_aggregate() && !visit_members(type, [](const Member& member) { return !member.key; });
 }
 
 const Member* select_union_member(const Type& type, int64_t discriminator) {
@@ -143,16 +154,28 @@ bool equal(const Type& a, const Type& b) {
     return Comparison().same(&a, &b);
 }
 
+Type* TypeGraph::add(DDS_TCKind kind) {
+    if (nodes_.size() >= kMaxGraphNodes)
+        return nullptr;
+    Type& made = nodes_.emplace_back(*this);
+    made.kind = kind;
+    return &made;
+}
+
 const Type* TypeGraph::primitive(DDS_TCKind kind) {
     const Type*& slot = primitives_[kind];
-    if (slot == nullptr) {
-        Type* made = add();
-        if (made == nullptr)
-            return nullptr;
-        made->kind = kind;
-        slot = made;
-    }
+    if (slot == nullptr)
+        slot = add(kind);
     return slot;
+}
+
+const Type* TypeGraph::text(DDS_TCKind kind, uint32_t bound) {
+    if (bound == 0)
+        return primitive(kind);
+    Type* made = add(kind);
+    if (made != nullptr)
+        made->bound = bound;
+    return made;
 }
 
 } // namespace meridian::types

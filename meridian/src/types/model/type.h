@@ -4,6 +4,7 @@
 // recursive types need no weak pointers, and is immutable once it is built. A TypeRef holds one node and
 // keeps its graph alive.
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <deque>
@@ -81,9 +82,21 @@ inline bool is_whole_number(DDS_TCKind kind) {
 }
 /// Whether values of the type, behind its aliases, have no parts.
 bool is_scalar(const Type* type);
-/// Octets that hold an enumeration, bit mask or bit set of so many bits.
-size_t size_of_bits(uint16_t bits);
+/// The same for a primitive type, enumeration, bit mask or bit set; 0 for others. Not looking behind aliases.
+size_t number_size(const Type& type);
+/// Whether the type, behind its aliases, is a primitive one.
+bool is_primitive(const Type* type);
 
+/// Calls visit(member) for each member of a structure in the order of the wire, those of the outermost base
+/// first, until it returns false.
+template <typename Visit>
+bool visit_members(const Type& type, Visit visit) {
+    if (type.base != nullptr && !visit_members(*type.base, visit))
+        return false;
+    return std::all_of(type.members.begin(), type.members.end(), visit);
+}
+/// Whether the type is a structure, and it or one of its bases has key members.
+bool has_key_members(const Type& type);
 /// The member of a union that a discriminator selects: the one with that label, else the default one, else
 /// null.
 const Member* select_union_member(const Type& type, int64_t discriminator);
@@ -102,13 +115,11 @@ class TypeGraph {
     TypeGraph& operator=(const TypeGraph&) = delete;
 
     /// A new node; null when the graph is full.
-    Type* add() {
-        if (nodes_.size() >= kMaxGraphNodes)
-            return nullptr;
-        return &nodes_.emplace_back(*this);
-    }
+    Type* add(DDS_TCKind kind = DDS_TK_NULL);
     /// The node of a primitive kind, made once per graph.
     const Type* primitive(DDS_TCKind kind);
+    /// A string or wide string; bound 0: any length.
+    const Type* text(DDS_TCKind kind, uint32_t bound);
     /// Counts members against the limit.
     bool count_members(size_t count) {
         members_ += count;

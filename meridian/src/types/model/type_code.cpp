@@ -68,9 +68,9 @@ const DDS_TypeCode* DDS_TypeCode::member_type(DDS_UnsignedLong index, DDS_Except
     return found == nullptr ? nullptr : found->type;
 }
 
-DDS_Boolean DDS_TypeCode::is_member_key(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {
-    const Member* found = member(this, kAggregates, index, ex);
-    return found != nullptr && found->key;
+DDS_Boolean DDS_TypeCode::has_key() const {
+    const Type* type = meridian::types::resolve_alias(from_type_code(this));
+    return type != nullptr && meridian::types::has_key_members(*type);
 }
 
 DDS_Boolean DDS_TypeCode::is_member_optional(DDS_UnsignedLong index, DDS_ExceptionCode_t& ex) const {

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "meridian/utf8.h"
 #include "platform/text.h"
 
 namespace meridian::types {
@@ -139,8 +140,13 @@ class TypeBuilder {
             error_ = reason;
         return nullptr;
     }
-    Type* node(DDS_TCKind kind);
-    const Type* string(DDS_TCKind kind, uint32_t bound);
+    /// What the graph made: null, and then a reason, when it is full.
+    template <typename Node>
+    Node* checked(Node* made) {
+        if (made == nullptr)
+            fail("more than " + std::to_string(kMaxGraphNodes) + " types");
+        return made;
+    }
     const Type* collection(const TypeIdentifier& id, unsigned depth);
     const Type* hashed(const TypeHash& hash, unsigned depth);
     bool fill(Type& type, const TypeObject& object, unsigned depth);
@@ -213,33 +219,15 @@ std::string printable(const std::string& name) {
     std::string valid;
     append_utf8(valid, name);
     std::string clean;
-    for (size_t i = 0; i < valid.size(); ++i) {
-        const size_t control = control_at(valid, i);
-        clean += control != 0 ? '_' : valid[i];
-        i += control == 2 ? 1 : 0;
+    for (std::string_view rest = valid; !rest.empty();) {
+        const QUIXCharacter character = QUIXCharacter_first(rest);
+        clean += character.is_control() ? "_" : rest.substr(0, character.length);
+        rest.remove_prefix(character.length);
     }
     return clean;
 }
 
 } // namespace
-
-Type* TypeBuilder::node(DDS_TCKind kind) {
-    Type* made = graph_.add();
-    if (made == nullptr)
-        fail("more than " + std::to_string(kMaxGraphNodes) + " types");
-    else
-        made->kind = kind;
-    return made;
-}
-
-const Type* TypeBuilder::string(DDS_TCKind kind, uint32_t bound) {
-    if (bound == 0)
-        return graph_.primitive(kind);
-    Type* made = node(kind);
-    if (made != nullptr)
-        made->bound = bound;
-    return made;
-}
 
 const Type* TypeBuilder::type_of(const TypeIdentifier& id, unsigned depth) {
     if (depth > kMaxTypeDepth)
@@ -249,11 +237,11 @@ const Type* TypeBuilder::type_of(const TypeIdentifier& id, unsigned depth) {
     if (id.element != nullptr)
         return collection(id, depth);
     if (const DDS_TCKind kind = kind_among(kPrimitives, id.kind); kind != DDS_TK_NULL)
-        return graph_.primitive(kind);
+        return checked(graph_.primitive(kind));
     if (id.kind == tk::kString8Small || id.kind == tk::kString8Large)
-        return string(DDS_TK_STRING, id.bound);
+        return checked(graph_.text(DDS_TK_STRING, id.bound));
     if (id.kind == tk::kString16Small || id.kind == tk::kString16Large)
-        return string(DDS_TK_WSTRING, id.bound);
+        return checked(graph_.text(DDS_TK_WSTRING, id.bound));
     return fail("a type identifier of kind " + std::to_string(id.kind) + " is used as a type");
 }
 
@@ -263,7 +251,7 @@ const Type* TypeBuilder::collection(const TypeIdentifier& id, unsigned depth) {
         kind = DDS_TK_MAP;
     else if (!id.dimensions.empty())
         kind = DDS_TK_ARRAY;
-    Type* made = node(kind);
+    Type* made = checked(graph_.add(kind));
     if (made == nullptr)
         return nullptr;
     made->bound = id.bound;
@@ -289,7 +277,7 @@ const Type* TypeBuilder::hashed(const TypeHash& hash, unsigned depth) {
     const DDS_TCKind kind = kind_of(entry->object);
     if (kind == DDS_TK_NULL)
         return fail("an annotation is used as a type");
-    Type* made = node(kind);
+    Type* made = checked(graph_.add(kind));
     if (made == nullptr)
         return nullptr;
     nodes_.emplace(hash, made); // before its members, which may refer back to it

@@ -6,7 +6,6 @@
 // Not thread-safe: callers on several threads must lock. The TypeRefs that it makes are independent of it.
 
 #include <map>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>

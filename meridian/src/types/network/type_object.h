@@ -4,7 +4,6 @@
 // one flat record. Applied annotations are passed over: none of them changes how data looks on the
 // wire beyond what the flags already say.
 
-#include <optional>
 #include <string>
 #include <vector>
 
