@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Address families, hosts, and networks without multicast."""
 
+import time
+
 import harness
 
 
@@ -59,6 +61,24 @@ class Networks(harness.InteropTest):
         self.make_endpoints(near)
         self.make_endpoints(far)
         self.check_seen_once(self.spy(network=here), near, far)
+
+    def test_what_is_made_later_on_two_hosts_with_three_cables(self):
+        """A peer may send with another socket over each cable. A second after the tool has met it, what it tells of its
+        endpoints counts only from sockets that are known to be its own."""
+        here, there = self.new_network(), self.new_network()
+        for number in range(3):
+            harness.join_by_cable(here, there, subnet=f"10.77.{number}", ipv6=None, device=f"eth{number}")
+        for make in (self.cyclone, self.fastdds):
+            with self.subTest(make.__name__):
+                spy, peer = self.spy(network=here), make(there)
+                peer.do("participant")
+                peer.do("writer w topic=Earlier type=keyed")
+                spy.wait_for_event("New writer", topic="Earlier")
+                time.sleep(1.5)
+                peer.do("writer v topic=Later type=keyed")
+                spy.wait_for_event("New writer", topic="Later")
+                peer.quit()
+                spy.wait_for_event("Deleted writer", topic="Later")
 
     def test_two_hosts_over_ipv6(self):
         here, there = self.new_network(ipv4=False), self.new_network(ipv4=False)

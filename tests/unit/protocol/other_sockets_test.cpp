@@ -173,5 +173,99 @@ TEST_F(OtherSocketsTest, TwoApplicationsWithOnePrefixAreToldOfAndTheFirstIsSeen)
     EXPECT_EQ(recorder.errors.size(), 1u);
 }
 
+/// Twenty participants here hear the same; the first one is no further one.
+class OfManyParticipants : public OtherSocketsTest {
+  protected:
+    void meet_all() {
+        config.credits = std::make_shared<CreditLedger>();
+        config.announce_period = seconds(3600);
+        for (uint8_t id = 100; id < 120; ++id) {
+            config.prefix = prefix(id);
+            config.is_further = id > 100;
+            recorders.push_back(std::make_unique<Recorder>([](const GuidPrefix&) { return false; }));
+            all.push_back(std::make_unique<Participant>(config, output, *recorders.back()));
+            all.back()->start(now());
+        }
+        hear(first_announcement(remote(2)));
+        pass(seconds(3), true);
+        output.messages.clear();
+    }
+    void hear(const ByteBuffer& datagram) {
+        for (const auto& one : all)
+            one->receive(datagram, udpv4(2, source_port), now(), one == all.front());
+    }
+    void pass(Duration duration, bool lives) {
+        for (const MonotonicTime end = time + duration; time < end; time += milliseconds(20)) {
+            for (const auto& one : all)
+                one->on_timer(now());
+            if (lives)
+                answer();
+        }
+    }
+    /// Sent to participant 2, which answers.
+    size_t bytes_in_four_seconds() {
+        output.messages.clear();
+        pass(seconds(4), true);
+        return bytes_sent_to(udpv4(2));
+    }
+    void answer() {
+        for (const auto& one : all) {
+            MessageWriter writer(prefix(2), 60000);
+            AckNack acknack;
+            acknack.reader = entity::subscriptions_reader;
+            acknack.writer = entity::subscriptions_writer;
+            acknack.missing.base = kSecret + 1;
+            acknack.count = ++acknowledgements;
+            acknack.final = true;
+            writer.add_info_destination(one->guid().prefix);
+            writer.add_acknack(acknack);
+            one->receive(writer.view(), udpv4(2, source_port), now(), one == all.front());
+        }
+    }
+    ByteBuffer change() {
+        ParticipantData data = remote(2);
+        data.default_unicast = {udpv4(9, 7411)};
+        source_port = kOtherPort;
+        return first_announcement(data);
+    }
+    std::vector<std::unique_ptr<Recorder>> recorders;
+    std::vector<std::unique_ptr<Participant>> all;
+};
+
+TEST_F(OfManyParticipants, OneAsksForAllWhetherAChangeIsTrue) {
+    meet_all();
+    const size_t quiet = bytes_in_four_seconds();
+    const ByteBuffer forged_change = change();
+    hear(forged_change);
+    source_port = 50000;
+    EXPECT_LT(bytes_in_four_seconds(), quiet + 15 * forged_change.size());
+    for (const auto& recorder_of_one : recorders) {
+        EXPECT_EQ(recorder_of_one->participants.at(prefix(2)).default_unicast, remote(2).default_unicast);
+        EXPECT_TRUE(recorder_of_one->gone.empty());
+    }
+}
+
+TEST_F(OfManyParticipants, AllTakeAnotherLife) {
+    meet_all();
+    hear(change());
+    pass(seconds(2), false);
+    for (const auto& recorder_of_one : recorders) {
+        ASSERT_EQ(recorder_of_one->participants.count(prefix(2)), 1u);
+        EXPECT_EQ(recorder_of_one->participants.at(prefix(2)).default_unicast, LocatorList{udpv4(9, 7411)});
+        EXPECT_EQ(recorder_of_one->gone.size(), 1u);
+    }
+}
+
+TEST_F(OfManyParticipants, OneAsksForAllWhetherASocketIsItsOwn) {
+    meet_all();
+    const size_t quiet = bytes_in_four_seconds();
+    source_port = kOtherPort;
+    MessageWriter writer(prefix(2), 60000);
+    add_end(writer, entity::publications_writer, 1, publication(2).guid);
+    hear(ByteBuffer(writer.view().begin(), writer.view().end()));
+    source_port = 50000;
+    EXPECT_LT(bytes_in_four_seconds(), quiet + 10 * writer.size());
+}
+
 } // namespace
 } // namespace meridian::rtps::test

@@ -11,9 +11,10 @@ namespace meridian::rtps {
 namespace {
 
 constexpr int kRefusals = 2;
-constexpr int kMostGuesses = 1000;
 // All sockets with which a participant tells of its endpoints are heard of so soon.
 constexpr Duration kFirstSockets = std::chrono::seconds(1);
+// So soon the first participant has settled what it doubts.
+constexpr Duration kFollowPause = std::chrono::milliseconds(1500);
 
 bool is_other_socket_of_host(const Locator& a, const Locator& b) {
     return a.kind == b.kind && a.address == b.address && a.port != b.port;
@@ -178,6 +179,11 @@ void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, 
 }
 
 void ParticipantDiscovery::ask(Remote& remote, Now now) {
+    if (follows_first(remote)) {
+        remote.doubt->ask_at = now.monotonic + kFollowPause;
+        remote.timer.wake_at(remote.doubt->ask_at);
+        return;
+    }
     ++remote.doubt->asked;
     remote.doubt->ask_at = now.monotonic + kAskPause;
     remote.timer.wake_at(remote.doubt->ask_at);
@@ -188,7 +194,12 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
 
 void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
     Doubt& doubt = *remote.doubt;
-    if (doubt.answered && ++doubt.refusals >= kRefusals) {
+    if (follows_first(remote)) {
+        if (remote.credit->sources().taken() == doubt.said.source)
+            take_doubted(remote, now);
+        else
+            remote.doubt = nullptr;
+    } else if (doubt.answered && ++doubt.refusals >= kRefusals) {
         if (doubt.said.data != nullptr && !same_content(*remote.data, *doubt.said.data))
             tell_of_two(remote, doubt.said.source);
         else if (remote.other_sources.size() < kMaxOtherSources)
@@ -199,14 +210,22 @@ void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
             doubt.asked = 0; // it may have been one of its last packets
         doubt.answered = false;
         ask(remote, now);
-    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt);
-               settled->said.data == nullptr) {
-        remove(remote.prefix(), GoneReason::disposed, now);
     } else {
-        const bool is_other_socket =
-            remote.is_server || is_other_socket_of_host(settled->said.source, remote.announced_from);
-        take(remote, settled->said, is_other_socket, now);
+        take_doubted(remote, now);
     }
+}
+
+void ParticipantDiscovery::take_doubted(Remote& remote, Now now) {
+    const std::unique_ptr<Doubt> settled = std::move(remote.doubt);
+    if (remote.credit != nullptr)
+        remote.credit->sources().set_taken(settled->said.source);
+    if (settled->said.data == nullptr) {
+        remove(remote.prefix(), GoneReason::disposed, now);
+        return;
+    }
+    const bool is_other_socket =
+        remote.is_server || is_other_socket_of_host(settled->said.source, remote.announced_from);
+    take(remote, settled->said, is_other_socket, now);
 }
 
 bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const Locator& source, Now now) {
@@ -214,13 +233,11 @@ bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const
     if (remote == nullptr || remote->tells_of_endpoints_from(source))
         return true;
     if (now.monotonic - remote->discovered_at < kFirstSockets) {
-        remote->add_endpoint_source(source);
+        remote->credit->sources().add(source);
         return true;
     }
-    if (remote->ask_source_at <= now.monotonic) {
-        remote->ask_source_at = now.monotonic + kAskPause;
+    if (remote->credit->sources().may_ask(now.monotonic))
         listener_.on_participant_doubted(*remote);
-    }
     return false;
 }
 
@@ -228,12 +245,7 @@ void ParticipantDiscovery::on_answer(const GuidPrefix& prefix, const Locator& so
     Remote* remote = find_remote(prefix);
     if (remote == nullptr || remote->tells_of_endpoints_from(source))
         return;
-    if (!is_right)
-        remote->guesses = std::min(remote->guesses + 1, kMostGuesses);
-    else if (remote->guesses > 0)
-        --remote->guesses;
-    else
-        remote->add_endpoint_source(source);
+    remote->credit->sources().on_answer(source, is_right);
 }
 
 } // namespace meridian::rtps
