@@ -5,10 +5,12 @@
 #include <string>
 #include <utility>
 
+#include "discovery/conversions.h"
 #include "meridian/domain_participant.h"
 #include "meridian/logger.h"
 #include "meridian/type_plugin.h"
 #include "platform/log.h"
+#include "rtps/wire/guid_key.h"
 #include "types/data/dynamic_sample.h"
 #include "types/data/key_hasher.h"
 
@@ -45,10 +47,7 @@ SampleSource source_of(const QUIXCdrStream& stream) {
     SampleSource source;
     if (stream.source == nullptr)
         return source;
-    const DDS_Octet* guid = stream.source->writer.value;
-    std::copy_n(guid, source.writer.prefix.bytes.size(), source.writer.prefix.bytes.begin());
-    for (size_t i = source.writer.prefix.bytes.size(); i < sizeof stream.source->writer.value; ++i)
-        source.writer.entity.value = source.writer.entity.value << 8 | guid[i];
+    source.writer = meridian::rtps::guid_of(meridian::discovery::to_key_hash(stream.source->writer.value));
     std::copy_n(stream.source->vendorId, source.vendor.bytes.size(), source.vendor.bytes.begin());
     source.fast_cdr = stream.source->fastCdr;
     return source;

@@ -27,8 +27,8 @@ uint16_t host_hash() {
 }
 
 void put_word(GuidPrefix& prefix, size_t index, uint32_t word) {
-    for (size_t i = 0; i < 4; ++i)
-        prefix.bytes[index * 4 + i] = static_cast<uint8_t>(word >> (24 - 8 * i));
+    const auto octets = octets_of(word);
+    std::copy(octets.begin(), octets.end(), prefix.bytes.begin() + 4 * index);
 }
 
 } // namespace

@@ -39,7 +39,7 @@ bool read_element(ByteReader& reader, EntityId& id) {
     std::array<uint8_t, 4> bytes{};
     if (!reader.read_bytes(bytes))
         return false;
-    id.value = uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+    id.value = word_of(bytes.data());
     return true;
 }
 
@@ -61,9 +61,7 @@ bool read_element(ByteReader& reader, FragmentNumberSet& set) {
 }
 
 void write_element(ByteWriter& writer, EntityId id) {
-    writer.write_bytes(std::array<uint8_t, 4>{static_cast<uint8_t>(id.value >> 24),
-                                              static_cast<uint8_t>(id.value >> 16 & 0xff),
-                                              static_cast<uint8_t>(id.value >> 8 & 0xff), id.kind()});
+    writer.write_bytes(octets_of(id.value));
 }
 
 void write_element(ByteWriter& writer, SequenceNumber number) {

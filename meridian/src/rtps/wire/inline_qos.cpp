@@ -45,12 +45,8 @@ ByteBuffer encode(const InlineQos& qos) {
     if (qos.key_hash)
         add_members(list, pid::key_hash, *qos.key_hash);
     if (qos.status_info != 0) {
-        list.add(pid::status_info, [&](ByteWriter& writer) {
-            const uint32_t info = qos.status_info;
-            writer.write_bytes(std::array<uint8_t, 4>{
-                static_cast<uint8_t>(info >> 24), static_cast<uint8_t>(info >> 16 & 0xff),
-                static_cast<uint8_t>(info >> 8 & 0xff), static_cast<uint8_t>(info & 0xff)});
-        });
+        list.add(pid::status_info,
+                 [&](ByteWriter& writer) { writer.write_bytes(octets_of(qos.status_info)); });
     }
     if (qos.original_writer)
         add_members(list, pid::original_writer_info, *qos.original_writer, qos.original_sequence_number);

@@ -19,13 +19,6 @@ std::string hex(const uint8_t* bytes, size_t count) {
 
 } // namespace
 
-uint32_t word_of(const GuidPrefix& prefix, size_t index) {
-    uint32_t word = 0;
-    for (size_t i = 0; i < 4; ++i)
-        word = word << 8 | prefix.bytes[index * 4 + i];
-    return word;
-}
-
 std::string to_string(const GuidPrefix& prefix) {
     const uint8_t* bytes = prefix.bytes.data();
     return hex(bytes, 4) + '.' + hex(bytes + 4, 4) + '.' + hex(bytes + 8, 4);

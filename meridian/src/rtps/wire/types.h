@@ -40,6 +40,15 @@ constexpr Endianness native_endianness() {
 #endif
 }
 
+/// Four octets as a number, whatever the byte order of a message, the highest octet first.
+constexpr uint32_t word_of(const uint8_t* octets) {
+    return uint32_t{octets[0]} << 24 | uint32_t{octets[1]} << 16 | uint32_t{octets[2]} << 8 | octets[3];
+}
+constexpr std::array<uint8_t, 4> octets_of(uint32_t word) {
+    return {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
+            static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
+}
+
 struct ProtocolVersion {
     uint8_t major = 2;
     uint8_t minor = 3;
@@ -129,7 +138,9 @@ struct Guid {
 };
 
 /// One of the three words of a prefix: by convention those of the host, the process and the participant.
-uint32_t word_of(const GuidPrefix& prefix, size_t index);
+inline uint32_t word_of(const GuidPrefix& prefix, size_t index) {
+    return word_of(prefix.bytes.data() + 4 * index);
+}
 
 /// "01020304.05060708.090a0b0c:000003c2", for logs and tests.
 std::string to_string(const Guid& guid);
