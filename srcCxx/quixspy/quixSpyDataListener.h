@@ -68,8 +68,6 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     /// Once detached: takes the samples that its reader has and counts them as dropped.
     void drop_waiting(QuixSpyEnding& ending);
 
-    /// Whether the type is known, and not its name alone.
-    bool has_type() const { return typeCode_ != nullptr; }
     /// Whether it serves a reader of a topic with key.
     bool is_keyed() const { return settings_.fields.isKeyed; }
 

@@ -59,17 +59,7 @@ enum class Fit {
     failed    // cannot tell; said why
 };
 
-/// Whether a participant knows a type by its name alone, and the publication tells what it is. Samples of the
-/// participant's readers of that name are nothing but bytes: no contents, no keys.
-bool tells_unknown_type(const ParticipantNode& node, const char* type_name, const DDS_TypeCode* registered,
-                        const Publication& publication) {
-    if (registered != nullptr || publication.typeCode == nullptr)
-        return false;
-    const TopicNode* const topic = node.find_type(type_name);
-    return topic != nullptr && !topic->listener->has_type();
-}
-
-Fit fit_of_existing_topic(const QuixSpyAgent& agent, const ParticipantNode& node,
+Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
                           DDSTopicDescription* description, const Publication& publication) {
     DDSTopic* const topic = DDSTopic::narrow(description);
     if (topic == nullptr) {
@@ -83,9 +73,7 @@ Fit fit_of_existing_topic(const QuixSpyAgent& agent, const ParticipantNode& node
                             QUIXSpy_text(publication.topicName).c_str());
         return Fit::failed;
     }
-    const DDS_TypeCode* const registered = node.participant->get_typecode(type_name);
-    if (tells_unknown_type(node, type_name, registered, publication))
-        return Fit::conflict;
+    const DDS_TypeCode* const registered = participant.get_typecode(type_name);
     const bool same = registered == nullptr || publication.typeCode == nullptr
                           ? std::strcmp(publication.typeName, type_name) == 0
                           : are_equal(*registered, *publication.typeCode);
@@ -106,16 +94,13 @@ Fit fit_of(const QuixSpyAgent& agent, const ParticipantNode& node, const Publica
     DDSDomainParticipant& participant = *node.participant;
     DDSTopicDescription* const description = participant.lookup_topicdescription(publication.topicName);
     if (description != nullptr)
-        return fit_of_existing_topic(agent, node, description, publication);
+        return fit_of_existing_topic(agent, participant, description, publication);
     if (!participant.is_type_registered(publication.typeName))
         return Fit::free;
     const DDS_TypeCode* const registered = participant.get_typecode(publication.typeName);
     const bool differs = registered != nullptr && publication.typeCode != nullptr &&
                          !are_equal(*registered, *publication.typeCode);
-    return differs || differs_in_key(node, registered, publication) ||
-                   tells_unknown_type(node, publication.typeName, registered, publication)
-               ? Fit::conflict
-               : Fit::free;
+    return differs || differs_in_key(node, registered, publication) ? Fit::conflict : Fit::free;
 }
 
 /// A further participant, for a topic that is in conflict with all that exist. Null when that fails.
@@ -398,8 +383,6 @@ bool subscribe(QuixSpyAgent& agent, ParticipantNode& node, const Publication& pu
     DDS_DataReaderQos qos;
     if (!build_reader_qos(agent, node, publication, qos))
         return false;
-    if (publication.typeCode != nullptr && topic_node->typeSupport == nullptr)
-        qos.type_consistency.kind = DDS_ALLOW_TYPE_COERCION; // it takes them as bytes
     DDSDataReader* const reader =
         node.subscriber->create_datareader(topic, qos, topic_node->listener, DDS_STATUS_MASK_ALL);
     if (reader == nullptr)

@@ -676,26 +676,6 @@ class Contents(harness.InteropTest):
     def test_two_types_on_one_topic(self):
         self.check_conflict({}, "unkeyed", {}, "shape", ["peers::Unkeyed", "peers::Shape"])
 
-    def test_a_type_that_is_told_after_its_name(self):
-        """Whether on the topic of the one that told a name only or on another: who tells the type has contents and keys."""
-        for topic in "TU":
-            with self.subTest(topic):
-                self.setUp()
-                spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
-                nameless = self.conflicting_publisher(spy, 1, "a topic=T type=keyed type_name=peers::Keyed")
-                nameless.do("write a")
-                wait_for_lines(spy, 1)
-                telling = self.conflicting_publisher(spy, 2, f"b topic={topic} type=keyed")
-                expected = written(telling.do("write b count=2 keys=2 show"))
-                lines = wait_for_lines(spy, 3)
-                self.assertEqual([parse(line.compact) for line in lines[1:]], expected)
-                self.assertEqual([line.what for line in lines[1:]], ["New data"] * 2)
-                nameless.do("write a")
-                self.assertEqual(wait_for_lines(spy, 4)[3].compact, None)
-                self.end(spy)
-                self.assertEqual([line.strip() for line in spy.lines if "(Topic=" in line],
-                                 [f'2, 0, 0 \t(Topic="{name}"  Type="peers::Keyed")' for name in ("T", topic)])
-
     def test_a_third_type_needs_a_third_participant(self):
         spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
         releases = (("keyed", False), ("shape", False), ("keyed", True), ("shape", True), ("mutable", False))

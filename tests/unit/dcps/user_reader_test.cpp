@@ -9,7 +9,6 @@
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/string.h"
 #include "support/no_threads.h"
-#include "types/lookup/endpoint_type.h"
 #include "types/model/type.h"
 
 namespace meridian::dcps::test {
@@ -422,23 +421,6 @@ TEST_F(AnnouncementFirst, WhatIsWithheldGoesWithItsReader) {
     reader_ = nullptr;
     ASSERT_EQ(take_publications(), DDS_RETCODE_OK);
     EXPECT_EQ(publications_->return_loan(data_, infos_), DDS_RETCODE_OK);
-}
-
-TEST_F(UserReaderTest, AReaderWithoutATypeLeavesTypedWritersToOthersWhereCoercionIsDisallowed) {
-    rtps::RemoteEndpoint without_type;
-    rtps::RemoteEndpoint with_type;
-    types::TypeGraph* const graph = types::TypeGraph::create();
-    types::Type* const type = graph->add();
-    type->kind = DDS_TK_STRUCT;
-    with_type.type = std::make_shared<rtps::EndpointType>(types::TypeRef::adopt(type));
-    for (const auto kind : {DDS_DISALLOW_TYPE_COERCION, DDS_ALLOW_TYPE_COERCION}) {
-        DDS_DataReaderQos qos;
-        qos.type_consistency.kind = kind;
-        qos.type_consistency.force_type_validation = true;
-        const std::unique_ptr<UserReader> reader = reader_to_feed(qos);
-        EXPECT_TRUE(reader->accepts_type(without_type));
-        EXPECT_EQ(reader->accepts_type(with_type), kind == DDS_ALLOW_TYPE_COERCION);
-    }
 }
 
 TEST_F(UserReaderTest, OnlyWritersThatAnnounceATypeMatchAReaderThatValidatesTypes) {

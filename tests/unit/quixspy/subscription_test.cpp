@@ -474,28 +474,6 @@ TEST_F(Subscription, WritersThatAnnounceNoTypeAreReadByTheFirstReaderOfTheirName
     ASSERT_EQ(agent.created, 1) << "an equal type is watched already";
 }
 
-TEST_F(Subscription, AWriterThatTellsATypeThatWasAMereNameIsReadByAReaderOfItsOwn) {
-    const TypeRef keyed = structure("ShapeType");
-    const DDS_TypeCode* const code = keyed.get();
-    discover({});
-    EXPECT_EQ(readers(0).at(0).qos.type_consistency.kind, DDS_DISALLOW_TYPE_COERCION);
-    discover({"Circle", "ShapeType", true, code});
-    participant(1).type_codes["ShapeType"] = code;
-    discover({"Square", "ShapeType", true, code});
-    ASSERT_EQ(readers(1).size(), 2U) << "neither its topic nor its type's name is taken there";
-    discover({});
-    EXPECT_EQ(readers(0).size(), 1U) << "others without a type are read by the first";
-    EXPECT_EQ(agent.created, 1);
-}
-
-TEST_F(Subscription, AWriterWhoseKeyContradictsItsTypeIsReadByAReaderThatTakesAnyType) {
-    const TypeRef keyed = structure("ShapeType");
-    discover({"Circle", "ShapeType", false, keyed.get()});
-    EXPECT_EQ(readers(0).at(0).qos.type_consistency.kind, DDS_ALLOW_TYPE_COERCION);
-    discover({"Circle", "ShapeType", false, keyed.get()});
-    EXPECT_EQ(agent.created, 0);
-}
-
 TEST_F(Subscription, AFirstWriterThatOffersLessThanAProfileAsksForIsTold) {
     agent.worlds[0].reader.qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
     ::testing::internal::CaptureStderr();

@@ -297,15 +297,17 @@ char* UserReader::describe_incompatibility(const DDS_EndpointPolicies& writer,
 bool UserReader::accepts_type(const rtps::RemoteEndpoint& writer) {
     const DDS_TypeCode* const own = plugin().typeCode;
     const DDS_TypeCode* const type = rtps::type_of(writer);
+    if (own == nullptr)
+        return true;
     {
         MutexLock lock(mutex_);
         if (type == nullptr)
-            return own == nullptr || !qos_.type_consistency.force_type_validation;
+            return !qos_.type_consistency.force_type_validation;
         if (qos_.type_consistency.kind != DDS_DISALLOW_TYPE_COERCION)
             return true;
     }
     DDS_ExceptionCode_t exception = DDS_NO_EXCEPTION_CODE;
-    if (own != nullptr && own->equal(type, exception))
+    if (own->equal(type, exception))
         return true;
     MERIDIAN_LOG_LOCAL("dcps", "topic \"%s\": the type \"%s\" of writer %s is not the reader's",
                        topic_.get_name(), topic_.get_type_name(), rtps::to_string(writer.guid).c_str());

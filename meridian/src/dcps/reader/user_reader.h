@@ -114,7 +114,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void incompatible(const rtps::RemoteEndpoint& remote, const std::vector<uint32_t>& policies) override;
     void liveliness_changed(const rtps::Guid& remote, bool alive) override;
     /// Where type coercion is disallowed: only writers of a type that is known to be the same, or not known
-    /// at all; without a type of its own only the latter. Where types must be validated, it must be known.
+    /// at all. Where types must be validated, it must be known.
     bool accepts_type(const rtps::RemoteEndpoint& writer) override;
 
     // On a thread of the application, which takes the announcement of a writer.
