@@ -119,8 +119,15 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
             return reader.read(value.real) || fail("the sample ends within it");
         case DDS_TK_LONGDOUBLE:
             return read_long_double(reader, value);
-        case DDS_TK_STRING:
-            return reader.read_string(value.text) || fail("a string longer than the sample");
+        case DDS_TK_STRING: {
+            ByteReader whole = reader;
+            rtps::ByteView octets;
+            if (!reader.read_string(value.text))
+                return fail("a string longer than the sample");
+            // A header that is taken for its length has the real one, and so a NUL, right behind it.
+            object(trial_ && whole.read_octets(octets) && value.text.size() + 1 < octets.size);
+            return true;
+        }
         case DDS_TK_WSTRING:
             return read_wide_text(reader, value);
         case DDS_TK_ENUM:
