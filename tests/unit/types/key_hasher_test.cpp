@@ -191,6 +191,25 @@ TEST(KeyHash, IsTheSameOfKeyPayloadsWithAndWithoutHeaders) {
     }
 }
 
+// Without headers it would be a text of four characters, the last two of them NUL.
+TEST(KeyHash, OfAKeyPayloadWithAnEmptyWideText) {
+    TypeDocuments documents;
+    std::string failure;
+    ASSERT_TRUE(documents.load("keyed.xml", R"(<types><struct name="Keyed" extensibility="mutable">
+            <member name="id" type="wstring" key="true" id="367"/></struct></types>)",
+                               failure))
+        << failure;
+    const TypeRef type = documents.find("Keyed");
+    const SampleReader reader(type);
+    const SampleSource cyclone{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}}, rtps::VendorId{{1, 16}}};
+    rtps::KeyHash sample{};
+    rtps::KeyHash key{};
+    const rtps::ByteBuffer payload = test::from_hex("000b0000080000006f01005000000000");
+    EXPECT_TRUE(KeyHasher(reader).compute(payload, false, sample, failure, cyclone)) << failure;
+    EXPECT_TRUE(KeyHasher(reader).compute(payload, true, key, failure, cyclone)) << failure;
+    EXPECT_EQ(hex(key), hex(sample));
+}
+
 TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
     for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
         const SampleReader reader(test::build_type(type));

@@ -87,7 +87,7 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
     const size_t end = wide.find(u'\0');
     value.wide_text = std::u16string_view(wide).substr(0, end);
     if (trial_) {
-        object(end != std::u16string::npos && wide.find_first_not_of(u'\0', end) != std::u16string::npos);
+        object(end != std::u16string::npos && wide.size() - end > 1); // more than a terminator
         object(!reader.zeros_follow(reader.padding(4)));
         behind_disputed_ = true;
     }
