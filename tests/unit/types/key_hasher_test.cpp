@@ -191,23 +191,31 @@ TEST(KeyHash, IsTheSameOfKeyPayloadsWithAndWithoutHeaders) {
     }
 }
 
-// Without headers it would be a text of four characters, the last two of them NUL.
-TEST(KeyHash, OfAKeyPayloadWithAnEmptyWideText) {
-    TypeDocuments documents;
-    std::string failure;
-    ASSERT_TRUE(documents.load("keyed.xml", R"(<types><struct name="Keyed" extensibility="mutable">
-            <member name="id" type="wstring" key="true" id="367"/></struct></types>)",
-                               failure))
-        << failure;
-    const TypeRef type = documents.find("Keyed");
-    const SampleReader reader(type);
-    const SampleSource cyclone{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}}, rtps::VendorId{{1, 16}}};
-    rtps::KeyHash sample{};
-    rtps::KeyHash key{};
-    const rtps::ByteBuffer payload = test::from_hex("000b0000080000006f01005000000000");
-    EXPECT_TRUE(KeyHasher(reader).compute(payload, false, sample, failure, cyclone)) << failure;
-    EXPECT_TRUE(KeyHasher(reader).compute(payload, true, key, failure, cyclone)) << failure;
-    EXPECT_EQ(hex(key), hex(sample));
+// Without headers the first would be a text of four characters, the last two of them NUL, and the second a
+// longer sequence.
+TEST(KeyHash, OfKeyPayloadsThatFitWithoutTheirHeadersToo) {
+    constexpr const char* kKeys[][2] = {
+        {"type=\"wstring\" id=\"367\"", "000b0000080000006f01005000000000"},
+        {"type=\"byte\" sequenceMaxLength=\"-1\" id=\"2\"", "000b00010b000000020000500300000000004900"}};
+    for (const auto& [member, bytes] : kKeys) {
+        TypeDocuments documents;
+        std::string failure;
+        ASSERT_TRUE(documents.load("keyed.xml",
+                                   std::string("<types><struct name='Keyed' extensibility='mutable'>"
+                                               "<member name='id' key='true' ") +
+                                       member + "/></struct></types>",
+                                   failure))
+            << failure;
+        const TypeRef type = documents.find("Keyed");
+        const SampleReader reader(type);
+        const SampleSource cyclone{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}}, rtps::VendorId{{1, 16}}};
+        rtps::KeyHash sample{};
+        rtps::KeyHash key{};
+        const rtps::ByteBuffer payload = test::from_hex(bytes);
+        EXPECT_TRUE(KeyHasher(reader).compute(payload, false, sample, failure, cyclone)) << failure;
+        EXPECT_TRUE(KeyHasher(reader).compute(payload, true, key, failure, cyclone)) << failure;
+        EXPECT_EQ(hex(key), hex(sample)) << member;
+    }
 }
 
 TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
