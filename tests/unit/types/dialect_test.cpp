@@ -455,6 +455,21 @@ TEST_F(FormTest, ArraysOfArraysWithHeaders) {
         "          [1]: 5          [2]: 6 n: 7 ");
 }
 
+// Cyclone DDS, where strings and structures have a header only once for all dimensions.
+TEST_F(FormTest, ArraysOfArraysWithOneHeader) {
+    const std::string type = R"(<typedef name="Row" type="string" arrayDimensions="1"/>
+        <struct name="T" extensibility="final">
+        <member name="g" type="nonBasic" nonBasicTypeName="Row" arrayDimensions="3"/>
+        <member name="n" type="int32"/></struct>)";
+    const SampleSource cyclone{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}}, rtps::VendorId{{1, 16}}};
+    EXPECT_EQ(
+        values(type,
+               "00070000 1f000000 05000000 625a0a2200 000000 05000000 3958625c00 000000 "
+               "03000000 2f5800 00 05000000",
+               cyclone),
+        "g:    [0]:       [0]: \"bZ\\n\\\"\"    [1]:       [0]: \"9Xb\\\\\"    [2]:       [0]: \"/X\" n: 5 ");
+}
+
 TEST_F(FormTest, LabelsOfDiscriminatorsOf64Bits) {
     for (const char* kind : {"int64", "uint64"}) {
         const std::string type =

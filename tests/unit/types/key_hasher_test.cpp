@@ -151,6 +151,73 @@ TEST(KeyHash, IsTheSameWithoutAWalk) {
     }
 }
 
+// Payloads as Cyclone DDS sends them with a disposal: 0.10 keeps the headers of the type to samples with
+// data, 11 does not.
+TEST(KeyHash, IsTheSameOfKeyPayloadsWithAndWithoutHeaders) {
+    for (const char* const extensibility : {"appendable", "mutable"}) {
+        TypeDocuments documents;
+        std::string failure;
+        ASSERT_TRUE(documents.load("keyed.xml",
+                                   std::string(R"(<types><struct name="Keyed" extensibility=")") +
+                                       extensibility + R"("><member name="id" type="string" key="true"/>
+            <member name="count" type="int32"/></struct></types>)",
+                                   failure))
+            << failure;
+        const TypeRef type = documents.find("Keyed");
+        const SampleReader reader(type);
+        const KeyHasher hasher(reader);
+        const auto hash_of = [&](const char* payload, bool key_only) {
+            rtps::KeyHash hash{};
+            const SampleSource cyclone{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}},
+                                       rtps::VendorId{{1, 16}}};
+            EXPECT_TRUE(hasher.compute(test::from_hex(payload), key_only, hash, failure, cyclone)) << failure;
+            return hex(hash);
+        };
+        const bool is_mutable = extensibility == std::string("mutable");
+        const std::string data =
+            hash_of(is_mutable ? "000b000014000000000000d0040000007e5d58000100002000000080"
+                               : "000900000c000000040000007e5d580000000080",
+                    false);
+        EXPECT_EQ(hash_of(is_mutable ? "000b00000c00000000000050040000007e5d5800"
+                                     : "0009000008000000040000007e5d5800",
+                          true),
+                  data);
+        EXPECT_EQ(hash_of(is_mutable ? "000b0000040000007e5d5800" : "00090000040000007e5d5800", true), data);
+        EXPECT_EQ(hash_of(is_mutable ? "000b000309000000000000500100000000000000"
+                                     : "00090003050000000100000000000000",
+                          true),
+                  "113b7f2f33d9035e4d9c5f52fc8b54d6")
+            << "an empty text";
+    }
+}
+
+// Without headers the first would be a text of four characters, the last two of them NUL, and the second a
+// longer sequence.
+TEST(KeyHash, OfKeyPayloadsThatFitWithoutTheirHeadersToo) {
+    constexpr const char* kKeys[][2] = {
+        {"type=\"wstring\" id=\"367\"", "000b0000080000006f01005000000000"},
+        {"type=\"byte\" sequenceMaxLength=\"-1\" id=\"2\"", "000b00010b000000020000500300000000004900"}};
+    for (const auto& [member, bytes] : kKeys) {
+        TypeDocuments documents;
+        std::string failure;
+        ASSERT_TRUE(documents.load("keyed.xml",
+                                   std::string("<types><struct name='Keyed' extensibility='mutable'>"
+                                               "<member name='id' key='true' ") +
+                                       member + "/></struct></types>",
+                                   failure))
+            << failure;
+        const TypeRef type = documents.find("Keyed");
+        const SampleReader reader(type);
+        const SampleSource cyclone{{rtps::GuidPrefix{{1}}, rtps::EntityId{0x102}}, rtps::VendorId{{1, 16}}};
+        rtps::KeyHash sample{};
+        rtps::KeyHash key{};
+        const rtps::ByteBuffer payload = test::from_hex(bytes);
+        EXPECT_TRUE(KeyHasher(reader).compute(payload, false, sample, failure, cyclone)) << failure;
+        EXPECT_TRUE(KeyHasher(reader).compute(payload, true, key, failure, cyclone)) << failure;
+        EXPECT_EQ(hex(key), hex(sample)) << member;
+    }
+}
+
 TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
     for (const test::CorpusType& type : test::read_corpus("cyclone.corpus")) {
         const SampleReader reader(test::build_type(type));

@@ -1,5 +1,7 @@
 #include "types/data/cdr_walker.h"
 
+#include <utility>
+
 #include "rtps/wire/xcdr2_headers.h"
 
 namespace meridian::types {
@@ -137,9 +139,7 @@ bool CdrWalker::has_header(const Type& collection) const {
     if (collection.kind == DDS_TK_MAP && keys_count && !is_primitive_like(resolve_alias(collection.key)))
         return true;
     const Type* content = resolve_alias(collection.content);
-    const bool flat =
-        dialect_.headers == CdrDialect::Headers::flat || dialect_.headers == CdrDialect::Headers::few;
-    if (collection.kind == DDS_TK_ARRAY && flat) {
+    if (collection.kind == DDS_TK_ARRAY && has_flat_arrays()) {
         for (unsigned depth = 0; content != nullptr && content->kind == DDS_TK_ARRAY && depth < kMaxTypeDepth;
              ++depth)
             content = resolve_alias(content->content);
@@ -175,6 +175,7 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
             return fail("more elements than the sample holds");
         return sink->primitives(*content, reader, count);
     }
+    const bool is_outer = type.kind == DDS_TK_ARRAY && content->kind == DDS_TK_ARRAY && has_flat_arrays();
     for (uint64_t i = 0; i < count; ++i) {
         if (sink != nullptr && !sink->element(i))
             return false;
@@ -185,6 +186,7 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
         }
         if (!descend(nullptr, i))
             return false;
+        within_array_ = is_outer;
         const bool done = walk_value(reader, content, sink);
         leave();
         if (!done)
@@ -194,7 +196,8 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
 }
 
 bool CdrWalker::walk_collection(ByteReader& outer, const Type& type, ValueSink* sink) {
-    return walk_within(has_header(type), outer,
+    const bool is_part = std::exchange(within_array_, false);
+    return walk_within(!is_part && has_header(type), outer,
                        [&](ByteReader& reader) {
                            uint64_t count = 1;
                            if (type.kind == DDS_TK_ARRAY) {

@@ -167,6 +167,9 @@ class CdrWalker {
     bool skip_primitives(rtps::ByteReader& reader, size_t size, uint64_t count);
     bool walk_entries(rtps::ByteReader& reader, const Type& map, uint64_t count, ValueSink* sink);
     bool has_header(const Type& collection) const;
+    bool has_flat_arrays() const {
+        return dialect_.headers == CdrDialect::Headers::flat || dialect_.headers == CdrDialect::Headers::few;
+    }
     bool is_primitive_like(const Type* type) const;
 
     /// The header of an optional or mutable XCDR1 member. Size 0 of an optional one means absent; `end` is
@@ -192,6 +195,7 @@ class CdrWalker {
     WalkBuffers& buffers_;
     bool key_only_ = false;
     bool trial_ = false;
+    bool within_array_ = false;    // the array that comes next is an element of one that has flat arrays
     bool behind_disputed_ = false; // the reader stands behind a wide text or bit set
     uint32_t objections_ = 0;
     bool has_outer_ = false;

@@ -86,7 +86,7 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
     const size_t end = wide.find(u'\0');
     value.wide_text = std::u16string_view(wide).substr(0, end);
     if (trial_) {
-        object(end != std::u16string::npos && wide.find_first_not_of(u'\0', end) != std::u16string::npos);
+        object(end != std::u16string::npos && wide.size() - end > 1); // more than a terminator
         object(!reader.zeros_follow(reader.padding(4)));
         behind_disputed_ = true;
     }
@@ -118,8 +118,15 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
             return reader.read(value.real) || fail("the sample ends within it");
         case DDS_TK_LONGDOUBLE:
             return read_long_double(reader, value);
-        case DDS_TK_STRING:
-            return reader.read_string(value.text) || fail("a string longer than the sample");
+        case DDS_TK_STRING: {
+            ByteReader whole = reader;
+            rtps::ByteView octets;
+            if (!reader.read_string(value.text))
+                return fail("a string longer than the sample");
+            // A header that is taken for its length has the real one, and so a NUL, right behind it.
+            object(trial_ && whole.read_octets(octets) && value.text.size() + 1 < octets.size);
+            return true;
+        }
         case DDS_TK_WSTRING:
             return read_wide_text(reader, value);
         case DDS_TK_ENUM:

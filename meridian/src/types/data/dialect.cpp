@@ -44,6 +44,7 @@ struct Disputed {
     bool optionals = false;
     bool long_doubles = false;
     bool bitsets = false;
+    bool sequence_keys = false; // which the serializer with flat keys does not have
 };
 
 Disputed find_disputed(const Type& root) {
@@ -55,6 +56,11 @@ Disputed find_disputed(const Type& root) {
         disputed.long_doubles |= type.kind == DDS_TK_LONGDOUBLE;
         disputed.bitsets |= type.kind == DDS_TK_BITSET && number_size(type) < 8;
         disputed.optionals |= optionals;
+        disputed.sequence_keys |=
+            std::any_of(type.members.begin(), type.members.end(), [](const Member& member) {
+                const Type* const of = resolve_alias(member.type);
+                return member.key && of != nullptr && of->kind == DDS_TK_SEQUENCE;
+            });
         disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
         disputed.headers |= has_disputed_header(type);
     });
@@ -148,10 +154,10 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
             dialect.x86_long_double = x86 && disputed.long_doubles;
             for (uint8_t shift = 0; shift < (disputed.bitsets ? 4 : 1); ++shift) {
                 dialect.bitset_octets = static_cast<uint8_t>(1u << shift);
-                dialect.flat_keys = key_only;
-                add(dialect, expected);
-                dialect.flat_keys = false;
-                add(dialect, expected);
+                for (const bool flat : {!disputed.sequence_keys, disputed.sequence_keys}) {
+                    dialect.flat_keys = key_only && flat;
+                    add(dialect, expected);
+                }
             }
         }
     };

@@ -48,7 +48,8 @@ struct CdrDialect {
     bool x86_long_double = false;
     /// Bit sets take at least so many octets: Fast DDS does not announce fields without a name.
     uint8_t bitset_octets = 1;
-    /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS.
+    /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS
+    /// 0.10.
     bool flat_keys = false;
     /// The client and the number of the request stand before the content: services of ROS 2 on Cyclone DDS.
     bool request_header = false;
