@@ -157,6 +157,13 @@ std::string reason_not_to_read(const TopicNode* topic, const Publication& public
     return "";
 }
 
+DDS_StringSeq any_partition() {
+    const char* const any = "*";
+    DDS_StringSeq names;
+    DDS_StringSeq_from_array(names, &any, 1);
+    return names;
+}
+
 void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publication& publication,
                       const char* type_of_topic) {
     const std::string reason = reason_not_to_read(topic, publication, type_of_topic);
@@ -166,7 +173,10 @@ void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publica
         return;
     DDS_EndpointPolicies policies = *publication.announced;
     policies.deadline.period = DDS_DURATION_ZERO; // the listener tells of this policy
-    char* const difference = topic->reader->describe_incompatibility(policies, *publication.announced);
+    DDS_GroupPolicies publisher = *publication.announced;
+    if (agent._subscriberPartitionCount > 0) // who names partitions wants no others
+        publisher.partition.name = any_partition();
+    char* const difference = topic->reader->describe_incompatibility(policies, publisher);
     if (difference != nullptr && *difference != '\0')
         agent.tell_unread(publication.guid, publication.topicName, difference, true);
     DDS_String_free(difference);

@@ -650,6 +650,22 @@ class Contents(harness.InteropTest):
             line.startswith("ferret: Matched DataWriters change (1).") for line in spy.lines) == count)
         return peer
 
+    def test_a_type_that_is_told_on_another_topic_than_its_name(self):
+        spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
+        nameless = self.conflicting_publisher(spy, 1, "a topic=T type=keyed type_name=peers::Keyed")
+        nameless.do("write a")
+        wait_for_lines(spy, 1)
+        telling = self.conflicting_publisher(spy, 2, "b topic=U type=keyed")
+        expected = written(telling.do("write b count=2 keys=2 show"))
+        lines = wait_for_lines(spy, 3)
+        self.assertEqual([parse(line.compact) for line in lines[1:]], expected)
+        self.assertEqual([line.what for line in lines[1:]], ["New data"] * 2)
+        nameless.do("write a")
+        self.assertEqual(wait_for_lines(spy, 4)[3].compact, None)
+        self.end(spy)
+        self.assertEqual([line.strip() for line in spy.lines if "(Topic=" in line],
+                         ['2, 0, 0 \t(Topic="T"  Type="peers::Keyed")', '2, 0, 0 \t(Topic="U"  Type="peers::Keyed")'])
+
     def check_conflict(self, first_settings, first_type, second_settings, second_type, types):
         spy = self.spy("-printSample", "COMPACT", "-verbosity", "2", mode=None)
         first = self.conflicting_publisher(spy, 1, f"a topic=T type={first_type}", **first_settings)

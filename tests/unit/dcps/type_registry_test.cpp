@@ -92,6 +92,28 @@ TEST(TypeRegistryTest, EqualTypeCodesAreOneTypeAndNoneIsWhatIsKnown) {
     EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_PRECONDITION_NOT_MET);
 }
 
+TEST(TypeRegistryTest, APluginThatKnowsTheTypeReplacesOneThatKnowsItsNameOnly) {
+    types::TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load(
+        "types", "<dds><types><struct name=\"A\"><member name=\"x\" type=\"int32\"/></struct></types></dds>",
+        error))
+        << error;
+    const types::TypeRef type = documents.find("A");
+    PRESTypePlugin plugin = test_plugin(true);
+    TypeRegistry types;
+    ASSERT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
+    {
+        const TypeRegistry::Type in_use = types.find("T");
+        plugin.typeCode = type.get();
+        EXPECT_EQ(types.register_type("T", &plugin, nullptr), DDS_RETCODE_OK);
+        EXPECT_EQ(types.find("T")->plugin().typeCode, type.get());
+        EXPECT_EQ(in_use->plugin().typeCode, nullptr) << "topics that exist keep theirs";
+        EXPECT_EQ(counters().participants, 2);
+    }
+    EXPECT_EQ(counters().participants, 1);
+}
+
 TEST(TypeRegistryTest, UnusablePluginsAreRefusedByName) {
     const PRESTypePlugin good = test_plugin(true);
     TypeRegistry types;

@@ -213,7 +213,7 @@ DDS_ReturnCode_t DDSDynamicDataTypeSupport::register_type(DDSDomainParticipant* 
     }
     const PRESTypePlugin plugin = plugin_of(*impl_);
     auto support = std::make_unique<TypeSupport>();
-    const bool known = participant->is_type_registered(type_name);
+    const bool known = participant->get_typecode(type_name) != nullptr;
     const DDS_ReturnCode_t result =
         participant->register_type(type_name, &plugin, known ? nullptr : support.get());
     if (result == DDS_RETCODE_OK && !known)

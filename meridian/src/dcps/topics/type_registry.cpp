@@ -59,8 +59,11 @@ DDS_ReturnCode_t TypeRegistry::register_type(const char* name, const PRESTypePlu
         // A plugin that knows nothing of the type adds nothing to one that does.
         if (is_same(registered, *plugin) || (plugin->typeCode == nullptr && registered.typeCode != nullptr))
             return DDS_RETCODE_OK;
-        MERIDIAN_LOG_WARNING("dcps", "type \"%s\" is registered with another plugin", name);
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
+        // One that knows it serves the topics from here on.
+        if (plugin->typeCode == nullptr || registered.typeCode != nullptr) {
+            MERIDIAN_LOG_WARNING("dcps", "type \"%s\" is registered with another plugin", name);
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
     }
     auto type = std::make_shared<RegisteredType>(*plugin, type_support);
     if (plugin->onParticipantAttached != nullptr && type->participant_data() == nullptr) {
@@ -68,7 +71,7 @@ DDS_ReturnCode_t TypeRegistry::register_type(const char* name, const PRESTypePlu
         QUIXLog_failure("register_type", "on_participant_attached");
         return DDS_RETCODE_ERROR;
     }
-    types_.emplace(name, std::move(type));
+    types_[name] = std::move(type);
     return DDS_RETCODE_OK;
 }
 
