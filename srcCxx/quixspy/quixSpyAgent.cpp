@@ -288,7 +288,7 @@ bool QuixSpyAgent::check_reader_qos() {
 }
 
 void QuixSpyAgent::tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason,
-                               bool once_per_topic) {
+                               const std::string& key) {
     constexpr size_t kMostTold = 50;
     if (toldUnread_.size() >= kMostTold)
         return;
@@ -296,7 +296,7 @@ void QuixSpyAgent::tell_unread(const RtpsGuid& writer, const char* topicName, co
     QUIXSpy_appendGuid(text, " guid", writer);
     text += " of topic \"" + QUIXSpy_text(topicName) + "\" is not read: " + reason;
     // An update may change the reason, and a writer of the same GUID may be another one.
-    if (!toldUnread_.insert(once_per_topic ? topicName : text).second)
+    if (!toldUnread_.insert(key.empty() ? text : key).second)
         return;
     if (toldUnread_.size() == kMostTold)
         text += "; further ones are not told";

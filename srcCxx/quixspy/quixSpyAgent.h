@@ -115,10 +115,9 @@ class QuixSpyAgent : public QuixAgent {
     /// Makes the participant of a node, which then stands in the list. False, and the node the caller's, when
     /// that fails.
     bool add_participant(QuixSpyParticipantListNode& node);
-    /// Says, for the first of them, why a writer that was announced is not read; once for the same reason, or
-    /// once for its topic.
+    /// Says why a writer that was announced is not read; once for each key, or for each text without one.
     void tell_unread(const RtpsGuid& writer, const char* topicName, const std::string& reason,
-                     bool once_per_topic = false);
+                     const std::string& key = {});
     /// Takes the places of one more topic, where there are any or topics without writers make room; else says
     /// so. The participant is the one that is to read it.
     bool make_room(const QuixSpyParticipantListNode& node, const RtpsGuid& writer, const char* topicName,

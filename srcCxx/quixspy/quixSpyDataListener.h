@@ -68,6 +68,8 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     /// Once detached: takes the samples that its reader has and counts them as dropped.
     void drop_waiting(QuixSpyEnding& ending);
 
+    /// Whether it serves a reader of dynamic data, and not of bytes.
+    bool uses_dynamic_data() const { return settings_.useDynamicData; }
     /// Whether it serves a reader of a topic with key.
     bool is_keyed() const { return settings_.fields.isKeyed; }
 

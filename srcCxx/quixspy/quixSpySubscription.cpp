@@ -59,7 +59,7 @@ enum class Fit {
     failed    // cannot tell; said why
 };
 
-Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& participant,
+Fit fit_of_existing_topic(const QuixSpyAgent& agent, const ParticipantNode& node,
                           DDSTopicDescription* description, const Publication& publication) {
     DDSTopic* const topic = DDSTopic::narrow(description);
     if (topic == nullptr) {
@@ -73,7 +73,10 @@ Fit fit_of_existing_topic(const QuixSpyAgent& agent, DDSDomainParticipant& parti
                             QUIXSpy_text(publication.topicName).c_str());
         return Fit::failed;
     }
-    const DDS_TypeCode* const registered = participant.get_typecode(type_name);
+    // What became known of the type later is not what the topic is read as.
+    const TopicNode* const read = node.find_topic(publication.topicName, type_name);
+    const bool is_opaque = read != nullptr && !read->listener->uses_dynamic_data();
+    const DDS_TypeCode* const registered = is_opaque ? nullptr : node.participant->get_typecode(type_name);
     const bool same = registered == nullptr || publication.typeCode == nullptr
                           ? std::strcmp(publication.typeName, type_name) == 0
                           : are_equal(*registered, *publication.typeCode);
@@ -94,7 +97,7 @@ Fit fit_of(const QuixSpyAgent& agent, const ParticipantNode& node, const Publica
     DDSDomainParticipant& participant = *node.participant;
     DDSTopicDescription* const description = participant.lookup_topicdescription(publication.topicName);
     if (description != nullptr)
-        return fit_of_existing_topic(agent, participant, description, publication);
+        return fit_of_existing_topic(agent, node, description, publication);
     if (!participant.is_type_registered(publication.typeName))
         return Fit::free;
     const DDS_TypeCode* const registered = participant.get_typecode(publication.typeName);
@@ -177,8 +180,11 @@ void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publica
     if (agent._subscriberPartitionCount > 0) // who names partitions wants no others
         publisher.partition.name = any_partition();
     char* const difference = topic->reader->describe_incompatibility(policies, publisher);
-    if (difference != nullptr && *difference != '\0')
-        agent.tell_unread(publication.guid, publication.topicName, difference, true);
+    if (difference != nullptr && *difference != '\0') {
+        const std::string text = difference; // it begins with the name of a policy
+        agent.tell_unread(publication.guid, publication.topicName, text,
+                          publication.topicName + ('\n' + text.substr(0, text.find(':'))));
+    }
     DDS_String_free(difference);
 }
 

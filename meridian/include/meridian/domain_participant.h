@@ -56,7 +56,8 @@ class DDSDomainParticipant : public DDSEntity {
     /// support that is given becomes the participant's. For a name that is registered, what was registered
     /// first stays in use: that succeeds for the same plugin functions with an equal type code, and for a
     /// plugin that knows no type code where the first one does. A plugin that knows one where the first one
-    /// does not serves the topics that are made from then on. Else DDS_RETCODE_PRECONDITION_NOT_MET.
+    /// does not serves the topics that are made from then on, and unregister_type speaks of it alone. Else
+    /// DDS_RETCODE_PRECONDITION_NOT_MET.
     virtual DDS_ReturnCode_t register_type(const char* type_name, const PRESTypePlugin* plugin,
                                            DDSTypeSupport* type_support) = 0;
     /// DDS_RETCODE_PRECONDITION_NOT_MET while a topic uses the type, DDS_RETCODE_BAD_PARAMETER when it is not

@@ -48,7 +48,8 @@ PartitionList participant_partitions(const std::vector<rtps::Property>& properti
     std::string text = partitions_text(properties);
     if (text.size() > kMostPartitionOctets) {
         text.resize(kMostPartitionOctets + 1);
-        text.resize(std::min(kMostPartitionOctets, text.rfind(','))); // not a part of a name
+        const size_t end = text.rfind(',');
+        text.resize(end != std::string::npos ? end : 0); // no part of a name
     }
     PartitionList names = split_partitions(text);
     names.resize(std::min(names.size(), kMostParticipantPartitions));

@@ -226,6 +226,17 @@ TEST_F(ReaderCacheTest, DataThatComesWithItsUnregistrationIsASampleBeforeThat) {
     EXPECT_FALSE(knows_any());
 }
 
+TEST_F(ReaderCacheTest, DataIsNotPushedOutByTheEndThatComesWithIt) {
+    settings.history.depth = 1;
+    create();
+    Change last = change(ChangeKind::unregistered, 1);
+    last.sample = pool.make(7);
+    EXPECT_EQ(cache->add(last), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "N1=7");
+    EXPECT_EQ(cache->overwritten(), 0u);
+    EXPECT_FALSE(knows_any());
+}
+
 TEST_F(ReaderCacheTest, TopicWithoutKeyHasOneInstance) {
     settings.keyed = false;
     create();

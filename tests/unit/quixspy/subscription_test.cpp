@@ -325,6 +325,21 @@ TEST_F(Subscription, TypeCodesDecideWhereBothSidesHaveOne) {
     EXPECT_EQ(agent.created, 1);
 }
 
+TEST_F(Subscription, ATopicThatIsReadAsBytesStaysSoWhateverBecomesKnownOfItsType) {
+    const TypeRef one = structure("One");
+    const TypeRef other = structure("Other");
+    discover({"Circle"}); // its type is not told
+    Writer writer{"Square"};
+    writer.type_code = one.get();
+    discover(writer);
+    participant().type_codes["ShapeType"] = one.get();
+    writer = {"Circle"};
+    writer.type_code = other.get();
+    discover(writer);
+    EXPECT_FALSE(subscribed) << "the reader of the topic takes every writer";
+    EXPECT_EQ(agent.created, 0);
+}
+
 TEST_F(Subscription, AWriterWhoseTypeDisagreesAboutTheKeyIsReadAsItIs) {
     const TypeRef with_key = structure("T");
     const TypeRef without_key = structure("T", false);

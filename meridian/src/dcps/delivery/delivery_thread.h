@@ -72,7 +72,7 @@ class DeliveryThread {
     /// itself, where the running call is the caller's.
     void remove(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
 
-    /// How often wake found the thread asleep.
+    /// How often wake had something to wake the thread for.
     uint64_t wakes() const { return wakes_.load(std::memory_order_relaxed); }
 
   private:

@@ -6,6 +6,7 @@
 
 #include "discovery/announced_qos.h"
 #include "discovery/partitions.h"
+#include "platform/text.h"
 #include "rtps/protocol/qos_matching.h"
 
 namespace meridian::dcps {
@@ -54,7 +55,7 @@ std::string text_of(const DDS_StringSeq& names) {
     constexpr size_t kMost = 200;
     std::string text = discovery::join_partitions(discovery::to_strings(names));
     if (text.size() > kMost)
-        text.replace(kMost, std::string::npos, "...");
+        text.replace(valid_length(std::string_view(text).substr(0, kMost)), std::string::npos, "...");
     return '"' + text + '"';
 }
 

@@ -304,7 +304,13 @@ ReaderCache::Verdict ReaderCache::store(const Change& change, Instance& instance
     if (change.kind == ChangeKind::unregistered || change.kind == ChangeKind::disposed_and_unregistered) {
         Change end = change;
         end.sample = nullptr;
-        unregister(instance, end);
+        const bool has_room =
+            settings_.history.kind != DDS_KEEP_LAST_HISTORY_QOS || settings_.history.depth > 1;
+        if (has_room)
+            unregister(instance, end);
+        else if (instances_.unregister(instance, end.writer) && instance.registrations == nullptr &&
+                 !disposes)
+            instance.state = DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE;
     }
     return Verdict::stored;
 }

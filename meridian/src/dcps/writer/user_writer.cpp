@@ -26,7 +26,7 @@ DDS_UnsignedShort encapsulation_of(const DDS_DataWriterQos& qos) {
 
 } // namespace
 
-/// A buffer of the plugin's pool, or of the heap where the plugin has none, and what was serialized into it.
+/// A buffer of the plugin, or of the heap where the plugin has none, and what was serialized into it.
 class UserWriter::Buffer {
   public:
     Buffer(UserWriter& writer, DDS_UnsignedLong size)

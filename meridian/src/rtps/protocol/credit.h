@@ -2,7 +2,7 @@
 
 // How much may be sent to the addresses that a participant announces. Any participant can announce the
 // address of another host: until something came that only those can know who read what was sent there, it
-// gets little. And which sockets are its own.
+// gets little.
 
 #include <algorithm>
 #include <cstddef>
@@ -10,55 +10,9 @@
 #include <map>
 #include <memory>
 
-#include "rtps/protocol/times.h"
 #include "rtps/wire/types.h"
 
 namespace meridian::rtps {
-
-/// The sockets, beside the one it announces itself with, from which counts what a participant tells of its
-/// endpoints.
-class EndpointSources {
-  public:
-    bool contains(const Locator& source) const {
-        return std::find(sources_.begin(), sources_.end(), source) != sources_.end();
-    }
-    void add(const Locator& source) {
-        if (contains(source))
-            return;
-        if (sources_.size() == kMost)
-            sources_.erase(sources_.begin());
-        sources_.push_back(source);
-    }
-    /// An answer came from there; is_right: it shows that the participant sent it. Who guesses is right in
-    /// the end: after wrong ones as many right ones are needed.
-    void on_answer(const Locator& source, bool is_right) {
-        if (!is_right)
-            guesses_ = std::min(guesses_ + 1, kMostGuesses);
-        else if (guesses_ > 0)
-            --guesses_;
-        else
-            add(source);
-    }
-    /// From where the word came that was taken last against what was known.
-    const Locator& taken() const { return taken_; }
-    void set_taken(const Locator& source) { taken_ = source; }
-    /// Whether the participant is to be asked for an answer now.
-    bool may_ask(MonotonicTime now) {
-        if (now < ask_at_)
-            return false;
-        ask_at_ = now + kAskPause;
-        return true;
-    }
-
-  private:
-    static constexpr size_t kMost = 4;
-    static constexpr int kMostGuesses = 1000;
-    static constexpr Duration kAskPause = std::chrono::milliseconds(200);
-    LocatorList sources_;
-    Locator taken_;
-    int guesses_ = 0;
-    MonotonicTime ask_at_{0};
-};
 
 class Credit {
   public:
@@ -96,8 +50,6 @@ class Credit {
         });
     }
 
-    EndpointSources& sources() { return sources_; }
-
   private:
     static constexpr size_t kFactor = 3;
     static constexpr size_t kMost =
@@ -109,7 +61,6 @@ class Credit {
     size_t left_ = 0;
     int doubts_ = 0;
     LocatorList confirmed_;
-    EndpointSources sources_;
 };
 
 /// Participants that share their sockets hear the same datagrams: what they send together is bounded as if

@@ -148,12 +148,6 @@ class ParticipantDiscovery {
     void doubt(Remote& remote, const Announcement& announced, Now now);
     void ask(Remote& remote, Now now);
     void settle_doubt(Remote& remote, Now now);
-    void take_doubted(Remote& remote, Now now);
-    /// Where many participants here hear the same, one asks, and the others do as it does: the answers of one
-    /// application to all, and their questions to it, would be many times what was said.
-    bool follows_first(const RemoteParticipant& remote) const {
-        return config_.is_further && remote.credit != nullptr;
-    }
     void on_timer_of(Remote& remote);
     void discover(const Announcement& announced, bool is_relayed, std::shared_ptr<Credit> credit, Now now);
     std::shared_ptr<Credit> first_credit(const GuidPrefix& prefix, ByteView announcement) const;

@@ -12,7 +12,7 @@ namespace meridian::rtps {
 const std::string* property(const ParticipantData& data, const char* name);
 /// True when b cannot be the same process as a: another incarnation, process or vendor, or other sockets.
 bool another_life(const ParticipantData& a, const ParticipantData& b);
-/// False where the two cannot be one, over several interfaces.
+/// Whether the two announce an address for discovery in common.
 bool shares_an_address(const ParticipantData& a, const ParticipantData& b);
 /// The counter that asserts manual liveliness is no content of an announcement.
 bool same_content(const ParticipantData& a, const ParticipantData& b);

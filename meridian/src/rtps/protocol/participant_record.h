@@ -62,8 +62,11 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     bool is_stranger = true;
     RemoteList::iterator place; // in the list of its kind
     MonotonicTime placed_at{0};
-    bool is_steady = false;    // it announced itself from that address more than once
-    LocatorList other_sources; // it was heard from there too, while nothing was in doubt
+    bool is_steady = false;       // it announced itself from that address more than once
+    LocatorList other_sources;    // it was heard from there too, while nothing was in doubt
+    LocatorList endpoint_sources; // what it tells of its endpoints counts from there too
+    int guesses = 0;              // wrong answers from elsewhere: so many right ones count for nothing
+    MonotonicTime ask_source_at{0};
     std::unique_ptr<Doubt> doubt;
     MemoryShare memory{MemoryBudget::of_process()};
 
@@ -88,7 +91,12 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     /// Those whose address cannot be confirmed, or not be told anything, are taken as they are.
     bool tells_of_endpoints_from(const Locator& source) const {
         return credit == nullptr || is_relayed || metatraffic.locators.empty() || source == announced_from ||
-               credit->sources().contains(source);
+               contains(endpoint_sources, source);
+    }
+    void add_endpoint_source(const Locator& source) {
+        if (endpoint_sources.size() == kMaxOtherSources)
+            endpoint_sources.erase(endpoint_sources.begin());
+        endpoint_sources.push_back(source);
     }
     void renew(MonotonicTime now) {
         expires = later(now, lease);

@@ -11,10 +11,9 @@ namespace meridian::rtps {
 namespace {
 
 constexpr int kRefusals = 2;
+constexpr int kMostGuesses = 1000;
 // All sockets with which a participant tells of its endpoints are heard of so soon.
 constexpr Duration kFirstSockets = std::chrono::seconds(1);
-// So soon the first participant has settled what it doubts.
-constexpr Duration kFollowPause = std::chrono::milliseconds(1500);
 
 bool is_other_socket_of_host(const Locator& a, const Locator& b) {
     return a.kind == b.kind && a.address == b.address && a.port != b.port;
@@ -179,11 +178,6 @@ void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, 
 }
 
 void ParticipantDiscovery::ask(Remote& remote, Now now) {
-    if (follows_first(remote)) {
-        remote.doubt->ask_at = now.monotonic + kFollowPause;
-        remote.timer.wake_at(remote.doubt->ask_at);
-        return;
-    }
     ++remote.doubt->asked;
     remote.doubt->ask_at = now.monotonic + kAskPause;
     remote.timer.wake_at(remote.doubt->ask_at);
@@ -194,13 +188,9 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
 
 void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
     Doubt& doubt = *remote.doubt;
-    if (follows_first(remote)) {
-        if (remote.credit->sources().taken() == doubt.said.source)
-            take_doubted(remote, now);
-        else
-            remote.doubt = nullptr;
-    } else if (doubt.answered && ++doubt.refusals >= kRefusals) {
-        if (doubt.said.data != nullptr && !same_content(*remote.data, *doubt.said.data))
+    if (doubt.answered && ++doubt.refusals >= kRefusals) {
+        if (doubt.said.data != nullptr && (another_life(*remote.data, *doubt.said.data) ||
+                                           !shares_an_address(*remote.data, *doubt.said.data)))
             tell_of_two(remote, doubt.said.source);
         else if (remote.other_sources.size() < kMaxOtherSources)
             remote.other_sources.push_back(doubt.said.source);
@@ -210,22 +200,14 @@ void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
             doubt.asked = 0; // it may have been one of its last packets
         doubt.answered = false;
         ask(remote, now);
-    } else {
-        take_doubted(remote, now);
-    }
-}
-
-void ParticipantDiscovery::take_doubted(Remote& remote, Now now) {
-    const std::unique_ptr<Doubt> settled = std::move(remote.doubt);
-    if (remote.credit != nullptr)
-        remote.credit->sources().set_taken(settled->said.source);
-    if (settled->said.data == nullptr) {
+    } else if (const std::unique_ptr<Doubt> settled = std::move(remote.doubt);
+               settled->said.data == nullptr) {
         remove(remote.prefix(), GoneReason::disposed, now);
-        return;
+    } else {
+        const bool is_other_socket =
+            remote.is_server || is_other_socket_of_host(settled->said.source, remote.announced_from);
+        take(remote, settled->said, is_other_socket, now);
     }
-    const bool is_other_socket =
-        remote.is_server || is_other_socket_of_host(settled->said.source, remote.announced_from);
-    take(remote, settled->said, is_other_socket, now);
 }
 
 bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const Locator& source, Now now) {
@@ -233,11 +215,13 @@ bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const
     if (remote == nullptr || remote->tells_of_endpoints_from(source))
         return true;
     if (now.monotonic - remote->discovered_at < kFirstSockets) {
-        remote->credit->sources().add(source);
+        remote->add_endpoint_source(source);
         return true;
     }
-    if (remote->credit->sources().may_ask(now.monotonic))
+    if (remote->ask_source_at <= now.monotonic) {
+        remote->ask_source_at = now.monotonic + kAskPause;
         listener_.on_participant_doubted(*remote);
+    }
     return false;
 }
 
@@ -245,7 +229,12 @@ void ParticipantDiscovery::on_answer(const GuidPrefix& prefix, const Locator& so
     Remote* remote = find_remote(prefix);
     if (remote == nullptr || remote->tells_of_endpoints_from(source))
         return;
-    remote->credit->sources().on_answer(source, is_right);
+    if (!is_right)
+        remote->guesses = std::min(remote->guesses + 1, kMostGuesses);
+    else if (remote->guesses > 0)
+        --remote->guesses;
+    else
+        remote->add_endpoint_source(source);
 }
 
 } // namespace meridian::rtps

@@ -83,5 +83,7 @@ void* PRESTypePluginDefaultEndpointData_getKey(PRESTypePluginEndpointData endpoi
 }
 
 void PRESTypePluginDefaultEndpointData_returnKey(PRESTypePluginEndpointData endpointData, void* key) {
-    endpoint(endpointData).destroy_key(key);
+    const EndpointData& data = endpoint(endpointData);
+    if (data.destroy_key != nullptr)
+        data.destroy_key(key);
 }
