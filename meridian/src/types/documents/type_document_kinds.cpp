@@ -1,6 +1,7 @@
 // Unions, enumerations, bit masks and bit sets.
 
 #include <algorithm>
+#include <utility>
 
 #include "types/documents/type_document_builder.h"
 
