@@ -29,7 +29,6 @@ void notify(DeliveryThread& thread, Deliverable& recipient) {
 
 class Recipient final : public Deliverable {
   public:
-    using Deliverable::set_urgent;
     void deliver() override {
         ++calls;
         if (action)
@@ -152,10 +151,13 @@ constexpr int kNotices = 200;
 
 /// How often the thread is woken for so many notices, each of which comes a moment after the call for the one
 /// before.
-uint64_t wakes_for_notices(Recipient& recipient) {
+uint64_t wakes_for_notices(Recipient& recipient, bool ends_rests = false) {
     StartedThread thread;
     for (int i = 1; i <= kNotices; ++i) {
-        notify(thread, recipient);
+        thread.note(recipient);
+        if (ends_rests)
+            thread.end_rest();
+        thread.wake();
         while (recipient.calls < i)
             std::this_thread::yield();
         std::this_thread::sleep_for(DeliveryThread::kRest / 10);
@@ -174,10 +176,9 @@ TEST(DeliveryThreadTest, IsSeldomWokenForWhatComesOften) {
     EXPECT_LE(fewest, kNotices / 4);
 }
 
-TEST(DeliveryThreadTest, IsWokenForWhatIsUrgent) {
+TEST(DeliveryThreadTest, IsWokenWhereItsRestIsEnded) {
     Recipient recipient;
-    recipient.set_urgent(true);
-    EXPECT_GT(wakes_for_notices(recipient), kNotices / 2);
+    EXPECT_GT(wakes_for_notices(recipient, true), kNotices / 2);
 }
 
 TEST(DeliveryThreadTest, WhatIsAskedForBeforeThereIsAThreadWaitsForIt) {

@@ -29,10 +29,15 @@ void DeliveryThread::note(Deliverable& deliverable) {
         return;
     MutexLock lock(mutex_);
     enqueue(deliverable);
-    const bool is_urgent = deliverable.urgent_.load(std::memory_order_relaxed);
-    if (state_ == State::resting && is_urgent)
-        state_ = State::idle;
-    if (state_ == State::idle)
+    if (is_idle_)
+        wants_wake_.store(true, std::memory_order_relaxed);
+}
+
+void DeliveryThread::end_rest() {
+    if (!is_resting_.load(std::memory_order_relaxed))
+        return;
+    MutexLock lock(mutex_);
+    if (is_resting_.exchange(false, std::memory_order_relaxed))
         wants_wake_.store(true, std::memory_order_relaxed);
 }
 
@@ -95,10 +100,10 @@ void DeliveryThread::unqueue(Deliverable& deliverable) {
 
 void DeliveryThread::rest() {
     const auto end = monotonic_now() + kRest;
-    state_ = State::resting;
-    while (state_ == State::resting && !stopping_ && changed_.wait_until(mutex_, end)) {
+    is_resting_.store(true, std::memory_order_relaxed);
+    while (is_resting_.load(std::memory_order_relaxed) && !stopping_ && changed_.wait_until(mutex_, end)) {
     }
-    state_ = State::awake;
+    is_resting_.store(false, std::memory_order_relaxed);
 }
 
 void DeliveryThread::sleep() {
@@ -107,9 +112,9 @@ void DeliveryThread::sleep() {
         rest();
     if (ready_.first() != nullptr || stopping_)
         return;
-    state_ = State::idle;
+    is_idle_ = true;
     changed_.wait_until(mutex_, timers_.next_deadline());
-    state_ = State::awake;
+    is_idle_ = false;
     is_busy_ = monotonic_now() - begin < kRest;
 }
 

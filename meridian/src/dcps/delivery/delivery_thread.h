@@ -29,16 +29,11 @@ class Deliverable : private rtps::TimerQueue::Client {
     /// On the delivery thread, with no lock held: after note, and when a wake_at has passed.
     virtual void deliver() = 0;
 
-  protected:
-    /// Ends a rest of the thread: for what has no room for all that may come in a rest. Any thread.
-    void set_urgent(bool urgent) { urgent_.store(urgent, std::memory_order_relaxed); }
-
   private:
     friend class DeliveryThread;
     void on_timer(rtps::MonotonicTime now) override;
 
     std::atomic<bool> pending_{false};
-    std::atomic<bool> urgent_{false};
     // The rest under the lock of the thread: the timer, and the place among those that are ready.
     DeliveryThread* thread_ = nullptr;
     std::optional<rtps::TimerQueue::Timer> timer_;
@@ -63,6 +58,8 @@ class DeliveryThread {
     /// Has `deliver` called soon, by an idle thread after wake: who holds a lock that `deliver` wants wakes
     /// it later. Cheap while a call is pending already.
     void note(Deliverable& deliverable) MERIDIAN_EXCLUDES(mutex_);
+    /// Ends a rest: for what was noted there is no more to wait for. Cheap when the thread does not rest.
+    void end_rest() MERIDIAN_EXCLUDES(mutex_);
     /// Wakes the thread for what was noted. Cheap when there is nothing.
     void wake();
     /// Has `deliver` called at that time of the monotonic clock or earlier; of several calls the earliest
@@ -90,8 +87,8 @@ class DeliveryThread {
     ConditionVariable changed_;
     std::atomic<bool> wants_wake_{false}; // something was noted that the thread is not awake for
     std::atomic<uint64_t> wakes_{0};
-    enum class State : uint8_t { awake, resting, idle };
-    State state_ MERIDIAN_GUARDED_BY(mutex_) = State::awake;
+    std::atomic<bool> is_resting_{false}; // changed with the lock held
+    bool is_idle_ MERIDIAN_GUARDED_BY(mutex_) = false;
     bool is_busy_ MERIDIAN_GUARDED_BY(mutex_) = false; // idle for less than kRest the last time
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
     Chain<Deliverable> ready_ MERIDIAN_GUARDED_BY(mutex_);

@@ -24,12 +24,12 @@ constexpr size_t kMostReceived = 64;
 constexpr size_t kQuietMemory = size_t{7} << 10;
 constexpr size_t kCopiesOfNames = 8;
 constexpr size_t kMostBytesReceived = size_t{1} << 20;
-/// More samples than come while the delivery thread rests.
-constexpr DDS_Long kRoomForARest = 2048;
+/// More samples that wait would leave the processor's cache.
+constexpr DDS_Long kMostInARest = 32;
 
-/// How many samples can wait for the listener, at least.
-DDS_Long room_of(const DDS_DataReaderQos& qos) {
-    DDS_Long room = INT32_MAX;
+/// So many samples end a rest of the delivery thread: at most half of what there is room for.
+size_t most_in_a_rest(const DDS_DataReaderQos& qos) {
+    DDS_Long room = 2 * kMostInARest;
     const auto limit = [&room](DDS_Long most) {
         if (most != DDS_LENGTH_UNLIMITED)
             room = std::min(room, most);
@@ -38,7 +38,7 @@ DDS_Long room_of(const DDS_DataReaderQos& qos) {
         limit(qos.history.depth);
     limit(qos.resource_limits.max_samples);
     limit(qos.resource_limits.max_samples_per_instance);
-    return room;
+    return static_cast<size_t>(std::max(room / 2, DDS_Long{1}));
 }
 
 } // namespace
@@ -63,9 +63,8 @@ UserReader::UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::
       decoder_(*type_, plugin_data(), stock_),
       cache_(cache_settings(qos), stock_, share_),
       withheld_(share_),
-      notices_(status_condition(), delivery, *this) {
-    set_urgent(room_of(qos) < kRoomForARest);
-}
+      notices_(status_condition(), delivery, *this),
+      most_in_a_rest_(most_in_a_rest(qos)) {}
 
 UserReader::~UserReader() {
     stop();
@@ -102,7 +101,7 @@ DDS_ReturnCode_t UserReader::enable() {
 
 void UserReader::qos_changed() {
     cache_.update(cache_settings(qos_));
-    set_urgent(room_of(qos_) < kRoomForARest);
+    most_in_a_rest_ = most_in_a_rest(qos_);
 }
 
 ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) const {
@@ -159,6 +158,8 @@ void UserReader::store_received() {
 void UserReader::stored(DDS_StatusMask statuses) {
     changed(statuses);
     if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0) {
+        if (cache_.sample_count() >= most_in_a_rest_)
+            delivery_.end_rest();
         arm_timer();
         tell_overwritten(false);
     }

@@ -178,6 +178,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
     WithheldSamples withheld_ MERIDIAN_GUARDED_BY(mutex_);
     ReaderNotices notices_ MERIDIAN_GUARDED_BY(mutex_);
+    size_t most_in_a_rest_ MERIDIAN_GUARDED_BY(mutex_); // samples
     rtps::MonotonicTime armed_ MERIDIAN_GUARDED_BY(mutex_) = rtps::kNever;
     std::vector<DDS_InstanceHandle_t> missed_ MERIDIAN_GUARDED_BY(mutex_); // deadlines, of the last timer
     uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;
