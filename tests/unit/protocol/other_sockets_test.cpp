@@ -10,6 +10,16 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+/// Of the writer of publications.
+void add_heartbeat(MessageWriter& writer, SequenceNumber first, SequenceNumber last, Count count) {
+    Heartbeat heartbeat;
+    heartbeat.writer = entity::publications_writer;
+    heartbeat.first = first;
+    heartbeat.last = last;
+    heartbeat.count = count;
+    writer.add_heartbeat(heartbeat);
+}
+
 /// Participant 2 is known for a while, with a writer.
 class OtherSocketsTest : public ParticipantTest {
   protected:
@@ -74,12 +84,7 @@ TEST_F(OtherSocketsTest, CannotTellThatAnAnnouncementIsIrrelevant) {
         gap.start = 2;
         gap.list.base = 100;
         writer.add_gap(gap);
-        Heartbeat heartbeat;
-        heartbeat.writer = entity::publications_writer;
-        heartbeat.first = 100;
-        heartbeat.last = 100;
-        heartbeat.count = 50;
-        writer.add_heartbeat(heartbeat);
+        add_heartbeat(writer, 100, 100, 50);
     });
     expect_only_the_real_one_is_seen();
 }
@@ -154,14 +159,7 @@ TEST_F(OtherSocketsTest, TwoApplicationsWithOnePrefixAreToldOfAndTheFirstIsSeen)
         send_data(2, entity::participant_writer, 1, encode(clone));
         publish(other, 1);
         publish(forged);
-        say_elsewhere([](MessageWriter& writer) {
-            Heartbeat heartbeat;
-            heartbeat.writer = entity::publications_writer;
-            heartbeat.first = 1;
-            heartbeat.last = 2;
-            heartbeat.count = 1;
-            writer.add_heartbeat(heartbeat);
-        });
+        say_elsewhere([](MessageWriter& writer) { add_heartbeat(writer, 1, 2, 1); });
         source_host = 0;
         for (int answers = 0; answers < 10; ++answers) {
             acknowledge(2, kSecret + 1);
