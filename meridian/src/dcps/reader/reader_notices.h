@@ -27,6 +27,8 @@ class ReaderNotices {
     void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
     /// Null without a listener, and when it was detached.
     DDSDataReaderListener* listener() const;
+    /// Null without a listener.
+    const std::shared_ptr<ListenerLink>& link() const { return link_; }
 
     /// The statuses changed: a call on the delivery thread follows.
     void changed(DDS_StatusMask statuses);
