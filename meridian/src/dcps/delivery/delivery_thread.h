@@ -98,7 +98,7 @@ class DeliveryThread {
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
     Deliverable* last_ MERIDIAN_GUARDED_BY(mutex_) = nullptr; // delivered, and the end was not told since
-    HeapTrimmer trimmer_{MemoryBudget::of_process()}; // of the thread alone
+    HeapTrimmer trimmer_{MemoryBudget::of_process()};         // of the thread alone
     Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
