@@ -72,6 +72,8 @@ class QuixSpyDataListener : public DDSDataReaderListener {
 
     /// Whether it serves a reader of dynamic data, and not of bytes.
     bool uses_dynamic_data() const { return settings_.useDynamicData; }
+    /// Whether it can print contents.
+    bool knows_type() const { return uses_dynamic_data() || typeCode_ != nullptr; }
     /// Whether it serves a reader of a topic with key.
     bool is_keyed() const { return settings_.fields.isKeyed; }
 

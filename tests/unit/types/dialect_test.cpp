@@ -145,6 +145,31 @@ TEST_F(FormTest, AnAbsentMemberMovesTheOriginOfFastCdr2) {
         "note: \"hi\" count: 3 stamp: 9 ");
 }
 
+// It compares a discriminator without its sign with labels that have theirs.
+TEST_F(FormTest, CycloneDdsSendsNoMemberForANegativeNarrowDiscriminator) {
+    const auto type = [](const std::string& discriminator, const std::string& more = "") {
+        return "<union name=\"U\"><discriminator type=\"" + discriminator +
+               R"("/><case><caseDiscriminator value="-5"/><member name="a" type="int32"/></case>
+                  <case><caseDiscriminator value="3"/><member name="b" type="int32"/></case>)" +
+               more + R"(</union><struct name="T"><member name="u" type="nonBasic" nonBasicTypeName="U"/>
+               <member name="x" type="int32"/></struct>)";
+    };
+    const std::string without = "00010000 fbff0000 07000000";
+    EXPECT_EQ(values(type("int16"), without, kCyclone), "u:    _d: -5 x: 7 ");
+    EXPECT_EQ(values(type("int8"), "00010000 fb000000 07000000", kCyclone), "u:    _d: -5 x: 7 ");
+    EXPECT_EQ(values(type("int16"), "00010000 03000000 09000000 07000000", kCyclone),
+              "u:    _d: 3    b: 9 x: 7 ");
+    const std::string with = "00010000 fbff0000 09000000 07000000";
+    EXPECT_EQ(values(type("int16"), with, kCyclone), "u:    _d: -5    a: 9 x: 7 ") << "another release";
+    EXPECT_EQ(values(type("int16"), with, kFirst), "u:    _d: -5    a: 9 x: 7 ");
+    EXPECT_EQ(values(type("int32"), "00010000 fbffffff 09000000 07000000", kCyclone),
+              "u:    _d: -5    a: 9 x: 7 ");
+    EXPECT_EQ(values(type("int16", R"(<case><caseDiscriminator value="default"/>
+                                      <member name="c" type="int8"/></case>)"),
+                     "00010000 fbff0900 07000000", kCyclone),
+              "u:    _d: -5    c: 9 x: 7 ");
+}
+
 TEST_F(FormTest, RequestsAndResponsesOfRos2OnCycloneDdsHaveAHeader) {
     const auto module = [](const std::string& name) {
         return R"(<module name="p"><module name="srv"><module name="dds_"><struct name=")" + name +

@@ -400,6 +400,12 @@ void Participant::on_memory_used_up(const Guid& writer) {
                                   " wait, and are asked for again; this is told once for all writers");
 }
 
+void Participant::on_number_too_high(const Guid& writer) {
+    warnings_.error_of_others("numbers " + to_string(writer),
+                              "writer " + to_string(writer) +
+                                  " numbers samples above 2^62, which is not believed: they are not shown");
+}
+
 void Participant::tell_servers(Now now) {
     if (config_.servers.empty())
         return;

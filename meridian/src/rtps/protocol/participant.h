@@ -149,6 +149,7 @@ class Participant final : private ReaderObserver,
     void on_writer_restarted(const Guid& writer) override;
     void on_oversized_sample(const Guid& writer, size_t size, size_t limit) override;
     void on_memory_used_up(const Guid& writer) override;
+    void on_number_too_high(const Guid& writer) override;
     void on_liveliness_changed(const Guid& writer, bool alive);
     void on_participant_discovered(RemoteParticipant& remote, Now now) override;
     void on_participant_changed(RemoteParticipant& remote, Now now) override;

@@ -61,10 +61,10 @@ class ParticipantDiscovery {
       public:
         virtual ~Listener() = default;
         virtual void on_participant_discovered(RemoteParticipant& remote, Now now) = 0;
-        /// What it announces changed.
+        /// What it announces changed. At most once in kMatchPause: it may have many endpoints.
         virtual void on_participant_changed(RemoteParticipant& remote, Now now) = 0;
         /// What its endpoints are matched by may have changed, with the announcement or with the choice of
-        /// addresses. At most once in kMatchPause where the participant is the cause: it may have many.
+        /// addresses. Behind on_participant_changed where the participant is the cause.
         virtual void on_participant_to_match(RemoteParticipant& remote, Now now) = 0;
         virtual void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) = 0;
         /// An answer of it is wanted, as a sign of life.

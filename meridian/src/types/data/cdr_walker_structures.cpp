@@ -161,7 +161,7 @@ bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSi
         const Type* kind = resolve_alias(type.discriminator);
         Scalar value;
         const bool known = count == 1 && kind != nullptr && read_scalar(discriminator, *kind, value);
-        return known ? select_union_member(type, value.integer()) : nullptr;
+        return known ? branch_of(type, *kind, value.integer()) : nullptr;
     };
     const auto keep = [&](MutableMember& member, const ByteReader& header, ByteReader& rest) {
         if (count == 2)

@@ -36,6 +36,15 @@ bool has_disputed_header(const Type& collection) {
             type->kind == DDS_TK_WCHAR || (type->kind == DDS_TK_BOOLEAN && is_array));
 }
 
+bool has_narrow_negative_label(const Type& type) {
+    const Type* const of = resolve_alias(type.discriminator);
+    return of != nullptr && number_size(*of) < 4 &&
+           std::any_of(type.members.begin(), type.members.end(), [](const Member& member) {
+               return std::any_of(member.labels.begin(), member.labels.end(),
+                                  [](int32_t label) { return label < 0; });
+           });
+}
+
 /// What a type contains that serializers write differently.
 struct Disputed {
     bool wide_text = false;
@@ -44,6 +53,7 @@ struct Disputed {
     bool optionals = false;
     bool long_doubles = false;
     bool bitsets = false;
+    bool negative_labels = false;
     bool sequence_keys = false; // which the serializer with flat keys does not have
 };
 
@@ -63,6 +73,7 @@ Disputed find_disputed(const Type& root) {
             });
         disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
         disputed.headers |= has_disputed_header(type);
+        disputed.negative_labels |= has_narrow_negative_label(type);
     });
     return disputed;
 }
@@ -85,9 +96,11 @@ struct Row {
 const std::vector<Row>& serializers() {
     using Wide = CdrDialect::WideText;
     using Headers = CdrDialect::Headers;
+    CdrDialect cyclone{Wide::octets, Headers::flat, false};
+    cyclone.unsigned_discriminators = true;
     static const std::vector<Row> kRows{
         {Maker::unknown, {Wide::octets, Headers::standard, true}},
-        {Maker::cyclone_dds, {Wide::octets, Headers::flat, false}},
+        {Maker::cyclone_dds, cyclone},
         {Maker::fast_cdr_2, {Wide::units, Headers::few, true}},
         {Maker::fast_cdr_2, {Wide::units, Headers::dynamic, true, false}},
         {Maker::fast_cdr_1, {Wide::quads, Headers::few, true, false, false}, false},
@@ -111,6 +124,8 @@ CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disp
         dialect.lists = standard.lists;
     if (!disputed.optionals)
         dialect.optional_headers = standard.optional_headers;
+    if (!disputed.negative_labels)
+        dialect.unsigned_discriminators = standard.unsigned_discriminators;
     return dialect;
 }
 
@@ -123,7 +138,7 @@ bool is_fast_cdr(Maker maker) {
 bool operator==(const CdrDialect& a, const CdrDialect& b) {
     const auto values = [](const CdrDialect& d) {
         return std::tie(d.wide_text, d.headers, d.one_origin, d.optional_headers, d.lists, d.x86_long_double,
-                        d.bitset_octets, d.flat_keys, d.request_header);
+                        d.bitset_octets, d.flat_keys, d.unsigned_discriminators, d.request_header);
     };
     return values(a) == values(b);
 }

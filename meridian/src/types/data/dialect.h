@@ -51,6 +51,9 @@ struct CdrDialect {
     /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS
     /// 0.10.
     bool flat_keys = false;
+    /// Discriminators of less than 32 bits are compared without their sign with labels that have theirs, so a
+    /// negative label selects nothing: Cyclone DDS.
+    bool unsigned_discriminators = false;
     /// The client and the number of the request stand before the content: services of ROS 2 on Cyclone DDS.
     bool request_header = false;
     static constexpr size_t kRequestHeaderSize = 16;
