@@ -161,6 +161,10 @@ class ParticipantDiscovery {
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_announcements(const RemoteParticipant& remote) const;
     void tell_if_unreachable(const RemoteParticipant& remote);
+    /// At one that announced itself and said nothing else yet.
+    void look_at_silent(Remote& remote, Now now);
+    /// At most once in kAskPause.
+    void ask_for_sign(Remote& remote, Now now);
     /// Another participant with its prefix announces itself from there.
     void tell_of_two(const RemoteParticipant& remote, const Locator& other);
     void announce(Now now);

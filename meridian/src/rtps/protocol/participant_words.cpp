@@ -218,10 +218,7 @@ bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const
         remote->add_endpoint_source(source);
         return true;
     }
-    if (remote->ask_source_at <= now.monotonic) {
-        remote->ask_source_at = now.monotonic + kAskPause;
-        listener_.on_participant_doubted(*remote);
-    }
+    ask_for_sign(*remote, now);
     return false;
 }
 
