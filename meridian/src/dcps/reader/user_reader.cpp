@@ -324,6 +324,12 @@ void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
 
 // -- Telling
 
+DDS_ReturnCode_t UserReader::read_status(const DDSReaderStatus& status) {
+    MutexLock lock(mutex_);
+    notices_.read(statuses_.take(status));
+    return DDS_RETCODE_OK;
+}
+
 void UserReader::changed(DDS_StatusMask statuses) {
     notices_.changed(statuses);
     if ((statuses & DDS_DATA_AVAILABLE_STATUS) != 0)
@@ -389,7 +395,7 @@ void UserReader::call_listener(DDSDataReaderListener& listener, DDS_StatusMask s
     const auto tell = [&](DDS_StatusMask bit, auto status, auto call) {
         if ((statuses & bit) == 0)
             return;
-        read_status(status, bit);
+        read_status(&status);
         (listener.*call)(face_, status);
     };
     tell(DDS_SUBSCRIPTION_MATCHED_STATUS, DDS_SubscriptionMatchedStatus(),
