@@ -55,7 +55,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDSDataReader* face() const { return face_; }
 
     /// Announces the reader and begins to receive. The runtime must outlive stop().
-    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
+    bool start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group);
     /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
     void stop();
     bool has_loans();
