@@ -107,7 +107,7 @@ PRESTypePluginEndpointData attach_endpoint(const PRESTypePluginEndpointInfo* inf
     PRESTypePluginEndpointData data =
         PRESTypePluginDefaultEndpointData_new(createSample, drop, createKey, createKey ? drop : nullptr);
     if (data != nullptr && info->endpointKind == PRES_TYPEPLUGIN_ENDPOINT_WRITER &&
-        !PRESTypePluginDefaultEndpointData_createWriterPool(
+        !PRESTypePluginDefaultEndpointData_setBufferSize(
             data, DynamicTypePlugin_get_serialized_sample_max_size(data, false, 0, 0))) {
         PRESTypePluginDefaultEndpointData_delete(data);
         return nullptr;

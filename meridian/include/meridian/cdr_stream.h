@@ -55,8 +55,6 @@ DDS_UnsignedLong QUIXCdrStream_remaining(const QUIXCdrStream* stream);
 /// Moves the position up to a multiple of `alignment` (1, 2, 4 or 8) from the alignment origin. False, and no
 /// move, when that lies beyond the end.
 bool QUIXCdrStream_align(QUIXCdrStream* stream, DDS_UnsignedLong alignment);
-/// Moves the position forward by `count` bytes; false, and no move, when fewer remain.
-bool QUIXCdrStream_skip(QUIXCdrStream* stream, DDS_UnsignedLong count);
 
 /// Align to the size, read in the byte order of the stream and advance. False, and the position unchanged,
 /// when the bytes do not suffice.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <variant>
+
 #include "meridian/entity.h"
 #include "meridian/listener.h"
 #include "meridian/qos.h"
@@ -8,6 +10,11 @@
 class DDSSubscriber;
 class DDSTopicDescription;
 struct DDS_ParticipantBuiltinTopicData;
+
+/// Where a status of a reader is to be put.
+using DDSReaderStatus = std::variant<DDS_RequestedDeadlineMissedStatus*, DDS_RequestedIncompatibleQosStatus*,
+                                     DDS_LivelinessChangedStatus*, DDS_SampleLostStatus*,
+                                     DDS_SampleRejectedStatus*, DDS_SubscriptionMatchedStatus*>;
 
 /// What every reader offers; reading itself is typed and stands in the derived classes.
 class DDSDataReader : public DDSEntity {
@@ -27,24 +34,27 @@ class DDSDataReader : public DDSEntity {
     virtual DDS_ReturnCode_t get_matched_publication_participant_data(
         DDS_ParticipantBuiltinTopicData& data, const DDS_InstanceHandle_t& publication_handle) = 0;
 
-    // The statuses. Reading one resets its change counters and its bit in get_status_changes. Readers that
-    // match nothing, such as those of builtin topics, report zeros.
-    virtual DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) {
-        return nothing(status);
+    // The statuses. Reading one resets its change counters and its bit in get_status_changes.
+    DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) {
+        return read_status(&status);
     }
-    virtual DDS_ReturnCode_t get_requested_incompatible_qos_status(
-        DDS_RequestedIncompatibleQosStatus& status) {
-        return nothing(status);
+    DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) {
+        return read_status(&status);
     }
-    virtual DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) {
-        return nothing(status);
+    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) {
+        return read_status(&status);
     }
-    virtual DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) { return nothing(status); }
-    virtual DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) {
-        return nothing(status);
+    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) { return read_status(&status); }
+    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) {
+        return read_status(&status);
     }
-    virtual DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
-        return nothing(status);
+    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
+        return read_status(&status);
+    }
+    /// Any of these. Readers that match nothing, such as those of builtin topics, report zeros.
+    virtual DDS_ReturnCode_t read_status(const DDSReaderStatus& status) {
+        std::visit([](auto* out) { *out = {}; }, status);
+        return DDS_RETCODE_OK;
     }
     /// The writers matched at present, as handles.
     virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) {
@@ -61,11 +71,4 @@ class DDSDataReader : public DDSEntity {
 
   protected:
     ~DDSDataReader() override = default;
-
-  private:
-    template <typename Status>
-    static DDS_ReturnCode_t nothing(Status& status) {
-        status = {};
-        return DDS_RETCODE_OK;
-    }
 };

@@ -127,8 +127,8 @@ PRESTypePluginEndpointData PRESTypePluginDefaultEndpointData_new(PRESTypePluginC
 void PRESTypePluginDefaultEndpointData_delete(PRESTypePluginEndpointData endpointData);
 /// Gives a writer's endpoint data buffers of `bufferSize` bytes each, of which a free one is kept; false when
 /// memory is short.
-bool PRESTypePluginDefaultEndpointData_createWriterPool(PRESTypePluginEndpointData endpointData,
-                                                        DDS_UnsignedLong bufferSize);
+bool PRESTypePluginDefaultEndpointData_setBufferSize(PRESTypePluginEndpointData endpointData,
+                                                     DDS_UnsignedLong bufferSize);
 void* PRESTypePluginDefaultEndpointData_createSample(PRESTypePluginEndpointData endpointData);
 void PRESTypePluginDefaultEndpointData_deleteSample(PRESTypePluginEndpointData endpointData, void* sample);
 inline constexpr auto& PRESTypePluginDefaultEndpointData_getSample =

@@ -144,26 +144,8 @@ class DDSTypedDataReader : public DDSDataReader {
                                                               const DDS_InstanceHandle_t& handle) override {
         return untyped_->get_matched_publication_participant_data(data, handle);
     }
-
-    DDS_ReturnCode_t get_requested_deadline_missed_status(
-        DDS_RequestedDeadlineMissedStatus& status) override {
-        return untyped_->get_requested_deadline_missed_status(status);
-    }
-    DDS_ReturnCode_t get_requested_incompatible_qos_status(
-        DDS_RequestedIncompatibleQosStatus& status) override {
-        return untyped_->get_requested_incompatible_qos_status(status);
-    }
-    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) override {
-        return untyped_->get_liveliness_changed_status(status);
-    }
-    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
-        return untyped_->get_sample_lost_status(status);
-    }
-    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) override {
-        return untyped_->get_sample_rejected_status(status);
-    }
-    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
-        return untyped_->get_subscription_matched_status(status);
+    DDS_ReturnCode_t read_status(const DDSReaderStatus& status) override {
+        return untyped_->read_status(status);
     }
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
         return untyped_->get_matched_publications(publications);

@@ -346,6 +346,9 @@ constexpr auto group_policies() {
 constexpr auto fields_of(Of<DDS_EndpointPolicies>) {
     return endpoint_policies<DDS_EndpointPolicies>();
 }
+constexpr auto fields_of(Of<DDS_GroupPolicies>) {
+    return group_policies<DDS_GroupPolicies>();
+}
 constexpr auto fields_of(Of<DDS_DomainParticipantQos>) {
     using Q = DDS_DomainParticipantQos;
     return std::tuple(field("user_data", &Q::user_data), field("entity_factory", &Q::entity_factory),

@@ -33,7 +33,7 @@ PRESTypePluginEndpointData attach_endpoint(PRESTypePluginParticipantData,
     PRESTypePluginEndpointData data =
         PRESTypePluginDefaultEndpointData_new(create_sample, destroy_sample, create_sample, destroy_sample);
     if (data != nullptr && info->endpointKind == PRES_TYPEPLUGIN_ENDPOINT_WRITER)
-        PRESTypePluginDefaultEndpointData_createWriterPool(data, kMaxSize);
+        PRESTypePluginDefaultEndpointData_setBufferSize(data, kMaxSize);
     ++counters().endpoints;
     return data;
 }
@@ -86,8 +86,9 @@ DDS_UnsignedLong max_key_size(PRESTypePluginEndpointData, bool, DDS_UnsignedShor
 
 bool deserialize(PRESTypePluginEndpointData, void** target, bool* drop, QUIXCdrStream* stream, bool, bool) {
     auto& sample = **reinterpret_cast<TestSample**>(target);
+    uint32_t header = 0;
     const char* text = nullptr;
-    if (!QUIXCdrStream_skip(stream, 4) || !QUIXCdrStream_read4(stream, &sample.id) ||
+    if (!QUIXCdrStream_read4(stream, &header) || !QUIXCdrStream_read4(stream, &sample.id) ||
         !QUIXCdrStream_readString(stream, &text, kMaxSize))
         return false;
     sample.text = text;
@@ -107,8 +108,9 @@ bool instance_to_key_hash(PRESTypePluginEndpointData, PRESKeyHash* hash, const v
 }
 bool serialized_to_key_hash(PRESTypePluginEndpointData, QUIXCdrStream* stream, PRESKeyHash* hash, bool,
                             bool) {
+    uint32_t header = 0;
     uint32_t id = 0;
-    if (!QUIXCdrStream_skip(stream, 4) || !QUIXCdrStream_read4(stream, &id))
+    if (!QUIXCdrStream_read4(stream, &header) || !QUIXCdrStream_read4(stream, &id))
         return false;
     hash_of(id, *hash);
     return true;

@@ -47,7 +47,7 @@ class UserReaderTest : public EndpointsTest {
     }
     bool start(UserReader& reader, TestReader& face) {
         reader.set_face(&face);
-        return reader.start(*participant().runtime(), GroupQos(DDS_SubscriberQos{}));
+        return reader.start(*participant().runtime(), DDS_SubscriberQos{});
     }
     /// Waits until everything that the remote writer wrote is in the reader.
     void delivered(const std::string& remote_writer) { EXPECT_EQ(ask("acknowledged " + remote_writer), "0"); }

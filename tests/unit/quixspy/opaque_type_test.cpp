@@ -96,7 +96,7 @@ TEST(OpaqueSample, WithoutHeaderKindAndOptionsComeFromTheSource) {
     Source source({1, 2, 3});
     source.stream.encapsulationKind = 6;
     source.stream.encapsulationOptions = 2;
-    ASSERT_TRUE(QUIXCdrStream_skip(&source.stream, 1));
+    ++source.stream.currentPosition;
     Sample sample;
     ASSERT_TRUE(DynamicType_copy_cdr_stream(&sample.record.stream, &source.stream, false));
     EXPECT_EQ(sample.content(), Bytes({2, 3}));

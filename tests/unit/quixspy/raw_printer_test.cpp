@@ -326,14 +326,14 @@ TEST_F(RawPrinter, ReadsDiscriminatorsWithoutConsumingThem) {
             RawSample sample;
             ASSERT_TRUE(sample.set(payload.bytes()));
             QUIXCdrStream& stream = *sample.record.stream;
-            ASSERT_TRUE(QUIXCdrStream_skip(&stream, 1));
+            ++stream.currentPosition;
             std::string text;
             int32_t value = 99;
             EXPECT_TRUE(QuixSpyRawPrinter(text).get_discriminator_value(sample.record, alias, value));
             EXPECT_EQ(value, one.value) << "kind " << one.kind;
             EXPECT_EQ(stream.currentPosition, stream.buffer + 1);
             EXPECT_EQ(text, "");
-            ASSERT_TRUE(QUIXCdrStream_skip(&stream, QUIXCdrStream_remaining(&stream)));
+            stream.currentPosition += QUIXCdrStream_remaining(&stream);
             EXPECT_FALSE(QuixSpyRawPrinter(text).get_discriminator_value(sample.record, alias, value));
         }
     }

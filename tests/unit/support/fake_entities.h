@@ -48,8 +48,8 @@ class FakeReader : public FakeEntity<DDSDataReader> {
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_listener(DDSDataReaderListener*, DDS_StatusMask) override { return DDS_RETCODE_OK; }
     DDSDataReaderListener* get_listener() override { return nullptr; }
-    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
-        status.current_count = matched;
+    DDS_ReturnCode_t read_status(const DDSReaderStatus& status) override {
+        std::get<DDS_SubscriptionMatchedStatus*>(status)->current_count = matched;
         return DDS_RETCODE_OK;
     }
     DDS_Long matched = 1;

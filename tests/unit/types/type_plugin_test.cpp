@@ -42,7 +42,7 @@ TEST(TypePluginDefaults, WriterHasBuffersOfOneSizeAndKeepsAFreeOne) {
     PRESTypePluginEndpointData data =
         PRESTypePluginDefaultEndpointData_new(make_int, drop_int, nullptr, nullptr);
     EXPECT_EQ(PRESTypePluginDefaultEndpointData_getBuffer(data, 1), nullptr) << "it has no buffers yet";
-    ASSERT_TRUE(PRESTypePluginDefaultEndpointData_createWriterPool(data, 100));
+    ASSERT_TRUE(PRESTypePluginDefaultEndpointData_setBufferSize(data, 100));
     char* buffer = PRESTypePluginDefaultEndpointData_getBuffer(data, 100);
     ASSERT_NE(buffer, nullptr);
     std::memset(buffer, 1, 100);

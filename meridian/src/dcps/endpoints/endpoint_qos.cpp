@@ -11,10 +11,6 @@
 
 namespace meridian::dcps {
 
-constexpr auto fields_of(qos::Of<GroupQos>) {
-    return qos::group_policies<GroupQos>();
-}
-
 namespace {
 
 using rtps::EndpointQos;
@@ -90,13 +86,13 @@ std::string describe_policy(uint32_t id, const EndpointQos& offered, const Endpo
         (describe_if(policies), ...);
     };
     std::apply(describe, qos::endpoint_policies<DDS_DataReaderQos>());
-    const auto group = qos::group_policies<GroupQos>();
+    const auto group = qos::group_policies<DDS_GroupPolicies>();
     describe(std::get<0>(group), std::get<1>(group)); // without the data
     return text;
 }
 
 template <typename Qos>
-EndpointQos announced(const Qos& qos, const GroupQos& group) {
+EndpointQos announced(const Qos& qos, const DDS_GroupPolicies& group) {
     EndpointQos out;
     discovery::announce(qos, out);
     discovery::announce(group, out);
@@ -104,7 +100,7 @@ EndpointQos announced(const Qos& qos, const GroupQos& group) {
 }
 
 template <typename Qos>
-EndpointQos announced(const Qos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+EndpointQos announced(const Qos& qos, const DDS_GroupPolicies& group, const DDS_TopicQos& topic) {
     EndpointQos out = announced(qos, group);
     discovery::announce(topic.topic_data, out);
     out.partitions = discovery::announced_partitions(out.partitions);
@@ -113,18 +109,20 @@ EndpointQos announced(const Qos& qos, const GroupQos& group, const DDS_TopicQos&
 
 } // namespace
 
-EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const DDS_GroupPolicies& group,
+                            const DDS_TopicQos& topic) {
     EndpointQos out = announced(qos, group, topic);
     if (out.representations.empty())
         out.representations = {rtps::kXcdr1, rtps::kXcdr2};
     return out;
 }
 
-EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group, const DDS_TopicQos& topic) {
+EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const DDS_GroupPolicies& group,
+                            const DDS_TopicQos& topic) {
     return announced(qos, group, topic);
 }
 
-EndpointQos to_endpoint_qos(const DDS_EndpointPolicies& policies, const GroupQos& group) {
+EndpointQos to_endpoint_qos(const DDS_EndpointPolicies& policies, const DDS_GroupPolicies& group) {
     return announced(policies, group);
 }
 

@@ -12,26 +12,14 @@
 
 namespace meridian::dcps {
 
-/// The policies that an endpoint announces for its subscriber or publisher.
-struct GroupQos {
-    GroupQos() = default;
-    /// From DDS_SubscriberQos or DDS_PublisherQos.
-    template <typename Qos>
-    explicit GroupQos(const Qos& qos)
-        : presentation(qos.presentation), partition(qos.partition), group_data(qos.group_data) {}
-
-    DDS_PresentationQosPolicy presentation;
-    DDS_PartitionQosPolicy partition;
-    DDS_GroupDataQosPolicy group_data;
-};
-
-/// Without representations of its own a reader takes both encodings.
-rtps::EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const GroupQos& group,
+/// With the policies of the subscriber or publisher. Without representations of its own a reader takes both
+/// encodings.
+rtps::EndpointQos to_endpoint_qos(const DDS_DataReaderQos& qos, const DDS_GroupPolicies& group,
                                   const DDS_TopicQos& topic);
-rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const GroupQos& group,
+rtps::EndpointQos to_endpoint_qos(const DDS_DataWriterQos& qos, const DDS_GroupPolicies& group,
                                   const DDS_TopicQos& topic);
 /// As an endpoint of others announced it.
-rtps::EndpointQos to_endpoint_qos(const DDS_EndpointPolicies& policies, const GroupQos& group);
+rtps::EndpointQos to_endpoint_qos(const DDS_EndpointPolicies& policies, const DDS_GroupPolicies& group);
 
 /// The name that an endpoint announces.
 inline const DDS_EntityNameQosPolicy& name_of(const DDS_DataReaderQos& qos) {

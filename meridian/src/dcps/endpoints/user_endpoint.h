@@ -39,7 +39,7 @@ class UserEndpoint : public EntityImpl<Interface> {
   public:
     TopicImpl& topic() const { return topic_; }
     /// The QoS of the subscriber or publisher has changed.
-    void set_group(const GroupQos& group) MERIDIAN_EXCLUDES(mutex_) {
+    void set_group(const DDS_GroupPolicies& group) MERIDIAN_EXCLUDES(mutex_) {
         keep_group(group);
         announce();
     }
@@ -89,7 +89,8 @@ class UserEndpoint : public EntityImpl<Interface> {
     /// `add(participant, now)` adds the endpoint to the protocol; false when it could not. The runtime must
     /// outlive leave. Called once.
     template <typename Add>
-    bool join(rtps::net::Runtime& runtime, const GroupQos& group, Add add) MERIDIAN_EXCLUDES(mutex_) {
+    bool join(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group, Add add)
+        MERIDIAN_EXCLUDES(mutex_) {
         keep_group(group);
         return runtime.with_participant([&](rtps::Participant& participant, rtps::Now now) {
             if (!add(participant, now))
@@ -161,7 +162,7 @@ class UserEndpoint : public EntityImpl<Interface> {
     static constexpr bool kIsReader = std::is_same_v<Qos, DDS_DataReaderQos>;
     static constexpr const char* kKind = kIsReader ? "reader" : "writer";
 
-    void keep_group(const GroupQos& group) MERIDIAN_EXCLUDES(mutex_) {
+    void keep_group(const DDS_GroupPolicies& group) MERIDIAN_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         group_ = group;
     }
@@ -174,7 +175,7 @@ class UserEndpoint : public EntityImpl<Interface> {
 
     PRESTypePluginEndpointData endpoint_ = nullptr;
     std::atomic<rtps::net::Runtime*> runtime_{nullptr};
-    GroupQos group_ MERIDIAN_GUARDED_BY(mutex_);
+    DDS_GroupPolicies group_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

@@ -70,7 +70,7 @@ class EndpointGroup : public EntityImpl<typename Traits::Owner> {
         if (result != DDS_RETCODE_OK)
             return result;
         for (const auto& owned : endpoints_)
-            owned->untyped().set_group(GroupQos(qos_));
+            owned->untyped().set_group(qos_);
         return DDS_RETCODE_OK;
     }
     DDSDomainParticipant* get_participant() override { return &participant_; }
@@ -148,7 +148,7 @@ class EndpointGroup : public EntityImpl<typename Traits::Owner> {
         rtps::net::Runtime* runtime = participant_.runtime();
         if (!this->is_enabled() || runtime == nullptr)
             return DDS_RETCODE_PRECONDITION_NOT_MET;
-        if (endpoint.start(*runtime, GroupQos(qos_)))
+        if (endpoint.start(*runtime, qos_))
             return DDS_RETCODE_OK;
         MERIDIAN_LOG_ERROR("dcps", "the %s of topic \"%s\" could not be started", Traits::kEndpointName,
                            endpoint.topic().get_name());

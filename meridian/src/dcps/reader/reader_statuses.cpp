@@ -74,4 +74,13 @@ DDS_StatusMask ReaderStatuses::sample_rejected(DDS_SampleRejectedStatusKind reas
     return DDS_SAMPLE_REJECTED_STATUS;
 }
 
+DDS_StatusMask ReaderStatuses::take(const DDSReaderStatus& status) {
+    constexpr DDS_StatusMask kBits[] = {
+        DDS_REQUESTED_DEADLINE_MISSED_STATUS, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS,
+        DDS_LIVELINESS_CHANGED_STATUS,        DDS_SAMPLE_LOST_STATUS,
+        DDS_SAMPLE_REJECTED_STATUS,           DDS_SUBSCRIPTION_MATCHED_STATUS};
+    std::visit([this](auto* out) { *out = EndpointStatuses::take<std::decay_t<decltype(*out)>>(); }, status);
+    return kBits[status.index()];
+}
+
 } // namespace meridian::dcps

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "dcps/endpoints/endpoint_statuses.h"
+#include "meridian/data_reader.h"
 
 namespace meridian::dcps {
 
@@ -18,6 +19,9 @@ class ReaderStatuses
     DDS_StatusMask deadline_missed(const DDS_InstanceHandle_t& instance);
     DDS_StatusMask samples_lost(uint64_t count);
     DDS_StatusMask sample_rejected(DDS_SampleRejectedStatusKind reason, const DDS_InstanceHandle_t& instance);
+
+    /// Reads a status, which resets its changes. Returns its bit.
+    DDS_StatusMask take(const DDSReaderStatus& status);
 
   private:
     /// So many more writers are alive, and so many more are not.

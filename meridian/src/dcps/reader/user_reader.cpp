@@ -83,7 +83,7 @@ UserReader::~UserReader() {
     not_taken_.tell_totals(topic_.get_name());
 }
 
-bool UserReader::start(rtps::net::Runtime& runtime, const GroupQos& group) {
+bool UserReader::start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group) {
     return join(runtime, group, [this](rtps::Participant& participant, rtps::Now now) {
         return participant.add_reader(endpoint_data(), {}, *this, now);
     });
@@ -285,7 +285,7 @@ void UserReader::incompatible(const rtps::RemoteEndpoint& remote, const std::vec
 
 char* UserReader::describe_incompatibility(const DDS_EndpointPolicies& writer,
                                            const DDS_GroupPolicies& publisher) {
-    const rtps::EndpointQos offered = to_endpoint_qos(writer, GroupQos(publisher));
+    const rtps::EndpointQos offered = to_endpoint_qos(writer, publisher);
     MutexLock lock(mutex_);
     const rtps::EndpointQos requested = endpoint_qos();
     std::vector<uint32_t> policies = rtps::incompatible_policies(offered, requested);
@@ -323,6 +323,12 @@ void UserReader::liveliness_changed(const rtps::Guid& remote, bool alive) {
 }
 
 // -- Telling
+
+DDS_ReturnCode_t UserReader::read_status(const DDSReaderStatus& status) {
+    MutexLock lock(mutex_);
+    notices_.read(statuses_.take(status));
+    return DDS_RETCODE_OK;
+}
 
 void UserReader::changed(DDS_StatusMask statuses) {
     notices_.changed(statuses);
@@ -394,7 +400,7 @@ void UserReader::call_listener(DDSDataReaderListener& listener, DDS_StatusMask s
     const auto tell = [&](DDS_StatusMask bit, auto status, auto call) {
         if ((statuses & bit) == 0)
             return;
-        read_status(status, bit);
+        read_status(&status);
         (listener.*call)(face_, status);
     };
     tell(DDS_SUBSCRIPTION_MATCHED_STATUS, DDS_SubscriptionMatchedStatus(),

@@ -55,7 +55,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDSDataReader* face() const { return face_; }
 
     /// Announces the reader and begins to receive. The runtime must outlive stop().
-    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
+    bool start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group);
     /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
     void stop();
     bool has_loans();
@@ -67,26 +67,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDSSubscriber* get_subscriber() override { return &subscriber_; }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
                                                               const DDS_InstanceHandle_t& handle) override;
-    DDS_ReturnCode_t get_requested_deadline_missed_status(
-        DDS_RequestedDeadlineMissedStatus& status) override {
-        return read_status(status, DDS_REQUESTED_DEADLINE_MISSED_STATUS);
-    }
-    DDS_ReturnCode_t get_requested_incompatible_qos_status(
-        DDS_RequestedIncompatibleQosStatus& status) override {
-        return read_status(status, DDS_REQUESTED_INCOMPATIBLE_QOS_STATUS);
-    }
-    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) override {
-        return read_status(status, DDS_LIVELINESS_CHANGED_STATUS);
-    }
-    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
-        return read_status(status, DDS_SAMPLE_LOST_STATUS);
-    }
-    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) override {
-        return read_status(status, DDS_SAMPLE_REJECTED_STATUS);
-    }
-    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
-        return read_status(status, DDS_SUBSCRIPTION_MATCHED_STATUS);
-    }
+    DDS_ReturnCode_t read_status(const DDSReaderStatus& status) override MERIDIAN_EXCLUDES(mutex_);
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
         return get_matched(publications);
     }
@@ -156,13 +137,6 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     DDS_ReturnCode_t copy_out(const ReaderCache::Batch& batch, const DDSSampleSequenceState& sequence,
                               DDS_SampleInfoSeq& infos);
     void end_loan(Loan loan) MERIDIAN_REQUIRES(mutex_);
-    template <typename Status>
-    DDS_ReturnCode_t read_status(Status& status, DDS_StatusMask bit) MERIDIAN_EXCLUDES(mutex_) {
-        MutexLock lock(mutex_);
-        status = statuses_.take<Status>();
-        notices_.read(bit);
-        return DDS_RETCODE_OK;
-    }
 
     ReaderOwner& subscriber_;
     DeliveryThread& delivery_;

@@ -92,7 +92,7 @@ UserWriter::~UserWriter() {
     stop();
 }
 
-bool UserWriter::start(rtps::net::Runtime& runtime, const GroupQos& group) {
+bool UserWriter::start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group) {
     return join(runtime, group, [this](rtps::Participant& participant, rtps::Now now) {
         return participant.add_writer(endpoint_data(), config(), *this, now);
     });

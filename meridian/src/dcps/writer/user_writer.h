@@ -33,7 +33,7 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     ~UserWriter() override;
 
     /// Announces the writer. The runtime must outlive stop().
-    bool start(rtps::net::Runtime& runtime, const GroupQos& group);
+    bool start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group);
     /// Leaves the domain. Operations that wait return.
     void stop();
 

@@ -73,10 +73,6 @@ bool QUIXCdrStream_align(QUIXCdrStream* stream, DDS_UnsignedLong alignment) {
     return advance(*stream, alignment, 0) != nullptr;
 }
 
-bool QUIXCdrStream_skip(QUIXCdrStream* stream, DDS_UnsignedLong count) {
-    return advance(*stream, 1, count) != nullptr;
-}
-
 bool QUIXCdrStream_read1(QUIXCdrStream* stream, DDS_Octet* value) {
     return read(stream, value);
 }

@@ -47,8 +47,8 @@ void PRESTypePluginDefaultEndpointData_delete(PRESTypePluginEndpointData endpoin
     delete static_cast<EndpointData*>(endpointData);
 }
 
-bool PRESTypePluginDefaultEndpointData_createWriterPool(PRESTypePluginEndpointData endpointData,
-                                                        DDS_UnsignedLong bufferSize) {
+bool PRESTypePluginDefaultEndpointData_setBufferSize(PRESTypePluginEndpointData endpointData,
+                                                     DDS_UnsignedLong bufferSize) {
     EndpointData& data = endpoint(endpointData);
     data.free_buffer = make_buffer(bufferSize);
     data.buffer_size = bufferSize;
