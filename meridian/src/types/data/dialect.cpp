@@ -44,6 +44,7 @@ struct Disputed {
     bool optionals = false;
     bool long_doubles = false;
     bool bitsets = false;
+    bool mutables = false;
     bool sequence_keys = false; // which the serializer with flat keys does not have
 };
 
@@ -61,7 +62,9 @@ Disputed find_disputed(const Type& root) {
                 const Type* const of = resolve_alias(member.type);
                 return member.key && of != nullptr && of->kind == DDS_TK_SEQUENCE;
             });
-        disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
+        const bool is_mutable = type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
+        disputed.lists |= optionals || is_mutable;
+        disputed.mutables |= is_mutable;
         disputed.headers |= has_disputed_header(type);
     });
     return disputed;
@@ -82,6 +85,13 @@ struct Row {
     bool xcdr2 = true; // it knows that version
 };
 
+CdrDialect of_dust_dds() {
+    CdrDialect dialect;
+    dialect.rtps_list_end = true;
+    dialect.counts_as_lengths = true;
+    return dialect;
+}
+
 const std::vector<Row>& serializers() {
     using Wide = CdrDialect::WideText;
     using Headers = CdrDialect::Headers;
@@ -93,6 +103,7 @@ const std::vector<Row>& serializers() {
         {Maker::fast_cdr_1, {Wide::quads, Headers::few, true, false, false}, false},
         {Maker::unknown, {Wide::octets, Headers::few, true}},
         {Maker::unknown, {Wide::units, Headers::standard, true}},
+        {Maker::dust_dds, of_dust_dds()},
     };
     return kRows;
 }
@@ -109,6 +120,10 @@ CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disp
         dialect.one_origin = standard.one_origin;
     if (!disputed.lists || !xcdr1)
         dialect.lists = standard.lists;
+    if (!disputed.mutables || !xcdr1)
+        dialect.rtps_list_end = standard.rtps_list_end;
+    if (!disputed.mutables || xcdr1)
+        dialect.counts_as_lengths = standard.counts_as_lengths;
     if (!disputed.optionals)
         dialect.optional_headers = standard.optional_headers;
     return dialect;
@@ -123,7 +138,7 @@ bool is_fast_cdr(Maker maker) {
 bool operator==(const CdrDialect& a, const CdrDialect& b) {
     const auto values = [](const CdrDialect& d) {
         return std::tie(d.wide_text, d.headers, d.one_origin, d.optional_headers, d.lists, d.x86_long_double,
-                        d.bitset_octets, d.flat_keys, d.request_header);
+                        d.bitset_octets, d.flat_keys, d.request_header, d.rtps_list_end, d.counts_as_lengths);
     };
     return values(a) == values(b);
 }
@@ -133,7 +148,9 @@ Maker maker_of(const SampleSource& source) {
         return source.fast_cdr == 1   ? Maker::fast_cdr_1
                : source.fast_cdr == 2 ? Maker::fast_cdr_2
                                       : Maker::fast_cdr;
-    return source.vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds : Maker::unknown;
+    return source.vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds
+           : source.vendor == rtps::kDustDds             ? Maker::dust_dds
+                                                         : Maker::unknown;
 }
 
 std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
