@@ -495,6 +495,50 @@ TEST_F(FormTest, ArraysOfArraysWithOneHeader) {
         "g:    [0]:       [0]: \"bZ\\n\\\"\"    [1]:       [0]: \"9Xb\\\\\"    [2]:       [0]: \"/X\" n: 5 ");
 }
 
+// Recorded from Dust DDS: lists that end with parameter 1, and sequences whose length in octets is the number
+// of their elements.
+TEST_F(FormTest, MutableTypesOfDustDds) {
+    const SampleSource dust{{rtps::GuidPrefix{{4}}, rtps::EntityId{2}}, rtps::kDustDds};
+    const std::string type = R"(<struct name="Inner" extensibility="mutable">
+        <member name="a" type="uint8"/><member name="b" type="uint32"/><member name="c" type="uint16"/></struct>
+        <struct name="T" extensibility="mutable"><member name="id" type="int32" key="true"/>
+        <member name="name" type="string" key="true"/>
+        <member name="inner" type="nonBasic" nonBasicTypeName="Inner"/>
+        <member name="values" type="int64" sequenceMaxLength="-1"/>
+        <member name="words" type="string" sequenceMaxLength="-1"/>
+        <member name="grid" type="uint16" arrayDimensions="3"/>
+        <member name="color" type="int32"/><member name="maybe" type="float64" optional="true"/>
+        <member name="nothing" type="string" optional="true"/><member name="flag" type="boolean"/>
+        <member name="ch" type="char8"/>
+        <member name="inners" type="nonBasic" nonBasicTypeName="Inner" sequenceMaxLength="-1"/>
+        <member name="f" type="float32"/></struct>)";
+    const std::string xcdr1 =
+        "00030000 00400400 00000000 01400700 030000006e300000 02001c00 00000100 00000000 01000400 70110100"
+        "02000200 2c010000 01000000 03002000 03000000 00000000 0000000000000000 0100000000000000"
+        "0200000000000000 04001800 02000000 040000006f6e6500 080000007a77656920c3a400 05000600 "
+        "0100020003000000"
+        "06000400 05000000 07000800 0000000000000440 09000100 01000000 0a000100 78000000 0b003c00 02000000"
+        "00000100 01000000 01000400 71110100 02000200 2c010000 01000000"
+        "00000100 02000000 01000400 72110100 02000200 2c010000 01000000 0c000400 0000c03f 01000000";
+    const std::string xcdr2 =
+        "000b0000 f8000000 000000a0 00000000 010000c0 07000000 030000006e300000 02000050 16000000 00000000"
+        "00000000 01000020 70110100 02000010 2c010000 03000050 03000000 0000000000000000 0100000000000000"
+        "0200000000000000 04000050 18000000 02000000 040000006f6e6500 080000007a77656920c3a400 05000040 "
+        "06000000"
+        "0100020003000000 06000020 05000000 07000030 0000000000000440 09000000 01000000 0a000000 78000000"
+        "0b000050 3a000000 02000000 16000000 00000000 01000000 01000020 71110100 02000010 2c010000"
+        "16000000 00000000 02000000 01000020 72110100 02000010 2c010000 0c000020 0000c03f";
+    for (const std::string& payload : {xcdr1, xcdr2}) {
+        for (const SampleSource& source : {dust, SampleSource()})
+            EXPECT_EQ(
+                values(type, payload, source),
+                "id: 0 name: \"n0\" inner:    a: 0    b: 70000    c: 300 values:    [0]: 0    [1]: 1    "
+                "[2]: 2 words:    [0]: \"one\"    [1]: \"zwei \xc3\xa4\" grid:    [0]: 1    [1]: 2    "
+                "[2]: 3 color: 5 maybe: 2.5 flag: true ch: 'x' inners:    [0]:       a: 1       "
+                "b: 70001       c: 300    [1]:       a: 2       b: 70002       c: 300 f: 1.5 ");
+    }
+}
+
 TEST_F(FormTest, LabelsOfDiscriminatorsOf64Bits) {
     for (const char* kind : {"int64", "uint64"}) {
         const std::string type =
