@@ -90,10 +90,11 @@ void MessageBatcher::flush() {
     next_deadline_ = kNever;
 }
 
-void MessageBatcher::flush_due(MonotonicTime now) {
+bool MessageBatcher::flush_due(MonotonicTime now) {
     if (next_deadline_ > now)
-        return;
+        return false;
     next_deadline_ = kNever;
+    bool was_in_haste = false;
     for (const auto& message : messages_) {
         if (message->writer.empty())
             continue;
@@ -101,9 +102,11 @@ void MessageBatcher::flush_due(MonotonicTime now) {
             next_deadline_ = std::min(next_deadline_, message->due());
             continue;
         }
+        was_in_haste |= message->haste == Haste::now;
         send(*message);
         message->sent_at = now;
     }
+    return was_in_haste;
 }
 
 template <typename Append>

@@ -119,12 +119,12 @@ ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now no
     return status;
 }
 
-void Participant::end_batch(Now now) {
+bool Participant::end_batch(Now now) {
     in_batch_ = false;
-    finish(now);
+    return finish(now);
 }
 
-void Participant::finish(Now now) {
+bool Participant::finish(Now now) {
     now_ = now;
     while (!restarted_.empty()) {
         const GuidPrefix prefix = restarted_.back();
@@ -132,12 +132,12 @@ void Participant::finish(Now now) {
         participants_.replace(prefix, now);
     }
     if (in_batch_)
-        return;
+        return false;
     router_.end_batch(); // before acknowledgements go out: what they are for can be taken then
     if (!running_)
-        return;
+        return false;
     timers_.run(now.monotonic);
-    batcher_.flush_due(now.monotonic);
+    return batcher_.flush_due(now.monotonic);
 }
 
 MonotonicTime Participant::next_deadline() const {
