@@ -24,6 +24,14 @@ size_t size_of(const ByteBuffer& payload) {
     return kSampleOverhead + payload.size();
 }
 
+/// Whether the participant reads what is sent there. Others get heartbeats, and show by their answer what
+/// they know.
+bool is_at_home(const Route& route) {
+    return route.credit == nullptr ||
+           std::any_of(route.locators.begin(), route.locators.end(),
+                       [&](const Locator& address) { return route.credit->is_confirmed(address); });
+}
+
 bool says_something(const InlineQos& qos) {
     return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer;
 }
@@ -184,7 +192,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
         while (at != proxies_.end() && at->second.reader.route == reader.route)
             ++at;
-        if (is_for(reader, change))
+        if (is_for(reader, change) && (!config_.secret_begin || is_at_home(reader.route)))
             send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change);
     }
     instances_[change.instance].push_back(number);
@@ -320,8 +328,8 @@ void ReliableWriter::send_gaps(const ReaderProxy& proxy, const std::vector<Hole>
     }
 }
 
-void ReliableWriter::judge_address(const Route& route, const AckNack& acknack) {
-    const std::optional<bool> is_right = knows_what_was_told(acknack);
+void ReliableWriter::judge_address(const Guid& reader, const Route& route, const AckNack& acknack) {
+    const std::optional<bool> is_right = knows_what_was_told(reader, acknack);
     if (!is_right || route.credit == nullptr)
         return;
     if (!*is_right)
@@ -330,10 +338,16 @@ void ReliableWriter::judge_address(const Route& route, const AckNack& acknack) {
         route.credit->confirm(address);
 }
 
-std::optional<bool> ReliableWriter::knows_what_was_told(const AckNack& acknack) const {
-    if (!config_.secret_begin || acknack.missing.base <= 1)
+std::optional<bool> ReliableWriter::knows_what_was_told(const Guid& reader, const AckNack& acknack) const {
+    const auto proxy = proxies_.find(reader);
+    const SequenceNumber base = acknack.missing.base;
+    if (!config_.secret_begin || proxy == proxies_.end() || base <= 1)
         return std::nullopt;
-    return acknack.missing.base > *config_.secret_begin && acknack.missing.base <= last_ + 1;
+    // Who was sent heartbeats only has nothing, and who answers usually has all. One between them may be
+    // right, but with many samples it is easily guessed.
+    if (base == first_available(proxy->second) || base == last_ + 1)
+        return true;
+    return base > *config_.secret_begin && base <= last_ ? std::nullopt : std::optional<bool>(false);
 }
 
 void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {
@@ -345,7 +359,7 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
     if (!preemptive && !proxy->acknacks.is_new(acknack.count, now))
         return;
     const Route& route = proxy->reader.route;
-    judge_address(route, acknack);
+    judge_address(reader, route, acknack);
     if (acknack.missing.base > last_ + 1)
         return; // it thinks of an earlier life of this writer: heartbeats go on until it notices
     const SequenceNumber before = proxy->acknowledged_below;
