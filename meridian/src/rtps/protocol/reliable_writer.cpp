@@ -186,6 +186,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
     change.instance = request.instance.value_or(KeyHash{});
     change.only_for = request.only_for;
     const SequenceNumber number = ++last_;
+    const Haste haste = config_.may_wait ? Haste::may_wait : Haste::now;
 
     for (auto at = proxies_.begin(); at != proxies_.end();) {
         const RemoteReader& reader = at->second.reader;
@@ -193,7 +194,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         while (at != proxies_.end() && at->second.reader.route == reader.route)
             ++at;
         if (is_for(reader, change) && (!config_.secret_begin || is_at_home(reader.route)))
-            send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change);
+            send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change, haste);
     }
     instances_[change.instance].push_back(number);
     history_bytes_ += size_of(change.payload);
@@ -216,7 +217,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
             continue;
         }
         if (first_unacknowledged || ++p.since_heartbeat >= kSamplesPerHeartbeat)
-            send_heartbeat(p, false, false);
+            send_heartbeat(p, false, false, haste);
         if (first_unacknowledged || p.heartbeat_timer.due() == kNever)
             restart_heartbeats(p, now.monotonic);
     }
@@ -230,7 +231,7 @@ size_t ReliableWriter::fragment_size(const Change& change) const {
 }
 
 void ReliableWriter::send_change(const Route& route, EntityId reader, SequenceNumber number,
-                                 const Change& change) {
+                                 const Change& change, Haste haste) {
     if (change.payload.size() > batcher_.max_payload(change.inline_qos.size())) {
         send_fragments(route, reader, number, change, nullptr);
         return;
@@ -243,7 +244,7 @@ void ReliableWriter::send_change(const Route& route, EntityId reader, SequenceNu
     data.has_payload = !change.payload.empty();
     data.payload_is_key = change.payload_is_key;
     data.payload = change.payload;
-    batcher_.add(route, data, change.timestamp);
+    batcher_.add(route, data, change.timestamp, haste);
 }
 
 void ReliableWriter::send_fragments(const Route& route, EntityId reader, SequenceNumber number,
@@ -273,7 +274,7 @@ SequenceNumber ReliableWriter::first_available(const ReaderProxy& proxy) const {
     return std::max(oldest, proxy.first_relevant);
 }
 
-void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness) {
+void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness, Haste haste) {
     Heartbeat heartbeat;
     heartbeat.reader = proxy.reader.guid.entity;
     heartbeat.writer = id_;
@@ -282,7 +283,7 @@ void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool livelin
     heartbeat.count = heartbeat_count_ = next_count(heartbeat_count_);
     heartbeat.final = final;
     heartbeat.liveliness = liveliness;
-    batcher_.add(proxy.reader.route, heartbeat);
+    batcher_.add(proxy.reader.route, heartbeat, haste);
     proxy.since_heartbeat = 0;
 }
 

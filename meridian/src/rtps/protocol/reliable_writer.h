@@ -118,10 +118,11 @@ class ReliableWriter final {
         return (reader.answerable || !change.expects_answers) && change.concerns(reader);
     }
     bool outstanding(const ReaderProxy& proxy) const;
-    void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);
+    void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
+                     Haste haste = Haste::now);
     void send_fragments(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
                         const FragmentNumberSet* wanted);
-    void send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness);
+    void send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness, Haste haste = Haste::now);
     void restart_heartbeats(ReaderProxy& proxy, MonotonicTime now);
     /// At once, or at the end of the period where one was asked for in it before.
     void answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now);
