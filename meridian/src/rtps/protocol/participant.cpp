@@ -77,8 +77,10 @@ void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     WriterConfig writer;
     writer.builtin_peer = peer;
     // Every participant reads the two, and one of them has something to tell where anything is to be sent.
-    if (id == entity::subscriptions_writer || id == entity::publications_writer)
+    if (id == entity::subscriptions_writer || id == entity::publications_writer) {
         writer.secret_begin = config_.secret_begin;
+        writer.may_wait = true; // hundreds of readers are often made at once, and each is told to all
+    }
     writer.names_itself = !config_.servers.empty();
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
