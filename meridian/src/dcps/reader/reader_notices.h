@@ -25,8 +25,6 @@ class ReaderNotices {
 
     /// Forgets what the listener before was not told of.
     void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
-    /// Null without a listener, and when it was detached.
-    DDSDataReaderListener* listener() const;
 
     /// The statuses changed: a call on the delivery thread follows.
     void changed(DDS_StatusMask statuses);
