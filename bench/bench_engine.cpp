@@ -1,6 +1,7 @@
 // The way of a sample through the engine, without sockets: packets are received by a participant that hands
 // what it reads to no listener, then by one with a whole reader behind it. The floor is reading the same
-// packets only.
+// packets only. Then the whole way again with many topics, whose samples come in turn; there the floor is the
+// way with few.
 
 #include <chrono>
 #include <cstdio>
@@ -48,25 +49,22 @@ class CountingSink final : public ReaderSink {
     uint64_t count = 0;
 };
 
-/// A participant with one reliable reader, matched with the stand-in, and the packets of the next round.
+/// A participant with reliable readers, each matched with a stand-in of its own.
 class Engine {
   public:
-    Engine(WriterStandIn writer, bool keyed, ReaderSink& sink)
-        : writer_(std::move(writer)), participant_(config(), output_, events_) {
+    Engine() : participant_(config(), output_, events_) { participant_.start(now_); }
+
+    /// The first one has the number 1.
+    void add_reader(const WriterStandIn& writer, const std::string& topic, uint32_t number, bool keyed,
+                    ReaderSink& sink) {
         EndpointData reader;
         reader.guid = {participant_.guid().prefix,
-                       EntityId{0x200u | (keyed ? kUserReaderWithKey : kUserReaderNoKey)}};
-        reader.topic_name = kTopic;
-        reader.type_name = kTopic;
+                       EntityId{(number << 8) | (keyed ? kUserReaderWithKey : kUserReaderNoKey)}};
+        reader.topic_name = reader.type_name = topic;
         reader.qos.reliability = Reliability::reliable;
         reader.qos.durability = Durability::transient_local;
-        participant_.start(now_);
         participant_.add_reader(reader, ReaderConfig{}, sink, now_);
-        receive(writer_.announcements());
-    }
-
-    void prepare(size_t per_packet, ByteView payload, bool key_hash) {
-        packets = writer_.samples(kSamples / per_packet, per_packet, payload, key_hash);
+        receive(writer.announcements());
     }
     void receive(const std::vector<ByteBuffer>& datagrams) {
         for (const ByteBuffer& datagram : datagrams)
@@ -76,8 +74,6 @@ class Engine {
         participant_.receive(datagram, ferret::bench::stand_in_locator(), now_);
     }
 
-    std::vector<ByteBuffer> packets;
-
   private:
     static ParticipantConfig config() {
         ParticipantConfig config;
@@ -86,7 +82,6 @@ class Engine {
     }
 
     const Now now_{std::chrono::seconds(1), {1700000000, 0}};
-    WriterStandIn writer_;
     NullOutput output_;
     Events events_;
     Participant participant_;
@@ -95,6 +90,26 @@ class Engine {
 WriterStandIn stand_in(bool keyed) {
     return WriterStandIn(kTopic, kTopic, keyed);
 }
+
+/// An engine with one reader, and the packets of the next round.
+class OneTopic {
+  public:
+    OneTopic(bool keyed, ReaderSink& sink) : writer_(stand_in(keyed)) {
+        engine_.add_reader(writer_, kTopic, 1, keyed, sink);
+    }
+
+    void prepare(size_t per_packet, ByteView payload, bool key_hash) {
+        packets = writer_.samples(kSamples / per_packet, per_packet, payload, key_hash);
+    }
+    void receive(const ByteBuffer& packet) { engine_.receive(packet); }
+    void receive() { engine_.receive(packets); }
+
+    std::vector<ByteBuffer> packets;
+
+  private:
+    WriterStandIn writer_;
+    Engine engine_;
+};
 
 /// What stands behind a typed reader.
 template <typename TypedReader>
@@ -127,9 +142,10 @@ class Domain {
     DDSDomainParticipant* participant() { return participant_; }
 
     /// A reader of a new topic, with the history that the spy uses.
-    DDSDataReader* reader(const char* type_name) {
-        DDSTopic* topic = participant_->create_topic((std::string(type_name) + " topic").c_str(), type_name,
-                                                     DDS_TopicQos(), nullptr, DDS_STATUS_MASK_NONE);
+    DDSDataReader* reader(const char* type_name) { return reader(type_name, type_name); }
+    DDSDataReader* reader(const char* type_name, const std::string& name) {
+        DDSTopic* topic = participant_->create_topic(name.c_str(), type_name, DDS_TopicQos(), nullptr,
+                                                     DDS_STATUS_MASK_NONE);
         DDSSubscriber* subscriber =
             participant_->create_subscriber(DDS_SubscriberQos(), nullptr, DDS_STATUS_MASK_NONE);
         DDS_DataReaderQos qos;
@@ -144,44 +160,97 @@ class Domain {
     DDSDomainParticipant* participant_;
 };
 
+/// Takes what there is and returns the loan.
+template <typename Sequence, typename TypedReader>
+size_t take(TypedReader& reader) {
+    Sequence samples;
+    DDS_SampleInfoSeq infos;
+    if (reader.take(samples, infos, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE,
+                    DDS_ANY_INSTANCE_STATE) != DDS_RETCODE_OK)
+        return 0;
+    const auto count = static_cast<size_t>(infos.length());
+    reader.return_loan(samples, infos);
+    return count;
+}
+
 /// Receives packet by packet; takes, and returns the loan, after every few of them, as a listener does that
 /// keeps up.
 template <typename TypedReader, typename Sequence>
 class WholeWay {
   public:
     WholeWay(DDSDataReader* reader, bool keyed)
-        : reader_(*dynamic_cast<TypedReader*>(reader)),
-          engine_(stand_in(keyed), keyed, behind<TypedReader>(reader)) {}
+        : reader_(*dynamic_cast<TypedReader*>(reader)), engine_(keyed, behind<TypedReader>(reader)) {}
 
-    Engine& engine() { return engine_; }
+    OneTopic& engine() { return engine_; }
 
     void run(size_t packets_per_take) {
         size_t taken = 0;
         for (size_t i = 0; i < engine_.packets.size(); ++i) {
             engine_.receive(engine_.packets[i]);
             if ((i + 1) % packets_per_take == 0)
-                taken += take();
+                taken += take<Sequence>(reader_);
         }
-        taken += take();
+        taken += take<Sequence>(reader_);
         if (taken != kSamples)
             give_up("not every sample came");
     }
 
   private:
-    size_t take() {
-        Sequence samples;
-        DDS_SampleInfoSeq infos;
-        if (reader_.take(samples, infos, DDS_LENGTH_UNLIMITED, DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE,
-                         DDS_ANY_INSTANCE_STATE) != DDS_RETCODE_OK)
-            return 0;
-        const auto count = static_cast<size_t>(infos.length());
-        reader_.return_loan(samples, infos);
-        return count;
+    TypedReader& reader_;
+    OneTopic engine_;
+};
+
+/// Topics without key whose samples come in turn. They are taken some packets later, as the spy does it.
+class ManyTopics {
+  public:
+    ManyTopics(Domain& domain, uint32_t topics) {
+        for (uint32_t number = 1; number <= topics; ++number) {
+            const std::string name = std::to_string(topics) + " topics: " + std::to_string(number);
+            DDSDataReader* const reader = domain.reader("Opaque", name);
+            writers_.emplace_back(name, name, false, number);
+            engine_.add_reader(writers_.back(), name, number, false, behind<DynamicTypeDataReader>(reader));
+            readers_.push_back(dynamic_cast<DynamicTypeDataReader*>(reader));
+        }
     }
 
-    TypedReader& reader_;
+    void prepare(ByteView payload) {
+        packets_.clear();
+        for (size_t i = 0; i < kSamples; ++i)
+            packets_.push_back(std::move(writers_[i % writers_.size()].samples(1, 1, payload, false)[0]));
+    }
+    void run() {
+        constexpr size_t kBehind = 8;
+        size_t taken = 0;
+        for (size_t i = 0; i < kSamples + kBehind; ++i) {
+            if (i < kSamples)
+                engine_.receive(packets_[i]);
+            if (i >= kBehind)
+                taken += take<DynamicTypeSeq>(*readers_[(i - kBehind) % readers_.size()]);
+        }
+        if (taken != kSamples)
+            give_up("not every sample of the topics came");
+    }
+
+  private:
+    std::vector<WriterStandIn> writers_;
+    std::vector<DynamicTypeDataReader*> readers_;
+    std::vector<ByteBuffer> packets_;
     Engine engine_;
 };
+
+void compare_topics(Domain& domain, int rounds) {
+    const ByteBuffer payload = ferret::bench::small_sample();
+    Comparison table("One sample of 32 bytes, topics in turn");
+    std::vector<std::unique_ptr<ManyTopics>> all;
+    for (const uint32_t topics : {10u, 1000u}) {
+        all.push_back(std::make_unique<ManyTopics>(domain, topics));
+        ManyTopics& many = *all.back();
+        table.add(
+            std::to_string(topics) + " topics", kSamples, [&many] { many.run(); },
+            [&many, &payload] { many.prepare(payload); });
+    }
+    table.run(rounds);
+}
 
 class ReadOnly final : public MessageVisitor {};
 
@@ -189,7 +258,7 @@ void compare(DDSDataReader* unkeyed, DDSDataReader* keyed, DDSDataReader* dynami
              int rounds) {
     const ByteBuffer payload = ferret::bench::small_sample();
     CountingSink sink;
-    Engine plain(stand_in(false), false, sink);
+    OneTopic plain(false, sink);
     WholeWay<DynamicTypeDataReader, DynamicTypeSeq> opaque(unkeyed, false);
     WholeWay<KeyedDynamicTypeDataReader, KeyedDynamicTypeSeq> opaque_keyed(keyed, true);
     WholeWay<DDSDynamicDataReader, DDS_DynamicDataSeq> dynamic_keyed(dynamic, true);
@@ -197,7 +266,7 @@ void compare(DDSDataReader* unkeyed, DDSDataReader* keyed, DDSDataReader* dynami
     ReadOnly visitor;
     ByteBuffer copy(65536);
     const size_t packets_per_take = per_packet > 8 ? 1 : 8;
-    const auto prepared = [&](Engine& engine, bool key_hash) {
+    const auto prepared = [&](OneTopic& engine, bool key_hash) {
         return [&engine, &payload, per_packet, key_hash] { engine.prepare(per_packet, payload, key_hash); };
     };
 
@@ -215,8 +284,7 @@ void compare(DDSDataReader* unkeyed, DDSDataReader* keyed, DDSDataReader* dynami
         }
     });
     table.add(
-        "receive by a reliable reader", kSamples, [&] { plain.receive(plain.packets); },
-        prepared(plain, false));
+        "receive by a reliable reader", kSamples, [&] { plain.receive(); }, prepared(plain, false));
     table.add(
         "the whole way, opaque without key", kSamples, [&] { opaque.run(packets_per_take); },
         prepared(opaque.engine(), false));
@@ -261,5 +329,6 @@ int main(int argc, char** argv) {
     DDSDataReader* const dynamic = domain.reader("Small");
     compare(unkeyed, keyed, dynamic, 1, rounds);
     compare(unkeyed, keyed, dynamic, 25, rounds);
+    compare_topics(domain, rounds);
     return 0;
 }

@@ -12,11 +12,11 @@ namespace {
 
 constexpr size_t kMaxMessage = 65000;
 
-ByteBuffer message(const GuidPrefix& source, EntityId writer, ByteView payload) {
+ByteBuffer message(const GuidPrefix& source, EntityId writer, SequenceNumber number, ByteView payload) {
     MessageWriter message(source, kMaxMessage);
     Data data;
     data.writer = writer;
-    data.sequence_number = 1;
+    data.sequence_number = number;
     data.has_payload = true;
     data.payload = payload;
     message.add_data(data);
@@ -45,8 +45,9 @@ ByteBuffer small_sample() {
     return bytes;
 }
 
-WriterStandIn::WriterStandIn(std::string topic, std::string type, bool keyed)
-    : writer_{0x100u | (keyed ? kUserWriterWithKey : kUserWriterNoKey)},
+WriterStandIn::WriterStandIn(std::string topic, std::string type, bool keyed, uint32_t number)
+    : number_(number),
+      writer_{(number << 8) | (keyed ? kUserWriterWithKey : kUserWriterNoKey)},
       topic_(std::move(topic)),
       type_(std::move(type)) {
     prefix_.bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
@@ -67,8 +68,8 @@ std::vector<ByteBuffer> WriterStandIn::announcements() const {
     writer.type_name = type_;
     writer.qos.reliability = Reliability::reliable;
     writer.qos.durability = Durability::transient_local;
-    return {message(prefix_, entity::participant_writer, encode(participant)),
-            message(prefix_, entity::publications_writer, encode(writer))};
+    return {message(prefix_, entity::participant_writer, 1, encode(participant)),
+            message(prefix_, entity::publications_writer, number_, encode(writer))};
 }
 
 std::vector<ByteBuffer> WriterStandIn::samples(size_t packets, size_t per_packet, ByteView payload,

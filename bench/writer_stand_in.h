@@ -12,9 +12,10 @@ namespace ferret::bench {
 
 class WriterStandIn {
   public:
-    WriterStandIn(std::string topic, std::string type, bool keyed);
+    /// Those with other numbers (from 1 on) are other writers of the same participant.
+    WriterStandIn(std::string topic, std::string type, bool keyed, uint32_t number = 1);
 
-    /// What a participant has to receive to match readers of the topic.
+    /// What a participant has to receive to match readers of the topic; writers of lower numbers come first.
     std::vector<meridian::rtps::ByteBuffer> announcements() const;
     /// The next samples of this writer in packets of `per_packet`, each with its time stamp, as a batching
     /// writer sends them. With `key_hash` the samples carry one inline.
@@ -23,6 +24,7 @@ class WriterStandIn {
 
   private:
     meridian::rtps::GuidPrefix prefix_;
+    uint32_t number_;
     meridian::rtps::EntityId writer_;
     std::string topic_;
     std::string type_;

@@ -41,6 +41,7 @@ struct QuixSpyDataListenerNode : QuixSpyListLink<QuixSpyDataListenerNode> {
     DDSDynamicDataTypeSupport* typeSupport; // owned; null where the topic uses the opaque type
     DDSDataReader* reader;                  // of the participant; null when it could not be made
     RtpsGuid writer;                        // for whose participant it has its places
+    bool isLateTypeTold;                    // that its type became known when it was read already
 };
 
 /// One participant of the spy, the subscriber for its readers and its topics in the order of subscription. In

@@ -179,6 +179,10 @@ void QuixSpyDataListener::take_samples(Reader* reader, Function function) {
     const DDS_ReturnCode_t returned = reader->return_loan(samples, infos);
     if (returned != DDS_RETCODE_OK)
         output_.fail("return loan error %d\n", returned);
+}
+
+/// Samples of many topics come together; each write of their lines costs as much as several samples.
+void QuixSpyDataListener::on_deliveries_end() {
     output_.flush();
 }
 

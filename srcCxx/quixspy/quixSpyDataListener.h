@@ -52,13 +52,15 @@ class QuixSpyDataListener : public DDSDataReaderListener {
     bool record_writer(const RtpsGuid& guid, const char* ip, const DDS_EntityNameQosPolicy& entityName,
                        const DDS_StringSeq& endpointPartitions, const DDS_StringSeq& participantPartitions);
 
-    /// Takes and reports all samples that the reader has.
+    /// Takes and reports all samples that the reader has. Only lines on a terminal are flushed.
     void on_data_available(DDSDataReader* reader) override;
     void on_requested_deadline_missed(DDSDataReader* reader,
                                       const DDS_RequestedDeadlineMissedStatus& status) override;
     void on_requested_incompatible_qos(DDSDataReader* reader,
                                        const DDS_RequestedIncompatibleQosStatus& status) override;
     void on_subscription_matched(DDSDataReader* reader, const DDS_SubscriptionMatchedStatus& status) override;
+    /// Flushes what all data listeners put since the last time.
+    void on_deliveries_end() override;
 
     /// Counts a sample and prints its line, with contents where they are asked for, and flushes. `sample` is
     /// a DDS_DynamicData or a DynamicType, as the settings say; null without valid data. One thread at a
@@ -70,6 +72,8 @@ class QuixSpyDataListener : public DDSDataReaderListener {
 
     /// Whether it serves a reader of dynamic data, and not of bytes.
     bool uses_dynamic_data() const { return settings_.useDynamicData; }
+    /// Whether it can print contents.
+    bool knows_type() const { return uses_dynamic_data() || typeCode_ != nullptr; }
     /// Whether it serves a reader of a topic with key.
     bool is_keyed() const { return settings_.fields.isKeyed; }
 

@@ -7,6 +7,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "meridian/dynamic_data_type_support.h"
 #include "meridian/heap.h"
@@ -188,11 +189,24 @@ void tell_if_not_read(QuixSpyAgent& agent, const TopicNode* topic, const Publica
     DDS_String_free(difference);
 }
 
+/// Once per topic, where contents were asked for: a topic is read as its first writer was announced.
+void tell_if_type_is_late(const QuixSpyAgent& agent, TopicNode& topic, const Publication& publication) {
+    if (agent._printSample == PRINT_SAMPLE_NONE || publication.typeCode == nullptr ||
+        topic.listener->knows_type() || std::exchange(topic.isLateTypeTold, true))
+        return;
+    agent.output().fail(
+        "ferret: topic '%s' stays without contents: type '%s' is told now, but its first writer was seen "
+        "without (start ferret while that is absent, or give a <types> document)\n",
+        QUIXSpy_text(publication.topicName).c_str(), QUIXSpy_text(publication.typeName).c_str());
+}
+
 /// One more writer of a topic that has its reader already.
 void add_writer(QuixSpyAgent& agent, const ParticipantNode& participant, const Publication& publication) {
-    const TopicNode* const topic = participant.find_topic(publication.topicName, publication.typeName);
-    if (topic != nullptr)
+    TopicNode* const topic = participant.find_topic(publication.topicName, publication.typeName);
+    if (topic != nullptr) {
         record_writer(agent, *topic->listener, publication);
+        tell_if_type_is_late(agent, *topic, publication);
+    }
     DDSTopicDescription* const description =
         participant.participant->lookup_topicdescription(publication.topicName);
     tell_if_not_read(agent, topic, publication, description != nullptr ? description->get_type_name() : "");

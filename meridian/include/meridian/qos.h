@@ -299,7 +299,7 @@ struct DDS_DataWriterQos : DDS_EndpointPolicies, DDS_HistoryPolicies {
 
     DDS_DurabilityServiceQosPolicy durability_service; // no such service here: without effect
     DDS_TransportPriorityQosPolicy transport_priority; // without effect
-    DDS_LifespanQosPolicy lifespan; // announced; readers apply it, the history of late joiners does not
+    DDS_LifespanQosPolicy lifespan;                    // announced, applied nowhere here
     DDS_UserDataQosPolicy user_data;
     DDS_OwnershipStrengthQosPolicy ownership_strength;
     DDS_WriterDataLifecycleQosPolicy writer_data_lifecycle;

@@ -47,7 +47,7 @@ void DiscoveryStore::set_own_partitions(PartitionList own_partitions) {
     MutexLock lock(mutex_);
     own_partitions_ = std::move(own_partitions);
     for (auto& entry : participants_)
-        match(entry.second);
+        match(entry.second, false);
 }
 
 rtps::ParticipantRef DiscoveryStore::find_participant(const rtps::GuidPrefix& prefix) const {
@@ -139,9 +139,10 @@ void DiscoveryStore::tell_if_cut(const rtps::ParticipantData& participant) {
 
 void DiscoveryStore::put_participant(const rtps::ParticipantRef& announced) {
     Participant& participant = participants_[announced->guid.prefix];
-    participant.announced = announced;
+    const rtps::ParticipantRef before = std::exchange(participant.announced, announced);
     tell_if_cut(*announced);
-    match(participant);
+    match(participant,
+          before != nullptr && partitions_text(before->properties) != partitions_text(announced->properties));
 }
 
 /// The protocol tells of a participant before it tells of its endpoints; one that it did not tell of is known
@@ -156,12 +157,11 @@ DiscoveryStore::Participant& DiscoveryStore::participant_of(const rtps::GuidPref
     return participants_[prefix];
 }
 
-void DiscoveryStore::match(Participant& participant) {
+void DiscoveryStore::match(Participant& participant, bool has_moved) {
     const bool matches =
         partitions_match(own_partitions_, participant_partitions(participant.announced->properties));
-    if (matches == participant.matches)
+    if (matches == std::exchange(participant.matches, matches) && !(matches && has_moved))
         return;
-    participant.matches = matches;
     for (const rtps::RemoteEndpointRef& endpoint : participant.endpoints) {
         if (matches)
             report(participant, endpoint);

@@ -59,7 +59,8 @@ class DiscoveryStore final : public rtps::Events {
     /// Once, of the first participant of whose partitions not all count.
     void tell_if_cut(const rtps::ParticipantData& participant) MERIDIAN_REQUIRES(mutex_);
     Participant& participant_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
-    void match(Participant& participant) MERIDIAN_REQUIRES(mutex_);
+    /// has_moved: its partitions, with which its endpoints are shown, have changed.
+    void match(Participant& participant, bool has_moved) MERIDIAN_REQUIRES(mutex_);
     void report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint)
         MERIDIAN_REQUIRES(mutex_);
     void report_gone(const Participant& participant, const rtps::RemoteEndpoint& endpoint,

@@ -29,10 +29,15 @@ void notify(DeliveryThread& thread, Deliverable& recipient) {
 
 class Recipient final : public Deliverable {
   public:
-    void deliver() override {
+    void deliver(rtps::MonotonicTime) override {
         ++calls;
         if (action)
             action();
+    }
+    void on_deliveries_end() override {
+        ++ends;
+        if (at_end)
+            at_end();
     }
     /// True as soon as there were that many calls.
     bool called(int count) const {
@@ -42,7 +47,9 @@ class Recipient final : public Deliverable {
     }
 
     std::atomic<int> calls{0};
+    std::atomic<int> ends{0};
     std::function<void()> action;
+    std::function<void()> at_end;
 };
 
 TEST(DeliveryThreadTest, ANoticeBringsOneCallOnAnotherThread) {
@@ -74,6 +81,37 @@ TEST(DeliveryThreadTest, NoticesDuringACallBringOneMore) {
     go_on.set_value();
     EXPECT_TRUE(recipient.called(2));
     thread.remove(recipient);
+}
+
+TEST(DeliveryThreadTest, TheEndOfAllThatIsReadyIsToldToTheLastOneOnly) {
+    StartedThread thread;
+    Recipient first;
+    Recipient second;
+    std::promise<void> ended;
+    first.action = [&] { notify(thread, second); };
+    second.at_end = [&] { ended.set_value(); };
+    notify(thread, first);
+    ended.get_future().wait();
+    thread.remove(first);
+    thread.remove(second);
+    EXPECT_EQ(first.ends, 0);
+    EXPECT_EQ(second.ends, 1);
+    EXPECT_EQ(first.calls + second.calls, 2);
+}
+
+TEST(DeliveryThreadTest, NoEndIsToldToOneThatWasRemoved) {
+    StartedThread thread;
+    Recipient removed;
+    Recipient other;
+    removed.action = [&] { thread.remove(removed); };
+    notify(thread, removed);
+    EXPECT_TRUE(removed.called(1));
+    std::promise<void> ended;
+    other.at_end = [&] { ended.set_value(); };
+    notify(thread, other);
+    ended.get_future().wait();
+    thread.remove(other);
+    EXPECT_EQ(removed.ends, 0);
 }
 
 TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {

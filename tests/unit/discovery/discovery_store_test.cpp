@@ -132,6 +132,11 @@ TEST(DiscoveryStore, ARemoteThatMovesIntoAnotherPartitionComesAndGoes) {
     EXPECT_EQ(told(store.publications()), Told{"+Topic1"});
     EXPECT_EQ(told(store.subscriptions()), Told{"+Topic2"});
     store.participant_changed(test::shared(test::make_participant(1, "A,X")));
+    EXPECT_EQ(told(store.publications()), Told{"~Topic1"}) << "they are shown with its partitions";
+    EXPECT_EQ(told(store.subscriptions()), Told{"~Topic2"});
+    rtps::ParticipantData renamed = test::make_participant(1, "A,X");
+    renamed.name = "renamed";
+    store.participant_changed(test::shared(renamed));
     EXPECT_EQ(told(store.publications()), Told{});
     store.participant_changed(test::shared(test::make_participant(1, "B")));
     EXPECT_EQ(told(store.publications()), Told{"-"});

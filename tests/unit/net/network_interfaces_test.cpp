@@ -111,6 +111,28 @@ TEST(AnnouncedAddresses, LoopbackAndLinkLocalOnlyWithoutBetter) {
     EXPECT_THAT(announced({}, Family::v4), IsEmpty());
 }
 
+TEST(AnnouncedAddresses, ThoseThatTheSystemGivesUpSoonOnlyWithoutBetter) {
+    Interface interface = make("eth0", 2, {"fd00::1", "fd00::2", "fe80::2"});
+    interface.addresses[0].is_passing = true;
+    EXPECT_THAT(announced({make_loopback(), interface}, Family::v6), ElementsAre("fd00::2"));
+    interface.addresses.erase(interface.addresses.begin() + 1);
+    EXPECT_THAT(announced({make_loopback(), interface}, Family::v6), ElementsAre("fd00::1"));
+}
+
+TEST(Enumeration, KnowsAddressesThatTheSystemGivesUpSoon) {
+    test::OtherHost other;
+    other.run([] {
+        test::shell(
+            "ip addr add fd01::1/64 dev lo nodad; "
+            "ip addr add fd01::2/64 dev lo nodad preferred_lft 0 valid_lft 1000");
+        std::string error;
+        const std::vector<Interface> all = enumerate_interfaces(error);
+        ASSERT_EQ(all.size(), 1u) << error;
+        for (const InterfaceAddress& entry : all[0].addresses)
+            EXPECT_EQ(entry.is_passing, to_string(entry.address) == "fd01::2") << to_string(entry.address);
+    });
+}
+
 TEST(Enumeration, FindsLoopbackOfThisNetwork) {
     std::string error;
     const std::vector<Interface> all = enumerate_interfaces(error);

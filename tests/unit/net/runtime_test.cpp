@@ -574,6 +574,50 @@ TEST(Runtime, NewInterfaceLeadsToNewPeers) {
     test::shell("ip link del late");
 }
 
+// To join again costs all others much.
+TEST(Runtime, AnAddressThatIsBackSoonIsNotLost) {
+    test::OtherHost other;
+    other.connect("wire", "10.4.0.1/24", "wire", "10.4.0.2/24");
+    test::shell(
+        "ip link add far type veth peer name near; ip link set near up; ip link set far up; "
+        "ip addr add 10.5.0.1/24 dev near");
+    Node here("here");
+    std::unique_ptr<Node> there;
+    other.run([&there] { there = std::make_unique<Node>("there"); });
+    EXPECT_TRUE(there->recorder.wait_for("+here"));
+    EXPECT_TRUE(here.recorder.wait_for("+there"));
+    const auto wait_for_near = [&](bool is_there) {
+        while ((here.runtime->describe_interfaces().find("near 10.5.0.1") != std::string::npos) != is_there)
+            std::this_thread::sleep_for(1ms);
+    };
+    for (int i = 0; i < 5; ++i) {
+        test::shell("ip link set near down");
+        wait_for_near(false);
+        test::shell("ip link set near up");
+        wait_for_near(true);
+    }
+    EXPECT_FALSE(there->recorder.has("-here"));
+    // One that stays away is lost.
+    testing::internal::CaptureStderr();
+    test::shell("ip link del near");
+    EXPECT_TRUE(there->recorder.wait_for("-here"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("left the domain and joined it again"));
+    test::shell("ip link del wire");
+}
+
+TEST(Runtime, ABetterAddressIsNoLossOfTheOtherOne) {
+    test::OtherHost other;
+    other.connect("wire", "fe80::11/64", "wire", "fe80::12/64");
+    Node here("here", 8);
+    std::unique_ptr<Node> there;
+    other.run([&there] { there = std::make_unique<Node>("there", 8); });
+    EXPECT_TRUE(there->recorder.wait_for("+here"));
+    test::shell("ip addr add fd04::1/64 dev wire nodad");
+    EXPECT_TRUE(there->recorder.wait_for("~here"));
+    EXPECT_FALSE(there->recorder.has("-here"));
+    test::shell("ip link del wire");
+}
+
 // The sockets that it shares are served meanwhile.
 TEST(Runtime, InterfacesThatComeBetweenCreationAndStartAreAnnounced) {
     const auto own = std::make_shared<OwnParticipants>();

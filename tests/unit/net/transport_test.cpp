@@ -464,6 +464,18 @@ TEST_F(TwoHosts, WhatWaitsForAbsentHostsHoldsUpNothing) {
     EXPECT_EQ(there->receive(60, 1000), 60u);
 }
 
+TEST_F(TwoHosts, WhatTheSystemForbidsToSendIsOneError) {
+    Station here(with_mask(1));
+    test::shell("ip route add prohibit 10.1.0.2/32; ip route add prohibit 10.2.0.2/32");
+    for (int i = 0; i < 3; ++i) {
+        here.transport->send(kMessage, locator("10.1.0.2", 7410));
+        here.transport->send(kMessage, locator("10.2.0.2", 7410));
+    }
+    EXPECT_THAT(here.errors, ElementsAre(testing::AllOf(HasSubstr("10.1.0.2"), HasSubstr("forbids it"))));
+    EXPECT_THAT(here.warnings, ElementsAre(HasSubstr("10.2.0.2")));
+    test::shell("ip route del prohibit 10.1.0.2/32; ip route del prohibit 10.2.0.2/32");
+}
+
 TEST_F(TwoHosts, MulticastGoesOutOnEachInterface) {
     Station here(with_mask(9));
     const auto there = station_there(with_mask(9));
@@ -672,6 +684,51 @@ TEST(InterfaceChanges, NewOnesAreJoinedAndAnnouncedGoneOnesForgotten) {
     EXPECT_TRUE(changed());
     EXPECT_THAT(texts(here.transport->own_locators().default_unicast), ElementsAre("udpv4:127.0.0.1:7411"));
     EXPECT_THAT(here.warnings, IsEmpty());
+}
+
+// The system lets a socket join a group on some twenty interfaces.
+TEST(InterfaceChanges, InterfacesThatComeAndGoForEverAreJoined) {
+    Station here(with_mask(9));
+    for (int i = 0; i < 30; ++i) {
+        test::shell(
+            "ip link add late type veth peer name far; ip addr add 10.3.0.1/24 dev late; "
+            "ip addr add fd03::1/64 dev late nodad; ip link set late up");
+        EXPECT_TRUE(here.transport->update_interfaces());
+        test::shell("ip link del late");
+        EXPECT_TRUE(here.transport->update_interfaces());
+    }
+    EXPECT_THAT(here.errors, IsEmpty());
+    EXPECT_THAT(here.warnings, IsEmpty());
+}
+
+// The system gives up IPv6 on the interface meanwhile, with all that was joined there.
+TEST(InterfaceChanges, GroupsAreJoinedAgainAfterASmallMtu) {
+    Station here(with_mask(8));
+    test::OtherHost other;
+    other.connect("late", "fd03::1/64", "late", "fd03::2/64");
+    EXPECT_TRUE(here.transport->update_interfaces());
+    test::shell("ip link set late mtu 1000");
+    EXPECT_TRUE(here.transport->update_interfaces());
+    test::shell("ip link set late mtu 1500; ip addr add fd03::1/64 dev late nodad");
+    EXPECT_TRUE(here.transport->update_interfaces());
+    std::unique_ptr<Station> there;
+    other.run([&] { there = std::make_unique<Station>(with_mask(8)); });
+    there->transport->send(kMessage, to_locator(multicast_groups_v6().front(), 7400));
+    EXPECT_EQ(here.receive(1, 2000), 1u);
+    test::shell("ip link del late");
+}
+
+TEST(InterfaceChanges, MoreInterfacesThanCanBeJoinedAreAnError) {
+    Station here(with_mask(1));
+    std::string all =
+        "for i in $(seq 30); do ip link add n$i type veth peer name f$i; ip link set n$i up; "
+        "ip addr add 10.3.$i.1/24 dev n$i; done";
+    test::shell(all);
+    EXPECT_TRUE(here.transport->update_interfaces());
+    EXPECT_THAT(here.errors, testing::Not(IsEmpty()));
+    for (const std::string& error : here.errors)
+        EXPECT_THAT(error, HasSubstr("what comes there by multicast is not seen"));
+    test::shell("for i in $(seq 30); do ip link del n$i; done");
 }
 
 TEST(InterfaceChanges, AHostWithoutAddressesStartsAndComesToLife) {

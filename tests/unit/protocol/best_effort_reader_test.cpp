@@ -29,6 +29,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     void on_writer_restarted(const Guid&) override {}
     void on_oversized_sample(const Guid&, size_t, size_t) override { ++oversized; }
     void on_memory_used_up(const Guid&) override {}
+    void on_number_too_high(const Guid&) override { ++too_high; }
 
     void data(SequenceNumber number) {
         Data d;
@@ -59,6 +60,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     std::vector<uint8_t> fast_cdrs;
     uint64_t lost = 0;
     int oversized = 0;
+    int too_high = 0;
     std::array<uint64_t, static_cast<size_t>(NotTaken::count)> not_taken{};
     TimerQueue timers;
     MemoryBudget memory{50000};
@@ -87,6 +89,9 @@ TEST_F(BestEffortReaderTest, NumbersBeyondReasonAreNotBelieved) {
     data(0);
     data(1);
     EXPECT_EQ(numbers, (std::vector<SequenceNumber>{1}));
+    EXPECT_EQ(too_high, 1) << "told";
+    fragment(kHighestSequenceNumber + 1, 1);
+    EXPECT_EQ(too_high, 2);
 }
 
 TEST_F(BestEffortReaderTest, UnknownWritersAreNotHeard) {

@@ -166,6 +166,31 @@ TEST_F(WithoutRoute, AParticipantThatCannotBeReachedIsToldOfOnce) {
     EXPECT_THAT(recorder.errors, ElementsAre(HasSubstr("seen but not reachable")));
 }
 
+TEST_F(ParticipantTest, AParticipantThatNeverAnswersIsAskedAndThenToldOnce) {
+    start();
+    ParticipantData secured = remote(4);
+    RawParameter token;
+    token.id = 0x1001;
+    token.value.assign(4, 0);
+    secured.raw.push_back(token);
+    for (int second = 0; second < 30; second += 2) {
+        announce(remote(2));
+        announce(secured);
+        output.messages.clear();
+        announce(remote(3));
+        // It has nothing to tell, and answers when it is asked.
+        const Lines asked = sent_to(udpv4(3));
+        if (second >= 10 && std::any_of(asked.begin(), asked.end(), [](const std::string& line) {
+                return line.rfind("HEARTBEAT", 0) == 0;
+            }))
+            acknowledge(3, 1);
+        EXPECT_EQ(recorder.errors.size(), second >= 20 ? 1u : 0u) << second;
+        time += std::chrono::seconds(2);
+    }
+    EXPECT_THAT(recorder.errors,
+                ElementsAre(testing::AllOf(HasSubstr("answers nothing"), HasSubstr(to_string(prefix(2))))));
+}
+
 TEST_F(ParticipantTest, AnAnnouncementLargerThanAMessageIsMadeToFitIt) {
     config.max_message_size = 1400;
     config.user_data = ByteBuffer(3000, 7);

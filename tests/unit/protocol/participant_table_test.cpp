@@ -189,15 +189,18 @@ TEST_F(ParticipantTableTest, AParticipantThatChangesAllTheTimeIsMatchedOnceASeco
         data.default_unicast = {udpv4(address, 7411)};
         announce(data);
     };
+    const auto told = [&] { return recorder.participants.at(prefix(2)).default_unicast; };
     sink.asked = 0;
     change(3);
     EXPECT_EQ(sink.asked, 1);
     for (int i = 0; i < 100; ++i)
         change(static_cast<uint8_t>(4 + i % 2));
     EXPECT_EQ(sink.asked, 1);
+    EXPECT_EQ(told(), (LocatorList{udpv4(3, 7411)}));
     change(6);
     run_until(time + seconds(1));
     EXPECT_EQ(sink.asked, 2);
+    EXPECT_EQ(told(), (LocatorList{udpv4(6, 7411)}));
     output.messages.clear();
     receive(2, [](MessageWriter& writer) {
         Heartbeat heartbeat;

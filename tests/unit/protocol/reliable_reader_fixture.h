@@ -38,7 +38,9 @@ class ReliableReaderTest : public ::testing::Test {
         void on_writer_restarted(const Guid&) override { ++restarts; }
         void on_oversized_sample(const Guid&, size_t size, size_t) override { oversized.push_back(size); }
         void on_memory_used_up(const Guid&) override { ++memory_used_up; }
+        void on_number_too_high(const Guid&) override { ++too_high; }
         int memory_used_up = 0;
+        int too_high = 0;
     };
 
     void make(bool is_volatile, ReliableReader::Limits limits = {}, VendorId vendor = {},

@@ -158,11 +158,16 @@ TEST_F(ReliableReaderTest, NumbersBeyondReasonAreNotBelieved) {
     gap(1, kLast);
     data(kLast);
     fragment(kLast, 1);
+    EXPECT_EQ(observer.too_high, 4) << "told";
     data(0);
     data(-5);
     EXPECT_EQ(sent_after(milliseconds(1)), Lines{});
     data(1);
     EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1}));
+    EXPECT_EQ(observer.too_high, 4);
+    heartbeat(1, 1);
+    data(kLast);
+    EXPECT_EQ(observer.too_high, 5) << "also once the writer is known";
 }
 
 constexpr SequenceNumber kFar = SequenceNumber{1} << 40;

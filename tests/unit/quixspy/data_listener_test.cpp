@@ -318,13 +318,17 @@ TEST_P(DataListener, WritesLinesTogetherUnlessItIsToATerminal) {
         QuixAgentOutput output(is_terminal ? slave : pipe_ends[1]);
         settings.output = &output;
         QuixSpyDataListener writing("Circle", "ShapeType", nullptr, settings);
-        int before_the_loan_went_back = 0;
-        untyped.infos = {sample(), sample()};
-        untyped.on_return = [&] { before_the_loan_went_back = lines_written(is_terminal ? 2 : 0); };
-        writing.on_data_available(reader);
+        int before_the_end = 0;
+        for (int take = 0; take < 2; ++take) {
+            untyped.infos = {sample(), sample()};
+            untyped.on_return = [&] { before_the_end += lines_written(is_terminal ? 2 : 0); };
+            writing.on_data_available(reader);
+        }
         untyped.on_return = nullptr;
-        EXPECT_EQ(before_the_loan_went_back, is_terminal ? 2 : 0);
-        EXPECT_EQ(lines_written(is_terminal ? 0 : 2), is_terminal ? 0 : 2);
+        before_the_end += lines_written(0);
+        EXPECT_EQ(before_the_end, is_terminal ? 4 : 0);
+        writing.on_deliveries_end();
+        EXPECT_EQ(lines_written(is_terminal ? 0 : 4), is_terminal ? 0 : 4);
         writing.print_user_data(sample(), nullptr);
         EXPECT_EQ(lines_written(1), 1) << "called by itself";
     }

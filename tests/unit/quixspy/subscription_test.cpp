@@ -217,6 +217,29 @@ TEST_F(Subscription, SaysOnceForEachTopicWhyThereAreNoContents) {
               "no application told it in time\n");
 }
 
+TEST_F(Subscription, SaysOnceThatATypeIsToldTooLateForItsTopic) {
+    const TypeRef type = structure("ShapeType");
+    Writer known;
+    known.type_code = type.get();
+    discover({});
+    EXPECT_EQ(discover(known), "") << "contents were not asked for";
+    agent._printSample = PRINT_SAMPLE_COMPACT;
+    discover({"Square"});
+    known.topic = "Square";
+    EXPECT_EQ(discover(known),
+              "ferret: topic 'Square' stays without contents: type 'ShapeType' is told now, but its first "
+              "writer was seen without (start ferret while that is absent, or give a <types> document)\n");
+    EXPECT_EQ(discover(known), "");
+    known.topic = "Triangle";
+    discover(known);
+    EXPECT_EQ(discover(known), "") << "it has contents";
+    Writer keyless = known;
+    keyless.topic = "Circle of bytes";
+    keyless.keyed = false;
+    discover(keyless);
+    EXPECT_EQ(discover(keyless), "") << "so have bytes of a known type";
+}
+
 TEST_F(Subscription, FurtherWritersOfATopicAreOnlyRecorded) {
     discover({});
     EXPECT_EQ(discover({}), "");

@@ -145,6 +145,31 @@ TEST_F(FormTest, AnAbsentMemberMovesTheOriginOfFastCdr2) {
         "note: \"hi\" count: 3 stamp: 9 ");
 }
 
+// It compares a discriminator without its sign with labels that have theirs.
+TEST_F(FormTest, CycloneDdsSendsNoMemberForANegativeNarrowDiscriminator) {
+    const auto type = [](const std::string& discriminator, const std::string& more = "") {
+        return "<union name=\"U\"><discriminator type=\"" + discriminator +
+               R"("/><case><caseDiscriminator value="-5"/><member name="a" type="int32"/></case>
+                  <case><caseDiscriminator value="3"/><member name="b" type="int32"/></case>)" +
+               more + R"(</union><struct name="T"><member name="u" type="nonBasic" nonBasicTypeName="U"/>
+               <member name="x" type="int32"/></struct>)";
+    };
+    const std::string without = "00010000 fbff0000 07000000";
+    EXPECT_EQ(values(type("int16"), without, kCyclone), "u:    _d: -5 x: 7 ");
+    EXPECT_EQ(values(type("int8"), "00010000 fb000000 07000000", kCyclone), "u:    _d: -5 x: 7 ");
+    EXPECT_EQ(values(type("int16"), "00010000 03000000 09000000 07000000", kCyclone),
+              "u:    _d: 3    b: 9 x: 7 ");
+    const std::string with = "00010000 fbff0000 09000000 07000000";
+    EXPECT_EQ(values(type("int16"), with, kCyclone), "u:    _d: -5    a: 9 x: 7 ") << "another release";
+    EXPECT_EQ(values(type("int16"), with, kFirst), "u:    _d: -5    a: 9 x: 7 ");
+    EXPECT_EQ(values(type("int32"), "00010000 fbffffff 09000000 07000000", kCyclone),
+              "u:    _d: -5    a: 9 x: 7 ");
+    EXPECT_EQ(values(type("int16", R"(<case><caseDiscriminator value="default"/>
+                                      <member name="c" type="int8"/></case>)"),
+                     "00010000 fbff0900 07000000", kCyclone),
+              "u:    _d: -5    c: 9 x: 7 ");
+}
+
 TEST_F(FormTest, RequestsAndResponsesOfRos2OnCycloneDdsHaveAHeader) {
     const auto module = [](const std::string& name) {
         return R"(<module name="p"><module name="srv"><module name="dds_"><struct name=")" + name +
@@ -468,6 +493,50 @@ TEST_F(FormTest, ArraysOfArraysWithOneHeader) {
                "03000000 2f5800 00 05000000",
                cyclone),
         "g:    [0]:       [0]: \"bZ\\n\\\"\"    [1]:       [0]: \"9Xb\\\\\"    [2]:       [0]: \"/X\" n: 5 ");
+}
+
+// Recorded from Dust DDS: lists that end with parameter 1, and sequences whose length in octets is the number
+// of their elements.
+TEST_F(FormTest, MutableTypesOfDustDds) {
+    const SampleSource dust{{rtps::GuidPrefix{{4}}, rtps::EntityId{2}}, rtps::kDustDds};
+    const std::string type = R"(<struct name="Inner" extensibility="mutable">
+        <member name="a" type="uint8"/><member name="b" type="uint32"/><member name="c" type="uint16"/></struct>
+        <struct name="T" extensibility="mutable"><member name="id" type="int32" key="true"/>
+        <member name="name" type="string" key="true"/>
+        <member name="inner" type="nonBasic" nonBasicTypeName="Inner"/>
+        <member name="values" type="int64" sequenceMaxLength="-1"/>
+        <member name="words" type="string" sequenceMaxLength="-1"/>
+        <member name="grid" type="uint16" arrayDimensions="3"/>
+        <member name="color" type="int32"/><member name="maybe" type="float64" optional="true"/>
+        <member name="nothing" type="string" optional="true"/><member name="flag" type="boolean"/>
+        <member name="ch" type="char8"/>
+        <member name="inners" type="nonBasic" nonBasicTypeName="Inner" sequenceMaxLength="-1"/>
+        <member name="f" type="float32"/></struct>)";
+    const std::string xcdr1 =
+        "00030000 00400400 00000000 01400700 030000006e300000 02001c00 00000100 00000000 01000400 70110100"
+        "02000200 2c010000 01000000 03002000 03000000 00000000 0000000000000000 0100000000000000"
+        "0200000000000000 04001800 02000000 040000006f6e6500 080000007a77656920c3a400 05000600 "
+        "0100020003000000"
+        "06000400 05000000 07000800 0000000000000440 09000100 01000000 0a000100 78000000 0b003c00 02000000"
+        "00000100 01000000 01000400 71110100 02000200 2c010000 01000000"
+        "00000100 02000000 01000400 72110100 02000200 2c010000 01000000 0c000400 0000c03f 01000000";
+    const std::string xcdr2 =
+        "000b0000 f8000000 000000a0 00000000 010000c0 07000000 030000006e300000 02000050 16000000 00000000"
+        "00000000 01000020 70110100 02000010 2c010000 03000050 03000000 0000000000000000 0100000000000000"
+        "0200000000000000 04000050 18000000 02000000 040000006f6e6500 080000007a77656920c3a400 05000040 "
+        "06000000"
+        "0100020003000000 06000020 05000000 07000030 0000000000000440 09000000 01000000 0a000000 78000000"
+        "0b000050 3a000000 02000000 16000000 00000000 01000000 01000020 71110100 02000010 2c010000"
+        "16000000 00000000 02000000 01000020 72110100 02000010 2c010000 0c000020 0000c03f";
+    for (const std::string& payload : {xcdr1, xcdr2}) {
+        for (const SampleSource& source : {dust, SampleSource()})
+            EXPECT_EQ(
+                values(type, payload, source),
+                "id: 0 name: \"n0\" inner:    a: 0    b: 70000    c: 300 values:    [0]: 0    [1]: 1    "
+                "[2]: 2 words:    [0]: \"one\"    [1]: \"zwei \xc3\xa4\" grid:    [0]: 1    [1]: 2    "
+                "[2]: 3 color: 5 maybe: 2.5 flag: true ch: 'x' inners:    [0]:       a: 1       "
+                "b: 70001       c: 300    [1]:       a: 2       b: 70002       c: 300 f: 1.5 ");
+    }
 }
 
 TEST_F(FormTest, LabelsOfDiscriminatorsOf64Bits) {

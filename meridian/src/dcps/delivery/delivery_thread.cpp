@@ -67,14 +67,16 @@ void DeliveryThread::remove(Deliverable& deliverable) {
     if (deliverable.timer_)
         deliverable.timer_->cancel();
     deliverable.pending_ = false;
+    if (last_ == &deliverable)
+        last_ = nullptr;
     if (thread_.is_current())
         return;
     while (running_ == &deliverable)
         changed_.wait(mutex_);
 }
 
-Deliverable* DeliveryThread::next() {
-    timers_.run(monotonic_now());
+Deliverable* DeliveryThread::next(rtps::MonotonicTime now) {
+    timers_.run(now);
     Deliverable* found = ready_.first();
     if (found != nullptr) {
         unqueue(*found);
@@ -121,15 +123,23 @@ void DeliveryThread::sleep() {
 void DeliveryThread::run() {
     MutexLock lock(mutex_);
     while (!stopping_) {
-        running_ = next();
+        const rtps::MonotonicTime now = monotonic_now();
+        running_ = next(now);
+        const bool is_end = running_ == nullptr;
+        if (is_end)
+            running_ = last_;
         if (running_ == nullptr) {
             sleep();
             continue;
         }
+        last_ = is_end ? nullptr : running_;
         Deliverable* deliverable = running_;
         lock.unlock();
-        deliverable->deliver();
-        trimmer_.look(monotonic_now());
+        if (is_end)
+            deliverable->on_deliveries_end();
+        else
+            deliverable->deliver(now);
+        trimmer_.look(now);
         lock.lock();
         running_ = nullptr;
         changed_.notify_all();

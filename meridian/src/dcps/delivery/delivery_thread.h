@@ -26,8 +26,11 @@ class DeliveryThread;
 class Deliverable : private rtps::TimerQueue::Client {
   public:
     virtual ~Deliverable() = default;
-    /// On the delivery thread, with no lock held: after note, and when a wake_at has passed.
-    virtual void deliver() = 0;
+    // On the delivery thread, with no lock held.
+    /// After note, and when a wake_at has passed.
+    virtual void deliver(rtps::MonotonicTime now) = 0;
+    /// This was the last one that was called, and nothing else is ready now.
+    virtual void on_deliveries_end() {}
 
   private:
     friend class DeliveryThread;
@@ -79,7 +82,7 @@ class DeliveryThread {
     /// Until there is something to deliver, or for no reason.
     void sleep() MERIDIAN_REQUIRES(mutex_);
     void rest() MERIDIAN_REQUIRES(mutex_);
-    Deliverable* next() MERIDIAN_REQUIRES(mutex_);
+    Deliverable* next(rtps::MonotonicTime now) MERIDIAN_REQUIRES(mutex_);
     void enqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
     void unqueue(Deliverable& deliverable) MERIDIAN_REQUIRES(mutex_);
 
@@ -94,7 +97,8 @@ class DeliveryThread {
     Chain<Deliverable> ready_ MERIDIAN_GUARDED_BY(mutex_);
     rtps::TimerQueue timers_ MERIDIAN_GUARDED_BY(mutex_);
     Deliverable* running_ MERIDIAN_GUARDED_BY(mutex_) = nullptr;
-    HeapTrimmer trimmer_{MemoryBudget::of_process()}; // of the thread alone
+    Deliverable* last_ MERIDIAN_GUARDED_BY(mutex_) = nullptr; // delivered, and the end was not told since
+    HeapTrimmer trimmer_{MemoryBudget::of_process()};         // of the thread alone
     Thread thread_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

@@ -11,7 +11,7 @@
 
 namespace meridian::dcps {
 
-/// Any thread; enter and leave on the delivery thread.
+/// Any thread; calls are made on the delivery thread.
 class ListenerLink {
   public:
     explicit ListenerLink(DDSDataReaderListener* listener) : listener_(listener) {}
@@ -19,13 +19,21 @@ class ListenerLink {
         return listener.link_;
     }
 
-    /// The listener for one call, or null when the link is cut. A non-null answer must be followed by leave.
-    DDSDataReaderListener* enter() MERIDIAN_EXCLUDES(mutex_);
-    void leave() MERIDIAN_EXCLUDES(mutex_);
+    /// Calls `function` with the listener, unless the link is cut.
+    template <typename Function>
+    void call(Function function) MERIDIAN_EXCLUDES(mutex_) {
+        if (DDSDataReaderListener* listener = enter()) {
+            function(*listener);
+            leave();
+        }
+    }
     /// No call begins any more; returns when none is in progress on another thread.
     void cut() MERIDIAN_EXCLUDES(mutex_);
 
   private:
+    DDSDataReaderListener* enter() MERIDIAN_EXCLUDES(mutex_);
+    void leave() MERIDIAN_EXCLUDES(mutex_);
+
     Mutex mutex_;
     ConditionVariable changed_;
     DDSDataReaderListener* listener_ MERIDIAN_GUARDED_BY(mutex_);

@@ -25,6 +25,8 @@ class ReaderNotices {
 
     /// Forgets what the listener before was not told of.
     void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
+    /// Null without a listener.
+    const std::shared_ptr<ListenerLink>& link() const { return link_; }
 
     /// The statuses changed: a call on the delivery thread follows.
     void changed(DDS_StatusMask statuses);

@@ -361,12 +361,11 @@ void UserReader::tell_overwritten(bool at_end) {
     overwritten_told_ = overwritten;
 }
 
-void UserReader::deliver() {
+void UserReader::deliver(rtps::MonotonicTime now) {
     ReaderNotices::Call call;
     std::vector<rtps::Guid> given_up;
     {
         MutexLock lock(mutex_);
-        const rtps::MonotonicTime now = monotonic_now();
         if (armed_ <= now) {
             armed_ = rtps::kNever;
             for (const WithheldSamples::Withheld& withheld : withheld_.release_due(now)) {
@@ -382,12 +381,18 @@ void UserReader::deliver() {
     }
     for (const rtps::Guid& writer : given_up)
         subscriber_.announcements().give_up(writer, *this);
-    if (call.link == nullptr || call.statuses == 0)
-        return;
-    if (DDSDataReaderListener* listener = call.link->enter()) {
-        call_listener(*listener, call.statuses);
-        call.link->leave();
+    if (call.link != nullptr && call.statuses != 0)
+        call.link->call([&](DDSDataReaderListener& listener) { call_listener(listener, call.statuses); });
+}
+
+void UserReader::on_deliveries_end() {
+    std::shared_ptr<ListenerLink> link;
+    {
+        MutexLock lock(mutex_);
+        link = notices_.link();
     }
+    if (link != nullptr)
+        link->call([](DDSDataReaderListener& listener) { listener.on_deliveries_end(); });
 }
 
 void UserReader::call_listener(DDSDataReaderListener& listener, DDS_StatusMask statuses) {

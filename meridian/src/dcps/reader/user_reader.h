@@ -109,7 +109,8 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     UserReader(ReaderOwner& subscriber, TopicImpl& topic, TypeRegistry::Type type, const rtps::Guid& guid,
                const DDS_DataReaderQos& qos, DeliveryThread& delivery);
 
-    void deliver() override;
+    void deliver(rtps::MonotonicTime now) override;
+    void on_deliveries_end() override;
     void qos_changed() override MERIDIAN_REQUIRES(mutex_);
     ReaderCache::Settings cache_settings(const DDS_DataReaderQos& qos) const;
     /// Stores what was received since the last time.

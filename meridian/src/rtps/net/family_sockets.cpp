@@ -160,19 +160,20 @@ bool FamilySockets::set_interfaces(const std::vector<Interface>& all, const Warn
     InterfaceFilter listed = filter_;
     listed.loopback_as_last_resort = false;
     allows_none_ = !filter_.allow.empty() && usable_interfaces(all, family_, listed).empty();
-    std::set<unsigned> present;
-    for (const Interface& interface : usable) {
-        present.insert(interface.index);
+    const bool changed = usable != usable_;
+    usable_ = std::move(usable);
+    for (auto it = joined_.begin(); it != joined_.end();) {
+        if (find_usable(*it) == nullptr) {
+            for_memberships([&](int socket, const IpAddress& group) { leave_group(socket, group, *it); });
+            it = joined_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (const Interface& interface : usable_) {
         if (joined_.count(interface.index) == 0 && join(interface, warn))
             joined_.insert(interface.index);
     }
-    // The system drops the membership of a deleted interface; one that is only down or no longer allowed
-    // stays joined, but counts as new when it comes back.
-    for (auto it = joined_.begin(); it != joined_.end();)
-        it = present.count(*it) != 0 ? std::next(it) : joined_.erase(it);
-
-    const bool changed = usable != usable_;
-    usable_ = std::move(usable);
     return changed;
 }
 
@@ -181,15 +182,13 @@ bool FamilySockets::join(const Interface& interface, const Warn& warn) {
     if (!interface.multicast && !interface.loopback)
         return false;
     bool joined = false;
-    for (const IpAddress& group : groups_) {
-        for (const int socket : {metatraffic_multicast(), user_multicast()}) {
-            std::string error;
-            if (join_group(socket, group, interface.index, error))
-                joined = true;
-            else
-                warn(error + " (interface " + interface.name + ")");
-        }
-    }
+    for_memberships([&](int socket, const IpAddress& group) {
+        std::string error;
+        if (join_group(socket, group, interface.index, error))
+            joined = true;
+        else if (errno != ENODEV) // it has just gone
+            warn(error + " (interface " + interface.name + "); what comes there by multicast is not seen");
+    });
     return joined;
 }
 

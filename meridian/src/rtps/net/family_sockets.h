@@ -85,6 +85,14 @@ class FamilySockets {
     };
 
     bool join(const Interface& interface, const Warn& warn);
+    /// Calls function(int socket, const IpAddress& group) for all that are joined on each interface.
+    template <typename Function>
+    void for_memberships(Function function) const {
+        for (const IpAddress& group : groups_) {
+            for (const int socket : {metatraffic_multicast(), user_multicast()})
+                function(socket, group);
+        }
+    }
 
     Family family_;
     UdpSettings settings_;

@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <fstream>
 #include <iterator>
 #include <map>
 #include <optional>
+
+#include "platform/text.h"
 
 namespace meridian::rtps::net {
 
@@ -71,6 +74,28 @@ std::vector<Interface> apply(const std::vector<Interface>& all, Family family,
     return usable;
 }
 
+/// getifaddrs does not tell which addresses are temporary, deprecated or doubled.
+void mark_passing(std::map<unsigned, Interface>& interfaces) {
+    std::ifstream file("/proc/thread-self/net/if_inet6");
+    std::string address;
+    std::string name;
+    unsigned index = 0;
+    unsigned prefix_length = 0;
+    unsigned scope = 0;
+    unsigned flags = 0;
+    while (file >> address >> std::hex >> index >> prefix_length >> scope >> flags >> name) {
+        const auto at = interfaces.find(index);
+        if ((flags & (IFA_F_TEMPORARY | IFA_F_DEPRECATED | IFA_F_DADFAILED)) == 0 || at == interfaces.end())
+            continue;
+        for (InterfaceAddress& entry : at->second.addresses) {
+            std::string hex;
+            for (const uint8_t byte : entry.address.bytes)
+                append_hex(hex, byte);
+            entry.is_passing = entry.is_passing || (entry.address.family == Family::v6 && hex == address);
+        }
+    }
+}
+
 } // namespace
 
 std::vector<Interface> enumerate_interfaces(std::string& error) {
@@ -97,6 +122,7 @@ std::vector<Interface> enumerate_interfaces(std::string& error) {
         }
     }
     freeifaddrs(list);
+    mark_passing(by_index);
     std::vector<Interface> result;
     for (auto& [index, interface] : by_index)
         result.push_back(std::move(interface));
@@ -115,13 +141,17 @@ std::vector<Interface> usable_interfaces(const std::vector<Interface>& all, Fami
 }
 
 std::vector<IpAddress> announced_addresses(const std::vector<Interface>& usable, Family family) {
-    std::array<std::vector<IpAddress>, 3> preferred; // global, link-local and loopback ones
+    std::array<std::vector<IpAddress>, 4> preferred; // lasting, passing, link-local and loopback ones
     for (const Interface& interface : usable) {
         for (const InterfaceAddress& entry : interface.addresses) {
             const IpAddress& address = entry.address;
             const bool is_loopback = interface.loopback || address.is_loopback();
             if (address.family == family)
-                preferred[is_loopback ? 2 : address.is_link_local() ? 1 : 0].push_back(address);
+                preferred[is_loopback               ? 3
+                          : address.is_link_local() ? 2
+                          : entry.is_passing        ? 1
+                                                    : 0]
+                    .push_back(address);
         }
     }
     const auto first = std::find_if(preferred.begin(), std::prev(preferred.end()),

@@ -13,9 +13,10 @@ namespace meridian::rtps::net {
 struct InterfaceAddress {
     IpAddress address;
     unsigned prefix_length = 0;
+    bool is_passing = false; // an IPv6 address that the system gives up before long, for another one
 
     friend bool operator==(const InterfaceAddress& a, const InterfaceAddress& b) {
-        return a.address == b.address && a.prefix_length == b.prefix_length;
+        return a.address == b.address && a.prefix_length == b.prefix_length && a.is_passing == b.is_passing;
     }
 };
 
@@ -55,9 +56,9 @@ struct InterfaceFilter {
 std::vector<Interface> usable_interfaces(const std::vector<Interface>& all, Family family,
                                          const InterfaceFilter& filter);
 
-/// The addresses of one family to announce to all participants: global ones, in order; link-local ones only
-/// where there are no others; loopback ones only where there is nothing else: some peers send to all
-/// addresses that they are told, also to what is their own loopback.
+/// The addresses of one family to announce to all participants: global ones that last, in order; passing
+/// ones, and then link-local ones, only where there are no others; loopback ones only where there is nothing
+/// else: some peers send to all addresses that they are told, also to what is their own loopback.
 std::vector<IpAddress> announced_addresses(const std::vector<Interface>& usable, Family family);
 
 /// Tells by a readable descriptor that links or addresses may have changed. One thread.

@@ -19,6 +19,10 @@ namespace {
 constexpr int kMostDrainedBatches = 256;
 /// Where the prefix of the sender stands in the header of a message.
 constexpr size_t kPrefixOffset = 8;
+/// Before this side joins again: an address may be back soon.
+constexpr Duration kPatience = std::chrono::seconds(1);
+/// Between two times where addresses come and go all the time.
+constexpr Duration kLongestPause = std::chrono::seconds(60);
 
 WireTime to_wire_time(std::chrono::nanoseconds since_1970) {
     constexpr int64_t kSecond = 1000000000;
@@ -45,12 +49,6 @@ LocatorList beyond_this_host(LocatorList locators) {
     };
     locators.erase(std::remove_if(locators.begin(), locators.end(), is_loopback), locators.end());
     return locators;
-}
-
-bool includes(const LocatorList& all, const LocatorList& some) {
-    return std::all_of(some.begin(), some.end(), [&all](const Locator& locator) {
-        return std::find(all.begin(), all.end(), locator) != all.end();
-    });
 }
 
 GuidPrefix sender_of(ByteView datagram) {
@@ -214,23 +212,37 @@ void ReceiveThread::take_interface_changes() {
     MERIDIAN_LOG_LOCAL("net", "the network interfaces changed; in use: %s", transport_->describe().c_str());
     const OwnLocators locators = transport_->own_locators();
     const LocatorList present = beyond_this_host(locators.default_unicast);
-    const bool lost = !includes(present, known_addresses_);
-    const bool joins_again = lost && !present.empty();
+    const bool lost = !std::all_of(known_addresses_.begin(), known_addresses_.end(),
+                                   [&](const Locator& address) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
+                                       return transport_->uses(address); // this call holds the lock
+                                   });
     const Now at = now();
-    recipients_.for_all([&](Participant& participant) {
-        if (joins_again)
-            participant.join_again(own_.another(participant.guid().prefix), locators, at);
-        else if (!lost) // else what the others know is all there is until an address comes back
-            participant.set_locators(locators, at);
-    });
-    if (joins_again)
-        tell_error("the addresses of this host changed, in use now: " + transport_->describe() +
-                   "; left the domain and joined it again, since others would go on sending to the old ones");
-    else if (lost)
+    join_again_at_ = kNever;
+    if (!lost) {
+        recipients_.for_all([&](Participant& participant) { participant.set_locators(locators, at); });
+        if (!present.empty())
+            known_addresses_ = present;
+    } else if (!present.empty()) {
+        join_again_at_ = std::max(at.monotonic + kPatience, joined_again_at_ + join_again_pause_);
+    } else if (at.monotonic >= tell_none_at_) { // an address that comes back is as good as before
+        tell_none_at_ = at.monotonic + kLongestPause;
         tell_error(
             "no network interface but loopback has an address; nothing comes from other hosts until one has");
-    if (!present.empty())
-        known_addresses_ = present; // an address that comes back is as good as before
+    }
+}
+
+void ReceiveThread::join_again(Now now) {
+    const bool is_frequent = now.monotonic - joined_again_at_ < 2 * kLongestPause;
+    join_again_pause_ = is_frequent ? std::min(2 * join_again_pause_ + kPatience, kLongestPause) : kPatience;
+    joined_again_at_ = now.monotonic;
+    join_again_at_ = kNever;
+    const OwnLocators locators = transport_->own_locators();
+    recipients_.for_all([&](Participant& participant) {
+        participant.join_again(own_.another(participant.guid().prefix), locators, now);
+    });
+    known_addresses_ = beyond_this_host(locators.default_unicast);
+    tell_error("the addresses of this host changed, in use now: " + transport_->describe() +
+               "; left the domain and joined it again, since others would go on sending to the old ones");
 }
 
 std::optional<MonotonicTime> ReceiveThread::run_due() {
@@ -238,7 +250,9 @@ std::optional<MonotonicTime> ReceiveThread::run_due() {
     if (stopping_)
         return std::nullopt;
     const Now current = now();
-    MonotonicTime next = kNever;
+    if (join_again_at_ <= current.monotonic)
+        join_again(current);
+    MonotonicTime next = join_again_at_;
     for (TaskSource* tasks : task_sources_)
         next = std::min(next, tasks->run_due_tasks(current));
     recipients_.for_all([&](Participant& participant) {

@@ -74,9 +74,10 @@ class ReceiveThread {
     void drain_data();
     void dispatch(UdpTransport::Traffic traffic);
     void receive(ByteView datagram, const Locator& source, Now now) MERIDIAN_REQUIRES(mutex_);
-    /// Others go on sending to an address that this host had: then the participants leave and join again, as
-    /// new ones.
     void take_interface_changes();
+    /// Others go on sending to an address that this host had: so the participants leave and come as new ones.
+    /// That costs others much, and an address that is back soon, or often, is none that is lost.
+    void join_again(Now now) MERIDIAN_REQUIRES(mutex_);
     /// Runs what is due and returns when to wake next; nullopt: stop.
     std::optional<MonotonicTime> run_due();
     /// The sockets may be read without the lock: see UdpTransport::fetch.
@@ -95,6 +96,10 @@ class ReceiveThread {
     std::vector<TaskSource*> task_sources_ MERIDIAN_GUARDED_BY(mutex_);
     /// What others know, beyond this host.
     LocatorList known_addresses_ MERIDIAN_GUARDED_BY(mutex_);
+    MonotonicTime join_again_at_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
+    MonotonicTime tell_none_at_ MERIDIAN_GUARDED_BY(mutex_){0};
+    MonotonicTime joined_again_at_ MERIDIAN_GUARDED_BY(mutex_){0};
+    Duration join_again_pause_ MERIDIAN_GUARDED_BY(mutex_){0};
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;
     MonotonicTime sleeping_until_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
 

@@ -34,6 +34,20 @@ size_t set_buffer(int socket, size_t bytes, int name, int forced_name) {
     return buffer_size(socket, name);
 }
 
+bool change_membership(int socket, const IpAddress& group, unsigned interface_index, int v4_name,
+                       int v6_name) {
+    if (group.family == Family::v4) {
+        ip_mreqn request{};
+        std::memcpy(&request.imr_multiaddr, group.bytes.data() + 12, sizeof request.imr_multiaddr);
+        request.imr_ifindex = static_cast<int>(interface_index);
+        return setsockopt(socket, IPPROTO_IP, v4_name, &request, sizeof request) == 0;
+    }
+    ipv6_mreq request{};
+    std::memcpy(&request.ipv6mr_multiaddr, group.bytes.data(), sizeof request.ipv6mr_multiaddr);
+    request.ipv6mr_interface = interface_index;
+    return setsockopt(socket, IPPROTO_IPV6, v6_name, &request, sizeof request) == 0;
+}
+
 } // namespace
 
 FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept
@@ -88,22 +102,15 @@ BoundSocket bind_udp(const IpAddress& address, uint16_t port, PortSharing sharin
 }
 
 bool join_group(int socket, const IpAddress& group, unsigned interface_index, std::string& error) {
-    int result;
-    if (group.family == Family::v4) {
-        ip_mreqn request{};
-        std::memcpy(&request.imr_multiaddr, group.bytes.data() + 12, sizeof request.imr_multiaddr);
-        request.imr_ifindex = static_cast<int>(interface_index);
-        result = setsockopt(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request);
-    } else {
-        ipv6_mreq request{};
-        std::memcpy(&request.ipv6mr_multiaddr, group.bytes.data(), sizeof request.ipv6mr_multiaddr);
-        request.ipv6mr_interface = interface_index;
-        result = setsockopt(socket, IPPROTO_IPV6, IPV6_JOIN_GROUP, &request, sizeof request);
-    }
-    if (result == 0 || errno == EADDRINUSE)
+    if (change_membership(socket, group, interface_index, IP_ADD_MEMBERSHIP, IPV6_JOIN_GROUP) ||
+        errno == EADDRINUSE)
         return true;
     error = describe_error("cannot join " + to_string(group), errno);
     return false;
+}
+
+void leave_group(int socket, const IpAddress& group, unsigned interface_index) {
+    change_membership(socket, group, interface_index, IP_DROP_MEMBERSHIP, IPV6_LEAVE_GROUP);
 }
 
 void receive_joined_groups_only(int socket, Family family) {

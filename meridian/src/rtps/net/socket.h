@@ -47,6 +47,9 @@ BoundSocket bind_udp(const IpAddress& address, uint16_t port, PortSharing sharin
 
 /// Joins the group on one interface. Being a member already is success.
 bool join_group(int socket, const IpAddress& group, unsigned interface_index, std::string& error);
+/// To be called for interfaces that have gone too: the system does not forget that the socket joined there,
+/// and lets it join so many times only.
+void leave_group(int socket, const IpAddress& group, unsigned interface_index);
 /// Only datagrams of groups joined by this very socket are received by it.
 void receive_joined_groups_only(int socket, Family family);
 /// Multicast sent from this socket reaches members on this host, and goes ttl hops far; 0: not out of it.

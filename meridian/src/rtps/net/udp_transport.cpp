@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "platform/clock.h"
 #include "rtps/net/ports.h"
@@ -75,7 +76,7 @@ bool UdpTransport::open(std::string& error) {
     for (FamilySockets& sockets : families_) {
         if (!sockets.open_multicast(*multicast, error))
             return false;
-        sockets.configure([this](const std::string& text) { warn_once(text); });
+        sockets.configure([this](const std::string& text) { tell_once(text); });
     }
     for (const FamilySockets& sockets : families_) {
         descriptors_.push_back(sockets.metatraffic_unicast());
@@ -88,7 +89,7 @@ bool UdpTransport::open(std::string& error) {
     }
     std::string monitor_error;
     if (!monitor_.open(monitor_error))
-        warn_once(monitor_error);
+        tell_once(monitor_error);
     update_interfaces(); // after the monitor, so that no change falls in between
     return true;
 }
@@ -102,7 +103,7 @@ bool UdpTransport::drop_missing_families(std::string& error) {
             continue;
         }
         if (families_.size() > 1)
-            warn_once("an address family is not available and left out: " + error);
+            tell_once("an address family is not available and left out: " + error);
         it = families_.erase(it);
     }
     return !families_.empty();
@@ -191,6 +192,14 @@ bool UdpTransport::is_own_address(const IpAddress& address) const {
         return true;
     return any_address(interfaces_,
                        [&address](const InterfaceAddress& entry) { return entry.address == address; });
+}
+
+bool UdpTransport::uses(const Locator& locator) const {
+    return std::any_of(families_.begin(), families_.end(), [&](const FamilySockets& sockets) {
+        return any_address(sockets.usable(), [&](const InterfaceAddress& entry) {
+            return entry.address == address_of(locator);
+        });
+    });
 }
 
 UdpTransport::Neighbour UdpTransport::neighbour(const Locator& announced_from) const {
@@ -313,17 +322,22 @@ void UdpTransport::sent(int error_number, const IpAddress& destination, uint16_t
         return;
     }
     ++statistics_.send_errors;
-    warn_once(describe_error("cannot send to " + to_string(to_locator(destination, port)), error_number));
+    const std::string text =
+        describe_error("cannot send to " + to_string(to_locator(destination, port)), error_number);
+    // That the system forbids it is no passing state. The first address stands for all.
+    const bool is_forbidden = error_number == EPERM || error_number == EACCES;
+    tell_once(text + (is_forbidden ? ": a firewall or a route of this host forbids it" : ""),
+              is_forbidden && !std::exchange(told_forbidden_, true));
 }
 
 void UdpTransport::refuse(const std::string& reason, const Locator& destination) {
     ++statistics_.send_errors;
-    warn_once(to_string(destination) + " " + reason);
+    tell_once(to_string(destination) + " " + reason);
 }
 
-void UdpTransport::warn_once(const std::string& text) {
+void UdpTransport::tell_once(const std::string& text, bool is_error) {
     if (told_.size() < kMostWarnings && told_.insert(text).second)
-        messages_.warning(text);
+        (is_error ? messages_.error : messages_.warning)(text);
 }
 
 bool UdpTransport::take(const ReceivedDatagram& datagram, const Locator& source) {
@@ -354,7 +368,8 @@ bool UdpTransport::update_interfaces() {
     interfaces_ = std::move(present);
     bool changed = false;
     for (FamilySockets& sockets : families_)
-        changed |= sockets.set_interfaces(interfaces_, [this](const std::string& text) { warn_once(text); });
+        changed |=
+            sockets.set_interfaces(interfaces_, [this](const std::string& text) { tell_once(text, true); });
     tell_what_is_not_usable();
     return changed;
 }

@@ -42,6 +42,8 @@ class UdpTransport final : public Output {
     uint32_t participant_index() const { return participant_index_; }
     /// The addresses and ports to announce at present.
     OwnLocators own_locators() const;
+    /// Whether this host has the address on an interface in use, announced or not.
+    bool uses(const Locator& address) const;
     /// Interfaces in use at present, by name; for logs.
     std::string describe() const;
     const TransportStatistics& statistics() const { return statistics_; }
@@ -112,7 +114,7 @@ class UdpTransport final : public Output {
     }
     /// Counts a datagram and learns from its source. False when it is to be dropped.
     bool take(const ReceivedDatagram& datagram, const Locator& source);
-    void warn_once(const std::string& text);
+    void tell_once(const std::string& text, bool is_error = false);
     void tell_what_is_not_usable();
 
     const TransportConfig config_;
@@ -131,6 +133,7 @@ class UdpTransport final : public Output {
     ReceiveBatch discovery_batch_;
     ReceiveBatch data_batch_;
     std::set<std::string> told_;
+    bool told_forbidden_ = false;
     std::string told_not_usable_; // last
 };
 

@@ -75,7 +75,7 @@ void BestEffortReader::remove_writer(const Guid& writer) {
 }
 
 bool BestEffortReader::expects(WriterProgress& writer, SequenceNumber number, MonotonicTime now) {
-    if (!plausible(number))
+    if (!is_believed(writer.guid, number, observer_))
         return false;
     if (number < writer.next)
         return returns_to(writer, number, now);

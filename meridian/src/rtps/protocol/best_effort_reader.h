@@ -34,7 +34,7 @@ class BestEffortReader final : public Reader, private TimerQueue::Client {
     /// Gives the memory of samples back whose fragments stopped coming.
     void on_timer(MonotonicTime now) override;
     WriterProgress* find(const Guid& writer);
-    static bool expects(WriterProgress& writer, SequenceNumber number, MonotonicTime now);
+    bool expects(WriterProgress& writer, SequenceNumber number, MonotonicTime now);
     static bool returns_to(WriterProgress& writer, SequenceNumber number, MonotonicTime now);
     void not_taken(WriterProgress& writer, NotTaken reason, SequenceNumber number);
     void tell_incomplete(const WriterProgress& writer, size_t count);

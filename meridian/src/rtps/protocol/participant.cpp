@@ -190,6 +190,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
         if (!local.builtin_peer)
             announce(local.data, now);
     });
+    endpoints_.for_each([&](const DiscoveredEndpoint& remote) { announce_for(remote, now); });
     finish(now);
 }
 
@@ -265,6 +266,7 @@ void Participant::add(std::unique_ptr<LocalEndpoint> endpoint, Now now) {
         announce(local.data, now);
         endpoints_.for_each_of_topic(local.data.topic_name, [&](DiscoveredEndpoint& remote) {
             locals_.match(local, remote, now.monotonic);
+            announce_for(remote, now);
         });
     }
     finish(now);
@@ -282,19 +284,40 @@ bool Participant::update_endpoint(const EndpointData& data, Now now) {
         liveliness_.add_own(data.guid.entity, data.qos.liveliness, to_duration(data.qos.liveliness_lease),
                             now.monotonic);
     announce(local->data, now);
-    endpoints_.for_each_of_topic(
-        data.topic_name, [&](DiscoveredEndpoint& remote) { locals_.match(*local, remote, now.monotonic); });
+    endpoints_.for_each_of_topic(data.topic_name, [&](DiscoveredEndpoint& remote) {
+        locals_.match(*local, remote, now.monotonic);
+        announce_for(remote, now);
+    });
     finish(now);
     return true;
 }
 
-void Participant::announce(const EndpointData& data, Now now) {
+void Participant::announce(const EndpointData& data, Now now, const Guid* only_for) {
     const ByteBuffer payload = encode(data);
     WriteRequest request;
     request.payload = payload;
-    request.instance = key_hash_of(data.guid);
+    request.instance = key_hash_of(only_for != nullptr ? *only_for : data.guid);
+    if (only_for != nullptr)
+        request.only_for = only_for->prefix;
     request.expects_answers = !data.is_writer() && data.qos.reliability == Reliability::reliable;
     announcer_of(data.guid.entity).write(request, now);
+}
+
+void Participant::announce_for(const DiscoveredEndpoint& remote, Now now) {
+    const RemoteEndpoint& writer = *remote.record;
+    const RemoteParticipant* participant = participants_.find(writer.guid.prefix);
+    if (!writer.is_writer || participant == nullptr || !(participant->data->vendor == kDustDds))
+        return;
+    // No name, not even the empty one, matches its default partition. What it matched before stays so,
+    // whatever partitions it is told of afterwards.
+    for (const LocalEndpoint* local : remote.matched) {
+        EndpointData data = local->data;
+        if (data.qos.partitions.empty())
+            continue;
+        if (writer.qos->partitions.empty())
+            data.qos.partitions.clear();
+        announce(data, now, &writer.guid);
+    }
 }
 
 void Participant::dispose(const Guid& endpoint, Now now) {
@@ -400,6 +423,12 @@ void Participant::on_memory_used_up(const Guid& writer) {
                                   " wait, and are asked for again; this is told once for all writers");
 }
 
+void Participant::on_number_too_high(const Guid& writer) {
+    warnings_.error_of_others("numbers " + to_string(writer),
+                              "writer " + to_string(writer) +
+                                  " numbers samples above 2^62, which is not believed: they are not shown");
+}
+
 void Participant::tell_servers(Now now) {
     if (config_.servers.empty())
         return;
@@ -460,6 +489,7 @@ bool Participant::wants(const std::string& topic_name) const {
 void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
     events_.endpoint_discovered(endpoint.record);
     locals_.match_all(endpoint, now_.monotonic);
+    announce_for(endpoint, now_);
     if (endpoint.record->is_writer)
         router_.writer_known(endpoint.record->guid);
 }
@@ -467,11 +497,13 @@ void Participant::on_endpoint_discovered(DiscoveredEndpoint& endpoint) {
 void Participant::on_endpoint_changed(DiscoveredEndpoint& endpoint) {
     events_.endpoint_changed(endpoint.record);
     locals_.match_all(endpoint, now_.monotonic, LocalEndpoints::Cause::remote_changed);
+    announce_for(endpoint, now_);
 }
 
 void Participant::on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) {
     router_.replay(now_); // what it wrote may still be waiting for its discovery
     locals_.part_all(endpoint);
+    builtin_writer(entity::subscriptions_writer).withdraw(key_hash_of(endpoint.record->guid));
     events_.endpoint_gone(endpoint.record, reason, timestamp);
 }
 

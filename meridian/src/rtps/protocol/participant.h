@@ -140,7 +140,9 @@ class Participant final : private ReaderObserver,
     ReliableWriter& announcer_of(EntityId id) {
         return builtin_writer(id.is_writer() ? entity::publications_writer : entity::subscriptions_writer);
     }
-    void announce(const EndpointData& data, Now now);
+    void announce(const EndpointData& data, Now now, const Guid* only_for = nullptr);
+    /// Announces the endpoints here once more to a participant that needs it to match this one of its.
+    void announce_for(const DiscoveredEndpoint& remote, Now now);
     void dispose(const Guid& endpoint, Now now);
     void write_participant_message(uint32_t kind);
     /// Ends every call: sends what became due and what was collected.
@@ -149,6 +151,7 @@ class Participant final : private ReaderObserver,
     void on_writer_restarted(const Guid& writer) override;
     void on_oversized_sample(const Guid& writer, size_t size, size_t limit) override;
     void on_memory_used_up(const Guid& writer) override;
+    void on_number_too_high(const Guid& writer) override;
     void on_liveliness_changed(const Guid& writer, bool alive);
     void on_participant_discovered(RemoteParticipant& remote, Now now) override;
     void on_participant_changed(RemoteParticipant& remote, Now now) override;

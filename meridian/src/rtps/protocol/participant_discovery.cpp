@@ -131,6 +131,30 @@ void ParticipantDiscovery::tell_if_unreachable(const RemoteParticipant& remote) 
         described(remote) + " is seen but not reachable: " + reason + "; its endpoints are not discovered");
 }
 
+void ParticipantDiscovery::look_at_silent(Remote& remote, Now now) {
+    // A secured one answers to its like only.
+    const bool answers = (remote.data->builtin_endpoints & kSubscriptionsDetector) != 0 &&
+                         !remote.data->secured && !remote.is_relayed && !remote.metatraffic.locators.empty();
+    const Duration known_for = now.monotonic - remote.discovered_at;
+    if (config_.is_further || !answers || known_for < kLongSilence)
+        return;
+    ask_for_sign(remote, now); // who has nothing to tell may be silent
+    if (known_for >= 2 * kLongSilence)
+        warnings_.error_of_others(
+            "silent " + to_string(remote.prefix()),
+            described(remote) + " at " + to_string(remote.announced_from) +
+                " announces itself and answers nothing: a firewall may be between, or it sends to an address "
+                "of this host that it cannot reach (of several interfaces only one may be allowed); its "
+                "endpoints are not discovered");
+}
+
+void ParticipantDiscovery::ask_for_sign(Remote& remote, Now now) {
+    if (remote.ask_source_at <= now.monotonic) {
+        remote.ask_source_at = now.monotonic + kAskPause;
+        listener_.on_participant_doubted(remote);
+    }
+}
+
 bool ParticipantDiscovery::choose_routes(RemoteParticipant& remote) const {
     const auto choose = [&](const LocatorList& announced, Route& route) {
         LocatorList chosen = choose_locators(announced, remote.announced_from, output_, route.locators);
@@ -219,6 +243,9 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
     remote->renew(now.monotonic);
+    remote->has_spoken = remote->has_spoken || sender != entity::participant_writer;
+    if (!remote->has_spoken)
+        look_at_silent(*remote, now);
     if (remote->is_stranger && (is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets)) {
         remote->is_stranger = false;
         acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);

@@ -61,10 +61,10 @@ class ParticipantDiscovery {
       public:
         virtual ~Listener() = default;
         virtual void on_participant_discovered(RemoteParticipant& remote, Now now) = 0;
-        /// What it announces changed.
+        /// What it announces changed. At most once in kMatchPause: it may have many endpoints.
         virtual void on_participant_changed(RemoteParticipant& remote, Now now) = 0;
         /// What its endpoints are matched by may have changed, with the announcement or with the choice of
-        /// addresses. At most once in kMatchPause where the participant is the cause: it may have many.
+        /// addresses. Behind on_participant_changed where the participant is the cause.
         virtual void on_participant_to_match(RemoteParticipant& remote, Now now) = 0;
         virtual void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) = 0;
         /// An answer of it is wanted, as a sign of life.
@@ -161,6 +161,10 @@ class ParticipantDiscovery {
     bool of_this_domain(const ParticipantData& data) const;
     bool needs_announcements(const RemoteParticipant& remote) const;
     void tell_if_unreachable(const RemoteParticipant& remote);
+    /// At one that announced itself and said nothing else yet.
+    void look_at_silent(Remote& remote, Now now);
+    /// At most once in kAskPause.
+    void ask_for_sign(Remote& remote, Now now);
     /// Another participant with its prefix announces itself from there.
     void tell_of_two(const RemoteParticipant& remote, const Locator& other);
     void announce(Now now);

@@ -60,6 +60,7 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     MonotonicTime matched_at = -kMatchPause;
     MonotonicTime discovered_at{0};
     bool is_stranger = true;
+    bool has_spoken = false;    // something came from it that is no announcement of itself
     RemoteList::iterator place; // in the list of its kind
     MonotonicTime placed_at{0};
     bool is_steady = false;       // it announced itself from that address more than once

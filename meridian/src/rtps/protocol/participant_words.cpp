@@ -143,7 +143,6 @@ void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, b
     } else if (changed) {
         remote.announced_from = announced.source;
         choose_routes(remote);
-        listener_.on_participant_changed(remote, now);
         remote.match_at = std::max(now.monotonic, remote.matched_at + kMatchPause);
         if (remote.match_at <= now.monotonic)
             match(remote, now);
@@ -153,8 +152,9 @@ void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, b
 }
 
 void ParticipantDiscovery::match(Remote& remote, Now now) {
+    if (std::exchange(remote.match_at, kNever) != kNever)
+        listener_.on_participant_changed(remote, now);
     remote.matched_at = now.monotonic;
-    remote.match_at = kNever;
     listener_.on_participant_to_match(remote, now);
 }
 
@@ -218,10 +218,7 @@ bool ParticipantDiscovery::may_tell_of_endpoints(const GuidPrefix& prefix, const
         remote->add_endpoint_source(source);
         return true;
     }
-    if (remote->ask_source_at <= now.monotonic) {
-        remote->ask_source_at = now.monotonic + kAskPause;
-        listener_.on_participant_doubted(*remote);
-    }
+    ask_for_sign(*remote, now);
     return false;
 }
 

@@ -3,6 +3,7 @@
 // What the reliable and the best-effort reader have in common: the operations by which the participant hands
 // them submessages of matched writers.
 
+#include "rtps/protocol/count.h"
 #include "rtps/protocol/fragment_assembler.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/sinks.h"
@@ -31,6 +32,8 @@ class ReaderObserver {
     /// A sample of a reliable writer came too early to be delivered, and could not be kept until its turn.
     /// Once for a reader.
     virtual void on_memory_used_up(const Guid& writer) = 0;
+    /// A number above kHighestSequenceNumber, which is not believed (see count.h).
+    virtual void on_number_too_high(const Guid& writer) = 0;
 };
 
 class Reader {
@@ -50,6 +53,12 @@ class Reader {
     virtual void on_gap(const Guid& /*writer*/, const Gap&, MonotonicTime) {}
 };
 
+/// Whether a writer's number is plausible. The observer is told of one that is too high.
+inline bool is_believed(const Guid& writer, SequenceNumber number, ReaderObserver& observer) {
+    if (number > kHighestSequenceNumber)
+        observer.on_number_too_high(writer);
+    return plausible(number);
+}
 /// The sample of a DATA submessage. False when its inline QoS is malformed or asks to be refused.
 bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& context, const Data& data,
                  MonotonicTime now, Sample& out);

@@ -132,7 +132,8 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
     WriterProxy* proxy = find(Guid{context.source, data.writer});
     if (proxy == nullptr)
         return false;
-    if (is_old(*proxy, data.sequence_number, now) || !plausible(data.sequence_number))
+    if (!is_believed(proxy->writer.guid, data.sequence_number, observer_) ||
+        is_old(*proxy, data.sequence_number, now))
         return true;
     Sample sample;
     const bool deliverable =
@@ -278,8 +279,8 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
     if (proxy == nullptr)
         return false;
     const SequenceNumber number = fragment.sequence_number;
-    if (is_old(*proxy, number, now) || !plausible(number) || proxy->held.count(number) != 0 ||
-        proxy->irrelevant.first_outside(number) != number)
+    if (!is_believed(proxy->writer.guid, number, observer_) || is_old(*proxy, number, now) ||
+        proxy->held.count(number) != 0 || proxy->irrelevant.first_outside(number) != number)
         return true;
     using Result = FragmentAssembler::Result;
     const WireTime timestamp = context.timestamp.value_or(kTimeInvalid);
@@ -319,8 +320,8 @@ void ReliableReader::drop_idle_fragments(WriterProxy& p, MonotonicTime now) {
 
 void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat, MonotonicTime now) {
     WriterProxy* proxy = find(writer);
-    if (proxy == nullptr || !plausible(heartbeat.first) || heartbeat.last < heartbeat.first - 1 ||
-        heartbeat.last > kHighestSequenceNumber)
+    if (proxy == nullptr || heartbeat.first < 1 || heartbeat.last < heartbeat.first - 1 ||
+        !is_believed(writer, std::max(heartbeat.first, heartbeat.last), observer_))
         return;
     WriterProxy& p = *proxy;
     const bool first_contact = !p.heartbeats.heard();

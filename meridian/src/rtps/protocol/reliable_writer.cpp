@@ -135,6 +135,15 @@ void ReliableWriter::forget(SequenceNumber number) {
     history_.erase(at);
 }
 
+void ReliableWriter::withdraw(const KeyHash& instance) {
+    const auto at = instances_.find(instance);
+    if (at == instances_.end())
+        return;
+    const std::deque<SequenceNumber> numbers = at->second;
+    for (const SequenceNumber number : numbers)
+        forget(number);
+}
+
 void ReliableWriter::forget_acknowledged() {
     if (transient_local_ || history_.empty())
         return;

@@ -53,6 +53,9 @@ class ReliableWriter final {
     /// nullopt when max_samples are kept and none may go.
     std::optional<SequenceNumber> write(const WriteRequest& request, Now now);
 
+    /// Forgets what is kept of the instance; no reader is told.
+    void withdraw(const KeyHash& instance);
+
     void on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now);
     void on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now);
     /// Whether it names a number that only those know who were sent it; nullopt: nothing follows from it.

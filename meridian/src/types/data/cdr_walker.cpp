@@ -92,6 +92,12 @@ bool CdrWalker::walk_known(ByteReader& reader, const Type& type, ValueSink* sink
     }
 }
 
+const Member* CdrWalker::branch_of(const Type& type, const Type& kind, int64_t discriminator) const {
+    if (dialect_.unsigned_discriminators && discriminator < 0 && number_size(kind) < 4)
+        discriminator += int64_t{1} << (8 * number_size(kind));
+    return select_union_member(type, discriminator);
+}
+
 bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, const Type& type,
                                  ValueSink* sink) {
     const Type* kind = resolve_alias(type.discriminator);
@@ -102,7 +108,7 @@ bool CdrWalker::walk_union_parts(ByteReader& discriminator, ByteReader& branch, 
         return false;
     if (key_only_ && type.discriminator_key)
         return true;
-    const Member* selected = select_union_member(type, value.integer());
+    const Member* selected = branch_of(type, *kind, value.integer());
     object(selected == nullptr);
     return selected == nullptr || walk_member(branch, *selected, sink);
 }

@@ -157,6 +157,8 @@ class CdrWalker {
     /// mutable structure or union, until it returns false.
     template <typename Visit>
     bool visit_mutable_members(rtps::ByteReader& reader, Visit visit);
+    /// The member that a discriminator of type `kind` selects, null when none is.
+    const Member* branch_of(const Type& type, const Type& kind, int64_t discriminator) const;
     bool walk_union_parts(rtps::ByteReader& discriminator, rtps::ByteReader& branch, const Type& type,
                           ValueSink* sink);
     bool walk_mutable_union(rtps::ByteReader& reader, const Type& type, ValueSink* sink);

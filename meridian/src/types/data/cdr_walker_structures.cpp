@@ -9,6 +9,7 @@ namespace {
 
 constexpr uint16_t kPidExtended = 0x3f01;
 constexpr uint16_t kPidListEnd = 0x3f02;
+constexpr uint16_t kPidSentinel = 1; // which ends parameter lists of discovery
 constexpr uint16_t kPidMask = 0x3fff;
 constexpr uint16_t kPidMustUnderstand = 0x4000;
 
@@ -109,8 +110,8 @@ bool CdrWalker::read_mutable_header(ByteReader& reader, MutableMember& member) {
             return false;
         member.id = header.id;
         member.must_understand = header.must_understand;
-        member.end = header.end;
-        return header.end || take_xcdr1_body(reader, header.size, member.body);
+        member.end = header.end || (dialect_.rtps_list_end && header.id == kPidSentinel && header.size == 0);
+        return member.end || take_xcdr1_body(reader, header.size, member.body);
     }
     member.end = reader.remaining() < 4;
     if (member.end)
@@ -161,7 +162,7 @@ bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSi
         const Type* kind = resolve_alias(type.discriminator);
         Scalar value;
         const bool known = count == 1 && kind != nullptr && read_scalar(discriminator, *kind, value);
-        return known ? select_union_member(type, value.integer()) : nullptr;
+        return known ? branch_of(type, *kind, value.integer()) : nullptr;
     };
     const auto keep = [&](MutableMember& member, const ByteReader& header, ByteReader& rest) {
         if (count == 2)
@@ -180,12 +181,16 @@ bool CdrWalker::walk_mutable_union(ByteReader& reader, const Type& type, ValueSi
 
 bool CdrWalker::has_open_end(const Member& member) const {
     const Type* type = resolve_alias(member.type);
-    if (version_ == CdrVersion::xcdr1 || !dialect_.has_few_headers() || type == nullptr)
+    if (version_ == CdrVersion::xcdr1 || type == nullptr)
+        return false;
+    const Type* content = resolve_alias(type->content);
+    const DDS_TCKind element = content != nullptr ? content->kind : DDS_TK_NULL;
+    if (dialect_.counts_as_lengths)
+        return type->kind == DDS_TK_SEQUENCE && primitive_size(element) > 1;
+    if (!dialect_.has_few_headers())
         return false;
     if (type->kind == DDS_TK_MAP)
         return !has_header(*type);
-    const Type* content = resolve_alias(type->content);
-    const DDS_TCKind element = content != nullptr ? content->kind : DDS_TK_NULL;
     return (type->kind == DDS_TK_SEQUENCE && element == DDS_TK_WCHAR) ||
            (type->kind == DDS_TK_ARRAY && element == DDS_TK_BOOLEAN);
 }

@@ -36,6 +36,15 @@ bool has_disputed_header(const Type& collection) {
             type->kind == DDS_TK_WCHAR || (type->kind == DDS_TK_BOOLEAN && is_array));
 }
 
+bool has_narrow_negative_label(const Type& type) {
+    const Type* const of = resolve_alias(type.discriminator);
+    return of != nullptr && number_size(*of) < 4 &&
+           std::any_of(type.members.begin(), type.members.end(), [](const Member& member) {
+               return std::any_of(member.labels.begin(), member.labels.end(),
+                                  [](int32_t label) { return label < 0; });
+           });
+}
+
 /// What a type contains that serializers write differently.
 struct Disputed {
     bool wide_text = false;
@@ -44,6 +53,8 @@ struct Disputed {
     bool optionals = false;
     bool long_doubles = false;
     bool bitsets = false;
+    bool negative_labels = false;
+    bool mutables = false;
     bool sequence_keys = false; // which the serializer with flat keys does not have
 };
 
@@ -61,8 +72,11 @@ Disputed find_disputed(const Type& root) {
                 const Type* const of = resolve_alias(member.type);
                 return member.key && of != nullptr && of->kind == DDS_TK_SEQUENCE;
             });
-        disputed.lists |= optionals || type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
+        const bool is_mutable = type.extensibility == DDS_MUTABLE_EXTENSIBILITY;
+        disputed.lists |= optionals || is_mutable;
+        disputed.mutables |= is_mutable;
         disputed.headers |= has_disputed_header(type);
+        disputed.negative_labels |= has_narrow_negative_label(type);
     });
     return disputed;
 }
@@ -82,17 +96,27 @@ struct Row {
     bool xcdr2 = true; // it knows that version
 };
 
+CdrDialect of_dust_dds() {
+    CdrDialect dialect;
+    dialect.rtps_list_end = true;
+    dialect.counts_as_lengths = true;
+    return dialect;
+}
+
 const std::vector<Row>& serializers() {
     using Wide = CdrDialect::WideText;
     using Headers = CdrDialect::Headers;
+    CdrDialect cyclone{Wide::octets, Headers::flat, false};
+    cyclone.unsigned_discriminators = true;
     static const std::vector<Row> kRows{
         {Maker::unknown, {Wide::octets, Headers::standard, true}},
-        {Maker::cyclone_dds, {Wide::octets, Headers::flat, false}},
+        {Maker::cyclone_dds, cyclone},
         {Maker::fast_cdr_2, {Wide::units, Headers::few, true}},
         {Maker::fast_cdr_2, {Wide::units, Headers::dynamic, true, false}},
         {Maker::fast_cdr_1, {Wide::quads, Headers::few, true, false, false}, false},
         {Maker::unknown, {Wide::octets, Headers::few, true}},
         {Maker::unknown, {Wide::units, Headers::standard, true}},
+        {Maker::dust_dds, of_dust_dds()},
     };
     return kRows;
 }
@@ -109,8 +133,14 @@ CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disp
         dialect.one_origin = standard.one_origin;
     if (!disputed.lists || !xcdr1)
         dialect.lists = standard.lists;
+    if (!disputed.mutables || !xcdr1)
+        dialect.rtps_list_end = standard.rtps_list_end;
+    if (!disputed.mutables || xcdr1)
+        dialect.counts_as_lengths = standard.counts_as_lengths;
     if (!disputed.optionals)
         dialect.optional_headers = standard.optional_headers;
+    if (!disputed.negative_labels)
+        dialect.unsigned_discriminators = standard.unsigned_discriminators;
     return dialect;
 }
 
@@ -123,7 +153,8 @@ bool is_fast_cdr(Maker maker) {
 bool operator==(const CdrDialect& a, const CdrDialect& b) {
     const auto values = [](const CdrDialect& d) {
         return std::tie(d.wide_text, d.headers, d.one_origin, d.optional_headers, d.lists, d.x86_long_double,
-                        d.bitset_octets, d.flat_keys, d.request_header);
+                        d.bitset_octets, d.flat_keys, d.unsigned_discriminators, d.request_header,
+                        d.rtps_list_end, d.counts_as_lengths);
     };
     return values(a) == values(b);
 }
@@ -133,7 +164,9 @@ Maker maker_of(const SampleSource& source) {
         return source.fast_cdr == 1   ? Maker::fast_cdr_1
                : source.fast_cdr == 2 ? Maker::fast_cdr_2
                                       : Maker::fast_cdr;
-    return source.vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds : Maker::unknown;
+    return source.vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds
+           : source.vendor == rtps::kDustDds             ? Maker::dust_dds
+                                                         : Maker::unknown;
 }
 
 std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,

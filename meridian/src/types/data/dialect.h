@@ -51,9 +51,17 @@ struct CdrDialect {
     /// Payloads of keys alone are plain whatever the type says, and in order of the member ids: Cyclone DDS
     /// 0.10.
     bool flat_keys = false;
+    /// Discriminators of less than 32 bits are compared without their sign with labels that have theirs, so a
+    /// negative label selects nothing: Cyclone DDS.
+    bool unsigned_discriminators = false;
     /// The client and the number of the request stand before the content: services of ROS 2 on Cyclone DDS.
     bool request_header = false;
     static constexpr size_t kRequestHeaderSize = 16;
+    /// XCDR1: the members of a mutable type end with parameter 1, as lists of discovery do: Dust DDS.
+    bool rtps_list_end = false;
+    /// XCDR2: as the length in octets, members of mutable types that are sequences of numbers have how many
+    /// numbers there are: Dust DDS.
+    bool counts_as_lengths = false;
 
     friend bool operator==(const CdrDialect& a, const CdrDialect& b);
 };
@@ -61,8 +69,8 @@ struct CdrDialect {
 enum class CdrVersion : uint8_t { xcdr1, xcdr2 };
 
 /// Who may have made a serializer, as a writer and its participant tell.
-enum class Maker : uint8_t { unknown, fast_cdr, fast_cdr_1, fast_cdr_2, cyclone_dds };
-constexpr size_t kMakers = 5;
+enum class Maker : uint8_t { unknown, fast_cdr, fast_cdr_1, fast_cdr_2, cyclone_dds, dust_dds };
+constexpr size_t kMakers = 6;
 
 struct PossibleDialect {
     CdrDialect dialect;

@@ -34,8 +34,8 @@ struct SampleReader::Body {
 };
 
 SampleReader::SampleReader(const TypeRef& type) : type_(resolve_alias(type.get())) {
-    for (const Maker maker :
-         {Maker::unknown, Maker::fast_cdr, Maker::fast_cdr_1, Maker::fast_cdr_2, Maker::cyclone_dds}) {
+    for (size_t i = 0; i < kMakers; ++i) {
+        const auto maker = static_cast<Maker>(i);
         for (const CdrVersion version : {CdrVersion::xcdr1, CdrVersion::xcdr2}) {
             for (const bool key_only : {false, true})
                 dialects_[list_of(version, key_only, maker)] =
