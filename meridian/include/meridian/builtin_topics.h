@@ -9,8 +9,8 @@
 // source time stamp of the announcement; where the remote did not send one, the time of reception.
 // States are those of the moment of the change: an endpoint that came and went before samples were taken is
 // one new sample and one without data. The data-available status ends with a take, unless the take was cut
-// off by max_samples. The two readers have no listeners (DDS_RETCODE_UNSUPPORTED): wait on their status
-// conditions. Their QoS and that of their subscriber cannot be changed.
+// off by max_samples. Wait for it on their status
+// conditions: the two readers have no listeners. Their QoS and that of their subscriber cannot be changed.
 //
 // An application that takes publications, or waits for them, knows a writer before it gets its samples: the
 // other readers of the participant hand them out once the loan with the writer's first sample here was given
@@ -94,9 +94,9 @@ class DDSBuiltinTopicDataReader : public DDSDataReader {
         return dynamic_cast<DDSBuiltinTopicDataReader*>(reader);
     }
 
-    /// Takes up to max_samples (DDS_LENGTH_UNLIMITED: all) that match the states, on loan when both sequences
-    /// are empty and own nothing: they must then be given back with return_loan. DDS_RETCODE_NO_DATA when
-    /// there is none.
+    /// Takes up to max_samples (DDS_LENGTH_UNLIMITED: all) of any states (else DDS_RETCODE_UNSUPPORTED) on
+    /// loan, to be given back with return_loan. DDS_RETCODE_PRECONDITION_NOT_MET for sequences that own
+    /// memory or have a loan already, DDS_RETCODE_NO_DATA when there is none.
     virtual DDS_ReturnCode_t take(DDS_Sequence<Data>& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                   DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                   DDS_InstanceStateMask instance_states) = 0;

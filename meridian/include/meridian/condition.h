@@ -23,7 +23,6 @@ using DDSConditionSeq = DDS_Sequence<DDSCondition*>;
 /// Triggered while one of the enabled statuses of its entity has changed and was not read or taken since.
 class DDSStatusCondition : public DDSCondition {
   public:
-    virtual DDS_StatusMask get_enabled_statuses() = 0;
     virtual DDS_ReturnCode_t set_enabled_statuses(DDS_StatusMask mask) = 0;
     /// The entity that owns this condition.
     virtual DDSEntity* get_entity() = 0;

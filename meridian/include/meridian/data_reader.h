@@ -23,9 +23,6 @@ class DDSDataReader : public DDSEntity {
     /// Refuses changes of policies that cannot change any more (DDS_RETCODE_IMMUTABLE_POLICY) and values that
     /// contradict each other (DDS_RETCODE_INCONSISTENT_POLICY).
     virtual DDS_ReturnCode_t set_qos(const DDS_DataReaderQos& qos) = 0;
-    /// The listener stays the caller's. Returns only when no callback of the former one runs any more.
-    virtual DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) = 0;
-    virtual DDSDataReaderListener* get_listener() = 0;
     virtual DDSTopicDescription* get_topicdescription() = 0;
     virtual DDSSubscriber* get_subscriber() = 0;
     /// Data of the remote participant that owns the remote endpoint `publication_handle`. The out record is
@@ -35,31 +32,13 @@ class DDSDataReader : public DDSEntity {
         DDS_ParticipantBuiltinTopicData& data, const DDS_InstanceHandle_t& publication_handle) = 0;
 
     // The statuses. Reading one resets its change counters and its bit in get_status_changes.
-    DDS_ReturnCode_t get_requested_deadline_missed_status(DDS_RequestedDeadlineMissedStatus& status) {
-        return read_status(&status);
-    }
-    DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) {
-        return read_status(&status);
-    }
-    DDS_ReturnCode_t get_liveliness_changed_status(DDS_LivelinessChangedStatus& status) {
-        return read_status(&status);
-    }
-    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) { return read_status(&status); }
-    DDS_ReturnCode_t get_sample_rejected_status(DDS_SampleRejectedStatus& status) {
-        return read_status(&status);
-    }
-    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
-        return read_status(&status);
-    }
-    /// Any of these. Readers that match nothing, such as those of builtin topics, report zeros.
+    /// Readers that match nothing, such as those of builtin topics, report zeros.
     virtual DDS_ReturnCode_t read_status(const DDSReaderStatus& status) {
         std::visit([](auto* out) { *out = {}; }, status);
         return DDS_RETCODE_OK;
     }
-    /// The writers matched at present, as handles.
-    virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) {
-        publications.length(0);
-        return DDS_RETCODE_OK;
+    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) {
+        return read_status(&status);
     }
     /// Which policies of a writer and its publisher do not fit those of this reader (OMG DDS 1.4, 2.2.3), and
     /// what each of both says, in words. Partitions count unless the writer's are patterns only. Empty where

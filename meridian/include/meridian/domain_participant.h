@@ -23,28 +23,23 @@ class DDSDomainParticipant : public DDSEntity {
     /// as an initial peer that cannot be used, was refused at creation already.
     DDS_ReturnCode_t enable() override = 0;
 
-    virtual DDS_DomainId_t get_domain_id() = 0;
     virtual DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) = 0;
     virtual DDS_ReturnCode_t set_qos(const DDS_DomainParticipantQos& qos) = 0;
 
     /// Owned by the participant, deleted with it.
     virtual DDSSubscriber* get_builtin_subscriber() = 0;
-    /// Owned by the participant until deleted. Null when the QoS contradicts itself (the logger says how).
+    /// Owned by the participant. Null when the QoS contradicts itself (the logger says how).
     /// The listener must be null: subscribers have no statuses of their own here.
     virtual DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener,
                                              DDS_StatusMask mask) = 0;
-    virtual DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) = 0;
-    /// The same for publishers. DDS_RETCODE_PRECONDITION_NOT_MET while it has writers.
+    /// The same for publishers, which can be deleted: DDS_RETCODE_PRECONDITION_NOT_MET while it has writers.
     virtual DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
                                            DDS_StatusMask mask) = 0;
     virtual DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) = 0;
 
     virtual DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) = 0;
     virtual DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) = 0;
     virtual DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) = 0;
     /// From a profile of the factory. DDS_RETCODE_ERROR when the profile does not exist.
     virtual DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) = 0;
     virtual DDS_ReturnCode_t set_default_subscriber_qos_with_profile(const char* library,

@@ -23,7 +23,6 @@ class DDSDomainParticipantFactory {
     virtual DDS_ReturnCode_t get_qos_profiles(DDS_StringSeq& profiles, const char* library) = 0;
     virtual DDS_ReturnCode_t get_participant_qos_from_profile(DDS_DomainParticipantQos& qos,
                                                               const char* library, const char* profile) = 0;
-    virtual DDS_ReturnCode_t get_default_participant_qos(DDS_DomainParticipantQos& qos) = 0;
 
     /// Owned by the factory until deleted. Enabled at once when the factory's QoS says so. Null when the QoS,
     /// an initial peer or the domain id cannot be used (the logger says why). The listener must be null.

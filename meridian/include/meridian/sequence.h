@@ -137,9 +137,6 @@ class DDS_Sequence {
         return true;
     }
 
-    /// The reader that lent the elements keeps its own note here.
-    void* read_token = nullptr;
-
   private:
     void release() {
         for (DDS_Long i = 0; i < maximum_ && has_ownership(); ++i)

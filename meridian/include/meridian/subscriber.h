@@ -25,7 +25,6 @@ class DDSSubscriber : public DDSEntity {
     /// reader of another subscriber, or one whose samples are on loan.
     virtual DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) = 0;
     virtual DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) = 0;
     /// The default reader QoS of the participant's profile for a topic of that name.
     virtual DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
                                                                      const char* topic_name) = 0;

@@ -24,7 +24,6 @@ class DDSTopic : public DDSEntity, public DDSTopicDescription {
     static DDSTopic* narrow(DDSTopicDescription* description);
 
     virtual DDS_ReturnCode_t get_qos(DDS_TopicQos& qos) = 0;
-    virtual DDS_ReturnCode_t set_qos(const DDS_TopicQos& qos) = 0;
 
   protected:
     ~DDSTopic() override = default;

@@ -134,10 +134,6 @@ class DDSTypedDataReader : public DDSDataReader {
     DDS_InstanceHandle_t get_instance_handle() override { return untyped_->get_instance_handle(); }
     DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) override { return untyped_->get_qos(qos); }
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos& qos) override { return untyped_->set_qos(qos); }
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
-        return untyped_->set_listener(listener, mask);
-    }
-    DDSDataReaderListener* get_listener() override { return untyped_->get_listener(); }
     DDSTopicDescription* get_topicdescription() override { return untyped_->get_topicdescription(); }
     DDSSubscriber* get_subscriber() override { return untyped_->get_subscriber(); }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
@@ -146,9 +142,6 @@ class DDSTypedDataReader : public DDSDataReader {
     }
     DDS_ReturnCode_t read_status(const DDSReaderStatus& status) override {
         return untyped_->read_status(status);
-    }
-    DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
-        return untyped_->get_matched_publications(publications);
     }
     char* describe_incompatibility(const DDS_EndpointPolicies& writer,
                                    const DDS_GroupPolicies& publisher) override {

@@ -10,13 +10,7 @@
 #include "meridian/sample_info.h"
 
 /// Condition over the states of a reader's samples; triggered while the reader holds one that fits.
-class DDSReadCondition : public DDSCondition {
-  public:
-    virtual DDS_SampleStateMask get_sample_state_mask() = 0;
-    virtual DDS_ViewStateMask get_view_state_mask() = 0;
-    virtual DDS_InstanceStateMask get_instance_state_mask() = 0;
-    virtual DDSDataReader* get_datareader() = 0;
-};
+class DDSReadCondition : public DDSCondition {};
 
 /// Which samples to read or take. The masks do not count where a condition is given.
 struct DDSSampleSelection {

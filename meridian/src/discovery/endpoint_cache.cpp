@@ -155,58 +155,28 @@ void EndpointCache::forget_taken() {
     taken_gone_.erase(std::remove_if(taken_gone_.begin(), taken_gone_.end(), forgettable), taken_gone_.end());
 }
 
-std::vector<EndpointCache::Change> EndpointCache::take_matching(size_t limit, const States& states,
-                                                                bool on_loan) {
-    const auto matches = [&states](const DDS_SampleInfo& info) {
-        return (info.sample_state & states.sample) != 0 && (info.view_state & states.view) != 0 &&
-               (info.instance_state & states.instance) != 0;
-    };
+std::vector<EndpointCache::Change> EndpointCache::take(size_t limit) {
+    MutexLock lock(mutex_);
+    was_taken_from_ = true;
+    forget_taken();
     std::vector<Change> taken;
-    bool left_behind = false;
-    for (Iterator change = queue_.begin(); change != queue_.end();) {
-        if (!matches(change->info)) {
-            ++change;
-            continue;
-        }
-        if (taken.size() >= limit) {
-            left_behind = true;
-            break;
-        }
-        Instance& instance = *change->instance;
+    while (!queue_.empty() && taken.size() < limit) {
+        taken.push_back(std::move(queue_.front()));
+        queue_.pop_front();
+        const Change& change = taken.back();
+        Instance& instance = *change.instance;
         if (instance.waiting.size() > 1)
-            instance.waiting.erase(std::find(instance.waiting.begin(), instance.waiting.end(), change));
+            instance.waiting.erase(instance.waiting.begin());
         else
             std::vector<Iterator>().swap(instance.waiting); // most endpoints never change again
         mark_seen(instance);
-        if (on_loan)
-            ++instance.on_loan;
-        if (!change->info.valid_data)
-            taken_gone_.push_back(change->instance);
-        taken.push_back(std::move(*change));
-        change = queue_.erase(change);
+        ++instance.on_loan;
+        if (!change.info.valid_data)
+            taken_gone_.push_back(change.instance);
     }
-    available_ = left_behind;
+    available_ = !queue_.empty();
     if (observer_ != nullptr)
-        observer_->data_available(left_behind);
-    return taken;
-}
-
-std::vector<EndpointCache::Change> EndpointCache::take(size_t limit, const States& states, bool on_loan) {
-    MutexLock telling(telling_);
-    Told told;
-    std::vector<Change> taken;
-    {
-        MutexLock lock(mutex_);
-        was_taken_from_ = true;
-        forget_taken();
-        taken = take_matching(limit, states, on_loan);
-        if (!on_loan) {
-            for (const Change& change : taken)
-                mark_given(change, told);
-        }
-    }
-    for (const auto& [endpoint, observer] : told)
-        observer->announcement_given(endpoint);
+        observer_->data_available(available_);
     return taken;
 }
 

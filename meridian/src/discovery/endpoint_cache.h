@@ -55,11 +55,6 @@ class EndpointCache {
         std::shared_ptr<Instance> instance;
         uint32_t life = 0; // of the instance
     };
-    struct States {
-        DDS_SampleStateMask sample = DDS_ANY_SAMPLE_STATE;
-        DDS_ViewStateMask view = DDS_ANY_VIEW_STATE;
-        DDS_InstanceStateMask instance = DDS_ANY_INSTANCE_STATE;
-    };
 
     explicit EndpointCache(EndpointCacheLimits limits = {}) : limits_(limits) {}
     /// Logs how much was lost, if anything was.
@@ -79,11 +74,10 @@ class EndpointCache {
     void remove(const rtps::Guid& endpoint, const rtps::ParticipantRef& participant,
                 const DDS_SampleInfo& info);
 
-    /// Takes the oldest changes that match, at most `limit`; empty without one. Data counts as read
-    /// from then on unless `limit` left something behind. Endpoints whose end was taken by an earlier call
-    /// are forgotten, unless they are on loan: those of changes taken with `on_loan` until give_back. The
-    /// application has been given a change when that returned, or without a loan at once.
-    std::vector<Change> take(size_t limit, const States& states, bool on_loan);
+    /// Takes the oldest changes, at most `limit`, on loan until give_back; empty without one. Endpoints whose
+    /// end was taken by an earlier call are forgotten, unless they are on loan.
+    std::vector<Change> take(size_t limit);
+    /// The application has been given these now.
     void give_back(const std::vector<Change>& changes);
 
     /// The last announcement of the participant of an endpoint that is alive, whose end was not taken yet, or
@@ -122,8 +116,6 @@ class EndpointCache {
     /// Moves those who await this change to `told`.
     void mark_given(const Change& change, Told& told) MERIDIAN_REQUIRES(mutex_);
     void forget_taken() MERIDIAN_REQUIRES(mutex_);
-    std::vector<Change> take_matching(size_t limit, const States& states, bool on_loan)
-        MERIDIAN_REQUIRES(mutex_);
 
     const EndpointCacheLimits limits_;
     Mutex telling_ MERIDIAN_ACQUIRED_BEFORE(mutex_); // held while observers of announcements are called

@@ -76,8 +76,7 @@ struct ProfileSet {
     std::vector<Library> libraries;
     std::unordered_map<std::string, size_t> library_index;
     std::unordered_map<std::string, Profile*> by_name; // "library::profile"
-    const Profile* default_profile = nullptr;
-    std::vector<std::string> warnings; // one line each
+    std::vector<std::string> warnings;                 // one line each
 
     Profile* find(const std::string& library, const std::string& profile) const;
 };

@@ -82,8 +82,6 @@ bool ProfileLoader::add(const xml::Document& document, std::string& error) {
         if (!reader_.ok())
             break;
     }
-    if (default_of_document_ != nullptr)
-        set_.default_profile = default_of_document_;
     error = reader_.error();
     return reader_.ok();
 }

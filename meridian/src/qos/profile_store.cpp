@@ -97,13 +97,6 @@ std::vector<std::string> ProfileStore::profiles(const std::string& library) cons
     return names;
 }
 
-std::optional<ProfileName> ProfileStore::default_profile() const {
-    const Profile* profile = contents_->set.default_profile;
-    if (profile == nullptr)
-        return std::nullopt;
-    return ProfileName{profile->library, profile->name};
-}
-
 template <typename Qos>
 bool ProfileStore::read(const std::string& library, const std::string& profile, const char* topic_name,
                         Qos& qos, std::string& error) const {

@@ -13,12 +13,6 @@
 
 namespace meridian::qos {
 
-/// Name of a profile: "library::profile".
-struct ProfileName {
-    std::string library;
-    std::string profile;
-};
-
 /// All profiles that are loaded. After load, every other operation may be called on any thread, as long as
 /// none loads again.
 class ProfileStore {
@@ -42,8 +36,6 @@ class ProfileStore {
     std::vector<std::string> libraries() const;
     /// In the order of the documents; empty for a library that does not exist.
     std::vector<std::string> profiles(const std::string& library) const;
-    /// The profile with is_default_qos="true", if any; the last one where several documents have one.
-    std::optional<ProfileName> default_profile() const;
 
     /// Replaces the QoS of a participant, topic, subscriber or reader by the defaults, changed by what the
     /// profile and its bases say. False, `qos` untouched and a reason in `error`, when the profile does not

@@ -364,13 +364,13 @@ TEST_F(EndToEndTest, ParticipantsAreUsedFromManyThreads) {
     for (int i = 0; i < 3; ++i) {
         users.emplace_back([participant, i] {
             for (int round = 0; round < 50; ++round) {
-                DDSSubscriber* subscriber = participant->create_subscriber({}, nullptr, 0);
+                DDSPublisher* publisher = participant->create_publisher({}, nullptr, 0);
                 DDS_DomainParticipantQos qos;
                 participant->get_qos(qos);
                 EXPECT_EQ(participant->set_qos(qos_with_partition(i == 0 ? "*" : "B")), DDS_RETCODE_OK);
                 DDS_ParticipantBuiltinTopicData data;
                 participant->get_discovered_participant_data(data, participant->get_instance_handle());
-                EXPECT_EQ(participant->delete_subscriber(subscriber), DDS_RETCODE_OK);
+                EXPECT_EQ(participant->delete_publisher(publisher), DDS_RETCODE_OK);
             }
         });
     }

@@ -194,9 +194,9 @@ std::string EndpointsPeer::obey(const std::string& command) {
     if (reader != readers_.end() && verb == "take")
         return take_all(*reader->second);
     if (reader != readers_.end() && verb == "matched") {
-        DDS_InstanceHandleSeq handles;
-        reader->second->get_matched_publications(handles);
-        return std::to_string(handles.length());
+        DDS_SubscriptionMatchedStatus matched;
+        reader->second->get_subscription_matched_status(matched);
+        return std::to_string(matched.current_count);
     }
     return "?";
 }

@@ -106,18 +106,6 @@ TEST_F(FactoryTest, AFileThatIsGoneIsNotNeededAgain) {
     EXPECT_NE(GetCapturedStderr().find(path), std::string::npos);
 }
 
-TEST_F(FactoryTest, TheDefaultProfileGivesTheDefaultParticipantQos) {
-    DDS_DomainParticipantQos qos;
-    ASSERT_EQ(factory()->get_default_participant_qos(qos), DDS_RETCODE_OK);
-    EXPECT_EQ(qos.participant_name.name, nullptr);
-    ASSERT_EQ(load("<dds><qos_library name=\"L\"><qos_profile name=\"P\" is_default_qos=\"true\">"
-                   "<domain_participant_qos><participant_name><name>default</name></participant_name>"
-                   "</domain_participant_qos></qos_profile></qos_library></dds>"),
-              DDS_RETCODE_OK);
-    ASSERT_EQ(factory()->get_default_participant_qos(qos), DDS_RETCODE_OK);
-    EXPECT_STREQ(qos.participant_name.name, "default");
-}
-
 TEST_F(FactoryTest, CreatedParticipantsAreNotEnabledUnlessAsked) {
     ParticipantImpl* participant = create();
     ASSERT_NE(participant, nullptr);

@@ -138,9 +138,9 @@ TEST_F(RemoteWriterMemory, OfAWriterThatIsMatchedWithAReader) {
     EXPECT_LE(measure(kTopics, "Keyed"), kMostBytes);
     DDS_Long matched = 0;
     for (TestReader* reader : readers) {
-        DDS_InstanceHandleSeq writers;
-        EXPECT_EQ(reader->get_matched_publications(writers), DDS_RETCODE_OK);
-        matched += writers.length();
+        DDS_SubscriptionMatchedStatus writers;
+        EXPECT_EQ(reader->get_subscription_matched_status(writers), DDS_RETCODE_OK);
+        matched += writers.current_count;
     }
     EXPECT_EQ(matched, static_cast<DDS_Long>(kWriters));
 }

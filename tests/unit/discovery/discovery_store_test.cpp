@@ -17,7 +17,9 @@ constexpr rtps::WireTime kSomeTime{1000, 0x80000000};
 /// "+Topic1" new, "~Topic1" changed, "-" gone; of one cache, in order.
 std::vector<std::string> told(EndpointCache& cache) {
     std::vector<std::string> result;
-    for (const auto& change : cache.take(1000, {}, false)) {
+    const auto changes = cache.take(1000);
+    cache.give_back(changes);
+    for (const auto& change : changes) {
         if (change.info.valid_data)
             result.push_back((change.info.view_state == DDS_NEW_VIEW_STATE ? "+" : "~") +
                              change.endpoint->topic_name);
@@ -45,7 +47,7 @@ TEST(DiscoveryStore, TimeIsThatOfTheAnnouncementOrElseOfReception) {
     const DDS_Time_t before = wall_time();
     store.endpoint_discovered(test::record(test::make_writer(1, 1), kSomeTime));
     store.endpoint_discovered(test::record(test::make_writer(1, 2), rtps::kTimeInvalid));
-    const auto changes = store.publications().take(10, {}, false);
+    const auto changes = store.publications().take(10);
     ASSERT_EQ(changes.size(), 2u);
     EXPECT_EQ(changes[0].info.source_timestamp.sec, 1000);
     EXPECT_EQ(changes[0].info.source_timestamp.nanosec, 500000000u);
@@ -60,8 +62,8 @@ TEST(DiscoveryStore, HandlesAreGuids) {
     const rtps::EndpointData reader = test::make_reader(1, 1);
     store.endpoint_discovered(test::record(writer, kSomeTime));
     store.endpoint_discovered(test::record(reader, kSomeTime));
-    const auto publication = store.publications().take(1, {}, false);
-    const auto subscription = store.subscriptions().take(1, {}, false);
+    const auto publication = store.publications().take(1);
+    const auto subscription = store.subscriptions().take(1);
     EXPECT_EQ(publication[0].info.instance_handle, to_handle(writer.guid));
     EXPECT_EQ(publication[0].info.publication_handle,
               to_handle({writer.guid.prefix, rtps::entity::publications_writer}));

@@ -40,7 +40,11 @@ class EndpointCacheTest : public ::testing::Test {
         info.source_timestamp = {++clock_, 0};
         cache_.remove(guid_of(key), participant_, info);
     }
-    Changes take(size_t limit = kAll, bool on_loan = false) { return cache_.take(limit, {}, on_loan); }
+    Changes take(size_t limit = kAll) {
+        Changes taken = cache_.take(limit);
+        cache_.give_back(taken);
+        return taken;
+    }
 
     /// "new", "changed", "gone" for each change.
     static std::vector<std::string> kinds(const Changes& changes) {
@@ -129,25 +133,6 @@ TEST_F(EndpointCacheTest, DataIsAvailableUntilItWasReadUnlessTheLimitLeftSome) {
     EXPECT_FALSE(observer_.available); // told the present state
 }
 
-TEST_F(EndpointCacheTest, MasksSelectAndLeaveTheRest) {
-    cache_.set_observer(&observer_);
-    observer_.watched = true;
-    put(1);
-    put(1);
-    remove(1);
-    Cache::States gone;
-    gone.instance = DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE;
-    EXPECT_EQ(kinds(cache_.take(kAll, gone, false)), Kinds{"gone"});
-    EXPECT_FALSE(observer_.available); // read: what was left was not wanted
-    Cache::States changed;
-    changed.view = DDS_NOT_NEW_VIEW_STATE;
-    EXPECT_EQ(kinds(cache_.take(kAll, changed, false)), Kinds{"changed"});
-    Cache::States read;
-    read.sample = DDS_READ_SAMPLE_STATE;
-    EXPECT_TRUE(cache_.take(kAll, read, false).empty());
-    EXPECT_EQ(kinds(take()), Kinds{"new"});
-}
-
 TEST_F(EndpointCacheTest, TheParticipantIsKnownUntilTheEndWasTakenAndForgotten) {
     put(1);
     EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
@@ -164,7 +149,7 @@ TEST_F(EndpointCacheTest, TheParticipantIsKnownUntilTheEndWasTakenAndForgotten) 
 TEST_F(EndpointCacheTest, WhatIsOnLoanIsNotForgotten) {
     put(1);
     remove(1);
-    const Changes loan = take(kAll, true);
+    const Changes loan = cache_.take(kAll);
     take();
     take();
     EXPECT_EQ(cache_.participant_of(guid_of(1)), participant_);
@@ -291,14 +276,14 @@ TEST_F(EndpointCacheTest, AnAnnouncementIsGivenWhenItsLoanReturns) {
     put(1);
     put(2);
     ASSERT_TRUE(cache_.await_announcement(guid_of(1), notes));
-    const Changes loan = take(1, true);
+    const Changes loan = cache_.take(1);
     EXPECT_TRUE(notes.given.empty());
     put(1); // a change is no announcement
     cache_.give_back(loan);
     EXPECT_EQ(notes.given, std::vector<rtps::Guid>{guid_of(1)});
     EXPECT_FALSE(cache_.await_announcement(guid_of(1), notes));
     ASSERT_TRUE(cache_.await_announcement(guid_of(2), notes));
-    take(); // copies are given at once
+    take();
     EXPECT_EQ(notes.given.size(), 2u);
     remove(1);
     put(1); // another life
@@ -309,7 +294,7 @@ TEST_F(EndpointCacheTest, AnAnnouncementIsGivenWhenItsLoanReturns) {
 TEST_F(EndpointCacheTest, AReturnedLoanOfAnEarlierLifeIsNoAnnouncementOfThisOne) {
     Notes notes;
     put(1);
-    const Changes loan = take(kAll, true);
+    const Changes loan = cache_.take(kAll);
     remove(1);
     put(1);
     ASSERT_TRUE(cache_.await_announcement(guid_of(1), notes));

@@ -114,7 +114,6 @@ TEST_F(Fragments, AreOneDocument) {
     ASSERT_TRUE(store_.load(sources_, error_)) << error_;
     EXPECT_EQ(store_.libraries(), std::vector<std::string>{kLibrary});
     EXPECT_EQ(store_.profiles(kLibrary), std::vector<std::string>{kProfile});
-    EXPECT_FALSE(store_.default_profile());
 }
 
 TEST_F(Fragments, EveryValueArrives) {

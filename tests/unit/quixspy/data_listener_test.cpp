@@ -32,8 +32,6 @@ class FakeUntypedReader : public FakeEntity<DDSUntypedDataReader> {
     ~FakeUntypedReader() override = default;
     DDS_ReturnCode_t get_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener*, DDS_StatusMask) override { return DDS_RETCODE_OK; }
-    DDSDataReaderListener* get_listener() override { return nullptr; }
     DDSTopicDescription* get_topicdescription() override { return topic; }
     DDSSubscriber* get_subscriber() override { return nullptr; }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData&,

@@ -46,8 +46,6 @@ class FakeReader : public FakeEntity<DDSDataReader> {
         return DDS_RETCODE_OK;
     }
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener*, DDS_StatusMask) override { return DDS_RETCODE_OK; }
-    DDSDataReaderListener* get_listener() override { return nullptr; }
     DDS_ReturnCode_t read_status(const DDSReaderStatus& status) override {
         std::get<DDS_SubscriptionMatchedStatus*>(status)->current_count = matched;
         return DDS_RETCODE_OK;
@@ -77,7 +75,6 @@ class FakeTopic : public FakeEntity<DDSTopic> {
     const char* get_type_name() override { return has_type_name ? type_name.c_str() : nullptr; }
     DDSDomainParticipant* get_participant() override { return nullptr; }
     DDS_ReturnCode_t get_qos(DDS_TopicQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_qos(const DDS_TopicQos&) override { return DDS_RETCODE_OK; }
 
     std::string name;
     std::string type_name;
@@ -101,7 +98,6 @@ class FakeSubscriber : public FakeEntity<DDSSubscriber> {
         return found != readers.end() ? found->second : nullptr;
     }
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
                                                              const char* topic_name) override {
         asked_default_of = topic_name;
@@ -124,8 +120,6 @@ class FakeBuiltinReader : public FakeEntity<DDSBuiltinTopicDataReader<Data>> {
   public:
     DDS_ReturnCode_t get_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener*, DDS_StatusMask) override { return DDS_RETCODE_OK; }
-    DDSDataReaderListener* get_listener() override { return nullptr; }
     DDSTopicDescription* get_topicdescription() override { return nullptr; }
     DDSSubscriber* get_subscriber() override { return subscriber; }
 
@@ -204,7 +198,6 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
 
     DDS_ReturnCode_t enable() override { return result_of("enable"); }
     DDS_InstanceHandle_t get_instance_handle() override { return handle; }
-    DDS_DomainId_t get_domain_id() override { return 0; }
     DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_qos(const DDS_DomainParticipantQos&) override { return DDS_RETCODE_OK; }
     DDSSubscriber* get_builtin_subscriber() override { return builtin_subscriber; }
@@ -214,20 +207,16 @@ class FakeParticipant : public FakeEntity<DDSDomainParticipant> {
         subscriber_qos = qos;
         return created_subscriber;
     }
-    DDS_ReturnCode_t delete_subscriber(DDSSubscriber*) override { return DDS_RETCODE_OK; }
     DDSPublisher* create_publisher(const DDS_PublisherQos&, DDSPublisherListener*, DDS_StatusMask) override {
         return nullptr;
     }
     DDS_ReturnCode_t delete_publisher(DDSPublisher*) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override {
         qos = default_subscriber_qos;
         return result_of("get_default_subscriber_qos");
     }
-    DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos&) override { return DDS_RETCODE_OK; }
     DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override {
         profiles.push_back(std::string(library) + "::" + profile);
         return result_of("topic");
@@ -337,9 +326,6 @@ class FakeFactory : public DDSDomainParticipantFactory {
         loaded = std::string(library) + "::" + profile;
         qos = profile_qos;
         return result_of("get_participant_qos_from_profile");
-    }
-    DDS_ReturnCode_t get_default_participant_qos(DDS_DomainParticipantQos&) override {
-        return DDS_RETCODE_OK;
     }
     DDSDomainParticipant* create_participant(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                              DDSDomainParticipantListener*, DDS_StatusMask) override {

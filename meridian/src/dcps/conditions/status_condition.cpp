@@ -23,11 +23,6 @@ DDS_Boolean StatusCondition::get_trigger_value() {
     return triggered();
 }
 
-DDS_StatusMask StatusCondition::get_enabled_statuses() {
-    MutexLock lock(mutex_);
-    return enabled_;
-}
-
 DDS_ReturnCode_t StatusCondition::set_enabled_statuses(DDS_StatusMask mask) {
     MutexLock lock(mutex_);
     enabled_ = mask;

@@ -16,7 +16,6 @@ class StatusCondition final : public DDSStatusCondition, public AttachableCondit
     ~StatusCondition() override;
 
     DDS_Boolean get_trigger_value() override;
-    DDS_StatusMask get_enabled_statuses() override;
     DDS_ReturnCode_t set_enabled_statuses(DDS_StatusMask mask) override;
     DDSEntity* get_entity() override { return entity_; }
     /// Made when it is first asked for: few are ever waited for.

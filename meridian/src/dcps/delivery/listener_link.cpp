@@ -22,11 +22,6 @@ void ListenerLink::cut() {
         changed_.wait(mutex_);
 }
 
-DDSDataReaderListener* ListenerLink::listener() const {
-    MutexLock lock(mutex_);
-    return listener_;
-}
-
 } // namespace meridian::dcps
 
 DDSDataReaderListener::DDSDataReaderListener()

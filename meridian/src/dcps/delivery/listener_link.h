@@ -29,14 +29,12 @@ class ListenerLink {
     }
     /// No call begins any more; returns when none is in progress on another thread.
     void cut() MERIDIAN_EXCLUDES(mutex_);
-    /// Null when the link is cut.
-    DDSDataReaderListener* listener() const MERIDIAN_EXCLUDES(mutex_);
 
   private:
     DDSDataReaderListener* enter() MERIDIAN_EXCLUDES(mutex_);
     void leave() MERIDIAN_EXCLUDES(mutex_);
 
-    mutable Mutex mutex_;
+    Mutex mutex_;
     ConditionVariable changed_;
     DDSDataReaderListener* listener_ MERIDIAN_GUARDED_BY(mutex_);
     std::thread::id caller_ MERIDIAN_GUARDED_BY(mutex_); // of the call in progress

@@ -139,17 +139,6 @@ class UserEndpoint : public EntityImpl<Interface> {
         statuses_.incompatible(counted);
         return true;
     }
-    DDS_ReturnCode_t get_matched(DDS_InstanceHandleSeq& remotes) MERIDIAN_EXCLUDES(mutex_) {
-        if (!remotes.has_ownership())
-            return DDS_RETCODE_BAD_PARAMETER;
-        MutexLock lock(mutex_);
-        remotes.length(0);
-        for (const auto& [remote, alive] : statuses_.remotes()) {
-            if (!remotes.append(discovery::to_handle(remote)))
-                return DDS_RETCODE_OUT_OF_RESOURCES;
-        }
-        return DDS_RETCODE_OK;
-    }
 
     TopicImpl& topic_;
     const TypeRegistry::Type type_;

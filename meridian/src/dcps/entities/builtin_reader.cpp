@@ -1,6 +1,6 @@
 #include "dcps/entities/builtin_reader.h"
 
-#include <limits>
+#include <cstdint>
 #include <utility>
 
 #include "dcps/entities/participant.h"
@@ -16,18 +16,6 @@ namespace {
 template <typename T>
 bool is_vacant(const DDS_Sequence<T>& sequence) {
     return sequence.has_ownership() && sequence.maximum() == 0;
-}
-
-template <typename Data>
-void fill_from(const discovery::EndpointCache::Change& change, Data& out) {
-    if (change.info.valid_data)
-        discovery::fill(*change.endpoint, out);
-    else
-        discovery::fill_keys(*change.endpoint, out);
-}
-
-bool is_own_loan(const void* token, const void* other_token) {
-    return token != nullptr && token == other_token;
 }
 
 } // namespace
@@ -72,11 +60,6 @@ DDS_ReturnCode_t BuiltinReader<Data>::set_qos(const DDS_DataReaderQos& /*qos*/) 
 }
 
 template <typename Data>
-DDS_ReturnCode_t BuiltinReader<Data>::set_listener(DDSDataReaderListener* listener, DDS_StatusMask /*mask*/) {
-    return listener == nullptr ? DDS_RETCODE_OK : DDS_RETCODE_UNSUPPORTED;
-}
-
-template <typename Data>
 DDS_ReturnCode_t BuiltinReader<Data>::get_matched_publication_participant_data(
     DDS_ParticipantBuiltinTopicData& data, const DDS_InstanceHandle_t& publication_handle) {
     const auto endpoint = discovery::to_guid(publication_handle);
@@ -98,72 +81,50 @@ DDS_ReturnCode_t BuiltinReader<Data>::take(Sequence& data, DDS_SampleInfoSeq& in
                                            DDS_InstanceStateMask instance_states) {
     if (max_samples != DDS_LENGTH_UNLIMITED && max_samples <= 0)
         return DDS_RETCODE_BAD_PARAMETER;
-    if (!data.has_ownership() || !infos.has_ownership() || data.maximum() != infos.maximum() ||
-        data.length() != infos.length())
+    if (sample_states != DDS_ANY_SAMPLE_STATE || view_states != DDS_ANY_VIEW_STATE ||
+        instance_states != DDS_ANY_INSTANCE_STATE)
+        return DDS_RETCODE_UNSUPPORTED;
+    if (!is_vacant(data) || !is_vacant(infos))
         return DDS_RETCODE_PRECONDITION_NOT_MET;
-    const bool on_loan = is_vacant(data);
-    if (!on_loan && max_samples > data.maximum())
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-
-    DDS_Long limit = max_samples;
-    if (limit == DDS_LENGTH_UNLIMITED)
-        limit = on_loan ? std::numeric_limits<DDS_Long>::max() : data.maximum();
-    auto changes =
-        cache_.take(static_cast<size_t>(limit), {sample_states, view_states, instance_states}, on_loan);
-    data.length(0);
-    infos.length(0);
-    if (changes.empty())
-        return DDS_RETCODE_NO_DATA;
-    if (on_loan) {
-        lend(std::move(changes), data, infos);
-        return DDS_RETCODE_OK;
-    }
-    for (const auto& change : changes) {
-        Data record;
-        fill_from(change, record);
-        data.append(record);
-        infos.append(change.info);
-    }
-    return DDS_RETCODE_OK;
-}
-
-template <typename Data>
-void BuiltinReader<Data>::lend(std::vector<Cache::Change> changes, Sequence& data, DDS_SampleInfoSeq& infos) {
     auto loan = std::make_unique<Loan>();
-    loan->changes = std::move(changes);
+    loan->changes =
+        cache_.take(max_samples == DDS_LENGTH_UNLIMITED ? SIZE_MAX : static_cast<size_t>(max_samples));
+    if (loan->changes.empty())
+        return DDS_RETCODE_NO_DATA;
     loan->records.resize(loan->changes.size());
     for (size_t i = 0; i < loan->changes.size(); ++i) {
-        fill_from(loan->changes[i], loan->records[i]);
-        loan->data.push_back(&loan->records[i]);
-        loan->infos.push_back(&loan->changes[i].info);
+        Cache::Change& change = loan->changes[i];
+        Data& record = loan->records[i];
+        if (change.info.valid_data)
+            discovery::fill(*change.endpoint, record);
+        else
+            discovery::fill_keys(*change.endpoint, record);
+        loan->data.push_back(&record);
+        loan->infos.push_back(&change.info);
     }
     const auto count = static_cast<DDS_Long>(loan->changes.size());
     data.loan_discontiguous(loan->data.data(), count);
     infos.loan_discontiguous(loan->infos.data(), count);
-    data.read_token = infos.read_token = loan.get();
     MutexLock lock(mutex_);
-    loans_[loan.get()] = std::move(loan);
+    loans_[data.get_discontiguous_buffer()] = std::move(loan);
+    return DDS_RETCODE_OK;
 }
 
 template <typename Data>
 DDS_ReturnCode_t BuiltinReader<Data>::return_loan(Sequence& data, DDS_SampleInfoSeq& infos) {
     if (is_vacant(data) && is_vacant(infos))
         return DDS_RETCODE_OK; // what a take without data leaves
-    if (!is_own_loan(data.read_token, infos.read_token))
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
     std::unique_ptr<Loan> loan;
     {
         MutexLock lock(mutex_);
-        const auto found = loans_.find(data.read_token);
-        if (found == loans_.end() || data.get_discontiguous_buffer() != found->second->data.data() ||
-            infos.get_discontiguous_buffer() != found->second->infos.data())
+        const auto found = loans_.find(data.get_discontiguous_buffer());
+        if (found == loans_.end() || infos.get_discontiguous_buffer() != found->second->infos.data())
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         loan = std::move(found->second);
         loans_.erase(found);
     }
     data.unloan();
     infos.unloan();
-    data.read_token = infos.read_token = nullptr;
     cache_.give_back(loan->changes);
     return DDS_RETCODE_OK;
 }

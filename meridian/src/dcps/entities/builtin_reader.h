@@ -30,8 +30,6 @@ class BuiltinReader final : public EntityImpl<DDSBuiltinTopicDataReader<Data>>,
     DDS_ReturnCode_t enable() override;
     DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t set_qos(const DDS_DataReaderQos& qos) override;
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override;
-    DDSDataReaderListener* get_listener() override { return nullptr; }
     DDSTopicDescription* get_topicdescription() override { return &topic_; }
     DDSSubscriber* get_subscriber() override { return &subscriber_; }
     DDS_ReturnCode_t get_matched_publication_participant_data(
@@ -55,14 +53,12 @@ class BuiltinReader final : public EntityImpl<DDSBuiltinTopicDataReader<Data>>,
         std::vector<DDS_SampleInfo*> infos;
     };
 
-    void lend(std::vector<Cache::Change> changes, Sequence& data, DDS_SampleInfoSeq& infos)
-        MERIDIAN_EXCLUDES(mutex_);
-
     Cache& cache_;
     DDSTopicDescription& topic_;
     DDSSubscriber& subscriber_;
     ParticipantImpl& participant_;
     Mutex mutex_;
+    /// By the buffer that the sequence borrowed.
     std::unordered_map<const void*, std::unique_ptr<Loan>> loans_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

@@ -88,10 +88,6 @@ DDS_ReturnCode_t BuiltinSubscriber::get_default_datareader_qos(DDS_DataReaderQos
     return publications_.get_qos(qos);
 }
 
-DDS_ReturnCode_t BuiltinSubscriber::set_default_datareader_qos(const DDS_DataReaderQos& /*qos*/) {
-    return DDS_RETCODE_IMMUTABLE_POLICY;
-}
-
 DDS_ReturnCode_t BuiltinSubscriber::get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
                                                                             const char* topic_name) {
     return topic_name != nullptr ? publications_.get_qos(qos) : DDS_RETCODE_BAD_PARAMETER;

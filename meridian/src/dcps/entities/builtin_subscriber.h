@@ -23,7 +23,6 @@ class BuiltinSubscriber final : public EntityImpl<DDSSubscriber> {
                                      DDSDataReaderListener* listener, DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override;
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
                                                              const char* topic_name) override;
 

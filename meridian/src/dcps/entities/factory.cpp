@@ -88,15 +88,6 @@ DDS_ReturnCode_t FactoryImpl::get_participant_qos_from_profile(DDS_DomainPartici
     return DDS_RETCODE_ERROR;
 }
 
-DDS_ReturnCode_t FactoryImpl::get_default_participant_qos(DDS_DomainParticipantQos& qos) {
-    const auto loaded = profiles();
-    const auto name = loaded->default_profile();
-    if (name)
-        return get_participant_qos_from_profile(qos, name->library.c_str(), name->profile.c_str());
-    qos = DDS_DomainParticipantQos();
-    return DDS_RETCODE_OK;
-}
-
 DDSDomainParticipant* FactoryImpl::create_participant(DDS_DomainId_t domain_id,
                                                       const DDS_DomainParticipantQos& qos,
                                                       DDSDomainParticipantListener* listener,

@@ -23,7 +23,6 @@ class FactoryImpl final : public DDSDomainParticipantFactory {
     DDS_ReturnCode_t get_qos_profiles(DDS_StringSeq& profiles, const char* library) override;
     DDS_ReturnCode_t get_participant_qos_from_profile(DDS_DomainParticipantQos& qos, const char* library,
                                                       const char* profile) override;
-    DDS_ReturnCode_t get_default_participant_qos(DDS_DomainParticipantQos& qos) override;
     DDSDomainParticipant* create_participant(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                              DDSDomainParticipantListener* listener,
                                              DDS_StatusMask mask) override;

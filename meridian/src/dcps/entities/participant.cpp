@@ -172,28 +172,9 @@ Group* ParticipantImpl::create_group(Groups<Group> ParticipantImpl::*groups, con
     return all.back().get();
 }
 
-template <typename Group>
-DDS_ReturnCode_t ParticipantImpl::delete_group(Groups<Group> ParticipantImpl::*groups,
-                                               const DDSEntity* group) {
-    if (group == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    MutexLock lock(mutex_);
-    auto& all = (this->*groups).all;
-    const auto found = std::find_if(all.begin(), all.end(),
-                                    [group](const auto& candidate) { return candidate.get() == group; });
-    if (found == all.end() || (*found)->has_endpoints())
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-    all.erase(found);
-    return DDS_RETCODE_OK;
-}
-
 DDSSubscriber* ParticipantImpl::create_subscriber(const DDS_SubscriberQos& qos,
                                                   DDSSubscriberListener* listener, DDS_StatusMask /*mask*/) {
     return create_group(&ParticipantImpl::subscribers_, qos, listener != nullptr);
-}
-
-DDS_ReturnCode_t ParticipantImpl::delete_subscriber(DDSSubscriber* subscriber) {
-    return delete_group(&ParticipantImpl::subscribers_, subscriber);
 }
 
 DDSPublisher* ParticipantImpl::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
@@ -202,7 +183,16 @@ DDSPublisher* ParticipantImpl::create_publisher(const DDS_PublisherQos& qos, DDS
 }
 
 DDS_ReturnCode_t ParticipantImpl::delete_publisher(DDSPublisher* publisher) {
-    return delete_group(&ParticipantImpl::publishers_, publisher);
+    if (publisher == nullptr)
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    auto& all = publishers_.all;
+    const auto found = std::find_if(
+        all.begin(), all.end(), [publisher](const auto& candidate) { return candidate.get() == publisher; });
+    if (found == all.end() || (*found)->has_endpoints())
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    all.erase(found);
+    return DDS_RETCODE_OK;
 }
 
 DDS_ReturnCode_t ParticipantImpl::default_datareader_qos_of_topic(DDS_DataReaderQos& qos,

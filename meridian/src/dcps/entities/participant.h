@@ -84,28 +84,17 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     DDS_ReturnCode_t set_transport_properties(const TransportProperties& properties);
 
     DDS_ReturnCode_t enable() override;
-    DDS_DomainId_t get_domain_id() override { return domain_id_; }
     DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) override;
     DDS_ReturnCode_t set_qos(const DDS_DomainParticipantQos& qos) override;
     DDSSubscriber* get_builtin_subscriber() override { return &builtin_subscriber_; }
     DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener,
                                      DDS_StatusMask mask) override;
-    DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) override;
     DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener,
                                    DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) override;
     DDS_ReturnCode_t get_default_topic_qos(DDS_TopicQos& qos) override { return get_default(qos); }
-    DDS_ReturnCode_t set_default_topic_qos(const DDS_TopicQos& qos) override {
-        return set_default(qos, "topic");
-    }
     DDS_ReturnCode_t get_default_subscriber_qos(DDS_SubscriberQos& qos) override { return get_default(qos); }
-    DDS_ReturnCode_t set_default_subscriber_qos(const DDS_SubscriberQos& qos) override {
-        return set_default(qos, "subscriber");
-    }
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override { return get_default(qos); }
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override {
-        return set_default(qos, "reader");
-    }
     DDS_ReturnCode_t set_default_topic_qos_with_profile(const char* library, const char* profile) override {
         return set_default_from_profile<DDS_TopicQos>(library, profile, "topic");
     }
@@ -171,24 +160,10 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
     template <typename Group>
     Group* create_group(Groups<Group> ParticipantImpl::*groups, const typename Group::Qos& qos,
                         bool has_listener) MERIDIAN_EXCLUDES(mutex_);
-    template <typename Group>
-    DDS_ReturnCode_t delete_group(Groups<Group> ParticipantImpl::*groups, const DDSEntity* group)
-        MERIDIAN_EXCLUDES(mutex_);
     template <typename Qos>
     DDS_ReturnCode_t get_default(Qos& qos) MERIDIAN_EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         qos = std::get<Qos>(defaults_);
-        return DDS_RETCODE_OK;
-    }
-    template <typename Qos>
-    DDS_ReturnCode_t set_default(const Qos& qos, const char* what, std::optional<Profile> source = {})
-        MERIDIAN_EXCLUDES(mutex_) {
-        if (!is_consistent(qos, what))
-            return DDS_RETCODE_INCONSISTENT_POLICY;
-        MutexLock lock(mutex_);
-        std::get<Qos>(defaults_) = qos;
-        if constexpr (std::is_same_v<Qos, DDS_DataReaderQos>)
-            reader_profile_ = std::move(source);
         return DDS_RETCODE_OK;
     }
     template <typename Qos>
@@ -199,7 +174,15 @@ class ParticipantImpl final : public EntityImpl<DDSDomainParticipant> {
         Profile source{profiles_(), library, profile};
         Qos qos;
         const DDS_ReturnCode_t result = source.read(nullptr, qos);
-        return result == DDS_RETCODE_OK ? set_default(qos, what, std::move(source)) : result;
+        if (result != DDS_RETCODE_OK)
+            return result;
+        if (!is_consistent(qos, what))
+            return DDS_RETCODE_INCONSISTENT_POLICY;
+        MutexLock lock(mutex_);
+        std::get<Qos>(defaults_) = qos;
+        if constexpr (std::is_same_v<Qos, DDS_DataReaderQos>)
+            reader_profile_ = std::move(source);
+        return DDS_RETCODE_OK;
     }
 
     const DDS_DomainId_t domain_id_;

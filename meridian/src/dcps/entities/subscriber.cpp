@@ -29,31 +29,14 @@ DDSDataReader* SubscriberImpl::create_datareader(DDSTopicDescription* descriptio
     return adopt(std::move(owned));
 }
 
-bool SubscriberImpl::has_default(DDS_DataReaderQos& qos) {
-    MutexLock lock(mutex_);
-    if (!default_qos_)
-        return false;
-    qos = *default_qos_;
-    return true;
-}
-
 DDS_ReturnCode_t SubscriberImpl::get_default_datareader_qos(DDS_DataReaderQos& qos) {
-    return has_default(qos) ? DDS_RETCODE_OK : participant_.get_default_datareader_qos(qos);
-}
-
-DDS_ReturnCode_t SubscriberImpl::set_default_datareader_qos(const DDS_DataReaderQos& qos) {
-    if (!is_consistent(qos, "reader"))
-        return DDS_RETCODE_INCONSISTENT_POLICY;
-    MutexLock lock(mutex_);
-    default_qos_ = qos;
-    return DDS_RETCODE_OK;
+    return participant_.get_default_datareader_qos(qos);
 }
 
 DDS_ReturnCode_t SubscriberImpl::get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
                                                                          const char* topic_name) {
-    if (topic_name == nullptr)
-        return DDS_RETCODE_BAD_PARAMETER;
-    return has_default(qos) ? DDS_RETCODE_OK : participant_.default_datareader_qos_of_topic(qos, topic_name);
+    return topic_name != nullptr ? participant_.default_datareader_qos_of_topic(qos, topic_name)
+                                 : DDS_RETCODE_BAD_PARAMETER;
 }
 
 } // namespace meridian::dcps

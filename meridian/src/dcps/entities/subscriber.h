@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-
 #include "dcps/entities/endpoint_group.h"
 #include "dcps/reader/user_reader.h"
 #include "meridian/subscriber.h"
@@ -40,16 +38,9 @@ class SubscriberImpl final : public EndpointGroup<ReaderTraits> {
     DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                      DDSDataReaderListener* listener, DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override { return delete_endpoint(reader); }
-    /// The participant's default as long as none was set here.
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override;
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override;
     DDS_ReturnCode_t get_default_datareader_qos_w_topic_name(DDS_DataReaderQos& qos,
                                                              const char* topic_name) override;
-
-  private:
-    bool has_default(DDS_DataReaderQos& qos) MERIDIAN_EXCLUDES(mutex_);
-
-    std::optional<DDS_DataReaderQos> default_qos_ MERIDIAN_GUARDED_BY(mutex_);
 };
 
 } // namespace meridian::dcps

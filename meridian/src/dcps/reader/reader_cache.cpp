@@ -66,7 +66,7 @@ bool ReaderCache::writer_gone(const rtps::Guid& writer, DDS_Time_t when, rtps::M
         change.source_timestamp = when;
         change.received = now;
         instances_.set_used(*instance, true);
-        stored = unregister(*instance, change) || stored;
+        stored = unregister(*instance, change, true) || stored;
         settle(*instance);
     }
     return stored;
@@ -247,14 +247,16 @@ void ReaderCache::forget(Instance& instance) {
     instances_.forget(instance);
 }
 
-bool ReaderCache::unregister(Instance& instance, const Change& change) {
+bool ReaderCache::unregister(Instance& instance, const Change& change, bool has_room) {
     if (!instances_.unregister(instance, change.writer) || instance.registrations != nullptr ||
         instance.state != DDS_ALIVE_INSTANCE_STATE)
         return false;
     expect_nothing(instance);
-    make_room(instance);
-    if (append(instance, change, DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE))
-        return true;
+    if (has_room) {
+        make_room(instance);
+        if (append(instance, change, DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE))
+            return true;
+    }
     instance.state = DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE;
     return false;
 }
@@ -265,7 +267,7 @@ ReaderCache::Verdict ReaderCache::add(const Change& change) {
         if (instance == nullptr)
             return Verdict::filtered;
         instances_.set_used(*instance, true);
-        const bool stored = unregister(*instance, change);
+        const bool stored = unregister(*instance, change, true);
         settle(*instance);
         return stored ? Verdict::stored : Verdict::filtered;
     }
@@ -304,13 +306,9 @@ ReaderCache::Verdict ReaderCache::store(const Change& change, Instance& instance
     if (change.kind == ChangeKind::unregistered || change.kind == ChangeKind::disposed_and_unregistered) {
         Change end = change;
         end.sample = nullptr;
-        const bool has_room =
-            settings_.history.kind != DDS_KEEP_LAST_HISTORY_QOS || settings_.history.depth > 1;
-        if (has_room)
-            unregister(instance, end);
-        else if (instances_.unregister(instance, end.writer) && instance.registrations == nullptr &&
-                 !disposes)
-            instance.state = DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE;
+        // Where there is room for one only, the end must not take the place of the sample that came with it.
+        unregister(instance, end,
+                   settings_.history.kind != DDS_KEEP_LAST_HISTORY_QOS || settings_.history.depth > 1);
     }
     return Verdict::stored;
 }

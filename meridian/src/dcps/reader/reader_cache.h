@@ -149,7 +149,7 @@ class ReaderCache {
     void make_room(Instance& instance);
     Entry* new_entry(size_t bytes, const Instance& instance);
     bool append(Instance& instance, const Change& change, DDS_InstanceStateMask state);
-    bool unregister(Instance& instance, const Change& change);
+    bool unregister(Instance& instance, const Change& change, bool has_room);
     void unlink(Entry& entry);
     void recycle(Entry& entry);
     void drop_oldest_of(Entry* entry);

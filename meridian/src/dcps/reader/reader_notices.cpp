@@ -10,10 +10,6 @@ void ReaderNotices::set_listener(DDSDataReaderListener* listener, DDS_StatusMask
     to_tell_ = DDS_STATUS_MASK_NONE;
 }
 
-DDSDataReaderListener* ReaderNotices::listener() const {
-    return link_ != nullptr ? link_->listener() : nullptr;
-}
-
 void ReaderNotices::changed(DDS_StatusMask statuses) {
     const bool news = (statuses & ~to_tell_) != 0;
     changed_in_call(statuses);

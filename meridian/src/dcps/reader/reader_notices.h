@@ -25,8 +25,6 @@ class ReaderNotices {
 
     /// Forgets what the listener before was not told of.
     void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
-    /// Null without a listener, and when it was detached.
-    DDSDataReaderListener* listener() const;
     /// Null without a listener.
     const std::shared_ptr<ListenerLink>& link() const { return link_; }
 

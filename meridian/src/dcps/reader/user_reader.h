@@ -54,6 +54,9 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void set_face(DDSDataReader* face) { face_ = face; }
     DDSDataReader* face() const { return face_; }
 
+    /// The listener stays the caller's. Returns only when no callback of the former one runs any more.
+    void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
+
     /// Announces the reader and begins to receive. The runtime must outlive stop().
     bool start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group);
     /// Leaves the domain and lets no callback begin any more; returns when none runs on another thread.
@@ -61,16 +64,11 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     bool has_loans();
 
     DDS_ReturnCode_t enable() override;
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override;
-    DDSDataReaderListener* get_listener() override;
     DDSTopicDescription* get_topicdescription() override { return &topic_; }
     DDSSubscriber* get_subscriber() override { return &subscriber_; }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
                                                               const DDS_InstanceHandle_t& handle) override;
     DDS_ReturnCode_t read_status(const DDSReaderStatus& status) override MERIDIAN_EXCLUDES(mutex_);
-    DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& publications) override {
-        return get_matched(publications);
-    }
     char* describe_incompatibility(const DDS_EndpointPolicies& writer,
                                    const DDS_GroupPolicies& publisher) override;
 

@@ -13,7 +13,7 @@ bool UserReader::has_loans() {
     return !loans_.empty();
 }
 
-DDS_ReturnCode_t UserReader::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
+void UserReader::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
     {
         MutexLock lock(mutex_);
         notices_.set_listener(listener, mask);
@@ -26,12 +26,6 @@ DDS_ReturnCode_t UserReader::set_listener(DDSDataReaderListener* listener, DDS_S
     arm_timer();
     if (listener != nullptr && cache_.sample_count() > 0)
         changed(DDS_DATA_AVAILABLE_STATUS);
-    return DDS_RETCODE_OK;
-}
-
-DDSDataReaderListener* UserReader::get_listener() {
-    MutexLock lock(mutex_);
-    return notices_.listener();
 }
 
 DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
@@ -45,7 +39,7 @@ DDSReadCondition* UserReader::create_readcondition(DDS_SampleStateMask sample_st
     const ReaderCache::Selection selection{DDS_LENGTH_UNLIMITED, sample_states, view_states, instance_states,
                                            std::nullopt};
     MutexLock lock(mutex_);
-    conditions_.push_back(std::make_unique<ReadCondition>(face_ != nullptr ? face_ : this, selection));
+    conditions_.push_back(std::make_unique<ReadCondition>(selection));
     update_conditions();
     return conditions_.back().get();
 }

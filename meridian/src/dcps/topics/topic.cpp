@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "dcps/common/qos_change.h"
-
 DDSTopic* DDSTopic::narrow(DDSTopicDescription* description) {
     return dynamic_cast<DDSTopic*>(description);
 }
@@ -31,14 +29,8 @@ DDSDomainParticipant* TopicImpl::get_participant() {
 }
 
 DDS_ReturnCode_t TopicImpl::get_qos(DDS_TopicQos& qos) {
-    MutexLock lock(mutex_);
     qos = qos_;
     return DDS_RETCODE_OK;
-}
-
-DDS_ReturnCode_t TopicImpl::set_qos(const DDS_TopicQos& qos) {
-    MutexLock lock(mutex_);
-    return change_qos(qos_, qos, is_enabled(), "topic");
 }
 
 } // namespace meridian::dcps

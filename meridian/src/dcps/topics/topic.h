@@ -6,7 +6,6 @@
 #include "dcps/topics/type_registry.h"
 #include "meridian/domain_participant.h"
 #include "meridian/topic.h"
-#include "platform/mutex.h"
 
 namespace meridian::dcps {
 
@@ -28,15 +27,13 @@ class TopicImpl final : public EntityImpl<DDSTopic> {
     const char* get_type_name() override { return type_name_.c_str(); }
     DDSDomainParticipant* get_participant() override;
     DDS_ReturnCode_t get_qos(DDS_TopicQos& qos) override;
-    DDS_ReturnCode_t set_qos(const DDS_TopicQos& qos) override;
 
   private:
     Participant& participant_;
     const std::string name_;
     const std::string type_name_;
     const TypeRegistry::Type type_;
-    Mutex mutex_;
-    DDS_TopicQos qos_ MERIDIAN_GUARDED_BY(mutex_);
+    const DDS_TopicQos qos_;
 };
 
 } // namespace meridian::dcps

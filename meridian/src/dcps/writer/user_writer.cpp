@@ -118,6 +118,18 @@ rtps::WriterConfig UserWriter::config() {
 
 // -- Statuses
 
+DDS_ReturnCode_t UserWriter::get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) {
+    if (!subscriptions.has_ownership())
+        return DDS_RETCODE_BAD_PARAMETER;
+    MutexLock lock(mutex_);
+    subscriptions.length(0);
+    for (const auto& [remote, alive] : statuses_.remotes()) {
+        if (!subscriptions.append(discovery::to_handle(remote)))
+            return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    return DDS_RETCODE_OK;
+}
+
 void UserWriter::matched(const rtps::RemoteEndpoint& remote) {
     MutexLock lock(mutex_);
     if (statuses_.matched(remote.guid))

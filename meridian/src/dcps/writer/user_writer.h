@@ -48,9 +48,7 @@ class UserWriter final : public UserEndpoint<DDSUntypedDataWriter, DDS_DataWrite
     DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
         return read_status(status, DDS_OFFERED_INCOMPATIBLE_QOS_STATUS);
     }
-    DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) override {
-        return get_matched(subscriptions);
-    }
+    DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& subscriptions) override;
 
     DDS_ReturnCode_t write_untyped(const void* sample, const DDS_WriteParams_t& params) override;
     DDS_InstanceHandle_t register_instance_untyped(const void* sample,
