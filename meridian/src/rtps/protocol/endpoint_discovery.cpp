@@ -28,6 +28,9 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
+    const RemoteParticipant* participant = participants_.find(decoded->guid.prefix);
+    if (participant != nullptr && counts_nanoseconds(*participant->data))
+        convert_nanoseconds(decoded->qos);
     take(std::move(*decoded), sample);
 }
 
