@@ -27,6 +27,7 @@ bool CdrWalker::descend(const Member* member, uint64_t index) {
 }
 
 bool CdrWalker::enter_header(ByteReader& outer, ByteReader& inner) {
+    judge_gap(outer, 4);
     return enter_delimited(outer, inner) || fail("its length exceeds the sample");
 }
 
@@ -158,6 +159,7 @@ bool CdrWalker::skip_primitives(ByteReader& reader, size_t size, uint64_t count)
         return true;
     if (behind_disputed_)
         object_to_padding(reader, size);
+    judge_gap(reader, size);
     if (!reader.align(size) || count > reader.remaining() / size ||
         !reader.skip(static_cast<size_t>(count) * size))
         return fail("more elements than the sample holds");
@@ -214,6 +216,7 @@ bool CdrWalker::walk_collection(ByteReader& outer, const Type& type, ValueSink* 
                                }
                            } else {
                                uint32_t length = 0;
+                               judge_gap(reader, sizeof length);
                                if (!reader.read(length))
                                    return fail("the sample ends before its length");
                                count = length;

@@ -3,6 +3,7 @@
 // Walks serialized data by its type: XCDR1 and XCDR2, both byte orders, final, appendable and mutable types
 // (OMG DDS-XTypes 1.3, 7.4). All bytes are reached through ByteReader.
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -91,8 +92,12 @@ class CdrWalker {
         has_outer_ = true;
     }
 
-    /// Counts what speaks against the dialect, and tells no reason of a failure: for trials.
-    void set_trial() { trial_ = true; }
+    /// Counts what speaks against the dialect, and tells no reason of a failure: for trials. judge_gaps: so
+    /// does every gap in front of an aligned value that is not zero.
+    void set_trial(bool judge_gaps) {
+        trial_ = true;
+        judge_gaps_ = judge_gaps;
+    }
     /// Values that no serializer writes, though they could be read, count few; delimited values that do not
     /// fill their length, as only newer versions of a type have them, count many.
     uint32_t objections() const { return objections_; }
@@ -121,6 +126,10 @@ class CdrWalker {
         return enter_header(outer, inner) && walk(inner) && leave_delimited(inner, 0);
     }
     void object(bool objected, uint32_t weight = 1) { objections_ += objected ? weight : 0; }
+    void judge_gap(const rtps::ByteReader& reader, size_t alignment) {
+        if (judge_gaps_ && alignment != 0)
+            object(!reader.zeros_follow(reader.padding(std::min<size_t>(alignment, 8))));
+    }
     bool leave_delimited(const rtps::ByteReader& inner, size_t padding);
     bool leave_member(const rtps::ByteReader& body);
     bool leave_member_of(rtps::ByteReader& outer, const rtps::ByteReader& body);
@@ -205,6 +214,7 @@ class CdrWalker {
     bool key_only_ = false;
     bool only_keys_told_ = false;
     bool trial_ = false;
+    bool judge_gaps_ = false;
     bool within_array_ = false;    // the array that comes next is an element of one that has flat arrays
     bool behind_disputed_ = false; // the reader stands behind a wide text or bit set
     uint32_t objections_ = 0;

@@ -106,6 +106,10 @@ bool CdrWalker::read_long_double(ByteReader& reader, Scalar& value) {
 bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value) {
     if (behind_disputed_)
         object_to_padding(reader, primitive_size(type.kind));
+    if (judge_gaps_) {
+        const bool is_text = type.kind == DDS_TK_STRING || type.kind == DDS_TK_WSTRING;
+        judge_gap(reader, is_text ? 4 : number_size(type));
+    }
     switch (type.kind) {
         case DDS_TK_FLOAT: {
             float narrow = 0;

@@ -175,11 +175,12 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
     const bool request_headers = maker == Maker::cyclone_dds && version == CdrVersion::xcdr1 && !key_only &&
                                  belongs_to_service(type.name);
     std::vector<PossibleDialect> list;
-    const auto add = [&list](const CdrDialect& dialect, bool expected) {
+    const bool judge_gaps = disputed.optionals && version == CdrVersion::xcdr2;
+    const auto add = [&list, judge_gaps](const CdrDialect& dialect, bool expected) {
         const bool known = std::any_of(
             list.begin(), list.end(), [&](const PossibleDialect& other) { return other.dialect == dialect; });
         if (!known && list.size() < UINT8_MAX)
-            list.push_back({dialect, expected});
+            list.push_back({dialect, expected, judge_gaps});
     };
     const auto add_forms = [&](CdrDialect dialect, bool expected) {
         dialect.request_header = request_headers && expected;

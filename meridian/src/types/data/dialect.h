@@ -74,7 +74,8 @@ constexpr size_t kMakers = 6;
 
 struct PossibleDialect {
     CdrDialect dialect;
-    bool expected = true; // the maker is known to write so
+    bool expected = true;    // the maker is known to write so
+    bool judge_gaps = false; // samples may fit others too, but for values where these have gaps
 };
 /// The dialects in which payloads of a type may be written, the most likely first. `key_only` payloads
 /// consist of the key members alone.

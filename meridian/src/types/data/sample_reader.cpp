@@ -95,7 +95,7 @@ std::optional<uint32_t> SampleReader::objections(const Body& body, const Possibl
                                                  WalkBuffers& buffers) const {
     constexpr uint32_t kUnexpected = 1u << 20;
     Start trial = start_in(body, dialect.dialect, buffers);
-    trial.walker.set_trial();
+    trial.walker.set_trial(dialect.judge_gaps);
     if (!trial.walker.walk(trial.reader, *type_, nullptr) || trial.reader.remaining() > kMaxPadding)
         return std::nullopt;
     const bool zeros = trial.reader.zeros_follow(kMaxPadding);
