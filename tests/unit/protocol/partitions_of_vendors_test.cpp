@@ -48,6 +48,7 @@ class PartitionsOfVendorsTest : public ParticipantTest {
                 numbers.push_back(data.sequence_number);
             }
         } heard;
+        run_until(time + MessageBatcher::kLongestWait);
         for (const auto& message : output.messages) {
             if (message.destination == udpv4(host))
                 read_message(message.bytes, heard);
@@ -135,7 +136,7 @@ TEST_F(PartitionsOfVendorsTest, UnderAnotherPrefixItIsToldAnew) {
     meet();
     add_reader();
     announce_writer(2, {});
-    output.messages.clear();
+    told(2);
     participant->join_again(prefix(100), config.locators, now());
     EXPECT_EQ(told(2), (std::vector<Partitions>{all, none}));
 }
