@@ -743,6 +743,11 @@ TEST(InterfaceChanges, AHostWithoutAddressesStartsAndComesToLife) {
         test::shell("ip addr add 127.0.0.1/8 dev lo");
         EXPECT_TRUE(station.transport->update_interfaces());
         EXPECT_EQ(station.transport->describe(), "lo 127.0.0.1");
+        test::shell("ip addr flush dev lo");
+        EXPECT_TRUE(station.transport->update_interfaces());
+        EXPECT_EQ(station.errors.size(), 1u) << "once a minute";
+        test::shell("ip addr add 127.0.0.1/8 dev lo");
+        EXPECT_TRUE(station.transport->update_interfaces());
         EXPECT_THAT(texts(station.transport->own_locators().default_unicast),
                     ElementsAre("udpv4:127.0.0.1:7411"));
     });

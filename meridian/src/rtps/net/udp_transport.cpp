@@ -15,6 +15,8 @@ constexpr size_t kBatchCapacity = 32;
 /// Guards against a peer that announces ever new addresses.
 constexpr size_t kMostWarnings = 200;
 constexpr size_t kMostScopes = 1000;
+/// An interface may go down and up all the time.
+constexpr Duration kTellAgain = std::chrono::minutes(1);
 
 // How good a way to a peer is. Even numbers: one more is for IPv4, which wins where both families would do.
 constexpr int kUnreachable = 0;
@@ -393,9 +395,13 @@ void UdpTransport::tell_what_is_not_usable() {
                "lists of "
                "allowed and denied interfaces";
     }
-    if (!text.empty() && text != told_not_usable_)
+    const MonotonicTime now = monotonic_now();
+    MonotonicTime& tell_at = tell_not_usable_at_[text];
+    if (!text.empty() && text != not_usable_ && tell_at <= now) {
         messages_.error(text);
-    told_not_usable_ = text;
+        tell_at = now + kTellAgain;
+    }
+    not_usable_ = text;
 }
 
 bool UdpTransport::fetch(size_t position) {

@@ -137,7 +137,8 @@ class UdpTransport final : public Output {
     ReceiveBatch data_batch_;
     std::set<std::string> told_;
     bool told_forbidden_ = false;
-    std::string told_not_usable_; // last
+    std::string not_usable_; // why, at present
+    std::map<std::string, MonotonicTime> tell_not_usable_at_;
 };
 
 } // namespace meridian::rtps::net

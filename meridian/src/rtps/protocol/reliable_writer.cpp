@@ -24,14 +24,6 @@ size_t size_of(const ByteBuffer& payload) {
     return kSampleOverhead + payload.size();
 }
 
-/// Whether the participant reads what is sent there. Others get heartbeats, and show by their answer what
-/// they know.
-bool is_at_home(const Route& route) {
-    return route.credit == nullptr ||
-           std::any_of(route.locators.begin(), route.locators.end(),
-                       [&](const Locator& address) { return route.credit->is_confirmed(address); });
-}
-
 bool says_something(const InlineQos& qos) {
     return qos.key_hash || qos.status_info != 0 || qos.original_writer || qos.related_writer;
 }
@@ -202,7 +194,7 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
         const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
         while (at != proxies_.end() && at->second.reader.route == reader.route)
             ++at;
-        if (is_for(reader, change) && (!config_.secret_begin || is_at_home(reader.route)))
+        if (is_for(reader, change))
             send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change, haste);
     }
     instances_[change.instance].push_back(number);
@@ -353,8 +345,8 @@ std::optional<bool> ReliableWriter::knows_what_was_told(const Guid& reader, cons
     const SequenceNumber base = acknack.missing.base;
     if (!config_.secret_begin || proxy == proxies_.end() || base <= 1)
         return std::nullopt;
-    // Who was sent heartbeats only has nothing, and who answers usually has all. One between them may be
-    // right, but with many samples it is easily guessed.
+    // The first answer comes when nothing was read yet, and later ones mostly when all was. A number between
+    // the two may be right, but beside many samples it is easily guessed.
     if (base == first_available(proxy->second) || base == last_ + 1)
         return true;
     return base > *config_.secret_begin && base <= last_ ? std::nullopt : std::optional<bool>(false);
