@@ -132,6 +132,19 @@ class Messages(SilenceTest):
         self.assert_told(tool, "malformed")
         self.assertTrue(any("30" in line for line in tool.errors), tool.story())
 
+    def test_numbers_too_high_to_be_believed(self):
+        """Writers whose samples have numbers close to the highest that there can be.
+        Seen: the writer is shown, its samples are not, and nothing is said.
+        Bound: one line for each."""
+        tool = self.tool("-useFirstPublicationQos")
+        for reliable in (True, False):
+            application, writer = self.matched_writer(tool, reliable=reliable, topic=f"T{reliable}")
+            for number in range(2 ** 63 - 20, 2 ** 63 - 10):
+                application.send(forge.data(writer, number, b"\x00\x01\x00\x00" + bytes(4)), port=faults.USER_PORT)
+        tool.wait_at_rest()
+        self.assert_told(tool, "2^62")
+        tool.wait_for("a line for each", lambda: sum("2^62" in line for line in tool.errors) == 2, 4)
+
     def test_transport_properties_without_effect(self):
         """Seen: told as a warning, which default verbosity does not show."""
         document = self.document("<property><value><element><name>dds.transport.UDPv4.builtin.no_such_thing</name>"

@@ -102,7 +102,7 @@ void DiscoveryStore::endpoint_discovered(const rtps::RemoteEndpointRef& endpoint
     participant.endpoints.erase(endpoint); // an earlier record
     participant.endpoints.insert(endpoint);
     if (participant.matches)
-        report(participant, endpoint);
+        report(participant, endpoint, endpoint->timestamp);
 }
 
 void DiscoveryStore::endpoint_changed(const rtps::RemoteEndpointRef& endpoint) {
@@ -164,14 +164,15 @@ void DiscoveryStore::match(Participant& participant, bool has_moved) {
         return;
     for (const rtps::RemoteEndpointRef& endpoint : participant.endpoints) {
         if (matches)
-            report(participant, endpoint);
+            report(participant, endpoint, rtps::kTimeInvalid);
         else
             report_gone(participant, *endpoint, rtps::kTimeInvalid);
     }
 }
 
-void DiscoveryStore::report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint) {
-    cache_of(*endpoint).put(endpoint, participant.announced, sample_info(*endpoint, endpoint->timestamp));
+void DiscoveryStore::report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint,
+                            rtps::WireTime when) {
+    cache_of(*endpoint).put(endpoint, participant.announced, sample_info(*endpoint, when));
 }
 
 void DiscoveryStore::report_gone(const Participant& participant, const rtps::RemoteEndpoint& endpoint,

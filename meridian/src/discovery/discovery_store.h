@@ -61,7 +61,8 @@ class DiscoveryStore final : public rtps::Events {
     Participant& participant_of(const rtps::GuidPrefix& prefix) MERIDIAN_REQUIRES(mutex_);
     /// has_moved: its partitions, with which its endpoints are shown, have changed.
     void match(Participant& participant, bool has_moved) MERIDIAN_REQUIRES(mutex_);
-    void report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint)
+    /// when: the time of the change; kTimeInvalid where it is not that of the endpoint's own announcement.
+    void report(const Participant& participant, const rtps::RemoteEndpointRef& endpoint, rtps::WireTime when)
         MERIDIAN_REQUIRES(mutex_);
     void report_gone(const Participant& participant, const rtps::RemoteEndpoint& endpoint,
                      rtps::WireTime when) MERIDIAN_REQUIRES(mutex_);

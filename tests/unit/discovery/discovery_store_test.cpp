@@ -143,6 +143,19 @@ TEST(DiscoveryStore, ARemoteThatMovesIntoAnotherPartitionComesAndGoes) {
     EXPECT_EQ(told(store.subscriptions()), Told{"-"});
 }
 
+TEST(DiscoveryStore, TheTimeOfAMoveIsNotThatOfTheEndpoints) {
+    DiscoveryStore store({"A"});
+    store.participant_discovered(test::shared(test::make_participant(1, "B")));
+    store.endpoint_discovered(test::record(test::make_writer(1, 1), kSomeTime));
+    const DDS_Time_t before = wall_time();
+    for (const char* const partitions : {"A", "A,X", "B"}) {
+        store.participant_changed(test::shared(test::make_participant(1, partitions)));
+        const auto changes = store.publications().take(10, {}, false);
+        ASSERT_EQ(changes.size(), 1u) << partitions;
+        EXPECT_GE(changes[0].info.source_timestamp.sec, before.sec) << partitions;
+    }
+}
+
 TEST(DiscoveryStore, OwnPartitionsCanChange) {
     DiscoveryStore store({"A"});
     store.participant_discovered(test::shared(test::make_participant(1, "B")));

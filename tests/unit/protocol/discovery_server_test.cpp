@@ -112,12 +112,14 @@ TEST_F(DiscoveryServerTest, ItsSamplesNameWhoItIs) {
     meet();
     SilentReader sink;
     ASSERT_TRUE(participant->add_reader(publication(1, 0x107), {}, sink, now()));
+    run_until(time + MessageBatcher::kLongestWait);
     const Identities before(output);
     EXPECT_THAT(before.sources, Each(testing::Field(&Guid::prefix, prefix(1))));
     EXPECT_EQ(before.named, before.sources);
     output.messages.clear();
 
     participant->join_again(prefix(100), config.locators, now());
+    run_until(time + MessageBatcher::kLongestWait);
     Identities after(output);
     EXPECT_EQ(after.sources.at(0).prefix, prefix(1)) << "the farewell";
     EXPECT_EQ(after.named.at(0).prefix, prefix(1));

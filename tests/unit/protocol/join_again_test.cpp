@@ -154,6 +154,7 @@ TEST_F(WithoutRoute, OneThatWouldNotHearTheAnswerIsNotToldOfReliableReaders) {
     modest.qos.reliability = Reliability::best_effort;
     SilentReader sink;
     ASSERT_TRUE(participant->add_reader(modest, {}, sink, now()));
+    run_until(time + MessageBatcher::kLongestWait);
     EXPECT_EQ(asked_for(), (Lines{"DATA 2", "GAP 1..1 {}"}));
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/participant_fixture.h"
+#include "protocol/silent_reader.h"
 
 namespace meridian::rtps::test {
 namespace {
@@ -135,6 +136,36 @@ TEST_F(OtherSocketsTest, AreNotHeardAfterGuesses) {
     publish(forged);
     source_port = 50000;
     expect_only_the_real_one_is_seen();
+}
+
+// With many readers there are many numbers that were told.
+TEST_F(OtherSocketsTest, AreNotHeardAfterGuessesBesideManyReaders) {
+    meet();
+    SilentReader sink;
+    for (uint32_t i = 1; i <= 600; ++i) {
+        EndpointData own = publication(1, i << 8 | 0x07);
+        own.topic_name = std::to_string(i);
+        ASSERT_TRUE(participant->add_reader(own, {}, sink, now()));
+    }
+    acknowledge(2, kSecret + 601);
+    source_port = kOtherPort;
+    for (int i = 0; i < 200; ++i)
+        acknowledge(2, kSecret + 2 + i); // 600 of 1,600 possible ones are right
+    publish(forged);
+    source_port = 50000;
+    expect_only_the_real_one_is_seen();
+}
+
+TEST_F(OtherSocketsTest, OfItsHostAreHeardWhoeverGuessesElsewhere) {
+    meet();
+    source_host = 9;
+    for (int i = 0; i < 500; ++i)
+        acknowledge(2, kSecret + 100 + i);
+    source_host = 0;
+    source_port = kOtherPort;
+    acknowledge(2, kSecret + 1);
+    publish(second);
+    EXPECT_EQ(recorder.history, (Lines{"+second"}));
 }
 
 TEST_F(OtherSocketsTest, MakeThisSideAskTheParticipantNowAndThen) {

@@ -119,6 +119,7 @@ TEST_F(ParticipantTableTest, HoweverManyAnnounceTooMuchANewOneGetsSomething) {
         EXPECT_GE(of_it, 100 >> id);
     }
     EXPECT_LT(recorder.endpoints.size(), 100u);
+    EXPECT_EQ(recorder.errors.size(), 4u) << "each is told of";
 }
 
 TEST_F(ParticipantTableTest, WhatEndpointsKeepComesOutOfTheBudgetForAsLongAsTheyAreKept) {

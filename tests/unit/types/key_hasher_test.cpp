@@ -245,6 +245,43 @@ TEST(KeyHash, FormsDifferWhereAlignmentDoes) {
     }
 }
 
+// As of a structure that is a key member itself: the rest of an element is not sent where keys stand alone.
+TEST(KeyHash, OfCollectionsOfStructuresTakesTheirKeyMembersOnly) {
+    TypeDocuments documents;
+    std::string error;
+    ASSERT_TRUE(documents.load("text",
+                               R"(<types>
+        <struct name="Base" extensibility="final"><member name="id" type="int32" key="true"/></struct>
+        <struct name="Part" extensibility="final" baseType="Base"><member name="rest" type="int32"/></struct>
+        <struct name="Loose" extensibility="mutable"><member name="rest" type="int32" id="1"/>
+            <member name="id" type="int32" id="2" key="true"/></struct>
+        <struct name="Whole" extensibility="final"><member name="a" type="int32"/></struct>
+        <struct name="Array" extensibility="final">
+            <member name="parts" type="nonBasic" nonBasicTypeName="Part" arrayDimensions="2" key="true"/>
+            </struct>
+        <struct name="Sequence" extensibility="final">
+            <member name="parts" type="nonBasic" nonBasicTypeName="Loose" sequenceMaxLength="-1" key="true"/>
+            </struct>
+        <struct name="Keyless" extensibility="final">
+            <member name="parts" type="nonBasic" nonBasicTypeName="Whole" arrayDimensions="2" key="true"/>
+            </struct></types>)",
+                               error))
+        << error;
+    const auto hash_of = [&](const char* name, const char* payload, bool key_only) {
+        const SampleReader reader(documents.find(name));
+        rtps::KeyHash hash{};
+        std::string failure;
+        EXPECT_TRUE(KeyHasher(reader).compute(test::from_hex(payload), key_only, hash, failure)) << failure;
+        return hex(hash);
+    };
+    EXPECT_EQ(hash_of("Array", "0001000001000000770000000200000077000000", false),
+              "00000001000000020000000000000000");
+    EXPECT_EQ(hash_of("Array", "000100000100000002000000", true), "00000001000000020000000000000000");
+    EXPECT_EQ(hash_of("Keyless", "000100000100000002000000", false), "00000001000000020000000000000000");
+    EXPECT_EQ(hash_of("Sequence", "000100000100000001000400770000000200040009000000023f0000", false),
+              hash_of("Sequence", "00010000010000000200040009000000023f0000", true));
+}
+
 // A topic may be of a typedef: its instances are those of the type behind it.
 TEST(KeyHash, OfATypedefIsThatOfItsStructure) {
     TypeDocuments documents;

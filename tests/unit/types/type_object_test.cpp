@@ -278,6 +278,22 @@ TEST(TypeObject, EqualTypesAreEqualAndOthersAreNot) {
     }
 }
 
+TEST(TypeObject, MinimalTypesHaveTheSamplesOfTheirCompleteOnesAlone) {
+    const auto corpus = test::read_corpus("cyclone.corpus");
+    std::vector<TypeRef> complete;
+    for (const test::CorpusType& type : corpus)
+        complete.push_back(test::build_type(type));
+    for (size_t i = 0; i < corpus.size(); ++i) {
+        const TypeRef minimal = test::build_type(corpus[i], false);
+        for (size_t j = 0; j < corpus.size(); ++j) {
+            // Some differ in names and bounds only.
+            const bool same = have_equal_samples(*complete[i], *complete[j]);
+            EXPECT_TRUE(same || i != j);
+            EXPECT_EQ(have_equal_samples(*minimal, *complete[j]), same) << corpus[i].name << corpus[j].name;
+        }
+    }
+}
+
 TEST(TypeObject, EveryTruncationAndBitFlipIsTakenOrRefused) {
     size_t refused = 0;
     for (const test::CorpusType& type : test::read_all_corpora()) {

@@ -547,6 +547,28 @@ TEST_F(TypeResolverTest, ManyParticipantsWithTypesThatAreTooLargeAreToldAFewTime
     EXPECT_EQ(lines_of(2000, 10), 10);
 }
 
+// As OpenDDS announces types unless it is told otherwise: the complete one is none, without size and parts.
+TEST_F(TypeResolverTest, WhereOnlyAMinimalTypeIsAnnouncedItIsAskedFor) {
+    create();
+    rtps::EndpointData data;
+    data.guid = {participant(1), rtps::EntityId{0x103}};
+    data.raw_endianness = rtps::Endianness::little;
+    rtps::ByteBuffer& bytes = data.type_information = type("corpus::Nested").information;
+    const std::array<uint8_t, 4> complete{0x02, 0x10, 0x00, 0x50};
+    bytes.erase(std::search(bytes.begin(), bytes.end(), complete.begin(), complete.end()), bytes.end());
+    const rtps::ByteBuffer none{0x02, 0x10, 0, 0x40, 28, 0, 0, 0, 24, 0, 0, 0, 8, 0, 0, 0, 0, 0,
+                                0,    0,    0, 0,    0,  0, 0, 0, 0,  0, 4, 0, 0, 0, 0, 0, 0, 0};
+    bytes.insert(bytes.end(), none.begin(), none.end());
+    bytes[0] = static_cast<uint8_t>(bytes.size() - 4);
+    EXPECT_FALSE(resolver->resolve(*rtps::record_of(data), true, now));
+    EXPECT_GT(answer_all(), 0);
+    const auto outcomes = resolver->take_outcomes();
+    ASSERT_EQ(outcomes.size(), 1u);
+    ASSERT_TRUE(outcomes[0].type);
+    EXPECT_TRUE(outcomes[0].type->nameless);
+    EXPECT_TRUE(have_equal_samples(*outcomes[0].type, *test::build_type(type("corpus::Nested"))));
+}
+
 TEST_F(TypeResolverTest, PartialAnswersAddUp) {
     create();
     const test::CorpusType* deepest = nullptr;

@@ -46,8 +46,9 @@ SampleDecoder::SampleDecoder(const RegisteredType& type, PRESTypePluginEndpointD
 
 SampleDecoder::Result SampleDecoder::decode(const rtps::Sample& sample, Change& change) {
     change.kind = kind_of(sample);
-    if (change.kind == ChangeKind::alive && !sample.has_payload)
-        return Result::ignored; // writers may end a coherent set with it
+    // Without a payload it may end a coherent set. With a key alone it registers an instance (OpenDDS).
+    if (change.kind == ChangeKind::alive && !brings_data(sample))
+        return Result::ignored;
     change.writer = sample.writer;
     change.source_timestamp = sample.source_timestamp == rtps::kTimeInvalid
                                   ? wall_time()
@@ -76,9 +77,6 @@ SampleDecoder::Result SampleDecoder::decode(const rtps::Sample& sample, Change& 
 }
 
 bool SampleDecoder::deserialize(const rtps::Sample& sample, void*& made) {
-    made = nullptr;
-    if (!sample.has_payload || sample.payload_is_key)
-        return false;
     made = stock_.get();
     if (made == nullptr)
         return false;

@@ -76,7 +76,8 @@ bool UdpTransport::open(std::string& error) {
     for (FamilySockets& sockets : families_) {
         if (!sockets.open_multicast(*multicast, error))
             return false;
-        sockets.configure([this](const std::string& text) { tell_once(text); });
+        receive_socket_buffer_ = std::min(
+            receive_socket_buffer_, sockets.configure([this](const std::string& text) { tell_once(text); }));
     }
     for (const FamilySockets& sockets : families_) {
         descriptors_.push_back(sockets.metatraffic_unicast());

@@ -96,6 +96,8 @@ struct WriterConfig {
     /// Set: the first sample has the number behind this one, which no other participant knows. So an
     /// acknowledgement shows that who sends it reads what is sent to the reader's address.
     std::optional<SequenceNumber> secret_begin;
+    /// What is written may wait for more that goes to the same readers (see MessageBatcher).
+    bool may_wait = false;
     /// Each sample names its writer and number as what it is related to, as discovery servers want it.
     bool names_itself = false;
     /// Samples that wait for acknowledgement (or are kept for late joiners) at most; write fails beyond it.

@@ -28,6 +28,9 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
+    const RemoteParticipant* participant = participants_.find(decoded->guid.prefix);
+    if (participant != nullptr && counts_nanoseconds(*participant->data))
+        convert_nanoseconds(decoded->qos);
     take(std::move(*decoded), sample);
 }
 
@@ -50,13 +53,15 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
     std::shared_ptr<RemoteEndpoint> record;
     if (known == nullptr && siblings.by_entity.size() >= part)
-        warnings_.error("endpoint limit", "participant " + to_string(guid.prefix) + " has more than " +
-                                              std::to_string(siblings.by_entity.size()) +
-                                              " endpoints; the others are not seen");
+        warnings_.error_of_others("endpoint limit " + to_string(guid.prefix),
+                                  "participant " + to_string(guid.prefix) + " has more than " +
+                                      std::to_string(siblings.by_entity.size()) +
+                                      " endpoints; the others are not seen");
     else if (record = siblings.records.make(std::move(data), sample.source_timestamp);
              !charge(siblings, *record))
-        warnings_.error("endpoint memory", "endpoints of participant " + to_string(guid.prefix) +
-                                               " take too much memory; some are not seen");
+        warnings_.error_of_others("endpoint memory " + to_string(guid.prefix),
+                                  "endpoints of participant " + to_string(guid.prefix) +
+                                      " take too much memory; some are not seen");
     else
         put(siblings, std::move(record));
     if (siblings.by_entity.empty())

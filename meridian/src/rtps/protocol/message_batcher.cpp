@@ -6,8 +6,8 @@ namespace meridian::rtps {
 
 namespace {
 
-// Destinations known at a time: bounds memory and the linear search.
-constexpr size_t kMaxOpen = 64;
+// Destinations known at a time: bounds memory. Beyond them nothing waits for company.
+constexpr size_t kMaxOpen = 256;
 // Header, INFO_DST, INFO_TS and the fixed part of a DATA_FRAG, plus padding.
 constexpr size_t kOverhead = kHeaderSize + 16 + 12 + 40 + 8;
 
@@ -62,9 +62,11 @@ size_t MessageBatcher::max_payload(size_t inline_qos_size) const {
 }
 
 MessageBatcher::Open& MessageBatcher::open(const Locator& destination) {
-    for (const auto& message : messages_) {
-        if (message->destination == destination)
-            return *message;
+    // What is for all goes to them in the same order again and again.
+    for (size_t i = 0; i < messages_.size(); ++i) {
+        if (messages_[latest_]->destination == destination)
+            return *messages_[latest_];
+        latest_ = latest_ + 1 < messages_.size() ? latest_ + 1 : 0;
     }
     if (messages_.size() < kMaxOpen) {
         messages_.push_back(std::make_unique<Open>(source_, max_size_));
@@ -74,6 +76,7 @@ MessageBatcher::Open& MessageBatcher::open(const Locator& destination) {
         send(*messages_.back());
         messages_.back()->sent_at = -kLongestWait;
     }
+    latest_ = messages_.size() - 1;
     messages_.back()->destination = destination;
     return *messages_.back();
 }
@@ -90,10 +93,11 @@ void MessageBatcher::flush() {
     next_deadline_ = kNever;
 }
 
-void MessageBatcher::flush_due(MonotonicTime now) {
+bool MessageBatcher::flush_due(MonotonicTime now) {
     if (next_deadline_ > now)
-        return;
+        return false;
     next_deadline_ = kNever;
+    bool was_in_haste = false;
     for (const auto& message : messages_) {
         if (message->writer.empty())
             continue;
@@ -101,9 +105,11 @@ void MessageBatcher::flush_due(MonotonicTime now) {
             next_deadline_ = std::min(next_deadline_, message->due());
             continue;
         }
+        was_in_haste |= message->haste == Haste::now;
         send(*message);
         message->sent_at = now;
     }
+    return was_in_haste;
 }
 
 template <typename Append>
@@ -151,16 +157,18 @@ void MessageBatcher::append_to_one(const Route& to, const Locator& locator, Hast
     next_deadline_ = std::min(next_deadline_, message.due());
 }
 
-void MessageBatcher::add(const Route& to, const Data& data, std::optional<WireTime> timestamp) {
-    append(to, &timestamp, [&](MessageWriter& writer) { return writer.add_data(data); });
+void MessageBatcher::add(const Route& to, const Data& data, std::optional<WireTime> timestamp, Haste haste) {
+    append(
+        to, &timestamp, [&](MessageWriter& writer) { return writer.add_data(data); }, haste);
 }
 
 void MessageBatcher::add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp) {
     append(to, &timestamp, [&](MessageWriter& writer) { return writer.add_data_frag(data); });
 }
 
-void MessageBatcher::add(const Route& to, const Heartbeat& heartbeat) {
-    append(to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat(heartbeat); });
+void MessageBatcher::add(const Route& to, const Heartbeat& heartbeat, Haste haste) {
+    append(
+        to, nullptr, [&](MessageWriter& writer) { return writer.add_heartbeat(heartbeat); }, haste);
 }
 
 void MessageBatcher::add(const Route& to, const AckNack& acknack, Haste haste) {

@@ -40,9 +40,9 @@ class MessageBatcher {
 
     /// Submessages that exceed a whole message are dropped; use max_payload to avoid that. So are those for
     /// which there is no credit.
-    void add(const Route& to, const Data& data, std::optional<WireTime> timestamp);
+    void add(const Route& to, const Data& data, std::optional<WireTime> timestamp, Haste haste = Haste::now);
     void add(const Route& to, const DataFrag& data, std::optional<WireTime> timestamp);
-    void add(const Route& to, const Heartbeat& heartbeat);
+    void add(const Route& to, const Heartbeat& heartbeat, Haste haste = Haste::now);
     void add(const Route& to, const AckNack& acknack, Haste haste = Haste::now);
     void add(const Route& to, const NackFrag& nack);
     void add(const Route& to, const Gap& gap);
@@ -56,8 +56,9 @@ class MessageBatcher {
 
     /// Sends everything collected.
     void flush();
-    /// Leaves what may wait. To be called again at next_deadline(), kNever when nothing waits.
-    void flush_due(MonotonicTime now);
+    /// Leaves what may wait. To be called again at next_deadline(), kNever when nothing waits. True when
+    /// something was sent that may not.
+    bool flush_due(MonotonicTime now);
     MonotonicTime next_deadline() const { return next_deadline_; }
 
   private:
@@ -75,6 +76,7 @@ class MessageBatcher {
     size_t max_size_;
     Output& output_;
     std::vector<std::unique_ptr<Open>> messages_; // of the latest destinations; many are empty
+    size_t latest_ = 0;                           // of them
     MonotonicTime next_deadline_ = kNever;
 };
 

@@ -213,7 +213,8 @@ void MessageRouter::tell_writer(const MessageContext& context, const Submessage&
 void MessageRouter::on_acknack(const MessageContext& context, const AckNack& acknack) {
     const LocalEndpoint* local = locals_.find(acknack.writer);
     if (local != nullptr && local->writer) {
-        if (const std::optional<bool> is_right = local->writer->knows_what_was_told(acknack))
+        if (const std::optional<bool> is_right =
+                local->writer->knows_what_was_told({context.source, acknack.reader}, acknack))
             participants_.on_answer(context.source, datagram_.source, *is_right);
     }
     tell_writer(context, acknack, &ReliableWriter::on_acknack);

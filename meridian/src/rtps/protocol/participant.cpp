@@ -77,8 +77,10 @@ void Participant::add_builtin_writer(EntityId id, BuiltinPeer peer) {
     WriterConfig writer;
     writer.builtin_peer = peer;
     // Every participant reads the two, and one of them has something to tell where anything is to be sent.
-    if (id == entity::subscriptions_writer || id == entity::publications_writer)
+    if (id == entity::subscriptions_writer || id == entity::publications_writer) {
         writer.secret_begin = config_.secret_begin;
+        writer.may_wait = true; // hundreds of readers are often made at once, and each is told to all
+    }
     writer.names_itself = !config_.servers.empty();
     add_writer(builtin_data(id), writer, no_news_, Now{});
 }
@@ -119,12 +121,12 @@ ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now no
     return status;
 }
 
-void Participant::end_batch(Now now) {
+bool Participant::end_batch(Now now) {
     in_batch_ = false;
-    finish(now);
+    return finish(now);
 }
 
-void Participant::finish(Now now) {
+bool Participant::finish(Now now) {
     now_ = now;
     while (!restarted_.empty()) {
         const GuidPrefix prefix = restarted_.back();
@@ -132,12 +134,12 @@ void Participant::finish(Now now) {
         participants_.replace(prefix, now);
     }
     if (in_batch_)
-        return;
+        return false;
     router_.end_batch(); // before acknowledgements go out: what they are for can be taken then
     if (!running_)
-        return;
+        return false;
     timers_.run(now.monotonic);
-    batcher_.flush_due(now.monotonic);
+    return batcher_.flush_due(now.monotonic);
 }
 
 MonotonicTime Participant::next_deadline() const {

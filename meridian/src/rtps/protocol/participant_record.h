@@ -66,7 +66,9 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     bool is_steady = false;       // it announced itself from that address more than once
     LocatorList other_sources;    // it was heard from there too, while nothing was in doubt
     LocatorList endpoint_sources; // what it tells of its endpoints counts from there too
-    int guesses = 0;              // wrong answers from elsewhere: so many right ones count for nothing
+    // Wrong answers from sockets of its host and from others: so many right ones count for nothing.
+    int guesses_at_home = 0;
+    int guesses_elsewhere = 0;
     MonotonicTime ask_source_at{0};
     std::unique_ptr<Doubt> doubt;
     MemoryShare memory{MemoryBudget::of_process()};

@@ -226,10 +226,16 @@ void ParticipantDiscovery::on_answer(const GuidPrefix& prefix, const Locator& so
     Remote* remote = find_remote(prefix);
     if (remote == nullptr || remote->tells_of_endpoints_from(source))
         return;
+    // Who guesses elsewhere does not keep a new socket of the participant's own host from being believed.
+    const LocatorList& own = remote->data->metatraffic_unicast;
+    const bool is_own_host = std::any_of(own.begin(), own.end(), [&](const Locator& address) {
+        return address.kind == source.kind && address.address == source.address;
+    });
+    int& guesses = is_own_host ? remote->guesses_at_home : remote->guesses_elsewhere;
     if (!is_right)
-        remote->guesses = std::min(remote->guesses + 1, kMostGuesses);
-    else if (remote->guesses > 0)
-        --remote->guesses;
+        guesses = std::min(guesses + 1, kMostGuesses);
+    else if (guesses > 0)
+        --guesses;
     else
         remote->add_endpoint_source(source);
 }

@@ -59,7 +59,7 @@ class ReliableWriter final {
     void on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now);
     void on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now);
     /// Whether it names a number that only those know who were sent it; nullopt: nothing follows from it.
-    std::optional<bool> knows_what_was_told(const AckNack& acknack) const;
+    std::optional<bool> knows_what_was_told(const Guid& reader, const AckNack& acknack) const;
 
     /// A heartbeat to this reader, if it is matched: it answers with an acknowledgement.
     void ask(const Guid& reader);
@@ -121,15 +121,16 @@ class ReliableWriter final {
         return (reader.answerable || !change.expects_answers) && change.concerns(reader);
     }
     bool outstanding(const ReaderProxy& proxy) const;
-    void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change);
+    void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
+                     Haste haste = Haste::now);
     void send_fragments(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
                         const FragmentNumberSet* wanted);
-    void send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness);
+    void send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness, Haste haste = Haste::now);
     void restart_heartbeats(ReaderProxy& proxy, MonotonicTime now);
     /// At once, or at the end of the period where one was asked for in it before.
     void answer_with_heartbeat(ReaderProxy& proxy, bool final, bool at_once, MonotonicTime now);
     /// Learns from it whether the addresses of the route are the reader's.
-    void judge_address(const Route& route, const AckNack& acknack);
+    void judge_address(const Guid& reader, const Route& route, const AckNack& acknack);
     /// Numbers from `first` on that do not come any more.
     struct Hole {
         SequenceNumber first;

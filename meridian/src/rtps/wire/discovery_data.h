@@ -80,6 +80,10 @@ struct ParticipantData {
 /// version: what announces neither has the first one. 2.12 to 2.14 can be built with either.
 uint8_t fast_cdr_of(const ParticipantData& data);
 
+/// Whether the durations in QoS of a participant's endpoints are seconds and nanoseconds: those of OpenDDS
+/// are, unless a flag in its announcement says that they are as the standard has them.
+bool counts_nanoseconds(const ParticipantData& data);
+
 /// QoS of one endpoint with its publisher or subscriber, as announced. Defaults are those of the standard.
 struct EndpointQos {
     Durability durability = Durability::volatile_;
@@ -105,6 +109,9 @@ struct EndpointQos {
     ByteBuffer topic_data;
     ByteBuffer group_data;
 };
+
+/// Makes durations whose fractions are nanoseconds what they should be.
+void convert_nanoseconds(EndpointQos& qos);
 
 /// What an endpoint announces of itself alone; the rest is often the same for all of a participant.
 struct EndpointIdentity {

@@ -108,6 +108,15 @@ Verdict read_parameter(const Parameter& parameter, bool is_writer, EndpointData&
 
 } // namespace
 
+void convert_nanoseconds(EndpointQos& qos) {
+    // Not the blocking time: where it is not announced its default is a fraction.
+    for (WireDuration* duration :
+         {&qos.deadline, &qos.latency_budget, &qos.liveliness_lease, &qos.lifespan, &qos.time_based_filter}) {
+        if (duration->fraction < 1'000'000'000)
+            duration->fraction = fraction_from_nanoseconds(duration->fraction);
+    }
+}
+
 std::optional<EndpointData> decode_endpoint(ByteView payload, bool is_writer, std::string& error) {
     PayloadParameters list;
     if (!PayloadParameters::open(payload, list, error))

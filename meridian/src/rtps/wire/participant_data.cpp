@@ -88,6 +88,20 @@ uint8_t fast_cdr_of(const ParticipantData& data) {
     return tells_network ? 0 : 1;
 }
 
+bool counts_nanoseconds(const ParticipantData& data) {
+    constexpr VendorId kOpenDds{{0x01, 0x03}};
+    constexpr uint16_t kFlags = 0xb005;
+    constexpr uint32_t kFractions = 8;
+    if (!(data.vendor == kOpenDds))
+        return false;
+    for (const RawParameter& parameter : data.raw) {
+        uint32_t flags = 0;
+        if (parameter.id == kFlags && ByteReader(parameter.value, data.raw_endianness).read(flags))
+            return (flags & kFractions) == 0;
+    }
+    return true;
+}
+
 ByteBuffer encode(const ParticipantData& data) {
     return encode_payload([&](ParameterListWriter& list) {
         ParameterEncoder codec(list, data.raw_endianness);

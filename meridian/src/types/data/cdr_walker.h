@@ -80,6 +80,9 @@ class CdrWalker {
     /// Takes only the members of structures that make the key: for payloads that consist of nothing else.
     /// Structures without key members count whole, except the outermost.
     void set_key_only() { key_only_ = true; }
+    /// Tells a sink of no other members than those, of samples with data: of structures in collections that
+    /// are key members.
+    void set_only_keys_told() { only_keys_told_ = true; }
 
     /// What the encapsulation of a payload says of its outermost structure or union, where that differs from
     /// its type.
@@ -136,6 +139,10 @@ class CdrWalker {
 
     /// A structure or union.
     bool walk_aggregate(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
+    /// The sink, or null where it is not told of this member of a structure.
+    ValueSink* told_of(const Type& type, const Member& member, ValueSink* sink) const {
+        return only_keys_told_ && !member.key && has_key_members(type) ? nullptr : sink;
+    }
     bool walk_mutable_structure(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool walk_plain_members(rtps::ByteReader& reader, const Type& type, bool may_end_early, ValueSink* sink,
                             Located* located);
@@ -196,6 +203,7 @@ class CdrWalker {
     unsigned empty_values_ = 0;
     WalkBuffers& buffers_;
     bool key_only_ = false;
+    bool only_keys_told_ = false;
     bool trial_ = false;
     bool within_array_ = false;    // the array that comes next is an element of one that has flat arrays
     bool behind_disputed_ = false; // the reader stands behind a wide text or bit set

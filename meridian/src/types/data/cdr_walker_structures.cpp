@@ -84,7 +84,7 @@ bool CdrWalker::walk_plain_members(ByteReader& reader, const Type& type, bool ma
     const auto walk_one = [&](const Member& member) {
         // An appendable structure of an older version of the type has fewer members.
         ended = ended || (may_end_early && reader.remaining() == 0);
-        return ended || walk_plain_member(reader, member, sink, located);
+        return ended || walk_plain_member(reader, member, told_of(type, member, sink), located);
     };
     if (!key_only_)
         return visit_members(type, walk_one);
@@ -266,7 +266,7 @@ bool CdrWalker::walk_mutable_structure(ByteReader& reader, const Type& type, Val
             continue;
         // The last one on the wire leaves the origin to what follows.
         const bool is_last = reader.has_origin_of(located.body);
-        if (!walk_member(located.body, *located.member, sink) ||
+        if (!walk_member(located.body, *located.member, told_of(type, *located.member, sink)) ||
             !(is_last ? leave_member_of(reader, located.body) : leave_member(located.body)))
             return false;
     }

@@ -273,6 +273,7 @@ bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, bool xcdr2, con
     std::optional<SampleReader::Start> start = reader_.start(payload, key_only, source, buffers, failure);
     if (!start)
         return false;
+    start->walker.set_only_keys_told();
     KeyWriter key_writer(writer, xcdr2);
     if (KeyWalk(start->walker, key_writer, buffers).write(start->reader, reader_.type()))
         return true;

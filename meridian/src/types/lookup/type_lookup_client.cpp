@@ -52,8 +52,11 @@ void TypeLookupClient::detach() {
 }
 
 rtps::EndpointTypeRef TypeLookupClient::shared(TypeResolver::Result found, const std::string& type_name) {
-    if (!found && supplied_)
-        found.type = supplied_(type_name);
+    if ((!found || found.type->nameless) && supplied_) {
+        const TypeRef supplied = supplied_(type_name);
+        if (supplied && (!found || have_equal_samples(*found.type, *supplied)))
+            found.type = supplied;
+    }
     if (!found)
         return rtps::EndpointType::none(found.why);
     std::weak_ptr<const rtps::EndpointType>& known = shared_[found.type.get()];

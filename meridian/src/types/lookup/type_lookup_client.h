@@ -48,6 +48,7 @@ class TypeLookupClient final : public rtps::TypeSettler,
     void settle(const TypeResolver::Outcome& outcome) override;
     void wake_at(rtps::MonotonicTime time) override;
     /// The type that was found, or else the one that was supplied for the name, or else why there is none.
+    /// One that was found without names gives way to one that was supplied for the same samples.
     rtps::EndpointTypeRef shared(TypeResolver::Result found, const std::string& type_name);
 
     const std::shared_ptr<SharedTypeResolver> resolver_;

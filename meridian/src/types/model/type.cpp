@@ -104,7 +104,13 @@ namespace {
 
 class Comparison {
   public:
+    explicit Comparison(bool of_samples) : of_samples_(of_samples) {}
+
     bool same(const Type* a, const Type* b) {
+        if (of_samples_) {
+            a = resolve_alias(a);
+            b = resolve_alias(b);
+        }
         if (a == b)
             return true;
         if (a == nullptr || b == nullptr)
@@ -123,11 +129,13 @@ class Comparison {
     }
 
   private:
-    static bool same_shape(const Type& a, const Type& b) {
-        return a.kind == b.kind && a.extensibility == b.extensibility && a.bit_bound == b.bit_bound &&
-               a.bound == b.bound && a.default_index == b.default_index && a.nameless == b.nameless &&
-               a.discriminator_key == b.discriminator_key && a.name == b.name &&
-               a.dimensions == b.dimensions && a.members.size() == b.members.size();
+    bool same_shape(const Type& a, const Type& b) const {
+        const bool is_extensible = a.is_aggregate() || a.kind == DDS_TK_UNION;
+        return a.kind == b.kind && ((of_samples_ && !is_extensible) || a.extensibility == b.extensibility) &&
+               a.bit_bound == b.bit_bound && a.default_index == b.default_index &&
+               a.discriminator_key == b.discriminator_key && a.dimensions == b.dimensions &&
+               a.members.size() == b.members.size() &&
+               (of_samples_ || (a.bound == b.bound && a.nameless == b.nameless && a.name == b.name));
     }
 
     bool same_members(const Type& a, const Type& b) {
@@ -137,13 +145,14 @@ class Comparison {
             const Member& m = a.members[i];
             const Member& n = b.members[i];
             if ((has_ids && m.id != n.id) || m.value != n.value || m.bits != n.bits || m.key != n.key ||
-                m.optional != n.optional || m.must_understand != n.must_understand || m.name != n.name ||
-                m.labels != n.labels || !same(m.type, n.type))
+                m.optional != n.optional || m.labels != n.labels || !same(m.type, n.type) ||
+                (!of_samples_ && (m.must_understand != n.must_understand || m.name != n.name)))
                 return false;
         }
         return true;
     }
 
+    const bool of_samples_;
     std::set<std::pair<const Type*, const Type*>> seen_;
     unsigned depth_ = 0;
 };
@@ -151,7 +160,11 @@ class Comparison {
 } // namespace
 
 bool equal(const Type& a, const Type& b) {
-    return Comparison().same(&a, &b);
+    return Comparison(false).same(&a, &b);
+}
+
+bool have_equal_samples(const Type& a, const Type& b) {
+    return Comparison(true).same(&a, &b);
 }
 
 Type* TypeGraph::add(DDS_TCKind kind) {

@@ -105,6 +105,8 @@ const Member* find_enumerator(const Type& type, int64_t value);
 
 /// Structural equality; equal recursive types compare equal.
 bool equal(const Type& a, const Type& b);
+/// Whether the same samples are of both: names, aliases, bounds and the like may differ.
+bool have_equal_samples(const Type& a, const Type& b);
 
 /// Owner of nodes, counted. Built by one thread, then never changed.
 class TypeGraph {
