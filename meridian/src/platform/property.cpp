@@ -20,15 +20,14 @@ bool is_usable(const char* name, const char* value) {
 
 } // namespace
 
-DDS_Property_t::DDS_Property_t(const DDS_Property_t& other)
-    : name(DDS_String_dup(other.name)), value(DDS_String_dup(other.value)), propagate(other.propagate) {}
+DDS_Property_t::DDS_Property_t(const DDS_Property_t& other) {
+    *this = other;
+}
 
 DDS_Property_t& DDS_Property_t::operator=(const DDS_Property_t& other) {
-    if (this != &other) {
-        DDS_SequenceElement<char*>::copy(name, other.name);
-        DDS_SequenceElement<char*>::copy(value, other.value);
-        propagate = other.propagate;
-    }
+    DDS_SequenceElement<char*>::copy(name, other.name);
+    DDS_SequenceElement<char*>::copy(value, other.value);
+    propagate = other.propagate;
     return *this;
 }
 
@@ -59,13 +58,10 @@ DDS_ReturnCode_t DDS_PropertyQosPolicyHelper_assert_property(DDS_PropertyQosPoli
     const DDS_Long index = index_of(policy, name);
     if (index < 0)
         return DDS_PropertyQosPolicyHelper_add_property(policy, name, value, propagate);
-    // Copied before the old value goes: the caller may have passed that one.
-    char* copied = DDS_String_dup(value);
-    if (copied == nullptr)
-        return DDS_RETCODE_OUT_OF_RESOURCES;
     DDS_Property_t& property = policy.value[index];
-    DDS_String_free(property.value);
-    property.value = copied;
+    // The caller may have passed the old value: it goes when the copy is there.
+    if (!DDS_SequenceElement<char*>::copy(property.value, const_cast<char*>(value)))
+        return DDS_RETCODE_OUT_OF_RESOURCES;
     property.propagate = propagate;
     return DDS_RETCODE_OK;
 }

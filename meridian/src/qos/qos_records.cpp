@@ -3,14 +3,13 @@
 #include "meridian/qos.h"
 #include "meridian/string.h"
 
-DDS_EntityNameQosPolicy::DDS_EntityNameQosPolicy(const DDS_EntityNameQosPolicy& other)
-    : name(DDS_String_dup(other.name)), role_name(DDS_String_dup(other.role_name)) {}
+DDS_EntityNameQosPolicy::DDS_EntityNameQosPolicy(const DDS_EntityNameQosPolicy& other) {
+    *this = other;
+}
 
 DDS_EntityNameQosPolicy& DDS_EntityNameQosPolicy::operator=(const DDS_EntityNameQosPolicy& other) {
-    if (this != &other) {
-        DDS_SequenceElement<char*>::copy(name, other.name);
-        DDS_SequenceElement<char*>::copy(role_name, other.role_name);
-    }
+    DDS_SequenceElement<char*>::copy(name, other.name);
+    DDS_SequenceElement<char*>::copy(role_name, other.role_name);
     return *this;
 }
 

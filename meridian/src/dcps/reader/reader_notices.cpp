@@ -7,7 +7,6 @@ namespace meridian::dcps {
 void ReaderNotices::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
     link_ = listener != nullptr ? ListenerLink::of(*listener) : nullptr;
     mask_ = mask;
-    to_tell_ = DDS_STATUS_MASK_NONE;
 }
 
 void ReaderNotices::changed(DDS_StatusMask statuses) {
@@ -29,11 +28,6 @@ void ReaderNotices::changed_in_call(DDS_StatusMask statuses) {
 void ReaderNotices::read(DDS_StatusMask statuses) {
     signalled_ &= ~statuses;
     condition_.set_read(statuses);
-}
-
-void ReaderNotices::ask_again() {
-    if (to_tell_ != 0)
-        delivery_.note(reader_);
 }
 
 ReaderNotices::Call ReaderNotices::next_call() {

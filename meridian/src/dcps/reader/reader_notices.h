@@ -23,7 +23,7 @@ class ReaderNotices {
     ReaderNotices(StatusCondition& condition, DeliveryThread& delivery, Deliverable& reader)
         : condition_(condition), delivery_(delivery), reader_(reader) {}
 
-    /// Forgets what the listener before was not told of.
+    /// Before anything happens.
     void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
     /// Null without a listener.
     const std::shared_ptr<ListenerLink>& link() const { return link_; }
@@ -34,8 +34,6 @@ class ReaderNotices {
     void changed_in_call(DDS_StatusMask statuses);
     /// The statuses were read.
     void read(DDS_StatusMask statuses);
-    /// Asks for a call again, after the calls under way were removed.
-    void ask_again();
     /// On the delivery thread: what to tell now.
     Call next_call();
 

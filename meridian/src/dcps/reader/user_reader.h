@@ -54,8 +54,11 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void set_face(DDSDataReader* face) { face_ = face; }
     DDSDataReader* face() const { return face_; }
 
-    /// The listener stays the caller's. Returns only when no callback of the former one runs any more.
-    void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask);
+    /// The listener stays the caller's. Set once, too.
+    void set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
+        MutexLock lock(mutex_);
+        notices_.set_listener(listener, mask);
+    }
 
     /// Announces the reader and begins to receive. The runtime must outlive stop().
     bool start(rtps::net::Runtime& runtime, const DDS_GroupPolicies& group);

@@ -13,21 +13,6 @@ bool UserReader::has_loans() {
     return !loans_.empty();
 }
 
-void UserReader::set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) {
-    {
-        MutexLock lock(mutex_);
-        notices_.set_listener(listener, mask);
-    }
-    // The listener before may be deleted as soon as this returns.
-    delivery_.remove(*this);
-    const NotingLock lock(mutex_, delivery_);
-    notices_.ask_again(); // for what happened since, whose call was removed
-    armed_ = rtps::kNever;
-    arm_timer();
-    if (listener != nullptr && cache_.sample_count() > 0)
-        changed(DDS_DATA_AVAILABLE_STATUS);
-}
-
 DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
                                                                       const DDS_InstanceHandle_t& handle) {
     return subscriber_.participant_of_endpoint(data, handle);

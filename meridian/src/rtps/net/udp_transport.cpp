@@ -392,8 +392,7 @@ void UdpTransport::tell_what_is_not_usable() {
         text = std::string("no network interface is usable for ") +
                (both ? "UDP" : name_of(families_.front().family())) +
                ": nothing is sent or received until one is up, has an address of that kind and passes the "
-               "lists of "
-               "allowed and denied interfaces";
+               "lists of allowed and denied interfaces";
     }
     const MonotonicTime now = monotonic_now();
     MonotonicTime& tell_at = tell_not_usable_at_[text];

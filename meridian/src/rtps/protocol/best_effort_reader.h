@@ -4,9 +4,8 @@
 // and counts what passed it by.
 //
 // - A number far ahead is believed when a second one follows it.
-// - Where the writer goes on at numbers far below, that were never delivered, the reader returns to them:
-// what
-//   came in between was not the writer's word.
+// - Where the writer goes on at numbers far below, that were never delivered, the reader returns to
+//   them: what came in between was not the writer's word.
 
 #include <memory>
 #include <unordered_map>
