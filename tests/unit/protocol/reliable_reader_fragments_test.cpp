@@ -28,6 +28,23 @@ TEST_F(ReliableReaderTest, MissingFragmentsAreAskedForOneByOne) {
     EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {2}", "NACK_FRAG 1 {1 3}"}));
 }
 
+// Of fragment N it sends N + 1, and of the whole sample the first one.
+TEST_F(ReliableReaderTest, DustDdsIsAskedForTheFragmentsBeforeThoseThatAreMissing) {
+    make(false, {}, kDustDds);
+    sent();
+    fragment(1, 1, 60);
+    fragment(1, 4, 60);
+    heartbeat(1, 1);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {}", "NACK_FRAG 1 {1 2 3 4 5 6}"}));
+    for (const FragmentNumber number : {2u, 3u, 5u, 6u})
+        fragment(1, number, 60);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1}));
+    now += seconds(1);
+    fragment(2, 2);
+    heartbeat(1, 2);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 2 {2}", "NACK_FRAG 2 {1 3}"}));
+}
+
 TEST_F(ReliableReaderTest, AHeartbeatFragIsAnsweredForWhatWasSent) {
     make(false);
     sent();

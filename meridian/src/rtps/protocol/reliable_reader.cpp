@@ -48,6 +48,9 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
           memory(*owner.limits_.memory),
           fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
+    /// Dust DDS 0.16 sends the fragment behind each one that it is asked for, and the first one when the
+    /// sample is asked for. Where fragments are asked for with those before them, that comes to the same.
+    bool sends_fragments_behind() const { return writer.vendor == kDustDds; }
 
     ReliableReader& reader;
     RemoteWriter writer;
@@ -487,9 +490,21 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
 
 void ReliableReader::send_nack_frag(WriterProxy& p, SequenceNumber sequence_number,
                                     const FragmentNumberSet& missing) {
+    FragmentNumberSet wanted = missing;
+    if (p.sends_fragments_behind() && missing.base > 1) {
+        wanted = {};
+        wanted.base = missing.base - 1;
+        for (uint32_t i = 0; i < missing.num_bits; ++i) {
+            const FragmentNumber number = missing.base + i;
+            if (missing.contains(number)) {
+                wanted.insert(number - 1);
+                wanted.insert(number);
+            }
+        }
+    }
     nackfrag_count_ = next_count(nackfrag_count_);
     batcher_.add(p.writer.route,
-                 NackFrag{id_, p.writer.guid.entity, sequence_number, missing, nackfrag_count_});
+                 NackFrag{id_, p.writer.guid.entity, sequence_number, wanted, nackfrag_count_});
 }
 
 void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
@@ -510,6 +525,9 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
             // Its fragments are asked for one by one; when there are too many such samples, later.
             if (unfinished_count < unfinished.size())
                 unfinished[unfinished_count++] = number;
+            FragmentNumberSet missing;
+            if (p.sends_fragments_behind() && p.fragments.missing(number, missing) && missing.base == 1)
+                acknack.missing.insert(number); // no fragment is before it
             continue;
         }
         acknack.missing.insert(number);
