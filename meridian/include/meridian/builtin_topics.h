@@ -9,8 +9,8 @@
 // source time stamp of the announcement; where the remote did not send one, the time of reception.
 // States are those of the moment of the change: an endpoint that came and went before samples were taken is
 // one new sample and one without data. The data-available status ends with a take, unless the take was cut
-// off by max_samples. Wait for it on their status
-// conditions: the two readers have no listeners. Their QoS and that of their subscriber cannot be changed.
+// off by max_samples. Wait for it on their status conditions: the two readers have no listeners. Their QoS
+// and that of their subscriber cannot be changed.
 //
 // An application that takes publications, or waits for them, knows a writer before it gets its samples: the
 // other readers of the participant hand them out once the loan with the writer's first sample here was given
