@@ -196,7 +196,7 @@ void tell_if_type_is_late(const QuixSpyAgent& agent, TopicNode& topic, const Pub
         return;
     agent.output().fail(
         "ferret: topic '%s' stays without contents: type '%s' is told now, but its first writer was seen "
-        "without (start ferret while that is absent, or give a <types> document)\n",
+        "without (start ferret when that writer is gone, or give a <types> document)\n",
         QUIXSpy_text(publication.topicName).c_str(), QUIXSpy_text(publication.typeName).c_str());
 }
 

@@ -34,8 +34,9 @@ class DDSDataReaderListener : public virtual DDSListener {
     virtual void on_data_available(DDSDataReader*) {}
     virtual void on_sample_lost(DDSDataReader*, const DDS_SampleLostStatus&) {}
     virtual void on_subscription_matched(DDSDataReader*, const DDS_SubscriptionMatchedStatus&) {}
-    /// Not of the standard: no call of any listener follows at once. Comes, after one or several calls of
-    /// listeners of data readers, to the last of them: what all of these put off is done now.
+    /// Not of the standard: nothing more is to be delivered at present. Comes, after one or several calls of
+    /// listeners of data readers, to the last of them: what all of these put off is done now. It does not
+    /// come where the reader of the last one is deleted meanwhile.
     virtual void on_deliveries_end() {}
 
     /// Parts the listener from every reader for good and returns when no callback runs on another thread. A

@@ -101,17 +101,20 @@ TEST(DeliveryThreadTest, TheEndOfAllThatIsReadyIsToldToTheLastOneOnly) {
 
 TEST(DeliveryThreadTest, NoEndIsToldToOneThatWasRemoved) {
     StartedThread thread;
-    Recipient removed;
-    Recipient other;
-    removed.action = [&] { thread.remove(removed); };
-    notify(thread, removed);
-    EXPECT_TRUE(removed.called(1));
-    std::promise<void> ended;
-    other.at_end = [&] { ended.set_value(); };
-    notify(thread, other);
-    ended.get_future().wait();
-    thread.remove(other);
-    EXPECT_EQ(removed.ends, 0);
+    // What comes soon enough takes the place of the one that was removed: not every time.
+    for (int i = 0; i < 50; ++i) {
+        Recipient removed;
+        Recipient other;
+        removed.action = [&] { thread.remove(removed); };
+        notify(thread, removed);
+        EXPECT_TRUE(removed.called(1));
+        std::promise<void> ended;
+        other.at_end = [&] { ended.set_value(); };
+        notify(thread, other);
+        ended.get_future().wait();
+        thread.remove(other);
+        EXPECT_EQ(removed.ends, 0);
+    }
 }
 
 TEST(DeliveryThreadTest, RemoveWaitsForTheCallAndDropsTheRest) {

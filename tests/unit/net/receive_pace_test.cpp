@@ -34,6 +34,9 @@ TEST(ReceivePace, FetchesAtOnceWhileDatagramsComeInMasses) {
     ReceivePace pace = steady();
     pace.note(32, false, kBegin);
     EXPECT_FALSE(pace.is_time_to_rest(kBegin, kBegin + kShort));
+    pace.note(1, false, kBegin); // from another socket
+    EXPECT_FALSE(pace.is_time_to_rest(kBegin, kBegin + kShort));
+    pace.begin();
     pace.note(10, false, kBegin);
     EXPECT_TRUE(pace.is_time_to_rest(kBegin, kBegin + kShort));
 }

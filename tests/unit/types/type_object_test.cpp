@@ -286,7 +286,7 @@ TEST(TypeObject, MinimalTypesHaveTheSamplesOfTheirCompleteOnesAlone) {
     for (size_t i = 0; i < corpus.size(); ++i) {
         const TypeRef minimal = test::build_type(corpus[i], false);
         for (size_t j = 0; j < corpus.size(); ++j) {
-            // Some differ in names and bounds only.
+            // Some differ in bounds and names of types only.
             const bool same = have_equal_samples(*complete[i], *complete[j]);
             EXPECT_TRUE(same || i != j);
             EXPECT_EQ(have_equal_samples(*minimal, *complete[j]), same) << corpus[i].name << corpus[j].name;

@@ -23,10 +23,12 @@ class ReceivePace {
     /// The smallest buffer of the sockets, in octets.
     explicit ReceivePace(size_t socket_buffer) : is_roomy_(socket_buffer >= kRoomyBuffer) {}
 
-    /// After what was fetched at once has been read: how many datagrams it was, and whether there were
+    /// Before all sockets are fetched from.
+    void begin() { is_few_ = true; }
+    /// After what was fetched from one has been read: how many datagrams it was, and whether there were
     /// answers that could not wait.
     void note(uint64_t datagrams, bool has_answered, MonotonicTime now) {
-        is_few_ = datagrams <= kFew;
+        is_few_ = is_few_ && datagrams <= kFew;
         if (has_answered)
             answers_until_ = now + kAnswers;
     }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -21,8 +22,10 @@ constexpr int kMostDrainedBatches = 256;
 constexpr size_t kPrefixOffset = 8;
 /// Before this side joins again: an address may be back soon.
 constexpr Duration kPatience = std::chrono::seconds(1);
-/// Between two times where addresses come and go all the time.
-constexpr Duration kLongestPause = std::chrono::seconds(60);
+/// Between two times where addresses come and go all the time. Until then writers that follow no new address
+/// may wait for acknowledgements.
+constexpr Duration kLongestPause = std::chrono::seconds(10);
+constexpr Duration kTellAgain = std::chrono::minutes(1);
 
 WireTime to_wire_time(std::chrono::nanoseconds since_1970) {
     constexpr int64_t kSecond = 1000000000;
@@ -158,7 +161,9 @@ void ReceiveThread::run() {
             pace_->is_time_to_rest(begin, monotonic_now())) {
             const timespec rest = to_timespec(ReceivePace::kRest);
             ppoll(&polled[wake_position], 1, &rest, nullptr);
+            std::for_each(data, data_end, [](pollfd& one) { one.revents = POLLIN; });
         }
+        pace_->begin();
         // One batch of each socket per round: a flood of data on one holds up no other.
         for (size_t position = 0; position < first_data; ++position) {
             if (polled[position].revents == 0 || !sockets().fetch(position))
@@ -235,18 +240,25 @@ void ReceiveThread::take_interface_changes() {
                                        return transport_->uses(address); // this call holds the lock
                                    });
     const Now at = now();
-    join_again_at_ = kNever;
-    if (!lost) {
-        recipients_.for_all([&](Participant& participant) { participant.set_locators(locators, at); });
-        if (!present.empty())
-            known_addresses_ = present;
-    } else if (!present.empty()) {
-        join_again_at_ = std::max(at.monotonic + kPatience, joined_again_at_ + join_again_pause_);
-    } else if (at.monotonic >= tell_none_at_) { // an address that comes back is as good as before
-        tell_none_at_ = at.monotonic + kLongestPause;
-        tell_error(
-            "no network interface but loopback has an address; nothing comes from other hosts until one has");
+    const MonotonicTime since_before = std::exchange(join_again_at_, kNever);
+    has_no_address_ = lost && present.empty(); // one that comes back is as good as before
+    if (has_no_address_)
+        return;
+    recipients_.for_all([&](Participant& participant) { participant.set_locators(locators, at); });
+    if (lost)
+        join_again_at_ =
+            std::min(since_before, std::max(at.monotonic + kPatience, joined_again_at_ + join_again_pause_));
+    for (const Locator& address : present) {
+        if (std::find(known_addresses_.begin(), known_addresses_.end(), address) == known_addresses_.end())
+            known_addresses_.push_back(address);
     }
+}
+
+void ReceiveThread::tell_of_no_address(MonotonicTime now) {
+    tell_no_address_at_ = now + kTellAgain;
+    has_no_address_ = false;
+    tell_error(
+        "no network interface but loopback has an address; nothing comes from other hosts until one has");
 }
 
 void ReceiveThread::join_again(Now now) {
@@ -270,7 +282,9 @@ std::optional<MonotonicTime> ReceiveThread::run_due() {
     const Now current = now();
     if (join_again_at_ <= current.monotonic)
         join_again(current);
-    MonotonicTime next = join_again_at_;
+    if (has_no_address_ && tell_no_address_at_ <= current.monotonic)
+        tell_of_no_address(current.monotonic);
+    MonotonicTime next = has_no_address_ ? std::min(join_again_at_, tell_no_address_at_) : join_again_at_;
     for (TaskSource* tasks : task_sources_)
         next = std::min(next, tasks->run_due_tasks(current));
     recipients_.for_all([&](Participant& participant) {

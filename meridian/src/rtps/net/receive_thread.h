@@ -76,6 +76,7 @@ class ReceiveThread {
     void dispatch(UdpTransport::Traffic traffic);
     void receive(ByteView datagram, const Locator& source, Now now) MERIDIAN_REQUIRES(mutex_);
     void take_interface_changes();
+    void tell_of_no_address(MonotonicTime now) MERIDIAN_REQUIRES(mutex_);
     /// Others go on sending to an address that this host had: so the participants leave and come as new ones.
     /// That costs others much, and an address that is back soon, or often, is none that is lost.
     void join_again(Now now) MERIDIAN_REQUIRES(mutex_);
@@ -96,10 +97,11 @@ class ReceiveThread {
     std::optional<ReceivePace> pace_; // set with it, of the thread alone
     Recipients recipients_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<TaskSource*> task_sources_ MERIDIAN_GUARDED_BY(mutex_);
-    /// What others know, beyond this host.
+    /// What others were told since they joined, beyond this host: not all of them follow changes.
     LocatorList known_addresses_ MERIDIAN_GUARDED_BY(mutex_);
     MonotonicTime join_again_at_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
-    MonotonicTime tell_none_at_ MERIDIAN_GUARDED_BY(mutex_){0};
+    bool has_no_address_ MERIDIAN_GUARDED_BY(mutex_) = false; // which is still to be told
+    MonotonicTime tell_no_address_at_ MERIDIAN_GUARDED_BY(mutex_){0};
     MonotonicTime joined_again_at_ MERIDIAN_GUARDED_BY(mutex_){0};
     Duration join_again_pause_ MERIDIAN_GUARDED_BY(mutex_){0};
     bool stopping_ MERIDIAN_GUARDED_BY(mutex_) = false;

@@ -327,9 +327,9 @@ void UdpTransport::sent(int error_number, const IpAddress& destination, uint16_t
     ++statistics_.send_errors;
     const std::string text =
         describe_error("cannot send to " + to_string(to_locator(destination, port)), error_number);
-    // That the system forbids it is no passing state. The first address stands for all.
+    // Seldom a passing state. The first address stands for all.
     const bool is_forbidden = error_number == EPERM || error_number == EACCES;
-    tell_once(text + (is_forbidden ? ": a firewall or a route of this host forbids it" : ""),
+    tell_once(text + (is_forbidden ? ": a firewall or a route of this host may forbid it" : ""),
               is_forbidden && !std::exchange(told_forbidden_, true));
 }
 
@@ -396,11 +396,13 @@ void UdpTransport::tell_what_is_not_usable() {
     }
     const MonotonicTime now = monotonic_now();
     MonotonicTime& tell_at = tell_not_usable_at_[text];
-    if (!text.empty() && text != not_usable_ && tell_at <= now) {
+    if (text == not_usable_ || (!text.empty() && tell_at > now))
+        return;
+    not_usable_ = text;
+    if (!text.empty()) {
         messages_.error(text);
         tell_at = now + kTellAgain;
     }
-    not_usable_ = text;
 }
 
 bool UdpTransport::fetch(size_t position) {

@@ -159,6 +159,9 @@ class Participant final : private ReaderObserver,
     void on_participant_to_match(RemoteParticipant& remote, Now now) override;
     void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) override;
     void on_participant_doubted(RemoteParticipant& remote) override;
+    bool is_admitted(const RemoteParticipant& remote) const override {
+        return events_.admits(remote.data->guid.prefix);
+    }
     bool wants(const std::string& topic_name) const override;
     void on_endpoint_discovered(DiscoveredEndpoint& endpoint) override;
     void on_endpoint_changed(DiscoveredEndpoint& endpoint) override;

@@ -134,7 +134,8 @@ void ParticipantDiscovery::tell_if_unreachable(const RemoteParticipant& remote) 
 void ParticipantDiscovery::look_at_silent(Remote& remote, Now now) {
     // A secured one answers to its like only.
     const bool answers = (remote.data->builtin_endpoints & kSubscriptionsDetector) != 0 &&
-                         !remote.data->secured && !remote.is_relayed && !remote.metatraffic.locators.empty();
+                         !remote.data->secured && !remote.is_relayed &&
+                         !remote.metatraffic.locators.empty() && listener_.is_admitted(remote);
     const Duration known_for = now.monotonic - remote.discovered_at;
     if (config_.is_further || !answers || known_for < kLongSilence)
         return;
@@ -143,9 +144,10 @@ void ParticipantDiscovery::look_at_silent(Remote& remote, Now now) {
         warnings_.error_of_others(
             "silent " + to_string(remote.prefix()),
             described(remote) + " at " + to_string(remote.announced_from) +
-                " announces itself and answers nothing: a firewall may be between, or it sends to an address "
-                "of this host that it cannot reach (of several interfaces only one may be allowed); its "
-                "endpoints are not discovered");
+                " announces itself and answers nothing: it ignores this participant, a firewall is between, "
+                "or it "
+                "sends to an address of this host that it cannot reach (of several interfaces only one may "
+                "be allowed); its endpoints are not discovered");
 }
 
 void ParticipantDiscovery::ask_for_sign(Remote& remote, Now now) {

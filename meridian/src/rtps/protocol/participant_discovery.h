@@ -69,6 +69,8 @@ class ParticipantDiscovery {
         virtual void on_participant_gone(RemoteParticipant& remote, GoneReason reason, Now now) = 0;
         /// An answer of it is wanted, as a sign of life.
         virtual void on_participant_doubted(RemoteParticipant& remote) = 0;
+        /// Whether it is one that this participant has to do with (see Events::admits).
+        virtual bool is_admitted(const RemoteParticipant& /*remote*/) const { return true; }
     };
     static constexpr Duration kAskPause = std::chrono::milliseconds(200);
     static constexpr int kAskTimes = 3;

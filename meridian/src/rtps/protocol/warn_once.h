@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -15,6 +16,7 @@ namespace meridian::rtps {
 /// The causes of errors that were told. Participants that share their sockets hear the same, and share these.
 struct ToldErrors {
     std::unordered_set<std::string, SeededHash> causes;
+    std::unordered_map<std::string, size_t> of_kinds; // how many that others cause, by the words of the cause
 };
 
 class WarnOnce {
@@ -37,13 +39,13 @@ class WarnOnce {
             events_.error(text);
     }
 
-    /// For what others cause; only the first few are told.
+    /// For what another causes, whose GUID is the last word of the cause; of each kind only the first few are
+    /// told.
     void error_of_others(const std::string& cause, const std::string& text) {
-        std::unordered_set<std::string, SeededHash>& told = errors_->causes;
-        if (told.size() > kMaxErrors || !told.insert(cause).second)
+        size_t& count = errors_->of_kinds[cause.substr(0, cause.rfind(' '))];
+        if (count > kMaxErrors || !errors_->causes.insert(cause).second)
             return;
-        events_.error(told.size() > kMaxErrors ? "more of others is not seen; it is not listed any more"
-                                               : text);
+        events_.error(++count > kMaxErrors ? text + " (not told of further ones)" : text);
     }
 
   private:

@@ -4,6 +4,8 @@
 #include <set>
 #include <utility>
 
+#include "types/model/md5.h"
+
 namespace meridian::types {
 
 const Type* resolve_alias(const Type* type) {
@@ -146,10 +148,16 @@ class Comparison {
             const Member& n = b.members[i];
             if ((has_ids && m.id != n.id) || m.value != n.value || m.bits != n.bits || m.key != n.key ||
                 m.optional != n.optional || m.labels != n.labels || !same(m.type, n.type) ||
-                (!of_samples_ && (m.must_understand != n.must_understand || m.name != n.name)))
+                !same_names(a, m, b, n) || (!of_samples_ && m.must_understand != n.must_understand))
                 return false;
         }
         return true;
+    }
+
+    static bool same_names(const Type& a, const Member& m, const Type& b, const Member& n) {
+        if (a.nameless == b.nameless)
+            return m.name == n.name && m.name_hash == n.name_hash;
+        return a.nameless ? m.name_hash == name_hash(n.name) : name_hash(m.name) == n.name_hash;
     }
 
     const bool of_samples_;

@@ -5,6 +5,7 @@
 // keeps its graph alive.
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <deque>
@@ -31,6 +32,7 @@ constexpr size_t kMaxDimensions = 32;
 
 struct Member {
     std::string name;
+    std::array<uint8_t, 4> name_hash{}; // of nameless types: begins the MD5 of the name that was not told
     uint32_t id = 0;
     const Type* type = nullptr; // null in enumerations and bit masks
     int64_t value = 0;          // enumerator; bit position of a flag or a bit field
@@ -105,7 +107,8 @@ const Member* find_enumerator(const Type& type, int64_t value);
 
 /// Structural equality; equal recursive types compare equal.
 bool equal(const Type& a, const Type& b);
-/// Whether the same samples are of both: names, aliases, bounds and the like may differ.
+/// Whether the same samples are of both, with the same names of members as far as is told: names of types,
+/// aliases, bounds and the like may differ.
 bool have_equal_samples(const Type& a, const Type& b);
 
 /// Owner of nodes, counted. Built by one thread, then never changed.

@@ -319,6 +319,7 @@ bool TypeBuilder::fill(Type& type, const TypeObject& object, unsigned depth) {
 Member TypeBuilder::member_of(const TypeObject& object, const TypeObjectMember& source, int64_t number) {
     Member member;
     member.name = object.complete ? printable(source.name) : std::to_string(number);
+    member.name_hash = source.name_hash;
     member.id = source.id;
     member.key = (source.flags & kMemberIsKey) != 0;
     member.optional = (source.flags & kMemberIsOptional) != 0;
