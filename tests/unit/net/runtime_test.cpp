@@ -601,6 +601,7 @@ TEST(Runtime, AnAddressThatIsBackSoonIsNotLost) {
     testing::internal::CaptureStderr();
     test::shell("ip link del near");
     EXPECT_TRUE(there->recorder.wait_for("-here"));
+    here.runtime->describe_interfaces(); // not before the thread is done with it
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("left the domain and joined it again"));
     test::shell("ip link del wire");
 }
