@@ -226,9 +226,10 @@ TEST_F(Subscription, SaysOnceThatATypeIsToldTooLateForItsTopic) {
     agent._printSample = PRINT_SAMPLE_COMPACT;
     discover({"Square"});
     known.topic = "Square";
-    EXPECT_EQ(discover(known),
-              "ferret: topic 'Square' stays without contents: type 'ShapeType' is told now, but its first "
-              "writer was seen without (start ferret when that writer is gone, or give a <types> document)\n");
+    EXPECT_EQ(
+        discover(known),
+        "ferret: topic 'Square' stays without contents: type 'ShapeType' is told now, but its first "
+        "writer was seen without (start ferret when that writer is gone, or give a <types> document)\n");
     EXPECT_EQ(discover(known), "");
     known.topic = "Triangle";
     discover(known);
