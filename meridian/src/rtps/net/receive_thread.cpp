@@ -107,7 +107,7 @@ bool ReceiveThread::start(std::string& error) {
 
 void ReceiveThread::add(Participant& participant, TaskSource& tasks) {
     if (recipients_.size() == 0)
-        known_addresses_ = beyond_this_host(transport_->own_locators().default_unicast);
+        known_addresses_ = joined_with_ = beyond_this_host(transport_->own_locators().default_unicast);
     recipients_.add(participant);
     task_sources_.push_back(&tasks);
     wake();
@@ -235,23 +235,29 @@ void ReceiveThread::take_interface_changes() {
     MERIDIAN_LOG_LOCAL("net", "the network interfaces changed; in use: %s", transport_->describe().c_str());
     const OwnLocators locators = transport_->own_locators();
     const LocatorList present = beyond_this_host(locators.default_unicast);
-    const bool lost = !std::all_of(known_addresses_.begin(), known_addresses_.end(),
-                                   [&](const Locator& address) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
-                                       return transport_->uses(address); // this call holds the lock
-                                   });
+    const auto is_used = [&](const Locator& address) MERIDIAN_NO_THREAD_SAFETY_ANALYSIS {
+        return transport_->uses(address); // this call holds the lock
+    };
+    const auto none_used = [&](const LocatorList& addresses) {
+        return !addresses.empty() && std::none_of(addresses.begin(), addresses.end(), is_used);
+    };
+    const bool lost =
+        !std::all_of(known_addresses_.begin(), known_addresses_.end(), is_used) || none_used(joined_with_);
     const Now at = now();
     const MonotonicTime since_before = std::exchange(join_again_at_, kNever);
     has_no_address_ = lost && present.empty(); // one that comes back is as good as before
     if (has_no_address_)
         return;
     recipients_.for_all([&](Participant& participant) { participant.set_locators(locators, at); });
-    if (lost)
+    if (lost) {
         join_again_at_ =
             std::min(since_before, std::max(at.monotonic + kPatience, joined_again_at_ + join_again_pause_));
-    for (const Locator& address : present) {
-        if (std::find(known_addresses_.begin(), known_addresses_.end(), address) == known_addresses_.end())
-            known_addresses_.push_back(address);
+        return;
     }
+    if (!present.empty())
+        known_addresses_ = present;
+    if (joined_with_.empty())
+        joined_with_ = present;
 }
 
 void ReceiveThread::tell_of_no_address(MonotonicTime now) {
@@ -270,7 +276,7 @@ void ReceiveThread::join_again(Now now) {
     recipients_.for_all([&](Participant& participant) {
         participant.join_again(own_.another(participant.guid().prefix), locators, now);
     });
-    known_addresses_ = beyond_this_host(locators.default_unicast);
+    known_addresses_ = joined_with_ = beyond_this_host(locators.default_unicast);
     tell_error("the addresses of this host changed, in use now: " + transport_->describe() +
                "; left the domain and joined it again, since others would go on sending to the old ones");
 }

@@ -97,8 +97,9 @@ class ReceiveThread {
     std::optional<ReceivePace> pace_; // set with it, of the thread alone
     Recipients recipients_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<TaskSource*> task_sources_ MERIDIAN_GUARDED_BY(mutex_);
-    /// What others were told since they joined, beyond this host: not all of them follow changes.
+    // What others know, beyond this host: those who follow changes, and those who do not.
     LocatorList known_addresses_ MERIDIAN_GUARDED_BY(mutex_);
+    LocatorList joined_with_ MERIDIAN_GUARDED_BY(mutex_);
     MonotonicTime join_again_at_ MERIDIAN_GUARDED_BY(mutex_) = kNever;
     bool has_no_address_ MERIDIAN_GUARDED_BY(mutex_) = false; // which is still to be told
     MonotonicTime tell_no_address_at_ MERIDIAN_GUARDED_BY(mutex_){0};
