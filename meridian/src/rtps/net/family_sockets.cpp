@@ -130,7 +130,7 @@ bool FamilySockets::open_multicast(const PortPair& ports, std::string& error) {
     return true;
 }
 
-size_t FamilySockets::configure(const Warn& warn) {
+void FamilySockets::configure(const Warn& warn) {
     const auto wanted_receive =
         static_cast<size_t>(std::max(settings_.receive_socket_buffer_size, kSmallestReceiveSocketBuffer));
     const auto wanted_send = static_cast<size_t>(settings_.send_socket_buffer_size);
@@ -153,7 +153,6 @@ size_t FamilySockets::configure(const Warn& warn) {
     std::string error;
     if (!set_multicast_sending(metatraffic_unicast(), family_, settings_.multicast_ttl, error))
         warn(error);
-    return receive;
 }
 
 bool FamilySockets::set_interfaces(const std::vector<Interface>& all, const Warn& warn) {

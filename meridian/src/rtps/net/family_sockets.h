@@ -45,9 +45,8 @@ class FamilySockets {
     bool open_multicast(const PortPair& ports, std::string& error);
     /// Told what is not as it was asked for.
     using Warn = std::function<void(const std::string& text)>;
-    /// Sets buffers and multicast options of all sockets. Returns the size of the smallest receive buffer, in
-    /// octets.
-    size_t configure(const Warn& warn);
+    /// Sets buffers and multicast options of all sockets.
+    void configure(const Warn& warn);
 
     /// Takes the present interfaces: selects the usable ones and joins the groups on the new ones. True when
     /// the usable ones are others than before.

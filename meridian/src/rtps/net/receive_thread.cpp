@@ -61,11 +61,6 @@ GuidPrefix sender_of(ByteView datagram) {
     return prefix;
 }
 
-timespec to_timespec(Duration duration) {
-    constexpr int64_t kSecond = 1000000000;
-    return {static_cast<time_t>(duration.count() / kSecond), static_cast<long>(duration.count() % kSecond)};
-}
-
 } // namespace
 
 Now now() {
@@ -84,7 +79,6 @@ std::shared_ptr<ReceiveThread> ReceiveThread::open(const TransportConfig& config
     thread->transport_ = UdpTransport::open(config, Messages{warn, tell_error}, error);
     if (!thread->transport_)
         return nullptr;
-    thread->pace_.emplace(thread->transport_->receive_socket_buffer());
     return thread;
 }
 
@@ -139,32 +133,22 @@ void ReceiveThread::run() {
         polled.push_back({descriptor, POLLIN, 0});
     polled.push_back({wake_descriptor_.get(), POLLIN, 0});
     polled.push_back({sockets().change_descriptor(), POLLIN, 0}); // poll passes over -1
-    const size_t first_data = sockets().discovery_descriptor_count();
     const size_t wake_position = descriptors.size();
     const size_t change_position = wake_position + 1;
-    const auto is_ready = [](const pollfd& one) { return one.revents != 0; };
 
     while (const std::optional<MonotonicTime> deadline = run_due()) {
-        const MonotonicTime begin = monotonic_now();
         timespec timeout{};
         const timespec* limit = nullptr;
         if (*deadline != kNever) {
-            timeout = to_timespec(std::max(*deadline - begin, MonotonicTime{0}));
+            const auto wait = std::max(*deadline - monotonic_now(), MonotonicTime{0});
+            timeout.tv_sec = static_cast<time_t>(wait.count() / 1000000000);
+            timeout.tv_nsec = static_cast<long>(wait.count() % 1000000000);
             limit = &timeout;
         }
-        const int ready = ppoll(polled.data(), polled.size(), limit, nullptr);
-        if (ready <= 0)
+        if (ppoll(polled.data(), polled.size(), limit, nullptr) <= 0)
             continue;
-        const auto data = polled.begin() + static_cast<std::ptrdiff_t>(first_data);
-        const auto data_end = polled.begin() + static_cast<std::ptrdiff_t>(wake_position);
-        if (ready == std::count_if(data, data_end, is_ready) &&
-            pace_->is_time_to_rest(begin, monotonic_now())) {
-            const timespec rest = to_timespec(ReceivePace::kRest);
-            ppoll(&polled[wake_position], 1, &rest, nullptr);
-            std::for_each(data, data_end, [](pollfd& one) { one.revents = POLLIN; });
-        }
-        pace_->begin();
         // One batch of each socket per round: a flood of data on one holds up no other.
+        const size_t first_data = sockets().discovery_descriptor_count();
         for (size_t position = 0; position < first_data; ++position) {
             if (polled[position].revents == 0 || !sockets().fetch(position))
                 continue;
@@ -197,16 +181,12 @@ void ReceiveThread::drain_data() {
 void ReceiveThread::dispatch(UdpTransport::Traffic traffic) {
     const TurnstileLock lock(mutex_);
     const Now received_at = now();
-    const uint64_t before = transport_->statistics().datagrams_received;
     recipients_.for_all([](Participant& participant) { participant.begin_batch(); });
     transport_->dispatch(traffic, [&](ByteView datagram, const Locator& source)
                                       MERIDIAN_NO_THREAD_SAFETY_ANALYSIS { // this call holds the lock
                                           receive(datagram, source, received_at);
                                       });
-    bool has_answered = false;
-    recipients_.for_all(
-        [&](Participant& participant) { has_answered |= participant.end_batch(received_at); });
-    pace_->note(transport_->statistics().datagrams_received - before, has_answered, received_at.monotonic);
+    recipients_.for_all([&](Participant& participant) { participant.end_batch(received_at); });
 }
 
 void ReceiveThread::receive(ByteView datagram, const Locator& source, Now now) {

@@ -10,7 +10,6 @@
 
 #include "platform/mutex.h"
 #include "platform/thread.h"
-#include "rtps/net/receive_pace.h"
 #include "rtps/net/recipients.h"
 #include "rtps/net/socket.h"
 #include "rtps/net/transport_config.h"
@@ -94,7 +93,6 @@ class ReceiveThread {
     TurnstileMutex mutex_;
 
     std::unique_ptr<UdpTransport> transport_ MERIDIAN_PT_GUARDED_BY(mutex_); // set once, by open
-    std::optional<ReceivePace> pace_; // set with it, of the thread alone
     Recipients recipients_ MERIDIAN_GUARDED_BY(mutex_);
     std::vector<TaskSource*> task_sources_ MERIDIAN_GUARDED_BY(mutex_);
     // What others know, beyond this host: those who follow changes, and those who do not.

@@ -78,8 +78,7 @@ bool UdpTransport::open(std::string& error) {
     for (FamilySockets& sockets : families_) {
         if (!sockets.open_multicast(*multicast, error))
             return false;
-        receive_socket_buffer_ = std::min(
-            receive_socket_buffer_, sockets.configure([this](const std::string& text) { tell_once(text); }));
+        sockets.configure([this](const std::string& text) { tell_once(text); });
     }
     for (const FamilySockets& sockets : families_) {
         descriptors_.push_back(sockets.metatraffic_unicast());

@@ -47,8 +47,6 @@ class UdpTransport final : public Output {
     /// Interfaces in use at present, by name; for logs.
     std::string describe() const;
     const TransportStatistics& statistics() const { return statistics_; }
-    /// The smallest one, in octets.
-    size_t receive_socket_buffer() const { return receive_socket_buffer_; }
     /// Truncated datagrams and receive errors are noted here already.
     DropReport& drops() { return drops_; }
 
@@ -131,7 +129,6 @@ class UdpTransport final : public Output {
     std::map<IpAddress, unsigned> scopes_;
     HeardAddresses heard_;
     TransportStatistics statistics_;
-    size_t receive_socket_buffer_ = SIZE_MAX;
     DropReport drops_;
     ReceiveBatch discovery_batch_;
     ReceiveBatch data_batch_;

@@ -93,11 +93,10 @@ void MessageBatcher::flush() {
     next_deadline_ = kNever;
 }
 
-bool MessageBatcher::flush_due(MonotonicTime now) {
+void MessageBatcher::flush_due(MonotonicTime now) {
     if (next_deadline_ > now)
-        return false;
+        return;
     next_deadline_ = kNever;
-    bool was_in_haste = false;
     for (const auto& message : messages_) {
         if (message->writer.empty())
             continue;
@@ -105,11 +104,9 @@ bool MessageBatcher::flush_due(MonotonicTime now) {
             next_deadline_ = std::min(next_deadline_, message->due());
             continue;
         }
-        was_in_haste |= message->haste == Haste::now;
         send(*message);
         message->sent_at = now;
     }
-    return was_in_haste;
 }
 
 template <typename Append>

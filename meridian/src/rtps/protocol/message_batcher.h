@@ -56,9 +56,8 @@ class MessageBatcher {
 
     /// Sends everything collected.
     void flush();
-    /// Leaves what may wait. To be called again at next_deadline(), kNever when nothing waits. True when
-    /// something was sent that may not.
-    bool flush_due(MonotonicTime now);
+    /// Leaves what may wait. To be called again at next_deadline(), kNever when nothing waits.
+    void flush_due(MonotonicTime now);
     MonotonicTime next_deadline() const { return next_deadline_; }
 
   private:

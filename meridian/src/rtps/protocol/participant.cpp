@@ -121,12 +121,12 @@ ReadStatus Participant::receive(ByteView datagram, const Locator& source, Now no
     return status;
 }
 
-bool Participant::end_batch(Now now) {
+void Participant::end_batch(Now now) {
     in_batch_ = false;
-    return finish(now);
+    finish(now);
 }
 
-bool Participant::finish(Now now) {
+void Participant::finish(Now now) {
     now_ = now;
     while (!restarted_.empty()) {
         const GuidPrefix prefix = restarted_.back();
@@ -134,12 +134,12 @@ bool Participant::finish(Now now) {
         participants_.replace(prefix, now);
     }
     if (in_batch_)
-        return false;
+        return;
     router_.end_batch(); // before acknowledgements go out: what they are for can be taken then
     if (!running_)
-        return false;
+        return;
     timers_.run(now.monotonic);
-    return batcher_.flush_due(now.monotonic);
+    batcher_.flush_due(now.monotonic);
 }
 
 MonotonicTime Participant::next_deadline() const {

@@ -53,10 +53,9 @@ class Participant final : private ReaderObserver,
     ReadStatus receive(ByteView datagram, const Locator& source, Now now, bool is_first = true);
 
     /// For a caller with several datagrams at hand: once for all of them, in end_batch, readers are told that
-    /// no more samples come for now, and answers are sent. Without a batch every call does so. True when
-    /// there were answers that others may be waiting for.
+    /// no more samples come for now, and answers are sent. Without a batch every call does so.
     void begin_batch() { in_batch_ = true; }
-    bool end_batch(Now now);
+    void end_batch(Now now);
 
     /// Whether a submessage may be for this participant, for those who receive for several: local is the
     /// endpoint here that it names, entity::unknown where it names none, and remote the endpoint that it
@@ -146,8 +145,8 @@ class Participant final : private ReaderObserver,
     void announce_for(const DiscoveredEndpoint& remote, Now now);
     void dispose(const Guid& endpoint, Now now);
     void write_participant_message(uint32_t kind);
-    /// Ends every call: sends what became due and what was collected. True when some of it may not wait.
-    bool finish(Now now);
+    /// Ends every call: sends what became due and what was collected.
+    void finish(Now now);
 
     void on_writer_restarted(const Guid& writer) override;
     void on_oversized_sample(const Guid& writer, size_t size, size_t limit) override;
