@@ -89,11 +89,11 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
 ReliableReader::ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config,
                                const Limits& limits, ReaderSink& sink, ReaderObserver& observer,
                                MessageBatcher& batcher, TimerQueue& timers)
-    : id_(id),
+    : Reader(sink),
+      id_(id),
       is_volatile_(is_volatile),
       config_(config),
       limits_(limits),
-      sink_(sink),
       observer_(observer),
       batcher_(batcher),
       timers_(timers) {
