@@ -15,7 +15,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
   protected:
     BestEffortReaderTest() {
         context.source = prefix(2);
-        reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {}, 2}, now);
+        reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {0, 2}}, now);
     }
     void on_sample(const Sample& sample) override {
         numbers.push_back(sample.sequence_number);

@@ -43,11 +43,11 @@ class ReliableReaderTest : public ::testing::Test {
         int too_high = 0;
     };
 
-    void make(bool is_volatile, ReliableReader::Limits limits = {}, VendorId vendor = {},
+    void make(bool is_volatile, ReliableReader::Limits limits = {}, uint8_t quirks = 0,
               const ReaderConfig& config = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
                                                   batcher, timers);
-        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor, 2}, now);
+        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, {quirks, 2}}, now);
     }
     void data(SequenceNumber number, size_t size = 8) {
         const ByteBuffer payload(size, 1);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "rtps/protocol/locator_choice.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/qos_matching.h"
 
 namespace meridian::rtps {
@@ -26,10 +27,8 @@ std::string describe_keys(const EndpointData& local, const RemoteEndpoint& remot
            " and " + kind(local.guid) + "; they do not match";
 }
 
-/// Endpoints of Fast DDS hear what comes to their own addresses only; those of others what comes to any of
-/// their participant.
 bool hears_own_addresses_only(const RemoteParticipant& participant) {
-    return participant.data->vendor == kFastDds;
+    return quirks_of(*participant.data).has(kHearsOwnAddressesOnly);
 }
 
 /// Over UDP, whether or not it can be gone from here at present.
@@ -140,10 +139,8 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
         RemoteWriter writer;
         writer.guid = remote;
         writer.route = route;
-        if (const RemoteParticipant* participant = participants_.find(remote.prefix)) {
-            writer.vendor = participant->data->vendor;
-            writer.fast_cdr = fast_cdr_of(*participant->data);
-        }
+        if (const RemoteParticipant* participant = participants_.find(remote.prefix))
+            writer.quirks = quirks_of(*participant->data);
         local.reader->add_writer(writer, now);
         return;
     }
