@@ -1,6 +1,7 @@
 #include "rtps/protocol/local_endpoints.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "rtps/protocol/locator_choice.h"
 #include "rtps/protocol/makers.h"
@@ -133,15 +134,10 @@ void LocalEndpoints::tell_of_detour(const RemoteEndpoint& remote, const Route& r
                  : "it is answered at the address that its participant has for discovery"));
 }
 
-void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos,
-                             const Route& route, MonotonicTime now) {
+void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const RemoteParticipant& participant,
+                             const EndpointQos& qos, const Route& route, MonotonicTime now) {
     if (local.reader) {
-        RemoteWriter writer;
-        writer.guid = remote;
-        writer.route = route;
-        if (const RemoteParticipant* participant = participants_.find(remote.prefix))
-            writer.quirks = quirks_of(*participant->data);
-        local.reader->add_writer(writer, now);
+        local.reader->add_writer({remote, route, quirks_of(*participant.data)}, now);
         return;
     }
     RemoteReader reader;
@@ -149,8 +145,7 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     reader.route = route;
     reader.reliable = qos.reliability == Reliability::reliable;
     reader.transient_local = qos.durability != Durability::volatile_;
-    const RemoteParticipant* participant = participants_.find(remote.prefix);
-    reader.answerable = participant == nullptr || is_answerable(*participant);
+    reader.answerable = is_answerable(participant);
     local.writer->add_reader(reader, now);
 }
 
@@ -170,7 +165,7 @@ void LocalEndpoints::match_participant(LocalEndpoint& local, const RemotePartici
         !speak_with_each_other(local, remote))
         disconnect(local, guid);
     else // builtin counterparts have the QoS of ours
-        connect(local, guid, local.data.qos, remote.metatraffic, now);
+        connect(local, guid, remote, local.data.qos, remote.metatraffic, now);
 }
 
 void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
@@ -210,10 +205,8 @@ void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, Mon
     if (!policies.empty()) {
         unmatch(local, remote);
         auto& told = refused_[{guid, local.data.guid.entity}];
-        if (told != policies) {
-            told = policies;
+        if (std::exchange(told, policies) != policies)
             local.sink->incompatible(*remote.record, policies);
-        }
         return;
     }
     refused_.erase({guid, local.data.guid.entity});
@@ -231,10 +224,17 @@ void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, Mon
             return;
         }
     }
+    pair(local, remote, *participant, route, now, cause);
+}
+
+void LocalEndpoints::pair(LocalEndpoint& local, DiscoveredEndpoint& remote,
+                          const RemoteParticipant& participant, const Route& route, MonotonicTime now,
+                          Cause cause) {
+    const Guid& guid = remote.record->guid;
     const bool is_new = !contains(remote.matched, local);
     if (is_new)
         remote.matched.push_back(&local);
-    connect(local, guid, *remote.record->qos, route, now);
+    connect(local, guid, participant, *remote.record->qos, route, now);
     if (local.reader)
         liveliness_.add_remote(guid, remote.record->qos->liveliness,
                                to_duration(remote.record->qos->liveliness_lease), now);
