@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "rtps/protocol/makers.h"
 #include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
@@ -39,7 +40,7 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
         return;
     }
     const RemoteParticipant* participant = participants_.find(decoded->guid.prefix);
-    if (participant != nullptr && counts_nanoseconds(*participant->data))
+    if (participant != nullptr && quirks_of(*participant->data).has(kCountsNanoseconds))
         convert_nanoseconds(decoded->qos);
     take(std::move(*decoded), sample);
 }

@@ -37,6 +37,7 @@ struct DiscoveredEndpoint {
     RemoteEndpointRef record;      // what is visible
     std::shared_ptr<RemoteEndpoint> waiting;
     std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
+    bool is_told_apart = false;          // announcements for it alone stand in a history
 
     const RemoteEndpoint& newest() const { return waiting != nullptr ? *waiting : *record; }
 };

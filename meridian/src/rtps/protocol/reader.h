@@ -7,6 +7,7 @@
 
 #include "rtps/protocol/count.h"
 #include "rtps/protocol/fragment_assembler.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/sinks.h"
 #include "rtps/wire/message.h"
@@ -20,8 +21,7 @@ constexpr Duration kFragmentTimeout = std::chrono::seconds(3);
 struct RemoteWriter {
     Guid guid;
     Route route; // where acknowledgements go
-    VendorId vendor;
-    uint8_t fast_cdr = 0; // see fast_cdr_of
+    Quirks quirks;
 };
 
 /// What a reader tells the participant beyond samples. Not called back into the reader.

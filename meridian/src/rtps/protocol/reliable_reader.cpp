@@ -48,9 +48,6 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
           memory(*owner.limits_.memory),
           fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
-    /// Dust DDS 0.16 sends the fragment behind each one that it is asked for, and the first one when the
-    /// sample is asked for. Where fragments are asked for with those before them, that comes to the same.
-    bool sends_fragments_behind() const { return writer.vendor == kDustDds; }
 
     ReliableReader& reader;
     RemoteWriter writer;
@@ -140,7 +137,7 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
         return true;
     Sample sample;
     const bool deliverable =
-        make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context, data, now, sample);
+        make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context, data, now, sample);
     accept(*proxy, sample, deliverable);
     return true;
 }
@@ -304,7 +301,8 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         accept(*proxy, lost, false);
     } else if (result == Result::complete) {
         const Sample& whole = proxy->fragments.whole(number);
-        accept(*proxy, make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context.vendor, whole, now),
+        accept(*proxy,
+               make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context.vendor, whole, now),
                !whole.inline_qos.refused);
         proxy->fragments.drop(number); // where it could not be held
     }
@@ -476,9 +474,7 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     AckNack acknack;
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
-    // Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others
-    // refuse base 0.
-    acknack.missing.base = p.writer.vendor == kFastDds ? 0 : 1;
+    acknack.missing.base = p.writer.quirks.has(kPreemptedByZero) ? 0 : 1;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);
@@ -491,7 +487,8 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
 void ReliableReader::send_nack_frag(WriterProxy& p, SequenceNumber sequence_number,
                                     const FragmentNumberSet& missing) {
     FragmentNumberSet wanted = missing;
-    if (p.sends_fragments_behind() && missing.base > 1) {
+    if (p.writer.quirks.has(kSendsFragmentsBehind) && missing.base > 1) {
+        // Asked for with those before them, the right ones come too.
         wanted = {};
         wanted.base = missing.base - 1;
         for (uint32_t i = 0; i < missing.num_bits; ++i) {
@@ -526,7 +523,8 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
             if (unfinished_count < unfinished.size())
                 unfinished[unfinished_count++] = number;
             FragmentNumberSet missing;
-            if (p.sends_fragments_behind() && p.fragments.missing(number, missing) && missing.base == 1)
+            if (p.writer.quirks.has(kSendsFragmentsBehind) && p.fragments.missing(number, missing) &&
+                missing.base == 1)
                 acknack.missing.insert(number); // no fragment is before it
             continue;
         }
