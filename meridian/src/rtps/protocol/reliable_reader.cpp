@@ -51,6 +51,12 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
     /// Dust DDS 0.16 sends the fragment behind each one that it is asked for, and the first one when the
     /// sample is asked for. Where fragments are asked for with those before them, that comes to the same.
     bool sends_fragments_behind() const { return writer.vendor == kDustDds; }
+    /// OpenDDS 3.5 to 3.14 says of a writer that has nothing, or nothing any more, that it has number 1
+    /// alone. It is meant where that number came.
+    bool says_nothing(const Heartbeat& heartbeat) const {
+        return writer.vendor == kOpenDds && heartbeat.first == 1 && heartbeat.last == 1 && next != 2 &&
+               held.count(1) == 0 && !fragments.has(1);
+    }
 
     ReliableReader& reader;
     RemoteWriter writer;
@@ -327,6 +333,12 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         !is_believed(writer, std::max(heartbeat.first, heartbeat.last), observer_))
         return;
     WriterProxy& p = *proxy;
+    if (p.says_nothing(heartbeat)) {
+        p.preempt_at = kNever;
+        if (p.next == 1)
+            ask(p, now);
+        return;
+    }
     const bool first_contact = !p.heartbeats.heard();
     switch (p.heartbeats.judge(heartbeat, std::max(p.last_known, p.next - 1), now)) {
         case HeartbeatJudge::Verdict::believed:
@@ -479,6 +491,9 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     // Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others
     // refuse base 0.
     acknack.missing.base = p.writer.vendor == kFastDds ? 0 : 1;
+    // OpenDDS takes a single bit that is not set for a question after that number: it sends the sample if it
+    // has it. Asked for it outright, it would leave the number out for good, and use it later.
+    acknack.missing.num_bits = p.writer.vendor == kOpenDds ? 1 : 0;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);

@@ -89,7 +89,6 @@ uint8_t fast_cdr_of(const ParticipantData& data) {
 }
 
 bool counts_nanoseconds(const ParticipantData& data) {
-    constexpr VendorId kOpenDds{{0x01, 0x03}};
     constexpr uint16_t kFlags = 0xb005;
     constexpr uint32_t kFractions = 8;
     if (!(data.vendor == kOpenDds))

@@ -63,6 +63,7 @@ struct VendorId {
 };
 
 constexpr VendorId kFastDds{{0x01, 0x0f}};
+constexpr VendorId kOpenDds{{0x01, 0x03}};
 constexpr VendorId kDustDds{{0x01, 0x14}};
 
 /// The vendor id that this library announces: one that no maker was assigned.
