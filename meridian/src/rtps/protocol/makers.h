@@ -16,12 +16,12 @@ enum Quirk : uint8_t {
     kSendsFragmentsBehind = 4,  // the one behind each that is asked for; the first with the whole sample
     kNamesMissDefault = 8,      // no name of a partition, not even the empty one, matches the default one
     kCountsNanoseconds = 16,    // durations in QoS are seconds and nanoseconds
+    kClaimsNumberOne = 32,      // heartbeats of a writer that has nothing say that it has number 1 alone
 };
 
 struct Quirks {
     uint8_t flags = 0;
-    uint8_t fast_cdr =
-        0; // generation of the serializer, 1 or 2, where the maker is that of Fast CDR; 0: not known
+    uint8_t fast_cdr = 0; // generation of the serializer, 1 or 2, of the maker of Fast CDR; 0: not known
     bool has(Quirk quirk) const { return (flags & quirk) != 0; }
 };
 

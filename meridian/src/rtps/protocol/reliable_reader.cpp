@@ -48,6 +48,11 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
           memory(*owner.limits_.memory),
           fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
+    /// Such a heartbeat is meant where number 1 came.
+    bool says_nothing(const Heartbeat& heartbeat) const {
+        return writer.quirks.has(kClaimsNumberOne) && heartbeat.first == 1 && heartbeat.last == 1 &&
+               next != 2 && held.count(1) == 0 && !fragments.has(1);
+    }
 
     ReliableReader& reader;
     RemoteWriter writer;
@@ -325,6 +330,12 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         !is_believed(writer, std::max(heartbeat.first, heartbeat.last), observer_))
         return;
     WriterProxy& p = *proxy;
+    if (p.says_nothing(heartbeat)) {
+        p.preempt_at = kNever;
+        if (p.next == 1)
+            ask(p, now);
+        return;
+    }
     const bool first_contact = !p.heartbeats.heard();
     switch (p.heartbeats.judge(heartbeat, std::max(p.last_known, p.next - 1), now)) {
         case HeartbeatJudge::Verdict::believed:
@@ -475,6 +486,9 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
     acknack.missing.base = p.writer.quirks.has(kPreemptedByZero) ? 0 : 1;
+    // A single bit that is not set is a question after that number, to which the sample is the answer.
+    // Asked for it outright, such a writer would leave the number out for good, and use it later.
+    acknack.missing.num_bits = p.writer.quirks.has(kClaimsNumberOne) ? 1 : 0;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);
