@@ -92,7 +92,7 @@ void ParticipantDiscovery::announce(Now now) {
     announcer_.announce(now);
     const auto tell = [&](const Remote& remote) {
         if (needs_announcements(remote))
-            announcer_.repeat(remote.metatraffic, now);
+            announcer_.repeat(remote.metatraffic, remote.data->vendor, now);
     };
     for (const Remote* remote : acquaintances_)
         tell(*remote);
@@ -359,7 +359,7 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
         await_relays(now);
     if (!remote.is_server && !remote.is_relayed) {
         // First, so that it knows us before it gets what the listener sends.
-        announcer_.answer(remote.metatraffic, now);
+        announcer_.answer(remote.metatraffic, remote.data->vendor, now);
     }
     listener_.on_participant_discovered(remote, now);
 }

@@ -182,7 +182,7 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
     remote.doubt->ask_at = now.monotonic + kAskPause;
     remote.timer.wake_at(remote.doubt->ask_at);
     // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
-    announcer_.repeat(remote.metatraffic, now);
+    announcer_.repeat(remote.metatraffic, remote.data->vendor, now);
     listener_.on_participant_doubted(remote);
 }
 

@@ -64,6 +64,7 @@ struct VendorId {
 
 constexpr VendorId kFastDds{{0x01, 0x0f}};
 constexpr VendorId kDustDds{{0x01, 0x14}};
+constexpr VendorId kEmbeddedRtps{{0x0d, 0x25}}; // which its makers were not assigned
 
 /// The vendor id that this library announces: one that no maker was assigned.
 constexpr VendorId kOwnVendorId{{0x01, 0x7e}};
