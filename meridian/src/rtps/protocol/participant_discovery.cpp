@@ -191,10 +191,30 @@ bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPre
     if (announcer == subject)
         return true;
     const Remote* server = find_remote(announcer);
-    if (server == nullptr || !server->is_server)
-        return false;
     const Remote* remote = find_remote(subject);
-    return remote == nullptr || remote->is_relayed;
+    if (server != nullptr && server->is_server)
+        return remote == nullptr || remote->is_relayed;
+    ParticipantData unknown;
+    unknown.vendor = kOpenSplice;
+    unknown.guid.prefix = subject;
+    return manages(server, remote != nullptr ? *remote->data : unknown);
+}
+
+bool ParticipantDiscovery::manages(const Remote* manager, const ParticipantData& data) {
+    const auto speaks = [](const ParticipantData& of) {
+        return (of.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
+    };
+    constexpr size_t kNode = 4; // octets of a prefix
+    return manager != nullptr && manager->data->vendor == kOpenSplice && data.vendor == kOpenSplice &&
+           speaks(*manager->data) && !speaks(data) &&
+           std::equal(data.guid.prefix.bytes.begin(), data.guid.prefix.bytes.begin() + kNode,
+                      manager->prefix().bytes.begin());
+}
+
+bool ParticipantDiscovery::is_managed(const Remote& remote) const {
+    return remote.data->vendor == kOpenSplice &&
+           std::any_of(remotes_.begin(), remotes_.end(),
+                       [&](const auto& entry) { return manages(entry.second.get(), *remote.data); });
 }
 
 bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
@@ -278,8 +298,11 @@ void ParticipantDiscovery::await_relays(Now now) {
 
 void ParticipantDiscovery::on_timer_of(Remote& remote) {
     if (remote.expires <= now_.monotonic) {
-        remove(remote.prefix(), GoneReason::lease_expired, now_);
-        return;
+        if (!is_managed(remote)) {
+            remove(remote.prefix(), GoneReason::lease_expired, now_);
+            return;
+        }
+        remote.renew(now_.monotonic);
     }
     if (remote.ask_at <= now_.monotonic) {
         remote.ask_at = now_.monotonic + kRelayAskPause;
@@ -373,6 +396,12 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     remotes_.erase(at);
     if (remote->is_server)
         await_relays(now);
+    if (remote->data->vendor == kOpenSplice) {
+        for (const GuidPrefix& other : prefixes()) {
+            if (manages(remote.get(), *find(other)->data))
+                remove(other, reason, now);
+        }
+    }
     listener_.on_participant_gone(*remote, reason, now);
 }
 

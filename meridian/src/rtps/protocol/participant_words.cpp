@@ -54,12 +54,15 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
     if (is_farewell(sample)) {
         const std::optional<Guid> key = subject_of(sample);
-        if (key && remote != nullptr && context.source == key->prefix)
-            on_farewell(*remote, announced, now);
+        Remote* const subject = key ? find_remote(key->prefix) : nullptr;
+        if (subject != nullptr && (subject == remote || manages(remote, *subject->data)))
+            on_farewell(*subject, announced, now);
     } else if (remote != nullptr && remote->announced(sample.payload)) {
         on_repetition(*remote, announced, now);
     } else if (announced.data = decode(sample);
-               announced.data != nullptr && announced.data->guid.prefix == context.source) {
+               announced.data != nullptr &&
+               (announced.data->guid.prefix == context.source ||
+                (manages(remote, *announced.data) && !excludes(announced.data->guid.prefix)))) {
         on_announcement(announced, now);
     }
 }

@@ -62,6 +62,7 @@ struct VendorId {
     friend bool operator==(VendorId a, VendorId b) { return a.bytes == b.bytes; }
 };
 
+constexpr VendorId kOpenSplice{{0x01, 0x02}};
 constexpr VendorId kFastDds{{0x01, 0x0f}};
 constexpr VendorId kDustDds{{0x01, 0x14}};
 constexpr VendorId kEmbeddedRtps{{0x0d, 0x25}}; // which its makers were not assigned
