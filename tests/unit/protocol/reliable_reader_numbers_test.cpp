@@ -67,7 +67,7 @@ TEST_F(ReliableReaderTest, AVolatileReaderDoesNotAcknowledgeAtOnceWhatItNeverGot
 // number 1 with a gap.
 TEST_F(ReliableReaderTest, OpenDdsIsNotBelievedThatItHasNumberOneAlone) {
     for (const bool is_volatile : {true, false}) {
-        make(is_volatile, {}, kOpenDds);
+        make(is_volatile, {}, kClaimsNumberOne);
         sink = {};
         sent();
         heartbeat(1, 1);
@@ -88,7 +88,7 @@ TEST_F(ReliableReaderTest, OpenDdsIsNotBelievedThatItHasNumberOneAlone) {
 
 // It says so too when everything it wrote was acknowledged by others.
 TEST_F(ReliableReaderTest, OpenDdsIsJoinedWhereItIs) {
-    make(true, {}, kOpenDds);
+    make(true, {}, kClaimsNumberOne);
     sent();
     heartbeat(1, 1);
     sent_after(seconds(1));
@@ -107,7 +107,7 @@ TEST_F(ReliableReaderTest, OpenDdsIsJoinedWhereItIs) {
 }
 
 TEST_F(ReliableReaderTest, OpenDdsIsAskedForTheRestOfItsFirstSample) {
-    make(false, {}, kOpenDds);
+    make(false, {}, kClaimsNumberOne);
     sent();
     fragment(1, 1);
     heartbeat(1, 1);

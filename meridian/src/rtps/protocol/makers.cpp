@@ -50,11 +50,13 @@ struct Row {
 constexpr uint8_t kOfFastDds = kHearsOwnAddressesOnly | kPreemptedByZero;
 
 constexpr Row kRows[] = {
+    {kOpenSplice, any_release, {kServiceSpeaksForNode}}, // as it can be configured; seen of 6.9
     {kFastDds, fast_dds_from_3, {kOfFastDds, 2}},
     {kFastDds, fast_dds_from_2_12, {kOfFastDds, 0}}, // can be built with either serializer
     {kFastDds, any_release, {kOfFastDds, 1}},
     {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds | kClaimsNumberOne}},
     {kOpenDds, any_release, {kClaimsNumberOne}}, // seen of 3.5 to 3.14
+    {kEmbeddedRtps, any_release, {kRefusesNewParameters}},
     {kDustDds, any_release, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
 };
 

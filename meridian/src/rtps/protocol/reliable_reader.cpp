@@ -16,8 +16,10 @@ constexpr Duration kNackPause = std::chrono::milliseconds(1);
 constexpr Duration kStartOverlap = std::chrono::milliseconds(200);
 constexpr Duration kStartPause = std::chrono::milliseconds(50);
 // Heartbeats that name nothing new are answered from a budget: so many at once, then one in each interval.
+// A writer without samples may answer each acknowledgement with a heartbeat that wants the next one:
+// embeddedRTPS, on processors that have better to do.
 constexpr int kRepeatedAnswers = 16;
-constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
+constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(20);
 constexpr Duration kFirstPreemptivePause = std::chrono::milliseconds(100);
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 // A writer in doubt is asked so often, for so long.
