@@ -198,7 +198,7 @@ bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPre
 }
 
 bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
-    const std::string* type = property(data, kParticipantType);
+    const std::string* type = find_property(data.properties, kParticipantType);
     if (type == nullptr || (*type != "SERVER" && *type != "BACKUP"))
         return false;
     const auto is_there = [this](const Locator& from, const Locator& server) {
