@@ -220,7 +220,7 @@ bool ParticipantDiscovery::is_managed(const Remote& remote) const {
 }
 
 bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
-    const std::string* type = property(data, kParticipantType);
+    const std::string* type = find_property(data.properties, kParticipantType);
     if (type == nullptr || (*type != "SERVER" && *type != "BACKUP"))
         return false;
     const auto is_there = [this](const Locator& from, const Locator& server) {
@@ -256,26 +256,28 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
     if (remote->is_server && !is_known && remote->doubt == nullptr)
         doubt(*remote, {remote->data, remote->announcement, remote->sequence_number, source}, now);
-    if (!is_known &&
-        (remote->is_server || (remote->doubt != nullptr && remote->doubt->said.source == source)))
+    Doubt* const open = remote->doubt.get();
+    const bool is_doubted = open != nullptr && open->said.source == source;
+    if (!is_known && (remote->is_server || is_doubted))
         return Hearing::announcements;
-    if (remote->doubt != nullptr && remote->doubt->said.source == source)
+    if (is_doubted)
         return Hearing::everything;
-    if (is_known && remote->doubt != nullptr)
-        remote->doubt->answered = true;
-    else if (!is_known && remote->doubt == nullptr && sender != entity::participant_writer &&
+    if (is_known && open != nullptr)
+        open->answered = true;
+    else if (!is_known && open == nullptr && sender != entity::participant_writer &&
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
     remote->renew(now.monotonic);
     remote->has_spoken = remote->has_spoken || sender != entity::participant_writer;
     if (!remote->has_spoken)
         look_at_silent(*remote, now);
-    if (remote->is_stranger && (is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets)) {
+    const bool moves = remote->is_stranger
+                           ? is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets
+                           : now.monotonic - remote->placed_at >= kListPause;
+    if (moves) {
+        acquaintances_.splice(acquaintances_.end(), remote->is_stranger ? strangers_ : acquaintances_,
+                              remote->place);
         remote->is_stranger = false;
-        acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
-        remote->placed_at = now.monotonic;
-    } else if (!remote->is_stranger && now.monotonic - remote->placed_at >= kListPause) {
-        acquaintances_.splice(acquaintances_.end(), acquaintances_, remote->place);
         remote->placed_at = now.monotonic;
     }
     return Hearing::everything;
