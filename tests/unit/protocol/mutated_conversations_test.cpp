@@ -1,5 +1,5 @@
-// Recorded conversations of several makers with some of each changed: no sample of a healthy application is lost by it, memory
-// and traffic stay bounded, and nothing ends or hangs.
+// Recorded conversations of several makers with some of each changed: no sample of a healthy application is
+// lost by it, memory and traffic stay bounded, and nothing ends or hangs.
 
 #include "protocol/attacked_domain.h"
 
