@@ -6,6 +6,13 @@
 
 namespace meridian::rtps {
 
+namespace {
+
+/// A discovery server tells of a participant so long after its endpoints at most.
+constexpr Duration kUnseenPatience = std::chrono::seconds(15);
+
+} // namespace
+
 EndpointDiscovery::EndpointDiscovery(const ParticipantConfig& config,
                                      const ParticipantDiscovery& participants, WarnOnce& warnings,
                                      Listener& listener)
@@ -28,6 +35,8 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
+    if (participants_.excludes(decoded->guid.prefix))
+        return; // a discovery server may tell of those here too
     const RemoteParticipant* participant = participants_.find(decoded->guid.prefix);
     if (participant != nullptr && counts_nanoseconds(*participant->data))
         convert_nanoseconds(decoded->qos);
@@ -46,10 +55,13 @@ bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sa
 
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const Guid guid = data.guid;
+    forget_unseen(sample.received);
     const DiscoveredEndpoint* known = find(guid);
     if (known != nullptr ? known->newest().announcement == hash_of(data) : !listener_.wants(data.topic_name))
         return;
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
+    if (siblings.by_entity.empty() && participants_.find(guid.prefix) == nullptr)
+        unseen_.emplace_back(sample.received, guid.prefix);
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
     std::shared_ptr<RemoteEndpoint> record;
     if (known == nullptr && siblings.by_entity.size() >= part)
@@ -148,8 +160,23 @@ void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
 
 void EndpointDiscovery::on_dispose(const Sample& sample) {
     const std::optional<Guid> key = subject_of(sample);
-    if (key && participants_.speaks_for(sample.writer.prefix, key->prefix))
+    if (!key || !participants_.speaks_for(sample.writer.prefix, key->prefix))
+        return;
+    if (participants_.find(key->prefix) == nullptr)
+        erase(*key);
+    else
         remove(*key, GoneReason::disposed, sample.source_timestamp);
+}
+
+void EndpointDiscovery::forget_unseen(MonotonicTime now) {
+    for (; !unseen_.empty() && now - unseen_.front().first > kUnseenPatience; unseen_.pop_front()) {
+        const auto endpoints = by_participant_.find(unseen_.front().second);
+        if (endpoints == by_participant_.end() || participants_.find(endpoints->first) != nullptr)
+            continue;
+        count_ -= endpoints->second.by_entity.size();
+        last_found_ = nullptr;
+        by_participant_.erase(endpoints);
+    }
 }
 
 void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime timestamp) {
@@ -162,9 +189,16 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     }
     listener_.on_endpoint_gone(*endpoint, reason, timestamp);
     by_topic_.erase(endpoint);
+    erase(guid);
+}
+
+void EndpointDiscovery::erase(const Guid& guid) {
+    const DiscoveredEndpoint* endpoint = find(guid);
+    if (endpoint == nullptr)
+        return;
     last_found_ = nullptr;
     const auto siblings = by_participant_.find(guid.prefix);
-    siblings->second.memory -= endpoint->record->memory;
+    siblings->second.memory -= endpoint->newest().memory;
     siblings->second.by_entity.erase(guid.entity.value);
     if (siblings->second.by_entity.empty())
         by_participant_.erase(siblings);
@@ -175,6 +209,7 @@ void EndpointDiscovery::clear() {
     last_found_ = nullptr;
     by_topic_.clear();
     by_participant_.clear();
+    unseen_.clear();
     count_ = 0;
 }
 

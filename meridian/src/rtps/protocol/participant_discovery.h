@@ -119,6 +119,8 @@ class ParticipantDiscovery {
     /// itself alone: a participant that could end what others have could hide it. Only a discovery server
     /// speaks for those that do not speak for themselves.
     bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const;
+    /// Own participants and those that are ignored: nothing that is told of them counts.
+    bool excludes(const GuidPrefix& prefix) const;
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
@@ -137,7 +139,6 @@ class ParticipantDiscovery {
     using RemoteList = std::list<Remote*>;
 
     Remote* find_remote(const GuidPrefix& prefix) const;
-    bool excludes(const GuidPrefix& prefix) const;
     /// Null for what is no announcement.
     ParticipantRef decode(const Sample& sample);
     void on_farewell(Remote& remote, const Announcement& farewell, Now now);
