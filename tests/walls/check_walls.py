@@ -58,6 +58,10 @@ SYSTEM_FACILITY = re.compile(
 SYSTEM_CALL = re.compile(r"\b(clock_gettime|gettimeofday|nanosleep|fopen|freopen|tmpfile|popen|system|getenv|setenv)\s*\(|"
                          r"_clock::now\s*\(|\bsleep_(for|until)\s*\(")
 VAGUE_WORD = re.compile(r"(no|some|any|every)body|\bwhoever", re.IGNORECASE)
+# A maker's vendor id, by name or in figures. What its products do otherwise stands in one table for each layer.
+MAKER = re.compile(r"\bk\w+Dds\b|\bVendorId\s*\{\{")
+MAKERS_TABLES = tuple(f"meridian/src/{file}" for file in ("rtps/wire/types.h", "rtps/protocol/makers.h", "rtps/protocol/makers.cpp",
+                                                          "types/data/dialect.cpp"))
 # Files, by their names, that may have such a facility all the same.
 EXCEPTIONS = {
     ("listener_link.h", "thread"),  # only ids, to know a call back from its own thread
@@ -146,6 +150,8 @@ def check(root):
                 layer = layer_of(source)
                 if layer and layer not in TOUCHES_SYSTEM and SYSTEM_CALL.search(line.split("//")[0]):
                     errors.append(f"{source}:{number}: {layer} asks the system for time, files or settings")
+                if layer and source not in MAKERS_TABLES and MAKER.search(line.split("//")[0]):
+                    errors.append(f"{source}:{number}: {layer} asks who the maker is, not for a quirk from the table")
     return errors, files, used
 
 

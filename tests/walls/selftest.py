@@ -17,6 +17,7 @@ HOUSE = {
     "meridian/src/platform/mutex.h": "#include <pthread.h>\n#include <time.h>\n#include <thread>\n",
     "meridian/src/platform/file.cpp": '#include <fstream>\nauto home = getenv("HOME");\n',
     "meridian/src/rtps/wire/types.h": "#include <array>\n",
+    "meridian/src/rtps/protocol/makers.cpp": "bool is_first = data.vendor == kFastDds; // not of kOpenDds\n",
     "meridian/src/rtps/protocol/reader.h": '#include "rtps/wire/types.h"\n',
     "meridian/src/rtps/net/socket.h": '#include <sys/socket.h>\n#include "rtps/protocol/reader.h"\n',
     "meridian/src/dcps/entities/factory.cpp": '#include "meridian/a.h"\n#include "discovery/d.h"\n#include "platform/mutex.h"\n',
@@ -69,6 +70,8 @@ BROKEN = [
     ("meridian/src/rtps/net/bad.cpp", "#include <dds/dds.h>\n", "another maker's"),
     ("srcCxx/quixspy/bad.cpp", "#include <fastdds/dds/log/Log.hpp>\n", "another maker's"),
     ("bench/bad.cpp", "#include <fastcdr/Cdr.h>\n", "another maker's"),
+    ("meridian/src/rtps/protocol/bad.cpp", "bool is_first = data.vendor == kFastDds;\n", "not for a quirk"),
+    ("meridian/src/types/data/bad.cpp", "return vendor == rtps::VendorId{{1, 3}};\n", "not for a quirk"),
     ("tests/unit/bad.cpp", "// Nobody hears it.\n", "name the application"),
 ]
 

@@ -15,7 +15,7 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
   protected:
     BestEffortReaderTest() {
         context.source = prefix(2);
-        reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {}, 2}, now);
+        reader.add_writer(RemoteWriter{{prefix(2), kWriter}, {}, {0, 2}}, now);
     }
     void on_sample(const Sample& sample) override {
         numbers.push_back(sample.sequence_number);
@@ -31,23 +31,10 @@ class BestEffortReaderTest : public ::testing::Test, protected ReaderSink, prote
     void on_memory_used_up(const Guid&) override {}
     void on_number_too_high(const Guid&) override { ++too_high; }
 
-    void data(SequenceNumber number) {
-        Data d;
-        d.writer = kWriter;
-        d.sequence_number = number;
-        d.has_payload = true;
-        reader.on_data(context, d, now);
-    }
+    void data(SequenceNumber number) { reader.on_data(context, data_of(kWriter, number, {}), now); }
     void fragment(SequenceNumber number, FragmentNumber first, uint32_t sample_size = 20) {
         const ByteBuffer payload(10);
-        DataFrag d;
-        d.writer = kWriter;
-        d.sequence_number = number;
-        d.first_fragment = first;
-        d.fragment_size = 10;
-        d.sample_size = sample_size;
-        d.payload = payload;
-        reader.on_data_frag(context, d, now);
+        reader.on_data_frag(context, fragment_of(kWriter, number, first, sample_size, payload), now);
     }
 
     uint64_t told(NotTaken reason) const { return not_taken[static_cast<size_t>(reason)]; }

@@ -21,6 +21,36 @@ inline Locator udpv4(uint8_t last, uint32_t port = 7410) {
     return locator;
 }
 
+inline Heartbeat heartbeat_of(EntityId writer, SequenceNumber first, SequenceNumber last, Count count) {
+    Heartbeat heartbeat;
+    heartbeat.writer = writer;
+    heartbeat.first = first;
+    heartbeat.last = last;
+    heartbeat.count = count;
+    return heartbeat;
+}
+inline Data data_of(EntityId writer, SequenceNumber number, ByteView payload) {
+    Data data;
+    data.writer = writer;
+    data.sequence_number = number;
+    data.has_payload = true;
+    data.payload = payload;
+    return data;
+}
+/// One fragment.
+inline DataFrag fragment_of(EntityId writer, SequenceNumber number, FragmentNumber fragment,
+                            uint32_t sample_size, ByteView payload) {
+    DataFrag frag;
+    frag.writer = writer;
+    frag.sequence_number = number;
+    frag.first_fragment = fragment;
+    frag.fragment_count = 1;
+    frag.fragment_size = static_cast<uint16_t>(payload.size);
+    frag.sample_size = sample_size;
+    frag.payload = payload;
+    return frag;
+}
+
 inline GuidPrefix prefix(uint8_t last) {
     GuidPrefix result;
     result.bytes[0] = 1;

@@ -71,18 +71,8 @@ class DiscoveryServerTest : public ParticipantTest {
         receive(
             server,
             [&](MessageWriter& writer) {
-                Data data;
-                data.writer = writer_id;
-                data.sequence_number = number;
-                data.has_payload = true;
-                data.payload = payload;
-                writer.add_data(data);
-                Heartbeat heartbeat;
-                heartbeat.writer = writer_id;
-                heartbeat.first = 1;
-                heartbeat.last = number;
-                heartbeat.count = count;
-                writer.add_heartbeat(heartbeat);
+                writer.add_data(data_of(writer_id, number, payload));
+                writer.add_heartbeat(heartbeat_of(writer_id, 1, number, count));
             },
             true);
     }
@@ -308,18 +298,8 @@ class RandomServers : public DiscoveryServerTest {
             if (number <= from.acknowledged && !(is_due && number == 1 && id == entity::participant_writer))
                 continue;
             hear_server([&](MessageWriter& writer) {
-                Data data;
-                data.writer = id;
-                data.sequence_number = number;
-                data.has_payload = true;
-                data.payload = from.samples[static_cast<size_t>(number - 1)];
-                writer.add_data(data);
-                Heartbeat heartbeat;
-                heartbeat.writer = id;
-                heartbeat.first = 1;
-                heartbeat.last = end;
-                heartbeat.count = ++from.count;
-                writer.add_heartbeat(heartbeat);
+                writer.add_data(data_of(id, number, from.samples[static_cast<size_t>(number - 1)]));
+                writer.add_heartbeat(heartbeat_of(id, 1, end, ++from.count));
             });
         }
     }

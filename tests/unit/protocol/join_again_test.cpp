@@ -131,14 +131,7 @@ TEST_F(WithoutRoute, AWriterIsAnsweredAtTheDiscoveryAddressOfItsParticipant) {
     EXPECT_EQ(asked_for(), (Lines{"DATA 1"}));
     EXPECT_THAT(recorder.errors, ElementsAre(HasSubstr("\"Square\"")));
     output.messages.clear();
-    receive(2, [](MessageWriter& writer) {
-        Heartbeat heartbeat;
-        heartbeat.writer = EntityId{0x102};
-        heartbeat.first = 1;
-        heartbeat.last = 0;
-        heartbeat.count = 1;
-        writer.add_heartbeat(heartbeat);
-    });
+    receive(2, [](MessageWriter& writer) { writer.add_heartbeat(heartbeat_of(EntityId{0x102}, 1, 0, 1)); });
     run_until(time + seconds(1));
     const Lines answers = sent_to(udpv4(2));
     EXPECT_NE(std::find_if(answers.begin(), answers.end(),

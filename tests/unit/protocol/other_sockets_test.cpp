@@ -11,16 +11,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-/// Of the writer of publications.
-void add_heartbeat(MessageWriter& writer, SequenceNumber first, SequenceNumber last, Count count) {
-    Heartbeat heartbeat;
-    heartbeat.writer = entity::publications_writer;
-    heartbeat.first = first;
-    heartbeat.last = last;
-    heartbeat.count = count;
-    writer.add_heartbeat(heartbeat);
-}
-
 /// Participant 2 is known for a while, with a writer.
 class OtherSocketsTest : public ParticipantTest {
   protected:
@@ -85,7 +75,7 @@ TEST_F(OtherSocketsTest, CannotTellThatAnAnnouncementIsIrrelevant) {
         gap.start = 2;
         gap.list.base = 100;
         writer.add_gap(gap);
-        add_heartbeat(writer, 100, 100, 50);
+        writer.add_heartbeat(heartbeat_of(entity::publications_writer, 100, 100, 50));
     });
     expect_only_the_real_one_is_seen();
 }
@@ -94,14 +84,8 @@ TEST_F(OtherSocketsTest, CannotBeginAnAnnouncementInFragments) {
     meet();
     const ByteBuffer payload = encode(forged);
     say_elsewhere([&](MessageWriter& writer) {
-        DataFrag fragment;
-        fragment.writer = entity::publications_writer;
-        fragment.sequence_number = 2;
-        fragment.fragment_size = static_cast<uint16_t>(payload.size());
-        fragment.sample_size = static_cast<uint32_t>(payload.size());
-        fragment.first_fragment = 1;
-        fragment.payload = payload;
-        writer.add_data_frag(fragment);
+        const auto size = static_cast<uint32_t>(payload.size());
+        writer.add_data_frag(fragment_of(entity::publications_writer, 2, 1, size, payload));
     });
     expect_only_the_real_one_is_seen();
 }
@@ -190,7 +174,9 @@ TEST_F(OtherSocketsTest, TwoApplicationsWithOnePrefixAreToldOfAndTheFirstIsSeen)
         send_data(2, entity::participant_writer, 1, encode(clone));
         publish(other, 1);
         publish(forged);
-        say_elsewhere([](MessageWriter& writer) { add_heartbeat(writer, 1, 2, 1); });
+        say_elsewhere([](MessageWriter& writer) {
+            writer.add_heartbeat(heartbeat_of(entity::publications_writer, 1, 2, 1));
+        });
         source_host = 0;
         for (int answers = 0; answers < 10; ++answers) {
             acknowledge(2, kSecret + 1);

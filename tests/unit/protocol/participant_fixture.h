@@ -20,13 +20,8 @@ namespace meridian::rtps::test {
 /// The datagram with which a participant announces itself.
 inline ByteBuffer first_announcement(const ParticipantData& data) {
     const ByteBuffer payload = encode(data);
-    Data announcement;
-    announcement.writer = entity::participant_writer;
-    announcement.sequence_number = 1;
-    announcement.has_payload = true;
-    announcement.payload = payload;
     MessageWriter writer(data.guid.prefix, 65000);
-    writer.add_data(announcement);
+    writer.add_data(data_of(entity::participant_writer, 1, payload));
     return ByteBuffer(writer.view().begin(), writer.view().end());
 }
 
@@ -69,13 +64,8 @@ class ParticipantTest : public ::testing::Test {
     }
     void send_data(uint8_t from, EntityId writer_id, SequenceNumber number, const ByteBuffer& payload) {
         receive(from, [&](MessageWriter& writer) {
-            Data data;
-            data.writer = writer_id;
-            data.sequence_number = number;
-            data.has_payload = true;
-            data.payload = payload;
             writer.add_info_timestamp({77, 0});
-            writer.add_data(data);
+            writer.add_data(data_of(writer_id, number, payload));
         });
     }
     /// The end of what has this key.

@@ -203,13 +203,7 @@ TEST_F(ParticipantTableTest, AParticipantThatChangesAllTheTimeIsMatchedOnceASeco
     EXPECT_EQ(sink.asked, 2);
     EXPECT_EQ(told(), (LocatorList{udpv4(6, 7411)}));
     output.messages.clear();
-    receive(2, [](MessageWriter& writer) {
-        Heartbeat heartbeat;
-        heartbeat.writer = EntityId{0x102};
-        heartbeat.first = 1;
-        heartbeat.count = 1;
-        writer.add_heartbeat(heartbeat);
-    });
+    receive(2, [](MessageWriter& writer) { writer.add_heartbeat(heartbeat_of(EntityId{0x102}, 1, 0, 1)); });
     run_until(time + milliseconds(10));
     EXPECT_EQ(destinations(), (std::set<Locator>{udpv4(6, 7411)})); // as it was announced last
 }

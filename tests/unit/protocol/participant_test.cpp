@@ -180,11 +180,7 @@ TEST_F(ParticipantTest, EndpointsOfUnknownParticipantsAreAskedForOnceTheyAreKnow
     EXPECT_TRUE(recorder.endpoints.empty());
     output.messages.clear();
     receive(2, [](MessageWriter& writer) {
-        Heartbeat h;
-        h.writer = entity::publications_writer;
-        h.last = 1;
-        h.count = 1;
-        writer.add_heartbeat(h);
+        writer.add_heartbeat(heartbeat_of(entity::publications_writer, 1, 1, 1));
     });
     EXPECT_EQ(output.take(), (Lines{"ACKNACK 1 {1}"}));
 }
@@ -398,19 +394,10 @@ TEST_F(ParticipantTest, WhatAWriterSentJustBeforeItsAnnouncementIsHeard) {
         EXPECT_TRUE(sink.numbers.empty());
         send_data(2, entity::publications_writer, 1, encode(publication(2)));
         receive(2, [](MessageWriter& writer) {
-            Heartbeat heartbeat;
-            heartbeat.writer = entity::publications_writer;
-            heartbeat.last = 1;
-            heartbeat.count = 1;
-            writer.add_heartbeat(heartbeat);
+            writer.add_heartbeat(heartbeat_of(entity::publications_writer, 1, 1, 1));
         });
-        receive(2, [](MessageWriter& writer) {
-            Heartbeat heartbeat;
-            heartbeat.writer = EntityId{0x102};
-            heartbeat.last = 3;
-            heartbeat.count = 1;
-            writer.add_heartbeat(heartbeat);
-        });
+        receive(2,
+                [](MessageWriter& writer) { writer.add_heartbeat(heartbeat_of(EntityId{0x102}, 1, 3, 1)); });
         EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{2, 3}));
         send_data(2, EntityId{0x102}, 4, payload);
         EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{2, 3, 4}));

@@ -68,12 +68,7 @@ class Reflection : public ParticipantTest {
 };
 
 void heartbeats(MessageWriter& writer, EntityId id, Count count) {
-    Heartbeat heartbeat;
-    heartbeat.writer = id;
-    heartbeat.first = 1;
-    heartbeat.last = 100;
-    heartbeat.count = count;
-    writer.add_heartbeat(heartbeat);
+    writer.add_heartbeat(heartbeat_of(id, 1, 100, count));
 }
 
 void requests(MessageWriter& writer, EntityId reader, EntityId of, Count count) {

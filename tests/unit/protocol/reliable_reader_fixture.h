@@ -43,43 +43,26 @@ class ReliableReaderTest : public ::testing::Test {
         int too_high = 0;
     };
 
-    void make(bool is_volatile, ReliableReader::Limits limits = {}, VendorId vendor = {},
+    void make(bool is_volatile, ReliableReader::Limits limits = {}, uint8_t quirks = 0,
               const ReaderConfig& config = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
                                                   batcher, timers);
-        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, vendor, 2}, now);
+        reader->add_writer(RemoteWriter{writer, Route{prefix(2), {udpv4(2)}}, {quirks, 2}}, now);
     }
     void data(SequenceNumber number, size_t size = 8) {
         const ByteBuffer payload(size, 1);
-        Data d;
-        d.writer = kWriter;
-        d.sequence_number = number;
-        d.has_payload = true;
-        d.payload = payload;
-        reader->on_data(context, d, now);
+        reader->on_data(context, data_of(kWriter, number, payload), now);
     }
     void fragment(SequenceNumber number, FragmentNumber first, uint32_t sample_size = 25,
                   uint16_t size = 10) {
         const ByteBuffer payload(size, 1);
-        DataFrag d;
-        d.writer = kWriter;
-        d.sequence_number = number;
-        d.first_fragment = first;
-        d.fragment_count = 1;
-        d.fragment_size = size;
-        d.sample_size = sample_size;
-        d.payload = payload;
-        reader->on_data_frag(context, d, now);
+        reader->on_data_frag(context, fragment_of(kWriter, number, first, sample_size, payload), now);
     }
     void heartbeat(SequenceNumber first, SequenceNumber last, bool final = false) {
         heartbeat_with_count(first, last, ++count, final);
     }
     void heartbeat_with_count(SequenceNumber first, SequenceNumber last, Count c, bool final = false) {
-        Heartbeat h;
-        h.writer = kWriter;
-        h.first = first;
-        h.last = last;
-        h.count = c;
+        Heartbeat h = heartbeat_of(kWriter, first, last, c);
         h.final = final;
         reader->on_heartbeat(writer, h, now);
     }

@@ -30,7 +30,7 @@ TEST_F(ReliableReaderTest, MissingFragmentsAreAskedForOneByOne) {
 
 // Of fragment N it sends N + 1, and of the whole sample the first one.
 TEST_F(ReliableReaderTest, DustDdsIsAskedForTheFragmentsBeforeThoseThatAreMissing) {
-    make(false, {}, kDustDds);
+    make(false, {}, kSendsFragmentsBehind);
     sent();
     fragment(1, 1, 60);
     fragment(1, 4, 60);
@@ -124,7 +124,7 @@ TEST_F(ReliableReaderTest, SamplesOutOfOrderAreMovedAndNotCopied) {
 TEST_F(ReliableReaderTest, ABuiltinReaderHoldsLittle) {
     ReaderConfig config;
     config.builtin_peer = BuiltinPeer{};
-    make(false, {}, {}, config);
+    make(false, {}, 0, config);
     const size_t before = MemoryBudget::of_process().used();
     const size_t heap = ::test::heap_bytes();
     for (SequenceNumber n = 2; n < 3000; ++n)
@@ -140,7 +140,7 @@ TEST_F(ReliableReaderTest, ABuiltinReaderHoldsLittle) {
 TEST_F(ReliableReaderTest, TheLargestAnnouncementFindsRoom) {
     ReaderConfig config;
     config.builtin_peer = BuiltinPeer{};
-    make(false, {}, {}, config);
+    make(false, {}, 0, config);
     for (SequenceNumber n = 2; n < 3000; ++n)
         data(n, 1000);
     for (FragmentNumber n = 1; n * 50000 < ReliableReader::kLargestAnnouncement + 50000; ++n)

@@ -31,7 +31,7 @@ TEST_F(ReliableReaderTest, SpeaksFirstAndRepeatsUntilTheFirstHeartbeat) {
 }
 
 TEST_F(ReliableReaderTest, UsesBaseZeroForFastDds) {
-    make(false, {}, VendorId{{0x01, 0x0f}});
+    make(false, {}, kPreemptedByZero);
     EXPECT_EQ(sent(), (Lines{"ACKNACK 0 {}"}));
 }
 

@@ -107,12 +107,7 @@ TEST_F(UnansweredAddress, CountsNothingTwiceWhenAWriterBeginsAnew) {
     start_with_readers(100);
     const auto heartbeat = [this](SequenceNumber first, SequenceNumber last, Count count) {
         receive(2, [&](MessageWriter& writer) {
-            Heartbeat submessage;
-            submessage.writer = entity::publications_writer;
-            submessage.first = first;
-            submessage.last = last;
-            submessage.count = count;
-            writer.add_heartbeat(submessage);
+            writer.add_heartbeat(heartbeat_of(entity::publications_writer, first, last, count));
         });
     };
     for (Count i = 1; i < 200; i += 2) {

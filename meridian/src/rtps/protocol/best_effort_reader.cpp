@@ -22,7 +22,10 @@ constexpr Duration kJumpPause = std::chrono::seconds(5);
 /// How far one matched writer has come.
 struct BestEffortReader::WriterProgress {
     WriterProgress(const RemoteWriter& writer, MemoryBudget& budget, size_t max_sample_size)
-        : guid(writer.guid), fast_cdr(writer.fast_cdr), memory(budget), fragments(memory, max_sample_size) {}
+        : guid(writer.guid),
+          fast_cdr(writer.quirks.fast_cdr),
+          memory(budget),
+          fragments(memory, max_sample_size) {}
 
     Guid guid;
     uint8_t fast_cdr = 0;
@@ -43,7 +46,7 @@ struct BestEffortReader::WriterProgress {
 
 BestEffortReader::BestEffortReader(size_t max_sample_size, MemoryBudget& memory, ReaderSink& sink,
                                    ReaderObserver& observer, TimerQueue& timers)
-    : sink_(sink),
+    : Reader(sink),
       observer_(observer),
       max_sample_size_(max_sample_size),
       memory_(memory),

@@ -74,9 +74,11 @@ std::unique_ptr<FragmentAssembler::Partial> FragmentAssembler::begin(const DataF
     return partial;
 }
 
-FragmentAssembler::Result FragmentAssembler::make_room(Partial& partial, uint64_t first, uint64_t end) {
+FragmentAssembler::Result FragmentAssembler::make_room(const DataFrag& fragment, Partial& partial) {
     const uint64_t size = partial.sample_size;
     const uint64_t step = partial.fragment_size;
+    const uint64_t first = fragment.first_fragment - uint64_t{1};
+    const uint64_t end = first + fragment.fragment_count;
     const uint64_t end_byte = std::min(size, end * step);
     if (end_byte <= partial.bytes.capacity() && end <= partial.have.size())
         return Result::stored;
@@ -98,8 +100,7 @@ FragmentAssembler::Result FragmentAssembler::make_room(Partial& partial, uint64_
     return Result::stored;
 }
 
-FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireTime timestamp,
-                                                 MonotonicTime now) {
+FragmentAssembler::Result FragmentAssembler::check(const DataFrag& fragment) const {
     const uint64_t size = fragment.sample_size;
     const uint64_t step = fragment.fragment_size;
     if (size == 0 || step == 0 || fragment.first_fragment == 0 || fragment.fragment_count == 0)
@@ -108,12 +109,34 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         return Result::too_large;
     const uint64_t first = fragment.first_fragment - uint64_t{1};
     const uint64_t end = first + fragment.fragment_count;
-    if (end > (size + step - 1) / step)
+    if (end > (size + step - 1) / step || fragment.payload.size < std::min(size, end * step) - first * step)
         return Result::malformed;
-    const uint64_t begin_byte = first * step;
-    if (fragment.payload.size < std::min(size, end * step) - begin_byte)
-        return Result::malformed;
+    return Result::stored;
+}
 
+bool FragmentAssembler::copy(const DataFrag& fragment, Partial& partial) {
+    const uint64_t size = fragment.sample_size;
+    const uint64_t step = fragment.fragment_size;
+    const uint64_t first = fragment.first_fragment - uint64_t{1};
+    bool news = false;
+    for (uint64_t i = first; i < first + fragment.fragment_count; ++i) {
+        if (partial.have[i])
+            continue;
+        partial.have[i] = true;
+        ++partial.received;
+        news = true;
+        const uint64_t from = i * step;
+        const uint64_t bytes = std::min(size - from, step);
+        partial.received_bytes += bytes;
+        std::memcpy(partial.bytes.data() + from, fragment.payload.data + (from - first * step), bytes);
+    }
+    return news;
+}
+
+FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireTime timestamp,
+                                                 MonotonicTime now) {
+    if (const Result result = check(fragment); result != Result::stored)
+        return result;
     Partial* known = find(fragment.sequence_number);
     std::unique_ptr<Partial> begun;
     if (known == nullptr) {
@@ -126,7 +149,7 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
         return Result::malformed;
     }
     Partial& partial = begun ? *begun : *known;
-    if (const Result room = make_room(partial, first, end); room != Result::stored) {
+    if (const Result room = make_room(fragment, partial); room != Result::stored) {
         if (begun)
             retire(std::move(begun));
         return room;
@@ -138,19 +161,7 @@ FragmentAssembler::Result FragmentAssembler::add(const DataFrag& fragment, WireT
     }
     if (!fragment.inline_qos.empty())
         decode_inline_qos(fragment.inline_qos, fragment.endianness, partial.inline_qos);
-    bool news = false;
-    for (uint64_t i = first; i < end; ++i) {
-        if (partial.have[i])
-            continue;
-        partial.have[i] = true;
-        ++partial.received;
-        news = true;
-        const uint64_t from = i * step;
-        const uint64_t bytes = std::min(size - from, step);
-        partial.received_bytes += bytes;
-        std::memcpy(partial.bytes.data() + from, fragment.payload.data + (from - begin_byte), bytes);
-    }
-    if (!news)
+    if (!copy(fragment, partial))
         return Result::duplicate;
     partial.touched = now;
     if (partial.received < partial.total)

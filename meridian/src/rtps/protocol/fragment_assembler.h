@@ -82,8 +82,12 @@ class FragmentAssembler {
     Samples::difference_type place(SequenceNumber sequence_number) const;
     Partial* find(SequenceNumber sequence_number) const;
     std::unique_ptr<Partial> begin(const DataFrag& fragment, WireTime timestamp);
-    /// Room for fragments [first, end) of it; `stored` when there is.
-    Result make_room(Partial& partial, uint64_t first, uint64_t end);
+    /// Of the numbers in it; `stored` when they fit each other and the limit.
+    Result check(const DataFrag& fragment) const;
+    /// For what the submessage brings; `stored` when there is room.
+    Result make_room(const DataFrag& fragment, Partial& partial);
+    /// False: it brings nothing that was not there.
+    static bool copy(const DataFrag& fragment, Partial& partial);
     /// Gives its memory back, or keeps it for the next sample.
     void retire(std::unique_ptr<Partial> partial);
     void erase(Samples::difference_type place);

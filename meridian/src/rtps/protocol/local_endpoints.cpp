@@ -1,8 +1,10 @@
 #include "rtps/protocol/local_endpoints.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "rtps/protocol/locator_choice.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/qos_matching.h"
 
 namespace meridian::rtps {
@@ -26,10 +28,8 @@ std::string describe_keys(const EndpointData& local, const RemoteEndpoint& remot
            " and " + kind(local.guid) + "; they do not match";
 }
 
-/// Endpoints of Fast DDS hear what comes to their own addresses only; those of others what comes to any of
-/// their participant.
 bool hears_own_addresses_only(const RemoteParticipant& participant) {
-    return participant.data->vendor == kFastDds;
+    return quirks_of(*participant.data).has(kHearsOwnAddressesOnly);
 }
 
 /// Over UDP, whether or not it can be gone from here at present.
@@ -57,6 +57,10 @@ bool speak_with_each_other(const LocalEndpoint& local, const RemoteParticipant& 
 
 bool contains(const std::vector<LocalEndpoint*>& list, const LocalEndpoint& endpoint) {
     return std::find(list.begin(), list.end(), &endpoint) != list.end();
+}
+
+void find_only_reader(DiscoveredEndpoint& remote) {
+    remote.only_reader = remote.matched.size() == 1 ? remote.matched.front()->reader.get() : nullptr;
 }
 
 void erase(std::vector<LocalEndpoint*>& list, const LocalEndpoint& endpoint) {
@@ -134,17 +138,10 @@ void LocalEndpoints::tell_of_detour(const RemoteEndpoint& remote, const Route& r
                  : "it is answered at the address that its participant has for discovery"));
 }
 
-void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos,
-                             const Route& route, MonotonicTime now) {
+void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const RemoteParticipant& participant,
+                             const EndpointQos& qos, const Route& route, MonotonicTime now) {
     if (local.reader) {
-        RemoteWriter writer;
-        writer.guid = remote;
-        writer.route = route;
-        if (const RemoteParticipant* participant = participants_.find(remote.prefix)) {
-            writer.vendor = participant->data->vendor;
-            writer.fast_cdr = fast_cdr_of(*participant->data);
-        }
-        local.reader->add_writer(writer, now);
+        local.reader->add_writer({remote, route, quirks_of(*participant.data)}, now);
         return;
     }
     RemoteReader reader;
@@ -152,8 +149,8 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     reader.route = route;
     reader.reliable = qos.reliability == Reliability::reliable;
     reader.transient_local = qos.durability != Durability::volatile_;
-    const RemoteParticipant* participant = participants_.find(remote.prefix);
-    reader.answerable = participant == nullptr || is_answerable(*participant);
+    reader.answerable = is_answerable(participant);
+    reader.quirks = quirks_of(*participant.data);
     local.writer->add_reader(reader, now);
 }
 
@@ -173,7 +170,7 @@ void LocalEndpoints::match_participant(LocalEndpoint& local, const RemotePartici
         !speak_with_each_other(local, remote))
         disconnect(local, guid);
     else // builtin counterparts have the QoS of ours
-        connect(local, guid, local.data.qos, remote.metatraffic, now);
+        connect(local, guid, remote, local.data.qos, remote.metatraffic, now);
 }
 
 void LocalEndpoints::unmatch_participant(const GuidPrefix& prefix) {
@@ -188,6 +185,7 @@ void LocalEndpoints::unmatch(LocalEndpoint& local, DiscoveredEndpoint& remote) {
         return;
     const Guid& guid = remote.record->guid;
     erase(remote.matched, local);
+    find_only_reader(remote);
     disconnect(local, guid);
     if (local.reader && remote.matched.empty())
         liveliness_.remove_remote(guid);
@@ -213,10 +211,8 @@ void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, Mon
     if (!policies.empty()) {
         unmatch(local, remote);
         auto& told = refused_[{guid, local.data.guid.entity}];
-        if (told != policies) {
-            told = policies;
+        if (std::exchange(told, policies) != policies)
             local.sink->incompatible(*remote.record, policies);
-        }
         return;
     }
     refused_.erase({guid, local.data.guid.entity});
@@ -234,10 +230,19 @@ void LocalEndpoints::match(LocalEndpoint& local, DiscoveredEndpoint& remote, Mon
             return;
         }
     }
+    pair(local, remote, *participant, route, now, cause);
+}
+
+void LocalEndpoints::pair(LocalEndpoint& local, DiscoveredEndpoint& remote,
+                          const RemoteParticipant& participant, const Route& route, MonotonicTime now,
+                          Cause cause) {
+    const Guid& guid = remote.record->guid;
     const bool is_new = !contains(remote.matched, local);
-    if (is_new)
+    if (is_new) {
         remote.matched.push_back(&local);
-    connect(local, guid, *remote.record->qos, route, now);
+        find_only_reader(remote);
+    }
+    connect(local, guid, participant, *remote.record->qos, route, now);
     if (local.reader)
         liveliness_.add_remote(guid, remote.record->qos->liveliness,
                                to_duration(remote.record->qos->liveliness_lease), now);

@@ -29,7 +29,6 @@ struct LocalEndpoint {
     std::optional<BuiltinPeer> builtin_peer;
     EndpointSink* sink = nullptr;      // never null once added
     ReaderSink* reader_sink = nullptr; // the same one, of a reader
-    bool in_batch = false;             // a reader that is to be told when no more comes for now
     std::unique_ptr<Reader> reader;    // one of the two is set
     std::unique_ptr<ReliableWriter> writer;
 };
@@ -77,8 +76,11 @@ class LocalEndpoints {
     /// Whether writers of the participant get answers from here, as far as is known.
     static bool is_answerable(const RemoteParticipant& participant);
     void tell_of_detour(const RemoteEndpoint& remote, const Route& route);
-    void connect(LocalEndpoint& local, const Guid& remote, const EndpointQos& qos, const Route& route,
-                 MonotonicTime now);
+    /// Each is now known to the other. cause: of a match that was there before.
+    void pair(LocalEndpoint& local, DiscoveredEndpoint& remote, const RemoteParticipant& participant,
+              const Route& route, MonotonicTime now, Cause cause);
+    void connect(LocalEndpoint& local, const Guid& remote, const RemoteParticipant& participant,
+                 const EndpointQos& qos, const Route& route, MonotonicTime now);
     /// Empty where the endpoint cannot be reached.
     Route route_to(const DiscoveredEndpoint& remote, const RemoteParticipant& participant) const;
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "rtps/protocol/best_effort_reader.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/reliable_reader.h"
 #include "rtps/wire/guid_key.h"
 
@@ -192,7 +193,7 @@ void Participant::join_again(const GuidPrefix& prefix, const OwnLocators& locato
         if (!local.builtin_peer)
             announce(local.data, now);
     });
-    endpoints_.for_each([&](const DiscoveredEndpoint& remote) { announce_for(remote, now); });
+    endpoints_.for_each([&](DiscoveredEndpoint& remote) { announce_for(remote, now); });
     finish(now);
 }
 
@@ -305,13 +306,12 @@ void Participant::announce(const EndpointData& data, Now now, const Guid* only_f
     announcer_of(data.guid.entity).write(request, now);
 }
 
-void Participant::announce_for(const DiscoveredEndpoint& remote, Now now) {
+void Participant::announce_for(DiscoveredEndpoint& remote, Now now) {
     const RemoteEndpoint& writer = *remote.record;
     const RemoteParticipant* participant = participants_.find(writer.guid.prefix);
-    if (!writer.is_writer || participant == nullptr || !(participant->data->vendor == kDustDds))
+    if (!writer.is_writer || participant == nullptr || !quirks_of(*participant->data).has(kNamesMissDefault))
         return;
-    // No name, not even the empty one, matches its default partition. What it matched before stays so,
-    // whatever partitions it is told of afterwards.
+    // What it matched before stays so, whatever partitions it is told of afterwards.
     for (const LocalEndpoint* local : remote.matched) {
         EndpointData data = local->data;
         if (data.qos.partitions.empty())
@@ -319,6 +319,7 @@ void Participant::announce_for(const DiscoveredEndpoint& remote, Now now) {
         if (writer.qos->partitions.empty())
             data.qos.partitions.clear();
         announce(data, now, &writer.guid);
+        remote.is_told_apart = true;
     }
 }
 
@@ -505,7 +506,8 @@ void Participant::on_endpoint_changed(DiscoveredEndpoint& endpoint) {
 void Participant::on_endpoint_gone(DiscoveredEndpoint& endpoint, GoneReason reason, WireTime timestamp) {
     router_.replay(now_); // what it wrote may still be waiting for its discovery
     locals_.part_all(endpoint);
-    builtin_writer(entity::subscriptions_writer).withdraw(key_hash_of(endpoint.record->guid));
+    if (endpoint.is_told_apart)
+        builtin_writer(entity::subscriptions_writer).withdraw(key_hash_of(endpoint.record->guid));
     events_.endpoint_gone(endpoint.record, reason, timestamp);
 }
 

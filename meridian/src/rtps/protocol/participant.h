@@ -142,7 +142,7 @@ class Participant final : private ReaderObserver,
     }
     void announce(const EndpointData& data, Now now, const Guid* only_for = nullptr);
     /// Announces the endpoints here once more to a participant that needs it to match this one of its.
-    void announce_for(const DiscoveredEndpoint& remote, Now now);
+    void announce_for(DiscoveredEndpoint& remote, Now now);
     void dispose(const Guid& endpoint, Now now);
     void write_participant_message(uint32_t kind);
     /// Ends every call: sends what became due and what was collected.

@@ -1,5 +1,6 @@
 #include "rtps/protocol/participant_announcer.h"
 
+#include "rtps/protocol/makers.h"
 #include "rtps/wire/guid_key.h"
 
 namespace meridian::rtps {
@@ -117,8 +118,7 @@ void ParticipantAnnouncer::encode_all(const ParticipantData& announced) {
                                       [&](const Locator& server) { return output_.stays_on_host(server); });
     if (!all_here)
         data = announced;
-    // The servers of this vendor pass over participants of others.
-    data.vendor = kFastDds;
+    data.vendor = kMakerOfServers;
     data.properties.push_back({kParticipantType, "SUPER_CLIENT"});
     server_announcement_ = encode(data);
 }
@@ -170,7 +170,7 @@ void ParticipantAnnouncer::announce_to_servers(Now now) {
     data.reader = entity::participant_reader;
     data.inline_qos = inline_qos;
     // Some releases take the vendor from the message instead of from the announcement.
-    MessageWriter message(config_.prefix, config_.max_message_size, kFastDds);
+    MessageWriter message(config_.prefix, config_.max_message_size, kMakerOfServers);
     if (!message.add_info_timestamp(now.wall) || !message.add_data(data))
         return;
     for (const Locator& server : config_.servers)

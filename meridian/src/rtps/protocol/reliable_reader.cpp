@@ -48,14 +48,10 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
           memory(*owner.limits_.memory),
           fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
-    /// Dust DDS 0.16 sends the fragment behind each one that it is asked for, and the first one when the
-    /// sample is asked for. Where fragments are asked for with those before them, that comes to the same.
-    bool sends_fragments_behind() const { return writer.vendor == kDustDds; }
-    /// OpenDDS 3.5 to 3.14 says of a writer that has nothing, or nothing any more, that it has number 1
-    /// alone. It is meant where that number came.
+    /// Number 1 is said of nothing too, and meant where it came.
     bool says_nothing(const Heartbeat& heartbeat) const {
-        return writer.vendor == kOpenDds && heartbeat.first == 1 && heartbeat.last == 1 && next != 2 &&
-               held.count(1) == 0 && !fragments.has(1);
+        return writer.quirks.has(kKnowsNoEmptyRange) && heartbeat.first == 1 && heartbeat.last == 1 &&
+               next != 2 && held.count(1) == 0 && !fragments.has(1);
     }
 
     ReliableReader& reader;
@@ -95,11 +91,11 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
 ReliableReader::ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config,
                                const Limits& limits, ReaderSink& sink, ReaderObserver& observer,
                                MessageBatcher& batcher, TimerQueue& timers)
-    : id_(id),
+    : Reader(sink),
+      id_(id),
       is_volatile_(is_volatile),
       config_(config),
       limits_(limits),
-      sink_(sink),
       observer_(observer),
       batcher_(batcher),
       timers_(timers) {
@@ -146,7 +142,7 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
         return true;
     Sample sample;
     const bool deliverable =
-        make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context, data, now, sample);
+        make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context, data, now, sample);
     accept(*proxy, sample, deliverable);
     return true;
 }
@@ -310,7 +306,8 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         accept(*proxy, lost, false);
     } else if (result == Result::complete) {
         const Sample& whole = proxy->fragments.whole(number);
-        accept(*proxy, make_sample(proxy->writer.guid, proxy->writer.fast_cdr, context.vendor, whole, now),
+        accept(*proxy,
+               make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context.vendor, whole, now),
                !whole.inline_qos.refused);
         proxy->fragments.drop(number); // where it could not be held
     }
@@ -488,12 +485,10 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     AckNack acknack;
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
-    // Fast DDS takes an ACKNACK for pre-emptive only when its base is 0, and then answers at once; others
-    // refuse base 0.
-    acknack.missing.base = p.writer.vendor == kFastDds ? 0 : 1;
-    // OpenDDS takes a single bit that is not set for a question after that number: it sends the sample if it
-    // has it. Asked for it outright, it would leave the number out for good, and use it later.
-    acknack.missing.num_bits = p.writer.vendor == kOpenDds ? 1 : 0;
+    acknack.missing.base = p.writer.quirks.has(kPreemptedByZero) ? 0 : 1;
+    // A bit that is not set brings the sample if there is one. Asked for number 1 outright, the writer would
+    // leave it out for good, and use it later.
+    acknack.missing.num_bits = p.writer.quirks.has(kKnowsNoEmptyRange) ? 1 : 0;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);
@@ -506,7 +501,8 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
 void ReliableReader::send_nack_frag(WriterProxy& p, SequenceNumber sequence_number,
                                     const FragmentNumberSet& missing) {
     FragmentNumberSet wanted = missing;
-    if (p.sends_fragments_behind() && missing.base > 1) {
+    if (p.writer.quirks.has(kSendsFragmentsBehind) && missing.base > 1) {
+        // Asked for with those before them, the right ones come too.
         wanted = {};
         wanted.base = missing.base - 1;
         for (uint32_t i = 0; i < missing.num_bits; ++i) {
@@ -541,7 +537,8 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
             if (unfinished_count < unfinished.size())
                 unfinished[unfinished_count++] = number;
             FragmentNumberSet missing;
-            if (p.sends_fragments_behind() && p.fragments.missing(number, missing) && missing.base == 1)
+            if (p.writer.quirks.has(kSendsFragmentsBehind) && p.fragments.missing(number, missing) &&
+                missing.base == 1)
                 acknack.missing.insert(number); // no fragment is before it
             continue;
         }

@@ -172,31 +172,11 @@ bool ReliableWriter::make_room(const WriteRequest& request) {
 std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request, Now now) {
     if (!make_room(request))
         return std::nullopt;
-    Change change;
-    change.payload.assign(request.payload.begin(), request.payload.end());
-    InlineQos inline_qos = request.inline_qos;
-    if (config_.names_itself) {
-        inline_qos.related_writer = Guid{batcher_.source(), id_};
-        inline_qos.related_sequence_number = last_ + 1;
-    }
-    if (says_something(inline_qos))
-        change.inline_qos = encode(inline_qos);
-    change.payload_is_key = request.payload_is_key;
-    change.expects_answers = request.expects_answers;
-    change.timestamp = request.source_timestamp.value_or(now.wall);
-    change.instance = request.instance.value_or(KeyHash{});
-    change.only_for = request.only_for;
     const SequenceNumber number = ++last_;
+    Change change = change_of(request, now.wall);
     const Haste haste = config_.may_wait ? Haste::may_wait : Haste::now;
+    send_to_all(number, change, haste);
 
-    for (auto at = proxies_.begin(); at != proxies_.end();) {
-        const RemoteReader& reader = at->second.reader;
-        const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
-        while (at != proxies_.end() && at->second.reader.route == reader.route)
-            ++at;
-        if (is_for(reader, change))
-            send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change, haste);
-    }
     instances_[change.instance].push_back(number);
     history_bytes_ += size_of(change.payload);
     const Change& kept = history_.emplace(number, std::move(change)).first->second;
@@ -207,23 +187,56 @@ std::optional<SequenceNumber> ReliableWriter::write(const WriteRequest& request,
             disposals_.pop_front();
         }
     }
-    for (auto& [guid, p] : proxies_) {
-        if (!p.reader.reliable)
-            continue;
-        const bool first_unacknowledged = p.acknowledged_below == number;
-        if (!kept.concerns(p.reader)) {
-            // Its next heartbeat begins behind this sample. A gap tells, where others are open before it.
-            if (first_unacknowledged)
-                p.acknowledged_below = p.first_relevant = number + 1;
-            continue;
-        }
-        if (first_unacknowledged || ++p.since_heartbeat >= kSamplesPerHeartbeat)
-            send_heartbeat(p, false, false, haste);
-        if (first_unacknowledged || p.heartbeat_timer.due() == kNever)
-            restart_heartbeats(p, now.monotonic);
+    for (auto& [guid, proxy] : proxies_) {
+        if (proxy.reader.reliable)
+            await_acknowledgement(proxy, number, kept, haste, now.monotonic);
     }
     forget_acknowledged();
     return number;
+}
+
+ReliableWriter::Change ReliableWriter::change_of(const WriteRequest& request, WireTime written) const {
+    Change change;
+    change.payload.assign(request.payload.begin(), request.payload.end());
+    InlineQos inline_qos = request.inline_qos;
+    if (config_.names_itself) {
+        inline_qos.related_writer = Guid{batcher_.source(), id_};
+        inline_qos.related_sequence_number = last_;
+    }
+    if (says_something(inline_qos))
+        change.inline_qos = encode(inline_qos);
+    change.payload_is_key = request.payload_is_key;
+    change.expects_answers = request.expects_answers;
+    change.timestamp = request.source_timestamp.value_or(written);
+    change.instance = request.instance.value_or(KeyHash{});
+    change.only_for = request.only_for;
+    return change;
+}
+
+void ReliableWriter::send_to_all(SequenceNumber number, const Change& change, Haste haste) {
+    for (auto at = proxies_.begin(); at != proxies_.end();) {
+        const RemoteReader& reader = at->second.reader;
+        const bool alone = ++at == proxies_.end() || !(at->second.reader.route == reader.route);
+        while (at != proxies_.end() && at->second.reader.route == reader.route)
+            ++at;
+        if (is_for(reader, change))
+            send_change(reader.route, alone ? reader.guid.entity : entity::unknown, number, change, haste);
+    }
+}
+
+void ReliableWriter::await_acknowledgement(ReaderProxy& proxy, SequenceNumber number, const Change& change,
+                                           Haste haste, MonotonicTime now) {
+    const bool is_first = proxy.acknowledged_below == number;
+    if (!change.concerns(proxy.reader)) {
+        // Its next heartbeat begins behind this sample. A gap tells, where others are open before it.
+        if (is_first)
+            proxy.acknowledged_below = proxy.first_relevant = number + 1;
+        return;
+    }
+    if (is_first || ++proxy.since_heartbeat >= kSamplesPerHeartbeat)
+        send_heartbeat(proxy, false, false, haste);
+    if (is_first || proxy.heartbeat_timer.due() == kNever)
+        restart_heartbeats(proxy, now);
 }
 
 size_t ReliableWriter::fragment_size(const Change& change) const {
@@ -276,6 +289,8 @@ SequenceNumber ReliableWriter::first_available(const ReaderProxy& proxy) const {
 }
 
 void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness, Haste haste) {
+    if (first_available(proxy) > last_ && !liveliness && proxy.reader.quirks.has(kKnowsNoEmptyRange))
+        return;
     Heartbeat heartbeat;
     heartbeat.reader = proxy.reader.guid.entity;
     heartbeat.writer = id_;
@@ -373,27 +388,7 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
         proxy->acknowledged_below = std::max(proxy->acknowledged_below, acknack.missing.base);
 
     std::vector<Hole> holes;
-    bool sent = false;
-    auto change = history_.lower_bound(acknack.missing.base);
-    for (uint32_t bit = 0; bit < acknack.missing.num_bits; ++bit) {
-        const SequenceNumber number = acknack.missing.base + bit;
-        if (number < 1 || number > last_ || !acknack.missing.contains(number) ||
-            (!holes.empty() && number < holes.back().end))
-            continue;
-        while (change != history_.end() && change->first < number)
-            ++change;
-        // A late reader would ask for a long hole piece by piece.
-        if (number < proxy->first_relevant) {
-            holes.push_back({number, proxy->first_relevant});
-        } else if (change == history_.end() || change->first != number) {
-            holes.push_back({number, change == history_.end() ? last_ + 1 : change->first});
-        } else if (!is_for(proxy->reader, change->second)) {
-            holes.push_back({number, number + 1});
-        } else if (proxy->may_answer(size_of(change->second.payload), now)) {
-            send_change(route, reader.entity, number, change->second);
-            sent = true;
-        }
-    }
+    const bool sent = send_again(*proxy, acknack.missing, holes, now);
     if (!holes.empty() && !proxy->may_answer_with_gaps(now))
         holes.clear();
     send_gaps(*proxy, holes);
@@ -407,6 +402,32 @@ void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, Mono
         answer_with_heartbeat(*proxy, !open, answers, now);
     if (progress && !history_.empty() && before <= history_.begin()->first)
         forget_acknowledged(); // else another reader keeps the oldest
+}
+
+bool ReliableWriter::send_again(ReaderProxy& proxy, const SequenceNumberSet& missing,
+                                std::vector<Hole>& holes, MonotonicTime now) {
+    bool sent = false;
+    auto change = history_.lower_bound(missing.base);
+    for (uint32_t bit = 0; bit < missing.num_bits; ++bit) {
+        const SequenceNumber number = missing.base + bit;
+        if (number < 1 || number > last_ || !missing.contains(number) ||
+            (!holes.empty() && number < holes.back().end))
+            continue;
+        while (change != history_.end() && change->first < number)
+            ++change;
+        // A late reader would ask for a long hole piece by piece.
+        if (number < proxy.first_relevant) {
+            holes.push_back({number, proxy.first_relevant});
+        } else if (change == history_.end() || change->first != number) {
+            holes.push_back({number, change == history_.end() ? last_ + 1 : change->first});
+        } else if (!is_for(proxy.reader, change->second)) {
+            holes.push_back({number, number + 1});
+        } else if (proxy.may_answer(size_of(change->second.payload), now)) {
+            send_change(proxy.reader.route, proxy.reader.guid.entity, number, change->second);
+            sent = true;
+        }
+    }
+    return sent;
 }
 
 void ReliableWriter::on_nack_frag(const Guid& reader, const NackFrag& nack, MonotonicTime now) {

@@ -20,6 +20,7 @@
 
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/count.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/timer_queue.h"
 #include "rtps/wire/message.h"
@@ -35,6 +36,7 @@ struct RemoteReader {
     /// What its participant's writers ask of readers here can be answered. A reliable reader that never
     /// acknowledges would keep them waiting: such participants are not told of it.
     bool answerable = true;
+    Quirks quirks;
 };
 
 class ReliableWriter final {
@@ -121,6 +123,12 @@ class ReliableWriter final {
         return (reader.answerable || !change.expects_answers) && change.concerns(reader);
     }
     bool outstanding(const ReaderProxy& proxy) const;
+    Change change_of(const WriteRequest& request, WireTime written) const;
+    /// Once to those behind the same addresses.
+    void send_to_all(SequenceNumber number, const Change& change, Haste haste);
+    /// Of a sample that was just sent.
+    void await_acknowledgement(ReaderProxy& proxy, SequenceNumber number, const Change& change, Haste haste,
+                               MonotonicTime now);
     void send_change(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
                      Haste haste = Haste::now);
     void send_fragments(const Route& route, EntityId reader, SequenceNumber number, const Change& change,
@@ -136,6 +144,9 @@ class ReliableWriter final {
         SequenceNumber first;
         SequenceNumber end; // behind the last one
     };
+    /// Sends what the reader misses, and adds the holes among it. False: nothing could be sent.
+    bool send_again(ReaderProxy& proxy, const SequenceNumberSet& missing, std::vector<Hole>& holes,
+                    MonotonicTime now);
     /// Ascending ones.
     void send_gaps(const ReaderProxy& proxy, const std::vector<Hole>& holes);
     SequenceNumber first_available(const ReaderProxy& proxy) const;

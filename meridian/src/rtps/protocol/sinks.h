@@ -17,7 +17,7 @@ namespace meridian::rtps {
 struct Sample {
     Guid writer;
     VendorId vendor;      // of the software that wrote it
-    uint8_t fast_cdr = 0; // see fast_cdr_of
+    uint8_t fast_cdr = 0; // see Quirks
     SequenceNumber sequence_number = 0;
     WireTime source_timestamp = kTimeInvalid;
     MonotonicTime received{0};

@@ -75,15 +75,6 @@ struct ParticipantData {
     std::vector<RawParameter> raw;
 };
 
-/// Which generation of Fast CDR, 1 or 2, the samples of a participant of Fast DDS are serialized with; 0
-/// where its announcement does not tell. From 2.12 on it announces a network configuration, from 3 on its
-/// version: what announces neither has the first one. 2.12 to 2.14 can be built with either.
-uint8_t fast_cdr_of(const ParticipantData& data);
-
-/// Whether the durations in QoS of a participant's endpoints are seconds and nanoseconds: those of OpenDDS
-/// are, unless a flag in its announcement says that they are as the standard has them.
-bool counts_nanoseconds(const ParticipantData& data);
-
 /// QoS of one endpoint with its publisher or subscriber, as announced. Defaults are those of the standard.
 struct EndpointQos {
     Durability durability = Durability::volatile_;

@@ -74,33 +74,6 @@ std::optional<ParticipantData> decode_participant(ByteView payload, std::string&
     return data;
 }
 
-uint8_t fast_cdr_of(const ParticipantData& data) {
-    constexpr uint16_t kProductVersion = 0x8000;
-    constexpr uint16_t kNetworkConfiguration = 0x8007;
-    if (!(data.vendor == kFastDds))
-        return 0;
-    bool tells_network = false;
-    for (const RawParameter& parameter : data.raw) {
-        if (parameter.id == kProductVersion && !parameter.value.empty() && parameter.value.front() >= 3)
-            return 2;
-        tells_network |= parameter.id == kNetworkConfiguration;
-    }
-    return tells_network ? 0 : 1;
-}
-
-bool counts_nanoseconds(const ParticipantData& data) {
-    constexpr uint16_t kFlags = 0xb005;
-    constexpr uint32_t kFractions = 8;
-    if (!(data.vendor == kOpenDds))
-        return false;
-    for (const RawParameter& parameter : data.raw) {
-        uint32_t flags = 0;
-        if (parameter.id == kFlags && ByteReader(parameter.value, data.raw_endianness).read(flags))
-            return (flags & kFractions) == 0;
-    }
-    return true;
-}
-
 ByteBuffer encode(const ParticipantData& data) {
     return encode_payload([&](ParameterListWriter& list) {
         ParameterEncoder codec(list, data.raw_endianness);

@@ -62,8 +62,9 @@ struct VendorId {
     friend bool operator==(VendorId a, VendorId b) { return a.bytes == b.bytes; }
 };
 
-constexpr VendorId kFastDds{{0x01, 0x0f}};
 constexpr VendorId kOpenDds{{0x01, 0x03}};
+constexpr VendorId kFastDds{{0x01, 0x0f}};
+constexpr VendorId kCycloneDds{{0x01, 0x10}};
 constexpr VendorId kDustDds{{0x01, 0x14}};
 
 /// The vendor id that this library announces: one that no maker was assigned.

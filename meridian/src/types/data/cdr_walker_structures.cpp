@@ -1,3 +1,4 @@
+#include "rtps/wire/parameter_ids.h"
 #include "rtps/wire/xcdr2_headers.h"
 #include "types/data/cdr_walker.h"
 
@@ -9,7 +10,6 @@ namespace {
 
 constexpr uint16_t kPidExtended = 0x3f01;
 constexpr uint16_t kPidListEnd = 0x3f02;
-constexpr uint16_t kPidSentinel = 1; // which ends parameter lists of discovery
 constexpr uint16_t kPidMask = 0x3fff;
 constexpr uint16_t kPidMustUnderstand = 0x4000;
 
@@ -110,7 +110,8 @@ bool CdrWalker::read_mutable_header(ByteReader& reader, MutableMember& member) {
             return false;
         member.id = header.id;
         member.must_understand = header.must_understand;
-        member.end = header.end || (dialect_.rtps_list_end && header.id == kPidSentinel && header.size == 0);
+        member.end =
+            header.end || (dialect_.rtps_list_end && header.id == rtps::pid::sentinel && header.size == 0);
         return member.end || take_xcdr1_body(reader, header.size, member.body);
     }
     member.end = reader.remaining() < 4;

@@ -8,6 +8,9 @@ namespace meridian::types {
 
 namespace {
 
+using Headers = CdrDialect::Headers;
+using WideText = CdrDialect::WideText;
+
 /// Calls visit(type) for each type that `root` is made of.
 template <typename Visit>
 void visit_types(const Type* root, Visit visit) {
@@ -45,6 +48,14 @@ bool has_narrow_negative_label(const Type& type) {
            });
 }
 
+/// Whether ROS 2 names requests or responses of a service so.
+bool belongs_to_service(const std::string& name) {
+    const auto ends_with = [&name](const std::string& end) {
+        return name.size() > end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0;
+    };
+    return name.find("::dds_::") != std::string::npos && (ends_with("_Request_") || ends_with("_Response_"));
+}
+
 /// What a type contains that serializers write differently.
 struct Disputed {
     bool wide_text = false;
@@ -55,11 +66,13 @@ struct Disputed {
     bool bitsets = false;
     bool negative_labels = false;
     bool mutables = false;
+    bool requests = false;
     bool sequence_keys = false; // which the serializer with flat keys does not have
 };
 
 Disputed find_disputed(const Type& root) {
     Disputed disputed;
+    disputed.requests = belongs_to_service(root.name);
     visit_types(&root, [&disputed](const Type& type) {
         const bool optionals = std::any_of(type.members.begin(), type.members.end(),
                                            [](const Member& member) { return member.optional; });
@@ -81,71 +94,75 @@ Disputed find_disputed(const Type& root) {
     return disputed;
 }
 
-/// Whether ROS 2 names requests or responses of a service so.
-bool belongs_to_service(const std::string& name) {
-    const auto ends_with = [&name](const std::string& end) {
-        return name.size() > end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0;
-    };
-    return name.find("::dds_::") != std::string::npos && (ends_with("_Request_") || ends_with("_Response_"));
-}
-
 /// A serializer.
 struct Row {
-    Maker maker; // unknown: the standard's form, or one of several makers
-    CdrDialect dialect;
+    Maker maker; // unknown: one that several makers may have
+    void (*differ)(CdrDialect& standard);
     bool xcdr2 = true; // it knows that version
 };
 
-CdrDialect of_dust_dds() {
-    CdrDialect dialect;
-    dialect.rtps_list_end = true;
-    dialect.counts_as_lengths = true;
-    return dialect;
-}
-
-const std::vector<Row>& serializers() {
-    using Wide = CdrDialect::WideText;
-    using Headers = CdrDialect::Headers;
-    CdrDialect cyclone{Wide::octets, Headers::flat, false};
-    cyclone.unsigned_discriminators = true;
-    static const std::vector<Row> kRows{
-        {Maker::unknown, {Wide::octets, Headers::standard, true}},
-        {Maker::cyclone_dds, cyclone},
-        {Maker::fast_cdr_2, {Wide::units, Headers::few, true}},
-        {Maker::fast_cdr_2, {Wide::units, Headers::dynamic, true, false}},
-        {Maker::fast_cdr_1, {Wide::quads, Headers::few, true, false, false}, false},
-        {Maker::unknown, {Wide::octets, Headers::few, true}},
-        {Maker::unknown, {Wide::units, Headers::standard, true}},
-        {Maker::dust_dds, of_dust_dds()},
-    };
-    return kRows;
-}
+constexpr Row kSerializers[] = {
+    {Maker::unknown, [](CdrDialect&) {}},
+    {Maker::cyclone_dds,
+     [](CdrDialect& d) {
+         d.headers = Headers::flat;
+         d.one_origin = false;
+         d.unsigned_discriminators = true;
+         d.request_header = true;
+     }},
+    {Maker::fast_cdr_2,
+     [](CdrDialect& d) {
+         d.wide_text = WideText::units;
+         d.headers = Headers::few;
+         d.x86_long_double = true;
+     }},
+    {Maker::fast_cdr_2, // dynamic types of Fast DDS 3
+     [](CdrDialect& d) {
+         d.wide_text = WideText::units;
+         d.headers = Headers::dynamic;
+         d.optional_headers = false;
+         d.x86_long_double = true;
+     }},
+    {Maker::fast_cdr_1,
+     [](CdrDialect& d) {
+         d.wide_text = WideText::quads;
+         d.headers = Headers::few;
+         d.optional_headers = false;
+         d.lists = false;
+         d.x86_long_double = true;
+     },
+     false},
+    {Maker::unknown, [](CdrDialect& d) { d.headers = Headers::few; }},
+    {Maker::unknown, [](CdrDialect& d) { d.wide_text = WideText::units; }},
+    {Maker::dust_dds,
+     [](CdrDialect& d) {
+         d.rtps_list_end = true;
+         d.counts_as_lengths = true;
+     }},
+};
 
 /// The same where it makes no difference for samples of the type.
 CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disputed& disputed) {
-    const CdrDialect standard;
+    const auto keep_if = [&dialect](bool is_disputed, auto CdrDialect::*field) {
+        if (!is_disputed)
+            dialect.*field = CdrDialect().*field;
+    };
     const bool xcdr1 = version == CdrVersion::xcdr1;
-    if (!disputed.wide_text)
-        dialect.wide_text = standard.wide_text;
-    if (!disputed.headers || xcdr1)
-        dialect.headers = standard.headers;
-    if (!disputed.lists || !xcdr1)
-        dialect.one_origin = standard.one_origin;
-    if (!disputed.lists || !xcdr1)
-        dialect.lists = standard.lists;
-    if (!disputed.mutables || !xcdr1)
-        dialect.rtps_list_end = standard.rtps_list_end;
-    if (!disputed.mutables || xcdr1)
-        dialect.counts_as_lengths = standard.counts_as_lengths;
-    if (!disputed.optionals)
-        dialect.optional_headers = standard.optional_headers;
-    if (!disputed.negative_labels)
-        dialect.unsigned_discriminators = standard.unsigned_discriminators;
+    keep_if(disputed.wide_text, &CdrDialect::wide_text);
+    keep_if(disputed.headers && !xcdr1, &CdrDialect::headers);
+    keep_if(disputed.lists && xcdr1, &CdrDialect::one_origin);
+    keep_if(disputed.lists && xcdr1, &CdrDialect::lists);
+    keep_if(disputed.mutables && xcdr1, &CdrDialect::rtps_list_end);
+    keep_if(disputed.mutables && !xcdr1, &CdrDialect::counts_as_lengths);
+    keep_if(disputed.optionals, &CdrDialect::optional_headers);
+    keep_if(disputed.negative_labels, &CdrDialect::unsigned_discriminators);
+    keep_if(disputed.long_doubles, &CdrDialect::x86_long_double);
+    keep_if(disputed.requests && xcdr1, &CdrDialect::request_header);
     return dialect;
 }
 
 bool is_fast_cdr(Maker maker) {
-    return maker == Maker::fast_cdr || maker == Maker::fast_cdr_1 || maker == Maker::fast_cdr_2;
+    return maker == Maker::fast_cdr_1 || maker == Maker::fast_cdr_2;
 }
 
 } // namespace
@@ -164,16 +181,14 @@ Maker maker_of(const SampleSource& source) {
         return source.fast_cdr == 1   ? Maker::fast_cdr_1
                : source.fast_cdr == 2 ? Maker::fast_cdr_2
                                       : Maker::fast_cdr;
-    return source.vendor == rtps::VendorId{{0x01, 0x10}} ? Maker::cyclone_dds
-           : source.vendor == rtps::kDustDds             ? Maker::dust_dds
-                                                         : Maker::unknown;
+    return source.vendor == rtps::kCycloneDds ? Maker::cyclone_dds
+           : source.vendor == rtps::kDustDds  ? Maker::dust_dds
+                                              : Maker::unknown;
 }
 
 std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion version, bool key_only,
                                                Maker maker) {
     const Disputed disputed = find_disputed(type);
-    const bool request_headers = maker == Maker::cyclone_dds && version == CdrVersion::xcdr1 && !key_only &&
-                                 belongs_to_service(type.name);
     std::vector<PossibleDialect> list;
     const bool judge_gaps = disputed.optionals && version == CdrVersion::xcdr2;
     const auto add = [&list, judge_gaps](const CdrDialect& dialect, bool expected) {
@@ -182,9 +197,13 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
         if (!known && list.size() < UINT8_MAX)
             list.push_back({dialect, expected, judge_gaps});
     };
-    const auto add_forms = [&](CdrDialect dialect, bool expected) {
-        dialect.request_header = request_headers && expected;
-        for (const bool x86 : {is_fast_cdr(maker), !is_fast_cdr(maker)}) {
+    const auto add_forms = [&](const Row& row, bool expected) {
+        CdrDialect dialect;
+        row.differ(dialect);
+        // Nothing in a payload tells a request's header from its content: only the maker's is taken off.
+        dialect.request_header &= row.maker == maker && !key_only;
+        dialect = without_undisputed(dialect, version, disputed);
+        for (const bool x86 : {dialect.x86_long_double, !dialect.x86_long_double}) {
             dialect.x86_long_double = x86 && disputed.long_doubles;
             for (uint8_t shift = 0; shift < (disputed.bitsets ? 4 : 1); ++shift) {
                 dialect.bitset_octets = static_cast<uint8_t>(1u << shift);
@@ -196,11 +215,11 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
         }
     };
     for (const bool own : {true, false}) {
-        for (const Row& row : serializers()) {
+        for (const Row& row : kSerializers) {
             const bool is_own = row.maker == maker || maker == Maker::unknown ||
                                 (maker == Maker::fast_cdr && is_fast_cdr(row.maker));
             if (is_own == own && (row.xcdr2 || version == CdrVersion::xcdr1))
-                add_forms(without_undisputed(row.dialect, version, disputed), own);
+                add_forms(row, own);
         }
     }
     return list;

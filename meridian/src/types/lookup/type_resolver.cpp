@@ -78,17 +78,15 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
     const rtps::GuidPrefix& participant = publication.guid.prefix;
     Peer& peer = peers_[participant];
     peer.askers.insert(asker);
-    const auto silent = peer.silent.find(key);
-    const bool can_be_asked = answers && silent == peer.silent.end();
+    const bool can_be_asked = answers && peer.silent.count(key) == 0;
 
     // A wait that is under way goes on, and does not begin anew.
-    const auto known = by_key_.find(key);
     const auto wait = waits_.find(waiter);
-    if (wait != waits_.end() && known != by_key_.end() && wait->second.lookup == known->second) {
+    if (wait != waits_.end() && lookups_.at(wait->second.lookup).key == key) {
         if (can_be_asked) {
-            Lookup& lookup = lookups_.at(known->second);
-            add_source(known->second, lookup, participant);
-            ask(known->second, lookup);
+            Lookup& lookup = lookups_.at(wait->second.lookup);
+            add_source(lookup, participant);
+            ask(lookup);
             send(now);
         }
         return std::nullopt;
@@ -102,24 +100,21 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
         return keep(key, participant, {{}, DDS_TYPE_CODE_TOO_LARGE});
     if (announced->is_whole && by_key_.count(key) == 0 && !take_whole(publication, *announced, now))
         return keep(key, participant, {{}, DDS_TYPE_CODE_UNUSABLE});
+    return look_up(publication.type_name, *announced, can_be_asked, waiter, now);
+}
 
-    const auto again = by_key_.find(key); // it may have ended with its last waiter
-    const bool is_new = again == by_key_.end();
-    const LookupId id = is_new ? ++last_lookup_ : again->second;
-    Lookup& lookup = lookups_[id];
-    if (is_new) {
-        static_cast<Announced&>(lookup) = *announced;
-        lookup.plain = announced->is_plain ? peer.plain : nullptr;
-        lookup.name = publication.type_name;
-        lookup.announcer = participant;
-        lookup.charge = charge(peer, kEntrySize + 2 * key.size() + lookup.name.size());
-        by_key_[key] = id;
-    }
+TypeResolver::Answer TypeResolver::look_up(const std::string& type_name, const Announced& announced,
+                                           bool can_be_asked, const Waiter& waiter, rtps::MonotonicTime now) {
+    const rtps::GuidPrefix& participant = waiter.first.prefix;
+    const Peer& peer = peers_.at(participant);
+    const bool is_new = by_key_.count(announced.key) == 0;
+    Lookup& lookup = is_new ? begin(type_name, announced, participant) : lookups_.at(by_key_[announced.key]);
+    const LookupId id = lookup.id;
     if (can_be_asked && lookup.charge != nullptr)
-        add_source(id, lookup, participant);
+        add_source(lookup, participant);
     lookup.waiting.insert(waiter);
     // What is missing of types of the plain form may stand in the next announcements.
-    const bool may_come = announced->is_plain && lookup.sources.empty();
+    const bool may_come = announced.is_plain && lookup.sources.empty();
     waits_[waiter] = {id, rtps::later(now, may_come ? settings_.retry : settings_.give_up)};
     give_ups_.emplace(waits_[waiter].until, waiter);
     // Nothing needs to be requested where the identifier is the whole type, or its parts are known from
@@ -127,10 +122,11 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
     if (is_new)
         advance(id, now);
     else
-        ask(id, lookup); // all who could be asked may have left
+        ask(lookup); // all who could be asked may have left
     send(now);
     if (lookups_.count(id) != 0 && lookups_.at(id).sources.empty() && !may_come) {
         // No participant offers it, or they left meanwhile.
+        const auto silent = peer.silent.find(announced.key);
         finish(id, {{}, silent != peer.silent.end() ? silent->second.result.why : DDS_TYPE_CODE_NOT_TOLD});
     }
     if (waits_.count(waiter) != 0)
@@ -141,6 +137,21 @@ TypeResolver::Answer TypeResolver::resolve(const rtps::RemoteEndpoint& publicati
     Result result = *own;
     outcomes_.erase(std::next(own).base());
     return result;
+}
+
+TypeResolver::Lookup& TypeResolver::begin(const std::string& type_name, const Announced& announced,
+                                          const rtps::GuidPrefix& announcer) {
+    const Peer& peer = peers_.at(announcer);
+    const LookupId id = ++last_lookup_;
+    Lookup& lookup = lookups_[id];
+    static_cast<Announced&>(lookup) = announced;
+    lookup.id = id;
+    lookup.plain = announced.is_plain ? peer.plain : nullptr;
+    lookup.name = type_name;
+    lookup.announcer = announcer;
+    lookup.charge = charge(peer, kEntrySize + 2 * lookup.key.size() + lookup.name.size());
+    by_key_[lookup.key] = id;
+    return lookup;
 }
 
 bool TypeResolver::take_whole(const rtps::RemoteEndpoint& publication, Announced& announced,
@@ -178,19 +189,19 @@ bool TypeResolver::add_plain(Peer& peer, const TypeHash& hash, TypeObject object
     return true;
 }
 
-void TypeResolver::await(LookupId id, Lookup& lookup, std::optional<TypeHash> missing) {
+void TypeResolver::await(Lookup& lookup, std::optional<TypeHash> missing) {
     if (lookup.awaits)
-        lookup.plain->awaited.erase({*lookup.awaits, id});
+        lookup.plain->awaited.erase({*lookup.awaits, lookup.id});
     if (missing)
-        lookup.plain->awaited.insert({*missing, id});
+        lookup.plain->awaited.insert({*missing, lookup.id});
     lookup.awaits = missing;
 }
 
-void TypeResolver::add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant) {
+void TypeResolver::add_source(Lookup& lookup, const rtps::GuidPrefix& participant) {
     if (std::find(lookup.sources.begin(), lookup.sources.end(), participant) != lookup.sources.end())
         return;
     lookup.sources.push_back(participant);
-    peers_[participant].lookups.insert(id);
+    peers_[participant].lookups.insert(lookup.id);
 }
 
 void TypeResolver::forget(const Waiter& waiter) {
@@ -228,11 +239,11 @@ bool TypeResolver::is_too_large(uint64_t size, const std::string& name, const rt
 
 // -- Requests
 
-void TypeResolver::ask(LookupId id, Lookup& lookup) {
+void TypeResolver::ask(Lookup& lookup) {
     if (lookup.queued || lookup.request != 0 || lookup.sources.empty())
         return;
     lookup.queued = true;
-    pacer_.enqueue(lookup.source(), id);
+    pacer_.enqueue(lookup.source(), lookup.id);
 }
 
 void TypeResolver::send(rtps::MonotonicTime now) {
@@ -252,7 +263,7 @@ void TypeResolver::send(rtps::MonotonicTime now) {
             advance(request->lookup, now);
         } else {
             const Asker asker = *peers_.at(request->asked).askers.begin();
-            const auto form = lookup.is_plain ? TypeObjectForm::plain : TypeObjectForm::xcdr2;
+            const auto form = lookup.plain != nullptr ? TypeObjectForm::plain : TypeObjectForm::xcdr2;
             requests_.push_back({{{}, request->number, request->asked, std::move(missing), form}, asker});
         }
     }
@@ -349,25 +360,25 @@ bool TypeResolver::ends_too_large(const Sent& sent, size_t size, rtps::Monotonic
     return true;
 }
 
-bool TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
+void TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
     Lookup& lookup = lookups_.at(id);
     const TypeLibrary& library = library_of(lookup.plain);
     if (is_too_large(library.closure_size(lookup.root), lookup.name, lookup.announcer, now)) {
         finish(id, keep(Key(lookup.key), lookup.announcer, {{}, DDS_TYPE_CODE_TOO_LARGE}));
-        return true;
+        return;
     }
     if (lookup.plain == nullptr && library.missing(lookup.root).empty())
         refuse_forged_cycles(lookup);
     if (lookup.forged > kMostForged) {
         finish(id, {{}, DDS_TYPE_CODE_NOT_GENUINE});
-        return true;
+        return;
     }
     const std::vector<TypeHash> missing = library.missing(lookup.root);
     if (!missing.empty()) {
         if (lookup.plain != nullptr)
-            await(id, lookup, missing.front());
-        ask(id, lookup);
-        return false;
+            await(lookup, missing.front());
+        ask(lookup);
+        return;
     }
     std::string error;
     Result result{library.build(lookup.root, error), DDS_TYPE_CODE_UNUSABLE};
@@ -375,7 +386,6 @@ bool TypeResolver::advance(LookupId id, rtps::MonotonicTime now) {
         MERIDIAN_LOG_WARNING("discovery", "type \"%s\" cannot be used: %s", lookup.name.c_str(),
                              error.c_str());
     finish(id, keep(Key(lookup.key), lookup.announcer, result));
-    return true;
 }
 
 void TypeResolver::refuse_forged_cycles(Lookup& lookup) {
@@ -435,7 +445,7 @@ void TypeResolver::drop(LookupId id) {
             pacer_.withdraw(source, id);
         peers_.at(source).lookups.erase(id);
     }
-    await(id, at->second, std::nullopt);
+    await(at->second, std::nullopt);
     by_key_.erase(lookup.key);
     lookups_.erase(at);
 }
@@ -464,7 +474,7 @@ void TypeResolver::participant_gone(const rtps::GuidPrefix& participant, rtps::M
         lookup.sources.erase(std::find(lookup.sources.begin(), lookup.sources.end(), participant));
         if (lookup.announcer == participant && !lookup.sources.empty())
             lookup.announcer = lookup.sources.front();
-        ask(id, lookup);
+        ask(lookup);
     }
     for (const auto& [hash, charged] : peer.objects)
         library_.remove(hash);

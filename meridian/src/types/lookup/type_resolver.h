@@ -106,6 +106,7 @@ class TypeResolver {
     };
     /// A type that is being looked up.
     struct Lookup : Announced {
+        LookupId id = 0;
         std::shared_ptr<PlainTypes> plain; // null: not of that form
         std::optional<TypeHash> awaits;    // its entry among those that are awaited
         std::string name;                  // of the type, for messages
@@ -150,25 +151,30 @@ class TypeResolver {
     };
 
     static std::optional<Announced> announced_by(const rtps::RemoteEndpoint& publication);
+    /// Has a publication wait for its type, or tells at once what became of it.
+    Answer look_up(const std::string& type_name, const Announced& announced, bool can_be_asked,
+                   const Waiter& waiter, rtps::MonotonicTime now);
+    Lookup& begin(const std::string& type_name, const Announced& announced,
+                  const rtps::GuidPrefix& announcer);
     /// Keeps the type object that a publication announces, and names it as the root. False: it is malformed.
     bool take_whole(const rtps::RemoteEndpoint& publication, Announced& announced, rtps::MonotonicTime now);
     /// False: there is no memory for it.
     bool add_plain(Peer& peer, const TypeHash& hash, TypeObject object, size_t size, rtps::MonotonicTime now);
-    void await(LookupId id, Lookup& lookup, std::optional<TypeHash> missing);
+    void await(Lookup& lookup, std::optional<TypeHash> missing);
     TypeLibrary& library_of(const std::shared_ptr<PlainTypes>& plain) {
         return plain != nullptr ? plain->library : library_;
     }
     static Charge charge(const Peer& peer, size_t bytes);
-    void add_source(LookupId id, Lookup& lookup, const rtps::GuidPrefix& participant);
+    void add_source(Lookup& lookup, const rtps::GuidPrefix& participant);
     /// No outcome comes any more of what it waited for.
     void forget(const Waiter& waiter);
-    void ask(LookupId id, Lookup& lookup);
+    void ask(Lookup& lookup);
     /// Makes requests as long as they may go out.
     void send(rtps::MonotonicTime now);
     /// The lookup whose request ended, and has none now; null where it is gone.
     Lookup* end(const RequestPacer::Request& request);
-    /// True when the lookup is done, one way or the other, and gone.
-    bool advance(LookupId id, rtps::MonotonicTime now);
+    /// The lookup may be done afterwards, one way or the other, and gone.
+    void advance(LookupId id, rtps::MonotonicTime now);
     void refuse_forged_cycles(Lookup& lookup);
     void finish(LookupId id, const Result& result);
     void give_up(const Waiter& waiter);
