@@ -182,7 +182,7 @@ void EndpointDiscovery::forget_unseen(MonotonicTime now) {
         if (endpoints == by_participant_.end() || participants_.find(endpoints->first) != nullptr)
             continue;
         count_ -= endpoints->second.by_entity.size();
-        last_found_ = nullptr;
+        recent_.clear();
         by_participant_.erase(endpoints);
     }
 }

@@ -18,6 +18,11 @@ bool fast_dds_from_2_12(const ParticipantData& data) {
     return find_raw(data.raw, 0x8007) != nullptr;
 }
 
+/// Newer ones announce flags.
+bool open_dds_to_3_13(const ParticipantData& data) {
+    return find_raw(data.raw, 0xb005) == nullptr;
+}
+
 /// Newer ones say in their flags that they count fractions, as the standard has it.
 bool open_dds_without_fractions(const ParticipantData& data) {
     constexpr uint32_t kFractions = 8;
@@ -42,8 +47,8 @@ constexpr Row kRows[] = {
     {kFastDds, fast_dds_from_3, {kOfFastDds, 2}},
     {kFastDds, fast_dds_from_2_12, {kOfFastDds, 0}}, // can be built with either serializer
     {kFastDds, nullptr, {kOfFastDds, 1}},
-    {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds | kClaimsNumberOne}},
-    {kOpenDds, nullptr, {kClaimsNumberOne}}, // seen of 3.5 to 3.14
+    {kOpenDds, open_dds_to_3_13, {kCountsNanoseconds | kKnowsNoEmptyRange}}, // seen of 3.13
+    {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds}},
     {kEmbeddedRtps, nullptr, {kRefusesNewParameters}},
     {kDustDds, nullptr, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
 };
