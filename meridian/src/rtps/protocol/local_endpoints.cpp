@@ -154,6 +154,8 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const End
     reader.transient_local = qos.durability != Durability::volatile_;
     const RemoteParticipant* participant = participants_.find(remote.prefix);
     reader.answerable = participant == nullptr || is_answerable(*participant);
+    reader.told_singly =
+        participant != nullptr && participant->data->vendor == kEmbeddedRtps && announces_endpoints(local);
     local.writer->add_reader(reader, now);
 }
 

@@ -308,16 +308,23 @@ void Participant::announce(const EndpointData& data, Now now, const Guid* only_f
 void Participant::announce_for(const DiscoveredEndpoint& remote, Now now) {
     const RemoteEndpoint& writer = *remote.record;
     const RemoteParticipant* participant = participants_.find(writer.guid.prefix);
-    if (!writer.is_writer || participant == nullptr || !(participant->data->vendor == kDustDds))
+    if (!writer.is_writer || participant == nullptr)
         return;
-    // No name, not even the empty one, matches its default partition. What it matched before stays so,
-    // whatever partitions it is told of afterwards.
+    const VendorId vendor = participant->data->vendor;
     for (const LocalEndpoint* local : remote.matched) {
         EndpointData data = local->data;
-        if (data.qos.partitions.empty())
+        if (vendor == kEmbeddedRtps) {
+            // It knows no addresses but those of the endpoint. It has room for few endpoints, and for topics
+            // with short names, so it is told of nothing else (RemoteReader::told_singly).
+            data.unicast = announced().default_unicast;
+        } else if (vendor == kDustDds && !data.qos.partitions.empty()) {
+            // No name, not even the empty one, matches its default partition. What it matched before stays
+            // so, whatever partitions it is told of afterwards.
+            if (writer.qos->partitions.empty())
+                data.qos.partitions.clear();
+        } else {
             continue;
-        if (writer.qos->partitions.empty())
-            data.qos.partitions.clear();
+        }
         announce(data, now, &writer.guid);
     }
 }

@@ -35,6 +35,8 @@ struct RemoteReader {
     /// What its participant's writers ask of readers here can be answered. A reliable reader that never
     /// acknowledges would keep them waiting: such participants are not told of it.
     bool answerable = true;
+    /// Of what is announced it gets what is for it only: see Participant::announce_for.
+    bool told_singly = false;
 };
 
 class ReliableWriter final {
@@ -80,7 +82,7 @@ class ReliableWriter final {
         std::optional<GuidPrefix> only_for;
 
         bool concerns(const RemoteReader& reader) const {
-            return !only_for || *only_for == reader.guid.prefix;
+            return only_for ? *only_for == reader.guid.prefix : !reader.told_singly || payload_is_key;
         }
     };
     /// What is known of one matched reader.
