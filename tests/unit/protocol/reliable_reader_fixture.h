@@ -22,12 +22,14 @@ class ReliableReaderTest : public ::testing::Test {
         std::vector<size_t> sizes;
         std::vector<VendorId> vendors;
         std::vector<uint8_t> fast_cdrs;
+        std::vector<bool> keys;
         uint64_t lost = 0;
         void on_sample(const Sample& sample) override {
             numbers.push_back(sample.sequence_number);
             sizes.push_back(sample.payload.size);
             vendors.push_back(sample.vendor);
             fast_cdrs.push_back(sample.fast_cdr);
+            keys.push_back(sample.payload_is_key);
         }
         void on_lost(const Guid&, uint64_t count) override { lost += count; }
     };
@@ -68,6 +70,7 @@ class ReliableReaderTest : public ::testing::Test {
         d.fragment_count = 1;
         d.fragment_size = size;
         d.sample_size = sample_size;
+        d.payload_is_key = fragments_are_of_keys;
         d.payload = payload;
         reader->on_data_frag(context, d, now);
     }
@@ -104,6 +107,7 @@ class ReliableReaderTest : public ::testing::Test {
 
     MonotonicTime now = std::chrono::seconds(1);
     Count count = 0;
+    bool fragments_are_of_keys = false;
     Guid writer{prefix(2), kWriter};
     MessageContext context = [] {
         MessageContext c;

@@ -100,6 +100,17 @@ TEST_F(ReliableReaderTest, MemoryIsBoundedAndNothingIsLostByIt) {
     EXPECT_EQ(sink.lost, 0u);
 }
 
+TEST_F(ReliableReaderTest, FragmentsOfOlderOpenSpliceHaveTheFlagOfKeysForData) {
+    make(false);
+    fragments_are_of_keys = true;
+    for (SequenceNumber number = 1; number <= 2; ++number) {
+        for (FragmentNumber n = 1; n <= 3; ++n)
+            fragment(number, n);
+        context.vendor = kOpenSplice;
+    }
+    EXPECT_EQ(sink.keys, (std::vector<bool>{true, false}));
+}
+
 TEST_F(ReliableReaderTest, UnfinishedSamplesAreGivenUpAndAskedForAgain) {
     make(false, ReliableReader::Limits{5000, &memory});
     fragment(1, 1);

@@ -25,6 +25,10 @@ Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor, const 
     sample.vendor = vendor;
     sample.fast_cdr = fast_cdr;
     sample.received = now;
+    // In fragments of its older releases, and of newer ones where they are told to be so, the flag of keys is
+    // that of data. What is a key says what became of the instance.
+    if (vendor == kOpenSplice && sample.inline_qos.status_info == 0)
+        sample.payload_is_key = false;
     return sample;
 }
 
