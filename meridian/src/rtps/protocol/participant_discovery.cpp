@@ -28,6 +28,10 @@ std::string described(const RemoteParticipant& remote) {
            (remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"");
 }
 
+bool announces_endpoints(const ParticipantData& data) {
+    return (data.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
+}
+
 } // namespace
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
@@ -200,15 +204,15 @@ bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPre
     return manages(server, remote != nullptr ? *remote->data : unknown);
 }
 
-bool ParticipantDiscovery::manages(const Remote* manager, const ParticipantData& data) {
-    const auto speaks = [](const ParticipantData& of) {
-        return (of.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
-    };
+bool ParticipantDiscovery::can_manage(const GuidPrefix& manager, const ParticipantData& data) {
     constexpr size_t kNode = 4; // octets of a prefix
-    return manager != nullptr && manager->data->vendor == kOpenSplice && data.vendor == kOpenSplice &&
-           speaks(*manager->data) && !speaks(data) &&
-           std::equal(data.guid.prefix.bytes.begin(), data.guid.prefix.bytes.begin() + kNode,
-                      manager->prefix().bytes.begin());
+    return data.vendor == kOpenSplice && !announces_endpoints(data) &&
+           std::equal(manager.bytes.begin(), manager.bytes.begin() + kNode, data.guid.prefix.bytes.begin());
+}
+
+bool ParticipantDiscovery::manages(const Remote* manager, const ParticipantData& data) {
+    return manager != nullptr && manager->data->vendor == kOpenSplice &&
+           announces_endpoints(*manager->data) && can_manage(manager->prefix(), data);
 }
 
 bool ParticipantDiscovery::is_managed(const Remote& remote) const {

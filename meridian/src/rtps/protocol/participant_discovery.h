@@ -142,6 +142,8 @@ class ParticipantDiscovery {
     /// Whether the one, null for none, speaks for the other, which has nothing to speak with. Those that it
     /// speaks for live as long as it does.
     static bool manages(const Remote* manager, const ParticipantData& data);
+    /// Whether it would, as far as its prefix tells.
+    static bool can_manage(const GuidPrefix& manager, const ParticipantData& data);
     bool is_managed(const Remote& remote) const;
     /// Null for what is no announcement.
     ParticipantRef decode(const Sample& sample);

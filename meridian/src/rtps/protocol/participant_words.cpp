@@ -59,10 +59,13 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
             on_farewell(*subject, announced, now);
     } else if (remote != nullptr && remote->announced(sample.payload)) {
         on_repetition(*remote, announced, now);
-    } else if (announced.data = decode(sample);
-               announced.data != nullptr &&
-               (announced.data->guid.prefix == context.source ||
-                (manages(remote, *announced.data) && !excludes(announced.data->guid.prefix)))) {
+    } else if (announced.data = decode(sample); announced.data != nullptr) {
+        // The service of a node may tell of the others before it tells of itself.
+        const bool is_of_other = announced.data->guid.prefix != context.source;
+        if (is_of_other && (excludes(announced.data->guid.prefix) ||
+                            !(remote != nullptr ? manages(remote, *announced.data)
+                                                : can_manage(context.source, *announced.data))))
+            return;
         on_announcement(announced, now);
     }
 }
