@@ -69,6 +69,16 @@ TEST_F(ManagedParticipantsTest, EndpointsMayBeToldOfFirst) {
     EXPECT_EQ(endpoints(), 1u);
 }
 
+TEST_F(ManagedParticipantsTest, TheyMayBeToldOfBeforeTheService) {
+    service_tells(application());
+    EXPECT_THAT(known_participants(), ElementsAre(prefix(kApplication)));
+    announce(service());
+    service_tells_of_publication();
+    EXPECT_EQ(endpoints(), 1u);
+    run_while_service_announces(seconds(60));
+    EXPECT_EQ(endpoints(), 1u);
+}
+
 TEST_F(ManagedParticipantsTest, TheyLiveAsLongAsTheirService) {
     announce(service());
     service_tells(application());

@@ -29,6 +29,10 @@ std::string described(const RemoteParticipant& remote) {
            (remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"");
 }
 
+bool announces_endpoints(const ParticipantData& data) {
+    return (data.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
+}
+
 } // namespace
 
 ParticipantDiscovery::~ParticipantDiscovery() = default;
@@ -198,18 +202,18 @@ bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPre
     return manages(server, subject, remote != nullptr ? remote->data.get() : nullptr);
 }
 
+bool ParticipantDiscovery::can_manage(const GuidPrefix& manager, const GuidPrefix& subject,
+                                      const ParticipantData* data) {
+    constexpr size_t kNode = 4; // octets of a prefix
+    return (data == nullptr ||
+            (quirks_of(*data).has(kServiceSpeaksForNode) && !announces_endpoints(*data))) &&
+           std::equal(manager.bytes.begin(), manager.bytes.begin() + kNode, subject.bytes.begin());
+}
+
 bool ParticipantDiscovery::manages(const Remote* manager, const GuidPrefix& subject,
                                    const ParticipantData* data) {
-    const auto is_of_such_a_node = [](const ParticipantData& of) {
-        return quirks_of(of).has(kServiceSpeaksForNode);
-    };
-    const auto speaks = [](const ParticipantData& of) {
-        return (of.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
-    };
-    constexpr size_t kNode = 4; // octets of a prefix
-    return manager != nullptr && is_of_such_a_node(*manager->data) && speaks(*manager->data) &&
-           (data == nullptr || (is_of_such_a_node(*data) && !speaks(*data))) &&
-           std::equal(subject.bytes.begin(), subject.bytes.begin() + kNode, manager->prefix().bytes.begin());
+    return manager != nullptr && quirks_of(*manager->data).has(kServiceSpeaksForNode) &&
+           announces_endpoints(*manager->data) && can_manage(manager->prefix(), subject, data);
 }
 
 bool ParticipantDiscovery::is_managed(const Remote& remote) const {

@@ -143,6 +143,8 @@ class ParticipantDiscovery {
     /// Whether the one, null for none, speaks for the other, which has nothing to speak with; null data: that
     /// is not known yet. Those that it speaks for live as long as it does.
     static bool manages(const Remote* manager, const GuidPrefix& subject, const ParticipantData* data);
+    /// Whether it would, as far as its prefix tells.
+    static bool can_manage(const GuidPrefix& manager, const GuidPrefix& subject, const ParticipantData* data);
     bool is_managed(const Remote& remote) const;
     /// Null for what is no announcement.
     ParticipantRef decode(const Sample& sample);

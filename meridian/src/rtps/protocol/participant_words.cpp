@@ -49,7 +49,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
                                    Now now) {
     Sample sample;
     if (!announcer_.running() ||
-        !make_sample({context.source, data.writer}, 0, context, data, now.monotonic, sample))
+        !make_sample({context.source, data.writer}, {}, context, data, now.monotonic, sample))
         return;
     Remote* remote = find_remote(context.source);
     Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
@@ -61,11 +61,14 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
             on_farewell(*subject, announced, now);
     } else if (remote != nullptr && remote->announced(sample.payload)) {
         on_repetition(*remote, announced, now);
-    } else if (announced.data = decode(sample);
-               announced.data != nullptr &&
-               (announced.data->guid.prefix == context.source ||
-                (manages(remote, announced.data->guid.prefix, announced.data.get()) &&
-                 !excludes(announced.data->guid.prefix)))) {
+    } else if (announced.data = decode(sample); announced.data != nullptr) {
+        // The service of a node may tell of the others before it tells of itself.
+        const GuidPrefix& subject = announced.data->guid.prefix;
+        if (subject != context.source &&
+            (excludes(subject) ||
+             !(remote != nullptr ? manages(remote, subject, announced.data.get())
+                                 : can_manage(context.source, subject, announced.data.get()))))
+            return;
         on_announcement(announced, now);
     }
 }

@@ -144,7 +144,7 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
         return true;
     Sample sample;
     const bool deliverable =
-        make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context, data, now, sample);
+        make_sample(proxy->writer.guid, proxy->writer.quirks, context, data, now, sample);
     accept(*proxy, sample, deliverable);
     return true;
 }
@@ -308,8 +308,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         accept(*proxy, lost, false);
     } else if (result == Result::complete) {
         const Sample& whole = proxy->fragments.whole(number);
-        accept(*proxy,
-               make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context.vendor, whole, now),
+        accept(*proxy, make_sample(proxy->writer.guid, proxy->writer.quirks, context.vendor, whole, now),
                !whole.inline_qos.refused);
         proxy->fragments.drop(number); // where it could not be held
     }
