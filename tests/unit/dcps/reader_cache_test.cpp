@@ -512,6 +512,49 @@ TEST_F(ReaderCacheTest, OnlyTheStrongestWriterIsHeardUnderExclusiveOwnership) {
     EXPECT_EQ(take(), "M1=4");
 }
 
+TEST_F(ReaderCacheTest, OwnerThatDisposesStaysTheOwner) {
+    settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    create();
+    cache->add_writer(writer(2), 10);
+    data(1, 2);
+    dispose(1, 2);
+    EXPECT_EQ(take(), "N1=0 D1");
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::filtered);
+    EXPECT_EQ(data(1, 2), ReaderCache::Verdict::stored);
+    dispose(1, 2);
+    EXPECT_EQ(take(), "N1=3 D1");
+    unregister(1, 2);
+    EXPECT_EQ(data(1, 1), ReaderCache::Verdict::stored);
+    EXPECT_EQ(take(), "N1=6");
+}
+
+TEST_F(ReaderCacheTest, DisposalTakesNoWriterFromAnInstance) {
+    create();
+    data(1, 1);
+    data(1, 2);
+    dispose(1, 1);
+    take();
+    data(1, 1);
+    unregister(1, 1);
+    EXPECT_EQ(take(), "N1=3") << "the second writer has not unregistered";
+    unregister(1, 2);
+    EXPECT_EQ(take(), "W1");
+    EXPECT_FALSE(knows_any());
+}
+
+TEST_F(ReaderCacheTest, InstancesThatEndedMakeRoomForOthers) {
+    settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    settings.limits.max_instances = 2;
+    create();
+    data(1);
+    data(2);
+    take();
+    dispose(2);
+    take();
+    EXPECT_EQ(data(3), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(4), ReaderCache::Verdict::rejected_instances);
+}
+
 TEST_F(ReaderCacheTest, OfEquallyStrongWritersTheLowerGuidOwns) {
     settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
     create();

@@ -83,6 +83,7 @@ class SubmessagePrinter final : public MessageVisitor {
         add(context, "ACKNACK " + std::to_string(acknack.missing.base) + " " + members(acknack.missing) +
                          (acknack.final ? " final" : ""));
         counts.push_back(acknack.count);
+        acknack_bits = acknack.missing.num_bits;
     }
     void on_nack_frag(const MessageContext& context, const NackFrag& nack) override {
         add(context, "NACK_FRAG " + std::to_string(nack.sequence_number) + " " + members(nack.missing));
@@ -92,6 +93,7 @@ class SubmessagePrinter final : public MessageVisitor {
                          members(gap.list));
     }
     std::vector<Count> counts; // of heartbeats and acknowledgements
+    uint32_t acknack_bits = 0; // of the last one, set or not
 
   private:
     void add(const MessageContext& context, const std::string& line) {

@@ -25,13 +25,12 @@ class DurationsOfVendorsTest : public ParticipantTest {
     }
     static RawParameter flags(uint8_t value) { return {0xb005, {value, 0, 0, 0}}; } // little-endian
 
-    const VendorId opendds{{0x01, 0x03}};
     const WireDuration half_a_second{0, 0x80000000};
     const WireDuration as_it_stands{0, 500'000'000};
 };
 
 TEST_F(DurationsOfVendorsTest, OpenDdsCountsNanoseconds) {
-    const EndpointQos qos = heard(opendds, {});
+    const EndpointQos qos = heard(kOpenDds, {});
     EXPECT_EQ(qos.deadline, half_a_second);
     EXPECT_EQ(qos.latency_budget, half_a_second);
     EXPECT_EQ(qos.liveliness_lease, half_a_second);
@@ -40,11 +39,11 @@ TEST_F(DurationsOfVendorsTest, OpenDdsCountsNanoseconds) {
 }
 
 TEST_F(DurationsOfVendorsTest, OpenDdsDoesSoWithOtherFlags) {
-    EXPECT_EQ(heard(opendds, {flags(3)}).lifespan, half_a_second);
+    EXPECT_EQ(heard(kOpenDds, {flags(3)}).lifespan, half_a_second);
 }
 
 TEST_F(DurationsOfVendorsTest, OpenDdsSaysWhenItCountsFractions) {
-    EXPECT_EQ(heard(opendds, {flags(11)}).lifespan, as_it_stands);
+    EXPECT_EQ(heard(kOpenDds, {flags(11)}).lifespan, as_it_stands);
 }
 
 TEST_F(DurationsOfVendorsTest, OthersCountFractions) {
@@ -53,7 +52,7 @@ TEST_F(DurationsOfVendorsTest, OthersCountFractions) {
 
 TEST_F(DurationsOfVendorsTest, TheInfiniteOneStaysSo) {
     ParticipantData data = remote(2);
-    data.vendor = opendds;
+    data.vendor = kOpenDds;
     start();
     announce(data);
     const EndpointData writer = publication(2);

@@ -22,6 +22,7 @@ constexpr EntityId kWriter{0x00000103};
 /// A reader that counts what is asked of it and of its owner.
 class CountingReader final : public Reader, public ReaderSink {
   public:
+    CountingReader() : Reader(static_cast<ReaderSink&>(*this)) {}
     void add_writer(const RemoteWriter& writer, MonotonicTime) override {
         ++touched;
         writers.push_back(writer.guid);

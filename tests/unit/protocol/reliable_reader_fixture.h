@@ -43,7 +43,7 @@ class ReliableReaderTest : public ::testing::Test {
         int too_high = 0;
     };
 
-    void make(bool is_volatile, ReliableReader::Limits limits = {}, uint8_t quirks = 0,
+    void make(bool is_volatile, ReliableReader::Limits limits = {}, uint16_t quirks = 0,
               const ReaderConfig& config = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
                                                   batcher, timers);

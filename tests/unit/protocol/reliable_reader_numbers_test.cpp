@@ -63,6 +63,57 @@ TEST_F(ReliableReaderTest, AVolatileReaderDoesNotAcknowledgeAtOnceWhatItNeverGot
     EXPECT_EQ(sent_after(milliseconds(1)), (Lines{"ACKNACK 1 {1 2}"}));
 }
 
+// OpenDDS up to 3.14 says "1 to 1" of a writer that has written nothing, and answers an outright request for
+// number 1 with a gap.
+TEST_F(ReliableReaderTest, OpenDdsIsNotBelievedThatItHasNumberOneAlone) {
+    for (const bool is_volatile : {true, false}) {
+        make(is_volatile, {}, kClaimsNumberOne);
+        sink = {};
+        sent();
+        heartbeat(1, 1);
+        now += seconds(1);
+        timers.run(now);
+        batcher.flush();
+        EXPECT_EQ(output.parse().acknack_bits, 1u) << "a question";
+        EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {}"}));
+        heartbeat(1, 1);
+        sent_after(seconds(1));
+        data(1);
+        heartbeat(1, 1);
+        EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1})) << is_volatile;
+        EXPECT_EQ(sent(), (Lines{"ACKNACK 2 {} final"}));
+        EXPECT_EQ(sink.lost, 0u);
+    }
+}
+
+// It says so too when everything it wrote was acknowledged by others.
+TEST_F(ReliableReaderTest, OpenDdsIsJoinedWhereItIs) {
+    make(true, {}, kClaimsNumberOne);
+    sent();
+    heartbeat(1, 1);
+    sent_after(seconds(1));
+    data(1'000'000);
+    heartbeat(1'000'000, 1'000'000);
+    data(1'000'001);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1'000'000, 1'000'001}));
+    for (int i = 0; i < 5; ++i) {
+        heartbeat(1, 1); // for a reader that joins later, by multicast
+        sent_after(seconds(1));
+    }
+    data(1'000'002);
+    EXPECT_EQ(sink.numbers.size(), 3u);
+    EXPECT_EQ(sink.lost, 0u);
+    EXPECT_EQ(observer.restarts, 0);
+}
+
+TEST_F(ReliableReaderTest, OpenDdsIsAskedForTheRestOfItsFirstSample) {
+    make(false, {}, kClaimsNumberOne);
+    sent();
+    fragment(1, 1);
+    heartbeat(1, 1);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {}", "NACK_FRAG 1 {2 3}"}));
+}
+
 // Some fragments of the first sample are lost, or the heartbeat overtakes them.
 TEST_F(ReliableReaderTest, AVolatileReaderKeepsWhatItHasFragmentsOf) {
     make(true);

@@ -13,6 +13,7 @@ std::shared_ptr<ConditionCore> StatusCondition::core() {
     MutexLock lock(mutex_);
     if (core_ == nullptr) {
         core_ = std::make_shared<ConditionCore>(this);
+        has_core_ = true;
         update();
     }
     return core_;
@@ -30,24 +31,28 @@ DDS_ReturnCode_t StatusCondition::set_enabled_statuses(DDS_StatusMask mask) {
     return DDS_RETCODE_OK;
 }
 
-DDS_StatusMask StatusCondition::changes() const {
-    MutexLock lock(mutex_);
-    return changes_;
-}
-
 void StatusCondition::set_changed(DDS_StatusMask statuses) {
-    MutexLock lock(mutex_);
+    if ((statuses & ~changes_) == 0)
+        return;
     changes_ |= statuses;
-    update();
+    update_core();
 }
 
 void StatusCondition::set_read(DDS_StatusMask statuses) {
-    MutexLock lock(mutex_);
+    if ((statuses & changes_) == 0)
+        return;
     changes_ &= ~statuses;
+    update_core();
+}
+
+void StatusCondition::update_core() {
+    if (!has_core_)
+        return;
+    MutexLock lock(mutex_);
     update();
 }
 
-/// Within the lock, so that the trigger value never lags behind the masks.
+/// Within the lock, so that the trigger value never lags behind the masks for long.
 void StatusCondition::update() {
     if (core_ != nullptr)
         core_->set_triggered(triggered());

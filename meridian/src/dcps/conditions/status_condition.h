@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "dcps/conditions/condition_core.h"
@@ -22,19 +23,24 @@ class StatusCondition final : public DDSStatusCondition, public AttachableCondit
     std::shared_ptr<ConditionCore> core() override MERIDIAN_EXCLUDES(mutex_);
 
     /// The statuses that have changed and were not read since.
-    DDS_StatusMask changes() const;
-    void set_changed(DDS_StatusMask statuses);
-    void set_read(DDS_StatusMask statuses);
+    DDS_StatusMask changes() const { return changes_; }
+    /// Cheap as long as no one waits.
+    void set_changed(DDS_StatusMask statuses) MERIDIAN_EXCLUDES(mutex_);
+    void set_read(DDS_StatusMask statuses) MERIDIAN_EXCLUDES(mutex_);
 
   private:
     bool triggered() const MERIDIAN_REQUIRES(mutex_) { return (enabled_ & changes_) != 0; }
     void update() MERIDIAN_REQUIRES(mutex_);
+    void update_core() MERIDIAN_EXCLUDES(mutex_);
 
     DDSEntity* const entity_;
     mutable Mutex mutex_;
     std::shared_ptr<ConditionCore> core_ MERIDIAN_GUARDED_BY(mutex_);
     DDS_StatusMask enabled_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_ALL;
-    DDS_StatusMask changes_ MERIDIAN_GUARDED_BY(mutex_) = DDS_STATUS_MASK_NONE;
+    // Who changes the statuses looks for the core afterwards, and who makes the core looks at the statuses
+    // afterwards: one of the two sees the other.
+    std::atomic<DDS_StatusMask> changes_{DDS_STATUS_MASK_NONE};
+    std::atomic<bool> has_core_{false};
 };
 
 } // namespace meridian::dcps

@@ -41,8 +41,10 @@ void Instances::set_used(Instance& instance, bool used) {
         return;
     if (used)
         by_use_.remove(instance, &Instance::by_use);
-    else
+    else if (instance.state == DDS_ALIVE_INSTANCE_STATE)
         by_use_.append(instance, &Instance::by_use);
+    else // those that have ended are the first to go
+        by_use_.insert_behind(nullptr, instance, &Instance::by_use);
     instance.unused = !used;
 }
 

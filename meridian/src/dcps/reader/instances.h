@@ -79,7 +79,7 @@ class Instances {
 
     /// Whether it may be forgotten: nothing may be done with an instance that is not in use.
     void set_used(Instance& instance, bool used);
-    /// Null when all are in use.
+    /// One that has ended, if there is any. Null when all are in use.
     Instance* longest_unused() const { return by_use_.first(); }
 
     /// Known from its first mention on.

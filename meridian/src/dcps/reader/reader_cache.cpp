@@ -100,8 +100,12 @@ Instance* ReaderCache::find_or_create(const rtps::KeyHash& key, Verdict& failure
     }
     const DDS_Long limit = settings_.limits.max_instances;
     if (settings_.keyed && limit != DDS_LENGTH_UNLIMITED && instances_.size() >= static_cast<size_t>(limit)) {
-        failure = Verdict::rejected_instances;
-        return nullptr;
+        Instance* const unused = instances_.longest_unused();
+        if (unused == nullptr || unused->state == DDS_ALIVE_INSTANCE_STATE) {
+            failure = Verdict::rejected_instances;
+            return nullptr;
+        }
+        forget(*unused);
     }
     if (!take_memory(Instances::kBytes, nullptr)) {
         failure = Verdict::lost;
@@ -228,12 +232,15 @@ void ReaderCache::recycle(Entry& entry) {
         share_.give_back(kEntryBytes);
 }
 
-/// Says that nothing is done with the instance for now. One that has ended is forgotten at once: a later
-/// sample makes it new again either way.
+/// Says that nothing is done with the instance for now. One that has ended is forgotten at once, as a later
+/// sample makes it new again either way, unless it matters then whose it is: a disposal ends no registration.
 void ReaderCache::settle(Instance& instance) {
     if (instance.count != 0)
         return;
-    if (instance.state != DDS_ALIVE_INSTANCE_STATE) {
+    const Registration* const latest = instance.registrations;
+    const bool is_shared =
+        latest != nullptr && (latest->next != nullptr || settings_.ownership == DDS_EXCLUSIVE_OWNERSHIP_QOS);
+    if (instance.state != DDS_ALIVE_INSTANCE_STATE && !is_shared) {
         forget(instance);
         return;
     }

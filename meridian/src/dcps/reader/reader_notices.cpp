@@ -17,16 +17,11 @@ void ReaderNotices::changed(DDS_StatusMask statuses) {
 }
 
 void ReaderNotices::changed_in_call(DDS_StatusMask statuses) {
-    const DDS_StatusMask unsignalled = statuses & ~signalled_;
-    if (unsignalled != 0) {
-        signalled_ |= unsignalled;
-        condition_.set_changed(unsignalled);
-    }
+    condition_.set_changed(statuses);
     to_tell_ |= statuses;
 }
 
 void ReaderNotices::read(DDS_StatusMask statuses) {
-    signalled_ &= ~statuses;
     condition_.set_read(statuses);
 }
 

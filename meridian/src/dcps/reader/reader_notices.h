@@ -43,8 +43,7 @@ class ReaderNotices {
     Deliverable& reader_;
     std::shared_ptr<ListenerLink> link_;
     DDS_StatusMask mask_ = DDS_STATUS_MASK_NONE;
-    DDS_StatusMask to_tell_ = DDS_STATUS_MASK_NONE;   // the listener was not told of these yet
-    DDS_StatusMask signalled_ = DDS_STATUS_MASK_NONE; // set in the status condition
+    DDS_StatusMask to_tell_ = DDS_STATUS_MASK_NONE; // the listener was not told of these yet
 };
 
 } // namespace meridian::dcps

@@ -39,6 +39,7 @@ bool brings_data(const rtps::Sample& sample) {
 SampleDecoder::SampleDecoder(const RegisteredType& type, PRESTypePluginEndpointData endpoint,
                              SampleStock& stock)
     : type_(type),
+      deserialize_(type.plugin().deserialize),
       endpoint_(endpoint),
       stock_(stock),
       keyed_(type.is_keyed()),
@@ -82,7 +83,7 @@ bool SampleDecoder::deserialize(const rtps::Sample& sample, void*& made) {
         return false;
     PayloadStream stream(sample);
     bool drop = false;
-    const bool readable = plugin().deserialize(endpoint_, &made, &drop, stream.get(), true, true);
+    const bool readable = deserialize_(endpoint_, &made, &drop, stream.get(), true, true);
     if (!readable || drop) {
         stock_.put_back(made);
         made = nullptr;

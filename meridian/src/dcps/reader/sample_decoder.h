@@ -38,6 +38,8 @@ class SampleDecoder {
     rtps::KeyHash key_hash(const rtps::Sample& sample);
 
     const RegisteredType& type_;
+    // Looked up once: with many topics the record of the plugin would have to be fetched for each sample.
+    decltype(PRESTypePlugin::deserialize) const deserialize_;
     const PRESTypePluginEndpointData endpoint_;
     SampleStock& stock_;
     const bool keyed_;

@@ -19,7 +19,7 @@ class SampleStock final : public SampleOwner {
     /// The endpoint may be null as long as no sample is asked for. What is kept is taken from the share,
     /// which must outlive the stock.
     SampleStock(const PRESTypePlugin& plugin, PRESTypePluginEndpointData endpoint, MemoryShare& share)
-        : plugin_(plugin), endpoint_(endpoint), share_(share) {}
+        : plugin_(plugin), memory_of_(plugin.getSampleMemory), endpoint_(endpoint), share_(share) {}
     ~SampleStock() override {
         collect();
         for (void* sample : free_)
@@ -31,7 +31,7 @@ class SampleStock final : public SampleOwner {
 
     /// Bytes that a sample takes which was made of `serialized` ones.
     size_t memory_of(const void* sample, size_t serialized) const {
-        return plugin_.getSampleMemory != nullptr ? plugin_.getSampleMemory(sample) : serialized + kObject;
+        return memory_of_ != nullptr ? memory_of_(sample) : serialized + kObject;
     }
 
     /// On the thread that receives. Null when memory is short.
@@ -73,6 +73,7 @@ class SampleStock final : public SampleOwner {
     static constexpr size_t kObject = 64;                // about what an object takes with its allocator
 
     const PRESTypePlugin& plugin_;
+    decltype(PRESTypePlugin::getSampleMemory) const memory_of_; // asked for each sample
     const PRESTypePluginEndpointData endpoint_;
     MemoryShare& share_;
     size_t kept_ = 0;         // bytes of those that are free or released, and those used since collect()

@@ -43,6 +43,8 @@ size_t most_in_a_rest(const DDS_DataReaderQos& qos) {
 
 } // namespace
 
+thread_local std::vector<std::vector<UserReader::Received>> UserReader::spare_received_;
+
 std::unique_ptr<UserReader> UserReader::create(ReaderOwner& subscriber, TopicImpl& topic,
                                                TypeRegistry::Type type, const rtps::Guid& guid,
                                                const DDS_DataReaderQos& qos, DeliveryThread& delivery) {
@@ -120,6 +122,10 @@ ReaderCache::Settings UserReader::cache_settings(const DDS_DataReaderQos& qos) c
 // -- From the protocol into the cache
 
 void UserReader::on_sample(const rtps::Sample& sample) {
+    if (received_.capacity() == 0 && !spare_received_.empty()) {
+        received_ = std::move(spare_received_.back());
+        spare_received_.pop_back();
+    }
     Received& received = received_.emplace_back();
     const SampleDecoder::Result result = decoder_.decode(sample, received.change);
     received.undecodable = result == SampleDecoder::Result::undecodable;
@@ -150,6 +156,7 @@ void UserReader::store_received() {
             statuses |= store(received.change);
     }
     received_.clear();
+    spare_received_.push_back(std::exchange(received_, {}));
     bytes_received_ = 0;
     stock_.collect();
     stored(statuses);

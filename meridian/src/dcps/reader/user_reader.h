@@ -103,7 +103,10 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     void announcement_given(const rtps::Guid& writer) override;
 
   private:
-    using Loan = std::unique_ptr<ReaderCache::Batch>;
+    struct Loan {
+        ReaderCache::Batch batch;
+        std::unique_ptr<Loan> next;
+    };
     struct Received {
         Change change;
         bool undecodable = false;
@@ -137,7 +140,12 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
                                   bool& empty) MERIDIAN_REQUIRES(mutex_);
     DDS_ReturnCode_t copy_out(const ReaderCache::Batch& batch, const DDSSampleSequenceState& sequence,
                               DDS_SampleInfoSeq& infos);
-    void end_loan(Loan loan) MERIDIAN_REQUIRES(mutex_);
+    void end_loan(std::unique_ptr<Loan> loan) MERIDIAN_REQUIRES(mutex_);
+
+    // Memory that grew to the size of what is received and taken together. All readers use the same: with
+    // many topics that of each would have left the processor's cache.
+    static thread_local std::vector<std::vector<Received>> spare_received_;
+    static thread_local std::unique_ptr<Loan> spare_loan_;
 
     ReaderOwner& subscriber_;
     DeliveryThread& delivery_;
@@ -148,7 +156,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     // Under the lock of the runtime.
     SampleDecoder decoder_;
     NotTakenReport not_taken_;
-    std::vector<Received> received_; // not stored yet
+    std::vector<Received> received_; // not stored yet; without memory of its own in between
     size_t bytes_received_ = 0;      // of those
 
     ReaderCache cache_ MERIDIAN_GUARDED_BY(mutex_);
@@ -159,9 +167,7 @@ class UserReader final : public UserEndpoint<DDSUntypedDataReader, DDS_DataReade
     std::vector<DDS_InstanceHandle_t> missed_ MERIDIAN_GUARDED_BY(mutex_); // deadlines, of the last timer
     uint64_t overwritten_told_ MERIDIAN_GUARDED_BY(mutex_) = 0;
     uint64_t undecodable_ MERIDIAN_GUARDED_BY(mutex_) = 0;
-    std::vector<Loan> loans_ MERIDIAN_GUARDED_BY(mutex_); // rarely more than one at a time
-    /// Of the last loan that came back: its memory, which grew to the size of the takes, serves the next one.
-    Loan spare_loan_ MERIDIAN_GUARDED_BY(mutex_);
+    std::unique_ptr<Loan> loans_ MERIDIAN_GUARDED_BY(mutex_); // the latest first; rarely more than one
     std::vector<std::unique_ptr<ReadCondition>> conditions_ MERIDIAN_GUARDED_BY(mutex_);
 };
 

@@ -8,9 +8,11 @@
 
 namespace meridian::dcps {
 
+thread_local std::unique_ptr<UserReader::Loan> UserReader::spare_loan_;
+
 bool UserReader::has_loans() {
     MutexLock lock(mutex_);
-    return !loans_.empty();
+    return loans_ != nullptr;
 }
 
 DDS_ReturnCode_t UserReader::get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
@@ -117,47 +119,51 @@ DDS_ReturnCode_t UserReader::read_or_take_untyped(DDS_Boolean take, const DDSSam
     if (copies && selection.max_samples == DDS_LENGTH_UNLIMITED)
         selection.max_samples = sequence.maximum;
     notices_.read(DDS_DATA_AVAILABLE_STATUS); // what arrives from now on is news
-    Loan batch = spare_loan_ != nullptr ? std::move(spare_loan_) : std::make_unique<ReaderCache::Batch>();
-    if (empty || !(take ? cache_.take(selection, *batch) : cache_.read(selection, *batch))) {
-        end_loan(std::move(batch));
+    std::unique_ptr<Loan> loan = spare_loan_ != nullptr ? std::move(spare_loan_) : std::make_unique<Loan>();
+    ReaderCache::Batch& batch = loan->batch;
+    if (empty || !(take ? cache_.take(selection, batch) : cache_.read(selection, batch))) {
+        end_loan(std::move(loan));
         return DDS_RETCODE_NO_DATA;
     }
     update_conditions();
 
-    const auto taken = static_cast<DDS_Long>(batch->infos.size());
+    const auto taken = static_cast<DDS_Long>(batch.infos.size());
     if (copies) {
         infos.length(taken);
-        const DDS_ReturnCode_t copied = copy_out(*batch, sequence, infos);
-        end_loan(std::move(batch));
+        const DDS_ReturnCode_t copied = copy_out(batch, sequence, infos);
+        end_loan(std::move(loan));
         *count = copied == DDS_RETCODE_OK ? taken : 0;
         return copied;
     }
-    if (!infos.loan_discontiguous(batch->infos.data(), taken)) {
-        end_loan(std::move(batch));
+    if (!infos.loan_discontiguous(batch.infos.data(), taken)) {
+        end_loan(std::move(loan));
         return DDS_RETCODE_ERROR;
     }
-    *samples = batch->samples.data();
+    *samples = batch.samples.data();
     *count = taken;
-    loans_.push_back(std::move(batch));
+    loan->next = std::move(loans_);
+    loans_ = std::move(loan);
     return DDS_RETCODE_OK;
 }
 
-void UserReader::end_loan(Loan loan) {
-    cache_.return_batch(*loan);
+void UserReader::end_loan(std::unique_ptr<Loan> loan) {
+    cache_.return_batch(loan->batch);
     spare_loan_ = std::move(loan);
 }
 
 DDS_ReturnCode_t UserReader::return_loan_untyped(void** samples, DDS_Long count, DDS_SampleInfoSeq& infos) {
     MutexLock lock(mutex_);
-    const auto loan = std::find_if(loans_.begin(), loans_.end(), [samples](const Loan& candidate) {
-        return candidate->samples.data() == samples;
-    });
-    if (loan == loans_.end() || infos.get_discontiguous_buffer() != (*loan)->infos.data() ||
-        static_cast<size_t>(count) != (*loan)->infos.size())
+    std::unique_ptr<Loan>* place = &loans_;
+    while (*place != nullptr && (*place)->batch.samples.data() != samples)
+        place = &(*place)->next;
+    const ReaderCache::Batch* const batch = *place != nullptr ? &(*place)->batch : nullptr;
+    if (batch == nullptr || infos.get_discontiguous_buffer() != batch->infos.data() ||
+        static_cast<size_t>(count) != batch->infos.size())
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     infos.unloan();
-    end_loan(std::move(*loan));
-    loans_.erase(loan);
+    std::unique_ptr<Loan> loan = std::move(*place);
+    *place = std::move(loan->next);
+    end_loan(std::move(loan));
     return DDS_RETCODE_OK;
 }
 

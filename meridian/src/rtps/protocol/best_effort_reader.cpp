@@ -46,7 +46,7 @@ struct BestEffortReader::WriterProgress {
 
 BestEffortReader::BestEffortReader(size_t max_sample_size, MemoryBudget& memory, ReaderSink& sink,
                                    ReaderObserver& observer, TimerQueue& timers)
-    : sink_(sink),
+    : Reader(sink),
       observer_(observer),
       max_sample_size_(max_sample_size),
       memory_(memory),

@@ -41,7 +41,6 @@ class BestEffortReader final : public Reader, private TimerQueue::Client {
 
     // What every sample needs comes first: with many topics it must be fetched from afar.
     WriterProgress* last_used_ = nullptr; // packets of one writer come in rows
-    ReaderSink& sink_;
     ReaderObserver& observer_;
     size_t max_sample_size_;
     MemoryBudget& memory_;

@@ -7,6 +7,16 @@
 
 namespace meridian::rtps {
 
+namespace {
+
+constexpr size_t kRecent = 4096;
+
+size_t recent_place(const Guid& guid) {
+    return std::hash<Guid>()(guid) % kRecent;
+}
+
+} // namespace
+
 EndpointDiscovery::EndpointDiscovery(const ParticipantConfig& config,
                                      const ParticipantDiscovery& participants, WarnOnce& warnings,
                                      Listener& listener)
@@ -80,6 +90,7 @@ bool EndpointDiscovery::charge(const EndpointsOfParticipant& siblings, RemoteEnd
 void EndpointDiscovery::put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record) {
     const auto [at, is_new] = siblings.by_entity.try_emplace(record->guid.entity.value);
     DiscoveredEndpoint& endpoint = at->second;
+    endpoint.guid = record->guid;
     if (is_new)
         ++count_;
     if (endpoint.waiting != nullptr)
@@ -163,7 +174,8 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     }
     listener_.on_endpoint_gone(*endpoint, reason, timestamp);
     by_topic_.erase(endpoint);
-    last_found_ = nullptr;
+    if (DiscoveredEndpoint*& recent = recent_[recent_place(guid)]; recent == endpoint)
+        recent = nullptr;
     const auto siblings = by_participant_.find(guid.prefix);
     siblings->second.memory -= endpoint->record->memory;
     siblings->second.by_entity.erase(guid.entity.value);
@@ -173,7 +185,7 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
 }
 
 void EndpointDiscovery::clear() {
-    last_found_ = nullptr;
+    recent_.clear();
     by_topic_.clear();
     by_participant_.clear();
     count_ = 0;
@@ -194,16 +206,17 @@ void EndpointDiscovery::participant_gone(const GuidPrefix& prefix, GoneReason re
 }
 
 DiscoveredEndpoint* EndpointDiscovery::find(const Guid& guid) {
-    if (last_found_ != nullptr && last_guid_ == guid)
-        return last_found_;
+    const size_t place = recent_place(guid);
+    if (!recent_.empty() && recent_[place] != nullptr && recent_[place]->guid == guid)
+        return recent_[place];
     const auto endpoints = by_participant_.find(guid.prefix);
     if (endpoints == by_participant_.end())
         return nullptr;
     const auto at = endpoints->second.by_entity.find(guid.entity.value);
     if (at == endpoints->second.by_entity.end())
         return nullptr;
-    last_guid_ = guid;
-    return last_found_ = &at->second;
+    recent_.resize(kRecent);
+    return recent_[place] = &at->second;
 }
 
 } // namespace meridian::rtps

@@ -27,10 +27,14 @@
 namespace meridian::rtps {
 
 struct LocalEndpoint;
+class Reader;
 
 /// An entry of the table; at least one of the records is set.
 struct DiscoveredEndpoint {
-    RemoteEndpointRef record; // what is visible
+    // What every sample needs comes first: with many topics it must be fetched from afar.
+    Guid guid;
+    Reader* only_reader = nullptr; // where `matched` is one reader
+    RemoteEndpointRef record;      // what is visible
     std::shared_ptr<RemoteEndpoint> waiting;
     std::vector<LocalEndpoint*> matched; // kept by LocalEndpoints
     bool is_told_apart = false;          // announcements for it alone stand in a history
@@ -142,8 +146,8 @@ class EndpointDiscovery {
     size_t count_ = 0;
     std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
-    Guid last_guid_;                                     // packets of one writer come in rows
-    DiscoveredEndpoint* last_found_ = nullptr;
+    /// By hash: those found last. Samples of thousands of writers find theirs by one look.
+    std::vector<DiscoveredEndpoint*> recent_;
 };
 
 } // namespace meridian::rtps

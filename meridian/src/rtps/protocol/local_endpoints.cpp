@@ -59,6 +59,10 @@ bool contains(const std::vector<LocalEndpoint*>& list, const LocalEndpoint& endp
     return std::find(list.begin(), list.end(), &endpoint) != list.end();
 }
 
+void find_only_reader(DiscoveredEndpoint& remote) {
+    remote.only_reader = remote.matched.size() == 1 ? remote.matched.front()->reader.get() : nullptr;
+}
+
 void erase(std::vector<LocalEndpoint*>& list, const LocalEndpoint& endpoint) {
     list.erase(std::remove(list.begin(), list.end(), &endpoint), list.end());
 }
@@ -180,6 +184,7 @@ void LocalEndpoints::unmatch(LocalEndpoint& local, DiscoveredEndpoint& remote) {
         return;
     const Guid& guid = remote.record->guid;
     erase(remote.matched, local);
+    find_only_reader(remote);
     disconnect(local, guid);
     if (local.reader && remote.matched.empty())
         liveliness_.remove_remote(guid);
@@ -232,8 +237,10 @@ void LocalEndpoints::pair(LocalEndpoint& local, DiscoveredEndpoint& remote,
                           Cause cause) {
     const Guid& guid = remote.record->guid;
     const bool is_new = !contains(remote.matched, local);
-    if (is_new)
+    if (is_new) {
         remote.matched.push_back(&local);
+        find_only_reader(remote);
+    }
     connect(local, guid, participant, *remote.record->qos, route, now);
     if (local.reader)
         liveliness_.add_remote(guid, remote.record->qos->liveliness,

@@ -29,7 +29,6 @@ struct LocalEndpoint {
     std::optional<BuiltinPeer> builtin_peer;
     EndpointSink* sink = nullptr;      // never null once added
     ReaderSink* reader_sink = nullptr; // the same one, of a reader
-    bool in_batch = false;             // a reader that is to be told when no more comes for now
     std::unique_ptr<Reader> reader;    // one of the two is set
     std::unique_ptr<ReliableWriter> writer;
 };

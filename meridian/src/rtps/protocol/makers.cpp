@@ -8,6 +8,10 @@ namespace {
 
 // -- Releases
 
+bool any_release(const ParticipantData&) {
+    return true;
+}
+
 bool fast_dds_from_3(const ParticipantData& data) {
     const ByteBuffer* version = find_raw(data.raw, 0x8000);
     return version != nullptr && !version->empty() && version->front() >= 3;
@@ -31,25 +35,28 @@ bool open_dds_without_fractions(const ParticipantData& data) {
 
 struct Row {
     VendorId maker;
-    bool (*releases)(const ParticipantData&); // null: all
+    bool (*releases)(const ParticipantData&);
     Quirks quirks;
 };
 
 constexpr uint8_t kOfFastDds = kHearsOwnAddressesOnly | kPreemptedByZero;
 
 constexpr Row kRows[] = {
+    {kOpenSplice, any_release, {kServiceSpeaksForNode}}, // as it can be configured; seen of 6.9
     {kFastDds, fast_dds_from_3, {kOfFastDds, 2}},
     {kFastDds, fast_dds_from_2_12, {kOfFastDds, 0}}, // can be built with either serializer
-    {kFastDds, nullptr, {kOfFastDds, 1}},
-    {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds}},
-    {kDustDds, nullptr, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
+    {kFastDds, any_release, {kOfFastDds, 1}},
+    {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds | kClaimsNumberOne}},
+    {kOpenDds, any_release, {kClaimsNumberOne}}, // seen of 3.5 to 3.14
+    {kEmbeddedRtps, any_release, {kRefusesNewParameters}},
+    {kDustDds, any_release, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
 };
 
 } // namespace
 
 Quirks quirks_of(const ParticipantData& data) {
     for (const Row& row : kRows) {
-        if (row.maker == data.vendor && (row.releases == nullptr || row.releases(data)))
+        if (row.maker == data.vendor && row.releases(data))
             return row.quirks;
     }
     return {};

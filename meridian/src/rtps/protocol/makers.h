@@ -10,18 +10,22 @@
 
 namespace meridian::rtps {
 
-enum Quirk : uint8_t {
+enum Quirk : uint16_t {
     kHearsOwnAddressesOnly = 1, // an endpoint with addresses does not hear what comes to its participant's
     kPreemptedByZero = 2,       // an ACKNACK is pre-emptive only with base 0, which others refuse
     kSendsFragmentsBehind = 4,  // the one behind each that is asked for; the first with the whole sample
     kNamesMissDefault = 8,      // no name of a partition, not even the empty one, matches the default one
     kCountsNanoseconds = 16,    // durations in QoS are seconds and nanoseconds
+    kClaimsNumberOne = 32,      // heartbeats of a writer that has nothing say that it has number 1 alone
+    kRefusesNewParameters =
+        64, // drops an announcement with any that it does not know, or for no named reader
+    // The participant of a service may speak for those of its node, which have builtin endpoints no more.
+    kServiceSpeaksForNode = 128,
 };
 
 struct Quirks {
-    uint8_t flags = 0;
-    uint8_t fast_cdr =
-        0; // generation of the serializer, 1 or 2, where the maker is that of Fast CDR; 0: not known
+    uint16_t flags = 0;
+    uint8_t fast_cdr = 0; // generation of the serializer, 1 or 2, of the maker of Fast CDR; 0: not known
     bool has(Quirk quirk) const { return (flags & quirk) != 0; }
 };
 

@@ -48,10 +48,8 @@ void MessageRouter::replay(Now now) {
 }
 
 void MessageRouter::end_batch() {
-    for (LocalEndpoint* local : touched_) {
-        local->in_batch = false;
-        local->reader_sink->on_batch_end();
-    }
+    for (Reader* reader : touched_)
+        reader->end_batch();
     touched_.clear();
 }
 
@@ -87,31 +85,31 @@ bool MessageRouter::wants(const MessageContext& context, EntityId, EntityId send
 }
 
 template <typename Function>
-bool MessageRouter::hand_to(LocalEndpoint& local, Function& function) {
-    if (!local.in_batch) {
-        local.in_batch = true;
-        touched_.push_back(&local);
-    }
-    return function(*local.reader);
+bool MessageRouter::hand_to(Reader& reader, Function& function) {
+    if (reader.begin_batch())
+        touched_.push_back(&reader);
+    return function(reader);
 }
 
 template <typename Function>
 bool MessageRouter::for_readers(EntityId reader, const Guid& writer, Function function) {
     if (reader != entity::unknown) {
         LocalEndpoint* local = locals_.find(reader);
-        return local != nullptr && local->reader && hand_to(*local, function);
+        return local != nullptr && local->reader && hand_to(*local->reader, function);
     }
     bool known = false;
     if (writer.entity.is_builtin()) {
         for (LocalEndpoint* local : locals_.builtin())
-            known = (local->reader && hand_to(*local, function)) || known;
+            known = (local->reader && hand_to(*local->reader, function)) || known;
         return known;
     }
     const DiscoveredEndpoint* remote = endpoints_.find(writer);
     if (remote == nullptr)
         return false;
+    if (remote->only_reader != nullptr)
+        return hand_to(*remote->only_reader, function);
     for (LocalEndpoint* local : remote->matched)
-        known = hand_to(*local, function) || known;
+        known = hand_to(*local->reader, function) || known;
     return known;
 }
 

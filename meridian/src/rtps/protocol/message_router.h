@@ -59,7 +59,7 @@ class MessageRouter final : private MessageVisitor {
     bool for_readers(EntityId reader, const Guid& writer, Function function);
     /// Hands a submessage to one reader.
     template <typename Function>
-    bool hand_to(LocalEndpoint& local, Function& function);
+    bool hand_to(Reader& reader, Function& function);
     template <typename Sample>
     void take_sample(const MessageContext& context, const Sample& sample,
                      bool (Reader::*operation)(const MessageContext&, const Sample&, MonotonicTime));
@@ -85,7 +85,7 @@ class MessageRouter final : private MessageVisitor {
     WarnOnce& warnings_;
     uint64_t secured_submessages_ = 0;
     EarlyPackets early_packets_;
-    std::vector<LocalEndpoint*> touched_;   // readers, since end_batch
+    std::vector<Reader*> touched_;          // since end_batch
     std::vector<Guid> unknown_writers_;     // of the datagram being received
     std::vector<Guid> newly_known_writers_; // since the last replay
     Now now_;                               // of the call in progress

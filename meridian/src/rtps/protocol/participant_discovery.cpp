@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "rtps/protocol/locator_choice.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/participant_lives.h"
 #include "rtps/protocol/participant_record.h"
 
@@ -92,7 +93,7 @@ void ParticipantDiscovery::announce(Now now) {
     announcer_.announce(now);
     const auto tell = [&](const Remote& remote) {
         if (needs_announcements(remote))
-            announcer_.repeat(remote.metatraffic, now);
+            announcer_.repeat(remote.metatraffic, quirks_of(*remote.data), now);
     };
     for (const Remote* remote : acquaintances_)
         tell(*remote);
@@ -191,10 +192,31 @@ bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPre
     if (announcer == subject)
         return true;
     const Remote* server = find_remote(announcer);
-    if (server == nullptr || !server->is_server)
-        return false;
     const Remote* remote = find_remote(subject);
-    return remote == nullptr || remote->is_relayed;
+    if (server != nullptr && server->is_server)
+        return remote == nullptr || remote->is_relayed;
+    return manages(server, subject, remote != nullptr ? remote->data.get() : nullptr);
+}
+
+bool ParticipantDiscovery::manages(const Remote* manager, const GuidPrefix& subject,
+                                   const ParticipantData* data) {
+    const auto is_of_such_a_node = [](const ParticipantData& of) {
+        return quirks_of(of).has(kServiceSpeaksForNode);
+    };
+    const auto speaks = [](const ParticipantData& of) {
+        return (of.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
+    };
+    constexpr size_t kNode = 4; // octets of a prefix
+    return manager != nullptr && is_of_such_a_node(*manager->data) && speaks(*manager->data) &&
+           (data == nullptr || (is_of_such_a_node(*data) && !speaks(*data))) &&
+           std::equal(subject.bytes.begin(), subject.bytes.begin() + kNode, manager->prefix().bytes.begin());
+}
+
+bool ParticipantDiscovery::is_managed(const Remote& remote) const {
+    return quirks_of(*remote.data).has(kServiceSpeaksForNode) &&
+           std::any_of(remotes_.begin(), remotes_.end(), [&](const auto& entry) {
+               return manages(entry.second.get(), remote.prefix(), remote.data.get());
+           });
 }
 
 bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
@@ -280,8 +302,11 @@ void ParticipantDiscovery::await_relays(Now now) {
 
 void ParticipantDiscovery::on_timer_of(Remote& remote) {
     if (remote.expires <= now_.monotonic) {
-        remove(remote.prefix(), GoneReason::lease_expired, now_);
-        return;
+        if (!is_managed(remote)) {
+            remove(remote.prefix(), GoneReason::lease_expired, now_);
+            return;
+        }
+        remote.renew(now_.monotonic);
     }
     if (remote.ask_at <= now_.monotonic) {
         remote.ask_at = now_.monotonic + kRelayAskPause;
@@ -361,7 +386,7 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
         await_relays(now);
     if (!remote.is_server && !remote.is_relayed) {
         // First, so that it knows us before it gets what the listener sends.
-        announcer_.answer(remote.metatraffic, now);
+        announcer_.answer(remote.metatraffic, quirks_of(*remote.data), now);
     }
     listener_.on_participant_discovered(remote, now);
 }
@@ -375,6 +400,12 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     remotes_.erase(at);
     if (remote->is_server)
         await_relays(now);
+    if (quirks_of(*remote->data).has(kServiceSpeaksForNode)) {
+        for (const GuidPrefix& other : prefixes()) {
+            if (manages(remote.get(), other, find(other)->data.get()))
+                remove(other, reason, now);
+        }
+    }
     listener_.on_participant_gone(*remote, reason, now);
 }
 

@@ -1,6 +1,7 @@
 // What participants say of themselves, and discovery servers of others: taken, or doubted until there is a
 // second word.
 
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/participant_lives.h"
 #include "rtps/protocol/participant_record.h"
 #include "rtps/protocol/reader.h"
@@ -54,12 +55,17 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
     if (is_farewell(sample)) {
         const std::optional<Guid> key = subject_of(sample);
-        if (key && remote != nullptr && context.source == key->prefix)
-            on_farewell(*remote, announced, now);
+        Remote* const subject = key ? find_remote(key->prefix) : nullptr;
+        if (subject != nullptr &&
+            (subject == remote || manages(remote, subject->prefix(), subject->data.get())))
+            on_farewell(*subject, announced, now);
     } else if (remote != nullptr && remote->announced(sample.payload)) {
         on_repetition(*remote, announced, now);
     } else if (announced.data = decode(sample);
-               announced.data != nullptr && announced.data->guid.prefix == context.source) {
+               announced.data != nullptr &&
+               (announced.data->guid.prefix == context.source ||
+                (manages(remote, announced.data->guid.prefix, announced.data.get()) &&
+                 !excludes(announced.data->guid.prefix)))) {
         on_announcement(announced, now);
     }
 }
@@ -182,7 +188,7 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
     remote.doubt->ask_at = now.monotonic + kAskPause;
     remote.timer.wake_at(remote.doubt->ask_at);
     // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
-    announcer_.repeat(remote.metatraffic, now);
+    announcer_.repeat(remote.metatraffic, quirks_of(*remote.data), now);
     listener_.on_participant_doubted(remote);
 }
 

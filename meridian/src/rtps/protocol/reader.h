@@ -3,6 +3,8 @@
 // What the reliable and the best-effort reader have in common: the operations by which the participant hands
 // them submessages of matched writers.
 
+#include <utility>
+
 #include "rtps/protocol/count.h"
 #include "rtps/protocol/fragment_assembler.h"
 #include "rtps/protocol/makers.h"
@@ -38,7 +40,18 @@ class ReaderObserver {
 
 class Reader {
   public:
+    /// The sink must outlive the reader.
+    explicit Reader(ReaderSink& sink) : sink_(sink) {}
     virtual ~Reader() = default;
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    /// Begins a batch of submessages for it; false: that has begun before.
+    bool begin_batch() { return !std::exchange(in_batch_, true); }
+    void end_batch() {
+        in_batch_ = false;
+        sink_.on_batch_end();
+    }
 
     /// A known writer only gets its route changed.
     virtual void add_writer(const RemoteWriter& writer, MonotonicTime now) = 0;
@@ -51,6 +64,12 @@ class Reader {
     virtual void on_heartbeat(const Guid& /*writer*/, const Heartbeat&, MonotonicTime) {}
     virtual void on_heartbeat_frag(const Guid& /*writer*/, const HeartbeatFrag&, MonotonicTime) {}
     virtual void on_gap(const Guid& /*writer*/, const Gap&, MonotonicTime) {}
+
+  protected:
+    ReaderSink& sink_;
+
+  private:
+    bool in_batch_ = false;
 };
 
 /// Whether a writer's number is plausible. The observer is told of one that is too high.

@@ -16,8 +16,10 @@ constexpr Duration kNackPause = std::chrono::milliseconds(1);
 constexpr Duration kStartOverlap = std::chrono::milliseconds(200);
 constexpr Duration kStartPause = std::chrono::milliseconds(50);
 // Heartbeats that name nothing new are answered from a budget: so many at once, then one in each interval.
+// A writer without samples may answer each acknowledgement with a heartbeat that wants the next one:
+// embeddedRTPS, on processors that have better to do.
 constexpr int kRepeatedAnswers = 16;
-constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
+constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(20);
 constexpr Duration kFirstPreemptivePause = std::chrono::milliseconds(100);
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 // A writer in doubt is asked so often, for so long.
@@ -48,6 +50,11 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
           memory(*owner.limits_.memory),
           fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
+    /// Such a heartbeat is meant where number 1 came.
+    bool says_nothing(const Heartbeat& heartbeat) const {
+        return writer.quirks.has(kClaimsNumberOne) && heartbeat.first == 1 && heartbeat.last == 1 &&
+               next != 2 && held.count(1) == 0 && !fragments.has(1);
+    }
 
     ReliableReader& reader;
     RemoteWriter writer;
@@ -86,11 +93,11 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
 ReliableReader::ReliableReader(EntityId id, bool is_volatile, const ReaderConfig& config,
                                const Limits& limits, ReaderSink& sink, ReaderObserver& observer,
                                MessageBatcher& batcher, TimerQueue& timers)
-    : id_(id),
+    : Reader(sink),
+      id_(id),
       is_volatile_(is_volatile),
       config_(config),
       limits_(limits),
-      sink_(sink),
       observer_(observer),
       batcher_(batcher),
       timers_(timers) {
@@ -325,6 +332,12 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         !is_believed(writer, std::max(heartbeat.first, heartbeat.last), observer_))
         return;
     WriterProxy& p = *proxy;
+    if (p.says_nothing(heartbeat)) {
+        p.preempt_at = kNever;
+        if (p.next == 1)
+            ask(p, now);
+        return;
+    }
     const bool first_contact = !p.heartbeats.heard();
     switch (p.heartbeats.judge(heartbeat, std::max(p.last_known, p.next - 1), now)) {
         case HeartbeatJudge::Verdict::believed:
@@ -475,6 +488,9 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
     acknack.missing.base = p.writer.quirks.has(kPreemptedByZero) ? 0 : 1;
+    // A single bit that is not set is a question after that number, to which the sample is the answer.
+    // Asked for it outright, such a writer would leave the number out for good, and use it later.
+    acknack.missing.num_bits = p.writer.quirks.has(kClaimsNumberOne) ? 1 : 0;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);

@@ -89,7 +89,6 @@ class ReliableReader final : public Reader {
     bool is_volatile_;
     ReaderConfig config_;
     Limits limits_;
-    ReaderSink& sink_;
     ReaderObserver& observer_;
     MessageBatcher& batcher_;
     TimerQueue& timers_;

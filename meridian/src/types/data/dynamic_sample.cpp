@@ -28,18 +28,22 @@ void DynamicContext::tell_total(const Tally& tally, const char* what) const {
                            static_cast<unsigned long long>(tally.count()), what);
 }
 
-bool DynamicSample::assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload,
+bool DynamicSample::assign(const std::shared_ptr<const DynamicContext>& context, rtps::ByteView payload,
                            const SampleSource& source) {
-    clear();
+    drop_text();
+    payload_.clear();
     const auto& limits = context->serialization;
     is_too_large_ = payload.size > limits.max_size_serialized;
-    if (is_too_large_)
+    if (is_too_large_) {
+        context_.reset();
         return false;
+    }
     if (limits.trim_to_size && payload_.capacity() > limits.min_size_serialized &&
         payload_.capacity() / 4 > payload.size)
         payload_.shrink_to_fit(); // it is empty
     payload_.assign(payload.begin(), payload.end());
-    context_ = std::move(context);
+    if (context_ != context) // nearly never: counting a reference costs as much as the copy
+        context_ = context;
     source_ = source;
     return true;
 }

@@ -58,7 +58,7 @@ class DynamicSample {
     /// Copies the payload (encapsulation included). The buffer is kept and reused, so steady traffic of equal
     /// size allocates nothing. False, and the sample empty, when it is larger than the type's properties
     /// allow.
-    bool assign(std::shared_ptr<const DynamicContext> context, rtps::ByteView payload,
+    bool assign(const std::shared_ptr<const DynamicContext>& context, rtps::ByteView payload,
                 const SampleSource& source = {});
     void clear();
 
