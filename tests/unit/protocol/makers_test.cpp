@@ -31,6 +31,11 @@ TEST(Makers, EachReleaseOfFastDdsHearsItsOwnAddressesOnly) {
     }
 }
 
+TEST(Makers, OpenDdsKnowsEmptyRangesSinceItAnnouncesFlags) {
+    EXPECT_EQ(of(kOpenDds).flags, kCountsNanoseconds | kKnowsNoEmptyRange);
+    EXPECT_EQ(of(kOpenDds, {{0xb005, {3, 0, 0, 0}}}).flags, kCountsNanoseconds);
+}
+
 TEST(Makers, OthersDoAsTheStandardSays) {
     EXPECT_EQ(of(kCycloneDds).flags, 0);
     EXPECT_EQ(of(kOwnVendorId, {{0xb005, {3, 0, 0, 0}}}).flags, 0);

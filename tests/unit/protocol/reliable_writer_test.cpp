@@ -26,12 +26,14 @@ class ReliableWriterTest : public ::testing::Test {
     Guid reader_guid(uint8_t participant, uint32_t entity = 0x107) {
         return {prefix(participant), EntityId{entity}};
     }
-    void add_reader(const Guid& guid, bool transient_local = false, bool reliable = true) {
+    void add_reader(const Guid& guid, bool transient_local = false, bool reliable = true,
+                    uint8_t quirks = 0) {
         RemoteReader reader;
         reader.guid = guid;
         reader.route = {guid.prefix, {udpv4(guid.prefix.bytes[11])}};
         reader.reliable = reliable;
         reader.transient_local = transient_local;
+        reader.quirks.flags = quirks;
         writer->add_reader(reader, now);
     }
     SequenceNumber write(size_t size = 8, uint8_t instance = 0, uint32_t status = 0) {
@@ -89,6 +91,21 @@ TEST_F(ReliableWriterTest, SaysWhatItHasRightAfterAMatchUntilTheReaderAnswers) {
     acknack(reader_guid(2), 1, {}, true);
     EXPECT_EQ(sent_after(seconds(60)), Lines{});
     EXPECT_EQ(timers.next_deadline(), kNever);
+}
+
+// OpenDDS up to 3.13 answers each heartbeat without a number with an ACKNACK that breaks off.
+TEST_F(ReliableWriterTest, SaysNothingToAReaderThatKnowsNoEmptyRange) {
+    make(Durability::transient_local);
+    add_reader(reader_guid(2), true, true, kKnowsNoEmptyRange);
+    EXPECT_EQ(sent_after(seconds(60)), Lines{});
+    acknack(reader_guid(2), 1, {}, false);
+    EXPECT_EQ(sent_after(seconds(60)), Lines{});
+    writer->assert_liveliness();
+    EXPECT_EQ(sent(), (Lines{"HEARTBEAT 1..0 final liveliness"}));
+    write();
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
+    acknack(reader_guid(2), 1, {1}, false);
+    EXPECT_EQ(sent(), (Lines{"DATA 1", "HEARTBEAT 1..1"}));
 }
 
 TEST_F(ReliableWriterTest, SendsAtOnceWithAHeartbeatAndRepeatsItWithGrowingPauses) {

@@ -150,6 +150,7 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const Rem
     reader.reliable = qos.reliability == Reliability::reliable;
     reader.transient_local = qos.durability != Durability::volatile_;
     reader.answerable = is_answerable(participant);
+    reader.quirks = quirks_of(*participant.data);
     local.writer->add_reader(reader, now);
 }
 

@@ -8,10 +8,6 @@ namespace {
 
 // -- Releases
 
-bool any_release(const ParticipantData&) {
-    return true;
-}
-
 bool fast_dds_from_3(const ParticipantData& data) {
     const ByteBuffer* version = find_raw(data.raw, 0x8000);
     return version != nullptr && !version->empty() && version->front() >= 3;
@@ -20,6 +16,11 @@ bool fast_dds_from_3(const ParticipantData& data) {
 /// These announce a network configuration.
 bool fast_dds_from_2_12(const ParticipantData& data) {
     return find_raw(data.raw, 0x8007) != nullptr;
+}
+
+/// Newer ones announce flags.
+bool open_dds_to_3_13(const ParticipantData& data) {
+    return find_raw(data.raw, 0xb005) == nullptr;
 }
 
 /// Newer ones say in their flags that they count fractions, as the standard has it.
@@ -35,28 +36,28 @@ bool open_dds_without_fractions(const ParticipantData& data) {
 
 struct Row {
     VendorId maker;
-    bool (*releases)(const ParticipantData&);
+    bool (*releases)(const ParticipantData&); // null: all
     Quirks quirks;
 };
 
 constexpr uint8_t kOfFastDds = kHearsOwnAddressesOnly | kPreemptedByZero;
 
 constexpr Row kRows[] = {
-    {kOpenSplice, any_release, {kServiceSpeaksForNode}}, // as it can be configured; seen of 6.9
+    {kOpenSplice, nullptr, {kServiceSpeaksForNode}}, // as it can be configured; seen of 6.9
     {kFastDds, fast_dds_from_3, {kOfFastDds, 2}},
     {kFastDds, fast_dds_from_2_12, {kOfFastDds, 0}}, // can be built with either serializer
-    {kFastDds, any_release, {kOfFastDds, 1}},
-    {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds | kClaimsNumberOne}},
-    {kOpenDds, any_release, {kClaimsNumberOne}}, // seen of 3.5 to 3.14
-    {kEmbeddedRtps, any_release, {kRefusesNewParameters}},
-    {kDustDds, any_release, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
+    {kFastDds, nullptr, {kOfFastDds, 1}},
+    {kOpenDds, open_dds_to_3_13, {kCountsNanoseconds | kKnowsNoEmptyRange}}, // seen of 3.13
+    {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds}},
+    {kEmbeddedRtps, nullptr, {kRefusesNewParameters}},
+    {kDustDds, nullptr, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
 };
 
 } // namespace
 
 Quirks quirks_of(const ParticipantData& data) {
     for (const Row& row : kRows) {
-        if (row.maker == data.vendor && row.releases(data))
+        if (row.maker == data.vendor && (row.releases == nullptr || row.releases(data)))
             return row.quirks;
     }
     return {};

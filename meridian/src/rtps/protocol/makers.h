@@ -16,9 +16,10 @@ enum Quirk : uint16_t {
     kSendsFragmentsBehind = 4,  // the one behind each that is asked for; the first with the whole sample
     kNamesMissDefault = 8,      // no name of a partition, not even the empty one, matches the default one
     kCountsNanoseconds = 16,    // durations in QoS are seconds and nanoseconds
-    kClaimsNumberOne = 32,      // heartbeats of a writer that has nothing say that it has number 1 alone
-    kRefusesNewParameters =
-        64, // drops an announcement with any that it does not know, or for no named reader
+    kKnowsNoEmptyRange = 32, // says number 1 of a writer without samples; answers a heartbeat that names no
+                             // number with a broken ACKNACK
+    // Drops an announcement with any parameter that it does not know, or for no named reader.
+    kRefusesNewParameters = 64,
     // The participant of a service may speak for those of its node, which have builtin endpoints no more.
     kServiceSpeaksForNode = 128,
 };

@@ -50,9 +50,9 @@ struct ReliableReader::WriterProxy final : TimerQueue::Client {
           memory(*owner.limits_.memory),
           fragments(memory, owner.limits_.max_sample_size) {}
     void on_timer(MonotonicTime now) override { reader.on_timer(*this, now); }
-    /// Such a heartbeat is meant where number 1 came.
+    /// Number 1 is said of nothing too, and meant where it came.
     bool says_nothing(const Heartbeat& heartbeat) const {
-        return writer.quirks.has(kClaimsNumberOne) && heartbeat.first == 1 && heartbeat.last == 1 &&
+        return writer.quirks.has(kKnowsNoEmptyRange) && heartbeat.first == 1 && heartbeat.last == 1 &&
                next != 2 && held.count(1) == 0 && !fragments.has(1);
     }
 
@@ -488,9 +488,9 @@ void ReliableReader::send_preemptive(WriterProxy& p, MonotonicTime now) {
     acknack.reader = id_;
     acknack.writer = p.writer.guid.entity;
     acknack.missing.base = p.writer.quirks.has(kPreemptedByZero) ? 0 : 1;
-    // A single bit that is not set is a question after that number, to which the sample is the answer.
-    // Asked for it outright, such a writer would leave the number out for good, and use it later.
-    acknack.missing.num_bits = p.writer.quirks.has(kClaimsNumberOne) ? 1 : 0;
+    // A bit that is not set brings the sample if there is one. Asked for number 1 outright, the writer would
+    // leave it out for good, and use it later.
+    acknack.missing.num_bits = p.writer.quirks.has(kKnowsNoEmptyRange) ? 1 : 0;
     acknack.final = false;
     acknack_count_ = acknack.count = next_count(acknack_count_);
     batcher_.add(p.writer.route, acknack);

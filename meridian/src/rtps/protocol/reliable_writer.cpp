@@ -289,6 +289,8 @@ SequenceNumber ReliableWriter::first_available(const ReaderProxy& proxy) const {
 }
 
 void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness, Haste haste) {
+    if (first_available(proxy) > last_ && !liveliness && proxy.reader.quirks.has(kKnowsNoEmptyRange))
+        return;
     Heartbeat heartbeat;
     heartbeat.reader = proxy.reader.guid.entity;
     heartbeat.writer = id_;

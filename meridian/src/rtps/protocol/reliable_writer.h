@@ -20,6 +20,7 @@
 
 #include "rtps/protocol/config.h"
 #include "rtps/protocol/count.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/timer_queue.h"
 #include "rtps/wire/message.h"
@@ -35,6 +36,7 @@ struct RemoteReader {
     /// What its participant's writers ask of readers here can be answered. A reliable reader that never
     /// acknowledges would keep them waiting: such participants are not told of it.
     bool answerable = true;
+    Quirks quirks;
 };
 
 class ReliableWriter final {

@@ -105,7 +105,7 @@ std::string printable(const std::string& name) {
     std::string clean;
     for (std::string_view rest = valid; !rest.empty();) {
         const QUIXCharacter character = QUIXCharacter_first(rest);
-        clean += character.is_control() ? "_" : rest.substr(0, character.length);
+        clean += character.is_control() || character.is_format() ? "_" : rest.substr(0, character.length);
         rest.remove_prefix(character.length);
     }
     return clean;
