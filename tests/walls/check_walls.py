@@ -58,10 +58,10 @@ SYSTEM_FACILITY = re.compile(
 SYSTEM_CALL = re.compile(r"\b(clock_gettime|gettimeofday|nanosleep|fopen|freopen|tmpfile|popen|system|getenv|setenv)\s*\(|"
                          r"_clock::now\s*\(|\bsleep_(for|until)\s*\(")
 VAGUE_WORD = re.compile(r"(no|some|any|every)body|\bwhoever", re.IGNORECASE)
-# A maker's vendor id, by name or in figures. What its products do otherwise stands in one table for each layer.
-MAKER = re.compile(r"\bk\w+Dds\b|\bVendorId\s*\{\{")
-MAKERS_TABLES = tuple(f"meridian/src/{file}" for file in ("rtps/wire/types.h", "rtps/protocol/makers.h", "rtps/protocol/makers.cpp",
-                                                          "types/data/dialect.cpp"))
+# What the products of makers do otherwise stands in one table for each layer: only these files name vendor ids.
+VENDOR_IDS = "meridian/src/rtps/wire/types.h"
+MAKERS_TABLES = (VENDOR_IDS, "meridian/src/rtps/protocol/makers.h", "meridian/src/rtps/protocol/makers.cpp",
+                 "meridian/src/types/data/dialect.cpp")
 # Files, by their names, that may have such a facility all the same.
 EXCEPTIONS = {
     ("listener_link.h", "thread"),  # only ids, to know a call back from its own thread
@@ -125,12 +125,20 @@ def include_error(source, name, target, used):
     return None
 
 
+def vendor_id(root):
+    """What finds the vendor id of another maker, by its name or in figures."""
+    path = root / VENDOR_IDS
+    names = re.findall(r"constexpr VendorId (k\w+)\{\{", path.read_text()) if path.is_file() else []
+    return re.compile("|".join([r"\bVendorId\s*\{\{", *(rf"\b{name}\b" for name in names if name != "kOwnVendorId")]))
+
+
 def check(root):
     """All broken rules as texts, the number of files looked at, and the exceptions that were needed."""
     root = pathlib.Path(root).resolve()
     errors = []
     used = set()
     files = 0
+    maker = vendor_id(root)
     for top in ("agent", "srcCxx", "meridian", "demo", "bench", "tests"):
         for path in sorted((root / top).rglob("*")):
             if path.suffix not in SOURCES or not path.is_file():
@@ -150,7 +158,7 @@ def check(root):
                 layer = layer_of(source)
                 if layer and layer not in TOUCHES_SYSTEM and SYSTEM_CALL.search(line.split("//")[0]):
                     errors.append(f"{source}:{number}: {layer} asks the system for time, files or settings")
-                if layer and source not in MAKERS_TABLES and MAKER.search(line.split("//")[0]):
+                if layer and source not in MAKERS_TABLES and maker.search(line.split("//")[0]):
                     errors.append(f"{source}:{number}: {layer} asks who the maker is, not for a quirk from the table")
     return errors, files, used
 
