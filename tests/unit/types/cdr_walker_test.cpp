@@ -159,6 +159,23 @@ TEST(CdrWalker, BitFieldsKeepTheirSigns) {
     EXPECT_EQ(decode(type, "00010000 fe"), R"({"x":{"a":-2,"b":31}})");
 }
 
+// The octet or two of a narrow enumeration count with a sign, unless the enumeration says otherwise.
+TEST(CdrWalker, NarrowEnumerators) {
+    const std::string type =
+        "<enum name='E' bitBound='8'><enumerator name='LOW' value='-128'/><enumerator name='MINUS' "
+        "value='-1'/>"
+        "<enumerator name='HIGH' value='200'/></enum>"
+        "<enum name='F' bitBound='16'><enumerator name='TOP' value='65535'/></enum>"
+        "<union name='U'><discriminator type='nonBasic' nonBasicTypeName='E'/><case><caseDiscriminator "
+        "value='HIGH'/><member name='h' type='byte'/></case></union>" +
+        structure("final",
+                  "<member name='e' type='nonBasic' nonBasicTypeName='E' arrayDimensions='4'/>"
+                  "<member name='f' type='nonBasic' nonBasicTypeName='F' arrayDimensions='2'/>"
+                  "<member name='u' type='nonBasic' nonBasicTypeName='U'/>");
+    EXPECT_EQ(decode(type, "00010000 80ffc8c7 fffffeff c807"),
+              R"({"e":["LOW","MINUS","HIGH",-57],"f":["TOP",-2],"u":{"_d":"HIGH","h":7}})");
+}
+
 TEST(CdrWalker, EndlessValuesEnd) {
     // A sequence of four thousand million structures that take no octets
     const std::string empty =

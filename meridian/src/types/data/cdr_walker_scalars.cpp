@@ -133,8 +133,17 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
         }
         case DDS_TK_WSTRING:
             return read_wide_text(reader, value);
-        case DDS_TK_ENUM:
-            return read_integer(reader, number_size(type), true, value.bits);
+        case DDS_TK_ENUM: {
+            const size_t size = number_size(type);
+            if (!read_integer(reader, size, true, value.bits))
+                return false;
+            // Some count the values of a narrow enumeration without a sign.
+            const int64_t natural = value.integer() + (int64_t{1} << 8 * size);
+            if (value.integer() < 0 && find_enumerator(type, value.integer()) == nullptr &&
+                find_enumerator(type, natural) != nullptr)
+                value.bits = static_cast<uint64_t>(natural);
+            return true;
+        }
         case DDS_TK_BITMASK:
             return read_integer(reader, number_size(type), false, value.bits);
         case DDS_TK_BITSET: {
