@@ -435,6 +435,83 @@ TEST_F(ServerThatComesBack, WhatItRelaysBackOfThisParticipantIsPassedOver) {
     EXPECT_EQ(MemoryBudget::of_process().used(), before);
 }
 
+/// Two servers that tell of all that there can be, each other, themselves and this participant too, in any
+/// order.
+class ServersAtOdds : public DiscoveryServerTest {
+  protected:
+    static constexpr uint8_t kSecond = kServer + 1;
+
+    ServersAtOdds() { config.servers = {kServerAddress, udpv4(kSecond, 11811)}; }
+
+    ParticipantData data_of(uint8_t id) {
+        if (id != kServer && id != kSecond)
+            return id == 1 ? participant->announced() : remote(id);
+        ParticipantData data = server();
+        data.guid.prefix = prefix(id);
+        data.metatraffic_unicast = {udpv4(id, 11811)};
+        return data;
+    }
+    void say(Random& random) {
+        const uint8_t server = random.percent(50) ? kServer : kSecond;
+        const auto subject = static_cast<uint8_t>(1 + random.below(kSecond));
+        const bool is_participant = random.percent(50);
+        const EntityId writer_id = is_participant ? entity::participant_writer : entity::publications_writer;
+        SequenceNumber& number = numbers_[{server, is_participant}];
+        if (random.below(500) == 0)
+            number = 0; // it began anew
+        const uint32_t entity = 0x102 + (static_cast<uint32_t>(random.below(4)) << 8);
+        if (random.percent(subject < kServer ? 30 : 3)) {
+            const Guid key = is_participant ? Guid{prefix(subject), entity::participant}
+                                            : Guid{prefix(subject), EntityId{entity}};
+            receive(
+                server, [&](MessageWriter& writer) { add_end(writer, writer_id, ++number, key); }, true);
+        } else {
+            server_tells(writer_id, ++number,
+                         is_participant ? encode(data_of(subject)) : encode(publication(subject, entity)),
+                         ++count_, server);
+        }
+    }
+    void announce_themselves() {
+        for (const uint8_t server : {kServer, kSecond})
+            server_tells(entity::participant_writer, ++numbers_[{server, true}], encode(data_of(server)),
+                         ++count_, server);
+    }
+    void begin_anew() {
+        numbers_.clear();
+        start();
+    }
+
+  private:
+    std::map<std::pair<uint8_t, bool>, SequenceNumber> numbers_;
+    Count count_ = 0;
+};
+
+TEST_F(ServersAtOdds, ContradictNothingAndLeaveNothing) {
+    const size_t before = MemoryBudget::of_process().used();
+    for (const uint64_t seed : seeds(1, 100)) {
+        SCOPED_TRACE("replay with FERRET_SIM_SEED=" + std::to_string(seed));
+        Random random(seed);
+        begin_anew();
+        size_t sent = 0;
+        for (int i = 0; i < 400; ++i) {
+            if (i % 20 == 0)
+                announce_themselves();
+            say(random);
+            run_until(time + milliseconds(random.below(200)));
+            sent += output.messages.size();
+            output.messages.clear();
+        }
+        EXPECT_EQ(recorder.contradictions, std::vector<std::string>());
+        EXPECT_LT(sent, 4000u);
+        participant->stop(now());
+        participant.reset();
+        ASSERT_TRUE(recorder.participants.empty());
+        ASSERT_TRUE(recorder.endpoints.empty());
+        ASSERT_EQ(MemoryBudget::of_process().used(), before);
+    }
+    EXPECT_GT(recorder.history.size(), 10000u);
+}
+
 TEST_F(DiscoveryServerTest, ItMaySpeakFromAnotherOfItsAddresses) {
     start();
     source_host = 99;
