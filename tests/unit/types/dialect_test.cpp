@@ -266,6 +266,29 @@ TEST_F(FormTest, WideTextOfFastDdsIsNeverCountedInOctets) {
               "w: \"ab\" b: 5 ");
 }
 
+// The first sample is as 3.13 wrote it: text and character big-endian, the character behind its length, and
+// nothing aligned to it.
+TEST_F(FormTest, WideTextOfOpenDdsTo313IsBigEndian) {
+    SampleSource open_dds = kFirst;
+    open_dds.vendor = rtps::kOpenDds;
+    open_dds.fast_cdr = 1;
+    const std::string type = R"(<struct name="T" extensibility="final"><member name="o" type="byte"/>
+        <member name="c" type="char16"/><member name="w" type="wstring"/><member name="n" type="int16"/>
+        <member name="all" type="char16" sequenceMaxLength="-1"/><member name="b" type="byte"/></struct>)";
+    const std::string sample =
+        "00010000 01 02 0077 08000000 0077 0069 0064 0065 ffff 0000 02000000"
+        "02 0061 02 0062 05";
+    EXPECT_EQ(values(type, sample, open_dds),
+              "o: 1 c: 'w' w: \"wide\" n: -1 all:    [0]: 'a'    [1]: 'b' b: 5 ");
+    // Nothing but the release tells which text this is.
+    const std::string text =
+        R"(<struct name="T" extensibility="final"><member name="w" type="wstring"/></struct>)";
+    EXPECT_EQ(values(text, "00010000 02000000 0077", open_dds), "w: \"w\" ");
+    open_dds.fast_cdr = 0;
+    EXPECT_EQ(values(text, "00010000 02000000 7700", open_dds), "w: \"w\" ");
+    EXPECT_EQ(values(type, sample.substr(0, sample.size() - 2), open_dds).find("wide"), std::string::npos);
+}
+
 constexpr const char* kLongDouble =
     R"(<struct name="T" extensibility="final"><member name="l" type="float128"/></struct>)";
 

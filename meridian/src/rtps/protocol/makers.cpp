@@ -58,7 +58,7 @@ constexpr Row kRows[] = {
     {kFastDds, fast_dds_from_3, {kOfFastDds, 2}},
     {kFastDds, fast_dds_from_2_12, {kOfFastDds, 0}}, // can be built with either serializer
     {kFastDds, any_release, {kOfFastDds, 1}},
-    {kOpenDds, open_dds_to_3_13, {kCountsNanoseconds | kKnowsNoEmptyRange}}, // seen of 3.13
+    {kOpenDds, open_dds_to_3_13, {kCountsNanoseconds | kKnowsNoEmptyRange, 1}}, // seen of 3.13
     {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds}},
     {kDustDds, any_release, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16
 };

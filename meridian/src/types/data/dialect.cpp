@@ -134,6 +134,7 @@ constexpr Row kSerializers[] = {
      false},
     {Maker::unknown, [](CdrDialect& d) { d.headers = Headers::few; }},
     {Maker::unknown, [](CdrDialect& d) { d.wide_text = WideText::units; }},
+    {Maker::open_dds_1, [](CdrDialect& d) { d.wide_text = WideText::big; }, false},
     {Maker::dust_dds,
      [](CdrDialect& d) {
          d.rtps_list_end = true;
@@ -181,6 +182,8 @@ Maker maker_of(const SampleSource& source) {
         return source.fast_cdr == 1   ? Maker::fast_cdr_1
                : source.fast_cdr == 2 ? Maker::fast_cdr_2
                                       : Maker::fast_cdr;
+    if (source.vendor == rtps::kOpenDds && source.fast_cdr == 1)
+        return Maker::open_dds_1;
     return source.vendor == rtps::kCycloneDds ? Maker::cyclone_dds
            : source.vendor == rtps::kDustDds  ? Maker::dust_dds
                                               : Maker::unknown;
