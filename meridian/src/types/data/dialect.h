@@ -59,6 +59,9 @@ struct CdrDialect {
     /// The client and the number of the request stand before the content: services of ROS 2 on Cyclone DDS.
     bool request_header = false;
     static constexpr size_t kRequestHeaderSize = 16;
+    /// Alignment counts from the encapsulation header: OpenDDS up to 3.13, unless its DCPSRTISerialization is
+    /// set.
+    bool origin_at_header = false;
     /// XCDR1: the members of a mutable type end with parameter 1, as lists of discovery do: Dust DDS.
     bool rtps_list_end = false;
     /// XCDR2: as the length in octets, members of mutable types that are sequences of numbers have how many
