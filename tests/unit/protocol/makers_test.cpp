@@ -33,6 +33,7 @@ TEST(Makers, EachReleaseOfFastDdsHearsItsOwnAddressesOnly) {
 
 TEST(Makers, OpenDdsKnowsEmptyRangesSinceItAnnouncesFlags) {
     EXPECT_EQ(of(kOpenDds).flags, kCountsNanoseconds | kKnowsNoEmptyRange);
+    EXPECT_EQ(of(kOpenDds).fast_cdr, 1);
     EXPECT_EQ(of(kOpenDds, {{0xb005, {3, 0, 0, 0}}}).flags, kCountsNanoseconds);
 }
 

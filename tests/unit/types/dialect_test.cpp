@@ -10,6 +10,7 @@
 #include "corpus.h"
 #include "support/type_documents.h"
 #include "types/data/json_printer.h"
+#include "types/data/key_hasher.h"
 #include "types/data/plain_printer.h"
 #include "types/data/sample_reader.h"
 
@@ -264,6 +265,51 @@ TEST_F(FormTest, WideTextOfFastDdsIsNeverCountedInOctets) {
                        <member name="b" type="byte"/></struct>)",
                      "00010000 02000000 61006200 05000000", kFirst),
               "w: \"ab\" b: 5 ");
+}
+
+// The first sample is as 3.13 wrote it: text and character big-endian, the character behind its length, and
+// nothing aligned to it.
+TEST_F(FormTest, WideTextOfOpenDdsTo313IsBigEndian) {
+    SampleSource open_dds = kFirst;
+    open_dds.vendor = rtps::kOpenDds;
+    open_dds.fast_cdr = 1;
+    const std::string type = R"(<struct name="T" extensibility="final"><member name="o" type="byte"/>
+        <member name="c" type="char16"/><member name="w" type="wstring"/><member name="n" type="int16"/>
+        <member name="all" type="char16" sequenceMaxLength="-1"/><member name="b" type="byte"/></struct>)";
+    const std::string sample =
+        "00010000 01 02 0077 08000000 0077 0069 0064 0065 ffff 0000 02000000"
+        "02 0061 02 0062 05";
+    EXPECT_EQ(values(type, sample, open_dds),
+              "o: 1 c: 'w' w: \"wide\" n: -1 all:    [0]: 'a'    [1]: 'b' b: 5 ");
+    // Nothing but the release tells which text this is.
+    const std::string text =
+        R"(<struct name="T" extensibility="final"><member name="w" type="wstring"/></struct>)";
+    EXPECT_EQ(values(text, "00010000 02000000 0077", open_dds), "w: \"w\" ");
+    open_dds.fast_cdr = 0;
+    EXPECT_EQ(values(text, "00010000 02000000 7700", open_dds), "w: \"w\" ");
+    EXPECT_EQ(values(type, sample.substr(0, sample.size() - 2), open_dds).find("wide"), std::string::npos);
+}
+
+// As 3.13 wrote them.
+TEST_F(FormTest, OpenDdsTo313AlignsFromTheHeaderOn) {
+    SampleSource open_dds = kFirst;
+    open_dds.vendor = rtps::kOpenDds;
+    open_dds.fast_cdr = 1;
+    const std::string type = R"(<struct name="T" extensibility="final"><member name="n" type="int32"/>
+        <member name="d" type="float64"/><member name="o" type="byte" sequenceMaxLength="-1"/></struct>)";
+    const std::string sample = "00010000 01000000 000000000000e03f 02000000 0a0b";
+    EXPECT_EQ(values(type, sample, open_dds), "n: 1 d: 0.5 o:    [0]: 10    [1]: 11 ");
+    const std::string standard = "00010000 01000000 00000000 000000000000e03f 02000000 0a0b";
+    EXPECT_EQ(values(type, standard, open_dds), "n: 1 d: 0.5 o:    [0]: 10    [1]: 11 ") << "set to do so";
+    EXPECT_NE(values(type, sample, {}), values(type, sample, open_dds)) << "others do not";
+    const SampleReader reader(FormTest::type(R"(<struct name="T" extensibility="final">
+        <member name="k" type="int64" key="true"/></struct>)"));
+    rtps::KeyHash key{};
+    std::string failure;
+    EXPECT_TRUE(KeyHasher(reader).compute(bytes_of("00010000 00000000 0700000000000000"), false, key, failure,
+                                          open_dds))
+        << failure;
+    EXPECT_EQ(key, (rtps::KeyHash{{0, 0, 0, 0, 0, 0, 0, 7}}));
 }
 
 constexpr const char* kLongDouble =

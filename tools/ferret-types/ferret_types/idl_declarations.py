@@ -234,23 +234,26 @@ class Declarations(Names):
     # --- keys as older compilers have them
 
     def _keys_of_pragmas(self):
-        """(symbol of the structure, place, names of members) for each #pragma keylist."""
+        """(symbol of the structure, place, name of the pragma, names of members) for each #pragma that names keys. Only a
+        keylist stands below its structure."""
         result = []
-        for place, words in self._unit.keys:
+        for place, (pragma, *words) in self._unit.keys:
+            below = pragma == "keylist"
             structs = [symbol for symbol in self._symbols.values() if words and symbol.kind == "struct"
-                       and symbol.place.file == place.file and symbol.place.line <= place.line
+                       and symbol.place.file == place.file and (not below or symbol.place.line <= place.line)
                        and f"::{symbol.name}".endswith(f"::{words[0]}")]
             if structs:
-                result.append((structs[-1], place, words[1:]))
+                result.append((structs[-1], place, pragma, words[1:]))
             else:
-                self._report.error(place, f'#pragma keylist: there is no structure "{" ".join(words[:1])}" above')
+                self._report.error(place, f'#pragma {pragma}: there is no structure "{" ".join(words[:1])}"'
+                                   + (" above" if below else ""))
         return result
 
     def _mark_keys(self, symbol, members):
-        for structure, place, names in self._keys:
+        for structure, place, pragma, names in self._keys:
             for name in names if structure is symbol else ():
                 if name not in members:
-                    raise Problem(place, f'#pragma keylist: "{symbol.name}" has no member "{name}"')
+                    raise Problem(place, f'#pragma {pragma}: "{symbol.name}" has no member "{name}"')
                 member = members[name]
                 if ("key", "true") not in member.traits:
                     members[name] = Member(name, member.type, member.place, (("key", "true"), *member.traits))

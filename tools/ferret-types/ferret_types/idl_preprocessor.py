@@ -19,8 +19,8 @@ _MAX_INCLUDES = 100
 @dataclass
 class Unit:
     """An IDL file with all that it includes: lines without directives and comments, and where each came from. `keys` are the
-    pragmas that name key members: (place, words). `interfaces` are included files that ROS has in another form. `passed_over`
-    is what says something in other languages than this one: (place, text)."""
+    pragmas that name key members: (place, words), from the pragma's name on. `interfaces` are included files that ROS has in
+    another form. `passed_over` is what says something in other languages than this one: (place, text)."""
 
     lines: list[str] = field(default_factory=list)
     places: list[Place] = field(default_factory=list)
@@ -121,12 +121,12 @@ class Preprocessor:
         elif word == "undef":
             self._macros.pop(text, None)
         elif word == "pragma":
-            words = text.split()
-            if words[:1] == ["keylist"]:
-                self._unit.keys.append((place, words[1:]))
+            words = text.replace('"', " ").split()
+            if words[:1] in (["keylist"], ["DCPS_DATA_KEY"]):
+                self._unit.keys.append((place, words))
             elif words == ["once"]:
                 self._once.add(path.resolve())
-            else:
+            elif words[:1] != ["DCPS_DATA_TYPE"]:  # every structure is a type
                 self._unit.passed_over.append((place, f"#pragma {text}"))
         elif word:
             raise Problem(place, f"#{word} is not understood")

@@ -43,13 +43,11 @@ struct Row {
 constexpr uint8_t kOfFastDds = kHearsOwnAddressesOnly | kPreemptedByZero;
 
 constexpr Row kRows[] = {
-    {kOpenSplice,
-     nullptr,
-     {kServiceSpeaksForNode | kMarksDataAsKeys}}, // as it can be configured; seen of 6.9
+    {kOpenSplice, nullptr, {kServiceSpeaksForNode | kMarksDataAsKeys}}, // seen of 6.9
     {kFastDds, fast_dds_from_3, {kOfFastDds, 2}},
     {kFastDds, fast_dds_from_2_12, {kOfFastDds, 0}}, // can be built with either serializer
     {kFastDds, nullptr, {kOfFastDds, 1}},
-    {kOpenDds, open_dds_to_3_13, {kCountsNanoseconds | kKnowsNoEmptyRange}}, // seen of 3.13
+    {kOpenDds, open_dds_to_3_13, {kCountsNanoseconds | kKnowsNoEmptyRange, 1}}, // seen of 3.13
     {kOpenDds, open_dds_without_fractions, {kCountsNanoseconds}},
     {kEmbeddedRtps, nullptr, {kRefusesNewParameters | kHasLittleRoom}},
     {kDustDds, nullptr, {kSendsFragmentsBehind | kNamesMissDefault}}, // seen of 0.16

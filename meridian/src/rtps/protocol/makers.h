@@ -35,7 +35,9 @@ enum Quirk : uint16_t {
 
 struct Quirks {
     uint16_t flags = 0;
-    uint8_t fast_cdr = 0; // generation of the serializer, 1 or 2, of the maker of Fast CDR; 0: not known
+    /// Generation of the maker's serializer, where it tells: 1 or 2 of Fast CDR, 1 of OpenDDS up to 3.13; 0:
+    /// not known.
+    uint8_t fast_cdr = 0;
     bool has(Quirk quirk) const { return (flags & quirk) != 0; }
 };
 

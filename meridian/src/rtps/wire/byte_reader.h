@@ -61,8 +61,8 @@ class ByteReader {
     size_t remaining() const { return end_ - position_; }
     Endianness endianness() const { return order_; }
     void set_endianness(Endianness order) { order_ = order; }
-    /// Alignment counts from the present position from now on.
-    void set_origin() { origin_ = position_; }
+    /// Alignment counts from the present position from now on, or from so many bytes before it.
+    void set_origin(size_t before = 0) { origin_ = position_ - before; }
     /// Alignment counts from where it counts in another reader of the same bytes.
     void set_origin_of(const ByteReader& other) { origin_ = other.origin_; }
     bool has_origin_of(const ByteReader& other) const { return origin_ == other.origin_; }

@@ -171,8 +171,8 @@ bool CdrWalker::walk_elements(ByteReader& reader, const Type& type, uint64_t cou
     if (content == nullptr)
         return fail("its type is an alias that refers to itself");
     size_t size = primitive_size(content->kind);
-    if (content->kind == DDS_TK_WCHAR && dialect_.wide_text == CdrDialect::WideText::quads)
-        size = 4;
+    if (content->kind == DDS_TK_WCHAR)
+        size = wide_size();
     if (size != 0 && sink == nullptr && content->kind != DDS_TK_LONGDOUBLE)
         return skip_primitives(reader, size, count);
     if (size != 0 && count > reader.remaining() / size)

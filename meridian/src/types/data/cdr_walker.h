@@ -138,6 +138,8 @@ class CdrWalker {
     bool walk_scalar(rtps::ByteReader& reader, const Type& type, ValueSink* sink);
     bool read_scalar(rtps::ByteReader& reader, const Type& type, Scalar& value);
     bool read_integer(rtps::ByteReader& reader, size_t size, bool is_signed, uint64_t& bits);
+    size_t wide_size() const; // of a wide character; 0: it has a length before it
+    bool read_wide_character(rtps::ByteReader& reader, uint64_t& bits);
     bool read_wide_text(rtps::ByteReader& reader, Scalar& value);
     void object_to(const Type& type, const Scalar& value);
     /// Octets behind a text or bit set that only fill up to the next value are mostly zeros; in another

@@ -59,12 +59,28 @@ bool CdrWalker::read_integer(ByteReader& reader, size_t size, bool is_signed, ui
     }
 }
 
+size_t CdrWalker::wide_size() const {
+    using Wide = CdrDialect::WideText;
+    return dialect_.wide_text == Wide::quads ? 4 : dialect_.wide_text == Wide::big ? 0 : 2;
+}
+
+bool CdrWalker::read_wide_character(ByteReader& reader, uint64_t& bits) {
+    if (wide_size() != 0)
+        return read_integer(reader, wide_size(), false, bits);
+    std::array<uint8_t, 3> octets{};
+    if (!reader.read_bytes(octets) || octets[0] != 2)
+        return fail("a wide character of another length");
+    bits = uint64_t{octets[1]} << 8 | octets[2];
+    return true;
+}
+
 bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
     const bool quads = dialect_.wide_text == CdrDialect::WideText::quads;
     uint32_t length = 0;
     if (!reader.read(length))
         return fail("the sample ends within it");
-    if (dialect_.wide_text == CdrDialect::WideText::octets) {
+    const bool big = dialect_.wide_text == CdrDialect::WideText::big;
+    if (big || dialect_.wide_text == CdrDialect::WideText::octets) {
         if (length % 2 != 0)
             return fail("a wide string of an odd number of octets");
         length /= 2;
@@ -74,6 +90,9 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
     std::u16string& wide = buffers_.wide_text;
     wide.clear();
     wide.reserve(length);
+    const rtps::Endianness order = reader.endianness();
+    if (big)
+        reader.set_endianness(rtps::Endianness::big);
     for (uint32_t i = 0; i < length; ++i) {
         uint32_t point = 0;
         uint16_t unit = 0;
@@ -83,6 +102,7 @@ bool CdrWalker::read_wide_text(ByteReader& reader, Scalar& value) {
             return fail("a wide character beyond Unicode");
         append_utf16_of(wide, quads ? point : char32_t{unit});
     }
+    reader.set_endianness(order);
     const size_t end = wide.find(u'\0');
     value.wide_text = std::u16string_view(wide).substr(0, end);
     if (trial_) {
@@ -105,7 +125,7 @@ bool CdrWalker::read_long_double(ByteReader& reader, Scalar& value) {
 
 bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value) {
     if (behind_disputed_)
-        object_to_padding(reader, primitive_size(type.kind));
+        object_to_padding(reader, type.kind == DDS_TK_WCHAR ? wide_size() : primitive_size(type.kind));
     if (judge_gaps_) {
         const bool is_text = type.kind == DDS_TK_STRING || type.kind == DDS_TK_WSTRING;
         judge_gap(reader, is_text ? 4 : number_size(type));
@@ -154,8 +174,7 @@ bool CdrWalker::read_scalar(ByteReader& reader, const Type& type, Scalar& value)
             return true;
         }
         case DDS_TK_WCHAR:
-            return read_integer(reader, dialect_.wide_text == CdrDialect::WideText::quads ? 4 : 2, false,
-                                value.bits);
+            return read_wide_character(reader, value.bits);
         default: {
             const size_t size = primitive_size(type.kind);
             return size == 0 ? fail("its type has no values")

@@ -67,6 +67,7 @@ struct Disputed {
     bool negative_labels = false;
     bool mutables = false;
     bool requests = false;
+    bool long_numbers = false;
     bool sequence_keys = false; // which the serializer with flat keys does not have
 };
 
@@ -78,6 +79,7 @@ Disputed find_disputed(const Type& root) {
                                            [](const Member& member) { return member.optional; });
         disputed.wide_text |= type.kind == DDS_TK_WSTRING || type.kind == DDS_TK_WCHAR;
         disputed.long_doubles |= type.kind == DDS_TK_LONGDOUBLE;
+        disputed.long_numbers |= primitive_size(type.kind) >= 8;
         disputed.bitsets |= type.kind == DDS_TK_BITSET && number_size(type) < 8;
         disputed.optionals |= optionals;
         disputed.sequence_keys |=
@@ -134,6 +136,13 @@ constexpr Row kSerializers[] = {
      false},
     {Maker::unknown, [](CdrDialect& d) { d.headers = Headers::few; }},
     {Maker::unknown, [](CdrDialect& d) { d.wide_text = WideText::units; }},
+    {Maker::open_dds_1,
+     [](CdrDialect& d) {
+         d.wide_text = WideText::big;
+         d.origin_at_header = true;
+     },
+     false},
+    {Maker::open_dds_1, [](CdrDialect& d) { d.wide_text = WideText::big; }, false},
     {Maker::dust_dds,
      [](CdrDialect& d) {
          d.rtps_list_end = true;
@@ -158,6 +167,7 @@ CdrDialect without_undisputed(CdrDialect dialect, CdrVersion version, const Disp
     keep_if(disputed.negative_labels, &CdrDialect::unsigned_discriminators);
     keep_if(disputed.long_doubles, &CdrDialect::x86_long_double);
     keep_if(disputed.requests && xcdr1, &CdrDialect::request_header);
+    keep_if(disputed.long_numbers, &CdrDialect::origin_at_header);
     return dialect;
 }
 
@@ -171,7 +181,7 @@ bool operator==(const CdrDialect& a, const CdrDialect& b) {
     const auto values = [](const CdrDialect& d) {
         return std::tie(d.wide_text, d.headers, d.one_origin, d.optional_headers, d.lists, d.x86_long_double,
                         d.bitset_octets, d.flat_keys, d.unsigned_discriminators, d.request_header,
-                        d.rtps_list_end, d.counts_as_lengths);
+                        d.origin_at_header, d.rtps_list_end, d.counts_as_lengths);
     };
     return values(a) == values(b);
 }
@@ -181,6 +191,8 @@ Maker maker_of(const SampleSource& source) {
         return source.fast_cdr == 1   ? Maker::fast_cdr_1
                : source.fast_cdr == 2 ? Maker::fast_cdr_2
                                       : Maker::fast_cdr;
+    if (source.vendor == rtps::kOpenDds && source.fast_cdr == 1)
+        return Maker::open_dds_1;
     return source.vendor == rtps::kCycloneDds ? Maker::cyclone_dds
            : source.vendor == rtps::kDustDds  ? Maker::dust_dds
                                               : Maker::unknown;
@@ -202,6 +214,7 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
         row.differ(dialect);
         // Nothing in a payload tells a request's header from its content: only the maker's is taken off.
         dialect.request_header &= row.maker == maker && !key_only;
+        dialect.origin_at_header &= row.maker == maker;
         dialect = without_undisputed(dialect, version, disputed);
         for (const bool x86 : {dialect.x86_long_double, !dialect.x86_long_double}) {
             dialect.x86_long_double = x86 && disputed.long_doubles;

@@ -21,6 +21,8 @@ struct CdrDialect {
         octets, // a wide string's length counts octets, as the standard has it
         units,  // it counts characters of two octets: Fast CDR 2
         quads,  // it counts characters of four octets, and a wide character takes four: Fast CDR 1
+        big, // it counts octets, and is big-endian always; a wide character too, and behind an octet that is
+             // its length: OpenDDS up to 3.15
     };
     WideText wide_text = WideText::octets;
     /// XCDR2: which collections have a header. Collections of primitives have none, of structures and strings
@@ -57,6 +59,9 @@ struct CdrDialect {
     /// The client and the number of the request stand before the content: services of ROS 2 on Cyclone DDS.
     bool request_header = false;
     static constexpr size_t kRequestHeaderSize = 16;
+    /// Alignment counts from the encapsulation header: OpenDDS up to 3.13, unless its DCPSRTISerialization is
+    /// set.
+    bool origin_at_header = false;
     /// XCDR1: the members of a mutable type end with parameter 1, as lists of discovery do: Dust DDS.
     bool rtps_list_end = false;
     /// XCDR2: as the length in octets, members of mutable types that are sequences of numbers have how many
@@ -69,8 +74,8 @@ struct CdrDialect {
 enum class CdrVersion : uint8_t { xcdr1, xcdr2 };
 
 /// Who may have made a serializer, as a writer and its participant tell.
-enum class Maker : uint8_t { unknown, fast_cdr, fast_cdr_1, fast_cdr_2, cyclone_dds, dust_dds };
-constexpr size_t kMakers = 6;
+enum class Maker : uint8_t { unknown, fast_cdr, fast_cdr_1, fast_cdr_2, cyclone_dds, dust_dds, open_dds_1 };
+constexpr size_t kMakers = 7;
 
 struct PossibleDialect {
     CdrDialect dialect;
@@ -86,7 +91,7 @@ std::vector<PossibleDialect> possible_dialects(const Type& type, CdrVersion vers
 struct SampleSource {
     rtps::Guid writer;
     rtps::VendorId vendor;
-    uint8_t fast_cdr = 0; // see rtps::fast_cdr_of
+    uint8_t fast_cdr = 0; // see rtps::Quirks
     bool is_known() const { return writer != rtps::Guid{}; }
 };
 Maker maker_of(const SampleSource& source);

@@ -283,7 +283,8 @@ bool KeyHasher::serialize(rtps::ByteView payload, bool key_only, bool xcdr2, con
 
 bool KeyHasher::compute(rtps::ByteView payload, bool key_only, rtps::KeyHash& hash, std::string& failure,
                         const SampleSource& source) const {
-    if (!key_only && fixed_.read(payload, hash))
+    const bool aligns_as_others = maker_of(source) != Maker::open_dds_1;
+    if (!key_only && aligns_as_others && fixed_.read(payload, hash))
         return true;
     const Borrowed<Buffers> buffers(buffers_);
     if (!serialize(payload, key_only, false, source, buffers->walk, buffers->key, failure))

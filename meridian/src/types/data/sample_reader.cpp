@@ -86,6 +86,8 @@ SampleReader::Start SampleReader::start_in(const Body& body, const CdrDialect& d
     start.walker.set_outer_extensibility(body.outer);
     if (body.key_only)
         start.walker.set_key_only();
+    if (dialect.origin_at_header)
+        start.reader.set_origin(rtps::kEncapsulationSize);
     if (dialect.request_header)
         start.reader.skip(CdrDialect::kRequestHeaderSize);
     return start;
