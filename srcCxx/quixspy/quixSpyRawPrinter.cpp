@@ -172,7 +172,7 @@ void put_boolean(std::string& text, uint8_t octet) {
 void put_character(std::string& text, uint8_t octet) {
     const char character = static_cast<char>(octet);
     text += '\'';
-    QUIXSpy_appendText(text, {&character, 1}, std::string_view::npos, true);
+    QUIXSpy_appendText(text, {&character, 1});
     text += '\'';
 }
 
@@ -482,7 +482,7 @@ class Walk {
         if (!bound || !QUIXCdrStream_readString(&stream_, &characters, *bound + 1))
             return false;
         text_ += '"';
-        QUIXSpy_appendText(text_, characters, std::string_view::npos, true);
+        QUIXSpy_appendText(text_, characters);
         text_ += '"';
         return true;
     }

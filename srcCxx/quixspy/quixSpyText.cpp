@@ -11,14 +11,14 @@ void append_number(std::string& line, uint32_t number) {
 
 } // namespace
 
-void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width, bool isContents) {
+void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width) {
     for (size_t at = 0; at < text.size() && at < width;) {
         const QUIXCharacter character = QUIXCharacter_first(text.substr(at));
         if (character.length > width - at)
             return;
         if (character.length == 0)
             append_number(line, static_cast<uint8_t>(text[at]));
-        else if (character.is_control() || (isContents && character.is_format()))
+        else if (character.is_control() || character.is_format())
             append_number(line, character.number);
         else
             line.append(text, at, character.length);

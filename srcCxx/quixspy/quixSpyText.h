@@ -11,10 +11,9 @@
 
 /// Appends a text, or as much of it as `width` octets hold; a character that is not whole there is left out.
 /// Control characters (U+0000 to U+001F, U+007F to U+009F) and octets that are not UTF-8 become \xNN, with
-/// the number of the character or the octet. A backslash stays as it is. In contents those that end lines or
-/// turn the direction of text (U+2028 to U+202E, U+2066 to U+2069) become \uNNNN.
-void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width = std::string_view::npos,
-                        bool isContents = false);
+/// the number of the character or the octet. Those that end lines or turn the direction of text (U+2028 to
+/// U+202E, U+2066 to U+2069) become \uNNNN. A backslash stays as it is.
+void QUIXSpy_appendText(std::string& line, std::string_view text, size_t width = std::string_view::npos);
 
 /// The same as a text of its own; empty for null.
 std::string QUIXSpy_text(const char* text);

@@ -54,6 +54,37 @@ class Acknowledgements(faults.FaultTest):
         self.compare(1024, 0.7)
 
 
+class Stops(faults.FaultTest):
+    LEASE = 6.5  # seconds that the tool announces
+
+    def check(self, number):
+        """A reliable keep-all writer, whose window is full within a second, waits for a reader that is there and does not answer."""
+        subscriber = self.subscriber()
+        with tempfile.TemporaryFile() as output:
+            child = self.network.start([str(faults.harness.options.tool), "-useFirstPublicationQos"], stdout=output,
+                                       stderr=subprocess.DEVNULL)
+            self.addCleanup(lambda: (child.kill(), child.wait()))
+            self.healthy_publisher(size=60000, rate=300, others=2)
+            subscriber.start()
+            faults.wait_until("samples at the other subscriber", lambda: subscriber.received and subscriber.received[-1][1] > 100)
+            begin = time.monotonic()
+            child.send_signal(number)
+            faults.measure_for(short_or_long(10, 20))
+            longest = subscriber.longest_below(faults.HEALTHY_RATE, begin)
+            self.bound(f"another subscriber after {number.name}", longest, (self.LEASE + 1.5) * faults.harness.SLOWNESS, "s", 1)
+
+    def test_killed(self):
+        """The tool ends by SIGKILL, without a farewell.
+        Seen: the writer waits for 6.5 s, as long as the tool's lease.
+        Bound: the lease and 1.5 s."""
+        self.check(signal.SIGKILL)
+
+    def test_stopped(self):
+        """The tool is stopped, as by Ctrl+Z or a debugger, and stays so.
+        Seen and bound: the same; and once only."""
+        self.check(signal.SIGSTOP)
+
+
 class MessageSize(faults.FaultTest):
     COUNT = 20000
 

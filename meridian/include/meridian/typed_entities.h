@@ -8,12 +8,42 @@
 #include "meridian/logger.h"
 #include "meridian/untyped_entities.h"
 
+/// What readers and writers have in common.
+template <typename Face, typename Untyped, typename Qos, typename Sample>
+class DDSTypedEndpoint : public Face {
+  public:
+    explicit DDSTypedEndpoint(Untyped* untyped) : untyped_(untyped) {}
+    ~DDSTypedEndpoint() override = default;
+
+    DDS_ReturnCode_t get_key_value(Sample& holder, const DDS_InstanceHandle_t& handle) {
+        return untyped_->get_key_value_untyped(&holder, handle);
+    }
+    DDS_InstanceHandle_t lookup_instance(const Sample& holder) {
+        return untyped_->lookup_instance_untyped(&holder);
+    }
+
+    DDS_ReturnCode_t enable() override { return untyped_->enable(); }
+    DDSStatusCondition* get_statuscondition() override { return untyped_->get_statuscondition(); }
+    DDS_StatusMask get_status_changes() override { return untyped_->get_status_changes(); }
+    DDS_InstanceHandle_t get_instance_handle() override { return untyped_->get_instance_handle(); }
+    DDS_ReturnCode_t get_qos(Qos& qos) override { return untyped_->get_qos(qos); }
+    DDS_ReturnCode_t set_qos(const Qos& qos) override { return untyped_->set_qos(qos); }
+
+    Untyped* untyped() const { return untyped_; }
+
+  protected:
+    Untyped* const untyped_;
+};
+
 /// Reader of samples of type Sample. Sequence is DDS_Sequence<Sample> or offers the same loan operations.
 template <typename Sample, typename Sequence>
-class DDSTypedDataReader : public DDSDataReader {
+class DDSTypedDataReader
+    : public DDSTypedEndpoint<DDSDataReader, DDSUntypedDataReader, DDS_DataReaderQos, Sample> {
+    using Endpoint = DDSTypedEndpoint<DDSDataReader, DDSUntypedDataReader, DDS_DataReaderQos, Sample>;
+    using Endpoint::untyped_;
+
   public:
-    explicit DDSTypedDataReader(DDSUntypedDataReader* untyped) : untyped_(untyped) {}
-    ~DDSTypedDataReader() override = default;
+    explicit DDSTypedDataReader(DDSUntypedDataReader* untyped) : Endpoint(untyped) {}
 
     /// Fill `data` and `infos` with up to max_samples (DDS_LENGTH_UNLIMITED: all) that match: on loan when
     /// both sequences own nothing, and then to be given back with return_loan; else copied.
@@ -31,13 +61,11 @@ class DDSTypedDataReader : public DDSDataReader {
     }
     DDS_ReturnCode_t read_w_condition(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                       DDSReadCondition* condition) {
-        return access_w_condition(false, data, infos, max_samples, condition,
-                                  DDSSampleSelection::all_instances, {});
+        return access_w_condition(false, data, infos, max_samples, condition);
     }
     DDS_ReturnCode_t take_w_condition(Sequence& data, DDS_SampleInfoSeq& infos, DDS_Long max_samples,
                                       DDSReadCondition* condition) {
-        return access_w_condition(true, data, infos, max_samples, condition,
-                                  DDSSampleSelection::all_instances, {});
+        return access_w_condition(true, data, infos, max_samples, condition);
     }
 
     /// Copy the next sample that was not read before.
@@ -121,19 +149,6 @@ class DDSTypedDataReader : public DDSDataReader {
         return DDS_RETCODE_OK;
     }
 
-    DDS_ReturnCode_t get_key_value(Sample& holder, const DDS_InstanceHandle_t& handle) {
-        return untyped_->get_key_value_untyped(&holder, handle);
-    }
-    DDS_InstanceHandle_t lookup_instance(const Sample& holder) {
-        return untyped_->lookup_instance_untyped(&holder);
-    }
-
-    DDS_ReturnCode_t enable() override { return untyped_->enable(); }
-    DDSStatusCondition* get_statuscondition() override { return untyped_->get_statuscondition(); }
-    DDS_StatusMask get_status_changes() override { return untyped_->get_status_changes(); }
-    DDS_InstanceHandle_t get_instance_handle() override { return untyped_->get_instance_handle(); }
-    DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) override { return untyped_->get_qos(qos); }
-    DDS_ReturnCode_t set_qos(const DDS_DataReaderQos& qos) override { return untyped_->set_qos(qos); }
     DDSTopicDescription* get_topicdescription() override { return untyped_->get_topicdescription(); }
     DDSSubscriber* get_subscriber() override { return untyped_->get_subscriber(); }
     DDS_ReturnCode_t get_matched_publication_participant_data(DDS_ParticipantBuiltinTopicData& data,
@@ -155,8 +170,6 @@ class DDSTypedDataReader : public DDSDataReader {
         return untyped_->delete_readcondition(condition);
     }
 
-    DDSUntypedDataReader* untyped() const { return untyped_; }
-
   private:
     static void* element_of(void* sequence, DDS_Long index) {
         return &(*static_cast<Sequence*>(sequence))[index];
@@ -164,8 +177,8 @@ class DDSTypedDataReader : public DDSDataReader {
 
     DDS_ReturnCode_t access_w_condition(bool take, Sequence& data, DDS_SampleInfoSeq& infos,
                                         DDS_Long max_samples, DDSReadCondition* condition,
-                                        DDSSampleSelection::Scope scope,
-                                        const DDS_InstanceHandle_t& instance) {
+                                        DDSSampleSelection::Scope scope = DDSSampleSelection::all_instances,
+                                        const DDS_InstanceHandle_t& instance = {}) {
         if (condition == nullptr)
             return DDS_RETCODE_BAD_PARAMETER;
         return access(take, data, infos,
@@ -214,16 +227,17 @@ class DDSTypedDataReader : public DDSDataReader {
             info = infos[0];
         return result;
     }
-
-    DDSUntypedDataReader* untyped_;
 };
 
 /// Writer of samples of type Sample.
 template <typename Sample>
-class DDSTypedDataWriter : public DDSDataWriter {
+class DDSTypedDataWriter
+    : public DDSTypedEndpoint<DDSDataWriter, DDSUntypedDataWriter, DDS_DataWriterQos, Sample> {
+    using Endpoint = DDSTypedEndpoint<DDSDataWriter, DDSUntypedDataWriter, DDS_DataWriterQos, Sample>;
+    using Endpoint::untyped_;
+
   public:
-    explicit DDSTypedDataWriter(DDSUntypedDataWriter* untyped) : untyped_(untyped) {}
-    ~DDSTypedDataWriter() override = default;
+    explicit DDSTypedDataWriter(DDSUntypedDataWriter* untyped) : Endpoint(untyped) {}
 
     DDS_ReturnCode_t write(const Sample& sample, const DDS_InstanceHandle_t& handle) {
         return untyped_->write_untyped(&sample, at(handle, DDS_TIME_INVALID));
@@ -264,19 +278,6 @@ class DDSTypedDataWriter : public DDSDataWriter {
     DDS_ReturnCode_t dispose_w_params(const Sample& sample, const DDS_WriteParams_t& params) {
         return untyped_->dispose_untyped(&sample, params);
     }
-    DDS_ReturnCode_t get_key_value(Sample& holder, const DDS_InstanceHandle_t& handle) {
-        return untyped_->get_key_value_untyped(&holder, handle);
-    }
-    DDS_InstanceHandle_t lookup_instance(const Sample& holder) {
-        return untyped_->lookup_instance_untyped(&holder);
-    }
-
-    DDS_ReturnCode_t enable() override { return untyped_->enable(); }
-    DDSStatusCondition* get_statuscondition() override { return untyped_->get_statuscondition(); }
-    DDS_StatusMask get_status_changes() override { return untyped_->get_status_changes(); }
-    DDS_InstanceHandle_t get_instance_handle() override { return untyped_->get_instance_handle(); }
-    DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override { return untyped_->get_qos(qos); }
-    DDS_ReturnCode_t set_qos(const DDS_DataWriterQos& qos) override { return untyped_->set_qos(qos); }
     DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
         return untyped_->get_publication_matched_status(status);
     }
@@ -293,8 +294,6 @@ class DDSTypedDataWriter : public DDSDataWriter {
     }
     DDS_ReturnCode_t assert_liveliness() override { return untyped_->assert_liveliness(); }
 
-    DDSUntypedDataWriter* untyped() const { return untyped_; }
-
   private:
     static DDS_WriteParams_t at(const DDS_InstanceHandle_t& handle, const DDS_Time_t& timestamp) {
         DDS_WriteParams_t params;
@@ -302,6 +301,4 @@ class DDSTypedDataWriter : public DDSDataWriter {
         params.source_timestamp = timestamp;
         return params;
     }
-
-    DDSUntypedDataWriter* untyped_;
 };

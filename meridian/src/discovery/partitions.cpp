@@ -37,11 +37,8 @@ PartitionList split_partitions(const std::string& text) {
 }
 
 std::string partitions_text(const std::vector<rtps::Property>& properties) {
-    for (const rtps::Property& property : properties) {
-        if (property.name == kParticipantPartitionProperty)
-            return property.value;
-    }
-    return {};
+    const std::string* text = rtps::find_property(properties, kParticipantPartitionProperty);
+    return text != nullptr ? *text : std::string();
 }
 
 PartitionList participant_partitions(const std::vector<rtps::Property>& properties) {

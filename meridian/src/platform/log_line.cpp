@@ -37,9 +37,9 @@ void append_escaped(std::string& line, const std::string& text) {
             line += "\\n";
         } else if (text[i] == '\t') {
             line += "\\t";
-        } else if (character.is_control()) {
+        } else if (character.is_control() || character.is_format()) {
             i += character.length - 1;
-            line += "\\x";
+            line += character.is_control() ? "\\x" : "\\u20"; // all of the latter are U+20NN
             append_hex(line, static_cast<uint8_t>(character.number));
         } else {
             line += text[i];

@@ -127,8 +127,8 @@ TEST_F(Logger, NothingFromTheNetworkEndsTheLine) {
     CaptureStderr();
     MERIDIAN_LOG_ERROR("test", "%s",
                        "a\nb\tc\x1b[2Jd\x7f\xc2\x9b"
-                       "e \xc3\xa4 100%");
-    EXPECT_EQ(GetCapturedStderr(), "a\\nb\\tc\\x1b[2Jd\\x7f\\x9be \xc3\xa4 100%\n");
+                       "e\u2028\u202e\u2066 \xc3\xa4 100%");
+    EXPECT_EQ(GetCapturedStderr(), "a\\nb\\tc\\x1b[2Jd\\x7f\\x9be\\u2028\\u202e\\u2066 \xc3\xa4 100%\n");
 }
 
 TEST_F(Logger, LinesOfManyThreadsStayWhole) {

@@ -380,6 +380,61 @@ TEST_F(ServerThatComesBack, NoOtherParticipantSpeaksInItsPlace) {
     EXPECT_EQ(recorder.participants.count(prefix(6)), 0u);
 }
 
+TEST_F(ServerThatComesBack, EndpointsOfClientsThatItNeverTellsOfDoNotStay) {
+    const size_t before = MemoryBudget::of_process().used();
+    SequenceNumber number = 1;
+    for (uint32_t i = 0; i < 3000; ++i) {
+        EndpointData writer = writer_of(40, "unknown");
+        writer.guid.prefix.bytes[2] = static_cast<uint8_t>(i >> 8);
+        writer.guid.prefix.bytes[3] = static_cast<uint8_t>(i);
+        server_tells(entity::publications_writer, ++number, encode(writer), 100 + static_cast<Count>(i));
+    }
+    EXPECT_GT(MemoryBudget::of_process().used(), before + 3000 * 200);
+    const auto pass = [this](int count) {
+        for (int i = 0; i < count; ++i) {
+            run_until(time + seconds(1));
+            server_tells(entity::participant_writer, 1, encode(server()), 1);
+        }
+    };
+    pass(5);
+    server_tells(entity::publications_writer, ++number, encode(writer_of(50, "late")), 5000);
+    pass(13);
+    server_tells(entity::publications_writer, ++number, encode(writer_of(kClient, "later")), 5001);
+    EXPECT_LT(MemoryBudget::of_process().used(), before + 10000);
+    server_tells(entity::participant_writer, 3, encode(remote(50)), 70);
+    EXPECT_EQ(recorder.history, (Lines{"+early", "~later", "+late"}));
+    EXPECT_TRUE(recorder.contradictions.empty());
+}
+
+TEST_F(ServerThatComesBack, EndpointsThatEndBeforeTheirClientIsToldOfAreNeverSeen) {
+    const size_t before = MemoryBudget::of_process().used();
+    server_tells(entity::publications_writer, 2, encode(writer_of(6, "short")), 50);
+    receive(kServer, [&](MessageWriter& writer) {
+        add_end(writer, entity::publications_writer, 3, writer_of(6, "").guid);
+    });
+    EXPECT_EQ(recorder.history, (Lines{"+early"}));
+    EXPECT_TRUE(recorder.contradictions.empty());
+    EXPECT_EQ(MemoryBudget::of_process().used(), before);
+    server_tells(entity::participant_writer, 3, encode(remote(6)), 70);
+    server_tells(entity::publications_writer, 4, encode(writer_of(6, "again")), 51);
+    EXPECT_EQ(recorder.history, (Lines{"+early", "+again"}));
+}
+
+TEST_F(ServerThatComesBack, WhatItRelaysBackOfThisParticipantIsPassedOver) {
+    const size_t before = MemoryBudget::of_process().used();
+    server_tells(entity::participant_writer, 3, encode(participant->announced()), 70);
+    server_tells(entity::publications_writer, 2, encode(writer_of(1, "own")), 50);
+    server_tells(entity::publications_writer, 3, encode(writer_of(100, "of another one here")), 51);
+    receive(kServer, [&](MessageWriter& writer) {
+        add_end(writer, entity::publications_writer, 4, writer_of(1, "").guid);
+        add_end(writer, entity::participant_writer, 4, {prefix(1), entity::participant});
+    });
+    EXPECT_EQ(recorder.history, (Lines{"+early"}));
+    EXPECT_TRUE(recorder.contradictions.empty());
+    EXPECT_THAT(recorder.warnings, IsEmpty());
+    EXPECT_EQ(MemoryBudget::of_process().used(), before);
+}
+
 TEST_F(DiscoveryServerTest, ItMaySpeakFromAnotherOfItsAddresses) {
     start();
     source_host = 99;

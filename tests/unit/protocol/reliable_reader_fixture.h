@@ -22,12 +22,14 @@ class ReliableReaderTest : public ::testing::Test {
         std::vector<size_t> sizes;
         std::vector<VendorId> vendors;
         std::vector<uint8_t> fast_cdrs;
+        std::vector<bool> keys;
         uint64_t lost = 0;
         void on_sample(const Sample& sample) override {
             numbers.push_back(sample.sequence_number);
             sizes.push_back(sample.payload.size);
             vendors.push_back(sample.vendor);
             fast_cdrs.push_back(sample.fast_cdr);
+            keys.push_back(sample.payload_is_key);
         }
         void on_lost(const Guid&, uint64_t count) override { lost += count; }
     };
@@ -43,7 +45,7 @@ class ReliableReaderTest : public ::testing::Test {
         int too_high = 0;
     };
 
-    void make(bool is_volatile, ReliableReader::Limits limits = {}, uint8_t quirks = 0,
+    void make(bool is_volatile, ReliableReader::Limits limits = {}, uint16_t quirks = 0,
               const ReaderConfig& config = {}) {
         reader = std::make_unique<ReliableReader>(kReader, is_volatile, config, limits, sink, observer,
                                                   batcher, timers);
@@ -56,7 +58,9 @@ class ReliableReaderTest : public ::testing::Test {
     void fragment(SequenceNumber number, FragmentNumber first, uint32_t sample_size = 25,
                   uint16_t size = 10) {
         const ByteBuffer payload(size, 1);
-        reader->on_data_frag(context, fragment_of(kWriter, number, first, sample_size, payload), now);
+        DataFrag part = fragment_of(kWriter, number, first, sample_size, payload);
+        part.payload_is_key = fragments_are_of_keys;
+        reader->on_data_frag(context, part, now);
     }
     void heartbeat(SequenceNumber first, SequenceNumber last, bool final = false) {
         heartbeat_with_count(first, last, ++count, final);
@@ -87,6 +91,7 @@ class ReliableReaderTest : public ::testing::Test {
 
     MonotonicTime now = std::chrono::seconds(1);
     Count count = 0;
+    bool fragments_are_of_keys = false;
     Guid writer{prefix(2), kWriter};
     MessageContext context = [] {
         MessageContext c;

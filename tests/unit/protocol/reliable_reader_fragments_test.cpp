@@ -100,6 +100,16 @@ TEST_F(ReliableReaderTest, MemoryIsBoundedAndNothingIsLostByIt) {
     EXPECT_EQ(sink.lost, 0u);
 }
 
+TEST_F(ReliableReaderTest, FragmentsOfOlderOpenSpliceHaveTheFlagOfKeysForData) {
+    fragments_are_of_keys = true;
+    for (const uint16_t quirks : {uint16_t{0}, uint16_t{kMarksDataAsKeys}}) {
+        make(false, {}, quirks);
+        for (FragmentNumber n = 1; n <= 3; ++n)
+            fragment(1, n);
+    }
+    EXPECT_EQ(sink.keys, (std::vector<bool>{true, false}));
+}
+
 TEST_F(ReliableReaderTest, UnfinishedSamplesAreGivenUpAndAskedForAgain) {
     make(false, ReliableReader::Limits{5000, &memory});
     fragment(1, 1);

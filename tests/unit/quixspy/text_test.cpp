@@ -34,6 +34,13 @@ TEST(Text, ShowsControlCharactersByTheirNumber) {
     EXPECT_EQ(shown("\x1b[31mred\r\n"), "\\x1b[31mred\\x0d\\x0a");
 }
 
+TEST(Text, ShowsWhatEndsLinesOrTurnsTextByItsNumber) {
+    EXPECT_EQ(shown("a\u202eb\u2066c\u2028\u2029\u202a\u2069"),
+              "a\\u202eb\\u2066c\\u2028\\u2029\\u202a\\u2069");
+    EXPECT_EQ(shown("\u2027\u202f\u2065\u206a"), "\u2027\u202f\u2065\u206a");
+    EXPECT_EQ(shown("\u202e", 2), "");
+}
+
 TEST(Text, ShowsWhatIsNotUtf8ByItsOctets) {
     EXPECT_EQ(shown("a\xff"
                     "b"),

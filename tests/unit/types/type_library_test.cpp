@@ -208,12 +208,13 @@ TEST(TypeLibrary, NestingHasALimit) {
 
 TEST(TypeLibrary, NamesArePrintable) {
     TypeLibrary library;
-    library.add(numbered(1), structure("\x1b[2J\xff", {{"a\nb\x7f\xc2\x9b\xc2\xa9", primitive(tk::kByte)}}));
+    library.add(numbered(1),
+                structure("\x1b[2J\xff", {{"a\nb\x7f\xc2\x9b\xc2\xa9\u2028\u202e", primitive(tk::kByte)}}));
     std::string error;
     const TypeRef type = library.build(TypeIdentifier::of(numbered(1)), error);
     ASSERT_TRUE(type) << error;
     EXPECT_EQ(type->name, "_[2J\xef\xbf\xbd");
-    EXPECT_EQ(type->members[0].name, "a_b__\xc2\xa9");
+    EXPECT_EQ(type->members[0].name, "a_b__\xc2\xa9__");
 }
 
 TEST(TypeLibrary, NamesHaveALimit) {

@@ -2,6 +2,8 @@
 // with what an independent dissector showed; and then every prefix and every single flipped bit of each is
 // decoded or refused.
 
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>

@@ -22,13 +22,10 @@ constexpr Duration kJumpPause = std::chrono::seconds(5);
 /// How far one matched writer has come.
 struct BestEffortReader::WriterProgress {
     WriterProgress(const RemoteWriter& writer, MemoryBudget& budget, size_t max_sample_size)
-        : guid(writer.guid),
-          fast_cdr(writer.quirks.fast_cdr),
-          memory(budget),
-          fragments(memory, max_sample_size) {}
+        : guid(writer.guid), quirks(writer.quirks), memory(budget), fragments(memory, max_sample_size) {}
 
     Guid guid;
-    uint8_t fast_cdr = 0;
+    Quirks quirks;
     int low = 0;              // samples in a row from between jumped_from and jumped_to
     SequenceNumber next = 0;  // 0: nothing came yet
     SequenceNumber claim = 0; // a number far ahead that is not believed yet
@@ -153,7 +150,7 @@ bool BestEffortReader::on_data(const MessageContext& context, const Data& data, 
     if (!expects(*known, data.sequence_number, now))
         return true;
     Sample sample;
-    const bool deliverable = make_sample(known->guid, known->fast_cdr, context, data, now, sample);
+    const bool deliverable = make_sample(known->guid, known->quirks, context, data, now, sample);
     deliver(*known, sample, deliverable);
     return true;
 }
@@ -181,7 +178,7 @@ bool BestEffortReader::on_data_frag(const MessageContext& context, const DataFra
         not_taken(*known, NotTaken::no_memory, number);
     } else if (result == Result::complete) {
         const Sample& whole = known->fragments.whole(number);
-        deliver(*known, make_sample(known->guid, known->fast_cdr, context.vendor, whole, now),
+        deliver(*known, make_sample(known->guid, known->quirks, context.vendor, whole, now),
                 !whole.inline_qos.refused);
     }
     if (!known->fragments.empty())

@@ -9,6 +9,9 @@ namespace meridian::rtps {
 
 namespace {
 
+/// A discovery server tells of a participant so long after its endpoints at most.
+constexpr Duration kUnseenPatience = std::chrono::seconds(15);
+
 constexpr size_t kRecent = 4096;
 
 size_t recent_place(const Guid& guid) {
@@ -39,6 +42,8 @@ void EndpointDiscovery::on_sample(const Sample& sample, bool writers) {
                            "): " + error);
         return;
     }
+    if (participants_.excludes(decoded->guid.prefix))
+        return; // a discovery server may tell of those here too
     const RemoteParticipant* participant = participants_.find(decoded->guid.prefix);
     if (participant != nullptr && quirks_of(*participant->data).has(kCountsNanoseconds))
         convert_nanoseconds(decoded->qos);
@@ -57,10 +62,13 @@ bool EndpointDiscovery::is_acceptable(const EndpointData& data, const Sample& sa
 
 void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     const Guid guid = data.guid;
+    forget_unseen(sample.received);
     const DiscoveredEndpoint* known = find(guid);
     if (known != nullptr ? known->newest().announcement == hash_of(data) : !listener_.wants(data.topic_name))
         return;
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
+    if (siblings.by_entity.empty() && participants_.find(guid.prefix) == nullptr)
+        unseen_.emplace_back(sample.received, guid.prefix);
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
     std::shared_ptr<RemoteEndpoint> record;
     if (known == nullptr && siblings.by_entity.size() >= part)
@@ -160,8 +168,23 @@ void EndpointDiscovery::make_visible(DiscoveredEndpoint& endpoint) {
 
 void EndpointDiscovery::on_dispose(const Sample& sample) {
     const std::optional<Guid> key = subject_of(sample);
-    if (key && participants_.speaks_for(sample.writer.prefix, key->prefix))
+    if (!key || !participants_.speaks_for(sample.writer.prefix, key->prefix))
+        return;
+    if (participants_.find(key->prefix) == nullptr)
+        erase(*key);
+    else
         remove(*key, GoneReason::disposed, sample.source_timestamp);
+}
+
+void EndpointDiscovery::forget_unseen(MonotonicTime now) {
+    for (; !unseen_.empty() && now - unseen_.front().first > kUnseenPatience; unseen_.pop_front()) {
+        const auto endpoints = by_participant_.find(unseen_.front().second);
+        if (endpoints == by_participant_.end() || participants_.find(endpoints->first) != nullptr)
+            continue;
+        count_ -= endpoints->second.by_entity.size();
+        recent_.clear();
+        by_participant_.erase(endpoints);
+    }
 }
 
 void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime timestamp) {
@@ -174,10 +197,16 @@ void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime tim
     }
     listener_.on_endpoint_gone(*endpoint, reason, timestamp);
     by_topic_.erase(endpoint);
-    if (DiscoveredEndpoint*& recent = recent_[recent_place(guid)]; recent == endpoint)
-        recent = nullptr;
+    erase(guid);
+}
+
+void EndpointDiscovery::erase(const Guid& guid) {
+    const DiscoveredEndpoint* endpoint = find(guid);
+    if (endpoint == nullptr)
+        return;
+    recent_[recent_place(guid)] = nullptr; // where it was found
     const auto siblings = by_participant_.find(guid.prefix);
-    siblings->second.memory -= endpoint->record->memory;
+    siblings->second.memory -= endpoint->newest().memory;
     siblings->second.by_entity.erase(guid.entity.value);
     if (siblings->second.by_entity.empty())
         by_participant_.erase(siblings);
@@ -188,6 +217,7 @@ void EndpointDiscovery::clear() {
     recent_.clear();
     by_topic_.clear();
     by_participant_.clear();
+    unseen_.clear();
     count_ = 0;
 }
 

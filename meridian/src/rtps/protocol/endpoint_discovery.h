@@ -11,10 +11,12 @@
 // known participants only, and ask for all of it when one becomes known. An endpoint is announced, changed
 // and ended by its own participant only (see ParticipantDiscovery::speaks_for).
 
+#include <deque>
 #include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "platform/seeded_hash.h"
@@ -137,6 +139,10 @@ class EndpointDiscovery {
     void make_visible(DiscoveredEndpoint& endpoint);
     void on_dispose(const Sample& sample);
     void remove(const Guid& guid, GoneReason reason, WireTime timestamp);
+    /// It is not visible, or no longer.
+    void erase(const Guid& guid);
+    /// Those of participants that a discovery server did not tell of meanwhile.
+    void forget_unseen(MonotonicTime now);
 
     const ParticipantConfig& config_;
     const ParticipantDiscovery& participants_;
@@ -145,6 +151,8 @@ class EndpointDiscovery {
     TypeSettler* settler_ = nullptr;
     size_t count_ = 0;
     std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
+    /// When a discovery server told of endpoints of participants that were not known, in this order.
+    std::deque<std::pair<MonotonicTime, GuidPrefix>> unseen_;
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
     /// By hash: those found last. Samples of thousands of writers find theirs by one look.
     std::vector<DiscoveredEndpoint*> recent_;

@@ -151,6 +151,7 @@ void LocalEndpoints::connect(LocalEndpoint& local, const Guid& remote, const Rem
     reader.transient_local = qos.durability != Durability::volatile_;
     reader.answerable = is_answerable(participant);
     reader.quirks = quirks_of(*participant.data);
+    reader.told_singly = reader.quirks.has(kHasLittleRoom) && announces_endpoints(local);
     local.writer->add_reader(reader, now);
 }
 

@@ -309,15 +309,20 @@ void Participant::announce(const EndpointData& data, Now now, const Guid* only_f
 void Participant::announce_for(DiscoveredEndpoint& remote, Now now) {
     const RemoteEndpoint& writer = *remote.record;
     const RemoteParticipant* participant = participants_.find(writer.guid.prefix);
-    if (!writer.is_writer || participant == nullptr || !quirks_of(*participant->data).has(kNamesMissDefault))
+    if (!writer.is_writer || participant == nullptr)
         return;
-    // What it matched before stays so, whatever partitions it is told of afterwards.
+    const Quirks quirks = quirks_of(*participant->data);
     for (const LocalEndpoint* local : remote.matched) {
         EndpointData data = local->data;
-        if (data.qos.partitions.empty())
+        if (quirks.has(kHasLittleRoom)) { // and is told of nothing else: RemoteReader::told_singly
+            data.unicast = announced().default_unicast;
+        } else if (quirks.has(kNamesMissDefault) && !data.qos.partitions.empty()) {
+            // What it matched before stays so, whatever partitions it is told of afterwards.
+            if (writer.qos->partitions.empty())
+                data.qos.partitions.clear();
+        } else {
             continue;
-        if (writer.qos->partitions.empty())
-            data.qos.partitions.clear();
+        }
         announce(data, now, &writer.guid);
         remote.is_told_apart = true;
     }

@@ -21,6 +21,18 @@ Data announcement_data(SequenceNumber number, ByteView payload) {
     return data;
 }
 
+/// For participants that refuse an announcement with any parameter that they do not know, and have little
+/// room for it.
+ParticipantData without_later_parameters(const ParticipantData& announced) {
+    ParticipantData data = announced;
+    data.domain_id.reset(); // it is known to be the same
+    data.name.clear();
+    data.user_data.clear();
+    data.properties.clear();
+    data.raw.clear();
+    return data;
+}
+
 } // namespace
 
 ParticipantAnnouncer::ParticipantAnnouncer(const ParticipantConfig& config, Output& output,
@@ -145,11 +157,15 @@ void ParticipantAnnouncer::stop() {
     announce_at_ = announce_to_group_at_ = kNever;
 }
 
-void ParticipantAnnouncer::send(const Route& route, SequenceNumber number, Now now) {
+void ParticipantAnnouncer::send(const Route& route, Quirks quirks, SequenceNumber number, Now now) {
     if (route.locators.empty())
         return;
-    Data data = announcement_data(number, announcement_);
-    if (host_announcement_.empty()) {
+    const bool is_bare = quirks.has(kRefusesNewParameters);
+    const ByteBuffer bare = is_bare ? encode(without_later_parameters(announced_)) : ByteBuffer{};
+    Data data = announcement_data(number, is_bare ? bare : announcement_);
+    if (is_bare)
+        data.reader = entity::participant_reader; // else it finds none for it
+    if (host_announcement_.empty() || is_bare) {
         batcher_.add(route, data, now.wall);
         return;
     }
@@ -181,7 +197,7 @@ void ParticipantAnnouncer::announce_to_group(Now now) {
     ++sequence_number_;
     announced_at_ = now.monotonic;
     announce_to_group_at_ = kNever;
-    send(Route{kUnknownPrefix, config_.initial_peers}, sequence_number_, now);
+    send(Route{kUnknownPrefix, config_.initial_peers}, {}, sequence_number_, now);
     announce_to_servers(now);
 }
 
@@ -193,8 +209,8 @@ void ParticipantAnnouncer::announce(Now now) {
                                                         : jittered(config_.announce_period));
 }
 
-void ParticipantAnnouncer::answer(const Route& route, Now now) {
-    send(route, ++sequence_number_, now);
+void ParticipantAnnouncer::answer(const Route& route, Quirks quirks, Now now) {
+    send(route, quirks, ++sequence_number_, now);
     if (running_)
         announce_to_group_at_ =
             std::min(announce_to_group_at_,

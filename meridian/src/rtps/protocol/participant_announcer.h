@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "rtps/protocol/config.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/message_batcher.h"
 #include "rtps/protocol/output.h"
 #include "rtps/protocol/warn_once.h"
@@ -42,10 +43,10 @@ class ParticipantAnnouncer {
 
     /// To all initial peers and servers; says when it is due again.
     void announce(Now now);
-    /// What was announced to all last.
-    void repeat(const Route& route, Now now) { send(route, sequence_number_, now); }
+    /// What was announced to all last, to one participant.
+    void repeat(const Route& route, Quirks quirks, Now now) { send(route, quirks, sequence_number_, now); }
     /// For one that is new.
-    void answer(const Route& route, Now now);
+    void answer(const Route& route, Quirks quirks, Now now);
 
     /// What is announced to discovery servers, and the number of this state of it; they want each once.
     ByteView announcement_to_servers() const { return server_announcement_; }
@@ -63,7 +64,7 @@ class ParticipantAnnouncer {
     bool all_fit() const;
     void announce_to_group(Now now);
     void announce_to_servers(Now now);
-    void send(const Route& route, SequenceNumber number, Now now);
+    void send(const Route& route, Quirks quirks, SequenceNumber number, Now now);
     Duration jittered(Duration period);
 
     const ParticipantConfig& config_;

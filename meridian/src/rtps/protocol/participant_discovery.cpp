@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "rtps/protocol/locator_choice.h"
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/participant_lives.h"
 #include "rtps/protocol/participant_record.h"
 
@@ -26,6 +27,10 @@ constexpr Duration kRelayAskPause = std::chrono::seconds(3);
 std::string described(const RemoteParticipant& remote) {
     return "participant " + to_string(remote.data->guid.prefix) +
            (remote.data->name.empty() ? "" : " \"" + remote.data->name + "\"");
+}
+
+bool announces_endpoints(const ParticipantData& data) {
+    return (data.builtin_endpoints & (kPublicationsAnnouncer | kSubscriptionsAnnouncer)) != 0;
 }
 
 } // namespace
@@ -92,7 +97,7 @@ void ParticipantDiscovery::announce(Now now) {
     announcer_.announce(now);
     const auto tell = [&](const Remote& remote) {
         if (needs_announcements(remote))
-            announcer_.repeat(remote.metatraffic, now);
+            announcer_.repeat(remote.metatraffic, quirks_of(*remote.data), now);
     };
     for (const Remote* remote : acquaintances_)
         tell(*remote);
@@ -191,14 +196,35 @@ bool ParticipantDiscovery::speaks_for(const GuidPrefix& announcer, const GuidPre
     if (announcer == subject)
         return true;
     const Remote* server = find_remote(announcer);
-    if (server == nullptr || !server->is_server)
-        return false;
     const Remote* remote = find_remote(subject);
-    return remote == nullptr || remote->is_relayed;
+    if (server != nullptr && server->is_server)
+        return remote == nullptr || remote->is_relayed;
+    return manages(server, subject, remote != nullptr ? remote->data.get() : nullptr);
+}
+
+bool ParticipantDiscovery::can_manage(const GuidPrefix& manager, const GuidPrefix& subject,
+                                      const ParticipantData* data) {
+    constexpr size_t kNode = 4; // octets of a prefix
+    return (data == nullptr ||
+            (quirks_of(*data).has(kServiceSpeaksForNode) && !announces_endpoints(*data))) &&
+           std::equal(manager.bytes.begin(), manager.bytes.begin() + kNode, subject.bytes.begin());
+}
+
+bool ParticipantDiscovery::manages(const Remote* manager, const GuidPrefix& subject,
+                                   const ParticipantData* data) {
+    return manager != nullptr && quirks_of(*manager->data).has(kServiceSpeaksForNode) &&
+           announces_endpoints(*manager->data) && can_manage(manager->prefix(), subject, data);
+}
+
+bool ParticipantDiscovery::is_managed(const Remote& remote) const {
+    return quirks_of(*remote.data).has(kServiceSpeaksForNode) &&
+           std::any_of(remotes_.begin(), remotes_.end(), [&](const auto& entry) {
+               return manages(entry.second.get(), remote.prefix(), remote.data.get());
+           });
 }
 
 bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
-    const std::string* type = property(data, kParticipantType);
+    const std::string* type = find_property(data.properties, kParticipantType);
     if (type == nullptr || (*type != "SERVER" && *type != "BACKUP"))
         return false;
     const auto is_there = [this](const Locator& from, const Locator& server) {
@@ -234,26 +260,28 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
     if (remote->is_server && !is_known && remote->doubt == nullptr)
         doubt(*remote, {remote->data, remote->announcement, remote->sequence_number, source}, now);
-    if (!is_known &&
-        (remote->is_server || (remote->doubt != nullptr && remote->doubt->said.source == source)))
+    Doubt* const open = remote->doubt.get();
+    const bool is_doubted = open != nullptr && open->said.source == source;
+    if (!is_known && (remote->is_server || is_doubted))
         return Hearing::announcements;
-    if (remote->doubt != nullptr && remote->doubt->said.source == source)
+    if (is_doubted)
         return Hearing::everything;
-    if (is_known && remote->doubt != nullptr)
-        remote->doubt->answered = true;
-    else if (!is_known && remote->doubt == nullptr && sender != entity::participant_writer &&
+    if (is_known && open != nullptr)
+        open->answered = true;
+    else if (!is_known && open == nullptr && sender != entity::participant_writer &&
              remote->other_sources.size() < kMaxOtherSources)
         remote->other_sources.push_back(source);
     remote->renew(now.monotonic);
     remote->has_spoken = remote->has_spoken || sender != entity::participant_writer;
     if (!remote->has_spoken)
         look_at_silent(*remote, now);
-    if (remote->is_stranger && (is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets)) {
+    const bool moves = remote->is_stranger
+                           ? is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets
+                           : now.monotonic - remote->placed_at >= kListPause;
+    if (moves) {
+        acquaintances_.splice(acquaintances_.end(), remote->is_stranger ? strangers_ : acquaintances_,
+                              remote->place);
         remote->is_stranger = false;
-        acquaintances_.splice(acquaintances_.end(), strangers_, remote->place);
-        remote->placed_at = now.monotonic;
-    } else if (!remote->is_stranger && now.monotonic - remote->placed_at >= kListPause) {
-        acquaintances_.splice(acquaintances_.end(), acquaintances_, remote->place);
         remote->placed_at = now.monotonic;
     }
     return Hearing::everything;
@@ -278,8 +306,11 @@ void ParticipantDiscovery::await_relays(Now now) {
 
 void ParticipantDiscovery::on_timer_of(Remote& remote) {
     if (remote.expires <= now_.monotonic) {
-        remove(remote.prefix(), GoneReason::lease_expired, now_);
-        return;
+        if (!is_managed(remote)) {
+            remove(remote.prefix(), GoneReason::lease_expired, now_);
+            return;
+        }
+        remote.renew(now_.monotonic);
     }
     if (remote.ask_at <= now_.monotonic) {
         remote.ask_at = now_.monotonic + kRelayAskPause;
@@ -359,7 +390,7 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
         await_relays(now);
     if (!remote.is_server && !remote.is_relayed) {
         // First, so that it knows us before it gets what the listener sends.
-        announcer_.answer(remote.metatraffic, now);
+        announcer_.answer(remote.metatraffic, quirks_of(*remote.data), now);
     }
     listener_.on_participant_discovered(remote, now);
 }
@@ -373,6 +404,12 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     remotes_.erase(at);
     if (remote->is_server)
         await_relays(now);
+    if (quirks_of(*remote->data).has(kServiceSpeaksForNode)) {
+        for (const GuidPrefix& other : prefixes()) {
+            if (manages(remote.get(), other, find(other)->data.get()))
+                remove(other, reason, now);
+        }
+    }
     listener_.on_participant_gone(*remote, reason, now);
 }
 

@@ -117,8 +117,11 @@ class ParticipantDiscovery {
     void ignore(const GuidPrefix& prefix, Now now);
     /// Whether what the one announces of the other, or of its endpoints, counts. Each participant speaks for
     /// itself alone: a participant that could end what others have could hide it. Only a discovery server
-    /// speaks for those that do not speak for themselves.
+    /// speaks for those that do not speak for themselves, and the participant of a service for
+    /// those of its node (see makers.h).
     bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const;
+    /// Own participants and those that are ignored: nothing that is told of them counts.
+    bool excludes(const GuidPrefix& prefix) const;
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
     /// life.
     void replace(const GuidPrefix& prefix, Now now);
@@ -137,7 +140,12 @@ class ParticipantDiscovery {
     using RemoteList = std::list<Remote*>;
 
     Remote* find_remote(const GuidPrefix& prefix) const;
-    bool excludes(const GuidPrefix& prefix) const;
+    /// Whether the one, null for none, speaks for the other, which has nothing to speak with; null data: that
+    /// is not known yet. Those that it speaks for live as long as it does.
+    static bool manages(const Remote* manager, const GuidPrefix& subject, const ParticipantData* data);
+    /// Whether it would, as far as its prefix tells.
+    static bool can_manage(const GuidPrefix& manager, const GuidPrefix& subject, const ParticipantData* data);
+    bool is_managed(const Remote& remote) const;
     /// Null for what is no announcement.
     ParticipantRef decode(const Sample& sample);
     void on_farewell(Remote& remote, const Announcement& farewell, Now now);

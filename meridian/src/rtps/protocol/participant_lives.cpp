@@ -13,13 +13,7 @@ namespace {
 constexpr const char* kProcessProperties[] = {"fastdds.physical_data.process", "PID_PERSISTENCE_GUID"};
 
 const ByteBuffer* incarnation(const ParticipantData& data) {
-    if (!(data.vendor == kOwnVendorId))
-        return nullptr;
-    for (const RawParameter& parameter : data.raw) {
-        if (parameter.id == kIncarnationParameter)
-            return &parameter.value;
-    }
-    return nullptr;
+    return data.vendor == kOwnVendorId ? find_raw(data.raw, kIncarnationParameter) : nullptr;
 }
 
 template <typename Same>
@@ -31,22 +25,14 @@ bool shares(const LocatorList& a, const LocatorList& b, Same same) {
 
 } // namespace
 
-const std::string* property(const ParticipantData& data, const char* name) {
-    for (const Property& property : data.properties) {
-        if (property.name == name)
-            return &property.value;
-    }
-    return nullptr;
-}
-
 bool another_life(const ParticipantData& a, const ParticipantData& b) {
     const ByteBuffer* first = incarnation(a);
     const ByteBuffer* second = incarnation(b);
     if (first != nullptr && second != nullptr)
         return *first != *second;
     for (const char* name : kProcessProperties) {
-        const std::string* before = property(a, name);
-        const std::string* after = property(b, name);
+        const std::string* before = find_property(a.properties, name);
+        const std::string* after = find_property(b.properties, name);
         if (before != nullptr && after != nullptr && *before != *after)
             return true;
     }

@@ -2,14 +2,10 @@
 
 // What two announcements of one participant say about each other.
 
-#include <string>
-
 #include "rtps/wire/discovery_data.h"
 
 namespace meridian::rtps {
 
-/// nullptr: it has none of this name.
-const std::string* property(const ParticipantData& data, const char* name);
 /// True when b cannot be the same process as a: another incarnation, process or vendor, or other sockets.
 bool another_life(const ParticipantData& a, const ParticipantData& b);
 /// Whether the two announce an address for discovery in common.

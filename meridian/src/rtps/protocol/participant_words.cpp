@@ -1,6 +1,7 @@
 // What participants say of themselves, and discovery servers of others: taken, or doubted until there is a
 // second word.
 
+#include "rtps/protocol/makers.h"
 #include "rtps/protocol/participant_lives.h"
 #include "rtps/protocol/participant_record.h"
 #include "rtps/protocol/reader.h"
@@ -48,18 +49,26 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
                                    Now now) {
     Sample sample;
     if (!announcer_.running() ||
-        !make_sample({context.source, data.writer}, 0, context, data, now.monotonic, sample))
+        !make_sample({context.source, data.writer}, {}, context, data, now.monotonic, sample))
         return;
     Remote* remote = find_remote(context.source);
     Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
     if (is_farewell(sample)) {
         const std::optional<Guid> key = subject_of(sample);
-        if (key && remote != nullptr && context.source == key->prefix)
-            on_farewell(*remote, announced, now);
+        Remote* const subject = key ? find_remote(key->prefix) : nullptr;
+        if (subject != nullptr &&
+            (subject == remote || manages(remote, subject->prefix(), subject->data.get())))
+            on_farewell(*subject, announced, now);
     } else if (remote != nullptr && remote->announced(sample.payload)) {
         on_repetition(*remote, announced, now);
-    } else if (announced.data = decode(sample);
-               announced.data != nullptr && announced.data->guid.prefix == context.source) {
+    } else if (announced.data = decode(sample); announced.data != nullptr) {
+        // The service of a node may tell of the others before it tells of itself.
+        const GuidPrefix& subject = announced.data->guid.prefix;
+        if (subject != context.source &&
+            (excludes(subject) ||
+             !(remote != nullptr ? manages(remote, subject, announced.data.get())
+                                 : can_manage(context.source, subject, announced.data.get()))))
+            return;
         on_announcement(announced, now);
     }
 }
@@ -182,7 +191,7 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
     remote.doubt->ask_at = now.monotonic + kAskPause;
     remote.timer.wake_at(remote.doubt->ask_at);
     // One that lives answers to the heartbeats; one that has begun anew does not know this side yet.
-    announcer_.repeat(remote.metatraffic, now);
+    announcer_.repeat(remote.metatraffic, quirks_of(*remote.data), now);
     listener_.on_participant_doubted(remote);
 }
 

@@ -2,11 +2,11 @@
 
 namespace meridian::rtps {
 
-bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& context, const Data& data,
+bool make_sample(const Guid& writer, Quirks quirks, const MessageContext& context, const Data& data,
                  MonotonicTime now, Sample& out) {
     out.writer = writer;
     out.vendor = context.vendor;
-    out.fast_cdr = fast_cdr;
+    out.fast_cdr = quirks.fast_cdr;
     out.sequence_number = data.sequence_number;
     out.source_timestamp = context.timestamp.value_or(kTimeInvalid);
     out.received = now;
@@ -18,13 +18,16 @@ bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& con
     return decode_inline_qos(data.inline_qos, data.endianness, out.inline_qos) && !out.inline_qos.refused;
 }
 
-Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor, const Sample& whole,
+Sample make_sample(const Guid& writer, Quirks quirks, VendorId vendor, const Sample& whole,
                    MonotonicTime now) {
     Sample sample = whole;
     sample.writer = writer;
     sample.vendor = vendor;
-    sample.fast_cdr = fast_cdr;
+    sample.fast_cdr = quirks.fast_cdr;
     sample.received = now;
+    // What is a key says what became of the instance.
+    if (quirks.has(kMarksDataAsKeys) && sample.inline_qos.status_info == 0)
+        sample.payload_is_key = false;
     return sample;
 }
 

@@ -79,10 +79,10 @@ inline bool is_believed(const Guid& writer, SequenceNumber number, ReaderObserve
     return plausible(number);
 }
 /// The sample of a DATA submessage. False when its inline QoS is malformed or asks to be refused.
-bool make_sample(const Guid& writer, uint8_t fast_cdr, const MessageContext& context, const Data& data,
+bool make_sample(const Guid& writer, Quirks quirks, const MessageContext& context, const Data& data,
                  MonotonicTime now, Sample& out);
 /// The sample that fragments have made up, with what the assembler does not know.
-Sample make_sample(const Guid& writer, uint8_t fast_cdr, VendorId vendor, const Sample& whole,
+Sample make_sample(const Guid& writer, Quirks quirks, VendorId vendor, const Sample& whole,
                    MonotonicTime now);
 
 } // namespace meridian::rtps

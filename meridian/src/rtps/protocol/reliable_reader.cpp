@@ -16,8 +16,10 @@ constexpr Duration kNackPause = std::chrono::milliseconds(1);
 constexpr Duration kStartOverlap = std::chrono::milliseconds(200);
 constexpr Duration kStartPause = std::chrono::milliseconds(50);
 // Heartbeats that name nothing new are answered from a budget: so many at once, then one in each interval.
+// A writer without samples may answer each acknowledgement with a heartbeat that wants the next one:
+// embeddedRTPS, on processors that have better to do.
 constexpr int kRepeatedAnswers = 16;
-constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(1);
+constexpr Duration kRepeatedAnswerInterval = std::chrono::milliseconds(20);
 constexpr Duration kFirstPreemptivePause = std::chrono::milliseconds(100);
 constexpr Duration kLongestPause = std::chrono::seconds(2);
 // A writer in doubt is asked so often, for so long.
@@ -142,7 +144,7 @@ bool ReliableReader::on_data(const MessageContext& context, const Data& data, Mo
         return true;
     Sample sample;
     const bool deliverable =
-        make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context, data, now, sample);
+        make_sample(proxy->writer.guid, proxy->writer.quirks, context, data, now, sample);
     accept(*proxy, sample, deliverable);
     return true;
 }
@@ -306,8 +308,7 @@ bool ReliableReader::on_data_frag(const MessageContext& context, const DataFrag&
         accept(*proxy, lost, false);
     } else if (result == Result::complete) {
         const Sample& whole = proxy->fragments.whole(number);
-        accept(*proxy,
-               make_sample(proxy->writer.guid, proxy->writer.quirks.fast_cdr, context.vendor, whole, now),
+        accept(*proxy, make_sample(proxy->writer.guid, proxy->writer.quirks, context.vendor, whole, now),
                !whole.inline_qos.refused);
         proxy->fragments.drop(number); // where it could not be held
     }

@@ -37,6 +37,8 @@ struct RemoteReader {
     /// acknowledges would keep them waiting: such participants are not told of it.
     bool answerable = true;
     Quirks quirks;
+    /// Of what is announced it gets what is for it only: see Participant::announce_for.
+    bool told_singly = false;
 };
 
 class ReliableWriter final {
@@ -82,7 +84,7 @@ class ReliableWriter final {
         std::optional<GuidPrefix> only_for;
 
         bool concerns(const RemoteReader& reader) const {
-            return !only_for || *only_for == reader.guid.prefix;
+            return only_for ? *only_for == reader.guid.prefix : !reader.told_singly || payload_is_key;
         }
     };
     /// What is known of one matched reader.

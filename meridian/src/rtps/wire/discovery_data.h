@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "rtps/wire/types.h"
@@ -45,6 +46,9 @@ struct Property {
     }
 };
 
+/// The value of the first one of that name; null where there is none.
+const std::string* find_property(const std::vector<Property>& properties, std::string_view name);
+
 /// A parameter that this library does not interpret (vendor specific or newer), as it stood.
 struct RawParameter {
     uint16_t id = 0;
@@ -53,6 +57,9 @@ struct RawParameter {
         return a.id == b.id && a.value == b.value;
     }
 };
+
+/// The value of the first one with that id; null where there is none.
+const ByteBuffer* find_raw(const std::vector<RawParameter>& parameters, uint16_t id);
 
 struct ParticipantData {
     ProtocolVersion version;

@@ -1,5 +1,7 @@
 // Participants: DCPSParticipant samples and ParticipantMessageData (discovery_data.h).
 
+#include <algorithm>
+
 #include "rtps/wire/parameter_values.h"
 
 namespace meridian::rtps {
@@ -72,6 +74,18 @@ std::optional<ParticipantData> decode_participant(ByteView payload, std::string&
         return std::nullopt;
     }
     return data;
+}
+
+const std::string* find_property(const std::vector<Property>& properties, std::string_view name) {
+    const auto at = std::find_if(properties.begin(), properties.end(),
+                                 [name](const Property& property) { return property.name == name; });
+    return at != properties.end() ? &at->value : nullptr;
+}
+
+const ByteBuffer* find_raw(const std::vector<RawParameter>& parameters, uint16_t id) {
+    const auto at = std::find_if(parameters.begin(), parameters.end(),
+                                 [id](const RawParameter& parameter) { return parameter.id == id; });
+    return at != parameters.end() ? &at->value : nullptr;
 }
 
 ByteBuffer encode(const ParticipantData& data) {

@@ -62,10 +62,12 @@ struct VendorId {
     friend bool operator==(VendorId a, VendorId b) { return a.bytes == b.bytes; }
 };
 
+constexpr VendorId kOpenSplice{{0x01, 0x02}};
 constexpr VendorId kOpenDds{{0x01, 0x03}};
 constexpr VendorId kFastDds{{0x01, 0x0f}};
 constexpr VendorId kCycloneDds{{0x01, 0x10}};
 constexpr VendorId kDustDds{{0x01, 0x14}};
+constexpr VendorId kEmbeddedRtps{{0x0d, 0x25}}; // which its makers were not assigned
 
 /// The vendor id that this library announces: one that no maker was assigned.
 constexpr VendorId kOwnVendorId{{0x01, 0x7e}};

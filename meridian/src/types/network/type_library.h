@@ -32,6 +32,8 @@ class TypeLibrary {
     Added add(const TypeHash& hash, TypeObject object, size_t size);
     void remove(const TypeHash& hash) { entries_.erase(hash); }
     bool has(const TypeHash& hash) const { return entries_.count(hash) != 0; }
+    /// Null where it was not added.
+    const TypeObject* find(const TypeHash& hash) const;
     /// Bytes that an object which was added takes in memory.
     size_t memory_of(const TypeHash& hash) const;
 
@@ -47,14 +49,13 @@ class TypeLibrary {
     TypeRef build(const TypeIdentifier& root, std::string& error) const;
 
   private:
-    friend class TypeBuilder;
     struct Entry {
         TypeObject object;
         size_t size = 0;
         rtps::ByteBuffer canonical; // of those in cycles
     };
 
-    const Entry* find(const TypeHash& hash) const;
+    const Entry* entry_of(const TypeHash& hash) const;
     std::set<TypeHash> closure(const TypeIdentifier& root) const;
     bool is_genuine_cycle(TypeHash member) const;
 
