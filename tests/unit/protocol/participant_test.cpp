@@ -705,5 +705,23 @@ TEST_F(ParticipantTest, ReadersAreToldTheEndOfEachBatchOnce) {
     EXPECT_EQ(sink.taken(), "");
 }
 
+TEST_F(ParticipantTest, TellsWhenItDidNotRunForLongerThanItsLease) {
+    start();
+    announce(remote(2));
+    run_until(time + seconds(10));
+    time += seconds(6);
+    participant->on_timer(now());
+    EXPECT_EQ(recorder.errors, std::vector<std::string>());
+    run_until(time + seconds(10));
+    time += seconds(16);
+    announce(remote(2)); // what waited in the sockets is read first
+    participant->on_timer(now());
+    ASSERT_EQ(recorder.errors.size(), 1u);
+    EXPECT_NE(recorder.errors[0].find("did not run for more than 1"), std::string::npos)
+        << recorder.errors[0];
+    run_until(time + seconds(30));
+    EXPECT_EQ(recorder.errors.size(), 1u);
+}
+
 } // namespace
 } // namespace meridian::rtps::test

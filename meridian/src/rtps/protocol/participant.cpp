@@ -154,11 +154,21 @@ void Participant::on_timer(Now now) {
     if (!running_)
         return;
     now_ = now;
+    tell_of_pause();
     participants_.on_timer(now);
     if (liveliness_.assertion_due(now.monotonic))
         write_participant_message(ParticipantMessage::automatic);
     liveliness_.on_timer(now.monotonic);
     finish(now);
+}
+
+void Participant::tell_of_pause() {
+    const MonotonicTime due = participants_.announcer().next_deadline();
+    if (config_.is_further || due >= now_.monotonic || now_.monotonic - due <= to_duration(config_.lease))
+        return;
+    const auto pause = std::chrono::duration_cast<std::chrono::seconds>(now_.monotonic - due);
+    events_.error("this process did not run for more than " + std::to_string(pause.count()) +
+                  " s: others took it for gone, and what they wrote meanwhile may not be seen");
 }
 
 // -- What is announced of this participant

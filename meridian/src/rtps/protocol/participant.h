@@ -125,6 +125,8 @@ class Participant final : private ReaderObserver,
     void on_publication(const Sample& sample) { endpoints_.on_sample(sample, true); }
     void on_subscription(const Sample& sample) { endpoints_.on_sample(sample, false); }
     void on_participant_message(const Sample& sample);
+    /// Where this process was stopped, or had no processor, until others forgot it.
+    void tell_of_pause();
     void on_relayed(const Sample& sample) { participants_.on_relayed(sample, now_); }
     void tell_servers(Now now);
     void say_farewell(Now now);
