@@ -555,6 +555,25 @@ TEST_F(ReaderCacheTest, InstancesThatEndedMakeRoomForOthers) {
     EXPECT_EQ(data(4), ReaderCache::Verdict::rejected_instances);
 }
 
+TEST_F(ReaderCacheTest, OfInstancesThatEndedTheLongestUnusedGoesFirst) {
+    settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
+    settings.limits.max_instances = 3;
+    create();
+    cache->add_writer(writer(2), 10);
+    for (const uint32_t key : {1u, 2u, 3u})
+        data(key, 2);
+    take();
+    for (const uint32_t key : {1u, 2u}) {
+        dispose(key, 2);
+        take();
+    }
+    EXPECT_EQ(data(4, 2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(2, 1), ReaderCache::Verdict::filtered) << "it still has its owner";
+    take();
+    EXPECT_EQ(data(5, 2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(6, 2), ReaderCache::Verdict::rejected_instances);
+}
+
 TEST_F(ReaderCacheTest, OfEquallyStrongWritersTheLowerGuidOwns) {
     settings.ownership = DDS_EXCLUSIVE_OWNERSHIP_QOS;
     create();
@@ -574,6 +593,18 @@ TEST_F(ReaderCacheTest, TimeBasedFilterCountsPerInstance) {
     EXPECT_EQ(dispose(1), ReaderCache::Verdict::stored) << "the filter is for data";
     now += milliseconds(50);
     EXPECT_EQ(data(1), ReaderCache::Verdict::stored);
+}
+
+TEST_F(ReaderCacheTest, TimeBasedFilterShowsWhatMakesAnInstanceNewAgain) {
+    settings.minimum_separation = milliseconds(100);
+    create();
+    data(1, 1);
+    now += milliseconds(100);
+    data(1, 2);
+    dispose(1, 1);
+    take();
+    EXPECT_EQ(data(1, 2), ReaderCache::Verdict::stored);
+    EXPECT_EQ(data(1, 2), ReaderCache::Verdict::filtered);
 }
 
 TEST_F(ReaderCacheTest, DestinationOrderBySourceDropsWhatIsOlder) {

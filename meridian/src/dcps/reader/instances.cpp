@@ -39,12 +39,16 @@ void Instances::forget(Instance& instance) {
 void Instances::set_used(Instance& instance, bool used) {
     if (instance.unused != used)
         return;
-    if (used)
+    if (used) {
+        if (last_ended_ == &instance)
+            last_ended_ = instance.by_use.before;
         by_use_.remove(instance, &Instance::by_use);
-    else if (instance.state == DDS_ALIVE_INSTANCE_STATE)
+    } else if (instance.state == DDS_ALIVE_INSTANCE_STATE) {
         by_use_.append(instance, &Instance::by_use);
-    else // those that have ended are the first to go
-        by_use_.insert_behind(nullptr, instance, &Instance::by_use);
+    } else { // those that have ended are the first to go
+        by_use_.insert_behind(last_ended_, instance, &Instance::by_use);
+        last_ended_ = &instance;
+    }
     instance.unused = !used;
 }
 

@@ -79,7 +79,7 @@ class Instances {
 
     /// Whether it may be forgotten: nothing may be done with an instance that is not in use.
     void set_used(Instance& instance, bool used);
-    /// One that has ended, if there is any. Null when all are in use.
+    /// Of those that have ended, if there is any. Null when all are in use.
     Instance* longest_unused() const { return by_use_.first(); }
 
     /// Known from its first mention on.
@@ -104,7 +104,8 @@ class Instances {
     // Most samples are of the instance and the writer of the one before.
     Instance* last_found_ = nullptr;
     InstanceWriter* last_writer_ = nullptr;
-    Chain<Instance> by_use_;
+    Chain<Instance> by_use_; // those that have ended, then the others; of each the longest unused first
+    Instance* last_ended_ = nullptr; // of those, in by_use_
 };
 
 } // namespace meridian::dcps

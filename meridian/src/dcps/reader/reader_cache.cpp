@@ -303,6 +303,8 @@ ReaderCache::Verdict ReaderCache::store(const Change& change, Instance& instance
     instance.last_source = change.source_timestamp;
     const bool disposes =
         change.kind == ChangeKind::disposed || change.kind == ChangeKind::disposed_and_unregistered;
+    if (disposes)
+        instance.last_accepted = Instance::kNeverYet; // what makes it new again is not filtered
     const bool stored =
         append(instance, change, disposes ? DDS_NOT_ALIVE_DISPOSED_INSTANCE_STATE : DDS_ALIVE_INSTANCE_STATE);
     expect_nothing(instance);

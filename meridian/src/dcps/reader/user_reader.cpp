@@ -129,10 +129,14 @@ void UserReader::on_sample(const rtps::Sample& sample) {
     Received& received = received_.emplace_back();
     const SampleDecoder::Result result = decoder_.decode(sample, received.change);
     received.undecodable = result == SampleDecoder::Result::undecodable;
-    bytes_received_ += received.change.bytes;
-    if (result == SampleDecoder::Result::ignored)
+    if (result == SampleDecoder::Result::ignored) {
         received_.pop_back();
-    else if (received_.size() >= kMostReceived || bytes_received_ >= kMostBytesReceived)
+        if (received_.empty())
+            spare_received_.push_back(std::exchange(received_, {}));
+        return;
+    }
+    bytes_received_ += received.change.bytes;
+    if (received_.size() >= kMostReceived || bytes_received_ >= kMostBytesReceived)
         on_batch_end();
 }
 
