@@ -558,7 +558,7 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
             send_nack_frag(p, unfinished[i], missing);
     }
     p.acknowledge_at = kNever;
-    if (p.next == p.acknowledged_below)
+    if (!incomplete && p.next == p.acknowledged_below)
         p.answers_paid_until = std::max(p.answers_paid_until, now) + kRepeatedAnswerInterval;
     p.acknowledged_below = p.next;
     p.nacked_base = incomplete ? p.next : 0;
