@@ -332,9 +332,10 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         return;
     WriterProxy& p = *proxy;
     if (p.says_nothing(heartbeat)) {
-        p.preempt_at = kNever;
         if (p.next == 1)
-            ask(p, now);
+            p.synchronized = true; // the questions go on, as to one that says nothing
+        else
+            p.preempt_at = kNever;
         return;
     }
     const bool first_contact = !p.heartbeats.heard();
