@@ -90,6 +90,24 @@ TEST_F(AnnouncementsForVendorsTest, SomeGetNothingButTheFirstParameters) {
     }
 }
 
+// What goes to the group is nothing for it.
+TEST_F(AnnouncementsForVendorsTest, SomeGetThemAmongManyParticipantsToo) {
+    meet(kEmbeddedRtps);
+    for (uint8_t id = 3; id < 40; ++id)
+        announce(remote(id));
+    Count count = 0;
+    for (const MonotonicTime end = time + std::chrono::seconds(8); time < end;) {
+        for (uint8_t id = 2; id < 40; ++id)
+            receive(id, [&](MessageWriter& writer) {
+                writer.add_heartbeat(heartbeat_of(entity::publications_writer, 1, 0, ++count));
+            });
+        run_until(time + std::chrono::seconds(1));
+    }
+    output.messages.clear();
+    run_until(time + config.announce_period);
+    EXPECT_FALSE(announced_to(udpv4(2)).empty());
+}
+
 TEST_F(AnnouncementsForVendorsTest, OthersGetAll) {
     meet(VendorId{{0x01, 0x10}});
     const auto list = announced_to(udpv4(2));

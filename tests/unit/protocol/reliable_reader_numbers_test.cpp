@@ -106,6 +106,32 @@ TEST_F(ReliableReaderTest, OpenDdsIsJoinedWhereItIs) {
     EXPECT_EQ(observer.restarts, 0);
 }
 
+TEST_F(ReliableReaderTest, OpenDdsIsAskedForTheFirstSampleOfABurst) {
+    make(true, {}, kKnowsNoEmptyRange);
+    sent();
+    heartbeat(1, 1);
+    sent_after(seconds(3));
+    for (const SequenceNumber number : {2, 3, 4, 5})
+        data(number);
+    heartbeat(1, 5);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 1 {1}"}));
+    data(1);
+    EXPECT_EQ(sink.numbers, (std::vector<SequenceNumber>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(sink.lost, 0u);
+}
+
+TEST_F(ReliableReaderTest, OpenDdsIsNotAskedAllTheTimeWhileItHasNothing) {
+    make(false, {}, kKnowsNoEmptyRange);
+    size_t questions = 0;
+    for (int i = 0; i < 600; ++i) {
+        if (i % 10 == 0)
+            heartbeat(1, 1);
+        questions += sent_after(milliseconds(100)).size();
+    }
+    EXPECT_GE(questions, 20u) << "what its heartbeats name may have been lost";
+    EXPECT_LE(questions, 40u);
+}
+
 TEST_F(ReliableReaderTest, OpenDdsIsAskedForTheRestOfItsFirstSample) {
     make(false, {}, kKnowsNoEmptyRange);
     sent();

@@ -145,6 +145,21 @@ TEST_F(ReliableReaderTest, HeartbeatsThatNameNothingNewAreAnsweredFromABudget) {
     EXPECT_EQ(sent_after(milliseconds(20)).size(), 1u) << "none goes without an answer";
 }
 
+// A writer that keeps all would stand still.
+TEST_F(ReliableReaderTest, RequestsDoNotUseUpTheBudgetOfRepeatedAnswers) {
+    make(false);
+    sent();
+    for (int i = 0; i < 300; ++i) { // 3 s
+        heartbeat(1, 1);
+        sent_after(milliseconds(10));
+    }
+    data(1);
+    heartbeat(1, 1);
+    EXPECT_EQ(sent(), (Lines{"ACKNACK 2 {} final"})); // which is lost
+    heartbeat(1, 1);
+    EXPECT_EQ(sent_after(milliseconds(1)), (Lines{"ACKNACK 2 {} final"}));
+}
+
 TEST_F(ReliableReaderTest, AnEmptyWriterThatAnswersEachAnswerMakesNoStorm) {
     make(false);
     sent();

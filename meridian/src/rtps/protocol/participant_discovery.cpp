@@ -88,7 +88,8 @@ void ParticipantDiscovery::join_again(const OwnLocators& locators, Now now) {
 bool ParticipantDiscovery::needs_announcements(const RemoteParticipant& remote) const {
     return !remote.is_server && !remote.is_relayed &&
            (remotes_.size() <= kFewParticipants || !multicasting_ ||
-            remote.data->metatraffic_multicast.empty());
+            remote.data->metatraffic_multicast.empty() ||
+            quirks_of(*remote.data).has(kRefusesNewParameters)); // as those to the group have
 }
 
 void ParticipantDiscovery::announce(Now now) {

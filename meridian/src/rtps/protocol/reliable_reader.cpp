@@ -332,9 +332,10 @@ void ReliableReader::on_heartbeat(const Guid& writer, const Heartbeat& heartbeat
         return;
     WriterProxy& p = *proxy;
     if (p.says_nothing(heartbeat)) {
-        p.preempt_at = kNever;
         if (p.next == 1)
-            ask(p, now);
+            p.synchronized = true; // the questions go on, as to one that says nothing
+        else
+            p.preempt_at = kNever;
         return;
     }
     const bool first_contact = !p.heartbeats.heard();
@@ -558,7 +559,7 @@ void ReliableReader::send_acknack(WriterProxy& p, MonotonicTime now) {
             send_nack_frag(p, unfinished[i], missing);
     }
     p.acknowledge_at = kNever;
-    if (p.next == p.acknowledged_below)
+    if (!incomplete && p.next == p.acknowledged_below)
         p.answers_paid_until = std::max(p.answers_paid_until, now) + kRepeatedAnswerInterval;
     p.acknowledged_below = p.next;
     p.nacked_base = incomplete ? p.next : 0;
