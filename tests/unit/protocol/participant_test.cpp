@@ -709,7 +709,7 @@ TEST_F(ParticipantTest, TellsWhenItDidNotRunForLongerThanItsLease) {
     start();
     announce(remote(2));
     run_until(time + seconds(10));
-    time += seconds(6);
+    time += seconds(4); // the last announcement was at most 2 s before
     participant->on_timer(now());
     EXPECT_EQ(recorder.errors, std::vector<std::string>());
     run_until(time + seconds(10));
@@ -721,6 +721,19 @@ TEST_F(ParticipantTest, TellsWhenItDidNotRunForLongerThanItsLease) {
         << recorder.errors[0];
     run_until(time + seconds(30));
     EXPECT_EQ(recorder.errors.size(), 1u);
+}
+
+TEST_F(ParticipantTest, TellsWhenItsLeaseRanOutHoweverShortlyBeforeItAnnouncedItself) {
+    start();
+    run_until(time + seconds(10));
+    for (int stop = 0; stop < 20; ++stop) { // at 20 times between two announcements
+        recorder.errors.clear();
+        time += milliseconds(6600);
+        participant->on_timer(now());
+        EXPECT_EQ(recorder.errors.size(), 1u) << stop;
+        run_until(time + seconds(10) + stop * milliseconds(100));
+        EXPECT_LE(recorder.errors.size(), 1u) << stop;
+    }
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 """Makes declarations of the tree of an IDL file."""
 
 from .idl_annotations import Annotations
-from .idl_names import Names, Symbol, parts_of, plain, qualified
+from .idl_keys import Keys
+from .idl_names import Symbol, parts_of, plain, qualified
 from .model import (BASIC, STRINGS, WHOLE_NUMBERS, BitField, BitMask, BitSet, Case, Enum, Literal, Map, Member, Sequence, Struct,
                     Typedef, TypeUse, Union)
 from .problems import Problem
@@ -11,11 +12,10 @@ _MAX_BITS = 64
 _TYPES = (*BASIC, "sequence", "map", "scoped_name")
 
 
-class Declarations(Names):
+class Declarations(Keys):
     def __init__(self, unit, tree, report):
         super().__init__(unit, tree, report)
         self._made = []  # typedefs for collections in collections, which the document cannot nest
-        self._keys = self._keys_of_pragmas()
 
     def read(self):
         """All declarations of the unit, in its order. What is wrong goes to the report."""
@@ -230,30 +230,3 @@ class Declarations(Names):
 
     def _typedef(self, symbol):
         return Typedef(symbol.name, symbol.place, self._use(symbol.tree.children[0], symbol.declarator, ""))
-
-    # --- keys as older compilers have them
-
-    def _keys_of_pragmas(self):
-        """(symbol of the structure, place, name of the pragma, names of members) for each #pragma that names keys. Only a
-        keylist stands below its structure."""
-        result = []
-        for place, (pragma, *words) in self._unit.keys:
-            below = pragma == "keylist"
-            structs = [symbol for symbol in self._symbols.values() if words and symbol.kind == "struct"
-                       and symbol.place.file == place.file and (not below or symbol.place.line <= place.line)
-                       and f"::{symbol.name}".endswith(f"::{words[0]}")]
-            if structs:
-                result.append((structs[-1], place, pragma, words[1:]))
-            else:
-                self._report.error(place, f'#pragma {pragma}: there is no structure "{" ".join(words[:1])}"'
-                                   + (" above" if below else ""))
-        return result
-
-    def _mark_keys(self, symbol, members):
-        for structure, place, pragma, names in self._keys:
-            for name in names if structure is symbol else ():
-                if name not in members:
-                    raise Problem(place, f'#pragma {pragma}: "{symbol.name}" has no member "{name}"')
-                member = members[name]
-                if ("key", "true") not in member.traits:
-                    members[name] = Member(name, member.type, member.place, (("key", "true"), *member.traits))

@@ -163,10 +163,14 @@ void Participant::on_timer(Now now) {
 }
 
 void Participant::tell_of_pause() {
-    const MonotonicTime due = participants_.announcer().next_deadline();
-    if (config_.is_further || due >= now_.monotonic || now_.monotonic - due <= to_duration(config_.lease))
+    const ParticipantAnnouncer& announcer = participants_.announcer();
+    // Others count from the last announcement; that this process stood still is only sure from the next one
+    // on.
+    const Duration late = now_.monotonic - announcer.next_deadline();
+    if (config_.is_further || late < std::chrono::seconds(1) ||
+        now_.monotonic - announcer.announced_at() <= to_duration(config_.lease))
         return;
-    const auto pause = std::chrono::duration_cast<std::chrono::seconds>(now_.monotonic - due);
+    const auto pause = std::chrono::duration_cast<std::chrono::seconds>(late);
     events_.error("this process did not run for more than " + std::to_string(pause.count()) +
                   " s: others took it for gone, and what they wrote meanwhile may not be seen");
 }

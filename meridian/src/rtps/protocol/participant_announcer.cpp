@@ -149,7 +149,7 @@ Duration ParticipantAnnouncer::jittered(Duration period) {
 void ParticipantAnnouncer::start(Now now) {
     running_ = true;
     burst_left_ = std::max(1, config_.initial_announcements);
-    announce_at_ = now.monotonic;
+    announce_at_ = announced_at_ = now.monotonic;
 }
 
 void ParticipantAnnouncer::stop() {

@@ -54,6 +54,8 @@ class ParticipantAnnouncer {
 
     bool announce_due(MonotonicTime now) const { return announce_at_ <= now; }
     MonotonicTime next_deadline() const { return std::min(announce_at_, announce_to_group_at_); }
+    /// When it last announced itself to all; before the first time, when it started.
+    MonotonicTime announced_at() const { return announced_at_; }
     void on_timer(Now now);
 
   private:
