@@ -1,5 +1,6 @@
 // One participant against hand-made messages of others.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -734,6 +735,28 @@ TEST_F(ParticipantTest, TellsWhenItsLeaseRanOutHoweverShortlyBeforeItAnnouncedIt
         run_until(time + seconds(10) + stop * milliseconds(100));
         EXPECT_LE(recorder.errors.size(), 1u) << stop;
     }
+}
+
+TEST_F(ParticipantTest, TellsOfWhatOthersCauseForItsWholeLifeButOfFew) {
+    start();
+    run_until(time + seconds(1));
+    uint8_t id = 1;
+    const auto errors_of_strangers = [&](int count) {
+        recorder.errors.clear();
+        while (count-- > 0) {
+            ParticipantData data = remote(++id);
+            data.metatraffic_unicast.clear(); // "seen but not reachable"
+            announce(data);
+        }
+        return recorder.errors.size();
+    };
+    EXPECT_EQ(errors_of_strangers(30), 21u);
+    run_until(time + seconds(30));
+    EXPECT_EQ(errors_of_strangers(5), 0u);
+    run_until(time + seconds(300));
+    EXPECT_THAT(errors_of_strangers(30), ::testing::AllOf(::testing::Ge(5u), ::testing::Le(6u)));
+    run_until(time + seconds(3600));
+    EXPECT_EQ(errors_of_strangers(30), 21u);
 }
 
 } // namespace

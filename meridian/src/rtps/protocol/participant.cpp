@@ -155,6 +155,7 @@ void Participant::on_timer(Now now) {
         return;
     now_ = now;
     tell_of_pause();
+    warnings_.on_timer(now.monotonic);
     participants_.on_timer(now);
     if (liveliness_.assertion_due(now.monotonic))
         write_participant_message(ParticipantMessage::automatic);
