@@ -24,7 +24,9 @@ class OtherSocketsTest : public ParticipantTest {
     }
     void meet() {
         start();
-        announce(remote(2));
+        ParticipantData data = remote(2);
+        data.vendor = maker;
+        announce(data);
         send_data(2, entity::publications_writer, 1, encode(publication(2)));
         run_until(time + seconds(3));
         recorder.history.clear();
@@ -50,6 +52,7 @@ class OtherSocketsTest : public ParticipantTest {
         EXPECT_TRUE(recorder.contradictions.empty());
     }
 
+    VendorId maker = remote(2).vendor;
     EndpointData second = publication(2, 0x202);
     EndpointData forged = publication(2, 0x302);
 };
@@ -108,6 +111,24 @@ TEST_F(OtherSocketsTest, AreHeardOnceTheyKnowWhatThisSideToldTheParticipant) {
     EXPECT_FALSE(sent_to(udpv4(2)).empty()); // it is asked for an answer at once
     source_port = kOtherPort;
     acknowledge(2, kSecret + 1);
+    publish(second);
+    EXPECT_EQ(recorder.history, (Lines{"+second"}));
+}
+
+// It answers to no heartbeat without a number.
+TEST_F(OtherSocketsTest, OfAMakerThatKnowsNoEmptyRangeAreHeardToo) {
+    maker = kOpenDds;
+    meet();
+    publish_elsewhere(second);
+    EXPECT_EQ(recorder.history, Lines{});
+    run_until(time + milliseconds(10));
+    const Lines asked = sent_to(udpv4(2));
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), "HEARTBEAT 4711..4711"), 2); // of both writers
+    output.messages.clear();
+    source_port = kOtherPort;
+    acknowledge(2, kSecret, {kSecret});
+    run_until(time + milliseconds(10));
+    EXPECT_EQ(sent_to(udpv4(2)), (Lines{"GAP 4711..4711 {}", "HEARTBEAT 4711..4711"}));
     publish(second);
     EXPECT_EQ(recorder.history, (Lines{"+second"}));
 }

@@ -288,13 +288,19 @@ SequenceNumber ReliableWriter::first_available(const ReaderProxy& proxy) const {
     return std::max(oldest, proxy.first_relevant);
 }
 
+SequenceNumber ReliableWriter::first_told(const ReaderProxy& proxy) const {
+    const SequenceNumber first = first_available(proxy);
+    const bool names_one = last_ > 0 && proxy.reader.quirks.has(kKnowsNoEmptyRange);
+    return names_one ? std::min(first, last_) : first;
+}
+
 void ReliableWriter::send_heartbeat(ReaderProxy& proxy, bool final, bool liveliness, Haste haste) {
-    if (first_available(proxy) > last_ && !liveliness && proxy.reader.quirks.has(kKnowsNoEmptyRange))
+    if (last_ == 0 && !liveliness && proxy.reader.quirks.has(kKnowsNoEmptyRange))
         return;
     Heartbeat heartbeat;
     heartbeat.reader = proxy.reader.guid.entity;
     heartbeat.writer = id_;
-    heartbeat.first = first_available(proxy);
+    heartbeat.first = first_told(proxy);
     heartbeat.last = last_;
     heartbeat.count = heartbeat_count_ = next_count(heartbeat_count_);
     heartbeat.final = final;
@@ -362,9 +368,9 @@ std::optional<bool> ReliableWriter::knows_what_was_told(const Guid& reader, cons
         return std::nullopt;
     // The first answer comes when nothing was read yet, and later ones mostly when all was. A number between
     // the two may be right, but beside many samples it is easily guessed.
-    if (base == first_available(proxy->second) || base == last_ + 1)
+    if (base == first_told(proxy->second) || base == last_ + 1)
         return true;
-    return base > *config_.secret_begin && base <= last_ ? std::nullopt : std::optional<bool>(false);
+    return base >= *config_.secret_begin && base <= last_ ? std::nullopt : std::optional<bool>(false);
 }
 
 void ReliableWriter::on_acknack(const Guid& reader, const AckNack& acknack, MonotonicTime now) {

@@ -65,7 +65,8 @@ class ReliableWriter final {
     /// Whether it names a number that only those know who were sent it; nullopt: nothing follows from it.
     std::optional<bool> knows_what_was_told(const Guid& reader, const AckNack& acknack) const;
 
-    /// A heartbeat to this reader, if it is matched: it answers with an acknowledgement.
+    /// A heartbeat to this reader, if it is matched: a reliable one answers with an acknowledgement. None
+    /// goes to who knows no empty range from a writer that never had a number.
     void ask(const Guid& reader);
     /// A heartbeat with the liveliness flag to every reliable reader.
     void assert_liveliness();
@@ -152,6 +153,8 @@ class ReliableWriter final {
     /// Ascending ones.
     void send_gaps(const ReaderProxy& proxy, const std::vector<Hole>& holes);
     SequenceNumber first_available(const ReaderProxy& proxy) const;
+    /// What heartbeats name: who knows no empty range gets the last number, and a gap where it asks for it.
+    SequenceNumber first_told(const ReaderProxy& proxy) const;
     bool make_room(const WriteRequest& request);
     void forget(SequenceNumber number);
     void forget_acknowledged();
