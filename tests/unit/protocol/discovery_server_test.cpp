@@ -396,7 +396,7 @@ TEST_F(ServerThatComesBack, EndpointsOfClientsThatItNeverTellsOfDoNotStay) {
             server_tells(entity::participant_writer, 1, encode(server()), 1);
         }
     };
-    pass(5);
+    pass(50);
     server_tells(entity::publications_writer, ++number, encode(writer_of(50, "late")), 5000);
     pass(13);
     server_tells(entity::publications_writer, ++number, encode(writer_of(kClient, "later")), 5001);

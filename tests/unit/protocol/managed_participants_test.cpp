@@ -38,6 +38,11 @@ class ManagedParticipantsTest : public ParticipantTest {
     void service_tells_of_publication() {
         send_data(kService, entity::publications_writer, ++publications, encode(publication(kApplication)));
     }
+    void service_ends(const ParticipantData& data) {
+        receive(kService, [&](MessageWriter& writer) {
+            add_end(writer, entity::participant_writer, ++announcements, data.guid);
+        });
+    }
     size_t endpoints() const { return recorder.endpoints.size(); }
     void run_while_service_announces(Duration duration) {
         for (const MonotonicTime end = time + duration; time < end; run_until(time + seconds(5)))
@@ -94,9 +99,7 @@ TEST_F(ManagedParticipantsTest, TheServiceSaysTheirFarewell) {
     announce(service());
     service_tells(application());
     EXPECT_EQ(known_participants().size(), 2u);
-    receive(kService, [&](MessageWriter& writer) {
-        add_end(writer, entity::participant_writer, ++announcements, application().guid);
-    });
+    service_ends(application());
     EXPECT_THAT(known_participants(), ElementsAre(prefix(kService)));
 }
 
@@ -108,9 +111,7 @@ TEST_F(ManagedParticipantsTest, WhoHasBuiltinEndpointsSpeaksForItself) {
     EXPECT_THAT(known_participants(), ElementsAre(prefix(kService)));
     announce(other);
     service_tells_of_publication();
-    receive(kService, [&](MessageWriter& writer) {
-        add_end(writer, entity::participant_writer, ++announcements, other.guid);
-    });
+    service_ends(other);
     run_until(time + seconds(2));
     EXPECT_EQ(known_participants().size(), 2u);
     EXPECT_EQ(endpoints(), 0u);
@@ -127,6 +128,122 @@ TEST_F(ManagedParticipantsTest, OnlyOneOfTheSameNodeAndMakerSpeaksForThem) {
     of_other.vendor = remote(4).vendor;
     service_tells(of_other);
     EXPECT_THAT(known_participants(), ElementsAre(prefix(kService), prefix(4)));
+}
+
+TEST_F(ManagedParticipantsTest, WhatOthersSayInTheirNameDoesNotCount) {
+    announce(service());
+    service_tells(application());
+    service_tells_of_publication();
+    source_host = 9;
+    for (const uint8_t name : {kService, kApplication}) {
+        receive(name, [&](MessageWriter& writer) {
+            add_end(writer, entity::participant_writer, ++announcements, application().guid);
+        });
+        ParticipantData other = application();
+        other.metatraffic_unicast = {udpv4(9, 1234)};
+        send_data(name, entity::participant_writer, ++announcements, encode(other));
+        source_host = 0;
+        run_while_service_announces(seconds(10)); // and is there
+        source_host = 9;
+    }
+    EXPECT_EQ(known_participants().size(), 2u);
+    EXPECT_EQ(endpoints(), 1u);
+    source_host = 0;
+    service_ends(application());
+    EXPECT_THAT(known_participants(), ElementsAre(prefix(kService)));
+}
+
+TEST_F(ManagedParticipantsTest, WhatIsForgedBeforeTheServiceIsKnownHidesNone) {
+    source_host = 9;
+    ParticipantData forged = application();
+    forged.metatraffic_unicast = {udpv4(9, 1234)};
+    send_data(8, entity::participant_writer, ++announcements, encode(forged));
+    source_host = 0;
+    announce(service());
+    service_tells_of_publication();
+    service_tells(application());
+    run_while_service_announces(seconds(30));
+    EXPECT_EQ(known_participants().size(), 2u);
+    EXPECT_EQ(endpoints(), 1u);
+}
+
+TEST_F(ManagedParticipantsTest, AnotherOfTheNodeDoesNotSpeakForThem) {
+    announce(service());
+    service_tells(application());
+    service_tells_of_publication();
+    ParticipantData other = service();
+    other.guid = remote(4).guid;
+    announce(other);
+    receive(4, [&](MessageWriter& writer) {
+        add_end(writer, entity::publications_writer, 1, publication(kApplication).guid);
+        add_end(writer, entity::participant_writer, ++announcements, application().guid);
+    });
+    EXPECT_EQ(endpoints(), 1u);
+    run_while_service_announces(seconds(20)); // the other one is lost
+    EXPECT_THAT(known_participants(), ElementsAre(prefix(kService), prefix(kApplication)));
+}
+
+TEST_F(ManagedParticipantsTest, NothingWaitsForOneThatSpeaksForItself) {
+    announce(service());
+    service_tells_of_publication();
+    announce(remote(kApplication));
+    EXPECT_EQ(known_participants().size(), 2u);
+    EXPECT_EQ(endpoints(), 0u);
+}
+
+TEST_F(ManagedParticipantsTest, ALimitedNumberOfEndpointsWaits) {
+    announce(service());
+    for (uint32_t i = 0; i < 1100; ++i)
+        send_data(kService, entity::publications_writer, ++publications,
+                  encode(publication(kApplication, i << 8 | 2)));
+    service_tells(application());
+    EXPECT_EQ(endpoints(), 1000u);
+    EXPECT_EQ(recorder.warnings.size() + recorder.errors.size(), 1u);
+}
+
+TEST_F(ManagedParticipantsTest, TheirEndpointsWaitUntilTheServiceRepeatsThem) {
+    announce(service());
+    service_tells_of_publication();
+    run_while_service_announces(seconds(40));
+    send_data(kService, entity::publications_writer, ++publications,
+              encode(publication(kApplication, 0x202)));
+    service_tells(application());
+    EXPECT_EQ(endpoints(), 2u);
+}
+
+TEST_F(ManagedParticipantsTest, EachWaitOfTheirEndpointsIsOfTheSameLength) {
+    announce(service());
+    service_tells_of_publication();
+    service_tells(application());
+    service_ends(application());
+    run_while_service_announces(seconds(55));
+    service_tells_of_publication();
+    run_while_service_announces(seconds(10));
+    send_data(kService, entity::publications_writer, ++publications, encode(publication(7, 0x202)));
+    service_tells(application());
+    EXPECT_EQ(endpoints(), 1u);
+}
+
+TEST_F(ManagedParticipantsTest, NothingIsAnnouncedToThem) {
+    announce(service());
+    output.messages.clear();
+    ParticipantData elsewhere = application();
+    elsewhere.metatraffic_unicast = {udpv4(5)};
+    service_tells(elsewhere);
+    run_while_service_announces(seconds(20));
+    EXPECT_EQ(destinations().count(udpv4(5)), 0u);
+}
+
+TEST_F(ManagedParticipantsTest, TheyAreNotForgottenBeforeStrangers) {
+    config.max_remote_participants = 4;
+    start();
+    announce(service());
+    service_tells(application());
+    run_until(time + seconds(1));
+    announce(service());
+    for (uint8_t id = 10; id < 20; ++id)
+        announce(remote(id));
+    EXPECT_EQ(recorder.participants.count(prefix(kApplication)), 1u);
 }
 
 } // namespace

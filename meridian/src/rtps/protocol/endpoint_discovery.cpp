@@ -9,8 +9,10 @@ namespace meridian::rtps {
 
 namespace {
 
-/// A discovery server tells of a participant so long after its endpoints at most.
-constexpr Duration kUnseenPatience = std::chrono::seconds(15);
+/// A participant is told of so long after its endpoints at most: a service repeats it every 30 s.
+constexpr Duration kUnseenPatience = std::chrono::seconds(60);
+/// Endpoints of unknown participants that one participant, but for a discovery server, tells of in that time.
+constexpr size_t kMostUnseen = 1000;
 
 constexpr size_t kRecent = 4096;
 
@@ -67,11 +69,16 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
     if (known != nullptr ? known->newest().announcement == hash_of(data) : !listener_.wants(data.topic_name))
         return;
     EndpointsOfParticipant& siblings = by_participant_[guid.prefix];
-    if (siblings.by_entity.empty() && participants_.find(guid.prefix) == nullptr)
-        unseen_.emplace_back(sample.received, guid.prefix);
+    const GuidPrefix& told_by = sample.writer.prefix;
+    const bool is_unseen = known == nullptr && participants_.find(guid.prefix) == nullptr;
     const size_t part = std::min(config_.max_endpoints_of_participant, config_.max_remote_endpoints - count_);
     std::shared_ptr<RemoteEndpoint> record;
-    if (known == nullptr && siblings.by_entity.size() >= part)
+    if (is_unseen && told_too_many_unseen(told_by))
+        warnings_.error_of_others(
+            "unseen endpoints " + to_string(told_by),
+            "participant " + to_string(told_by) + " tells of more than " + std::to_string(kMostUnseen) +
+                " endpoints of participants that are not known; the others are not seen");
+    else if (known == nullptr && siblings.by_entity.size() >= part)
         warnings_.error_of_others("endpoint limit " + to_string(guid.prefix),
                                   "participant " + to_string(guid.prefix) + " has more than " +
                                       std::to_string(siblings.by_entity.size()) +
@@ -81,10 +88,24 @@ void EndpointDiscovery::take(EndpointData&& data, const Sample& sample) {
         warnings_.error_of_others("endpoint memory " + to_string(guid.prefix),
                                   "endpoints of participant " + to_string(guid.prefix) +
                                       " take too much memory; some are not seen");
-    else
+    else {
+        if (is_unseen) {
+            if (siblings.by_entity.empty())
+                siblings.unseen_since = sample.received;
+            unseen_.push_back({siblings.unseen_since, sample.received, guid.prefix, told_by});
+            ++unseen_told_[told_by];
+        }
         put(siblings, std::move(record));
+    }
     if (siblings.by_entity.empty())
         by_participant_.erase(guid.prefix);
+}
+
+bool EndpointDiscovery::told_too_many_unseen(const GuidPrefix& prefix) const {
+    const auto told = unseen_told_.find(prefix);
+    const RemoteParticipant* participant = participants_.find(prefix);
+    return told != unseen_told_.end() && told->second >= kMostUnseen &&
+           !(participant != nullptr && participant->is_server);
 }
 
 bool EndpointDiscovery::charge(const EndpointsOfParticipant& siblings, RemoteEndpoint& record) {
@@ -112,7 +133,7 @@ void EndpointDiscovery::settle(DiscoveredEndpoint& endpoint) {
     RemoteEndpoint& waiting = *endpoint.waiting;
     const RemoteParticipant* participant = participants_.find(waiting.guid.prefix);
     if (participant == nullptr)
-        return; // a discovery server told of the endpoint first
+        return; // others told of the endpoint first
     if (settler_ != nullptr && waiting.is_writer) {
         TypeSettler::Answer answer = settler_->type_of(waiting, *participant->data);
         waiting.type_state = answer.state;
@@ -136,6 +157,10 @@ void EndpointDiscovery::participant_known(const GuidPrefix& prefix) {
     const auto endpoints = by_participant_.find(prefix);
     if (endpoints == by_participant_.end())
         return;
+    if (!participants_.is_told_of(prefix)) {
+        forget(endpoints);
+        return;
+    }
     for (auto& [entity, endpoint] : endpoints->second.by_entity) {
         if (endpoint.waiting != nullptr)
             settle(endpoint);
@@ -177,14 +202,21 @@ void EndpointDiscovery::on_dispose(const Sample& sample) {
 }
 
 void EndpointDiscovery::forget_unseen(MonotonicTime now) {
-    for (; !unseen_.empty() && now - unseen_.front().first > kUnseenPatience; unseen_.pop_front()) {
-        const auto endpoints = by_participant_.find(unseen_.front().second);
-        if (endpoints == by_participant_.end() || participants_.find(endpoints->first) != nullptr)
-            continue;
-        count_ -= endpoints->second.by_entity.size();
-        recent_.clear();
-        by_participant_.erase(endpoints);
+    for (; !unseen_.empty() && now - unseen_.front().told > kUnseenPatience; unseen_.pop_front()) {
+        const Unseen& unseen = unseen_.front();
+        if (const auto told = unseen_told_.find(unseen.told_by); --told->second == 0)
+            unseen_told_.erase(told);
+        const auto endpoints = by_participant_.find(unseen.participant);
+        if (endpoints != by_participant_.end() && endpoints->second.unseen_since == unseen.since &&
+            participants_.find(endpoints->first) == nullptr)
+            forget(endpoints);
     }
+}
+
+void EndpointDiscovery::forget(EndpointsByParticipant::iterator endpoints) {
+    count_ -= endpoints->second.by_entity.size();
+    recent_.clear();
+    by_participant_.erase(endpoints);
 }
 
 void EndpointDiscovery::remove(const Guid& guid, GoneReason reason, WireTime timestamp) {
@@ -218,6 +250,7 @@ void EndpointDiscovery::clear() {
     by_topic_.clear();
     by_participant_.clear();
     unseen_.clear();
+    unseen_told_.clear();
     count_ = 0;
 }
 

@@ -7,16 +7,17 @@
 // announces meanwhile replaces what waits. An endpoint that goes while it waits is settled as it stands, so
 // that it is told of before its end is.
 //
-// Endpoint data that comes before its participant is known is never lost: the builtin readers take data of
-// known participants only, and ask for all of it when one becomes known. An endpoint is announced, changed
-// and ended by its own participant only (see ParticipantDiscovery::speaks_for).
+// What a participant tells of its own endpoints before it is known is never lost: the builtin readers take
+// data of known participants only, and ask for all of it when one becomes known. What a discovery server or
+// the service of a node tells of others' endpoints (see ParticipantDiscovery::speaks_for) waits for their
+// participant, for a limited time and in limited number; it is dropped where the participant speaks for
+// itself.
 
 #include <deque>
 #include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "platform/seeded_hash.h"
@@ -71,7 +72,7 @@ class EndpointDiscovery {
     /// Samples of the builtin readers; writers: of the one for publications.
     void on_sample(const Sample& sample, bool writers);
 
-    /// What a discovery server told of its endpoints before can be seen now.
+    /// What others told of its endpoints before can be seen now, if they speak for it.
     void participant_known(const GuidPrefix& prefix);
     /// Removes its endpoints.
     void participant_gone(const GuidPrefix& prefix, GoneReason reason);
@@ -103,8 +104,17 @@ class EndpointDiscovery {
     struct EndpointsOfParticipant {
         std::unordered_map<uint32_t, DiscoveredEndpoint, SeededHash> by_entity;
         RecordMaker records;
-        size_t memory = 0; // of their records
+        size_t memory = 0;             // of their records
+        MonotonicTime unseen_since{0}; // told of since then; until the participant is known
     };
+    /// An endpoint that was told of while its participant was not known.
+    struct Unseen {
+        MonotonicTime since; // of the endpoints of that participant
+        MonotonicTime told;
+        GuidPrefix participant;
+        GuidPrefix told_by;
+    };
+    using EndpointsByParticipant = std::unordered_map<GuidPrefix, EndpointsOfParticipant>;
     /// By topic name, then GUID.
     struct TopicOrder {
         using is_transparent = void;
@@ -130,6 +140,7 @@ class EndpointDiscovery {
     void take(EndpointData&& data, const Sample& sample);
     /// False where the participant's part of the memory does not allow the record.
     static bool charge(const EndpointsOfParticipant& siblings, RemoteEndpoint& record);
+    bool told_too_many_unseen(const GuidPrefix& prefix) const;
     void put(EndpointsOfParticipant& siblings, std::shared_ptr<RemoteEndpoint> record);
     /// False for what an endpoint cannot be, with the reason in error.
     bool is_acceptable(const EndpointData& data, const Sample& sample, bool writers, std::string& error);
@@ -141,8 +152,10 @@ class EndpointDiscovery {
     void remove(const Guid& guid, GoneReason reason, WireTime timestamp);
     /// It is not visible, or no longer.
     void erase(const Guid& guid);
-    /// Those of participants that a discovery server did not tell of meanwhile.
+    /// Those of participants that did not become known meanwhile.
     void forget_unseen(MonotonicTime now);
+    /// None of them is visible.
+    void forget(EndpointsByParticipant::iterator endpoints);
 
     const ParticipantConfig& config_;
     const ParticipantDiscovery& participants_;
@@ -150,9 +163,9 @@ class EndpointDiscovery {
     Listener& listener_;
     TypeSettler* settler_ = nullptr;
     size_t count_ = 0;
-    std::unordered_map<GuidPrefix, EndpointsOfParticipant> by_participant_;
-    /// When a discovery server told of endpoints of participants that were not known, in this order.
-    std::deque<std::pair<MonotonicTime, GuidPrefix>> unseen_;
+    EndpointsByParticipant by_participant_;
+    std::deque<Unseen> unseen_;                          // of the last kUnseenPatience, the oldest first
+    std::unordered_map<GuidPrefix, size_t> unseen_told_; // by whom so many of them were told
     std::set<DiscoveredEndpoint*, TopicOrder> by_topic_; // visible ones
     /// By hash: those found last. Samples of thousands of writers find theirs by one look.
     std::vector<DiscoveredEndpoint*> recent_;

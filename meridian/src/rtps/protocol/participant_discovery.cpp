@@ -17,6 +17,8 @@ constexpr size_t kFewStrangers = 32;
 // What is heard of a participant so long after it was discovered is more than its first packets.
 constexpr Duration kFirstPackets = std::chrono::milliseconds(500);
 constexpr Duration kListPause = std::chrono::seconds(1);
+// How often it is looked whether a participant still has one that speaks for it.
+constexpr Duration kManagedPause = std::chrono::seconds(5);
 constexpr size_t kDataHeaderSize = 24; // of the submessage, without inline QoS
 
 // For those that no discovery server vouches for at present: it was lost, or has come back and may take them
@@ -85,8 +87,8 @@ void ParticipantDiscovery::join_again(const OwnLocators& locators, Now now) {
     announce(now);
 }
 
-bool ParticipantDiscovery::needs_announcements(const RemoteParticipant& remote) const {
-    return !remote.is_server && !remote.is_relayed &&
+bool ParticipantDiscovery::needs_announcements(const Remote& remote) const {
+    return !remote.is_server && !remote.is_relayed && remote.manager == kUnknownPrefix &&
            (remotes_.size() <= kFewParticipants || !multicasting_ ||
             remote.data->metatraffic_multicast.empty() ||
             quirks_of(*remote.data).has(kRefusesNewParameters)); // as those to the group have
@@ -212,16 +214,34 @@ bool ParticipantDiscovery::can_manage(const GuidPrefix& manager, const GuidPrefi
 }
 
 bool ParticipantDiscovery::manages(const Remote* manager, const GuidPrefix& subject,
-                                   const ParticipantData* data) {
-    return manager != nullptr && quirks_of(*manager->data).has(kServiceSpeaksForNode) &&
-           announces_endpoints(*manager->data) && can_manage(manager->prefix(), subject, data);
+                                   const ParticipantData* data) const {
+    if (manager == nullptr || !quirks_of(*manager->data).has(kServiceSpeaksForNode) ||
+        !announces_endpoints(*manager->data) || !can_manage(manager->prefix(), subject, data))
+        return false;
+    const Remote* remote = find_remote(subject);
+    return remote == nullptr || remote->manager == manager->prefix() || manager_of(*remote) == nullptr;
 }
 
-bool ParticipantDiscovery::is_managed(const Remote& remote) const {
-    return quirks_of(*remote.data).has(kServiceSpeaksForNode) &&
-           std::any_of(remotes_.begin(), remotes_.end(), [&](const auto& entry) {
-               return manages(entry.second.get(), remote.prefix(), remote.data.get());
-           });
+const ParticipantDiscovery::Remote* ParticipantDiscovery::manager_of(const Remote& remote) const {
+    const Remote* manager = remote.manager != kUnknownPrefix ? find_remote(remote.manager) : nullptr;
+    return manages(manager, remote.prefix(), remote.data.get()) ? manager : nullptr;
+}
+
+void ParticipantDiscovery::set_manager(Remote& remote, const GuidPrefix& manager) {
+    managed_.erase({remote.manager, remote.prefix()});
+    remote.manager = manager;
+    if (manager != kUnknownPrefix)
+        managed_.insert({manager, remote.prefix()});
+}
+
+bool ParticipantDiscovery::is_at_home(const Remote& remote, const Locator& source) const {
+    const Remote* manager = manager_of(remote);
+    return manager != nullptr ? manager->surely_speaks_from(source) : source == remote.announced_from;
+}
+
+bool ParticipantDiscovery::is_told_of(const GuidPrefix& prefix) const {
+    const Remote* remote = find_remote(prefix);
+    return remote != nullptr && (remote->is_relayed || manager_of(*remote) != nullptr);
 }
 
 bool ParticipantDiscovery::is_server(const ParticipantData& data, const Locator& source) const {
@@ -260,7 +280,7 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
         remote->credit->earn(bytes);
     const bool is_known = source == remote->announced_from || contains(remote->other_sources, source);
     if (remote->is_server && !is_known && remote->doubt == nullptr)
-        doubt(*remote, {remote->data, remote->announcement, remote->sequence_number, source}, now);
+        doubt(*remote, {remote->data, remote->announcement, remote->sequence_number, source, {}}, now);
     Doubt* const open = remote->doubt.get();
     const bool is_doubted = open != nullptr && open->said.source == source;
     if (!is_known && (remote->is_server || is_doubted))
@@ -279,13 +299,16 @@ ParticipantDiscovery::Hearing ParticipantDiscovery::hear(const GuidPrefix& prefi
     const bool moves = remote->is_stranger
                            ? is_to_us || now.monotonic - remote->discovered_at >= kFirstPackets
                            : now.monotonic - remote->placed_at >= kListPause;
-    if (moves) {
-        acquaintances_.splice(acquaintances_.end(), remote->is_stranger ? strangers_ : acquaintances_,
-                              remote->place);
-        remote->is_stranger = false;
-        remote->placed_at = now.monotonic;
-    }
+    if (moves)
+        make_acquainted(*remote, now);
     return Hearing::everything;
+}
+
+void ParticipantDiscovery::make_acquainted(Remote& remote, Now now) {
+    acquaintances_.splice(acquaintances_.end(), remote.is_stranger ? strangers_ : acquaintances_,
+                          remote.place);
+    remote.is_stranger = false;
+    remote.placed_at = now.monotonic;
 }
 
 bool ParticipantDiscovery::of_this_domain(const ParticipantData& data) const {
@@ -307,11 +330,15 @@ void ParticipantDiscovery::await_relays(Now now) {
 
 void ParticipantDiscovery::on_timer_of(Remote& remote) {
     if (remote.expires <= now_.monotonic) {
-        if (!is_managed(remote)) {
+        const Remote* manager = manager_of(remote);
+        if (manager == nullptr) {
             remove(remote.prefix(), GoneReason::lease_expired, now_);
             return;
         }
-        remote.renew(now_.monotonic);
+        // It ends with its manager, and is forgotten no sooner.
+        if (!manager->is_stranger && now_.monotonic - manager->placed_at < kLongSilence)
+            make_acquainted(remote, now_);
+        remote.expires = later(now_.monotonic, kManagedPause);
     }
     if (remote.ask_at <= now_.monotonic) {
         remote.ask_at = now_.monotonic + kRelayAskPause;
@@ -387,9 +414,12 @@ void ParticipantDiscovery::discover(const Announcement& announced, bool is_relay
     tell_if_unreachable(remote);
     remote.place = strangers_.insert(strangers_.end(), &remote);
     remotes_.emplace(remote.prefix(), std::move(added));
+    set_manager(remote, announced.manager);
+    if (manager_of(remote) != nullptr)
+        make_acquainted(remote, now);
     if (remote.is_server)
         await_relays(now);
-    if (!remote.is_server && !remote.is_relayed) {
+    if (!remote.is_server && !remote.is_relayed && remote.manager == kUnknownPrefix) {
         // First, so that it knows us before it gets what the listener sends.
         announcer_.answer(remote.metatraffic, quirks_of(*remote.data), now);
     }
@@ -403,13 +433,15 @@ void ParticipantDiscovery::remove(const GuidPrefix& prefix, GoneReason reason, N
     const std::unique_ptr<Remote> remote = std::move(at->second);
     (remote->is_stranger ? strangers_ : acquaintances_).erase(remote->place);
     remotes_.erase(at);
+    set_manager(*remote, kUnknownPrefix);
     if (remote->is_server)
         await_relays(now);
-    if (quirks_of(*remote->data).has(kServiceSpeaksForNode)) {
-        for (const GuidPrefix& other : prefixes()) {
-            if (manages(remote.get(), other, find(other)->data.get()))
-                remove(other, reason, now);
-        }
+    if (quirks_of(*remote->data).has(kServiceSpeaksForNode) && announces_endpoints(*remote->data)) {
+        const GuidPrefix manager = remote->prefix();
+        for (auto next = managed_.lower_bound({manager, kUnknownPrefix});
+             next != managed_.end() && next->first == manager;
+             next = managed_.lower_bound({manager, kUnknownPrefix}))
+            remove(GuidPrefix(next->second), reason, now);
     }
     listener_.on_participant_gone(*remote, reason, now);
 }
@@ -425,11 +457,12 @@ void ParticipantDiscovery::ignore(const GuidPrefix& prefix, Now now) {
 }
 
 void ParticipantDiscovery::replace(const GuidPrefix& prefix, Now now) {
-    const RemoteParticipant* remote = find(prefix);
+    const Remote* remote = find_remote(prefix);
     if (remote == nullptr)
         return;
     const ByteBuffer payload = remote->announcement;
-    const Announcement announced{remote->data, payload, remote->sequence_number, remote->announced_from};
+    const Announcement announced{remote->data, payload, remote->sequence_number, remote->announced_from,
+                                 remote->manager};
     const bool is_relayed = remote->is_relayed;
     std::shared_ptr<Credit> credit = remote->credit;
     remove(prefix, GoneReason::replaced, now);

@@ -23,8 +23,10 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <set>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "platform/memory_budget.h"
@@ -120,6 +122,8 @@ class ParticipantDiscovery {
     /// speaks for those that do not speak for themselves, and the participant of a service for
     /// those of its node (see makers.h).
     bool speaks_for(const GuidPrefix& announcer, const GuidPrefix& subject) const;
+    /// A known one, of which others tell.
+    bool is_told_of(const GuidPrefix& prefix) const;
     /// Own participants and those that are ignored: nothing that is told of them counts.
     bool excludes(const GuidPrefix& prefix) const;
     /// Forgets the participant and discovers it again from its last announcement, because it began a new
@@ -142,10 +146,17 @@ class ParticipantDiscovery {
     Remote* find_remote(const GuidPrefix& prefix) const;
     /// Whether the one, null for none, speaks for the other, which has nothing to speak with; null data: that
     /// is not known yet. Those that it speaks for live as long as it does.
-    static bool manages(const Remote* manager, const GuidPrefix& subject, const ParticipantData* data);
+    /// Where the subject has another one that is known, that one alone does.
+    bool manages(const Remote* manager, const GuidPrefix& subject, const ParticipantData* data) const;
     /// Whether it would, as far as its prefix tells.
     static bool can_manage(const GuidPrefix& manager, const GuidPrefix& subject, const ParticipantData* data);
-    bool is_managed(const Remote& remote) const;
+    /// The one that announced it, if that is known and manages it; null: none. It is never heard itself, so
+    /// nothing that is said of it from elsewhere can be doubted: only what comes from its manager counts.
+    const Remote* manager_of(const Remote& remote) const;
+    void set_manager(Remote& remote, const GuidPrefix& manager);
+    /// Whether what is said of it from there counts at once.
+    bool is_at_home(const Remote& remote, const Locator& source) const;
+    void make_acquainted(Remote& remote, Now now);
     /// Null for what is no announcement.
     ParticipantRef decode(const Sample& sample);
     void on_farewell(Remote& remote, const Announcement& farewell, Now now);
@@ -169,7 +180,7 @@ class ParticipantDiscovery {
     void remove(const GuidPrefix& prefix, GoneReason reason, Now now);
     bool choose_routes(RemoteParticipant& remote) const;
     bool of_this_domain(const ParticipantData& data) const;
-    bool needs_announcements(const RemoteParticipant& remote) const;
+    bool needs_announcements(const Remote& remote) const;
     void tell_if_unreachable(const RemoteParticipant& remote);
     /// At one that announced itself and said nothing else yet.
     void look_at_silent(Remote& remote, Now now);
@@ -189,6 +200,7 @@ class ParticipantDiscovery {
     TimerQueue timers_;
     Now now_; // of on_timer
     std::unordered_map<GuidPrefix, std::unique_ptr<Remote>> remotes_;
+    std::set<std::pair<GuidPrefix, GuidPrefix>> managed_; // by the one that announced it
     // Each is in one of the two. Not heard again after their first packets, the oldest first:
     RemoteList strangers_;
     RemoteList acquaintances_; // the longest silent first, to a second

@@ -27,6 +27,7 @@ struct ParticipantDiscovery::Announcement {
     ByteView payload;
     SequenceNumber number = 0;
     Locator source;
+    GuidPrefix manager = kUnknownPrefix; // that speaks for it
 };
 
 /// What is said in the name of a participant from an address that it was not heard from.
@@ -71,6 +72,7 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     int guesses_elsewhere = 0;
     MonotonicTime ask_source_at{0};
     std::unique_ptr<Doubt> doubt;
+    GuidPrefix manager = kUnknownPrefix; // that announced it; see manager_of
     MemoryShare memory{MemoryBudget::of_process()};
 
     /// False where there is no memory for it; nothing changes then.
@@ -93,8 +95,10 @@ struct ParticipantDiscovery::Remote final : RemoteParticipant, TimerQueue::Clien
     }
     /// Those whose address cannot be confirmed, or not be told anything, are taken as they are.
     bool tells_of_endpoints_from(const Locator& source) const {
-        return credit == nullptr || is_relayed || metatraffic.locators.empty() || source == announced_from ||
-               contains(endpoint_sources, source);
+        return credit == nullptr || is_relayed || metatraffic.locators.empty() || surely_speaks_from(source);
+    }
+    bool surely_speaks_from(const Locator& source) const {
+        return source == announced_from || contains(endpoint_sources, source);
     }
     void add_endpoint_source(const Locator& source) {
         if (endpoint_sources.size() == kMaxOtherSources)

@@ -52,7 +52,7 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
         !make_sample({context.source, data.writer}, {}, context, data, now.monotonic, sample))
         return;
     Remote* remote = find_remote(context.source);
-    Announcement announced{nullptr, sample.payload, sample.sequence_number, source};
+    Announcement announced{nullptr, sample.payload, sample.sequence_number, source, {}};
     if (is_farewell(sample)) {
         const std::optional<Guid> key = subject_of(sample);
         Remote* const subject = key ? find_remote(key->prefix) : nullptr;
@@ -64,11 +64,14 @@ void ParticipantDiscovery::on_data(const MessageContext& context, const Data& da
     } else if (announced.data = decode(sample); announced.data != nullptr) {
         // The service of a node may tell of the others before it tells of itself.
         const GuidPrefix& subject = announced.data->guid.prefix;
-        if (subject != context.source &&
-            (excludes(subject) ||
-             !(remote != nullptr ? manages(remote, subject, announced.data.get())
-                                 : can_manage(context.source, subject, announced.data.get()))))
-            return;
+        if (subject != context.source) {
+            if (excludes(subject) ||
+                !(remote != nullptr
+                      ? manages(remote, subject, announced.data.get()) && remote->surely_speaks_from(source)
+                      : can_manage(context.source, subject, announced.data.get())))
+                return;
+            announced.manager = context.source;
+        }
         on_announcement(announced, now);
     }
 }
@@ -84,8 +87,8 @@ void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
             remove(key->prefix, GoneReason::disposed, now);
         return;
     }
-    const Announcement announced{decode(sample), sample.payload, sample.sequence_number,
-                                 server->announced_from};
+    const Announcement announced{
+        decode(sample), sample.payload, sample.sequence_number, server->announced_from, {}};
     if (announced.data == nullptr || excludes(announced.data->guid.prefix) ||
         !speaks_for(server_prefix, announced.data->guid.prefix))
         return;
@@ -96,7 +99,7 @@ void ParticipantDiscovery::on_relayed(const Sample& sample, Now now) {
 }
 
 void ParticipantDiscovery::on_farewell(Remote& remote, const Announcement& farewell, Now now) {
-    if (farewell.source == remote.announced_from)
+    if (is_at_home(remote, farewell.source))
         remove(remote.prefix(), GoneReason::disposed, now);
     else
         doubt(remote, farewell, now);
@@ -127,7 +130,11 @@ void ParticipantDiscovery::on_announcement(const Announcement& announced, Now no
         !is_other_socket_of_host(announced.source, remote->announced_from) &&
         !another_life(*remote->data, *announced.data) && shares_an_address(*remote->data, *announced.data))
         return;
-    if (announced.source == remote->announced_from)
+    // It has no manager yet that is known, and the one that announces it now is.
+    if (announced.manager != kUnknownPrefix && manager_of(*remote) == nullptr &&
+        manages(find_remote(announced.manager), remote->prefix(), remote->data.get()))
+        set_manager(*remote, announced.manager);
+    if (is_at_home(*remote, announced.source))
         take(*remote, announced, false, now);
     else if (!same_content(*remote->data, *announced.data))
         doubt(*remote, announced, now);
@@ -136,7 +143,8 @@ void ParticipantDiscovery::on_announcement(const Announcement& announced, Now no
 void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, bool is_other_process,
                                 Now now) {
     const bool is_here = of_this_domain(*announced.data);
-    if (!is_here || is_other_process || another_life(*remote.data, *announced.data)) {
+    const bool is_managed = manager_of(remote) != nullptr; // it has no sockets of its own
+    if (!is_here || is_other_process || (!is_managed && another_life(*remote.data, *announced.data))) {
         const bool is_relayed = remote.is_relayed;
         std::shared_ptr<Credit> credit = remote.credit;
         remove(remote.prefix(), GoneReason::replaced, now);
@@ -146,6 +154,8 @@ void ParticipantDiscovery::take(Remote& remote, const Announcement& announced, b
     }
     remote.doubt = nullptr;
     remote.sequence_number = announced.number;
+    if (is_managed)
+        make_acquainted(remote, now);
     const bool changed = !same_content(*remote.data, *announced.data);
     if (!remote.set(announced, now.monotonic)) {
         warnings_.error("participant memory", kNoMemoryForParticipants);
@@ -168,6 +178,8 @@ void ParticipantDiscovery::match(Remote& remote, Now now) {
 }
 
 void ParticipantDiscovery::doubt(Remote& remote, const Announcement& announced, Now now) {
+    if (manager_of(remote) != nullptr)
+        return; // it could not answer
     const bool is_new = remote.doubt == nullptr;
     if (is_new)
         remote.doubt = std::make_unique<Doubt>();
@@ -197,7 +209,9 @@ void ParticipantDiscovery::ask(Remote& remote, Now now) {
 
 void ParticipantDiscovery::settle_doubt(Remote& remote, Now now) {
     Doubt& doubt = *remote.doubt;
-    if (doubt.answered && ++doubt.refusals >= kRefusals) {
+    if (manager_of(remote) != nullptr) {
+        remote.doubt = nullptr; // it has got one meanwhile
+    } else if (doubt.answered && ++doubt.refusals >= kRefusals) {
         if (doubt.said.data != nullptr && (another_life(*remote.data, *doubt.said.data) ||
                                            !shares_an_address(*remote.data, *doubt.said.data)))
             tell_of_two(remote, doubt.said.source);
