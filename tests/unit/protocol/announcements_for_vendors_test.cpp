@@ -137,6 +137,21 @@ TEST_F(AnnouncementsForVendorsTest, SomeAreToldOfReadersOfTheirWritersOnlyAndWit
     EXPECT_FALSE(sent_to(udpv4(2)).empty()) << "it is told of the end";
 }
 
+// An interface comes, say.
+TEST_F(AnnouncementsForVendorsTest, SomeAreToldOfNewAddressesOfReaders) {
+    meet(kEmbeddedRtps);
+    send_data(2, entity::publications_writer, 1, encode(publication(2)));
+    add_reader("Square", 0x207);
+    endpoints_told(udpv4(2));
+    output.messages.clear();
+    OwnLocators locators = config.locators;
+    locators.default_unicast.push_back(udpv4(7, 7411));
+    participant->set_locators(locators, now());
+    const auto told = endpoints_told(udpv4(2));
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told[0].unicast, locators.default_unicast);
+}
+
 } // namespace
 
 } // namespace meridian::rtps::test

@@ -188,6 +188,10 @@ void Participant::set_locators(const OwnLocators& locators, Now now) {
     now_ = now;
     participants_.set_locators(locators, now);
     tell_servers(now);
+    endpoints_.for_each([&](DiscoveredEndpoint& remote) {
+        if (remote.is_told_apart)
+            announce_for(remote, now);
+    });
     finish(now);
 }
 
