@@ -63,7 +63,8 @@ class ReliableReaderTest : public ::testing::Test {
         reader->on_data_frag(context, part, now);
     }
     void heartbeat(SequenceNumber first, SequenceNumber last, bool final = false) {
-        heartbeat_with_count(first, last, ++count, final);
+        count = next_count(count); // may be at its end
+        heartbeat_with_count(first, last, count, final);
     }
     void heartbeat_with_count(SequenceNumber first, SequenceNumber last, Count c, bool final = false) {
         Heartbeat h = heartbeat_of(kWriter, first, last, c);
