@@ -44,14 +44,8 @@ class LongLife : public ParticipantTest {
 
   private:
     void say(uint32_t number, EntityId writer_id, SequenceNumber sequence_number, const ByteBuffer& payload) {
-        send(number, [&](MessageWriter& writer) {
-            Data data;
-            data.writer = writer_id;
-            data.sequence_number = sequence_number;
-            data.has_payload = true;
-            data.payload = payload;
-            writer.add_data(data);
-        });
+        send(number,
+             [&](MessageWriter& writer) { writer.add_data(data_of(writer_id, sequence_number, payload)); });
     }
     void send(uint32_t number, const std::function<void(MessageWriter&)>& fill) {
         MessageWriter writer(prefix_of(number), 60000);

@@ -6,15 +6,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "protocol/captured_output.h"
+
 namespace meridian::test {
 
 using namespace rtps;
+using rtps::test::data_of;
 
 namespace {
 
 constexpr size_t kMaxMessage = 65000;
-// Well-known ports of the first participant of domain 0, and of the domain.
-constexpr uint16_t kDiscoveryGroupPort = 7400;
+// Well-known ports of the first participant of domain 0.
 constexpr uint16_t kDiscoveryPort = 7410;
 constexpr uint16_t kDataPort = 7411;
 constexpr uint16_t kOwnPort = 7499;
@@ -45,15 +47,6 @@ Locator own_locator() {
     locator.address[12] = 127;
     locator.address[15] = 1;
     return locator;
-}
-
-Data data_of(EntityId writer, SequenceNumber number, ByteView payload) {
-    Data data;
-    data.writer = writer;
-    data.sequence_number = number;
-    data.has_payload = true;
-    data.payload = payload;
-    return data;
 }
 
 } // namespace

@@ -40,7 +40,7 @@ struct Row {
     Quirks quirks;
 };
 
-constexpr uint8_t kOfFastDds = kHearsOwnAddressesOnly | kPreemptedByZero;
+constexpr uint16_t kOfFastDds = kHearsOwnAddressesOnly | kPreemptedByZero;
 
 constexpr Row kRows[] = {
     {kOpenSplice, nullptr, {kServiceSpeaksForNode | kMarksDataAsKeys}}, // seen of 6.9

@@ -48,13 +48,6 @@ bool DynamicSample::assign(const std::shared_ptr<const DynamicContext>& context,
     return true;
 }
 
-void DynamicSample::clear() {
-    drop_text();
-    context_.reset();
-    payload_.clear();
-    is_too_large_ = false;
-}
-
 PrintBuffers& DynamicSample::text() const {
     if (text_ == nullptr)
         text_ = print_buffers().take();

@@ -60,7 +60,6 @@ class DynamicSample {
     /// allow.
     bool assign(const std::shared_ptr<const DynamicContext>& context, rtps::ByteView payload,
                 const SampleSource& source = {});
-    void clear();
 
     /// Bytes of this object and of what it holds, with what the allocator adds.
     size_t memory() const { return sizeof *this + payload_.capacity() + 4 * sizeof(void*); }
